@@ -1,0 +1,43 @@
+// Scripts that run one shell command line as administrator. The platform asks for the password, at its own
+// discretion; a granted authorization lives with the script object.
+#pragma once
+
+#include <expected>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Platform/Json.h"
+
+namespace installer {
+
+// Absent after a success. Otherwise an object; the number under "NSAppleScriptErrorNumber" is -128 when the
+// person dismissed the prompt. Other keys are for the log.
+using ScriptErrorDictionary = std::optional<Json>;
+
+// One compiled script object. Main thread only.
+class AdministratorScript {
+ public:
+  static constexpr const char* errorNumberKey = "NSAppleScriptErrorNumber";
+  static constexpr int userCancelled = -128;
+
+  virtual ~AdministratorScript() = default;
+
+  enum class EventFailure { noTarget };  // the event couldn't be addressed to this process; nothing ran
+  // Calls the script's handler `name` with one text argument, taken as it is, without any escaping.
+  // Blocks until the command has ended or the prompt was dismissed.
+  virtual std::expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
+                                                                         const std::string& argument) = 0;
+
+  // Runs the script's own statement. Blocks likewise.
+  virtual ScriptErrorDictionary execute() = 0;
+};
+
+class AdministratorScripts {
+ public:
+  virtual ~AdministratorScripts() = default;
+  // Null when the platform can't make a script of `source`. Nothing runs and nobody is asked yet.
+  virtual std::unique_ptr<AdministratorScript> make(const std::string& source) = 0;
+};
+
+}  // namespace installer

@@ -1,0 +1,35 @@
+// Application bundles as the platform reads them. Any thread.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Platform/Json.h"
+#include "Platform/Path.h"
+
+namespace installer {
+
+// What a bundle said about itself when it was read; it doesn't change with the disk.
+struct Bundle {
+  Path path;
+  Json infoDictionary = Json::object();  // empty when Info.plist is missing or unreadable
+
+  // A string under `key` of the information; absent when missing or of another type.
+  std::optional<std::string> infoString(const std::string& key) const;
+  std::optional<std::string> bundleIdentifier() const { return infoString("CFBundleIdentifier"); }
+};
+
+class Bundles {
+ public:
+  virtual ~Bundles() = default;
+
+  // Reads the bundle at `path` afresh. Null when no directory is there; a directory without a readable
+  // Info.plist is a bundle that says nothing.
+  virtual std::shared_ptr<const Bundle> read(const Path& path) = 0;
+
+  // The folder of the resources that travel with this executable; absent when it has none.
+  virtual std::optional<Path> mainResources() = 0;
+};
+
+}  // namespace installer

@@ -1,0 +1,75 @@
+// A failure is a value. No exception crosses a service of the seam, and nothing drops a Result silently.
+#pragma once
+
+#include <cstdint>
+#include <expected>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace installer {
+
+// The domains that the engine tells apart. A host maps its own failures to these.
+namespace ErrorDomain {
+inline constexpr std::string_view cocoa = "NSCocoaErrorDomain";
+inline constexpr std::string_view posix = "NSPOSIXErrorDomain";
+inline constexpr std::string_view url = "NSURLErrorDomain";
+}  // namespace ErrorDomain
+
+// Codes of `ErrorDomain::cocoa` that a host gives for files.
+namespace CocoaError {
+inline constexpr std::int64_t fileNoSuchFile = 4;     // the item to remove, move or copy isn't there
+inline constexpr std::int64_t fileReadUnknown = 256;  // reading failed in a way without a code of its own
+inline constexpr std::int64_t fileReadNoPermission = 257;  // may not read it
+inline constexpr std::int64_t fileReadNoSuchFile = 260;    // the file to read isn't there
+inline constexpr std::int64_t fileReadCorrupt = 259;       // the bytes aren't in the promised format
+inline constexpr std::int64_t fileWriteUnknown = 512;  // writing failed in a way without a code of its own
+inline constexpr std::int64_t fileWriteNoPermission = 513;    // may not write, remove or move it
+inline constexpr std::int64_t fileWriteFileExists = 516;      // something already stands at the destination
+inline constexpr std::int64_t fileWriteOutOfSpace = 640;      // the volume is full
+inline constexpr std::int64_t fileWriteVolumeReadOnly = 642;  // the volume takes no writes
+}  // namespace CocoaError
+
+// Codes of `ErrorDomain::url`.
+namespace URLErrorCode {
+inline constexpr std::int64_t unknown = -1;
+inline constexpr std::int64_t cancelled = -999;
+inline constexpr std::int64_t badURL = -1000;
+inline constexpr std::int64_t timedOut = -1001;
+inline constexpr std::int64_t unsupportedURL = -1002;
+inline constexpr std::int64_t cannotFindHost = -1003;
+inline constexpr std::int64_t cannotConnectToHost = -1004;
+inline constexpr std::int64_t networkConnectionLost = -1005;
+inline constexpr std::int64_t httpTooManyRedirects = -1007;
+inline constexpr std::int64_t notConnectedToInternet = -1009;
+inline constexpr std::int64_t badServerResponse = -1011;
+inline constexpr std::int64_t internationalRoamingOff = -1018;
+inline constexpr std::int64_t callIsActive = -1019;
+inline constexpr std::int64_t dataNotAllowed = -1020;
+inline constexpr std::int64_t secureConnectionFailed = -1200;
+inline constexpr std::int64_t serverCertificateUntrusted = -1202;
+inline constexpr std::int64_t cannotCreateFile = -3000;
+inline constexpr std::int64_t cannotWriteToFile = -3003;
+}  // namespace URLErrorCode
+
+struct Error {
+  std::string domain;                // one of ErrorDomain, or a host's own
+  std::int64_t code = 0;             // meaningful within `domain` only
+  std::string localizedDescription;  // a sentence for a person and for the log
+  // What a failed download hands over to go on from; null when there is nothing to resume.
+  // Opaque to the engine: it is given back to `URLSession::downloadTaskWithResumeData` as it came.
+  std::shared_ptr<const std::string> downloadResumeData;
+
+  bool is(std::string_view otherDomain, std::int64_t otherCode) const {
+    return domain == otherDomain && code == otherCode;
+  }
+};
+
+template <class T = void>
+using Result = std::expected<T, Error>;
+
+inline std::unexpected<Error> failure(std::string_view domain, std::int64_t code, std::string description) {
+  return std::unexpected(Error{std::string{domain}, code, std::move(description), nullptr});
+}
+
+}  // namespace installer

@@ -1,0 +1,109 @@
+// Files and volumes. Any thread; every call blocks until it has its answer.
+// Failures are `ErrorDomain::cocoa` with the codes of `CocoaError`, or `ErrorDomain::posix` with an errno
+// that has no such code. Nothing here asks for more rights than the process has.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Error.h"
+#include "Platform/Path.h"
+
+namespace installer {
+
+// An open file being read from its start. Used by one thread at a time; closes at destruction.
+class FileReader {
+ public:
+  virtual ~FileReader() = default;
+  // The next bytes, at most `maximum`; empty at the end of the file and only there.
+  virtual Result<std::string> read(std::size_t maximum) = 0;
+};
+
+// An open file being appended to. Used by one thread at a time; closes at destruction.
+// The handle follows the file and not its name: it goes on writing to a file that was unlinked or renamed.
+class FileAppender {
+ public:
+  virtual ~FileAppender() = default;
+  // Appends all of `bytes` in one piece towards other appenders, or fails.
+  virtual Result<> write(std::string_view bytes) = 0;
+};
+
+struct FileAttributes {
+  std::int64_t size = 0;  // logical length in bytes
+};
+
+// One entry met by `enumerate`. Links are reported as links, never followed.
+struct DirectoryEntry {
+  Path path;
+  bool isDirectory = false;
+  bool isSymbolicLink = false;
+  bool isRegularFile = false;
+  std::optional<std::int64_t> totalFileAllocatedSize;  // bytes on disk, all forks; absent when unknown
+  std::optional<std::int64_t> fileAllocatedSize;       // bytes on disk of the data; absent when unknown
+};
+
+enum class Descend { yes, no };            // into the directory just visited
+enum class HiddenEntries { visit, skip };  // names with a leading point, and all beneath such a directory
+
+class FileSystem {
+ public:
+  virtual ~FileSystem() = default;
+
+  // Both follow links; a dangling link doesn't exist.
+  virtual bool fileExists(const Path& path) = 0;
+  virtual bool directoryExists(const Path& path) = 0;
+
+  // May the current user change the directory or file / run the file or enter the directory?
+  virtual bool isWritable(const Path& path) = 0;
+  virtual bool isExecutable(const Path& path) = 0;
+
+  // Names without "." and "..", in the order in which the volume gives them.
+  virtual Result<std::vector<std::string>> contentsOfDirectory(const Path& path) = 0;
+
+  virtual Result<FileAttributes> attributes(const Path& path) = 0;
+
+  // A tree with links kept as links, modes kept, extended attributes kept where the volume takes them.
+  // All or nothing at `destination`, also through a kill: the tree grows under a hidden sibling and is
+  // renamed. Fails with 516 if something stands at `destination`, 260 if `source` is missing, 513 if the
+  // folder may not be written, 640 on a full volume; then nothing is left beside or at `destination`.
+  virtual Result<> copyItem(const Path& source, const Path& destination) = 0;
+
+  // A rename; across volumes a copy followed by a removal. Never replaces: 516 if something is there.
+  virtual Result<> moveItem(const Path& source, const Path& destination) = 0;
+
+  // A file, a link (not its target), or a tree. A tree whose removal stops half-way stays half removed.
+  // 4 if nothing is there, 513 if it may not be removed.
+  virtual Result<> removeItem(const Path& path) = 0;
+
+  enum class Intermediates { create, require };
+  // With `create` an existing directory is a success.
+  virtual Result<> createDirectory(const Path& path, Intermediates intermediates) = 0;
+
+  // Whole files. `writeFile` replaces atomically: readers see the old bytes or the new ones.
+  virtual Result<std::string> readFile(const Path& path) = 0;
+  virtual Result<> writeFile(const Path& path, std::string_view bytes) = 0;
+
+  virtual Result<std::unique_ptr<FileReader>> openForReading(const Path& path) = 0;
+  // The file must exist; `writeFile` with no bytes makes an empty one.
+  virtual Result<std::unique_ptr<FileAppender>> openForAppending(const Path& path) = 0;
+
+  // Walks below `top` (which itself isn't visited), parents before children. False when `top` can't be
+  // opened as a directory; nothing has been visited then. A directory that can't be read is reported to
+  // `onError` (may be empty) and passed over. An entry whose properties can't be read isn't visited.
+  using Visitor = std::function<Descend(const DirectoryEntry&)>;
+  using ErrorHandler = std::function<void(const Path&, const Error&)>;
+  virtual bool enumerate(const Path& top, HiddenEntries hidden, const Visitor& visit,
+                         const ErrorHandler& onError) = 0;
+
+  // Bytes that the current user may still write on the volume of `path`; absent when the volume doesn't say.
+  virtual std::optional<std::int64_t> volumeAvailableCapacity(const Path& path) = 0;
+  // Bytes free on the file system of `path`, by the older question; absent when it can't be told.
+  virtual std::optional<std::int64_t> fileSystemFreeSize(const Path& path) = 0;
+};
+
+}  // namespace installer

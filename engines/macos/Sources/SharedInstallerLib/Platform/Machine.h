@@ -1,0 +1,56 @@
+// The machine that this process runs on: one reference per service of the seam.
+//
+// The executable installs its host's machine once, first thing in `main`, and it lives as long as the
+// process. A test installs a simulated one for its own length. `machine()` may be called from any thread
+// while a machine is installed.
+#pragma once
+
+#include <functional>
+
+#include "Platform/AdministratorScript.h"
+#include "Platform/Bundles.h"
+#include "Platform/Digest.h"
+#include "Platform/Dispatch.h"
+#include "Platform/FileSystem.h"
+#include "Platform/ProcessLauncher.h"
+#include "Platform/PropertyList.h"
+#include "Platform/RunningApplications.h"
+#include "Platform/Signals.h"
+#include "Platform/StandardStreams.h"
+#include "Platform/SystemInfo.h"
+#include "Platform/SystemPaths.h"
+#include "Platform/URLSession.h"
+#include "Platform/Workspace.h"
+
+namespace installer {
+
+struct Machine {
+  SystemPaths paths;
+  FileSystem& files;
+  StandardStreams& streams;
+  ProcessLauncher& processes;
+  URLSessions& sessions;
+  Dispatch& dispatch;
+  Bundles& bundles;
+  PropertyList& propertyList;
+  Workspace& workspace;
+  RunningApplications& runningApplications;
+  AdministratorScripts& administratorScripts;
+  SystemInfo& systemInfo;
+  Digest& digest;
+  Signals& signals;
+};
+
+// Asserts that one is installed.
+Machine& machine();
+
+// Makes `installed` the machine of the process; null takes it away. What `atMachineChange` holds runs first,
+// while the old machine is still there. No other thread may be using the seam meanwhile. The caller keeps
+// ownership.
+void installMachine(Machine* installed);
+
+// Runs `forget` once, before another machine is installed, the latest addition first. For values that belong
+// to one machine; a process that installs one machine for life never runs any.
+void atMachineChange(std::function<void()> forget);
+
+}  // namespace installer

@@ -1,0 +1,20 @@
+// Property lists, XML and binary. Any thread.
+#pragma once
+
+#include <string_view>
+
+#include "Platform/Error.h"
+#include "Platform/Json.h"
+
+namespace installer {
+
+class PropertyList {
+ public:
+  virtual ~PropertyList() = default;
+
+  // Dictionaries, arrays, strings, booleans, integers and reals as JSON; data as a JSON binary; dates as
+  // ISO 8601 text. Any malformed or over-deep input is `CocoaError::fileReadCorrupt`.
+  virtual Result<Json> parse(std::string_view bytes) = 0;
+};
+
+}  // namespace installer

@@ -1,0 +1,107 @@
+// HTTP over TLS: data tasks, resumable download tasks, and the question before each redirect.
+//
+// Threads: any thread may make, resume and cancel tasks. Every callback of one session, completions of data
+// tasks included, comes one at a time, in order, on a queue of the session's own; never from inside the call
+// that made, resumed or cancelled the task.
+// Ownership: a session keeps its delegate alive until it is invalidated and its last task has ended.
+// Errors are `ErrorDomain::url`, with the codes of `URLErrorCode`.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Platform/Dispatch.h"
+#include "Platform/Error.h"
+#include "Platform/Path.h"
+#include "Platform/URL.h"
+
+namespace installer {
+
+enum class CachePolicy {
+  protocolDefault,
+  reloadIgnoringLocalCacheData,
+  reloadIgnoringLocalAndRemoteCacheData
+};
+
+struct URLRequest {
+  URL url;
+  std::string method = "GET";
+  CachePolicy cachePolicy = CachePolicy::protocolDefault;
+  Duration timeoutInterval{60.0};  // of silence: restarts with each byte that arrives
+};
+
+struct HTTPURLResponse {
+  int statusCode = 0;
+  URL url;  // the final one, after redirects
+};
+
+class URLSessionTask {
+ public:
+  virtual ~URLSessionTask() = default;
+  virtual int taskIdentifier() const = 0;  // unique in its session, known before `resume`
+  virtual void resume() = 0;               // starts; a task that is never resumed does nothing
+  // Ends the task with `URLErrorCode::cancelled`, unless it has ended already. The callbacks that end a task
+  // come all the same, later.
+  virtual void cancel() = 0;
+  virtual std::optional<HTTPURLResponse> response() const = 0;  // absent until the status line has arrived
+};
+
+// Gives the request to follow, or nothing to refuse. Refusing alone ends the task with the redirect's own
+// answer (a 3xx) as if it were the result. Called at most once, from any thread.
+using RedirectDecision = std::function<void(std::optional<URLRequest>)>;
+
+class URLSessionDelegate {
+ public:
+  virtual ~URLSessionDelegate() = default;
+
+  // Asked before each redirect. The default follows.
+  virtual void willPerformHTTPRedirection(const std::shared_ptr<URLSessionTask>& task,
+                                          const HTTPURLResponse& redirect, const URLRequest& newRequest,
+                                          const RedirectDecision& decide);
+
+  // Download tasks only. `totalBytesWritten` counts bytes that a resumed transfer found already written.
+  // `totalBytesExpectedToWrite` is -1 when the server doesn't say.
+  virtual void didWriteData(const std::shared_ptr<URLSessionTask>& task, std::int64_t totalBytesWritten,
+                            std::int64_t totalBytesExpectedToWrite);
+  // Download tasks only: a complete body, whatever the status. The file is deleted when this returns.
+  virtual void didFinishDownloadingTo(const std::shared_ptr<URLSessionTask>& task, const Path& location);
+  // The last callback of a task without a completion; absent error after a success.
+  virtual void didCompleteWithError(const std::shared_ptr<URLSessionTask>& task,
+                                    const std::optional<Error>& error);
+};
+
+// Exactly one of the three shapes: error alone, response alone (empty body), response with data.
+using DataTaskCompletion = std::function<void(
+    std::optional<std::string> data, std::optional<HTTPURLResponse> response, std::optional<Error> error)>;
+
+class URLSession {
+ public:
+  virtual ~URLSession() = default;
+
+  // The completion runs exactly once after `resume`. The body is kept in memory.
+  virtual std::shared_ptr<URLSessionTask> dataTask(const URLRequest& request,
+                                                   DataTaskCompletion completion) = 0;
+
+  // Streams to a temporary file of the host's choosing.
+  virtual std::shared_ptr<URLSessionTask> downloadTask(const URL& url) = 0;
+  // Goes on from `Error::downloadResumeData`. A resource that changed meanwhile is fetched afresh, from its
+  // first byte; bytes of two versions are never joined. Garbage gives a task that fails at once.
+  virtual std::shared_ptr<URLSessionTask> downloadTaskWithResumeData(const std::string& resumeData) = 0;
+
+  // No new tasks from here on: a task made later fails with `URLErrorCode::cancelled` when resumed.
+  virtual void finishTasksAndInvalidate() = 0;  // running tasks go to their end
+  virtual void invalidateAndCancel() = 0;       // running tasks are cancelled
+};
+
+class URLSessions {
+ public:
+  virtual ~URLSessions() = default;
+  // The process's own session without a delegate; follows redirects.
+  virtual std::shared_ptr<URLSession> shared() = 0;
+  virtual std::shared_ptr<URLSession> make(std::shared_ptr<URLSessionDelegate> delegate) = 0;
+};
+
+}  // namespace installer
