@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# demo.sh BUILD_FOLDER DEMO_FOLDER [PART...]: plays the engine before one's eyes, on real disk images.
+# Parts: offline, and what lies beside this script as PART.sh. Without a part, all of them.
+set -euo pipefail
+
+build=$1
+demo=$2
+shift 2
+here=$(cd "$(dirname "$0")" && pwd)
+bin=$build/lab/bin
+export build demo here bin
+# shellcheck source=lab/demo/common.sh
+. "$here/common.sh"
+
+if [ $# = 0 ]; then set -- offline; fi
+for part in "$@"; do
+  [ -f "$here/$part.sh" ] || { echo "demo: there is no part '$part'" >&2; exit 1; }
+done
+for part in "$@"; do
+  rm -rf "${demo:?}/$part"
+  mkdir -p "$demo/$part"
+  # shellcheck source=/dev/null
+  . "$here/$part.sh"
+done

@@ -1,0 +1,44 @@
+# The offline road: four apps from disk images beside the installer. Sourced by demo.sh.
+part=$demo/offline
+root=$part/machine
+
+title "Making disk images of the four apps, versions 1.0 and 2.0, and an offline installer around each"
+for version in 1.0 2.0; do
+  "$bin/lab-fixture" offline-installer --engine "$build/engines/macos/engine-cli" --programs "$bin" \
+    --machine "$root" --version "$version" --output "$part/installer-$version"
+done
+tell "the images: $part/installer-1.0/Kelo-Desk-Installer.app/Contents/Resources/packages"
+ls -lh "$part/installer-1.0/Kelo-Desk-Installer.app/Contents/Resources/packages" | tail -n +2
+
+title "Installing version 1.0"
+play "$part/installer-1.0" run --action install --offline
+expect 0
+show_applications "$root"
+
+title "What the version 2.0 installer finds"
+play "$part/installer-2.0" hello
+expect 0
+
+title "Updating to version 2.0"
+play "$part/installer-2.0" run --action update --offline
+expect 0
+show_applications "$root"
+
+title "Once more: everything is current, nothing is copied"
+play "$part/installer-2.0" run --action install --offline
+expect 0
+
+title "Room on the disk"
+play "$part/installer-2.0" disk-free
+expect 0
+
+title "Removing all four"
+play "$part/installer-2.0" run --action uninstall
+expect 0
+show_applications "$root"
+
+title "Where everything lies"
+tell "installers   $part/installer-1.0, $part/installer-2.0"
+tell "the machine  $root  (Applications, Volumes, Library, tmp)"
+tell "the log      $root/Library/Logs/Kelo-Desk-Installer/webinstall.log"
+tell "try it:      $(engine_of "$part/installer-2.0") run --action install --apps brenna --offline"
