@@ -1,0 +1,40 @@
+// The only reader of metadata on the content delivery network. It downloads no packages.
+//
+// Any thread but the main one and a session's own: every fetch blocks its caller for at most `timeout`, and
+// one lookup makes at most two fetches. Several threads may fetch at once. Nothing here throws; every failure
+// is logged and sorted into one of three kinds.
+#pragma once
+
+#include <expected>
+#include <optional>
+#include <string_view>
+
+#include "Platform/Dispatch.h"
+#include "Utils/CDNFetchError.h"
+#include "Utils/CDNPackage.h"
+
+namespace installer {
+
+struct AppInfo;
+struct ReleaseNotes;
+
+namespace CDNSource {
+
+// The time limit that every caller gives.
+inline constexpr Duration kFetchTimeout{15.0};
+
+// The app's folder under one arch segment ("arm64", "x64" or "universal"). Absent when the configured base
+// isn't a URL.
+std::optional<URL> folderURL(const AppInfo& app, std::string_view archSegment);
+
+// Looks under the segment that the catalog declares and, only if the file isn't there, under the other one.
+// The failure is always that of the declared segment.
+std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, Duration timeout);
+
+// Newest first; entries that compare the same keep their order. Absent when there are none, when they can't
+// be had, and without any request when the build doesn't show release notes.
+std::optional<ReleaseNotes> fetchReleaseNotes(const AppInfo& app, Duration timeout);
+
+}  // namespace CDNSource
+
+}  // namespace installer
