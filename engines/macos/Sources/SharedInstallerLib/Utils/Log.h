@@ -3,10 +3,14 @@
 
 #include <source_location>
 #include <string>
+#include <string_view>
 
 namespace installer {
 
 enum class LogLevel { info, warn, error };
+
+// "INFO", "WARN" or "ERROR".
+std::string_view rawValue(LogLevel level);
 
 // One line of the log file. `location` is the caller's, given by the compiler.
 void log(const std::string& message, LogLevel level = LogLevel::info,

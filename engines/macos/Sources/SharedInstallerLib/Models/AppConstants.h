@@ -1,0 +1,42 @@
+// What is fixed when the engine is built.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "Platform/URL.h"
+
+namespace installer::AppConstants {
+
+inline constexpr bool telemetryEnabled = false;
+
+namespace Brand {
+inline constexpr std::string_view name = "Kelo";
+inline constexpr std::string_view installerName = "Kelo Desk Installer";
+inline constexpr std::string_view appNameWithoutExtension = "Kelo-Desk-Installer";
+}  // namespace Brand
+
+namespace API {
+inline constexpr std::string_view reportURLString;
+// Always absent: there is no address to report to.
+inline std::optional<URL> reportURL() {
+  return URL::parse(reportURLString);
+}
+}  // namespace API
+
+namespace Logging {
+inline constexpr std::uint64_t maxLogFileSizeBytes = 512000;
+inline constexpr std::string_view baseLogFileName = "webinstall.log";
+}  // namespace Logging
+
+namespace ExitCode {
+inline constexpr std::int32_t success = 0;
+inline constexpr std::int32_t partialSuccess = 1;
+inline constexpr std::int32_t fullFailure = 2;
+inline constexpr std::int32_t invalidArguments = 3;
+inline constexpr std::int32_t permissionDenied = 4;
+inline constexpr std::int32_t networkFailure = 5;
+}  // namespace ExitCode
+
+}  // namespace installer::AppConstants

@@ -1,0 +1,16 @@
+// A package that is about to be fetched.
+#pragma once
+
+#include <string>
+
+#include "Platform/URL.h"
+
+namespace installer {
+
+struct VersionInfo {
+  std::string version;  // empty when the metadata names none
+  URL downloadURL;
+  std::string checksum;  // always one that can be verified
+};
+
+}  // namespace installer

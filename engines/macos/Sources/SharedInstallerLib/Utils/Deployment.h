@@ -1,0 +1,27 @@
+// The hosts and addresses of this deployment: what a build without an `installer_config.json` falls back to.
+// The only place in the engine that names them.
+#pragma once
+
+#include <array>
+#include <string_view>
+
+namespace installer::Deployment {
+
+inline constexpr std::string_view downloadPageURL = "https://www.kelo.example/download/";
+inline constexpr std::string_view feedbackURL = "https://www.kelo.example/download/contact-us.html";
+
+inline constexpr std::string_view brennaWebURL = "https://kelo.example/brenna";
+inline constexpr std::string_view tolviWebURL = "https://kelo.example/tolvi";
+inline constexpr std::string_view ruloWebURL = "https://kelo.example/rulo";
+inline constexpr std::string_view galdivaneWebURL = "https://www.kelo.example/galdivane";
+
+// The publisher's main domain, its public CDN, the local data centre's public CDN, its static-content CDN.
+inline constexpr std::array<std::string_view, 4> trustedDownloadDomains{
+    "kelo.example", "cdn-kelo.example", "local-cdn-kelo.example", "static-kelo.example"};
+
+// A plain page that answers from anywhere; what is asked whether the outside world can be reached.
+inline constexpr std::string_view connectivityProbeURL = "https://www.kelo.example";
+
+inline constexpr std::string_view signingTeamId = "QX7M4R2V9D";
+
+}  // namespace installer::Deployment

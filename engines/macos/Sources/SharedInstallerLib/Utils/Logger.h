@@ -1,0 +1,62 @@
+// The log file: one per user, kept small by cutting away its older half. Any thread may log and returns at
+// once; a serial queue of the logger's own does all the writing. A failure of the log is printed on standard
+// output and never stops the engine.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "Platform/Dispatch.h"
+#include "Platform/Error.h"
+#include "Platform/FileSystem.h"
+#include "Platform/Path.h"
+#include "Utils/Log.h"
+
+namespace installer {
+
+class Logger : public std::enable_shared_from_this<Logger> {
+ public:
+  // The process's one. Made, with its directory and file, at first use.
+  static Logger& shared();
+
+  // One line: "[{timestamp}] [WARN] [{file}:{line} {function}] {message}", without a tag for `info`. The time
+  // is that of writing. Of `file` the last path component counts; `function` stands as it is given.
+  void log(std::string message, LogLevel level, std::string_view file, unsigned line,
+           std::string_view function);
+
+  // Waits, for at most 2 seconds, until all that was logged so far is written. Before each exit.
+  void flush();
+
+  // The same lines without their source location on standard error. Set before the work starts.
+  void setEchoToStandardError(bool echo) { echoToStandardError_ = echo; }
+
+  const Path& logDirectoryPath() const { return logDirectory_; }
+  const Path& currentLogFilePath() const { return currentLogFilePath_; }
+
+ private:
+  Logger();
+  static std::shared_ptr<Logger> make();
+
+  std::shared_ptr<SerialQueue> logQueue_;
+  std::unique_ptr<FileAppender> logFileHandle_;  // null when the file couldn't be opened
+  std::atomic<bool> echoToStandardError_{false};
+  Path logDirectory_;
+  Path currentLogFilePath_;
+
+  void setupLogFile();
+  void openLogFile();
+  void logHere(std::string message, std::source_location location = std::source_location::current());
+
+  // On `logQueue_` only.
+  void write(const std::string& message, LogLevel level, const std::string& where);
+  void rotateLogFileIfNeeded();
+  Result<> replaceByNewerHalf(const std::string& content);
+};
+
+// "installer::DMGInstaller::detach" from what the compiler calls a function: no return type, no arguments.
+// A lambda is named after the function that it stands in.
+std::string_view qualifiedFunctionName(std::string_view compilerName);
+
+}  // namespace installer

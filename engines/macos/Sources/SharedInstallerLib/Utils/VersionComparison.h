@@ -1,0 +1,14 @@
+// The one ordering of version strings. Stateless; never fails.
+#pragma once
+
+#include <string_view>
+
+namespace installer {
+
+enum class ComparisonResult { ascending = -1, same = 0, descending = 1 };
+
+// Ascending when `version` is the older one. Compares numbers between points, as far as both sides have
+// them: "1.2" and "1.2.1" are the same. What isn't a decimal 64-bit integer counts as 0.
+ComparisonResult compareVersion(std::string_view version, std::string_view to);
+
+}  // namespace installer
