@@ -23,8 +23,6 @@ bool isTrusted(const URL& url);
 
 // What the log says of a host: the host as it stands, or "unknown".
 std::string hostForLog(const URL& url);
-// The list as the log shows it: ["a", "b"].
-std::string describe(const std::vector<std::string>& domains);
 // A sentence for the log.
 std::string refusalReason(const URL& url);
 

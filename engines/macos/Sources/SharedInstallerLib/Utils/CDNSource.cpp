@@ -1,0 +1,108 @@
+#include "Utils/CDNSource.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+#include "Models/AppInfo.h"
+#include "Models/ReleaseNotes.h"
+#include "Utils/CDNLayout.h"
+#include "Utils/CDNSource+Fetch.h"
+#include "Utils/InstallerConfig.h"
+#include "Utils/Log.h"
+#include "Utils/SystemUtils.h"
+#include "Utils/VersionComparison.h"
+
+namespace installer::CDNSource {
+
+namespace {
+
+std::string machineSegment() {
+  return SystemUtils::isArm64Architecture() ? "arm64" : "x64";
+}
+
+std::string declaredSegment(const AppInfo& app) {
+  return app.cdnArch == CDNArchScope::universal ? "universal" : machineSegment();
+}
+
+std::string otherSegment(const AppInfo& app) {
+  return app.cdnArch == CDNArchScope::universal ? machineSegment() : "universal";
+}
+
+std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, std::string_view archSegment,
+                                                      Duration timeout) {
+  const auto folder = folderURL(app, archSegment);
+  if (!folder) return std::unexpected(CDNFetchError::transient);
+  const auto url = folder->appendingPathComponent(CDNLayout::metadataFileName);
+  log(fmt::format("CDNSource: meta URL for {}: {}", app.displayName, url.absoluteString()));
+
+  const auto body = fetchJSON(url, timeout, app.displayName);
+  if (!body) return std::unexpected(body.error());
+  auto meta = PackageMeta::decode(*body);
+  if (!meta) {
+    log(fmt::format("CDNSource: unparseable meta.json for {} at {}", app.displayName, url.absoluteString()));
+    return std::unexpected(CDNFetchError::transient);
+  }
+  return CDNPackage{*folder, std::move(*meta)};
+}
+
+// Position in the file is the tie-break, and it matters: "1.2" and "1.2.1" compare as the same.
+void sortNewestFirst(std::vector<ReleaseNotes::Entry>& releases) {
+  std::ranges::stable_sort(releases, [](const auto& a, const auto& b) {
+    return compareVersion(a.version, b.version) == ComparisonResult::descending;
+  });
+}
+
+}  // namespace
+
+std::optional<URL> folderURL(const AppInfo& app, std::string_view archSegment) {
+  const auto& baseText = InstallerConfig::cdnBaseURL();
+  auto url = URL::parse(baseText);
+  if (!url) {
+    logError(
+        fmt::format("CDNSource: cdn.domains['{}'] is not a valid URL: '{}' — check installer_config.json",
+                    rawValue(InstallerConfig::cdnDataCenter()), baseText));
+    return std::nullopt;
+  }
+  const CDNLayout layout{.distributionRoot = InstallerConfig::cdnDistributionRoot(),
+                         .appsRoot = InstallerConfig::cdnAppsRoot(),
+                         .flavour = InstallerConfig::flavour(),
+                         .service = app.cdnService(),
+                         .arch = std::string{archSegment},
+                         .format = app.cdnFormat,
+                         .release = InstallerConfig::cdnRelease()};
+  for (const auto& component : layout.folderComponents()) url = url->appendingPathComponent(component);
+  return url;
+}
+
+std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, Duration timeout) {
+  const auto declared = declaredSegment(app);
+  auto first = fetchPackage(app, declared, timeout);
+  if (first || first.error() != CDNFetchError::notFound) return first;
+
+  const auto other = otherSegment(app);
+  if (other == declared) return first;
+  auto second = fetchPackage(app, other, timeout);
+  if (!second) return first;
+  logWarn(fmt::format(
+      "CDNSource: {} was NOT under the declared '{}' arch segment but IS under '{}'. The build's pullset "
+      "properties and this app's cdnArch disagree — fix cdnArch in AppInfo and protocol/catalog.json to "
+      "'{}'.",
+      app.displayName, declared, other, other));
+  return second;
+}
+
+std::optional<ReleaseNotes> fetchReleaseNotes(const AppInfo& app, Duration timeout) {
+  if (!InstallerConfig::releaseNotesEnabled()) return std::nullopt;
+  // No look under the other segment: a missing file only means that there are no notes.
+  const auto folder = folderURL(app, declaredSegment(app));
+  if (!folder) return std::nullopt;
+  const auto url = folder->appendingPathComponent(CDNLayout::releaseNotesFileName);
+  const auto body = fetchJSON(url, timeout, app.displayName);
+  if (!body) return std::nullopt;
+  auto notes = ReleaseNotes::decode(*body);
+  if (!notes) return std::nullopt;
+  sortNewestFirst(notes->releases);
+  return notes;
+}
+
+}  // namespace installer::CDNSource
