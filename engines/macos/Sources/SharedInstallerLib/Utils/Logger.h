@@ -4,7 +4,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
+#include <source_location>
 #include <string>
 #include <string_view>
 
@@ -52,7 +54,9 @@ class Logger : public std::enable_shared_from_this<Logger> {
   // On `logQueue_` only.
   void write(const std::string& message, LogLevel level, const std::string& where);
   void rotateLogFileIfNeeded();
-  Result<> replaceByNewerHalf(const std::string& content);
+  void reportRotation(std::int64_t sizeBefore,
+                      std::source_location location = std::source_location::current());
+  Result<> replaceByNewerHalf(const Path& temporary, std::string_view content);
 };
 
 // "installer::DMGInstaller::detach" from what the compiler calls a function: no return type, no arguments.

@@ -1,0 +1,167 @@
+#include "Utils/InstallerLifecycle.h"
+
+#include <charconv>
+#include <fmt/format.h>
+#include <mutex>
+#include <string>
+
+#include "Models/Text.h"
+#include "Platform/Machine.h"
+#include "Platform/ProcessWide.h"
+#include "Utils/BundledPackages.h"
+#include "Utils/InstallerConfig.h"
+#include "Utils/Log.h"
+
+namespace installer {
+
+namespace {
+
+constexpr Duration probeLimit{8.0};
+
+// The lock is never held across the probe. Of two probes at once the later result stands.
+struct SourceVerdict {
+  std::mutex verdictLock;
+  bool reached = false;
+  std::optional<InstallerRetirement> retirement;  // absent with `reached`: not retired, for good
+};
+
+SourceVerdict& sourceVerdict() {
+  static ProcessWide<SourceVerdict> instance{[] { return std::make_unique<SourceVerdict>(); }};
+  return instance.get();
+}
+
+std::optional<int> digits(std::string_view text) {
+  int value = 0;
+  if (!text.empty() && text.front() == '-') return std::nullopt;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+// "yyyy-MM-dd", to the letter, of a day that the calendar has.
+std::optional<std::chrono::sys_days> parseDate(std::string_view text) {
+  if (text.size() != 10 || text[4] != '-' || text[7] != '-') return std::nullopt;
+  const auto year = digits(text.substr(0, 4));
+  const auto month = digits(text.substr(5, 2));
+  const auto day = digits(text.substr(8, 2));
+  if (!year || !month || !day) return std::nullopt;
+  const std::chrono::year_month_day date{std::chrono::year{*year},
+                                         std::chrono::month{static_cast<unsigned>(*month)},
+                                         std::chrono::day{static_cast<unsigned>(*day)}};
+  if (!date.ok()) return std::nullopt;
+  return std::chrono::sys_days{date};
+}
+
+struct ProbeAnswer {
+  bool isHTTP = false;
+  std::optional<Error> error;
+};
+
+// Any answer at all proves that the outside world can be reached, a 404 or 500 included.
+bool reachable(const URL& url) {
+  const URLRequest request{url, "HEAD", CachePolicy::reloadIgnoringLocalCacheData, probeLimit};
+  const auto answered = machine().dispatch.makeSemaphore(0);
+  const auto answer = std::make_shared<ProbeAnswer>();  // outlives the wait: a late completion still writes
+  const auto task = machine().sessions.shared()->dataTask(
+      request,
+      [answered, answer](const std::optional<std::string>& /*data*/,
+                         const std::optional<HTTPURLResponse>& response, const std::optional<Error>& error) {
+        answer->isHTTP = response.has_value();
+        answer->error = error;
+        answered->signal();
+      });
+  task->resume();
+  if (!answered->waitFor(probeLimit)) {
+    task->cancel();
+    logWarn(fmt::format("InstallerLifecycle: control probe of {} timed out", url.absoluteString()));
+    return false;
+  }
+  if (answer->error) {
+    logWarn(fmt::format("InstallerLifecycle: control probe of {} failed: {}", url.absoluteString(),
+                        answer->error->localizedDescription));
+    return false;
+  }
+  return answer->isHTTP;
+}
+
+// The page is a fixed, trusted, public address on another service than the CDN: this is why it can tell a
+// vanished CDN tree from a machine without a connection.
+std::optional<InstallerRetirement> probeSourceRetired() {
+  const auto& page = InstallerConfig::downloadPageURL();
+  const auto url = URL::parse(page);
+  if (!url) {
+    logWarn(
+        fmt::format("InstallerLifecycle: downloadPageUrl '{}' is not a valid URL — cannot confirm whether "
+                    "the CDN is retired, so treating this as a network problem",
+                    page));
+    return std::nullopt;
+  }
+  if (lowercased(url->scheme().value_or("")) != "https") {
+    logWarn(
+        fmt::format("InstallerLifecycle: downloadPageUrl '{}' is not https — refusing to probe it, so this "
+                    "cannot be confirmed as a retired CDN. Fix the key in installer_config.json",
+                    page));
+    return std::nullopt;
+  }
+  const auto host = url->host().value_or(page);
+  if (!reachable(*url)) {
+    logWarn(
+        fmt::format("InstallerLifecycle: a package lookup returned 'not found', but {} is also unreachable "
+                    "— this is the machine's connection, not a retired CDN",
+                    host));
+    return std::nullopt;
+  }
+  logError(
+      fmt::format("InstallerLifecycle: a package lookup returned 'not found' while {} is reachable — the "
+                  "CDN tree this installer was built against is gone",
+                  host));
+  return InstallerRetirement{RetirementReason::sourceUnavailable, page, std::nullopt};
+}
+
+}  // namespace
+
+bool InstallerLifecycle::isOfflineBuild() {
+  static ProcessWide<bool> instance{
+      [] { return std::make_unique<bool>(BundledPackages::bundledPackagesAvailable()); }};
+  return instance.get();
+}
+
+std::optional<InstallerRetirement> InstallerLifecycle::expiry() {
+  const auto date = InstallerConfig::expiresOn(isOfflineBuild());
+  if (!date) return std::nullopt;
+  const auto lastGoodDay = parseDate(*date);
+  if (!lastGoodDay) {
+    logWarn(fmt::format("InstallerLifecycle: expiresOn '{}' is not yyyy-MM-dd — ignoring it", *date));
+    return std::nullopt;
+  }
+  // In whole days: the clock's own unit can't hold the far dates that stand for "never".
+  if (std::chrono::floor<std::chrono::days>(machine().dispatch.now()) <= *lastGoodDay) return std::nullopt;
+  log(fmt::format("InstallerLifecycle: this installer expired on {}", *date));
+  return InstallerRetirement{RetirementReason::expired, InstallerConfig::downloadPageURL(), date};
+}
+
+std::optional<InstallerRetirement> InstallerLifecycle::confirmSourceRetired() {
+  auto& verdict = sourceVerdict();
+  {
+    const std::lock_guard lock{verdict.verdictLock};
+    if (verdict.reached) return verdict.retirement;
+  }
+  auto result = probeSourceRetired();
+  const std::lock_guard lock{verdict.verdictLock};
+  verdict.reached = true;
+  verdict.retirement = result;
+  return result;
+}
+
+std::optional<InstallerRetirement> InstallerLifecycle::reachedSourceVerdict() {
+  auto& verdict = sourceVerdict();
+  const std::lock_guard lock{verdict.verdictLock};
+  return verdict.retirement;
+}
+
+std::optional<InstallerRetirement> InstallerLifecycle::currentRetirement() {
+  if (auto expired = expiry()) return expired;
+  return reachedSourceVerdict();
+}
+
+}  // namespace installer

@@ -1,0 +1,214 @@
+#include "Utils/Logger.h"
+
+#include <fmt/format.h>
+#include <utility>
+
+#include "Models/AppConstants.h"
+#include "Platform/Machine.h"
+#include "Platform/ProcessWide.h"
+#include "Utils/ByteCountFormatter.h"
+#include "Utils/LocalTime.h"
+#include "Utils/SystemUtils.h"
+
+namespace installer {
+
+namespace {
+
+constexpr Duration flushLimit{2.0};
+constexpr auto maximumSize = static_cast<std::int64_t>(AppConstants::Logging::maxLogFileSizeBytes);
+
+// Not the log: the log is what failed.
+void print(const std::string& line) {
+  machine().streams.writeOutput(line + "\n");
+}
+
+std::string whereText(std::string_view file, unsigned line, std::string_view function) {
+  return fmt::format("{}:{} {}", lastPathComponent(file), line, function);
+}
+
+std::string_view levelTag(LogLevel level) {
+  switch (level) {
+    case LogLevel::info: return "";
+    case LogLevel::warn: return "[WARN] ";
+    case LogLevel::error: return "[ERROR] ";
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string_view rawValue(LogLevel level) {
+  switch (level) {
+    case LogLevel::info: return "INFO";
+    case LogLevel::warn: return "WARN";
+    case LogLevel::error: return "ERROR";
+  }
+  return {};
+}
+
+void log(const std::string& message, LogLevel level, std::source_location location) {
+  Logger::shared().log(message, level, location.file_name(), location.line(),
+                       qualifiedFunctionName(location.function_name()));
+}
+
+void logWarn(const std::string& message, std::source_location location) {
+  log(message, LogLevel::warn, location);
+}
+
+void logError(const std::string& message, std::source_location location) {
+  log(message, LogLevel::error, location);
+}
+
+Logger& Logger::shared() {
+  static ProcessWide<std::shared_ptr<Logger>> instance{
+      [] { return std::make_unique<std::shared_ptr<Logger>>(make()); }};
+  return *instance.get();
+}
+
+std::shared_ptr<Logger> Logger::make() {
+  const std::shared_ptr<Logger> logger{new Logger};
+  logger->setupLogFile();
+  return logger;
+}
+
+Logger::Logger()
+    : logQueue_{machine().dispatch.makeSerialQueue("com.kelo.logger", QualityOfService::utility)},
+      logDirectory_{
+          joined(joined(machine().paths.home, "Library/Logs"), AppConstants::Brand::appNameWithoutExtension)},
+      currentLogFilePath_{joined(logDirectory_, AppConstants::Logging::baseLogFileName)} {
+}
+
+void Logger::setupLogFile() {
+  auto& files = machine().files;
+  if (!files.directoryExists(logDirectory_)) {
+    const auto created = files.createDirectory(logDirectory_, FileSystem::Intermediates::create);
+    if (!created) {
+      print("Error creating log directory: " + created.error().localizedDescription);
+      return;
+    }
+    print("Created log directory: " + logDirectory_);
+  }
+  // A file that couldn't be made is reported by the opening that follows.
+  if (!files.fileExists(currentLogFilePath_)) static_cast<void>(files.writeFile(currentLogFilePath_, {}));
+  openLogFile();
+
+  logHere("Logging initialized for Kelo WebInstaller");
+  logHere("System: " + machine().systemInfo.operatingSystemVersionString());
+  logHere(SystemUtils::isArm64Architecture() ? "Architecture: ARM64" : "Architecture: x86_64");
+}
+
+void Logger::openLogFile() {
+  logFileHandle_.reset();
+  auto opened = machine().files.openForAppending(currentLogFilePath_);
+  if (!opened) {
+    print("Error opening log file: " + opened.error().localizedDescription);
+    return;
+  }
+  logFileHandle_ = *std::move(opened);
+}
+
+void Logger::logHere(std::string message, std::source_location location) {
+  log(std::move(message), LogLevel::info, location.file_name(), location.line(),
+      qualifiedFunctionName(location.function_name()));
+}
+
+void Logger::log(std::string message, LogLevel level, std::string_view file, unsigned line,
+                 std::string_view function) {
+  logQueue_->async([self = weak_from_this(), message = std::move(message), level,
+                    where = whereText(file, line, function)] {
+    const auto logger = self.lock();
+    if (!logger) return;
+    logger->rotateLogFileIfNeeded();
+    logger->write(message, level, where);
+  });
+}
+
+void Logger::write(const std::string& message, LogLevel level, const std::string& where) {
+  const auto timestamp = LocalTime::timestamp(machine().dispatch.now());
+  if (echoToStandardError_) {
+    machine().streams.writeError(fmt::format("[{}] {}{}\n", timestamp, levelTag(level), message));
+  }
+  if (!logFileHandle_) return;
+  const auto written =
+      logFileHandle_->write(fmt::format("[{}] {}[{}] {}\n", timestamp, levelTag(level), where, message));
+  if (written) return;
+  print("Error writing to log file: " + written.error().localizedDescription);
+  openLogFile();
+}
+
+void Logger::rotateLogFileIfNeeded() {
+  auto& files = machine().files;
+  const auto attributes = files.attributes(currentLogFilePath_);
+  if (!attributes || attributes->size <= maximumSize) return;
+
+  logFileHandle_.reset();
+  const auto temporary =
+      joined(logDirectory_, fmt::format("temp_{}", AppConstants::Logging::baseLogFileName));
+  // A temporary file that couldn't be made is reported by the writing that follows.
+  static_cast<void>(files.writeFile(temporary, {}));
+  if (const auto content = files.readFile(currentLogFilePath_)) {
+    if (const auto replaced = replaceByNewerHalf(temporary, *content); !replaced) {
+      print("Error rotating log file: " + replaced.error().localizedDescription);
+      // Drops what the log held; if this fails too, the opening reports it.
+      static_cast<void>(files.writeFile(currentLogFilePath_, {}));
+    }
+  }
+  openLogFile();
+  reportRotation(attributes->size);
+}
+
+void Logger::reportRotation(std::int64_t sizeBefore, std::source_location location) {
+  // Unlike other entries this one never rotates: a log that can't be cut would otherwise report that for
+  // ever.
+  logQueue_->async([self = weak_from_this(), sizeBefore, location] {
+    const auto logger = self.lock();
+    if (!logger) return;
+    const auto size = ByteCountFormatter::string(sizeBefore, ByteCountFormatter::CountStyle::file);
+    logger->write(
+        fmt::format("Log file rotated due to size threshold ({})", size), LogLevel::info,
+        whereText(location.file_name(), location.line(), qualifiedFunctionName(location.function_name())));
+  });
+}
+
+Result<> Logger::replaceByNewerHalf(const Path& temporary, std::string_view content) {
+  constexpr std::size_t kept = maximumSize / 2;
+  if (content.size() > kept) content.remove_prefix(content.size() - kept);
+
+  auto& files = machine().files;
+  if (auto written = files.writeFile(temporary, content); !written) return written;
+  if (auto removed = files.removeItem(currentLogFilePath_); !removed) return removed;
+  return files.moveItem(temporary, currentLogFilePath_);
+}
+
+void Logger::flush() {
+  const auto written = machine().dispatch.makeSemaphore(0);
+  logQueue_->async([written] { written->signal(); });
+  // Whoever exits goes on either way.
+  static_cast<void>(written->waitFor(flushLimit));
+}
+
+std::string_view qualifiedFunctionName(std::string_view compilerName) {
+  // The arguments begin at the first parenthesis that isn't part of a name or of a template's arguments.
+  static constexpr std::string_view anonymous = "(anonymous";
+  std::size_t nameStart = 0;
+  std::size_t end = compilerName.size();
+  int depth = 0;
+  for (std::size_t i = 0; i < compilerName.size(); ++i) {
+    const char c = compilerName[i];
+    if (c == '<') ++depth;
+    if (c == '>') --depth;
+    if (depth > 0) continue;
+    if (compilerName.substr(i).starts_with(anonymous)) {
+      i += compilerName.substr(i).find(')');
+      continue;
+    }
+    if (c == ' ' || c == '*' || c == '&') nameStart = i + 1;
+    if (c == '(') {
+      end = i;
+      break;
+    }
+  }
+  return compilerName.substr(nameStart, end - nameStart);
+}
+
+}  // namespace installer

@@ -1,0 +1,71 @@
+#include "Utils/SystemUtils.h"
+
+#include <algorithm>
+#include <array>
+#include <fmt/format.h>
+#include <memory>
+
+#include "Models/Text.h"
+#include "Platform/Machine.h"
+#include "Platform/ProcessWide.h"
+#include "Utils/Deployment.h"
+#include "Utils/Log.h"
+
+namespace installer {
+
+namespace {
+
+constexpr std::array connectionErrors{URLErrorCode::timedOut,
+                                      URLErrorCode::cannotConnectToHost,
+                                      URLErrorCode::networkConnectionLost,
+                                      URLErrorCode::notConnectedToInternet,
+                                      URLErrorCode::internationalRoamingOff,
+                                      URLErrorCode::callIsActive,
+                                      URLErrorCode::dataNotAllowed};
+
+// Beyond the request's own timeout, so that this one fires first.
+constexpr Duration graceBeyondRequest{1.0};
+
+ProcessWide<URL> connectivityProbeURL{
+    [] { return std::make_unique<URL>(URL::parse(Deployment::connectivityProbeURL).value()); }};
+
+bool countsAsReachable(const std::optional<HTTPURLResponse>& response, const std::optional<Error>& error) {
+  return !error || (response && response->statusCode < 500);
+}
+
+}  // namespace
+
+bool SystemUtils::isArm64Architecture() {
+  return machine().systemInfo.machineField().find("arm64") != std::string::npos;
+}
+
+bool SystemUtils::isInternetReachable(Duration timeout) {
+  const URLRequest request{connectivityProbeURL.get(), "HEAD",
+                           CachePolicy::reloadIgnoringLocalAndRemoteCacheData, timeout};
+  const auto answered = machine().dispatch.makeSemaphore(0);
+  const auto reachable = std::make_shared<bool>(false);  // outlives the wait: a late completion still writes
+  const auto task = machine().sessions.shared()->dataTask(
+      request, [answered, reachable](const std::optional<std::string>& /*data*/,
+                                     const std::optional<HTTPURLResponse>& response,
+                                     const std::optional<Error>& error) {
+        *reachable = countsAsReachable(response, error);
+        answered->signal();
+      });
+  task->resume();
+  if (!answered->waitFor(timeout + graceBeyondRequest)) {
+    task->cancel();
+    logWarn(fmt::format("SystemUtils: connectivity probe timed out after {}s", doubleText(timeout.count())));
+    return false;
+  }
+  return *reachable;
+}
+
+bool SystemUtils::isNetworkConnectionError(const Error& error) {
+  if (error.domain != ErrorDomain::url) return false;
+  if (std::ranges::find(connectionErrors, error.code) == connectionErrors.end()) return false;
+  logWarn(fmt::format("Network error detected: {} code {}: {}", error.domain, error.code,
+                      error.localizedDescription));
+  return true;
+}
+
+}  // namespace installer

@@ -1,0 +1,50 @@
+#include "Utils/VersionComparison.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+
+namespace installer {
+
+namespace {
+
+// One optional sign and decimal digits that fit in 64 bits; anything else is 0.
+std::int64_t componentValue(std::string_view text) {
+  if (text.starts_with('+')) {
+    text.remove_prefix(1);
+    if (text.starts_with('-')) return 0;
+  }
+  std::int64_t value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc{} || stop != end) return 0;
+  return value;
+}
+
+// Takes the part before the first point off `rest`. False when that part was the last one.
+bool takeComponent(std::string_view& rest, std::string_view& component) {
+  const auto point = rest.find('.');
+  component = rest.substr(0, point);
+  if (point == std::string_view::npos) return false;
+  rest.remove_prefix(point + 1);
+  return true;
+}
+
+}  // namespace
+
+ComparisonResult compareVersion(std::string_view version, std::string_view to) {
+  for (bool bothHaveMore = true; bothHaveMore;) {
+    std::string_view left;
+    std::string_view right;
+    const bool leftHasMore = takeComponent(version, left);
+    const bool rightHasMore = takeComponent(to, right);
+    const auto leftValue = componentValue(left);
+    const auto rightValue = componentValue(right);
+    if (leftValue < rightValue) return ComparisonResult::ascending;
+    if (leftValue > rightValue) return ComparisonResult::descending;
+    bothHaveMore = leftHasMore && rightHasMore;
+  }
+  return ComparisonResult::same;
+}
+
+}  // namespace installer
