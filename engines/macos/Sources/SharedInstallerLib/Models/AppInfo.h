@@ -31,6 +31,9 @@ struct AppInfo {
   // The app's segment of CDN paths.
   std::string cdnService() const { return std::string{rawValue(id)}; }
 
+  // The primary identifier, then all others: everything that counts as this app when it runs.
+  std::vector<std::string> knownBundleIdentifiers() const;
+
   // `tempFileName` in the machine's temporary directory.
   Path tempFilePath() const;
 

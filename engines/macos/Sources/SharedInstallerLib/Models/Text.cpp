@@ -5,6 +5,28 @@
 
 namespace installer {
 
+namespace {
+
+bool isContinuation(char c) {
+  return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
+}
+
+// Bytes of the well-formed sequence at the start of `bytes`; 0 when there is none.
+std::size_t sequenceLength(std::string_view bytes) {
+  const auto at = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
+  const auto lead = at(0);
+  if (lead < 0x80U) return 1;
+  const std::size_t length = lead >= 0xF0U ? 4 : lead >= 0xE0U ? 3 : 2;
+  if (lead < 0xC2U || lead > 0xF4U || bytes.size() < length) return 0;
+  if (!std::ranges::all_of(bytes.substr(1, length - 1), isContinuation)) return 0;
+  const bool isOverlong = (lead == 0xE0U && at(1) < 0xA0U) || (lead == 0xF0U && at(1) < 0x90U);
+  const bool isSurrogate = lead == 0xEDU && at(1) > 0x9FU;
+  const bool isBeyondUnicode = lead == 0xF4U && at(1) > 0x8FU;
+  return isOverlong || isSurrogate || isBeyondUnicode ? 0 : length;
+}
+
+}  // namespace
+
 std::string lowercased(std::string_view text) {
   std::string lower{text};
   for (char& c : lower) {
@@ -18,6 +40,28 @@ std::string trimmed(std::string_view text) {
   const auto first = text.find_first_not_of(blanks);
   if (first == std::string_view::npos) return {};
   return std::string{text.substr(first, text.find_last_not_of(blanks) - first + 1)};
+}
+
+bool isUTF8(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const auto length = sequenceLength(bytes);
+    if (length == 0) return false;
+    bytes.remove_prefix(length);
+  }
+  return true;
+}
+
+std::size_t characterCount(std::string_view text) {
+  return text.size() - static_cast<std::size_t>(std::ranges::count_if(text, isContinuation));
+}
+
+std::string_view firstCharacters(std::string_view text, std::size_t count) {
+  std::size_t end = 0;
+  while (end < text.size() && (count > 0 || isContinuation(text[end]))) {
+    if (!isContinuation(text[end])) --count;
+    ++end;
+  }
+  return text.substr(0, end);
 }
 
 std::string listText(const std::vector<std::string>& items) {

@@ -1,6 +1,7 @@
 // Small operations on text that several rooms need.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +13,13 @@ std::string lowercased(std::string_view text);
 
 // Without blanks, tabs and line breaks at both ends.
 std::string trimmed(std::string_view text);
+
+// Well-formed UTF-8 throughout, empty text included.
+bool isUTF8(std::string_view bytes);
+
+// Counts and cuts by code point, so that no character is split.
+std::size_t characterCount(std::string_view text);
+std::string_view firstCharacters(std::string_view text, std::size_t count);
 
 // As a list stands in log lines: ["a", "b"], and [] when empty.
 std::string listText(const std::vector<std::string>& items);
