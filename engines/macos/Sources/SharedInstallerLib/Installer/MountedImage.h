@@ -1,0 +1,35 @@
+// A disk image that is attached for as long as this object lives.
+#pragma once
+
+#include <expected>
+#include <string>
+
+#include "Models/AppInfo.h"
+#include "Platform/Path.h"
+
+namespace installer {
+
+class MountedImage {
+ public:
+  // Attaches `dmgPath` read-only. Blocks as long as that takes, with one attempt and no time limit.
+  // The error is the text for the person; then nothing stays attached as far as can be known.
+  static std::expected<MountedImage, std::string> attach(const Path& dmgPath, const AppInfo& app);
+
+  // Detaches, unless that has happened.
+  ~MountedImage() { detach(); }
+  MountedImage(MountedImage&& other) noexcept;
+  MountedImage& operator=(MountedImage&&) = delete;
+
+  const Path& mountPoint() const { return mountPoint_; }
+
+  // Does nothing the second time.
+  void detach();
+
+ private:
+  explicit MountedImage(Path mountPoint) : mountPoint_{std::move(mountPoint)} {}
+
+  Path mountPoint_;
+  bool isAttached_ = true;
+};
+
+}  // namespace installer
