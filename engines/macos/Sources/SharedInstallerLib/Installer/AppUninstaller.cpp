@@ -1,0 +1,118 @@
+#include "Installer/AppUninstaller.h"
+
+#include <fmt/format.h>
+
+#include "Installer/FilePermissionErrors.h"
+#include "Platform/Machine.h"
+#include "Utils/ExistingAppDetector.h"
+#include "Utils/Log.h"
+
+namespace installer {
+
+UninstallResult AppUninstaller::uninstall(const AppInfo& app, bool allowAdminEscalation) {
+  log(fmt::format("AppUninstaller: Starting uninstall for {}", app.displayName));
+  const auto existing = ExistingAppDetector::detect(app);
+  if (!existing.primaryInstallation.isInstalled() || !existing.primaryPath) {
+    if (auto result = removeHusk(app, allowAdminEscalation)) return *std::move(result);
+    log(fmt::format("AppUninstaller: {} is not installed — nothing to remove", app.displayName));
+    return UninstallResult::makeSuccess(app, true);
+  }
+  const Path& path = *existing.primaryPath;
+  if (existing.primaryInstallation.isAppStore()) {
+    log(fmt::format("AppUninstaller: Skipping {} — MAS install at {}", app.displayName, path));
+    return UninstallResult::makeSkipped(
+        app, fmt::format("{} was installed via the Mac App Store at {}. Remove it from Launchpad instead.",
+                         app.displayName, path));
+  }
+  terminateRunningApp(app.knownBundleIdentifiers());
+  return removeBundle(app, path, allowAdminEscalation);
+}
+
+std::vector<UninstallResult> AppUninstaller::uninstallAll(const std::vector<AppInfo>& apps,
+                                                          bool allowAdminEscalation) {
+  std::vector<UninstallResult> results;
+  for (const AppInfo& app : apps) results.push_back(uninstall(app, allowAdminEscalation));
+  return results;
+}
+
+UninstallResult AppUninstaller::removeBundle(const AppInfo& app, const Path& path,
+                                             bool allowAdminEscalation) {
+  const auto staged = claimStagingPath(path);
+  if (!staged) {
+    return UninstallResult::failure(
+        app, fmt::format("Cannot remove {}: no free staging location next to {}.", app.displayName, path));
+  }
+  const Removal removal{app, path, *staged, allowAdminEscalation};
+  FileSystem& files = machine().files;
+
+  if (const auto moved = files.moveItem(path, *staged); !moved) return stagingFailed(removal, moved.error());
+  if (const auto obstacle = firstUnwritableDirectory(*staged)) {
+    logWarn(
+        fmt::format("AppUninstaller: {} is not writable — an unprivileged delete of {} would stop partway, "
+                    "so escalating instead",
+                    *obstacle, app.displayName));
+    return giveUpUntouched(removal);
+  }
+  if (const auto deleted = files.removeItem(*staged); !deleted) {
+    return deletionFailed(removal, deleted.error());
+  }
+  log(fmt::format("AppUninstaller: Successfully removed {} from {}", app.displayName, path));
+  forgetBundle(path, *staged);
+  return UninstallResult::makeSuccess(app, false);
+}
+
+// Nothing has changed on disk yet.
+UninstallResult AppUninstaller::stagingFailed(const Removal& removal, const Error& error) {
+  const AppInfo& app = removal.app;
+  logError(fmt::format("AppUninstaller: could not stage {} out of {}: {}", app.displayName, removal.path,
+                       error.localizedDescription));
+  if (!isPermissionError(error)) {
+    return UninstallResult::failure(
+        app, fmt::format("Failed to remove {}: {}", app.displayName, error.localizedDescription));
+  }
+  if (removal.allowAdminEscalation) return escalatedRemoval(app, removal.path, std::nullopt);
+  return permissionDeniedResult(app);
+}
+
+// The staged bundle is still complete.
+UninstallResult AppUninstaller::giveUpUntouched(const Removal& removal) {
+  if (removal.allowAdminEscalation) return escalatedRemoval(removal.app, removal.staged, removal.path);
+  if (!restore(removal.staged, removal.path, removal.app)) {
+    return partialRemovalResult(removal.app, removal.staged);
+  }
+  return permissionDeniedResult(removal.app);
+}
+
+// Part of the staged bundle may be gone. As administrator the rest goes too, whatever stopped the deletion.
+UninstallResult AppUninstaller::deletionFailed(const Removal& removal, const Error& error) {
+  const AppInfo& app = removal.app;
+  logError(fmt::format("AppUninstaller: removing the staged {} failed: {}", app.displayName,
+                       error.localizedDescription));
+  if (removal.allowAdminEscalation) return escalatedRemoval(app, removal.staged, removal.path);
+  if (!restore(removal.staged, removal.path, app)) return partialRemovalResult(app, removal.staged);
+  if (isPermissionError(error)) return permissionDeniedResult(app);
+  return UninstallResult::failure(
+      app, fmt::format("Failed to remove {}: {}", app.displayName, error.localizedDescription));
+}
+
+UninstallResult AppUninstaller::partialRemovalResult(const AppInfo& app, const Path& remains) {
+  auto message = fmt::format(
+      "{} was removed from /Applications, but some of its files could not be deleted and remain at {}.",
+      app.displayName, remains);
+  log(fmt::format("AppUninstaller: {}", message));
+  return UninstallResult::failure(app, std::move(message));
+}
+
+UninstallResult AppUninstaller::permissionDeniedResult(const AppInfo& app) {
+  auto message = fmt::format(
+      "Cannot remove {}: permission denied. On macOS 13+, grant App Management permission in System Settings "
+      "→ "
+      "Privacy & Security → App Management.",
+      app.displayName);
+  log(fmt::format("AppUninstaller: {}", message));
+  auto result = UninstallResult::failure(app, std::move(message));
+  result.permissionDenied = true;
+  return result;
+}
+
+}  // namespace installer
