@@ -1,0 +1,78 @@
+// What happens to one acquired package: verified, installed, and removed afterwards if it was a download.
+#include <fmt/format.h>
+
+#include "Installer/DMGInstaller.h"
+#include "Installer/InstallOrchestrator.h"
+#include "Platform/Machine.h"
+#include "Utils/ChecksumVerifier.h"
+#include "Utils/Log.h"
+
+namespace installer {
+
+namespace {
+
+// An image from the resources stays; any other is a download of ours.
+void discard(const AcquiredPackage& package) {
+  if (package.skipGatekeeper) return;
+  (void)machine().files.removeItem(package.fileURL);  // a file that stays does no harm in a temporary folder
+}
+
+}  // namespace
+
+void InstallOrchestrator::verifyAndInstall(const AppInfo& app, const AcquiredPackage& package,
+                                           const std::string& label) {
+  if (state_.isGivenUp(app.id)) {
+    discard(package);
+    return markCurrentAppComplete(Ending::givenUp());
+  }
+  state_.setStage(InstallStage::verify);
+  updateProgress(fmt::format("Verifying {}...", label), "", 85);
+  updateApp(app, InstallStage::verify, 85, Indeterminate::yes);
+  machine().dispatch.asyncGlobal(
+      QualityOfService::userInitiated, [weak = weak_from_this(), app, package, label] {
+        const auto self = weak.lock();
+        if (self == nullptr) return;
+        self->markCurrentAppComplete(self->verifyAndInstallOnWorker(app, package, label));
+        // By now the next acquisition may have begun, or the run may have ended.
+        discard(package);
+      });
+}
+
+InstallOrchestrator::Ending InstallOrchestrator::verifyAndInstallOnWorker(const AppInfo& app,
+                                                                          const AcquiredPackage& package,
+                                                                          const std::string& label) {
+  if (auto failure = verificationFailure(app, package)) return *std::move(failure);
+  return install(app, package, label);
+}
+
+std::optional<InstallOrchestrator::Ending> InstallOrchestrator::verificationFailure(
+    const AppInfo& app, const AcquiredPackage& package) {
+  const auto failed = [&app](const char* what, const char* code) {
+    logError(fmt::format("InstallOrchestrator: {} failed for {}", what, app.displayName));
+    return Ending::failure(fmt::format("{} verification failed for {}", what, app.displayName), code);
+  };
+  if (package.checksum && !ChecksumVerifier::verifyFileChecksum(package.fileURL, *package.checksum)) {
+    return failed("Checksum", "VERIFY_FAILED");
+  }
+  if (package.skipGatekeeper) return std::nullopt;
+  if (!ChecksumVerifier::verifyGatekeeper(package.fileURL)) return failed("Gatekeeper", "GATEKEEPER_FAILED");
+  if (!ChecksumVerifier::verifySignature(package.fileURL)) return failed("Signature", "SIGNATURE_FAILED");
+  return std::nullopt;
+}
+
+InstallOrchestrator::Ending InstallOrchestrator::install(const AppInfo& app, const AcquiredPackage& package,
+                                                         const std::string& label) {
+  state_.setStage(InstallStage::install);
+  // The two figures differ on purpose: one feeds the overall bar, the other the app's own.
+  updateProgress(fmt::format("Installing {}...", label), "", 90);
+  updateApp(app, InstallStage::install, 95, Indeterminate::yes);
+  const auto result = DMGInstaller::installFromDMG(package.fileURL, app);
+  if (!result.success) {
+    return Ending::failure(result.errorMessage.value_or("Installation failed"),
+                           result.errorCode.value_or("INSTALL_FAILED"));
+  }
+  updateProgress(fmt::format("{} installed successfully", app.displayName), "", 100);
+  return {.success = true, .installedPath = result.installedPath, .alreadyCurrent = result.alreadyCurrent};
+}
+
+}  // namespace installer

@@ -1,0 +1,139 @@
+// The list: which app comes next, how each one's end is told, and what a cancel does.
+#include "Installer/InstallOrchestrator.h"
+
+#include <cstdlib>
+#include <fmt/format.h>
+
+#include "Platform/Machine.h"
+#include "Utils/Log.h"
+#include "Utils/Telemetry.h"
+
+namespace installer {
+
+InstallOrchestrator::Ending InstallOrchestrator::Ending::failure(std::string message,
+                                                                 std::optional<std::string> code) {
+  return {.errorMessage = std::move(message), .errorCode = std::move(code)};
+}
+
+InstallOrchestrator::Ending InstallOrchestrator::Ending::givenUp() {
+  return {.errorMessage = "cancelled", .cancelled = true};
+}
+
+InstallOrchestrator::Ending InstallOrchestrator::Ending::acquisitionFailure(const AcquisitionError& error) {
+  const auto stableCode = code(error);
+  return failure(errorDescription(error),
+                 stableCode ? std::optional{std::string{*stableCode}} : std::nullopt);
+}
+
+void InstallOrchestrator::startInstallation(std::vector<AppInfo> apps) {
+  if (apps.empty()) return;
+  const auto count = apps.size();
+  state_.start(std::move(apps));
+  log(fmt::format("InstallOrchestrator: Starting installation of {} apps (offline={})", count,
+                  isOfflineMode()));
+  processNextApp();
+}
+
+void InstallOrchestrator::processNextApp() {
+  const auto standing = state_.standing();
+  if (standing.isCancelled) {
+    log(fmt::format("InstallOrchestrator: Cancelled, stopping — delivering {} collected results",
+                    standing.resultCount));
+    return finish();
+  }
+  if (!standing.app) {
+    log(fmt::format("InstallOrchestrator: All {} apps processed", standing.count));
+    return finish();
+  }
+  if (standing.isSkipRequested) {
+    log(fmt::format("InstallOrchestrator: Skipping {} — cancelled by user", standing.app->displayName));
+    return markCurrentAppComplete(Ending::givenUp());
+  }
+  acquire(*standing.app, standing.index + 1, standing.count);
+}
+
+void InstallOrchestrator::finish() {
+  post([results = state_.results()](InstallOrchestratorDelegate& delegate) {
+    delegate.orchestratorDidFinish(results);
+  });
+}
+
+void InstallOrchestrator::acquire(const AppInfo& app, std::size_t number, std::size_t count) {
+  const auto label = fmt::format("{} ({}/{})", app.displayName, number, count);
+  log(fmt::format("InstallOrchestrator: Processing app {}/{}: {}", number, count, app.displayName));
+  state_.setStage(InstallStage::download);
+  updateApp(app, InstallStage::download, 0, Indeterminate::no);
+
+  auto onProgress = [weak = weak_from_this(), app](
+                        const std::string& statusText, const std::string& detailText, double percent,
+                        std::optional<std::int64_t> downloadedBytes, std::optional<std::int64_t> totalBytes) {
+    const auto self = weak.lock();
+    if (self == nullptr) return;
+    self->updateProgress(statusText, detailText, percent);
+    self->updateApp(app, InstallStage::download, percent, Indeterminate::no, downloadedBytes, totalBytes);
+  };
+  auto onEnd = [weak = weak_from_this(), app, label](const PackageProvider::Outcome& outcome) {
+    const auto self = weak.lock();
+    if (self == nullptr) return;
+    if (outcome) return self->verifyAndInstall(app, *outcome, label);
+    self->markCurrentAppComplete(Ending::acquisitionFailure(outcome.error()));
+  };
+  provider_->acquirePackage(app, label, std::move(onProgress), std::move(onEnd));
+}
+
+void InstallOrchestrator::markCurrentAppComplete(const Ending& ending) {
+  const auto current = state_.standing().app;
+  if (!current) std::abort();  // a second end for one app: the list can't be trusted any more
+  const AppInstallResult result{
+      *current,         ending.success,       ending.errorMessage, ending.errorCode, ending.installedPath,
+      ending.cancelled, ending.alreadyCurrent};
+  state_.keep(result);
+  post([result](InstallOrchestratorDelegate& delegate) { delegate.orchestratorDidCompleteApp(result); });
+  if (result.success) {
+    log(fmt::format("InstallOrchestrator: {} installed successfully", current->displayName));
+  } else {
+    const auto message = result.errorMessage.value_or("unknown");
+    logError(fmt::format("InstallOrchestrator: {} failed: {}", current->displayName, message));
+    Telemetry::report_to_server("macOS", "install_failed", message, std::string{rawValue(current->id)});
+  }
+  state_.advance();
+  processNextApp();
+}
+
+void InstallOrchestrator::cancelInstallation() {
+  state_.cancel();
+  if (state_.stage() == InstallStage::download) provider_->cancelAcquisition();
+  log(fmt::format("InstallOrchestrator: Installation cancelled by user (stage={})",
+                  rawValue(state_.stage())));
+}
+
+void InstallOrchestrator::cancelApp(AppIdentifier app) {
+  // The provider's cancel is tied to no app, so it is called for the current one only.
+  if (state_.requestSkip(app)) provider_->cancelAcquisition();
+  log(fmt::format("InstallOrchestrator: Cancel requested for {} (stage={})", rawValue(app),
+                  rawValue(state_.stage())));
+}
+
+void InstallOrchestrator::updateProgress(const std::string& statusText, const std::string& detailText,
+                                         double appLocalProgress) {
+  post([=, overall = state_.overallProgress(appLocalProgress)](InstallOrchestratorDelegate& delegate) {
+    delegate.orchestratorDidUpdateProgress(statusText, detailText, overall);
+  });
+}
+
+void InstallOrchestrator::updateApp(const AppInfo& app, InstallStage stage, double percent,
+                                    Indeterminate indeterminate, std::optional<std::int64_t> downloadedBytes,
+                                    std::optional<std::int64_t> totalBytes) {
+  post([=, id = app.id](InstallOrchestratorDelegate& delegate) {
+    delegate.orchestratorDidUpdateApp(std::string{rawValue(id)}, stage, percent,
+                                      indeterminate == Indeterminate::yes, downloadedBytes, totalBytes);
+  });
+}
+
+void InstallOrchestrator::post(Report report) {
+  machine().dispatch.asyncMain([self = shared_from_this(), report = std::move(report)] {
+    if (const auto delegate = self->delegate_.lock()) report(*delegate);
+  });
+}
+
+}  // namespace installer

@@ -1,0 +1,90 @@
+// Takes a list of apps through download, verification and installation, one app at a time, and tells a
+// delegate what happens. A failing app never stops the list; only a whole-run cancel does.
+//
+// Held by a shared_ptr. Work in flight holds the orchestrator weakly, so dropping the last reference ends the
+// run at its next step. The list advances on a chain of calls that hop between threads: there is one worker
+// at a time, and nothing starts the next step until the previous one has ended. The main queue must be served
+// during a run, or no delegate call ever arrives.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Installer/AppInstallResult.h"
+#include "Installer/InstallOrchestratorDelegate.h"
+#include "Installer/InstallRunState.h"
+#include "Installer/InstallStage.h"
+#include "Models/AppInfo.h"
+#include "Models/PackageProvider.h"
+
+namespace installer {
+
+class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestrator> {
+ public:
+  explicit InstallOrchestrator(std::shared_ptr<PackageProvider> provider) : provider_{std::move(provider)} {}
+
+  // Main thread, between construction and start. Held weakly.
+  void setDelegate(std::weak_ptr<InstallOrchestratorDelegate> delegate) { delegate_ = std::move(delegate); }
+
+  bool isOfflineMode() const { return provider_->isOfflineMode(); }
+
+  // Begins a run and returns at once, or as soon as the first acquisition has returned. An empty list does
+  // nothing at all: no log line and no delegate call, so whoever waits for the end must not start one.
+  void startInstallation(std::vector<AppInfo> apps);
+
+  // Main queue. The run stops before the next app. A cancel never interrupts verification or installation:
+  // an app at work there runs to its true end.
+  void cancelInstallation();
+  // Main queue. An app still to come is skipped in its turn; one being acquired has its transfer cancelled.
+  void cancelApp(AppIdentifier app);
+
+ private:
+  // How the current app ended.
+  struct Ending {
+    bool success = false;
+    std::optional<std::string> errorMessage = {};
+    std::optional<std::string> errorCode = {};
+    std::optional<std::string> installedPath = {};
+    bool cancelled = false;
+    bool alreadyCurrent = false;
+
+    static Ending failure(std::string message, std::optional<std::string> code);
+    static Ending givenUp();
+    static Ending acquisitionFailure(const AcquisitionError& error);
+  };
+
+  // The list.
+  void processNextApp();
+  void finish();
+  void acquire(const AppInfo& app, std::size_t number, std::size_t count);
+  void markCurrentAppComplete(const Ending& ending);
+
+  // One acquired package.
+  void verifyAndInstall(const AppInfo& app, const AcquiredPackage& package, const std::string& label);
+  Ending verifyAndInstallOnWorker(const AppInfo& app, const AcquiredPackage& package,
+                                  const std::string& label);
+  // Absent when the package may be installed.
+  static std::optional<Ending> verificationFailure(const AppInfo& app, const AcquiredPackage& package);
+  Ending install(const AppInfo& app, const AcquiredPackage& package, const std::string& label);
+
+  // Reports.
+  enum class Indeterminate { no, yes };
+  void updateProgress(const std::string& statusText, const std::string& detailText, double appLocalProgress);
+  void updateApp(const AppInfo& app, InstallStage stage, double percent, Indeterminate indeterminate,
+                 std::optional<std::int64_t> downloadedBytes = std::nullopt,
+                 std::optional<std::int64_t> totalBytes = std::nullopt);
+  // On the main queue; nothing happens when the delegate has gone by then.
+  using Report = std::function<void(InstallOrchestratorDelegate&)>;
+  void post(Report report);
+
+  const std::shared_ptr<PackageProvider> provider_;
+  std::weak_ptr<InstallOrchestratorDelegate> delegate_;  // read on the main queue only
+  InstallRunState state_;
+};
+
+}  // namespace installer

@@ -1,0 +1,78 @@
+#include "Installer/InstallRunState.h"
+
+#include <utility>
+
+namespace installer {
+
+void InstallRunState::start(std::vector<AppInfo> apps) {
+  const std::lock_guard lock{mutex_};
+  appsToInstall_ = std::move(apps);
+  currentAppIndex_ = 0;
+  results_.clear();
+  isCancelled_ = false;
+  skipRequested_.clear();
+  currentStage_ = InstallStage::download;
+}
+
+InstallRunState::Standing InstallRunState::standing() const {
+  const std::lock_guard lock{mutex_};
+  Standing standing;
+  standing.index = currentAppIndex_;
+  standing.count = appsToInstall_.size();
+  standing.resultCount = results_.size();
+  standing.isCancelled = isCancelled_;
+  if (currentAppIndex_ >= appsToInstall_.size()) return standing;
+  standing.app = appsToInstall_[currentAppIndex_];
+  standing.isSkipRequested = skipRequested_.contains(standing.app->id);
+  return standing;
+}
+
+double InstallRunState::overallProgress(double appLocalProgress) const {
+  const std::lock_guard lock{mutex_};
+  const auto count = static_cast<double>(appsToInstall_.size());
+  return static_cast<double>(currentAppIndex_) / count * 100 + appLocalProgress / 100 * (100 / count);
+}
+
+void InstallRunState::setStage(InstallStage stage) {
+  const std::lock_guard lock{mutex_};
+  currentStage_ = stage;
+}
+
+InstallStage InstallRunState::stage() const {
+  const std::lock_guard lock{mutex_};
+  return currentStage_;
+}
+
+void InstallRunState::cancel() {
+  const std::lock_guard lock{mutex_};
+  isCancelled_ = true;
+}
+
+bool InstallRunState::requestSkip(AppIdentifier app) {
+  const std::lock_guard lock{mutex_};
+  skipRequested_.insert(app);
+  return currentAppIndex_ < appsToInstall_.size() && appsToInstall_[currentAppIndex_].id == app &&
+         currentStage_ == InstallStage::download;
+}
+
+bool InstallRunState::isGivenUp(AppIdentifier app) const {
+  const std::lock_guard lock{mutex_};
+  return isCancelled_ || skipRequested_.contains(app);
+}
+
+void InstallRunState::keep(const AppInstallResult& result) {
+  const std::lock_guard lock{mutex_};
+  results_.push_back(result);
+}
+
+std::vector<AppInstallResult> InstallRunState::results() const {
+  const std::lock_guard lock{mutex_};
+  return results_;
+}
+
+void InstallRunState::advance() {
+  const std::lock_guard lock{mutex_};
+  ++currentAppIndex_;
+}
+
+}  // namespace installer

@@ -1,0 +1,59 @@
+// Where an install run stands. Inside the orchestrator only.
+//
+// Any thread: the worker advances it while the main queue writes cancels and reads the stage, so each
+// operation locks for itself, and none calls anything outside.
+#pragma once
+
+#include <cstddef>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <vector>
+
+#include "Installer/AppInstallResult.h"
+#include "Installer/InstallStage.h"
+#include "Models/AppInfo.h"
+
+namespace installer {
+
+class InstallRunState {
+ public:
+  void start(std::vector<AppInfo> apps);
+
+  // One consistent look, for the decision what comes next.
+  struct Standing {
+    std::optional<AppInfo> app;  // the current one; absent at the end of the list
+    std::size_t index = 0;       // of the current app, from 0
+    std::size_t count = 0;       // apps of the run
+    std::size_t resultCount = 0;
+    bool isCancelled = false;      // the whole run
+    bool isSkipRequested = false;  // the current app
+  };
+  Standing standing() const;
+
+  // The run's progress in per cent when the current app stands at `appLocalProgress` per cent.
+  double overallProgress(double appLocalProgress) const;
+
+  void setStage(InstallStage stage);
+  InstallStage stage() const;
+
+  void cancel();
+  // True when the app is the current one and still in its download.
+  bool requestSkip(AppIdentifier app);
+  bool isGivenUp(AppIdentifier app) const;  // by either cancel
+
+  void keep(const AppInstallResult& result);
+  std::vector<AppInstallResult> results() const;
+  void advance();
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<AppInfo> appsToInstall_;
+  std::size_t currentAppIndex_ = 0;
+  std::vector<AppInstallResult> results_;  // in finishing order
+  bool isCancelled_ = false;
+  std::set<AppIdentifier> skipRequested_;
+  InstallStage currentStage_ = InstallStage::download;
+};
+
+}  // namespace installer

@@ -1,0 +1,69 @@
+#include "Installer/OfflinePackageProvider.h"
+
+#include <fmt/format.h>
+
+#include "Platform/Machine.h"
+#include "Utils/BundledPackages.h"
+#include "Utils/Log.h"
+
+namespace installer {
+
+namespace {
+
+std::expected<Path, AcquisitionError> locateImage(const AppInfo& app) {
+  log(fmt::format("OfflinePackageProvider: Locating bundled DMG for {}", app.displayName));
+  const auto packages = BundledPackages::packagesFolder();
+  if (!packages) {
+    log("OfflinePackageProvider: Bundle resourceURL is nil");
+    return std::unexpected(ProviderError::packageNotFound(app.displayName));
+  }
+  auto file = joined(*packages, app.tempFileName);
+  if (!machine().files.fileExists(file)) {
+    logError(fmt::format("OfflinePackageProvider: DMG not found at {}", file));
+    return std::unexpected(ProviderError::packageNotFound(app.displayName));
+  }
+  log(fmt::format("OfflinePackageProvider: Found bundled DMG at {}", file));
+  return file;
+}
+
+// The digest to expect of the app's image; nothing when none is recorded.
+std::expected<std::optional<std::string>, AcquisitionError> expectedChecksum(const AppInfo& app) {
+  const auto& manifest = BundledPackages::manifest();
+  const auto entry = manifest.find(app.tempFileName);
+  if (entry == manifest.end() || !entry->second.checksum) {
+    logWarn(fmt::format("OfflinePackageProvider: No checksum entry for {} — integrity check skipped",
+                        app.tempFileName));
+    return std::nullopt;
+  }
+  const PackageMeta& meta = entry->second;
+  if (meta.hasUnsupportedChecksum()) {
+    log(
+        fmt::format("OfflinePackageProvider: {} records checksum algorithm '{}', which this engine cannot "
+                    "compute — refusing to install a payload it cannot verify",
+                    app.tempFileName, meta.checksumAlgorithm));
+    return std::unexpected(ProviderError::unsupportedChecksum(meta.checksumAlgorithm));
+  }
+  log(fmt::format("OfflinePackageProvider: {} checksum available for {}", meta.checksumAlgorithm,
+                  app.tempFileName));
+  return meta.checksum;
+}
+
+}  // namespace
+
+void OfflinePackageProvider::acquirePackage(const AppInfo& app, const std::string& label,
+                                            ProgressHandler progressHandler, Completion completion) {
+  progressHandler(fmt::format("Preparing {}...", label), "", 0.0, std::nullopt, std::nullopt);
+  const auto file = locateImage(app);
+  if (!file) return completion(std::unexpected(file.error()));
+  progressHandler(fmt::format("Found {}", label), "", 50.0, std::nullopt, std::nullopt);
+  auto checksum = expectedChecksum(app);
+  if (!checksum) return completion(std::unexpected(checksum.error()));
+  completion(AcquiredPackage{
+      .fileURL = *file, .checksum = *std::move(checksum), .skipGatekeeper = true, .version = std::nullopt});
+}
+
+void OfflinePackageProvider::cancelAcquisition() {
+  log("OfflinePackageProvider: Cancel requested (no-op)");
+}
+
+}  // namespace installer
