@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <string>
 #include <fmt/format.h>
 #include <string_view>
 
@@ -28,6 +29,14 @@ std::string withoutTrailingZeros(std::string number) {
   return number;
 }
 
+// Nothing here has more than four digits before the point.
+std::string withThousandsComma(std::string number) {
+  const auto start = number.find_first_of("0123456789");
+  const auto digits = std::min(number.find('.'), number.size()) - start;
+  if (digits > 3) number.insert(start + digits - 3, ",");
+  return number;
+}
+
 }  // namespace
 
 std::string ByteCountFormatter::string(std::int64_t byteCount, CountStyle countStyle) {
@@ -36,7 +45,7 @@ std::string ByteCountFormatter::string(std::int64_t byteCount, CountStyle countS
   if (byteCount == 1 || byteCount == -1) return fmt::format("{} byte", byteCount);
 
   auto value = static_cast<double>(byteCount);
-  if (std::abs(value) < base) return fmt::format("{} bytes", byteCount);
+  if (std::abs(value) < base) return withThousandsComma(std::to_string(byteCount)) + " bytes";
 
   // A figure that rounds up to a whole next unit is written in that one: 999 999 bytes are 1 MB.
   const auto* unit = units.begin();
@@ -44,7 +53,7 @@ std::string ByteCountFormatter::string(std::int64_t byteCount, CountStyle countS
     value /= base;
   }
   const auto number = fmt::format("{:.{}f}", rounded(value, unit->decimals), unit->decimals);
-  return fmt::format("{} {}", withoutTrailingZeros(number), unit->name);
+  return fmt::format("{} {}", withThousandsComma(withoutTrailingZeros(number)), unit->name);
 }
 
 }  // namespace installer

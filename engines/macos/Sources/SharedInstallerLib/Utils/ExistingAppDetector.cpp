@@ -1,29 +1,47 @@
 #include "Utils/ExistingAppDetector.h"
 
 #include <fmt/format.h>
+#include <mutex>
 
 #include "Platform/Machine.h"
 #include "Platform/ProcessWide.h"
+#include "Utils/AppStoreReceipt.h"
 #include "Utils/Log.h"
 
 namespace installer {
 
 namespace {
 
-using BundleCache = std::map<Path, std::shared_ptr<const Bundle>>;
+// Locked access by access: the main queue reads the version of a finished app while the worker is already
+// looking at the next one.
+class BundleCache {
+ public:
+  static BundleCache& shared() {
+    static ProcessWide<BundleCache> instance{[] { return std::make_unique<BundleCache>(); }};
+    return instance.get();
+  }
 
-BundleCache& bundleCache() {
-  static ProcessWide<BundleCache> instance{[] { return std::make_unique<BundleCache>(); }};
-  return instance.get();
-}
+  std::shared_ptr<const Bundle> find(const Path& path) {
+    const std::lock_guard lock{mutex_};
+    const auto hit = bundles_.find(path);
+    return hit == bundles_.end() ? nullptr : hit->second;
+  }
+  void keep(const Path& path, std::shared_ptr<const Bundle> bundle) {
+    const std::lock_guard lock{mutex_};
+    bundles_.insert_or_assign(path, std::move(bundle));
+  }
+  void erase(const Path& path) {
+    const std::lock_guard lock{mutex_};
+    bundles_.erase(path);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::map<Path, std::shared_ptr<const Bundle>> bundles_;
+};
 
 Path expectedPath(const AppInfo& app) {
   return joined(machine().paths.applications, app.appBundleName);
-}
-
-// Only the existence of the receipt matters.
-bool hasAppStoreReceipt(const Path& path) {
-  return machine().files.fileExists(joined(path, "Contents/_MASReceipt/receipt"));
 }
 
 std::optional<std::string> bundleVersion(const Path& path) {
@@ -47,7 +65,7 @@ std::optional<DetectedVariant> lookupBundleID(const std::string& identifier) {
         fmt::format("ExistingAppDetector: {} resolved to {} but the bundle no longer exists — treating as "
                     "not installed",
                     identifier, *path));
-    bundleCache().erase(*path);
+    BundleCache::shared().erase(*path);
     return std::nullopt;
   }
   return describe(identifier, *path);
@@ -120,15 +138,15 @@ std::optional<std::string> ExistingAppDetector::installedVersion(const AppInfo& 
 }
 
 std::shared_ptr<const Bundle> ExistingAppDetector::cachedBundle(const Path& path) {
-  auto& cache = bundleCache();
-  if (const auto hit = cache.find(path); hit != cache.end()) return hit->second;
+  auto& cache = BundleCache::shared();
+  if (auto hit = cache.find(path)) return hit;
   auto bundle = machine().bundles.read(path);
-  if (bundle) cache.emplace(path, bundle);
+  if (bundle) cache.keep(path, bundle);
   return bundle;
 }
 
 void ExistingAppDetector::forgetCachedBundle(const Path& path) {
-  bundleCache().erase(path);
+  BundleCache::shared().erase(path);
 }
 
 }  // namespace installer

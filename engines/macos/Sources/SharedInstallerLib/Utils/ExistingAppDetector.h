@@ -1,5 +1,5 @@
 // What already stands on the machine for an application. Reads only.
-// Keeps the bundles that it read, so it is used from one thread at a time; no answer of `detect` is kept.
+// Any thread. Keeps the bundles that it read; no answer of `detect` is kept.
 #pragma once
 
 #include <map>

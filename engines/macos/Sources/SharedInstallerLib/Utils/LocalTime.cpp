@@ -18,11 +18,15 @@ std::tm localParts(TimePoint moment) {
 }  // namespace
 
 std::string LocalTime::timestamp(TimePoint moment) {
-  const auto parts = localParts(moment);
   const auto sinceSecond = moment - std::chrono::floor<std::chrono::seconds>(moment);
-  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}.{:03}", parts.tm_year + 1900, parts.tm_mon + 1,
-                     parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec,
+  return fmt::format("{}.{:03}", dateAndTime(moment),
                      std::chrono::floor<std::chrono::milliseconds>(sinceSecond).count());
+}
+
+std::string LocalTime::dateAndTime(TimePoint moment) {
+  const auto parts = localParts(moment);
+  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", parts.tm_year + 1900, parts.tm_mon + 1,
+                     parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
 }
 
 std::string LocalTime::fileStamp(TimePoint moment) {

@@ -10,6 +10,9 @@ namespace installer::LocalTime {
 // "yyyy-MM-dd HH:mm:ss.SSS"; milliseconds are cut, not rounded.
 std::string timestamp(TimePoint moment);
 
+// "yyyy-MM-dd HH:mm:ss".
+std::string dateAndTime(TimePoint moment);
+
 // "yyyyMMdd-HHmmss", for file names.
 std::string fileStamp(TimePoint moment);
 

@@ -1,0 +1,53 @@
+#include "Platform/Linux/FileErrors.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fmt/format.h>
+#include <optional>
+
+namespace installer {
+
+namespace {
+
+std::optional<std::int64_t> readCode(int number) {
+  switch (number) {
+    case ENOENT: return CocoaError::fileReadNoSuchFile;
+    case EACCES:
+    case EPERM: return CocoaError::fileReadNoPermission;
+    case ENOTDIR:
+    case EISDIR: return CocoaError::fileReadUnknown;
+    default: return std::nullopt;
+  }
+}
+
+std::optional<std::int64_t> writeCode(int number) {
+  switch (number) {
+    case ENOENT: return CocoaError::fileNoSuchFile;
+    case EACCES:
+    case EPERM: return CocoaError::fileWriteNoPermission;
+    case EEXIST:
+    case ENOTEMPTY: return CocoaError::fileWriteFileExists;
+    case ENOSPC:
+    case EDQUOT: return CocoaError::fileWriteOutOfSpace;
+    case EROFS: return CocoaError::fileWriteVolumeReadOnly;
+    case ENOTDIR:
+    case EISDIR: return CocoaError::fileWriteUnknown;
+    default: return std::nullopt;
+  }
+}
+
+}  // namespace
+
+std::string errnoText(int number) {
+  const char* const text = ::strerrordesc_np(number);
+  return text != nullptr ? text : fmt::format("error {}", number);
+}
+
+Error fileError(FileAccess access, int number, const Path& path, std::string_view deed) {
+  const auto code = access == FileAccess::read ? readCode(number) : writeCode(number);
+  return {std::string{code ? ErrorDomain::cocoa : ErrorDomain::posix}, code.value_or(number),
+          fmt::format("“{}” couldn’t be {}: {} ({})", lastPathComponent(path), deed, errnoText(number), path),
+          nullptr};
+}
+
+}  // namespace installer

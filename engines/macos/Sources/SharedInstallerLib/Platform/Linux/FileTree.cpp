@@ -1,0 +1,57 @@
+#include "Platform/Linux/FileTree.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+
+namespace installer {
+
+std::optional<Path> usablePath(const Path& path) {
+  if (path.empty() || path.find('\0') != Path::npos) {
+    errno = path.empty() ? ENOENT : EINVAL;
+    return std::nullopt;
+  }
+  Path usable = path;
+  while (usable.size() > 1 && usable.back() == '/') usable.pop_back();
+  return usable;
+}
+
+std::optional<struct stat> linkStatus(int folder, const char* name) {
+  struct stat status{};
+  if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
+  return status;
+}
+
+std::optional<std::vector<std::string>> namesIn(int folder) {
+  // A description of its own: a duplicate would share the reading position.
+  FileDescriptor own{::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+  if (!own) return std::nullopt;
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream{::fdopendir(own.get()), &::closedir};
+  if (stream == nullptr) return std::nullopt;
+  own.release();
+  std::vector<std::string> names;
+  for (;;) {
+    errno = 0;
+    const dirent* const entry = ::readdir(stream.get());
+    if (entry == nullptr) break;
+    std::string name{static_cast<const char*>(entry->d_name)};
+    if (name != "." && name != "..") names.push_back(std::move(name));
+  }
+  if (errno != 0) return std::nullopt;
+  return names;
+}
+
+FileDescriptor openFolder(int folder, const char* name) {
+  return FileDescriptor{::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)};
+}
+
+bool writeAll(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const auto written = retryInterrupted([&] { return ::write(descriptor, bytes.data(), bytes.size()); });
+    if (written < 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+}  // namespace installer

@@ -1,0 +1,59 @@
+#include <fcntl.h>
+
+#include "Platform/Linux/FileErrors.h"
+#include "Platform/Linux/FileTree.h"
+#include "Platform/Linux/LinuxFileSystem.h"
+#include "Platform/Linux/StagedCopy.h"
+#include "Platform/Linux/TreeCopier.h"
+
+namespace installer {
+
+namespace {
+
+constexpr auto copied = "copied";
+constexpr auto moved = "moved";
+
+Path folderOf(const Path& path) {
+  const Path parent = parentFolder(path);
+  return parent.empty() ? "." : parent;
+}
+
+}  // namespace
+
+Result<> LinuxFileSystem::copyItem(const Path& source, const Path& destination) {
+  const auto from = usablePath(source);
+  if (!from || !linkStatus(AT_FDCWD, from->c_str())) {
+    return fileFailure(FileAccess::read, errno, source, copied);
+  }
+  const auto to = usablePath(destination);
+  if (!to) return fileFailure(FileAccess::write, errno, destination, copied);
+  if (linkStatus(AT_FDCWD, to->c_str())) return fileFailure(FileAccess::write, EEXIST, destination, copied);
+  const FileDescriptor folder{::open(folderOf(*to).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+  if (!folder) return fileFailure(FileAccess::write, errno, destination, copied);
+
+  StagedCopy staged{folder.get(), lastPathComponent(*to)};
+  staged.clearLeftovers();
+  TreeCopier copier;
+  if (!copier.copy(AT_FDCWD, from->c_str(), folder.get(), staged.stagingName())) {
+    return copier.failedReading() ? fileFailure(FileAccess::read, errno, source, copied)
+                                  : fileFailure(FileAccess::write, errno, destination, copied);
+  }
+  if (!staged.commit()) return fileFailure(FileAccess::write, errno, destination, copied);
+  return {};
+}
+
+Result<> LinuxFileSystem::moveItem(const Path& source, const Path& destination) {
+  const auto from = usablePath(source);
+  if (!from) return fileFailure(FileAccess::write, errno, source, moved);
+  const auto to = usablePath(destination);
+  if (!to) return fileFailure(FileAccess::write, errno, destination, moved);
+  if (renameWithoutReplacing(AT_FDCWD, from->c_str(), AT_FDCWD, to->c_str())) return {};
+  if (errno != EXDEV) {
+    return fileFailure(FileAccess::write, errno, errno == EEXIST ? destination : source, moved);
+  }
+  if (auto made = copyItem(source, destination); !made) return made;
+  // The copy is whole and stays even if the original can't be removed entirely: it may be all there is.
+  return removeItem(source);
+}
+
+}  // namespace installer

@@ -1,0 +1,138 @@
+#include "Platform/Linux/LinuxHost.h"
+
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fmt/core.h>
+#include <unistd.h>
+
+#include "Platform/Linux/LinuxAdministratorScripts.h"
+#include "Platform/Linux/LinuxBundles.h"
+#include "Platform/Linux/LinuxDigest.h"
+#include "Platform/Linux/LinuxDispatch.h"
+#include "Platform/Linux/LinuxFileSystem.h"
+#include "Platform/Linux/LinuxProcessLauncher.h"
+#include "Platform/Linux/LinuxPropertyList.h"
+#include "Platform/Linux/LinuxRunningApplications.h"
+#include "Platform/Linux/LinuxSignals.h"
+#include "Platform/Linux/LinuxStandardStreams.h"
+#include "Platform/Linux/LinuxSystemInfo.h"
+#include "Platform/Linux/LinuxURLSessions.h"
+#include "Platform/Linux/LinuxWorkspace.h"
+#include "Platform/Machine.h"
+
+namespace installer {
+
+namespace {
+
+SystemPaths pathsOf(const LinuxHostSettings& settings) {
+  const auto program = [&](std::string_view name) { return joined(settings.programs, name); };
+  return {.applications = settings.applications(),
+          .home = settings.root,
+          .temporaryDirectory = settings.temporaryDirectory(),
+          .hdiutil = program("hdiutil"),
+          .codesign = program("codesign"),
+          .spctl = program("spctl"),
+          .ditto = program("ditto"),
+          .xattr = program("xattr"),
+          .chown = "/bin/chown",
+          .rm = "/bin/rm",
+          .lsregister = program("lsregister"),
+          .open = program("open")};
+}
+
+void makeFolders(const LinuxHostSettings& settings) {
+  for (const Path& folder : {settings.applications(), settings.volumes(), settings.temporaryDirectory()}) {
+    // Whoever needs a folder that couldn't be made meets the same error with a place to report it.
+    (void)LinuxFileSystem{}.createDirectory(folder, FileSystem::Intermediates::create);
+  }
+}
+
+// A reader that went away costs its bytes and not the process; and a parent that didn't care for the ends of
+// its children mustn't cost us those of ours.
+void settleSignals() {
+  ::signal(SIGPIPE, SIG_IGN);
+  ::signal(SIGCHLD, SIG_DFL);
+}
+
+// A process started without one of the three streams would give its number to the next file it opens, and
+// then write events into that.
+void openMissingStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(stream, F_GETFD) == -1) (void)::open("/dev/null", O_RDWR);
+  }
+}
+
+Path executablePath() {
+  std::string path(PATH_MAX, '\0');
+  const auto length = ::readlink("/proc/self/exe", path.data(), path.size());
+  path.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+  return path;
+}
+
+}  // namespace
+
+struct LinuxHost::Services {
+  Services(const LinuxHostSettings& settings, std::optional<Path> resources)
+      : sessions{makeLinuxURLSessions(settings)},
+        bundles{propertyList, std::move(resources)},
+        workspace{settings.applicationRegistry(), bundles},
+        administratorScripts{settings.administrator},
+        machine{.paths = pathsOf(settings),
+                .files = files,
+                .streams = streams,
+                .processes = processes,
+                .sessions = *sessions,
+                .dispatch = dispatch,
+                .bundles = bundles,
+                .propertyList = propertyList,
+                .workspace = workspace,
+                .runningApplications = runningApplications,
+                .administratorScripts = administratorScripts,
+                .systemInfo = systemInfo,
+                .digest = digest,
+                .signals = signals} {}
+
+  LinuxFileSystem files;
+  LinuxStandardStreams streams;
+  LinuxProcessLauncher processes;
+  LinuxPropertyList propertyList;
+  LinuxSystemInfo systemInfo;
+  LinuxDigest digest;
+  std::unique_ptr<URLSessions> sessions;
+  LinuxBundles bundles;
+  LinuxWorkspace workspace;
+  LinuxRunningApplications runningApplications{bundles};
+  LinuxAdministratorScripts administratorScripts;
+  LinuxDispatch dispatch;  // ends before the services that its blocks use
+  LinuxSignals signals{dispatch};
+  Machine machine;
+};
+
+LinuxHost::LinuxHost(const LinuxHostSettings& settings, std::optional<Path> resources) {
+  settleSignals();
+  makeFolders(settings);
+  services_ = std::make_unique<Services>(settings, std::move(resources));
+}
+
+LinuxHost::~LinuxHost() = default;
+
+Machine& LinuxHost::machine() {
+  return services_->machine;
+}
+
+Machine& makeLinuxMachine() {
+  openMissingStreams();
+  settleSignals();
+  const Path resources = resourcesOfExecutable(executablePath());
+  const auto settings = LinuxHostSettings::read(resources);
+  if (!settings) {
+    fmt::print(stderr, "engine-cli: {}\n", settings.error().localizedDescription);
+    std::exit(kMalformedHostSettings);
+  }
+  return (new LinuxHost{*settings, resources})->machine();
+}
+
+}  // namespace installer

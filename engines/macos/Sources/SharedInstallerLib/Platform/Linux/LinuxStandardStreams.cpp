@@ -1,0 +1,77 @@
+#include "Platform/Linux/LinuxStandardStreams.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <poll.h>
+#include <unistd.h>
+
+namespace installer {
+
+namespace {
+
+// Whoever shares the other end may have made it non-blocking; then we wait for it ourselves.
+void waitUntil(short ready, int descriptor) {
+  pollfd wait{descriptor, ready, 0};
+  (void)::poll(&wait, 1, -1);
+}
+
+// A reader that went away (EPIPE) or a terminal that did (EIO) costs the bytes and nothing else.
+void writeEverything(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const auto written = ::write(descriptor, bytes.data(), bytes.size());
+    if (written >= 0) {
+      bytes.remove_prefix(static_cast<std::size_t>(written));
+      continue;
+    }
+    if (errno == EAGAIN) {
+      waitUntil(POLLOUT, descriptor);
+      continue;
+    }
+    if (errno != EINTR) return;
+  }
+}
+
+// The next bytes, as many as have arrived; empty at the end of input.
+std::string_view readSome(std::array<char, 65536>& buffer) {
+  for (;;) {
+    const auto count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
+    if (count >= 0) return {buffer.data(), static_cast<std::size_t>(count)};
+    if (errno == EAGAIN) waitUntil(POLLIN, STDIN_FILENO);
+    if (errno != EAGAIN && errno != EINTR) return {};
+  }
+}
+
+void appendCut(std::string& line, std::string_view more) {
+  line.append(more.substr(0, StandardStreams::maximumLineLength - line.size()));
+}
+
+}  // namespace
+
+void LinuxStandardStreams::writeOutput(std::string_view bytes) {
+  writeEverything(STDOUT_FILENO, bytes);
+}
+
+void LinuxStandardStreams::writeError(std::string_view bytes) {
+  writeEverything(STDERR_FILENO, bytes);
+}
+
+std::optional<std::string> LinuxStandardStreams::readLine() {
+  const std::lock_guard lock{reading_};
+  std::array<char, 65536> arrived;
+  std::string line;
+  for (;;) {
+    const auto end = buffer_.find('\n');
+    appendCut(line, std::string_view{buffer_}.substr(0, end));
+    if (end != std::string::npos) {
+      buffer_.erase(0, end + 1);
+      return line;
+    }
+    const bool begun = !buffer_.empty() || !line.empty();
+    buffer_ = readSome(arrived);
+    if (!buffer_.empty()) continue;
+    return begun ? std::optional{line} : std::nullopt;
+  }
+}
+
+}  // namespace installer

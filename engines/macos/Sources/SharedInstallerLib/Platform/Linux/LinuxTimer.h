@@ -1,0 +1,52 @@
+// Repeating timers whose handlers run on the workers.
+#pragma once
+
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "Platform/Dispatch.h"
+
+namespace installer {
+
+class WorkerPool;
+
+// The thread that keeps time; it starts with the first timer and ends with the object.
+class TimerThread {
+ public:
+  TimerThread() = default;
+  ~TimerThread() { stop(); }
+  TimerThread(const TimerThread&) = delete;
+  TimerThread& operator=(const TimerThread&) = delete;
+
+  // Any thread. The context, being served from now on.
+  asio::io_context& context();
+
+  // Nothing fires from here on. Not from a timer's handler.
+  void stop();
+
+ private:
+  asio::io_context context_;
+  std::mutex mutex_;
+  std::optional<asio::executor_work_guard<asio::io_context::executor_type>> staysOpen_;
+  std::thread thread_;
+};
+
+// A firing that comes while the handler is still busy is left out, so firings never pile up.
+class LinuxTimer : public Timer {
+ public:
+  LinuxTimer(TimerThread& thread, WorkerPool& workers, std::chrono::steady_clock::duration interval,
+             Work handler);
+  ~LinuxTimer() override;
+  void cancel() override;
+
+ private:
+  struct State;
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace installer

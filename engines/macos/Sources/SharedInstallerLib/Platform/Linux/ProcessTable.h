@@ -1,0 +1,28 @@
+// What /proc says about processes.
+#pragma once
+
+#include <optional>
+#include <sys/types.h>
+#include <vector>
+
+#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Path.h"
+
+namespace installer {
+
+// Processes that may be asked about: the effective user's own, everybody's for root; without this one.
+std::vector<pid_t> visibleProcesses();
+
+// The bundle that `process` runs from: the innermost "X.app" in whose "Contents/MacOS" its executable lies,
+// or the script that its executable is interpreting. Absent for anything else.
+std::optional<Path> bundleOfProcess(pid_t process);
+
+// The innermost bundle in whose "Contents/MacOS" `executable` lies, at any depth.
+std::optional<Path> bundleOfExecutable(const Path& executable);
+
+// A hold on the very process that bears the number now; invalid when there is none.
+FileDescriptor holdProcess(pid_t process);
+// True until the process has ended, whether or not it was collected.
+bool isRunning(const FileDescriptor& process);
+
+}  // namespace installer

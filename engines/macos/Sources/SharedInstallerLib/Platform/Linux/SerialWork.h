@@ -1,0 +1,29 @@
+// One block at a time, in the order of posting, on the workers of a pool.
+#pragma once
+
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+namespace installer {
+
+class WorkerPool;
+
+// Held by its queue and by the block that serves it, so that what is queued runs even without the queue.
+class SerialWork : public std::enable_shared_from_this<SerialWork> {
+ public:
+  explicit SerialWork(WorkerPool& workers) : workers_{workers} {}
+  void post(std::function<void()> work);
+
+ private:
+  WorkerPool& workers_;
+  std::mutex mutex_;
+  std::deque<std::function<void()>> queue_;
+  bool served_ = false;  // a worker is, or is about to be, taking blocks off the queue
+
+  void serve();
+  std::function<void()> next();  // empty when there is none, and then nobody serves any more
+};
+
+}  // namespace installer

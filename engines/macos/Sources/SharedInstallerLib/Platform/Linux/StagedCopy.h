@@ -1,0 +1,41 @@
+// A copy that grows under a hidden name beside its destination and takes the destination's name at its end.
+#pragma once
+
+#include <string>
+
+#include "Platform/Linux/FileDescriptor.h"
+
+namespace installer {
+
+// One copy to `name` in the open directory `folder`, which outlives it. Destruction removes what wasn't
+// committed. Any thread; two copies to the same name may run at once, and the first to commit wins.
+class StagedCopy {
+ public:
+  StagedCopy(int folder, const std::string& name);
+  StagedCopy(const StagedCopy&) = delete;
+  StagedCopy& operator=(const StagedCopy&) = delete;
+  ~StagedCopy();
+
+  const char* stagingName() const { return staging_.c_str(); }
+
+  // Removes what copies of the same name left behind whose processes are gone. Best effort.
+  void clearLeftovers() const;
+
+  // Gives the copy its real name. False with errno set: EEXIST when something stands there.
+  bool commit();
+
+ private:
+  int folder_;
+  std::string name_;
+  std::string prefix_;   // what every staging name of `name_` begins with
+  std::string staging_;  // `prefix_`, our process and a number of our own
+  bool committed_ = false;
+
+  bool isLeftover(const std::string& entry) const;
+};
+
+// Renames without ever replacing: EEXIST when something stands at the new name. On a volume that can't do
+// that in one step the test comes right before the rename.
+bool renameWithoutReplacing(int oldFolder, const char* oldName, int newFolder, const char* newName);
+
+}  // namespace installer

@@ -1,0 +1,59 @@
+#include <gtest/gtest.h>
+
+#include "Models/PackageProvider.h"
+#include "Models/ProviderError.h"
+
+namespace installer {
+namespace {
+
+const InstallerRetirement gone{RetirementReason::sourceUnavailable, "https://www.kelo.example/download/", {}};
+
+TEST(ProviderError, HasAStableCodeAndASentenceForEachCase) {
+  const struct {
+    ProviderError error;
+    const char* code;
+    const char* description;
+  } rows[] = {
+      {ProviderError::versionCheckFailed("no route"), "NETWORK_UNAVAILABLE",
+       "Failed to check for updates: no route"},
+      {ProviderError::downloadFailed("HTTP 500"), "DOWNLOAD_FAILED", "Download failed: HTTP 500"},
+      {ProviderError::fileSaveFailed("disk full"), "FILE_SAVE_FAILED",
+       "Failed to save downloaded file: disk full"},
+      {ProviderError::packageNotFound("Kelo Rulo"), "PACKAGE_NOT_FOUND", "Package not found: Kelo Rulo"},
+      {ProviderError::untrustedDownloadURL("evil.example"), "UNTRUSTED_SOURCE",
+       "Download from 'evil.example' was blocked — domain not in trusted list"},
+      {ProviderError::unsupportedChecksum("md5"), "VERIFY_FAILED",
+       "Package metadata uses an unsupported checksum algorithm 'md5' — the download cannot be verified"},
+      {ProviderError::sourceRetired(gone), "SOURCE_UNAVAILABLE",
+       "This installer's download location is no longer available — download a current installer"},
+      {ProviderError::invalidResponse(), "METADATA_INVALID", "Invalid package metadata response"},
+      {ProviderError::invalidVersionFormat(), "METADATA_INVALID", "Invalid package metadata format"},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.error.code(), row.code);
+    EXPECT_EQ(row.error.errorDescription(), row.description);
+  }
+}
+
+TEST(ProviderError, CarriesTheRetirementOfARetiredSourceOnly) {
+  EXPECT_EQ(ProviderError::sourceRetired(gone).retirement(), gone);
+  EXPECT_EQ(ProviderError::downloadFailed("x").retirement(), std::nullopt);
+}
+
+TEST(AcquisitionError, SpeaksForItsProviderError) {
+  const AcquisitionError error = ProviderError::sourceRetired(gone);
+  EXPECT_EQ(code(error), "SOURCE_UNAVAILABLE");
+  EXPECT_EQ(errorDescription(error), ProviderError::sourceRetired(gone).errorDescription());
+  ASSERT_NE(retirement(error), nullptr);
+  EXPECT_EQ(*retirement(error), gone);
+}
+
+TEST(AcquisitionError, OfAnotherKindHasNoCode) {
+  const AcquisitionError error = Error{"NSCocoaErrorDomain", 4, "The file doesn't exist.", nullptr};
+  EXPECT_EQ(code(error), std::nullopt);
+  EXPECT_EQ(errorDescription(error), "The file doesn't exist.");
+  EXPECT_EQ(retirement(error), nullptr);
+}
+
+}  // namespace
+}  // namespace installer

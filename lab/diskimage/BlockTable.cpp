@@ -1,0 +1,44 @@
+#include "diskimage/BlockTable.h"
+
+namespace lab {
+namespace {
+
+constexpr std::uint32_t magic = 0x6d697368;  // "mish"
+constexpr std::size_t headerSize = 204;
+constexpr std::size_t runSize = 40;
+constexpr std::uint32_t zlibRun = 0x80000005;
+constexpr std::uint32_t terminator = 0xffffffff;
+
+void storeRun(std::uint8_t* to, std::uint32_t type, const BlockRun& run) {
+  storeBig<std::uint32_t>(to, type);
+  storeBig(to + 8, run.firstSector);
+  storeBig(to + 16, run.sectorCount);
+  storeBig(to + 24, run.offset);
+  storeBig(to + 32, run.length);
+}
+
+}  // namespace
+
+Bytes BlockTable::bytes(std::uint32_t number) const {
+  Bytes table(headerSize + (runs.size() + 1) * runSize);
+  std::uint8_t* at = table.data();
+  storeBig<std::uint32_t>(at, magic);
+  storeBig<std::uint32_t>(at + 4, 1);
+  storeBig(at + 8, firstSector);
+  storeBig(at + 16, sectorCount);
+  storeBig<std::uint32_t>(at + 32, sectorsPerRun + 8);  // room, in sectors, that a reader needs for one run
+  storeBig<std::uint32_t>(at + 36, number);
+  storeBig<std::uint32_t>(at + 64, 2);  // CRC-32, of 32 bits
+  storeBig<std::uint32_t>(at + 68, 32);
+  storeBig<std::uint32_t>(at + 72, checksum);
+  storeBig(at + 200, static_cast<std::uint32_t>(runs.size() + 1));
+  at += headerSize;
+  for (const BlockRun& run : runs) {
+    storeRun(at, zlibRun, run);
+    at += runSize;
+  }
+  storeRun(at, terminator, {sectorCount, 0, end, 0});
+  return table;
+}
+
+}  // namespace lab

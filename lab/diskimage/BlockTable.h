@@ -1,0 +1,37 @@
+// The table ("blkx") that says where in a UDIF file the sectors of one partition are.
+// A value; any thread.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "support/BigEndian.h"
+
+namespace lab {
+
+inline constexpr std::uint64_t sectorSize = 512;
+
+struct BlockRun {
+  std::uint64_t firstSector = 0;  // counted from the table's own first sector
+  std::uint64_t sectorCount = 0;
+  std::uint64_t offset = 0;  // of the compressed bytes, in the data fork
+  std::uint64_t length = 0;
+};
+
+struct BlockTable {
+  std::string name;               // "disk image (Apple_HFS : 2)"
+  std::uint64_t firstSector = 0;  // of the partition, on the disk
+  std::uint64_t sectorCount = 0;
+  std::uint32_t checksum = 0;  // CRC-32 of the partition's bytes, uncompressed
+  std::vector<BlockRun> runs;  // zlib each; in order, without gaps
+  std::uint64_t end = 0;       // where the last run's bytes end in the data fork
+
+  // `number` is the table's place in the image.
+  Bytes bytes(std::uint32_t number) const;
+};
+
+// Sectors that one run holds at most.
+inline constexpr std::uint64_t sectorsPerRun = 512;
+
+}  // namespace lab

@@ -1,0 +1,99 @@
+#include "diskimage/DiskImage.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <zlib.h>
+
+#include "diskimage/HFSVolume.h"
+#include "diskimage/SourceFolder.h"
+#include "diskimage/UDIFWriter.h"
+#include "support/Descriptor.h"
+#include "support/Files.h"
+#include "support/Unicode.h"
+
+namespace lab {
+namespace {
+
+OrReason<> checkVolumeName(const std::string& name) {
+  const bool plain = std::ranges::none_of(
+      name, [](unsigned char c) { return c < 0x20 || c == 0x7f || c == '/' || c == ':' || c == '\\'; });
+  if (!plain || name.empty() || name.size() > 32 || name.starts_with('.') || !composed(name)) {
+    return because("\"{}\" can't be a volume's name", name);
+  }
+  return {};
+}
+
+OrReason<> makeIn(const fs::path& scratch, const fs::path& folder, const std::string& volumeName,
+                  const fs::path& image) {
+  const fs::path volumeFile = scratch / "volume.hfs";
+  const auto volume = makeHFSVolume(folder, volumeName, scratch, volumeFile);
+  if (!volume) return volume;
+  const fs::path unfinished = scratch / "image.dmg";
+  const Descriptor output{open(unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644)};
+  if (!output) return becauseOfErrno(unfinished.string());
+  const auto written = writeUDIF(volumeFile, output.number());
+  if (!written) return written;
+  if (rename(unfinished.c_str(), image.c_str()) != 0) return becauseOfErrno(image.string());
+  return {};
+}
+
+OrReason<Descriptor> openImage(const fs::path& image) {
+  Descriptor file{open(image.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
+  if (!file) return becauseOfErrno(image.string());
+  struct stat status{};
+  if (fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) return because("it isn't a file");
+  return file;
+}
+
+}  // namespace
+
+OrReason<> makeDiskImage(const fs::path& folder, const std::string& volumeName, const fs::path& image) {
+  const auto named = checkVolumeName(volumeName);
+  if (!named) return named;
+  std::error_code error;
+  const fs::path source = fs::canonical(folder, error);
+  if (error || !fs::is_directory(source)) return because("{} isn't a folder", folder.string());
+  const auto checked = checkSourceFolder(source);
+  if (!checked) return checked;
+  const fs::path target = fs::absolute(image);
+  std::string scratch = (target.parent_path() / ".lab-diskimage.XXXXXX").string();
+  if (mkdtemp(scratch.data()) == nullptr) return becauseOfErrno(scratch);
+  const auto made = makeIn(scratch, source, volumeName, target);
+  const auto cleaned = removeTree(scratch);
+  return made ? cleaned : made;
+}
+
+OrReason<UDIFTrailer> readTrailer(const fs::path& image) {
+  const auto file = openImage(image);
+  if (!file) return std::unexpected(file.error());
+  const off_t size = lseek(file->number(), 0, SEEK_END);
+  UDIFTrailer::Block block{};
+  if (size < static_cast<off_t>(block.size())) return because("it is too short for a UDIF image");
+  const off_t start = size - static_cast<off_t>(block.size());
+  if (pread(file->number(), block.data(), block.size(), start) != static_cast<ssize_t>(block.size())) {
+    return becauseOfErrno(image.string());
+  }
+  return UDIFTrailer::parse(block, static_cast<std::uint64_t>(size));
+}
+
+OrReason<> verifyDataFork(const fs::path& image, const UDIFTrailer& trailer) {
+  const auto file = openImage(image);
+  if (!file) return std::unexpected(file.error());
+  std::string buffer(std::size_t{1} << 20U, '\0');
+  uLong checksum = 0;
+  for (std::uint64_t done = 0; done < trailer.dataForkLength;) {
+    const std::size_t wanted = std::min<std::uint64_t>(buffer.size(), trailer.dataForkLength - done);
+    const ssize_t count =
+        pread(file->number(), buffer.data(), wanted, static_cast<off_t>(trailer.dataForkOffset + done));
+    if (count <= 0) return because("its data can't be read");
+    checksum =
+        crc32_z(checksum, reinterpret_cast<const Bytef*>(buffer.data()), static_cast<std::size_t>(count));
+    done += static_cast<std::uint64_t>(count);
+  }
+  if (checksum != trailer.dataChecksum) return because("its data doesn't have the checksum it promises");
+  return {};
+}
+
+}  // namespace lab

@@ -1,0 +1,24 @@
+// A disk image from a folder, and what an image file says about itself. Blocks; any thread.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "diskimage/UDIFTrailer.h"
+#include "support/OrReason.h"
+
+namespace lab {
+
+// Makes the image file at `image`, replacing what stands there, with the content of `folder` as its one
+// volume. What lies between, and the image until it is whole, are hidden siblings of `image`; a failure
+// leaves nothing. A volume's name has 1 to 32 bytes, neither "/" nor ":".
+OrReason<> makeDiskImage(const std::filesystem::path& folder, const std::string& volumeName,
+                         const std::filesystem::path& image);
+
+// The trailer of the image file.
+OrReason<UDIFTrailer> readTrailer(const std::filesystem::path& image);
+
+// Whether the data fork has the checksum that the trailer promises.
+OrReason<> verifyDataFork(const std::filesystem::path& image, const UDIFTrailer& trailer);
+
+}  // namespace lab

@@ -1,0 +1,13 @@
+// The property list of a UDIF image: its block tables, in order, as a resource fork. Pure; any thread.
+#pragma once
+
+#include <span>
+#include <string>
+
+#include "diskimage/BlockTable.h"
+
+namespace lab {
+
+std::string resourceList(std::span<const BlockTable> tables);
+
+}  // namespace lab

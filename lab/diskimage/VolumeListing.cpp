@@ -1,0 +1,107 @@
+#include "diskimage/VolumeListing.h"
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
+#include <unordered_map>
+
+#include "support/ChildProcess.h"
+
+namespace lab {
+namespace {
+
+constexpr std::string_view beginOfItems = "\n----------\n";
+
+// The value of a "Key = value" line, or nothing for another line.
+std::optional<std::string_view> valueOf(std::string_view line, std::string_view key) {
+  if (!line.starts_with(key)) return std::nullopt;
+  line.remove_prefix(key.size());
+  if (!line.starts_with(" =")) return std::nullopt;
+  line.remove_prefix(2);
+  if (line.starts_with(' ')) line.remove_prefix(1);
+  return line;
+}
+
+template <class Use>
+void forEachLine(std::string_view text, Use use) {
+  while (!text.empty()) {
+    const std::size_t end = std::min(text.find('\n'), text.size());
+    use(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+}
+
+// The format of the innermost archive, which 7-Zip names last.
+OrReason<VolumeFormat> formatIn(std::string_view head) {
+  std::string_view type;
+  forEachLine(head, [&](std::string_view line) { type = valueOf(line, "Type").value_or(type); });
+  if (type == "HFS") return VolumeFormat::hfs;
+  if (type == "APFS") return VolumeFormat::apfs;
+  return because("no mountable file systems");
+}
+
+std::uint64_t numberIn(std::string_view text) {
+  std::uint64_t number = 0;
+  std::from_chars(text.data(), text.data() + text.size(), number);
+  return number;
+}
+
+bool staysInside(std::string_view path) {
+  if (path.empty()) return false;
+  while (true) {
+    const std::size_t end = std::min(path.find('/'), path.size());
+    const std::string_view component = path.substr(0, end);
+    if (component.empty() || component == "." || component == "..") return false;
+    if (end == path.size()) return true;
+    path.remove_prefix(end + 1);
+  }
+}
+
+}  // namespace
+
+OrReason<VolumeListing> parseListing(std::string_view text) {
+  const std::size_t head = text.find(beginOfItems);
+  if (head == std::string_view::npos) return because("no mountable file systems");
+  const auto format = formatIn(text.substr(0, head));
+  if (!format) return std::unexpected(format.error());
+  VolumeListing listing{*format, {}};
+  forEachLine(text.substr(head + beginOfItems.size()), [&](std::string_view line) {
+    if (const auto path = valueOf(line, "Path")) listing.items.push_back({std::string{*path}, false, 0});
+    if (listing.items.empty()) return;
+    if (valueOf(line, "Folder") == "+") listing.items.back().isFolder = true;
+    if (const auto size = valueOf(line, "Size")) listing.items.back().size = numberIn(*size);
+  });
+  return listing;
+}
+
+OrReason<VolumeListing> listVolume(const std::filesystem::path& image) {
+  const auto finished = runToEnd({"7zz", "l", "-slt", "-sns-", "-p", "--", image.string()});
+  if (!finished) return std::unexpected(finished.error());
+  if (finished->status != 0) return because("no mountable file systems ({})", lastLine(finished->output));
+  return parseListing(finished->output);
+}
+
+OrReason<> checkListing(const VolumeListing& listing, const ListingLimits& limits) {
+  if (listing.items.size() > limits.items)
+    return because("the volume holds more than {} items", limits.items);
+  std::unordered_map<std::string_view, bool> folders;
+  std::uint64_t bytes = 0;
+  for (const ListedItem& item : listing.items) {
+    if (!staysInside(item.path)) return because("the volume holds an item outside itself");
+    if (!folders.emplace(item.path, item.isFolder).second)
+      return because("the volume holds {} twice", item.path);
+    if (item.size > limits.bytes - bytes)
+      return because("the volume's files are larger than there is room for");
+    bytes += item.size;
+  }
+  for (const ListedItem& item : listing.items) {
+    const std::size_t slash = item.path.rfind('/');
+    if (slash == std::string::npos) continue;
+    const auto parent = folders.find(std::string_view{item.path}.substr(0, slash));
+    if (parent == folders.end() || !parent->second)
+      return because("the volume holds {} below no folder", item.path);
+  }
+  return {};
+}
+
+}  // namespace lab

@@ -1,0 +1,111 @@
+#include "hdiutil/Attachment.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "diskimage/DiskImage.h"
+#include "diskimage/VolumeExtraction.h"
+#include "support/Files.h"
+#include "support/Interruption.h"
+
+namespace lab {
+namespace {
+
+OrReason<> checkImage(const fs::path& image, Checksums checksums) {
+  std::error_code error;
+  if (!fs::exists(image, error)) return because("No such file or directory");
+  const auto trailer = readTrailer(image);
+  if (!trailer) return because("image not recognized: {}", trailer.error());
+  if (checksums == Checksums::skip) return {};
+  const auto verified = verifyDataFork(image, *trailer);
+  if (!verified) return because("corrupt image: {}", verified.error());
+  return {};
+}
+
+std::string freeDisk(const std::vector<Mount>& mounts) {
+  for (int number = 4;; ++number) {
+    std::string disk = fmt::format("/dev/disk{}", number);
+    if (std::ranges::none_of(mounts, [&](const Mount& mount) { return mount.disk == disk; })) return disk;
+  }
+}
+
+// Moves the volume to the first free name, and keeps its root as it is from then on.
+OrReason<std::string> moveIntoPlace(const fs::path& volumes, const ExtractedVolume& volume) {
+  const std::string name = volume.name.starts_with('.') ? "untitled" : volume.name;
+  for (int suffix = 0;; ++suffix) {
+    const std::string candidate = suffix == 0 ? name : fmt::format("{} {}", name, suffix);
+    const fs::path mountPoint = volumes / candidate;
+    chmod(volume.folder.c_str(), 0755);
+    if (renameat2(AT_FDCWD, volume.folder.c_str(), AT_FDCWD, mountPoint.c_str(), RENAME_NOREPLACE) == 0) {
+      chmod(mountPoint.c_str(), 0555);
+      return mountPoint.string();
+    }
+    if (errno != EEXIST) return becauseOfErrno(mountPoint.string());
+  }
+}
+
+OrReason<Mount> mountVolume(const MountTable& table, const fs::path& image, const ExtractedVolume& volume) {
+  Mount mount{fs::absolute(image).lexically_normal().string(), "", "",
+              volume.format == VolumeFormat::hfs ? "hfs" : "apfs"};
+  const auto stored = table.update([&](std::vector<Mount>& mounts) -> OrReason<> {
+    if (interruption() != 0) return because("interrupted");
+    const auto mountPoint = moveIntoPlace(table.volumes(), volume);
+    if (!mountPoint) return std::unexpected(mountPoint.error());
+    mount.mountPoint = *mountPoint;
+    mount.disk = freeDisk(mounts);
+    mounts.push_back(mount);
+    return {};
+  });
+  if (stored) return mount;
+  if (!mount.mountPoint.empty())
+    (void)removeTree(mount.mountPoint);  // the failure that is told is the first one
+  return std::unexpected(stored.error());
+}
+
+bool names(const Mount& mount, const std::string& mountPointOrDisk) {
+  std::error_code error;
+  if (fs::weakly_canonical(mountPointOrDisk, error) == mount.mountPoint && !error) return true;
+  const std::string disk =
+      mountPointOrDisk.starts_with("disk") ? "/dev/" + mountPointOrDisk : mountPointOrDisk;
+  return disk == mount.disk || disk.starts_with(mount.disk + "s");
+}
+
+}  // namespace
+
+OrReason<Mount> attach(const MountTable& table, const fs::path& image, Checksums checksums) {
+  const auto checked = checkImage(image, checksums);
+  if (!checked) return std::unexpected(checked.error());
+  const auto working = table.workingFolder("attaching");
+  if (!working) return std::unexpected(working.error());
+  const auto volume = extractVolume(image, *working);
+  auto mount = volume ? mountVolume(table, image, *volume) : OrReason<Mount>{std::unexpected(volume.error())};
+  const auto cleared = removeTree(*working);
+  if (mount && !cleared) fmt::print(stderr, "hdiutil: {}\n", cleared.error());
+  return mount;
+}
+
+OrReason<Mount> detach(const MountTable& table, const std::string& mountPointOrDisk) {
+  const auto working = table.workingFolder("detaching");
+  if (!working) return std::unexpected(working.error());
+  Mount detached;
+  const auto updated = table.update([&](std::vector<Mount>& mounts) -> OrReason<> {
+    const auto found =
+        std::ranges::find_if(mounts, [&](const Mount& mount) { return names(mount, mountPointOrDisk); });
+    if (found == mounts.end()) return because("No such file or directory");
+    chmod(found->mountPoint.c_str(), 0755);
+    if (rename(found->mountPoint.c_str(), (*working / "volume").c_str()) != 0)
+      return becauseOfErrno(found->mountPoint);
+    detached = *found;
+    mounts.erase(found);
+    return {};
+  });
+  const auto cleared = removeTree(*working);
+  if (!updated) return std::unexpected(updated.error());
+  if (!cleared) return std::unexpected(cleared.error());
+  return detached;
+}
+
+}  // namespace lab

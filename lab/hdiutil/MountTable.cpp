@@ -1,0 +1,120 @@
+#include "hdiutil/MountTable.h"
+
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "nlohmann/json.hpp"
+
+#include "support/Descriptor.h"
+#include "support/Files.h"
+
+namespace lab {
+namespace {
+
+using Json = nlohmann::json;
+
+OrReason<Descriptor> lock(const fs::path& file) {
+  Descriptor descriptor{open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)};
+  if (!descriptor) return becauseOfErrno(file.string());
+  while (flock(descriptor.number(), LOCK_EX) != 0) {
+    if (errno != EINTR) return becauseOfErrno(file.string());
+  }
+  return descriptor;
+}
+
+bool isMountPoint(const std::string& path) {
+  struct stat status{};
+  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+std::string textOf(const Json& object, const char* key) {
+  const auto found = object.find(key);
+  return found != object.end() && found->is_string() ? found->get<std::string>() : std::string{};
+}
+
+// The process that a working folder "purpose-PID-XXXXXX" belongs to; 0 for another name.
+pid_t ownerOf(const std::string& name) {
+  const std::size_t dash = name.find('-');
+  if (dash == std::string::npos) return 0;
+  pid_t owner = 0;
+  std::from_chars(name.data() + dash + 1, name.data() + name.size(), owner);
+  return owner;
+}
+
+}  // namespace
+
+MountTable::MountTable(fs::path volumes) : volumes_(std::move(volumes)), folder_(volumes_ / ".hdiutil") {
+}
+
+OrReason<MountTable> MountTable::open(const fs::path& volumes) {
+  std::error_code error;
+  MountTable table{fs::weakly_canonical(volumes, error)};
+  if (!error) fs::create_directories(table.folder_, error);
+  if (error) return because("{}: {}", volumes.string(), error.message());
+  return table;
+}
+
+std::vector<Mount> MountTable::load() const {
+  const auto text = readFile(folder_ / "mounts.json");
+  const Json entries = text ? Json::parse(*text, nullptr, false) : Json::array();
+  std::vector<Mount> mounts;
+  if (!entries.is_array()) return mounts;
+  for (const Json& entry : entries) {
+    if (!entry.is_object()) continue;
+    Mount mount{textOf(entry, "image"), textOf(entry, "mountPoint"), textOf(entry, "disk"),
+                textOf(entry, "volumeKind")};
+    if (isMountPoint(mount.mountPoint)) mounts.push_back(std::move(mount));
+  }
+  return mounts;
+}
+
+OrReason<> MountTable::store(const std::vector<Mount>& mounts) const {
+  Json entries = Json::array();
+  for (const Mount& mount : mounts) {
+    entries.push_back({{"image", mount.image},
+                       {"mountPoint", mount.mountPoint},
+                       {"disk", mount.disk},
+                       {"volumeKind", mount.volumeKind}});
+  }
+  return writeFile(folder_ / "mounts.json",
+                   entries.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+}
+
+OrReason<std::vector<Mount>> MountTable::mounts() const {
+  const auto locked = lock(folder_ / "lock");
+  if (!locked) return std::unexpected(locked.error());
+  return load();
+}
+
+OrReason<> MountTable::update(const std::function<OrReason<>(std::vector<Mount>&)>& change) const {
+  const auto locked = lock(folder_ / "lock");
+  if (!locked) return std::unexpected(locked.error());
+  std::vector<Mount> mounts = load();
+  const auto changed = change(mounts);
+  return changed ? store(mounts) : changed;
+}
+
+void MountTable::clearLeftovers() const {
+  std::vector<fs::path> leftovers;
+  std::error_code ignored;  // nothing to clear is as good as cleared
+  for (const auto& entry : fs::directory_iterator(folder_, ignored)) {
+    const pid_t owner = ownerOf(entry.path().filename().string());
+    if (owner > 0 && kill(owner, 0) != 0 && errno == ESRCH) leftovers.push_back(entry.path());
+  }
+  for (const fs::path& leftover : leftovers) (void)removeTree(leftover);  // the next run tries again
+}
+
+OrReason<fs::path> MountTable::workingFolder(const std::string& purpose) const {
+  clearLeftovers();
+  std::string folder = (folder_ / fmt::format("{}-{}-XXXXXX", purpose, getpid())).string();
+  if (mkdtemp(folder.data()) == nullptr) return becauseOfErrno(folder);
+  return fs::path{folder};
+}
+
+}  // namespace lab

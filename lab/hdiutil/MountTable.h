@@ -1,0 +1,50 @@
+// Which disk images are attached to this machine, kept in the hidden folder `Volumes/.hdiutil`.
+//
+// The table is a file under a lock, so that several programs can attach and detach at once. An entry whose
+// mount point is gone is forgotten at the next look.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "support/OrReason.h"
+
+namespace lab {
+
+struct Mount {
+  std::string image;       // absolute path
+  std::string mountPoint;  // absolute path
+  std::string disk;        // "/dev/disk4"
+  std::string volumeKind;  // "hfs", "apfs"
+};
+
+class MountTable {
+ public:
+  // Creates the folders when they aren't there.
+  static OrReason<MountTable> open(const std::filesystem::path& volumes);
+
+  OrReason<std::vector<Mount>> mounts() const;
+
+  // Gives `change` the current entries under the lock and stores what it leaves, unless it fails.
+  OrReason<> update(const std::function<OrReason<>(std::vector<Mount>&)>& change) const;
+
+  // A new empty hidden folder for `purpose` on the volumes' file system, named after this process. What dead
+  // processes left is cleared on the way.
+  OrReason<std::filesystem::path> workingFolder(const std::string& purpose) const;
+
+  const std::filesystem::path& volumes() const { return volumes_; }
+
+ private:
+  explicit MountTable(std::filesystem::path volumes);
+
+  std::vector<Mount> load() const;
+  OrReason<> store(const std::vector<Mount>& mounts) const;
+  void clearLeftovers() const;
+
+  std::filesystem::path volumes_;
+  std::filesystem::path folder_;
+};
+
+}  // namespace lab

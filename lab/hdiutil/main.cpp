@@ -1,0 +1,115 @@
+// hdiutil: attaches disk images, detaches them, says which are attached.
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+#include "hdiutil/Attachment.h"
+#include "hdiutil/Report.h"
+#include "support/Files.h"
+#include "support/Interruption.h"
+#include "support/MachinePlaces.h"
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+constexpr const char* usage = R"(usage: hdiutil attach IMAGE [-plist] [-nobrowse] [-noverify] [-readonly]
+       hdiutil detach MOUNT_POINT_OR_DISK [-force] [-quiet]
+       hdiutil info [-plist]
+Opens UDIF disk images (HFS+ or APFS) below the machine's Volumes folder, read-only. Needs 7zz.
+attach verifies the image's checksum unless -noverify is given; -nobrowse and -readonly are always in force.
+detach always works as with -force.
+)";
+
+// The command line after the verb: one operand at most, and options of a known set.
+struct Request {
+  std::string operand;
+  Words options;
+  bool has(const std::string& option) const { return std::ranges::find(options, option) != options.end(); }
+};
+
+lab::OrReason<Request> parse(const Words& words, const Words& known) {
+  Request request;
+  for (const std::string& word : words) {
+    if (std::ranges::find(known, word) != known.end()) {
+      request.options.push_back(word);
+    } else if (word.starts_with("-")) {
+      return lab::because("unknown option {}", word);
+    } else if (!request.operand.empty()) {
+      return lab::because("one argument too many: {}", word);
+    } else {
+      request.operand = word;
+    }
+  }
+  return request;
+}
+
+int failed(const std::string& what, const std::string& reason) {
+  fmt::print(stderr, "hdiutil: {} failed - {}\n", what, reason);
+  return lab::interruption() != 0 ? lab::exitStatusOf(lab::interruption()) : 1;
+}
+
+int misused(const std::string& reason) {
+  fmt::print(stderr, "hdiutil: {}\n{}", reason, usage);
+  return 1;
+}
+
+int attachImage(const lab::MountTable& table, const Words& words) {
+  const auto request =
+      parse(words, {"-plist", "-nobrowse", "-noverify", "-readonly", "-quiet", "-noautoopen"});
+  if (!request || request->operand.empty()) return misused(request ? "attach: no image" : request.error());
+  const auto checksums = request->has("-noverify") ? lab::Checksums::skip : lab::Checksums::verify;
+  const auto mount = lab::attach(table, request->operand, checksums);
+  if (!mount) return failed("attach", mount.error());
+  const auto told =
+      lab::writeAll(STDOUT_FILENO, request->has("-plist") ? attachedList(*mount) : attachedLines(*mount));
+  if (told && lab::interruption() == 0) return 0;
+  // Nobody knows the mount point, so nobody would ever detach it.
+  const auto undone = lab::detach(table, mount->mountPoint);
+  return failed("attach", undone ? (told ? "interrupted" : told.error()) : undone.error());
+}
+
+int detachImage(const lab::MountTable& table, const Words& words) {
+  const auto request = parse(words, {"-force", "-quiet"});
+  if (!request || request->operand.empty())
+    return misused(request ? "detach: no mount point" : request.error());
+  const auto mount = lab::detach(table, request->operand);
+  const bool quiet = request->has("-quiet");
+  if (!mount && quiet) return 1;
+  if (!mount) return failed("detach", mount.error());
+  if (!quiet) fmt::print("\"{}\" ejected.\n", mount->disk.substr(mount->disk.rfind('/') + 1));
+  return 0;
+}
+
+int showInfo(const lab::MountTable& table, const Words& words) {
+  const auto request = parse(words, {"-plist"});
+  if (!request || !request->operand.empty()) return misused("info takes -plist only");
+  const auto mounts = table.mounts();
+  if (!mounts) return failed("info", mounts.error());
+  fmt::print("{}", request->has("-plist") ? infoList(*mounts) : infoLines(*mounts));
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  lab::holdInterruptions();
+  Words words(argv + 1, argv + argc);
+  if (words.empty()) return misused("no verb");
+  const std::string verb = words.front();
+  words.erase(words.begin());
+  if (verb == "help" || verb == "--help" || verb == "-h") {
+    fmt::print("{}", usage);
+    return 0;
+  }
+  const auto root = lab::machineRoot();
+  if (!root) return failed(verb, root.error());
+  const auto table = lab::MountTable::open(*root / "Volumes");
+  if (!table) return failed(verb, table.error());
+  if (verb == "attach") return attachImage(*table, words);
+  if (verb == "detach" || verb == "eject") return detachImage(*table, words);
+  if (verb == "info") return showInfo(*table, words);
+  return misused("unknown verb " + verb);
+}

@@ -1,0 +1,13 @@
+// What an application bundle's Info.plist says. Any thread.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace lab {
+
+// The string under `key` of `bundle`/Contents/Info.plist (XML or binary); absent when anything is missing.
+std::optional<std::string> bundleString(const std::filesystem::path& bundle, const std::string& key);
+
+}  // namespace lab
