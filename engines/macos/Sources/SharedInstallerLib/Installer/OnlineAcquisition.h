@@ -1,0 +1,96 @@
+// One run of the online package source, from the metadata to the image in its place:
+//
+//   resolve -> check a file that lies there already -> transfer <-> wait to retry -> finished
+//
+// A connection that drops is retried after 5, 10 and 15 seconds; what else fails goes to the alternate
+// location, once. Steps follow one another, each started by the one before; only a cancel overlaps them. What
+// both touch is guarded by `lock_`, which is never held across a call to anything else.
+// The completion runs exactly once. The session keeps the object alive until then.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "Models/PackageProvider.h"
+#include "Models/VersionInfo.h"
+#include "Platform/Dispatch.h"
+#include "Platform/URLSession.h"
+
+namespace installer {
+
+enum class CDNFetchError;
+struct CDNPackage;
+
+class OnlineAcquisition : public URLSessionDelegate, public std::enable_shared_from_this<OnlineAcquisition> {
+ public:
+  OnlineAcquisition(AppInfo app, std::string label, PackageProvider::ProgressHandler progressHandler,
+                    PackageProvider::Completion completion);
+
+  void start();
+  void cancel();
+
+  void willPerformHTTPRedirection(const std::shared_ptr<URLSessionTask>& task,
+                                  const HTTPURLResponse& redirect, const URLRequest& newRequest,
+                                  const RedirectDecision& decide) override;
+  void didWriteData(const std::shared_ptr<URLSessionTask>& task, std::int64_t totalBytesWritten,
+                    std::int64_t totalBytesExpectedToWrite) override;
+  void didFinishDownloadingTo(const std::shared_ptr<URLSessionTask>& task, const Path& location) override;
+  void didCompleteWithError(const std::shared_ptr<URLSessionTask>& task,
+                            const std::optional<Error>& error) override;
+
+ private:
+  const AppInfo app_;
+  const std::string label_;
+
+  // Touched by one step at a time, each of which is started by the one before.
+  std::optional<VersionInfo> versionInfo_;   // what is being fetched, and from where
+  std::optional<URL> alternateDownloadURL_;  // the second location, until it is used
+  std::shared_ptr<const std::string> resumeData_;
+  std::size_t downloadRetryCount_ = 0;         // at the current location
+  std::optional<TimePoint> lastUIUpdateTime_;  // when the handler was last fed with bytes
+  int lastLoggedPercentage_ = -10;             // a multiple of ten
+
+  std::mutex lock_;
+  bool isFinished_ = false;  // the completion has been taken to be run
+  bool isCancelled_ = false;
+  bool isWaitingToRetry_ = false;
+  std::shared_ptr<URLSession> downloadSession_;       // null once finished
+  std::shared_ptr<URLSessionTask> downloadTask_;      // the one last started
+  PackageProvider::ProgressHandler progressHandler_;  // empty once finished
+  PackageProvider::Completion completion_;            // empty once finished
+
+  // +Resolve
+  void resolvePackage();
+  void resolveFailed(CDNFetchError error);
+  void judgePackage(const CDNPackage& package);
+
+  // +Transfer
+  void startTrustedDownload(VersionInfo versionInfo);
+  void startDownload();
+  void checkExistingFile();
+  void beginDownload();
+  std::shared_ptr<URLSession> sessionForDownload();
+  bool switchToAlternate(const std::string& reason);
+
+  // +Callbacks
+  bool retriesAfter(const Error& error);
+  bool startsWaiting();
+  void retryLater(int delaySeconds);
+  void logProgress(double percent);
+  bool mayFeedHandler(double percent);
+  Result<> moveIntoPlace(const Path& location);
+  AcquiredPackage acquiredPackage() const;
+
+  static constexpr const char* kCancelled = "cancelled";  // why a run failed that was given up
+
+  void report(const std::string& statusText);
+  void report(const std::string& statusText, const std::string& detailText, double percent,
+              std::optional<std::int64_t> downloadedBytes, std::optional<std::int64_t> totalBytes);
+  void fail(ProviderError error);
+  void complete(PackageProvider::Outcome outcome);
+};
+
+}  // namespace installer
