@@ -46,6 +46,7 @@ inline constexpr std::int64_t badServerResponse = -1011;
 inline constexpr std::int64_t internationalRoamingOff = -1018;
 inline constexpr std::int64_t callIsActive = -1019;
 inline constexpr std::int64_t dataNotAllowed = -1020;
+inline constexpr std::int64_t dataLengthExceedsMaximum = -1103;
 inline constexpr std::int64_t secureConnectionFailed = -1200;
 inline constexpr std::int64_t serverCertificateUntrusted = -1202;
 inline constexpr std::int64_t cannotCreateFile = -3000;

@@ -1,0 +1,37 @@
+// How this host's connections are made: whom TLS trusts, and where overridden names really lie.
+// Constant after construction; any thread.
+#pragma once
+
+#include <curl/curl.h>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Linux/LinuxHostSettings.h"
+#include "Platform/URL.h"
+
+namespace installer {
+
+// An entry of `hostAddresses` in libcurl's words, "host:port:address:port" with empty ports for "as it
+// was".
+std::string connectTo(std::string_view host, std::string_view address);
+
+class CurlConnections {
+ public:
+  explicit CurlConnections(const LinuxHostSettings& settings);
+  ~CurlConnections();
+  CurlConnections(const CurlConnections&) = delete;
+  CurlConnections& operator=(const CurlConnections&) = delete;
+
+  // This object must outlive `handle`.
+  void apply(CURL* handle, const URL& url) const;
+
+ private:
+  std::string certificateAuthorities_;  // the system's and the extra one, in PEM; empty without an extra one
+  std::vector<std::string> overriddenHosts_;  // in lower case
+  curl_slist* connectTo_ = nullptr;
+
+  bool isOverridden(const URL& url) const;
+};
+
+}  // namespace installer

@@ -1,0 +1,97 @@
+#include "Platform/Linux/CurlTransfer.h"
+
+#include <fmt/format.h>
+#include <utility>
+
+#include "Platform/Linux/CurlConnections.h"
+
+namespace installer {
+
+namespace {
+
+constexpr long receiveBufferBytes = 256L * 1024L;
+
+bool isInterim(int status) {
+  return status < 200;
+}
+
+}  // namespace
+
+CurlTransfer::CurlTransfer(const CurlConnections& connections, HTTPRequest request,
+                           std::shared_ptr<Client> client)
+    : request_{std::move(request)}, client_{std::move(client)}, handle_{curl_easy_init()} {
+  // The very text that was judged, and its path as it stands: no second opinion on what the address means.
+  curl_easy_setopt(handle_, CURLOPT_URL, request_.url.absoluteString().c_str());
+  curl_easy_setopt(handle_, CURLOPT_PATH_AS_IS, 1L);
+  curl_easy_setopt(handle_, CURLOPT_PROTOCOLS_STR, "https");
+  curl_easy_setopt(handle_, CURLOPT_FOLLOWLOCATION, 0L);
+  // One transfer to a connection: a stalled image never holds up metadata.
+  curl_easy_setopt(handle_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(handle_, CURLOPT_USERAGENT, "Kelo-Desk-Installer");
+  curl_easy_setopt(handle_, CURLOPT_BUFFERSIZE, receiveBufferBytes);
+  curl_easy_setopt(handle_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  curl_easy_setopt(handle_, CURLOPT_ERRORBUFFER, words_.data());
+  curl_easy_setopt(handle_, CURLOPT_HEADERFUNCTION, &CurlTransfer::onHeader);
+  curl_easy_setopt(handle_, CURLOPT_HEADERDATA, this);
+  curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &CurlTransfer::onBody);
+  curl_easy_setopt(handle_, CURLOPT_WRITEDATA, this);
+  connections.apply(handle_, request_.url);
+  setFields();
+}
+
+CurlTransfer::~CurlTransfer() {
+  curl_easy_cleanup(handle_);
+  curl_slist_free_all(fields_);
+}
+
+void CurlTransfer::setFields() {
+  if (request_.method == "HEAD") curl_easy_setopt(handle_, CURLOPT_NOBODY, 1L);
+  for (const auto& field : request_.fields) fields_ = curl_slist_append(fields_, field.c_str());
+  curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, fields_);
+}
+
+CurlTransfer::Clock::time_point CurlTransfer::deadline() const {
+  return lastActivity_ + std::chrono::duration_cast<Clock::duration>(request_.silence);
+}
+
+CurlFailure CurlTransfer::failure(CURLcode code) const {
+  CurlFailure failure{.code = code, .osErrno = 0, .words = words_.data()};
+  curl_easy_getinfo(handle_, CURLINFO_OS_ERRNO, &failure.osErrno);
+  return failure;
+}
+
+CurlFailure CurlTransfer::silenceFailure() const {
+  return {.code = CURLE_OPERATION_TIMEDOUT,
+          .osErrno = 0,
+          .words =
+              fmt::format("The request timed out: nothing arrived for {} seconds", request_.silence.count())};
+}
+
+// A line with nothing on it ends the head. Nobody is told of an interim answer, or of fields behind the body.
+std::size_t CurlTransfer::receiveHeaderLine(std::string_view line) {
+  lastActivity_ = Clock::now();
+  if (isHeadComplete_) return line.size();
+  if (line != "\r\n" && line != "\n") {
+    head_.addLine(line);
+    return line.size();
+  }
+  if (isInterim(head_.status)) return line.size();
+  isHeadComplete_ = true;
+  return client_->didReceiveHead(head_) == Verdict::goOn ? line.size() : 0;
+}
+
+std::size_t CurlTransfer::receiveBody(std::string_view bytes) {
+  lastActivity_ = Clock::now();
+  return client_->didReceiveBody(bytes) == Verdict::goOn ? bytes.size() : 0;
+}
+
+std::size_t CurlTransfer::onHeader(char* bytes, std::size_t size, std::size_t count, void* transfer) {
+  return static_cast<CurlTransfer*>(transfer)->receiveHeaderLine({bytes, size * count});
+}
+
+std::size_t CurlTransfer::onBody(char* bytes, std::size_t size, std::size_t count, void* transfer) {
+  return static_cast<CurlTransfer*>(transfer)->receiveBody({bytes, size * count});
+}
+
+}  // namespace installer

@@ -1,0 +1,200 @@
+#include "Platform/Linux/LinuxDownloadTask.h"
+
+#include <unistd.h>
+#include <utility>
+
+namespace installer {
+
+namespace {
+
+Error badServerResponse(std::string words) {
+  return {std::string{ErrorDomain::url}, URLErrorCode::badServerResponse, std::move(words), nullptr};
+}
+
+bool allowsResumption(const ResponseHead& head) {
+  const auto* const ranges = head.field("accept-ranges");
+  return head.status == 200 && (ranges == nullptr || *ranges != "none");
+}
+
+// Where resume data leads; of garbage an address that is never asked.
+URL urlOf(const std::string& resumeData) {
+  const auto decoded = ResumeData::decode(resumeData);
+  return decoded ? decoded->url : *URL::parse("about:blank");
+}
+
+}  // namespace
+
+LinuxDownloadTask::LinuxDownloadTask(std::shared_ptr<URLSessionCore> session, const URL& url)
+    : LinuxURLTask{std::move(session), URLRequest{.url = url}}, url_{url} {
+}
+
+LinuxDownloadTask::LinuxDownloadTask(std::shared_ptr<URLSessionCore> session, const std::string& resumeData)
+    : LinuxURLTask{std::move(session), URLRequest{.url = urlOf(resumeData)}},
+      url_{urlOf(resumeData)},
+      isGarbage_{!ResumeData::decode(resumeData)},
+      resumed_{ResumeData::decode(resumeData)} {
+}
+
+std::optional<Error> LinuxDownloadTask::prepare() {
+  if (isGarbage_) {
+    return Error{std::string{ErrorDomain::url}, URLErrorCode::unknown, "the resume data can't be read",
+                 nullptr};
+  }
+  if (!resumed_) return std::nullopt;
+  partial_ = PartialFile::reopen(session().temporaryDirectory(), resumed_->partialFile, resumed_->received);
+  if (!partial_) resumed_.reset();
+  return std::nullopt;
+}
+
+std::vector<std::string> LinuxDownloadTask::requestFields() {
+  if (!resumed_) return {};
+  return {"Range: bytes=" + std::to_string(resumed_->received) + "-",
+          "If-Range: " + resumed_->validator.text()};
+}
+
+CurlTransfer::Verdict LinuxDownloadTask::acceptHead(const ResponseHead& head) {
+  return resumed_ ? acceptAnswerToResumption(head) : acceptFromStart(head);
+}
+
+CurlTransfer::Verdict LinuxDownloadTask::acceptAnswerToResumption(const ResponseHead& head) {
+  if (head.status == 206 && continuesPartial(head)) {
+    file_ = std::move(partial_);
+    total_ = head.contentRange()->total;
+    validator_ = resumed_->validator;
+    return Verdict::goOn;
+  }
+  if (head.status == 206 || head.status == 412 || head.status == 416) {
+    restarts_ = true;
+    return Verdict::stop;
+  }
+  // Another version, from its first byte. An answer that is no success leaves the bytes as they are.
+  if (head.isSuccess()) forgetPartial();
+  return acceptFromStart(head);
+}
+
+// The rest, all of it, and of the same version.
+bool LinuxDownloadTask::continuesPartial(const ResponseHead& head) const {
+  const auto range = head.contentRange();
+  if (!range || !range->total || range->first != resumed_->received || range->last + 1 != *range->total) {
+    return false;
+  }
+  if (resumed_->total && *resumed_->total != *range->total) return false;
+  const auto length = head.contentLength();
+  if (length && *length != *range->total - range->first) return false;
+  return resumed_->validator.agreesWith(head);
+}
+
+CurlTransfer::Verdict LinuxDownloadTask::acceptFromStart(const ResponseHead& head) {
+  if (head.status == 206) return stopWith(badServerResponse("the server sent a part that nobody asked for"));
+  auto file = PartialFile::create(session().temporaryDirectory());
+  if (!file) return stopWith(file.error());
+  file_ = std::move(*file);
+  total_ = head.contentLength();
+  validator_ = allowsResumption(head) ? Validator::of(head) : std::nullopt;
+  return Verdict::goOn;
+}
+
+CurlTransfer::Verdict LinuxDownloadTask::acceptBody(std::string_view bytes) {
+  if (total_ && file_->length() + static_cast<std::int64_t>(bytes.size()) > *total_) {
+    return stopWith(badServerResponse("the server sent more than it announced"));
+  }
+  if (auto written = file_->append(bytes); !written) return stopWith(written.error());
+  postProgress();
+  return Verdict::goOn;
+}
+
+CurlTransfer::Verdict LinuxDownloadTask::stopWith(Error error) {
+  ownFailure_ = std::move(error);
+  return Verdict::stop;
+}
+
+void LinuxDownloadTask::succeed() {
+  if (!file_) {
+    // The redirect's own answer, with nothing of it kept.
+    auto file = PartialFile::create(session().temporaryDirectory());
+    if (!file) return endWith(file.error());
+    file_ = std::move(*file);
+  }
+  if (response()->statusCode == 206 && total_ != file_->length()) {
+    return breakOff({.code = CURLE_PARTIAL_FILE, .osErrno = 0, .words = "the transfer ended early"});
+  }
+  const auto path = file_->path();
+  file_.reset();
+  endWith([this, path] {
+    if (const auto delegate = session().delegate()) {
+      delegate->didFinishDownloadingTo(shared_from_this(), path);
+      delegate->didCompleteWithError(shared_from_this(), std::nullopt);
+    }
+    unlink(path.c_str());
+  });
+}
+
+void LinuxDownloadTask::breakOff(const CurlFailure& failure) {
+  if (std::exchange(restarts_, false)) {
+    forgetPartial();
+    startRequest();
+    return;
+  }
+  if (ownFailure_) return endWith(std::move(*ownFailure_));
+  LinuxURLTask::breakOff(failure);
+}
+
+void LinuxDownloadTask::forgetPartial() {
+  resumed_.reset();
+  if (!partial_) return;
+  session().forgetPartial(partial_->path());
+  partial_->remove();
+  partial_.reset();
+}
+
+// What a later task can go on from: the bytes of this body, or else those that this task itself was given.
+std::optional<ResumeData> LinuxDownloadTask::resumable() const {
+  if (!file_ || !validator_ || file_->length() == 0) return partial_ ? resumed_ : std::nullopt;
+  return ResumeData{url_, file_->path(), *validator_, file_->length(), total_};
+}
+
+void LinuxDownloadTask::discard(Error& error) {
+  const bool isLost = error.code != URLErrorCode::cancelled && !ownFailure_;
+  const auto resume = isLost ? resumable() : std::nullopt;
+  if (resume) {
+    error.downloadResumeData = std::make_shared<const std::string>(resume->encode());
+    session().keepPartial(resume->partialFile);
+  }
+  for (auto* const file : {&file_, &partial_}) {
+    if (*file && !(resume && resume->partialFile == (*file)->path())) {
+      session().forgetPartial((*file)->path());
+      (*file)->remove();
+    }
+    file->reset();
+  }
+}
+
+void LinuxDownloadTask::deliverError(const Error& error) {
+  if (const auto delegate = session().delegate()) delegate->didCompleteWithError(shared_from_this(), error);
+}
+
+// One callback at a time is on its way, however many pieces arrive meanwhile.
+void LinuxDownloadTask::postProgress() {
+  {
+    const std::lock_guard guard{progress_.mutex};
+    progress_.written = file_->length();
+    progress_.expected = total_.value_or(-1);
+    if (std::exchange(progress_.isPosted, true)) return;
+  }
+  session().callbacks().async([self = shared_from_this(), this] { deliverProgress(); });
+}
+
+void LinuxDownloadTask::deliverProgress() {
+  std::int64_t written = 0;
+  std::int64_t expected = 0;
+  {
+    const std::lock_guard guard{progress_.mutex};
+    progress_.isPosted = false;
+    written = progress_.written;
+    expected = progress_.expected;
+  }
+  if (const auto delegate = session().delegate())
+    delegate->didWriteData(shared_from_this(), written, expected);
+}
+
+}  // namespace installer

@@ -1,0 +1,96 @@
+#include "Platform/Linux/ResponseHead.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <charconv>
+#include <curl/curl.h>
+#include <memory>
+
+namespace installer {
+
+namespace {
+
+std::string_view trimmed(std::string_view text) {
+  constexpr std::string_view blanks = " \t\r\n";
+  const auto first = text.find_first_not_of(blanks);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+std::optional<std::int64_t> number(std::string_view text) {
+  std::int64_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc{} || end != text.data() + text.size() || value < 0) return std::nullopt;
+  return value;
+}
+
+// `location` as a browser reads it from a page at `base`.
+std::optional<std::string> resolved(const std::string& base, const std::string& location) {
+  const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url{curl_url(), &curl_url_cleanup};
+  constexpr unsigned anyScheme = CURLU_NON_SUPPORT_SCHEME;
+  if (curl_url_set(url.get(), CURLUPART_URL, base.c_str(), anyScheme) != CURLUE_OK) return std::nullopt;
+  if (curl_url_set(url.get(), CURLUPART_URL, location.c_str(), anyScheme | CURLU_URLENCODE) != CURLUE_OK) {
+    return std::nullopt;
+  }
+  char* text = nullptr;
+  if (curl_url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) return std::nullopt;
+  std::string result{text};
+  curl_free(text);
+  return result;
+}
+
+}  // namespace
+
+void ResponseHead::addLine(std::string_view line) {
+  if (line.starts_with("HTTP/")) {
+    fields_.clear();
+    const auto blank = line.find(' ');
+    const auto code = blank == std::string_view::npos ? line : line.substr(blank + 1, 3);
+    status = static_cast<int>(number(code).value_or(0));
+    return;
+  }
+  const auto colon = line.find(':');
+  if (colon == std::string_view::npos) return;
+  std::string name{trimmed(line.substr(0, colon))};
+  std::ranges::transform(name, name.begin(),
+                         [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  fields_[std::move(name)] = std::string{trimmed(line.substr(colon + 1))};
+}
+
+const std::string* ResponseHead::field(std::string_view name) const {
+  const auto entry = fields_.find(name);
+  return entry == fields_.end() ? nullptr : &entry->second;
+}
+
+std::optional<std::int64_t> ResponseHead::contentLength() const {
+  const auto* const text = field("content-length");
+  return text == nullptr ? std::nullopt : number(*text);
+}
+
+std::optional<ContentRange> ResponseHead::contentRange() const {
+  const auto* const text = field("content-range");
+  if (text == nullptr || !text->starts_with("bytes ")) return std::nullopt;
+  const auto range = trimmed(std::string_view{*text}.substr(6));
+  const auto dash = range.find('-');
+  const auto slash = range.find('/');
+  if (dash == std::string_view::npos || slash == std::string_view::npos || dash > slash) return std::nullopt;
+  const auto first = number(range.substr(0, dash));
+  const auto last = number(range.substr(dash + 1, slash - dash - 1));
+  if (!first || !last || *last < *first) return std::nullopt;
+  if (range.substr(slash + 1) == "*") return ContentRange{*first, *last, std::nullopt};
+  const auto total = number(range.substr(slash + 1));
+  if (!total || *total <= *last) return std::nullopt;
+  return ContentRange{*first, *last, total};
+}
+
+std::optional<URL> ResponseHead::redirectTarget(const URL& base) const {
+  static constexpr std::array redirects{301, 302, 303, 307, 308};
+  if (std::ranges::find(redirects, status) == redirects.end()) return std::nullopt;
+  const auto* const location = field("location");
+  if (location == nullptr) return std::nullopt;
+  const auto absolute = resolved(base.absoluteString(), *location);
+  return absolute ? URL::parse(*absolute) : std::nullopt;
+}
+
+}  // namespace installer

@@ -1,0 +1,92 @@
+#include "Platform/Linux/URLSessionCore.h"
+
+#include <future>
+#include <unistd.h>
+#include <utility>
+
+#include "Platform/Linux/LinuxURLTask.h"
+
+namespace installer {
+
+URLSessionCore::URLSessionCore(CurlEngine& engine, Path temporaryDirectory,
+                               std::shared_ptr<URLSessionDelegate> delegate)
+    : engine_{engine}, temporaryDirectory_{std::move(temporaryDirectory)}, delegate_{std::move(delegate)} {
+}
+
+URLSessionCore::~URLSessionCore() {
+  for (const auto& path : partials_) unlink(path.c_str());
+}
+
+std::shared_ptr<URLSessionDelegate> URLSessionCore::delegate() {
+  const std::lock_guard guard{mutex_};
+  return delegate_;
+}
+
+void URLSessionCore::invalidate(Running running) {
+  std::set<std::shared_ptr<LinuxURLTask>> cancelled;
+  {
+    const std::lock_guard guard{mutex_};
+    isInvalidated_ = true;
+    if (running == Running::cancel) {
+      isCancelled_ = true;
+      cancelled = running_;
+    }
+  }
+  for (const auto& task : cancelled) task->cancel();
+  retireIfDone();
+}
+
+bool URLSessionCore::isInvalidated() {
+  const std::lock_guard guard{mutex_};
+  return isInvalidated_;
+}
+
+bool URLSessionCore::isCancelled() {
+  const std::lock_guard guard{mutex_};
+  return isCancelled_;
+}
+
+void URLSessionCore::drain() {
+  std::promise<void> reached;
+  engine_.post([&reached] { reached.set_value(); });
+  reached.get_future().wait();
+  callbacks_.drain();
+}
+
+void URLSessionCore::taskStarted(const std::shared_ptr<LinuxURLTask>& task) {
+  const std::lock_guard guard{mutex_};
+  running_.insert(task);
+}
+
+void URLSessionCore::taskEnded(const std::shared_ptr<LinuxURLTask>& task) {
+  {
+    const std::lock_guard guard{mutex_};
+    running_.erase(task);
+  }
+  retireIfDone();
+}
+
+void URLSessionCore::keepPartial(const Path& path) {
+  const std::lock_guard guard{mutex_};
+  partials_.insert(path);
+}
+
+void URLSessionCore::forgetPartial(const Path& path) {
+  const std::lock_guard guard{mutex_};
+  partials_.erase(path);
+}
+
+// An invalidated session whose last task has ended needs neither its delegate nor what could be resumed.
+void URLSessionCore::retireIfDone() {
+  std::shared_ptr<URLSessionDelegate> released;
+  std::set<Path> partials;
+  {
+    const std::lock_guard guard{mutex_};
+    if (!isInvalidated_ || !running_.empty()) return;
+    released = std::exchange(delegate_, nullptr);
+    partials = std::exchange(partials_, {});
+  }
+  for (const auto& path : partials) unlink(path.c_str());
+}
+
+}  // namespace installer
