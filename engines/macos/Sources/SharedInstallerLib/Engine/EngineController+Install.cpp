@@ -1,0 +1,101 @@
+// An install or update run, from its prechecks to `done`.
+#include <algorithm>
+#include <utility>
+
+#include "Engine/EngineController.h"
+#include "Engine/EngineEmitter.h"
+#include "Engine/EngineVocabulary.h"
+#include "Engine/JSONInstallDelegate.h"
+#include "Engine/RunEvents.h"
+#include "Installer/InstallOrchestrator.h"
+#include "Installer/RunRules.h"
+#include "Models/AppConstants.h"
+#include "Models/AppInfo.h"
+#include "Models/AppStatus.h"
+#include "Models/PackageProvider.h"
+#include "Platform/Machine.h"
+#include "Utils/InstallerLifecycle.h"
+#include "Utils/RunExitCode.h"
+#include "Utils/SystemUtils.h"
+
+namespace installer {
+
+namespace {
+
+std::vector<AppResultEvent> blanketFailure(const std::vector<AppInfo>& apps, std::string_view errorCode) {
+  std::vector<AppResultEvent> events;
+  for (const auto& app : apps) events.push_back(RunEvents::emitted(RunEvents::failure(app, errorCode)));
+  return events;
+}
+
+// Ends a run before it began, for a reason that holds for all of its apps.
+std::int32_t stop(const std::string& message, std::string_view errorCode, const std::vector<AppInfo>& apps,
+                  const std::string& action, std::int32_t exitCode) {
+  RunEvents::emitLog(EventLevel::error, message);
+  return RunEvents::done(action, exitCode, blanketFailure(apps, errorCode));
+}
+
+bool isIdle(const JSONInstallDelegate& delegate) {
+  return machine().dispatch.now() >= delegate.lastActivity() + RunRules::kIdleLimit;
+}
+
+// Whoever stops waiting cancels nothing: work under way dies with the process.
+void waitForEnd(const JSONInstallDelegate& delegate) {
+  while (!delegate.isFinished()) {
+    if (isIdle(delegate)) {
+      RunEvents::emitLog(EventLevel::error,
+                         "Engine idle timeout (600s with no progress); proceeding with partial results");
+      return;
+    }
+    machine().dispatch.runMainLoop(RunRules::kRunLoopSlice);
+  }
+}
+
+bool hasResult(const AppInfo& app, const std::vector<AppInstallResult>& results) {
+  return std::ranges::any_of(results, [&](const auto& result) { return result.app.id == app.id; });
+}
+
+// The results in finishing order, then the apps that were never reached. After a timeout there are no
+// results, so every app counts as never reached, also one that has had a result of its own before.
+std::vector<AppResultEvent> finalEvents(const std::vector<AppInfo>& apps,
+                                        const std::vector<AppInstallResult>& results,
+                                        const std::string& action) {
+  std::vector<AppResultEvent> events;
+  for (const auto& result : results) events.push_back(JSONInstallDelegate::resultEvent(result, action));
+  for (const auto& app : apps) {
+    if (hasResult(app, results)) continue;
+    events.push_back(RunEvents::emitted(RunEvents::appResult(app, AppStatus::cancelled)));
+  }
+  return events;
+}
+
+}  // namespace
+
+std::int32_t EngineController::runInstall(const std::vector<AppIdentifier>& apps, const std::string& action,
+                                          bool strict) {
+  const auto resolved = RunRules::resolveApps(apps);
+  if (resolved.empty()) return RunEvents::stopWithoutApps(action);
+  if (const auto retirement = InstallerLifecycle::expiry()) {
+    return stop(RunRules::expiryMessage(*retirement), ErrorCode::notCompatible, resolved, action,
+                AppConstants::ExitCode::fullFailure);
+  }
+  if (!provider_->isOfflineMode() && !SystemUtils::isInternetReachable(RunRules::kConnectivityTimeout)) {
+    return stop("No internet connection", ErrorCode::networkUnavailable, resolved, action,
+                AppConstants::ExitCode::networkFailure);
+  }
+
+  const auto delegate = std::make_shared<JSONInstallDelegate>(resolved.size(), action);
+  activeOrchestrator_ = std::make_shared<InstallOrchestrator>(provider_);
+  activeOrchestrator_->setDelegate(delegate);
+  activeOrchestrator_->startInstallation(resolved);
+  waitForEnd(*delegate);
+
+  const auto events = finalEvents(resolved, delegate->results(), action);
+  const auto exitCode = RunExitCode::forRun(RunEvents::statuses(events), strict,
+                                            RunRules::anyPermissionDenied(delegate->results()));
+  RunEvents::done(action, exitCode, events);
+  activeOrchestrator_ = nullptr;
+  return exitCode;
+}
+
+}  // namespace installer

@@ -1,0 +1,165 @@
+// What only answers a question: hello, check-updates, disk-free, export-logs.
+#include "Engine/EngineController.h"
+#include "Engine/EngineEmitter.h"
+#include "Engine/EngineVocabulary.h"
+#include "Installer/DMGInstaller.h"
+#include "Installer/RunRules.h"
+#include "Models/AppConstants.h"
+#include "Models/PackageProvider.h"
+#include "Platform/Machine.h"
+#include "Utils/BundledPackages.h"
+#include "Utils/CDNSource.h"
+#include "Utils/DiskRequirement.h"
+#include "Utils/InstallerConfig.h"
+#include "Utils/InstallerLifecycle.h"
+#include "Utils/KeloAppProvider.h"
+#include "Utils/Log.h"
+#include "Utils/LogExport.h"
+#include "Utils/UpdateChecker.h"
+
+namespace installer {
+
+namespace {
+
+using ExitCode = std::int32_t;
+
+ExitCode done(const std::string& action, ExitCode exitCode) {
+  EngineEmitter::emit({EngineEvent::Done{.action = action, .exitCode = exitCode, .results = std::nullopt}});
+  return exitCode;
+}
+
+std::vector<std::string> capabilities() {
+  // What this engine can do, not what state it is in: "offline" is there in online mode too.
+  std::vector<std::string> list{"install", "update", "uninstall", "check-updates", "offline", "export-logs"};
+  if (!InstallerConfig::showTermsStep()) list.emplace_back("skip-terms");
+  return list;
+}
+
+// Nothing of an App Store copy can be reclaimed: it stays where it is.
+std::optional<std::int64_t> requiredBytes(const AppUpdateStatus& status,
+                                          std::optional<std::int64_t> downloadBytes) {
+  if (!downloadBytes) return std::nullopt;
+  const auto reclaimable = status.isAppStore ? std::nullopt : status.installedPath;
+  return DiskRequirement::peakBytes(status.app, *downloadBytes, reclaimable);
+}
+
+std::optional<std::string> webUrl(const AppInfo& app) {
+  if (auto configured = InstallerConfig::webURL(std::string{rawValue(app.id)})) return configured;
+  if (!app.webURL) return std::nullopt;
+  return app.webURL->absoluteString();
+}
+
+EngineEvent::UpdateCheckEntry updateEntry(const AppUpdateStatus& status) {
+  return {
+      .id = std::string{rawValue(status.app.id)},
+      .updateAvailable = status.updateAvailable(),
+      .latestVersion = status.latestVersion,
+      .sizeBytes = status.downloadSizeBytes,
+      .requiredBytes = requiredBytes(status, status.downloadSizeBytes),
+      .releaseNotes = CDNSource::fetchReleaseNotes(status.app, CDNSource::kFetchTimeout),
+  };
+}
+
+// Only a sweep that found nothing at all gives reason to ask whether the source is gone.
+std::optional<InstallerRetirement> retirementAfter(const UpdateSweep& sweep) {
+  if (auto expired = InstallerLifecycle::expiry()) return expired;
+  return sweep.allPackagesMissing ? InstallerLifecycle::confirmSourceRetired() : std::nullopt;
+}
+
+// The path itself, or the nearest folder above it that exists; the root, or the current folder for a
+// relative path, ends the walk.
+Path nearestExisting(Path path) {
+  while (path != "/" && !machine().files.fileExists(path)) {
+    path = parentFolder(path);
+    if (path.empty()) return ".";
+  }
+  return path;
+}
+
+}  // namespace
+
+std::int32_t EngineController::hello() {
+  // Detection only, whatever the source of packages: a shell that wants to know what is on offer asks for it.
+  const auto sweep = UpdateChecker::sweep(KeloAppProvider::shared().allApps(), false);
+  EngineEvent::Hello event{
+      .mode = provider_->isOfflineMode() ? "offline" : "online",
+      .capabilities = capabilities(),
+      .apps = {},
+      .retirement = {},
+  };
+  for (const auto& status : sweep.statuses) event.apps.push_back(catalogEntry(status));
+  event.retirement = InstallerRetirementEvent::of(InstallerLifecycle::expiry());
+  EngineEmitter::emit({std::move(event)});
+  return done("hello", AppConstants::ExitCode::success);
+}
+
+CatalogAppEvent EngineController::catalogEntry(const AppUpdateStatus& status) const {
+  const auto& app = status.app;
+  const auto bundledSize = bundledPackageSize(app);
+  const auto sizeBytes = bundledSize ? bundledSize : app.sizeBytes;
+  const auto latestVersion = offeredVersion(status);
+  return {
+      .id = std::string{rawValue(app.id)},
+      .displayName = app.displayName,
+      .descriptionCode = app.descriptionCode,
+      .iconName = app.iconName,
+      .updateAvailable = status.updateAvailable(latestVersion),
+      .installedVersion = status.installedVersion,
+      .latestVersion = latestVersion,
+      .sizeBytes = sizeBytes,
+      .source = status.source(),
+      .webUrl = webUrl(app),
+      .requiredBytes = requiredBytes(status, sizeBytes),
+      .installedPath = status.installedPath,
+      .releaseNotes = std::nullopt,
+  };
+}
+
+std::optional<std::string> EngineController::offeredVersion(const AppUpdateStatus& status) const {
+  if (status.latestVersion || !provider_->isOfflineMode()) return status.latestVersion;
+  return BundledPackages::bundledVersion(status.app);
+}
+
+std::optional<std::int64_t> EngineController::bundledPackageSize(const AppInfo& app) const {
+  if (!provider_->isOfflineMode()) return std::nullopt;
+  if (const auto size = BundledPackages::bundledSize(app)) return size;
+  const auto folder = BundledPackages::packagesFolder();
+  if (!folder) return std::nullopt;
+  const auto attributes = machine().files.attributes(joined(*folder, app.tempFileName));
+  if (!attributes) return std::nullopt;
+  return attributes->size;
+}
+
+std::int32_t EngineController::checkUpdates(const std::vector<AppIdentifier>& apps) {
+  const auto sweep = UpdateChecker::sweep(RunRules::resolveApps(apps), !provider_->isOfflineMode());
+  EngineEvent::UpdateCheckResult event{
+      .apps = {},
+      .retirement = InstallerRetirementEvent::of(retirementAfter(sweep)),
+  };
+  for (const auto& status : sweep.statuses) event.apps.push_back(updateEntry(status));
+  EngineEmitter::emit({std::move(event)});
+  return done("check-updates", AppConstants::ExitCode::success);
+}
+
+std::int32_t EngineController::diskFree(const std::string& path) {
+  const auto asked = path.empty() ? machine().paths.applications : path;
+  EngineEmitter::emit({EngineEvent::DiskFreeResult{
+      .path = asked,
+      .freeBytes = DMGInstaller::volumeFreeBytes(nearestExisting(asked)),
+  }});
+  return done("disk-free", AppConstants::ExitCode::success);
+}
+
+std::int32_t EngineController::exportLogs(const std::optional<std::string>& outDirectory) {
+  const auto archive = LogExport::exportLogs(outDirectory);
+  if (!archive) {
+    log("exportLogs failed: " + archive.error().localizedDescription);
+    EngineEmitter::emit(
+        {EngineEvent::ExportLogsResult{.path = std::nullopt, .errorCode = std::string{ErrorCode::unknown}}});
+    return done("export-logs", AppConstants::ExitCode::fullFailure);
+  }
+  EngineEmitter::emit({EngineEvent::ExportLogsResult{.path = *archive, .errorCode = std::nullopt}});
+  return done("export-logs", AppConstants::ExitCode::success);
+}
+
+}  // namespace installer

@@ -1,0 +1,79 @@
+// An uninstall run. No orchestrator and no precheck: an installer that has expired can still remove apps.
+#include <algorithm>
+#include <utility>
+
+#include "Engine/EngineController.h"
+#include "Engine/EngineEmitter.h"
+#include "Engine/EngineVocabulary.h"
+#include "Engine/RunEvents.h"
+#include "Installer/AppUninstaller.h"
+#include "Installer/RunRules.h"
+#include "Models/AppInfo.h"
+#include "Models/AppStatus.h"
+#include "Platform/Machine.h"
+#include "Utils/RunExitCode.h"
+
+namespace installer {
+
+namespace {
+
+// The first row that fits decides.
+AppResultEvent resultEvent(const UninstallResult& result) {
+  if (result.success) {
+    return RunEvents::appResult(result.app,
+                                result.alreadyAbsent ? AppStatus::alreadyAbsent : AppStatus::uninstalled);
+  }
+  if (result.skipped) {
+    auto event = RunEvents::appResult(result.app, AppStatus::skipped);
+    event.errorCode = ErrorCode::skipped;
+    return event;
+  }
+  if (result.authCancelled) return RunEvents::failure(result.app, ErrorCode::uninstallAuthCancelled);
+  if (result.permissionDenied) return RunEvents::failure(result.app, ErrorCode::uninstallPermissionDenied);
+  return RunEvents::failure(result.app, ErrorCode::uninstallFailed);
+}
+
+void announce(const AppInfo& app, std::size_t index, std::size_t total) {
+  const std::string identifier{rawValue(app.id)};
+  EngineEmitter::emit({EngineEvent::Stage{.app = identifier,
+                                          .stage = "uninstall",
+                                          .index = static_cast<std::int64_t>(index),
+                                          .total = static_cast<std::int64_t>(total)}});
+  EngineEmitter::emit({EngineEvent::Progress{.app = identifier,
+                                             .percent = 100,
+                                             .indeterminate = true,
+                                             .detailCode = "UNINSTALLING",
+                                             .detailArgs = std::nullopt}});
+}
+
+// A person's refusal at the administrator prompt counts as a denied permission.
+bool isDeniedPermission(const AppResultEvent& event) {
+  return event.errorCode == ErrorCode::uninstallPermissionDenied ||
+         event.errorCode == ErrorCode::uninstallAuthCancelled;
+}
+
+}  // namespace
+
+std::int32_t EngineController::runUninstall(const std::vector<AppIdentifier>& apps, bool strict) {
+  const auto resolved = RunRules::resolveApps(apps);
+  if (resolved.empty()) return RunEvents::stopWithoutApps("uninstall");
+
+  std::vector<AppResultEvent> events;
+  for (std::size_t i = 0; i < resolved.size(); ++i) {
+    events.push_back(RunEvents::emitted(uninstallUnlessCancelled(resolved[i], i + 1, resolved.size())));
+  }
+  const auto exitCode = RunExitCode::forRun(RunEvents::statuses(events), strict,
+                                            std::ranges::any_of(events, isDeniedPermission));
+  return RunEvents::done("uninstall", exitCode, events);
+}
+
+AppResultEvent EngineController::uninstallUnlessCancelled(const AppInfo& app, std::size_t index,
+                                                          std::size_t total) {
+  // The only moment in which a cancel can land: the removal blocks this thread.
+  machine().dispatch.runMainLoop(RunRules::kRunLoopSlice);
+  if (uninstallCancelled_) return RunEvents::appResult(app, AppStatus::cancelled);
+  announce(app, index, total);
+  return resultEvent(AppUninstaller::uninstall(app, true));
+}
+
+}  // namespace installer

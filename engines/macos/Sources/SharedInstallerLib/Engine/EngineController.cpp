@@ -1,0 +1,43 @@
+#include "Engine/EngineController.h"
+
+#include <utility>
+
+#include "Installer/InstallOrchestrator.h"
+#include "Models/PackageProvider.h"
+#include "Models/Text.h"
+#include "Platform/Machine.h"
+
+namespace installer {
+
+std::shared_ptr<EngineController> EngineController::make(std::shared_ptr<PackageProvider> provider) {
+  return std::make_shared<EngineController>(Private{}, std::move(provider));
+}
+
+EngineController::EngineController(Private, std::shared_ptr<PackageProvider> provider)
+    : provider_{std::move(provider)} {
+}
+
+EngineController::~EngineController() = default;
+
+void EngineController::cancelAll() {
+  machine().dispatch.asyncMain([weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (self == nullptr) return;
+    self->uninstallCancelled_ = true;
+    if (self->activeOrchestrator_ != nullptr) self->activeOrchestrator_->cancelInstallation();
+  });
+}
+
+void EngineController::cancelApp(const std::string& app) {
+  const auto identifier = AppIdentifiers::fromRawValue(lowercased(app));
+  if (!identifier) return;
+  machine().dispatch.asyncMain([weak = weak_from_this(), identifier = *identifier] {
+    const auto self = weak.lock();
+    if (self == nullptr) return;
+    // Meant as it is: during an uninstall this stops every app still to come, not only the one named.
+    self->uninstallCancelled_ = true;
+    if (self->activeOrchestrator_ != nullptr) self->activeOrchestrator_->cancelApp(identifier);
+  });
+}
+
+}  // namespace installer

@@ -1,0 +1,48 @@
+#include "Engine/EngineEmitter.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "Engine/EngineEnvelope.h"
+#include "Platform/Machine.h"
+#include "Utils/Log.h"
+
+namespace installer::EngineEmitter {
+
+namespace {
+
+// Never destroyed: a worker may emit while the process exits.
+std::mutex& lineLock() {
+  static auto* const lock = new std::mutex;
+  return *lock;
+}
+
+LogLevel logLevel(std::string level) {
+  std::ranges::transform(level, level.begin(),
+                         [](char c) { return c >= 'a' && c <= 'z' ? char(c - 32) : c; });
+  if (level == "WARN") return LogLevel::warn;
+  if (level == "ERROR") return LogLevel::error;
+  return LogLevel::info;
+}
+
+}  // namespace
+
+void emit(const EngineEvent& event) {
+  if (const auto* entry = std::get_if<EngineEvent::Log>(&event.payload)) {
+    log("engine: " + entry->message, logLevel(entry->level));
+  }
+  auto line = EngineEnvelope::encode(event);
+  if (!line) {
+    logError("EngineEmitter: failed to encode event: " + line.error().localizedDescription);
+    return;
+  }
+  // In one write with its line feed, so that nothing else on the stream can stand between the two.
+  *line += '\n';
+  const std::lock_guard lock{lineLock()};
+  machine().streams.writeOutput(*line);
+}
+
+}  // namespace installer::EngineEmitter

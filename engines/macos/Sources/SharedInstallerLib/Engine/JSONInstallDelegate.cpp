@@ -1,0 +1,106 @@
+#include "Engine/JSONInstallDelegate.h"
+
+#include <utility>
+
+#include "Engine/EngineEmitter.h"
+#include "Engine/EngineVocabulary.h"
+#include "Engine/RunEvents.h"
+#include "Models/AppStatus.h"
+#include "Platform/Machine.h"
+#include "Utils/ExistingAppDetector.h"
+
+namespace installer {
+
+namespace {
+
+std::string_view detailCode(InstallStage stage) {
+  switch (stage) {
+    case InstallStage::download: return "DOWNLOADING";
+    case InstallStage::verify: return "VERIFYING";
+    case InstallStage::install: return "INSTALLING";
+  }
+  return "";
+}
+
+std::optional<std::map<std::string, std::int64_t>> detailArgs(std::optional<std::int64_t> downloadedBytes,
+                                                              std::optional<std::int64_t> totalBytes) {
+  if (!downloadedBytes || !totalBytes || *totalBytes < 1) return std::nullopt;
+  return std::map<std::string, std::int64_t>{{"downloadedBytes", *downloadedBytes},
+                                             {"totalBytes", *totalBytes}};
+}
+
+std::string_view successStatus(const AppInstallResult& result, const std::string& action) {
+  if (result.alreadyCurrent) return AppStatus::skipped;
+  return action == "update" ? AppStatus::updated : AppStatus::installed;
+}
+
+}  // namespace
+
+JSONInstallDelegate::JSONInstallDelegate(std::size_t totalApps, std::string action)
+    : totalApps_{totalApps}, action_{std::move(action)}, lastActivity_{machine().dispatch.now()} {
+}
+
+AppResultEvent JSONInstallDelegate::resultEvent(const AppInstallResult& result, const std::string& action) {
+  if (result.success) {
+    auto event = RunEvents::appResult(result.app, successStatus(result, action));
+    event.installedPath = result.installedPath;
+    event.installedVersion = ExistingAppDetector::installedVersion(result.app, result.installedPath);
+    return event;
+  }
+  if (result.cancelled) return RunEvents::appResult(result.app, AppStatus::cancelled);
+  return RunEvents::failure(result.app, result.errorCode.value_or(std::string{ErrorCode::installFailed}));
+}
+
+void JSONInstallDelegate::noteActivity() {
+  lastActivity_ = machine().dispatch.now();
+}
+
+void JSONInstallDelegate::enterStage(const std::string& appId, InstallStage stage) {
+  const auto last = lastStage_.find(appId);
+  if (last != lastStage_.end() && last->second == stage) return;
+  lastStage_[appId] = stage;
+  if (!stageIndex_.contains(appId)) stageIndex_[appId] = ++order_;
+  EngineEmitter::emit({EngineEvent::Stage{
+      .app = appId,
+      .stage = std::string{rawValue(stage)},
+      .index = stageIndex_[appId],
+      .total = static_cast<std::int64_t>(totalApps_),
+  }});
+}
+
+void JSONInstallDelegate::orchestratorDidUpdateApp(const std::string& appId, InstallStage stage,
+                                                   double percent, bool indeterminate,
+                                                   std::optional<std::int64_t> downloadedBytes,
+                                                   std::optional<std::int64_t> totalBytes) {
+  noteActivity();
+  enterStage(appId, stage);
+  EngineEmitter::emit({EngineEvent::Progress{
+      .app = appId,
+      .percent = percent,
+      .indeterminate = indeterminate,
+      .detailCode = std::string{detailCode(stage)},
+      .detailArgs = detailArgs(downloadedBytes, totalBytes),
+  }});
+}
+
+// The figure is dropped: a shell takes its percentages from the progress events alone.
+void JSONInstallDelegate::orchestratorDidUpdateProgress(const std::string& statusText,
+                                                        const std::string& detailText, double /*progress*/) {
+  noteActivity();
+  EngineEmitter::emit({EngineEvent::Log{
+      .level = std::string{EventLevel::info},
+      .message = detailText.empty() ? statusText : statusText + " — " + detailText,
+  }});
+}
+
+void JSONInstallDelegate::orchestratorDidCompleteApp(const AppInstallResult& result) {
+  noteActivity();
+  EngineEmitter::emit({EngineEvent::AppResult{resultEvent(result, action_)}});
+}
+
+void JSONInstallDelegate::orchestratorDidFinish(const std::vector<AppInstallResult>& results) {
+  results_ = results;
+  isFinished_ = true;
+}
+
+}  // namespace installer

@@ -1,0 +1,183 @@
+#include "Installer/SilentRunner.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <string>
+#include <utility>
+
+#include "Installer/AppUninstaller.h"
+#include "Installer/HeadlessInstallDelegate.h"
+#include "Installer/InstallOrchestrator.h"
+#include "Installer/RunRules.h"
+#include "Installer/SilentSummary.h"
+#include "Models/AppConstants.h"
+#include "Models/AppStatus.h"
+#include "Models/PackageProvider.h"
+#include "Platform/Machine.h"
+#include "Utils/InstallerLifecycle.h"
+#include "Utils/Log.h"
+#include "Utils/RunExitCode.h"
+#include "Utils/SystemUtils.h"
+
+namespace installer {
+
+namespace {
+
+std::string joinedIdentifiers(const std::vector<AppIdentifier>& identifiers, std::string_view separator) {
+  std::vector<std::string_view> values;
+  for (const auto identifier : identifiers) values.push_back(rawValue(identifier));
+  return fmt::format("{}", fmt::join(values, separator));
+}
+
+std::string identifiersText(const std::vector<AppInfo>& apps) {
+  std::vector<AppIdentifier> identifiers;
+  for (const auto& app : apps) identifiers.push_back(app.id);
+  return joinedIdentifiers(identifiers, ", ");
+}
+
+// Ends a run before any app was touched.
+std::int32_t stop(InstallerAction action, std::int32_t exitCode, const std::string& note) {
+  writeSummary(std::string{rawValue(action)}, {}, exitCode, note);
+  return exitCode;
+}
+
+std::int32_t stopWithoutApps(InstallerAction action) {
+  logError("SilentRunner: No valid apps resolved from --apps argument");
+  return stop(action, AppConstants::ExitCode::invalidArguments, "No valid app identifiers supplied");
+}
+
+// Whoever stops waiting cancels nothing, and judges the results that there are.
+void waitForEnd(const HeadlessInstallDelegate& delegate) {
+  while (!delegate.isFinished()) {
+    if (machine().dispatch.now() >= delegate.lastActivity() + RunRules::kIdleLimit) {
+      logError("SilentRunner: Idle timeout (600 s with no progress) — proceeding with partial results");
+      return;
+    }
+    machine().dispatch.runMainLoop(RunRules::kRunLoopSlice);
+  }
+}
+
+std::string statusWord(const AppInstallResult& result) {
+  if (result.success) return std::string{result.alreadyCurrent ? AppStatus::skipped : AppStatus::installed};
+  return std::string{result.cancelled ? AppStatus::cancelled : AppStatus::failed};
+}
+
+std::string statusWord(const UninstallResult& result) {
+  if (result.success) {
+    return std::string{result.alreadyAbsent ? AppStatus::alreadyAbsent : AppStatus::uninstalled};
+  }
+  return std::string{result.skipped ? AppStatus::skipped : AppStatus::failed};
+}
+
+template <class Result>
+std::vector<std::string> statusWords(const std::vector<Result>& results) {
+  std::vector<std::string> words;
+  for (const auto& result : results) words.push_back(statusWord(result));
+  return words;
+}
+
+std::int32_t computeInstallExitCode(const std::vector<AppInstallResult>& results, bool strict) {
+  return RunExitCode::forRun(statusWords(results), strict, RunRules::anyPermissionDenied(results));
+}
+
+std::int32_t computeUninstallExitCode(const std::vector<UninstallResult>& results, bool strict) {
+  const bool permissionDenied = std::ranges::any_of(results, [](const UninstallResult& result) {
+    return !result.success && !result.skipped && result.permissionDenied;
+  });
+  return RunExitCode::forRun(statusWords(results), strict, permissionDenied);
+}
+
+// Coarser than the exit code on purpose: a cancelled app reads "failed", a current one "installed".
+SummaryEntry summaryEntry(const AppInstallResult& result) {
+  return {.appName = result.app.displayName,
+          .status = std::string{result.success ? AppStatus::installed : AppStatus::failed},
+          .detail = result.errorMessage};
+}
+
+SummaryEntry summaryEntry(const UninstallResult& result) {
+  return {.appName = result.app.displayName,
+          .status = statusWord(result),
+          .detail = result.skipped ? result.skipReason : result.errorMessage};
+}
+
+template <class Result>
+std::vector<SummaryEntry> summaryEntries(const std::vector<Result>& results) {
+  std::vector<SummaryEntry> entries;
+  for (const auto& result : results) entries.push_back(summaryEntry(result));
+  return entries;
+}
+
+void openInstalledApps(const std::vector<AppInstallResult>& results) {
+  for (const auto& result : results) {
+    if (!result.success) continue;
+    const auto path =
+        result.installedPath.value_or(joined(machine().paths.applications, result.app.appBundleName));
+    log(fmt::format("SilentRunner: Opening {} at {}", result.app.displayName, path));
+    // The install stands whether or not the app can be opened.
+    (void)machine().processes.launch(machine().paths.open, {path});
+  }
+}
+
+}  // namespace
+
+SilentRunner::SilentRunner(std::shared_ptr<PackageProvider> provider) : provider_{std::move(provider)} {
+}
+
+std::int32_t SilentRunner::run(const RunOptions& options) {
+  log(fmt::format("SilentRunner: Starting — action={} apps={} strict={} openAfterInstall={}",
+                  rawValue(options.action),
+                  options.selectedApps.empty() ? "all" : joinedIdentifiers(options.selectedApps, ","),
+                  options.strict, options.openAfterInstall));
+  return options.action == InstallerAction::install ? runInstall(options) : runUninstall(options);
+}
+
+// The order of the stops is a contract: invalid selection, then expiry, then the network.
+std::int32_t SilentRunner::runInstall(const RunOptions& options) {
+  const auto apps = RunRules::resolveApps(options.selectedApps);
+  if (apps.empty()) return stopWithoutApps(InstallerAction::install);
+  log("SilentRunner: Installing " + identifiersText(apps));
+  if (const auto retirement = InstallerLifecycle::expiry()) {
+    const auto message = RunRules::expiryMessage(*retirement);
+    log("SilentRunner: " + message);
+    return stop(InstallerAction::install, AppConstants::ExitCode::fullFailure, message);
+  }
+  if (!isConnected()) {
+    return stop(InstallerAction::install, AppConstants::ExitCode::networkFailure, "No internet connection");
+  }
+
+  const auto delegate = std::make_shared<HeadlessInstallDelegate>();
+  const auto orchestrator = std::make_shared<InstallOrchestrator>(provider_);
+  orchestrator->setDelegate(delegate);
+  orchestrator->startInstallation(apps);
+  waitForEnd(*delegate);
+
+  const auto& results = delegate->results();
+  const auto exitCode = computeInstallExitCode(results, options.strict);
+  writeSummary("install", summaryEntries(results), exitCode, std::nullopt);
+  if (options.openAfterInstall) openInstalledApps(results);
+  return exitCode;
+}
+
+bool SilentRunner::isConnected() const {
+  if (provider_->isOfflineMode()) return true;
+  log("SilentRunner: Checking internet connectivity…");
+  if (!SystemUtils::isInternetReachable(RunRules::kConnectivityTimeout)) {
+    logError("SilentRunner: No internet connection — aborting");
+    return false;
+  }
+  log("SilentRunner: Internet connection confirmed");
+  return true;
+}
+
+// No expiry test, no connectivity test, and nobody is asked for a password.
+std::int32_t SilentRunner::runUninstall(const RunOptions& options) {
+  const auto apps = RunRules::resolveApps(options.selectedApps);
+  if (apps.empty()) return stopWithoutApps(InstallerAction::uninstall);
+  log("SilentRunner: Uninstalling " + identifiersText(apps));
+  const auto results = AppUninstaller::uninstallAll(apps, false);
+  const auto exitCode = computeUninstallExitCode(results, options.strict);
+  writeSummary("uninstall", summaryEntries(results), exitCode, std::nullopt);
+  return exitCode;
+}
+
+}  // namespace installer

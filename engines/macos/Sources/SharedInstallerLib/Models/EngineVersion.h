@@ -1,0 +1,13 @@
+// What this engine says about itself to shells and in log bundles.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace installer {
+
+inline constexpr std::string_view kEngineVersion = "1.0.0";
+// Rises only when a shell written for the old number could misread the new events.
+inline constexpr std::int64_t kEngineProtocolVersion = 1;
+
+}  // namespace installer

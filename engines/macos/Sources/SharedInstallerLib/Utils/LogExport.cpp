@@ -1,0 +1,139 @@
+#include "Utils/LogExport.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <vector>
+
+#include "Platform/Machine.h"
+#include "Utils/Log.h"
+#include "Utils/LogExportTexts.h"
+#include "Utils/Logger.h"
+#include "Utils/SystemUtils.h"
+
+namespace installer::LogExport {
+
+namespace {
+
+struct Collected {
+  int copied = 0;
+  std::vector<std::string> notes;
+};
+
+bool isLog(const std::string& name) {
+  return name.ends_with(".log");
+}
+
+Path stagingPath() {
+  return joined(machine().paths.temporaryDirectory,
+                fmt::format("KeloDeskInstaller-logexport-{}", machine().systemInfo.processIdentifier()));
+}
+
+Result<> makeStaging(const Path& staging) {
+  // What an earlier process with this identifier left. If it can't go, the new copies land among it.
+  (void)machine().files.removeItem(staging);
+  return machine().files.createDirectory(staging, FileSystem::Intermediates::create);
+}
+
+// Ascending by name; absent when the folder can't be listed.
+Result<std::vector<std::string>> logNames(const Path& directory) {
+  auto names = machine().files.contentsOfDirectory(directory);
+  if (!names) return names;
+  std::erase_if(*names, [](const auto& name) { return !isLog(name); });
+  std::ranges::sort(*names);
+  return names;
+}
+
+void collectOne(const Path& source, const Path& copy, Collected& collected) {
+  if (const auto result = machine().files.copyItem(source, copy); !result) {
+    collected.notes.push_back(
+        fmt::format("[skipped] {} — copy failed: {}", source, result.error().localizedDescription));
+    return;
+  }
+  const auto attributes = machine().files.attributes(source);
+  const auto size = attributes ? std::to_string(attributes->size) : "?";
+  collected.notes.push_back(fmt::format("[included] {} ({} bytes)", source, size));
+  ++collected.copied;
+}
+
+Collected collectLogs(const Path& directory, const Path& staging) {
+  Collected collected;
+  const auto names = logNames(directory);
+  if (!names) {
+    collected.notes.push_back(fmt::format("[skipped] {} — could not read the log directory", directory));
+  }
+  for (const auto& name : names.value_or(std::vector<std::string>{})) {
+    collectOne(joined(directory, name), joined(staging, name), collected);
+  }
+  if (collected.copied == 0) collected.notes.push_back(fmt::format("[empty] {} — no .log files", directory));
+  return collected;
+}
+
+void writeManifest(const Path& staging, const Collected& collected) {
+  const LogExportTexts::ManifestFacts facts{
+      .time = machine().dispatch.now(),
+      .systemVersion = machine().systemInfo.operatingSystemVersionString(),
+      .isArm64 = SystemUtils::isArm64Architecture(),
+      .copied = collected.copied,
+  };
+  // An archive without its manifest is still worth sending.
+  (void)machine().files.writeFile(joined(staging, "manifest.txt"),
+                                  LogExportTexts::manifest(facts, collected.notes));
+}
+
+// Reads the copies and not the log folder, so that the digest is of what the archive holds.
+void writeErrorSummary(const Path& staging) {
+  LogExportTexts::Digest digest;
+  for (const auto& name : logNames(staging).value_or(std::vector<std::string>{})) {
+    digest.add(name, machine().files.readFile(joined(staging, name)).value_or(std::string{}));
+  }
+  const auto written = machine().files.writeFile(joined(staging, "error-summary.txt"), digest.text());
+  if (!written) {
+    logWarn("Could not write the log-bundle error summary: " + written.error().localizedDescription);
+    return;
+  }
+  log(fmt::format("Log bundle error summary: {} WARN/ERROR line(s) across {} file(s)", digest.keptLines(),
+                  digest.files()));
+}
+
+Path destinationFolder(const std::optional<std::string>& outDirectory) {
+  if (outDirectory && !outDirectory->empty()) return *outDirectory;
+  const auto& home = machine().paths.home;
+  const auto desktop = joined(home, "Desktop");
+  return machine().files.directoryExists(desktop) ? desktop : home;
+}
+
+Result<Path> compress(const Path& staging, const std::optional<std::string>& outDirectory) {
+  const auto destination = destinationFolder(outDirectory);
+  if (auto made = machine().files.createDirectory(destination, FileSystem::Intermediates::create); !made) {
+    return std::unexpected(std::move(made.error()));
+  }
+  const auto archive = joined(destination, LogExportTexts::archiveName(machine().dispatch.now()));
+  const auto ended = machine().processes.run(
+      machine().paths.ditto, {"-c", "-k", "--sequesterRsrc", staging, archive}, CapturedOutput::none);
+  if (!ended) return std::unexpected(ended.error());
+  if (ended->status != 0) {
+    return failure(errorDomain, ended->status, fmt::format("ditto exited with {}", ended->status));
+  }
+  return archive;
+}
+
+}  // namespace
+
+Result<Path> exportLogs(const std::optional<std::string>& outDirectory) {
+  Logger::shared().flush();
+  const auto staging = stagingPath();
+  if (auto made = makeStaging(staging); !made) return std::unexpected(std::move(made.error()));
+
+  const auto collected = collectLogs(Logger::shared().logDirectoryPath(), staging);
+  writeManifest(staging, collected);
+  writeErrorSummary(staging);
+  auto archive = compress(staging, outDirectory);
+  if (!archive) return archive;
+
+  // The archive stands; copies left in the temporary folder are cleared by the next export or the system.
+  (void)machine().files.removeItem(staging);
+  log(fmt::format("LogExport: wrote {} log file(s) to {}", collected.copied, *archive));
+  return archive;
+}
+
+}  // namespace installer::LogExport

@@ -1,0 +1,38 @@
+// The command line of an unattended run.
+#pragma once
+
+#include <expected>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Models/AppIdentifier.h"
+
+namespace installer {
+
+enum class InstallerAction { install, uninstall };
+
+// "install" or "uninstall".
+constexpr std::string_view rawValue(InstallerAction action) {
+  return action == InstallerAction::install ? "install" : "uninstall";
+}
+
+struct RunOptions {
+  InstallerAction action = InstallerAction::install;
+  std::vector<AppIdentifier> selectedApps;  // as given, duplicates kept; empty means all of the catalog
+  bool openAfterInstall = false;
+  bool strict = false;  // any app's failure fails the whole run
+
+  struct ParseError {
+    std::string description;  // a sentence for the person who typed the line
+  };
+
+  // Takes the whole argument vector, the program's name first. Stops at the first failure, in the order of
+  // the arguments. Arguments that it doesn't know are logged and skipped, so that a newer caller can pass
+  // flags that this build has never heard of. Prints nothing.
+  static std::expected<RunOptions, ParseError> parse(const std::vector<std::string>& arguments);
+
+  static const std::string_view usageHint;
+};
+
+}  // namespace installer

@@ -1,0 +1,23 @@
+#include "EngineCLI.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+
+#include "Models/AppConstants.h"
+#include "Platform/Machine.h"
+#include "ProtocolRoad.h"
+#include "SilentRoad.h"
+#include "Utils/Log.h"
+
+namespace installer {
+
+std::int32_t runEngineCLI(const std::vector<std::string>& argv) {
+  log(fmt::format("engine-cli launching — {} {}", AppConstants::Brand::installerName,
+                  machine().systemInfo.operatingSystemVersionString()));
+  const std::vector<std::string> flags(argv.begin() + (argv.empty() ? 0 : 1), argv.end());
+  // Anywhere on the line, and in exactly this spelling, it wins over any subcommand.
+  if (std::ranges::find(flags, "--silent") != flags.end()) return takeSilentRoad(argv, flags);
+  return takeProtocolRoad(flags);
+}
+
+}  // namespace installer

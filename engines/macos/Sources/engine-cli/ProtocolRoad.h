@@ -1,0 +1,13 @@
+// The road of graphical shells: a subcommand in, events on standard output, an exit status out.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace installer {
+
+// `flags` are the arguments without the program's name.
+std::int32_t takeProtocolRoad(const std::vector<std::string>& flags);
+
+}  // namespace installer

@@ -1,0 +1,13 @@
+// The road of unattended runs: a log, a summary in it, and a deterministic exit status.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace installer {
+
+// `argv` is the whole vector; `flags` is the same without the program's name.
+std::int32_t takeSilentRoad(const std::vector<std::string>& argv, const std::vector<std::string>& flags);
+
+}  // namespace installer

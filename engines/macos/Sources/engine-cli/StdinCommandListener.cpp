@@ -1,0 +1,39 @@
+#include "StdinCommandListener.h"
+
+#include <fmt/format.h>
+
+#include "Engine/EngineController.h"
+#include "Models/JSONReader.h"
+#include "Platform/Machine.h"
+#include "Utils/Log.h"
+
+namespace installer {
+
+void startStdinCommandListener(const std::shared_ptr<EngineController>& controller) {
+  machine().dispatch.detachThread([controller] {
+    while (const auto line = machine().streams.readLine()) obeyStdinLine(*line, *controller);
+  });
+}
+
+void obeyStdinLine(std::string_view line, EngineController& controller) {
+  const auto command = JSONReader::parse(line);
+  // Of anything but an object with a textual "type" there is no type.
+  const auto type = command ? JSONReader::string(*command, "type") : std::nullopt;
+  if (!type) {
+    log("engine-cli: ignoring malformed stdin line");
+    return;
+  }
+  if (*type != "cancel") {
+    log(fmt::format("engine-cli: ignoring unknown stdin command '{}'", *type));
+    return;
+  }
+  if (const auto app = JSONReader::string(*command, "app"); app && !app->empty()) {
+    log(fmt::format("engine-cli: stdin cancel for app '{}'", *app));
+    controller.cancelApp(*app);
+    return;
+  }
+  log("engine-cli: stdin cancel (whole run)");
+  controller.cancelAll();
+}
+
+}  // namespace installer

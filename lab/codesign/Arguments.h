@@ -1,0 +1,29 @@
+// The command line of `codesign`, as far as this one understands it.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "Outcome.h"
+#include "Requirement.h"
+
+namespace lab {
+
+struct CodesignArguments {
+  enum class Operation { verify, display, help };
+
+  Operation operation = Operation::verify;
+  int verbosity = 0;
+  std::optional<Requirement> requirement;
+  std::vector<std::filesystem::path> paths;
+};
+
+// The arguments behind the program's name. A failure is a usage error.
+Outcome<CodesignArguments> parseCodesignArguments(std::span<const std::string> arguments);
+
+extern const char* const kCodesignHelp;
+
+}  // namespace lab

@@ -1,0 +1,159 @@
+#include "ditto/BundleCopy.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include "support/Attributes.h"
+#include "support/Descriptor.h"
+#include "support/Files.h"
+#include "support/Interruption.h"
+
+namespace lab {
+namespace {
+
+OrReason<struct stat> look(const fs::path& path) {
+  struct stat status{};
+  if (lstat(path.c_str(), &status) != 0) return becauseOfErrno(path.string());
+  return status;
+}
+
+bool isFolder(const fs::path& path) {
+  const auto status = look(path);
+  return status && S_ISDIR(status->st_mode);
+}
+
+class Copy {
+ public:
+  explicit Copy(QuarantineMark quarantine) : quarantine_(quarantine) {}
+
+  // `to` must be a folder.
+  OrReason<> merge(const fs::path& from, const fs::path& to) const {
+    std::vector<fs::path> names;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(from, error)) names.push_back(entry.path().filename());
+    if (error) return because("{}: {}", from.string(), error.message());
+    for (const fs::path& name : names) {
+      if (interruption() != 0) return because("interrupted");
+      const auto copied = copyEntry(from / name, to / name);
+      if (!copied) return copied;
+    }
+    return keepFacts(from, to);
+  }
+
+  OrReason<> copyEntry(const fs::path& from, const fs::path& to) const {
+    const auto status = look(from);
+    if (!status) return std::unexpected(status.error());
+    if (S_ISDIR(status->st_mode)) return copyFolder(from, to);
+    if (isFolder(to)) return because("{}: Is a directory", to.string());
+    if (S_ISLNK(status->st_mode)) return copyLink(from, to);
+    if (S_ISREG(status->st_mode)) return copyFile(from, to);
+    return because("{}: neither file, folder nor link", from.string());
+  }
+
+ private:
+  OrReason<> copyFolder(const fs::path& from, const fs::path& to) const {
+    if (mkdir(to.c_str(), 0700) != 0 && (errno != EEXIST || !isFolder(to)))
+      return becauseOfErrno(to.string());
+    return merge(from, to);
+  }
+
+  OrReason<> copyLink(const fs::path& from, const fs::path& to) const {
+    std::error_code error;
+    const fs::path target = fs::read_symlink(from, error);
+    if (error) return because("{}: {}", from.string(), error.message());
+    if (unlink(to.c_str()) != 0 && errno != ENOENT) return becauseOfErrno(to.string());
+    if (symlink(target.c_str(), to.c_str()) != 0) return becauseOfErrno(to.string());
+    return keepFacts(from, to);
+  }
+
+  OrReason<> copyFile(const fs::path& from, const fs::path& to) const {
+    std::string sibling = (to.parent_path() / ".ditto.XXXXXX").string();
+    const Descriptor output{mkostemp(sibling.data(), O_CLOEXEC)};
+    if (!output) return becauseOfErrno(to.string());
+    auto copied = copyBytes(from, output.number());
+    if (copied) copied = keepFacts(from, sibling);
+    if (copied && rename(sibling.c_str(), to.c_str()) != 0) copied = becauseOfErrno(to.string());
+    if (!copied) unlink(sibling.c_str());
+    return copied;
+  }
+
+  static OrReason<> copyBytes(const fs::path& from, int output) {
+    const Descriptor input{open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW)};
+    if (!input) return becauseOfErrno(from.string());
+    std::string buffer(std::size_t{1} << 20U, '\0');
+    while (true) {
+      const ssize_t count = read(input.number(), buffer.data(), buffer.size());
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) return becauseOfErrno(from.string());
+      if (count == 0) return {};
+      const auto written = writeAll(output, {buffer.data(), static_cast<std::size_t>(count)});
+      if (!written) return because("{}: {}", from.string(), written.error());
+    }
+  }
+
+  // Owner, attributes, mode and times, in the order in which one doesn't undo another.
+  OrReason<> keepFacts(const fs::path& from, const fs::path& to) const {
+    const auto status = look(from);
+    if (!status) return std::unexpected(status.error());
+    if (geteuid() == 0 && lchown(to.c_str(), status->st_uid, status->st_gid) != 0)
+      return becauseOfErrno(to.string());
+    if (!S_ISLNK(status->st_mode)) {
+      const auto kept = keepAttributes(from, to);
+      if (!kept) return kept;
+      if (chmod(to.c_str(), status->st_mode & 07777U) != 0) return becauseOfErrno(to.string());
+    }
+    const timespec times[2] = {status->st_atim, status->st_mtim};
+    if (utimensat(AT_FDCWD, to.c_str(), times, AT_SYMLINK_NOFOLLOW) != 0) return becauseOfErrno(to.string());
+    return {};
+  }
+
+  OrReason<> keepAttributes(const fs::path& from, const fs::path& to) const {
+    const auto names = attributeNames(from);
+    if (!names) return std::unexpected(names.error());
+    for (const std::string& name : *names) {
+      if (quarantine_ == QuarantineMark::drop && name == quarantineAttribute) continue;
+      const auto value = attribute(from, name);
+      if (!value) return std::unexpected(value.error());
+      if (!value->has_value()) continue;
+      const auto set = setAttribute(to, name, **value);
+      if (!set && !keepsNoAttributes(to)) return set;
+    }
+    return {};
+  }
+
+  QuarantineMark quarantine_;
+};
+
+// Builds the folder under a hidden name beside its place, and renames it.
+OrReason<> copyFolderAtOnce(const Copy& copy, const fs::path& source, const fs::path& destination) {
+  std::error_code error;
+  fs::create_directories(destination.parent_path(), error);
+  std::string sibling = (destination.parent_path() / ".ditto.XXXXXX").string();
+  if (mkdtemp(sibling.data()) == nullptr) return becauseOfErrno(destination.string());
+  auto copied = copy.merge(source, sibling);
+  if (copied && rename(sibling.c_str(), destination.c_str()) != 0)
+    copied = becauseOfErrno(destination.string());
+  if (!copied) (void)removeTree(sibling);  // the failure that is told is the first one
+  return copied;
+}
+
+}  // namespace
+
+OrReason<> copyLikeDitto(const fs::path& source, const fs::path& destination, QuarantineMark quarantine) {
+  std::error_code error;
+  const fs::path from = fs::canonical(source, error);
+  if (error) return because("Cannot get the real path for source '{}'", source.string());
+  fs::path to = fs::absolute(destination).lexically_normal();
+  if (!to.has_filename()) to = to.parent_path();
+  const Copy copy{quarantine};
+  if (!isFolder(from)) return copy.copyEntry(from, fs::is_directory(to, error) ? to / source.filename() : to);
+  if (fs::is_directory(to, error)) return copy.merge(from, to);
+  if (stands(to)) return because("{}: Not a directory", to.string());
+  return copyFolderAtOnce(copy, from, to);
+}
+
+}  // namespace lab

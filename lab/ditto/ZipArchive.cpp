@@ -1,0 +1,142 @@
+#include "ditto/ZipArchive.h"
+
+#include <algorithm>
+#include <archive.h>
+#include <archive_entry.h>
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include "support/Descriptor.h"
+#include "support/Files.h"
+#include "support/Interruption.h"
+
+namespace lab {
+namespace {
+
+using Entry = std::unique_ptr<archive_entry, decltype(&archive_entry_free)>;
+
+class Zip {
+ public:
+  explicit Zip(int file) : writer_(archive_write_new(), &archive_write_free) {
+    archive_write_set_format_zip(writer_.get());
+    archive_write_set_options(writer_.get(), "hdrcharset=UTF-8");
+    // No padding after the end of the archive.
+    archive_write_set_bytes_in_last_block(writer_.get(), 1);
+    archive_write_open_fd(writer_.get(), file);
+  }
+
+  OrReason<> add(const fs::path& path, const std::string& name) {
+    if (interruption() != 0) return because("interrupted");
+    struct stat status{};
+    if (lstat(path.c_str(), &status) != 0) return becauseOfErrno(path.string());
+    if (S_ISDIR(status.st_mode)) return addFolder(path, name, status);
+    if (S_ISLNK(status.st_mode)) return addLink(path, name, status);
+    if (S_ISREG(status.st_mode)) return addFile(path, name, status);
+    return because("{}: neither file, folder nor link", path.string());
+  }
+
+  // The entries of `folder`, in the order of their names, below `prefix`.
+  OrReason<> addContent(const fs::path& folder, const std::string& prefix) {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (const auto& entry : fs::directory_iterator(folder, error)) names.push_back(entry.path().filename());
+    if (error) return because("{}: {}", folder.string(), error.message());
+    std::ranges::sort(names);
+    for (const std::string& name : names) {
+      const auto added = add(folder / name, prefix + name);
+      if (!added) return added;
+    }
+    return {};
+  }
+
+  OrReason<> close() {
+    if (archive_write_close(writer_.get()) == ARCHIVE_OK) return {};
+    return lastError("archive");
+  }
+
+ private:
+  Entry header(const std::string& name, const struct stat& status) const {
+    Entry entry{archive_entry_new(), &archive_entry_free};
+    archive_entry_copy_stat(entry.get(), &status);
+    archive_entry_set_pathname_utf8(entry.get(), name.c_str());
+    return entry;
+  }
+
+  OrReason<> write(const Entry& entry, const fs::path& path) {
+    if (archive_write_header(writer_.get(), entry.get()) >= ARCHIVE_WARN) return {};
+    return lastError(path.string());
+  }
+
+  OrReason<> addFolder(const fs::path& path, const std::string& name, const struct stat& status) {
+    const auto written = write(header(name + "/", status), path);
+    return written ? addContent(path, name + "/") : written;
+  }
+
+  OrReason<> addLink(const fs::path& path, const std::string& name, const struct stat& status) {
+    const Entry entry = header(name, status);
+    std::error_code error;
+    const std::string target = fs::read_symlink(path, error).string();
+    if (error) return because("{}: {}", path.string(), error.message());
+    archive_entry_set_symlink_utf8(entry.get(), target.c_str());
+    return write(entry, path);
+  }
+
+  // A file that grows meanwhile is packed as long as it was; one that shrinks is a failure.
+  OrReason<> addFile(const fs::path& path, const std::string& name, const struct stat& status) {
+    const Descriptor file{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW)};
+    if (!file) return becauseOfErrno(path.string());
+    const auto written = write(header(name, status), path);
+    if (!written) return written;
+    std::string buffer(std::size_t{1} << 18U, '\0');
+    for (auto left = static_cast<std::uint64_t>(status.st_size); left > 0;) {
+      const ssize_t count = read(file.number(), buffer.data(), std::min<std::uint64_t>(buffer.size(), left));
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) return becauseOfErrno(path.string());
+      if (count == 0) return because("{}: it became shorter meanwhile", path.string());
+      if (archive_write_data(writer_.get(), buffer.data(), static_cast<std::size_t>(count)) < 0) {
+        return lastError(path.string());
+      }
+      left -= static_cast<std::uint64_t>(count);
+    }
+    return {};
+  }
+
+  std::unexpected<std::string> lastError(const std::string& what) const {
+    const char* text = archive_error_string(writer_.get());
+    return because("{}: {}", what, text != nullptr ? text : "it can't be packed");
+  }
+
+  std::unique_ptr<archive, decltype(&archive_write_free)> writer_;
+};
+
+OrReason<> pack(const fs::path& source, int file, Parent parent) {
+  Zip zip{file};
+  const bool content = fs::is_directory(source) && parent == Parent::leaveOut;
+  const auto added = content ? zip.addContent(source, "") : zip.add(source, source.filename().string());
+  return added ? zip.close() : added;
+}
+
+}  // namespace
+
+OrReason<> packZip(const fs::path& source, const fs::path& archive, Parent parent) {
+  std::error_code error;
+  const fs::path from = fs::canonical(source, error);
+  if (error) return because("Cannot get the real path for source '{}'", source.string());
+  const fs::path target = fs::absolute(archive);
+  std::string sibling = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
+  const Descriptor file{mkostemp(sibling.data(), O_CLOEXEC)};
+  if (!file) return becauseOfErrno(archive.string());
+  auto packed = pack(from, file.number(), parent);
+  if (packed && (fchmod(file.number(), 0644) != 0 || rename(sibling.c_str(), target.c_str()) != 0)) {
+    packed = becauseOfErrno(archive.string());
+  }
+  if (!packed) unlink(sibling.c_str());
+  return packed;
+}
+
+}  // namespace lab

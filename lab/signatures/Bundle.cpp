@@ -1,0 +1,155 @@
+#include "Bundle.h"
+
+#include <algorithm>
+#include <array>
+
+#include "MappedFile.h"
+#include "PropertyList.h"
+
+namespace lab {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::file_type typeOf(const fs::path& path) {
+  std::error_code error;
+  return fs::symlink_status(path, error).type();
+}
+
+bool isFolder(const fs::path& path) {
+  return typeOf(path) == fs::file_type::directory;
+}
+
+bool isFile(const fs::path& path) {
+  return typeOf(path) == fs::file_type::regular;
+}
+
+bool isPlainName(const std::string& name) {
+  return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
+         name.find('\0') == std::string::npos;
+}
+
+std::string linkText(const fs::path& path) {
+  std::error_code error;
+  return fs::read_symlink(path, error).string();
+}
+
+Outcome<std::vector<fs::path>> entriesOf(const fs::path& folder) {
+  std::error_code error;
+  std::vector<fs::path> entries;
+  for (fs::directory_iterator at(folder, error), end; !error && at != end; at.increment(error))
+    entries.push_back(at->path());
+  if (error)
+    return std::unexpected(
+        Failure{fmt::format("can't list {}: {}", printable(folder.string()), error.message()),
+                FailureKind::unreadable});
+  std::ranges::sort(entries);
+  return entries;
+}
+
+Outcome<void> readVersions(Bundle& bundle) {
+  const fs::path versions = bundle.root / "Versions";
+  const std::string current = linkText(versions / "Current");
+  if (!isPlainName(current) || !isFolder(versions / current))
+    return refuse("framework's Versions/Current doesn't lead to a version");
+  bundle.base = versions / current;
+  const auto entries = entriesOf(versions);
+  if (!entries) return handOn(entries);
+  for (const fs::path& entry : *entries) {
+    if (entry.filename() == "Current" || entry == bundle.base) continue;
+    if (!isFolder(entry))
+      return refuse("unsealed contents beside the framework's versions: {}",
+                    printable(entry.filename().string()));
+    bundle.otherVersions.push_back(entry);
+  }
+  return {};
+}
+
+Outcome<void> readInfoPlist(Bundle& bundle) {
+  const bool inResources = bundle.shape == Bundle::Shape::versioned || !isFile(bundle.base / "Info.plist");
+  bundle.infoPlist = bundle.base / (inResources ? "Resources/Info.plist" : "Info.plist");
+  const auto file = MappedFile::open(bundle.infoPlist);
+  if (!file) return refuse("not a bundle (no readable Info.plist)");
+  const auto info = PropertyList::read(file->bytes());
+  if (!info || info->dictionary() == nullptr) return refuse("the bundle's Info.plist can't be parsed");
+  bundle.mainExecutable = bundle.infoPlist;
+  if (info->find("CFBundleExecutable") == nullptr) return {};
+  const std::string name = info->textAt("CFBundleExecutable");
+  if (!isPlainName(name)) return refuse("the bundle's Info.plist names no usable main executable");
+  bundle.mainExecutable = bundle.base / (bundle.shape == Bundle::Shape::contents ? "MacOS" : "") / name;
+  if (bundle.shape == Bundle::Shape::contents && !isFolder(bundle.base / "MacOS"))
+    return refuse("the bundle has no folder MacOS");
+  if (!isFile(bundle.mainExecutable))
+    return refuse("the bundle's main executable {} is missing or not a file", printable(name));
+  return {};
+}
+
+Outcome<void> checkRoot(const Bundle& bundle) {
+  const auto entries = entriesOf(bundle.root);
+  if (!entries) return handOn(entries);
+  for (const fs::path& entry : *entries) {
+    const std::string name = entry.filename().string();
+    if (name == (bundle.shape == Bundle::Shape::contents ? "Contents" : "Versions")) continue;
+    const std::string target = linkText(entry);
+    const bool leadsIntoCurrent = bundle.shape == Bundle::Shape::versioned &&
+                                  target.starts_with("Versions/Current/") && isPlainName(target.substr(17));
+    if (!leadsIntoCurrent) return refuse("unsealed contents in the bundle's root: {}", printable(name));
+  }
+  return {};
+}
+
+Outcome<void> checkSignatureFolder(const Bundle& bundle) {
+  static constexpr std::array<std::string_view, 10> kKnown{
+      "CodeDirectory",      "CodeRequirements",   "CodeSignature",      "CodeResources",
+      "CodeEntitlements",   "CodeRequirements-1", "CodeRequirements-2", "CodeRequirements-3",
+      "CodeRequirements-4", "CodeRequirements-5"};
+  if (!isFolder(bundle.signatureFolder)) return {};  // its files will be missed one by one
+  const auto entries = entriesOf(bundle.signatureFolder);
+  if (!entries) return handOn(entries);
+  for (const fs::path& entry : *entries) {
+    const std::string name = entry.filename().string();
+    if (!isFile(entry) || std::ranges::find(kKnown, name) == kKnown.end())
+      return refuse("stray file among the signature's: {}", printable(name));
+  }
+  return {};
+}
+
+}  // namespace
+
+Outcome<Bundle> Bundle::read(const fs::path& root) {
+  Bundle bundle;
+  bundle.root = root;
+  bundle.base = root;
+  if (isFolder(root / "Contents")) {
+    bundle.shape = Shape::contents;
+    bundle.base = root / "Contents";
+  } else if (isFolder(root / "Versions")) {
+    bundle.shape = Shape::versioned;
+    if (auto read = readVersions(bundle); !read) return handOn(read);
+  }
+  bundle.signatureFolder = bundle.base / "_CodeSignature";
+  if (auto read = readInfoPlist(bundle); !read) return handOn(read);
+  return bundle;
+}
+
+Outcome<void> Bundle::checkSurroundings() const {
+  if (shape != Shape::flat) {
+    if (auto clean = checkRoot(*this); !clean) return clean;
+  }
+  return checkSignatureFolder(*this);
+}
+
+std::string Bundle::relative(const fs::path& path) const {
+  return path.lexically_relative(base).generic_string();
+}
+
+std::optional<Bundle> bundleOfMainExecutable(const fs::path& file) {
+  const fs::path folder = file.parent_path();
+  if (folder.filename() != "MacOS" || folder.parent_path().filename() != "Contents") return std::nullopt;
+  auto bundle = Bundle::read(folder.parent_path().parent_path());
+  if (!bundle || bundle->mainExecutable != file) return std::nullopt;
+  return *bundle;
+}
+
+}  // namespace lab

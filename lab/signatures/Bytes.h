@@ -1,0 +1,45 @@
+// Views over bytes that came from somebody else, and reads that can't leave them.
+// Pure functions; any thread. A read outside the view is an absent value, never undefined behaviour.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace lab {
+
+using Bytes = std::vector<std::uint8_t>;
+using ByteView = std::span<const std::uint8_t>;
+
+// The `length` bytes from `offset`, or nothing when they aren't all inside `bytes`.
+std::optional<ByteView> slice(ByteView bytes, std::uint64_t offset, std::uint64_t length);
+
+std::optional<std::uint32_t> be32(ByteView bytes, std::uint64_t offset);
+std::optional<std::uint64_t> be64(ByteView bytes, std::uint64_t offset);
+std::optional<std::uint32_t> le32(ByteView bytes, std::uint64_t offset);
+std::optional<std::uint64_t> le64(ByteView bytes, std::uint64_t offset);
+
+// The text from `offset` up to its zero byte, or nothing when there is none inside `bytes`.
+std::optional<std::string> zeroTerminated(ByteView bytes, std::uint64_t offset);
+
+bool allZero(ByteView bytes);
+bool equal(ByteView left, ByteView right);
+bool startsWith(ByteView bytes, ByteView prefix);
+
+ByteView viewOf(std::string_view text);
+Bytes copyOf(ByteView bytes);
+std::string textOf(ByteView bytes);
+
+// Lower-case hexadecimal, two digits a byte.
+std::string hex(ByteView bytes);
+
+// Bytes of a hexadecimal text; nothing when its length is odd or a character isn't a digit.
+std::optional<Bytes> fromHex(std::string_view text);
+
+// The text with control characters and bytes that aren't UTF-8 shown as \xNN, for a terminal.
+std::string printable(std::string_view text);
+
+}  // namespace lab

@@ -1,0 +1,169 @@
+#include "CodeSignature.h"
+
+#include <algorithm>
+
+#include "PageHashes.h"
+#include "RequirementBlob.h"
+#include "SuperBlob.h"
+
+namespace lab {
+
+namespace {
+
+bool isAlternate(std::uint32_t slot) {
+  return slot >= kFirstAlternateSlot && slot <= kLastAlternateSlot;
+}
+
+// The magic that a slot's blob must have; 0 where any will do.
+std::uint32_t magicOf(std::uint32_t slot) {
+  switch (slot) {
+    case kRequirementsSlot: return kRequirementsMagic;
+    case kEntitlementsSlot: return kEntitlementsMagic;
+    case kEntitlementsDERSlot: return kEntitlementsDERMagic;
+    default: return 0;
+  }
+}
+
+Outcome<void> addSealedBlob(SignatureParts& parts, std::uint32_t slot, ByteView blob) {
+  const std::uint32_t magic = magicOf(slot);
+  if (magic != 0 && be32(blob, 0) != magic)
+    return refuse("the blob in signature slot {} has the wrong magic number", slot);
+  // The top directory is sealed without its header, the others with it.
+  parts.sealed[slot] = slot == kTopDirectorySlot ? blob.subspan(8) : blob;
+  return {};
+}
+
+Outcome<void> checkSlot(const CodeDirectory& directory, std::uint32_t slot, ByteView content) {
+  const auto stored = directory.specialHash(slot);
+  static constexpr const char* kNames[] = {"code directory",     "Info.plist",         "requirements",
+                                           "resource seal",      "top directory",      "entitlements",
+                                           "disk image trailer", "DER entitlements",   "launch constraints",
+                                           "launch constraints", "launch constraints", "library constraints"};
+  if (!stored) return refuse("{} isn't sealed by the signature", kNames[slot]);
+  if (!equal(*stored, digestOf(directory.hashType(), content).bytes()))
+    return refuse("{} has been modified", kNames[slot]);
+  return {};
+}
+
+Outcome<void> checkDirectory(const CodeDirectory& directory, const SignatureParts& parts,
+                             const SignedSurroundings& around) {
+  if (directory.codeLimit() != around.limit) return refuse("signature doesn't cover the code up to its end");
+  for (std::uint32_t slot = 1; slot <= directory.specialCount(); ++slot) {
+    if (!directory.specialHash(slot)) continue;
+    if (slot > kLastHashedSlot) return refuse("signature seals the unknown slot {}", slot);
+    if (!parts.sealed.contains(slot) && !around.outside.contains(slot)) {
+      return refuse("signature seals something that is missing (slot {})", slot);
+    }
+  }
+  for (const auto& [slot, content] : parts.sealed) {
+    if (auto same = checkSlot(directory, slot, content); !same) return same;
+  }
+  for (const auto& [slot, content] : around.outside) {
+    if (!around.mustBeSealed.contains(slot) && !directory.specialHash(slot)) continue;
+    if (auto same = checkSlot(directory, slot, content); !same) return same;
+  }
+  return {};
+}
+
+PropertyList readInside(const SignatureParts& parts, std::uint32_t slot) {
+  const auto found = parts.sealed.find(slot);
+  return found == parts.sealed.end() ? PropertyList()
+                                     : PropertyList::read(found->second.subspan(8)).value_or(PropertyList());
+}
+
+Outcome<std::optional<Requirement>> readDesignated(const SignatureParts& parts) {
+  const auto set = parts.sealed.find(kRequirementsSlot);
+  if (set == parts.sealed.end()) return std::nullopt;
+  const auto blob = findRequirement(set->second, kDesignatedType);
+  if (!blob) return handOn(blob);
+  if (!*blob) return std::nullopt;
+  auto requirement = readRequirementBlob(**blob);
+  // An operation from a newer system makes the requirement unusable, not the signature invalid.
+  if (!requirement) return std::nullopt;
+  return *requirement;
+}
+
+}  // namespace
+
+Outcome<SignatureParts> SignatureParts::fromSuperBlob(ByteView bytes) {
+  auto blobs = readBlobIndex(bytes, kSuperBlobMagic);
+  if (!blobs) return handOn(blobs);
+  if (const auto wrapped = blobs->find(kSignatureSlot); wrapped != blobs->end()) {
+    if (be32(wrapped->second, 0) != kBlobWrapperMagic)
+      return refuse("the signature's wrapper has the wrong magic number");
+    wrapped->second = wrapped->second.subspan(8);
+  }
+  return fromBlobs(*blobs);
+}
+
+Outcome<SignatureParts> SignatureParts::fromBlobs(const std::map<std::uint32_t, ByteView>& blobs) {
+  SignatureParts parts;
+  if (!blobs.contains(kCodeDirectorySlot)) return refuse("signature has no code directory");
+  for (const auto& [slot, blob] : blobs) {
+    if (slot == kSignatureSlot) parts.cms = blob;
+    if (slot == kCodeDirectorySlot || isAlternate(slot)) {
+      auto directory = CodeDirectory::read(blob);
+      if (!directory) return handOn(directory);
+      parts.directories.push_back(*directory);
+      continue;
+    }
+    if (slot == kInfoPlistSlot || slot == kResourcesSlot || slot == kRepresentationSlot) {
+      return refuse("signature holds a blob for slot {}, which belongs outside", slot);
+    }
+    if (slot > kLastHashedSlot) continue;  // neither a stapled ticket nor what may come later is sealed
+    if (auto added = addSealedBlob(parts, slot, blob); !added) return handOn(added);
+  }
+  return parts;
+}
+
+Outcome<void> checkSeals(const SignatureParts& parts, const SignedSurroundings& surroundings) {
+  const CodeDirectory& primary = parts.directories.front();
+  for (const CodeDirectory& directory : parts.directories) {
+    if (directory.identifier() != primary.identifier() || directory.team() != primary.team()) {
+      return refuse("the signature's code directories name different code");
+    }
+    if ((directory.flags() & kAdHocFlag) != (primary.flags() & kAdHocFlag))
+      return refuse("the signature's code directories disagree about having a signer");
+    if (auto holds = checkDirectory(directory, parts, surroundings); !holds) return holds;
+  }
+  return checkPages(surroundings.code, parts.directories);
+}
+
+Outcome<CodeFacts> readFacts(const SignatureParts& parts, const SignedSurroundings& surroundings) {
+  const CodeDirectory& primary = parts.directories.front();
+  CodeFacts facts;
+  facts.identifier = primary.identifier();
+  facts.team = primary.team();
+  facts.flags = primary.flags();
+  facts.version = primary.version();
+  for (const CodeDirectory& directory : parts.directories) {
+    facts.hashTypes.push_back(directory.hashType());
+    facts.cdhashes.push_back(directory.cdhash());
+  }
+  auto designated = readDesignated(parts);
+  if (!designated) return handOn(designated, "requirements");
+  facts.designated = std::move(*designated);
+  facts.entitlements = readInside(parts, kEntitlementsSlot);
+  const auto info = surroundings.outside.find(kInfoPlistSlot);
+  if (info != surroundings.outside.end())
+    facts.info = PropertyList::read(info->second).value_or(PropertyList());
+  return facts;
+}
+
+const Bytes& CodeFacts::cdhash() const {
+  const auto rank = [](HashType type) {
+    return type == HashType::sha256Truncated ? 1 : static_cast<int>(type);
+  };
+  const auto best = std::ranges::max_element(hashTypes, {}, rank);
+  return cdhashes[static_cast<std::size_t>(best - hashTypes.begin())];
+}
+
+RequirementSubject CodeFacts::subject() const {
+  RequirementSubject subject{identifier, cdhashes, {}, std::nullopt, &info, &entitlements};
+  if (!chain) return subject;
+  subject.certificates = chain->certificates;
+  subject.anchor = chain->anchor;
+  return subject;
+}
+
+}  // namespace lab

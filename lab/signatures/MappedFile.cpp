@@ -1,0 +1,75 @@
+#include "MappedFile.h"
+
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+#include <utility>
+
+namespace lab {
+
+namespace {
+
+class Descriptor {
+ public:
+  explicit Descriptor(int number) : number_(number) {}
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  ~Descriptor() {
+    if (number_ >= 0) ::close(number_);
+  }
+  int number() const { return number_; }
+
+ private:
+  int number_;
+};
+
+std::unexpected<Failure> unreadable(const std::filesystem::path& path, const char* why) {
+  return std::unexpected(
+      Failure{fmt::format("can't read {}: {}", printable(path.string()), why), FailureKind::unreadable});
+}
+
+}  // namespace
+
+Outcome<MappedFile> MappedFile::open(const std::filesystem::path& path, Links links) {
+  const int noFollow = links == Links::refuse ? O_NOFOLLOW : 0;
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | noFollow));
+  if (file.number() < 0) return unreadable(path, std::strerror(errno));
+  struct stat status{};
+  if (::fstat(file.number(), &status) != 0) return unreadable(path, std::strerror(errno));
+  if (!S_ISREG(status.st_mode)) return unreadable(path, "not a regular file");
+  const auto size = static_cast<std::size_t>(status.st_size);
+  if (size == 0) return MappedFile(nullptr, 0);
+  void* data = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, file.number(), 0);
+  if (data == MAP_FAILED) return unreadable(path, std::strerror(errno));
+  ::madvise(data, size, MADV_SEQUENTIAL);
+  return MappedFile(static_cast<const std::uint8_t*>(data), size);
+}
+
+MappedFile::MappedFile(MappedFile&& other) noexcept
+    : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {
+}
+
+MappedFile& MappedFile::operator=(MappedFile&& other) noexcept {
+  std::swap(data_, other.data_);
+  std::swap(size_, other.size_);
+  return *this;
+}
+
+MappedFile::~MappedFile() {
+  if (data_ != nullptr) ::munmap(const_cast<std::uint8_t*>(data_), size_);
+}
+
+std::optional<Bytes> MappedFile::attribute(const std::filesystem::path& path, const std::string& name) {
+  const ssize_t size = ::lgetxattr(path.c_str(), name.c_str(), nullptr, 0);
+  if (size < 0) return std::nullopt;
+  Bytes value(static_cast<std::size_t>(size));
+  const ssize_t got = ::lgetxattr(path.c_str(), name.c_str(), value.data(), value.size());
+  if (got != size) return std::nullopt;
+  return value;
+}
+
+}  // namespace lab

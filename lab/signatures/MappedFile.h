@@ -1,0 +1,38 @@
+// A regular file's bytes, mapped for reading as long as the object lives.
+// Moves, doesn't copy. Symbolic links in the last place aren't followed unless asked for.
+#pragma once
+
+#include <filesystem>
+#include <sys/types.h>
+
+#include "Bytes.h"
+#include "Outcome.h"
+
+namespace lab {
+
+enum class Links { refuse, follow };
+
+class MappedFile {
+ public:
+  // Fails for anything that isn't a regular file, without blocking on a pipe or a device.
+  static Outcome<MappedFile> open(const std::filesystem::path& path, Links links = Links::refuse);
+
+  MappedFile(MappedFile&& other) noexcept;
+  MappedFile& operator=(MappedFile&& other) noexcept;
+  MappedFile(const MappedFile&) = delete;
+  MappedFile& operator=(const MappedFile&) = delete;
+  ~MappedFile();
+
+  ByteView bytes() const { return {data_, size_}; }
+
+  // The value of the file's extended attribute `name`; absent when there is none.
+  static std::optional<Bytes> attribute(const std::filesystem::path& path, const std::string& name);
+
+ private:
+  MappedFile(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
+
+  const std::uint8_t* data_ = nullptr;
+  std::size_t size_ = 0;
+};
+
+}  // namespace lab

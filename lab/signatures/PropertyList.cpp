@@ -1,0 +1,225 @@
+#include "PropertyList.h"
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <plist/plist.h>
+
+namespace lab {
+
+namespace {
+
+constexpr int kDeepest = 64;
+constexpr std::size_t kLargest = std::size_t{64} << 20U;
+
+// What the binary form would unfold into. One object may be referred to from many places, so a few
+// bytes can stand for any number of values; the reader below would build them all.
+class BinaryCensus {
+ public:
+  explicit BinaryCensus(ByteView bytes) : bytes_(bytes) {}
+
+  bool isBounded() {
+    if (bytes_.size() < 40) return false;
+    const ByteView trailer = bytes_.last(32);
+    offsetSize_ = trailer[6];
+    referenceSize_ = trailer[7];
+    count_ = *be64(trailer, 8);
+    tableAt_ = *be64(trailer, 24);
+    const bool sane = isWidth(offsetSize_) && isWidth(referenceSize_) && count_ > 0 &&
+                      count_ <= bytes_.size() && slice(bytes_, tableAt_, count_ * offsetSize_);
+    return sane && unfolded(*be64(trailer, 16), 0) <= limit();
+  }
+
+ private:
+  static bool isWidth(std::uint8_t size) { return size == 1 || size == 2 || size == 4 || size == 8; }
+  std::uint64_t limit() const { return bytes_.size() + 1000; }
+
+  std::optional<std::uint64_t> number(std::uint64_t at, std::uint64_t size) const {
+    const auto field = slice(bytes_, at, size);
+    if (!field || size > 8) return std::nullopt;
+    std::uint64_t value = 0;
+    for (const std::uint8_t byte : *field) value = value << 8U | byte;
+    return value;
+  }
+
+  // Values below the object and itself; anything malformed, cyclic or too deep counts as beyond the limit.
+  std::uint64_t unfolded(std::uint64_t object, int depth) {
+    const std::uint64_t beyond = limit() + 1;
+    if (object >= count_ || depth > kDeepest) return beyond;
+    const auto [known, isNew] = sums_.emplace(object, beyond);  // met again below itself: a cycle
+    if (!isNew) return known->second;
+    const auto at = number(tableAt_ + object * offsetSize_, offsetSize_);
+    if (!at || *at >= bytes_.size()) return beyond;
+    const std::uint8_t kind = bytes_[static_cast<std::size_t>(*at)] >> 4U;
+    std::uint64_t sum = 1;
+    if (kind == 0xA || kind == 0xC || kind == 0xD) sum = unfoldedBelow(*at, kind == 0xD, depth);
+    sums_[object] = sum;
+    return sum;
+  }
+
+  std::uint64_t unfoldedBelow(std::uint64_t at, bool isDictionary, int depth) {
+    const std::uint64_t beyond = limit() + 1;
+    std::uint64_t count = bytes_[static_cast<std::size_t>(at)] & 0xFU;
+    std::uint64_t firstReference = at + 1;
+    if (count == 0xF) {
+      const auto marker = number(at + 1, 1);
+      if (!marker || *marker >> 4U != 1 || (*marker & 0xFU) > 3) return beyond;
+      const std::uint64_t size = std::uint64_t{1} << (*marker & 0xFU);
+      const auto longCount = number(at + 2, size);
+      if (!longCount) return beyond;
+      count = *longCount;
+      firstReference = at + 2 + size;
+    }
+    if (count > bytes_.size()) return beyond;
+    if (isDictionary) count *= 2;
+    if (!slice(bytes_, firstReference, count * referenceSize_)) return beyond;
+    std::uint64_t sum = 1;
+    for (std::uint64_t i = 0; i < count && sum < beyond; ++i) {
+      sum += unfolded(*number(firstReference + i * referenceSize_, referenceSize_), depth + 1);
+    }
+    return sum;
+  }
+
+  ByteView bytes_;
+  std::uint8_t offsetSize_ = 0;
+  std::uint8_t referenceSize_ = 0;
+  std::uint64_t count_ = 0;
+  std::uint64_t tableAt_ = 0;
+  std::map<std::uint64_t, std::uint64_t> sums_;
+};
+
+bool isContainerTag(std::string_view tag) {
+  return tag.starts_with("dict") || tag.starts_with("array") || tag.starts_with("plist");
+}
+
+// Bounds the nesting of the XML form before anything recursive sees it.
+bool xmlNestingIsBounded(std::string_view text) {
+  int depth = 0;
+  while (true) {
+    const auto open = text.find('<');
+    if (open == std::string_view::npos) return true;
+    text.remove_prefix(open + 1);
+    std::string_view close = ">";
+    if (text.starts_with("!--")) close = "-->";
+    if (text.starts_with("![CDATA[")) close = "]]>";
+    const auto end = text.find(close);
+    if (end == std::string_view::npos) return true;  // nothing can follow; the parser will refuse it
+    const auto tag = text.substr(0, end);
+    const bool selfClosed = tag.ends_with('/');
+    if (isContainerTag(tag) && !selfClosed && ++depth > kDeepest) return false;
+    if (tag.starts_with('/') && isContainerTag(tag.substr(1))) --depth;
+    text.remove_prefix(end + close.size());
+  }
+}
+
+struct FreeTree {
+  void operator()(void* tree) const { plist_free(tree); }
+};
+using Tree = std::unique_ptr<void, FreeTree>;
+
+PropertyList convert(plist_t node);
+
+PropertyList convertText(plist_t node) {
+  std::uint64_t length = 0;
+  const char* text = plist_get_string_ptr(node, &length);
+  return PropertyList(text == nullptr ? std::string() : std::string(text, length));
+}
+
+PropertyList convertData(plist_t node) {
+  std::uint64_t length = 0;
+  const char* data = plist_get_data_ptr(node, &length);
+  return PropertyList(data == nullptr ? Bytes() : copyOf(viewOf({data, length})));
+}
+
+PropertyList convertArray(plist_t node) {
+  PropertyList::Array array;
+  plist_array_iter position = nullptr;
+  plist_array_new_iter(node, &position);
+  for (plist_t item = nullptr;;) {
+    plist_array_next_item(node, position, &item);
+    if (item == nullptr) break;
+    array.push_back(convert(item));
+  }
+  std::free(position);
+  return PropertyList(std::move(array));
+}
+
+PropertyList convertDictionary(plist_t node) {
+  PropertyList::Dictionary dictionary;
+  plist_dict_iter position = nullptr;
+  plist_dict_new_iter(node, &position);
+  for (;;) {
+    char* key = nullptr;
+    plist_t item = nullptr;
+    plist_dict_next_item(node, position, &key, &item);
+    const std::unique_ptr<char, decltype(&std::free)> owned(key, std::free);
+    if (key == nullptr || item == nullptr) break;
+    dictionary.emplace_back(key, convert(item));
+  }
+  std::free(position);
+  return PropertyList(std::move(dictionary));
+}
+
+PropertyList convert(plist_t node) {
+  switch (plist_get_node_type(node)) {
+    case PLIST_BOOLEAN: {
+      std::uint8_t value = 0;
+      plist_get_bool_val(node, &value);
+      return PropertyList(value != 0);
+    }
+    case PLIST_UINT: {
+      std::uint64_t value = 0;
+      plist_get_uint_val(node, &value);
+      return PropertyList(static_cast<std::int64_t>(value));
+    }
+    case PLIST_REAL: {
+      double value = 0;
+      plist_get_real_val(node, &value);
+      return PropertyList(value);
+    }
+    case PLIST_STRING: return convertText(node);
+    case PLIST_DATA: return convertData(node);
+    case PLIST_ARRAY: return convertArray(node);
+    case PLIST_DICT: return convertDictionary(node);
+    default: return {};
+  }
+}
+
+}  // namespace
+
+Outcome<PropertyList> PropertyList::read(ByteView bytes) {
+  if (bytes.size() > kLargest) return refuse("property list is too large");
+  // The parser wants a terminated text, which a mapped file isn't.
+  const std::string text = textOf(bytes);
+  const auto size = static_cast<std::uint32_t>(text.size());
+  const bool isBinary = text.starts_with("bplist");
+  if (isBinary && !BinaryCensus(bytes).isBounded())
+    return refuse("binary property list is malformed or unfolds without bound");
+  if (!isBinary && !xmlNestingIsBounded(text)) return refuse("property list is nested too deeply");
+  plist_t parsed = nullptr;
+  if (isBinary) plist_from_bin(text.c_str(), size, &parsed);
+  if (!isBinary) plist_from_xml(text.c_str(), size, &parsed);
+  const Tree tree(parsed);
+  if (!tree) return refuse("property list can't be parsed");
+  return convert(parsed);
+}
+
+std::optional<double> PropertyList::number() const {
+  if (const auto* integer = std::get_if<std::int64_t>(&value_)) return static_cast<double>(*integer);
+  if (const auto* real = std::get_if<double>(&value_)) return *real;
+  return std::nullopt;
+}
+
+const PropertyList* PropertyList::find(std::string_view key) const {
+  const Dictionary* entries = dictionary();
+  if (entries == nullptr) return nullptr;
+  const auto found = std::ranges::find_if(*entries, [&](const auto& entry) { return entry.first == key; });
+  return found == entries->end() ? nullptr : &found->second;
+}
+
+std::string PropertyList::textAt(std::string_view key) const {
+  const PropertyList* value = find(key);
+  return value != nullptr && value->text() != nullptr ? *value->text() : std::string();
+}
+
+}  // namespace lab

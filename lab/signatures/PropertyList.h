@@ -1,0 +1,48 @@
+// Property lists from untrusted bytes, as plain values.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "Bytes.h"
+#include "Outcome.h"
+
+namespace lab {
+
+class PropertyList {
+ public:
+  using Array = std::vector<PropertyList>;
+  using Dictionary = std::vector<std::pair<std::string, PropertyList>>;
+  // Dates and identifiers of objects, which nothing here reads, become std::monostate.
+  using Value =
+      std::variant<std::monostate, bool, std::int64_t, double, std::string, Bytes, Array, Dictionary>;
+
+  PropertyList() = default;
+  explicit PropertyList(Value value) : value_(std::move(value)) {}
+
+  // XML or binary. Bounded in nesting and, for the binary form, where one object may be referred to many
+  // times, in the number of values it unfolds into.
+  static Outcome<PropertyList> read(ByteView bytes);
+
+  // The value of this type, or null.
+  const std::string* text() const { return std::get_if<std::string>(&value_); }
+  const Bytes* data() const { return std::get_if<Bytes>(&value_); }
+  const Array* array() const { return std::get_if<Array>(&value_); }
+  const Dictionary* dictionary() const { return std::get_if<Dictionary>(&value_); }
+  const bool* boolean() const { return std::get_if<bool>(&value_); }
+  // Of an integer or a real.
+  std::optional<double> number() const;
+
+  // The first value under `key`, or null when this isn't a dictionary or has no such key.
+  const PropertyList* find(std::string_view key) const;
+  // The text under `key`; empty when there is none.
+  std::string textAt(std::string_view key) const;
+
+ private:
+  Value value_;
+};
+
+}  // namespace lab

@@ -1,0 +1,182 @@
+#include "ResourceWalk.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+#include "Digest.h"
+#include "MappedFile.h"
+
+namespace lab {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kDeepest = 64;
+
+class ResourceWalk {
+ public:
+  ResourceWalk(const Bundle& bundle, const CodeResources& resources, const NestedCheck& checkNested)
+      : bundle_(&bundle),
+        resources_(&resources),
+        checkNested_(&checkNested),
+        mainExecutable_(bundle.relative(bundle.mainExecutable)) {}
+
+  Outcome<void> run() {
+    if (auto walked = folder(bundle_->base, "", 0); !walked) return walked;
+    for (const auto& [path, seal] : resources_->seals()) {
+      if (!seal.optional && !met_.contains(path)) missing_.push_back(path);
+    }
+    if (missing_.empty()) return {};
+    return refuse("a sealed resource is missing: {}", printable(*std::ranges::min_element(missing_)));
+  }
+
+ private:
+  Outcome<void> folder(const fs::path& path, const std::string& prefix, int depth) {
+    if (depth > kDeepest) return refuse("the bundle's folders are nested too deeply");
+    std::error_code error;
+    std::vector<std::string> names;
+    for (fs::directory_iterator at(path, error), end; !error && at != end; at.increment(error))
+      names.push_back(at->path().filename().string());
+    if (error)
+      return std::unexpected(
+          Failure{fmt::format("can't list {}: {}", printable(path.string()), error.message()),
+                  FailureKind::unreadable});
+    std::ranges::sort(names);
+    for (const std::string& name : names) {
+      const std::string relative = prefix + name;
+      if (auto checked = entry(path / name, relative, depth); !checked) return checked;
+    }
+    return {};
+  }
+
+  Outcome<void> entry(const fs::path& path, const std::string& relative, int depth) {
+    std::error_code error;
+    const fs::file_type type = fs::symlink_status(path, error).type();
+    if (relative == "_CodeSignature" && type == fs::file_type::directory) return {};
+    if (relative == "CodeResources") return ticket(path, type);
+    if (relative == "_MASReceipt") return receipt(path, type);
+    if (relative == mainExecutable_ || path == bundle_->infoPlist) return {};  // sealed by slots of their own
+    switch (type) {
+      case fs::file_type::directory: return directory(path, relative, depth);
+      case fs::file_type::regular: return file(path, relative);
+      case fs::file_type::symlink: return link(path, relative, depth);
+      default: return refuse("a resource is neither file, folder nor link: {}", printable(relative));
+    }
+  }
+
+  // The stapled ticket, or the link that older tools left there.
+  static Outcome<void> ticket(const fs::path& path, fs::file_type type) {
+    if (type == fs::file_type::regular) return {};
+    std::error_code error;
+    if (type == fs::file_type::symlink && fs::read_symlink(path, error) == "_CodeSignature/CodeResources")
+      return {};
+    return refuse("CodeResources is neither a stapled ticket nor the link to the seals");
+  }
+
+  static Outcome<void> receipt(const fs::path& path, fs::file_type type) {
+    if (type != fs::file_type::directory) return refuse("_MASReceipt isn't a folder");
+    std::error_code error;
+    for (fs::directory_iterator at(path, error), end; !error && at != end; at.increment(error)) {
+      const bool isReceipt =
+          at->path().filename() == "receipt" && at->symlink_status(error).type() == fs::file_type::regular;
+      if (!isReceipt)
+        return refuse("unsealed contents in _MASReceipt: {}", printable(at->path().filename().string()));
+    }
+    return {};
+  }
+
+  Outcome<void> directory(const fs::path& path, const std::string& relative, int depth) {
+    const ResourceRule* rule = resources_->ruleFor(relative);
+    const bool hasDot = path.filename().string().find('.') != std::string::npos;
+    if (rule == nullptr || !rule->nested || !hasDot) return folder(path, relative + "/", depth + 1);
+    const ResourceSeal* seal = meet(relative);
+    if (seal == nullptr) return refuse("nested code has been added: {}", printable(relative));
+    if (seal->kind != ResourceSeal::Kind::nested)
+      return refuse("nested code isn't sealed as such: {}", printable(relative));
+    return nested(path, relative, *seal);
+  }
+
+  Outcome<void> file(const fs::path& path, const std::string& relative) {
+    const ResourceRule* rule = resources_->ruleFor(relative);
+    const ResourceSeal* seal = meet(relative);
+    if (seal == nullptr && rule != nullptr && rule->omit && mayBeOmitted(relative)) return {};
+    if (seal == nullptr) return refuse("a file has been added: {}", printable(relative));
+    if (seal->kind == ResourceSeal::Kind::nested) return nested(path, relative, *seal);
+    if (seal->kind != ResourceSeal::Kind::file)
+      return refuse("a sealed link has become a file: {}", printable(relative));
+    const auto content = MappedFile::open(path);
+    if (!content) return handOn(content);
+    if (equal(digestOf(HashType::sha256, content->bytes()).bytes(), seal->hash)) return {};
+    return refuse("a sealed resource has been modified: {}", printable(relative));
+  }
+
+  Outcome<void> link(const fs::path& path, const std::string& relative, int depth) {
+    const ResourceSeal* seal = meet(relative);
+    if (seal == nullptr) return refuse("a link has been added: {}", printable(relative));
+    if (seal->kind != ResourceSeal::Kind::symlink)
+      return refuse("a sealed file has become a link: {}", printable(relative));
+    std::error_code error;
+    const std::string target = fs::read_symlink(path, error).string();
+    if (target != seal->target) return refuse("a sealed link has been changed: {}", printable(relative));
+    if (!staysInside(target, depth)) return refuse("a link leaves the bundle: {}", printable(relative));
+    return {};
+  }
+
+  // Every link of the bundle is tested, so that one that only climbs at its beginning, and not higher than
+  // the root, can't lead outside by way of another.
+  bool staysInside(const std::string& target, int depth) const {
+    if (target.starts_with('/')) {
+      const bool isSystems = target.starts_with("/System/") || target.starts_with("/Library/");
+      return isSystems && ("/" + target + "/").find("/../") == std::string::npos;
+    }
+    int climbable = depth + levelsAboveBase();
+    bool climbing = true;
+    for (const fs::path& part : fs::path(target)) {
+      if (part == "..") {
+        if (!climbing || --climbable < 0) return false;
+      } else if (part != ".") {
+        climbing = false;
+      }
+    }
+    return true;
+  }
+
+  int levelsAboveBase() const {
+    switch (bundle_->shape) {
+      case Bundle::Shape::contents: return 1;
+      case Bundle::Shape::versioned: return 2;
+      case Bundle::Shape::flat: return 0;
+    }
+    return 0;
+  }
+
+  Outcome<void> nested(const fs::path& path, const std::string& relative, const ResourceSeal& seal) {
+    auto checked = (*checkNested_)(path, seal);
+    return checked ? checked : handOn(checked, "nested code " + printable(relative));
+  }
+
+  // The seal of a path that is there, or null.
+  const ResourceSeal* meet(const std::string& relative) {
+    const auto found = resources_->seals().find(relative);
+    if (found == resources_->seals().end()) return nullptr;
+    met_.insert(relative);
+    return &found->second;
+  }
+
+  const Bundle* bundle_;
+  const CodeResources* resources_;
+  const NestedCheck* checkNested_;
+  std::string mainExecutable_;
+  std::unordered_set<std::string> met_;
+  std::vector<std::string> missing_;
+};
+
+}  // namespace
+
+Outcome<void> checkResources(const Bundle& bundle, const CodeResources& resources,
+                             const NestedCheck& checkNested) {
+  return ResourceWalk(bundle, resources, checkNested).run();
+}
+
+}  // namespace lab

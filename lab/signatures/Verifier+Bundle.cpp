@@ -1,0 +1,140 @@
+#include <array>
+
+#include "MachO.h"
+#include "MappedFile.h"
+#include "RequirementText.h"
+#include "ResourceWalk.h"
+#include "SuperBlob.h"
+#include "Verifier.h"
+
+namespace lab {
+
+namespace {
+
+constexpr int kDeepestNesting = 16;
+
+struct SignatureFile {
+  std::uint32_t slot;
+  const char* name;
+};
+
+// Where a bundle whose main executable can't carry a signature keeps its parts.
+constexpr std::array<SignatureFile, 9> kSignatureFiles{{{kCodeDirectorySlot, "CodeDirectory"},
+                                                        {kRequirementsSlot, "CodeRequirements"},
+                                                        {kEntitlementsSlot, "CodeEntitlements"},
+                                                        {kSignatureSlot, "CodeSignature"},
+                                                        {kFirstAlternateSlot, "CodeRequirements-1"},
+                                                        {kFirstAlternateSlot + 1, "CodeRequirements-2"},
+                                                        {kFirstAlternateSlot + 2, "CodeRequirements-3"},
+                                                        {kFirstAlternateSlot + 3, "CodeRequirements-4"},
+                                                        {kFirstAlternateSlot + 4, "CodeRequirements-5"}}};
+
+std::map<std::uint32_t, MappedFile> openSignatureFiles(const Bundle& bundle) {
+  std::map<std::uint32_t, MappedFile> files;
+  for (const auto& [slot, name] : kSignatureFiles) {
+    auto file = MappedFile::open(bundle.signatureFolder / name);
+    if (file) files.emplace(slot, std::move(*file));
+  }
+  return files;
+}
+
+// A CMS file may stand bare or in the wrapper that it has inside a SuperBlob.
+ByteView bareCMS(ByteView bytes) {
+  return be32(bytes, 0) == kBlobWrapperMagic && be32(bytes, 4) == bytes.size() ? bytes.subspan(8) : bytes;
+}
+
+std::string describe(const Bundle& bundle) {
+  if (bundle.shape == Bundle::Shape::versioned) return "framework bundle with ";
+  return bundle.root.extension() == ".app" ? "app bundle with " : "bundle with ";
+}
+
+}  // namespace
+
+Outcome<CodeReport> Verifier::bundle(const Bundle& bundle, Task task) const {
+  const auto info = MappedFile::open(bundle.infoPlist);
+  if (!info) return handOn(info);
+  const auto seals = MappedFile::open(bundle.signatureFolder / "CodeResources");
+  SignedSurroundings surroundings;
+  surroundings.outside[kInfoPlistSlot] = info->bytes();
+  surroundings.mustBeSealed = {kInfoPlistSlot, kResourcesSlot};
+  if (seals) surroundings.outside[kResourcesSlot] = seals->bytes();
+  auto report = bundleCode(bundle, surroundings, task);
+  if (!report) return report;
+  report->kind = CodeReport::Kind::bundle;
+  report->format = describe(bundle) + report->format;
+  report->executable = bundle.mainExecutable;
+  if (task.thoroughness == Thoroughness::signatureOnly) return report;
+
+  if (!seals) return refuse("the bundle's resource seal is missing");
+  if (auto clean = bundle.checkSurroundings(); !clean) return handOn(clean);
+  const auto resources = CodeResources::read(seals->bytes());
+  if (!resources) return handOn(resources);
+  const auto nested = [&](const std::filesystem::path& path, const ResourceSeal& seal) {
+    return nestedCode(path, seal, task);
+  };
+  if (auto sealed = checkResources(bundle, *resources, nested); !sealed) return handOn(sealed);
+  if (auto others = otherVersions(bundle, *report, task); !others) return handOn(others);
+  return report;
+}
+
+Outcome<CodeReport> Verifier::bundleCode(const Bundle& bundle, const SignedSurroundings& surroundings,
+                                         Task task) const {
+  const auto executable = MappedFile::open(bundle.mainExecutable);
+  if (!executable) return handOn(executable);
+  const ByteView bytes = executable->bytes();
+  const auto files = openSignatureFiles(bundle);
+  if (isMachO(bytes)) {
+    if (!files.empty())
+      return refuse("the bundle has signature files beside the signature in its main executable");
+    return machO(bytes, surroundings, task);
+  }
+  if (!files.contains(kCodeDirectorySlot))
+    return std::unexpected(Failure{"code object is not signed at all", FailureKind::notSigned});
+  std::map<std::uint32_t, ByteView> blobs;
+  for (const auto& [slot, file] : files)
+    blobs[slot] = slot == kSignatureSlot ? bareCMS(file.bytes()) : file.bytes();
+  const auto parts = SignatureParts::fromBlobs(blobs);
+  if (!parts) return handOn(parts);
+  SignedSurroundings whole = surroundings;
+  whole.code = bytes;
+  whole.limit = bytes.size();
+  auto facts = signature(*parts, whole, task);
+  if (!facts) return handOn(facts);
+  return CodeReport{CodeReport::Kind::bundle, "generic", {}, {std::move(*facts)}};
+}
+
+// Every version of a framework can be loaded by name, so each must hold on its own and be of the same team.
+Outcome<void> Verifier::otherVersions(const Bundle& bundle, const CodeReport& current, Task task) const {
+  for (const std::filesystem::path& path : bundle.otherVersions) {
+    const auto where = "version " + printable(path.filename().string());
+    if (task.depth >= kDeepestNesting) return refuse("code is nested too deeply");
+    const auto report = code(path, {task.thoroughness, task.depth + 1});
+    if (!report) return handOn(report, where);
+    if (report->slices.front().team != current.slices.front().team)
+      return refuse("{}: is signed by another team", where);
+  }
+  return {};
+}
+
+Outcome<void> Verifier::nestedCode(const std::filesystem::path& path, const ResourceSeal& seal,
+                                   Task task) const {
+  if (task.depth >= kDeepestNesting) return refuse("code is nested too deeply");
+  const auto report = code(path, {task.thoroughness, task.depth + 1});
+  if (!report) return handOn(report);
+  Requirement requirement;
+  requirement.kind = Requirement::Kind::cdhash;
+  requirement.hash = seal.cdhash;
+  if (!seal.requirement.empty()) {
+    auto parsed = parseRequirement(seal.requirement);
+    if (!parsed) return handOn(parsed, "the requirement in its seal can't be read");
+    requirement = std::move(*parsed);
+  }
+  for (const CodeFacts& slice : report->slices) {
+    const auto met = meets(requirement, slice.subject());
+    if (!met) return handOn(met);
+    if (!*met) return refuse("isn't the code that was sealed (it fails the requirement in its seal)");
+  }
+  return {};
+}
+
+}  // namespace lab

@@ -1,0 +1,145 @@
+#include "Verifier.h"
+
+#include <array>
+
+#include "MachO.h"
+#include "MappedFile.h"
+#include "SuperBlob.h"
+#include "UDIFTrailer.h"
+
+namespace lab {
+
+namespace {
+
+std::unexpected<Failure> notSigned() {
+  return std::unexpected(Failure{"code object is not signed at all", FailureKind::notSigned});
+}
+
+std::string describe(const std::vector<MachOSlice>& slices) {
+  std::string names;
+  for (const MachOSlice& slice : slices) names += (names.empty() ? "" : " ") + architectureName(slice);
+  return fmt::format("Mach-O {} ({})", slices.size() > 1 ? "universal" : "thin", names);
+}
+
+// A slice of one team beside a slice of another is no single program.
+Outcome<void> checkOneSigner(const std::vector<CodeFacts>& slices) {
+  for (const CodeFacts& slice : slices) {
+    if (slice.team != slices.front().team || slice.isAdHoc() != slices.front().isAdHoc()) {
+      return refuse("the slices are signed by different teams");
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+Outcome<CodeReport> Verifier::verify(const std::filesystem::path& path) const {
+  return code(path, {Thoroughness::everything, 0});
+}
+
+Outcome<CodeReport> Verifier::inspect(const std::filesystem::path& path) const {
+  return code(path, {Thoroughness::signatureOnly, 0});
+}
+
+Outcome<CodeReport> Verifier::code(const std::filesystem::path& path, Task task) const {
+  std::error_code error;
+  const std::filesystem::path real = std::filesystem::canonical(path, error);
+  if (error) return std::unexpected(Failure{error.message(), FailureKind::unreadable});
+  if (std::filesystem::is_directory(real)) {
+    const auto found = Bundle::read(real);
+    return found ? bundle(*found, task) : handOn(found);
+  }
+  if (const auto found = bundleOfMainExecutable(real); found && task.depth == 0) return bundle(*found, task);
+  return file(real, task);
+}
+
+Outcome<CodeReport> Verifier::file(const std::filesystem::path& path, Task task) const {
+  const auto mapped = MappedFile::open(path);
+  if (!mapped) return handOn(mapped);
+  const ByteView bytes = mapped->bytes();
+  Outcome<CodeReport> report;
+  if (isMachO(bytes)) {
+    report = machO(bytes, {}, task);
+  } else if (isUDIF(bytes)) {
+    report = diskImage(bytes, task);
+  } else {
+    report = plainFile(path, bytes, task);
+  }
+  if (report) report->executable = path;
+  return report;
+}
+
+Outcome<CodeReport> Verifier::machO(ByteView bytes, const SignedSurroundings& bundled, Task task) const {
+  const auto slices = readMachO(bytes);
+  if (!slices) return handOn(slices);
+  CodeReport report{CodeReport::Kind::machO, describe(*slices), {}, {}};
+  for (const MachOSlice& slice : *slices) {
+    if (!slice.signature) return notSigned();
+    const auto where = "in architecture " + architectureName(slice);
+    const auto parts = SignatureParts::fromSuperBlob(*slice.signature);
+    if (!parts) return handOn(parts, where);
+    SignedSurroundings surroundings = bundled;
+    surroundings.code = slice.bytes;
+    surroundings.limit = slice.signatureOffset;
+    const bool isBundled = bundled.mustBeSealed.contains(kInfoPlistSlot);
+    if (!isBundled && slice.infoPlist) surroundings.outside[kInfoPlistSlot] = *slice.infoPlist;
+    auto facts = signature(*parts, surroundings, task);
+    if (!facts) return handOn(facts, where);
+    facts->architecture = architectureName(slice);
+    report.slices.push_back(std::move(*facts));
+  }
+  if (auto one = checkOneSigner(report.slices); !one) return handOn(one);
+  return report;
+}
+
+Outcome<CodeReport> Verifier::diskImage(ByteView bytes, Task task) const {
+  const auto trailer = readUDIFTrailer(bytes);
+  if (!trailer) return handOn(trailer);
+  if (!trailer->isSigned()) return notSigned();
+  const auto parts =
+      SignatureParts::fromSuperBlob(*slice(bytes, trailer->signatureOffset, trailer->signatureLength));
+  if (!parts) return handOn(parts);
+  const Bytes sealed = trailer->sealedBytes();
+  const SignedSurroundings surroundings{
+      bytes, trailer->signatureOffset, {{kRepresentationSlot, sealed}}, {kRepresentationSlot}};
+  auto facts = signature(*parts, surroundings, task);
+  if (!facts) return handOn(facts);
+  return CodeReport{CodeReport::Kind::diskImage, "disk image", {}, {std::move(*facts)}};
+}
+
+Outcome<CodeReport> Verifier::plainFile(const std::filesystem::path& path, ByteView bytes, Task task) const {
+  struct Attribute {
+    std::uint32_t slot;
+    const char* name;
+  };
+  static constexpr std::array<Attribute, 3> kAttributes{{{kCodeDirectorySlot, "com.apple.cs.CodeDirectory"},
+                                                         {kRequirementsSlot, "com.apple.cs.CodeRequirements"},
+                                                         {kSignatureSlot, "com.apple.cs.CodeSignature"}}};
+  std::map<std::uint32_t, Bytes> values;
+  for (const auto& [slot, name] : kAttributes) {
+    // Extended attributes of another system stand in the namespace that users may write.
+    if (auto value = MappedFile::attribute(path, std::string("user.") + name))
+      values[slot] = std::move(*value);
+  }
+  if (!values.contains(kCodeDirectorySlot)) return notSigned();
+  std::map<std::uint32_t, ByteView> blobs(values.begin(), values.end());
+  const auto parts = SignatureParts::fromBlobs(blobs);
+  if (!parts) return handOn(parts);
+  auto facts = signature(*parts, {bytes, bytes.size(), {}, {}}, task);
+  if (!facts) return handOn(facts);
+  return CodeReport{CodeReport::Kind::plainFile, "generic", {}, {std::move(*facts)}};
+}
+
+Outcome<CodeFacts> Verifier::signature(const SignatureParts& parts, const SignedSurroundings& surroundings,
+                                       Task task) const {
+  auto facts = readFacts(parts, surroundings);
+  if (!facts) return facts;
+  const auto proven = proveSigner(parts, anchors_, now_, *facts);
+  if (!proven) facts->trustProblem = proven.error().reason;
+  if (task.thoroughness == Thoroughness::signatureOnly) return facts;
+  if (!proven) return handOn(proven);
+  if (auto sealed = checkSeals(parts, surroundings); !sealed) return handOn(sealed);
+  return facts;
+}
+
+}  // namespace lab

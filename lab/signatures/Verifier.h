@@ -1,0 +1,64 @@
+// Verifies whatever can carry a code signature: Mach-O files, bundles, disk images, plain files.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "Anchors.h"
+#include "Bundle.h"
+#include "CodeResources.h"
+#include "CodeSignature.h"
+
+namespace lab {
+
+struct CodeReport {
+  enum class Kind { machO, bundle, diskImage, plainFile };
+
+  Kind kind = Kind::plainFile;
+  std::string format;                // for people: "app bundle with Mach-O universal (x86_64 arm64)"
+  std::filesystem::path executable;  // the file that carries the signature
+  std::vector<CodeFacts> slices;     // never empty; one for each slice of a Mach-O file, else one
+};
+
+class Verifier {
+ public:
+  // `now` is the time that unstamped signatures and timestamps are measured against.
+  Verifier(Anchors anchors, std::chrono::sys_seconds now) : anchors_(std::move(anchors)), now_(now) {}
+
+  // Verifies everything below `path`: pages, slots, signers, resources, nested code. A link at `path` itself
+  // is followed.
+  Outcome<CodeReport> verify(const std::filesystem::path& path) const;
+
+  // Reads what the signature says without hashing what it seals. A signer that can't be proven leaves
+  // the chain of that slice empty.
+  Outcome<CodeReport> inspect(const std::filesystem::path& path) const;
+
+  const Anchors& anchors() const { return anchors_; }
+
+ private:
+  enum class Thoroughness { everything, signatureOnly };
+  struct Task {
+    Thoroughness thoroughness = Thoroughness::everything;
+    int depth = 0;  // of nested code
+  };
+
+  Outcome<CodeReport> code(const std::filesystem::path& path, Task task) const;
+  Outcome<CodeReport> file(const std::filesystem::path& path, Task task) const;
+  Outcome<CodeReport> machO(ByteView bytes, const SignedSurroundings& bundled, Task task) const;
+  Outcome<CodeReport> diskImage(ByteView bytes, Task task) const;
+  Outcome<CodeReport> plainFile(const std::filesystem::path& path, ByteView bytes, Task task) const;
+  Outcome<CodeReport> bundle(const Bundle& bundle, Task task) const;
+  Outcome<CodeReport> bundleCode(const Bundle& bundle, const SignedSurroundings& surroundings,
+                                 Task task) const;
+  Outcome<void> otherVersions(const Bundle& bundle, const CodeReport& current, Task task) const;
+  Outcome<void> nestedCode(const std::filesystem::path& path, const ResourceSeal& seal, Task task) const;
+  Outcome<CodeFacts> signature(const SignatureParts& parts, const SignedSurroundings& surroundings,
+                               Task task) const;
+
+  Anchors anchors_;
+  std::chrono::sys_seconds now_;
+};
+
+}  // namespace lab
