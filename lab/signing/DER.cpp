@@ -1,0 +1,60 @@
+#include "DER.h"
+
+#include <fmt/chrono.h>
+
+namespace lab {
+
+namespace {
+
+// Calls one of OpenSSL's i2d functions.
+template <class Object, class Encode>
+Bytes encode(const Object* object, Encode function) {
+  unsigned char* encoded = nullptr;
+  const int length = function(object, &encoded);
+  if (length <= 0) return {};
+  Bytes bytes(encoded, encoded + length);
+  OPENSSL_free(encoded);
+  return bytes;
+}
+
+}  // namespace
+
+Bytes derOf(const X509* certificate) {
+  return encode(certificate, i2d_X509);
+}
+
+Bytes derOf(const CMS_ContentInfo* message) {
+  return encode(message, i2d_CMS_ContentInfo);
+}
+
+Bytes derElement(std::uint8_t tag, ByteView content) {
+  Bytes element{tag};
+  if (content.size() < 0x80) {
+    element.push_back(static_cast<std::uint8_t>(content.size()));
+  } else {
+    element.push_back(0x82);
+    element.push_back(static_cast<std::uint8_t>(content.size() >> 8U));
+    element.push_back(static_cast<std::uint8_t>(content.size()));
+  }
+  element.insert(element.end(), content.begin(), content.end());
+  return element;
+}
+
+Bytes derSequence(std::initializer_list<Bytes> parts) {
+  Bytes content;
+  for (const Bytes& part : parts) content.insert(content.end(), part.begin(), part.end());
+  return derElement(0x30, content);
+}
+
+Bytes derObjectIdentifier(const char* text) {
+  const ObjectPointer object(OBJ_txt2obj(text, 1));
+  return encode(object.get(), i2d_ASN1_OBJECT);
+}
+
+Bytes derGeneralizedTime(std::chrono::sys_seconds time) {
+  const auto fields = fmt::gmtime(std::chrono::system_clock::to_time_t(time));
+  const std::string text = fmt::format("{:%Y%m%d%H%M%S}Z", fields);
+  return derElement(0x18, viewOf(text));
+}
+
+}  // namespace lab

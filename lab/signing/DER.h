@@ -1,0 +1,20 @@
+// The few encodings that signing needs and OpenSSL offers no call for.
+#pragma once
+
+#include <chrono>
+#include <initializer_list>
+#include <string>
+
+#include "Bytes.h"
+#include "OpenSSLPointer.h"
+
+namespace lab {
+
+Bytes derOf(const X509* certificate);
+Bytes derOf(const CMS_ContentInfo* message);
+Bytes derElement(std::uint8_t tag, ByteView content);
+Bytes derSequence(std::initializer_list<Bytes> parts);
+Bytes derObjectIdentifier(const char* text);
+Bytes derGeneralizedTime(std::chrono::sys_seconds time);
+
+}  // namespace lab

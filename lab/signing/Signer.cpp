@@ -1,0 +1,197 @@
+#include "Signer.h"
+
+#include <array>
+#include <fstream>
+
+#include "MachO.h"
+#include "MachOWriter.h"
+#include "MappedFile.h"
+#include "PropertyList.h"
+#include "ResourceSealer.h"
+#include "SignatureWriter.h"
+#include "SuperBlob.h"
+#include "UDIFTrailer.h"
+
+namespace lab {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kSignatureOffsetAt = 296;
+constexpr std::size_t kSignatureLengthAt = 304;
+
+void put64(Bytes& bytes, std::size_t at, std::uint64_t value) {
+  for (unsigned i = 0; i < 8; ++i) bytes[at + i] = static_cast<std::uint8_t>(value >> (56 - 8 * i));
+}
+
+std::unexpected<Failure> cantWrite(const fs::path& path) {
+  return std::unexpected(Failure{"can't write " + path.string(), FailureKind::unreadable});
+}
+
+// Options for code inside of other code: it has names and entitlements of its own.
+SigningOptions forNested(SigningOptions options) {
+  options.identifier.clear();
+  options.entitlements.clear();
+  return options;
+}
+
+}  // namespace
+
+Outcome<void> replaceFile(const fs::path& path, ByteView content) {
+  const fs::path beside = path.string() + ".signing";
+  std::ofstream stream(beside, std::ios::binary | std::ios::trunc);
+  stream.write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
+  stream.close();
+  if (!stream) return cantWrite(beside);
+  std::error_code error;
+  const fs::file_status old = fs::status(path, error);
+  if (fs::exists(old)) fs::permissions(beside, old.permissions(), error);
+  fs::rename(beside, path, error);
+  return error ? cantWrite(path) : Outcome<void>{};
+}
+
+Outcome<void> Signer::sign(const fs::path& path) const {
+  std::error_code error;
+  const fs::path real = fs::canonical(path, error);
+  if (error) return std::unexpected(Failure{path.string() + ": " + error.message(), FailureKind::unreadable});
+  if (!fs::is_directory(real)) return file(real);
+  const auto found = Bundle::read(real);
+  return found ? bundle(*found) : handOn(found, path.string());
+}
+
+Outcome<void> Signer::file(const fs::path& path) const {
+  Outcome<Bytes> result;
+  {
+    const auto mapped = MappedFile::open(path);
+    if (!mapped) return handOn(mapped);
+    const ByteView bytes = mapped->bytes();
+    const std::string identifier = options_.identifier.empty() ? path.stem().string() : options_.identifier;
+    if (isMachO(bytes)) {
+      result = machO(bytes, identifier, {});
+    } else if (isUDIF(bytes)) {
+      result = diskImage(bytes, identifier);
+    } else {
+      return refuse("{} is neither Mach-O file, bundle nor disk image", path.string());
+    }
+  }
+  return result ? replaceFile(path, *result) : handOn(result, path.string());
+}
+
+Outcome<Bytes> Signer::machO(ByteView bytes, const std::string& identifier,
+                             const std::map<std::uint32_t, ByteView>& outside) const {
+  const auto slices = readMachO(bytes);
+  if (!slices) return handOn(slices);
+  const bool isThin = slices->size() == 1 && slices->front().bytes.size() == bytes.size();
+  if (isThin) return slice(bytes, identifier, outside);
+  std::vector<Bytes> signedSlices;
+  for (const MachOSlice& one : *slices) {
+    auto result = slice(one.bytes, identifier, outside);
+    if (!result) return result;
+    signedSlices.push_back(std::move(*result));
+  }
+  return makeUniversal(signedSlices);
+}
+
+Outcome<Bytes> Signer::slice(ByteView bytes, const std::string& identifier,
+                             const std::map<std::uint32_t, ByteView>& outside) const {
+  const auto offset = signatureOffsetFor(bytes);
+  if (!offset) return handOn(offset);
+  SigningSubject subject{identifier, bytes, 12, outside, 0, le32(bytes, 12) == 2U};
+  const auto read = readMachO(bytes);
+  if (read && !outside.contains(kInfoPlistSlot) && read->front().infoPlist)
+    subject.outside[kInfoPlistSlot] = *read->front().infoPlist;
+  subject.execSegmentLimit = static_cast<std::uint32_t>(textSegmentSize(bytes));
+  // The load command says how long the signature is, and the signature covers the load command, so its size
+  // is settled before it is made.
+  const std::uint64_t room = (largestSignature(subject, options_) + 15) / 16 * 16;
+  auto prepared = prepareForSignature(bytes, room);
+  if (!prepared) return prepared;
+  subject.code = *prepared;
+  const auto blobs = makeSignature(subject, identity_, options_);
+  if (!blobs) return handOn(blobs);
+  const Bytes signature = superBlobOf(*blobs);
+  if (signature.size() > room) return refuse("the signature is larger than foreseen");
+  const std::size_t end = prepared->size() + static_cast<std::size_t>(room);
+  prepared->insert(prepared->end(), signature.begin(), signature.end());
+  prepared->resize(end);
+  return prepared;
+}
+
+Outcome<Bytes> Signer::diskImage(ByteView bytes, const std::string& identifier) const {
+  const auto trailer = readUDIFTrailer(bytes);
+  if (!trailer) return handOn(trailer);
+  const std::uint64_t end = trailer->propertyListOffset + trailer->propertyListLength;
+  const std::uint64_t contentEnd =
+      trailer->isSigned() ? trailer->signatureOffset : bytes.size() - kUDIFTrailerSize;
+  if (end != contentEnd) return refuse("the image's property list doesn't stand in front of its trailer");
+  Bytes newTrailer = trailer->bytes;
+  put64(newTrailer, kSignatureOffsetAt, end);
+  put64(newTrailer, kSignatureLengthAt, 0);
+  const SigningSubject subject{identifier, bytes.first(static_cast<std::size_t>(end)),
+                               0,          {{kRepresentationSlot, newTrailer}},
+                               0,          false};
+  const auto blobs = makeSignature(subject, identity_, options_);
+  if (!blobs) return handOn(blobs);
+  const Bytes signature = superBlobOf(*blobs);
+  put64(newTrailer, kSignatureLengthAt, signature.size());
+  Bytes result = copyOf(subject.code);
+  result.insert(result.end(), signature.begin(), signature.end());
+  result.insert(result.end(), newTrailer.begin(), newTrailer.end());
+  return result;
+}
+
+Outcome<void> Signer::bundle(const Bundle& bundle) const {
+  if (!options_.keepNested) {
+    const auto nested = findNestedCode(bundle);
+    if (!nested) return handOn(nested);
+    const Signer inner(identity_, forNested(options_));
+    for (const fs::path& path : *nested) {
+      if (auto done = inner.sign(path); !done) return done;
+    }
+  }
+  std::error_code error;
+  fs::remove_all(bundle.signatureFolder, error);
+  fs::create_directories(bundle.signatureFolder, error);
+  if (error) return cantWrite(bundle.signatureFolder);
+  const auto resources = makeCodeResources(bundle);
+  if (!resources) return handOn(resources);
+  if (auto written = replaceFile(bundle.signatureFolder / "CodeResources", viewOf(*resources)); !written)
+    return written;
+  return bundleExecutable(bundle, *resources);
+}
+
+Outcome<void> Signer::bundleExecutable(const Bundle& bundle, const std::string& resources) const {
+  const auto info = MappedFile::open(bundle.infoPlist);
+  if (!info) return handOn(info);
+  const auto executable = MappedFile::open(bundle.mainExecutable);
+  if (!executable) return handOn(executable);
+  const auto list = PropertyList::read(info->bytes());
+  std::string identifier = options_.identifier;
+  if (identifier.empty() && list) identifier = list->textAt("CFBundleIdentifier");
+  if (identifier.empty()) identifier = bundle.root.stem().string();
+  const std::map<std::uint32_t, ByteView> outside{{kInfoPlistSlot, info->bytes()},
+                                                  {kResourcesSlot, viewOf(resources)}};
+  if (!isMachO(executable->bytes())) return detached(bundle, executable->bytes(), identifier, outside);
+  const auto result = machO(executable->bytes(), identifier, outside);
+  return result ? replaceFile(bundle.mainExecutable, *result) : handOn(result, bundle.root.string());
+}
+
+Outcome<void> Signer::detached(const Bundle& bundle, ByteView code, const std::string& identifier,
+                               const std::map<std::uint32_t, ByteView>& outside) const {
+  const auto blobs = makeSignature({identifier, code, 12, outside, 0, false}, identity_, options_);
+  if (!blobs) return handOn(blobs);
+  for (const auto& [slot, blob] : *blobs) {
+    std::string name;
+    if (slot == kCodeDirectorySlot) name = "CodeDirectory";
+    if (slot == kRequirementsSlot) name = "CodeRequirements";
+    if (slot == kEntitlementsSlot) name = "CodeEntitlements";
+    if (slot == kSignatureSlot) name = "CodeSignature";
+    if (slot >= kFirstAlternateSlot && slot <= kLastAlternateSlot)
+      name = fmt::format("CodeRequirements-{}", slot - kFirstAlternateSlot + 1);
+    if (auto written = replaceFile(bundle.signatureFolder / name, blob); !written) return written;
+  }
+  return {};
+}
+
+}  // namespace lab

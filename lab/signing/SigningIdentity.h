@@ -1,0 +1,51 @@
+// Who signs, and what the signature shall look like.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Bytes.h"
+#include "Digest.h"
+#include "TestAuthority.h"
+
+namespace lab {
+
+struct SigningOptions {
+  std::string identifier;           // empty: taken from Info.plist, else from the file's name
+  std::optional<std::string> team;  // instead of the leaf's own; a lie unless they are the same
+  std::uint32_t flags = 0;          // of the code directory, the ad hoc flag apart
+  std::vector<HashType> digests{HashType::sha256};  // one code directory each, the first is the primary one
+  Bytes entitlements;                               // a property list; empty for none
+  std::chrono::sys_seconds time;                    // the claimed signing time, and the timestamp's
+  bool stamped = true;
+  bool keepNested = false;  // nested code is sealed as it stands instead of being signed again
+};
+
+class SigningIdentity {
+ public:
+  // Nobody: ad hoc code.
+  SigningIdentity() = default;
+  SigningIdentity(const TestAuthority& authority, LeafKind kind)
+      : leaf_(authority.leaf(kind)),
+        issuers_(authority.issuers(kind)),
+        timestamper_(authority.timestamper()),
+        kind_(kind) {}
+
+  bool isAdHoc() const { return leaf_.certificate == nullptr; }
+  LeafKind kind() const { return kind_; }
+  const KeyedCertificate& leaf() const { return leaf_; }
+  const std::vector<X509Pointer>& issuers() const { return issuers_; }
+  const KeyedCertificate& timestamper() const { return timestamper_; }
+  std::string team() const;  // the leaf's organizational unit; empty for ad hoc
+  Bytes leafSHA1() const;
+
+ private:
+  KeyedCertificate leaf_;
+  std::vector<X509Pointer> issuers_;
+  KeyedCertificate timestamper_;
+  LeafKind kind_ = LeafKind::valid;
+};
+
+}  // namespace lab
