@@ -1,0 +1,149 @@
+#include "Support/SimulatedAdministrator.h"
+
+#include <utility>
+
+namespace installer::testing {
+
+namespace {
+
+ScriptErrorDictionary errorNumber(int number, const std::string& message) {
+  return Json{{AdministratorScript::errorNumberKey, number}, {"NSAppleScriptErrorMessage", message}};
+}
+
+// The command inside `do shell script "..." with administrator privileges`, unescaped.
+std::string commandOfSource(const std::string& source) {
+  std::string command;
+  const auto start = source.find('"');
+  for (auto at = start + 1; start != std::string::npos && at < source.size() && source[at] != '"'; ++at) {
+    if (source[at] == '\\' && at + 1 < source.size()) ++at;
+    command += source[at];
+  }
+  return command;
+}
+
+}  // namespace
+
+std::vector<std::string> shellWords(const std::string& commandLine) {
+  std::vector<std::string> words;
+  std::optional<std::string> word;
+  char quote = 0;
+  for (std::size_t at = 0; at < commandLine.size(); ++at) {
+    const char character = commandLine[at];
+    if (quote == 0 && character == ' ') {
+      if (word) words.push_back(*std::exchange(word, std::nullopt));
+      continue;
+    }
+    if (!word) word.emplace();
+    if (character == quote) {
+      quote = 0;
+    } else if (quote == 0 && (character == '\'' || character == '"')) {
+      quote = character;
+    } else if (character == '\\' && quote != '\'' && at + 1 < commandLine.size()) {
+      *word += commandLine[++at];
+    } else {
+      *word += character;
+    }
+  }
+  if (word) words.push_back(*word);
+  return words;
+}
+
+class SimulatedScript : public AdministratorScript {
+ public:
+  SimulatedScript(SimulatedAdministrator& administrator, std::string source)
+      : administrator_{administrator}, source_{std::move(source)} {}
+
+  std::expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
+                                                                 const std::string& argument) override {
+    if (administrator_.noTarget_) return std::unexpected(EventFailure::noTarget);
+    administrator_.handlers_.push_back(name);
+    return administrator_.perform(argument);
+  }
+
+  ScriptErrorDictionary execute() override { return administrator_.perform(commandOfSource(source_)); }
+
+ private:
+  SimulatedAdministrator& administrator_;
+  std::string source_;
+};
+
+std::unique_ptr<AdministratorScript> SimulatedAdministrator::make(const std::string& source) {
+  if (cannotMake_) return nullptr;
+  sources_.push_back(source);
+  return std::make_unique<SimulatedScript>(*this, source);
+}
+
+void SimulatedAdministrator::grantsNext() {
+  next_.emplace_back([this](const std::string& commandLine) { return runAsRoot(commandLine); });
+}
+
+void SimulatedAdministrator::dismissesNext() {
+  failsNext(AdministratorScript::userCancelled);
+}
+
+void SimulatedAdministrator::failsNext(int number) {
+  next_.emplace_back([number](const std::string&) { return errorNumber(number, "It didn’t work."); });
+}
+
+void SimulatedAdministrator::failsNextWithoutNumber() {
+  next_.emplace_back([](const std::string&) -> ScriptErrorDictionary {
+    return Json{{"NSAppleScriptErrorMessage", "It didn’t work."}};
+  });
+}
+
+void SimulatedAdministrator::succeedsWithoutEffectNext() {
+  next_.emplace_back([](const std::string&) -> ScriptErrorDictionary { return std::nullopt; });
+}
+
+void SimulatedAdministrator::failsAfterRunningNext(int number) {
+  next_.emplace_back([this, number](const std::string& commandLine) {
+    runAsRoot(commandLine);
+    return errorNumber(number, "It didn’t work.");
+  });
+}
+
+ScriptErrorDictionary SimulatedAdministrator::perform(const std::string& commandLine) {
+  commandLines_.push_back(commandLine);
+  calledOffMainThread_ = calledOffMainThread_ || !dispatch_.isMainThread();
+  if (duration_ > Duration{0}) dispatch_.sleep(duration_);
+  if (!next_.empty()) {
+    const auto outcome = std::move(next_.front());
+    next_.pop_front();
+    return outcome(commandLine);
+  }
+  if (dismissesAlways_) return errorNumber(AdministratorScript::userCancelled, "User canceled.");
+  return runAsRoot(commandLine);
+}
+
+ScriptErrorDictionary SimulatedAdministrator::runAsRoot(const std::string& commandLine) {
+  const bool before = files_.runsAsRoot();
+  files_.setRunsAsRoot(true);
+  bool good = true;
+  std::vector<std::string> command;
+  auto words = shellWords(commandLine);
+  words.emplace_back("&&");
+  for (auto& word : words) {
+    if (word != "&&") {
+      command.push_back(std::move(word));
+      continue;
+    }
+    good = good && runCommand(command);
+    command.clear();
+  }
+  files_.setRunsAsRoot(before);
+  if (good) return std::nullopt;
+  return errorNumber(1, "The command exited with a non-zero status.");
+}
+
+bool SimulatedAdministrator::runCommand(const std::vector<std::string>& words) {
+  if (words.size() == 3 && words[0] == "/bin/rm" && words[1] == "-rf") {
+    return !files_.exists(words[2]) || files_.removeItem(words[2]).has_value();
+  }
+  if (words.size() == 4 && words[0] == "/usr/bin/ditto" && words[1] == "--noqtn") {
+    return files_.copyItem(words[2], words[3]).has_value();
+  }
+  if (words.size() == 4 && words[0] == "/usr/sbin/chown" && words[1] == "-R") return files_.exists(words[3]);
+  return false;
+}
+
+}  // namespace installer::testing

@@ -1,0 +1,51 @@
+// What the simulated file system is made of: files, directories, links, and volumes.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "Support/SimulatedFileSystem.h"
+
+namespace installer::testing {
+
+// Open files share their node with the tree, so that they follow the file and not its name.
+struct SimulatedFileSystem::Node {
+  enum class Kind { file, directory, link };
+  Kind kind = Kind::file;
+  std::string bytes;
+  Path target;  // of a link, as written
+  bool writable = true;
+  bool readable = true;
+  bool executable = false;
+  std::optional<std::int64_t> allocated;  // bytes on disk when they don't follow from the length
+  bool allocatedUnknown = false;
+  std::uint64_t order = 0;  // by which a directory lists it
+
+  static Node file(std::string_view bytes) {
+    Node node;
+    node.bytes = bytes;
+    return node;
+  }
+  static Node directory() {
+    Node node;
+    node.kind = Kind::directory;
+    node.executable = true;
+    return node;
+  }
+  static Node link(const Path& target) {
+    Node node;
+    node.kind = Kind::link;
+    node.target = target;
+    return node;
+  }
+};
+
+struct SimulatedFileSystem::Volume {
+  std::int64_t free = std::int64_t{1} << 40;
+  bool saysCapacity = true;
+  std::optional<std::int64_t> older;  // the answer to the older question when the newer has none
+  bool readOnly = false;
+};
+
+}  // namespace installer::testing

@@ -1,0 +1,177 @@
+// The half of the simulated file system that changes files: copies, moves, removals, reading and writing.
+#include <algorithm>
+#include <utility>
+
+#include "Support/SimulatedFileNode.h"
+#include "Support/SimulatedFileSystem.h"
+
+namespace installer::testing {
+
+namespace {
+
+class Reader : public FileReader {
+ public:
+  Reader(SimulatedFileSystem& files, Path path, std::shared_ptr<const SimulatedFileSystem::Node> node)
+      : files_{files}, path_{std::move(path)}, node_{std::move(node)} {}
+
+  Result<std::string> read(std::size_t maximum) override {
+    if (auto wanted = files_.injected(Operation::read, path_)) return std::unexpected(*wanted);
+    auto bytes = node_->bytes.substr(std::min(at_, node_->bytes.size()), maximum);
+    at_ += bytes.size();
+    return bytes;
+  }
+
+ private:
+  SimulatedFileSystem& files_;
+  Path path_;
+  std::shared_ptr<const SimulatedFileSystem::Node> node_;
+  std::size_t at_ = 0;
+};
+
+class Appender : public FileAppender {
+ public:
+  Appender(SimulatedFileSystem& files, Path path, std::shared_ptr<SimulatedFileSystem::Node> node)
+      : files_{files}, path_{std::move(path)}, node_{std::move(node)} {}
+
+  Result<> write(std::string_view bytes) override {
+    if (auto wanted = files_.injected(Operation::append, path_)) return std::unexpected(*wanted);
+    node_->bytes.append(bytes);
+    return {};
+  }
+
+ private:
+  SimulatedFileSystem& files_;
+  Path path_;
+  std::shared_ptr<SimulatedFileSystem::Node> node_;
+};
+
+}  // namespace
+
+Result<> SimulatedFileSystem::copyItem(const Path& source, const Path& destination) {
+  for (const auto& path : {source, destination}) {
+    if (auto wanted = injected(Operation::copy, path)) return std::unexpected(*wanted);
+  }
+  const auto from = resolved(source, LastLink::keep);
+  const auto to = resolved(destination, LastLink::keep);
+  if (!nodes_.contains(from)) return std::unexpected(error(CocoaError::fileReadNoSuchFile, source));
+  if (auto checked = checkDestination(to); !checked) return checked;
+  for (const auto& one : subtree(from)) {
+    if (!nodes_.at(one)->readable && !root_) {
+      return std::unexpected(error(CocoaError::fileReadNoPermission, one));
+    }
+  }
+  const auto bytes = allocatedSize(from);
+  if (auto checked = checkSpace(to, bytes); !checked) return checked;
+  duplicate(from, to);
+  volumeOf(to).free -= bytes;
+  changes_.push_back("copy " + source + " -> " + destination);
+  return {};
+}
+
+Result<> SimulatedFileSystem::moveItem(const Path& source, const Path& destination) {
+  for (const auto& path : {source, destination}) {
+    if (auto wanted = injected(Operation::move, path)) return std::unexpected(*wanted);
+  }
+  const auto from = resolved(source, LastLink::keep);
+  const auto to = resolved(destination, LastLink::keep);
+  if (!nodes_.contains(from)) return std::unexpected(error(CocoaError::fileNoSuchFile, source));
+  if (auto checked = checkDestination(to); !checked) return checked;
+  if (auto checked = checkFolderForWriting(from); !checked) return checked;
+  const auto bytes = allocatedSize(from);
+  if (&volumeOf(from) != &volumeOf(to)) {
+    if (auto checked = checkSpace(to, bytes); !checked) return checked;
+    volumeOf(to).free -= bytes;
+    volumeOf(from).free += bytes;
+  }
+  rename(from, to);
+  changes_.push_back("move " + source + " -> " + destination);
+  return {};
+}
+
+Result<> SimulatedFileSystem::removeItem(const Path& path) {
+  const auto place = resolved(path, LastLink::keep);
+  if (!nodes_.contains(place)) {
+    if (auto wanted = injected(Operation::remove, path)) return std::unexpected(*wanted);
+    return std::unexpected(error(CocoaError::fileNoSuchFile, path));
+  }
+  auto removed = removeTree(place);
+  if (removed) changes_.push_back("remove " + path);
+  return removed;
+}
+
+// Children first, and what is gone stays gone when one of them can't be removed. What stands in the way of
+// the top's own removal is found before anything goes.
+Result<> SimulatedFileSystem::removeTree(const Path& path) {
+  if (auto wanted = injected(Operation::remove, path)) return std::unexpected(*wanted);
+  if (auto checked = checkFolderForWriting(path); !checked) return checked;
+  if (nodes_.at(path)->kind == Node::Kind::directory) {
+    for (const auto& child : children(path)) {
+      if (auto removed = removeTree(child); !removed) return removed;
+    }
+  }
+  volumeOf(path).free += allocatedSize(path);
+  nodes_.erase(path);
+  return {};
+}
+
+Result<> SimulatedFileSystem::createDirectory(const Path& path, Intermediates intermediates) {
+  if (auto wanted = injected(Operation::createDirectory, path)) return std::unexpected(*wanted);
+  const auto place = resolved(path, LastLink::follow);
+  if (const auto* const node = find(path)) {
+    if (intermediates == Intermediates::create && node->kind == Node::Kind::directory) return {};
+    return std::unexpected(error(CocoaError::fileWriteFileExists, path));
+  }
+  const auto folder = parentFolder(place);
+  if (intermediates == Intermediates::create && !directoryExists(folder)) {
+    if (auto created = createDirectory(folder, intermediates); !created) return created;
+  }
+  if (auto checked = checkDestination(place); !checked) return checked;
+  put(place, Node::directory());
+  changes_.push_back("create " + path);
+  return {};
+}
+
+Result<std::string> SimulatedFileSystem::readFile(const Path& path) {
+  if (auto wanted = injected(Operation::readFile, path)) return std::unexpected(*wanted);
+  const auto* const node = find(path);
+  if (node == nullptr) return std::unexpected(error(CocoaError::fileReadNoSuchFile, path));
+  if (node->kind != Node::Kind::file) return std::unexpected(error(CocoaError::fileReadUnknown, path));
+  if (!node->readable && !root_) return std::unexpected(error(CocoaError::fileReadNoPermission, path));
+  return node->bytes;
+}
+
+Result<> SimulatedFileSystem::writeFile(const Path& path, std::string_view bytes) {
+  if (auto wanted = injected(Operation::writeFile, path)) return std::unexpected(*wanted);
+  const auto place = resolved(path, LastLink::follow);
+  const auto* const old = find(path);
+  if (old != nullptr && old->kind == Node::Kind::directory) {
+    return std::unexpected(error(CocoaError::fileWriteUnknown, path));
+  }
+  if (auto checked = checkFolderForWriting(place); !checked) return checked;
+  const auto needed = (static_cast<std::int64_t>(bytes.size()) + 4095) / 4096 * 4096;
+  if (auto checked = checkSpace(place, needed); !checked) return checked;
+  volumeOf(place).free += (old == nullptr ? 0 : allocatedSize(place)) - needed;
+  put(place, Node::file(bytes));
+  changes_.push_back("write " + path);
+  return {};
+}
+
+Result<std::unique_ptr<FileReader>> SimulatedFileSystem::openForReading(const Path& path) {
+  if (auto wanted = injected(Operation::openForReading, path)) return std::unexpected(*wanted);
+  const auto* const node = find(path);
+  if (node == nullptr) return std::unexpected(error(CocoaError::fileReadNoSuchFile, path));
+  if (node->kind != Node::Kind::file) return std::unexpected(error(CocoaError::fileReadUnknown, path));
+  if (!node->readable && !root_) return std::unexpected(error(CocoaError::fileReadNoPermission, path));
+  return std::make_unique<Reader>(*this, path, nodes_.at(resolved(path, LastLink::follow)));
+}
+
+Result<std::unique_ptr<FileAppender>> SimulatedFileSystem::openForAppending(const Path& path) {
+  if (auto wanted = injected(Operation::openForAppending, path)) return std::unexpected(*wanted);
+  const auto* const node = find(path);
+  if (node == nullptr) return std::unexpected(error(CocoaError::fileNoSuchFile, path));
+  if (node->kind != Node::Kind::file) return std::unexpected(error(CocoaError::fileWriteUnknown, path));
+  if (!node->writable && !root_) return std::unexpected(error(CocoaError::fileWriteNoPermission, path));
+  return std::make_unique<Appender>(*this, path, nodes_.at(resolved(path, LastLink::follow)));
+}
+
+}  // namespace installer::testing

@@ -1,0 +1,146 @@
+// Files and volumes in memory: links, permissions, capacity, and failures on request.
+//
+// Paths are case-sensitive. Directories list their entries in the order in which they were made. A test lays
+// things out with the verbs, which ask for no permission, fail on nothing and make missing folders; the
+// engine's own calls obey permissions, capacity and the injected failures, and are recorded as `changes`.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/FileSystem.h"
+
+namespace installer::testing {
+
+enum class Operation {
+  list,
+  attributes,
+  copy,    // fails by the path of the source or of the destination
+  move,    // likewise
+  remove,  // a path inside a tree makes the removal of the tree stop there, half-way
+  createDirectory,
+  readFile,
+  writeFile,
+  openForReading,
+  openForAppending,
+  read,    // of an open file
+  append,  // to an open file
+  enumerate,
+};
+
+class SimulatedFileSystem : public FileSystem {
+ public:
+  SimulatedFileSystem();
+  SimulatedFileSystem(const SimulatedFileSystem&) = delete;
+  SimulatedFileSystem& operator=(const SimulatedFileSystem&) = delete;
+  ~SimulatedFileSystem() override;
+
+  // Laying things out.
+  void addDirectory(const Path& path);
+  void addFile(const Path& path, std::string_view bytes = {});  // replaces what was there
+  void addProgram(const Path& path);                            // an executable file
+  void addSymlink(const Path& path, const Path& target);
+  void erase(const Path& path);  // a tree; nothing happens when there is none
+
+  // A new volume, mounted at `path`, with so many bytes free; absent when the volume doesn't say.
+  void addVolume(const Path& path, std::optional<std::int64_t> capacity = std::int64_t{1} << 40);
+  void removeVolume(const Path& path);  // and all that is on it
+  // Bytes free from now on, on the volume that `path` lies on. The engine's copies, writes and removals
+  // change the figure; the verbs of a test don't.
+  void setCapacity(const Path& path, std::int64_t bytes);
+  // What the volume answers instead: nothing to the first question, `older` to `fileSystemFreeSize`.
+  void setCapacityUnknown(const Path& path, std::optional<std::int64_t> older = std::nullopt);
+  void setVolumeReadOnly(const Path& path, bool readOnly = true);  // writes fail with 642
+
+  // Permissions of one file or directory. A directory that isn't writable refuses changes of its entries
+  // (513); what isn't readable can't be listed or read (257).
+  void setWritable(const Path& path, bool writable);
+  void setReadable(const Path& path, bool readable);
+  void setExecutable(const Path& path, bool executable);
+  // Root is refused nothing; injected failures still fail.
+  void setRunsAsRoot(bool root);
+  bool runsAsRoot() const;
+
+  // Bytes on disk; unless set, the length rounded up to blocks of 4096.
+  void setAllocatedSize(const Path& path, std::int64_t bytes);
+  // What `enumerate` reports for it: both figures absent.
+  void setAllocatedSizeUnknown(const Path& path);
+
+  // Makes the engine's next call of that kind on `path` fail; or every one until `stopFailing`.
+  void failNext(Operation operation, const Path& path, Error error);
+  void failAlways(Operation operation, const Path& path, Error error);
+  void stopFailing(Operation operation, const Path& path);
+
+  // Looking.
+  bool exists(const Path& path) const;       // links count themselves, also dangling ones
+  std::string read(const Path& path) const;  // fails the test when there is no such file
+  // Everything below `path`, sorted, relative to it: "Contents/", "Contents/Info.plist", "link -> target".
+  std::vector<std::string> tree(const Path& path) const;
+  // Likewise with the bytes of the files: equal for equal trees.
+  std::map<std::string, std::string> snapshot(const Path& path) const;
+  // The engine's successful changes in order, such as "move /a -> /b", "copy /a -> /b", "remove /a",
+  // "create /a", "write /a". Appends to open files aren't among them.
+  const std::vector<std::string>& changes() const { return changes_; }
+  void forgetChanges() { changes_.clear(); }
+
+  // The seam.
+  bool fileExists(const Path& path) override;
+  bool directoryExists(const Path& path) override;
+  bool isWritable(const Path& path) override;
+  bool isExecutable(const Path& path) override;
+  Result<std::vector<std::string>> contentsOfDirectory(const Path& path) override;
+  Result<FileAttributes> attributes(const Path& path) override;
+  Result<> copyItem(const Path& source, const Path& destination) override;
+  Result<> moveItem(const Path& source, const Path& destination) override;
+  Result<> removeItem(const Path& path) override;
+  Result<> createDirectory(const Path& path, Intermediates intermediates) override;
+  Result<std::string> readFile(const Path& path) override;
+  Result<> writeFile(const Path& path, std::string_view bytes) override;
+  Result<std::unique_ptr<FileReader>> openForReading(const Path& path) override;
+  Result<std::unique_ptr<FileAppender>> openForAppending(const Path& path) override;
+  bool enumerate(const Path& top, HiddenEntries hidden, const Visitor& visit,
+                 const ErrorHandler& onError) override;
+  std::optional<std::int64_t> volumeAvailableCapacity(const Path& path) override;
+  std::optional<std::int64_t> fileSystemFreeSize(const Path& path) override;
+
+  struct Node;  // one file, directory or link
+  struct Volume;
+  struct Failures;
+  // The failure that a test asked for, if any. For the handles of open files.
+  std::optional<Error> injected(Operation operation, const Path& path);
+
+ private:
+  std::map<Path, std::shared_ptr<Node>> nodes_;
+  std::map<Path, Volume> volumes_;
+  std::unique_ptr<Failures> failures_;
+  std::vector<std::string> changes_;
+  std::uint64_t nextOrder_ = 1;
+  bool root_ = false;
+
+  enum class LastLink { follow, keep };
+  Path resolved(const Path& path, LastLink last) const;
+  Node* find(const Path& path, LastLink last = LastLink::follow) const;
+  Node& existing(const Path& path) const;
+  std::vector<Path> children(const Path& directory) const;
+  std::vector<Path> subtree(const Path& top) const;
+  Volume& volumeOf(const Path& path);
+  std::int64_t allocatedSize(const Path& top) const;
+  std::shared_ptr<Node> put(const Path& path, Node node);
+  void rename(const Path& source, const Path& destination);
+  void duplicate(const Path& source, const Path& destination);
+  Result<> removeTree(const Path& path);
+  Result<> checkFolderForWriting(const Path& path);
+  Result<> checkDestination(const Path& destination);
+  Result<> checkSpace(const Path& destination, std::int64_t bytes);
+  bool visitBelow(const Path& shown, const Path& directory, HiddenEntries hidden, const Visitor& visit,
+                  const ErrorHandler& onError);
+  static std::string nameInQuotes(const Path& path);
+  Error error(std::int64_t code, const Path& path) const;
+};
+
+}  // namespace installer::testing

@@ -1,0 +1,188 @@
+#include "Support/SimulatedNetwork.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Support/SimulatedSession.h"
+
+namespace installer::testing {
+
+namespace {
+
+ServerAnswer answering(int status, std::string body) {
+  return {.status = status, .body = std::move(body)};
+}
+
+ServerAnswer failing(std::int64_t code, std::string description) {
+  return {.kind = ServerAnswer::Kind::failure, .errorCode = code, .errorDescription = std::move(description)};
+}
+
+ServerAnswer redirecting(std::string location, int status) {
+  return {.kind = ServerAnswer::Kind::redirect, .status = status, .location = std::move(location)};
+}
+
+}  // namespace
+
+ServerResource& ServerResource::answers(int status, std::string body) {
+  lasting_ = answering(status, body);
+  body_ = std::move(body);
+  return *this;
+}
+
+ServerResource& ServerResource::answersNext(int status, std::string body) {
+  next_.push_back(answering(status, std::move(body)));
+  return *this;
+}
+
+ServerResource& ServerResource::dropsNext(std::size_t bytes, std::int64_t code) {
+  next_.push_back({.dropsAfter = bytes, .dropCode = code});
+  return *this;
+}
+
+ServerResource& ServerResource::dropsAlways(std::size_t bytes, std::int64_t code) {
+  lasting_.dropsAfter = bytes;
+  lasting_.dropCode = code;
+  return *this;
+}
+
+ServerResource& ServerResource::fails(std::int64_t code, std::string description) {
+  lasting_ = failing(code, std::move(description));
+  return *this;
+}
+
+ServerResource& ServerResource::failsNext(std::int64_t code, std::string description) {
+  next_.push_back(failing(code, std::move(description)));
+  return *this;
+}
+
+ServerResource& ServerResource::redirects(std::string location, int status) {
+  lasting_ = redirecting(std::move(location), status);
+  return *this;
+}
+
+ServerResource& ServerResource::redirectsNext(std::string location, int status) {
+  next_.push_back(redirecting(std::move(location), status));
+  return *this;
+}
+
+ServerResource& ServerResource::neverAnswers() {
+  lasting_ = {.kind = ServerAnswer::Kind::silence};
+  return *this;
+}
+
+ServerResource& ServerResource::neverAnswersNext() {
+  next_.push_back({.kind = ServerAnswer::Kind::silence});
+  return *this;
+}
+
+ServerResource& ServerResource::takes(Duration latency) {
+  latency_ = latency;
+  return *this;
+}
+
+ServerResource& ServerResource::inPieces(std::size_t bytes, Duration every) {
+  pieceBytes_ = bytes;
+  pieceInterval_ = every;
+  return *this;
+}
+
+ServerResource& ServerResource::withoutLength() {
+  saysLength_ = false;
+  return *this;
+}
+
+ServerResource& ServerResource::withValidator(std::string validator) {
+  hasValidator_ = true;
+  validator_ = std::move(validator);
+  return *this;
+}
+
+ServerResource& ServerResource::withoutValidator() {
+  hasValidator_ = false;
+  return *this;
+}
+
+ServerResource& ServerResource::ignoresRanges() {
+  acceptsRanges_ = false;
+  return *this;
+}
+
+// A drop without an answer of its own cuts the lasting body.
+ServerAnswer ServerResource::takeNext() {
+  if (next_.empty()) return lasting_;
+  auto answer = std::move(next_.front());
+  next_.pop_front();
+  if (answer.dropsAfter) answer.body = body_;
+  return answer;
+}
+
+std::optional<std::string> ServerResource::validatorOf(const std::string& body) const {
+  if (!hasValidator_) return std::nullopt;
+  return validator_.value_or(std::to_string(std::hash<std::string>{}(body)));
+}
+
+SimulatedNetwork::SimulatedNetwork(SimulatedDispatch& dispatch, SimulatedFileSystem& files,
+                                   Path temporaryDirectory)
+    : dispatch_{dispatch}, files_{files}, temporaryDirectory_{std::move(temporaryDirectory)} {
+}
+
+SimulatedNetwork::~SimulatedNetwork() = default;
+
+std::vector<std::string> SimulatedNetwork::requestLines() const {
+  std::vector<std::string> lines;
+  for (const auto& request : requests_) {
+    auto line = request.method + " " + request.url;
+    if (request.offset > 0) line += " from " + std::to_string(request.offset);
+    lines.push_back(std::move(line));
+  }
+  return lines;
+}
+
+std::size_t SimulatedNetwork::openSessions() const {
+  return static_cast<std::size_t>(std::ranges::count_if(sessions_, [](const auto& weak) {
+    const auto session = weak.lock();
+    return session != nullptr && !session->isInvalidated();
+  }));
+}
+
+std::shared_ptr<URLSession> SimulatedNetwork::shared() {
+  if (shared_ == nullptr) shared_ = std::make_shared<SimulatedSession>(*this, nullptr);
+  return shared_;
+}
+
+std::shared_ptr<URLSession> SimulatedNetwork::make(std::shared_ptr<URLSessionDelegate> delegate) {
+  auto session = std::make_shared<SimulatedSession>(*this, std::move(delegate));
+  sessions_.push_back(session);
+  return session;
+}
+
+void SimulatedNetwork::shutDown() {
+  for (const auto& weak : sessions_) {
+    if (const auto session = weak.lock()) session->letGo();
+  }
+  shared_ = nullptr;
+}
+
+bool SimulatedNetwork::knowsHost(const URL& url) const {
+  return std::ranges::any_of(resources_, [&url](const auto& entry) {
+    const auto known = URL::parse(entry.first);
+    return known && known->host() == url.host();
+  });
+}
+
+// The script of `url`, or null and what happens without one.
+ServerResource* SimulatedNetwork::find(const URL& url, ServerAnswer& otherwise) {
+  if (offline_) {
+    otherwise =
+        failing(URLErrorCode::notConnectedToInternet, "The Internet connection appears to be offline.");
+    return nullptr;
+  }
+  const auto found = resources_.find(url.absoluteString());
+  if (found != resources_.end()) return &found->second;
+  otherwise = knowsHost(url) ? answering(404, "not found")
+                             : failing(URLErrorCode::cannotFindHost,
+                                       "A server with the specified hostname could not be found.");
+  return nullptr;
+}
+
+}  // namespace installer::testing

@@ -1,0 +1,13 @@
+// Property lists, XML and binary, read with libplist.
+#pragma once
+
+#include "Platform/PropertyList.h"
+
+namespace installer::testing {
+
+class SimulatedPropertyList : public PropertyList {
+ public:
+  Result<Json> parse(std::string_view bytes) override;
+};
+
+}  // namespace installer::testing

@@ -1,0 +1,59 @@
+// Standard output and error in memory, and standard input that a test feeds line by line.
+#pragma once
+
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Json.h"
+#include "Platform/StandardStreams.h"
+#include "Support/SimulatedDispatch.h"
+
+namespace installer::testing {
+
+class SimulatedStreams : public StandardStreams {
+ public:
+  explicit SimulatedStreams(SimulatedDispatch& dispatch) : dispatch_{dispatch} {}
+
+  const std::string& output() const { return output_; }
+  const std::string& error() const { return error_; }
+  std::vector<std::string> outputLines() const;
+  std::vector<std::string> errorLines() const;
+  // The lines of standard output that are JSON objects, in order. Other lines are passed over.
+  std::vector<Json> events() const;
+  std::vector<Json> events(std::string_view type) const;  // those with that "type"
+  void forgetOutput();
+
+  // A line of standard input, without its line feed: now, or `delay` from now. `readLine` blocks its
+  // simulated thread until a line is there or the input is closed.
+  void feedLine(std::string_view line);
+  void feedLineAt(Duration delay, std::string_view line);
+  void closeInput();
+  void closeInputAt(Duration delay);
+
+  // From here on written bytes are lost, as when the shell has died.
+  void readerGoesAway() { readerGone_ = true; }
+
+  void writeOutput(std::string_view bytes) override;
+  void writeError(std::string_view bytes) override;
+  std::optional<std::string> readLine() override;
+
+ private:
+  SimulatedDispatch& dispatch_;
+  std::string output_;
+  std::string error_;
+  std::deque<std::string> input_;
+  bool closed_ = false;
+  bool readerGone_ = false;
+  std::shared_ptr<SimulatedDispatch::Event> arrival_;
+
+  void announce();
+};
+
+// `text` cut at its line feeds, without an empty last line.
+std::vector<std::string> linesOf(std::string_view text);
+
+}  // namespace installer::testing

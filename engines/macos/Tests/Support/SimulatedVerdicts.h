@@ -1,0 +1,36 @@
+// The `codesign` and `spctl` of the simulated machine: everything is genuine, except what a test refuses.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Support/SimulatedPrograms.h"
+
+namespace installer::testing {
+
+class SimulatedVerdicts {
+ public:
+  enum class Check {
+    gatekeeper,   // spctl
+    integrity,    // codesign without a requirement
+    requirement,  // codesign with a requirement ("-R")
+  };
+
+  // From here on that check of that very path exits with `status`; everything else goes on passing.
+  void refuse(Check check, const Path& path, int status = 3);
+  void accept(Check check, const Path& path);
+
+  void installTools(SimulatedPrograms& programs, const Path& codesign, const Path& spctl);
+
+ private:
+  struct Refusal {
+    Check check;
+    Path path;
+    int status;
+  };
+  std::vector<Refusal> refusals_;
+
+  ProgramExit judge(Check check, const Arguments& arguments) const;
+};
+
+}  // namespace installer::testing

@@ -1,0 +1,36 @@
+// Registrations of applications, which can be stale or lie anywhere.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/Bundles.h"
+#include "Platform/Workspace.h"
+
+namespace installer::testing {
+
+class SimulatedWorkspace : public Workspace {
+ public:
+  explicit SimulatedWorkspace(Bundles& bundles) : bundles_{bundles} {}
+
+  // From here on the answer for `identifier`, whether or not anything stands at `path`.
+  void addRegistration(const std::string& identifier, const Path& path) { registrations_[identifier] = path; }
+  void removeRegistration(const std::string& identifier) { registrations_.erase(identifier); }
+  // Forgets every identifier that leads to `path`.
+  void unregisterPath(const Path& path);
+
+  // The paths that the engine registered, in order.
+  const std::vector<Path>& registeredBundles() const { return registeredBundles_; }
+
+  std::optional<Path> applicationPath(const std::string& bundleIdentifier) override;
+  void registerBundle(const Path& path) override;
+
+ private:
+  Bundles& bundles_;
+  std::map<std::string, Path> registrations_;
+  std::vector<Path> registeredBundles_;
+};
+
+}  // namespace installer::testing
