@@ -12,7 +12,7 @@ namespace installer::testing {
 namespace {
 
 constexpr Nanoseconds kTwoDays = 2LL * 24 * 3600 * 1'000'000'000;
-constexpr std::uint64_t kStepsWithoutTime = 5'000'000;
+constexpr std::uint64_t kStepsWithoutTime = 300'000;
 
 thread_local SimulatedThread* thisThread = nullptr;
 

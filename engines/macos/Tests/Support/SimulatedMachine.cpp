@@ -1,7 +1,5 @@
 #include "Support/SimulatedMachine.h"
 
-#include <regex>
-
 #include "Support/PropertyListText.h"
 
 namespace installer::testing {
@@ -25,13 +23,29 @@ SystemPaths macOSPaths() {
           .open = "/usr/bin/open"};
 }
 
+// Takes a leading "[...] " off `line`, brackets within it included; absent when there is none.
+std::optional<std::string> takeTag(std::string& line) {
+  int depth = 0;
+  for (std::size_t at = 0; at < line.size(); ++at) {
+    depth += line[at] == '[' ? 1 : line[at] == ']' ? -1 : 0;
+    if (depth == 0 && (at == 0 || line.compare(at, 2, "] ") != 0)) return std::nullopt;
+    if (depth > 0) continue;
+    auto tag = line.substr(1, at - 1);
+    line.erase(0, at + 2);
+    return tag;
+  }
+  return std::nullopt;
+}
+
 // "[time] [WARN] [file:line function] message" -> "WARN message". A line of another shape, such as the rest
 // of a message with a line break, stays as it is.
 std::string withoutStamp(const std::string& line) {
-  static const std::regex shape{R"(^\[[^\]]*\] (?:\[(WARN|ERROR)\] )?\[[^\]]*\] (.*)$)"};
-  std::smatch parts;
-  if (!std::regex_match(line, parts, shape)) return line;
-  return (parts[1].matched ? parts[1].str() : "INFO") + " " + parts[2].str();
+  auto rest = line;
+  if (!takeTag(rest)) return line;
+  const auto second = takeTag(rest);
+  if (!second) return line;
+  if (*second != "WARN" && *second != "ERROR") return "INFO " + rest;
+  return takeTag(rest) ? *second + " " + rest : line;
 }
 
 bool isOpeningLine(const std::string& line) {

@@ -38,7 +38,7 @@ void SimulatedTask::download(const URLRequest& request) {
 }
 
 void SimulatedTask::downloadFrom(const std::string& resumeData) {
-  const auto saved = Json::parse(resumeData, nullptr, false);
+  const auto saved = Json::from_cbor(resumeData, true, false);
   const auto url = saved.is_object() ? URL::parse(saved.value("url", "")) : std::nullopt;
   if (!url) return failAtOnce(URLErrorCode::unknown);
   request_ = URLRequest{.url = *url};
@@ -146,9 +146,8 @@ void SimulatedTask::receivePiece() {
   if (resource_ != nullptr) resource_->bytesServed_ += static_cast<std::int64_t>(bytes);
   if (kind_ == Kind::download && bytes > 0 && session_->delegate() != nullptr) {
     session_->post([self = shared_from_this(), delegate = session_->delegate(),
-                    written = static_cast<std::int64_t>(received_.size()), expected = expected_] {
-      if (!self->ended_) delegate->didWriteData(self, written, expected);
-    });
+                    written = static_cast<std::int64_t>(received_.size()),
+                    expected = expected_] { delegate->didWriteData(self, written, expected); });
   }
   if (position_ < limit) return later(resource_->pieceInterval_, &SimulatedTask::receivePiece);
   if (limit < answer_.body.size()) return end(lost());
@@ -161,7 +160,8 @@ Error SimulatedTask::lost() const {
   const Json saved{{"url", request_->url.absoluteString()},
                    {"validator", validator_},
                    {"received", Json::binary(std::vector<std::uint8_t>(received_.begin(), received_.end()))}};
-  error.downloadResumeData = std::make_shared<const std::string>(saved.dump());
+  const auto bytes = Json::to_cbor(saved);
+  error.downloadResumeData = std::make_shared<const std::string>(bytes.begin(), bytes.end());
   return error;
 }
 
