@@ -31,7 +31,7 @@ void LinuxURLTask::resume() {
 
 void LinuxURLTask::cancel() {
   isCancelRequested_ = true;
-  if (!isResumed_) return;  // ends when it is resumed
+  if (!isResumed_.exchange(true)) session_->taskStarted(shared_from_this());
   session_->engine().post([self = shared_from_this()] { self->endsBecauseCancelled(); });
 }
 
