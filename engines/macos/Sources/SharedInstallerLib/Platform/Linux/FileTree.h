@@ -11,6 +11,10 @@
 
 namespace installer {
 
+// How many folders deep a tree is walked: more than any bundle has, and few enough for the descriptors and
+// the stack of whoever walks. What lies deeper is ENAMETOOLONG.
+inline constexpr int deepestFolder = 256;
+
 // `path` without trailing slashes, which would follow a link; absent for a path that can't be one.
 std::optional<Path> usablePath(const Path& path);
 
@@ -31,6 +35,6 @@ bool writeAll(int descriptor, std::string_view bytes);
 // be removed before that is gone. `ours` also opens folders that were closed to their owner: for remains of
 // our own work only.
 enum class TreeOwner { anyone, ours };
-bool removeTree(int folder, const char* name, TreeOwner owner);
+bool removeTree(int folder, const char* name, TreeOwner owner, int depth = 0);
 
 }  // namespace installer

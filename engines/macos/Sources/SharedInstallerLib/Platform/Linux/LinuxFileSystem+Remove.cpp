@@ -9,12 +9,12 @@ namespace installer {
 
 namespace {
 
-bool removeContents(int folder, TreeOwner owner) {
+bool removeContents(int folder, TreeOwner owner, int depth) {
   const auto names = namesIn(folder);
   if (!names) return false;
   for (const std::string& name : *names) {
     // Somebody else may be removing the same tree: what has gone meanwhile is as good as removed.
-    if (!removeTree(folder, name.c_str(), owner) && errno != ENOENT) return false;
+    if (!removeTree(folder, name.c_str(), owner, depth) && errno != ENOENT) return false;
   }
   return true;
 }
@@ -27,7 +27,7 @@ FileDescriptor openParent(const Path& path) {
 
 }  // namespace
 
-bool removeTree(int folder, const char* name, TreeOwner owner) {
+bool removeTree(int folder, const char* name, TreeOwner owner, int depth) {
   if (::unlinkat(folder, name, 0) == 0) return true;
   // A directory says EISDIR on Linux and EPERM elsewhere; what it really is decides.
   const int refusal = errno;
@@ -39,12 +39,16 @@ bool removeTree(int folder, const char* name, TreeOwner owner) {
   }
   if (::unlinkat(folder, name, AT_REMOVEDIR) == 0) return true;
   if (errno != ENOTEMPTY && errno != EEXIST) return false;
+  if (depth == deepestFolder) {
+    errno = ENAMETOOLONG;
+    return false;
+  }
   if (owner == TreeOwner::ours && (status->st_mode & S_IRWXU) != S_IRWXU &&
       ::fchmodat(folder, name, S_IRWXU, 0) != 0) {
     return false;
   }
   const FileDescriptor inside = openFolder(folder, name);
-  if (!inside || !removeContents(inside.get(), owner)) return false;
+  if (!inside || !removeContents(inside.get(), owner, depth + 1)) return false;
   return ::unlinkat(folder, name, AT_REMOVEDIR) == 0;
 }
 

@@ -33,7 +33,7 @@ struct Walk {
     if (onError) onError(folder, fileError(FileAccess::read, errno, folder, "listed"));
   }
 
-  void contents(const FileDescriptor& folder, const Path& path) const {
+  void contents(const FileDescriptor& folder, const Path& path, int depth) const {
     const auto names = namesIn(folder.get());
     if (!names) {
       report(path);
@@ -41,21 +41,23 @@ struct Walk {
     }
     for (const std::string& name : *names) {
       if (hidden == HiddenEntries::skip && name.front() == '.') continue;
-      entry(folder, name, joined(path, name));
+      entry(folder, name, joined(path, name), depth);
     }
   }
 
-  void entry(const FileDescriptor& folder, const std::string& name, const Path& path) const {
+  void entry(const FileDescriptor& folder, const std::string& name, const Path& path, int depth) const {
     const auto status = linkStatus(folder.get(), name.c_str());
     if (!status) return;
     const DirectoryEntry found = entryOf(path, *status);
     if (visit(found) == Descend::no || !found.isDirectory) return;
-    const FileDescriptor inside = openFolder(folder.get(), name.c_str());
+    const bool tooDeep = depth == deepestFolder;
+    const FileDescriptor inside = tooDeep ? FileDescriptor{} : openFolder(folder.get(), name.c_str());
+    if (tooDeep) errno = ENAMETOOLONG;
     if (!inside) {
       report(path);
       return;
     }
-    contents(inside, path);
+    contents(inside, path, depth + 1);
   }
 };
 
@@ -76,7 +78,7 @@ bool LinuxFileSystem::enumerate(const Path& top, HiddenEntries hidden, const Vis
   if (!usable) return false;
   const FileDescriptor folder{::open(usable->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
   if (!folder) return false;
-  Walk{hidden, visit, onError}.contents(folder, *usable);
+  Walk{hidden, visit, onError}.contents(folder, *usable, 0);
   return true;
 }
 

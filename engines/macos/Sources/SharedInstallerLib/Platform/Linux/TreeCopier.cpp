@@ -86,16 +86,16 @@ bool TreeCopier::copyLink(int sourceFolder, const char* sourceName, int folder, 
 
 bool TreeCopier::copyFolder(int sourceFolder, const char* sourceName, int folder, const char* name,
                             const struct stat& status) {
-  if (isInsideItself(status)) {
-    errno = EINVAL;
-    return notReadable();
-  }
+  if (!mayEnter(status)) return notReadable();
   const FileDescriptor source = openFolder(sourceFolder, sourceName);
   if (!source) return notReadable();
   if (::mkdirat(folder, name, S_IRWXU) != 0) return false;
   const FileDescriptor target = openFolder(folder, name);
   if (!target || !remember(target.get())) return false;
-  return copyContents(source.get(), target.get()) && finish(source.get(), target.get(), status);
+  ++depth_;
+  const bool copied = copyContents(source.get(), target.get());
+  --depth_;
+  return copied && finish(source.get(), target.get(), status);
 }
 
 bool TreeCopier::copyContents(int source, int target) {
@@ -136,8 +136,10 @@ bool TreeCopier::remember(int made) {
   return ::fstat(made, &top_) == 0;
 }
 
-bool TreeCopier::isInsideItself(const struct stat& status) const {
-  return topMade_ && status.st_dev == top_.st_dev && status.st_ino == top_.st_ino;
+bool TreeCopier::mayEnter(const struct stat& status) const {
+  const bool isOurOwn = topMade_ && status.st_dev == top_.st_dev && status.st_ino == top_.st_ino;
+  errno = isOurOwn ? EINVAL : ENAMETOOLONG;
+  return !isOurOwn && depth_ < deepestFolder;
 }
 
 }  // namespace installer

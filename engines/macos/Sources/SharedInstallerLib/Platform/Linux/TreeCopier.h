@@ -19,6 +19,7 @@ class TreeCopier {
 
  private:
   bool failedReading_ = false;
+  int depth_ = 0;  // folders that are being copied around the current entry
   bool topMade_ = false;
   struct stat top_{};  // the first directory made: it must not be met again on the side that is read
 
@@ -31,8 +32,8 @@ class TreeCopier {
   bool copyContents(int source, int target);
   bool copyBytes(int source, int target);
   bool remember(int made);
-  bool isInsideItself(const struct stat& status) const;
-  bool notReadable();  // notes that the failure is the source's; always false
+  bool mayEnter(const struct stat& status) const;  // false with errno set
+  bool notReadable();                              // notes that the failure is the source's; always false
 };
 
 }  // namespace installer
