@@ -4,8 +4,8 @@
 #include <chrono>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/pidfd.h>
 
+#include "Platform/Linux/ProcessHandle.h"
 #include "Platform/Linux/Spawn.h"
 
 namespace installer {
@@ -118,7 +118,7 @@ Result<ProgramExit> LinuxProcessLauncher::run(const Path& program, const std::ve
   ProgramExit exit;
   std::array captures{Capture{std::move(pipes->output.reading), &exit.output},
                       Capture{std::move(pipes->errorOutput.reading), &exit.errorOutput}};
-  const FileDescriptor handle{::pidfd_open(*child, 0)};
+  const FileDescriptor handle = holdProcess(*child);
   Drain{captures, handle.get()}.run();
   exit.status = waitForExit(*child);
   return exit;

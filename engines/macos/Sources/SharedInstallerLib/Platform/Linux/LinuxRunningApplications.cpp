@@ -1,9 +1,9 @@
 #include "Platform/Linux/LinuxRunningApplications.h"
 
 #include <csignal>
-#include <sys/pidfd.h>
 
 #include "Platform/Bundles.h"
+#include "Platform/Linux/ProcessHandle.h"
 #include "Platform/Linux/ProcessTable.h"
 
 namespace installer {
@@ -14,7 +14,7 @@ void send(const RunningApplication& application, int signal) {
   const auto process = std::static_pointer_cast<FileDescriptor>(application.handle);
   // A process that has ended meanwhile needs no signal, and one that may not be signalled is met again by the
   // caller's next look.
-  if (process != nullptr) (void)::pidfd_send_signal(process->get(), signal, nullptr, 0);
+  if (process != nullptr) (void)signalProcess(*process, signal);
 }
 
 std::optional<std::string> nameOf(const Bundle& bundle) {

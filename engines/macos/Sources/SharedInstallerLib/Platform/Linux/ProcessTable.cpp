@@ -6,8 +6,6 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <poll.h>
-#include <sys/pidfd.h>
 #include <sys/stat.h>
 
 #include "Platform/Linux/FileTree.h"
@@ -134,15 +132,6 @@ std::optional<Path> bundleOfProcess(pid_t process) {
   if (!executable) return std::nullopt;
   if (auto bundle = bundleOfExecutable(*executable)) return bundle;
   return bundleOfScript(process, *executable);
-}
-
-FileDescriptor holdProcess(pid_t process) {
-  return FileDescriptor{::pidfd_open(process, 0)};
-}
-
-bool isRunning(const FileDescriptor& process) {
-  pollfd end{process.get(), POLLIN, 0};
-  return ::poll(&end, 1, 0) == 0;
 }
 
 }  // namespace installer

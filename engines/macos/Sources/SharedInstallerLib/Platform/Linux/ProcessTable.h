@@ -5,7 +5,6 @@
 #include <sys/types.h>
 #include <vector>
 
-#include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Path.h"
 
 namespace installer {
@@ -19,10 +18,5 @@ std::optional<Path> bundleOfProcess(pid_t process);
 
 // The innermost bundle in whose "Contents/MacOS" `executable` lies, at any depth.
 std::optional<Path> bundleOfExecutable(const Path& executable);
-
-// A hold on the very process that bears the number now; invalid when there is none.
-FileDescriptor holdProcess(pid_t process);
-// True until the process has ended, whether or not it was collected.
-bool isRunning(const FileDescriptor& process);
 
 }  // namespace installer

@@ -1,0 +1,96 @@
+// The three streams, each case in a child whose streams are pipes of the test.
+#include <csignal>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <thread>
+
+#include "Contract/LinuxTestFolder.h"
+#include "Platform/Linux/FileTree.h"
+#include "Platform/Linux/LinuxStandardStreams.h"
+#include "Platform/Linux/Spawn.h"
+
+namespace installer::test {
+namespace {
+
+std::string drained(const FileDescriptor& reading) {
+  std::string all;
+  std::string buffer(65536, '\0');
+  for (;;) {
+    const auto count = retryInterrupted([&] { return ::read(reading.get(), buffer.data(), buffer.size()); });
+    if (count <= 0) return all;
+    all.append(buffer, 0, static_cast<std::size_t>(count));
+  }
+}
+
+// The lines that a child reads from `input`, each in brackets.
+std::string linesOf(const std::string& input) {
+  Pipe in = makePipe();
+  Pipe out = makePipe();
+  const pid_t child = startChild([&] {
+    ::dup2(in.reading.get(), STDIN_FILENO);
+    in = {};
+    out.reading.reset();
+    LinuxStandardStreams streams;
+    while (const auto line = streams.readLine()) {
+      if (!writeAll(out.writing.get(), "[" + *line + "]")) return 1;
+    }
+    return 0;
+  });
+  in.reading.reset();
+  out.writing.reset();
+  std::thread writer{[&] {
+    EXPECT_TRUE(writeAll(in.writing.get(), input));
+    in.writing.reset();
+  }};
+  std::string lines = drained(out.reading);
+  writer.join();
+  EXPECT_EQ(endOf(child), 0);
+  return lines;
+}
+
+TEST(LinuxStreams, LinesEndAtLineFeedsAndTheLastMayLackOne) {
+  EXPECT_EQ(linesOf(""), "");
+  EXPECT_EQ(linesOf("\n"), "[]");
+  EXPECT_EQ(linesOf("a\n\nb\r\n"), "[a][][b\r]");
+  EXPECT_EQ(linesOf("a\nb"), "[a][b]");
+}
+
+TEST(LinuxStreams, ALineWithoutEndIsCutAndItsRestDropped) {
+  const std::string limit(StandardStreams::maximumLineLength, 'x');
+  EXPECT_TRUE(linesOf(limit + "\nnext\n") == "[" + limit + "][next]");
+  EXPECT_TRUE(linesOf(limit + "yyy\nnext\n") == "[" + limit + "][next]");
+  EXPECT_TRUE(linesOf(limit + limit + limit) == "[" + limit + "]");
+}
+
+TEST(LinuxStreams, OutputArrivesWholeAlsoWhereTheOtherEndMadeItNonBlocking) {
+  Pipe out = makePipe();
+  ASSERT_EQ(::fcntl(out.writing.get(), F_SETFL, O_NONBLOCK), 0);
+  const std::string bytes(3UL * 1024 * 1024, 'z');
+  const pid_t child = startChild([&] {
+    ::dup2(out.writing.get(), STDOUT_FILENO);
+    out = {};
+    LinuxStandardStreams{}.writeOutput(bytes);
+    return 0;
+  });
+  out.writing.reset();
+  EXPECT_TRUE(drained(out.reading) == bytes);
+  EXPECT_EQ(endOf(child), 0);
+}
+
+TEST(LinuxStreams, AReaderThatWentAwayCostsTheBytesAndNothingElse) {
+  EXPECT_EQ(inChild([] {
+              ::signal(SIGPIPE, SIG_IGN);
+              Pipe out = makePipe();
+              ::dup2(out.writing.get(), STDOUT_FILENO);
+              ::dup2(out.writing.get(), STDERR_FILENO);
+              out = {};
+              LinuxStandardStreams streams;
+              streams.writeOutput("lost");
+              streams.writeError("lost");
+              return 7;
+            }),
+            7);
+}
+
+}  // namespace
+}  // namespace installer::test
