@@ -1,0 +1,135 @@
+#include "eventreader/EventSummary.h"
+
+#include <fmt/format.h>
+
+#include "nlohmann/json.hpp"
+
+namespace lab {
+namespace {
+
+using Json = nlohmann::json;
+
+std::optional<std::string> text(const Json& event, const char* key) {
+  const auto found = event.find(key);
+  if (found == event.end() || !found->is_string()) return std::nullopt;
+  return harmless(found->get<std::string>());
+}
+
+std::string textOr(const Json& event, const char* key, const char* fallback) {
+  return text(event, key).value_or(fallback);
+}
+
+std::optional<double> number(const Json& event, const char* key) {
+  const auto found = event.find(key);
+  if (found == event.end() || !found->is_number()) return std::nullopt;
+  return found->get<double>();
+}
+
+std::string megabytes(double bytes) {
+  return fmt::format("{:.1f}", bytes / 1e6);
+}
+
+std::optional<std::string> detailOf(const Json& event) {
+  const auto arguments = event.find("detailArgs");
+  if (arguments == event.end() || !arguments->is_object()) return std::nullopt;
+  const auto done = number(*arguments, "downloadedBytes");
+  const auto total = number(*arguments, "totalBytes");
+  if (!done || !total) return std::nullopt;
+  return fmt::format("{} of {} MB", megabytes(*done), megabytes(*total));
+}
+
+AppStep progressOf(const Json& event) {
+  AppStep step;
+  step.app = textOr(event, "app", "");
+  step.percent = number(event, "percent");
+  const auto indeterminate = event.find("indeterminate");
+  step.indeterminate =
+      indeterminate != event.end() && indeterminate->is_boolean() && indeterminate->get<bool>();
+  step.detail = detailOf(event);
+  return step;
+}
+
+AppStep resultOf(const Json& event) {
+  AppStep step;
+  step.app = textOr(event, "app", "");
+  step.status = textOr(event, "status", "?");
+  step.outcome = text(event, "errorCode");
+  if (!step.outcome) step.outcome = text(event, "installedVersion");
+  return step;
+}
+
+std::string describeApp(const Json& app) {
+  std::string line = "  " + textOr(app, "displayName", textOr(app, "id", "?").c_str());
+  if (const auto installed = text(app, "installedVersion")) line += ", installed " + *installed;
+  if (const auto latest = text(app, "latestVersion")) line += ", latest " + *latest;
+  const auto update = app.find("updateAvailable");
+  if (update != app.end() && *update == true) line += ", update available";
+  return line;
+}
+
+std::string describeApps(const Json& event, std::string line) {
+  const auto apps = event.find("apps");
+  if (apps == event.end() || !apps->is_array()) return line;
+  for (const Json& app : *apps) {
+    if (app.is_object()) line += "\n" + describeApp(app);
+  }
+  return line;
+}
+
+std::string describeFailure(const Json& event, const std::string& what) {
+  const auto code = text(event, "errorCode");
+  return code ? what + " failed: " + *code : what + ": " + textOr(event, "path", "?");
+}
+
+std::optional<std::string> wordsOf(const std::string& type, const Json& event) {
+  if (type == "hello") {
+    return describeApps(event, fmt::format("engine {} ({})", textOr(event, "engineVersion", "?"),
+                                           textOr(event, "mode", "?")));
+  }
+  if (type == "update-check-result") return describeApps(event, "latest versions");
+  if (type == "log") return textOr(event, "level", "info") + ": " + textOr(event, "message", "");
+  if (type == "export-logs-result") return describeFailure(event, "log bundle");
+  if (type == "disk-free-result") {
+    const auto free = number(event, "freeBytes");
+    return fmt::format("{}: {}", textOr(event, "path", "?"),
+                       free ? megabytes(*free) + " MB free" : "free space unknown");
+  }
+  if (type == "done") {
+    return fmt::format("done: {}, exit code {}", textOr(event, "action", "?"),
+                       number(event, "exitCode").value_or(-1));
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::string harmless(std::string_view text) {
+  std::string kept;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto byte = static_cast<unsigned char>(text[i]);
+    if (byte < 0x20 || byte == 0x7f) continue;
+    // The two-byte forms of the controls from U+0080 to U+009F.
+    if (byte == 0xc2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xa0) {
+      ++i;
+      continue;
+    }
+    kept += text[i];
+  }
+  return kept;
+}
+
+std::optional<Event> parseEvent(std::string_view line) {
+  const Json event = Json::parse(line, nullptr, false);
+  if (!event.is_object()) return std::nullopt;
+  const auto type = text(event, "type");
+  if (!type) return std::nullopt;
+  if (*type == "progress") return Event{progressOf(event), std::nullopt};
+  if (*type == "app-result") return Event{resultOf(event), std::nullopt};
+  if (*type != "stage") return Event{std::nullopt, wordsOf(*type, event)};
+  AppStep step;
+  step.app = textOr(event, "app", "");
+  step.stage = textOr(event, "stage", "?");
+  return Event{step, std::nullopt};
+}
+
+}  // namespace lab
