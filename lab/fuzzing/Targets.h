@@ -1,0 +1,24 @@
+// What hostile bytes are fed to: one function for each kind of input that the signature code reads.
+// None may crash, hang, or take more than a small multiple of its input's size. The fuzzers and the bounded
+// mutation test share these.
+#pragma once
+
+#include "Anchors.h"
+#include "Bytes.h"
+#include "CodeSignature.h"
+
+namespace lab {
+
+// Verifies a Mach-O file from memory, all slices; true when it is valid.
+bool tryMachO(ByteView input, const Anchors& anchors);
+// Verifies a disk image from memory; true when it is valid.
+bool tryDiskImage(ByteView input, const Anchors& anchors);
+void trySuperBlob(ByteView input);
+void tryCMS(ByteView input, const Anchors& anchors);
+void tryCodeResources(ByteView input);
+void tryPropertyList(ByteView input);
+void tryPattern(ByteView input);
+void tryRequirementText(ByteView input);
+void tryRequirementBlob(ByteView input);
+
+}  // namespace lab
