@@ -1,5 +1,7 @@
+#include <cstdlib>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <optional>
 
 #include "Anchors.h"
 #include "Support/Workshop.h"
@@ -61,6 +63,25 @@ TEST_F(HostFile, ThatCantBeUsedAddsNothingAndSaysSo) {
   }
 }
 
+// A variable of this process's environment, put back at the end.
+class Environment {
+ public:
+  Environment(const char* name, const std::string& value) : name_(name) {
+    if (const char* old = std::getenv(name)) old_ = old;
+    ::setenv(name, value.c_str(), 1);
+  }
+  Environment(const Environment&) = delete;
+  Environment& operator=(const Environment&) = delete;
+  ~Environment() {
+    if (old_) ::setenv(name_, old_->c_str(), 1);
+    if (!old_) ::unsetenv(name_);
+  }
+
+ private:
+  const char* name_;
+  std::optional<std::string> old_;
+};
+
 TEST(Anchors, AnOrdinaryBuildCantBeTalkedIntoATestAuthority) {
   const Workshop workshop;
   const auto file = workshop.machO("code");
@@ -68,14 +89,17 @@ TEST(Anchors, AnOrdinaryBuildCantBeTalkedIntoATestAuthority) {
   const std::string hostFile = std::string(SIGNATURE_TESTS_HOST) + "/trusting/linux_host.json";
   const std::string root = std::string(SIGNATURE_TESTS_HOST) + "/trusting/authority/root.pem";
   EXPECT_EQ(codesignWithoutHostFile({"--verify", "-vv", file.string()}).status, 1);
-  for (const char* name :
-       {"testAuthority", "TEST_AUTHORITY", "LINUX_HOST_JSON", "SSL_CERT_FILE", "HOME", "XDG_CONFIG_HOME"}) {
-    ::setenv(name, name == std::string("SSL_CERT_FILE") ? root.c_str() : hostFile.c_str(), 1);
-  }
-  EXPECT_EQ(codesignWithoutHostFile({"--verify", "-vv", file.string()}).status, 1);
-  EXPECT_EQ(codesignWithoutHostFile({"--verify", "--test-authority", root, file.string()}).status, 2);
   std::filesystem::copy_file(hostFile, workshop.folder() / "linux_host.json");
-  EXPECT_EQ(codesignWithoutHostFile({"--verify", "-vv", file.string()}).status, 1);
+  {
+    const Environment key("testAuthority", hostFile);
+    const Environment shouted("TEST_AUTHORITY", root);
+    const Environment host("LINUX_HOST_JSON", hostFile);
+    const Environment certificates("SSL_CERT_FILE", root);
+    const Environment home("HOME", workshop.folder());
+    const Environment here("PWD", workshop.folder());
+    EXPECT_EQ(codesignWithoutHostFile({"--verify", "-vv", file.string()}).status, 1);
+  }
+  EXPECT_EQ(codesignWithoutHostFile({"--verify", "--test-authority", root, file.string()}).status, 2);
   EXPECT_EQ(verifyCode(file).status, 0);
 }
 

@@ -20,16 +20,21 @@ ProgramResult verifyRelease(const fs::path& path, const std::string& requirement
   return codesignWithoutHostFile({"--verify", "--strict", "-vv", "-R", requirement, path.string()});
 }
 
-// The program, downloaded once; empty when it can't be had.
+// The program, downloaded once and moved into place whole, as other tests may be looking; empty when it can't
+// be had.
 fs::path release() {
   const fs::path folder = SIGNATURE_TESTS_DOWNLOADS;
-  const fs::path program = folder / "package/bin/sentry-cli";
+  const fs::path program = folder / "sentry-cli";
   if (fs::exists(program)) return program;
+  const Workshop workshop;
   const std::string command =
-      "mkdir -p '" + folder.string() + "' && cd '" + folder.string() +
-      "' && timeout 120 npm pack --silent @sentry/cli-darwin && tar xzf sentry-cli-darwin-*.tgz";
+      "cd '" + workshop.folder().string() +
+      "' && timeout 120 npm pack --silent @sentry/cli-darwin && tar xzf sentry-cli-darwin-*.tgz"
+      " && mkdir -p '" +
+      folder.string() + "' && cp package/bin/sentry-cli '" + folder.string() + "/sentry-cli.'$$ && mv '" +
+      folder.string() + "/sentry-cli.'$$ '" + program.string() + "'";
   const ProgramResult result = runProgram("/bin/sh", {"-c", command});
-  return result.status == 0 && fs::exists(program) ? program : fs::path();
+  return result.status == 0 ? program : fs::path();
 }
 
 class ReleasedProgram : public testing::Test {
