@@ -143,5 +143,17 @@ TEST(LinuxHostMachine, MakesItsFoldersAndSettlesTheSignals) {
   EXPECT_EQ(host.machine().bundles.mainResources(), folder.path());
 }
 
+TEST(LinuxHostMachine, KnowsItsRootWithoutLinksAndDots) {
+  const LinuxTestFolder folder;
+  folder.makeFolder("real/Resources");
+  std::filesystem::create_symlink("real", folder / "link");
+  auto settings = LinuxHostSettings::parse(R"({"root":"../machine"})", folder / "link/Resources");
+  ASSERT_TRUE(settings);
+  LinuxHost host{*settings, std::nullopt};
+  const Path root = std::filesystem::canonical(folder.path()).string() + "/real/machine";
+  EXPECT_EQ(host.machine().paths.home, root);
+  EXPECT_EQ(host.machine().paths.applications, root + "/Applications");
+}
+
 }  // namespace
 }  // namespace installer::test

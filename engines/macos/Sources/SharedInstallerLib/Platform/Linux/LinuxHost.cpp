@@ -43,11 +43,21 @@ SystemPaths pathsOf(const LinuxHostSettings& settings) {
           .open = program("open")};
 }
 
+// Makes the folders that are missing. Whoever needs one that couldn't be made meets the same error with a
+// place to report it.
 void makeFolders(const LinuxHostSettings& settings) {
   for (const Path& folder : {settings.applications(), settings.volumes(), settings.temporaryDirectory()}) {
-    // Whoever needs a folder that couldn't be made meets the same error with a place to report it.
     (void)LinuxFileSystem{}.createDirectory(folder, FileSystem::Intermediates::create);
   }
+}
+
+// Applications are known under one path each, to this process and to the programs, however the root was
+// written: without links and dots on the way.
+LinuxHostSettings withTrueRoot(LinuxHostSettings settings) {
+  const std::unique_ptr<char, decltype(&std::free)> root{::realpath(settings.root.c_str(), nullptr),
+                                                         &std::free};
+  if (root != nullptr) settings.root = root.get();
+  return settings;
 }
 
 // A reader that went away costs its bytes and not the process; and a parent that didn't care for the ends of
@@ -114,7 +124,7 @@ struct LinuxHost::Services {
 LinuxHost::LinuxHost(const LinuxHostSettings& settings, std::optional<Path> resources) {
   settleSignals();
   makeFolders(settings);
-  services_ = std::make_unique<Services>(settings, std::move(resources));
+  services_ = std::make_unique<Services>(withTrueRoot(settings), std::move(resources));
 }
 
 LinuxHost::~LinuxHost() = default;

@@ -36,9 +36,12 @@ std::optional<Path> executableOf(pid_t process) {
   return path;
 }
 
-std::vector<std::string> commandLineOf(pid_t process) {
-  const auto text = LinuxFileSystem{}.readFile(fmt::format("/proc/{}/cmdline", process));
+// The first arguments of the process; a path in them is no longer than this.
+std::vector<std::string> firstArgumentsOf(pid_t process) {
+  constexpr std::size_t enough = 3UL * PATH_MAX;
   std::vector<std::string> arguments;
+  auto file = LinuxFileSystem{}.openForReading(fmt::format("/proc/{}/cmdline", process));
+  const auto text = file ? (*file)->read(enough) : std::unexpected(file.error());
   if (!text) return arguments;
   for (std::size_t at = 0; at < text->size();) {
     const auto end = text->find('\0', at);
@@ -85,7 +88,7 @@ bool runsAs(const Path& executable, const std::string& interpreter) {
 // option of the script's first line, second argument. An editor that has the script open isn't its
 // interpreter.
 std::optional<Path> bundleOfScript(pid_t process, const Path& executable) {
-  const auto arguments = commandLineOf(process);
+  const auto arguments = firstArgumentsOf(process);
   for (std::size_t index = 1; index < arguments.size() && index <= 2; ++index) {
     Path script = arguments[index];
     if (!script.starts_with('/')) {
