@@ -56,7 +56,9 @@ class ResourceWalk {
     if (relative == "_CodeSignature" && type == fs::file_type::directory) return {};
     if (relative == "CodeResources") return ticket(path, type);
     if (relative == "_MASReceipt") return receipt(path, type);
-    if (relative == mainExecutable_ || path == bundle_->infoPlist) return {};  // sealed by slots of their own
+    if (relative == mainExecutable_) return {};  // sealed by its own pages
+    // Sealed by a slot of its own; a framework's stands among its resources and usually has a seal, too.
+    if (path == bundle_->infoPlist && !resources_->seals().contains(relative)) return {};
     switch (type) {
       case fs::file_type::directory: return directory(path, relative, depth);
       case fs::file_type::regular: return file(path, relative);

@@ -130,7 +130,7 @@ class Inventory {
     if (item.relative == "_CodeSignature" || item.relative == "CodeResources" ||
         item.relative == "_MASReceipt")
       return true;
-    if (item.path == bundle_->mainExecutable || item.path == bundle_->infoPlist) return true;
+    if (item.path == bundle_->mainExecutable) return true;
     const ResourceRule* rule = rules().ruleFor(item.relative);
     return item.type == fs::file_type::regular && rule != nullptr && rule->omit;
   }

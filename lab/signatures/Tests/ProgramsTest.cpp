@@ -404,6 +404,12 @@ const std::vector<Spoiling>& spoilings() {
                   fs::copy_options::recursive | fs::copy_options::copy_symlinks);
        },
        "nested code has been added: Frameworks/Two.framework"},
+      {"changed framework Info.plist",
+       [](const fs::path& c) {
+         writeText(c / "Frameworks/Kit.framework/Versions/A/Resources/Info.plist",
+                   "<plist><dict><key>CFBundleExecutable</key><string>Kit</string></dict></plist>");
+       },
+       "nested code Frameworks/Kit.framework: in architecture arm64: Info.plist has been modified"},
       {"framework without its links",
        [](const fs::path& c) { fs::remove(c / "Frameworks/Kit.framework/Versions/Current"); },
        "Versions/Current doesn't lead to a version"},
