@@ -1,0 +1,52 @@
+"""An administrator prompt for tests: runs commands with root's rights for a user who "types the password".
+
+The engine's host is told to use `prompt_client.py SOCKET` as its prompt. The client passes its command line and
+its three streams to this server, which runs as root, keeps count of the prompts, and either refuses or runs
+the command. Nothing outside the test's own folder can reach the socket.
+"""
+
+import array
+import json
+import os
+import socket
+import subprocess
+import threading
+
+
+class PromptServer:
+    def __init__(self, path, answer="accept"):
+        self.path = str(path)
+        self.answer = answer  # "accept", "dismiss" (the person closes the prompt) or "deny" (wrong password)
+        self.prompts = 0
+        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self._socket.bind(self.path)
+        os.chmod(self.path, 0o777)
+        self._socket.listen()
+        threading.Thread(target=self._serve, daemon=True).start()
+
+    def _serve(self):
+        while True:
+            try:
+                connection, _ = self._socket.accept()
+            except OSError:
+                return
+            threading.Thread(target=self._answer, args=(connection,), daemon=True).start()
+
+    def _answer(self, connection):
+        with connection:
+            descriptors = array.array("i")
+            data, ancillary, _, _ = connection.recvmsg(1 << 16, socket.CMSG_SPACE(3 * descriptors.itemsize))
+            for _, _, payload in ancillary:
+                descriptors.frombytes(payload[: 3 * descriptors.itemsize])
+            self.prompts += 1
+            status = {"dismiss": 126, "deny": 127}.get(self.answer)
+            if status is None:
+                status = subprocess.call(
+                    json.loads(data), stdin=descriptors[0], stdout=descriptors[1], stderr=descriptors[2]
+                )
+            for descriptor in descriptors:
+                os.close(descriptor)
+            connection.sendall(bytes([status & 0xFF]))
+
+    def close(self):
+        self._socket.close()

@@ -1,0 +1,282 @@
+"""The verbs of the end-to-end suite: an installer on disk, a machine of its own, runs of the real executable.
+
+Everything lies in a fresh folder that an unprivileged user can reach, because the engine runs as that user
+whenever the suite itself runs as root: root is refused nothing, so root can't show a refusal.
+"""
+
+import json
+import os
+import pathlib
+import queue
+import shutil
+import signal
+import subprocess
+import threading
+import time
+
+BUILD = pathlib.Path(os.environ.get("KELO_BUILD", "build/dev")).resolve()
+ENGINE = BUILD / "engines/macos/engine-cli"
+LAB = BUILD / "lab/bin"
+APPS = ["brenna", "tolvi", "rulo", "galdivane"]
+BUNDLES = {
+    "brenna": "Brenna.app",
+    "tolvi": "Kelo Tolvi.app",
+    "rulo": "Kelo Rulo.app",
+    "galdivane": "Kelo Galdivane.app",
+}
+IDENTIFIERS = {
+    "brenna": "com.kelo.brenna.mac",
+    "tolvi": "com.kelo.ktolvimac",
+    "rulo": "com.kelo.rulo",
+    "galdivane": "com.kelo.galdivane",
+}
+IMAGES = {
+    "brenna": "brenna_installer.dmg",
+    "tolvi": "tolvi_installer.dmg",
+    "rulo": "rulo_installer.dmg",
+    "galdivane": "galdi_installer.dmg",
+}
+NOBODY = 65534
+RUNNING_AS_ROOT = os.getuid() == 0
+
+# How long a run may take before it counts as hung. Never a measure of speed.
+HANG = 240
+
+
+def unprivileged():
+    """Arguments for subprocess that drop root's rights, where there are any to drop."""
+    return {"user": NOBODY, "group": NOBODY, "extra_groups": []} if RUNNING_AS_ROOT else {}
+
+
+def give_away(path):
+    """Hands a tree to the user that the engine runs as."""
+    if RUNNING_AS_ROOT:
+        subprocess.run(["chown", "-hR", f"{NOBODY}:{NOBODY}", str(path)], check=True)
+
+
+class Run:
+    """What one run of the engine left: its exit status, its events, its other lines."""
+
+    def __init__(self, status, output, errors):
+        self.status = status
+        self.output = output
+        self.errors = errors
+        self.events = []
+        self.other_lines = []
+        for line in output.splitlines():
+            try:
+                event = json.loads(line)
+            except ValueError:
+                self.other_lines.append(line)
+                continue
+            (self.events if isinstance(event, dict) and "type" in event else self.other_lines).append(
+                event if isinstance(event, dict) else line
+            )
+
+    def of_type(self, kind):
+        return [event for event in self.events if event["type"] == kind]
+
+    @property
+    def done(self):
+        assert self.events, f"no events; standard error: {self.errors}"
+        assert self.events[-1]["type"] == "done", f"the last event is {self.events[-1]}"
+        assert len(self.of_type("done")) == 1
+        return self.events[-1]
+
+    @property
+    def statuses(self):
+        """app -> status, from done.results."""
+        return {result["app"]: result["status"] for result in self.done["results"]}
+
+    @property
+    def codes(self):
+        """app -> error code, from done.results; None where there is none."""
+        return {result["app"]: result.get("errorCode") for result in self.done["results"]}
+
+
+class Session:
+    """A run under way: events arrive while it works, commands can be sent to it."""
+
+    def __init__(self, command, **arguments):
+        self.process = subprocess.Popen(
+            command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, **arguments
+        )
+        self.lines = []
+        self._queue = queue.Queue()
+        self._errors = []
+        self._readers = [
+            threading.Thread(target=self._read_output, daemon=True),
+            threading.Thread(target=self._read_errors, daemon=True),
+        ]
+        for reader in self._readers:
+            reader.start()
+
+    def _read_output(self):
+        for line in self.process.stdout:
+            self._queue.put(line.decode("utf-8"))
+        self._queue.put(None)
+
+    def _read_errors(self):
+        self._errors.append(self.process.stderr.read().decode("utf-8", "replace"))
+
+    def send(self, line):
+        self.process.stdin.write(line if isinstance(line, bytes) else (line + "\n").encode())
+        self.process.stdin.flush()
+
+    def cancel(self, app=None):
+        self.send(json.dumps({"type": "cancel", **({"app": app} if app else {})}))
+
+    def wait_for(self, **wanted):
+        """Reads on until an event has all these values."""
+        deadline = time.monotonic() + HANG
+        while True:
+            line = self._queue.get(timeout=max(0.1, deadline - time.monotonic()))
+            assert line is not None, f"the run ended before {wanted}: {self.lines[-3:]}"
+            self.lines.append(line)
+            try:
+                event = json.loads(line)
+            except ValueError:
+                continue
+            if all(event.get(key) == value for key, value in wanted.items()):
+                return event
+
+    def kill(self):
+        os.kill(self.process.pid, signal.SIGKILL)
+
+    def interrupt(self):
+        os.kill(self.process.pid, signal.SIGINT)
+
+    def finish(self):
+        """Closes standard input, reads to the end and gives the Run."""
+        try:
+            self.process.stdin.close()
+        except BrokenPipeError:
+            pass
+        self.process.wait(timeout=HANG)
+        for reader in self._readers:
+            reader.join(timeout=HANG)
+        while not self._queue.empty():
+            line = self._queue.get()
+            if line is not None:
+                self.lines.append(line)
+        return Run(self.process.returncode, "".join(self.lines), "".join(self._errors))
+
+
+class Installation:
+    """An installer's bundle and the machine that it works on."""
+
+    def __init__(self, folder, installer):
+        self.folder = pathlib.Path(folder)
+        self.bundle = self.folder / "Kelo-Desk-Installer.app"
+        self.root = self.folder / "machine"
+        self.applications = self.root / "Applications"
+        self.volumes = self.root / "Volumes"
+        self.temporary = self.root / "tmp"
+        subprocess.run(["cp", "-a", "--reflink=auto", str(installer / "Kelo-Desk-Installer.app"), str(self.bundle)], check=True)
+        for place in (self.applications, self.volumes, self.temporary):
+            place.mkdir(parents=True, exist_ok=True)
+        self.settings(root=str(self.root))
+        give_away(self.folder)
+
+    @property
+    def resources(self):
+        return self.bundle / "Contents/Resources"
+
+    @property
+    def engine(self):
+        return self.bundle / "Contents/MacOS/engine-cli"
+
+    @property
+    def packages(self):
+        return self.resources / "packages"
+
+    @property
+    def log_file(self):
+        return self.root / "Library/Logs/Kelo-Desk-Installer/webinstall.log"
+
+    @property
+    def log(self):
+        return self.log_file.read_text("utf-8") if self.log_file.exists() else ""
+
+    def app(self, name):
+        return self.applications / BUNDLES[name]
+
+    def settings(self, **changes):
+        """Changes keys of the host's settings; None takes a key away."""
+        self._change_json(self.resources / "linux_host.json", changes)
+
+    def configuration(self, **changes):
+        """Changes keys of installer_config.json; None takes a key away."""
+        self._change_json(self.resources / "installer_config.json", changes)
+
+    def manifest(self, change):
+        """Rewrites packages.json through `change`, which takes and may alter the parsed object."""
+        path = self.packages / "packages.json"
+        index = json.loads(path.read_text())
+        change(index)
+        path.write_text(json.dumps(index))
+
+    @staticmethod
+    def _change_json(path, changes):
+        values = json.loads(path.read_text()) if path.exists() else {}
+        for key, value in changes.items():
+            if value is None:
+                values.pop(key, None)
+            else:
+                values[key] = value
+        path.write_text(json.dumps(values, indent=2))
+
+    def start(self, *arguments, **options):
+        return Session([str(self.engine), *arguments], **{**unprivileged(), "cwd": "/", **options})
+
+    def run(self, *arguments, stdin=b"", **options):
+        """Runs the engine to its end with `stdin` given and closed."""
+        done = subprocess.run(
+            [str(self.engine), *arguments],
+            input=stdin,
+            capture_output=True,
+            timeout=HANG,
+            **{**unprivileged(), "cwd": "/", **options},
+        )
+        return Run(done.returncode, done.stdout.decode("utf-8"), done.stderr.decode("utf-8", "replace"))
+
+    def install(self, *arguments, **options):
+        return self.run("run", "--action", "install", "--offline", *arguments, **options)
+
+    def uninstall(self, *arguments, **options):
+        return self.run("run", "--action", "uninstall", *arguments, **options)
+
+    def program(self, name, *arguments):
+        """Runs one of the lab's programs as the engine's user."""
+        return subprocess.run(
+            [str(self.resources / "programs" / name), *map(str, arguments)],
+            capture_output=True, timeout=HANG, cwd="/", **unprivileged(),
+        )
+
+    def mounted(self):
+        return sorted(entry.name for entry in self.volumes.iterdir() if not entry.name.startswith("."))
+
+    def remove(self):
+        subprocess.run(["chmod", "-R", "u+rwX", str(self.folder)], check=False)
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+
+def tree(folder):
+    """path -> what is there: ('dir'), ('link', target) or ('file', executable, bytes). Modes but x don't count."""
+    folder = pathlib.Path(folder)
+    found = {}
+    for path in sorted(folder.rglob("*")):
+        name = str(path.relative_to(folder))
+        if path.is_symlink():
+            found[name] = ("link", os.readlink(path))
+        elif path.is_dir():
+            found[name] = ("dir",)
+        else:
+            found[name] = ("file", bool(path.stat().st_mode & 0o100), path.read_bytes())
+    return found
+
+
+def without_leftovers(installation):
+    """Nothing but visible bundles in Applications, nothing mounted."""
+    hidden = [entry.name for entry in installation.applications.iterdir() if entry.name.startswith(".")]
+    return hidden == [] and installation.mounted() == []
