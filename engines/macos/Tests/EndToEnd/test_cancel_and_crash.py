@@ -11,7 +11,7 @@ from support import APPS, tree, unprivileged, without_leftovers
 
 
 def test_a_whole_run_cancel_lets_the_current_app_end_and_stops(installation):
-    machine = installation("2.0", "--payload-megabytes", "40")
+    machine = installation("2.0", "--payload", "40000000")
     session = machine.start("run", "--action", "install", "--offline")
     session.wait_for(type="stage", stage="verify", app="brenna")
     session.cancel()
@@ -24,7 +24,7 @@ def test_a_whole_run_cancel_lets_the_current_app_end_and_stops(installation):
 
 
 def test_a_per_app_cancel_skips_that_app(installation):
-    machine = installation("2.0", "--payload-megabytes", "40")
+    machine = installation("2.0", "--payload", "40000000")
     session = machine.start("run", "--action", "install", "--offline")
     session.wait_for(type="stage", stage="download", app="brenna")
     session.cancel("galdivane")
@@ -71,7 +71,7 @@ def test_a_shell_that_stops_reading_neither_kills_nor_stalls_a_run(installation)
 
 
 def test_ctrl_c_ends_the_run_cleanly(installation):
-    machine = installation("2.0", "--payload-megabytes", "40")
+    machine = installation("2.0", "--payload", "40000000")
     session = machine.start("run", "--action", "install", "--offline")
     session.wait_for(type="stage", stage="install", app="brenna")
     session.interrupt()
@@ -83,10 +83,10 @@ def test_ctrl_c_ends_the_run_cleanly(installation):
 
 @pytest.mark.parametrize("seed", range(6))
 def test_pulling_the_plug_leaves_the_old_app_the_new_app_or_none(installation, seed):
-    old = installation("1.0", "--payload-megabytes", "40")
+    old = installation("1.0", "--payload", "40000000")
     old.install("--apps", "rulo")
     before = tree(old.app("rulo"))
-    new = installation("2.0", "--payload-megabytes", "40", machine=old)
+    new = installation("2.0", "--payload", "40000000", machine=old)
     session = new.start("run", "--action", "update", "--offline", "--apps", "rulo")
     session.wait_for(type="stage", stage="install", app="rulo")
     # Not a wait for anything: it spreads the kill over the length of an install.

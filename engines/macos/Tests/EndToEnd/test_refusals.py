@@ -208,7 +208,7 @@ def test_a_running_app_is_asked_to_quit_before_it_is_replaced(installation):
 
 
 def test_an_app_that_ignores_the_request_is_forced(installation):
-    machine = installation("2.0", "--ignores-quit")
+    machine = installation("2.0", "--variant", "rulo=ignores-quit")
     machine.install("--apps", "rulo")
     pid = launch(machine, "rulo")
     run = machine.uninstall("--apps", "rulo")
