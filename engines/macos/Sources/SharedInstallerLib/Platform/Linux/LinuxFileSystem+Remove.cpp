@@ -3,7 +3,9 @@
 
 #include "Platform/Linux/FileErrors.h"
 #include "Platform/Linux/FileTree.h"
+#include "Platform/Linux/HiddenSibling.h"
 #include "Platform/Linux/LinuxFileSystem.h"
+#include "Platform/Linux/StagedCopy.h"
 
 namespace installer {
 
@@ -23,6 +25,32 @@ bool removeContents(int folder, TreeOwner owner, int depth) {
 FileDescriptor openParent(const Path& path) {
   const Path parent = parentFolder(path);
   return FileDescriptor{::open(parent.empty() ? "." : parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
+}
+
+bool isFolder(int parent, const char* name) {
+  const auto status = linkStatus(parent, name);
+  return status && S_ISDIR(status->st_mode);
+}
+
+// A folder is put aside first, so that a kill in mid-removal leaves nothing half under its name. What can't
+// be removed goes back, as far as it is still there.
+bool removeFolder(int parent, const std::string& name) {
+  const HiddenSibling aside{parent, name, "kelo-remove"};
+  aside.clearLeftovers();
+  if (!renameWithoutReplacing(parent, name.c_str(), parent, aside.name())) {
+    // A mount point can't be put aside; it is emptied where it stands.
+    return errno == EBUSY && removeTree(parent, name.c_str(), TreeOwner::anyone);
+  }
+  if (removeTree(parent, aside.name(), TreeOwner::anyone)) return true;
+  const int reason = errno;
+  (void)renameWithoutReplacing(parent, aside.name(), parent, name.c_str());
+  errno = reason;
+  return false;
+}
+
+bool removeAny(int parent, const std::string& name) {
+  if (isFolder(parent, name.c_str())) return removeFolder(parent, name);
+  return removeTree(parent, name.c_str(), TreeOwner::anyone);
 }
 
 }  // namespace
@@ -58,7 +86,7 @@ Result<> LinuxFileSystem::removeItem(const Path& path) {
   if (usable == "/") return fileFailure(FileAccess::write, EPERM, path, "removed");
   if (!usable) return fileFailure(FileAccess::write, errno, path, "removed");
   const FileDescriptor parent = openParent(*usable);
-  if (!parent || !removeTree(parent.get(), lastPathComponent(*usable).c_str(), TreeOwner::anyone)) {
+  if (!parent || !removeAny(parent.get(), lastPathComponent(*usable))) {
     return fileFailure(FileAccess::write, errno, path, "removed");
   }
   return {};

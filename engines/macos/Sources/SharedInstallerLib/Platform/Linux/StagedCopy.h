@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/Linux/HiddenSibling.h"
 
 namespace installer {
 
@@ -16,10 +16,10 @@ class StagedCopy {
   StagedCopy& operator=(const StagedCopy&) = delete;
   ~StagedCopy();
 
-  const char* stagingName() const { return staging_.c_str(); }
+  const char* stagingName() const { return sibling_.name(); }
 
   // Removes what copies of the same name left behind whose processes are gone. Best effort.
-  void clearLeftovers() const;
+  void clearLeftovers() const { sibling_.clearLeftovers(); }
 
   // Gives the copy its real name. False with errno set: EEXIST when something stands there.
   bool commit();
@@ -27,11 +27,8 @@ class StagedCopy {
  private:
   int folder_;
   std::string name_;
-  std::string prefix_;   // what every staging name of `name_` begins with
-  std::string staging_;  // `prefix_`, our process and a number of our own
+  HiddenSibling sibling_;
   bool committed_ = false;
-
-  bool isLeftover(const std::string& entry) const;
 };
 
 // Renames without ever replacing: EEXIST when something stands at the new name. On a volume that can't do
