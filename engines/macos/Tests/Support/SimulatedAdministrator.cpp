@@ -57,6 +57,10 @@ class SimulatedScript : public AdministratorScript {
                                                                  const std::string& argument) override {
     if (administrator_.noTarget_) return std::unexpected(EventFailure::noTarget);
     administrator_.handlers_.push_back(name);
+    if (source_.find("on " + name + "(") == std::string::npos) {
+      constexpr int kNoSuchHandler = -1708;
+      return errorNumber(kNoSuchHandler, "The script has no such handler.");
+    }
     return administrator_.perform(argument);
   }
 

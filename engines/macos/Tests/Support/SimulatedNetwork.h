@@ -60,6 +60,7 @@ class ServerResource {
  private:
   friend class SimulatedNetwork;
   friend class SimulatedTask;
+  friend class LoopbackServer;  // serves the same scripts over real sockets
   ServerAnswer lasting_;
   std::deque<ServerAnswer> next_;
   std::string body_;  // of the lasting answer

@@ -81,7 +81,7 @@ TEST_F(SimulatedMachineTest, StopsACommandLineAtItsFirstFailure) {
 TEST_F(SimulatedMachineTest, DismissesThePromptWithoutRunningAnything) {
   machine.files.addFile("/Applications/a");
   machine.administrator.dismissesNext();
-  const auto script = machine.administrator.make("source");
+  const auto script = machine.administrator.make("on runCommand(cmd)");
   const auto outcome = script->callHandler("runCommand", "/bin/rm -rf /Applications/a");
   EXPECT_EQ(outcome.value()->at(AdministratorScript::errorNumberKey), -128);
   EXPECT_TRUE(machine.files.exists("/Applications/a"));

@@ -1,0 +1,57 @@
+// A real HTTPS server on the loopback address, which reads the same scripts as the simulated network: what is
+// answered, where it is cut, redirects, silence, lengths, validators and ranges. It knows no latency and no
+// pieces.
+#pragma once
+
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Platform/Path.h"
+#include "Support/SimulatedNetwork.h"
+
+namespace installer::testing {
+
+class LoopbackServer {
+ public:
+  // Listens from here on as `host`. Its certificate, which stands for its own authority, goes to
+  // `certificateFile` in PEM.
+  LoopbackServer(const std::string& host, const Path& certificateFile);
+  LoopbackServer(const LoopbackServer&) = delete;
+  LoopbackServer& operator=(const LoopbackServer&) = delete;
+  ~LoopbackServer();  // ends every connection
+
+  std::string urlOf(const std::string& path) const;
+  // Scripts are set before the requests that they are for.
+  ServerResource& resource(const std::string& path);
+  std::vector<std::string> requests() const;  // "GET /path", with " from 700" behind a resumed one
+
+ private:
+  struct TLS;
+  struct Response {
+    std::string bytes{};    // headers included; none for a connection that is lost before the answer
+    bool silent = false;    // keeps the connection and says nothing
+    bool complete = false;  // the connection isn't lost on the way
+  };
+
+  std::string host_;
+  int listener_ = -1;
+  int port_ = 0;
+  std::unique_ptr<TLS> tls_;
+  mutable std::mutex mutex_;
+  std::map<std::string, ServerResource> resources_;
+  std::vector<std::string> requests_;
+  std::list<int> sockets_;
+  std::vector<std::thread> threads_;
+  bool stopping_ = false;
+
+  void acceptConnections();
+  void serve(int socket);
+  Response respond(const std::string& request);
+};
+
+}  // namespace installer::testing

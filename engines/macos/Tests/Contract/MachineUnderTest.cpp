@@ -1,0 +1,59 @@
+#include "Contract/MachineUnderTest.h"
+
+#include <algorithm>
+
+#include "Support/PropertyListText.h"
+
+namespace installer::testing {
+
+std::vector<Implementation> implementations() {
+  return {{"Simulated", &makeSimulatedMachineUnderTest}, {"Linux", &makeLinuxMachineUnderTest}};
+}
+
+Path Contract::lay(const std::string& name, const std::string& bytes) {
+  const auto path = at(name);
+  EXPECT_TRUE(files.createDirectory(parentFolder(path), FileSystem::Intermediates::create));
+  EXPECT_TRUE(files.writeFile(path, bytes));
+  return path;
+}
+
+Path Contract::layFolder(const std::string& name) {
+  const auto path = at(name);
+  EXPECT_TRUE(files.createDirectory(path, FileSystem::Intermediates::create));
+  return path;
+}
+
+Path Contract::layBundle(const std::string& name, const std::string& identifier, const std::string& title) {
+  lay(name + "/Contents/Info.plist",
+      propertyListText(
+          {{"CFBundleIdentifier", identifier}, {"CFBundleName", title}, {"CFBundleExecutable", "app"}}));
+  return at(name);
+}
+
+std::string Contract::bytesOf(const Path& path) {
+  return files.readFile(path).value_or("(unreadable)");
+}
+
+Lines Contract::treeOf(const Path& folder) {
+  Lines names;
+  files.enumerate(
+      folder, HiddenEntries::visit,
+      [&](const DirectoryEntry& entry) {
+        const auto* const kind = entry.isSymbolicLink ? "@" : entry.isDirectory ? "/" : "";
+        names.push_back(entry.path.substr(folder.size() + 1) + kind);
+        return Descend::yes;
+      },
+      nullptr);
+  std::ranges::sort(names);
+  return names;
+}
+
+void Contract::turnUntil(const std::function<bool()>& done) {
+  constexpr int kSlices = 3000;
+  for (int slice = 0; slice < kSlices && !done(); ++slice) {
+    machine.dispatch.runMainLoop(std::chrono::milliseconds{10});
+  }
+  EXPECT_TRUE(done());
+}
+
+}  // namespace installer::testing

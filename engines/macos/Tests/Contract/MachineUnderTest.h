@@ -1,0 +1,108 @@
+// The machine that a contract case runs on: simulated or real. A case speaks to the seam through `machine()`
+// and lays things out with the verbs below, which mean the same on both.
+#pragma once
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/Machine.h"
+
+namespace installer::testing {
+
+class ServerResource;
+using Lines = std::vector<std::string>;
+
+class MachineUnderTest {
+ public:
+  virtual ~MachineUnderTest() = default;
+
+  virtual Machine& machine() = 0;
+  // A folder of the case's own, empty at first and gone afterwards; absolute, without links on its way.
+  virtual Path folder() = 0;
+
+  // Files.
+  virtual void makeLink(const Path& path, const std::string& target) = 0;
+  virtual void setWritable(const Path& path, bool writable) = 0;
+  virtual void setReadable(const Path& path, bool readable) = 0;
+  virtual void setExecutable(const Path& path) = 0;
+  // Runs `work` as a user whom permissions bind, perhaps in another process: what it found out comes back as
+  // the lines it gives, and expectations inside of it are lost.
+  virtual Lines asOrdinaryUser(const std::function<Lines()>& work) = 0;
+
+  // Programs. Each prints, on either stream, and exits: as a real script, or simulated.
+  virtual Path makeProgram(const std::string& name, const std::string& output, const std::string& errorOutput,
+                           int status) = 0;
+  // A program that prints its arguments, each on a line.
+  virtual Path makeEchoProgram(const std::string& name) = 0;
+
+  // Streams. Runs `work` with this standard input, perhaps in another process, and gives what it wrote. Once
+  // per case.
+  struct Written {
+    std::string output;
+    std::string error;
+  };
+  virtual Written withStandardInput(const std::string& input, const std::function<void()>& work) = 0;
+
+  // Running applications. Starts the executable of the bundle at `bundle` and gives the process's number.
+  enum class WhenAsked { quits, ignores };
+  virtual std::int32_t startApplication(const Path& bundle, WhenAsked behaviour) = 0;
+
+  // The administrator's prompt.
+  virtual void dismissPrompts() = 0;
+
+  // Delivers a request to end to this process.
+  virtual void requestTermination() = 0;
+
+  // The network. `serverResource` scripts one path of a server, and `urlOf` is its address.
+  virtual ServerResource& serverResource(const std::string& path) = 0;
+  virtual std::string urlOf(const std::string& path) = 0;
+  virtual Lines requestsToServer() = 0;  // "GET /path" or "GET /path from 700"
+};
+
+// Which machines there are to test.
+struct Implementation {
+  const char* name;
+  std::unique_ptr<MachineUnderTest> (*make)();
+};
+std::vector<Implementation> implementations();
+
+std::unique_ptr<MachineUnderTest> makeSimulatedMachineUnderTest();
+std::unique_ptr<MachineUnderTest> makeLinuxMachineUnderTest();
+
+// The base of every suite.
+class Contract : public ::testing::TestWithParam<Implementation> {
+ protected:
+  std::unique_ptr<MachineUnderTest> under = GetParam().make();
+  Machine& machine = under->machine();
+  FileSystem& files = machine.files;
+
+  Path at(const std::string& name) { return joined(under->folder(), name); }
+  // Lays a file with the folders above it.
+  Path lay(const std::string& name, const std::string& bytes = "bytes");
+  Path layFolder(const std::string& name);
+  // A bundle with this information.
+  Path layBundle(const std::string& name, const std::string& identifier, const std::string& title);
+  std::string bytesOf(const Path& path);
+  // Names below `folder`, sorted; a directory's with a slash behind, a link's with "@".
+  Lines treeOf(const Path& folder);
+
+  // Turns the main run loop until `done` holds; fails the case when it doesn't come to that.
+  void turnUntil(const std::function<bool()>& done);
+};
+
+// "ok" or "NSCocoaErrorDomain 513".
+template <class T>
+std::string outcomeOf(const Result<T>& result) {
+  return result ? "ok" : result.error().domain + " " + std::to_string(result.error().code);
+}
+
+// Makes SUITE run on every machine.
+#define INSTANTIATE_CONTRACT(SUITE)                                                                 \
+  INSTANTIATE_TEST_SUITE_P(On, SUITE, ::testing::ValuesIn(::installer::testing::implementations()), \
+                           [](const auto& parameter) { return std::string{parameter.param.name}; })
+
+}  // namespace installer::testing

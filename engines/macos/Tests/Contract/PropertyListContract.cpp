@@ -1,0 +1,63 @@
+// What every reader of property lists promises.
+#include "Contract/MachineUnderTest.h"
+#include "Support/PropertyListText.h"
+
+namespace installer::testing {
+namespace {
+
+class PropertyListContract : public Contract {
+ protected:
+  Result<Json> parse(std::string_view bytes) { return machine.propertyList.parse(bytes); }
+  Result<Json> parseElement(const std::string& element) {
+    return parse("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" + element +
+                 "</plist>\n");
+  }
+};
+
+TEST_P(PropertyListContract, ReadsEveryKindOfValue) {
+  const Json value{{"string", "text & <more> ü"},
+                   {"yes", true},
+                   {"no", false},
+                   {"integer", 42},
+                   {"array", Json::array({"a", 1, Json::object()})},
+                   {"dictionary", {{"inner", "value"}}}};
+  EXPECT_EQ(parse(propertyListText(value)).value(), value);
+  EXPECT_EQ(parseElement("<integer>-7</integer>").value(), -7);
+  EXPECT_EQ(parseElement("<real>0.5</real>").value(), 0.5);
+  EXPECT_EQ(parseElement("<string></string>").value(), "");
+  EXPECT_EQ(parseElement("<dict></dict>").value(), Json::object());
+  EXPECT_EQ(parseElement("<date>2026-03-01T12:34:56Z</date>").value(), "2026-03-01T12:34:56Z");
+  EXPECT_EQ(parseElement("<data>YWJj</data>").value(), Json::binary({'a', 'b', 'c'}));
+}
+
+TEST_P(PropertyListContract, ReadsTheBinaryFormat) {
+  // { "a": 1 }
+  const std::string bytes =
+      std::string{"bplist00"} + std::string{"\xd1\x01\x02\x51\x61\x10\x01", 7} +
+      std::string{"\x08\x0b\x0d", 3} +
+      std::string{"\0\0\0\0\0\0\x01\x01\0\0\0\0\0\0\0\x03\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x0f", 32};
+  EXPECT_EQ(parse(bytes).value(), (Json{{"a", 1}}));
+}
+
+TEST_P(PropertyListContract, RefusesWhatIsMalformed) {
+  std::string deep;
+  for (int level = 0; level < 100000; ++level) deep += "<array>";
+  const std::string inputs[] = {"",
+                                "garbage",
+                                "bplist00",
+                                "bplist00garbage",
+                                "<plist><dict>",
+                                "<plist",
+                                "<plist version=\"1.0\"><unknown/></plist>",
+                                "<plist version=\"1.0\">" + deep};
+  for (const auto& input : inputs) {
+    const auto parsed = parse(input);
+    ASSERT_FALSE(parsed) << input.substr(0, 80) << " gave " << parsed->dump();
+    EXPECT_TRUE(parsed.error().is(ErrorDomain::cocoa, CocoaError::fileReadCorrupt)) << input.substr(0, 80);
+  }
+}
+
+INSTANTIATE_CONTRACT(PropertyListContract);
+
+}  // namespace
+}  // namespace installer::testing

@@ -1,0 +1,80 @@
+#include "Contract/MachineUnderTest.h"
+#include "Support/SimulatedMachine.h"
+
+namespace installer::testing {
+
+namespace {
+
+constexpr auto kServer = "https://server.example.test";
+
+class SimulatedMachineUnderTest : public MachineUnderTest {
+ public:
+  SimulatedMachineUnderTest() { simulated_.files.addDirectory(folder()); }
+
+  Machine& machine() override { return installer::machine(); }
+  Path folder() override { return "/private/tmp/contract"; }
+
+  void makeLink(const Path& path, const std::string& target) override {
+    simulated_.files.addSymlink(path, target);
+  }
+  void setWritable(const Path& path, bool writable) override { simulated_.files.setWritable(path, writable); }
+  void setReadable(const Path& path, bool readable) override { simulated_.files.setReadable(path, readable); }
+  void setExecutable(const Path& path) override { simulated_.files.setExecutable(path, true); }
+  Lines asOrdinaryUser(const std::function<Lines()>& work) override { return work(); }
+
+  Path makeProgram(const std::string& name, const std::string& output, const std::string& errorOutput,
+                   int status) override {
+    const auto path = joined(folder(), name);
+    simulated_.programs.on(path).exits(status, output, errorOutput);
+    return path;
+  }
+  Path makeEchoProgram(const std::string& name) override {
+    const auto path = joined(folder(), name);
+    simulated_.programs.on(path).does([](const Arguments& arguments) {
+      ProgramExit exit;
+      for (const auto& argument : arguments) exit.output += argument + "\n";
+      return exit;
+    });
+    return path;
+  }
+
+  Written withStandardInput(const std::string& input, const std::function<void()>& work) override {
+    for (const auto& line : linesOf(input)) simulated_.streams.feedLine(line);
+    simulated_.streams.closeInput();
+    work();
+    return {simulated_.streams.output(), simulated_.streams.error()};
+  }
+
+  std::int32_t startApplication(const Path& bundle, WhenAsked behaviour) override {
+    const auto read = simulated_.bundles.read(bundle);
+    simulated_.runningApps.launch(
+        read->bundleIdentifier().value_or(""), read->infoString("CFBundleName"), ++lastProcess_,
+        behaviour == WhenAsked::quits ? QuitBehaviour::quits() : QuitBehaviour::ignoresQuit());
+    return lastProcess_;
+  }
+
+  void dismissPrompts() override { simulated_.administrator.dismissesAlways(); }
+  void requestTermination() override { simulated_.signals.requestTermination(); }
+
+  ServerResource& serverResource(const std::string& path) override {
+    return simulated_.network.on(urlOf(path));
+  }
+  std::string urlOf(const std::string& path) override { return kServer + path; }
+  Lines requestsToServer() override {
+    auto lines = simulated_.network.requestLines();
+    for (auto& line : lines) line.erase(line.find(kServer), std::string_view{kServer}.size());
+    return lines;
+  }
+
+ private:
+  SimulatedMachine simulated_;
+  std::int32_t lastProcess_ = 100;
+};
+
+}  // namespace
+
+std::unique_ptr<MachineUnderTest> makeSimulatedMachineUnderTest() {
+  return std::make_unique<SimulatedMachineUnderTest>();
+}
+
+}  // namespace installer::testing
