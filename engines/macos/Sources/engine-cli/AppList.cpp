@@ -24,8 +24,9 @@ std::string_view withoutBlanks(std::string_view text) {
 }  // namespace
 
 std::optional<std::vector<AppIdentifier>> parseApps(const std::optional<std::string>& value) {
+  const auto text = value.value_or("");
   std::vector<AppIdentifier> identifiers;
-  for (const auto piece : nonEmptyPieces(value.value_or(""), ',')) {
+  for (const auto piece : nonEmptyPieces(text, ',')) {
     const auto identifier = AppIdentifiers::fromRawValue(lowercased(withoutBlanks(piece)));
     if (!identifier || !InstallerConfig::isIncluded(*identifier)) return std::nullopt;
     identifiers.push_back(*identifier);

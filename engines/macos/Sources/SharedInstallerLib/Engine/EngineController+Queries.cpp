@@ -2,14 +2,12 @@
 #include "Engine/EngineController.h"
 #include "Engine/EngineEmitter.h"
 #include "Engine/EngineVocabulary.h"
+#include "Engine/UpdateEntries.h"
 #include "Installer/DMGInstaller.h"
 #include "Installer/RunRules.h"
 #include "Models/AppConstants.h"
 #include "Models/PackageProvider.h"
 #include "Platform/Machine.h"
-#include "Utils/BundledPackages.h"
-#include "Utils/CDNSource.h"
-#include "Utils/DiskRequirement.h"
 #include "Utils/InstallerConfig.h"
 #include "Utils/InstallerLifecycle.h"
 #include "Utils/KeloAppProvider.h"
@@ -33,31 +31,6 @@ std::vector<std::string> capabilities() {
   std::vector<std::string> list{"install", "update", "uninstall", "check-updates", "offline", "export-logs"};
   if (!InstallerConfig::showTermsStep()) list.emplace_back("skip-terms");
   return list;
-}
-
-// Nothing of an App Store copy can be reclaimed: it stays where it is.
-std::optional<std::int64_t> requiredBytes(const AppUpdateStatus& status,
-                                          std::optional<std::int64_t> downloadBytes) {
-  if (!downloadBytes) return std::nullopt;
-  const auto reclaimable = status.isAppStore ? std::nullopt : status.installedPath;
-  return DiskRequirement::peakBytes(status.app, *downloadBytes, reclaimable);
-}
-
-std::optional<std::string> webUrl(const AppInfo& app) {
-  if (auto configured = InstallerConfig::webURL(std::string{rawValue(app.id)})) return configured;
-  if (!app.webURL) return std::nullopt;
-  return app.webURL->absoluteString();
-}
-
-EngineEvent::UpdateCheckEntry updateEntry(const AppUpdateStatus& status) {
-  return {
-      .id = std::string{rawValue(status.app.id)},
-      .updateAvailable = status.updateAvailable(),
-      .latestVersion = status.latestVersion,
-      .sizeBytes = status.downloadSizeBytes,
-      .requiredBytes = requiredBytes(status, status.downloadSizeBytes),
-      .releaseNotes = CDNSource::fetchReleaseNotes(status.app, CDNSource::kFetchTimeout),
-  };
 }
 
 // Only a sweep that found nothing at all gives reason to ask whether the source is gone.
@@ -87,47 +60,12 @@ std::int32_t EngineController::hello() {
       .apps = {},
       .retirement = {},
   };
-  for (const auto& status : sweep.statuses) event.apps.push_back(catalogEntry(status));
+  const auto mode = provider_->isOfflineMode() ? UpdateEntries::PackageSourceMode::offline
+                                               : UpdateEntries::PackageSourceMode::online;
+  for (const auto& status : sweep.statuses) event.apps.push_back(UpdateEntries::catalogEntry(status, mode));
   event.retirement = InstallerRetirementEvent::of(InstallerLifecycle::expiry());
   EngineEmitter::emit({std::move(event)});
   return done("hello", AppConstants::ExitCode::success);
-}
-
-CatalogAppEvent EngineController::catalogEntry(const AppUpdateStatus& status) const {
-  const auto& app = status.app;
-  const auto bundledSize = bundledPackageSize(app);
-  const auto sizeBytes = bundledSize ? bundledSize : app.sizeBytes;
-  const auto latestVersion = offeredVersion(status);
-  return {
-      .id = std::string{rawValue(app.id)},
-      .displayName = app.displayName,
-      .descriptionCode = app.descriptionCode,
-      .iconName = app.iconName,
-      .updateAvailable = status.updateAvailable(latestVersion),
-      .installedVersion = status.installedVersion,
-      .latestVersion = latestVersion,
-      .sizeBytes = sizeBytes,
-      .source = status.source(),
-      .webUrl = webUrl(app),
-      .requiredBytes = requiredBytes(status, sizeBytes),
-      .installedPath = status.installedPath,
-      .releaseNotes = std::nullopt,
-  };
-}
-
-std::optional<std::string> EngineController::offeredVersion(const AppUpdateStatus& status) const {
-  if (status.latestVersion || !provider_->isOfflineMode()) return status.latestVersion;
-  return BundledPackages::bundledVersion(status.app);
-}
-
-std::optional<std::int64_t> EngineController::bundledPackageSize(const AppInfo& app) const {
-  if (!provider_->isOfflineMode()) return std::nullopt;
-  if (const auto size = BundledPackages::bundledSize(app)) return size;
-  const auto folder = BundledPackages::packagesFolder();
-  if (!folder) return std::nullopt;
-  const auto attributes = machine().files.attributes(joined(*folder, app.tempFileName));
-  if (!attributes) return std::nullopt;
-  return attributes->size;
 }
 
 std::int32_t EngineController::checkUpdates(const std::vector<AppIdentifier>& apps) {
@@ -136,7 +74,7 @@ std::int32_t EngineController::checkUpdates(const std::vector<AppIdentifier>& ap
       .apps = {},
       .retirement = InstallerRetirementEvent::of(retirementAfter(sweep)),
   };
-  for (const auto& status : sweep.statuses) event.apps.push_back(updateEntry(status));
+  for (const auto& status : sweep.statuses) event.apps.push_back(UpdateEntries::updateCheckEntry(status));
   EngineEmitter::emit({std::move(event)});
   return done("check-updates", AppConstants::ExitCode::success);
 }

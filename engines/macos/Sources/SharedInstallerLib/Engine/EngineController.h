@@ -19,7 +19,6 @@ namespace installer {
 class InstallOrchestrator;
 class PackageProvider;
 struct AppInfo;
-struct AppUpdateStatus;
 
 class EngineController : public std::enable_shared_from_this<EngineController> {
   struct Private {};
@@ -67,9 +66,6 @@ class EngineController : public std::enable_shared_from_this<EngineController> {
   std::shared_ptr<InstallOrchestrator> activeOrchestrator_;  // during an install run
   bool uninstallCancelled_ = false;
 
-  std::optional<std::int64_t> bundledPackageSize(const AppInfo& app) const;
-  std::optional<std::string> offeredVersion(const AppUpdateStatus& status) const;
-  CatalogAppEvent catalogEntry(const AppUpdateStatus& status) const;
   AppResultEvent uninstallUnlessCancelled(const AppInfo& app, std::size_t index, std::size_t total);
 };
 

@@ -20,11 +20,6 @@ bool isTagged(std::string_view line) {
   return line.starts_with("[WARN]") || line.starts_with("[ERROR]");
 }
 
-std::string toTheSecond(TimePoint time) {
-  const auto timestamp = LocalTime::timestamp(time);
-  return timestamp.substr(0, timestamp.rfind('.'));
-}
-
 }  // namespace
 
 std::string archiveName(TimePoint time) {
@@ -44,7 +39,7 @@ std::string manifest(const ManifestFacts& facts, const std::vector<std::string>&
       "\n"
       "Sources\n"
       "-------\n",
-      toTheSecond(facts.time), kEngineVersion, facts.systemVersion, facts.isArm64 ? "arm64" : "x86_64",
+      LocalTime::dateAndTime(facts.time), kEngineVersion, facts.systemVersion, facts.isArm64 ? "arm64" : "x86_64",
       facts.copied);
   for (const auto& note : notes) text += note + '\n';
   return text;
