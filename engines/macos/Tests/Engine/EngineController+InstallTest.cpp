@@ -1,0 +1,335 @@
+#include <gmock/gmock.h>
+
+#include "Engine/EngineControllerFixture.h"
+
+namespace installer {
+namespace {
+
+using namespace std::chrono_literals;
+using enum AppIdentifier;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using testing::Lines;
+using Apps = std::vector<AppIdentifier>;
+
+class EngineInstall : public testing::EngineControllerTest {
+ protected:
+  using EngineControllerTest::EngineControllerTest;
+
+  std::int32_t install(const Apps& apps, bool strict = false) {
+    return controller->runInstall(apps, "install", strict);
+  }
+  std::int32_t update(const Apps& apps) { return controller->runInstall(apps, "update", false); }
+  void expireOn(const std::string& date) {
+    machine.setConfiguration(
+        R"({"apps": {}, "downloadPageUrl": "https://get.test/", "expiresOn": {"online": ")" + date +
+        R"("}})");
+  }
+};
+
+class OfflineEngineInstall : public EngineInstall {
+ protected:
+  OfflineEngineInstall() : EngineInstall{Mode::offline} {}
+};
+
+constexpr auto kIdleMessage =
+    "log error: Engine idle timeout (600s with no progress); proceeding with partial results";
+
+TEST_F(EngineInstall, TellsAWholeRunInOrder) {
+  provider->on(brenna)
+      .reports("Downloading Kelo Brenna (1/2)...", "500 of 1000", 50, 500, 1000)
+      .reports("Downloading Kelo Brenna (1/2)...", "", 100, 1000, 1000)
+      .delivers(image(brenna, "2.0"));
+  provider->on(tolvi).delivers(image(tolvi, "3.1"));
+  EXPECT_EQ(install({brenna, tolvi}), 0);
+  EXPECT_EQ(transcript(), (Lines{"stage brenna download 1/2",
+                                 "progress brenna 0% DOWNLOADING",
+                                 "log info: Downloading Kelo Brenna (1/2)... — 500 of 1000",
+                                 "progress brenna 50% DOWNLOADING 500 of 1000",
+                                 "log info: Downloading Kelo Brenna (1/2)...",
+                                 "progress brenna 100% DOWNLOADING 1000 of 1000",
+                                 "log info: Verifying Kelo Brenna (1/2)...",
+                                 "stage brenna verify 1/2",
+                                 "progress brenna ~85% VERIFYING",
+                                 "log info: Installing Kelo Brenna (1/2)...",
+                                 "stage brenna install 1/2",
+                                 "progress brenna ~95% INSTALLING",
+                                 "log info: Kelo Brenna installed successfully",
+                                 "app-result brenna installed /Applications/Brenna.app 2.0",
+                                 "stage tolvi download 2/2",
+                                 "progress tolvi 0% DOWNLOADING",
+                                 "log info: Verifying Kelo Tolvi (2/2)...",
+                                 "stage tolvi verify 2/2",
+                                 "progress tolvi ~85% VERIFYING",
+                                 "log info: Installing Kelo Tolvi (2/2)...",
+                                 "stage tolvi install 2/2",
+                                 "progress tolvi ~95% INSTALLING",
+                                 "log info: Kelo Tolvi installed successfully",
+                                 "app-result tolvi installed /Applications/Kelo Tolvi.app 3.1",
+                                 "done install 0: brenna installed /Applications/Brenna.app 2.0, "
+                                 "tolvi installed /Applications/Kelo Tolvi.app 3.1"}));
+}
+
+TEST_F(EngineInstall, SpeaksOfAnUpdateWhenAskedForOne) {
+  addInstalled(brenna, "1.0");
+  provider->on(brenna).delivers(image(brenna, "2.0"));
+  EXPECT_EQ(update({brenna}), 0);
+  EXPECT_EQ(outcome(), (Lines{"app-result brenna updated /Applications/Brenna.app 2.0",
+                              "done update 0: brenna updated /Applications/Brenna.app 2.0"}));
+}
+
+TEST_F(EngineInstall, ReportsACurrentCopyAsSkipped) {
+  addInstalled(brenna, "2.0");
+  provider->on(brenna).delivers(image(brenna, "2.0"));
+  EXPECT_EQ(install({brenna}), 0);
+  EXPECT_EQ(outcome(), (Lines{"app-result brenna skipped /Applications/Brenna.app 2.0",
+                              "done install 0: brenna skipped /Applications/Brenna.app 2.0"}));
+}
+
+TEST_F(EngineInstall, TakesTheWholeCatalogForAnEmptyList) {
+  for (const auto identifier : AppIdentifiers::allCases) {
+    provider->on(identifier).fails(ProviderError::invalidResponse());
+  }
+  EXPECT_EQ(install({}), 2);
+  EXPECT_THAT(provider->calls(), ElementsAre("acquire Kelo Brenna (1/4)", "acquire Kelo Tolvi (2/4)",
+                                             "acquire Kelo Rulo (3/4)", "acquire Kelo Galdivane (4/4)"));
+}
+
+TEST_F(EngineInstall, InstallsAnAppTwiceThatIsNamedTwice) {
+  provider->on(brenna).delivers(image(brenna, "2.0"));
+  EXPECT_EQ(install({brenna, brenna}), 1);
+  // The first run of the app has removed the download, so its second can't be verified.
+  EXPECT_THAT(provider->calls(), ElementsAre("acquire Kelo Brenna (1/2)", "acquire Kelo Brenna (2/2)"));
+  EXPECT_EQ(machine.streams.events("done").back()["results"].size(), 2U);
+  EXPECT_EQ(machine.streams.events("app-result").size(), 2U);
+}
+
+TEST_F(EngineInstall, GoesOnAfterAFailingApp) {
+  provider->on(brenna).fails(ProviderError::downloadFailed("x"));
+  provider->on(tolvi).delivers(image(tolvi, "3.1"));
+  EXPECT_EQ(install({brenna, tolvi}), 1);
+  EXPECT_EQ(transcript()[2], "app-result brenna failed DOWNLOAD_FAILED");
+  EXPECT_EQ(outcome(), (Lines{"app-result brenna failed DOWNLOAD_FAILED",
+                              "app-result tolvi installed /Applications/Kelo Tolvi.app 3.1",
+                              "done install 1: brenna failed DOWNLOAD_FAILED, "
+                              "tolvi installed /Applications/Kelo Tolvi.app 3.1"}));
+}
+
+TEST_F(EngineInstall, FailsWholeWhenStrict) {
+  provider->on(brenna).fails(ProviderError::downloadFailed("x"));
+  provider->on(tolvi).delivers(image(tolvi, "3.1"));
+  EXPECT_EQ(install({brenna, tolvi}, true), 2);
+}
+
+TEST_F(EngineInstall, GivesAFailureWithoutACodeTheGeneralOne) {
+  provider->on(brenna).fails(Error{"OtherDomain", 7, "something else", nullptr});
+  EXPECT_EQ(install({brenna}), 2);
+  EXPECT_EQ(outcome(), (Lines{"app-result brenna failed INSTALL_FAILED",
+                              "done install 2: brenna failed INSTALL_FAILED"}));
+}
+
+TEST_F(EngineInstall, ReadsADeniedPermissionOutOfTheMessage) {
+  provider->on(brenna).fails(Error{"OtherDomain", 7, "Permission denied", nullptr});
+  EXPECT_EQ(install({brenna}), 4);
+  EXPECT_EQ(outcome().back(), "done install 4: brenna failed INSTALL_FAILED");
+}
+
+TEST_F(EngineInstall, DoesNotReadADeniedPermissionOutOfTheCode) {
+  provider->on(brenna).fails(ProviderError::fileSaveFailed("no room"));
+  EXPECT_EQ(install({brenna}), 2);
+}
+
+// What stops a run before it begins.
+
+TEST_F(EngineInstall, StopsWithoutAnyValidApp) {
+  machine.setConfiguration(R"({"apps": {"rulo": {"primaryBundleIdentifier": "r", "included": false}}})");
+  EXPECT_EQ(install({rulo}), 3);
+  EXPECT_EQ(transcript(), (Lines{"log error: No valid app identifiers supplied", "done install 3:"}));
+}
+
+TEST_F(EngineInstall, NamesTheActionWhenItStops) {
+  machine.setConfiguration(R"({"apps": {"rulo": {"primaryBundleIdentifier": "r", "included": false}}})");
+  EXPECT_EQ(update({rulo}), 3);
+  EXPECT_EQ(transcript().back(), "done update 3:");
+}
+
+TEST_F(EngineInstall, FailsEveryAppOfAnExpiredInstallerWithoutTouchingTheNetwork) {
+  expireOn("2026-02-28");
+  EXPECT_EQ(install({}), 2);
+  EXPECT_EQ(transcript(),
+            (Lines{"log error: This installer expired on 2026-02-28. Download a current installer from "
+                   "https://get.test/.",
+                   "app-result brenna failed NOT_COMPATIBLE", "app-result tolvi failed NOT_COMPATIBLE",
+                   "app-result rulo failed NOT_COMPATIBLE", "app-result galdivane failed NOT_COMPATIBLE",
+                   "done install 2: brenna failed NOT_COMPATIBLE, tolvi failed NOT_COMPATIBLE, "
+                   "rulo failed NOT_COMPATIBLE, galdivane failed NOT_COMPATIBLE"}));
+  EXPECT_THAT(machine.network.requests(), IsEmpty());
+  EXPECT_THAT(provider->calls(), IsEmpty());
+}
+
+TEST_F(EngineInstall, LooksAtExpiryBeforeTheNetwork) {
+  expireOn("2026-02-28");
+  machine.network.setOffline();
+  EXPECT_EQ(update({brenna}), 2);
+  EXPECT_EQ(outcome().back(), "done update 2: brenna failed NOT_COMPATIBLE");
+}
+
+TEST_F(EngineInstall, FailsEveryAppWithoutANetwork) {
+  machine.network.setOffline();
+  EXPECT_EQ(install({tolvi, brenna}), 5);
+  EXPECT_EQ(transcript(),
+            (Lines{"log error: No internet connection", "app-result tolvi failed NETWORK_UNAVAILABLE",
+                   "app-result brenna failed NETWORK_UNAVAILABLE",
+                   "done install 5: tolvi failed NETWORK_UNAVAILABLE, "
+                   "brenna failed NETWORK_UNAVAILABLE"}));
+  EXPECT_THAT(provider->calls(), IsEmpty());
+}
+
+TEST_F(OfflineEngineInstall, NeverAsksForTheNetwork) {
+  machine.network.setOffline();
+  provider->on(brenna).delivers(image(brenna, "2.0"));
+  EXPECT_EQ(install({brenna}), 0);
+  EXPECT_THAT(machine.network.requests(), IsEmpty());
+}
+
+// Cancels.
+
+TEST_F(EngineInstall, EndsARunWhoseTransferFailsUponACancel) {
+  provider->on(brenna)
+      .takes(60s)
+      .delivers(image(brenna, "2.0"))
+      .whenCancelled(std::unexpected(ProviderError::downloadFailed("cancelled")));
+  machine.dispatch.schedule(10s, [this] { controller->cancelAll(); });
+  EXPECT_EQ(install({brenna, tolvi, rulo}), 2);
+  EXPECT_EQ(transcript(),
+            (Lines{"stage brenna download 1/3", "progress brenna 0% DOWNLOADING",
+                   "app-result brenna failed DOWNLOAD_FAILED", "app-result tolvi cancelled",
+                   "app-result rulo cancelled",
+                   "done install 2: brenna failed DOWNLOAD_FAILED, tolvi cancelled, rulo cancelled"}));
+  EXPECT_THAT(provider->calls(), ElementsAre("acquire Kelo Brenna (1/3)", "cancel"));
+}
+
+TEST_F(EngineInstall, CancelsTheAppWhosePackageArrivesAfterACancel) {
+  provider->on(brenna).takes(60s).delivers(image(brenna, "2.0"));
+  machine.dispatch.schedule(10s, [this] { controller->cancelAll(); });
+  EXPECT_EQ(install({brenna, tolvi}), 1);
+  EXPECT_EQ(outcome(), (Lines{"app-result brenna cancelled", "app-result tolvi cancelled",
+                              "done install 1: brenna cancelled, tolvi cancelled"}));
+  EXPECT_FALSE(machine.files.exists(app(brenna).tempFilePath()));
+}
+
+TEST_F(EngineInstall, EndsTheAppAtWorkWholeWhenCancelledDuringVerification) {
+  provider->on(brenna).delivers(image(brenna, "2.0"));
+  machine.programs.on(machine.paths.spctl).takes(30s);
+  machine.dispatch.schedule(10s, [this] { controller->cancelAll(); });
+  EXPECT_EQ(install({brenna, tolvi}), 1);
+  EXPECT_EQ(outcome(),
+            (Lines{"app-result brenna installed /Applications/Brenna.app 2.0", "app-result tolvi cancelled",
+                   "done install 1: brenna installed /Applications/Brenna.app 2.0, "
+                   "tolvi cancelled"}));
+  EXPECT_THAT(machine.images.attached(), IsEmpty());
+}
+
+TEST_F(EngineInstall, CancelsOneAppAlone) {
+  provider->on(brenna).takes(60s).delivers(image(brenna, "2.0"));
+  provider->on(rulo).delivers(image(rulo, "4.0"));
+  machine.dispatch.schedule(10s, [this] { controller->cancelApp("Tolvi"); });
+  EXPECT_EQ(install({brenna, tolvi, rulo}), 1);
+  // A cancelled app gets no number, and the one behind it moves up.
+  const auto lines = transcript();
+  EXPECT_THAT(lines, ::testing::Contains("stage rulo download 2/3"));
+  EXPECT_THAT(lines, ::testing::Not(::testing::Contains(::testing::StartsWith("stage tolvi"))));
+  EXPECT_EQ(outcome(),
+            (Lines{"app-result brenna installed /Applications/Brenna.app 2.0", "app-result tolvi cancelled",
+                   "app-result rulo installed /Applications/Kelo Rulo.app 4.0",
+                   "done install 1: brenna installed /Applications/Brenna.app 2.0, "
+                   "tolvi cancelled, rulo installed /Applications/Kelo Rulo.app 4.0"}));
+  EXPECT_THAT(provider->calls(), ElementsAre("acquire Kelo Brenna (1/3)", "acquire Kelo Rulo (3/3)"));
+}
+
+TEST_F(EngineInstall, IgnoresACancelOfANameThatIsNoApp) {
+  provider->on(brenna).takes(60s).delivers(image(brenna, "2.0"));
+  machine.dispatch.schedule(10s, [this] {
+    controller->cancelApp("mozi");
+    controller->cancelApp("");
+    controller->cancelApp(" brenna");
+  });
+  EXPECT_EQ(install({brenna}), 0);
+  EXPECT_THAT(provider->calls(), ElementsAre("acquire Kelo Brenna (1/1)"));
+}
+
+TEST_F(EngineInstall, IsNotChangedByACancelAfterTheLastApp) {
+  provider->on(brenna).delivers(image(brenna, "2.0"));
+  EXPECT_EQ(install({brenna}), 0);
+  const auto before = transcript();
+  controller->cancelAll();
+  controller->cancelApp("brenna");
+  machine.dispatch.runUntilIdle();
+  EXPECT_EQ(transcript(), before);
+  EXPECT_THAT(provider->calls(), ElementsAre("acquire Kelo Brenna (1/1)"));
+}
+
+TEST_F(EngineInstall, TakesCancelsFromAnyThread) {
+  provider->on(brenna).takes(60s).delivers(image(brenna, "2.0"));
+  machine.dispatch.detachThread([this] {
+    machine.dispatch.sleep(10s);
+    controller->cancelAll();
+  });
+  EXPECT_EQ(install({brenna}), 1);
+  EXPECT_EQ(outcome().back(), "done install 1: brenna cancelled");
+}
+
+TEST_F(EngineInstall, MayBeGoneWhenItsCancelLands) {
+  controller->cancelAll();
+  controller->cancelApp("brenna");
+  controller = nullptr;
+  machine.dispatch.runUntilIdle();
+}
+
+// The idle limit.
+
+TEST_F(EngineInstall, StopsWaitingAfterTenMinutesOfSilence) {
+  provider->on(brenna).hangs();
+  EXPECT_EQ(install({brenna, tolvi}), 1);
+  EXPECT_EQ(outcome(), (Lines{kIdleMessage, "app-result brenna cancelled", "app-result tolvi cancelled",
+                              "done install 1: brenna cancelled, tolvi cancelled"}));
+  EXPECT_GE(machine.dispatch.elapsed().count(), 600.0);
+  EXPECT_LT(machine.dispatch.elapsed().count(), 601.0);
+  EXPECT_THAT(provider->calls(), ElementsAre("acquire Kelo Brenna (1/2)"));
+}
+
+TEST_F(EngineInstall, HasNoResultsAtAllAfterATimeout) {
+  provider->on(brenna).delivers(image(brenna, "2.0"));
+  provider->on(tolvi).hangs();
+  EXPECT_EQ(install({brenna, tolvi}), 1);
+  EXPECT_EQ(outcome(), (Lines{"app-result brenna installed /Applications/Brenna.app 2.0", kIdleMessage,
+                              "app-result brenna cancelled", "app-result tolvi cancelled",
+                              "done install 1: brenna cancelled, tolvi cancelled"}));
+}
+
+TEST_F(EngineInstall, WaitsForADownloadThatKeepsReporting) {
+  auto& script = provider->on(brenna);
+  for (int i = 0; i < 10; ++i) script.takes(599s).reports("Downloading...", "", i);
+  script.delivers(image(brenna, "2.0"));
+  EXPECT_EQ(install({brenna}), 0);
+  EXPECT_EQ(outcome().back(), "done install 0: brenna installed /Applications/Brenna.app 2.0");
+}
+
+TEST_F(EngineInstall, StopsWaitingForAVerificationThatStaysSilent) {
+  provider->on(brenna).delivers(image(brenna, "2.0"));
+  machine.programs.on(machine.paths.spctl).takes(700s);
+  EXPECT_EQ(install({brenna}), 1);
+  EXPECT_EQ(outcome(),
+            (Lines{kIdleMessage, "app-result brenna cancelled", "done install 1: brenna cancelled"}));
+}
+
+TEST_F(EngineInstall, EmitsNothingAfterDone) {
+  provider->on(brenna).takes(605s).delivers(image(brenna, "2.0"));
+  EXPECT_EQ(install({brenna}), 1);
+  const auto before = transcript();
+  machine.dispatch.advance(100s);
+  EXPECT_EQ(transcript(), before);
+}
+
+}  // namespace
+}  // namespace installer

@@ -1,0 +1,68 @@
+// A controller on a simulated machine with a scripted package source, and the verbs of its tests.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Engine/EngineController.h"
+#include "Support/EventTranscript.h"
+#include "Support/ScriptedPackageProvider.h"
+#include "Support/SimulatedMachine.h"
+#include "Utils/Deployment.h"
+#include "Utils/KeloAppProvider.h"
+
+namespace installer::testing {
+
+class EngineControllerTest : public ::testing::Test {
+ protected:
+  using Mode = ScriptedPackageProvider::Mode;
+
+  explicit EngineControllerTest(Mode mode = Mode::online)
+      : provider{std::make_shared<ScriptedPackageProvider>(machine.dispatch, mode)},
+        controller{EngineController::make(provider)} {
+    machine.network.on(std::string{Deployment::connectivityProbeURL}).answers(200);
+  }
+
+  SimulatedMachine machine;
+  std::shared_ptr<ScriptedPackageProvider> provider;
+  std::shared_ptr<EngineController> controller;
+
+  static const AppInfo& app(AppIdentifier identifier) { return *KeloAppProvider::shared().app(identifier); }
+
+  // A downloaded image that holds this version of the app.
+  AcquiredPackage image(AppIdentifier identifier, const std::string& version) {
+    const auto& info = app(identifier);
+    machine.images.add(info.tempFilePath(), "/Volumes/" + info.displayName,
+                       [this, info, version](SimulatedFileSystem&, const Path& mountPoint) {
+                         machine.addApp(joined(mountPoint, info.appBundleName),
+                                        {.identifier = info.installerBundleIdentifier, .version = version});
+                       });
+    return {.fileURL = info.tempFilePath(), .checksum = {}, .skipGatekeeper = false, .version = version};
+  }
+  void addInstalled(AppIdentifier identifier, const std::string& version) {
+    const auto& info = app(identifier);
+    machine.addRegisteredApp(joined(machine.paths.applications, info.appBundleName),
+                             {.identifier = info.installerBundleIdentifier, .version = version});
+  }
+  void addAppStoreCopy(AppIdentifier identifier, const std::string& version) {
+    const auto& info = app(identifier);
+    machine.addRegisteredApp(
+        joined(machine.paths.applications, info.appBundleName),
+        {.identifier = info.installerBundleIdentifier, .version = version, .appStoreReceipt = true});
+  }
+
+  Lines transcript() const { return testing::transcript(machine.streams.events()); }
+  // Without what a run tells on the way.
+  Lines outcome() const {
+    auto lines = transcript();
+    std::erase_if(lines, [](const std::string& line) {
+      return line.starts_with("stage") || line.starts_with("progress") || line.starts_with("log info");
+    });
+    return lines;
+  }
+};
+
+}  // namespace installer::testing

@@ -1,0 +1,86 @@
+#include <cmath>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "Engine/EngineEmitter.h"
+#include "Support/SimulatedMachine.h"
+
+namespace installer {
+namespace {
+
+using ::testing::EndsWith;
+using testing::Lines;
+
+class EngineEmitterTest : public ::testing::Test {
+ protected:
+  testing::SimulatedMachine machine;
+
+  static void emitLog(std::string level, std::string message) {
+    EngineEmitter::emit({EngineEvent::Log{std::move(level), std::move(message)}});
+  }
+};
+
+TEST_F(EngineEmitterTest, WritesOneLineAnEvent) {
+  EngineEmitter::emit({EngineEvent::Stage{"brenna", "download", 1, 1}});
+  EngineEmitter::emit({EngineEvent::DiskFreeResult{"/", 1}});
+  EXPECT_THAT(machine.streams.output(), EndsWith("\n"));
+  EXPECT_EQ(machine.streams.outputLines().size(), 2U);
+  EXPECT_EQ(machine.streams.events().size(), 2U);
+}
+
+TEST_F(EngineEmitterTest, ForwardsLogEventsToTheLogFileByLevel) {
+  for (const char* level : {"info", "warn", "error", "WARN", "Error", "debug", ""}) emitLog(level, level);
+  EXPECT_EQ(machine.logLines("engine: "),
+            (Lines{"INFO engine: info", "WARN engine: warn", "ERROR engine: error", "WARN engine: WARN",
+                   "ERROR engine: Error", "INFO engine: debug", "INFO engine: "}));
+}
+
+TEST_F(EngineEmitterTest, KeepsTheTextOfTheLevelOnTheWire) {
+  emitLog("WARN", "w");
+  emitLog("noise", "n");
+  ASSERT_EQ(machine.streams.events("log").size(), 2U);
+  EXPECT_EQ(machine.streams.events("log")[0]["level"], "WARN");
+  EXPECT_EQ(machine.streams.events("log")[1]["level"], "noise");
+}
+
+TEST_F(EngineEmitterTest, LogsNothingOfOtherEvents) {
+  EngineEmitter::emit({EngineEvent::Stage{"brenna", "download", 1, 1}});
+  EXPECT_TRUE(machine.logLines().empty());
+}
+
+TEST_F(EngineEmitterTest, SwallowsAnEventThatCantBeEncoded) {
+  EngineEmitter::emit({EngineEvent::Progress{"brenna", std::nan(""), false, {}, {}}});
+  EXPECT_TRUE(machine.streams.events().empty());
+  EXPECT_EQ(machine.logLines(),
+            (Lines{"ERROR EngineEmitter: failed to encode event: percent isn't a finite number"}));
+}
+
+TEST_F(EngineEmitterTest, OutlivesAReaderThatWentAway) {
+  machine.streams.readerGoesAway();
+  emitLog("error", "nobody hears");
+  EXPECT_EQ(machine.logLines("nobody"), (Lines{"ERROR engine: nobody hears"}));
+}
+
+TEST_F(EngineEmitterTest, KeepsLinesWholeWhenTwoThreadsEmitAtOnce) {
+  constexpr int rounds = 500;
+  const auto emitMany = [](const std::string& app) {
+    for (int i = 0; i < rounds; ++i) EngineEmitter::emit({EngineEvent::Stage{app, "download", i, rounds}});
+  };
+  std::thread first{emitMany, "brenna"};
+  std::thread second{emitMany, "tolvi"};
+  first.join();
+  second.join();
+
+  std::map<std::string, int> next;
+  for (const auto& text : machine.streams.outputLines()) {
+    const auto event = Json::parse(text, nullptr, false);
+    ASSERT_FALSE(event.is_discarded()) << text;
+    EXPECT_EQ(event["index"], next[event["app"]]++);
+  }
+  EXPECT_EQ(next, (std::map<std::string, int>{{"brenna", rounds}, {"tolvi", rounds}}));
+}
+
+}  // namespace
+}  // namespace installer
