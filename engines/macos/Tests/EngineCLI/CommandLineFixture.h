@@ -1,0 +1,52 @@
+// Whole command lines on a simulated machine, with the sources of packages that the executable has.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "EngineCLI.h"
+#include "Support/EventTranscript.h"
+#include "Support/SimulatedMachine.h"
+#include "Utils/Deployment.h"
+#include "Utils/KeloAppProvider.h"
+
+namespace installer::testing {
+
+class CommandLineTest : public ::testing::Test {
+ protected:
+  CommandLineTest() { machine.network.on(std::string{Deployment::connectivityProbeURL}).answers(200); }
+
+  SimulatedMachine machine;
+
+  static std::int32_t run(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), "engine-cli");
+    return runEngineCLI(arguments);
+  }
+
+  static const AppInfo& app(AppIdentifier identifier) { return *KeloAppProvider::shared().app(identifier); }
+
+  // A new image of the app, and its bytes.
+  std::string image(AppIdentifier identifier, const std::string& version) {
+    const auto& info = app(identifier);
+    return machine.images.make(
+        "/Volumes/" + info.displayName, [this, info, version](SimulatedFileSystem&, const Path& mountPoint) {
+          machine.addApp(joined(mountPoint, info.appBundleName),
+                         {.identifier = info.installerBundleIdentifier, .version = version});
+        });
+  }
+  void addBesideInstaller(AppIdentifier identifier, const std::string& version) {
+    machine.files.addFile(machine.resources + "/packages/" + app(identifier).tempFileName,
+                          image(identifier, version));
+  }
+  void addInstalled(AppIdentifier identifier, const std::string& version) {
+    const auto& info = app(identifier);
+    machine.addRegisteredApp(joined(machine.paths.applications, info.appBundleName),
+                             {.identifier = info.installerBundleIdentifier, .version = version});
+  }
+
+  Lines transcript() const { return testing::transcript(machine.streams.events()); }
+  const std::string& standardError() const { return machine.streams.error(); }
+};
+
+}  // namespace installer::testing

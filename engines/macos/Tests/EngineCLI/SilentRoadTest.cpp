@@ -1,0 +1,97 @@
+#include <gmock/gmock.h>
+
+#include "EngineCLI/CommandLineFixture.h"
+#include "SilentRoad.h"
+#include "Utils/RunOptions.h"
+
+namespace installer {
+namespace {
+
+using enum AppIdentifier;
+using ::testing::Contains;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using testing::Lines;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+class SilentRoad : public testing::CommandLineTest {};
+
+TEST_F(SilentRoad, WinsOverAnySubcommand) {
+  for (const auto& arguments : std::vector<std::vector<std::string>>{
+           {"--silent"}, {"hello", "--silent"}, {"run", "--action", "install", "--silent"}}) {
+    machine.network.setOffline();
+    EXPECT_EQ(run(arguments), 5) << ::testing::PrintToString(arguments);
+  }
+  EXPECT_THAT(machine.streams.events(), IsEmpty());
+}
+
+TEST_F(SilentRoad, IsTakenForTheExactWordOnly) {
+  EXPECT_EQ(run({"--SILENT"}), 3);
+  EXPECT_THAT(standardError(), StartsWith("Usage: engine-cli <hello"));
+}
+
+TEST_F(SilentRoad, RefusesABadCommandLine) {
+  EXPECT_EQ(run({"--silent", "--mode", "x"}), 3);
+  const std::string complaint = "Unknown --mode value 'x'. Valid values: install, uninstall";
+  EXPECT_EQ(standardError(), "Error: " + complaint + "\n\n" + std::string{RunOptions::usageHint} + "\n");
+  EXPECT_THAT(machine.logLines(), Contains("INFO engine-cli: invalid arguments: " + complaint));
+  EXPECT_THAT(machine.files.read(machine.logFile()), HasSubstr("invalid arguments"));
+  EXPECT_TRUE(machine.streams.events().empty());
+}
+
+TEST_F(SilentRoad, StaysSilentUnlessVerbose) {
+  addInstalled(brenna, "1.0");
+  EXPECT_EQ(run({"--silent", "--mode", "uninstall", "--apps", "brenna"}), 0);
+  EXPECT_TRUE(standardError().empty());
+  EXPECT_TRUE(machine.streams.events().empty());
+}
+
+TEST_F(SilentRoad, EchoesTheLogWhenVerbose) {
+  addInstalled(brenna, "1.0");
+  EXPECT_EQ(run({"--silent", "--verbose", "--mode", "uninstall", "--apps", "brenna"}), 0);
+  EXPECT_THAT(standardError(), HasSubstr("Kelo Desk Apps Installer — verbose mode\n"));
+  EXPECT_THAT(standardError(), HasSubstr("] --- SILENT RUN SUMMARY action=uninstall exit_code=0 ---\n"));
+}
+
+TEST_F(SilentRoad, WritesItsBannerForABadCommandLineToo) {
+  EXPECT_EQ(run({"--silent", "--verbose", "--mode"}), 3);
+  EXPECT_THAT(standardError(), StartsWith("Kelo Desk Apps Installer — verbose mode\n"));
+  EXPECT_THAT(standardError(), HasSubstr("Error: --mode requires a value: install | uninstall\n\nUsage: "));
+}
+
+TEST_F(SilentRoad, WritesNoBannerForAnotherSpelling) {
+  EXPECT_EQ(run({"--silent", "--Verbose", "--mode"}), 3);
+  EXPECT_THAT(standardError(), Not(HasSubstr("verbose mode")));
+}
+
+TEST_F(SilentRoad, GoesOfflineOnRequestInThatSpellingOnly) {
+  machine.network.setOffline();
+  EXPECT_EQ(run({"--silent", "--offline"}), 2);
+  EXPECT_EQ(run({"--silent", "--OFFLINE"}), 5);
+}
+
+TEST_F(SilentRoad, NamesTheFlagAlsoWhenOnlyThePackagesTookItOffline) {
+  addBesideInstaller(brenna, "2.0");
+  EXPECT_EQ(run({"--silent", "--apps", "brenna"}), 0);
+  EXPECT_THAT(machine.logLines("offline mode"),
+              ::testing::ElementsAre("INFO engine-cli: offline mode (--offline flag)"));
+}
+
+TEST_F(SilentRoad, GivesTheStatusOfTheRun) {
+  addBesideInstaller(brenna, "2.0");
+  EXPECT_EQ(run({"--silent", "--apps", "brenna,tolvi"}), 1);
+  EXPECT_EQ(run({"--silent", "--apps", "brenna,tolvi", "--strict", "true"}), 2);
+  EXPECT_THAT(machine.files.read(machine.logFile()), HasSubstr("--- END SUMMARY ---"));
+}
+
+TEST_F(SilentRoad, NeverReadsStandardInput) {
+  addBesideInstaller(brenna, "2.0");
+  machine.streams.feedLine(R"({"type": "cancel"})");
+  EXPECT_EQ(run({"--silent", "--apps", "brenna"}), 0);
+  EXPECT_THAT(machine.logLines("stdin"), IsEmpty());
+}
+
+}  // namespace
+}  // namespace installer
