@@ -1,0 +1,87 @@
+// The log file under real threads and several real processes.
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <map>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+#include "Contract/LinuxTestFolder.h"
+#include "Platform/Linux/LinuxHost.h"
+#include "Platform/Machine.h"
+#include "Utils/Logger.h"
+
+namespace installer::test {
+namespace {
+
+constexpr int processes = 3;
+constexpr int threads = 4;
+constexpr int entries = 100;  // all of them together stay below the size at which the file is cut
+
+LinuxHostSettings settingsIn(const LinuxTestFolder& folder) {
+  LinuxHostSettings settings;
+  settings.root = folder.path();
+  settings.programs = folder / "programs";
+  return settings;
+}
+
+Path logIn(const LinuxTestFolder& folder) {
+  return folder / "Library/Logs/Kelo-Desk-Installer/webinstall.log";
+}
+
+int logFromAllThreads(const LinuxTestFolder& folder, int process) {
+  auto* const host = new LinuxHost{settingsIn(folder), std::nullopt};  // as long as the child
+  installMachine(&host->machine());
+  std::vector<std::jthread> running;
+  for (int thread = 0; thread < threads; ++thread) {
+    running.emplace_back([process, thread] {
+      for (int entry = 0; entry < entries; ++entry) {
+        log(fmt::format("process {} thread {} entry {}", process, thread, entry));
+      }
+    });
+  }
+  running.clear();
+  Logger::shared().flush();
+  return 0;
+}
+
+TEST(LinuxLogFile, KeepsLinesWholeAndInOrderWhenProcessesAndThreadsWriteAtOnce) {
+  const LinuxTestFolder folder;
+  std::vector<pid_t> children;
+  for (int process = 0; process < processes; ++process) {
+    children.push_back(startChild([&folder, process] { return logFromAllThreads(folder, process); }));
+  }
+  for (const auto child : children) EXPECT_EQ(endOf(child), 0);
+
+  const std::regex entry{
+      R"(\[[-0-9]{10} [:.0-9]{12}\] \[LinuxLogFileTest\.cpp:\d+ [^\]]+\] (process \d thread \d) entry (\d+))"};
+  std::map<std::string, int> next;
+  int opening = 0;
+  std::istringstream lines{textOf(logIn(folder))};
+  for (std::string line; std::getline(lines, line);) {
+    std::smatch parts;
+    if (!std::regex_match(line, parts, entry)) {
+      EXPECT_NE(line.find("[Logger.cpp:"), std::string::npos) << line;
+      ++opening;
+      continue;
+    }
+    EXPECT_EQ(std::stoi(parts[2]), next[parts[1]]++) << line;
+  }
+  EXPECT_EQ(opening, processes * 3);
+  ASSERT_EQ(next.size(), static_cast<std::size_t>(processes) * threads);
+  for (const auto& [writer, count] : next) EXPECT_EQ(count, entries) << writer;
+}
+
+TEST(LinuxLogFile, IsCutToItsNewerHalfOnDisk) {
+  const LinuxTestFolder folder;
+  folder.write("Library/Logs/Kelo-Desk-Installer/webinstall.log", std::string(600000, 'x') + "\n");
+  EXPECT_EQ(inChild([&folder] { return logFromAllThreads(folder, 0); }), 0);
+  const auto content = textOf(logIn(folder));
+  EXPECT_EQ(content.substr(0, 256000), std::string(255999, 'x') + "\n");
+  EXPECT_NE(content.find("Log file rotated due to size threshold (600 KB)"), std::string::npos);
+  EXPECT_EQ(sortedNames(folder / "Library/Logs/Kelo-Desk-Installer"),
+            std::vector<std::string>{"webinstall.log"});
+}
+
+}  // namespace
+}  // namespace installer::test
