@@ -132,6 +132,18 @@ TEST_F(LogFile, KeepsTheOrderOfOneThreadsCalls) {
   }
 }
 
+TEST_F(LogFile, ThatAnotherProcessMadeJustNowIsNotReplaced) {
+  mac.files.failNext(Operation::move, file, {"NSCocoaErrorDomain", 516, "It exists.", nullptr});
+  start();
+  EXPECT_THAT(mac.files.tree(directory), IsEmpty());
+  EXPECT_THAT(mac.streams.output(), HasSubstr("Error opening log file: "));
+}
+
+TEST_F(LogFile, IsMadeWithoutLeavingAnythingBesideIt) {
+  start();
+  EXPECT_THAT(mac.files.tree(directory), ElementsAre("webinstall.log"));
+}
+
 TEST_F(LogFile, IsDoneWithoutWhenItsDirectoryCannotBeMade) {
   mac.files.failAlways(Operation::createDirectory, directory, refusal);
   start();

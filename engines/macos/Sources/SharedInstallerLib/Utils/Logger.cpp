@@ -88,13 +88,23 @@ void Logger::setupLogFile() {
     }
     print("Created log directory: " + logDirectory_);
   }
-  // A file that couldn't be made is reported by the opening that follows.
-  if (!files.fileExists(currentLogFilePath_)) static_cast<void>(files.writeFile(currentLogFilePath_, {}));
+  if (!files.fileExists(currentLogFilePath_)) createLogFile();
   openLogFile();
 
   logHere("Logging initialized for Kelo WebInstaller");
   logHere("System: " + machine().systemInfo.operatingSystemVersionString());
   logHere(SystemUtils::isArm64Architecture() ? "Architecture: ARM64" : "Architecture: x86_64");
+}
+
+void Logger::createLogFile() {
+  // Made beside its place and moved there, which replaces nothing: another process may have made the file
+  // just now, and what that one writes must not be lost.
+  auto& files = machine().files;
+  const auto beside = fmt::format("{}.{}", currentLogFilePath_, machine().systemInfo.processIdentifier());
+  const auto made = files.writeFile(beside, {});
+  if (made && files.moveItem(beside, currentLogFilePath_)) return;
+  // A file that couldn't be made is reported by the opening that follows.
+  if (made) static_cast<void>(files.removeItem(beside));
 }
 
 void Logger::openLogFile() {

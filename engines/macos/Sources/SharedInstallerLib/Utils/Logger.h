@@ -48,6 +48,7 @@ class Logger : public std::enable_shared_from_this<Logger> {
   Path currentLogFilePath_;
 
   void setupLogFile();
+  void createLogFile();
   void openLogFile();
   void logHere(std::string message, std::source_location location = std::source_location::current());
 
