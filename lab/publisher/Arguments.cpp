@@ -1,0 +1,117 @@
+#include "publisher/Arguments.h"
+
+#include <map>
+
+#include "Platform/URL.h"
+
+namespace lab {
+
+namespace {
+
+using Options = std::map<std::string, std::string>;
+
+constexpr const char* kUsage =
+    R"(lab-publish publish --tree DIR --app ID --version V --arch ARCH --image X.dmg [options]
+lab-publish verify --tree DIR
+
+publish puts a disk image where the engine looks for it, with the metadata that proves it:
+
+  DIR/desksuite/apps/default/ID/mac/ARCH/dmg/latest/   meta.json, release-notes.json, ID-V.dmg
+
+  --tree DIR         what the web server serves at the base address (cdn.domains of installer_config.json)
+  --app ID           brenna, tolvi, rulo or galdivane
+  --version V        numbers between points, such as 2.1
+  --arch ARCH        arm64, x64 or universal
+  --image X.dmg      a UDIF disk image
+  --notes FILE       release notes, a JSON file that the engine can read
+  --alternate URL    a second place of the same image, https
+  --destination NAME the image's name in the folder, instead of ID-V.dmg
+  --distribution-root NAME, --apps-root NAME, --flavour NAME, --release NAME
+                     the build's own names in installer_config.json, where they differ
+
+The image is copied first and the metadata renamed into place last, so that a reader sees the old package or
+the new one. A published image is never changed and never removed: downloads of it may be under way.
+
+verify reads every package in the tree as the engine would, and tells what is wrong with it.
+
+Exit status: 0 done or sound, 1 not, 64 usage.
+)";
+
+OrReason<Options> readOptions(const std::vector<std::string>& words) {
+  Options options;
+  for (std::size_t at = 1; at < words.size(); at += 2) {
+    if (!words[at].starts_with("--")) return because("'{}' isn't understood; see --help", words[at]);
+    if (at + 1 == words.size()) return because("{} needs a value", words[at]);
+    options[words[at].substr(2)] = words[at + 1];
+  }
+  return options;
+}
+
+std::optional<std::string> take(Options& options, const std::string& name) {
+  const auto found = options.extract(name);
+  return found ? std::optional{found.mapped()} : std::nullopt;
+}
+
+OrReason<> takeNames(Options& options, LayoutNames& names) {
+  for (const auto& [option, field] :
+       {std::pair{"distribution-root", &LayoutNames::distributionRoot},
+        std::pair{"apps-root", &LayoutNames::appsRoot}, std::pair{"flavour", &LayoutNames::flavour},
+        std::pair{"release", &LayoutNames::release}}) {
+    names.*field = take(options, option).value_or(names.*field);
+    if (auto checked = checkPathComponent(std::string{"--"} + option, names.*field); !checked) return checked;
+  }
+  return {};
+}
+
+OrReason<> checkAlternate(const std::optional<std::string>& text) {
+  if (!text) return {};
+  const auto url = installer::URL::parse(*text);
+  if (url && url->scheme() == "https" && url->host()) return {};
+  return because("'{}' is no https address", *text);
+}
+
+OrReason<> takePackage(Options& options, PublishArguments& arguments) {
+  arguments.app = take(options, "app").value_or("");
+  arguments.version = take(options, "version").value_or("");
+  arguments.arch = take(options, "arch").value_or("");
+  arguments.image = take(options, "image").value_or("");
+  arguments.destination =
+      take(options, "destination").value_or(fmt::format("{}-{}.dmg", arguments.app, arguments.version));
+  arguments.notes = take(options, "notes");
+  arguments.alternateURL = take(options, "alternate");
+  if (arguments.image.empty()) return because("--image is missing");
+  for (const auto& checked :
+       {checkApp(arguments.app), checkVersion(arguments.version), checkArch(arguments.arch),
+        checkPathComponent("--destination", arguments.destination), checkAlternate(arguments.alternateURL)}) {
+    if (!checked) return checked;
+  }
+  return {};
+}
+
+}  // namespace
+
+const char* publishUsage() {
+  return kUsage;
+}
+
+OrReason<PublishArguments> parsePublishArguments(const std::vector<std::string>& words) {
+  PublishArguments arguments;
+  if (!words.empty() && (words[0] == "--help" || words[0] == "-h")) return arguments;
+  if (words.empty() || (words[0] != "publish" && words[0] != "verify")) {
+    return because("say publish or verify; see --help");
+  }
+  auto options = readOptions(words);
+  if (!options) return std::unexpected(options.error());
+  arguments.command =
+      words[0] == "publish" ? PublishArguments::Command::publish : PublishArguments::Command::verify;
+  arguments.tree = take(*options, "tree").value_or("");
+  if (arguments.tree.empty()) return because("--tree is missing");
+  if (auto taken = takeNames(*options, arguments.names); !taken) return std::unexpected(taken.error());
+  if (arguments.command == PublishArguments::Command::publish) {
+    if (auto taken = takePackage(*options, arguments); !taken) return std::unexpected(taken.error());
+  }
+  if (!options->empty()) return because("--{} isn't understood; see --help", options->begin()->first);
+  return arguments;
+}
+
+}  // namespace lab

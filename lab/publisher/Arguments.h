@@ -1,0 +1,35 @@
+// The command line of lab-publish. Pure.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "publisher/Layout.h"
+#include "support/OrReason.h"
+
+namespace lab {
+
+struct PublishArguments {
+  enum class Command { help, publish, verify };
+
+  Command command = Command::help;
+  std::filesystem::path tree;
+  LayoutNames names;
+
+  // Of `publish`.
+  std::string app;
+  std::string version;
+  std::string arch;
+  std::filesystem::path image;
+  std::string destination;  // "{app}-{version}.dmg" unless given
+  std::optional<std::filesystem::path> notes;
+  std::optional<std::string> alternateURL;
+};
+
+const char* publishUsage();
+
+OrReason<PublishArguments> parsePublishArguments(const std::vector<std::string>& words);
+
+}  // namespace lab

@@ -1,0 +1,20 @@
+// What a publisher has to know of a disk image. Reads the whole file.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "support/OrReason.h"
+
+namespace lab {
+
+struct ImageFacts {
+  std::int64_t size = 0;  // bytes
+  std::string sha256;     // lower-case hexadecimal
+};
+
+// Fails for anything that isn't a plain file with the trailer of a disk image.
+OrReason<ImageFacts> examineImage(const std::filesystem::path& image);
+
+}  // namespace lab

@@ -1,0 +1,20 @@
+// Reads a published tree as the engine would. Blocks.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "support/OrReason.h"
+
+namespace lab {
+
+struct TreeReport {
+  std::vector<std::string> packages;  // a line for each sound one
+  std::vector<std::string> problems;  // a line for each thing that is wrong
+};
+
+// Fails only when the tree can't be read at all.
+OrReason<TreeReport> checkTree(const std::filesystem::path& tree);
+
+}  // namespace lab

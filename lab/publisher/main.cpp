@@ -1,0 +1,42 @@
+// lab-publish: lays out what a content delivery network serves, and checks it.
+#include <cstdio>
+
+#include "publisher/Arguments.h"
+#include "publisher/Publication.h"
+#include "publisher/TreeCheck.h"
+
+namespace {
+
+constexpr int kUsageStatus = 64;
+
+int failed(const std::string& reason, int status = 1) {
+  fmt::print(stderr, "lab-publish: {}\n", reason);
+  return status;
+}
+
+int runVerify(const lab::PublishArguments& arguments) {
+  const auto report = lab::checkTree(arguments.tree);
+  if (!report) return failed(report.error());
+  for (const auto& line : report->packages) fmt::print("{}\n", line);
+  for (const auto& line : report->problems) failed(line);
+  return report->problems.empty() ? 0 : 1;
+}
+
+int runPublish(const lab::PublishArguments& arguments) {
+  const auto folder = lab::publish(arguments);
+  if (!folder) return failed(folder.error());
+  fmt::print("{}\n", folder->string());
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const auto arguments = lab::parsePublishArguments({argv + 1, argv + argc});
+  if (!arguments) return failed(arguments.error(), kUsageStatus);
+  switch (arguments->command) {
+    case lab::PublishArguments::Command::help: std::fputs(lab::publishUsage(), stdout); return 0;
+    case lab::PublishArguments::Command::publish: return runPublish(*arguments);
+    case lab::PublishArguments::Command::verify: return runVerify(*arguments);
+  }
+}
