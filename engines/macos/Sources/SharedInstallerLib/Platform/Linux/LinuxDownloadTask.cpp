@@ -42,6 +42,7 @@ std::optional<Error> LinuxDownloadTask::prepare() {
   }
   if (!resumed_) return std::nullopt;
   partial_ = PartialFile::reopen(session().temporaryDirectory(), resumed_->partialFile, resumed_->received);
+  if (partial_) session().forgetPartial(partial_->path());
   if (!partial_) resumed_.reset();
   return std::nullopt;
 }
@@ -118,14 +119,15 @@ void LinuxDownloadTask::succeed() {
   if (response()->statusCode == 206 && total_ != file_->length()) {
     return breakOff({.code = CURLE_PARTIAL_FILE, .osErrno = 0, .words = "the transfer ended early"});
   }
+  // An error page: what was there before it can still be gone on from.
+  if (partial_) session().keepPartial(std::exchange(partial_, nullptr)->path());
   const auto path = file_->path();
   file_.reset();
   endWith([this, path] {
-    if (const auto delegate = session().delegate()) {
-      delegate->didFinishDownloadingTo(shared_from_this(), path);
-      delegate->didCompleteWithError(shared_from_this(), std::nullopt);
-    }
+    const auto delegate = session().delegate();
+    if (delegate) delegate->didFinishDownloadingTo(shared_from_this(), path);
     unlink(path.c_str());
+    if (delegate) delegate->didCompleteWithError(shared_from_this(), std::nullopt);
   });
 }
 
@@ -142,7 +144,6 @@ void LinuxDownloadTask::breakOff(const CurlFailure& failure) {
 void LinuxDownloadTask::forgetPartial() {
   resumed_.reset();
   if (!partial_) return;
-  session().forgetPartial(partial_->path());
   partial_->remove();
   partial_.reset();
 }
@@ -161,10 +162,7 @@ void LinuxDownloadTask::discard(Error& error) {
     session().keepPartial(resume->partialFile);
   }
   for (auto* const file : {&file_, &partial_}) {
-    if (*file && !(resume && resume->partialFile == (*file)->path())) {
-      session().forgetPartial((*file)->path());
-      (*file)->remove();
-    }
+    if (*file && !(resume && resume->partialFile == (*file)->path())) (*file)->remove();
     file->reset();
   }
 }

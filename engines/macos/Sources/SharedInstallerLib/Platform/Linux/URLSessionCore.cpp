@@ -24,16 +24,19 @@ std::shared_ptr<URLSessionDelegate> URLSessionCore::delegate() {
 
 void URLSessionCore::invalidate(Running running) {
   std::set<std::shared_ptr<LinuxURLTask>> cancelled;
+  std::set<Path> partials;
   {
     const std::lock_guard guard{mutex_};
     isInvalidated_ = true;
+    partials = std::exchange(partials_, {});
     if (running == Running::cancel) {
       isCancelled_ = true;
       cancelled = running_;
     }
   }
+  for (const auto& path : partials) unlink(path.c_str());
   for (const auto& task : cancelled) task->cancel();
-  retireIfDone();
+  releaseDelegateIfDone();
 }
 
 bool URLSessionCore::isInvalidated() {
@@ -63,12 +66,18 @@ void URLSessionCore::taskEnded(const std::shared_ptr<LinuxURLTask>& task) {
     const std::lock_guard guard{mutex_};
     running_.erase(task);
   }
-  retireIfDone();
+  releaseDelegateIfDone();
 }
 
 void URLSessionCore::keepPartial(const Path& path) {
-  const std::lock_guard guard{mutex_};
-  partials_.insert(path);
+  {
+    const std::lock_guard guard{mutex_};
+    if (!isInvalidated_) {
+      partials_.insert(path);
+      return;
+    }
+  }
+  unlink(path.c_str());
 }
 
 void URLSessionCore::forgetPartial(const Path& path) {
@@ -76,17 +85,10 @@ void URLSessionCore::forgetPartial(const Path& path) {
   partials_.erase(path);
 }
 
-// An invalidated session whose last task has ended needs neither its delegate nor what could be resumed.
-void URLSessionCore::retireIfDone() {
-  std::shared_ptr<URLSessionDelegate> released;
-  std::set<Path> partials;
-  {
-    const std::lock_guard guard{mutex_};
-    if (!isInvalidated_ || !running_.empty()) return;
-    released = std::exchange(delegate_, nullptr);
-    partials = std::exchange(partials_, {});
-  }
-  for (const auto& path : partials) unlink(path.c_str());
+void URLSessionCore::releaseDelegateIfDone() {
+  std::shared_ptr<URLSessionDelegate> released;  // goes after the lock
+  const std::lock_guard guard{mutex_};
+  if (isInvalidated_ && running_.empty()) released = std::exchange(delegate_, nullptr);
 }
 
 }  // namespace installer

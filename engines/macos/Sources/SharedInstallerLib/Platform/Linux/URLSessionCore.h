@@ -42,7 +42,7 @@ class URLSessionCore : public std::enable_shared_from_this<URLSessionCore> {
   void taskStarted(const std::shared_ptr<LinuxURLTask>& task);
   void taskEnded(const std::shared_ptr<LinuxURLTask>& task);
 
-  // Partial files that wait for a resumed download; they go with the session's end.
+  // Partial files that wait for a resumed download. They go when the session is invalidated.
   void keepPartial(const Path& path);
   void forgetPartial(const Path& path);
 
@@ -60,7 +60,7 @@ class URLSessionCore : public std::enable_shared_from_this<URLSessionCore> {
 
   CallbackQueue callbacks_;
 
-  void retireIfDone();
+  void releaseDelegateIfDone();
 };
 
 }  // namespace installer

@@ -1,0 +1,575 @@
+// URL sessions of this host against a server that misbehaves, over real TLS on loopback.
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <mutex>
+
+#include "Contract/HostileServer.h"
+#include "Platform/Linux/LinuxURLSessions.h"
+#include "Platform/URLSession.h"
+
+namespace installer::test {
+namespace {
+
+using namespace std::chrono_literals;
+using nlohmann::json;
+using ::testing::ElementsAre;
+using ::testing::Ge;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+constexpr auto patience = std::chrono::minutes{2};  // a test that waits longer has failed
+
+URL cdn(const std::string& path) {
+  return *URL::parse("https://cdn.kelo.example" + path);
+}
+
+// Keeps what a session tells, and takes downloads away as the engine does.
+class Recorder : public URLSessionDelegate {
+ public:
+  void willPerformHTTPRedirection(const std::shared_ptr<URLSessionTask>& task,
+                                  const HTTPURLResponse& /*redirect*/, const URLRequest& newRequest,
+                                  const RedirectDecision& decide) override {
+    redirects.push_back(newRequest.url.absoluteString());
+    if (!followsRedirects) {
+      decide(std::nullopt);
+      if (cancelsRefused) task->cancel();
+      return;
+    }
+    decide(newRequest);
+  }
+  void didWriteData(const std::shared_ptr<URLSessionTask>& task, std::int64_t written,
+                    std::int64_t expected) override {
+    EXPECT_GE(written, lastWritten);
+    lastWritten = written;
+    lastExpected = expected;
+    if (cancelsAt && written >= *cancelsAt) task->cancel();
+  }
+  void didFinishDownloadingTo(const std::shared_ptr<URLSessionTask>& task, const Path& location) override {
+    status = task->response()->statusCode;
+    std::ifstream file{location, std::ios::binary};
+    body = std::string{std::istreambuf_iterator<char>{file}, {}};
+    ++finishes;
+  }
+  void didCompleteWithError(const std::shared_ptr<URLSessionTask>& /*task*/,
+                            const std::optional<Error>& failure) override {
+    const std::lock_guard guard{mutex};
+    error = failure;
+    ++completions;
+    changed.notify_all();
+  }
+
+  // True when the next completion came in time.
+  bool waitFor(int count) {
+    std::unique_lock lock{mutex};
+    return changed.wait_for(lock, patience, [&] { return completions >= count; });
+  }
+
+  bool followsRedirects = true;
+  bool cancelsRefused = true;
+  std::optional<std::int64_t> cancelsAt;
+
+  std::vector<std::string> redirects;
+  std::int64_t lastWritten = 0;
+  std::int64_t lastExpected = 0;
+  int finishes = 0;
+  int status = 0;
+  std::string body;
+  std::optional<Error> error;
+
+ private:
+  std::mutex mutex;
+  std::condition_variable changed;
+  int completions = 0;
+};
+
+class LinuxDownloads : public ::testing::Test {
+ protected:
+  void serve(const json& paths, const json& hosts = json::object()) {
+    server = std::make_unique<HostileServer>(paths, hosts);
+    sessions = makeLinuxURLSessions(server->settings());
+    session = sessions->make(recorder);
+  }
+  ~LinuxDownloads() override {
+    if (session) session->invalidateAndCancel();
+    session.reset();
+    sessions.reset();
+  }
+
+  void run(const std::shared_ptr<URLSessionTask>& task) {
+    recorder->lastWritten = 0;
+    task->resume();
+    ASSERT_TRUE(recorder->waitFor(++ended));
+  }
+  void download(const std::string& path) { run(session->downloadTask(cdn(path))); }
+  // Goes on from what the last failure handed over.
+  void resume() {
+    ASSERT_TRUE(recorder->error && recorder->error->downloadResumeData) << "nothing to resume";
+    run(session->downloadTaskWithResumeData(*recorder->error->downloadResumeData));
+  }
+  std::int64_t errorCode() const { return recorder->error ? recorder->error->code : 0; }
+
+  std::vector<std::string> temporaryFiles() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator{server->settings().temporaryDirectory()}) {
+      names.push_back(entry.path().filename());
+    }
+    return names;
+  }
+
+  std::shared_ptr<Recorder> recorder = std::make_shared<Recorder>();
+  std::unique_ptr<HostileServer> server;
+  std::unique_ptr<URLSessions> sessions;
+  std::shared_ptr<URLSession> session;
+  int ended = 0;
+};
+
+constexpr std::size_t size = 300'000;
+
+TEST_F(LinuxDownloads, FetchesAFileOverTLSUnderItsRealName) {
+  serve({{"/a", {{{"bytes", size}}}}});
+  download("/a");
+  EXPECT_EQ(recorder->error, std::nullopt) << recorder->error->localizedDescription;
+  EXPECT_TRUE(recorder->body == hostilePattern(size));
+  EXPECT_EQ(recorder->status, 200);
+  EXPECT_EQ(recorder->lastWritten, static_cast<std::int64_t>(size));
+  EXPECT_EQ(recorder->lastExpected, static_cast<std::int64_t>(size));
+  EXPECT_EQ(recorder->finishes, 1);
+  EXPECT_THAT(temporaryFiles(), IsEmpty());
+}
+
+TEST_F(LinuxDownloads, GivesAnErrorPageAsItCame) {
+  serve({{"/a", {{{"text", "<html>"}, {"status", 503}}}}});
+  download("/a");
+  EXPECT_EQ(recorder->status, 503);
+  EXPECT_EQ(recorder->body, "<html>");
+  EXPECT_EQ(errorCode(), 0);
+}
+
+TEST_F(LinuxDownloads, SaysMinusOneWhenTheServerTellsNoLength) {
+  for (const auto* const kind : {"none", "chunked"}) {
+    ended = 0;
+    recorder = std::make_shared<Recorder>();
+    serve({{"/a", {{{"bytes", size}, {"length", kind}}}}});
+    download("/a");
+    EXPECT_EQ(recorder->lastExpected, -1);
+    EXPECT_TRUE(recorder->body == hostilePattern(size)) << kind;
+  }
+}
+
+TEST_F(LinuxDownloads, TakesNoMoreThanWasAnnounced) {
+  serve({{"/a", {{{"bytes", size}, {"extra", 1000}}}}});
+  download("/a");
+  EXPECT_TRUE(recorder->body == hostilePattern(size));
+}
+
+// Resumption.
+
+struct Resumption {
+  std::string name;
+  json first;               // the answer that breaks off
+  std::vector<json> later;  // the answers to the resumed download
+  std::int64_t from;        // where the request for the rest starts
+  int seed = 0;             // of the body that must come out
+  int requests = 2;         // in all
+};
+
+class Resuming : public LinuxDownloads, public ::testing::WithParamInterface<Resumption> {};
+
+TEST_P(Resuming, NeverJoinsTwoVersions) {
+  const auto& row = GetParam();
+  json answers{row.first};
+  for (const auto& answer : row.later) answers.push_back(answer);
+  serve({{"/a", answers}});
+  download("/a");
+  EXPECT_EQ(errorCode(), URLErrorCode::networkConnectionLost);
+  resume();
+  EXPECT_EQ(recorder->error, std::nullopt) << recorder->error->localizedDescription;
+  EXPECT_TRUE(recorder->body == hostilePattern(size, row.seed));
+  EXPECT_EQ(recorder->finishes, 1);
+  EXPECT_THAT(temporaryFiles(), IsEmpty());
+  const auto requests = server->requests();
+  ASSERT_EQ(requests.size(), static_cast<std::size_t>(row.requests));
+  EXPECT_EQ(requests[1].from, row.from);
+  if (row.requests == 3) {
+    EXPECT_EQ(requests[2].from, std::nullopt) << "not a clean restart";
+  }
+}
+
+json whole(int seed = 0) {
+  return {{"bytes", size}, {"seed", seed}};
+}
+json with(json answer, const json& more) {
+  answer.update(more);
+  return answer;
+}
+json broken() {
+  return with(whole(), {{"closeAt", 100'000}});
+}
+json part(const json& ranges, int seed = 0) {
+  return with(whole(seed), {{"ranges", ranges}});
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Servers, Resuming,
+    ::testing::Values(
+        Resumption{"TheRestOfTheSameVersion", broken(), {whole()}, 100'000},
+        Resumption{"AfterAReset", with(whole(), {{"resetAt", 100'000}}), {whole()}, 100'000},
+        Resumption{"AnotherVersionComesWhole", broken(), {whole(1)}, 100'000, 1},
+        Resumption{"AServerWithoutRanges", broken(), {part("ignore")}, 100'000},
+        Resumption{"AnotherStart", broken(), {part("wrongStart"), whole()}, 100'000, 0, 3},
+        Resumption{"NotAllOfTheRest", broken(), {part("shortRange"), whole()}, 100'000, 0, 3},
+        Resumption{"AnotherTotal", broken(), {part("wrongTotal"), whole()}, 100'000, 0, 3},
+        Resumption{"NoContentRange", broken(), {part("noContentRange"), whole()}, 100'000, 0, 3},
+        Resumption{"ALengthThatContradicts", broken(), {part("wrongLength"), whole()}, 100'000, 0, 3},
+        Resumption{"AnotherTag", broken(), {part("changedTag"), whole(1)}, 100'000, 1, 3},
+        Resumption{"APartOfAnotherVersion", broken(), {part("always", 1), whole(1)}, 100'000, 1, 3},
+        Resumption{"PreconditionFailed", broken(), {part(412), whole()}, 100'000, 0, 3},
+        Resumption{"RangeNotSatisfiable", broken(), {part(416), whole()}, 100'000, 0, 3},
+        Resumption{
+            "ByDate",
+            with(broken(),
+                 {{"etag", nullptr}, {"headers", {{"Last-Modified", "Sat, 01 Nov 2025 10:00:00 GMT"}}}}),
+            {with(part("always"),
+                  {{"etag", nullptr}, {"headers", {{"Last-Modified", "Sat, 01 Nov 2025 10:00:00 GMT"}}}})},
+            100'000},
+        Resumption{
+            "ByAnotherDate",
+            with(broken(),
+                 {{"etag", nullptr}, {"headers", {{"Last-Modified", "Sat, 01 Nov 2025 10:00:00 GMT"}}}}),
+            {with(part("always", 1),
+                  {{"etag", nullptr}, {"headers", {{"Last-Modified", "Sun, 02 Nov 2025 10:00:00 GMT"}}}}),
+             whole(1)},
+            100'000,
+            1,
+            3}),
+    [](const auto& row) { return row.param.name; });
+
+TEST_F(LinuxDownloads, GoesOnTwiceFromOneFile) {
+  serve({{"/a", {broken(), with(whole(), {{"closeAt", 150'000}}), whole()}}});
+  download("/a");
+  resume();
+  EXPECT_EQ(errorCode(), URLErrorCode::networkConnectionLost);
+  resume();
+  EXPECT_TRUE(recorder->body == hostilePattern(size));
+  const auto requests = server->requests();
+  EXPECT_EQ(requests.at(2).from, 250'000);
+}
+
+TEST_F(LinuxDownloads, GoesOnFromTheOldDataWhenTheSecondTryBroughtNone) {
+  serve({{"/a", {broken(), {{"hangUp", true}}, whole()}}});
+  download("/a");
+  resume();
+  EXPECT_EQ(errorCode(), URLErrorCode::networkConnectionLost);
+  resume();
+  EXPECT_TRUE(recorder->body == hostilePattern(size));
+  EXPECT_EQ(server->requests().at(2).from, 100'000);
+}
+
+TEST_F(LinuxDownloads, KeepsItsBytesThroughAnErrorPage) {
+  serve({{"/a", {broken(), {{"text", "busy"}, {"status", 503}}, whole()}}});
+  download("/a");
+  const auto data = *recorder->error->downloadResumeData;
+  run(session->downloadTaskWithResumeData(data));
+  EXPECT_EQ(recorder->status, 503);
+  EXPECT_EQ(recorder->body, "busy");
+  run(session->downloadTaskWithResumeData(data));
+  EXPECT_TRUE(recorder->body == hostilePattern(size));
+}
+
+TEST_F(LinuxDownloads, HasNothingToResumeWithoutAStrongValidator) {
+  const json weak = with(broken(), {{"etag", "W/\"1\""}});
+  const json none = with(broken(), {{"etag", nullptr}});
+  const json weakWithDate = with(weak, {{"headers", {{"Last-Modified", "Sat, 01 Nov 2025 10:00:00 GMT"}}}});
+  const json noRanges = with(broken(), {{"headers", {{"Accept-Ranges", "none"}}}});
+  for (const auto& answer : {weak, none, weakWithDate, noRanges}) {
+    ended = 0;
+    recorder = std::make_shared<Recorder>();
+    serve({{"/a", {answer}}});
+    download("/a");
+    EXPECT_EQ(errorCode(), URLErrorCode::networkConnectionLost);
+    EXPECT_EQ(recorder->error->downloadResumeData, nullptr) << answer;
+    EXPECT_THAT(temporaryFiles(), IsEmpty());
+  }
+}
+
+TEST_F(LinuxDownloads, FailsAtOnceOnGarbage) {
+  serve(json::object());
+  for (const std::string garbage : {"", "garbage", "{}", "[]", R"({"format":"kelo-download-1"})"}) {
+    run(session->downloadTaskWithResumeData(garbage));
+    EXPECT_EQ(errorCode(), URLErrorCode::unknown) << garbage;
+  }
+  EXPECT_THAT(server->requests(), IsEmpty());
+}
+
+// Resume data that names a file which isn't a partial download must not touch it.
+TEST_F(LinuxDownloads, LeavesForeignFilesAlone) {
+  serve({{"/a", {broken(), whole()}}});
+  download("/a");
+  auto data = json::parse(*recorder->error->downloadResumeData);
+  const auto victim = joined(server->settings().temporaryDirectory(), "victim");
+  std::ofstream{victim} << std::string(200'000, 'v');
+  data["file"] = victim;
+  run(session->downloadTaskWithResumeData(data.dump()));
+  EXPECT_TRUE(recorder->body == hostilePattern(size));
+  EXPECT_EQ(std::filesystem::file_size(victim), 200'000U);
+  EXPECT_EQ(server->requests().at(1).from, std::nullopt);
+}
+
+TEST_F(LinuxDownloads, StartsOverWhenTheFileIsGone) {
+  serve({{"/a", {broken(), whole()}}});
+  download("/a");
+  for (const auto& name : temporaryFiles()) {
+    std::filesystem::remove(joined(server->settings().temporaryDirectory(), name));
+  }
+  resume();
+  EXPECT_TRUE(recorder->body == hostilePattern(size));
+  EXPECT_EQ(server->requests().at(1).from, std::nullopt);
+}
+
+TEST_F(LinuxDownloads, RemovesWhatCouldBeResumedWithTheSession) {
+  serve({{"/a", {broken()}}});
+  download("/a");
+  EXPECT_EQ(temporaryFiles().size(), 1U);
+  session->finishTasksAndInvalidate();
+  EXPECT_THAT(temporaryFiles(), IsEmpty());
+}
+
+TEST_F(LinuxDownloads, RemovesWhatADeadProcessLeft) {
+  serve(json::object());
+  const auto folder = server->settings().temporaryDirectory();
+  std::ofstream{joined(folder, "kelo-download-4194305-abcdef.part")} << "x";
+  std::ofstream{joined(folder, "kelo-download-1-abcdef.part")} << "x";
+  std::ofstream{joined(folder, "kelo-download-notes.part")} << "x";
+  const auto another = makeLinuxURLSessions(server->settings());
+  EXPECT_THAT(temporaryFiles(),
+              ::testing::UnorderedElementsAre("kelo-download-1-abcdef.part", "kelo-download-notes.part"));
+}
+
+// Redirects.
+
+TEST_F(LinuxDownloads, AsksBeforeEachRedirect) {
+  serve({{"/a", {{{"location", "b"}}}},
+         {"/b", {{{"location", "https://mirror.kelo.example/c"}, {"status", 308}}}},
+         {"/c", {whole()}}});
+  download("/a");
+  EXPECT_THAT(recorder->redirects,
+              ElementsAre("https://cdn.kelo.example/b", "https://mirror.kelo.example/c"));
+  EXPECT_TRUE(recorder->body == hostilePattern(size));
+}
+
+TEST_F(LinuxDownloads, EndsARefusedRedirectOnce) {
+  serve({{"/a", {{{"location", "https://evil.example/"}}}}});
+  recorder->followsRedirects = false;
+  download("/a");
+  session->finishTasksAndInvalidate();
+  session.reset();
+  sessions.reset();
+  EXPECT_THAT(recorder->redirects, ElementsAre("https://evil.example/"));
+  EXPECT_TRUE(errorCode() == URLErrorCode::cancelled || recorder->status == 302);
+  EXPECT_EQ(server->requests().size(), 1U);
+}
+
+TEST_F(LinuxDownloads, GivesARefusedRedirectsOwnAnswer) {
+  serve({{"/a", {{{"location", "https://evil.example/"}, {"text", "moved"}}}}});
+  recorder->followsRedirects = false;
+  recorder->cancelsRefused = false;
+  download("/a");
+  EXPECT_EQ(recorder->status, 302);
+  EXPECT_EQ(recorder->body, "");
+}
+
+TEST_F(LinuxDownloads, SpeaksNothingButHTTPS) {
+  serve({{"/a", {{{"location", "http://cdn.kelo.example/b"}}}}, {"/b", {whole()}}});
+  download("/a");
+  EXPECT_EQ(errorCode(), URLErrorCode::unsupportedURL);
+  for (const auto* const url : {"http://cdn.kelo.example/b", "file:///etc/passwd", "ftp://cdn.kelo.example/b",
+                                "cdn.kelo.example/b"}) {
+    run(session->downloadTask(*URL::parse(url)));
+    EXPECT_EQ(errorCode(), URLErrorCode::unsupportedURL) << url;
+  }
+  EXPECT_EQ(server->requests().size(), 1U);
+}
+
+TEST_F(LinuxDownloads, LeavesALoopAfterTwentyRedirects) {
+  serve({{"/a", {{{"location", "/a"}}}}});
+  download("/a");
+  EXPECT_EQ(errorCode(), URLErrorCode::httpTooManyRedirects);
+  EXPECT_EQ(recorder->redirects.size(), 20U);
+}
+
+TEST_F(LinuxDownloads, TakesARedirectThatCannotBeReadForTheAnswer) {
+  serve({{"/a", {{{"location", "https://cdn.kelo.example:nowhere/"}}}}});
+  download("/a");
+  EXPECT_EQ(recorder->status, 302);
+  EXPECT_THAT(recorder->redirects, IsEmpty());
+}
+
+// Cancelling.
+
+TEST_F(LinuxDownloads, EndsACancelledTransferOnceAndLeavesNothing) {
+  serve({{"/a", {with(whole(), {{"stallAt", 150'000}})}}});
+  recorder->cancelsAt = 1;
+  download("/a");
+  EXPECT_EQ(errorCode(), URLErrorCode::cancelled);
+  EXPECT_EQ(recorder->error->downloadResumeData, nullptr);
+  EXPECT_THAT(temporaryFiles(), IsEmpty());
+}
+
+TEST_F(LinuxDownloads, SendsNothingForATaskThatWasCancelledBefore) {
+  serve({{"/a", {whole()}}});
+  const auto task = session->downloadTask(cdn("/a"));
+  task->cancel();
+  run(task);
+  EXPECT_EQ(errorCode(), URLErrorCode::cancelled);
+  EXPECT_THAT(server->requests(), IsEmpty());
+}
+
+TEST_F(LinuxDownloads, SendsNothingOnceTheSessionIsInvalid) {
+  serve({{"/a", {whole()}}});
+  const auto made = session->downloadTask(cdn("/a"));
+  session->invalidateAndCancel();
+  made->resume();
+  session->downloadTask(cdn("/a"))->resume();
+  sessions.reset();
+  EXPECT_EQ(recorder->finishes, 0);
+  EXPECT_THAT(server->requests(), IsEmpty());
+}
+
+// Data tasks.
+
+class LinuxDataTasks : public LinuxDownloads {
+ protected:
+  struct Answer {
+    std::optional<std::string> data;
+    std::optional<HTTPURLResponse> response;
+    std::optional<Error> error;
+  };
+
+  Answer fetch(const URLRequest& request) {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::optional<Answer> answer;
+    const auto task = session->dataTask(request, [&](auto data, auto response, auto error) {
+      const std::lock_guard guard{mutex};
+      answer = Answer{std::move(data), std::move(response), std::move(error)};
+      changed.notify_all();
+    });
+    task->resume();
+    std::unique_lock lock{mutex};
+    EXPECT_TRUE(changed.wait_for(lock, patience, [&] { return answer.has_value(); }));
+    return answer.value_or(Answer{});
+  }
+  Answer fetch(const std::string& path) { return fetch(URLRequest{.url = cdn(path)}); }
+};
+
+TEST_F(LinuxDataTasks, GivesBodyAndResponse) {
+  serve({{"/m", {{{"text", "{}"}}}}});
+  const auto answer = fetch("/m");
+  EXPECT_EQ(answer.data, "{}");
+  EXPECT_EQ(answer.response->statusCode, 200);
+  EXPECT_EQ(answer.response->url, cdn("/m"));
+  EXPECT_EQ(answer.error, std::nullopt);
+}
+
+TEST_F(LinuxDataTasks, GivesTheResponseAloneForAnEmptyBody) {
+  serve({{"/m", {{{"text", ""}, {"status", 404}}}}});
+  const auto answer = fetch("/m");
+  EXPECT_EQ(answer.data, std::nullopt);
+  EXPECT_EQ(answer.response->statusCode, 404);
+}
+
+TEST_F(LinuxDataTasks, AsksForTheHeadOnly) {
+  serve({{"/m", {{{"bytes", size}}}}});
+  const auto answer = fetch(URLRequest{.url = cdn("/m"), .method = "HEAD"});
+  EXPECT_EQ(answer.data, std::nullopt);
+  EXPECT_EQ(answer.response->statusCode, 200);
+  EXPECT_EQ(server->requests().at(0).sent, 0);
+}
+
+TEST_F(LinuxDataTasks, NamesTheFinalPlaceAfterRedirects) {
+  serve({{"/m", {{{"location", "https://mirror.kelo.example/n"}}}}, {"/n", {{{"text", "x"}}}}});
+  EXPECT_EQ(fetch("/m").response->url.absoluteString(), "https://mirror.kelo.example/n");
+}
+
+TEST_F(LinuxDataTasks, MapsFailures) {
+  serve({{"/hangUp", {{{"hangUp", true}}}},
+         {"/garbage", {{{"garbage", true}}}},
+         {"/short", {{{"bytes", 1000}, {"closeAt", 10}}}},
+         {"/reset", {{{"bytes", 1000}, {"resetAt", 10}}}},
+         {"/stall", {{{"bytes", 1000}, {"stallAt", 10}}}}});
+  EXPECT_EQ(fetch("/hangUp").error->code, URLErrorCode::networkConnectionLost);
+  EXPECT_EQ(fetch("/short").error->code, URLErrorCode::networkConnectionLost);
+  EXPECT_EQ(fetch("/reset").error->code, URLErrorCode::networkConnectionLost);
+  const auto stalled = fetch(URLRequest{.url = cdn("/stall"), .timeoutInterval = Duration{0.2}});
+  EXPECT_EQ(stalled.error->code, URLErrorCode::timedOut);
+  EXPECT_THAT(stalled.error->localizedDescription, HasSubstr("0.2 seconds"));
+  const auto garbage = fetch("/garbage");
+  EXPECT_TRUE(garbage.error) << "taken for an answer";
+  EXPECT_EQ(garbage.error->domain, ErrorDomain::url);
+}
+
+TEST_F(LinuxDataTasks, CountsSilenceNotLength) {
+  serve({{"/drip", {{{"bytes", 20}, {"drip", {1, 0.05}}}}}});
+  const auto answer = fetch(URLRequest{.url = cdn("/drip"), .timeoutInterval = Duration{0.8}});
+  EXPECT_EQ(answer.error, std::nullopt);
+}
+
+TEST_F(LinuxDataTasks, RefusesACertificateForAnotherName) {
+  serve({{"/m", {{{"text", "{}"}}}}}, {{"odd.kelo.example", "otherName"}});
+  const auto answer = fetch(URLRequest{.url = *URL::parse("https://odd.kelo.example/m")});
+  EXPECT_EQ(answer.error->code, URLErrorCode::serverCertificateUntrusted);
+  EXPECT_THAT(server->requests(), IsEmpty());
+}
+
+TEST_F(LinuxDataTasks, RefusesACertificateOfAnUnknownAuthority) {
+  serve({{"/m", {{{"text", "{}"}}}}}, {{"odd.kelo.example", "stranger"}});
+  const auto answer = fetch(URLRequest{.url = *URL::parse("https://odd.kelo.example/m")});
+  EXPECT_EQ(answer.error->code, URLErrorCode::serverCertificateUntrusted);
+  EXPECT_THAT(server->requests(), IsEmpty());
+}
+
+TEST_F(LinuxDataTasks, SaysWhenNobodyListens) {
+  serve({{"/m", {{{"text", "{}"}}}}});
+  auto settings = server->settings();
+  settings.hostAddresses["cdn.kelo.example"] = "127.0.0.1:1";
+  const auto others = makeLinuxURLSessions(settings);
+  session = others->make(recorder);
+  EXPECT_EQ(fetch("/m").error->code, URLErrorCode::cannotConnectToHost);
+  session.reset();
+}
+
+TEST_F(LinuxDataTasks, RunsManyAtOnceAndEachOnce) {
+  json paths;
+  for (int i = 0; i < 20; ++i) paths["/" + std::to_string(i)] = {{{"text", std::to_string(i)}}};
+  serve(paths);
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::vector<std::string> bodies;
+  for (int i = 0; i < 20; ++i) {
+    session
+        ->dataTask(URLRequest{.url = cdn("/" + std::to_string(i))},
+                   [&](auto data, auto, auto error) {
+                     const std::lock_guard guard{mutex};
+                     bodies.push_back(error ? error->localizedDescription : data.value_or("-"));
+                     changed.notify_all();
+                   })
+        ->resume();
+  }
+  std::unique_lock lock{mutex};
+  EXPECT_TRUE(changed.wait_for(lock, patience, [&] { return bodies.size() == 20; }));
+  std::ranges::sort(bodies);
+  EXPECT_EQ(std::unique(bodies.begin(), bodies.end()), bodies.end()) << ::testing::PrintToString(bodies);
+}
+
+TEST_F(LinuxDataTasks, SharesOneSessionWithoutDelegate) {
+  serve({{"/m", {{{"location", "/n"}}}}, {"/n", {{{"text", "x"}}}}});
+  session = sessions->shared();
+  EXPECT_EQ(sessions->shared(), session);
+  EXPECT_EQ(fetch("/m").data, "x");
+}
+
+}  // namespace
+}  // namespace installer::test

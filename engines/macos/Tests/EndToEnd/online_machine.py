@@ -1,0 +1,109 @@
+"""An online installer for this machine, with signed images and a CDN that misbehaves on request."""
+
+import hashlib
+import json
+import os
+import shutil
+import subprocess
+from pathlib import Path
+
+BUILD = Path(os.environ.get("KELO_BUILD", Path(__file__).resolve().parents[4] / "build" / "dev"))
+PROGRAMS = BUILD / "lab" / "bin"
+ENGINE = BUILD / "engines" / "macos" / "engine-cli"
+TEAM = "QX7M4R2V9D"
+NAMES = ["cdn.kelo.example", "www.kelo.example", "mirror.kelo.example"]
+ARCH = "x64"
+FOLDER = f"/desksuite/apps/default/brenna/mac/{ARCH}/dmg/latest"
+META = f"{FOLDER}/meta.json"
+PACKAGE = f"{FOLDER}/brenna.dmg"
+MIRROR = "/mirror/brenna.dmg"
+TIME_LIMIT = 240
+
+
+def needed():
+    """What has to be built before; empty when all is there."""
+    return [str(path) for path in (ENGINE, PROGRAMS / "lab-fixture", PROGRAMS / "lab-sign") if not path.exists()]
+
+
+def run(*words):
+    return subprocess.run([str(word) for word in words], check=True, capture_output=True, text=True).stdout
+
+
+class Workshop:
+    """What all tests of a file share: an authority, a signed image, and an installer to copy."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        self.signers = folder / "signers"
+        run(PROGRAMS / "lab-sign", "make-authority", self.signers, "--team", TEAM)
+        sign = f"{PROGRAMS / 'lab-sign'} sign --authority {self.signers}"
+        run(PROGRAMS / "lab-fixture", "offline-installer", "--engine", ENGINE, "--programs", PROGRAMS,
+            "--machine", folder / "unused", "--output", folder / "installer", "--version", "2.1", "--apps", "brenna",
+            "--team-id", TEAM, "--sign-bundle", sign, "--sign-image", sign)
+        self.installer = folder / "installer" / "Kelo-Desk-Installer.app"
+        packages = self.installer / "Contents" / "Resources" / "packages"
+        self.image = (packages / "brenna_installer.dmg").read_bytes()
+        self.digest = hashlib.sha256(self.image).hexdigest()
+        shutil.rmtree(packages)
+
+    def meta(self, **changes):
+        keys = {"version": "2.1", "destination": "brenna.dmg", "size": len(self.image), "checksum": self.digest}
+        keys.update(changes)
+        return {"text": json.dumps({key: value for key, value in keys.items() if value is not None})}
+
+
+class OnlineMachine:
+    """One machine's root, and the installer set up for it."""
+
+    def __init__(self, workshop, folder, cdn):
+        self.root = folder / "machine"
+        self.installer = folder / "Kelo-Desk-Installer.app"
+        shutil.copytree(workshop.installer, self.installer, copy_function=os.link, symlinks=True)
+        settings = self.installer / "Contents" / "Resources" / "linux_host.json"
+        values = json.loads(settings.read_text())
+        values.update(root=str(self.root), testAuthority=str(workshop.signers / "root.pem"), **cdn.host_settings)
+        settings.unlink()
+        settings.write_text(json.dumps(values))
+
+    def start(self, *words):
+        return subprocess.Popen([self.installer / "Contents" / "MacOS" / "engine-cli", *words], text=True,
+                                stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                env={"HOME": str(self.root), "PATH": "/usr/bin:/bin"})
+
+    def install(self):
+        """Runs the engine to its end: what it told, checked for what always holds."""
+        process = self.start("run", "--action", "install", "--apps", "brenna")
+        output, errors = process.communicate(timeout=TIME_LIMIT)
+        return Outcome(self, process.returncode, output, errors)
+
+    @property
+    def installed(self):
+        return self.root / "Applications" / "Brenna.app"
+
+    @property
+    def temporary_files(self):
+        return sorted(path.name for path in (self.root / "tmp").iterdir())
+
+    @property
+    def log(self):
+        log = self.root / "Library" / "Logs" / "Kelo-Desk-Installer" / "webinstall.log"
+        return log.read_text() if log.exists() else ""
+
+
+class Outcome:
+    def __init__(self, machine, status, output, errors):
+        self.machine = machine
+        self.status = status
+        self.events = [json.loads(line) for line in output.splitlines()]
+        results = [event for event in self.events if event["type"] == "app-result"]
+        done = [event for event in self.events if event["type"] == "done"]
+        assert len(results) == 1, f"{len(results)} results\n{output}\n{errors}\n{machine.log}"
+        assert len(done) == 1 and self.events[-1] == done[0]
+        self.result = results[0]["status"]
+        self.code = results[0].get("errorCode")
+        for event in self.events:
+            if event["type"] == "progress":
+                assert 0 <= event["percent"] <= 100, event
+
+    def __str__(self):
+        return f"{self.result} {self.code}\n{self.machine.log}"
