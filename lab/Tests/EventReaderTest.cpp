@@ -1,0 +1,118 @@
+#include "Support.h"
+#include "eventreader/Board.h"
+#include "eventreader/EventSummary.h"
+
+namespace lab {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+class EventReader : public test::FolderTest {
+ protected:
+  std::string read(const std::string& events, const std::string& options = "") const {
+    write("events", events);
+    return run({"/bin/sh", "-c",
+                std::string{LAB_PROGRAMS} + "/lab-events " + options + " < " + (folder / "events").string()})
+        .output;
+  }
+};
+
+AppStep stepIn(const char* line) {
+  const auto event = parseEvent(line);
+  EXPECT_TRUE(event && event->step) << line;
+  return event && event->step ? *event->step : AppStep{};
+}
+
+TEST(Board, FollowsAnAppFromStageToResult) {
+  Board board{Colours::off};
+  EXPECT_TRUE(
+      board.apply(stepIn(R"({"type":"stage","app":"brenna","stage":"download","index":1,"total":2})")));
+  EXPECT_FALSE(board.apply(stepIn(
+      R"({"type":"progress","app":"brenna","percent":50,"indeterminate":false,"detailArgs":{"downloadedBytes":1500000,"totalBytes":3000000}})")));
+  EXPECT_THAT(board.lines(100),
+              ElementsAre("brenna     [############............]  50%  download  1.5 of 3.0 MB"));
+  EXPECT_TRUE(board.apply(stepIn(R"({"type":"stage","app":"tolvi","stage":"verify"})")));
+  EXPECT_FALSE(board.apply(stepIn(R"({"type":"progress","app":"tolvi","percent":0,"indeterminate":true})")));
+  EXPECT_TRUE(board.apply(stepIn(
+      R"({"type":"app-result","app":"brenna","status":"installed","errorCode":null,"installedVersion":"2.0"})")));
+  EXPECT_TRUE(board.apply(
+      stepIn(R"({"type":"app-result","app":"tolvi","status":"failed","errorCode":"VERIFY_FAILED"})")));
+  EXPECT_THAT(board.lines(100), ElementsAre("brenna     [========================] installed 2.0",
+                                            "tolvi      [------------------------] failed VERIFY_FAILED"));
+}
+
+TEST(Board, FitsTheTerminalAndSurvivesOddNumbers) {
+  Board board{Colours::off};
+  for (const char* percent : {"-5", "250", "1e300"}) {
+    board.apply(stepIn((std::string{R"({"type":"progress","app":"ä","percent":)"} + percent + "}").c_str()));
+    EXPECT_THAT(board.lines(12), ElementsAre(testing::StartsWith("ä ")));
+  }
+  EXPECT_THAT(board.lines(1), ElementsAre("ä"));
+}
+
+TEST(EventSummary, KnowsEventsFromOtherLines) {
+  for (const char* line : {"", "plain", "[1]", "42", "{\"type\":3}", "{", "{\"v\":1}"}) {
+    EXPECT_FALSE(parseEvent(line)) << line;
+  }
+  const auto unknown = parseEvent(R"({"type":"later-invention"})");
+  ASSERT_TRUE(unknown);
+  EXPECT_FALSE(unknown->words);
+  EXPECT_FALSE(unknown->step);
+}
+
+TEST(EventSummary, PutsEventsIntoWords) {
+  struct Row {
+    const char* line;
+    const char* words;
+  };
+  const std::vector<Row> rows{
+      {R"({"type":"done","action":"install","exitCode":1})", "done: install, exit code 1"},
+      {R"({"type":"log","level":"warn","message":"careful"})", "warn: careful"},
+      {R"({"type":"disk-free-result","path":"/","freeBytes":2500000})", "/: 2.5 MB free"},
+      {R"({"type":"disk-free-result","path":"/","freeBytes":null})", "/: free space unknown"},
+      {R"({"type":"export-logs-result","path":"/a.zip","errorCode":null})", "log bundle: /a.zip"},
+      {R"({"type":"export-logs-result","path":null,"errorCode":"UNKNOWN"})", "log bundle failed: UNKNOWN"},
+      {R"({"type":"hello","engineVersion":"1.0.0","mode":"offline","apps":[{"displayName":"Kelo Rulo","installedVersion":"1.0","latestVersion":"2.0","updateAvailable":true}]})",
+       "engine 1.0.0 (offline)\n  Kelo Rulo, installed 1.0, latest 2.0, update available"},
+      {R"({"type":"update-check-result","apps":[{"id":"rulo","updateAvailable":false}]})",
+       "latest versions\n  rulo"},
+  };
+  for (const Row& row : rows) {
+    const auto event = parseEvent(row.line);
+    ASSERT_TRUE(event) << row.line;
+    EXPECT_EQ(event->words.value_or(""), row.words);
+  }
+}
+
+TEST(EventSummary, KeepsControlCharactersFromTheTerminal) {
+  EXPECT_EQ(harmless("a\033[31mb\tc\x7f\u009b1m\u00e9"), "a[31mbc1m\u00e9");
+}
+
+TEST_F(EventReader, IsPlainWhenNobodyWatches) {
+  const std::string output = read(R"({"type":"stage","app":"brenna","stage":"download"}
+{"type":"progress","app":"brenna","percent":50}
+a word from the logger
+{"type":"app-result","app":"brenna","status":"installed","installedVersion":"2.0"}
+{"type":"done","action":"install","exitCode":0}
+)");
+  EXPECT_EQ(output,
+            "brenna     [........................]   0%  download\n"
+            "a word from the logger\n"
+            "brenna     [========================] installed 2.0\n"
+            "done: install, exit code 0\n");
+}
+
+TEST_F(EventReader, ShowsTheEventsThemselvesOnRequest) {
+  const std::string event = R"({"type":"done","action":"install","exitCode":0})";
+  EXPECT_EQ(read(event + "\n", "--raw"), event + "\ndone: install, exit code 0\n");
+  EXPECT_THAT(read("", "--help"), HasSubstr("usage:"));
+}
+
+TEST_F(EventReader, TakesALastLineWithoutALineFeed) {
+  EXPECT_EQ(read("cut off"), "cut off\n");
+}
+
+}  // namespace
+}  // namespace lab
