@@ -142,7 +142,7 @@ TEST_F(Ditto, LeavesNoArchiveOfWhatCannotBePacked) {
   ASSERT_EQ(mkfifo((folder / "staging/pipe").c_str(), 0600), 0);
   const fs::path out = folder / "out";
   fs::create_directory(out);
-  for (const fs::path source : {folder / "absent", folder / "staging"}) {
+  for (const fs::path& source : {folder / "absent", folder / "staging"}) {
     const auto packed = lab({"ditto", "-c", "-k", "--sequesterRsrc", source, out / "a.zip"});
     EXPECT_EQ(packed.status, 1) << source;
     EXPECT_THAT(packed.diagnostics, HasSubstr("ditto: ")) << source;

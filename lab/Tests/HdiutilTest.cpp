@@ -105,6 +105,7 @@ TEST_F(Hdiutil, ShowsTheVolumeAsItWasMade) {
   fs::create_symlink("App.app/Contents", made / "inside");
   fs::create_symlink("It's a “résumé” – Überblick ☃.txt", made / "accents");
   fs::create_directory(made / "empty folder");
+  chmod((made / "empty folder").c_str(), 0775);
   ASSERT_EQ(attach(image(made, "Kelo Übersicht")).status, 0);
   EXPECT_EQ(transcriptOf(volumes / "Kelo Übersicht"), transcriptOf(made));
 }
@@ -156,7 +157,7 @@ TEST_F(Hdiutil, RefusesBadImagesAndLeavesNothing) {
     const char* reason;
   };
   std::string changed = good;
-  changed.replace(good.size() / 4, 8, "????????");
+  changed.replace(60, 8, "????????");
   std::string pointsOutside = good;
   pointsOutside[good.size() - 512 + 217] = '\x7f';
   const std::vector<Row> rows{
@@ -244,7 +245,7 @@ TEST_F(HdiutilInterrupted, ClearsWhatAKilledOneLeftAtTheNextLook) {
 
 TEST_F(Hdiutil, DetachesByMountPointOrDisk) {
   const fs::path file = image(source());
-  for (const std::string what :
+  for (const std::string& what :
        {(volumes / "Kelo Brenna").string(), (volumes / "Kelo Brenna/").string(), std::string{"/dev/disk4"},
         std::string{"/dev/disk4s2"}, std::string{"disk4"}}) {
     ASSERT_EQ(attach(file).status, 0);
@@ -258,8 +259,8 @@ TEST_F(Hdiutil, DetachesByMountPointOrDisk) {
 
 TEST_F(Hdiutil, DetachesNothingButMounts) {
   write("machine/Volumes/A folder/file");
-  for (const std::string what : {(volumes / "A folder").string(), folder.string(), volumes.string(),
-                                 std::string{"/dev/disk4"}, std::string{"/"}}) {
+  for (const std::string& what : {(volumes / "A folder").string(), folder.string(), volumes.string(),
+                                  std::string{"/dev/disk4"}, std::string{"/"}}) {
     const auto detached = lab({"hdiutil", "detach", what, "-force"});
     EXPECT_EQ(detached.status, 1) << what;
     EXPECT_EQ(detached.diagnostics, "hdiutil: detach failed - No such file or directory\n") << what;

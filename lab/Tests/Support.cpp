@@ -139,7 +139,7 @@ std::vector<std::string> transcriptOf(const fs::path& folder) {
     if (type == fs::file_type::symlink)
       lines.push_back(name + " -> " + fs::read_symlink(entry.path()).string());
     else if (type == fs::file_type::directory)
-      lines.push_back(name + "/");
+      lines.push_back(fmt::format("{}/ {:o}", name, modeOf(entry.path())));
     else
       lines.push_back(fmt::format("{} {:o} {}", name, modeOf(entry.path()), contentOf(entry.path())));
   }

@@ -19,7 +19,7 @@ class Xattr : public test::ProgramTest {
     write("App.app/Contents/It's", "x");
     fs::create_symlink("absent", app / "Contents/dangling");
     fs::create_symlink("..", app / "Contents/loop");
-    for (const fs::path path : {app, app / "Contents", app / "Contents/It's"}) {
+    for (const fs::path& path : {app, app / "Contents", app / "Contents/It's"}) {
       ASSERT_TRUE(setAttribute(path, quarantine, "0083;x"));
     }
   }
@@ -31,7 +31,7 @@ TEST_F(Xattr, RemovesTheQuarantineMarkFromAWholeBundle) {
   const auto removed = lab({"xattr", "-dr", quarantine, app});
   EXPECT_EQ(removed.status, 0);
   EXPECT_EQ(removed.output + removed.diagnostics, "");
-  for (const fs::path path : {app, app / "Contents", app / "Contents/It's"}) {
+  for (const fs::path& path : {app, app / "Contents", app / "Contents/It's"}) {
     EXPECT_EQ(attributeOf(path, quarantine), "(none)") << path;
   }
   EXPECT_EQ(attributeOf(app / "Contents/It's", "com.example.kept"), "yes");

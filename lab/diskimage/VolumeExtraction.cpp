@@ -5,6 +5,7 @@
 #include <chrono>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <unordered_map>
 
 #include "support/Attributes.h"
 #include "support/ChildProcess.h"
@@ -35,8 +36,13 @@ OrReason<> unpack(const fs::path& image, const fs::path& into) {
 // Puts right what the extraction changed, from the leaves to the root.
 class Restoration {
  public:
-  Restoration(std::string prefix, VolumeFormat format)
-      : prefix_(std::move(prefix)), format_(format), quarantine_(quarantineValue()) {}
+  Restoration(std::string prefix, const VolumeListing& listing)
+      : prefix_(std::move(prefix)), format_(listing.format), quarantine_(quarantineValue()) {
+    for (const ListedItem& item : listing.items) {
+      if (item.isFolder && item.permissions)
+        folderModes_[composed(item.path).value_or("")] = *item.permissions;
+    }
+  }
 
   OrReason<> restoreFolder(const fs::path& folder) {
     std::error_code error;
@@ -90,7 +96,11 @@ class Restoration {
       default: return because("{}: neither file, folder nor link", path->string());
     }
     const auto restored = restoreFolder(*path);
-    return restored ? mark(*path) : restored;
+    if (!restored) return restored;
+    // The extraction gives every folder the usual mode.
+    const auto known = folderModes_.find(composed(path->string().substr(prefix_.size() + 1)).value_or(""));
+    if (known != folderModes_.end()) chmod(path->c_str(), known->second);
+    return mark(*path);
   }
 
   // Absolute targets come out with the extraction's folder before them.
@@ -108,6 +118,7 @@ class Restoration {
   std::string prefix_;
   VolumeFormat format_;
   std::string quarantine_;
+  std::unordered_map<std::string, unsigned> folderModes_;  // by path within the volume, composed
 };
 
 // An HFS+ volume comes out as a folder of its name, an APFS one without any.
@@ -155,7 +166,7 @@ OrReason<ExtractedVolume> extractVolume(const fs::path& image, const fs::path& s
   if (!done) return std::unexpected(done.error());
   const auto root = volumeRoot(unpacked, listing->format);
   if (!root) return std::unexpected(root.error());
-  Restoration restoration{unpacked.string(), listing->format};
+  Restoration restoration{unpacked.string(), *listing};
   auto restored = dropPrivateFolders(*root);
   if (restored) restored = restoration.restoreFolder(*root);
   if (!restored) return std::unexpected(restored.error());

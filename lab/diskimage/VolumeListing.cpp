@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <optional>
 #include <unordered_map>
 
 #include "support/ChildProcess.h"
@@ -46,6 +45,17 @@ std::uint64_t numberIn(std::string_view text) {
   return number;
 }
 
+// The permissions in "drwxr-xr-x"; set-id and sticky letters count for the bit below them.
+std::optional<unsigned> permissionsIn(std::string_view mode) {
+  if (mode.size() < 10) return std::nullopt;
+  unsigned bits = 0;
+  for (const char letter : mode.substr(1, 9)) {
+    const bool set = letter != '-' && letter != 'S' && letter != 'T';
+    bits = (bits << 1U) | (set ? 1U : 0U);
+  }
+  return bits;
+}
+
 bool staysInside(std::string_view path) {
   if (path.empty()) return false;
   while (true) {
@@ -66,10 +76,11 @@ OrReason<VolumeListing> parseListing(std::string_view text) {
   if (!format) return std::unexpected(format.error());
   VolumeListing listing{*format, {}};
   forEachLine(text.substr(head + beginOfItems.size()), [&](std::string_view line) {
-    if (const auto path = valueOf(line, "Path")) listing.items.push_back({std::string{*path}, false, 0});
+    if (const auto path = valueOf(line, "Path")) listing.items.push_back({std::string{*path}, false, 0, {}});
     if (listing.items.empty()) return;
     if (valueOf(line, "Folder") == "+") listing.items.back().isFolder = true;
     if (const auto size = valueOf(line, "Size")) listing.items.back().size = numberIn(*size);
+    if (const auto mode = valueOf(line, "Mode")) listing.items.back().permissions = permissionsIn(*mode);
   });
   return listing;
 }

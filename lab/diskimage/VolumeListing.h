@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,6 +16,7 @@ struct ListedItem {
   std::string path;  // within the image, "/" between components
   bool isFolder = false;
   std::uint64_t size = 0;
+  std::optional<unsigned> permissions;  // the nine bits; absent where the volume tells none
 };
 
 enum class VolumeFormat { hfs, apfs };
