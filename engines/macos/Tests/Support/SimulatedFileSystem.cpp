@@ -54,6 +54,7 @@ struct SimulatedFileSystem::Failures {
     Path path;
     Error error;
     bool always;
+    int callsBefore = 0;  // that pass
   };
   std::vector<Entry> entries;
 };
@@ -155,6 +156,10 @@ void SimulatedFileSystem::failNext(Operation operation, const Path& path, Error 
   failures_->entries.push_back({operation, tidy(path), std::move(error), false});
 }
 
+void SimulatedFileSystem::failAfter(int calls, Operation operation, const Path& path, Error error) {
+  failures_->entries.push_back({operation, tidy(path), std::move(error), false, calls});
+}
+
 void SimulatedFileSystem::failAlways(Operation operation, const Path& path, Error error) {
   failures_->entries.push_back({operation, tidy(path), std::move(error), true});
 }
@@ -171,6 +176,7 @@ std::optional<Error> SimulatedFileSystem::injected(Operation operation, const Pa
     return entry.operation == operation && entry.path == tidy(path);
   });
   if (found == entries.end()) return std::nullopt;
+  if (found->callsBefore-- > 0) return std::nullopt;
   auto failure = found->error;
   if (!found->always) entries.erase(found);
   return failure;

@@ -73,6 +73,8 @@ class SimulatedFileSystem : public FileSystem {
 
   // Makes the engine's next call of that kind on `path` fail; or every one until `stopFailing`.
   void failNext(Operation operation, const Path& path, Error error);
+  // The call that comes after so many of them that aren't made to fail.
+  void failAfter(int calls, Operation operation, const Path& path, Error error);
   void failAlways(Operation operation, const Path& path, Error error);
   void stopFailing(Operation operation, const Path& path);
 

@@ -60,6 +60,7 @@ SimulatedMachine::SimulatedMachine(std::uint64_t seed)
       dispatch{seed},
       streams{dispatch},
       programs{dispatch, files},
+      verdicts{files},
       images{files, programs},
       bundles{files, propertyList, resources},
       workspace{bundles},

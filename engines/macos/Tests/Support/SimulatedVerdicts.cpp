@@ -22,6 +22,7 @@ void SimulatedVerdicts::installTools(SimulatedPrograms& programs, const Path& co
 
 ProgramExit SimulatedVerdicts::judge(Check check, const Arguments& arguments) const {
   const auto path = arguments.empty() ? Path{} : arguments.back();
+  if (!files_.fileExists(path)) return {1, "", path + ": No such file or directory\n"};
   const auto found = std::ranges::find_if(
       refusals_, [&](const Refusal& one) { return one.check == check && one.path == path; });
   if (found == refusals_.end()) return {0, "", path + ": accepted\n"};

@@ -1,4 +1,5 @@
-// The `codesign` and `spctl` of the simulated machine: everything is genuine, except what a test refuses.
+// The `codesign` and `spctl` of the simulated machine: everything that is there is genuine, except what a
+// test refuses.
 #pragma once
 
 #include <string>
@@ -10,6 +11,8 @@ namespace installer::testing {
 
 class SimulatedVerdicts {
  public:
+  explicit SimulatedVerdicts(SimulatedFileSystem& files) : files_{files} {}
+
   enum class Check {
     gatekeeper,   // spctl
     integrity,    // codesign without a requirement
@@ -28,6 +31,7 @@ class SimulatedVerdicts {
     Path path;
     int status;
   };
+  SimulatedFileSystem& files_;
   std::vector<Refusal> refusals_;
 
   ProgramExit judge(Check check, const Arguments& arguments) const;
