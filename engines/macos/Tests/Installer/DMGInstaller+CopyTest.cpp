@@ -1,0 +1,255 @@
+// The copy, as the user and as administrator, and what happens to a copy that isn't genuine.
+#include "Installer/DMGInstallerStory.h"
+
+namespace installer::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+class CopyBundle : public DMGInstallerStory {
+ protected:
+  const std::string refused =
+      "Admin credentials required to install Kelo Brenna. Installation was cancelled.";
+  const std::string removedAgain =
+      "Kelo Brenna could not be verified after installation, so it was removed. Any previous version was "
+      "replaced and "
+      "is gone; download the installer again to reinstall.";
+
+  void SetUp() override { theImageHoldsBrenna(); }
+  void anOldCopyIsThere() { mac.addRegisteredApp(destination, brenna("1.0", "old binary")); }
+  void theCopyIsNotGenuine() { mac.verdicts.refuse(SimulatedVerdicts::Check::requirement, destination); }
+};
+
+TEST_F(CopyBundle, WithoutWritePermissionRunsOneLineAsAdministrator) {
+  mac.files.setWritable("/Applications", false);
+  install();
+  expectInstalledAt(destination);
+  EXPECT_EQ(mac.administrator.commandLines(),
+            (Lines{"/usr/bin/ditto --noqtn '/Volumes/Kelo Brenna/Brenna.app' '/Applications/Brenna.app' && "
+                   "/usr/sbin/chown -R 501:20 '/Applications/Brenna.app'"}));
+  EXPECT_FALSE(mac.administrator.calledOffMainThread());
+  EXPECT_THAT(
+      mac.logLines("DMGInstaller:"),
+      ElementsAre("WARN DMGInstaller: Permission denied copying app — will retry with admin privileges",
+                  "INFO DMGInstaller: Requesting admin privileges to install Kelo Brenna"));
+}
+
+TEST_F(CopyBundle, OverACopyThatMayNotBeRemovedDoesAllInOneLine) {
+  anOldCopyIsThere();
+  mac.files.setWritable("/Applications", false);
+  install();
+  expectInstalledAt(destination);
+  EXPECT_EQ(mac.administrator.commandLines(),
+            (Lines{"/bin/rm -rf '/Applications/Brenna.app' && "
+                   "/usr/bin/ditto --noqtn '/Volumes/Kelo Brenna/Brenna.app' '/Applications/Brenna.app' && "
+                   "/usr/sbin/chown -R 501:20 '/Applications/Brenna.app'"}));
+  EXPECT_THAT(
+      mac.logLines("DMGInstaller:"),
+      ElementsAre("INFO DMGInstaller: Upgrading Kelo Brenna from v1.0 to v2.0",
+                  "WARN DMGInstaller: Permission denied removing existing app — will retry with admin "
+                  "privileges",
+                  "INFO DMGInstaller: Requesting admin privileges to install Kelo Brenna"));
+}
+
+TEST_F(CopyBundle, AsRootChangesNoOwner) {
+  mac.runAsRoot();
+  mac.files.failNext(Operation::copy, destination, noWritePermission());
+  install();
+  expectInstalledAt(destination);
+  EXPECT_EQ(mac.administrator.commandLines(),
+            (Lines{"/usr/bin/ditto --noqtn '/Volumes/Kelo Brenna/Brenna.app' '/Applications/Brenna.app'"}));
+}
+
+TEST_F(CopyBundle, QuotesAnApostropheInTheName) {
+  mac.images.add(image, mount, [this](SimulatedFileSystem&, const Path& at) {
+    mac.addApp(at + "/Brenna's.app", brenna("2.0"));
+  });
+  mac.files.setWritable("/Applications", false);
+  install();
+  expectInstalledAt("/Applications/Brenna's.app");
+  EXPECT_EQ(
+      mac.administrator.commandLines(),
+      (Lines{
+          R"(/usr/bin/ditto --noqtn '/Volumes/Kelo Brenna/Brenna'\''s.app' '/Applications/Brenna'\''s.app')"
+          R"( && /usr/sbin/chown -R 501:20 '/Applications/Brenna'\''s.app')"}));
+}
+
+TEST_F(CopyBundle, BesideAnAppStoreVariantAsAdministratorTakesTheNumberedName) {
+  mac.addApp(destination, fromAppStore({.identifier = "com.kelo.store"}));
+  mac.files.setWritable("/Applications", false);
+  install();
+  expectInstalledAt("/Applications/Brenna 2.app");
+  EXPECT_THAT(mac.administrator.commandLines(),
+              ElementsAre(::testing::HasSubstr("ditto --noqtn '/Volumes/Kelo Brenna/Brenna.app' "
+                                               "'/Applications/Brenna 2.app'")));
+}
+
+TEST_F(CopyBundle, WithARefusedPromptLeavesTheOldCopy) {
+  anOldCopyIsThere();
+  mac.files.setWritable("/Applications", false);
+  mac.administrator.dismissesNext();
+  install();
+  expectFailure(refused);
+  expectDetachedOnce();
+  EXPECT_EQ(mac.files.read(destination + "/Contents/MacOS/app"), "old binary");
+}
+
+TEST_F(CopyBundle, WithAFailedCommandLineSaysTheSameAsAfterARefusal) {
+  anOldCopyIsThere();
+  mac.files.setWritable("/Applications", false);
+  mac.files.failNext(Operation::copy, destination, cocoa(CocoaError::fileWriteOutOfSpace));  // ditto's turn
+  install();
+  expectFailure(refused);
+  expectDetachedOnce();
+  EXPECT_FALSE(mac.files.exists(destination)) << "what the line had removed stays removed";
+}
+
+TEST_F(CopyBundle, ThatFailsForAnotherReasonEndsTheInstallWithoutAPrompt) {
+  anOldCopyIsThere();
+  mac.files.failNext(Operation::copy, destination,
+                     cocoa(CocoaError::fileWriteOutOfSpace, "The disk is full."));
+  install();
+  expectFailure("Failed to install Kelo Brenna: The disk is full.");
+  expectDetachedOnce();
+  EXPECT_THAT(mac.administrator.commandLines(), IsEmpty());
+  EXPECT_FALSE(mac.files.exists(destination)) << "the old copy is gone";
+}
+
+TEST_F(CopyBundle, ThatIsNotGenuineIsRemovedAndKeepsItsQuarantineUntilThen) {
+  anOldCopyIsThere();
+  theCopyIsNotGenuine();
+  install();
+  expectFailure(removedAgain, "SIGNATURE_FAILED");
+  expectDetachedOnce();
+  EXPECT_THAT(appsFolder(), IsEmpty());
+  EXPECT_THAT(mac.programs.starts(mac.paths.xattr), IsEmpty());
+  EXPECT_THAT(mac.workspace.registeredBundles(), IsEmpty());
+  EXPECT_EQ(story().back(),
+            "ERROR DMGInstaller: the installed copy at /Applications/Brenna.app does not satisfy the "
+            "signing requirement — removing it rather than leaving unverified code in /Applications");
+}
+
+TEST_F(CopyBundle, ThatIsNotGenuineIsRemovedAsAdministratorWhenTheUserMayNot) {
+  mac.files.setWritable("/Applications", false);
+  theCopyIsNotGenuine();
+  install();
+  expectFailure(removedAgain, "SIGNATURE_FAILED");
+  expectDetachedOnce();
+  ASSERT_THAT(mac.administrator.commandLines(), SizeIs(2));
+  EXPECT_EQ(mac.administrator.commandLines()[1], "/bin/rm -rf '/Applications/Brenna.app'");
+  EXPECT_EQ(mac.administrator.scriptsMade(), 1U) << "one prompt for both";
+  EXPECT_THAT(appsFolder(), IsEmpty());
+}
+
+TEST_F(CopyBundle, ThatIsNotGenuineAndCannotBeRemovedStaysQuarantined) {
+  const std::string stays =
+      "ERROR DMGInstaller: could not remove /Applications/Brenna.app — it remains QUARANTINED, so "
+      "Gatekeeper will still challenge it on launch";
+  theCopyIsNotGenuine();
+  mac.administrator.dismissesAlways();
+  mac.files.failNext(Operation::remove, destination, noWritePermission());
+  install();
+  expectFailure(removedAgain, "SIGNATURE_FAILED");
+  EXPECT_THAT(mac.administrator.commandLines(), ElementsAre("/bin/rm -rf '/Applications/Brenna.app'"));
+  EXPECT_EQ(story().back(), stays);
+  EXPECT_TRUE(mac.files.exists(destination));
+  EXPECT_THAT(mac.programs.starts(mac.paths.xattr), IsEmpty());
+}
+
+TEST_F(CopyBundle, ThatIsNotGenuineTellsWhatStoppedItsRemoval) {
+  theCopyIsNotGenuine();
+  mac.files.failNext(Operation::remove, destination,
+                     cocoa(CocoaError::fileWriteUnknown, "The disk is on fire."));
+  install();
+  expectFailure(removedAgain, "SIGNATURE_FAILED");
+  expectDetachedOnce();
+  EXPECT_THAT(mac.administrator.commandLines(), IsEmpty());
+  const auto lines = story();
+  ASSERT_GE(lines.size(), 2U);
+  EXPECT_EQ(lines[lines.size() - 2],
+            "WARN DMGInstaller: could not remove /Applications/Brenna.app: The disk is on fire.");
+  EXPECT_EQ(lines.back(),
+            "ERROR DMGInstaller: could not remove /Applications/Brenna.app — it remains QUARANTINED, so "
+            "Gatekeeper will still challenge it on launch");
+}
+
+TEST_F(CopyBundle, StaysASuccessWhenTheQuarantineCannotBeTakenOff) {
+  mac.programs.on(mac.paths.xattr).exits(1);
+  install();
+  expectInstalledAt(destination);
+  EXPECT_THAT(
+      mac.logLines("DMGInstaller:"),
+      ElementsAre(
+          "INFO DMGInstaller: xattr exited 1 for /Applications/Brenna.app — the app is installed but may "
+          "prompt on first launch"));
+}
+
+TEST_F(CopyBundle, StaysASuccessWhenTheQuarantineToolCannotBeStarted) {
+  mac.programs.on(mac.paths.xattr).cannotLaunch("no xattr");
+  install();
+  expectInstalledAt(destination);
+  EXPECT_THAT(mac.logLines("DMGInstaller:"),
+              ElementsAre("WARN DMGInstaller: could not run xattr for /Applications/Brenna.app: no xattr"));
+}
+
+TEST_F(CopyBundle, DetachesBeforeItReports) {
+  install();
+  const auto lines = mac.programs.commandLines();
+  EXPECT_EQ(lines.back(), "hdiutil detach /Volumes/Kelo Brenna -force -quiet");
+  EXPECT_EQ(story().back(), "INFO Telemetry disabled (no user consent flow yet) — skipping report");
+}
+
+// The destination holds the old app, the new app or nothing after any single failure, never half of one.
+TEST_F(CopyBundle, NeverLeavesHalfAnAppWhateverFails) {
+  struct Step {
+    Operation operation;
+    Path path;
+  };
+  const std::vector<Step> steps{{Operation::list, mount},
+                                {Operation::readFile, source + "/Contents/Info.plist"},
+                                {Operation::readFile, destination + "/Contents/Info.plist"},
+                                {Operation::enumerate, source},
+                                {Operation::enumerate, destination},
+                                {Operation::remove, destination},
+                                {Operation::copy, destination}};
+  for (const auto& step : steps) {
+    for (const std::int64_t code : {4, 257, 512, 513, 516, 640, 642}) {
+      for (const char* prompt : {"granted", "dismissed", "failed", "without effect"}) {
+        for (const bool genuine : {true, false}) {
+          SimulatedMachine fresh;
+          const std::string row = fmt::format("step {} code {} prompt {} genuine {}",
+                                              static_cast<int>(step.operation), code, prompt, genuine);
+          fresh.images.add(image, mount, [&fresh, this](SimulatedFileSystem&, const Path&) {
+            fresh.addApp(source, brenna("2.0"));
+          });
+          fresh.addRegisteredApp(destination, brenna("1.0", "old binary"));
+          const auto old = fresh.files.snapshot(destination);
+          if (!genuine) fresh.verdicts.refuse(SimulatedVerdicts::Check::requirement, destination);
+          if (prompt == std::string_view{"dismissed"}) fresh.administrator.dismissesNext();
+          if (prompt == std::string_view{"failed"}) fresh.administrator.failsNext(-1);
+          if (prompt == std::string_view{"without effect"}) fresh.administrator.succeedsWithoutEffectNext();
+          fresh.files.failNext(step.operation, step.path, cocoa(code));
+
+          const AppInfo brennaApp = *KeloAppProvider::shared().app(AppIdentifier::brenna);
+          const auto ended = DMGInstaller::installFromDMG(image, brennaApp);
+
+          EXPECT_EQ(fresh.images.history(), (Lines{"attach " + mount, "detach " + mount})) << row;
+          if (!fresh.files.exists(destination)) {
+            EXPECT_FALSE(ended.success) << row;
+            continue;
+          }
+          const auto left = fresh.files.snapshot(destination);
+          const bool isOld = left == old;
+          const bool isNew = left.size() == old.size() && !isOld &&
+                             fresh.files.read(destination + "/Contents/MacOS/app") == "new binary";
+          EXPECT_TRUE(isOld || isNew) << row;
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace installer::testing

@@ -1,0 +1,122 @@
+#include <gtest/gtest.h>
+
+#include "Installer/DMGInstaller.h"
+#include "Installer/PrivilegedRunner.h"
+#include "Support/SimulatedMachine.h"
+
+namespace installer::testing {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr const char* fallbackLine =
+    "INFO DMGInstaller: shared privileged runner unavailable — falling back to a per-command script (the "
+    "user "
+    "may be prompted again)";
+
+class PrivilegedCommands : public ::testing::Test {
+ protected:
+  SimulatedMachine mac;
+
+  AdminOutcome run(const std::string& command) {
+    return DMGInstaller::runWithAdminPrivilegesOutcome(command);
+  }
+};
+
+TEST_F(PrivilegedCommands, ShareOneScriptObject) {
+  run("/bin/rm -rf '/a'");
+  run("/bin/rm -rf '/b'");
+  EXPECT_EQ(
+      mac.administrator.sources(),
+      (Lines{"on runCommand(cmd)\n    do shell script cmd with administrator privileges\nend runCommand"}));
+  EXPECT_EQ(mac.administrator.handlers(), (Lines{"runCommand", "runCommand"}));
+  EXPECT_EQ(mac.administrator.commandLines(), (Lines{"/bin/rm -rf '/a'", "/bin/rm -rf '/b'"}));
+}
+
+TEST_F(PrivilegedCommands, MakeNoScriptBeforeTheFirstOfThem) {
+  EXPECT_EQ(mac.administrator.scriptsMade(), 0U);
+}
+
+TEST_F(PrivilegedCommands, ReachTheShellUnchanged) {
+  const std::string command = R"(/bin/rm -rf "/a\"b" '\\')";
+  run(command);
+  EXPECT_EQ(mac.administrator.commandLines(), Lines{command});
+}
+
+TEST_F(PrivilegedCommands, EndInOneOfThreeOutcomes) {
+  EXPECT_EQ(run("/bin/rm -rf '/a'"), AdminOutcome::succeeded);
+  mac.administrator.dismissesNext();
+  EXPECT_EQ(run("/bin/rm -rf '/a'"), AdminOutcome::cancelled);
+  mac.administrator.failsNext(-1);
+  EXPECT_EQ(run("/bin/rm -rf '/a'"), AdminOutcome::failed);
+  mac.administrator.failsNextWithoutNumber();
+  EXPECT_EQ(run("/bin/rm -rf '/a'"), AdminOutcome::failed);
+  EXPECT_EQ(run("/usr/bin/unknown"), AdminOutcome::failed);
+  EXPECT_EQ(mac.administrator.scriptsMade(), 1U);
+}
+
+TEST_F(PrivilegedCommands, FallBackToAScriptOfTheirOwnWhenTheSharedOneCannotBeAddressed) {
+  mac.administrator.noTarget();
+  const std::string command = R"(a\"b)";
+  EXPECT_EQ(run(command), AdminOutcome::failed);
+  ASSERT_EQ(mac.administrator.scriptsMade(), 2U);
+  EXPECT_EQ(mac.administrator.sources()[1], R"(do shell script "a\\\"b" with administrator privileges)");
+  EXPECT_EQ(mac.administrator.commandLines(), Lines{command});
+  EXPECT_EQ(mac.logLines(fallbackLine).size(), 1U);
+}
+
+TEST_F(PrivilegedCommands, TellARefusalOfTheFallbackFromAFailure) {
+  mac.administrator.noTarget();
+  mac.administrator.dismissesNext();
+  EXPECT_EQ(run("/bin/rm -rf '/a'"), AdminOutcome::cancelled);
+  EXPECT_EQ(mac.logLines(),
+            (Lines{fallbackLine, "INFO DMGInstaller: admin authorization dismissed by the user"}));
+}
+
+TEST_F(PrivilegedCommands, CountAsASuccessWhenNoScriptCanBeMade) {
+  mac.administrator.cannotMakeScripts();
+  EXPECT_EQ(run("/bin/rm -rf '/a'"), AdminOutcome::succeeded);
+  EXPECT_EQ(mac.administrator.commandLines(), Lines{});
+  EXPECT_EQ(mac.logLines(), Lines{fallbackLine});
+}
+
+TEST_F(PrivilegedCommands, DoNotAskAgainForASharedScriptThatCouldNotBeMade) {
+  mac.administrator.cannotMakeScripts();
+  run("/bin/rm -rf '/a'");
+  mac.administrator.cannotMakeScripts(false);
+  run("/bin/rm -rf '/b'");
+  EXPECT_EQ(mac.administrator.sources(),
+            (Lines{R"(do shell script "/bin/rm -rf '/b'" with administrator privileges)"}));
+}
+
+TEST_F(PrivilegedCommands, RunInPlaceOnTheMainThread) {
+  bool queueWasServed = false;
+  mac.dispatch.asyncMain([&] { queueWasServed = true; });
+  EXPECT_EQ(run("/bin/rm -rf '/a'"), AdminOutcome::succeeded);
+  EXPECT_FALSE(queueWasServed);
+}
+
+TEST_F(PrivilegedCommands, OfTwoWorkersRunOneAfterTheOtherOnTheMainThread) {
+  mac.administrator.takes(3s);
+  int finished = 0;
+  for (const std::string path : {"/a", "/b"}) {
+    mac.dispatch.asyncGlobal(QualityOfService::userInitiated, [&, path] {
+      EXPECT_EQ(run("/bin/rm -rf '" + path + "'"), AdminOutcome::succeeded);
+      ++finished;
+    });
+  }
+  mac.dispatch.runUntil([&] { return finished == 2; });
+  EXPECT_EQ(mac.dispatch.elapsed(), 6s);
+  EXPECT_FALSE(mac.administrator.calledOffMainThread());
+  EXPECT_EQ(mac.administrator.commandLines().size(), 2U);
+  EXPECT_EQ(mac.administrator.scriptsMade(), 1U);
+}
+
+TEST_F(PrivilegedCommands, BlockTheirWorkerUntilTheirEnd) {
+  mac.administrator.takes(30s);
+  mac.dispatch.runOnWorker([&] { run("/bin/rm -rf '/a'"); });
+  EXPECT_EQ(mac.dispatch.elapsed(), 30s);
+}
+
+}  // namespace
+}  // namespace installer::testing
