@@ -94,7 +94,7 @@ class Outcome:
     def __init__(self, machine, status, output, errors):
         self.machine = machine
         self.status = status
-        self.events = [json.loads(line) for line in output.splitlines()]
+        self.events = [json.loads(line) for line in output.splitlines() if line.startswith("{")]
         results = [event for event in self.events if event["type"] == "app-result"]
         done = [event for event in self.events if event["type"] == "done"]
         assert len(results) == 1, f"{len(results)} results\n{output}\n{errors}\n{machine.log}"

@@ -47,6 +47,8 @@ TEST_F(SimulatedMachineTest, RunsProgramsAsScripted) {
 }
 
 TEST_F(SimulatedMachineTest, RefusesWhatATestCallsUngenuine) {
+  machine.addApp("/A.app", {.identifier = "test.a"});
+  machine.addApp("/B.app", {.identifier = "test.b"});
   machine.verdicts.refuse(SimulatedVerdicts::Check::requirement, "/A.app");
   const auto status = [this](const Arguments& arguments) {
     return machine.programs.run(machine.paths.codesign, arguments, CapturedOutput::merged)->status;
@@ -54,6 +56,7 @@ TEST_F(SimulatedMachineTest, RefusesWhatATestCallsUngenuine) {
   EXPECT_EQ(status({"--verify", "-R", "=x", "/A.app"}), 3);
   EXPECT_EQ(status({"--verify", "/A.app"}), 0);
   EXPECT_EQ(status({"--verify", "-R", "=x", "/B.app"}), 0);
+  EXPECT_EQ(status({"--verify", "/Nothing.app"}), 1);
 }
 
 TEST_F(SimulatedMachineTest, CarriesOutAGrantedCommandLine) {
