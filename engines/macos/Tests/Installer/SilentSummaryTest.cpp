@@ -1,7 +1,6 @@
-#include "Installer/SilentSummary.h"
-
 #include <gtest/gtest.h>
 
+#include "Installer/SilentSummary.h"
 #include "Support/SimulatedMachine.h"
 
 namespace installer {

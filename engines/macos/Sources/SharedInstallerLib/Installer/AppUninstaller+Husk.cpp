@@ -21,10 +21,9 @@ std::optional<UninstallResult> AppUninstaller::removeHusk(const AppInfo& app, bo
   }
   if (hasAppStoreReceipt(path)) return std::nullopt;
 
-  logWarn(
-      fmt::format("AppUninstaller: found a husk of {} at {} — a previous removal left it partly deleted; "
-                  "clearing it",
-                  app.displayName, path));
+  logWarn(fmt::format(
+      "AppUninstaller: found a husk of {} at {} — a previous removal left it partly deleted; clearing it",
+      app.displayName, path));
   terminateRunningApp(app.knownBundleIdentifiers());
   return removeBundle(app, path, allowAdminEscalation);
 }

@@ -24,10 +24,9 @@ std::optional<Json> readInfoPlist(const Path& path) {
 
 bool AppUninstaller::restore(const Path& staged, const Path& path, const AppInfo& app) {
   if (!bundleLooksIntact(staged)) {
-    logError(
-        fmt::format("AppUninstaller: NOT restoring {} — the staged bundle at {} is no longer complete; "
-                    "leaving it staged rather than putting a broken app back into /Applications",
-                    app.displayName, staged));
+    logError(fmt::format(
+        "AppUninstaller: NOT restoring {} — the staged bundle at {} is no longer complete; leaving it staged rather than putting a broken app back into /Applications",
+        app.displayName, staged));
     unregisterFromLaunchServices(path);
     ExistingAppDetector::forgetCachedBundle(path);
     return false;

@@ -47,10 +47,9 @@ UninstallResult AppUninstaller::removeBundle(const AppInfo& app, const Path& pat
 
   if (const auto moved = files.moveItem(path, *staged); !moved) return stagingFailed(removal, moved.error());
   if (const auto obstacle = firstUnwritableDirectory(*staged)) {
-    logWarn(
-        fmt::format("AppUninstaller: {} is not writable — an unprivileged delete of {} would stop partway, "
-                    "so escalating instead",
-                    *obstacle, app.displayName));
+    logWarn(fmt::format(
+        "AppUninstaller: {} is not writable — an unprivileged delete of {} would stop partway, so escalating instead",
+        *obstacle, app.displayName));
     return giveUpUntouched(removal);
   }
   if (const auto deleted = files.removeItem(*staged); !deleted) {
@@ -105,9 +104,7 @@ UninstallResult AppUninstaller::partialRemovalResult(const AppInfo& app, const P
 
 UninstallResult AppUninstaller::permissionDeniedResult(const AppInfo& app) {
   auto message = fmt::format(
-      "Cannot remove {}: permission denied. On macOS 13+, grant App Management permission in System Settings "
-      "→ "
-      "Privacy & Security → App Management.",
+      "Cannot remove {}: permission denied. On macOS 13+, grant App Management permission in System Settings → Privacy & Security → App Management.",
       app.displayName);
   log(fmt::format("AppUninstaller: {}", message));
   auto result = UninstallResult::failure(app, std::move(message));

@@ -52,20 +52,18 @@ DMGInstaller::EndOfInstall DMGInstaller::copyAsAdministrator(const InstallInProg
 DMGInstaller::EndOfInstall DMGInstaller::verifyCopy(const InstallInProgress& install) {
   const Path& destination = install.destination;
   if (ChecksumVerifier::verifyCodeRequirement(destination)) return std::nullopt;
-  logError(
-      fmt::format("DMGInstaller: the installed copy at {} does not satisfy the signing requirement — "
-                  "removing it rather than leaving unverified code in /Applications",
-                  destination));
+  logError(fmt::format(
+      "DMGInstaller: the installed copy at {} does not satisfy the signing requirement — removing it rather than leaving unverified code in /Applications",
+      destination));
   if (!removeInstalledBundle(destination)) {
-    logError(
-        fmt::format("DMGInstaller: could not remove {} — it remains QUARANTINED, so Gatekeeper will "
-                    "still challenge it on launch",
-                    destination));
+    logError(fmt::format(
+        "DMGInstaller: could not remove {} — it remains QUARANTINED, so Gatekeeper will still challenge it on launch",
+        destination));
   }
   return InstallResult::failure(
-      fmt::format("{} could not be verified after installation, so it was removed. Any previous version was "
-                  "replaced and is gone; download the installer again to reinstall.",
-                  install.app.displayName),
+      fmt::format(
+          "{} could not be verified after installation, so it was removed. Any previous version was replaced and is gone; download the installer again to reinstall.",
+          install.app.displayName),
       "SIGNATURE_FAILED");
 }
 

@@ -89,10 +89,9 @@ DMGInstaller::EndOfInstall DMGInstaller::testDiskSpace(const InstallInProgress& 
   const std::int64_t available = *free + reclaimable;
   if (available >= *needed) return std::nullopt;
 
-  logError(
-      fmt::format("DMGInstaller: Not enough space for {}: needs {} bytes, {} free + {} reclaimable — "
-                  "short by {}",
-                  install.app.displayName, *needed, *free, reclaimable, *needed - available));
+  logError(fmt::format(
+      "DMGInstaller: Not enough space for {}: needs {} bytes, {} free + {} reclaimable — short by {}",
+      install.app.displayName, *needed, *free, reclaimable, *needed - available));
   return InstallResult::failure(
       fmt::format("Not enough disk space to install {}: {} MB required, {} MB available.",
                   install.app.displayName, *needed / megabyte, available / megabyte));

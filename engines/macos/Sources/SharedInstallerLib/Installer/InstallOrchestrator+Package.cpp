@@ -47,16 +47,20 @@ InstallOrchestrator::Ending InstallOrchestrator::verifyAndInstallOnWorker(const 
 
 std::optional<InstallOrchestrator::Ending> InstallOrchestrator::verificationFailure(
     const AppInfo& app, const AcquiredPackage& package) {
-  const auto failed = [&app](const char* what, const char* code) {
-    logError(fmt::format("InstallOrchestrator: {} failed for {}", what, app.displayName));
-    return Ending::failure(fmt::format("{} verification failed for {}", what, app.displayName), code);
-  };
+  const std::string& name = app.displayName;
   if (package.checksum && !ChecksumVerifier::verifyFileChecksum(package.fileURL, *package.checksum)) {
-    return failed("Checksum", "VERIFY_FAILED");
+    logError(fmt::format("InstallOrchestrator: Checksum failed for {}", name));
+    return Ending::failure(fmt::format("Checksum verification failed for {}", name), "VERIFY_FAILED");
   }
   if (package.skipGatekeeper) return std::nullopt;
-  if (!ChecksumVerifier::verifyGatekeeper(package.fileURL)) return failed("Gatekeeper", "GATEKEEPER_FAILED");
-  if (!ChecksumVerifier::verifySignature(package.fileURL)) return failed("Signature", "SIGNATURE_FAILED");
+  if (!ChecksumVerifier::verifyGatekeeper(package.fileURL)) {
+    logError(fmt::format("InstallOrchestrator: Gatekeeper failed for {}", name));
+    return Ending::failure(fmt::format("Gatekeeper verification failed for {}", name), "GATEKEEPER_FAILED");
+  }
+  if (!ChecksumVerifier::verifySignature(package.fileURL)) {
+    logError(fmt::format("InstallOrchestrator: Signature failed for {}", name));
+    return Ending::failure(fmt::format("Signature verification failed for {}", name), "SIGNATURE_FAILED");
+  }
   return std::nullopt;
 }
 

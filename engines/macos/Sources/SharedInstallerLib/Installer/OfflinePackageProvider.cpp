@@ -37,10 +37,9 @@ std::expected<std::optional<std::string>, AcquisitionError> expectedChecksum(con
   }
   const PackageMeta& meta = entry->second;
   if (meta.hasUnsupportedChecksum()) {
-    log(
-        fmt::format("OfflinePackageProvider: {} records checksum algorithm '{}', which this engine cannot "
-                    "compute — refusing to install a payload it cannot verify",
-                    app.tempFileName, meta.checksumAlgorithm));
+    log(fmt::format(
+        "OfflinePackageProvider: {} records checksum algorithm '{}', which this engine cannot compute — refusing to install a payload it cannot verify",
+        app.tempFileName, meta.checksumAlgorithm));
     return std::unexpected(ProviderError::unsupportedChecksum(meta.checksumAlgorithm));
   }
   log(fmt::format("OfflinePackageProvider: {} checksum available for {}", meta.checksumAlgorithm,

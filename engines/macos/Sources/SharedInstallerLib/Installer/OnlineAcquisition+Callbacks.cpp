@@ -44,10 +44,9 @@ void OnlineAcquisition::willPerformHTTPRedirection(const std::shared_ptr<URLSess
     return;
   }
   const auto host = URLTrust::hostForLog(newRequest.url);
-  logError(
-      fmt::format("OnlinePackageProvider: refusing a redirect to '{}' — not https on a host in "
-                  "trustedDownloadDomains",
-                  host));
+  logError(fmt::format(
+      "OnlinePackageProvider: refusing a redirect to '{}' — not https on a host in trustedDownloadDomains",
+      host));
   decide(std::nullopt);
   task->cancel();
   fail(ProviderError::untrustedDownloadURL(host));

@@ -68,8 +68,7 @@ void OnlineAcquisition::judgePackage(const CDNPackage& package) {
   }
   if (!meta.checksumIsVerifiable()) {
     log(fmt::format(
-        "OnlinePackageProvider: {} meta.json checksum is unusable (algorithm '{}', checksum {}) — "
-        "refusing to install unverified bytes",
+        "OnlinePackageProvider: {} meta.json checksum is unusable (algorithm '{}', checksum {}) — refusing to install unverified bytes",
         app_.displayName, meta.checksumAlgorithm, meta.checksum ? "present" : "absent"));
     fail(ProviderError::unsupportedChecksum(meta.checksumAlgorithm));
     return;

@@ -90,10 +90,9 @@ bool OnlineAcquisition::switchToAlternate(const std::string& reason) {
   const auto url = *std::exchange(alternateDownloadURL_, std::nullopt);
   resumeData_.reset();  // belongs to the other location
   downloadRetryCount_ = 0;
-  logWarn(
-      fmt::format("OnlinePackageProvider: primary download failed ({}); trying the alternateDownloadUrl "
-                  "from meta.json: {}",
-                  reason, url.absoluteString()));
+  logWarn(fmt::format(
+      "OnlinePackageProvider: primary download failed ({}); trying the alternateDownloadUrl from meta.json: {}",
+      reason, url.absoluteString()));
   report("Retrying from an alternate location...");
   startTrustedDownload(
       {.version = versionInfo_->version, .downloadURL = url, .checksum = versionInfo_->checksum});

@@ -47,8 +47,7 @@ AdminOutcome PrivilegedRunner::run(const std::string& command) {
     const auto error = script->callHandler(handlerName, command);
     if (error) return adminOutcome(*error);
   }
-  log("DMGInstaller: shared privileged runner unavailable — falling back to a per-command script (the user "
-      "may be prompted again)");
+  log("DMGInstaller: shared privileged runner unavailable — falling back to a per-command script (the user may be prompted again)");
   return runWithAdminPrivilegesOneShot(command);
 }
 

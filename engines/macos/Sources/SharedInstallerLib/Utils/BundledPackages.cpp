@@ -19,8 +19,7 @@ void logLoaded(const Manifest& manifest) {
     return std::ranges::count_if(manifest, [&holds](const auto& entry) { return holds(entry.second); });
   };
   log(fmt::format(
-      "OfflinePackageProvider: Loaded {} package(s) from packages.json ({} with checksum, {} with "
-      "version, {} with size)",
+      "OfflinePackageProvider: Loaded {} package(s) from packages.json ({} with checksum, {} with version, {} with size)",
       manifest.size(), count([](const PackageMeta& meta) { return meta.checksumIsVerifiable(); }),
       count([](const PackageMeta& meta) { return meta.version.has_value(); }),
       count([](const PackageMeta& meta) { return meta.size.has_value(); })));

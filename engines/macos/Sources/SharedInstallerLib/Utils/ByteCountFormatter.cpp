@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <string>
 #include <fmt/format.h>
+#include <string>
 #include <string_view>
 
 namespace installer {

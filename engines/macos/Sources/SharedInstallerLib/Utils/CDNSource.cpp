@@ -84,9 +84,7 @@ std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, Durati
   auto second = fetchPackage(app, other, timeout);
   if (!second) return first;
   logWarn(fmt::format(
-      "CDNSource: {} was NOT under the declared '{}' arch segment but IS under '{}'. The build's pullset "
-      "properties and this app's cdnArch disagree — fix cdnArch in AppInfo and protocol/catalog.json to "
-      "'{}'.",
+      "CDNSource: {} was NOT under the declared '{}' arch segment but IS under '{}'. The build's pullset properties and this app's cdnArch disagree — fix cdnArch in AppInfo and protocol/catalog.json to '{}'.",
       app.displayName, declared, other, other));
   return second;
 }

@@ -105,10 +105,9 @@ bool ChecksumVerifier::verifyCodeRequirement(const Path& filePath, const std::op
   const std::string team = teamID ? *teamID : InstallerConfig::expectedSigningTeamId();
   const auto file = lastPathComponent(filePath);
   if (team.empty()) {
-    logWarn(
-        fmt::format("Signature requirement check SKIPPED for {} — expectedSigningTeamId is empty in "
-                    "installer_config.json. A release build must never ship in this state.",
-                    file));
+    logWarn(fmt::format(
+        "Signature requirement check SKIPPED for {} — expectedSigningTeamId is empty in installer_config.json. A release build must never ship in this state.",
+        file));
     return true;
   }
   // The leading sign tells codesign that this is a requirement's text and not a file's name.

@@ -61,10 +61,9 @@ std::optional<DetectedVariant> lookupBundleID(const std::string& identifier) {
     return std::nullopt;
   }
   if (!machine().files.fileExists(*path)) {
-    logWarn(
-        fmt::format("ExistingAppDetector: {} resolved to {} but the bundle no longer exists — treating as "
-                    "not installed",
-                    identifier, *path));
+    logWarn(fmt::format(
+        "ExistingAppDetector: {} resolved to {} but the bundle no longer exists — treating as not installed",
+        identifier, *path));
     BundleCache::shared().erase(*path);
     return std::nullopt;
   }

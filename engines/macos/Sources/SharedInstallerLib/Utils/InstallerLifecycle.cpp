@@ -90,31 +90,27 @@ std::optional<InstallerRetirement> probeSourceRetired() {
   const auto& page = InstallerConfig::downloadPageURL();
   const auto url = URL::parse(page);
   if (!url) {
-    logWarn(
-        fmt::format("InstallerLifecycle: downloadPageUrl '{}' is not a valid URL — cannot confirm whether "
-                    "the CDN is retired, so treating this as a network problem",
-                    page));
+    logWarn(fmt::format(
+        "InstallerLifecycle: downloadPageUrl '{}' is not a valid URL — cannot confirm whether the CDN is retired, so treating this as a network problem",
+        page));
     return std::nullopt;
   }
   if (lowercased(url->scheme().value_or("")) != "https") {
-    logWarn(
-        fmt::format("InstallerLifecycle: downloadPageUrl '{}' is not https — refusing to probe it, so this "
-                    "cannot be confirmed as a retired CDN. Fix the key in installer_config.json",
-                    page));
+    logWarn(fmt::format(
+        "InstallerLifecycle: downloadPageUrl '{}' is not https — refusing to probe it, so this cannot be confirmed as a retired CDN. Fix the key in installer_config.json",
+        page));
     return std::nullopt;
   }
   const auto host = url->host().value_or(page);
   if (!reachable(*url)) {
-    logWarn(
-        fmt::format("InstallerLifecycle: a package lookup returned 'not found', but {} is also unreachable "
-                    "— this is the machine's connection, not a retired CDN",
-                    host));
+    logWarn(fmt::format(
+        "InstallerLifecycle: a package lookup returned 'not found', but {} is also unreachable — this is the machine's connection, not a retired CDN",
+        host));
     return std::nullopt;
   }
-  logError(
-      fmt::format("InstallerLifecycle: a package lookup returned 'not found' while {} is reachable — the "
-                  "CDN tree this installer was built against is gone",
-                  host));
+  logError(fmt::format(
+      "InstallerLifecycle: a package lookup returned 'not found' while {} is reachable — the CDN tree this installer was built against is gone",
+      host));
   return InstallerRetirement{RetirementReason::sourceUnavailable, page, std::nullopt};
 }
 

@@ -39,8 +39,8 @@ std::string manifest(const ManifestFacts& facts, const std::vector<std::string>&
       "\n"
       "Sources\n"
       "-------\n",
-      LocalTime::dateAndTime(facts.time), kEngineVersion, facts.systemVersion, facts.isArm64 ? "arm64" : "x86_64",
-      facts.copied);
+      LocalTime::dateAndTime(facts.time), kEngineVersion, facts.systemVersion,
+      facts.isArm64 ? "arm64" : "x86_64", facts.copied);
   for (const auto& note : notes) text += note + '\n';
   return text;
 }

@@ -76,10 +76,9 @@ CDNDataCenter readDataCenter(const Json& block) {
   if (!written) return fallback;
   const auto name = lowercased(*written);
   if (const auto known = CDNDataCenters::fromRawValue(name)) return *known;
-  log(
-      fmt::format("InstallerConfig: unknown cdn.dataCenter '{}' — falling back to '{}'. Fix "
-                  "installer_config.json.",
-                  name, rawValue(fallback)));
+  log(fmt::format(
+      "InstallerConfig: unknown cdn.dataCenter '{}' — falling back to '{}'. Fix installer_config.json.", name,
+      rawValue(fallback)));
   return fallback;
 }
 

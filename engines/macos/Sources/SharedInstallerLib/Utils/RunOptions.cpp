@@ -15,8 +15,7 @@
 namespace installer {
 
 const std::string_view RunOptions::usageHint =
-    "Usage: <installer> [--silent] [--mode install|uninstall] [--apps brenna,tolvi,rulo,galdivane] "
-    "[--open-after-install true|false] [--strict true|false] [--verbose]\n"
+    "Usage: <installer> [--silent] [--mode install|uninstall] [--apps brenna,tolvi,rulo,galdivane] [--open-after-install true|false] [--strict true|false] [--verbose]\n"
     "\n"
     "Flags:\n"
     "  --silent                     Run without UI; exit with a deterministic code\n"
