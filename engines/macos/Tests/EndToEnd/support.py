@@ -14,6 +14,8 @@ import subprocess
 import threading
 import time
 
+import protocol_schema
+
 BUILD = pathlib.Path(os.environ.get("KELO_BUILD", "build/dev")).resolve()
 ENGINE = BUILD / "engines/macos/engine-cli"
 LAB = BUILD / "lab/bin"
@@ -72,6 +74,8 @@ class Run:
             (self.events if isinstance(event, dict) and "type" in event else self.other_lines).append(
                 event if isinstance(event, dict) else line
             )
+        for event in self.events:
+            protocol_schema.check(event)
 
     def of_type(self, kind):
         return [event for event in self.events if event["type"] == kind]
