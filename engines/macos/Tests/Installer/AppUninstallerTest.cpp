@@ -1,5 +1,6 @@
 // The transaction from the first look to its result, without an administrator.
 #include "Installer/AppUninstallerStory.h"
+#include "Support/PropertyListText.h"
 
 namespace installer::testing {
 namespace {
@@ -270,6 +271,51 @@ TEST_F(Uninstall, StrandsABundleThatLostItsInformation) {
                       "/Applications",
                   "INFO AppUninstaller: lsregister -u /Applications/Brenna.app exited 0",
                   "INFO AppUninstaller: " + stranded));
+}
+
+TEST_F(Uninstall, PutsBackOnlyABundleThatCouldStart) {
+  struct Row {
+    std::string name;
+    std::function<void(SimulatedMachine&, const Path&)> spoil;
+    bool goesBack;
+  };
+  const auto writePlist = [](const Json& value) {
+    return [value](SimulatedMachine& m, const Path& at) {
+      m.files.addFile(at + "/Contents/Info.plist", propertyListText(value));
+    };
+  };
+  for (const auto& row : std::vector<Row>{
+           {"whole", [](SimulatedMachine&, const Path&) {}, true},
+           {"without resources",
+            [](SimulatedMachine& m, const Path& at) { m.files.erase(at + "/Contents/Resources"); }, true},
+           {"no Info.plist",
+            [](SimulatedMachine& m, const Path& at) { m.files.erase(at + "/Contents/Info.plist"); }, false},
+           {"broken Info.plist",
+            [](SimulatedMachine& m, const Path& at) { m.files.addFile(at + "/Contents/Info.plist", "x"); },
+            false},
+           {"unreadable Info.plist",
+            [](SimulatedMachine& m, const Path& at) {
+              m.files.setReadable(at + "/Contents/Info.plist", false);
+            },
+            false},
+           {"an array", writePlist(Json::array()), false},
+           {"no executable named", writePlist(Json::object()), false},
+           {"executable that is no text", writePlist({{"CFBundleExecutable", 7}}), false},
+           {"executable that is another one", writePlist({{"CFBundleExecutable", "other"}}), false},
+           {"no executable",
+            [](SimulatedMachine& m, const Path& at) { m.files.erase(at + "/Contents/MacOS/app"); }, false}}) {
+    SimulatedMachine fresh;
+    fresh.addRegisteredApp(path, brenna());
+    fresh.files.addFile(path + "/Contents/Resources/text", "text");
+    row.spoil(fresh, path);
+    const auto whole = fresh.files.snapshot(path);
+    fresh.files.failNext(Operation::remove, staged, cocoa(513));
+    const AppInfo brennaApp = *KeloAppProvider::shared().app(AppIdentifier::brenna);
+    const auto ended = AppUninstaller::uninstall(brennaApp, false);
+    EXPECT_EQ(fresh.files.exists(path), row.goesBack) << row.name;
+    EXPECT_EQ(fresh.files.snapshot(row.goesBack ? path : staged), whole) << row.name;
+    EXPECT_EQ(ended.errorMessage, row.goesBack ? appManagement : stranded) << row.name;
+  }
 }
 
 TEST_F(Uninstall, ClearsAStrandedBundleWhenTheAppIsRemovedAgain) {
