@@ -1,0 +1,67 @@
+# What happens to packages that aren't what they claim to be. Sourced by demo.sh.
+part=$demo/signatures
+root=$part/machine
+team=QX7M4R2V9D
+sign="$bin/lab-sign sign --authority $part/authority"
+
+# refused_installer NAME BUNDLE_SIGNER CHANGE: an installer for Kelo Rulo whose image holds a bundle that was
+# signed by BUNDLE_SIGNER and then changed.
+refused_installer() {
+  local installer=$part/$1 volume=$part/$1-volume
+  cp -a "$part/genuine" "$installer"
+  "$bin/lab-fixture" app --app rulo --version 2.0 --output "$volume" >/dev/null
+  $2 "$volume/Kelo Rulo.app"
+  (cd "$volume/Kelo Rulo.app" && eval "$3")
+  local packages=$installer/Kelo-Desk-Installer.app/Contents/Resources/packages
+  rm "$packages/rulo_installer.dmg" "$packages/packages.json"
+  "$bin/lab-diskimage" --volume-name "Kelo Rulo" "$volume" "$packages/rulo_installer.dmg"
+}
+
+why() { grep -E "$1" "$root/Library/Logs/Kelo-Desk-Installer/webinstall.log" | tail -n "${2:-1}" | sed 's/^/    /'; }
+
+title "A test authority, and an installer whose images and bundles it has signed for team $team"
+"$bin/lab-sign" make-authority "$part/authority" --team "$team"
+"$bin/lab-fixture" offline-installer --engine "$build/engines/macos/engine-cli" --programs "$bin" --apps rulo \
+  --machine "$root" --version 2.0 --authority "$part/authority" --team-id "$team" --output "$part/genuine"
+play "$part/genuine" run --action install --apps rulo
+expect 0
+tell "who vouched for it:"
+"$part/genuine/Kelo-Desk-Installer.app/Contents/Resources/programs/codesign" -d -vv "$root/Applications/Kelo Rulo.app" 2>&1 | sed 's/^/    /'
+play "$part/genuine" run --action uninstall --apps rulo
+expect 0
+
+title "An image in which one byte was changed"
+cp -a "$part/genuine" "$part/tampered"
+image=$part/tampered/Kelo-Desk-Installer.app/Contents/Resources/packages/rulo_installer.dmg
+printf 'X' | dd of="$image" bs=1 seek=100000 conv=notrunc status=none
+play "$part/tampered" run --action install --apps rulo
+expect 2
+why 'Checksum verification FAILED'
+
+title "A bundle of another team"
+refused_installer another-team "$sign --variant wrong-team" ":"
+play "$part/another-team" run --action install --apps rulo
+expect 2
+why 'Signature requirement output|does not satisfy' 2
+
+title "A bundle with a file that nobody sealed"
+refused_installer added-file "$sign" "echo surprise >Contents/Resources/surprise.txt"
+play "$part/added-file" run --action install --apps rulo
+expect 2
+why 'Signature requirement output|does not satisfy' 2
+
+title "A copy that somebody alters between the copying and the second check"
+cp -a "$part/genuine" "$part/quick-hands"
+programs=$part/quick-hands/Kelo-Desk-Installer.app/Contents/Resources/programs
+mv "$programs/codesign" "$programs/codesign-itself"
+cat >"$programs/codesign" <<SCRIPT
+#!/bin/sh
+for path; do :; done
+case "\$path" in "$root/Applications/"*) echo altered >>"\$path/Contents/Resources/payload.bin" ;; esac
+exec "$programs/codesign-itself" "\$@"
+SCRIPT
+chmod +x "$programs/codesign"
+play "$part/quick-hands" run --action install --apps rulo
+expect 2
+why 'the installed copy at'
+show_applications "$root"
