@@ -12,7 +12,7 @@ export build demo here bin
 # shellcheck source=lab/demo/common.sh
 . "$here/common.sh"
 
-if [ $# = 0 ]; then set -- offline signatures; fi
+if [ $# = 0 ]; then set -- offline signatures online; fi
 for part in "$@"; do
   [ -f "$here/$part.sh" ] || { echo "demo: there is no part '$part'" >&2; exit 1; }
 done

@@ -2,9 +2,11 @@
 part=$demo/offline
 root=$part/machine
 
-title "Making disk images of the four apps, versions 1.0 and 2.0, and an offline installer around each"
+title "Making signed disk images of the four apps, versions 1.0 and 2.0, and an offline installer around each"
+"$bin/lab-sign" make-authority "$part/authority" --team QX7M4R2V9D
 for version in 1.0 2.0; do
   "$bin/lab-fixture" offline-installer --engine "$build/engines/macos/engine-cli" --programs "$bin" \
+    --authority "$part/authority" --team-id QX7M4R2V9D \
     --machine "$root" --version "$version" --output "$part/installer-$version"
 done
 tell "the images: $part/installer-1.0/Kelo-Desk-Installer.app/Contents/Resources/packages"

@@ -1,65 +1,78 @@
-# The online road: signed images from a CDN on this machine, over TLS under its real names. Sourced by demo.sh.
+# The online road: a real CDN on loopback, over TLS, under its real names. Sourced by demo.sh.
 part=$demo/online
 root=$part/machine
-tree=$part/tree
-lab=$(cd "$here/.." && pwd)
-installer=$part/installer/Kelo-Desk-Installer.app
-resources=$installer/Contents/Resources
 team=QX7M4R2V9D
-sign="$bin/lab-sign sign --authority $part/signers"
+cdn=$here/../cdn/lab-cdn
+names=cdn.kelo.example,www.kelo.example
+case $(uname -m) in aarch64 | arm64) arch=arm64 ;; *) arch=x64 ;; esac
+trap '"$cdn" stop --folder "$part/cdn" >/dev/null 2>&1 || true' EXIT
 
-publish() {
-  "$bin/lab-fixture" image --app brenna --version "$1" --sign-bundle "$sign" --sign-image "$sign" \
-    --output "$part/brenna-$1.dmg"
-  "$bin/lab-publish" publish --tree "$tree" --app brenna --version "$1" --arch x64 --image "$part/brenna-$1.dmg"
+# publish_all VERSION: signed images of the four apps, put where the engine looks for them.
+publish_all() {
+  local app place file
+  "$bin/lab-fixture" offline-installer --engine "$build/engines/macos/engine-cli" --programs "$bin" \
+    --authority "$part/authority" --team-id "$team" --machine "$root" --version "$1" --output "$part/images-$1" >/dev/null
+  for app in brenna:$arch:brenna tolvi:universal:tolvi rulo:universal:rulo galdivane:$arch:galdi; do
+    IFS=: read -r app place file <<<"$app"
+    printf '{"product":"%s","releases":[{"version":"%s","notes":["What is new in %s"]}]}' "$app" "$1" "$1" >"$part/notes.json"
+    "$bin/lab-publish" publish --tree "$part/tree" --app "$app" --version "$1" --arch "$place" \
+      --image "$part/images-$1/Kelo-Desk-Installer.app/Contents/Resources/packages/${file}_installer.dmg" \
+      --notes "$part/notes.json"
+  done
+  "$bin/lab-publish" verify --tree "$part/tree"
 }
 
-title "Signing version 1.0 with a test authority, and publishing it"
-"$bin/lab-sign" make-authority "$part/signers" --team "$team"
-publish 1.0
-printf '<html>Kelo Desk</html>\n' >"$tree/index.html"
-"$bin/lab-publish" verify --tree "$tree"
+# change_json FILE PYTHON: runs PYTHON over the parsed object `o` (and `settings`, what the CDN printed).
+change_json() {
+  /usr/bin/python3 -c "import json,sys
+o=json.load(open(sys.argv[1])); settings=json.load(open(sys.argv[2]))
+$2
+json.dump(o,open(sys.argv[1],'w'),indent=2)" "$1" "$part/cdn.json"
+}
 
-title "Serving it as cdn.kelo.example, over TLS, with a certificate authority of its own"
-trap '"$lab/cdn/lab-cdn" stop --folder "$part/cdn"' EXIT
-"$lab/cdn/lab-cdn" start --folder "$part/cdn" --tree "$tree" --names cdn.kelo.example,www.kelo.example \
-  | tee "$part/cdn.json"
+title "Publishing version 1.0 of the four apps, and checking the tree as the engine would"
+"$bin/lab-sign" make-authority "$part/authority" --team "$team"
+mkdir -p "$part/tree"
+publish_all 1.0
+tell "the tree: $part/tree"
 
-title "An installer without packages, set up for this machine"
-"$bin/lab-fixture" offline-installer --engine "$build/engines/macos/engine-cli" --programs "$bin" --machine "$root" \
-  --output "$part/installer" --apps brenna --team-id "$team"
-rm -rf "$resources/packages"
-/usr/bin/python3 - "$resources/linux_host.json" "$part/cdn.json" "$part/signers/root.pem" <<'PYTHON'
-import json, sys
-settings, cdn, authority = sys.argv[1:]
-values = {**json.load(open(settings)), **json.load(open(cdn)), "testAuthority": authority}
-json.dump(values, open(settings, "w"), indent=2)
-PYTHON
+title "Starting nginx on loopback for $names"
+"$cdn" start --folder "$part/cdn" --tree "$part/tree" --names "$names" >"$part/cdn.json"
+cat "$part/cdn.json"
+
+# The online installer: the same bundle without packages, told where the CDN is.
+mkdir -p "$part/installer"
+cp -a "$part/images-1.0/Kelo-Desk-Installer.app" "$part/installer/"
+resources=$part/installer/Kelo-Desk-Installer.app/Contents/Resources
+rm -r "$resources/packages"
+change_json "$resources/linux_host.json" "o.update(settings)"
+change_json "$resources/installer_config.json" "
+o['cdn']={'dataCenter':'us','domains':{'us':'https://cdn.kelo.example'},'releaseNotesEnabled':True}
+o['trustedDownloadDomains']=['kelo.example']
+o['downloadPageUrl']='https://www.kelo.example/download/'"
 
 title "Installing from the CDN"
-play "$part/installer" run --action install --apps brenna
+play "$part/installer" run --action install
 expect 0
 show_applications "$root"
 
-title "Version 2.0 is published; what does the engine find?"
-publish 2.0
+title "Version 2.0 is published; who asks, is told"
+publish_all 2.0
 play "$part/installer" check-updates
 expect 0
 
 title "Updating"
-play "$part/installer" run --action update --apps brenna
+play "$part/installer" run --action update
 expect 0
 show_applications "$root"
 
-title "Other bytes under the same name: refused, and the installed copy stays"
-folder=$tree/desksuite/apps/default/brenna/mac/x64/dmg/latest
-sed -i 's/"checksum": "[0-9a-f]*"/"checksum": "'"$(printf '0%.0s' $(seq 64))"'"/; s/2\.0"/3.0"/' "$folder/meta.json"
-play "$part/installer" run --action update --apps brenna
+title "The tree is taken away: the installer says that it has gone stale"
+rm -r "$part/tree/desksuite"
+play "$part/installer" run --action update --apps rulo
+expect 2
+play "$part/installer" check-updates
+expect 0
 
-show_applications "$root"
-
-title "Where everything lies"
-tell "the tree     $tree"
-tell "the machine  $root"
-tell "the CDN log  $part/cdn/access.log"
-tell "the log      $root/Library/Logs/Kelo-Desk-Installer/webinstall.log"
+"$cdn" stop --folder "$part/cdn" >/dev/null
+trap - EXIT
+tell "what was served: $part/cdn/access.log"

@@ -17,7 +17,12 @@ refused_installer() {
   "$bin/lab-diskimage" --volume-name "Kelo Rulo" "$volume" "$packages/rulo_installer.dmg"
 }
 
-why() { grep -E "$1" "$root/Library/Logs/Kelo-Desk-Installer/webinstall.log" | tail -n "${2:-1}" | sed 's/^/    /'; }
+# The log's last lines about it, without time and place.
+why() {
+  tell "the log says why:"
+  grep -E "$1" "$root/Library/Logs/Kelo-Desk-Installer/webinstall.log" | tail -n "${2:-1}" \
+    | sed -E 's/^\[[^]]*\] (\[[A-Z]+\] )?\[[^]]*\] /    \1/'
+}
 
 title "A test authority, and an installer whose images and bundles it has signed for team $team"
 "$bin/lab-sign" make-authority "$part/authority" --team "$team"
@@ -42,13 +47,13 @@ title "A bundle of another team"
 refused_installer another-team "$sign --variant wrong-team" ":"
 play "$part/another-team" run --action install --apps rulo
 expect 2
-why 'Signature requirement output|does not satisfy' 2
+why 'Signature requirement output|codesign exit' 2
 
 title "A bundle with a file that nobody sealed"
 refused_installer added-file "$sign" "echo surprise >Contents/Resources/surprise.txt"
 play "$part/added-file" run --action install --apps rulo
 expect 2
-why 'Signature requirement output|does not satisfy' 2
+why 'Signature requirement output|codesign exit' 2
 
 title "A copy that somebody alters between the copying and the second check"
 cp -a "$part/genuine" "$part/quick-hands"
