@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "CodeResources.h"
+#include "ImageTrailer.h"
 #include "MachO.h"
 #include "Pattern.h"
 #include "RequirementBlob.h"
@@ -10,7 +11,6 @@
 #include "SignedData.h"
 #include "SuperBlob.h"
 #include "Timestamp.h"
-#include "UDIFTrailer.h"
 
 namespace lab {
 
@@ -46,7 +46,7 @@ bool tryMachO(ByteView input, const Anchors& anchors) {
 }
 
 bool tryDiskImage(ByteView input, const Anchors& anchors) {
-  const auto trailer = readUDIFTrailer(input);
+  const auto trailer = readImageTrailer(input);
   if (!trailer || !trailer->isSigned()) return false;
   const auto parts =
       SignatureParts::fromSuperBlob(*slice(input, trailer->signatureOffset, trailer->signatureLength));

@@ -2,10 +2,10 @@
 
 #include <array>
 
+#include "ImageTrailer.h"
 #include "MachO.h"
 #include "MappedFile.h"
 #include "SuperBlob.h"
-#include "UDIFTrailer.h"
 
 namespace lab {
 
@@ -93,7 +93,7 @@ Outcome<CodeReport> Verifier::machO(ByteView bytes, const SignedSurroundings& bu
 }
 
 Outcome<CodeReport> Verifier::diskImage(ByteView bytes, Task task) const {
-  const auto trailer = readUDIFTrailer(bytes);
+  const auto trailer = readImageTrailer(bytes);
   if (!trailer) return handOn(trailer);
   if (!trailer->isSigned()) return notSigned();
   const auto parts =

@@ -3,6 +3,7 @@
 #include <array>
 #include <fstream>
 
+#include "ImageTrailer.h"
 #include "MachO.h"
 #include "MachOWriter.h"
 #include "MappedFile.h"
@@ -10,7 +11,6 @@
 #include "ResourceSealer.h"
 #include "SignatureWriter.h"
 #include "SuperBlob.h"
-#include "UDIFTrailer.h"
 
 namespace lab {
 
@@ -119,11 +119,11 @@ Outcome<Bytes> Signer::slice(ByteView bytes, const std::string& identifier,
 }
 
 Outcome<Bytes> Signer::diskImage(ByteView bytes, const std::string& identifier) const {
-  const auto trailer = readUDIFTrailer(bytes);
+  const auto trailer = readImageTrailer(bytes);
   if (!trailer) return handOn(trailer);
   const std::uint64_t end = trailer->propertyListOffset + trailer->propertyListLength;
   const std::uint64_t contentEnd =
-      trailer->isSigned() ? trailer->signatureOffset : bytes.size() - kUDIFTrailerSize;
+      trailer->isSigned() ? trailer->signatureOffset : bytes.size() - kImageTrailerSize;
   if (end != contentEnd) return refuse("the image's property list doesn't stand in front of its trailer");
   Bytes newTrailer = trailer->bytes;
   put64(newTrailer, kSignatureOffsetAt, end);

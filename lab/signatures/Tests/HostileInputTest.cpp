@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <random>
 
+#include "ImageTrailer.h"
 #include "MachO.h"
 #include "RequirementBlob.h"
 #include "RequirementText.h"
@@ -12,7 +13,6 @@
 #include "SuperBlob.h"
 #include "Support/Workshop.h"
 #include "Targets.h"
-#include "UDIFTrailer.h"
 
 namespace lab {
 namespace {
@@ -96,7 +96,7 @@ TEST(HostileInput, AMutatedImageNeverCountsAsTheGoodOne) {
   const Bytes good = readFile(file);
   const Anchors anchors = testAnchors();
   ASSERT_TRUE(tryDiskImage(good, anchors));
-  const auto limit = static_cast<std::size_t>(readUDIFTrailer(good).value().signatureOffset);
+  const auto limit = static_cast<std::size_t>(readImageTrailer(good).value().signatureOffset);
   mutate(
       good,
       [&](ByteView input) {

@@ -5,11 +5,11 @@
 #include <sys/stat.h>
 
 #include "BlobWriter.h"
+#include "ImageTrailer.h"
 #include "MachO.h"
 #include "Signer.h"
 #include "SuperBlob.h"
 #include "Support/Workshop.h"
-#include "UDIFTrailer.h"
 
 namespace lab {
 namespace {
@@ -563,8 +563,8 @@ TEST_F(Programs, ASignedImageIsAcceptedAndTheSourceIsNamed) {
 TEST_F(Programs, EveryRegionOfAnImageIsChecked) {
   const fs::path image = signedImage();
   const Bytes good = readFile(image);
-  const UDIFTrailer trailer = readUDIFTrailer(good).value();
-  const std::uint64_t trailerAt = good.size() - kUDIFTrailerSize;
+  const ImageTrailer trailer = readImageTrailer(good).value();
+  const std::uint64_t trailerAt = good.size() - kImageTrailerSize;
   for (const std::uint64_t offset :
        {std::uint64_t{0}, trailer.dataForkLength - 1, trailer.propertyListOffset, trailer.signatureOffset - 1,
         trailer.signatureOffset + 200, trailerAt + 12, trailerAt + 80, trailerAt + 303, trailerAt + 311,

@@ -6,9 +6,9 @@
 
 namespace lab {
 
-inline constexpr std::uint64_t kUDIFTrailerSize = 512;
+inline constexpr std::uint64_t kImageTrailerSize = 512;
 
-struct UDIFTrailer {
+struct ImageTrailer {
   Bytes bytes;  // the 512 bytes as they stand
   std::uint64_t dataForkOffset = 0;
   std::uint64_t dataForkLength = 0;
@@ -28,6 +28,6 @@ bool isUDIF(ByteView file);
 
 // Refuses a signature that doesn't stand exactly between property list and trailer, and a data fork or
 // property list that leaves the part in front of it.
-Outcome<UDIFTrailer> readUDIFTrailer(ByteView file);
+Outcome<ImageTrailer> readImageTrailer(ByteView file);
 
 }  // namespace lab

@@ -1,4 +1,4 @@
-#include "UDIFTrailer.h"
+#include "ImageTrailer.h"
 
 #include <algorithm>
 
@@ -12,24 +12,24 @@ constexpr std::ptrdiff_t kSignatureLengthAt = 304;
 
 }  // namespace
 
-Bytes UDIFTrailer::sealedBytes() const {
+Bytes ImageTrailer::sealedBytes() const {
   Bytes sealed = bytes;
   std::fill_n(sealed.begin() + kSignatureLengthAt, 8, std::uint8_t{0});
   return sealed;
 }
 
 bool isUDIF(ByteView file) {
-  return file.size() >= kUDIFTrailerSize && be32(file, file.size() - kUDIFTrailerSize) == kMagic;
+  return file.size() >= kImageTrailerSize && be32(file, file.size() - kImageTrailerSize) == kMagic;
 }
 
-Outcome<UDIFTrailer> readUDIFTrailer(ByteView file) {
+Outcome<ImageTrailer> readImageTrailer(ByteView file) {
   if (!isUDIF(file)) return refuse("file has no disk image trailer");
-  const std::uint64_t trailerAt = file.size() - kUDIFTrailerSize;
-  const ByteView bytes = *slice(file, trailerAt, kUDIFTrailerSize);
-  if (be32(bytes, 4) != kVersion || be32(bytes, 8) != kUDIFTrailerSize)
+  const std::uint64_t trailerAt = file.size() - kImageTrailerSize;
+  const ByteView bytes = *slice(file, trailerAt, kImageTrailerSize);
+  if (be32(bytes, 4) != kVersion || be32(bytes, 8) != kImageTrailerSize)
     return refuse("disk image trailer is of an unknown version");
-  UDIFTrailer trailer{copyOf(bytes),     *be64(bytes, 24),  *be64(bytes, 32), *be64(bytes, 216),
-                      *be64(bytes, 224), *be64(bytes, 296), *be64(bytes, 304)};
+  ImageTrailer trailer{copyOf(bytes),     *be64(bytes, 24),  *be64(bytes, 32), *be64(bytes, 216),
+                       *be64(bytes, 224), *be64(bytes, 296), *be64(bytes, 304)};
   const ByteView front = file.first(static_cast<std::size_t>(trailerAt));
   if (!slice(front, trailer.dataForkOffset, trailer.dataForkLength) ||
       !slice(front, trailer.propertyListOffset, trailer.propertyListLength)) {
