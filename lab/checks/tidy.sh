@@ -1,27 +1,33 @@
 #!/usr/bin/env bash
-# tidy.sh BUILD_FOLDER JOBS: clang-tidy over every source of the compilation database.
-# A source that was clean is skipped as long as it, every header of ours and the rules stay the same, so that
-# only what a change can have touched is linted again.
+# tidy.sh BUILD_FOLDER JOBS: clang-tidy over the sources that changed, with the headers that they include.
+# What counts as a change: everything since TIDY_BASE; by default since the branch left origin/main, and on
+# main itself the last commits. TIDY_BASE=all takes every source.
 set -euo pipefail
 
 build=$1
 jobs=$2
-cache=${XDG_CACHE_HOME:-$HOME/.cache}/kelo-desk-installer/tidy
-mkdir -p "$cache"
+recent=12
 
-common=$( (cat .clang-tidy; clang-tidy-19 --version; git ls-files '*.h' | LC_ALL=C sort | xargs sha256sum) | sha256sum)
-export common cache build
-
-lint() {
-  local source=$1 key
-  key=$( (echo "$common"; echo "$source"; cat "$source") | sha256sum | cut -d' ' -f1)
-  [ -e "$cache/$key" ] && return 0
-  echo "  $source"
-  clang-tidy-19 --quiet -p "$build" "$source" 2>"$build/tidy.$$.err" || { cat "$build/tidy.$$.err" >&2; return 1; }
-  touch "$cache/$key"
+base() {
+  local fork
+  [ -n "${TIDY_BASE:-}" ] && { echo "$TIDY_BASE"; return; }
+  fork=$(git merge-base HEAD origin/main 2>/dev/null || true)
+  if [ -n "$fork" ] && [ "$fork" != "$(git rev-parse HEAD)" ]; then echo "$fork"; return; fi
+  git rev-list -n "$recent" HEAD | tail -n 1
 }
-export -f lint
 
-git ls-files '*.cpp' | grep -v /Darwin/ | while read -r source; do
-  grep -q "\"file\": \"$PWD/$source\"" "$build/compile_commands.json" && echo "$source"
-done | xargs -P "$jobs" -I{} bash -c 'lint "$1"' _ {}
+changed() {
+  if [ "${TIDY_BASE:-}" = all ]; then git ls-files '*.cpp' '*.h'; return; fi
+  git diff --name-only --diff-filter=d "$(base)" -- '*.cpp' '*.h'
+}
+
+# The changed sources; for a changed header the source of its name.
+sources() {
+  changed | sed 's/\.h$/.cpp/' | sort -u | while read -r source; do
+    [ -f "$source" ] && grep -q "\"file\": \"$PWD/$source\"" "$build/compile_commands.json" && echo "$source"
+  done || true
+}
+
+mapfile -t list < <(sources)
+echo "${#list[@]} sources"
+[ ${#list[@]} = 0 ] || printf '%s\n' "${list[@]}" | xargs -P "$jobs" -n 2 clang-tidy-19 --quiet -p "$build"

@@ -36,7 +36,7 @@ std::size_t rangeStart(const std::string& request) {
 
 struct LoopbackServer::TLS {
   explicit TLS(const std::string& host, const Path& certificateFile) {
-    EVP_PKEY* const key = EVP_EC_gen("P-256");
+    EVP_PKEY* const key = EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256");
     X509* const certificate = X509_new();
     X509_set_version(certificate, 2);
     ASN1_INTEGER_set(X509_get_serialNumber(certificate), 1);

@@ -64,7 +64,7 @@ TEST_F(EngineEmitterTest, OutlivesAReaderThatWentAway) {
 }
 
 TEST_F(EngineEmitterTest, KeepsLinesWholeWhenTwoThreadsEmitAtOnce) {
-  constexpr int rounds = 500;
+  static constexpr int rounds = 500;
   const auto emitMany = [](const std::string& app) {
     for (int i = 0; i < rounds; ++i) EngineEmitter::emit({EngineEvent::Stage{app, "download", i, rounds}});
   };

@@ -45,11 +45,18 @@ std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, std::s
   return CDNPackage{*folder, std::move(*meta)};
 }
 
-// Position in the file is the tie-break, and it matters: "1.2" and "1.2.1" compare as the same.
+// Each entry moves up past those that it is newer than and no further, so that position in the file is the
+// tie-break. The standard sorts need an order in which "the same" carries over from one pair to the next, and
+// it doesn't here: "1.2" is the same as "1.2.1" and as "1.2.2".
 void sortNewestFirst(std::vector<ReleaseNotes::Entry>& releases) {
-  std::ranges::stable_sort(releases, [](const auto& a, const auto& b) {
-    return compareVersion(a.version, b.version) == ComparisonResult::descending;
-  });
+  for (auto entry = releases.begin(); entry != releases.end(); ++entry) {
+    auto place = entry;
+    while (place != releases.begin() &&
+           compareVersion(entry->version, std::prev(place)->version) == ComparisonResult::descending) {
+      --place;
+    }
+    std::rotate(place, entry, std::next(entry));
+  }
 }
 
 }  // namespace
