@@ -180,7 +180,7 @@ class Resuming : public LinuxDownloads, public ::testing::WithParamInterface<Res
 
 TEST_P(Resuming, NeverJoinsTwoVersions) {
   const auto& row = GetParam();
-  json answers{row.first};
+  json answers = json::array({row.first});
   for (const auto& answer : row.later) answers.push_back(answer);
   serve({{"/a", answers}});
   download("/a");
