@@ -1,0 +1,84 @@
+// `AdministratorScripts` on NSAppleScript. A granted authorization is remembered by the system for as long as
+// the script object lives.
+#import <CoreServices/CoreServices.h>
+#import <Foundation/Foundation.h>
+
+#import "Platform/Darwin/DarwinFoundation.h"
+#include "Platform/Darwin/DarwinServices.h"
+
+namespace installer::darwin {
+
+namespace {
+
+ScriptErrorDictionary errorDictionary(NSDictionary* problem) {
+  if (problem == nil) return std::nullopt;
+  return json(problem);
+}
+
+// This very process: {0, kCurrentProcess}.
+NSAppleEventDescriptor* currentProcess() {
+  const ProcessSerialNumber number{0, kCurrentProcess};
+  return [[NSAppleEventDescriptor alloc] initWithDescriptorType:typeProcessSerialNumber
+                                                          bytes:&number
+                                                         length:sizeof number];
+}
+
+// "Call the handler `name` with one argument", as the script's own callers would send it.
+NSAppleEventDescriptor* subroutineEvent(NSAppleEventDescriptor* target, const std::string& name,
+                                        const std::string& argument) {
+  NSAppleEventDescriptor* event = [[NSAppleEventDescriptor alloc] initWithEventClass:kASAppleScriptSuite
+                                                                             eventID:kASSubroutineEvent
+                                                                    targetDescriptor:target
+                                                                            returnID:kAutoGenerateReturnID
+                                                                       transactionID:kAnyTransactionID];
+  NSAppleEventDescriptor* arguments = [NSAppleEventDescriptor listDescriptor];
+  [arguments insertDescriptor:[NSAppleEventDescriptor descriptorWithString:nsString(argument)] atIndex:1];
+  [event setParamDescriptor:[NSAppleEventDescriptor descriptorWithString:nsString(name)]
+                 forKeyword:keyASSubroutineName];
+  [event setParamDescriptor:arguments forKeyword:keyDirectObject];
+  return event;
+}
+
+class DarwinAdministratorScript final : public AdministratorScript {
+ public:
+  explicit DarwinAdministratorScript(NSAppleScript* script) : script_{script} {}
+
+  std::expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
+                                                                 const std::string& argument) override {
+    @autoreleasepool {
+      NSAppleEventDescriptor* target = currentProcess();
+      if (target == nil) return std::unexpected(EventFailure::noTarget);
+      NSDictionary* problem = nil;
+      [script_ executeAppleEvent:subroutineEvent(target, name, argument) error:&problem];
+      return errorDictionary(problem);
+    }
+  }
+
+  ScriptErrorDictionary execute() override {
+    @autoreleasepool {
+      NSDictionary* problem = nil;
+      [script_ executeAndReturnError:&problem];
+      return errorDictionary(problem);
+    }
+  }
+
+ private:
+  NSAppleScript* script_;
+};
+
+class DarwinAdministratorScripts final : public AdministratorScripts {
+ public:
+  std::unique_ptr<AdministratorScript> make(const std::string& source) override {
+    NSAppleScript* script = [[NSAppleScript alloc] initWithSource:nsString(source)];
+    if (script == nil) return nullptr;
+    return std::make_unique<DarwinAdministratorScript>(script);
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<AdministratorScripts> makeAdministratorScripts() {
+  return std::make_unique<DarwinAdministratorScripts>();
+}
+
+}  // namespace installer::darwin

@@ -1,0 +1,157 @@
+// `Dispatch` on Grand Central Dispatch, NSRunLoop and NSThread.
+#import <Foundation/Foundation.h>
+
+#include <dispatch/dispatch.h>
+
+#include <mutex>
+
+#include "Platform/Darwin/DarwinServices.h"
+
+namespace installer::darwin {
+
+namespace {
+
+qos_class_t qosClass(QualityOfService quality) {
+  switch (quality) {
+    case QualityOfService::utility:
+      return QOS_CLASS_UTILITY;
+    case QualityOfService::userInitiated:
+      return QOS_CLASS_USER_INITIATED;
+    case QualityOfService::standard:
+      return QOS_CLASS_DEFAULT;
+  }
+}
+
+dispatch_time_t fromNow(Duration delay) {
+  return dispatch_time(DISPATCH_TIME_NOW,
+                       static_cast<std::int64_t>(delay.count() * static_cast<double>(NSEC_PER_SEC)));
+}
+
+class DarwinSerialQueue final : public SerialQueue {
+ public:
+  DarwinSerialQueue(const std::string& label, QualityOfService quality)
+      : queue_{dispatch_queue_create(label.c_str(), dispatch_queue_attr_make_with_qos_class(
+                                                        DISPATCH_QUEUE_SERIAL, qosClass(quality), 0))} {}
+
+  void async(Work work) override {
+    dispatch_async(queue_, ^{
+      work();
+    });
+  }
+
+ private:
+  dispatch_queue_t queue_;
+};
+
+class DarwinSemaphore final : public Semaphore {
+ public:
+  // Made empty and then filled: the system takes it ill when a semaphore goes away below its first value.
+  explicit DarwinSemaphore(int count) : semaphore_{dispatch_semaphore_create(0)} {
+    for (int i = 0; i < count; ++i) dispatch_semaphore_signal(semaphore_);
+  }
+
+  void signal() override { dispatch_semaphore_signal(semaphore_); }
+  void wait() override { dispatch_semaphore_wait(semaphore_, DISPATCH_TIME_FOREVER); }
+  bool waitFor(Duration limit) override { return dispatch_semaphore_wait(semaphore_, fromNow(limit)) == 0; }
+
+ private:
+  dispatch_semaphore_t semaphore_;
+};
+
+class DarwinTimer final : public Timer {
+ public:
+  DarwinTimer(Duration interval, Work handler)
+      : source_{dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0,
+                                       dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0))} {
+    const auto nanoseconds = static_cast<std::uint64_t>(interval.count() * static_cast<double>(NSEC_PER_SEC));
+    auto state = state_;
+    dispatch_source_set_timer(source_, DISPATCH_TIME_NOW, nanoseconds, 0);
+    dispatch_source_set_event_handler(source_, ^{
+      const std::lock_guard lock{state->mutex};
+      if (!state->cancelled) handler();
+    });
+    dispatch_resume(source_);
+  }
+  ~DarwinTimer() override { cancel(); }
+  DarwinTimer(const DarwinTimer&) = delete;
+  DarwinTimer& operator=(const DarwinTimer&) = delete;
+
+  // Waits for a handler that is running on another thread; from the handler itself the lock is already held.
+  void cancel() override {
+    dispatch_source_cancel(source_);
+    const std::lock_guard lock{state_->mutex};
+    state_->cancelled = true;
+  }
+
+ private:
+  struct State {
+    std::recursive_mutex mutex;
+    bool cancelled = false;
+  };
+
+  dispatch_source_t source_;
+  std::shared_ptr<State> state_ = std::make_shared<State>();
+};
+
+class DarwinDispatch final : public Dispatch {
+ public:
+  bool isMainThread() override { return [NSThread isMainThread]; }
+
+  void asyncMain(Work work) override {
+    dispatch_async(dispatch_get_main_queue(), ^{
+      work();
+    });
+  }
+
+  void asyncMainAfter(Duration delay, Work work) override {
+    dispatch_after(fromNow(delay), dispatch_get_main_queue(), ^{
+      work();
+    });
+  }
+
+  void syncMain(const Work& work) override {
+    const Work* const borrowed = &work;
+    dispatch_sync(dispatch_get_main_queue(), ^{
+      (*borrowed)();
+    });
+  }
+
+  void runMainLoop(Duration slice) override {
+    @autoreleasepool {
+      [[NSRunLoop mainRunLoop] runUntilDate:[NSDate dateWithTimeIntervalSinceNow:slice.count()]];
+    }
+  }
+
+  void asyncGlobal(QualityOfService quality, Work work) override {
+    dispatch_async(dispatch_get_global_queue(qosClass(quality), 0), ^{
+      work();
+    });
+  }
+
+  std::shared_ptr<SerialQueue> makeSerialQueue(const std::string& label, QualityOfService quality) override {
+    return std::make_shared<DarwinSerialQueue>(label, quality);
+  }
+
+  std::shared_ptr<Semaphore> makeSemaphore(int count) override {
+    return std::make_shared<DarwinSemaphore>(count);
+  }
+
+  std::unique_ptr<Timer> startTimer(Duration interval, Work handler) override {
+    return std::make_unique<DarwinTimer>(interval, std::move(handler));
+  }
+
+  void detachThread(Work work) override {
+    [NSThread detachNewThreadWithBlock:^{
+      work();
+    }];
+  }
+
+  TimePoint now() override { return std::chrono::system_clock::now(); }
+  void sleep(Duration duration) override { [NSThread sleepForTimeInterval:duration.count()]; }
+};
+
+}  // namespace
+
+std::unique_ptr<Dispatch> makeDispatch() { return std::make_unique<DarwinDispatch>(); }
+
+}  // namespace installer::darwin

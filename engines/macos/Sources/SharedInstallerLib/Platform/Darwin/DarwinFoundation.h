@@ -1,0 +1,31 @@
+// Translations between the seam's values and Foundation's. Objective-C++ only.
+#pragma once
+
+#import <Foundation/Foundation.h>
+
+#include <string>
+#include <string_view>
+
+#include "Platform/Error.h"
+#include "Platform/Json.h"
+
+namespace installer::darwin {
+
+// Bytes that aren't UTF-8 give the empty string: such a path names nothing that Foundation could open.
+NSString* nsString(std::string_view text);
+std::string text(NSString* string);  // nil gives the empty string
+
+NSData* nsData(std::string_view bytes);
+std::string bytes(NSData* data);
+
+NSURL* fileURL(std::string_view path);
+
+// Domain, code and localised description as they stand, and a download's resume data. A nil error, which a
+// method that failed may leave, is an unknown one of Cocoa's domain.
+Error error(NSError* error);
+inline std::unexpected<Error> failed(NSError* given) { return std::unexpected(error(given)); }
+
+// A property-list value. What has no counterpart in JSON, and what nests deeper than 512 levels, is null.
+Json json(id value);
+
+}  // namespace installer::darwin

@@ -1,0 +1,301 @@
+// `URLSessions` on NSURLSession. The session's delegate object translates each callback; the queue is the
+// serial one that the system makes for a session without a queue of its own.
+#import <Foundation/Foundation.h>
+
+#include <atomic>
+#include <map>
+#include <mutex>
+
+#import "Platform/Darwin/DarwinFoundation.h"
+#include "Platform/Darwin/DarwinServices.h"
+
+namespace installer::darwin {
+namespace {
+
+// Null when the system would read another host out of the text than the engine judged.
+NSURL* nsURL(const URL& url) {
+  NSURL* made = [NSURL URLWithString:nsString(url.absoluteString())];
+  if (made == nil || text(made.host) != url.host().value_or("")) return nil;
+  return made;
+}
+
+// An address that the strict reader can't take apart is shown as one that no list of hosts holds.
+URL urlOf(NSURL* given) {
+  if (given != nil) {
+    if (const auto parsed = URL::parse(text(given.absoluteString))) return *parsed;
+  }
+  return URL::parse("about:invalid").value();
+}
+
+NSURLRequestCachePolicy policyOf(CachePolicy policy) {
+  switch (policy) {
+    case CachePolicy::protocolDefault:
+      return NSURLRequestUseProtocolCachePolicy;
+    case CachePolicy::reloadIgnoringLocalCacheData:
+      return NSURLRequestReloadIgnoringLocalCacheData;
+    case CachePolicy::reloadIgnoringLocalAndRemoteCacheData:
+      return NSURLRequestReloadIgnoringLocalAndRemoteCacheData;
+  }
+}
+
+NSURLRequest* nsRequest(const URLRequest& request, NSURL* url) {
+  NSMutableURLRequest* made = [NSMutableURLRequest requestWithURL:url
+                                                      cachePolicy:policyOf(request.cachePolicy)
+                                                  timeoutInterval:request.timeoutInterval.count()];
+  made.HTTPMethod = nsString(request.method);
+  return made;
+}
+
+std::optional<HTTPURLResponse> responseOf(NSURLResponse* response) {
+  if (![response isKindOfClass:[NSHTTPURLResponse class]]) return std::nullopt;
+  NSHTTPURLResponse* http = (NSHTTPURLResponse*)response;
+  return HTTPURLResponse{static_cast<int>(http.statusCode), urlOf(http.URL)};
+}
+
+Error urlError(std::int64_t code, const char* description) {
+  return {std::string{ErrorDomain::url}, code, description, nullptr};
+}
+
+class DarwinTask final : public URLSessionTask {
+ public:
+  explicit DarwinTask(NSURLSessionTask* task) : task_{task} {}
+  int taskIdentifier() const override { return static_cast<int>(task_.taskIdentifier); }
+  void resume() override { [task_ resume]; }
+  void cancel() override { [task_ cancel]; }
+  std::optional<HTTPURLResponse> response() const override {
+    @autoreleasepool {
+      return responseOf(task_.response);
+    }
+  }
+
+ private:
+  NSURLSessionTask* task_;
+};
+
+// A task that the system can't be asked for: it fails on the session's queue once it is resumed.
+class FailedTask final : public URLSessionTask, public std::enable_shared_from_this<FailedTask> {
+ public:
+  using Deliver = std::function<void(const std::shared_ptr<URLSessionTask>&)>;
+  FailedTask(int identifier, NSOperationQueue* queue, Deliver deliver)
+      : identifier_{identifier}, queue_{queue}, deliver_{std::move(deliver)} {}
+
+  int taskIdentifier() const override { return identifier_; }
+  void resume() override {
+    if (resumed_.exchange(true)) return;
+    auto self = shared_from_this();
+    [queue_ addOperationWithBlock:^{
+      self->deliver_(self);
+    }];
+  }
+  void cancel() override {}
+  std::optional<HTTPURLResponse> response() const override { return std::nullopt; }
+
+ private:
+  int identifier_;
+  NSOperationQueue* queue_;
+  Deliver deliver_;
+  std::atomic<bool> resumed_{false};
+};
+
+// The tasks of one session by identifier, so that a callback hands on the object that the caller holds.
+class TaskTable {
+ public:
+  std::shared_ptr<URLSessionTask> add(NSURLSessionTask* task) {
+    auto made = std::make_shared<DarwinTask>(task);
+    const std::lock_guard lock{mutex_};
+    tasks_[task.taskIdentifier] = made;
+    return made;
+  }
+  std::shared_ptr<URLSessionTask> find(NSURLSessionTask* task) {
+    {
+      const std::lock_guard lock{mutex_};
+      if (const auto found = tasks_.find(task.taskIdentifier); found != tasks_.end()) return found->second;
+    }
+    return std::make_shared<DarwinTask>(task);
+  }
+  void forget(NSUInteger identifier) {
+    const std::lock_guard lock{mutex_};
+    tasks_.erase(identifier);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::map<NSUInteger, std::shared_ptr<URLSessionTask>> tasks_;
+};
+
+}  // namespace
+}  // namespace installer::darwin
+
+// The session retains this object until it is invalidated, and with it the engine's delegate.
+@interface KELOSessionDelegate : NSObject <NSURLSessionDownloadDelegate>
+@end
+
+@implementation KELOSessionDelegate {
+ @public
+  std::shared_ptr<installer::URLSessionDelegate> _engine;
+  std::shared_ptr<installer::darwin::TaskTable> _tasks;
+}
+
+- (void)URLSession:(NSURLSession*)session
+                          task:(NSURLSessionTask*)task
+    willPerformHTTPRedirection:(NSHTTPURLResponse*)response
+                    newRequest:(NSURLRequest*)request
+             completionHandler:(void (^)(NSURLRequest*))completionHandler {
+  using namespace installer;
+  const auto redirect = darwin::responseOf(response);
+  URLRequest asked{darwin::urlOf(request.URL)};
+  asked.method = darwin::text(request.HTTPMethod);
+  // What the engine allows is the system's own request, with the headers that it has put there.
+  _engine->willPerformHTTPRedirection(_tasks->find(task), *redirect, asked,
+                                      [completionHandler, request](const std::optional<URLRequest>& allowed) {
+                                        completionHandler(allowed ? request : nil);
+                                      });
+}
+
+- (void)URLSession:(NSURLSession*)session
+                 downloadTask:(NSURLSessionDownloadTask*)downloadTask
+                 didWriteData:(int64_t)bytesWritten
+            totalBytesWritten:(int64_t)totalBytesWritten
+    totalBytesExpectedToWrite:(int64_t)totalBytesExpectedToWrite {
+  _engine->didWriteData(_tasks->find(downloadTask), totalBytesWritten, totalBytesExpectedToWrite);
+}
+
+- (void)URLSession:(NSURLSession*)session
+                 downloadTask:(NSURLSessionDownloadTask*)downloadTask
+    didFinishDownloadingToURL:(NSURL*)location {
+  _engine->didFinishDownloadingTo(_tasks->find(downloadTask), installer::darwin::text(location.path));
+}
+
+- (void)URLSession:(NSURLSession*)session task:(NSURLSessionTask*)task didCompleteWithError:(NSError*)error {
+  using namespace installer;
+  const auto known = _tasks->find(task);
+  _engine->didCompleteWithError(known, error != nil ? std::optional{darwin::error(error)} : std::nullopt);
+  _tasks->forget(task.taskIdentifier);
+}
+
+@end
+
+namespace installer::darwin {
+namespace {
+
+class DarwinURLSession final : public URLSession {
+ public:
+  DarwinURLSession(NSURLSession* session, std::shared_ptr<TaskTable> tasks,
+                   const std::shared_ptr<URLSessionDelegate>& delegate)
+      : session_{session}, tasks_{std::move(tasks)}, delegate_{delegate} {}
+
+  std::shared_ptr<URLSessionTask> dataTask(const URLRequest& request,
+                                           DataTaskCompletion completion) override {
+    @autoreleasepool {
+      const auto shared = std::make_shared<DataTaskCompletion>(std::move(completion));
+      NSURL* url = nsURL(request.url);
+      const std::lock_guard lock{mutex_};
+      if (url == nil || invalidated_) {
+        const auto problem = refusal(url);
+        return failedTask([shared, problem](const auto&) { (*shared)(std::nullopt, std::nullopt, problem); });
+      }
+      auto tasks = tasks_;
+      auto identifier = std::make_shared<std::atomic<NSUInteger>>(0);
+      NSURLSessionTask* task =
+          [session_ dataTaskWithRequest:nsRequest(request, url)
+                      completionHandler:^(NSData* data, NSURLResponse* response, NSError* problem) {
+                        deliver(*shared, data, response, problem);
+                        tasks->forget(*identifier);
+                      }];
+      *identifier = task.taskIdentifier;
+      return tasks_->add(task);
+    }
+  }
+
+  std::shared_ptr<URLSessionTask> downloadTask(const URL& url) override {
+    @autoreleasepool {
+      NSURL* address = nsURL(url);
+      const std::lock_guard lock{mutex_};
+      if (address == nil || invalidated_) return failedDownload(refusal(address));
+      return tasks_->add([session_ downloadTaskWithURL:address]);
+    }
+  }
+
+  std::shared_ptr<URLSessionTask> downloadTaskWithResumeData(const std::string& resumeData) override {
+    @autoreleasepool {
+      const std::lock_guard lock{mutex_};
+      if (invalidated_) return failedDownload(urlError(URLErrorCode::cancelled, "The session has ended."));
+      NSURLSessionTask* task = [session_ downloadTaskWithResumeData:nsData(resumeData)];
+      if (task == nil) return failedDownload(urlError(URLErrorCode::unknown, "The resume data is unusable."));
+      return tasks_->add(task);
+    }
+  }
+
+  void finishTasksAndInvalidate() override {
+    const std::lock_guard lock{mutex_};
+    invalidated_ = true;
+    [session_ finishTasksAndInvalidate];
+  }
+
+  void invalidateAndCancel() override {
+    const std::lock_guard lock{mutex_};
+    invalidated_ = true;
+    [session_ invalidateAndCancel];
+  }
+
+ private:
+  static void deliver(const DataTaskCompletion& completion, NSData* data, NSURLResponse* response,
+                      NSError* problem) {
+    if (problem != nil) {
+      completion(std::nullopt, std::nullopt, error(problem));
+      return;
+    }
+    completion(data != nil ? std::optional{bytes(data)} : std::nullopt, responseOf(response), std::nullopt);
+  }
+
+  static Error refusal(NSURL* url) {
+    if (url == nil) return urlError(URLErrorCode::badURL, "The address can't be used.");
+    return urlError(URLErrorCode::cancelled, "The session has ended.");
+  }
+
+  std::shared_ptr<URLSessionTask> failedTask(FailedTask::Deliver deliver) {
+    return std::make_shared<FailedTask>(--failedIdentifier_, session_.delegateQueue, std::move(deliver));
+  }
+
+  std::shared_ptr<URLSessionTask> failedDownload(const Error& problem) {
+    return failedTask([delegate = delegate_, problem](const std::shared_ptr<URLSessionTask>& task) {
+      if (const auto alive = delegate.lock()) alive->didCompleteWithError(task, problem);
+    });
+  }
+
+  NSURLSession* session_;
+  std::shared_ptr<TaskTable> tasks_;
+  std::weak_ptr<URLSessionDelegate> delegate_;
+  std::mutex mutex_;  // guards the next two: a task asked of an invalidated session is a fault there
+  bool invalidated_ = false;
+  int failedIdentifier_ = -1;  // counts down, apart from the system's own
+};
+
+class DarwinURLSessions final : public URLSessions {
+ public:
+  std::shared_ptr<URLSession> shared() override {
+    static auto* const session = new std::shared_ptr<URLSession>(std::make_shared<DarwinURLSession>(
+        [NSURLSession sharedSession], std::make_shared<TaskTable>(), nullptr));
+    return *session;
+  }
+
+  std::shared_ptr<URLSession> make(std::shared_ptr<URLSessionDelegate> delegate) override {
+    @autoreleasepool {
+      auto tasks = std::make_shared<TaskTable>();
+      KELOSessionDelegate* object = [KELOSessionDelegate new];
+      object->_engine = delegate;
+      object->_tasks = tasks;
+      NSURLSession* session =
+          [NSURLSession sessionWithConfiguration:[NSURLSessionConfiguration defaultSessionConfiguration]
+                                        delegate:object
+                                   delegateQueue:nil];
+      return std::make_shared<DarwinURLSession>(session, std::move(tasks), delegate);
+    }
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<URLSessions> makeURLSessions() { return std::make_unique<DarwinURLSessions>(); }
+
+}  // namespace installer::darwin

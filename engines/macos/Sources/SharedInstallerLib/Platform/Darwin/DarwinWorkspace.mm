@@ -1,0 +1,35 @@
+// `Workspace` on NSWorkspace and Launch Services.
+#import <AppKit/AppKit.h>
+#import <CoreServices/CoreServices.h>
+
+#import "Platform/Darwin/DarwinFoundation.h"
+#include "Platform/Darwin/DarwinServices.h"
+
+namespace installer::darwin {
+
+namespace {
+
+class DarwinWorkspace final : public Workspace {
+ public:
+  std::optional<Path> applicationPath(const std::string& bundleIdentifier) override {
+    @autoreleasepool {
+      NSURL* found =
+          [[NSWorkspace sharedWorkspace] URLForApplicationWithBundleIdentifier:nsString(bundleIdentifier)];
+      if (found == nil) return std::nullopt;
+      return text(found.path);
+    }
+  }
+
+  void registerBundle(const Path& path) override {
+    @autoreleasepool {
+      // The status is of no consequence: the detector looks at the expected place as well.
+      (void)LSRegisterURL((__bridge CFURLRef)fileURL(path), true);
+    }
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<Workspace> makeWorkspace() { return std::make_unique<DarwinWorkspace>(); }
+
+}  // namespace installer::darwin
