@@ -110,6 +110,9 @@ TEST_F(LinuxApps, AScriptOfABundleIsAnInstance) {
   const Path pipe = folder / "pipe";
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0666), 0);
   const pid_t process = start(script, {pipe});
+  // A process has no command line for a moment after its program was replaced; the open returns
+  // once the script runs.
+  const FileDescriptor writer{::open(pipe.c_str(), O_WRONLY | O_CLOEXEC)};
   EXPECT_EQ(running(), std::vector{process});
 }
 
