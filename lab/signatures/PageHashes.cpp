@@ -1,66 +1,115 @@
 #include "PageHashes.h"
 
 #include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 namespace lab {
 
 namespace {
 
-// A multiple of every page size that CodeDirectory accepts, and small enough for the cache.
-constexpr std::uint64_t kWindow = std::uint64_t{1} << 20U;
+// A multiple of every page size that CodeDirectory accepts; what one thread hashes before it asks for more.
+constexpr std::uint64_t kStretch = std::uint64_t{4} << 20U;
+constexpr std::size_t kMostThreads = 8;
 
-// The progress of one directory through the code.
-class PageWalk {
+// Some of a directory's pages: those that begin in [begin, end). A directory of one page is one stretch.
+struct Stretch {
+  const CodeDirectory* directory = nullptr;
+  std::uint64_t begin = 0;
+  std::uint64_t end = 0;
+};
+
+Outcome<void> check(const Stretch& stretch, ByteView code) {
+  const CodeDirectory& directory = *stretch.directory;
+  Hasher hasher(directory.hashType());
+  const std::uint64_t pageSize = directory.pageSize() == 0 ? stretch.end : directory.pageSize();
+  for (std::uint64_t at = stretch.begin; at < stretch.end; at += pageSize) {
+    const auto page = static_cast<std::uint32_t>(at / pageSize);
+    const ByteView bytes = *slice(code, at, std::min(pageSize, stretch.end - at));
+    if (equal(hasher.of(bytes).bytes(), directory.pageHash(page))) continue;
+    return refuse("code has been modified (page {} at offset {:#x}, {})", page, at,
+                  nameOf(directory.hashType()));
+  }
+  return {};
+}
+
+// In the order in which the code stands, but for what can't be divided: that comes first, as it takes
+// longest.
+std::vector<Stretch> divide(std::span<const CodeDirectory> directories) {
+  std::vector<Stretch> stretches;
+  for (const CodeDirectory& directory : directories) {
+    const std::uint64_t limit = directory.codeLimit();
+    const std::uint64_t length = directory.pageSize() == 0 ? limit : kStretch;
+    for (std::uint64_t at = 0; at < limit; at += length)
+      stretches.push_back({&directory, at, std::min(at + length, limit)});
+  }
+  std::ranges::stable_sort(stretches, {}, [](const Stretch& stretch) {
+    return std::pair(stretch.directory->pageSize() != 0, stretch.begin);
+  });
+  return stretches;
+}
+
+// Stretches handed out to threads, and the earliest failure among them.
+class Distribution {
  public:
-  explicit PageWalk(const CodeDirectory& directory) : directory_(&directory), hasher_(directory.hashType()) {}
+  Distribution(ByteView code, std::vector<Stretch> stretches)
+      : code_(code), stretches_(std::move(stretches)), failedAt_(stretches_.size()) {}
 
-  Outcome<void> window(ByteView code, std::uint64_t begin) {
-    const std::uint64_t end = std::min(begin + kWindow, directory_->codeLimit());
-    if (begin >= end) return {};
-    if (directory_->pageSize() == 0) return onePage(code, begin, end);
-    for (std::uint64_t at = begin; at < end; at += directory_->pageSize()) {
-      const std::uint64_t length = std::min(directory_->pageSize(), end - at);
-      hasher_.update(*slice(code, at, length));
-      if (auto same = compare(static_cast<std::uint32_t>(at / directory_->pageSize()), at); !same)
-        return same;
+  Outcome<void> run() {
+    {
+      const std::size_t processors = std::min<std::size_t>(std::thread::hardware_concurrency(), kMostThreads);
+      std::vector<std::jthread> helpers;
+      while (helpers.size() + 1 < std::min(processors, stretches_.size()) && addTo(helpers)) {
+      }
+      work();
     }
-    return {};
+    return std::move(result_);
   }
 
  private:
-  Outcome<void> onePage(ByteView code, std::uint64_t begin, std::uint64_t end) {
-    hasher_.update(*slice(code, begin, end - begin));
-    return end == directory_->codeLimit() ? compare(0, 0) : Outcome<void>{};
+  // A machine that has no more threads to give is only slower.
+  bool addTo(std::vector<std::jthread>& helpers) {
+    try {
+      helpers.emplace_back([this] { work(); });
+      return true;
+    } catch (const std::system_error&) {
+      return false;
+    }
   }
 
-  Outcome<void> compare(std::uint32_t page, std::uint64_t offset) {
-    const Digest digest = hasher_.finish();
-    if (equal(digest.bytes(), directory_->pageHash(page))) return {};
-    return refuse("code has been modified (page {} at offset {:#x}, {})", page, offset,
-                  nameOf(directory_->hashType()));
+  // Stretches are taken in their order, so everything in front of a failure has been looked at in the end.
+  void work() {
+    for (std::size_t i = 0; (i = next_.fetch_add(1)) < failedAt_.load();) {
+      auto same = check(stretches_[i], code_);
+      if (!same) fail(i, std::move(same));
+    }
   }
 
-  const CodeDirectory* directory_;
-  Hasher hasher_;
+  void fail(std::size_t index, Outcome<void> why) {
+    const std::lock_guard lock(mutex_);
+    if (index >= failedAt_.load()) return;
+    failedAt_ = index;
+    result_ = std::move(why);
+  }
+
+  ByteView code_;
+  std::vector<Stretch> stretches_;
+  std::atomic<std::size_t> next_ = 0;
+  std::atomic<std::size_t> failedAt_;  // index of the earliest failure; the number of stretches when none
+  std::mutex mutex_;
+  Outcome<void> result_;  // guarded by mutex_ while threads run
 };
 
 }  // namespace
 
 Outcome<void> checkPages(ByteView code, std::span<const CodeDirectory> directories) {
-  std::vector<PageWalk> walks;
-  std::uint64_t limit = 0;
   for (const CodeDirectory& directory : directories) {
     if (directory.codeLimit() > code.size()) return refuse("code is shorter than its signature says");
-    limit = std::max(limit, directory.codeLimit());
-    walks.emplace_back(directory);
   }
-  for (std::uint64_t begin = 0; begin < limit; begin += kWindow) {
-    for (PageWalk& walk : walks) {
-      if (auto same = walk.window(code, begin); !same) return same;
-    }
-  }
-  return {};
+  return Distribution(code, divide(directories)).run();
 }
 
 }  // namespace lab

@@ -7,9 +7,9 @@
 
 namespace lab {
 
-// Every page of every directory. The code is walked once, in windows that stay in the cache, whatever
-// the number of directories. `code` is the slice or file from its start; each directory's limit must
-// lie inside. The reason names the first page that differs.
+// Every page of every directory. `code` is the slice or file from its start; each directory's limit must
+// lie inside. Large code is hashed on all processors; the threads have ended when this returns. The reason
+// names the first page that differs, whichever thread found it.
 Outcome<void> checkPages(ByteView code, std::span<const CodeDirectory> directories);
 
 }  // namespace lab
