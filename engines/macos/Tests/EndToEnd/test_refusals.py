@@ -169,10 +169,10 @@ def test_a_nested_folder_of_the_administrators_stops_nothing_halfway(installatio
 def test_a_silent_install_without_rights_exits_with_a_failure(installation, prompt):
     machine = installation("2.0")
     os.chown(machine.applications, 0, 0)
-    prompt(machine, "dismiss")
+    server = prompt(machine, "dismiss")
     run = machine.run("--silent", "--apps", "brenna")
-    assert run.status == 2
-    assert "status=failed" in machine.log
+    assert (run.status, server.prompts) == (2, 1)
+    assert 'status=failed detail="Admin credentials required to install Kelo Brenna. ' in machine.log
 
 
 def launch(machine, app):

@@ -1,0 +1,108 @@
+"""The manual page: readable to its readers, true to the executable, its examples run as they stand."""
+
+import re
+import shlex
+import subprocess
+
+import command_surface
+import pytest
+from command_surface import APPS, SOURCES
+from support import BUILD
+
+PAGE = SOURCES / "engine-cli/engine-cli.1"
+TEXT = PAGE.read_text()
+
+
+def section(title):
+    """The lines of a section (.Sh) or subsection (.Ss)."""
+    return re.search(rf"^\.S[hs] {title}\n(.*?)(?=^\.S[hs] |\Z)", TEXT, re.MULTILINE | re.DOTALL).group(1)
+
+
+def options(text):
+    return {f"--{name}" for name in re.findall(r"Fl \\-([a-z-]+)", text)} - {"--name"}
+
+
+def tagged_options(text):
+    """Those that have an entry of their own."""
+    return {f"--{name}" for name in re.findall(r"^\.It Fl \\-([a-z-]+)", text, re.MULTILINE)}
+
+
+def test_mandoc_has_nothing_to_complain_of():
+    lint = subprocess.run(["mandoc", "-T", "lint", "-W", "warning", PAGE], capture_output=True, text=True)
+    assert (lint.returncode, lint.stdout + lint.stderr) == (0, "")
+
+
+def test_the_unattended_road_has_an_entry_for_every_option(installation):
+    wanted = command_surface.silent_options(installation("2.0"))
+    assert tagged_options(section("The unattended road")) == wanted
+    synopsis = section("SYNOPSIS").split(".Nm\n")[1]
+    assert options(synopsis) == wanted
+
+
+def test_the_other_road_has_an_entry_for_every_subcommand_and_option(installation):
+    known = command_surface.protocol_options()
+    text = section("The road of a graphical shell")
+    assert re.findall(r"^\.It Cm ([a-z-]+)$", text, re.MULTILINE) == ["hello", "check-updates", "run", "disk-free", "export-logs"]
+    assert set(known) == set(command_surface.subcommands(installation("2.0")))
+    assert tagged_options(text) == set().union(*known.values())
+    for entry in section("SYNOPSIS").split(".Nm\n")[2:]:
+        subcommand = re.match(r"\.Cm ([a-z-]+)", entry).group(1)
+        assert options(entry) | {"--offline"} == known[subcommand], subcommand
+
+
+def test_the_apps_are_those_of_the_catalog():
+    assert re.findall(r"\b(brenna|tolvi|rulo|galdivane)\b", section("DESCRIPTION"))[:4] == APPS
+
+
+def test_every_exit_status_says_what_comes_next(installation):
+    entries = re.split(r"^\.It (\d)\n", section("EXIT STATUS"), flags=re.MULTILINE)
+    assert [int(code) for code in entries[1::2]] == command_surface.exit_codes(installation("2.0"))
+    for code, text in zip(entries[1::2], entries[2::2]):
+        assert "Next: " in text, code
+
+
+def test_the_files_are_where_the_page_says(installation):
+    machine = installation("2.0")
+    machine.run("hello")
+    (log,) = re.findall(r"^\.It Pa ~/(\S+\.log)$", section("FILES"), re.MULTILINE)
+    assert machine.root / log == machine.log_file and machine.log_file.exists()
+    for place in re.findall(r"^\.It Pa Kelo-Desk-Installer\.app/(\S+)$", section("FILES"), re.MULTILINE):
+        assert (machine.bundle / place).exists(), place
+    constants = (SOURCES / "SharedInstallerLib/Models/AppConstants.h").read_text()
+    limit = int(re.search(r"maxLogFileSizeBytes = (\d+)", constants).group(1))
+    assert f"past {limit} bytes, its last {limit // 2} are kept" in section("FILES")
+
+
+EXAMPLES = re.findall(r"^\.Dl \$ (engine-cli .*)$", TEXT, re.MULTILINE)
+
+
+@pytest.mark.parametrize("line", EXAMPLES)
+def test_each_example_runs_as_it_stands(installation, line):
+    machine = installation("2.0")
+    machine.run("--silent")
+    _, *arguments = shlex.split(line)
+    run = machine.run(*arguments)
+    assert run.status == 0, run.errors
+    for archive in (event["path"] for event in run.of_type("export-logs-result")):
+        subprocess.run(["rm", archive], check=True)
+
+
+def test_there_are_examples_of_both_roads():
+    assert any("--silent" in line for line in EXAMPLES) and any("--silent" not in line for line in EXAMPLES)
+
+
+def test_the_caveats_of_the_summary_hold(installation):
+    machine = installation("2.0")
+    machine.run("--silent", "--apps", "rulo")
+    run = machine.run("--silent", "--apps", "rulo", "--verbose")
+    assert "is already installed (same version)" in run.errors and 'app="Kelo Rulo" status=installed' in run.errors
+
+
+def test_page_and_completions_are_installed_where_their_readers_look(tmp_path):
+    build = subprocess.run(["cmake", "--install", BUILD, "--component", "administration",
+                            "--prefix", tmp_path], capture_output=True, text=True)
+    assert build.returncode == 0, build.stderr
+    assert sorted(str(path.relative_to(tmp_path)) for path in tmp_path.rglob("*") if path.is_file()) == [
+        "share/bash-completion/completions/engine-cli", "share/man/man1/engine-cli.1",
+        "share/zsh/site-functions/_engine-cli"]
+    assert (tmp_path / "share/man/man1/engine-cli.1").read_bytes() == PAGE.read_bytes()
