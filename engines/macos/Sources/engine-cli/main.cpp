@@ -3,11 +3,11 @@
 #include <vector>
 
 #include "EngineCLI.h"
-#include "Platform/Linux/LinuxHost.h"
+#include "Platform/Host.h"
 #include "Platform/Machine.h"
 
 int main(int argc, char** argv) {
-  installer::installMachine(&installer::makeLinuxMachine());
+  installer::installMachine(&installer::makeHostMachine());
   const auto exitCode = installer::runEngineCLI({argv, argv + argc});
   // Nothing is destroyed: the listener or a worker may still be at work.
   std::_Exit(exitCode);

@@ -12,8 +12,8 @@
 #include <unistd.h>
 
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Linux/LinuxFileSystem.h"
+#include "Platform/POSIX/FileDescriptor.h"
 
 namespace installer::test {
 namespace {

@@ -8,10 +8,10 @@
 #include <mutex>
 #include <thread>
 
-#include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Linux/LinuxTimer.h"
 #include "Platform/Linux/SerialWork.h"
 #include "Platform/Linux/WorkerPool.h"
+#include "Platform/POSIX/FileDescriptor.h"
 
 namespace installer {
 

@@ -1,10 +1,10 @@
 #include <fcntl.h>
 
-#include "Platform/Linux/FileErrors.h"
-#include "Platform/Linux/FileTree.h"
 #include "Platform/Linux/LinuxFileSystem.h"
 #include "Platform/Linux/StagedCopy.h"
 #include "Platform/Linux/TreeCopier.h"
+#include "Platform/POSIX/FileErrors.h"
+#include "Platform/POSIX/FileTree.h"
 
 namespace installer {
 

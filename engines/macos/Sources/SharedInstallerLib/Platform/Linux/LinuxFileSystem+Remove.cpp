@@ -1,25 +1,15 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "Platform/Linux/FileErrors.h"
-#include "Platform/Linux/FileTree.h"
-#include "Platform/Linux/HiddenSibling.h"
 #include "Platform/Linux/LinuxFileSystem.h"
 #include "Platform/Linux/StagedCopy.h"
+#include "Platform/POSIX/FileErrors.h"
+#include "Platform/POSIX/FileTree.h"
+#include "Platform/POSIX/HiddenSibling.h"
 
 namespace installer {
 
 namespace {
-
-bool removeContents(int folder, TreeOwner owner, int depth) {
-  const auto names = namesIn(folder);
-  if (!names) return false;
-  for (const std::string& name : *names) {
-    // Somebody else may be removing the same tree: what has gone meanwhile is as good as removed.
-    if (!removeTree(folder, name.c_str(), owner, depth) && errno != ENOENT) return false;
-  }
-  return true;
-}
 
 // The parent by descriptor and the name in it, so that the last component isn't followed.
 FileDescriptor openParent(const Path& path) {
@@ -54,31 +44,6 @@ bool removeAny(int parent, const std::string& name) {
 }
 
 }  // namespace
-
-bool removeTree(int folder, const char* name, TreeOwner owner, int depth) {
-  if (::unlinkat(folder, name, 0) == 0) return true;
-  // A directory says EISDIR on Linux and EPERM elsewhere; what it really is decides.
-  const int refusal = errno;
-  const auto status = linkStatus(folder, name);
-  if (!status) return false;
-  if (!S_ISDIR(status->st_mode)) {
-    errno = refusal;
-    return false;
-  }
-  if (::unlinkat(folder, name, AT_REMOVEDIR) == 0) return true;
-  if (errno != ENOTEMPTY && errno != EEXIST) return false;
-  if (depth == deepestFolder) {
-    errno = ENAMETOOLONG;
-    return false;
-  }
-  if (owner == TreeOwner::ours && (status->st_mode & S_IRWXU) != S_IRWXU &&
-      ::fchmodat(folder, name, S_IRWXU, 0) != 0) {
-    return false;
-  }
-  const FileDescriptor inside = openFolder(folder, name);
-  if (!inside || !removeContents(inside.get(), owner, depth + 1)) return false;
-  return ::unlinkat(folder, name, AT_REMOVEDIR) == 0;
-}
 
 Result<> LinuxFileSystem::removeItem(const Path& path) {
   const auto usable = usablePath(path);

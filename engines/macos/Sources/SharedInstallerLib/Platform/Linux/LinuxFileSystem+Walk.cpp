@@ -1,9 +1,9 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "Platform/Linux/FileErrors.h"
-#include "Platform/Linux/FileTree.h"
 #include "Platform/Linux/LinuxFileSystem.h"
+#include "Platform/POSIX/FileErrors.h"
+#include "Platform/POSIX/FileTree.h"
 
 namespace installer {
 

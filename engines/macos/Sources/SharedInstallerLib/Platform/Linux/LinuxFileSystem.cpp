@@ -7,8 +7,8 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
-#include "Platform/Linux/FileErrors.h"
-#include "Platform/Linux/FileTree.h"
+#include "Platform/POSIX/FileErrors.h"
+#include "Platform/POSIX/FileTree.h"
 
 namespace installer {
 

@@ -1,13 +1,12 @@
 #include "Platform/Linux/LinuxHost.h"
 
 #include <climits>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <fmt/core.h>
 #include <unistd.h>
 
+#include "Platform/Host.h"
 #include "Platform/Linux/LinuxAdministratorScripts.h"
 #include "Platform/Linux/LinuxBundles.h"
 #include "Platform/Linux/LinuxDigest.h"
@@ -17,11 +16,12 @@
 #include "Platform/Linux/LinuxPropertyList.h"
 #include "Platform/Linux/LinuxRunningApplications.h"
 #include "Platform/Linux/LinuxSignals.h"
-#include "Platform/Linux/LinuxStandardStreams.h"
 #include "Platform/Linux/LinuxSystemInfo.h"
 #include "Platform/Linux/LinuxURLSessions.h"
 #include "Platform/Linux/LinuxWorkspace.h"
 #include "Platform/Machine.h"
+#include "Platform/POSIX/POSIXStandardStreams.h"
+#include "Platform/POSIX/ProcessStart.h"
 
 namespace installer {
 
@@ -60,21 +60,6 @@ LinuxHostSettings withTrueRoot(LinuxHostSettings settings) {
   return settings;
 }
 
-// A reader that went away costs its bytes and not the process; and a parent that didn't care for the ends of
-// its children mustn't cost us those of ours.
-void settleSignals() {
-  ::signal(SIGPIPE, SIG_IGN);
-  ::signal(SIGCHLD, SIG_DFL);
-}
-
-// A process started without one of the three streams would give its number to the next file it opens, and
-// then write events into that.
-void openMissingStreams() {
-  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    if (::fcntl(stream, F_GETFD) == -1) (void)::open("/dev/null", O_RDWR);
-  }
-}
-
 Path executablePath() {
   std::string path(PATH_MAX, '\0');
   const auto length = ::readlink("/proc/self/exe", path.data(), path.size());
@@ -106,7 +91,7 @@ struct LinuxHost::Services {
                 .signals = signals} {}
 
   LinuxFileSystem files;
-  LinuxStandardStreams streams;
+  POSIXStandardStreams streams;
   LinuxProcessLauncher processes;
   LinuxPropertyList propertyList;
   LinuxSystemInfo systemInfo;
@@ -133,7 +118,7 @@ Machine& LinuxHost::machine() {
   return services_->machine;
 }
 
-Machine& makeLinuxMachine() {
+Machine& makeHostMachine() {
   openMissingStreams();
   settleSignals();
   const Path resources = resourcesOfExecutable(executablePath());

@@ -3,6 +3,9 @@
 // A host owns its services. Destroying it waits for the blocks that were posted and drops timers; only tests
 // do that. Its constructor makes the folders of `settings` that are missing, ignores SIGPIPE and makes the
 // calling thread the main thread.
+//
+// The host of this process (`makeHostMachine`) finds the resources from the executable's own path:
+// ".../X.app/Contents/MacOS/name" has ".../X.app/Contents/Resources", a bare executable has its own folder.
 #pragma once
 
 #include <memory>
@@ -34,11 +37,5 @@ class LinuxHost {
 // The exit status of a process whose `linux_host.json` can't be taken as it stands. It is no status of the
 // engine's own, so that nobody mistakes it for the result of a run.
 inline constexpr int kMalformedHostSettings = 78;
-
-// The machine of this process, for `installMachine`. Call once, first thing in `main`. Finds the resources
-// from the executable's own path: ".../X.app/Contents/MacOS/name" has ".../X.app/Contents/Resources", a bare
-// executable has its own folder. A malformed settings file costs one line on standard error and ends the
-// process with `kMalformedHostSettings`. Never destroyed: workers may use it while the process exits.
-Machine& makeLinuxMachine();
 
 }  // namespace installer

@@ -7,8 +7,8 @@
 #include <sys/random.h>
 #include <sys/wait.h>
 
-#include "Platform/Linux/FileTree.h"
 #include "Platform/Linux/Spawn.h"
+#include "Platform/POSIX/FileTree.h"
 
 namespace installer {
 

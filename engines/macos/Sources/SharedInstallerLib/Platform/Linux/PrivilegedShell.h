@@ -6,8 +6,8 @@
 #include <string>
 #include <sys/types.h>
 
-#include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Linux/LinuxHostSettings.h"
+#include "Platform/POSIX/FileDescriptor.h"
 
 namespace installer {
 

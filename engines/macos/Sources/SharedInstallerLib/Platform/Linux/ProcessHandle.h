@@ -3,7 +3,7 @@
 
 #include <sys/types.h>
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/POSIX/FileDescriptor.h"
 
 namespace installer {
 

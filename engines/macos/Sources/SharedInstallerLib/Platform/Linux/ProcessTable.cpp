@@ -8,8 +8,8 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
-#include "Platform/Linux/FileTree.h"
 #include "Platform/Linux/LinuxFileSystem.h"
+#include "Platform/POSIX/FileTree.h"
 
 namespace installer {
 

@@ -7,7 +7,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
-#include "Platform/Linux/FileErrors.h"
+#include "Platform/POSIX/FileErrors.h"
 
 namespace installer {
 

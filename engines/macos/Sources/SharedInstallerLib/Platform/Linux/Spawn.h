@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Platform/Error.h"
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/POSIX/FileDescriptor.h"
 #include "Platform/Path.h"
 
 namespace installer {

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <fcntl.h>
 
-#include "Platform/Linux/FileTree.h"
+#include "Platform/POSIX/FileTree.h"
 
 namespace installer {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "Platform/Linux/HiddenSibling.h"
+#include "Platform/POSIX/HiddenSibling.h"
 
 namespace installer {
 

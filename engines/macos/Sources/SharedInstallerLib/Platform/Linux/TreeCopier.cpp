@@ -8,7 +8,7 @@
 #include <sys/xattr.h>
 #include <vector>
 
-#include "Platform/Linux/FileTree.h"
+#include "Platform/POSIX/FileTree.h"
 
 namespace installer {
 

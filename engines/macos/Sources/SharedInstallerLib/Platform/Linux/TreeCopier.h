@@ -4,7 +4,7 @@
 #include <string>
 #include <sys/stat.h>
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/POSIX/FileDescriptor.h"
 
 namespace installer {
 

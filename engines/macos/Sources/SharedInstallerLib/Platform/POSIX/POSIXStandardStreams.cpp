@@ -1,4 +1,4 @@
-#include "Platform/Linux/LinuxStandardStreams.h"
+#include "Platform/POSIX/POSIXStandardStreams.h"
 
 #include <algorithm>
 #include <array>
@@ -48,15 +48,15 @@ void appendCut(std::string& line, std::string_view more) {
 
 }  // namespace
 
-void LinuxStandardStreams::writeOutput(std::string_view bytes) {
+void POSIXStandardStreams::writeOutput(std::string_view bytes) {
   writeEverything(STDOUT_FILENO, bytes);
 }
 
-void LinuxStandardStreams::writeError(std::string_view bytes) {
+void POSIXStandardStreams::writeError(std::string_view bytes) {
   writeEverything(STDERR_FILENO, bytes);
 }
 
-std::optional<std::string> LinuxStandardStreams::readLine() {
+std::optional<std::string> POSIXStandardStreams::readLine() {
   const std::lock_guard lock{reading_};
   std::array<char, 65536> arrived;
   std::string line;

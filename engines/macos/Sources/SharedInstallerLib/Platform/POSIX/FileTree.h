@@ -6,7 +6,7 @@
 #include <sys/stat.h>
 #include <vector>
 
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/POSIX/FileDescriptor.h"
 #include "Platform/Path.h"
 
 namespace installer {

@@ -7,7 +7,7 @@
 
 namespace installer {
 
-class LinuxStandardStreams : public StandardStreams {
+class POSIXStandardStreams : public StandardStreams {
  public:
   void writeOutput(std::string_view bytes) override;
   void writeError(std::string_view bytes) override;

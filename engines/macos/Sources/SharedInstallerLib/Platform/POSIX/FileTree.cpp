@@ -1,10 +1,24 @@
-#include "Platform/Linux/FileTree.h"
+#include "Platform/POSIX/FileTree.h"
 
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
 
 namespace installer {
+
+namespace {
+
+bool removeContents(int folder, TreeOwner owner, int depth) {
+  const auto names = namesIn(folder);
+  if (!names) return false;
+  for (const std::string& name : *names) {
+    // Somebody else may be removing the same tree: what has gone meanwhile is as good as removed.
+    if (!removeTree(folder, name.c_str(), owner, depth) && errno != ENOENT) return false;
+  }
+  return true;
+}
+
+}  // namespace
 
 std::optional<Path> usablePath(const Path& path) {
   if (path.empty() || path.find('\0') != Path::npos) {
@@ -52,6 +66,31 @@ bool writeAll(int descriptor, std::string_view bytes) {
     bytes.remove_prefix(static_cast<std::size_t>(written));
   }
   return true;
+}
+
+bool removeTree(int folder, const char* name, TreeOwner owner, int depth) {
+  if (::unlinkat(folder, name, 0) == 0) return true;
+  // A directory says EISDIR on Linux and EPERM elsewhere; what it really is decides.
+  const int refusal = errno;
+  const auto status = linkStatus(folder, name);
+  if (!status) return false;
+  if (!S_ISDIR(status->st_mode)) {
+    errno = refusal;
+    return false;
+  }
+  if (::unlinkat(folder, name, AT_REMOVEDIR) == 0) return true;
+  if (errno != ENOTEMPTY && errno != EEXIST) return false;
+  if (depth == deepestFolder) {
+    errno = ENAMETOOLONG;
+    return false;
+  }
+  if (owner == TreeOwner::ours && (status->st_mode & S_IRWXU) != S_IRWXU &&
+      ::fchmodat(folder, name, S_IRWXU, 0) != 0) {
+    return false;
+  }
+  const FileDescriptor inside = openFolder(folder, name);
+  if (!inside || !removeContents(inside.get(), owner, depth + 1)) return false;
+  return ::unlinkat(folder, name, AT_REMOVEDIR) == 0;
 }
 
 }  // namespace installer

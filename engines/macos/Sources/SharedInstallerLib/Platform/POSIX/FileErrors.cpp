@@ -1,9 +1,9 @@
-#include "Platform/Linux/FileErrors.h"
+#include "Platform/POSIX/FileErrors.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fmt/format.h>
 #include <optional>
+#include <system_error>
 
 namespace installer {
 
@@ -39,8 +39,7 @@ std::optional<std::int64_t> writeCode(int number) {
 }  // namespace
 
 std::string errnoText(int number) {
-  const char* const text = ::strerrordesc_np(number);
-  return text != nullptr ? text : fmt::format("error {}", number);
+  return std::generic_category().message(number);
 }
 
 Error fileError(FileAccess access, int number, const Path& path, std::string_view deed) {

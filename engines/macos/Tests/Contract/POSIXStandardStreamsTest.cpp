@@ -5,9 +5,9 @@
 #include <thread>
 
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/FileTree.h"
-#include "Platform/Linux/LinuxStandardStreams.h"
 #include "Platform/Linux/Spawn.h"
+#include "Platform/POSIX/FileTree.h"
+#include "Platform/POSIX/POSIXStandardStreams.h"
 
 namespace installer::test {
 namespace {
@@ -30,7 +30,7 @@ std::string linesOf(const std::string& input) {
     ::dup2(in.reading.get(), STDIN_FILENO);
     in = {};
     out.reading.reset();
-    LinuxStandardStreams streams;
+    POSIXStandardStreams streams;
     while (const auto line = streams.readLine()) {
       if (!writeAll(out.writing.get(), "[" + *line + "]")) return 1;
     }
@@ -48,28 +48,28 @@ std::string linesOf(const std::string& input) {
   return lines;
 }
 
-TEST(LinuxStreams, LinesEndAtLineFeedsAndTheLastMayLackOne) {
+TEST(POSIXStreams, LinesEndAtLineFeedsAndTheLastMayLackOne) {
   EXPECT_EQ(linesOf(""), "");
   EXPECT_EQ(linesOf("\n"), "[]");
   EXPECT_EQ(linesOf("a\n\nb\r\n"), "[a][][b\r]");
   EXPECT_EQ(linesOf("a\nb"), "[a][b]");
 }
 
-TEST(LinuxStreams, ALineWithoutEndIsCutAndItsRestDropped) {
+TEST(POSIXStreams, ALineWithoutEndIsCutAndItsRestDropped) {
   const std::string limit(StandardStreams::maximumLineLength, 'x');
   EXPECT_TRUE(linesOf(limit + "\nnext\n") == "[" + limit + "][next]");
   EXPECT_TRUE(linesOf(limit + "yyy\nnext\n") == "[" + limit + "][next]");
   EXPECT_TRUE(linesOf(limit + limit + limit) == "[" + limit + "]");
 }
 
-TEST(LinuxStreams, OutputArrivesWholeAlsoWhereTheOtherEndMadeItNonBlocking) {
+TEST(POSIXStreams, OutputArrivesWholeAlsoWhereTheOtherEndMadeItNonBlocking) {
   Pipe out = makePipe();
   ASSERT_EQ(::fcntl(out.writing.get(), F_SETFL, O_NONBLOCK), 0);
   const std::string bytes(3UL * 1024 * 1024, 'z');
   const pid_t child = startChild([&] {
     ::dup2(out.writing.get(), STDOUT_FILENO);
     out = {};
-    LinuxStandardStreams{}.writeOutput(bytes);
+    POSIXStandardStreams{}.writeOutput(bytes);
     return 0;
   });
   out.writing.reset();
@@ -77,14 +77,14 @@ TEST(LinuxStreams, OutputArrivesWholeAlsoWhereTheOtherEndMadeItNonBlocking) {
   EXPECT_EQ(endOf(child), 0);
 }
 
-TEST(LinuxStreams, AReaderThatWentAwayCostsTheBytesAndNothingElse) {
+TEST(POSIXStreams, AReaderThatWentAwayCostsTheBytesAndNothingElse) {
   EXPECT_EQ(inChild([] {
               ::signal(SIGPIPE, SIG_IGN);
               Pipe out = makePipe();
               ::dup2(out.writing.get(), STDOUT_FILENO);
               ::dup2(out.writing.get(), STDERR_FILENO);
               out = {};
-              LinuxStandardStreams streams;
+              POSIXStandardStreams streams;
               streams.writeOutput("lost");
               streams.writeError("lost");
               return 7;

@@ -1,4 +1,4 @@
-#include "Platform/Linux/HiddenSibling.h"
+#include "Platform/POSIX/HiddenSibling.h"
 
 #include <cerrno>
 #include <charconv>
@@ -8,7 +8,7 @@
 #include <set>
 #include <unistd.h>
 
-#include "Platform/Linux/FileTree.h"
+#include "Platform/POSIX/FileTree.h"
 
 namespace installer {
 
