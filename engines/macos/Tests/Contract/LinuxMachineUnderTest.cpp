@@ -34,7 +34,7 @@ void changeMode(const Path& path, mode_t bits, bool given) {
 class LinuxMachineUnderTest : public MachineUnderTest {
  public:
   LinuxMachineUnderTest() {
-    for (const auto* const name : {"folder", "host", "programs"}) {
+    for (const auto* const name : {"host", "host/folder", "programs"}) {
       fs::create_directory(at(name));
       fs::permissions(at(name), fs::perms::all);
     }
@@ -60,7 +60,7 @@ class LinuxMachineUnderTest : public MachineUnderTest {
   }
 
   Machine& machine() override { return host_->machine(); }
-  Path folder() override { return at("folder"); }
+  Path folder() override { return at("host/folder"); }
 
   void makeLink(const Path& path, const std::string& target) override { fs::create_symlink(target, path); }
   void setWritable(const Path& path, bool writable) override { changeMode(path, 0222, writable); }

@@ -26,7 +26,7 @@ class LinuxApps : public testing::Test {
   Path bundle = folder.makeBundle("Some App.app", identifier, "Some App");
   LinuxPropertyList propertyList;
   LinuxBundles bundles{propertyList, std::nullopt};
-  LinuxRunningApplications apps{bundles};
+  LinuxRunningApplications apps{bundles, folder.path()};
   std::vector<pid_t> started;
 
   ~LinuxApps() override {
@@ -134,6 +134,14 @@ TEST_F(LinuxApps, AnAppThatWasMovedIsFoundWhereItIs) {
   const pid_t process = start(program(bundle));
   std::filesystem::rename(bundle, folder / ".Some App.app.hidden.app");
   EXPECT_EQ(running(), std::vector{process});
+}
+
+TEST_F(LinuxApps, AnAppOfAnotherMachineIsNone) {
+  start(program(bundle));
+  const Path neighbour = folder.path().substr(0, folder.path().size() - 1);
+  EXPECT_TRUE((LinuxRunningApplications{bundles, folder / "other"}).instances(identifier).empty());
+  EXPECT_TRUE((LinuxRunningApplications{bundles, neighbour}).instances(identifier).empty());
+  EXPECT_EQ((LinuxRunningApplications{bundles, "/"}).instances(identifier).size(), 1U);
 }
 
 TEST_F(LinuxApps, AHelperInsideABundleIsAnInstanceOfItsOwnBundle) {

@@ -74,6 +74,7 @@ struct LinuxHost::Services {
       : sessions{makeLinuxURLSessions(settings)},
         bundles{propertyList, std::move(resources)},
         workspace{settings.applicationRegistry(), bundles},
+        runningApplications{bundles, settings.root},
         administratorScripts{settings.administrator},
         machine{.paths = pathsOf(settings),
                 .files = files,
@@ -99,7 +100,7 @@ struct LinuxHost::Services {
   std::unique_ptr<URLSessions> sessions;
   LinuxBundles bundles;
   LinuxWorkspace workspace;
-  LinuxRunningApplications runningApplications{bundles};
+  LinuxRunningApplications runningApplications;
   LinuxAdministratorScripts administratorScripts;
   LinuxDispatch dispatch;  // ends before the services that its blocks use
   LinuxSignals signals{dispatch};

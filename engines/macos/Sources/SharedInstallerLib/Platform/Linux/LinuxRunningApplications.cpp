@@ -31,7 +31,7 @@ std::vector<RunningApplication> LinuxRunningApplications::instances(const std::s
     auto handle = std::make_shared<FileDescriptor>(holdProcess(process));
     if (!*handle) continue;
     const auto path = bundleOfProcess(process);
-    const auto bundle = path ? bundles_.read(*path) : nullptr;
+    const auto bundle = path && path->starts_with(joined(root_, "")) ? bundles_.read(*path) : nullptr;
     if (bundle == nullptr || bundle->bundleIdentifier() != bundleIdentifier) continue;
     if (isRunning(*handle)) found.push_back({nameOf(*bundle), process, std::move(handle)});
   }
