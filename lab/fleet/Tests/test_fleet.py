@@ -1,0 +1,278 @@
+"""The role on a fleet of machines: each host is a local connection with an installer and a machine of its own."""
+
+import importlib.util
+import json
+import os
+import shutil
+import socket
+import subprocess
+import zipfile
+from pathlib import Path
+
+import pytest
+
+FLEET = Path(__file__).resolve().parents[1]
+BUILD = Path(os.environ.get("KELO_BUILD", "build/dev")).resolve()
+PROGRAMS = BUILD / "lab/bin"
+ENGINE = BUILD / "engines/macos/engine-cli"
+BUNDLE = "Kelo-Desk-Installer.app"
+# Whoever puts a path into a shell somewhere makes this file.
+INJECTION = "fresh 'n \"odd\" $(touch injected) `touch injected`; touch injected"
+
+
+class Fleet:
+    """Hosts by name, the last report, and runs of the playbook over them."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        self.hosts = {}
+        self.bundles = folder / "bundles"
+        self.report_file = folder / "report.json"
+
+    def installer(self, host, place=None, *options):
+        place = self.folder / (place or host)
+        subprocess.run([PROGRAMS / "lab-fixture", "offline-installer", "--engine", ENGINE, "--programs", PROGRAMS,
+                        "--machine", place / "machine", "--version", "2.0", "--apps", "brenna,tolvi",
+                        "--output", place, *options], check=True, capture_output=True)
+        self.hosts[host] = {"kelo_desk_engine": str(place / BUNDLE / "Contents/MacOS/engine-cli")}
+        return place / BUNDLE / "Contents/Resources"
+
+    def pretender(self, host, silent):
+        """A host whose engine says what the test wants; `silent` is its echo of an unattended run."""
+        hello = {"type": "hello", "mode": "online", "apps": [
+            {"id": app, "displayName": f"Kelo {app.title()}", "installedVersion": None} for app in ("brenna", "tolvi")]}
+        place = self.folder / host
+        place.mkdir()
+        (place / "hello").write_text("a line that isn't JSON\n" + json.dumps(hello) + "\n")
+        (place / "silent").write_text("".join(f"[2026-01-02 03:04:05.678] {line}\n" for line in silent))
+        (place / "engine-cli").write_text(
+            f'#!/bin/sh\ncase $1 in hello) cat {place}/hello ;; --silent) cat {place}/silent >&2 ;; *) exit 2 ;; esac\n')
+        (place / "engine-cli").chmod(0o755)
+        self.hosts[host] = {"kelo_desk_engine": str(place / "engine-cli")}
+
+    def log(self, host):
+        log = Path(self.hosts[host]["kelo_desk_engine"]).parents[3] / "machine/Library/Logs/Kelo-Desk-Installer/webinstall.log"
+        return log.read_text() if log.exists() else ""
+
+    def applications(self, host):
+        place = Path(self.hosts[host]["kelo_desk_engine"]).parents[3] / "machine/Applications"
+        return sorted(entry.name for entry in place.iterdir())
+
+    def play(self, *arguments, hosts=None, **variables):
+        """Runs the playbook. Gives its exit status, and the result of each task on each host."""
+        inventory = self.folder / "inventory.json"
+        inventory.write_text(json.dumps({"kelo_desks": {
+            "vars": {"ansible_connection": "local", "ansible_python_interpreter": "/usr/bin/python3",
+                     "kelo_desk_apps": ["brenna", "tolvi"], "kelo_desk_report": str(self.report_file),
+                     "kelo_desk_bundles": str(self.bundles), **variables},
+            "hosts": {host: self.hosts[host] for host in hosts or self.hosts}}}))
+        environment = {"HOME": str(self.folder / "home"), "PATH": "/usr/bin:/bin", "LC_ALL": "C.UTF-8",
+                       "ANSIBLE_CALLBACK_PLUGINS": str(FLEET / "Tests/callback_plugins"),
+                       "ANSIBLE_CALLBACKS_ENABLED": "record", "RECORD": str(self.folder / "record.json"),
+                       "ANSIBLE_RETRY_FILES_ENABLED": "false",
+                       "ANSIBLE_LOCAL_TEMP": str(self.folder / "home/local"),
+                       "ANSIBLE_REMOTE_TEMP": str(self.folder / "home/remote"), "PYTHONDONTWRITEBYTECODE": "1"}
+        done = subprocess.run(["ansible-playbook", "-i", inventory, "kelo-desk.yml", *arguments],
+                              cwd=self.folder / "fleet", env=environment, capture_output=True, text=True, timeout=240)
+        print(done.stdout, done.stderr)
+        told = json.loads((self.folder / "record.json").read_text())
+        told["status"] = done.returncode
+        return told
+
+    @property
+    def report(self):
+        return json.loads(self.report_file.read_text())
+
+    def statuses(self, host):
+        return {app: result["status"] for app, result in self.report[host]["apps"].items()}
+
+
+def counts(told, host):
+    stats = told["counts"][host]
+    return {key: stats[key] for key in ("changed", "failures", "unreachable") if stats[key]}
+
+
+def result_of(told, task, host=None):
+    (found,) = [entry["result"] for entry in told["results"]
+                if entry["task"].endswith(task) and host in (None, entry["host"])]
+    return found
+
+
+@pytest.fixture(scope="module")
+def fleet(tmp_path_factory):
+    folder = tmp_path_factory.mktemp("fleet")
+    shutil.copytree(FLEET, folder / "fleet", ignore=shutil.ignore_patterns("Tests"))
+    (folder / "home").mkdir()
+    made = Fleet(folder)
+    made.installer("fresh", INJECTION)
+    made.installer("current")
+    engine = made.hosts["current"]["kelo_desk_engine"]
+    subprocess.run([engine, "--silent", "--apps", "brenna,tolvi"], check=True, capture_output=True)
+    made.installer("partial", None, "--variant", "tolvi=wrong-digest")
+    (made.installer("denied") / "programs/hdiutil").chmod(0o644)
+    made.pretender("mute", ["--- SILENT RUN SUMMARY action=install exit_code=0 ---", "--- END SUMMARY ---"])
+    made.pretender("hostile", ["--- SILENT RUN SUMMARY action=install exit_code=0 ---",
+                               '  app="Kelo Brenna" status=installed',
+                               "  app=\"Kelo Tolvi\" status=failed detail=\"{{ lookup('pipe', 'touch injected') }}\"",
+                               "--- END SUMMARY ---"])
+    made.hosts["missing"] = {"kelo_desk_engine": str(folder / "nowhere/engine-cli")}
+    with socket.socket() as nobody:
+        nobody.bind(("127.0.0.1", 0))  # and never listens
+        settings = made.installer("offnet") / "linux_host.json"
+        shutil.rmtree(settings.parent / "packages")
+        settings.write_text(json.dumps({**json.loads(settings.read_text()),
+                                        "hostAddresses": {"www.kelo.example": f"127.0.0.1:{nobody.getsockname()[1]}"}}))
+        yield made
+
+
+@pytest.fixture(scope="module")
+def first(fleet):
+    """The first sweep over all hosts, with its report and bundles as it left them."""
+    told = fleet.play()
+    told["report"] = fleet.report
+    return told
+
+
+def test_a_host_that_got_apps_has_changed(fleet, first):
+    assert counts(first, "fresh") == {"changed": 1}
+    assert first["report"]["fresh"]["apps"]["tolvi"] == {
+        "status": "installed", "changed": True, "detail": None, "before": None, "after": "2.0"}
+    assert fleet.applications("fresh") == ["Brenna.app", "Kelo Tolvi.app"]
+
+
+def test_a_host_that_had_them_is_ok(fleet, first):
+    assert counts(first, "current") == {}
+    assert first["report"]["current"]["exit_status"] == 0
+    assert {app["status"] for app in first["report"]["current"]["apps"].values()} == {"current"}
+    # The engine itself calls them installed.
+    assert fleet.log("current").count('app="Kelo Brenna" status=installed') == 2
+
+
+def test_a_host_on_which_one_app_failed_has_changed_and_failed(first):
+    assert counts(first, "partial") == {"changed": 1, "failures": 1}
+    assert result_of(first, "Give the verdict", "partial")["msg"] == (
+        "exit status 1: some apps failed and some succeeded; tolvi failed: Checksum verification failed for Kelo Tolvi")
+
+
+def test_a_host_that_denies_has_failed(first):
+    assert counts(first, "denied") == {"failures": 1}
+    assert first["report"]["denied"]["exit_status"] == 4
+    assert "permission denied" in result_of(first, "Give the verdict", "denied")["msg"]
+
+
+def test_a_host_without_network_counts_as_unreachable(first):
+    assert counts(first, "offnet") == {"unreachable": 1}
+    assert first["report"]["offnet"] == {
+        "verdict": "no_network", "exit_status": 5, "note": "No internet connection", "apps": {}}
+
+
+def test_a_success_without_a_word_about_the_apps_is_a_failure(first):
+    assert counts(first, "mute") == {"failures": 1}
+    assert "brenna no result; tolvi no result" in result_of(first, "Give the verdict", "mute")["msg"]
+
+
+def test_a_host_without_engine_has_failed_and_says_why(first):
+    assert counts(first, "missing") == {"failures": 1}
+    assert "No such file or directory" in first["report"]["missing"]["note"]
+
+
+def test_nothing_that_a_host_says_or_is_called_is_ever_run(fleet, first):
+    assert first["report"]["hostile"]["apps"]["tolvi"]["detail"] == "{{ lookup('pipe', 'touch injected') }}"
+    assert [str(path) for path in fleet.folder.rglob("injected")] == []
+
+
+def test_bundles_come_from_the_hosts_that_failed_and_from_no_other(fleet, first):
+    assert sorted(path.name for path in fleet.bundles.iterdir()) == ["denied.zip", "partial.zip"]
+    with zipfile.ZipFile(fleet.bundles / "partial.zip") as bundle:
+        assert sorted(bundle.namelist()) == ["error-summary.txt", "manifest.txt", "webinstall.log"]
+        log = bundle.read("webinstall.log").decode()
+    assert 'app="Kelo Tolvi" status=failed detail="Checksum verification failed for Kelo Tolvi"' in log
+    assert list((fleet.folder / "home/remote").glob("*.kelo-desk")) == []
+
+
+def test_people_get_a_line_per_host_and_app(first):
+    table = result_of(first, "Report per host and app")["msg"]
+    lines = [" ".join(line.split()) for line in table]
+    assert lines[0] == "host verdict app status version"
+    for line in ("fresh changed brenna installed 2.0", "current ok tolvi current 2.0",
+                 "partial failed tolvi failed Checksum verification failed for Kelo Tolvi",
+                 "offnet no network No internet connection"):
+        assert line in lines
+    assert len([line for line in lines if line.startswith("denied ")]) == 2
+
+
+def test_a_second_sweep_changes_nothing(fleet, first):
+    told = fleet.play(hosts=["fresh", "current"])
+    assert told["status"] == 0
+    assert (counts(told, "fresh"), counts(told, "current")) == ({}, {})
+    assert fleet.statuses("fresh") == {"brenna": "current", "tolvi": "current"}
+
+
+def test_check_mode_tells_and_touches_nothing(fleet, first):
+    before = fleet.log("fresh").count("SILENT RUN SUMMARY")
+    told = fleet.play("--check", hosts=["fresh"], kelo_desk_mode="uninstall")
+    assert counts(told, "fresh") == {"changed": 1}
+    assert fleet.statuses("fresh") == {"brenna": "would be uninstalled", "tolvi": "would be uninstalled"}
+    assert fleet.applications("fresh") == ["Brenna.app", "Kelo Tolvi.app"]
+    assert fleet.log("fresh").count("SILENT RUN SUMMARY") == before
+
+
+def test_removal_changes_once(fleet, first):
+    told = fleet.play(hosts=["fresh"], kelo_desk_mode="uninstall", kelo_desk_apps=["tolvi"], kelo_desk_strict=True)
+    assert (told["status"], counts(told, "fresh")) == (0, {"changed": 1})
+    assert fleet.report["fresh"]["apps"]["tolvi"]["status"] == "uninstalled"
+    assert fleet.applications("fresh") == ["Brenna.app"]
+    assert "strict=true openAfterInstall=false" in fleet.log("fresh")
+    again = fleet.play(hosts=["fresh"], kelo_desk_mode="uninstall", kelo_desk_apps=["tolvi"])
+    assert (again["status"], counts(again, "fresh")) == (0, {})
+
+
+def test_an_unknown_app_stops_before_any_host_is_touched(fleet, first):
+    before = fleet.log("current")
+    told = fleet.play(hosts=["current"], kelo_desk_apps=["brenna; touch injected"])
+    assert (told["status"], counts(told, "current")) == (2, {"failures": 1})
+    assert fleet.log("current") == before
+    assert list(fleet.folder.rglob("injected")) == []
+
+
+# What the role reads out of the engine's words.
+
+def load(name):
+    path = FLEET / f"roles/kelo_desk/action_plugins/{name}.py"
+    spec = importlib.util.spec_from_file_location(name, path)
+    module = importlib.util.module_from_spec(spec)
+    spec.loader.exec_module(module)
+    return module
+
+
+def echo(*messages):
+    return "banner\n" + "".join(f"[2026-11-21 14:51:19.046] {message}\n" for message in messages)
+
+
+OPENING = "--- SILENT RUN SUMMARY action=install exit_code=1 ---"
+
+
+@pytest.mark.parametrize("messages, wanted", [
+    ([OPENING, '  app="A" status=failed detail="said "no" to it"', "--- END SUMMARY ---"],
+     ({"A": {"status": "failed", "detail": 'said "no" to it'}}, None)),
+    ([OPENING, '  app="A" status=failed detail="two\nlines"', "--- END SUMMARY ---"],
+     ({"A": {"status": "failed", "detail": "two\nlines"}}, None)),
+    ([OPENING, '  note="No internet connection"', "--- END SUMMARY ---"], ({}, "No internet connection")),
+    (['  app="A" status=installed', OPENING, "--- END SUMMARY ---", '  app="B" status=installed'], ({}, None)),
+    (["[WARN] --- SILENT RUN SUMMARY action=install exit_code=1 ---", '  app="A" status=installed'], ({}, None)),
+    ([OPENING, '  app="A" status=failed', OPENING, '  app="B" status=installed', "--- END SUMMARY ---"],
+     ({"B": {"status": "installed", "detail": None}}, None)),
+    ([], ({}, None)),
+])
+def test_the_summary_is_read_as_it_is_written(messages, wanted):
+    assert load("kelo_desk_run").summary_of(echo(*messages)) == wanted
+
+
+@pytest.mark.parametrize("status, words, wanted", [
+    (0, ["current"], "ok"), (0, ["installed"], "changed"), (0, ["no result"], "failed"), (0, [], "ok"),
+    (1, ["installed", "failed"], "failed"), (2, [], "failed"), (3, [], "failed"), (4, ["failed"], "failed"),
+    (5, [], "no_network"), (-9, [], "failed"), (78, [], "failed"),
+])
+def test_the_verdict_follows_the_exit_status(status, words, wanted):
+    apps = {str(number): {"status": word, "changed": word == "installed"} for number, word in enumerate(words)}
+    assert load("kelo_desk_run").verdict_of(status, apps) == wanted

@@ -1,0 +1,189 @@
+"""One unattended run of engine-cli on a host, and what became of each app.
+
+Asks the engine before and after what is installed: the summary of an install calls an app "installed" also when
+there was nothing to do. Every command goes out as a list of words; there is no shell on the way.
+
+Never fails because of how the run ended; `verdict` in the result tells:
+  changed     something was installed, updated or removed, and nothing failed
+  ok          there was nothing to do
+  failed      something failed; also an exit status 0 without a word about some app
+  no_network  the host has no network; nothing was touched
+
+In check mode nothing is run but what only asks, and `verdict` tells what a run would mean to do.
+"""
+
+import json
+import re
+
+from ansible.errors import AnsibleActionFail
+from ansible.module_utils.parsing.convert_bool import boolean
+from ansible.plugins.action import ActionBase
+
+APPS = ("brenna", "tolvi", "rulo", "galdivane")
+MEANINGS = {
+    0: "success",
+    1: "some apps failed and some succeeded",
+    2: "nothing succeeded, or something failed under strict, or the installer has expired",
+    3: "the command line can't be used, or it leaves no app",
+    4: "permission denied",
+    5: "no network",
+}
+OPENING = re.compile(r"--- SILENT RUN SUMMARY action=\w+ exit_code=-?\d+ ---$")
+CLOSING = "--- END SUMMARY ---"
+ENTRY = re.compile(r'  app="(?P<name>.*?)" status=(?P<status>\w+)(?: detail="(?P<detail>.*)")?$', re.DOTALL)
+NOTE = re.compile(r'  note="(.*)"$', re.DOTALL)
+COMPLAINT = re.compile(r"^Error: (.*)$", re.MULTILINE)
+TIME = re.compile(r"^\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d+\] ", re.MULTILINE)
+
+
+def event_of(output, kind):
+    """The engine's last event of this type, or None. What isn't a JSON object is skipped."""
+    found = None
+    for line in output.splitlines():
+        try:
+            event = json.loads(line)
+        except ValueError:
+            continue
+        if isinstance(event, dict) and event.get("type") == kind:
+            found = event
+    return found
+
+
+def summary_of(echo):
+    """Of the log that a run echoed: display name -> status and detail; and the note."""
+    entries, note, inside = {}, None, False
+    for message in TIME.split(echo)[1:]:
+        message = message.rstrip("\n")
+        if OPENING.match(message):
+            entries, note, inside = {}, None, True
+        elif message == CLOSING:
+            inside = False
+        elif inside and (entry := ENTRY.match(message)):
+            entries[entry["name"]] = {"status": entry["status"], "detail": entry["detail"]}
+        elif inside and (found := NOTE.match(message)):
+            note = found[1]
+    return entries, note
+
+
+def rows_of(hello):
+    """id -> what is installed of it."""
+    return {row["id"]: {"name": row["displayName"], "version": row.get("installedVersion"),
+                        "path": row.get("installedPath"), "update": bool(row.get("updateAvailable"))}
+            for row in hello["apps"]}
+
+
+def judged(entry, before, after):
+    """The status for the report, and whether the host has changed."""
+    moved = (before["version"], before["path"]) != (after["version"], after["path"])
+    if entry is None:
+        return "no result", moved
+    if entry["status"] != "installed":
+        return entry["status"], moved or entry["status"] == "uninstalled"
+    if before["path"] is None:
+        return "installed", True
+    # An app that doesn't tell its version may have been replaced by the same.
+    return ("updated", True) if moved or after["version"] is None else ("current", False)
+
+
+def predicted(mode, before):
+    if mode == "uninstall":
+        return "already_absent" if before["path"] is None else "would be uninstalled"
+    if before["path"] is None:
+        return "would be installed"
+    return "would be updated" if before["update"] else "current"
+
+
+def verdict_of(status, apps):
+    if status == 5:
+        return "no_network"
+    if status != 0 or any(app["status"] == "no result" for app in apps.values()):
+        return "failed"
+    return "changed" if any(app["changed"] for app in apps.values()) else "ok"
+
+
+class NoAnswer(Exception):
+    """The engine can't be started, or isn't one."""
+
+
+class ActionModule(ActionBase):
+    TRANSFERS_FILES = False
+    _VALID_ARGS = frozenset(("engine", "mode", "apps", "strict", "open_after_install", "offline"))
+
+    def run(self, tmp=None, task_vars=None):
+        result = super().run(tmp, task_vars)
+        self._task_vars = task_vars
+        self._read_arguments()
+        try:
+            before = self._installed()
+            return {**result, **(self._prediction(before) if self._task.check_mode else self._outcome(before))}
+        except NoAnswer as silence:
+            return {**result, **self._told({}, None, str(silence), "failed")}
+
+    def _read_arguments(self):
+        given = self._task.args
+        self._engine, self._mode = given["engine"], given["mode"]
+        self._apps = list(dict.fromkeys(given["apps"]))
+        self._offline = ["--offline"] if boolean(given["offline"]) else []
+        self._switches = ["--strict", str(boolean(given["strict"])).lower(),
+                          "--open-after-install", str(boolean(given["open_after_install"])).lower()]
+        if self._mode not in ("install", "uninstall"):
+            raise AnsibleActionFail(f"mode must be install or uninstall, not {self._mode!r}")
+        if not self._apps or any(app not in APPS for app in self._apps):
+            raise AnsibleActionFail(f"apps must name some of {', '.join(APPS)}, not {self._apps!r}")
+
+    def _command(self, *words):
+        return self._execute_module(module_name="ansible.legacy.command", task_vars=self._task_vars,
+                                    module_args={"argv": [self._engine, *words, *self._offline]})
+
+    def _ask(self, kind, *words):
+        """The answer to a command that changes nothing, and so is run in check mode too."""
+        checking, self._task.check_mode = self._task.check_mode, False
+        try:
+            finished = self._command(*words)
+        finally:
+            self._task.check_mode = checking
+        answer = event_of(finished.get("stdout", ""), kind)
+        if answer is None:
+            raise NoAnswer(f"{self._engine} {words[0]}: no answer, status {finished.get('rc')}: "
+                           f"{finished.get('msg') or finished.get('stderr')}")
+        return answer
+
+    def _installed(self):
+        hello = self._ask("hello", "hello")
+        self._online = hello["mode"] == "online"
+        return rows_of(hello)
+
+    def _prediction(self, before):
+        # What an online installer has on offer, only this command knows.
+        if self._online and self._mode == "install":
+            for row in self._ask("update-check-result", "check-updates", "--apps", ",".join(self._apps))["apps"]:
+                before[row["id"]]["update"] = bool(row["updateAvailable"])
+        apps = {}
+        for app in self._apps:
+            status = predicted(self._mode, before[app])
+            apps[app] = {"status": status, "changed": status.startswith("would"), "detail": None,
+                         "before": before[app]["version"], "after": None}
+        return self._told(apps, None, None, "changed" if any(app["changed"] for app in apps.values()) else "ok")
+
+    def _outcome(self, before):
+        finished = self._command("--silent", "--verbose", "--mode", self._mode, "--apps", ",".join(self._apps),
+                                 *self._switches)
+        if "rc" not in finished:  # the connection broke, or the module did
+            return finished
+        after = self._installed()
+        echo, status = finished.get("stderr", ""), finished["rc"]
+        entries, note = summary_of(echo)
+        if status == 3 and note is None and (complaint := COMPLAINT.search(echo)):
+            note = complaint[1]
+        apps = {}
+        # A stop before the work has no line for any app; a success without lines is none.
+        for app in self._apps if entries or status == 0 else ():
+            entry = entries.get(before[app]["name"])
+            word, changed = judged(entry, before[app], after[app])
+            apps[app] = {"status": word, "changed": changed, "detail": entry and entry["detail"],
+                         "before": before[app]["version"], "after": after[app]["version"]}
+        return {**self._told(apps, status, note, verdict_of(status, apps)), "echo": echo}
+
+    def _told(self, apps, status, note, verdict):
+        return {"changed": any(app["changed"] for app in apps.values()), "verdict": verdict, "apps": apps,
+                "exit_status": status, "note": note, "meaning": MEANINGS.get(status, "there was no whole run")}

@@ -1,0 +1,30 @@
+"""Ends a host the way its run ended: ok, failed, or unreachable when it had no network.
+
+A host without network is counted with those that couldn't be reached: it needs no mending, only another try.
+"""
+
+from ansible.plugins.action import ActionBase
+
+
+def sentence(outcome):
+    parts = [f"exit status {outcome['exit_status']}: {outcome['meaning']}"]
+    if outcome["note"]:
+        parts.append(outcome["note"])
+    for app, result in outcome["apps"].items():
+        if result["status"] in ("failed", "no result"):
+            parts.append(f"{app} {result['status']}" + (f": {result['detail']}" if result["detail"] else ""))
+    return "; ".join(parts)
+
+
+class ActionModule(ActionBase):
+    TRANSFERS_FILES = False
+    _VALID_ARGS = frozenset(("outcome",))
+
+    def run(self, tmp=None, task_vars=None):
+        result = super().run(tmp, task_vars)
+        outcome = self._task.args["outcome"]
+        if outcome["verdict"] == "no_network":
+            return {**result, "unreachable": True, "changed": False, "msg": sentence(outcome)}
+        failed = outcome["verdict"] == "failed"
+        return {**result, "failed": failed, "changed": False,
+                "msg": sentence(outcome) if failed else outcome["verdict"]}
