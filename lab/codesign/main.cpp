@@ -29,15 +29,22 @@ std::optional<std::string> unmet(const Requirement& requirement, const CodeRepor
   return std::nullopt;
 }
 
+Outcome<bool> meetsItsOwn(const CodeFacts& slice) {
+  if (!slice.designatedProblem.empty()) return refuse("{}", slice.designatedProblem);
+  return slice.designated ? meets(*slice.designated, slice.subject()) : Outcome<bool>(true);
+}
+
 int checkOwnRequirement(const std::string& name, const CodeReport& report, int verbosity) {
   for (const CodeFacts& slice : report.slices) {
-    const auto met = slice.designated ? meets(*slice.designated, slice.subject()) : Outcome<bool>(true);
+    const auto met = meetsItsOwn(slice);
     if (met && *met) continue;
-    const bool isJudged = met.has_value();
-    say(name + (isJudged ? ": does not satisfy its designated Requirement\n"
-                         : ": designated Requirement can't be judged here\n"));
+    if (!met) {
+      say(name + ": designated Requirement can't be judged here (" + met.error().reason + ")\n");
+      return kValid;
+    }
+    say(name + ": does not satisfy its designated Requirement\n");
     // Ad hoc code names no signer that it could fail, and some linkers write a stale identifier.
-    return isJudged && !slice.isAdHoc() ? kRequirementFailed : kValid;
+    return slice.isAdHoc() ? kValid : kRequirementFailed;
   }
   if (verbosity > 0) say(name + ": satisfies its Designated Requirement\n");
   return kValid;

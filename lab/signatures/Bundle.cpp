@@ -146,10 +146,17 @@ std::string Bundle::relative(const fs::path& path) const {
 
 std::optional<Bundle> bundleOfMainExecutable(const fs::path& file) {
   const fs::path folder = file.parent_path();
-  if (folder.filename() != "MacOS" || folder.parent_path().filename() != "Contents") return std::nullopt;
-  auto bundle = Bundle::read(folder.parent_path().parent_path());
-  if (!bundle || bundle->mainExecutable != file) return std::nullopt;
-  return *bundle;
+  const fs::path above = folder.parent_path();
+  std::vector<fs::path> roots;
+  if (folder.filename() == "MacOS" && above.filename() == "Contents") roots = {above.parent_path()};
+  // A framework's version that isn't the current one is a bundle by itself.
+  if (above.filename() == "Versions") roots = {above.parent_path(), folder};
+  if (folder.has_extension()) roots.push_back(folder);
+  for (const fs::path& root : roots) {
+    auto bundle = Bundle::read(root);
+    if (bundle && bundle->mainExecutable == file) return *bundle;
+  }
+  return std::nullopt;
 }
 
 }  // namespace lab

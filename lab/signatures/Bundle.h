@@ -36,7 +36,8 @@ struct Bundle {
   std::string relative(const std::filesystem::path& path) const;
 };
 
-// The bundle whose main executable this file is, when it stands where an application keeps it.
+// The bundle whose main executable this file is, when it stands where an application, a framework or a flat
+// bundle keeps it.
 std::optional<Bundle> bundleOfMainExecutable(const std::filesystem::path& file);
 
 }  // namespace lab

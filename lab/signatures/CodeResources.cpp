@@ -5,12 +5,15 @@
 #include <cmath>
 
 #include "PropertyList.h"
+#include "support/Unicode.h"
 
 namespace lab {
 
 namespace {
 
 constexpr std::size_t kMostRules = 128;
+// Every path is held against every rule, so the rules together are bounded, too. The usual ones have 500.
+constexpr std::size_t kMostSteps = 8000;
 constexpr std::string_view kTakesInEverything = "^.*";
 
 bool flag(const PropertyList& value, std::string_view name) {
@@ -50,7 +53,20 @@ Outcome<ResourceRule> readRule(const std::string& expression, const PropertyList
   return rule;
 }
 
-Outcome<ResourceSeal> readSeal(const std::string& path, const PropertyList& value) {
+// The digest of a file's seal: SHA-256, or what tools wrote that knew nothing better.
+bool readDigest(const PropertyList& value, HashType weakest, ResourceSeal& seal) {
+  const PropertyList* strong = value.find("hash2");
+  const PropertyList* weak = value.data() != nullptr ? &value : value.find("hash");
+  const bool isWeak = strong == nullptr && weakest == HashType::sha1;
+  const PropertyList* digest = isWeak ? weak : strong;
+  seal.hashType = isWeak ? HashType::sha1 : HashType::sha256;
+  if (digest == nullptr || digest->data() == nullptr || digest->data()->size() != digestSize(seal.hashType))
+    return false;
+  seal.hash = *digest->data();
+  return true;
+}
+
+Outcome<ResourceSeal> readSeal(const std::string& path, const PropertyList& value, HashType weakest) {
   ResourceSeal seal;
   seal.optional = flag(value, "optional");
   seal.target = value.textAt("symlink");
@@ -66,17 +82,32 @@ Outcome<ResourceSeal> readSeal(const std::string& path, const PropertyList& valu
     seal.kind = ResourceSeal::Kind::nested;
     return seal;
   }
-  const PropertyList* hash = value.find("hash2");
-  if (hash == nullptr || hash->data() == nullptr || hash->data()->size() != 32) {
-    return refuse("the seal of {} has no SHA-256 digest", printable(path));
-  }
-  seal.hash = *hash->data();
+  if (!readDigest(value, weakest, seal))
+    return refuse("the seal of {} has no {} digest", printable(path), nameOf(seal.hashType));
   return seal;
 }
 
 }  // namespace
 
-Outcome<CodeResources> CodeResources::read(ByteView propertyList) {
+Outcome<void> CodeResources::addRules(const PropertyList& rules) {
+  if (rules.dictionary()->size() > kMostRules) return refuse("CodeResources has too many rules");
+  std::size_t steps = 0;
+  for (const auto& [expression, value] : *rules.dictionary()) {
+    auto rule = readRule(expression, value);
+    if (!rule) return handOn(rule);
+    steps += rule->pattern.size();
+    rules_.push_back(std::move(*rule));
+  }
+  if (steps > kMostSteps) return refuse("CodeResources has rules that take too long");
+  const auto takesInEverything = [](const ResourceRule& rule) {
+    return rule.expression == kTakesInEverything && !rule.omit && !rule.optional;
+  };
+  if (std::ranges::none_of(rules_, takesInEverything))
+    return refuse("resource rules could hide files: none takes in everything");
+  return {};
+}
+
+Outcome<CodeResources> CodeResources::read(ByteView propertyList, HashType weakest) {
   const auto list = PropertyList::read(propertyList);
   if (!list) return handOn(list, "CodeResources");
   const PropertyList* rules = list->find("rules2");
@@ -85,22 +116,13 @@ Outcome<CodeResources> CodeResources::read(ByteView propertyList) {
       files->dictionary() == nullptr) {
     return refuse("CodeResources has no second-generation rules and seals");
   }
-  if (rules->dictionary()->size() > kMostRules) return refuse("CodeResources has too many rules");
   CodeResources resources;
-  for (const auto& [expression, value] : *rules->dictionary()) {
-    auto rule = readRule(expression, value);
-    if (!rule) return handOn(rule);
-    resources.rules_.push_back(std::move(*rule));
-  }
-  const auto takesInEverything = [](const ResourceRule& rule) {
-    return rule.expression == kTakesInEverything && !rule.omit && !rule.optional;
-  };
-  if (std::ranges::none_of(resources.rules_, takesInEverything))
-    return refuse("resource rules could hide files: none takes in everything");
+  if (auto added = resources.addRules(*rules); !added) return handOn(added);
   for (const auto& [path, value] : *files->dictionary()) {
-    auto seal = readSeal(path, value);
+    auto seal = readSeal(path, value, weakest);
     if (!seal) return handOn(seal);
-    resources.seals_.emplace(path, std::move(*seal));
+    if (!resources.seals_.emplace(canonicalName(path), std::move(*seal)).second)
+      return refuse("CodeResources seals {} twice", printable(path));
   }
   return resources;
 }
@@ -113,6 +135,10 @@ const ResourceRule* CodeResources::ruleFor(std::string_view path) const {
     if (rule.pattern.matches(path)) best = &rule;
   }
   return best;
+}
+
+std::string canonicalName(const std::string& name) {
+  return composed(name).value_or(name);
 }
 
 bool mayBeOmitted(std::string_view path) {

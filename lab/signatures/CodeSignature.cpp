@@ -65,22 +65,27 @@ Outcome<void> checkDirectory(const CodeDirectory& directory, const SignaturePart
   return {};
 }
 
+ByteView bareCMS(ByteView bytes) {
+  return be32(bytes, 0) == kBlobWrapperMagic && be32(bytes, 4) == bytes.size() ? bytes.subspan(8) : bytes;
+}
+
 PropertyList readInside(const SignatureParts& parts, std::uint32_t slot) {
   const auto found = parts.sealed.find(slot);
   return found == parts.sealed.end() ? PropertyList()
                                      : PropertyList::read(found->second.subspan(8)).value_or(PropertyList());
 }
 
-Outcome<std::optional<Requirement>> readDesignated(const SignatureParts& parts) {
+Outcome<void> readDesignated(const SignatureParts& parts, CodeFacts& facts) {
   const auto set = parts.sealed.find(kRequirementsSlot);
-  if (set == parts.sealed.end()) return std::nullopt;
+  if (set == parts.sealed.end()) return {};
   const auto blob = findRequirement(set->second, kDesignatedType);
-  if (!blob) return handOn(blob);
-  if (!*blob) return std::nullopt;
+  if (!blob) return handOn(blob, "requirements");
+  if (!*blob) return {};
   auto requirement = readRequirementBlob(**blob);
   // An operation from a newer system makes the requirement unusable, not the signature invalid.
-  if (!requirement) return std::nullopt;
-  return *requirement;
+  if (requirement) facts.designated = std::move(*requirement);
+  if (!requirement) facts.designatedProblem = requirement.error().reason;
+  return {};
 }
 
 }  // namespace
@@ -91,7 +96,6 @@ Outcome<SignatureParts> SignatureParts::fromSuperBlob(ByteView bytes) {
   if (const auto wrapped = blobs->find(kSignatureSlot); wrapped != blobs->end()) {
     if (be32(wrapped->second, 0) != kBlobWrapperMagic)
       return refuse("the signature's wrapper has the wrong magic number");
-    wrapped->second = wrapped->second.subspan(8);
   }
   return fromBlobs(*blobs);
 }
@@ -100,7 +104,7 @@ Outcome<SignatureParts> SignatureParts::fromBlobs(const std::map<std::uint32_t, 
   SignatureParts parts;
   if (!blobs.contains(kCodeDirectorySlot)) return refuse("signature has no code directory");
   for (const auto& [slot, blob] : blobs) {
-    if (slot == kSignatureSlot) parts.cms = blob;
+    if (slot == kSignatureSlot) parts.cms = bareCMS(blob);
     if (slot == kCodeDirectorySlot || isAlternate(slot)) {
       auto directory = CodeDirectory::read(blob);
       if (!directory) return handOn(directory);
@@ -140,9 +144,7 @@ Outcome<CodeFacts> readFacts(const SignatureParts& parts, const SignedSurroundin
     facts.hashTypes.push_back(directory.hashType());
     facts.cdhashes.push_back(directory.cdhash());
   }
-  auto designated = readDesignated(parts);
-  if (!designated) return handOn(designated, "requirements");
-  facts.designated = std::move(*designated);
+  if (auto read = readDesignated(parts, facts); !read) return handOn(read);
   facts.entitlements = readInside(parts, kEntitlementsSlot);
   const auto info = surroundings.outside.find(kInfoPlistSlot);
   if (info != surroundings.outside.end())

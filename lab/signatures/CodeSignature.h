@@ -26,7 +26,7 @@ struct SignatureParts {
   // From a SuperBlob with slack behind it, as Mach-O files and disk images carry it.
   static Outcome<SignatureParts> fromSuperBlob(ByteView bytes);
 
-  // From blobs that were stored one by one, by slot; the CMS bare.
+  // From blobs that were stored one by one, by slot; the CMS bare or in the wrapper it has in a SuperBlob.
   static Outcome<SignatureParts> fromBlobs(const std::map<std::uint32_t, ByteView>& blobs);
 };
 
@@ -55,6 +55,7 @@ struct CodeFacts {
   bool expiredUnstamped =
       false;  // valid, but a certificate has expired and nothing proves an earlier signing
   std::optional<Requirement> designated;
+  std::string designatedProblem;  // why there is a designated requirement that can't be read here
   PropertyList info;
   PropertyList entitlements;
 

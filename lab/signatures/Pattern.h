@@ -20,6 +20,9 @@ class Pattern {
   // True when the expression matches somewhere in `text`, which is taken byte by byte.
   bool matches(std::string_view text) const;
 
+  // What matching one byte of a text costs at most.
+  std::size_t size() const { return steps_.size(); }
+
  private:
   friend class PatternCompiler;
   friend class PatternRun;

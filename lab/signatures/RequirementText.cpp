@@ -219,7 +219,11 @@ class Parser {
 
   Outcome<std::string> value() {
     if (current().kind != Token::Kind::word && current().kind != Token::Kind::quoted) return unexpected();
-    return tokens_[at_++].text;
+    const Token& token = tokens_[at_++];
+    if (token.kind == Token::Kind::quoted || !token.text.starts_with("0x")) return token.text;
+    const auto bytes = fromHex(std::string_view(token.text).substr(2));
+    if (!bytes || bytes->empty()) return refuse("malformed hexadecimal value \"{}\"", printable(token.text));
+    return textOf(*bytes);
   }
 
   Outcome<Bytes> hash() {

@@ -16,8 +16,10 @@ constexpr int kDeepest = 64;
 
 class ResourceWalk {
  public:
-  ResourceWalk(const Bundle& bundle, const CodeResources& resources, const NestedCheck& checkNested)
+  ResourceWalk(const Bundle& bundle, const fs::path& outermost, const CodeResources& resources,
+               const NestedCheck& checkNested)
       : bundle_(&bundle),
+        levelsAboveBase_(levelsBetween(outermost, bundle.base)),
         resources_(&resources),
         checkNested_(&checkNested),
         mainExecutable_(bundle.relative(bundle.mainExecutable)) {}
@@ -109,7 +111,7 @@ class ResourceWalk {
       return refuse("a sealed link has become a file: {}", printable(relative));
     const auto content = MappedFile::open(path);
     if (!content) return handOn(content);
-    if (equal(digestOf(HashType::sha256, content->bytes()).bytes(), seal->hash)) return {};
+    if (equal(digestOf(seal->hashType, content->bytes()).bytes(), seal->hash)) return {};
     return refuse("a sealed resource has been modified: {}", printable(relative));
   }
 
@@ -120,19 +122,20 @@ class ResourceWalk {
       return refuse("a sealed file has become a link: {}", printable(relative));
     std::error_code error;
     const std::string target = fs::read_symlink(path, error).string();
-    if (target != seal->target) return refuse("a sealed link has been changed: {}", printable(relative));
+    if (canonicalName(target) != canonicalName(seal->target))
+      return refuse("a sealed link has been changed: {}", printable(relative));
     if (!staysInside(target, depth)) return refuse("a link leaves the bundle: {}", printable(relative));
     return {};
   }
 
-  // Every link of the bundle is tested, so that one that only climbs at its beginning, and not higher than
-  // the root, can't lead outside by way of another.
+  // Every link of the outermost bundle is tested, so that one that only climbs at its beginning, and not
+  // higher than that bundle's root, can't lead outside by way of another.
   bool staysInside(const std::string& target, int depth) const {
     if (target.starts_with('/')) {
       const bool isSystems = target.starts_with("/System/") || target.starts_with("/Library/");
       return isSystems && ("/" + target + "/").find("/../") == std::string::npos;
     }
-    int climbable = depth + levelsAboveBase();
+    int climbable = depth + levelsAboveBase_;
     bool climbing = true;
     for (const fs::path& part : fs::path(target)) {
       if (part == "..") {
@@ -144,13 +147,10 @@ class ResourceWalk {
     return true;
   }
 
-  int levelsAboveBase() const {
-    switch (bundle_->shape) {
-      case Bundle::Shape::contents: return 1;
-      case Bundle::Shape::versioned: return 2;
-      case Bundle::Shape::flat: return 0;
-    }
-    return 0;
+  static int levelsBetween(const fs::path& outermost, const fs::path& base) {
+    if (base == outermost) return 0;
+    const fs::path between = base.lexically_relative(outermost);
+    return static_cast<int>(std::distance(between.begin(), between.end()));
   }
 
   Outcome<void> nested(const fs::path& path, const std::string& relative, const ResourceSeal& seal) {
@@ -160,13 +160,14 @@ class ResourceWalk {
 
   // The seal of a path that is there, or null.
   const ResourceSeal* meet(const std::string& relative) {
-    const auto found = resources_->seals().find(relative);
+    const auto found = resources_->seals().find(canonicalName(relative));
     if (found == resources_->seals().end()) return nullptr;
-    met_.insert(relative);
+    met_.insert(found->first);
     return &found->second;
   }
 
   const Bundle* bundle_;
+  int levelsAboveBase_;  // from the outermost bundle's root down to this one's base
   const CodeResources* resources_;
   const NestedCheck* checkNested_;
   std::string mainExecutable_;
@@ -176,9 +177,9 @@ class ResourceWalk {
 
 }  // namespace
 
-Outcome<void> checkResources(const Bundle& bundle, const CodeResources& resources,
+Outcome<void> checkResources(const Bundle& bundle, const fs::path& outermost, const CodeResources& resources,
                              const NestedCheck& checkNested) {
-  return ResourceWalk(bundle, resources, checkNested).run();
+  return ResourceWalk(bundle, outermost, resources, checkNested).run();
 }
 
 }  // namespace lab

@@ -14,7 +14,9 @@ using NestedCheck = std::function<Outcome<void>(const std::filesystem::path&, co
 
 // Everything below the bundle's base must be sealed and as it was sealed; everything sealed must be there
 // unless it is optional. Links are never followed; devices, pipes and sockets are refused unopened.
-Outcome<void> checkResources(const Bundle& bundle, const CodeResources& resources,
-                             const NestedCheck& checkNested);
+// `outermost` is the root of the bundle that the verification began with: no link may leave it, but those of
+// nested code may lead to what stands beside that code.
+Outcome<void> checkResources(const Bundle& bundle, const std::filesystem::path& outermost,
+                             const CodeResources& resources, const NestedCheck& checkNested);
 
 }  // namespace lab

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 
 #include "MachO.h"
@@ -38,9 +39,12 @@ std::map<std::uint32_t, MappedFile> openSignatureFiles(const Bundle& bundle) {
   return files;
 }
 
-// A CMS file may stand bare or in the wrapper that it has inside a SuperBlob.
-ByteView bareCMS(ByteView bytes) {
-  return be32(bytes, 0) == kBlobWrapperMagic && be32(bytes, 4) == bytes.size() ? bytes.subspan(8) : bytes;
+// Seals of SHA-1 prove as much as the code's own pages only where those have nothing better either.
+HashType weakestSealOf(const CodeReport& report) {
+  const auto hasOnlySHA1 = [](const CodeFacts& slice) {
+    return std::ranges::all_of(slice.hashTypes, [](HashType type) { return type == HashType::sha1; });
+  };
+  return std::ranges::all_of(report.slices, hasOnlySHA1) ? HashType::sha1 : HashType::sha256;
 }
 
 std::string describe(const Bundle& bundle) {
@@ -50,7 +54,7 @@ std::string describe(const Bundle& bundle) {
 
 }  // namespace
 
-Outcome<CodeReport> Verifier::bundle(const Bundle& bundle, Task task) const {
+Outcome<CodeReport> Verifier::bundle(const Bundle& bundle, const Task& task) const {
   const auto info = MappedFile::open(bundle.infoPlist);
   if (!info) return handOn(info);
   const auto seals = MappedFile::open(bundle.signatureFolder / "CodeResources");
@@ -67,18 +71,20 @@ Outcome<CodeReport> Verifier::bundle(const Bundle& bundle, Task task) const {
 
   if (!seals) return refuse("the bundle's resource seal is missing");
   if (auto clean = bundle.checkSurroundings(); !clean) return handOn(clean);
-  const auto resources = CodeResources::read(seals->bytes());
+  const auto resources = CodeResources::read(seals->bytes(), weakestSealOf(*report));
   if (!resources) return handOn(resources);
+  const Task inside = task.inside(bundle);
   const auto nested = [&](const std::filesystem::path& path, const ResourceSeal& seal) {
-    return nestedCode(path, seal, task);
+    return nestedCode(path, seal, inside);
   };
-  if (auto sealed = checkResources(bundle, *resources, nested); !sealed) return handOn(sealed);
-  if (auto others = otherVersions(bundle, *report, task); !others) return handOn(others);
+  if (auto sealed = checkResources(bundle, inside.outermost, *resources, nested); !sealed)
+    return handOn(sealed);
+  if (auto others = otherVersions(bundle, *report, inside); !others) return handOn(others);
   return report;
 }
 
 Outcome<CodeReport> Verifier::bundleCode(const Bundle& bundle, const SignedSurroundings& surroundings,
-                                         Task task) const {
+                                         const Task& task) const {
   const auto executable = MappedFile::open(bundle.mainExecutable);
   if (!executable) return handOn(executable);
   const ByteView bytes = executable->bytes();
@@ -91,8 +97,7 @@ Outcome<CodeReport> Verifier::bundleCode(const Bundle& bundle, const SignedSurro
   if (!files.contains(kCodeDirectorySlot))
     return std::unexpected(Failure{"code object is not signed at all", FailureKind::notSigned});
   std::map<std::uint32_t, ByteView> blobs;
-  for (const auto& [slot, file] : files)
-    blobs[slot] = slot == kSignatureSlot ? bareCMS(file.bytes()) : file.bytes();
+  for (const auto& [slot, file] : files) blobs[slot] = file.bytes();
   const auto parts = SignatureParts::fromBlobs(blobs);
   if (!parts) return handOn(parts);
   SignedSurroundings whole = surroundings;
@@ -104,11 +109,12 @@ Outcome<CodeReport> Verifier::bundleCode(const Bundle& bundle, const SignedSurro
 }
 
 // Every version of a framework can be loaded by name, so each must hold on its own and be of the same team.
-Outcome<void> Verifier::otherVersions(const Bundle& bundle, const CodeReport& current, Task task) const {
+Outcome<void> Verifier::otherVersions(const Bundle& bundle, const CodeReport& current,
+                                      const Task& task) const {
   for (const std::filesystem::path& path : bundle.otherVersions) {
     const auto where = "version " + printable(path.filename().string());
-    if (task.depth >= kDeepestNesting) return refuse("code is nested too deeply");
-    const auto report = code(path, {task.thoroughness, task.depth + 1});
+    if (task.depth > kDeepestNesting) return refuse("code is nested too deeply");
+    const auto report = code(path, task);
     if (!report) return handOn(report, where);
     if (report->slices.front().team != current.slices.front().team)
       return refuse("{}: is signed by another team", where);
@@ -117,9 +123,9 @@ Outcome<void> Verifier::otherVersions(const Bundle& bundle, const CodeReport& cu
 }
 
 Outcome<void> Verifier::nestedCode(const std::filesystem::path& path, const ResourceSeal& seal,
-                                   Task task) const {
-  if (task.depth >= kDeepestNesting) return refuse("code is nested too deeply");
-  const auto report = code(path, {task.thoroughness, task.depth + 1});
+                                   const Task& task) const {
+  if (task.depth > kDeepestNesting) return refuse("code is nested too deeply");
+  const auto report = code(path, task);
   if (!report) return handOn(report);
   Requirement requirement;
   requirement.kind = Requirement::Kind::cdhash;

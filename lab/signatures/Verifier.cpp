@@ -34,14 +34,14 @@ Outcome<void> checkOneSigner(const std::vector<CodeFacts>& slices) {
 }  // namespace
 
 Outcome<CodeReport> Verifier::verify(const std::filesystem::path& path) const {
-  return code(path, {Thoroughness::everything, 0});
+  return code(path, {Thoroughness::everything, 0, {}});
 }
 
 Outcome<CodeReport> Verifier::inspect(const std::filesystem::path& path) const {
-  return code(path, {Thoroughness::signatureOnly, 0});
+  return code(path, {Thoroughness::signatureOnly, 0, {}});
 }
 
-Outcome<CodeReport> Verifier::code(const std::filesystem::path& path, Task task) const {
+Outcome<CodeReport> Verifier::code(const std::filesystem::path& path, const Task& task) const {
   std::error_code error;
   const std::filesystem::path real = std::filesystem::canonical(path, error);
   if (error) return std::unexpected(Failure{error.message(), FailureKind::unreadable});
@@ -53,7 +53,7 @@ Outcome<CodeReport> Verifier::code(const std::filesystem::path& path, Task task)
   return file(real, task);
 }
 
-Outcome<CodeReport> Verifier::file(const std::filesystem::path& path, Task task) const {
+Outcome<CodeReport> Verifier::file(const std::filesystem::path& path, const Task& task) const {
   const auto mapped = MappedFile::open(path);
   if (!mapped) return handOn(mapped);
   const ByteView bytes = mapped->bytes();
@@ -69,7 +69,8 @@ Outcome<CodeReport> Verifier::file(const std::filesystem::path& path, Task task)
   return report;
 }
 
-Outcome<CodeReport> Verifier::machO(ByteView bytes, const SignedSurroundings& bundled, Task task) const {
+Outcome<CodeReport> Verifier::machO(ByteView bytes, const SignedSurroundings& bundled,
+                                    const Task& task) const {
   const auto slices = readMachO(bytes);
   if (!slices) return handOn(slices);
   CodeReport report{CodeReport::Kind::machO, describe(*slices), {}, {}};
@@ -92,7 +93,7 @@ Outcome<CodeReport> Verifier::machO(ByteView bytes, const SignedSurroundings& bu
   return report;
 }
 
-Outcome<CodeReport> Verifier::diskImage(ByteView bytes, Task task) const {
+Outcome<CodeReport> Verifier::diskImage(ByteView bytes, const Task& task) const {
   const auto trailer = readImageTrailer(bytes);
   if (!trailer) return handOn(trailer);
   if (!trailer->isSigned()) return notSigned();
@@ -107,14 +108,22 @@ Outcome<CodeReport> Verifier::diskImage(ByteView bytes, Task task) const {
   return CodeReport{CodeReport::Kind::diskImage, "disk image", {}, {std::move(*facts)}};
 }
 
-Outcome<CodeReport> Verifier::plainFile(const std::filesystem::path& path, ByteView bytes, Task task) const {
+Outcome<CodeReport> Verifier::plainFile(const std::filesystem::path& path, ByteView bytes,
+                                        const Task& task) const {
   struct Attribute {
     std::uint32_t slot;
     const char* name;
   };
-  static constexpr std::array<Attribute, 3> kAttributes{{{kCodeDirectorySlot, "com.apple.cs.CodeDirectory"},
-                                                         {kRequirementsSlot, "com.apple.cs.CodeRequirements"},
-                                                         {kSignatureSlot, "com.apple.cs.CodeSignature"}}};
+  static constexpr std::array<Attribute, 9> kAttributes{
+      {{kCodeDirectorySlot, "com.apple.cs.CodeDirectory"},
+       {kRequirementsSlot, "com.apple.cs.CodeRequirements"},
+       {kEntitlementsSlot, "com.apple.cs.CodeEntitlements"},
+       {kSignatureSlot, "com.apple.cs.CodeSignature"},
+       {kFirstAlternateSlot, "com.apple.cs.CodeRequirements-1"},
+       {kFirstAlternateSlot + 1, "com.apple.cs.CodeRequirements-2"},
+       {kFirstAlternateSlot + 2, "com.apple.cs.CodeRequirements-3"},
+       {kFirstAlternateSlot + 3, "com.apple.cs.CodeRequirements-4"},
+       {kFirstAlternateSlot + 4, "com.apple.cs.CodeRequirements-5"}}};
   std::map<std::uint32_t, Bytes> values;
   for (const auto& [slot, name] : kAttributes) {
     // Extended attributes of another system stand in the namespace that users may write.
@@ -131,7 +140,7 @@ Outcome<CodeReport> Verifier::plainFile(const std::filesystem::path& path, ByteV
 }
 
 Outcome<CodeFacts> Verifier::signature(const SignatureParts& parts, const SignedSurroundings& surroundings,
-                                       Task task) const {
+                                       const Task& task) const {
   auto facts = readFacts(parts, surroundings);
   if (!facts) return facts;
   const auto proven = proveSigner(parts, anchors_, now_, *facts);

@@ -41,21 +41,28 @@ class Verifier {
   enum class Thoroughness { everything, signatureOnly };
   struct Task {
     Thoroughness thoroughness = Thoroughness::everything;
-    int depth = 0;  // of nested code
+    int depth = 0;                    // of nested code
+    std::filesystem::path outermost;  // root of the bundle that nested code stands in; empty at depth 0
+
+    // The task for code inside of `bundle`.
+    Task inside(const Bundle& bundle) const {
+      return {thoroughness, depth + 1, depth == 0 ? bundle.root : outermost};
+    }
   };
 
-  Outcome<CodeReport> code(const std::filesystem::path& path, Task task) const;
-  Outcome<CodeReport> file(const std::filesystem::path& path, Task task) const;
-  Outcome<CodeReport> machO(ByteView bytes, const SignedSurroundings& bundled, Task task) const;
-  Outcome<CodeReport> diskImage(ByteView bytes, Task task) const;
-  Outcome<CodeReport> plainFile(const std::filesystem::path& path, ByteView bytes, Task task) const;
-  Outcome<CodeReport> bundle(const Bundle& bundle, Task task) const;
+  Outcome<CodeReport> code(const std::filesystem::path& path, const Task& task) const;
+  Outcome<CodeReport> file(const std::filesystem::path& path, const Task& task) const;
+  Outcome<CodeReport> machO(ByteView bytes, const SignedSurroundings& bundled, const Task& task) const;
+  Outcome<CodeReport> diskImage(ByteView bytes, const Task& task) const;
+  Outcome<CodeReport> plainFile(const std::filesystem::path& path, ByteView bytes, const Task& task) const;
+  Outcome<CodeReport> bundle(const Bundle& bundle, const Task& task) const;
   Outcome<CodeReport> bundleCode(const Bundle& bundle, const SignedSurroundings& surroundings,
-                                 Task task) const;
-  Outcome<void> otherVersions(const Bundle& bundle, const CodeReport& current, Task task) const;
-  Outcome<void> nestedCode(const std::filesystem::path& path, const ResourceSeal& seal, Task task) const;
+                                 const Task& task) const;
+  Outcome<void> otherVersions(const Bundle& bundle, const CodeReport& current, const Task& task) const;
+  Outcome<void> nestedCode(const std::filesystem::path& path, const ResourceSeal& seal,
+                           const Task& task) const;
   Outcome<CodeFacts> signature(const SignatureParts& parts, const SignedSurroundings& surroundings,
-                               Task task) const;
+                               const Task& task) const;
 
   Anchors anchors_;
   std::chrono::sys_seconds now_;

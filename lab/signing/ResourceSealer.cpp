@@ -153,15 +153,16 @@ Outcome<std::string> nestedSeal(const Item& item) {
          "</data><key>requirement</key><string>" + escaped(requirement) + "</string>";
 }
 
-Outcome<std::string> sealOf(const Item& item) {
+Outcome<std::string> sealOf(const Item& item, HashType digest) {
   if (item.isNested) return nestedSeal(item);
   std::error_code error;
   if (item.type == fs::file_type::symlink)
     return "<key>symlink</key><string>" + escaped(fs::read_symlink(item.path, error).string()) + "</string>";
   const auto file = MappedFile::open(item.path);
   if (!file) return handOn(file);
+  const std::string name = digest == HashType::sha1 ? "hash" : "hash2";
   std::string seal =
-      "<key>hash2</key><data>" + base64(digestOf(HashType::sha256, file->bytes()).bytes()) + "</data>";
+      "<key>" + name + "</key><data>" + base64(digestOf(digest, file->bytes()).bytes()) + "</data>";
   const ResourceRule* rule = rules().ruleFor(item.relative);
   if (rule != nullptr && rule->optional) seal += "<key>optional</key><true/>";
   return seal;
@@ -179,12 +180,12 @@ Outcome<std::vector<fs::path>> findNestedCode(const Bundle& bundle) {
   return nested;
 }
 
-Outcome<std::string> makeCodeResources(const Bundle& bundle) {
+Outcome<std::string> makeCodeResources(const Bundle& bundle, HashType digest) {
   const auto items = Inventory(bundle).take();
   if (!items) return handOn(items);
   std::string seals;
   for (const auto& [relative, item] : *items) {
-    const auto seal = sealOf(item);
+    const auto seal = sealOf(item, digest);
     if (!seal) return handOn(seal);
     seals += "\t\t<key>" + escaped(relative) + "</key>\n\t\t<dict>" + *seal + "</dict>\n";
   }

@@ -154,7 +154,8 @@ Outcome<void> Signer::bundle(const Bundle& bundle) const {
   fs::remove_all(bundle.signatureFolder, error);
   fs::create_directories(bundle.signatureFolder, error);
   if (error) return cantWrite(bundle.signatureFolder);
-  const auto resources = makeCodeResources(bundle);
+  const bool isOld = options_.digests == std::vector{HashType::sha1};
+  const auto resources = makeCodeResources(bundle, isOld ? HashType::sha1 : HashType::sha256);
   if (!resources) return handOn(resources);
   if (auto written = replaceFile(bundle.signatureFolder / "CodeResources", viewOf(*resources)); !written)
     return written;

@@ -88,6 +88,35 @@ TEST(CodeResources, RefusesSealsThatProveNothing) {
   }
 }
 
+TEST(CodeResources, ASHA1CountsOnlyWhereItIsAskedForAndThereIsNoSHA256) {
+  const std::string weak = "<data>AAAAAAAAAAAAAAAAAAAAAAAAAAA=</data>";
+  const auto readWeak = [](const std::string& seal) {
+    return CodeResources::read(viewOf(document(kAll, "<key>a</key>" + seal)), HashType::sha1);
+  };
+  for (const std::string& seal : {weak, "<dict><key>hash</key>" + weak + "</dict>"}) {
+    const auto resources = readWeak(seal);
+    ASSERT_TRUE(resources) << resources.error().reason;
+    EXPECT_EQ(resources->seals().at("a").hash.size(), 20U);
+    EXPECT_FALSE(read(kAll, "<key>a</key>" + seal));
+  }
+  const auto both = readWeak("<dict><key>hash</key>" + weak + kHash + "</dict>");
+  EXPECT_EQ(both.value().seals().at("a").hash.size(), 32U);
+  EXPECT_FALSE(readWeak("<dict><key>hash</key>" + weak + "<key>hash2</key><data>AAAA</data></dict>"));
+}
+
+TEST(CodeResources, OnePathHasOneSeal) {
+  const std::string seal = "<dict>" + kHash + "</dict>";
+  EXPECT_TRUE(read(kAll, "<key>U\u0308</key>" + seal));
+  EXPECT_FALSE(read(kAll, "<key>U\u0308</key>" + seal + "<key>\u00dc</key>" + seal));
+}
+
+TEST(CodeResources, RulesTogetherAreBounded) {
+  std::string heavy = kAll;
+  for (int i = 0; i < 10; ++i)
+    heavy += "<key>^x" + std::to_string(i) + "[ab]{250}[ab]{250}[ab]{250}[ab]{250}</key><true/>";
+  EXPECT_FALSE(read(heavy));
+}
+
 TEST(CodeResources, TheFirstGenerationAloneIsntEnough) {
   EXPECT_FALSE(CodeResources::read(
       viewOf("<plist><dict><key>rules</key><dict/><key>files</key><dict/></dict></plist>")));

@@ -1,12 +1,15 @@
 // The real executables against signed and spoiled code: exit statuses and what they say.
+#include <fstream>
 #include <functional>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 
 #include "BlobWriter.h"
 #include "ImageTrailer.h"
 #include "MachO.h"
+#include "SignatureWriter.h"
 #include "Signer.h"
 #include "SuperBlob.h"
 #include "Support/Workshop.h"
@@ -16,6 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
+using testing::Not;
 
 SigningOptions bothDigests() {
   SigningOptions options;
@@ -66,6 +70,52 @@ TEST_F(Programs, AMainExecutableStandsForItsBundle) {
   EXPECT_EQ(verifyCode(app / "Contents/MacOS/Main").status, 0);
   workshop.write("A.app/Contents/Resources/added", viewOf("x"));
   EXPECT_EQ(verifyCode(app / "Contents/MacOS/Main").status, 1);
+}
+
+TEST_F(Programs, AFrameworksMainExecutableStandsForTheFramework) {
+  const fs::path kit = signedApp() / "Contents/Frameworks/Kit.framework";
+  for (const char* name : {"Kit", "Versions/A/Kit", "Versions/Current/Kit"})
+    EXPECT_EQ(verifyCode(kit / name).status, 0) << name << verifyCode(kit / name).text;
+  writeFile(kit / "Versions/A/Resources/added", viewOf("x"));
+  EXPECT_EQ(verifyCode(kit / "Versions/A/Kit").status, 1);
+}
+
+TEST_F(Programs, AFlatBundlesMainExecutableStandsForTheBundle) {
+  workshop.write("Flat.bundle/Info.plist",
+                 viewOf("<plist><dict><key>CFBundleExecutable</key><string>Flat</string></dict></plist>"));
+  const fs::path executable = workshop.machO("Flat.bundle/Flat");
+  const fs::path data = workshop.write("Flat.bundle/data", viewOf("x"));
+  workshop.sign(workshop.folder() / "Flat.bundle");
+  EXPECT_EQ(verifyCode(executable).status, 0) << verifyCode(executable).text;
+  flipByte(data, 0);
+  expectRefused(executable, "a sealed resource has been modified: data");
+}
+
+TEST_F(Programs, ADesignatedRequirementThatCantBeReadIsSaidAndDoesntCount) {
+  const fs::path file = workshop.machO("code");
+  workshop.sign(file);
+  // The seals that cover the requirements are made by hand: the operation gets a number from the future.
+  const Bytes good = readFile(file);
+  const auto limit = static_cast<std::size_t>(readMachO(good).value().front().signatureOffset);
+  const auto blobs = readBlobIndex(ByteView(good).subspan(limit), kSuperBlobMagic).value();
+  Bytes set = copyOf(blobs.at(kRequirementsSlot));
+  const std::size_t operation = set.size() - blobs.at(kRequirementsSlot).size() + 20 + 12;
+  ASSERT_EQ(be32(set, operation), 6U) << "and";
+  set[operation + 3] = 99;
+  Bytes directory = copyOf(blobs.at(kCodeDirectorySlot));
+  const auto hashes = static_cast<std::ptrdiff_t>(be32(directory, 16).value());
+  std::ranges::copy(digestOf(HashType::sha256, set).bytes(), directory.begin() + hashes - 2 * 32);
+  directory[15] |= kAdHocFlag;
+  const Bytes signature = superBlobOf({{kCodeDirectorySlot, directory}, {kRequirementsSlot, set}});
+  ASSERT_LE(signature.size(), good.size() - limit);
+  Bytes changed = good;
+  std::ranges::copy(signature, changed.begin() + static_cast<std::ptrdiff_t>(limit));
+  writeFile(file, changed);
+  const ProgramResult result = verifyCode(file);
+  EXPECT_EQ(result.status, 0) << result.text;
+  EXPECT_THAT(result.text, HasSubstr("designated Requirement can't be judged here (compiled requirement uses "
+                                     "the unsupported operation 99)"));
+  EXPECT_THAT(result.text, Not(HasSubstr("satisfies its Designated Requirement")));
 }
 
 TEST_F(Programs, TheRequirementComesInOneArgumentOrInTwo) {
@@ -512,6 +562,46 @@ TEST_F(Programs, ALinkThatLeavesTheBundleIsRefusedThoughItIsSealed) {
   }
 }
 
+TEST_F(Programs, ALinkOfNestedCodeMayLeadToItsNeighboursButNotOutside) {
+  const struct {
+    const char* target;
+    int status;
+  } rows[] = {{"../../../../..", 0}, {"../../../../../../PkgInfo", 0}, {"../../../../../../../../x", 1}};
+  for (const auto& [target, status] : rows) {
+    const fs::path app = workshop.app("A.app");
+    const fs::path kit = app / "Contents/Frameworks/Kit.framework";
+    fs::create_symlink(target, kit / "Versions/A/Resources/out");
+    workshop.sign(app);
+    EXPECT_EQ(verifyCode(app).status, status) << target << verifyCode(app).text;
+    expectRefused(kit, "a link leaves the bundle: Resources/out");
+    fs::remove_all(app);
+  }
+}
+
+TEST_F(Programs, NamesAndLinksMayHaveBeenDecomposedByAVolume) {
+  const fs::path app = workshop.app("A.app");
+  const fs::path resources = app / "Contents/Resources";
+  writeFile(resources / "\u00dcber.txt", viewOf("x"));
+  fs::create_symlink("\u00dcber.txt", resources / "link");
+  workshop.sign(app);
+  fs::rename(resources / "\u00dcber.txt", resources / "U\u0308ber.txt");
+  fs::remove(resources / "link");
+  fs::create_symlink("U\u0308ber.txt", resources / "link");
+  EXPECT_EQ(verifyCode(app).status, 0) << verifyCode(app).text;
+  flipByte(resources / "U\u0308ber.txt", 0);
+  EXPECT_EQ(verifyCode(app).status, 1);
+}
+
+TEST_F(Programs, SealsOfSHA1CountOnlyForCodeThatHasNothingBetter) {
+  const fs::path app = workshop.app("Old.app");
+  SigningOptions old;
+  old.digests = {HashType::sha1};
+  workshop.sign(app, old);
+  EXPECT_EQ(verifyCode(app).status, 0) << verifyCode(app).text;
+  flipByte(app / "Contents/Resources/data.txt", 0);
+  expectRefused(app, "a sealed resource has been modified: Resources/data.txt");
+}
+
 TEST_F(Programs, ABundleWhoseInfoPlistIsntSealedIsRefused) {
   const fs::path app = signedApp(MainExecutable::machO);
   // Signed on its own, away from the bundle, so that no slot covers what stands around it.
@@ -542,6 +632,42 @@ TEST_F(Programs, ABundleWithoutAnExecutableIsSealedThroughItsInfoPlist) {
   EXPECT_EQ(verifyCode(bundle).status, 0) << verifyCode(bundle).text;
   flipByte(data, 0);
   EXPECT_EQ(verifyCode(bundle).status, 1);
+}
+
+// --- plain files ---
+
+// The signature's parts of a plain file stand in its extended attributes.
+Outcome<void> signPlainFile(const fs::path& file, const SigningOptions& options) {
+  const Bytes content = readFile(file);
+  const auto blobs = makeSignature({"plain", content, 12, {}, 0, false},
+                                   SigningIdentity(testAuthority(), LeafKind::valid), options);
+  if (!blobs) return handOn(blobs);
+  const std::pair<std::uint32_t, const char*> names[] = {{kCodeDirectorySlot, "CodeDirectory"},
+                                                         {kFirstAlternateSlot, "CodeRequirements-1"},
+                                                         {kRequirementsSlot, "CodeRequirements"},
+                                                         {kSignatureSlot, "CodeSignature"}};
+  for (const auto& [slot, name] : names) {
+    if (!blobs->contains(slot)) continue;
+    const Bytes& blob = blobs->at(slot);
+    const std::string attribute = std::string("user.com.apple.cs.") + name;
+    if (::setxattr(file.c_str(), attribute.c_str(), blob.data(), blob.size(), 0) != 0)
+      return refuse("no room");
+  }
+  return {};
+}
+
+TEST_F(Programs, APlainFileCarriesItsSignatureInExtendedAttributes) {
+  SigningOptions options = bothDigests();
+  options.time = currentTime();
+  const fs::path file = workshop.write("script", viewOf("#!/bin/sh\n"));
+  if (!signPlainFile(file, options)) GTEST_SKIP() << "this file system has no room for so large attributes";
+  EXPECT_EQ(verifyTeam(file).status, 0) << verifyTeam(file).text;
+  EXPECT_EQ(verifyTeam(file, "OTHERTEAM0").status, 3);
+  ASSERT_EQ(::removexattr(file.c_str(), "user.com.apple.cs.CodeRequirements-1"), 0);
+  expectRefused(file, "the signer signed other code directories than are present");
+  ASSERT_TRUE(signPlainFile(file, options));
+  std::ofstream(file, std::ios::app) << "echo owned\n";
+  expectRefused(file, "signature doesn't cover the code up to its end");
 }
 
 // --- disk images ---
