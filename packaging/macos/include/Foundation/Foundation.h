@@ -13,6 +13,8 @@
 
 typedef double NSTimeInterval;
 typedef NSUInteger NSStringEncoding;
+typedef NSUInteger NSDataReadingOptions;
+typedef NSUInteger NSDataWritingOptions;
 typedef NSString* NSURLResourceKey;
 typedef NSString* NSFileAttributeKey;
 
@@ -43,15 +45,20 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 
 @interface NSData : NSObject
 + (instancetype)dataWithBytes:(const void*)bytes length:(NSUInteger)length;
-+ (instancetype)dataWithContentsOfFile:(NSString*)path options:(NSUInteger)options error:(NSError**)error;
-- (BOOL)writeToFile:(NSString*)path options:(NSUInteger)options error:(NSError**)error;
++ (instancetype)dataWithContentsOfFile:(NSString*)path
+                               options:(NSDataReadingOptions)options
+                                 error:(NSError**)error;
+- (BOOL)writeToFile:(NSString*)path options:(NSDataWritingOptions)options error:(NSError**)error;
 @property(readonly) NSUInteger length;
 @property(readonly) const void* bytes;
 @end
 
-enum : NSUInteger { NSDataWritingAtomic = 1 };
+enum : NSDataWritingOptions { NSDataWritingAtomic = 1 };
 
-@interface NSNumber : NSObject
+@interface NSValue : NSObject
+@end
+
+@interface NSNumber : NSValue
 @property(readonly) BOOL boolValue;
 @property(readonly) double doubleValue;
 @property(readonly) long long longLongValue;
@@ -61,7 +68,10 @@ enum : NSUInteger { NSDataWritingAtomic = 1 };
 + (instancetype)dateWithTimeIntervalSinceNow:(NSTimeInterval)seconds;
 @end
 
-@interface NSISO8601DateFormatter : NSObject
+@interface NSFormatter : NSObject
+@end
+
+@interface NSISO8601DateFormatter : NSFormatter
 - (NSString*)stringFromDate:(NSDate*)date;
 @end
 
@@ -171,8 +181,9 @@ enum : NSTaskTerminationReason { NSTaskTerminationReasonUncaughtSignal = 2 };
 @end
 
 typedef NSUInteger NSPropertyListFormat;
-typedef NSUInteger NSPropertyListReadOptions;
-enum : NSUInteger { NSPropertyListImmutable = 0 };
+typedef NSUInteger NSPropertyListMutabilityOptions;
+typedef NSPropertyListMutabilityOptions NSPropertyListReadOptions;
+enum : NSPropertyListMutabilityOptions { NSPropertyListImmutable = 0 };
 
 @interface NSPropertyListSerialization : NSObject
 + (id)propertyListWithData:(NSData*)data

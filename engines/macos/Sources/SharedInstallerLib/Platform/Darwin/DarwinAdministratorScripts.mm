@@ -1,6 +1,6 @@
 // `AdministratorScripts` on NSAppleScript. A granted authorization is remembered by the system for as long as
 // the script object lives.
-#import <CoreServices/CoreServices.h>
+#import <Carbon/Carbon.h>
 #import <Foundation/Foundation.h>
 
 #import "Platform/Darwin/DarwinFoundation.h"
