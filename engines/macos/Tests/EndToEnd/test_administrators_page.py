@@ -1,0 +1,203 @@
+"""protocol/administrators.md, typed in as it stands: every console block in its order, in one shell, on one machine.
+
+Only times and places are taken for equal. A line that the page shows and the machine doesn't, or the other way round,
+is a failure.
+"""
+
+import plistlib
+import re
+import shutil
+import subprocess
+
+import pytest
+from command_surface import HOME
+from support import HANG, LAB, give_away, unprivileged
+
+PAGE = (HOME / "protocol/administrators.md").read_text()
+BLOCKS = re.findall(r"^```(\w+)\n(.*?)^```$", PAGE, re.MULTILINE | re.DOTALL)
+SCRIPTS = dict(re.findall(r"^Save this as `([\w-]+)`:\n\n```sh\n(.*?)^```$", PAGE, re.MULTILINE | re.DOTALL))
+UNITS = dict(re.findall(r"^`/etc/systemd/system/([\w.-]+)`:\n\n```ini\n(.*?)^```$", PAGE, re.MULTILINE | re.DOTALL))
+NEW_VERSION = "Version 2.0 is out:\n"
+
+# Each command is announced on a line of its own, and finds the status of the one before.
+TYPIST = r"""
+status=0
+typed() { printf '\001%s\n' "$1"; (exit $status); eval "$1"; status=$?; }
+"""
+
+
+def blocks_of(kind):
+    return [text for found, text in BLOCKS if found == kind]
+
+
+def commands(block):
+    """What is typed, and what the page shows for it."""
+    found = []
+    for line in block.splitlines():
+        if line.startswith("$ "):
+            found.append((line[2:], []))
+        else:
+            found[-1][1].append(line)
+    return found
+
+
+def quoted(text):
+    return "'" + text.replace("'", "'\\''") + "'"
+
+
+class Desk:
+    """A machine whose user is anna: her home is the machine's root, her scripts and the engine are in the PATH."""
+
+    def __init__(self, installation, authority):
+        options = ("--authority", str(authority), "--team-id", "QX7M4R2V9D", "--variant", "rulo=wrong-digest")
+        self.machine = installation("1.0", *options)
+        self.newer = installation("2.0", *options)
+        self.scripts = self.machine.folder / "bin"
+        self.scripts.mkdir()
+        for name, text in SCRIPTS.items():
+            (self.scripts / name).write_text(text)
+            (self.scripts / name).chmod(0o755)
+        give_away(self.machine.folder)
+        subprocess.run(["rm", "-rf", self.machine.root / "Library/Logs"], check=True)
+        self.path = f"{self.scripts}:{self.machine.engine.parent}:/usr/bin:/bin"
+
+    def publish(self):
+        """The newer packages take the place of the older."""
+        shutil.rmtree(self.machine.packages)
+        shutil.copytree(self.newer.packages, self.machine.packages)
+
+    def environment(self, **changes):
+        return {"HOME": str(self.machine.root), "PATH": self.path, "LC_ALL": "C.UTF-8", **changes}
+
+    def run(self, command, **environment):
+        return subprocess.run(command, env=self.environment(**environment), cwd="/", stdin=subprocess.DEVNULL, text=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=HANG, **unprivileged())
+
+    def type(self, block):
+        """Each command with what came out."""
+        script = self.machine.folder / "typed"
+        script.write_text(self.typed_before() + "".join(f"typed {quoted(line)}\n" for line, _ in commands(block)))
+        out = self.run(["bash", str(script)]).stdout
+        answers = []
+        for piece in out.split("\001")[1:]:
+            line, _, answer = piece.partition("\n")
+            answers.append((line, self.places(answer).splitlines()))
+        return answers
+
+    def typed_before(self):
+        # Functions that an earlier block defined; everything else is on the machine.
+        functions = [line for block in blocks_of("console") for line, _ in commands(block)
+                     if re.match(r"\w+\(\) \{", line)]
+        return TYPIST + "\n".join(functions) + "\n"
+
+    def places(self, text):
+        return text.replace(str(self.machine.root), "/Users/anna")
+
+
+def same_times(lines):
+    return [re.sub(r"-logs-\d{8}-\d{6}\.zip$", "-logs-TIME.zip", line) for line in lines]
+
+
+@pytest.fixture(scope="module")
+def authority(workshop):
+    folder = workshop / "administrators-authority"
+    subprocess.run([LAB / "lab-sign", "make-authority", folder, "--team", "QX7M4R2V9D"], check=True, capture_output=True)
+    return folder
+
+
+@pytest.fixture
+def desk(installation, authority):
+    return Desk(installation, authority)
+
+
+def test_every_console_block_does_what_the_page_shows(desk):
+    assert len(blocks_of("console")) == PAGE.count("```console") > 0
+    for block in blocks_of("console"):
+        if PAGE.index(NEW_VERSION) < PAGE.index(block) and desk.newer:
+            desk.publish()
+            desk.newer = None
+        shown = [(line, same_times(answer)) for line, answer in commands(block)]
+        assert [(line, same_times(answer)) for line, answer in desk.type(block)] == shown
+
+
+def installed_version(desk):
+    answer = desk.type("$ versions\n")[0][1]
+    return answer[0]
+
+
+def test_cron_runs_the_sweep(desk):
+    (crontab,) = blocks_of("crontab")
+    path, line = crontab.splitlines()
+    minute, hour, day, month, weekday, command = line.split(None, 5)
+    assert (minute, hour, day, month, weekday) == ("17", "12", "*", "*", "1-5")
+    assert path == "PATH=/usr/local/bin:/opt/Kelo-Desk-Installer.app/Contents/MacOS:/usr/bin:/bin"
+
+    desk.type("$ engine-cli --silent --apps brenna\n")
+    desk.publish()
+    done = desk.run(["/bin/sh", "-c", command], SHELL="/bin/sh", LOGNAME="anna", LC_ALL="C")
+    assert (done.returncode, done.stdout) == (0, "")
+    assert installed_version(desk) == "brenna 2.0"
+
+
+def test_a_sweep_that_fails_tells_and_packs_the_logs(desk):
+    desk.type("$ engine-cli --silent --apps brenna\n")
+    desk.publish()
+    (desk.machine.packages / "brenna_installer.dmg").write_bytes(b"no image")
+    done = desk.run(["kelo-sweep"])
+    assert done.returncode == 2
+    assert 'app="Kelo Brenna" status=failed detail="Checksum verification failed for Kelo Brenna"' in done.stdout
+    assert len(list((desk.machine.root / "kelo-bundles").glob("*.zip"))) == 1
+    assert installed_version(desk) == "brenna 1.0"
+
+
+def test_a_sweep_without_engine_or_jq_is_no_success(desk):
+    assert desk.run(["kelo-sweep"], PATH=f"{desk.scripts}:/usr/bin:/bin").returncode == 127
+    tools = desk.machine.folder / "tools"
+    tools.mkdir()
+    for tool in ("sh", "awk", "sed"):
+        (tools / tool).symlink_to(shutil.which(tool))
+    assert desk.run(["/bin/sh", desk.scripts / "kelo-sweep"], PATH=f"{tools}:{desk.machine.engine.parent}").returncode == 127
+
+
+def test_a_sweep_leaves_the_copies_of_the_store_to_the_store(desk):
+    desk.type("$ engine-cli --silent --apps brenna\n")
+    receipt = desk.machine.app("brenna") / "Contents/_MASReceipt"
+    receipt.mkdir()
+    (receipt / "receipt").write_text("x")
+    desk.publish()
+    assert desk.run(["kelo-sweep"]).returncode == 0
+    assert installed_version(desk) == "brenna 1.0"
+
+
+def test_launchd_finds_a_property_list_whose_program_works(desk):
+    (text,) = blocks_of("xml")
+    job = plistlib.loads(text.encode())
+    assert job["ProgramArguments"] == ["/usr/local/bin/kelo-sweep"] and job["UserName"] == "anna"
+    assert job["StartCalendarInterval"] == {"Hour": 12, "Minute": 17}
+    assert job["EnvironmentVariables"]["HOME"] == "/Users/anna"
+    assert set(job) == {"Label", "UserName", "EnvironmentVariables", "ProgramArguments", "StandardOutPath",
+                        "StartCalendarInterval"}
+    done = subprocess.run([desk.scripts / "kelo-sweep"], env={"HOME": str(desk.machine.root), "PATH": desk.path}, cwd="/",
+                          capture_output=True, text=True, timeout=HANG, **unprivileged())
+    assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
+
+
+@pytest.mark.skipif(not shutil.which("systemd-analyze"), reason="systemd isn't installed on this machine")
+def test_systemd_has_nothing_to_complain_of(tmp_path):
+    assert sorted(UNITS) == ["kelo-sweep.service", "kelo-sweep.timer"]
+    program = tmp_path / "kelo-sweep"
+    program.write_text(SCRIPTS["kelo-sweep"])
+    program.chmod(0o755)
+    for name, text in UNITS.items():
+        (tmp_path / name).write_text(text.replace("/usr/local/bin/kelo-sweep", str(program)))
+    checked = subprocess.run(["systemd-analyze", "verify", "--man=no", *(tmp_path / name for name in UNITS)],
+                             capture_output=True, text=True)
+    complaints = [line for line in (checked.stdout + checked.stderr).splitlines() if str(tmp_path) in line or "kelo" in line]
+    assert (checked.returncode, complaints) == (0, [])
+
+
+def test_every_status_has_its_row(installation):
+    from command_surface import exit_codes
+
+    rows = re.findall(r"^\| (\d) \| .+ \| (.+) \|$", PAGE, re.MULTILINE)
+    assert [int(code) for code, _ in rows] == exit_codes(installation("2.0"))
