@@ -132,6 +132,26 @@ def test_another_signer_is_refused(signed, repackage, variant):
     assert list(machine.applications.iterdir()) == []
 
 
+def test_swapped_nested_code_is_refused_though_the_same_team_signed_it(signed, repackage, authority):
+    def swap(app):
+        helper = app / "Contents/Helpers/Kelo Rulo Helper.app"
+        (helper / "Contents/MacOS/Kelo Rulo Helper").write_text("#!/bin/sh\necho an older, weaker helper\n")
+        lab("lab-sign", "sign", "--authority", authority, helper)
+
+    machine = signed()
+    repackage(machine, swap)
+    assert machine.install("--apps", "rulo").codes == {"rulo": "SIGNATURE_FAILED"}
+    assert "Kelo Rulo Helper.app: isn't the code that was sealed" in machine.log
+    assert list(machine.applications.iterdir()) == []
+
+
+def test_a_bundle_that_expired_without_a_timestamp_is_tolerated_and_told(signed, repackage):
+    machine = signed()
+    repackage(machine, variant="expired-unstamped")
+    assert machine.install("--apps", "rulo").statuses == {"rulo": "installed"}
+    assert machine.log.count("its certificate has expired and there is no secure timestamp") == 2
+
+
 def test_an_unsigned_bundle_is_refused(signed, repackage):
     machine = signed()
     repackage(machine, sign=False)
