@@ -12,6 +12,7 @@
 #include "Installer/SilentSummary.h"
 #include "Models/AppConstants.h"
 #include "Models/AppStatus.h"
+#include "Models/IdentifierList.h"
 #include "Models/PackageProvider.h"
 #include "Platform/Machine.h"
 #include "Utils/InstallerLifecycle.h"
@@ -23,16 +24,11 @@ namespace installer {
 
 namespace {
 
-std::string joinedIdentifiers(const std::vector<AppIdentifier>& identifiers, std::string_view separator) {
+std::string selectionText(const std::vector<AppIdentifier>& identifiers) {
+  if (identifiers.empty()) return "all";
   std::vector<std::string_view> values;
   for (const auto identifier : identifiers) values.push_back(rawValue(identifier));
-  return fmt::format("{}", fmt::join(values, separator));
-}
-
-std::string identifiersText(const std::vector<AppInfo>& apps) {
-  std::vector<AppIdentifier> identifiers;
-  for (const auto& app : apps) identifiers.push_back(app.id);
-  return joinedIdentifiers(identifiers, ", ");
+  return fmt::format("{}", fmt::join(values, ","));
 }
 
 // Ends a run before any app was touched.
@@ -125,9 +121,8 @@ SilentRunner::SilentRunner(std::shared_ptr<PackageProvider> provider) : provider
 
 std::int32_t SilentRunner::run(const RunOptions& options) {
   log(fmt::format("SilentRunner: Starting — action={} apps={} strict={} openAfterInstall={}",
-                  rawValue(options.action),
-                  options.selectedApps.empty() ? "all" : joinedIdentifiers(options.selectedApps, ","),
-                  options.strict, options.openAfterInstall));
+                  rawValue(options.action), selectionText(options.selectedApps), options.strict,
+                  options.openAfterInstall));
   return options.action == InstallerAction::install ? runInstall(options) : runUninstall(options);
 }
 
@@ -135,7 +130,7 @@ std::int32_t SilentRunner::run(const RunOptions& options) {
 std::int32_t SilentRunner::runInstall(const RunOptions& options) {
   const auto apps = RunRules::resolveApps(options.selectedApps);
   if (apps.empty()) return stopWithoutApps(InstallerAction::install);
-  log("SilentRunner: Installing " + identifiersText(apps));
+  log("SilentRunner: Installing " + identifierList(apps));
   if (const auto retirement = InstallerLifecycle::expiry()) {
     const auto message = RunRules::expiryMessage(*retirement);
     log("SilentRunner: " + message);
@@ -173,7 +168,7 @@ bool SilentRunner::isConnected() const {
 std::int32_t SilentRunner::runUninstall(const RunOptions& options) {
   const auto apps = RunRules::resolveApps(options.selectedApps);
   if (apps.empty()) return stopWithoutApps(InstallerAction::uninstall);
-  log("SilentRunner: Uninstalling " + identifiersText(apps));
+  log("SilentRunner: Uninstalling " + identifierList(apps));
   const auto results = AppUninstaller::uninstallAll(apps, false);
   const auto exitCode = computeUninstallExitCode(results, options.strict);
   writeSummary("uninstall", summaryEntries(results), exitCode, std::nullopt);

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "Models/AppInfo.h"
+#include "Models/IdentifierList.h"
 #include "Models/Pieces.h"
 #include "Models/Text.h"
 #include "Utils/KeloAppProvider.h"
@@ -55,19 +56,13 @@ std::optional<AppIdentifier> catalogIdentifier(const std::string& text) {
   return {};
 }
 
-std::string validIdentifiers() {
-  std::vector<std::string_view> values;
-  for (const auto& app : KeloAppProvider::shared().allApps()) values.push_back(rawValue(app.id));
-  return fmt::format("{}", fmt::join(values, ", "));
-}
-
 Failure takeApps(const std::string& value, RunOptions& options) {
   for (const auto piece : nonEmptyPieces(value, ',')) {
     const auto text = lowercased(trimmed(piece));
     const auto identifier = catalogIdentifier(text);
     if (!identifier) {
-      return RunOptions::ParseError{
-          fmt::format("Unknown app identifier '{}'. Valid values: {}", text, validIdentifiers())};
+      return RunOptions::ParseError{fmt::format("Unknown app identifier '{}'. Valid values: {}", text,
+                                                identifierList(KeloAppProvider::shared().allApps()))};
     }
     options.selectedApps.push_back(*identifier);
   }
