@@ -1,9 +1,10 @@
 #include "AppList.h"
 
 #include <algorithm>
-#include <fmt/format.h>
+#include <array>
 #include <string_view>
 
+#include "Models/IdentifierList.h"
 #include "Models/Pieces.h"
 #include "Models/Text.h"
 #include "Utils/InstallerConfig.h"
@@ -13,12 +14,23 @@ namespace installer {
 
 namespace {
 
-// Line breaks stay: an identifier with one in it is none.
+// Every blank that Unicode knows, and the tab. Line breaks aren't among them: an identifier with one is none.
+constexpr std::array<std::string_view, 18> blanks{" ",      "\t",     "\u00A0", "\u1680", "\u2000", "\u2001",
+                                                  "\u2002", "\u2003", "\u2004", "\u2005", "\u2006", "\u2007",
+                                                  "\u2008", "\u2009", "\u200A", "\u202F", "\u205F", "\u3000"};
+
+// Bytes of the first blank that `fits`; 0 when none does.
+std::size_t blankLength(auto fits) {
+  const auto* const blank = std::ranges::find_if(blanks, fits);
+  return blank == blanks.end() ? 0 : blank->size();
+}
+
 std::string_view withoutBlanks(std::string_view text) {
-  constexpr std::string_view blanks = " \t";
-  const auto first = std::min(text.find_first_not_of(blanks), text.size());
-  const auto last = text.find_last_not_of(blanks);
-  return last == std::string_view::npos ? std::string_view{} : text.substr(first, last - first + 1);
+  const auto leads = [&text](std::string_view blank) { return text.starts_with(blank); };
+  const auto trails = [&text](std::string_view blank) { return text.ends_with(blank); };
+  while (const auto length = blankLength(leads)) text.remove_prefix(length);
+  while (const auto length = blankLength(trails)) text.remove_suffix(length);
+  return text;
 }
 
 }  // namespace
@@ -35,9 +47,7 @@ std::optional<std::vector<AppIdentifier>> parseApps(const std::optional<std::str
 }
 
 std::string availableAppIds() {
-  std::vector<std::string_view> values;
-  for (const auto& app : KeloAppProvider::shared().allApps()) values.push_back(rawValue(app.id));
-  return fmt::format("{}", fmt::join(values, ", "));
+  return identifierList(KeloAppProvider::shared().allApps());
 }
 
 }  // namespace installer

@@ -27,6 +27,15 @@ TEST_F(AppListTest, ReadsAListOfApps) {
       {"brenna,brenna", Parsed{Apps{brenna, brenna}}},
       {" Brenna\t,, RULO ,", Parsed{Apps{brenna, rulo}}},
       {"galdivane", Parsed{Apps{galdivane}}},
+      {"brenna,\u00A0tolvi\u3000\u2003", Parsed{Apps{brenna, tolvi}}},
+      {"\u00A0", std::nullopt},
+      {"bren\u00A0na", std::nullopt},
+      {"\xA0"
+       "brenna",
+       std::nullopt},
+      {"\u2028brenna", std::nullopt},
+      {"brenna\r\n", std::nullopt},
+      {std::string(100'000, ' ') + "rulo" + std::string(100'000, '\t'), Parsed{Apps{rulo}}},
       {" ", std::nullopt},
       {"brenna, ,tolvi", std::nullopt},
       {"brenna\n", std::nullopt},
@@ -36,7 +45,8 @@ TEST_F(AppListTest, ReadsAListOfApps) {
       {"bren na", std::nullopt},
       {"--strict", std::nullopt},
   };
-  for (const auto& [value, apps] : rows) EXPECT_EQ(parseApps(value), apps) << value.value_or("(absent)");
+  for (const auto& [value, apps] : rows)
+    EXPECT_EQ(parseApps(value), apps) << value.value_or("(absent)").substr(0, 60);
 }
 
 TEST_F(AppListTest, TakesAnExcludedAppForUnknown) {
