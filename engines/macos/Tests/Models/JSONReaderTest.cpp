@@ -80,12 +80,16 @@ TEST(JSONReader, BoundsTheLength) {
 }
 
 TEST(JSONReader, ReadsMembersInTheAskedTypeOnly) {
-  const auto value = JSONReader::parse(R"({"text": "a", "yes": true, "one": 1, "half": 0.5, "whole": 2.0,
+  const auto value =
+      JSONReader::parse(R"({"text": "a", "empty": "", "yes": true, "one": 1, "half": 0.5, "whole": 2.0,
                                            "list": ["a", "b"], "mixed": ["a", 1], "map": {"k": "v"},
                                            "mixedMap": {"k": "v", "l": 1}, "null": null})")
-                         .value();
+          .value();
   EXPECT_EQ(JSONReader::string(value, "text"), "a");
   EXPECT_EQ(JSONReader::string(value, "one"), std::nullopt);
+  EXPECT_EQ(JSONReader::nonEmptyString(value, "text"), "a");
+  EXPECT_EQ(JSONReader::nonEmptyString(value, "empty"), std::nullopt);
+  EXPECT_EQ(JSONReader::nonEmptyString(value, "one"), std::nullopt);
   EXPECT_EQ(JSONReader::boolean(value, "yes"), true);
   EXPECT_EQ(JSONReader::boolean(value, "one"), std::nullopt);
   EXPECT_EQ(JSONReader::boolean(value, "text"), std::nullopt);

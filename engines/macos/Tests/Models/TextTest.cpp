@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <utility>
 
 #include "Models/Text.h"
 
@@ -13,6 +14,42 @@ TEST(Text, IsTrimmedAtBothEnds) {
   EXPECT_EQ(trimmed(" \t a b\r\n"), "a b");
   EXPECT_EQ(trimmed(" \n "), "");
   EXPECT_EQ(trimmed(""), "");
+}
+
+TEST(Text, IsUTF8OnlyWhenEveryCharacterIsWellFormed) {
+  for (const char* const text :
+       {"", "plain", "Größe", "—", "大", "\U0001F600", "\xED\x9F\xBF", "\xEE\x80\x80", "\xF4\x8F\xBF\xBF",
+        "\xC2\x80", "\xE0\xA0\x80", "\xF0\x90\x80\x80"}) {
+    EXPECT_TRUE(isUTF8(text)) << text;
+  }
+  const std::vector<std::pair<std::string, const char*>> rows{
+      {"\xFF", "no lead"},
+      {"\x80", "a continuation alone"},
+      {"a\xC3", "cut short"},
+      {"\xE5\xA4", "cut short"},
+      {"\xF0\x9F\x98", "cut short"},
+      {"\xC3(", "no continuation"},
+      {"\xC0\x80", "overlong in two"},
+      {"\xC1\xBF", "overlong in two"},
+      {"\xE0\x9F\xBF", "overlong in three"},
+      {"\xF0\x8F\xBF\xBF", "overlong in four"},
+      {"\xED\xA0\x80", "a surrogate"},
+      {"\xED\xBF\xBF", "a surrogate"},
+      {"\xF4\x90\x80\x80", "beyond the last character"},
+      {"\xF5\x80\x80\x80", "beyond the last character"},
+  };
+  for (const auto& [bytes, fault] : rows) {
+    EXPECT_FALSE(isUTF8("at the end " + bytes)) << fault;
+    EXPECT_FALSE(isUTF8(bytes + " at the start")) << fault;
+  }
+}
+
+TEST(Text, IsCountedAndCutByCharacters) {
+  EXPECT_EQ(characterCount(""), 0U);
+  EXPECT_EQ(characterCount("Größe 大"), 7U);
+  EXPECT_EQ(firstCharacters("Größe", 3), "Grö");
+  EXPECT_EQ(firstCharacters("Größe", 0), "");
+  EXPECT_EQ(firstCharacters("Größe", 9), "Größe");
 }
 
 TEST(Text, WritesAListAsInTheLog) {

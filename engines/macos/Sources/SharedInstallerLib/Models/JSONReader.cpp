@@ -64,6 +64,12 @@ std::optional<std::string> string(const Json& value, std::string_view key) {
   return entry->get<std::string>();
 }
 
+std::optional<std::string> nonEmptyString(const Json& value, std::string_view key) {
+  auto text = string(value, key);
+  if (text && text->empty()) return std::nullopt;
+  return text;
+}
+
 std::optional<bool> boolean(const Json& value, std::string_view key) {
   const auto* const entry = member(value, key);
   if (entry == nullptr || !entry->is_boolean()) return std::nullopt;

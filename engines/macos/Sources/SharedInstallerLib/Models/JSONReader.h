@@ -28,6 +28,8 @@ const Json* member(const Json& value, std::string_view key);
 
 // The value under `key` in the asked type; absent when it is missing or of any other JSON type.
 std::optional<std::string> string(const Json& value, std::string_view key);
+// The same; an empty string counts as missing.
+std::optional<std::string> nonEmptyString(const Json& value, std::string_view key);
 std::optional<bool> boolean(const Json& value, std::string_view key);
 // A number without a fractional part that fits in 64 bits.
 std::optional<std::int64_t> integer(const Json& value, std::string_view key);

@@ -7,12 +7,7 @@ namespace installer {
 
 namespace {
 
-// A wrong type and an empty string both count as absent.
-std::optional<std::string> tolerantString(const Json& object, std::string_view key) {
-  auto text = JSONReader::string(object, key);
-  if (text && text->empty()) return std::nullopt;
-  return text;
-}
+using JSONReader::nonEmptyString;
 
 std::optional<std::int64_t> positiveSize(const Json& object) {
   const auto size = JSONReader::integer(object, "size");
@@ -22,22 +17,22 @@ std::optional<std::int64_t> positiveSize(const Json& object) {
 
 PackageMeta decodeObject(const Json& object) {
   PackageMeta meta;
-  meta.product = tolerantString(object, "product");
-  meta.version = tolerantString(object, "version");
-  meta.destination = tolerantString(object, "destination");
+  meta.product = nonEmptyString(object, "product");
+  meta.version = nonEmptyString(object, "version");
+  meta.destination = nonEmptyString(object, "destination");
   meta.size = positiveSize(object);
-  meta.checksum = tolerantString(object, "checksum");
-  if (!meta.checksum) meta.checksum = tolerantString(object, "sha256");  // the key's older name
-  if (auto algorithm = tolerantString(object, "checksumAlgorithm")) meta.checksumAlgorithm = *algorithm;
-  if (const auto alternate = tolerantString(object, "alternateDownloadUrl")) {
+  meta.checksum = nonEmptyString(object, "checksum");
+  if (!meta.checksum) meta.checksum = nonEmptyString(object, "sha256");  // the key's older name
+  if (auto algorithm = nonEmptyString(object, "checksumAlgorithm")) meta.checksumAlgorithm = *algorithm;
+  if (const auto alternate = nonEmptyString(object, "alternateDownloadUrl")) {
     meta.alternateDownloadURL = URL::parse(*alternate);
   }
-  meta.flavour = tolerantString(object, "flavour");
-  meta.os = tolerantString(object, "os");
-  meta.arch = tolerantString(object, "arch");
-  meta.format = tolerantString(object, "format");
-  meta.release = tolerantString(object, "release");
-  meta.mode = tolerantString(object, "mode");
+  meta.flavour = nonEmptyString(object, "flavour");
+  meta.os = nonEmptyString(object, "os");
+  meta.arch = nonEmptyString(object, "arch");
+  meta.format = nonEmptyString(object, "format");
+  meta.release = nonEmptyString(object, "release");
+  meta.mode = nonEmptyString(object, "mode");
   return meta;
 }
 

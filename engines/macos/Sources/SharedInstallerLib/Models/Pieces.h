@@ -9,7 +9,4 @@ namespace installer {
 // What lies between the separators, in order, with empty pieces left out. Views into `text`.
 std::vector<std::string_view> nonEmptyPieces(std::string_view text, char separator);
 
-// Strictly: no overlong forms, no surrogates, nothing above U+10FFFF, nothing cut short.
-bool isValidUTF8(std::string_view text);
-
 }  // namespace installer

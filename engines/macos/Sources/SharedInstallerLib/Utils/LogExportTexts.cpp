@@ -4,6 +4,7 @@
 
 #include "Models/EngineVersion.h"
 #include "Models/Pieces.h"
+#include "Models/Text.h"
 #include "Utils/LocalTime.h"
 
 namespace installer::LogExportTexts {
@@ -47,7 +48,7 @@ std::string manifest(const ManifestFacts& facts, const std::vector<std::string>&
 
 void Digest::add(const std::string& fileName, std::string_view contents) {
   ++files_;
-  if (!isValidUTF8(contents)) return;
+  if (!isUTF8(contents)) return;
   std::string kept;
   int count = 0;
   for (const auto line : nonEmptyPieces(contents, '\n')) {

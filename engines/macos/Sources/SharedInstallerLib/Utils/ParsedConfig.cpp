@@ -12,11 +12,7 @@ namespace installer {
 
 namespace {
 
-std::optional<std::string> nonEmptyString(const Json& object, std::string_view key) {
-  auto text = JSONReader::string(object, key);
-  if (text && text->empty()) return std::nullopt;
-  return text;
-}
+using JSONReader::nonEmptyString;
 
 std::optional<Path> findFile() {
   const auto resources = machine().bundles.mainResources();
