@@ -54,17 +54,17 @@ Path nearestExisting(Path path) {
 std::int32_t EngineController::hello() {
   // Detection only, whatever the source of packages: a shell that wants to know what is on offer asks for it.
   const auto sweep = UpdateChecker::sweep(KeloAppProvider::shared().allApps(), false);
-  EngineEvent::Hello event{
-      .mode = provider_->isOfflineMode() ? "offline" : "online",
+  const bool offline = provider_->isOfflineMode();
+  const auto mode =
+      offline ? UpdateEntries::PackageSourceMode::offline : UpdateEntries::PackageSourceMode::online;
+  std::vector<CatalogAppEvent> apps;
+  for (const auto& status : sweep.statuses) apps.push_back(UpdateEntries::catalogEntry(status, mode));
+  EngineEmitter::emit({EngineEvent::Hello{
+      .mode = offline ? "offline" : "online",
       .capabilities = capabilities(),
-      .apps = {},
-      .retirement = {},
-  };
-  const auto mode = provider_->isOfflineMode() ? UpdateEntries::PackageSourceMode::offline
-                                               : UpdateEntries::PackageSourceMode::online;
-  for (const auto& status : sweep.statuses) event.apps.push_back(UpdateEntries::catalogEntry(status, mode));
-  event.retirement = InstallerRetirementEvent::of(InstallerLifecycle::expiry());
-  EngineEmitter::emit({std::move(event)});
+      .apps = std::move(apps),
+      .retirement = InstallerRetirementEvent::of(InstallerLifecycle::expiry()),
+  }});
   return done("hello", AppConstants::ExitCode::success);
 }
 

@@ -6,9 +6,9 @@
 
 namespace installer::EngineEmitter {
 
-// Writes `event` as one line, whole, and returns when the bytes have reached
-// the pipe. A log event goes to the log file too. Never fails towards the caller: an event that can't be
-// encoded costs a line in the log file, and nothing reaches standard output.
+// Writes `event` as one line, whole, and returns when the bytes have reached the pipe. A log event goes to
+// the log file too. Never fails towards the caller: an event that can't be encoded costs a line in the log
+// file, and nothing reaches standard output.
 void emit(const EngineEvent& event);
 
 }  // namespace installer::EngineEmitter

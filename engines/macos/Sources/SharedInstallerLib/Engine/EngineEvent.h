@@ -40,7 +40,7 @@ struct EngineEvent {
   // The app has entered a stage.
   struct Stage {
     std::string app;
-    std::string stage;                  // one of StageName
+    std::string stage;                  // "download", "verify", "install" or "uninstall"
     std::optional<std::int64_t> index;  // the app's number in this run, from 1
     std::optional<std::int64_t> total;  // apps in this run
   };

@@ -1,8 +1,8 @@
 // The only reader of metadata on the content delivery network. It downloads no packages.
 //
-// Any thread but the main one and a session's own: every fetch blocks its caller for at most `timeout`, and
-// one lookup makes at most two fetches. Several threads may fetch at once. Nothing here throws; every failure
-// is logged and sorted into one of three kinds.
+// Any thread but a session's own: every fetch blocks its caller for at most `timeout`, and one lookup makes
+// at most two fetches. The main thread may wait here only while nothing needs its queue. Several threads may
+// fetch at once. Nothing here throws; every failure is logged and sorted into one of three kinds.
 #pragma once
 
 #include <expected>

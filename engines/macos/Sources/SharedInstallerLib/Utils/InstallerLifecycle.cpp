@@ -84,11 +84,9 @@ bool reachable(const URL& url) {
   return answer->isHTTP;
 }
 
-// The page is a fixed, trusted, public address on another service than the CDN: this is why it can tell a
-// vanished CDN tree from a machine without a connection.
-std::optional<InstallerRetirement> probeSourceRetired() {
-  const auto& page = InstallerConfig::downloadPageURL();
-  const auto url = URL::parse(page);
+// The download page's address; absent when nothing could be concluded from asking there.
+std::optional<URL> probeTarget(const std::string& page) {
+  auto url = URL::parse(page);
   if (!url) {
     logWarn(fmt::format(
         "InstallerLifecycle: downloadPageUrl '{}' is not a valid URL — cannot confirm whether the CDN is retired, so treating this as a network problem",
@@ -101,6 +99,15 @@ std::optional<InstallerRetirement> probeSourceRetired() {
         page));
     return std::nullopt;
   }
+  return url;
+}
+
+// The page is a fixed, trusted, public address on another service than the CDN: this is why it can tell a
+// vanished CDN tree from a machine without a connection.
+std::optional<InstallerRetirement> probeSourceRetired() {
+  const auto& page = InstallerConfig::downloadPageURL();
+  const auto url = probeTarget(page);
+  if (!url) return std::nullopt;
   const auto host = url->host().value_or(page);
   if (!reachable(*url)) {
     logWarn(fmt::format(

@@ -1,8 +1,8 @@
 // Answers, for a list of apps, what is installed, what the content delivery network offers, and whether the
 // source as a whole has gone missing.
 //
-// Any thread but the main one and a session's own; blocks until it has its answer, which takes at most two
-// metadata fetches. A sweep never fails as a whole.
+// Any thread but a session's own, the main one only while nothing needs its queue; blocks until it has its
+// answer, which takes at most two metadata fetches. A sweep never fails as a whole.
 #pragma once
 
 #include <optional>
