@@ -54,6 +54,12 @@ class EngineControllerTest : public ::testing::Test {
         {.identifier = info.installerBundleIdentifier, .version = version, .appStoreReceipt = true});
   }
 
+  std::int32_t install(const std::vector<AppIdentifier>& apps, bool strict = false) {
+    return controller->runInstall(apps, "install", strict);
+  }
+
+  // The first event of its type.
+  Json event(std::string_view type) const { return machine.streams.events(type).at(0); }
   Lines transcript() const { return testing::transcript(machine.streams.events()); }
   // Without what a run tells on the way.
   Lines outcome() const {
