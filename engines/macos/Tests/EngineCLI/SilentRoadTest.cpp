@@ -36,8 +36,8 @@ TEST_F(SilentRoad, RefusesABadCommandLine) {
   EXPECT_EQ(run({"--silent", "--mode", "x"}), 3);
   const std::string complaint = "Unknown --mode value 'x'. Valid values: install, uninstall";
   EXPECT_EQ(standardError(), "Error: " + complaint + "\n\n" + std::string{RunOptions::usageHint} + "\n");
+  EXPECT_THAT(machine.files.read(machine.logFile()), HasSubstr("invalid arguments")) << "at its end";
   EXPECT_THAT(machine.logLines(), Contains("INFO engine-cli: invalid arguments: " + complaint));
-  EXPECT_THAT(machine.files.read(machine.logFile()), HasSubstr("invalid arguments"));
   EXPECT_TRUE(machine.streams.events().empty());
 }
 

@@ -49,6 +49,7 @@ TEST_F(StdinListener, UnderstandsCancelsAndIgnoresTheRest) {
       {R"({"type": ""})", "INFO engine-cli: ignoring unknown stdin command ''"},
       {R"({"type": "cancel"})", whole},
       {R"(  {"type":"cancel","extra":[1,2]}  )", whole},
+      {"{\"type\": \"cancel\"}\r", whole},
       {R"({"type": "cancel", "app": ""})", whole},
       {R"({"type": "cancel", "app": 5})", whole},
       {R"({"type": "cancel", "app": null})", whole},
@@ -78,7 +79,7 @@ TEST_F(StdinListener, LetsItsThreadEndWithTheInput) {
   EXPECT_LT(controller.use_count(), holders);
 }
 
-TEST_F(StdinListener, CancelsTheWholeRun) {
+TEST_F(StdinListener, CancelsTheWholeRunForAnAppThatIsNoText) {
   provider->on(brenna).takes(60s).delivers(image(brenna, "2.0"));
   startStdinCommandListener(controller);
   machine.streams.feedLineAt(10s, R"({"type": "cancel", "app": 5})");
