@@ -181,6 +181,13 @@ TEST_F(InstallerConfigFile, CountsEmptyAddressesAsMissingButKeepsOtherEmptyValue
                               "requirement checks are DISABLED)"));
 }
 
+TEST_F(InstallerConfigFile, CountsAnEmptyDateAsNone) {
+  const auto lines = loaded(R"({"apps": {}, "expiresOn": {"online": "", "offline": "2031-02-28"}})");
+  EXPECT_EQ(InstallerConfig::expiresOn(false), std::nullopt);
+  EXPECT_EQ(InstallerConfig::expiresOn(true), "2031-02-28");
+  EXPECT_THAT(lines, Contains(::testing::EndsWith("expiresOn online=(never) offline=2031-02-28")));
+}
+
 TEST_F(InstallerConfigFile, DefaultsTheHelpPageToTheBuiltInPageAndNotToItsOwn) {
   loaded(R"({"apps": {}, "downloadPageUrl": "https://kelo.example/get"})");
   EXPECT_EQ(InstallerConfig::downloadPageURL(), "https://kelo.example/get");
