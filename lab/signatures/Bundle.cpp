@@ -50,7 +50,8 @@ Outcome<std::vector<fs::path>> entriesOf(const fs::path& folder) {
 
 Outcome<void> readVersions(Bundle& bundle) {
   const fs::path versions = bundle.root / "Versions";
-  const std::string current = linkText(versions / "Current");
+  std::string current = linkText(versions / "Current");
+  if (current.starts_with("./")) current.erase(0, 2);
   if (!isPlainName(current) || !isFolder(versions / current))
     return refuse("framework's Versions/Current doesn't lead to a version");
   bundle.base = versions / current;
@@ -85,16 +86,24 @@ Outcome<void> readInfoPlist(Bundle& bundle) {
   return {};
 }
 
+// True for a framework's link to what has its own name in the current version.
+bool leadsToNamesake(const Bundle& bundle, const fs::path& entry) {
+  if (bundle.shape != Bundle::Shape::versioned) return false;
+  std::string target = linkText(entry);
+  if (target.starts_with("./")) target.erase(0, 2);
+  const std::string name = entry.filename().string();
+  return target == "Versions/Current/" + name ||
+         target == "Versions/" + bundle.base.filename().string() + "/" + name;
+}
+
 Outcome<void> checkRoot(const Bundle& bundle) {
   const auto entries = entriesOf(bundle.root);
   if (!entries) return handOn(entries);
   for (const fs::path& entry : *entries) {
     const std::string name = entry.filename().string();
     if (name == (bundle.shape == Bundle::Shape::contents ? "Contents" : "Versions")) continue;
-    const std::string target = linkText(entry);
-    const bool leadsIntoCurrent = bundle.shape == Bundle::Shape::versioned &&
-                                  target.starts_with("Versions/Current/") && isPlainName(target.substr(17));
-    if (!leadsIntoCurrent) return refuse("unsealed contents in the bundle's root: {}", printable(name));
+    if (!leadsToNamesake(bundle, entry))
+      return refuse("unsealed contents in the bundle's root: {}", printable(name));
   }
   return {};
 }

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <system_error>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace lab {
@@ -46,8 +47,8 @@ std::vector<Stretch> divide(std::span<const CodeDirectory> directories) {
     for (std::uint64_t at = 0; at < limit; at += length)
       stretches.push_back({&directory, at, std::min(at + length, limit)});
   }
-  std::ranges::stable_sort(stretches, {}, [](const Stretch& stretch) {
-    return std::pair(stretch.directory->pageSize() != 0, stretch.begin);
+  std::ranges::sort(stretches, {}, [](const Stretch& stretch) {
+    return std::tuple(stretch.directory->pageSize() != 0, stretch.begin, stretch.directory);
   });
   return stretches;
 }

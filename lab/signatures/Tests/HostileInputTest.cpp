@@ -127,10 +127,7 @@ TEST(HostileInput, CodeResourcesAndPropertyLists) {
   workshop.sign(app);
   const Bytes seals = readFile(app / "Contents/_CodeSignature/CodeResources");
   mutate(seals, [](ByteView input) { tryCodeResources(input); });
-  const Bytes binary = copyOf(viewOf(std::string("bplist00\xD1\x01\x02Qa\x08", 14) +
-                                     std::string("\x08\x0B\x0D", 3) + std::string(6, '\0') + "\x01\x01" +
-                                     std::string("\0\0\0\0\0\0\0\3\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x0E", 24)));
-  mutate(binary, [](ByteView input) { tryPropertyList(input); });
+  mutate(kBinaryPropertyList, [](ByteView input) { tryPropertyList(input); });
 }
 
 TEST(HostileInput, TextsOfPeople) {

@@ -91,6 +91,10 @@ ProgramResult assess(const fs::path& path) {
   return spctl(assessing(path));
 }
 
+const Bytes kBinaryPropertyList = copyOf(viewOf(
+    std::string("bplist00\xD1\x01\x02Qa\x08", 14) + std::string("\x08\x0B\x0D", 3) + std::string(6, '\0') +
+    "\x01\x01" + std::string("\0\0\0\0\0\0\0\3\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x0E", 24)));
+
 const TestAuthority& testAuthority() {
   static const TestAuthority kAuthority = TestAuthority::load(kHost / "trusting/authority").value();
   return kAuthority;
@@ -100,9 +104,14 @@ Anchors testAnchors() {
   return Anchors::withTestAuthority(Certificate::readFile(kHost / "trusting/authority/root.pem").value());
 }
 
-Workshop::Workshop() {
-  std::string pattern = (fs::temp_directory_path() / "signature-tests-XXXXXX").string();
-  folder_ = ::mkdtemp(pattern.data());
+Workshop::Workshop() : Workshop(fs::temp_directory_path()) {
+}
+
+Workshop::Workshop(const fs::path& parent) {
+  std::string pattern = (parent / "signature-tests-XXXXXX").string();
+  std::string otherwise = (fs::temp_directory_path() / "signature-tests-XXXXXX").string();
+  const char* made = ::mkdtemp(pattern.data());
+  folder_ = made != nullptr ? made : ::mkdtemp(otherwise.data());
 }
 
 Workshop::~Workshop() {
@@ -151,9 +160,9 @@ fs::path Workshop::app(const std::string& name, MainExecutable kind) const {
   return folder_ / name;
 }
 
-fs::path Workshop::diskImage(const std::string& name) const {
+fs::path Workshop::diskImage(const std::string& name, std::size_t size) const {
   std::mt19937 random(7);
-  Bytes image(100000);
+  Bytes image(size);
   for (std::uint8_t& byte : image) byte = static_cast<std::uint8_t>(random());
   const std::size_t dataSize = image.size();
   const std::string plist = "<plist version=\"1.0\"><dict/></plist>";

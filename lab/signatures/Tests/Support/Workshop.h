@@ -43,6 +43,8 @@ enum class MainExecutable { machO, universal, script };
 class Workshop {
  public:
   Workshop();
+  // In that folder rather than where temporary files go; there, too, when it can't be used.
+  explicit Workshop(const std::filesystem::path& parent);
   Workshop(const Workshop&) = delete;
   Workshop& operator=(const Workshop&) = delete;
   ~Workshop();
@@ -55,8 +57,8 @@ class Workshop {
   // An unsigned application: main executable, helper tool, framework with links, resources with a link,
   // localisation.
   std::filesystem::path app(const std::string& name, MainExecutable kind = MainExecutable::machO) const;
-  // An unsigned disk image of random data.
-  std::filesystem::path diskImage(const std::string& name) const;
+  // An unsigned disk image of so many random bytes.
+  std::filesystem::path diskImage(const std::string& name, std::size_t size = 100000) const;
 
   // Signs with the tests' authority, stamped, now.
   void sign(const std::filesystem::path& path, SigningOptions options = {}) const;
@@ -66,6 +68,9 @@ class Workshop {
  private:
   std::filesystem::path folder_;
 };
+
+// {"a": "..."} in the binary form of a property list.
+extern const Bytes kBinaryPropertyList;
 
 Bytes readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, ByteView content);
