@@ -17,7 +17,7 @@ namespace installer {
 
 namespace {
 
-// The first row that fits decides.
+// The first that holds decides.
 AppResultEvent resultEvent(const UninstallResult& result) {
   if (result.success) {
     return RunEvents::appResult(result.app,

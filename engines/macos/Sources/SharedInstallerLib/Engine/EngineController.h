@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "Engine/EngineEvent.h"
 #include "Models/AppIdentifier.h"
 
 namespace installer {
@@ -19,6 +18,7 @@ namespace installer {
 class InstallOrchestrator;
 class PackageProvider;
 struct AppInfo;
+struct AppResultEvent;
 
 class EngineController : public std::enable_shared_from_this<EngineController> {
   struct Private {};

@@ -1,12 +1,12 @@
 #include "Engine/EngineEmitter.h"
 
-#include <algorithm>
-#include <fmt/format.h>
 #include <mutex>
 #include <string>
 #include <string_view>
 
 #include "Engine/EngineEnvelope.h"
+#include "Engine/EngineVocabulary.h"
+#include "Models/Text.h"
 #include "Platform/Machine.h"
 #include "Utils/Log.h"
 
@@ -20,11 +20,11 @@ std::mutex& lineLock() {
   return *lock;
 }
 
-LogLevel logLevel(std::string level) {
-  std::ranges::transform(level, level.begin(),
-                         [](char c) { return c >= 'a' && c <= 'z' ? char(c - 32) : c; });
-  if (level == "WARN") return LogLevel::warn;
-  if (level == "ERROR") return LogLevel::error;
+// In any case; a word that names no level counts as info.
+LogLevel logLevel(std::string_view word) {
+  const auto level = lowercased(word);
+  if (level == EventLevel::warn) return LogLevel::warn;
+  if (level == EventLevel::error) return LogLevel::error;
   return LogLevel::info;
 }
 

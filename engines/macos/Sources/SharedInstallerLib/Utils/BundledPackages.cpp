@@ -49,12 +49,8 @@ const PackageMeta* entry(const AppInfo& app) {
 
 }  // namespace
 
-std::optional<Path> BundledPackages::resourcesFolder() {
-  return machine().bundles.mainResources();
-}
-
 std::optional<Path> BundledPackages::packagesFolder() {
-  const auto resources = resourcesFolder();
+  const auto resources = machine().bundles.mainResources();
   if (!resources) return std::nullopt;
   return joined(*resources, "packages");
 }

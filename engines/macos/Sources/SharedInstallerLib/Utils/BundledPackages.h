@@ -15,9 +15,6 @@
 
 namespace installer::BundledPackages {
 
-// The main bundle's resources; absent when it has none.
-std::optional<Path> resourcesFolder();
-
 // The folder `packages` among the resources, whether it exists or not; absent without resources.
 std::optional<Path> packagesFolder();
 
