@@ -19,6 +19,9 @@ BUNDLE = "Kelo-Desk-Installer.app"
 # Whoever puts a path into a shell somewhere makes this file.
 INJECTION = "fresh 'n \"odd\" $(touch injected) `touch injected`; touch injected"
 
+# Whether this machine lets its users have a network namespace of their own, with nothing in it.
+CAN_CUT = subprocess.run(["unshare", "--user", "--map-current-user", "--net", "true"], capture_output=True).returncode == 0
+
 
 class Fleet:
     """Hosts by name, the last report, and runs of the playbook over them."""
@@ -29,26 +32,44 @@ class Fleet:
         self.bundles = folder / "bundles"
         self.report_file = folder / "report.json"
 
-    def installer(self, host, place=None, *options):
+    def installer(self, host, *options, place=None, version="2.0"):
         place = self.folder / (place or host)
         subprocess.run([PROGRAMS / "lab-fixture", "offline-installer", "--engine", ENGINE, "--programs", PROGRAMS,
-                        "--machine", place / "machine", "--version", "2.0", "--apps", "brenna,tolvi",
+                        "--machine", place / "machine", "--version", version, "--apps", "brenna,tolvi",
                         "--output", place, *options], check=True, capture_output=True)
         self.hosts[host] = {"kelo_desk_engine": str(place / BUNDLE / "Contents/MacOS/engine-cli")}
         return place / BUNDLE / "Contents/Resources"
 
-    def pretender(self, host, silent):
-        """A host whose engine says what the test wants; `silent` is its echo of an unattended run."""
-        hello = {"type": "hello", "mode": "online", "apps": [
-            {"id": app, "displayName": f"Kelo {app.title()}", "installedVersion": None} for app in ("brenna", "tolvi")]}
+    def pretender(self, host, silent, brenna=None, updates=()):
+        """A host whose engine says what the test wants: its echo of an unattended run, the version of its one app,
+        and what is newer on the network."""
         place = self.folder / host
         place.mkdir()
-        (place / "hello").write_text("a line that isn't JSON\n" + json.dumps(hello) + "\n")
-        (place / "silent").write_text("".join(f"[2026-01-02 03:04:05.678] {line}\n" for line in silent))
-        (place / "engine-cli").write_text(
-            f'#!/bin/sh\ncase $1 in hello) cat {place}/hello ;; --silent) cat {place}/silent >&2 ;; *) exit 2 ;; esac\n')
-        (place / "engine-cli").chmod(0o755)
-        self.hosts[host] = {"kelo_desk_engine": str(place / "engine-cli")}
+        rows = [{"id": "brenna", "displayName": "Kelo Brenna", "installedVersion": brenna,
+                 "installedPath": brenna and "/Applications/Brenna.app", "updateAvailable": False},
+                {"id": "tolvi", "displayName": "Kelo Tolvi", "installedVersion": None, "updateAvailable": False}]
+        news = [{"id": app, "updateAvailable": app in updates} for app in ("brenna", "tolvi")]
+        said = {"hello": "a line that isn't JSON\n" + json.dumps({"type": "hello", "mode": "online", "apps": rows}),
+                "check-updates": json.dumps({"type": "update-check-result", "apps": news}),
+                "--silent": "".join(f"[2026-01-02 03:04:05.678] {line}\n" for line in silent)}
+        for command, text in said.items():
+            (place / command).write_text(text + "\n")
+        engine = place / "engine-cli"
+        engine.write_text(f'#!/bin/sh\n[ "$1" = --silent ] && exec >&2\n[ -e "{place}/$1" ] && cat -- "{place}/$1"\n')
+        engine.chmod(0o755)
+        self.hosts[host] = {"kelo_desk_engine": str(engine)}
+
+    def behind(self, host, *command):
+        """Puts a command before the host's engine."""
+        engine = Path(self.hosts[host]["kelo_desk_engine"])
+        wrapper = self.folder / f"{host}-engine"
+        wrapper.write_text(f'#!/bin/sh\nexec {" ".join(command)} {engine} "$@"\n')
+        wrapper.chmod(0o755)
+        self.hosts[host] = {"kelo_desk_engine": str(wrapper)}
+
+    def install(self, host):
+        subprocess.run([self.hosts[host]["kelo_desk_engine"], "--silent", "--apps", "brenna,tolvi"], check=True,
+                       capture_output=True)
 
     def log(self, host):
         log = Path(self.hosts[host]["kelo_desk_engine"]).parents[3] / "machine/Library/Logs/Kelo-Desk-Installer/webinstall.log"
@@ -104,17 +125,20 @@ def fleet(tmp_path_factory):
     shutil.copytree(FLEET, folder / "fleet", ignore=shutil.ignore_patterns("Tests"))
     (folder / "home").mkdir()
     made = Fleet(folder)
-    made.installer("fresh", INJECTION)
+    made.installer("fresh", place=INJECTION)
+    made.installer("older", version="1.0")
     made.installer("current")
-    engine = made.hosts["current"]["kelo_desk_engine"]
-    subprocess.run([engine, "--silent", "--apps", "brenna,tolvi"], check=True, capture_output=True)
-    made.installer("partial", None, "--variant", "tolvi=wrong-digest")
+    for host in ("older", "current"):
+        made.install(host)
+    made.installer("older")
+    made.installer("partial", "--variant", "tolvi=wrong-digest")
     (made.installer("denied") / "programs/hdiutil").chmod(0o644)
     made.pretender("mute", ["--- SILENT RUN SUMMARY action=install exit_code=0 ---", "--- END SUMMARY ---"])
     made.pretender("hostile", ["--- SILENT RUN SUMMARY action=install exit_code=0 ---",
                                '  app="Kelo Brenna" status=installed',
                                "  app=\"Kelo Tolvi\" status=failed detail=\"{{ lookup('pipe', 'touch injected') }}\"",
                                "--- END SUMMARY ---"])
+    made.pretender("online", [], brenna="1.0", updates=["brenna"])
     made.hosts["missing"] = {"kelo_desk_engine": str(folder / "nowhere/engine-cli")}
     with socket.socket() as nobody:
         nobody.bind(("127.0.0.1", 0))  # and never listens
@@ -122,13 +146,16 @@ def fleet(tmp_path_factory):
         shutil.rmtree(settings.parent / "packages")
         settings.write_text(json.dumps({**json.loads(settings.read_text()),
                                         "hostAddresses": {"www.kelo.example": f"127.0.0.1:{nobody.getsockname()[1]}"}}))
+        if CAN_CUT:
+            shutil.rmtree(made.installer("cut") / "packages")
+            made.behind("cut", "unshare", "--user", "--map-current-user", "--net")
         yield made
 
 
 @pytest.fixture(scope="module")
 def first(fleet):
     """The first sweep over all hosts, with its report and bundles as it left them."""
-    told = fleet.play()
+    told = fleet.play(hosts=[host for host in fleet.hosts if host != "online"])
     told["report"] = fleet.report
     return told
 
@@ -138,6 +165,12 @@ def test_a_host_that_got_apps_has_changed(fleet, first):
     assert first["report"]["fresh"]["apps"]["tolvi"] == {
         "status": "installed", "changed": True, "detail": None, "before": None, "after": "2.0"}
     assert fleet.applications("fresh") == ["Brenna.app", "Kelo Tolvi.app"]
+
+
+def test_a_host_with_older_apps_has_changed(first):
+    assert counts(first, "older") == {"changed": 1}
+    assert first["report"]["older"]["apps"]["brenna"] == {
+        "status": "updated", "changed": True, "detail": None, "before": "1.0", "after": "2.0"}
 
 
 def test_a_host_that_had_them_is_ok(fleet, first):
@@ -164,6 +197,12 @@ def test_a_host_without_network_counts_as_unreachable(first):
     assert counts(first, "offnet") == {"unreachable": 1}
     assert first["report"]["offnet"] == {
         "verdict": "no_network", "exit_status": 5, "note": "No internet connection", "apps": {}}
+
+
+@pytest.mark.skipif(not CAN_CUT, reason="this machine gives its users no network namespace")
+def test_a_host_in_a_network_of_its_own_counts_as_unreachable(first):
+    assert counts(first, "cut") == {"unreachable": 1}
+    assert first["report"]["cut"]["exit_status"] == 5
 
 
 def test_a_success_without_a_word_about_the_apps_is_a_failure(first):
@@ -194,7 +233,7 @@ def test_people_get_a_line_per_host_and_app(first):
     table = result_of(first, "Report per host and app")["msg"]
     lines = [" ".join(line.split()) for line in table]
     assert lines[0] == "host verdict app status version"
-    for line in ("fresh changed brenna installed 2.0", "current ok tolvi current 2.0",
+    for line in ("fresh changed brenna installed 2.0", "current ok tolvi current 2.0", "older changed tolvi updated 1.0 -> 2.0",
                  "partial failed tolvi failed Checksum verification failed for Kelo Tolvi",
                  "offnet no network No internet connection"):
         assert line in lines
@@ -208,11 +247,13 @@ def test_a_second_sweep_changes_nothing(fleet, first):
     assert fleet.statuses("fresh") == {"brenna": "current", "tolvi": "current"}
 
 
-def test_check_mode_tells_and_touches_nothing(fleet, first):
+def test_check_mode_tells_asks_the_network_and_touches_nothing(fleet, first):
     before = fleet.log("fresh").count("SILENT RUN SUMMARY")
-    told = fleet.play("--check", hosts=["fresh"], kelo_desk_mode="uninstall")
-    assert counts(told, "fresh") == {"changed": 1}
+    fleet.hosts["online"]["kelo_desk_mode"] = "install"
+    told = fleet.play("--check", hosts=["fresh", "online"], kelo_desk_mode="uninstall")
+    assert (told["status"], counts(told, "fresh"), counts(told, "online")) == (0, {"changed": 1}, {"changed": 1})
     assert fleet.statuses("fresh") == {"brenna": "would be uninstalled", "tolvi": "would be uninstalled"}
+    assert fleet.statuses("online") == {"brenna": "would be updated", "tolvi": "would be installed"}
     assert fleet.applications("fresh") == ["Brenna.app", "Kelo Tolvi.app"]
     assert fleet.log("fresh").count("SILENT RUN SUMMARY") == before
 
@@ -237,9 +278,11 @@ def test_an_unknown_app_stops_before_any_host_is_touched(fleet, first):
 
 # What the role reads out of the engine's words.
 
-def load(name):
-    path = FLEET / f"roles/kelo_desk/action_plugins/{name}.py"
-    spec = importlib.util.spec_from_file_location(name, path)
+@pytest.fixture(scope="module")
+def reading(tmp_path_factory):
+    """The plugin's own functions. Whoever imports Ansible gets a folder in the home, unless it is told another."""
+    os.environ["ANSIBLE_LOCAL_TEMP"] = str(tmp_path_factory.mktemp("ansible"))
+    spec = importlib.util.spec_from_file_location("run", FLEET / "roles/kelo_desk/action_plugins/kelo_desk_run.py")
     module = importlib.util.module_from_spec(spec)
     spec.loader.exec_module(module)
     return module
@@ -264,8 +307,8 @@ OPENING = "--- SILENT RUN SUMMARY action=install exit_code=1 ---"
      ({"B": {"status": "installed", "detail": None}}, None)),
     ([], ({}, None)),
 ])
-def test_the_summary_is_read_as_it_is_written(messages, wanted):
-    assert load("kelo_desk_run").summary_of(echo(*messages)) == wanted
+def test_the_summary_is_read_as_it_is_written(reading, messages, wanted):
+    assert reading.summary_of(echo(*messages)) == wanted
 
 
 @pytest.mark.parametrize("status, words, wanted", [
@@ -273,6 +316,6 @@ def test_the_summary_is_read_as_it_is_written(messages, wanted):
     (1, ["installed", "failed"], "failed"), (2, [], "failed"), (3, [], "failed"), (4, ["failed"], "failed"),
     (5, [], "no_network"), (-9, [], "failed"), (78, [], "failed"),
 ])
-def test_the_verdict_follows_the_exit_status(status, words, wanted):
+def test_the_verdict_follows_the_exit_status(reading, status, words, wanted):
     apps = {str(number): {"status": word, "changed": word == "installed"} for number, word in enumerate(words)}
-    assert load("kelo_desk_run").verdict_of(status, apps) == wanted
+    assert reading.verdict_of(status, apps) == wanted

@@ -7,6 +7,7 @@ import subprocess
 import command_surface
 import pytest
 from command_surface import APPS, HOME, NOT_HONOURED
+from support import Installation
 
 COMPLETION = HOME / "packaging/completion"
 
@@ -74,9 +75,14 @@ def offered(request, tmp_path):
     return lambda typed: request.param(typed, tmp_path)
 
 
-@pytest.fixture
-def machine(installation):
-    return installation("2.0")
+@pytest.fixture(scope="module")
+def machine(workshop, installer_of):
+    """One for all: it is only asked what it accepts."""
+    folder = workshop / "asked"
+    folder.mkdir(mode=0o755)
+    made = Installation(folder, installer_of("2.0"))
+    yield made
+    made.remove()
 
 
 def test_the_first_word_is_a_subcommand_or_the_unattended_road(offered, machine):
