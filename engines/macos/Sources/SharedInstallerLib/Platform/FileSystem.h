@@ -76,9 +76,10 @@ class FileSystem {
   // A rename; across volumes a copy followed by a removal. Never replaces: 516 if something is there.
   virtual Result<> moveItem(const Path& source, const Path& destination) = 0;
 
-  // A file, a link (not its target), or a tree. What a failed removal couldn't take stays under the name; a
-  // kill in mid-removal leaves all or nothing there, and at most a hidden sibling that a later removal of the
-  // same name clears. 4 if nothing is there, 513 if it may not be removed.
+  // A file, a link (not its target), or a tree. What a failed removal couldn't take stays under the name. A
+  // kill in mid-removal leaves all or nothing under a visible name, and at most a hidden sibling that a later
+  // removal of the same name clears; under a hidden name it can leave a part. 4 if nothing is there, 513 if
+  // it may not be removed.
   virtual Result<> removeItem(const Path& path) = 0;
 
   enum class Intermediates { create, require };

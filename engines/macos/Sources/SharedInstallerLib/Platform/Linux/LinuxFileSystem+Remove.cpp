@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "Platform/Linux/LinuxFileSystem.h"
 #include "Platform/Linux/StagedCopy.h"
@@ -22,14 +24,42 @@ bool isFolder(int parent, const char* name) {
   return status && S_ISDIR(status->st_mode);
 }
 
-// A folder is put aside first, so that a kill in mid-removal leaves nothing half under its name. What can't
-// be removed goes back, as far as it is still there.
+bool mayChange(int folder) {
+  return ::faccessat(folder, ".", W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+// Would everything in there let itself be removed, as far as permissions tell? An empty folder asks for none.
+bool letsGoOfAll(int parent, const char* name, int depth) {
+  const auto status = linkStatus(parent, name);
+  if (!status) return errno == ENOENT;  // gone meanwhile
+  if (!S_ISDIR(status->st_mode)) return true;
+  const FileDescriptor inside = openFolder(parent, name);
+  const auto names = inside ? namesIn(inside.get()) : std::nullopt;
+  if (!names) return false;
+  if (names->empty()) return true;
+  if (depth == deepestFolder) errno = ENAMETOOLONG;
+  if (depth == deepestFolder || !mayChange(inside.get())) return false;
+  return std::ranges::all_of(
+      *names, [&](const std::string& entry) { return letsGoOfAll(inside.get(), entry.c_str(), depth + 1); });
+}
+
+// Where a rename can't put a folder aside although it could be emptied where it stands: a mount point, a
+// folder of an overlay's lower layer, a volume without room for another name.
+bool isOnlyAboutRenaming(int reason) {
+  return reason == EBUSY || reason == EXDEV || reason == ENOSPC || reason == EDQUOT;
+}
+
+// Nothing is taken when permissions would stop the removal half-way. A folder with a visible name is put
+// aside first, so that a kill in mid-removal leaves nothing half under it. What can't be removed goes back,
+// as far as it is still there.
 bool removeFolder(int parent, const std::string& name) {
+  if (!mayChange(parent) || !letsGoOfAll(parent, name.c_str(), 0)) return false;
+  if (name.front() == '.') return removeTree(parent, name.c_str(), TreeOwner::anyone);
+
   const HiddenSibling aside{parent, name, "kelo-remove"};
   aside.clearLeftovers();
   if (!renameWithoutReplacing(parent, name.c_str(), parent, aside.name())) {
-    // A mount point can't be put aside; it is emptied where it stands.
-    return errno == EBUSY && removeTree(parent, name.c_str(), TreeOwner::anyone);
+    return isOnlyAboutRenaming(errno) && removeTree(parent, name.c_str(), TreeOwner::anyone);
   }
   if (removeTree(parent, aside.name(), TreeOwner::anyone)) return true;
   const int reason = errno;

@@ -1,0 +1,129 @@
+// What a removal leaves when something stops it: a kill, a closed folder.
+#include <array>
+#include <csignal>
+#include <cstddef>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "Contract/LinuxTestFolder.h"
+#include "Platform/Linux/LinuxFileSystem.h"
+
+namespace installer::test {
+namespace {
+
+using Names = std::vector<std::string>;
+
+// From here on this process dies in the system call that removes a folder, before it does anything.
+bool diesWhenItRemovesAFolder() {
+  constexpr auto number = static_cast<unsigned>(offsetof(seccomp_data, nr));
+  constexpr auto flags = static_cast<unsigned>(offsetof(seccomp_data, args) + 2 * sizeof(std::uint64_t));
+  std::array<sock_filter, 6> rules{
+      {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, number), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_unlinkat, 0, 3),
+       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, flags), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, AT_REMOVEDIR, 0, 1),
+       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)}};
+  const sock_fprog program{rules.size(), rules.data()};
+  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+class LinuxRemoval : public testing::Test {
+ protected:
+  LinuxTestFolder folder;
+  LinuxFileSystem files;
+
+  // Removes `name` in a process that the system kills when it is about to take the first folder away; gives
+  // the process.
+  pid_t killRemovalOf(const std::string& name) const {
+    const pid_t removing = startChild([&] {
+      if (!diesWhenItRemovesAFolder()) return 1;
+      return LinuxFileSystem{}.removeItem(folder / name) ? 0 : 1;
+    });
+    EXPECT_EQ(endOf(removing), 128 + SIGSYS);
+    return removing;
+  }
+};
+
+TEST_F(LinuxRemoval, KilledHalfWayLeavesNothingUnderTheNameAndTheNextClearsTheRest) {
+  folder.write("App.app/Contents/old", "bytes");
+  const pid_t removing = killRemovalOf("App.app");
+  EXPECT_EQ(sortedNames(folder.path()), Names{fmt::format(".App.app.kelo-remove-{}", removing)});
+  folder.write("App.app/Contents/new", "bytes");
+  ASSERT_TRUE(files.removeItem(folder / "App.app"));
+  EXPECT_EQ(sortedNames(folder.path()), Names{});
+}
+
+TEST_F(LinuxRemoval, OfAHiddenFolderKilledHalfWayLeavesTheRestUnderItsName) {
+  folder.write(".App.app.staged/Contents/old", "bytes");
+  killRemovalOf(".App.app.staged");
+  EXPECT_EQ(sortedNames(folder.path()), Names{".App.app.staged"});
+  ASSERT_TRUE(files.removeItem(folder / ".App.app.staged"));
+  EXPECT_EQ(sortedNames(folder.path()), Names{});
+}
+
+// With files of the user's own around the closed folder, which a removal that just starts would take.
+TEST_F(LinuxRemoval, ThatAClosedFolderWouldStopTakesNothing) {
+  for (const std::string name : {"App.app", ".App.app.staged"}) {
+    for (int number = 0; number < 40; ++number) {
+      folder.write(fmt::format("{}/a/{}", name, number), "bytes");
+      folder.write(fmt::format("{}/{}", name, number), "bytes");
+    }
+    folder.write(name + "/closed/deep/file", "bytes");
+    ASSERT_EQ(::chmod((folder / name + "/closed").c_str(), 0555), 0);
+    for (const std::string open : {"", "/a", "/closed/deep"}) {
+      ASSERT_EQ(::chmod((folder / name + open).c_str(), 0777), 0);
+    }
+    EXPECT_EQ(withoutRights([&] {
+                const auto removed = LinuxFileSystem{}.removeItem(folder / name);
+                return removed ? 1 : removed.error().is(ErrorDomain::cocoa, 513) ? 0 : 2;
+              }),
+              0);
+    EXPECT_EQ(sortedNames(folder / name).size(), 42U);
+    EXPECT_EQ(sortedNames(folder / name + "/a").size(), 40U);
+    EXPECT_EQ(textOf(folder / name + "/closed/deep/file"), "bytes");
+  }
+}
+
+TEST_F(LinuxRemoval, FromAClosedFolderTakesNothingOfAHiddenFolderEither) {
+  for (const std::string name : {"App.app", ".App.app.staged"}) {
+    folder.write("closed/" + name + "/file", "bytes");
+    ASSERT_EQ(::chmod((folder / "closed/" + name).c_str(), 0777), 0);
+  }
+  ASSERT_EQ(::chmod((folder / "closed").c_str(), 0555), 0);
+  for (const std::string name : {"App.app", ".App.app.staged"}) {
+    EXPECT_EQ(withoutRights([&] {
+                const auto removed = LinuxFileSystem{}.removeItem(folder / "closed/" + name);
+                return removed ? 1 : removed.error().is(ErrorDomain::cocoa, 513) ? 0 : 2;
+              }),
+              0);
+    EXPECT_EQ(textOf(folder / "closed/" + name + "/file"), "bytes");
+  }
+}
+
+TEST_F(LinuxRemoval, IsNotStoppedByAClosedFolderWithNothingInIt) {
+  folder.write("App.app/file", "bytes");
+  folder.makeFolder("App.app/closed");
+  ASSERT_EQ(::chmod((folder / "App.app/closed").c_str(), 0555), 0);
+  ASSERT_EQ(::chmod((folder / "App.app").c_str(), 0777), 0);
+  EXPECT_EQ(withoutRights([&] { return LinuxFileSystem{}.removeItem(folder / "App.app") ? 0 : 1; }), 0);
+  EXPECT_EQ(sortedNames(folder.path()), Names{});
+}
+
+TEST_F(LinuxRemoval, LooksBehindNoLinkForWhatWouldStopIt) {
+  folder.write("closed/file", "bytes");
+  ASSERT_EQ(::chmod((folder / "closed").c_str(), 0555), 0);
+  folder.makeFolder("App.app");
+  ASSERT_EQ(::symlink("../closed", (folder / "App.app/link").c_str()), 0);
+  ASSERT_EQ(::chmod((folder / "App.app").c_str(), 0777), 0);
+  EXPECT_EQ(withoutRights([&] { return LinuxFileSystem{}.removeItem(folder / "App.app") ? 0 : 1; }), 0);
+  EXPECT_EQ(textOf(folder / "closed/file"), "bytes");
+}
+
+}  // namespace
+}  // namespace installer::test
