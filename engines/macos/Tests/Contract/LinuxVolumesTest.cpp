@@ -1,12 +1,18 @@
-// What volumes of other kinds do to the host's files: an overlay as containers have it. Each runs in a child
-// with mounts of its own, which end with it; where a test may not mount, it is skipped.
+// What volumes of other kinds do to the host's files: a disk that loses power, an overlay as containers have
+// it. Each runs in a child with mounts of its own, which end with it; where a test may not mount, it is
+// skipped.
+#include <fcntl.h>
+#include <filesystem>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
+#include <unistd.h>
 
 #include "Contract/LinuxTestFolder.h"
+#include "Platform/Linux/FileDescriptor.h"
 #include "Platform/Linux/LinuxFileSystem.h"
+#include "Platform/Linux/Spawn.h"
 
 namespace installer::test {
 namespace {
@@ -25,12 +31,54 @@ class LinuxVolumes : public testing::Test {
       return apart ? body() : notPossibleHere;
     });
   }
+  static bool succeeds(const Path& program, const std::vector<std::string>& arguments) {
+    SpawnRequest request;
+    request.program = program;
+    request.arguments = arguments;
+    const auto child = spawn(request);
+    return child && waitForExit(*child) == 0;
+  }
+  static bool mountsDisk(const Path& image, const Path& at) {
+    return succeeds("/usr/bin/mount", {"-o", "loop", image, at});
+  }
   bool hasOverlay(const Path& at) const {
     const auto options = fmt::format("lowerdir={},upperdir={},workdir={}", folder / "lower", folder / "upper",
                                      folder / "work");
     return ::mount("overlay", at.c_str(), "overlay", 0, options.c_str()) == 0;
   }
 };
+
+// The disk keeps a record of its names, and anybody's flush writes that record out; the bytes of new files
+// follow when the system finds the time. What stands on the disk right after such a flush is what somebody
+// finds who pulls the plug then.
+TEST_F(LinuxVolumes, ACopyIsWholeOnADiskThatLosesPowerOnceItsNameStands) {
+  const std::string bytes(300'000, 'x');
+  for (const char* const name : {"a", "b", "c"}) {
+    folder.write(std::string{"source.app/Contents/"} + name, bytes);
+  }
+  const Path disk = folder.write("disk.img", "");
+  const Path atTheTime = folder / "at-the-time.img";
+  const Path mounted = folder.makeFolder("disk");
+  const Path found = folder.makeFolder("found");
+  std::filesystem::resize_file(disk, 32'000'000);
+
+  const int ending = withOwnMounts([&] {
+    if (!succeeds("/usr/sbin/mkfs.ext4", {"-q", "-F", disk}) || !mountsDisk(disk, mounted)) {
+      return notPossibleHere;
+    }
+    if (!LinuxFileSystem{}.copyItem(folder / "source.app", mounted + "/App.app")) return bad;
+    const FileDescriptor others{::open((mounted + "/others").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0666)};
+    if (::write(others.get(), "x", 1) != 1 || ::fsync(others.get()) != 0) return bad;
+    std::filesystem::copy_file(disk, atTheTime);
+    if (!mountsDisk(atTheTime, found)) return notPossibleHere;
+    for (const char* const name : {"a", "b", "c"}) {
+      if (textOf(found + "/App.app/Contents/" + name) != bytes) return bad;
+    }
+    return good;
+  });
+  if (ending == notPossibleHere) GTEST_SKIP() << "this machine doesn't let the suite mount a disk";
+  EXPECT_EQ(ending, good);
+}
 
 // A folder that came with a container's image can't be renamed there.
 TEST_F(LinuxVolumes, AFolderOfAnOverlaysLowerLayerIsRemovedWhereItStands) {

@@ -68,9 +68,10 @@ class FileSystem {
   virtual Result<FileAttributes> attributes(const Path& path) = 0;
 
   // A tree with links kept as links, modes kept, extended attributes kept where the volume takes them.
-  // All or nothing at `destination`, also through a kill: the tree grows under a hidden sibling and is
-  // renamed. Fails with 516 if something stands at `destination`, 260 if `source` is missing, 513 if the
-  // folder may not be written, 640 on a full volume; then nothing is left beside or at `destination`.
+  // All or nothing at `destination`, also through a kill or a loss of power: the tree grows under a hidden
+  // sibling and is renamed. Fails with 516 if something stands at `destination`, 260 if `source` is missing,
+  // 513 if the folder may not be written, 640 on a full volume; then nothing is left beside or at
+  // `destination`.
   virtual Result<> copyItem(const Path& source, const Path& destination) = 0;
 
   // A rename; across volumes a copy followed by a removal. Never replaces: 516 if something is there.

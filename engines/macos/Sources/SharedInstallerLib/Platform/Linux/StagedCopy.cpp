@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <unistd.h>
 
 #include "Platform/POSIX/FileTree.h"
 
@@ -29,7 +30,11 @@ StagedCopy::~StagedCopy() {
 }
 
 bool StagedCopy::commit() {
+  // The bytes before the name: on a disk that loses power a name can stand without the bytes that came first.
+  if (::syncfs(folder_) != 0) return false;
   committed_ = renameWithoutReplacing(folder_, stagingName(), folder_, name_.c_str());
+  // And the name before anybody relies on it, such as a move that removes the original next.
+  if (committed_) (void)::fsync(folder_);
   return committed_;
 }
 

@@ -21,7 +21,8 @@ class StagedCopy {
   // Removes what copies of the same name left behind whose processes are gone. Best effort.
   void clearLeftovers() const { sibling_.clearLeftovers(); }
 
-  // Gives the copy its real name. False with errno set: EEXIST when something stands there.
+  // Gives the copy its real name once its bytes are on the disk. False with errno set: EEXIST when something
+  // stands there.
   bool commit();
 
  private:
