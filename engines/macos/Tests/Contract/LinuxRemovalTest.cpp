@@ -1,13 +1,7 @@
 // What a removal leaves when something stops it: a kill, a closed folder.
-#include <array>
 #include <csignal>
-#include <cstddef>
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -20,29 +14,16 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-// From here on this process dies in the system call that removes a folder, before it does anything.
-bool diesWhenItRemovesAFolder() {
-  constexpr auto number = static_cast<unsigned>(offsetof(seccomp_data, nr));
-  constexpr auto flags = static_cast<unsigned>(offsetof(seccomp_data, args) + 2 * sizeof(std::uint64_t));
-  std::array<sock_filter, 6> rules{
-      {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, number), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_unlinkat, 0, 3),
-       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, flags), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, AT_REMOVEDIR, 0, 1),
-       BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS), BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)}};
-  const sock_fprog program{rules.size(), rules.data()};
-  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
-         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
-}
-
 class LinuxRemoval : public testing::Test {
  protected:
   LinuxTestFolder folder;
   LinuxFileSystem files;
 
-  // Removes `name` in a process that the system kills when it is about to take the first folder away; gives
-  // the process.
+  // Removes `name` in a process that is killed when it is about to take the first thing away; gives the
+  // process.
   pid_t killRemovalOf(const std::string& name) const {
     const pid_t removing = startChild([&] {
-      if (!diesWhenItRemovesAFolder()) return 1;
+      if (!dieInSystemCall(SYS_unlinkat)) return 1;
       return LinuxFileSystem{}.removeItem(folder / name) ? 0 : 1;
     });
     EXPECT_EQ(endOf(removing), 128 + SIGSYS);

@@ -1,12 +1,17 @@
 #include "Contract/LinuxTestFolder.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
 #include <grp.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sstream>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -95,6 +100,17 @@ int withoutRights(const std::function<int()>& body) {
                              ::setresuid(nobody, nobody, nobody) == 0);
     return dropped ? body() : 99;
   });
+}
+
+bool dieInSystemCall(long number) {
+  constexpr auto calledNumber = static_cast<unsigned>(offsetof(seccomp_data, nr));
+  std::array<sock_filter, 4> rules{{BPF_STMT(BPF_LD | BPF_W | BPF_ABS, calledNumber),
+                                    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(number), 0, 1),
+                                    BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS),
+                                    BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)}};
+  const sock_fprog program{rules.size(), rules.data()};
+  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
 
 }  // namespace installer::test

@@ -44,4 +44,8 @@ int withoutRights(const std::function<int()>& body);
 pid_t startChild(const std::function<int()>& body);
 int endOf(pid_t child);
 
+// For a child that is to be killed at one point of its work: from here on SIGSYS ends it in the system call
+// `number`, before the call does anything. False when the system doesn't offer this.
+bool dieInSystemCall(long number);
+
 }  // namespace installer::test
