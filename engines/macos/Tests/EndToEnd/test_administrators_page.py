@@ -11,7 +11,7 @@ import subprocess
 
 import pytest
 from command_surface import HOME
-from support import HANG, LAB, give_away, unprivileged
+from support import BUILD, HANG, LAB, give_away, unprivileged
 
 PAGE = (HOME / "protocol/administrators.md").read_text()
 BLOCKS = re.findall(r"^```(\w+)\n(.*?)^```$", PAGE, re.MULTILINE | re.DOTALL)
@@ -194,6 +194,18 @@ def test_systemd_has_nothing_to_complain_of(tmp_path):
                              capture_output=True, text=True)
     complaints = [line for line in (checked.stdout + checked.stderr).splitlines() if str(tmp_path) in line or "kelo" in line]
     assert (checked.returncode, complaints) == (0, [])
+
+
+def test_a_stranger_can_type_the_page_in_at_a_desk(tmp_path):
+    typed = "\n".join(line for block in blocks_of("console") for line, _ in commands(block))
+    typed = typed.replace("kelo-sweep;", "publish-2.0; kelo-sweep;", 1)
+    shown = [line for block in blocks_of("console") for _, answer in commands(block) for line in answer]
+    make = "".join(f"cat >{tmp_path}/desk/bin/{name} <<'END'\n{text}END\nchmod +x {tmp_path}/desk/bin/{name}\n"
+                   for name, text in SCRIPTS.items())
+    done = subprocess.run([HOME / "lab/demo/desk.sh", BUILD, tmp_path / "desk", "bash"], input=make + typed, text=True,
+                          capture_output=True, timeout=HANG, env={"PATH": "/usr/bin:/bin", "LC_ALL": "C.UTF-8"})
+    answers = done.stdout.replace(str(tmp_path / "desk/anna"), "/Users/anna").splitlines()
+    assert (same_times(answers), done.stderr) == (same_times(shown), "")
 
 
 def test_every_status_has_its_row(installation):
