@@ -65,17 +65,17 @@ class ArgumentReader {
     if (argument == "--") {
       onlyPaths_ = true;
     } else if (argument == "--help" || argument == "-h") {
-      operation_ = Operation::help;
+      return choose(Operation::help);
     } else if (argument == "--verify") {
-      operation_ = Operation::verify;
+      return choose(Operation::verify);
     } else if (argument == "--display" || argument == "-d") {
-      operation_ = Operation::display;
+      return choose(Operation::display);
     } else if (argument == "--strict" || argument.starts_with("--strict=") || argument == "--deep") {
       // There is no laxer way here.
     } else if (argument == "--verbose" || argument.starts_with("--verbose=")) {
       ++result_.verbosity;
     } else if (isBundleOfFlags(argument)) {
-      flags(argument);
+      return flags(argument);
     } else if (argument.starts_with("-R") || argument.starts_with("--test-requirement")) {
       return requirement(argument);
     } else {
@@ -89,11 +89,19 @@ class ArgumentReader {
     return argument.size() > 1 && argument.find_first_not_of("dv", 1) == std::string::npos;
   }
 
-  void flags(const std::string& argument) {
-    if (argument.find('d') != std::string::npos) operation_ = CodesignArguments::Operation::display;
+  Outcome<void> flags(const std::string& argument) {
     const auto count = static_cast<int>(std::ranges::count(argument, 'v'));
     result_.verbosity += count;
     sawVerbose_ = sawVerbose_ || count > 0;
+    if (argument.find('d') == std::string::npos) return {};
+    return choose(CodesignArguments::Operation::display);
+  }
+
+  // Nobody may take what was only shown for verified.
+  Outcome<void> choose(CodesignArguments::Operation operation) {
+    if (operation_ && *operation_ != operation) return refuse("more than one operation");
+    operation_ = operation;
+    return {};
   }
 
   Outcome<void> requirement(const std::string& argument) {

@@ -11,6 +11,8 @@ namespace {
 
 constexpr int kDeepest = 64;
 constexpr std::size_t kLargest = std::size_t{64} << 20U;
+// A bundle of a hundred thousand files has five times as many.
+constexpr std::size_t kMostKeys = 1'000'000;
 
 // What the binary form would unfold into. One object may be referred to from many places, so a few
 // bytes can stand for any number of values; the reader below would build them all.
@@ -32,7 +34,7 @@ class BinaryCensus {
 
  private:
   static bool isWidth(std::uint8_t size) { return size == 1 || size == 2 || size == 4 || size == 8; }
-  std::uint64_t limit() const { return bytes_.size() + 1000; }
+  std::uint64_t limit() const { return std::min(bytes_.size() + 1000, 2 * kMostKeys); }
 
   std::optional<std::uint64_t> number(std::uint64_t at, std::uint64_t size) const {
     const auto field = slice(bytes_, at, size);
@@ -88,29 +90,59 @@ class BinaryCensus {
   std::map<std::uint64_t, std::uint64_t> sums_;
 };
 
-bool isContainerTag(std::string_view tag) {
-  return tag.starts_with("dict") || tag.starts_with("array") || tag.starts_with("plist");
-}
+// Bounds what the XML form costs before the parser sees it: the parser recurses into containers, looks
+// through a dictionary's other keys for every key, and moves the rest of a text at every entity in it.
+class XMLCensus {
+ public:
+  explicit XMLCensus(std::string_view text) : text_(text), mostMoves_(text.size() * 64 + (1U << 20U)) {}
 
-// Bounds the nesting of the XML form before anything recursive sees it.
-bool xmlNestingIsBounded(std::string_view text) {
-  int depth = 0;
-  while (true) {
-    const auto open = text.find('<');
-    if (open == std::string_view::npos) return true;
-    text.remove_prefix(open + 1);
-    std::string_view close = ">";
-    if (text.starts_with("!--")) close = "-->";
-    if (text.starts_with("![CDATA[")) close = "]]>";
-    const auto end = text.find(close);
-    if (end == std::string_view::npos) return true;  // nothing can follow; the parser will refuse it
-    const auto tag = text.substr(0, end);
-    const bool selfClosed = tag.ends_with('/');
-    if (isContainerTag(tag) && !selfClosed && ++depth > kDeepest) return false;
-    if (tag.starts_with('/') && isContainerTag(tag.substr(1))) --depth;
-    text.remove_prefix(end + close.size());
+  bool isBounded() {
+    while (true) {
+      const auto open = text_.find('<');
+      if (open == std::string_view::npos) return true;
+      addText(text_.substr(0, open));
+      text_.remove_prefix(open + 1);
+      const bool isComment = text_.starts_with("!--");
+      const bool isData = text_.starts_with("![CDATA[");
+      const std::string_view close = isComment ? "-->" : isData ? "]]>" : ">";
+      const auto end = text_.find(close);
+      if (end == std::string_view::npos) return true;  // nothing can follow; the parser will refuse it
+      const auto tag = text_.substr(0, end);
+      text_.remove_prefix(end + close.size());
+      if (isData) textLength_ += tag.size();
+      if (isComment || isData) continue;  // a text goes on behind these
+      addTag(tag);
+      if (depth_ > kDeepest || keys_ > kMostKeys || moves_ > mostMoves_) return false;
+    }
   }
-}
+
+ private:
+  static bool isContainer(std::string_view tag) {
+    return tag.starts_with("dict") || tag.starts_with("array") || tag.starts_with("plist");
+  }
+
+  void addText(std::string_view text) {
+    textLength_ += text.size();
+    entities_ += static_cast<std::uint64_t>(std::ranges::count(text, '&'));
+  }
+
+  void addTag(std::string_view tag) {
+    moves_ += entities_ * textLength_;
+    entities_ = 0;
+    textLength_ = 0;
+    if (tag.starts_with("key")) ++keys_;
+    if (isContainer(tag) && !tag.ends_with('/')) ++depth_;
+    if (tag.starts_with('/') && isContainer(tag.substr(1))) --depth_;
+  }
+
+  std::string_view text_;
+  std::uint64_t mostMoves_;
+  int depth_ = 0;
+  std::size_t keys_ = 0;
+  std::uint64_t moves_ = 0;  // bytes
+  std::uint64_t entities_ = 0;
+  std::uint64_t textLength_ = 0;
+};
 
 struct FreeTree {
   void operator()(void* tree) const { plist_free(tree); }
@@ -195,7 +227,8 @@ Outcome<PropertyList> PropertyList::read(ByteView bytes) {
   const bool isBinary = text.starts_with("bplist");
   if (isBinary && !BinaryCensus(bytes).isBounded())
     return refuse("binary property list is malformed or unfolds without bound");
-  if (!isBinary && !xmlNestingIsBounded(text)) return refuse("property list is nested too deeply");
+  if (!isBinary && !XMLCensus(text).isBounded())
+    return refuse("property list is nested too deeply or takes too long to read");
   plist_t parsed = nullptr;
   if (isBinary) plist_from_bin(text.c_str(), size, &parsed);
   if (!isBinary) plist_from_xml(text.c_str(), size, &parsed);

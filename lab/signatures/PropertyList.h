@@ -23,8 +23,8 @@ class PropertyList {
   PropertyList() = default;
   explicit PropertyList(Value value) : value_(std::move(value)) {}
 
-  // XML or binary. Bounded in nesting and, for the binary form, where one object may be referred to many
-  // times, in the number of values it unfolds into.
+  // XML or binary. Bounded in nesting, in what the XML form's texts cost to read and, for the binary form,
+  // where one object may be referred to many times, in the number of values it unfolds into.
   static Outcome<PropertyList> read(ByteView bytes);
 
   // The value of this type, or null.

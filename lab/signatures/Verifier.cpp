@@ -45,7 +45,7 @@ Outcome<CodeReport> Verifier::code(const std::filesystem::path& path, const Task
   std::error_code error;
   const std::filesystem::path real = std::filesystem::canonical(path, error);
   if (error) return std::unexpected(Failure{error.message(), FailureKind::unreadable});
-  if (std::filesystem::is_directory(real)) {
+  if (std::filesystem::is_directory(real, error)) {
     const auto found = Bundle::read(real);
     return found ? bundle(*found, task) : handOn(found);
   }

@@ -140,6 +140,20 @@ TEST(PropertyList, BoundsTheNestingOfXML) {
   EXPECT_FALSE(PropertyList::read(viewOf("<plist><!-- </array> -->" + deep)));
 }
 
+TEST(PropertyList, BoundsWhatTextsOfXMLCost) {
+  const auto withText = [](const std::string& piece, std::size_t times) {
+    std::string document = "<plist><string>";
+    for (std::size_t i = 0; i < times; ++i) document += piece;
+    return document + "</string></plist>";
+  };
+  EXPECT_EQ(PropertyList::read(viewOf(withText("a&amp;b", 300))).value().text()->size(), 900U);
+  // Each would keep the parser busy for minutes.
+  EXPECT_FALSE(PropertyList::read(viewOf(withText("&amp;", 400000))));
+  EXPECT_FALSE(PropertyList::read(viewOf(withText("&lt;<!-- -->", 400000))));
+  EXPECT_FALSE(PropertyList::read(viewOf(withText("&lt;<![CDATA[x]]>", 400000))));
+  EXPECT_FALSE(PropertyList::read(viewOf("<plist><dict>" + withText("<key>k</key>", 1000001))));
+}
+
 TEST(PropertyList, BoundsWhatABinaryListUnfoldsInto) {
   // Forty arrays, each of which refers twice to the next.
   std::string bytes = "bplist00";

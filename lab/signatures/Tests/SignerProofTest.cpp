@@ -55,6 +55,10 @@ Bytes signOver(const Bytes& content, const KeyPointer& key) {
   return signature;
 }
 
+KeyPointer curveKey() {
+  return own(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
+}
+
 // A leaf that differs from the authority's valid one in what `change` does to it.
 KeyedCertificate changedLeaf(const std::function<void(X509*)>& change) {
   const KeyedCertificate valid = testAuthority().leaf(LeafKind::valid);
@@ -121,7 +125,7 @@ class HandMade : public testing::Test {
         {derElement(0x02, one),
          derSequence({encoded(X509_get_issuer_name(signer.certificate.get()), i2d_X509_NAME),
                       encoded(X509_get0_serialNumber(signer.certificate.get()), i2d_ASN1_INTEGER)}),
-         algorithm("2.16.840.1.101.3.4.2.1"), content, algorithm("1.2.840.113549.1.1.1"),
+         algorithm("2.16.840.1.101.3.4.2.1"), content, algorithm(signatureAlgorithm),
          derElement(0x04, signature)});
   }
 
@@ -158,6 +162,7 @@ class HandMade : public testing::Test {
   KeyedCertificate signer;
   std::vector<Bytes> attributes;
   std::size_t signerCount = 1;
+  const char* signatureAlgorithm = "1.2.840.113549.1.1.1";  // the RSA key's own
   CodeFacts facts;
 };
 
@@ -277,6 +282,21 @@ TEST_F(HandMade, CodeWithoutASignerMustBeMarkedAsAdHoc) {
   EXPECT_EQ(judgeBlobs(), "signature has no signer and isn't marked as ad hoc");
   blobs.erase(kSignatureSlot);
   EXPECT_EQ(judgeBlobs(), "signature has no signer and isn't marked as ad hoc");
+}
+
+TEST_F(HandMade, ASignerMayHaveAnEllipticCurveKey) {
+  const KeyPointer key = curveKey();
+  signer = changedLeaf([&](X509* leaf) { X509_set_pubkey(leaf, key.get()); });
+  signer.key = key;
+  for (const char* fitting : {"1.2.840.10045.4.3.2", "1.2.840.10045.2.1"}) {
+    signatureAlgorithm = fitting;
+    EXPECT_EQ(judge(), "") << fitting;
+  }
+  signatureAlgorithm = "1.2.840.10045.4.3.3";
+  EXPECT_EQ(judge(), "signature algorithm 1.2.840.10045.4.3.3 isn't supported") << "it goes with SHA-384";
+  signatureAlgorithm = "1.2.840.10045.4.3.2";
+  signer.key = curveKey();
+  EXPECT_EQ(judge(), "the signer's signature doesn't hold");
 }
 
 TEST_F(HandMade, OnlyBelievedRootsCount) {
