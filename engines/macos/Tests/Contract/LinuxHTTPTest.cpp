@@ -26,6 +26,27 @@ TEST(ResponseHead, ReadsStatusAndFields) {
   EXPECT_EQ(head.contentLength(), 12);
 }
 
+TEST(ResponseHead, ContradictsItselfWithTwoLengths) {
+  const std::vector<std::pair<std::vector<std::string>, bool>> rows{
+      {{"HTTP/1.1 200 OK", "Content-Length: 5"}, false},
+      {{"HTTP/1.1 200 OK", "Content-Length: 5", "content-length:5 "}, false},
+      {{"HTTP/1.1 200 OK", "Content-Length: 5", "Content-Length: 6"}, true},
+      {{"HTTP/1.1 200 OK", "Content-Length: 6", "Content-Length: 5", "Content-Length: 6"}, true},
+      {{"HTTP/1.1 103 Early", "Content-Length: 6", "Content-Length: 5", "HTTP/1.1 200 OK"}, false},
+      {{"HTTP/1.1 103 Early", "Content-Length: 6", "HTTP/1.1 200 OK", "Content-Length: 5"}, false},
+      {{"HTTP/1.1 200 OK", "ETag: \"a\"", "ETag: \"b\""}, false},
+  };
+  for (const auto& [lines, contradicts] : rows) {
+    EXPECT_EQ(headOf(lines).contradictsItself(), contradicts) << ::testing::PrintToString(lines);
+  }
+}
+
+TEST(ResponseHead, KnowsPartsInAnEnvelope) {
+  EXPECT_TRUE(headOf({"HTTP/1.1 206 X", "Content-Type: Multipart/ByteRanges; boundary=x"}).isMultipart());
+  EXPECT_FALSE(headOf({"HTTP/1.1 206 X", "Content-Type: application/x-multipart"}).isMultipart());
+  EXPECT_FALSE(headOf({"HTTP/1.1 206 X"}).isMultipart());
+}
+
 TEST(ResponseHead, ReadsContentRanges) {
   const std::vector<std::pair<std::string, std::optional<ContentRange>>> rows{
       {"bytes 5-9/10", ContentRange{5, 9, 10}},
@@ -162,6 +183,8 @@ TEST(CurlErrors, HaveTheCodesThatTheEngineKnows) {
       {CURLE_UNSUPPORTED_PROTOCOL, 0, true, -1002},
       {CURLE_URL_MALFORMAT, 0, true, -1000},
       {CURLE_COULDNT_RESOLVE_PROXY, 0, true, -1004},
+      {CURLE_PROXY, 0, true, -1004},
+      {CURLE_WEIRD_SERVER_REPLY, 0, true, -1011},
       {CURLE_WRITE_ERROR, 0, true, -3003},
       {CURLE_OUT_OF_MEMORY, 0, true, -1},
   };
@@ -173,6 +196,14 @@ TEST(CurlErrors, HaveTheCodesThatTheEngineKnows) {
     EXPECT_EQ(error.localizedDescription, "words");
   }
   EXPECT_NE(urlError({.code = CURLE_RECV_ERROR, .osErrno = 0, .words = ""}, true).localizedDescription, "");
+}
+
+// Whoever says where hosts lie has described the network: what isn't there isn't there.
+TEST(CurlConnections, AreAClosedNetworkOnceAHostIsGivenAnAddress) {
+  LinuxHostSettings settings;
+  EXPECT_FALSE(CurlConnections{settings}.isClosedNetwork());
+  settings.hostAddresses["cdn.kelo.example"] = "127.0.0.1:8443";
+  EXPECT_TRUE(CurlConnections{settings}.isClosedNetwork());
 }
 
 TEST(CurlConnections, SayWhereAnOverriddenHostLies) {

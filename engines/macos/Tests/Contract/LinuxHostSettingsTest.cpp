@@ -27,6 +27,11 @@ TEST(LinuxSettings, EverythingHasADefault) {
   EXPECT_TRUE(settings.hostAddresses.empty());
   EXPECT_EQ(settings.administrator.command, (std::vector<std::string>{"/usr/bin/pkexec"}));
   EXPECT_FALSE(settings.administrator.asksRootToo);
+  EXPECT_EQ(settings.requestTimeout, Duration{60});
+}
+
+TEST(LinuxSettings, ADownloadMayBeSilentForLessThanUsual) {
+  EXPECT_EQ(parsed(R"({"requestTimeout":2.5})").requestTimeout, Duration{2.5});
 }
 
 TEST(LinuxSettings, PathsAreRelativeToTheFile) {
@@ -72,6 +77,9 @@ TEST(LinuxSettings, WhatCannotBeTakenAsItStandsIsRefusedAndTheKeyNamed) {
       {R"({"hostAdresses":{}})", "hostAdresses: there is no such key"},
       {R"({"hostAddresses":[]})", "hostAddresses: it must be an object of texts"},
       {R"({"hostAddresses":{"a":1}})", "hostAddresses: it must be an object of texts"},
+      {R"({"requestTimeout":"60"})", "requestTimeout: it must be a number of seconds, from 0.001 to 86400"},
+      {R"({"requestTimeout":0})", "requestTimeout: it must be a number of seconds, from 0.001 to 86400"},
+      {R"({"requestTimeout":1e300})", "requestTimeout: it must be a number of seconds, from 0.001 to 86400"},
       {R"({"administrator":"sudo"})", "administrator: it isn't an object"},
       {R"({"administrator":{}})", "administrator.prompt: it must be \"pkexec\" or \"sudo\""},
       {R"({"administrator":{"prompt":"su"}})", "administrator.prompt: it must be \"pkexec\" or \"sudo\""},

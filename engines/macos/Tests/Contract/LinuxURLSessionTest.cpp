@@ -1,6 +1,7 @@
 // URL sessions of this host against a server that misbehaves, over real TLS on loopback.
 #include <condition_variable>
 #include <filesystem>
+#include <fmt/format.h>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -87,9 +88,11 @@ class Recorder : public URLSessionDelegate {
 
 class LinuxDownloads : public ::testing::Test {
  protected:
-  void serve(const json& paths, const json& hosts = json::object()) {
+  void serve(const json& paths, const json& hosts = json::object(), Duration requestTimeout = Duration{60}) {
     server = std::make_unique<HostileServer>(paths, hosts);
-    sessions = makeLinuxURLSessions(server->settings());
+    auto settings = server->settings();
+    settings.requestTimeout = requestTimeout;
+    sessions = makeLinuxURLSessions(settings);
     session = sessions->make(recorder);
   }
   ~LinuxDownloads() override {
@@ -256,6 +259,41 @@ TEST_F(LinuxDownloads, GoesOnTwiceFromOneFile) {
   EXPECT_TRUE(recorder->body == hostilePattern(size));
   const auto requests = server->requests();
   EXPECT_EQ(requests.at(2).from, 250'000);
+}
+
+TEST_F(LinuxDownloads, GoesOnFourTimesFromOneFile) {
+  const json dying = with(whole(), {{"closeAt", 50'000}});
+  serve({{"/a", {dying, dying, dying, dying, whole()}}});
+  download("/a");
+  for (int death = 1; death < 4; ++death) {
+    EXPECT_EQ(errorCode(), URLErrorCode::networkConnectionLost);
+    resume();
+  }
+  EXPECT_EQ(errorCode(), URLErrorCode::networkConnectionLost);
+  resume();
+  EXPECT_EQ(recorder->error, std::nullopt) << recorder->error->localizedDescription;
+  EXPECT_TRUE(recorder->body == hostilePattern(size));
+  std::int64_t served = 0;
+  for (const auto& request : server->requests()) served += request.sent;
+  EXPECT_EQ(served, static_cast<std::int64_t>(size)) << "bytes were fetched twice";
+}
+
+TEST_F(LinuxDownloads, GoesOnAfterAStall) {
+  serve({{"/a", {with(whole(), {{"stallAt", 100'000}}), whole()}}}, json::object(), Duration{3.0});
+  download("/a");
+  EXPECT_EQ(errorCode(), URLErrorCode::timedOut);
+  resume();
+  EXPECT_TRUE(recorder->body == hostilePattern(size));
+  EXPECT_EQ(server->requests().at(1).from, 100'000);
+}
+
+TEST_F(LinuxDownloads, RefusesPartsInAnEnvelopeForTheRest) {
+  const json envelope{{"Content-Type", "multipart/byteranges; boundary=x"}};
+  serve({{"/a", {broken(), with(part("always"), {{"headers", envelope}}), whole()}}});
+  download("/a");
+  resume();
+  EXPECT_TRUE(recorder->body == hostilePattern(size));
+  EXPECT_EQ(server->requests().at(2).from, std::nullopt);
 }
 
 TEST_F(LinuxDownloads, GoesOnFromTheOldDataWhenTheSecondTryBroughtNone) {
@@ -499,22 +537,45 @@ TEST_F(LinuxDataTasks, MapsFailures) {
          {"/garbage", {{{"garbage", true}}}},
          {"/short", {{{"bytes", 1000}, {"closeAt", 10}}}},
          {"/reset", {{{"bytes", 1000}, {"resetAt", 10}}}},
-         {"/stall", {{{"bytes", 1000}, {"stallAt", 10}}}}});
+         {"/stall", {{{"bytes", 1000}, {"stallAt", 10}}}},
+         {"/lengths", {{{"head", {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\nContent-Length: 6\r\n\r\n"}}}}},
+         {"/flood", {{{"head", {"HTTP/1.1 200 OK\r\n", {"X: 1\r\n", 100'000}}}}}},
+         {"/interim",
+          {{{"head", json::array({json::array({"HTTP/1.1 103 Early Hints\r\n\r\n", 100'000})})}}}}});
   EXPECT_EQ(fetch("/hangUp").error->code, URLErrorCode::networkConnectionLost);
   EXPECT_EQ(fetch("/short").error->code, URLErrorCode::networkConnectionLost);
   EXPECT_EQ(fetch("/reset").error->code, URLErrorCode::networkConnectionLost);
   const auto stalled = fetch(URLRequest{.url = cdn("/stall"), .timeoutInterval = Duration{0.2}});
   EXPECT_EQ(stalled.error->code, URLErrorCode::timedOut);
   EXPECT_THAT(stalled.error->localizedDescription, HasSubstr("0.2 seconds"));
+  for (const auto* const path : {"/lengths", "/flood", "/interim"}) {
+    const auto error = fetch(path).error.value_or(Error{});
+    EXPECT_EQ(error.code, URLErrorCode::badServerResponse) << path << ": " << error.localizedDescription;
+  }
   const auto garbage = fetch("/garbage");
   EXPECT_TRUE(garbage.error) << "taken for an answer";
   EXPECT_EQ(garbage.error->domain, ErrorDomain::url);
 }
 
 TEST_F(LinuxDataTasks, CountsSilenceNotLength) {
-  serve({{"/drip", {{{"bytes", 20}, {"drip", {1, 0.05}}}}}});
-  const auto answer = fetch(URLRequest{.url = cdn("/drip"), .timeoutInterval = Duration{0.8}});
+  serve({{"/drip", {{{"bytes", 35}, {"drip", {1, 0.1}}}}}});
+  const auto answer = fetch(URLRequest{.url = cdn("/drip"), .timeoutInterval = Duration{3}});
   EXPECT_EQ(answer.error, std::nullopt);
+}
+
+TEST_F(LinuxDataTasks, SaysThatAHostCannotBeFoundAlsoWithoutAnyNetworkButItsOwn) {
+  serve({{"/m", {{{"text", "{}"}}}}});
+  // No name server is asked for a label that is too long for one.
+  const auto nowhere = "https://" + std::string(64, 'x') + ".kelo.example/m";
+  EXPECT_EQ(fetch(URLRequest{.url = *URL::parse(nowhere)}).error->code, URLErrorCode::cannotFindHost);
+}
+
+TEST_F(LinuxDataTasks, SaysThatTheHandshakeFailed) {
+  serve({{"/m", {{{"text", "{}"}}}}}, {{"odd.kelo.example", "hangUp"}, {"mirror.kelo.example", "plain"}});
+  for (const auto* const host : {"odd", "mirror"}) {
+    const auto url = *URL::parse(fmt::format("https://{}.kelo.example/m", host));
+    EXPECT_EQ(fetch(URLRequest{.url = url}).error->code, URLErrorCode::secureConnectionFailed) << host;
+  }
 }
 
 TEST_F(LinuxDataTasks, RefusesACertificateForAnotherName) {

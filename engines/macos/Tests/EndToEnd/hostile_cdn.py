@@ -29,14 +29,19 @@ An answer is a dict. Answers to a path are used up one by one; the last one stay
   extra                     bytes behind the announced body
   hangUp                    no answer at all
   garbage                   an answer that isn't HTTP
+  head                      the head as it goes over the wire, instead of the usual one: a list of texts and of
+                            [text, count], which is sent so often
+  gate                      [name, count]: no answer before so many requests wait at the gate of that name
 
-A host of the kind "otherName" shows a certificate for another name, "stranger" one of an unknown authority.
+A host of the kind "otherName" shows a certificate for another name, "stranger" one of an unknown authority;
+"hangUp" goes away in the middle of the handshake, and "plain" speaks HTTP without TLS.
 """
 
 import argparse
 import email.utils
 import hashlib
 import json
+import os
 import socket
 import socketserver
 import ssl
@@ -91,6 +96,7 @@ class Answer:
 
     def __init__(self, plan, request):
         self.plan = plan
+        self.wire = plan.get("head")
         self.body = body_of(plan)
         self.status = plan.get("status", 302 if "location" in plan else 200)
         self.fields = {"Date": email.utils.formatdate(usegmt=True), "Content-Type": "application/octet-stream",
@@ -153,6 +159,9 @@ class Answer:
             self.fields["Content-Length"] = str(length)
 
     def head(self):
+        if self.wire is not None:
+            pieces = ([piece, 1] if isinstance(piece, str) else piece for piece in self.wire)
+            return "".join(text * count for text, count in pieces).encode("latin-1")
         lines = [f"HTTP/1.1 {self.status} Told"] + [f"{name}: {value}" for name, value in self.fields.items()]
         return ("\r\n".join(lines) + "\r\n\r\n").encode("latin-1")
 
@@ -179,6 +188,8 @@ class Handler(socketserver.BaseRequestHandler):
         record = {"method": request.method, "host": request.fields.get("host", ""), "path": request.path,
                   "from": request.first_byte, "ifRange": request.fields.get("if-range"), "status": None, "sent": 0}
         cdn.remember(record)
+        if "gate" in plan:
+            cdn.wait_at_gate(*plan["gate"])
         if plan.get("hangUp"):
             return
         if plan.get("garbage"):
@@ -251,6 +262,7 @@ class HostileCDN:
         self.context.sni_callback = self._choose_certificate
         self._paths = {}
         self._lock = threading.Lock()
+        self._gates = {}
         self.requests = []
         self._server = Server(("127.0.0.1", 0), Handler)
         self._server.cdn = self
@@ -265,8 +277,13 @@ class HostileCDN:
 
     def _choose_certificate(self, connection, name, _context):
         kind = self._hosts.get(name)
-        if kind:
+        if kind in self._strange:
             connection.context = self._strange[kind]
+        elif kind:
+            with socket.socket(fileno=os.dup(connection.fileno())) as below:
+                if kind == "plain":
+                    below.sendall(b"HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n")
+                below.shutdown(socket.SHUT_RDWR)
 
     def on(self, path, *answers):
         with self._lock:
@@ -282,6 +299,14 @@ class HostileCDN:
     def remember(self, record):
         with self._lock:
             self.requests.append(record)
+
+    def wait_at_gate(self, name, count):
+        with self._lock:
+            gate = self._gates.setdefault(name, threading.Barrier(count))
+        try:
+            gate.wait(30)
+        except threading.BrokenBarrierError:
+            pass
 
     def requests_for(self, path):
         with self._lock:

@@ -57,24 +57,36 @@ class OnlineMachine:
 
     def __init__(self, workshop, folder, cdn):
         self.root = folder / "machine"
+        self.environment = {}
         self.installer = folder / "Kelo-Desk-Installer.app"
         shutil.copytree(workshop.installer, self.installer, copy_function=os.link, symlinks=True)
-        settings = self.installer / "Contents" / "Resources" / "linux_host.json"
-        values = json.loads(settings.read_text())
-        values.update(root=str(self.root), testAuthority=str(workshop.signers / "root.pem"), **cdn.host_settings)
-        settings.unlink()
-        settings.write_text(json.dumps(values))
+        self.change_resource("linux_host.json", root=str(self.root),
+                             testAuthority=str(workshop.signers / "root.pem"), **cdn.host_settings)
+
+    def change_resource(self, name, **changes):
+        """Replaces keys of a JSON file among the resources; None takes a key away."""
+        file = self.installer / "Contents" / "Resources" / name
+        values = {**json.loads(file.read_text()), **changes}
+        file.unlink()  # it is a link to the workshop's
+        file.write_text(json.dumps({key: value for key, value in values.items() if value is not None}))
 
     def start(self, *words):
         return subprocess.Popen([self.installer / "Contents" / "MacOS" / "engine-cli", *words], text=True,
                                 stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                env={"HOME": str(self.root), "PATH": "/usr/bin:/bin"})
+                                env={"HOME": str(self.root), "PATH": "/usr/bin:/bin", **self.environment})
 
     def install(self):
         """Runs the engine to its end: what it told, checked for what always holds."""
         process = self.start("run", "--action", "install", "--apps", "brenna")
         output, errors = process.communicate(timeout=TIME_LIMIT)
         return Outcome(self, process.returncode, output, errors)
+
+    def check_updates(self, *apps):
+        """The events of check-updates, which always succeeds."""
+        process = self.start("check-updates", *(["--apps", ",".join(apps)] if apps else []))
+        output, errors = process.communicate(timeout=TIME_LIMIT)
+        assert process.returncode == 0, output + errors
+        return [json.loads(line) for line in output.splitlines() if line.startswith("{")]
 
     @property
     def installed(self):
@@ -110,3 +122,54 @@ class Outcome:
 
     def __str__(self):
         return f"{self.result} {self.code}\n{self.machine.log}"
+
+
+class Stage:
+    """A CDN that serves the image, and a machine to install it on."""
+
+    def __init__(self, workshop, folder, cdn):
+        self.workshop = workshop
+        self.cdn = cdn
+        self.folder = folder
+        cdn.on("/", {"text": "hello"})
+        cdn.on("/download/", {"text": "hello"})
+        cdn.on("/desk/", {"text": "hello"})
+        cdn.on(META, workshop.meta())
+        cdn.on(PACKAGE, self.image())
+        self.machine = OnlineMachine(workshop, folder, cdn)
+
+    def image(self, **changes):
+        return {"file": str(self.workshop.folder / "image"), **changes}
+
+    def meta(self, **changes):
+        self.cdn.on(META, self.workshop.meta(**changes))
+
+    def package(self, *answers):
+        self.cdn.on(PACKAGE, *answers)
+
+    @property
+    def transfers(self):
+        return self.cdn.requests_for(PACKAGE)
+
+    @property
+    def bytes_fetched(self):
+        return sum(record["sent"] for record in self.transfers)
+
+    def installs(self):
+        outcome = self.machine.install()
+        assert (outcome.result, outcome.status) == ("installed", 0), str(outcome)
+        executable = next((self.machine.installed / "Contents" / "MacOS").iterdir())
+        assert executable.stat().st_size > 0
+        self.leaves_nothing_behind()
+        return outcome
+
+    def fails_with(self, code):
+        outcome = self.machine.install()
+        assert (outcome.result, outcome.code) == ("failed", code), str(outcome)
+        assert outcome.status != 0
+        assert not self.machine.installed.exists()
+        self.leaves_nothing_behind()
+        return outcome
+
+    def leaves_nothing_behind(self):
+        assert self.machine.temporary_files == []

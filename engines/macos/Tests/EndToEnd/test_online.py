@@ -10,7 +10,7 @@ import pytest
 
 import hostile_cdn
 import online_machine
-from online_machine import FOLDER, META, MIRROR, NAMES, PACKAGE, OnlineMachine, Workshop
+from online_machine import FOLDER, META, MIRROR, NAMES, PACKAGE, Stage, Workshop
 
 pytestmark = pytest.mark.skipif(bool(online_machine.needed()), reason=f"not built: {online_machine.needed()}")
 
@@ -18,57 +18,6 @@ pytestmark = pytest.mark.skipif(bool(online_machine.needed()), reason=f"not buil
 @pytest.fixture(scope="module")
 def workshop(tmp_path_factory):
     return Workshop(tmp_path_factory.mktemp("workshop"))
-
-
-class Stage:
-    """A CDN that serves the image, and a machine to install it on."""
-
-    def __init__(self, workshop, folder, cdn):
-        self.workshop = workshop
-        self.cdn = cdn
-        self.folder = folder
-        cdn.on("/", {"text": "hello"})
-        cdn.on("/download/", {"text": "hello"})
-        cdn.on("/desk/", {"text": "hello"})
-        cdn.on(META, workshop.meta())
-        cdn.on(PACKAGE, self.image())
-        self.machine = OnlineMachine(workshop, folder, cdn)
-
-    def image(self, **changes):
-        return {"file": str(self.workshop.folder / "image"), **changes}
-
-    def meta(self, **changes):
-        self.cdn.on(META, self.workshop.meta(**changes))
-
-    def package(self, *answers):
-        self.cdn.on(PACKAGE, *answers)
-
-    @property
-    def transfers(self):
-        return self.cdn.requests_for(PACKAGE)
-
-    @property
-    def bytes_fetched(self):
-        return sum(record["sent"] for record in self.transfers)
-
-    def installs(self):
-        outcome = self.machine.install()
-        assert (outcome.result, outcome.status) == ("installed", 0), str(outcome)
-        executable = next((self.machine.installed / "Contents" / "MacOS").iterdir())
-        assert executable.stat().st_size > 0
-        self.leaves_nothing_behind()
-        return outcome
-
-    def fails_with(self, code):
-        outcome = self.machine.install()
-        assert (outcome.result, outcome.code) == ("failed", code), str(outcome)
-        assert outcome.status != 0
-        assert not self.machine.installed.exists()
-        self.leaves_nothing_behind()
-        return outcome
-
-    def leaves_nothing_behind(self):
-        assert self.machine.temporary_files == []
 
 
 @pytest.fixture

@@ -40,6 +40,12 @@ HostAndPort split(std::string_view text) {
   return {std::string{text.substr(0, colon)}, std::string{text.substr(colon + 1)}};
 }
 
+// The same host, spelled with the point that ends an absolute name.
+std::string withPoint(std::string_view host) {
+  const auto [name, port] = split(host);
+  return fmt::format("{}.{}{}", name, port.empty() ? "" : ":", port);
+}
+
 }  // namespace
 
 std::string connectTo(std::string_view host, std::string_view address) {
@@ -55,7 +61,9 @@ CurlConnections::CurlConnections(const LinuxHostSettings& settings) {
   }
   for (const auto& [host, address] : settings.hostAddresses) {
     connectTo_ = curl_slist_append(connectTo_, connectTo(host, address).c_str());
+    connectTo_ = curl_slist_append(connectTo_, connectTo(withPoint(host), address).c_str());
     overriddenHosts_.push_back(split(host).host);
+    overriddenHosts_.push_back(split(withPoint(host)).host);
   }
 }
 

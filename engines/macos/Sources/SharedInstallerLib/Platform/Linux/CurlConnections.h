@@ -26,6 +26,10 @@ class CurlConnections {
   // This object must outlive `handle`.
   void apply(CURL* handle, const URL& url) const;
 
+  // The settings say where hosts lie: they are this machine's network, and a name that they don't have isn't
+  // there, even on a machine without any interface besides the loopback.
+  bool isClosedNetwork() const { return !overriddenHosts_.empty(); }
+
  private:
   std::string certificateAuthorities_;  // the system's and the extra one, in PEM; empty without an extra one
   std::vector<std::string> overriddenHosts_;  // in lower case

@@ -25,6 +25,9 @@ class CurlEngine {
   // Any thread: runs `work` on the engine's, outside every transfer, in the order of posting.
   void post(Work work);
 
+  // Any thread. Without a network a name that isn't found says nothing about the name.
+  bool hasNetwork() const { return connections_.isClosedNetwork() || hasNetworkInterface(); }
+
   // On the engine's thread only, and not from inside a transfer.
   CurlTransfer* start(HTTPRequest request, std::shared_ptr<CurlTransfer::Client> client);
   void drop(CurlTransfer* transfer);  // ends it without `didEnd`; null does nothing

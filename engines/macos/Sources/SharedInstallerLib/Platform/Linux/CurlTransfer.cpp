@@ -9,6 +9,8 @@ namespace installer {
 
 namespace {
 
+constexpr std::size_t maximumHead = std::size_t{128}
+                                    << 10U;  // a server that goes on and on mustn't eat the memory
 constexpr long receiveBufferBytes = 256L * 1024L;
 
 bool isInterim(int status) {
@@ -28,6 +30,8 @@ CurlTransfer::CurlTransfer(const CurlConnections& connections, HTTPRequest reque
   // One transfer to a connection: a stalled image never holds up metadata.
   curl_easy_setopt(handle_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
   curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
+  // A name server that stays silent mustn't hold up the thread that ends this transfer.
+  curl_easy_setopt(handle_, CURLOPT_QUICK_EXIT, 1L);
   curl_easy_setopt(handle_, CURLOPT_USERAGENT, "Kelo-Desk-Installer");
   curl_easy_setopt(handle_, CURLOPT_BUFFERSIZE, receiveBufferBytes);
   curl_easy_setopt(handle_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
@@ -56,8 +60,13 @@ CurlTransfer::Clock::time_point CurlTransfer::deadline() const {
 }
 
 CurlFailure CurlTransfer::failure(CURLcode code) const {
+  if (rejected_) return *rejected_;
   CurlFailure failure{.code = code, .osErrno = 0, .words = words_.data()};
   curl_easy_getinfo(handle_, CURLINFO_OS_ERRNO, &failure.osErrno);
+  long tunnelStatus = 0;
+  curl_easy_getinfo(handle_, CURLINFO_HTTP_CONNECTCODE, &tunnelStatus);
+  // libcurl calls a proxy's refusal a reception that failed.
+  if (code != CURLE_OK && tunnelStatus > 299) failure.code = CURLE_PROXY;
   return failure;
 }
 
@@ -72,13 +81,25 @@ CurlFailure CurlTransfer::silenceFailure() const {
 std::size_t CurlTransfer::receiveHeaderLine(std::string_view line) {
   lastActivity_ = Clock::now();
   if (isHeadComplete_) return line.size();
+  headBytes_ += line.size();
+  if (headBytes_ > maximumHead) return reject("the server's answer has too long a head");
   if (line != "\r\n" && line != "\n") {
     head_.addLine(line);
     return line.size();
   }
   if (isInterim(head_.status)) return line.size();
+  return completeHead(line.size());
+}
+
+std::size_t CurlTransfer::completeHead(std::size_t taken) {
   isHeadComplete_ = true;
-  return client_->didReceiveHead(head_) == Verdict::goOn ? line.size() : 0;
+  if (head_.contradictsItself()) return reject("the server says two lengths");
+  return client_->didReceiveHead(head_) == Verdict::goOn ? taken : 0;
+}
+
+std::size_t CurlTransfer::reject(std::string words) {
+  rejected_ = CurlFailure{.code = CURLE_WEIRD_SERVER_REPLY, .osErrno = 0, .words = std::move(words)};
+  return 0;
 }
 
 std::size_t CurlTransfer::receiveBody(std::string_view bytes) {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <curl/curl.h>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -63,10 +64,14 @@ class CurlTransfer {
   std::array<char, CURL_ERROR_SIZE> words_{};
   ResponseHead head_;
   bool isHeadComplete_ = false;
+  std::size_t headBytes_ = 0;            // of all heads, interim ones included
+  std::optional<CurlFailure> rejected_;  // why the head wasn't taken
   Clock::time_point lastActivity_ = Clock::now();
 
   void setFields();
   std::size_t receiveHeaderLine(std::string_view line);
+  std::size_t completeHead(std::size_t taken);
+  std::size_t reject(std::string words);
   std::size_t receiveBody(std::string_view bytes);
 
   static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* transfer);

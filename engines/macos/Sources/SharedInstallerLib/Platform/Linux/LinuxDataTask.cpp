@@ -6,8 +6,8 @@ namespace installer {
 
 namespace {
 
-constexpr std::size_t maximumBody = std::size_t{64}
-                                    << 20U;  // a server that never ends must not eat the memory
+// Far beyond any metadata: a server that never ends must not eat the memory.
+constexpr std::size_t maximumBody = std::size_t{8} << 20U;
 
 }  // namespace
 

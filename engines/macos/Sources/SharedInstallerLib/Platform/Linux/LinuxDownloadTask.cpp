@@ -16,6 +16,10 @@ bool allowsResumption(const ResponseHead& head) {
   return head.status == 200 && (ranges == nullptr || *ranges != "none");
 }
 
+URLRequest requestFor(const URL& url, const URLSessionCore& session) {
+  return {.url = url, .timeoutInterval = session.requestTimeout()};
+}
+
 // Where resume data leads; of garbage an address that is never asked.
 URL urlOf(const std::string& resumeData) {
   const auto decoded = ResumeData::decode(resumeData);
@@ -24,12 +28,13 @@ URL urlOf(const std::string& resumeData) {
 
 }  // namespace
 
-LinuxDownloadTask::LinuxDownloadTask(std::shared_ptr<URLSessionCore> session, const URL& url)
-    : LinuxURLTask{std::move(session), URLRequest{.url = url}}, url_{url} {
+LinuxDownloadTask::LinuxDownloadTask(const std::shared_ptr<URLSessionCore>& session, const URL& url)
+    : LinuxURLTask{session, requestFor(url, *session)}, url_{url} {
 }
 
-LinuxDownloadTask::LinuxDownloadTask(std::shared_ptr<URLSessionCore> session, const std::string& resumeData)
-    : LinuxURLTask{std::move(session), URLRequest{.url = urlOf(resumeData)}},
+LinuxDownloadTask::LinuxDownloadTask(const std::shared_ptr<URLSessionCore>& session,
+                                     const std::string& resumeData)
+    : LinuxURLTask{session, requestFor(urlOf(resumeData), *session)},
       url_{urlOf(resumeData)},
       isGarbage_{!ResumeData::decode(resumeData)},
       resumed_{ResumeData::decode(resumeData)} {
@@ -76,7 +81,8 @@ CurlTransfer::Verdict LinuxDownloadTask::acceptAnswerToResumption(const Response
 // The rest, all of it, and of the same version.
 bool LinuxDownloadTask::continuesPartial(const ResponseHead& head) const {
   const auto range = head.contentRange();
-  if (!range || !range->total || range->first != resumed_->received || range->last + 1 != *range->total) {
+  if (head.isMultipart() || !range || !range->total || range->first != resumed_->received ||
+      range->last + 1 != *range->total) {
     return false;
   }
   if (resumed_->total && *resumed_->total != *range->total) return false;

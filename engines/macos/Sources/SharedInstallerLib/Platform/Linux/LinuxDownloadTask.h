@@ -17,9 +17,9 @@ namespace installer {
 
 class LinuxDownloadTask : public LinuxURLTask {
  public:
-  LinuxDownloadTask(std::shared_ptr<URLSessionCore> session, const URL& url);
+  LinuxDownloadTask(const std::shared_ptr<URLSessionCore>& session, const URL& url);
   // Of bytes that are no resume data comes a task that fails at once.
-  LinuxDownloadTask(std::shared_ptr<URLSessionCore> session, const std::string& resumeData);
+  LinuxDownloadTask(const std::shared_ptr<URLSessionCore>& session, const std::string& resumeData);
 
  private:
   const URL url_;                         // before redirects

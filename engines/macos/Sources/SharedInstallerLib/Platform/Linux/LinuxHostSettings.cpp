@@ -23,6 +23,9 @@ Path homeFolder() {
   return user != nullptr && user->pw_dir != nullptr ? user->pw_dir : "/";
 }
 
+constexpr double shortestTimeout = 0.001;  // seconds
+constexpr double longestTimeout = 86'400.0;
+
 // Takes the keys of one object, and in the end knows the first thing that was wrong.
 class Reader {
  public:
@@ -52,6 +55,17 @@ class Reader {
     if (!value) return std::nullopt;
     if (value->find('\0') != std::string::npos) complain("it isn't a path", key);
     return absolute(*std::move(value));
+  }
+
+  std::optional<Duration> seconds(const std::string& key) {
+    const Json* const value = find(key);
+    if (value == nullptr) return std::nullopt;
+    const double number = value->is_number() ? value->get<double>() : 0.0;
+    if (number > longestTimeout || number < shortestTimeout) {
+      complain("it must be a number of seconds, from 0.001 to 86400", key);
+      return std::nullopt;
+    }
+    return Duration{number};
   }
 
   std::map<std::string, std::string> texts(const std::string& key) {
@@ -148,13 +162,14 @@ Result<LinuxHostSettings> LinuxHostSettings::parse(std::string_view text, const 
   if (root.is_discarded()) return malformed("it isn't JSON");
   Reader reader{root, "", resources};
   // `testAuthority` is read by the lab's programs alone.
-  reader.allow(
-      {"root", "programs", "extraCertificateAuthority", "hostAddresses", "administrator", "testAuthority"});
+  reader.allow({"root", "programs", "extraCertificateAuthority", "hostAddresses", "requestTimeout",
+                "administrator", "testAuthority"});
   LinuxHostSettings settings = defaults(resources);
   if (auto path = reader.path("root")) settings.root = *std::move(path);
   if (auto path = reader.path("programs")) settings.programs = *std::move(path);
   settings.extraCertificateAuthority = reader.path("extraCertificateAuthority");
   settings.hostAddresses = reader.texts("hostAddresses");
+  if (const auto timeout = reader.seconds("requestTimeout")) settings.requestTimeout = *timeout;
   if (reader.complaint()) return malformed(*reader.complaint());
   if (const Json* const administrator = reader.find("administrator")) {
     auto prompt = readPrompt(*administrator, resources);

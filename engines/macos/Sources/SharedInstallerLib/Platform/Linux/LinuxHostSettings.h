@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Platform/Dispatch.h"
 #include "Platform/Error.h"
 #include "Platform/Path.h"
 
@@ -31,6 +32,7 @@ struct LinuxHostSettings {
   // "host" or "host:port" -> "address" or "address:port": where a connection really goes. The URL, the Host
   // header and the name that the certificate must bear stay as they are.
   std::map<std::string, std::string> hostAddresses;
+  Duration requestTimeout{60.0};  // after so long a silence a download counts as broken off
   AdministratorPrompt administrator;
 
   Path applications() const { return joined(root, "Applications"); }

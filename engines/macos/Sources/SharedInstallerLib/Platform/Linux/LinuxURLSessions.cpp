@@ -44,8 +44,8 @@ class LinuxURLSession : public URLSession {
 class LinuxURLSessions : public URLSessions {
  public:
   explicit LinuxURLSessions(const LinuxHostSettings& settings)
-      : temporaryDirectory_{settings.temporaryDirectory()}, engine_{settings} {
-    PartialFile::removeOrphans(temporaryDirectory_);
+      : configuration_{settings.temporaryDirectory(), settings.requestTimeout}, engine_{settings} {
+    PartialFile::removeOrphans(configuration_.temporaryDirectory);
   }
   ~LinuxURLSessions() override;
   LinuxURLSessions(const LinuxURLSessions&) = delete;
@@ -55,7 +55,7 @@ class LinuxURLSessions : public URLSessions {
   std::shared_ptr<URLSession> make(std::shared_ptr<URLSessionDelegate> delegate) override;
 
  private:
-  const Path temporaryDirectory_;
+  const URLSessionCore::Configuration configuration_;
   CurlEngine engine_;
 
   std::mutex mutex_;
@@ -84,7 +84,7 @@ std::shared_ptr<URLSession> LinuxURLSessions::shared() {
 }
 
 std::shared_ptr<URLSession> LinuxURLSessions::make(std::shared_ptr<URLSessionDelegate> delegate) {
-  auto core = std::make_shared<URLSessionCore>(engine_, temporaryDirectory_, std::move(delegate));
+  auto core = std::make_shared<URLSessionCore>(engine_, configuration_, std::move(delegate));
   {
     const std::lock_guard guard{mutex_};
     std::erase_if(cores_, [](const auto& weakly) { return weakly.expired(); });

@@ -103,7 +103,7 @@ void LinuxURLTask::didEnd(const CurlFailure& failure) {
 }
 
 void LinuxURLTask::breakOff(const CurlFailure& failure) {
-  endWith(urlError(failure, failure.code != CURLE_COULDNT_RESOLVE_HOST || hasNetworkInterface()));
+  endWith(urlError(failure, failure.code != CURLE_COULDNT_RESOLVE_HOST || session_->engine().hasNetwork()));
 }
 
 void LinuxURLTask::askAboutRedirect() {

@@ -18,6 +18,13 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(blanks) - first + 1);
 }
 
+std::string inLowerCase(std::string_view text) {
+  std::string lower{text};
+  std::ranges::transform(lower, lower.begin(),
+                         [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return lower;
+}
+
 std::optional<std::int64_t> number(std::string_view text) {
   std::int64_t value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -45,6 +52,7 @@ std::optional<std::string> resolved(const std::string& base, const std::string& 
 void ResponseHead::addLine(std::string_view line) {
   if (line.starts_with("HTTP/")) {
     fields_.clear();
+    contradictsItself_ = false;
     const auto blank = line.find(' ');
     const auto code = blank == std::string_view::npos ? line : line.substr(blank + 1, 3);
     status = static_cast<int>(number(code).value_or(0));
@@ -52,15 +60,21 @@ void ResponseHead::addLine(std::string_view line) {
   }
   const auto colon = line.find(':');
   if (colon == std::string_view::npos) return;
-  std::string name{trimmed(line.substr(0, colon))};
-  std::ranges::transform(name, name.begin(),
-                         [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  fields_[std::move(name)] = std::string{trimmed(line.substr(colon + 1))};
+  const auto name = inLowerCase(trimmed(line.substr(0, colon)));
+  const auto value = trimmed(line.substr(colon + 1));
+  const auto [entry, isNew] = fields_.try_emplace(name, value);
+  if (!isNew && name == "content-length" && entry->second != value) contradictsItself_ = true;
+  entry->second = value;
 }
 
 const std::string* ResponseHead::field(std::string_view name) const {
   const auto entry = fields_.find(name);
   return entry == fields_.end() ? nullptr : &entry->second;
+}
+
+bool ResponseHead::isMultipart() const {
+  const auto* const type = field("content-type");
+  return type != nullptr && inLowerCase(*type).starts_with("multipart/");
 }
 
 std::optional<std::int64_t> ResponseHead::contentLength() const {

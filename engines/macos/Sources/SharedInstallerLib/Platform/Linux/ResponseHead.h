@@ -31,6 +31,11 @@ class ResponseHead {
   const std::string* field(std::string_view name) const;
 
   bool isSuccess() const { return status >= 200 && status <= 299; }
+  // How long the body is is said twice, and not the same: nobody knows where this answer ends.
+  bool contradictsItself() const { return contradictsItself_; }
+  // Parts in an envelope of their own, whatever else the head says of a range.
+  bool isMultipart() const;
+
   // Absent when the server doesn't say, or says nonsense.
   std::optional<std::int64_t> contentLength() const;
   std::optional<ContentRange> contentRange() const;
@@ -39,6 +44,7 @@ class ResponseHead {
   std::optional<URL> redirectTarget(const URL& base) const;
 
  private:
+  bool contradictsItself_ = false;
   std::map<std::string, std::string, std::less<>> fields_;
 };
 

@@ -8,9 +8,9 @@
 
 namespace installer {
 
-URLSessionCore::URLSessionCore(CurlEngine& engine, Path temporaryDirectory,
+URLSessionCore::URLSessionCore(CurlEngine& engine, Configuration configuration,
                                std::shared_ptr<URLSessionDelegate> delegate)
-    : engine_{engine}, temporaryDirectory_{std::move(temporaryDirectory)}, delegate_{std::move(delegate)} {
+    : engine_{engine}, configuration_{std::move(configuration)}, delegate_{std::move(delegate)} {
 }
 
 URLSessionCore::~URLSessionCore() {

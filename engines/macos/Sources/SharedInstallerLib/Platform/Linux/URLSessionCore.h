@@ -17,14 +17,22 @@ class LinuxURLTask;
 
 class URLSessionCore : public std::enable_shared_from_this<URLSessionCore> {
  public:
-  URLSessionCore(CurlEngine& engine, Path temporaryDirectory, std::shared_ptr<URLSessionDelegate> delegate);
+  // What the sessions of a process have in common.
+  struct Configuration {
+    Path temporaryDirectory;
+    Duration requestTimeout;  // of silence, for requests that don't bring their own
+  };
+
+  URLSessionCore(CurlEngine& engine, Configuration configuration,
+                 std::shared_ptr<URLSessionDelegate> delegate);
   ~URLSessionCore();
   URLSessionCore(const URLSessionCore&) = delete;
   URLSessionCore& operator=(const URLSessionCore&) = delete;
 
   CurlEngine& engine() { return engine_; }
   CallbackQueue& callbacks() { return callbacks_; }
-  const Path& temporaryDirectory() const { return temporaryDirectory_; }
+  const Path& temporaryDirectory() const { return configuration_.temporaryDirectory; }
+  Duration requestTimeout() const { return configuration_.requestTimeout; }
 
   int nextTaskIdentifier() { return ++lastTaskIdentifier_; }
   // Null without one, and once the session has let go of it.
@@ -48,7 +56,7 @@ class URLSessionCore : public std::enable_shared_from_this<URLSessionCore> {
 
  private:
   CurlEngine& engine_;
-  const Path temporaryDirectory_;
+  const Configuration configuration_;
   std::atomic<int> lastTaskIdentifier_{0};
 
   std::mutex mutex_;
