@@ -1,6 +1,7 @@
 #include "Platform/Linux/CurlConnections.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
 #include <iterator>
@@ -15,14 +16,23 @@ std::string contents(const char* path) {
   return {std::istreambuf_iterator<char>{file}, {}};
 }
 
-// Where libcurl looks for the system's authorities.
-std::string systemAuthorities() {
+// Where libcurl looks for the system's authorities: `CURLINFO_CAPATH` a folder, `CURLINFO_CAINFO` one file.
+std::string systemAuthorities(CURLINFO kind) {
   CURL* const handle = curl_easy_init();
   const char* path = nullptr;
-  curl_easy_getinfo(handle, CURLINFO_CAINFO, &path);
-  auto pem = path == nullptr ? std::string{} : contents(path);
+  curl_easy_getinfo(handle, kind, &path);
+  std::string found = path == nullptr ? "" : path;
   curl_easy_cleanup(handle);
-  return pem;
+  return found;
+}
+
+// Its certificates go by the hash of their names, so that only the one that is asked for is read.
+bool isHashedFolder(const std::string& folder) {
+  std::error_code error;
+  return std::ranges::any_of(std::filesystem::directory_iterator{folder, error}, [](const auto& entry) {
+    const auto name = entry.path().filename().string();
+    return name.size() == 10 && name.ends_with(".0") && name.find_first_not_of("0123456789abcdef") == 8;
+  });
 }
 
 struct HostAndPort {
@@ -56,8 +66,11 @@ std::string connectTo(std::string_view host, std::string_view address) {
 
 CurlConnections::CurlConnections(const LinuxHostSettings& settings) {
   if (settings.extraCertificateAuthority) {
-    certificateAuthorities_ =
-        systemAuthorities() + "\n" + contents(settings.extraCertificateAuthority->c_str());
+    certificateAuthorities_ = contents(settings.extraCertificateAuthority->c_str());
+    // All of them in one text cost some 30 milliseconds with every connection.
+    if (!isHashedFolder(systemAuthorities(CURLINFO_CAPATH))) {
+      certificateAuthorities_ += "\n" + contents(systemAuthorities(CURLINFO_CAINFO).c_str());
+    }
   }
   for (const auto& [host, address] : settings.hostAddresses) {
     connectTo_ = curl_slist_append(connectTo_, connectTo(host, address).c_str());

@@ -31,7 +31,8 @@ class CurlConnections {
   bool isClosedNetwork() const { return !overriddenHosts_.empty(); }
 
  private:
-  std::string certificateAuthorities_;  // the system's and the extra one, in PEM; empty without an extra one
+  // In PEM: the extra one, and the system's where libcurl can't look them up. Empty without an extra one.
+  std::string certificateAuthorities_;
   std::vector<std::string> overriddenHosts_;  // in lower case
   curl_slist* connectTo_ = nullptr;
 

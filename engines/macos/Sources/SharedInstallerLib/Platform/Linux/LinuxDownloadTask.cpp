@@ -7,6 +7,9 @@ namespace installer {
 
 namespace {
 
+// Each callback wakes a thread, which costs more than writing down a piece of the body.
+constexpr auto progressInterval = std::chrono::milliseconds{20};
+
 Error badServerResponse(std::string words) {
   return {std::string{ErrorDomain::url}, URLErrorCode::badServerResponse, std::move(words), nullptr};
 }
@@ -106,7 +109,8 @@ CurlTransfer::Verdict LinuxDownloadTask::acceptBody(std::string_view bytes) {
     return stopWith(badServerResponse("the server sent more than it announced"));
   }
   if (auto written = file_->append(bytes); !written) return stopWith(written.error());
-  postProgress();
+  const auto now = CurlTransfer::Clock::now();
+  if (now - lastProgress_ >= progressInterval) postProgress(now);
   return Verdict::goOn;
 }
 
@@ -126,6 +130,7 @@ void LinuxDownloadTask::succeed() {
     return breakOff({.code = CURLE_PARTIAL_FILE, .osErrno = 0, .words = "the transfer ended early"});
   }
   // An error page: what was there before it can still be gone on from.
+  if (progress_.written != file_->length()) postProgress(CurlTransfer::Clock::now());
   if (partial_) session().keepPartial(std::exchange(partial_, nullptr)->path());
   const auto path = file_->path();
   file_.reset();
@@ -178,7 +183,8 @@ void LinuxDownloadTask::deliverError(const Error& error) {
 }
 
 // One callback at a time is on its way, however many pieces arrive meanwhile.
-void LinuxDownloadTask::postProgress() {
+void LinuxDownloadTask::postProgress(CurlTransfer::Clock::time_point now) {
+  lastProgress_ = now;
   {
     const std::lock_guard guard{progress_.mutex};
     progress_.written = file_->length();

@@ -32,6 +32,8 @@ class LinuxDownloadTask : public LinuxURLTask {
   std::optional<Error> ownFailure_;     // why this task stopped the transfer
   bool restarts_ = false;               // the transfer was stopped to start afresh
 
+  CurlTransfer::Clock::time_point lastProgress_;  // when a callback was last posted
+
   struct Progress {
     std::mutex mutex;
     std::int64_t written = 0;
@@ -54,7 +56,7 @@ class LinuxDownloadTask : public LinuxURLTask {
   void forgetPartial();
   Verdict stopWith(Error error);
   std::optional<ResumeData> resumable() const;
-  void postProgress();
+  void postProgress(CurlTransfer::Clock::time_point now);
   void deliverProgress();
 };
 
