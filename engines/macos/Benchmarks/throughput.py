@@ -1,15 +1,18 @@
 #!/usr/bin/python3
 """Downloads over TLS on loopback: the host's URL session against `curl -o`, on the same file in the same run.
 
-  throughput.py BUILD_FOLDER [--small MB] [--large MB] [--rounds N]
+  throughput.py BUILD_FOLDER [--sizes MB,MB] [--rounds N]
 
-Prints the best time of each over the rounds, which alternate, and the session's peak memory for a small and a
-large file. Needs nginx and curl.
+The two take turns. Prints the medians over the rounds: the throughput of each and their ratio, the processor time
+of each and its ratio, which other work on the machine hardly touches, and the session's peak memory. Needs nginx
+and curl, and a build of the target url-session-fetch.
 """
 
 import argparse
 import json
 import os
+import resource
+import statistics
 import subprocess
 import tempfile
 import time
@@ -26,27 +29,47 @@ def make_file(path, megabytes):
             file.write(block)
 
 
+class Run:
+    """What one child process took."""
+
+    def __init__(self, *words):
+        before, start = resource.getrusage(resource.RUSAGE_CHILDREN), time.monotonic()
+        self.output = subprocess.run(words, check=True, capture_output=True, text=True).stdout
+        self.seconds = time.monotonic() - start
+        after = resource.getrusage(resource.RUSAGE_CHILDREN)
+        self.processor = after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime
+
+
 def curl(setting, url, target):
-    start = time.monotonic()
-    subprocess.run(["curl", "--silent", "--fail", "--cacert", setting["extraCertificateAuthority"], "--connect-to",
-                    f"{HOST}::{setting['hostAddresses'][HOST]}", "--output", target, url], check=True)
-    return time.monotonic() - start
+    return Run("curl", "--silent", "--fail", "--cacert", setting["extraCertificateAuthority"], "--connect-to",
+               f"{HOST}::{setting['hostAddresses'][HOST]}", "--output", target, url)
 
 
 def session(program, setting, url, root):
-    start = time.monotonic()
-    done = subprocess.run([program, root, setting["extraCertificateAuthority"],
-                           f"{HOST}={setting['hostAddresses'][HOST]}", url],
-                          check=True, capture_output=True, text=True)
-    return time.monotonic() - start, int(done.stdout.split()[2])
+    return Run(program, root, setting["extraCertificateAuthority"], f"{HOST}={setting['hostAddresses'][HOST]}", url)
+
+
+def compare(program, setting, folder, megabytes, rounds):
+    make_file(folder / "tree" / "image.dmg", megabytes)
+    url = f"https://{HOST}/image.dmg"
+    runs = {"curl": [], "session": []}
+    for _ in range(rounds):
+        runs["curl"].append(curl(setting, url, folder / "curl.dmg"))
+        runs["session"].append(session(program, setting, url, folder / "root"))
+    seconds = {name: statistics.median(run.seconds for run in some) for name, some in runs.items()}
+    processor = {name: statistics.median(run.processor for run in some) for name, some in runs.items()}
+    peak = max(int(run.output.split()[2]) for run in runs["session"])
+    print(f"{megabytes} MB: curl {megabytes / seconds['curl']:.0f} MB/s, session {megabytes / seconds['session']:.0f} MB/s, "
+          f"ratio {seconds['curl'] / seconds['session']:.2f}; processor {processor['curl']:.2f} s and "
+          f"{processor['session']:.2f} s, ratio {processor['curl'] / processor['session']:.2f}; "
+          f"peak memory {peak / 1024:.1f} MB", flush=True)
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("build", type=Path)
-    parser.add_argument("--small", type=int, default=20)
-    parser.add_argument("--large", type=int, default=2048)
-    parser.add_argument("--rounds", type=int, default=5)
+    parser.add_argument("--sizes", default="20,200,2048")
+    parser.add_argument("--rounds", type=int, default=9)
     arguments = parser.parse_args()
     program = arguments.build / "engines" / "macos" / "Benchmarks" / "url-session-fetch"
     with tempfile.TemporaryDirectory() as name:
@@ -56,19 +79,8 @@ def main():
                                  check=True, capture_output=True, text=True)
         setting = json.loads(started.stdout)
         try:
-            for megabytes in (arguments.small, arguments.large):
-                make_file(folder / "tree" / "image.dmg", megabytes)
-                url = f"https://{HOST}/image.dmg"
-                times, peaks = {"curl": [], "session": []}, []
-                for _ in range(arguments.rounds):
-                    times["curl"].append(curl(setting, url, folder / "curl.dmg"))
-                    taken, peak = session(program, setting, url, folder / "root")
-                    times["session"].append(taken)
-                    peaks.append(peak)
-                best = {name: min(values) for name, values in times.items()}
-                print(f"{megabytes} MB: curl {megabytes / best['curl']:.0f} MB/s, session "
-                      f"{megabytes / best['session']:.0f} MB/s, ratio {best['curl'] / best['session']:.2f}, "
-                      f"peak memory {max(peaks) / 1024:.1f} MB")
+            for megabytes in arguments.sizes.split(","):
+                compare(program, setting, folder, int(megabytes), arguments.rounds)
         finally:
             subprocess.run([CDN, "stop", "--folder", folder / "cdn"], check=True)
 
