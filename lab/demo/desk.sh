@@ -6,7 +6,7 @@ set -euo pipefail
 build=$1
 desk=$2
 shift 2
-here=$(cd "$(dirname "$0")" && pwd)
+project=$(cd "$(dirname "$0")/../.." && pwd)
 programs=$build/lab/bin
 home=$desk/anna
 
@@ -34,14 +34,14 @@ cd "$HOME"
 [ $# = 0 ] || exec "$@"
 
 cat >"$desk/bashrc" <<TEXT
-. '$here/../../packaging/completion/engine-cli.bash'
+. '$project/packaging/completion/engine-cli.bash'
 PS1='anna\\$ '
 TEXT
 cat <<TEXT
 You are anna, at a machine of her own: $home
 The installer is version 1.0, with the package of Rulo damaged. publish-2.0 puts the newer packages beside it.
 Your own scripts go to $desk/bin, which is in the PATH, as is engine-cli.
-The manual page: man $here/../../engines/macos/Sources/engine-cli/engine-cli.1
+The manual page: man $project/engines/macos/Sources/engine-cli/engine-cli.1
 Recipes: protocol/administrators.md. Leave with exit; the next desk is a new one.
 TEXT
 exec bash --rcfile "$desk/bashrc"
