@@ -11,8 +11,8 @@ namespace {
 
 constexpr int kDeepest = 64;
 constexpr std::size_t kLargest = std::size_t{64} << 20U;
-// A bundle of a hundred thousand files has five times as many.
-constexpr std::size_t kMostKeys = 1'000'000;
+// Of one dictionary: more files than any bundle seals.
+constexpr std::size_t kMostKeys = 250'000;
 
 // What the binary form would unfold into. One object may be referred to from many places, so a few
 // bytes can stand for any number of values; the reader below would build them all.
@@ -34,7 +34,7 @@ class BinaryCensus {
 
  private:
   static bool isWidth(std::uint8_t size) { return size == 1 || size == 2 || size == 4 || size == 8; }
-  std::uint64_t limit() const { return std::min(bytes_.size() + 1000, 2 * kMostKeys); }
+  std::uint64_t limit() const { return std::min(bytes_.size() + 1000, 8 * kMostKeys); }
 
   std::optional<std::uint64_t> number(std::uint64_t at, std::uint64_t size) const {
     const auto field = slice(bytes_, at, size);
@@ -112,7 +112,7 @@ class XMLCensus {
       if (isData) textLength_ += tag.size();
       if (isComment || isData) continue;  // a text goes on behind these
       addTag(tag);
-      if (depth_ > kDeepest || keys_ > kMostKeys || moves_ > mostMoves_) return false;
+      if (keys_.size() > kDeepest + 1 || hasTooManyKeys_ || moves_ > mostMoves_) return false;
     }
   }
 
@@ -130,15 +130,15 @@ class XMLCensus {
     moves_ += entities_ * textLength_;
     entities_ = 0;
     textLength_ = 0;
-    if (tag.starts_with("key")) ++keys_;
-    if (isContainer(tag) && !tag.ends_with('/')) ++depth_;
-    if (tag.starts_with('/') && isContainer(tag.substr(1))) --depth_;
+    if (tag.starts_with("key") && ++keys_.back() > kMostKeys) hasTooManyKeys_ = true;
+    if (isContainer(tag) && !tag.ends_with('/')) keys_.push_back(0);
+    if (tag.starts_with('/') && isContainer(tag.substr(1)) && keys_.size() > 1) keys_.pop_back();
   }
 
   std::string_view text_;
   std::uint64_t mostMoves_;
-  int depth_ = 0;
-  std::size_t keys_ = 0;
+  std::vector<std::size_t> keys_{0};  // of the containers that are open, the outermost first
+  bool hasTooManyKeys_ = false;
   std::uint64_t moves_ = 0;  // bytes
   std::uint64_t entities_ = 0;
   std::uint64_t textLength_ = 0;

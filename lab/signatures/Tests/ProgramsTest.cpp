@@ -718,6 +718,26 @@ TEST_F(Programs, ASignedImageIsAcceptedAndTheSourceIsNamed) {
             3);
 }
 
+TEST_F(Programs, AnImageOfTheLabsOwnBuilderIsSignedAndChecked) {
+  const fs::path app = signedApp();
+  const fs::path image = workshop.folder() / "Built.dmg";
+  workshop.write("volume/read me.txt", viewOf("hello"));
+  fs::rename(app, workshop.folder() / "volume/A.app");
+  const ProgramResult built =
+      runProgram(SIGNATURE_TESTS_LAB_DISKIMAGE,
+                 {"--volume-name", "Built", (workshop.folder() / "volume").string(), image.string()});
+  ASSERT_EQ(built.status, 0) << built.text;
+  expectRefused(image, "code object is not signed at all");
+  workshop.sign(image);
+  EXPECT_EQ(verifyTeam(image).status, 0) << verifyTeam(image).text;
+  EXPECT_EQ(assess(image).status, 0) << assess(image).text;
+  for (const std::uint64_t offset : {std::uint64_t{5000}, fs::file_size(image) - 20}) {
+    flipByte(image, offset);
+    EXPECT_EQ(assess(image).status, 3) << "at " << offset;
+    flipByte(image, offset);
+  }
+}
+
 TEST_F(Programs, EveryRegionOfAnImageIsChecked) {
   const fs::path image = signedImage();
   const Bytes good = readFile(image);
