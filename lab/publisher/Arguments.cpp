@@ -1,5 +1,6 @@
 #include "publisher/Arguments.h"
 
+#include <algorithm>
 #include <map>
 
 #include "Platform/URL.h"
@@ -29,10 +30,12 @@ publish puts a disk image where the engine looks for it, with the metadata that 
   --distribution-root NAME, --apps-root NAME, --flavour NAME, --release NAME
                      the build's own names in installer_config.json, where they differ
 
-The image is copied first and the metadata renamed into place last, so that a reader sees the old package or
-the new one. A published image is never changed and never removed: downloads of it may be under way.
+The new package is made ready in a hidden folder beside the old one, and takes its place in one step: whoever
+reads the tree finds the old package or the new one, also when this program is killed. Images that were published
+before stay, and are never changed: downloads of them may be under way.
 
-verify reads every package in the tree as the engine would, and tells what is wrong with it.
+verify reads every package in the tree as the engine would, and tells what is wrong with it. What a publication
+that was cut short has left is told too, and harms nobody; the next publication to the same place clears it.
 
 Exit status: 0 done or sound, 1 not, 64 usage.
 )";
@@ -96,7 +99,8 @@ const char* publishUsage() {
 
 OrReason<PublishArguments> parsePublishArguments(const std::vector<std::string>& words) {
   PublishArguments arguments;
-  if (!words.empty() && (words[0] == "--help" || words[0] == "-h")) return arguments;
+  const auto asksForHelp = [](const std::string& word) { return word == "--help" || word == "-h"; };
+  if (std::ranges::any_of(words, asksForHelp)) return arguments;
   if (words.empty() || (words[0] != "publish" && words[0] != "verify")) {
     return because("say publish or verify; see --help");
   }

@@ -26,6 +26,7 @@ OrReason<> checkTrailer(const std::filesystem::path& image, std::uint64_t size) 
 
 OrReason<ImageFacts> examineImage(const std::filesystem::path& image) {
   std::error_code error;
+  if (!stands(image)) return because("{} isn't there", image.string());
   if (!std::filesystem::is_regular_file(std::filesystem::symlink_status(image, error))) {
     return because("{} is no plain file", image.string());
   }

@@ -1,13 +1,10 @@
 #include "publisher/Publication.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include "nlohmann/json.hpp"
 
 #include "Models/ReleaseNotes.h"
 #include "publisher/Image.h"
-#include "support/Descriptor.h"
+#include "publisher/StagedFolder.h"
 #include "support/Files.h"
 
 namespace lab {
@@ -38,41 +35,23 @@ OrReason<std::optional<std::string>> readNotes(const std::optional<fs::path>& fi
   return std::move(*text);
 }
 
-OrReason<> syncFile(const fs::path& file) {
-  const Descriptor descriptor{open(file.c_str(), O_RDONLY | O_CLOEXEC)};
-  if (!descriptor || fsync(descriptor.number()) != 0) return becauseOfErrno(file.string());
-  return {};
-}
-
-// Under a hidden name first, and checked again there: what was examined is what is published.
+// Checked again where it lies: what was examined is what is published.
 OrReason<> putImage(const fs::path& image, const fs::path& destination, const ImageFacts& facts) {
   if (stands(destination)) {
     const auto published = sha256OfFile(destination);
     if (published && *published == facts.sha256) return {};
     return because("{} is published already, with other bytes; choose another version or --destination",
-                   destination.string());
+                   destination.filename().string());
   }
-  const auto hidden = destination.parent_path() / ("." + destination.filename().string() + ".publishing");
   std::error_code error;
-  fs::copy_file(image, hidden, fs::copy_options::overwrite_existing, error);
-  if (error) {
-    static_cast<void>(removeTree(hidden));
-    return because("{}: {}", hidden.string(), error.message());
+  fs::copy_file(image, destination, error);
+  // Whoever serves the tree is another user as a rule.
+  if (!error) fs::permissions(destination, fs::perms{0644}, error);
+  if (error) return because("{}: {}", destination.string(), error.message());
+  if (sha256OfFile(destination) != facts.sha256) {
+    return because("{} changed while it was published", image.string());
   }
-  const auto copied = sha256OfFile(hidden);
-  const auto synced = syncFile(hidden);
-  if (copied != facts.sha256 || !synced) {
-    static_cast<void>(removeTree(hidden));
-    return synced ? because("{} changed while it was published", image.string()) : synced;
-  }
-  fs::rename(hidden, destination, error);
-  return error ? because("{}: {}", destination.string(), error.message()) : OrReason<>{};
-}
-
-// Notes of an earlier package don't stay beside a package without any.
-OrReason<> putNotes(const fs::path& folder, const std::optional<std::string>& notes) {
-  const auto file = folder / CDNLayout::releaseNotesFileName;
-  return notes ? writeFile(file, *notes) : removeTree(file);
+  return {};
 }
 
 }  // namespace
@@ -85,15 +64,18 @@ OrReason<fs::path> publish(const PublishArguments& arguments) {
 
   const auto folder = folderOf(arguments.tree, layoutOf(arguments.names, arguments.app, arguments.arch));
   std::error_code error;
-  fs::create_directories(folder, error);
-  if (error) return because("{}: {}", folder.string(), error.message());
-  if (auto put = putImage(arguments.image, folder / arguments.destination, *facts); !put) {
-    return std::unexpected(put.error());
-  }
-  if (auto put = putNotes(folder, *notes); !put) return std::unexpected(put.error());
-  if (auto put = writeFile(folder / CDNLayout::metadataFileName, metadataOf(arguments, *facts)); !put) {
-    return std::unexpected(put.error());
-  }
+  fs::create_directories(folder.parent_path(), error);
+  if (error) return because("{}: {}", folder.parent_path().string(), error.message());
+  const std::string metadata{CDNLayout::metadataFileName};
+  const std::string releaseNotes{CDNLayout::releaseNotesFileName};
+  auto staged = StagedFolder::inPlaceOf(folder, {metadata, releaseNotes});
+  if (!staged) return std::unexpected(staged.error());
+  auto put = putImage(arguments.image, staged->path() / arguments.destination, *facts);
+  // Notes of an earlier package don't stay beside a package without any.
+  if (put && *notes) put = writeFile(staged->path() / releaseNotes, **notes);
+  if (put) put = writeFile(staged->path() / metadata, metadataOf(arguments, *facts));
+  if (put) put = staged->commit(metadata);
+  if (!put) return std::unexpected(put.error());
   return folder;
 }
 

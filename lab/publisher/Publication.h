@@ -8,7 +8,8 @@
 
 namespace lab {
 
-// Gives the folder that now describes the package. A failure leaves the metadata as it was.
+// Gives the folder that now describes the package. Readers see the package that was there before or this one,
+// whole, whatever ends the process; a failure leaves everything as it was.
 OrReason<std::filesystem::path> publish(const PublishArguments& arguments);
 
 }  // namespace lab

@@ -79,8 +79,10 @@ OrReason<TreeReport> checkTree(const fs::path& tree) {
        entry.increment(error)) {
     const auto name = entry->path().filename().string();
     if (name.starts_with('.')) {
-      report.problems.push_back(
+      report.leftovers.push_back(
           fmt::format("{}: left over from a publication that was cut short", entry->path().string()));
+      entry.disable_recursion_pending();
+      continue;
     }
     if (name != CDNLayout::metadataFileName) continue;
     const auto folder = entry->path().parent_path();
@@ -93,6 +95,7 @@ OrReason<TreeReport> checkTree(const fs::path& tree) {
     return because("{} holds no package", tree.string());
   std::ranges::sort(report.packages);
   std::ranges::sort(report.problems);
+  std::ranges::sort(report.leftovers);
   return report;
 }
 

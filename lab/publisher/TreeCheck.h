@@ -10,8 +10,9 @@
 namespace lab {
 
 struct TreeReport {
-  std::vector<std::string> packages;  // a line for each sound one
-  std::vector<std::string> problems;  // a line for each thing that is wrong
+  std::vector<std::string> packages;   // a line for each sound one
+  std::vector<std::string> problems;   // a line for each thing that is wrong
+  std::vector<std::string> leftovers;  // a line for each hidden rest of a publication that was cut short
 };
 
 // Fails only when the tree can't be read at all.

@@ -18,6 +18,7 @@ int runVerify(const lab::PublishArguments& arguments) {
   const auto report = lab::checkTree(arguments.tree);
   if (!report) return failed(report.error());
   for (const auto& line : report->packages) fmt::print("{}\n", line);
+  for (const auto& line : report->leftovers) failed(line);
   for (const auto& line : report->problems) failed(line);
   return report->problems.empty() ? 0 : 1;
 }

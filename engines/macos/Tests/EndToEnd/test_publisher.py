@@ -1,8 +1,13 @@
 """lab-publish: what a release engineer puts into a tree, and what she is kept from."""
 
+import ctypes
+import errno
+import fcntl
 import hashlib
 import json
 import os
+import platform
+import struct
 import subprocess
 from pathlib import Path
 
@@ -23,10 +28,10 @@ def image(tmp_path_factory):
     return path
 
 
-def publish(tree, image, **changes):
+def publish(tree, image, child=None, **changes):
     options = {"tree": tree, "app": "brenna", "version": "2.1", "arch": "arm64", "image": image, **changes}
     words = [word for name, value in options.items() for word in (f"--{name.replace('_', '-')}", str(value))]
-    return subprocess.run([PUBLISH, "publish", *words], capture_output=True, text=True, check=False)
+    return subprocess.run([PUBLISH, "publish", *words], capture_output=True, text=True, check=False, preexec_fn=child)
 
 
 def verify(tree):
@@ -119,10 +124,121 @@ def test_finds_a_package_where_nobody_looks(tmp_path, image):
     assert "no installer looks" in verify(tmp_path).stderr
 
 
-def test_finds_the_rest_of_a_publication_that_was_cut_short(tmp_path, image):
-    publish(tmp_path, image)
-    (tmp_path / FOLDER / ".brenna-2.2.dmg.publishing").write_bytes(b"half")
-    assert "cut short" in verify(tmp_path).stderr
+# A publication that ends before its time.
+
+# Where the publisher can be killed, and what the tree then holds.
+KILLED_AT = {
+    "copying_the_image": ("sendfile", "2.1"),
+    "naming_the_metadata": ("rename", "2.1"),
+    "the_way_to_the_disk": ("syncfs", "2.1"),
+    "the_exchange": ("renameat2", "2.1"),
+    "the_way_of_the_exchange_to_the_disk": ("fsync", "2.2"),
+    "clearing_up": ("unlinkat", "2.2"),
+}
+NUMBERS = {
+    "x86_64": {"sendfile": 40, "rename": 82, "syncfs": 306, "renameat2": 316, "fsync": 74, "unlinkat": 263},
+    "aarch64": {"sendfile": 71, "rename": 38, "syncfs": 267, "renameat2": 276, "fsync": 82, "unlinkat": 35},
+}
+KILL, INVALID = 0x80000000, 0x00050000 | errno.EINVAL  # what becomes of the system call
+
+
+def meeting(call, action):
+    """For a child: from here on that system call ends it, or fails."""
+    number = NUMBERS[platform.machine()][call]
+    rules = b"".join(struct.pack("HBBI", *rule) for rule in
+                     [(0x20, 0, 0, 0), (0x15, 0, 1, number), (0x06, 0, 0, action), (0x06, 0, 0, 0x7FFF0000)])
+    rules = ctypes.create_string_buffer(rules, len(rules))
+    program = struct.pack("HxxxxxxP", 4, ctypes.addressof(rules))
+    prctl = ctypes.CDLL(None, use_errno=True).prctl
+
+    def begin():
+        assert prctl(38, 1, 0, 0, 0) == 0 and prctl(22, 2, program, 0, 0) == 0
+        assert rules
+    return begin
+
+
+def publish_twice(tree, image, notes, **options):
+    """Version 2.1 as it should be, then 2.2 with what `options` do to it."""
+    for version in ("2.1", "2.2"):
+        notes.write_text(json.dumps({"releases": [{"version": version, "notes": []}]}))
+        done = publish(tree, image, version=version, notes=notes, **(options if version == "2.2" else {}))
+    return done
+
+
+def holds_whole(tree, version):
+    checked = verify(tree)
+    assert checked.returncode == 0, checked.stderr
+    assert checked.stdout.startswith(f"brenna arm64 {version}: brenna-{version}.dmg, ")
+    notes = json.loads((tree / FOLDER / "release-notes.json").read_text())
+    assert notes["releases"][0]["version"] == version
+    return checked
+
+
+@pytest.mark.skipif(platform.machine() not in NUMBERS, reason="the system calls have other numbers here")
+@pytest.mark.parametrize("place", KILLED_AT)
+def test_leaves_the_old_or_the_new_package_whole_when_killed_at(tmp_path, image, place):
+    tree, notes = tmp_path / "tree", tmp_path / "notes.json"
+    call, version = KILLED_AT[place]
+    assert publish_twice(tree, image, notes, child=meeting(call, KILL)).returncode < 0
+    assert "cut short" in holds_whole(tree, version).stderr
+    assert publish(tree, image, version="2.2", notes=notes).returncode == 0
+    assert holds_whole(tree, "2.2").stderr == ""
+    assert (tree / FOLDER / "brenna-2.1.dmg").exists()
+
+
+@pytest.mark.skipif(platform.machine() not in NUMBERS, reason="the system calls have other numbers here")
+def test_publishes_where_two_folders_cannot_be_exchanged(tmp_path, image):
+    tree, notes = tmp_path / "tree", tmp_path / "notes.json"
+    done = publish_twice(tree, image, notes, child=meeting("renameat2", INVALID))
+    assert done.returncode == 0, done.stderr
+    assert holds_whole(tree, "2.2").stderr == ""
+    assert sorted(path.name for path in (tree / FOLDER).iterdir()) == [
+        "brenna-2.1.dmg", "brenna-2.2.dmg", "meta.json", "release-notes.json"]
+
+
+def test_lets_one_publication_to_a_place_go_on_at_a_time(tmp_path, image):
+    assert publish(tmp_path, image).returncode == 0
+    other = os.open((tmp_path / FOLDER).parent, os.O_RDONLY)
+    fcntl.flock(other, fcntl.LOCK_EX)
+    done = publish(tmp_path, image, version="2.2")
+    os.close(other)
+    assert done.returncode == 1 and "under way" in done.stderr
+    assert verify(tmp_path).stdout.startswith("brenna arm64 2.1: ")
+
+
+def test_keeps_the_images_that_were_published_before(tmp_path, image):
+    assert publish(tmp_path, image).returncode == 0
+    before = (tmp_path / FOLDER / "brenna-2.1.dmg").stat()
+    assert publish(tmp_path, image, version="2.2").returncode == 0
+    after = (tmp_path / FOLDER / "brenna-2.1.dmg").stat()
+    # The same file, so that downloads of it go on under the validator that they began with.
+    assert (after.st_ino, after.st_mtime_ns, after.st_nlink) == (before.st_ino, before.st_mtime_ns, 1)
+
+
+def test_publishes_through_a_link_that_somebody_set(tmp_path, image):
+    folder = tmp_path / FOLDER
+    (tmp_path / "elsewhere").mkdir()
+    folder.parent.mkdir(parents=True)
+    folder.symlink_to(tmp_path / "elsewhere")
+    assert publish(tmp_path, image).returncode == 0
+    assert folder.is_symlink() and (tmp_path / "elsewhere" / "meta.json").exists()
+
+
+def test_publishes_for_whoever_serves_the_tree(tmp_path, image):
+    private = tmp_path / "private.dmg"
+    private.write_bytes(image.read_bytes())
+    private.chmod(0o600)
+    assert publish(tmp_path / "tree", private).returncode == 0
+    assert {path.stat().st_mode & 0o777 for path in (tmp_path / "tree" / FOLDER).iterdir()} == {0o644}
+
+
+def test_refuses_to_touch_a_folder_that_is_no_publication(tmp_path, image):
+    assert publish(tmp_path, image).returncode == 0
+    (tmp_path / FOLDER / "mine").mkdir()
+    done = publish(tmp_path, image, version="2.2")
+    assert done.returncode == 1 and "none belongs there" in done.stderr
+    assert (tmp_path / FOLDER / "mine").is_dir()
+    assert verify(tmp_path).stdout.startswith("brenna arm64 2.1: ")
 
 
 def test_does_not_call_an_empty_tree_sound(tmp_path):
@@ -133,4 +249,6 @@ def test_does_not_call_an_empty_tree_sound(tmp_path):
 def test_helps(tmp_path):
     done = subprocess.run([PUBLISH, "--help"], capture_output=True, text=True, check=False)
     assert done.returncode == 0 and "verify" in done.stdout
+    again = subprocess.run([PUBLISH, "publish", "--tree", tmp_path, "--help"], capture_output=True, text=True, check=False)
+    assert again.stdout == done.stdout
     assert subprocess.run([PUBLISH], capture_output=True, check=False).returncode == 64
