@@ -189,6 +189,31 @@ TEST_F(OnlineDownload, ResumesAfterADroppedConnection) {
   EXPECT_EQ(machine.logLines("WARN OnlinePackageProvider: Retrying download in 5s (attempt 1/3)").size(), 1U);
 }
 
+// The session's own limit of sixty seconds without a byte.
+TEST_F(OnlineDownload, ResumesATransferThatStalls) {
+  package().stallsNext(700);
+  acquireToTheEnd();
+  EXPECT_THAT(outcomes, ElementsAre(acquired()));
+  EXPECT_THAT(transfers(), ElementsAre("GET " + packageURL, "GET " + packageURL + " from 700"));
+  EXPECT_THAT(transferTimes(), ElementsAre(0s, 65s));
+  EXPECT_EQ(machine.logLines("WARN Network error detected: NSURLErrorDomain code -1001: ").size(), 1U);
+}
+
+TEST_F(OnlineDownload, GivesUpAServerThatNeverAnswers) {
+  package().neverAnswers();
+  acquireToTheEnd();
+  EXPECT_THAT(transferTimes(), ElementsAre(0s, 65s, 135s, 210s));
+  EXPECT_THAT(outcomes, ElementsAre(::testing::StartsWith("DOWNLOAD_FAILED Download failed: ")));
+}
+
+// Bytes that trickle in keep a transfer alive, however long it takes.
+TEST_F(OnlineDownload, WaitsForASlowDrip) {
+  package().inPieces(100, 50s);
+  acquireToTheEnd();
+  EXPECT_THAT(outcomes, ElementsAre(acquired()));
+  EXPECT_EQ(transfers().size(), 1U);
+}
+
 TEST_F(OnlineDownload, RetriesAfterFiveTenAndFifteenSeconds) {
   package().fails(URLErrorCode::cannotConnectToHost, "nobody there");
   acquireToTheEnd();
@@ -251,6 +276,14 @@ TEST_F(OnlineDownload, DoesNotRetryOtherErrors) {
   acquireToTheEnd();
   EXPECT_EQ(transfers().size(), 1U);
   EXPECT_THAT(outcomes, ElementsAre("DOWNLOAD_FAILED Download failed: no TLS"));
+}
+
+// A name that isn't found is no connection that was lost.
+TEST_F(OnlineDownload, DoesNotRetryANameThatIsNotFound) {
+  package().fails(URLErrorCode::cannotFindHost, "no such host");
+  acquireToTheEnd();
+  EXPECT_EQ(transfers().size(), 1U);
+  EXPECT_THAT(outcomes, ElementsAre("DOWNLOAD_FAILED Download failed: no such host"));
 }
 
 TEST_F(OnlineDownload, FailsOnAnErrorPage) {

@@ -45,6 +45,11 @@ ServerResource& ServerResource::dropsAlways(std::size_t bytes, std::int64_t code
   return *this;
 }
 
+ServerResource& ServerResource::stallsNext(std::size_t bytes) {
+  next_.push_back({.dropsAfter = bytes, .dropCode = URLErrorCode::timedOut, .stalls = true});
+  return *this;
+}
+
 ServerResource& ServerResource::fails(std::int64_t code, std::string description) {
   lasting_ = failing(code, std::move(description));
   return *this;

@@ -31,6 +31,7 @@ struct ServerAnswer {
   std::string errorDescription{};
   std::optional<std::size_t> dropsAfter{};  // body bytes of this transfer, after which the connection is lost
   std::int64_t dropCode = URLErrorCode::networkConnectionLost;
+  bool stalls = false;  // rather than drops: silence, until the request's own timeout
 };
 
 // The script of one URL. "Next" answers come first, one per request, in the order in which they were added;
@@ -42,6 +43,8 @@ class ServerResource {
   // The connection is lost after `bytes` of the body that `answers` gave (or will give), next time or always.
   ServerResource& dropsNext(std::size_t bytes, std::int64_t code = URLErrorCode::networkConnectionLost);
   ServerResource& dropsAlways(std::size_t bytes, std::int64_t code = URLErrorCode::networkConnectionLost);
+  // After `bytes` of the body nothing more comes, until the request's own timeout.
+  ServerResource& stallsNext(std::size_t bytes);
   ServerResource& fails(std::int64_t code, std::string description = {});
   ServerResource& failsNext(std::int64_t code, std::string description = {});
   ServerResource& redirects(std::string location, int status = 302);

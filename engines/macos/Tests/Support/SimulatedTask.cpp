@@ -150,8 +150,14 @@ void SimulatedTask::receivePiece() {
                     expected = expected_] { delegate->didWriteData(self, written, expected); });
   }
   if (position_ < limit) return later(resource_->pieceInterval_, &SimulatedTask::receivePiece);
-  if (limit < answer_.body.size()) return end(lost());
+  if (limit < answer_.body.size()) {
+    return answer_.stalls ? later(request_->timeoutInterval, &SimulatedTask::breakOff) : breakOff();
+  }
   later(Duration{0}, &SimulatedTask::finish);
+}
+
+void SimulatedTask::breakOff() {
+  end(lost());
 }
 
 Error SimulatedTask::lost() const {

@@ -55,6 +55,7 @@ class SimulatedTask : public URLSessionTask, public std::enable_shared_from_this
   void follow(const std::optional<URLRequest>& decision);
   void begin();
   void receivePiece();
+  void breakOff();
   void later(Duration delay, void (SimulatedTask::*step)());
   void finish();
   void finishDownload();

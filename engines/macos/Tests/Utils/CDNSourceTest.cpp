@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -202,6 +203,14 @@ TEST_F(CDN, IsTransientWhenTheServerStaysSilent) {
   EXPECT_EQ(machine.dispatch.elapsed(), 15s);
 }
 
+// A cancellation that no refusal stands behind is a failed attempt like any other.
+TEST_F(CDN, IsTransientWhenATaskIsCancelledThatWasNotRefused) {
+  meta("arm64").fails(URLErrorCode::cancelled, "cancelled");
+  EXPECT_EQ(outcome(), "transient");
+  EXPECT_EQ(machine.logLines("WARN CDNSource: fetch failed for Kelo Brenna (meta.json): cancelled").size(),
+            1U);
+}
+
 TEST_F(CDN, IsUntrustedWhenARefusedRedirectEndsAsCancellation) {
   machine.network.setRefusalEndsAs(RefusalEndsAs::cancellation);
   meta("arm64").redirects("https://evil.example/meta.json");
@@ -244,6 +253,25 @@ TEST_F(CDN, ReadsReleaseNotesNewestFirst) {
   std::vector<std::string> versions;
   for (const auto& release : notes->releases) versions.push_back(release.version);
   EXPECT_THAT(versions, ElementsAre("2.0", "1.10", "1.9", "1.2", "1.2.1"));
+}
+
+TEST_F(CDN, ReadsReleaseNotesLongerThanAnyHistoryInTheSameOrder) {
+  constexpr int count = 2'000;
+  std::string releases;
+  for (int i = 0; i < count; ++i) {
+    releases += fmt::format(R"({}{{"version": "{}", "notes": ["{}"]}})", i == 0 ? "" : ",", i / 2, i);
+  }
+  machine.network.on(folder("brenna", "arm64") + "release-notes.json")
+      .answers(200, R"({"releases": [)" + releases + "]}");
+  const auto notes = fetchNotes(AppIdentifier::brenna);
+  ASSERT_TRUE(notes);
+  ASSERT_EQ(notes->releases.size(), std::size_t{count});
+  for (int i = 0; i < count; ++i) {
+    const int version = count / 2 - 1 - i / 2;
+    const auto& release = notes->releases.at(static_cast<std::size_t>(i));
+    ASSERT_EQ(release.version, std::to_string(version));
+    ASSERT_EQ(release.notes, std::vector<std::string>{std::to_string(2 * version + i % 2)});
+  }
 }
 
 TEST_F(CDN, DoesNotLookForReleaseNotesElsewhere) {

@@ -45,17 +45,36 @@ std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, std::s
   return CDNPackage{*folder, std::move(*meta)};
 }
 
+using Releases = std::vector<ReleaseNotes::Entry>;
+
+bool isNewer(const ReleaseNotes::Entry& one, const ReleaseNotes::Entry& other) {
+  return compareVersion(one.version, other.version) == ComparisonResult::descending;
+}
+
 // Each entry moves up past those that it is newer than and no further, so that position in the file is the
-// tie-break. The standard sorts need an order in which "the same" carries over from one pair to the next, and
-// it doesn't here: "1.2" is the same as "1.2.1" and as "1.2.2".
-void sortNewestFirst(std::vector<ReleaseNotes::Entry>& releases) {
-  for (auto entry = releases.begin(); entry != releases.end(); ++entry) {
+// tie-break.
+void sortShort(Releases::iterator begin, Releases::iterator end) {
+  for (auto entry = begin; entry != end; ++entry) {
     auto place = entry;
-    while (place != releases.begin() &&
-           compareVersion(entry->version, std::prev(place)->version) == ComparisonResult::descending) {
-      --place;
-    }
+    while (place != begin && isNewer(*entry, *std::prev(place))) --place;
     std::rotate(place, entry, std::next(entry));
+  }
+}
+
+// The standard sorts need an order in which "the same" carries over from one pair to the next, and it doesn't
+// here: "1.2" is the same as "1.2.1" and as "1.2.2". Merging needs none. What is longer than any history is
+// merged from short pieces, so that nobody is kept busy by it.
+void sortNewestFirst(Releases& releases) {
+  constexpr std::ptrdiff_t shortLength = 32;
+  const auto count = static_cast<std::ptrdiff_t>(releases.size());
+  const auto at = [&](std::ptrdiff_t place) { return releases.begin() + std::min(place, count); };
+  for (std::ptrdiff_t place = 0; place < count; place += shortLength) {
+    sortShort(at(place), at(place + shortLength));
+  }
+  for (auto width = shortLength; width < count; width *= 2) {
+    for (std::ptrdiff_t place = 0; place < count; place += 2 * width) {
+      std::inplace_merge(at(place), at(place + width), at(place + 2 * width), isNewer);
+    }
   }
 }
 
