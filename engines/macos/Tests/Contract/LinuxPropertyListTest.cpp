@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "Platform/Linux/LinuxPropertyList.h"
-#include "Platform/Linux/PropertyListBounds.h"
+#include "Platform/POSIX/PropertyListBounds.h"
 
 namespace installer::test {
 namespace {

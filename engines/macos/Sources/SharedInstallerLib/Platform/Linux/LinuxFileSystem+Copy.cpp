@@ -1,10 +1,11 @@
 #include <fcntl.h>
 
 #include "Platform/Linux/LinuxFileSystem.h"
-#include "Platform/Linux/StagedCopy.h"
 #include "Platform/Linux/TreeCopier.h"
 #include "Platform/POSIX/FileErrors.h"
 #include "Platform/POSIX/FileTree.h"
+#include "Platform/POSIX/StagedCopy.h"
+#include "Platform/POSIX/VolumeCalls.h"
 
 namespace installer {
 

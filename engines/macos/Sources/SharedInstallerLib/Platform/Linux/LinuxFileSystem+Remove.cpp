@@ -1,13 +1,9 @@
-#include <algorithm>
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include "Platform/Linux/LinuxFileSystem.h"
-#include "Platform/Linux/StagedCopy.h"
 #include "Platform/POSIX/FileErrors.h"
 #include "Platform/POSIX/FileTree.h"
-#include "Platform/POSIX/HiddenSibling.h"
+#include "Platform/POSIX/StagedRemoval.h"
 
 namespace installer {
 
@@ -19,60 +15,6 @@ FileDescriptor openParent(const Path& path) {
   return FileDescriptor{::open(parent.empty() ? "." : parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
 }
 
-bool isFolder(int parent, const char* name) {
-  const auto status = linkStatus(parent, name);
-  return status && S_ISDIR(status->st_mode);
-}
-
-bool mayChange(int folder) {
-  return ::faccessat(folder, ".", W_OK | X_OK, AT_EACCESS) == 0;
-}
-
-// Would everything in there let itself be removed, as far as permissions tell? An empty folder asks for none.
-bool letsGoOfAll(int parent, const char* name, int depth) {
-  const auto status = linkStatus(parent, name);
-  if (!status) return errno == ENOENT;  // gone meanwhile
-  if (!S_ISDIR(status->st_mode)) return true;
-  const FileDescriptor inside = openFolder(parent, name);
-  const auto names = inside ? namesIn(inside.get()) : std::nullopt;
-  if (!names) return false;
-  if (names->empty()) return true;
-  if (depth == deepestFolder) errno = ENAMETOOLONG;
-  if (depth == deepestFolder || !mayChange(inside.get())) return false;
-  return std::ranges::all_of(
-      *names, [&](const std::string& entry) { return letsGoOfAll(inside.get(), entry.c_str(), depth + 1); });
-}
-
-// Where a rename can't put a folder aside although it could be emptied where it stands: a mount point, a
-// folder of an overlay's lower layer, a volume without room for another name.
-bool isOnlyAboutRenaming(int reason) {
-  return reason == EBUSY || reason == EXDEV || reason == ENOSPC || reason == EDQUOT;
-}
-
-// Nothing is taken when permissions would stop the removal half-way. A folder with a visible name is put
-// aside first, so that a kill in mid-removal leaves nothing half under it. What can't be removed goes back,
-// as far as it is still there.
-bool removeFolder(int parent, const std::string& name) {
-  if (!mayChange(parent) || !letsGoOfAll(parent, name.c_str(), 0)) return false;
-  if (name.front() == '.') return removeTree(parent, name.c_str(), TreeOwner::anyone);
-
-  const HiddenSibling aside{parent, name, "kelo-remove"};
-  aside.clearLeftovers();
-  if (!renameWithoutReplacing(parent, name.c_str(), parent, aside.name())) {
-    return isOnlyAboutRenaming(errno) && removeTree(parent, name.c_str(), TreeOwner::anyone);
-  }
-  if (removeTree(parent, aside.name(), TreeOwner::anyone)) return true;
-  const int reason = errno;
-  (void)renameWithoutReplacing(parent, aside.name(), parent, name.c_str());
-  errno = reason;
-  return false;
-}
-
-bool removeAny(int parent, const std::string& name) {
-  if (isFolder(parent, name.c_str())) return removeFolder(parent, name);
-  return removeTree(parent, name.c_str(), TreeOwner::anyone);
-}
-
 }  // namespace
 
 Result<> LinuxFileSystem::removeItem(const Path& path) {
@@ -81,7 +23,10 @@ Result<> LinuxFileSystem::removeItem(const Path& path) {
   if (usable == "/") return fileFailure(FileAccess::write, EPERM, path, "removed");
   if (!usable) return fileFailure(FileAccess::write, errno, path, "removed");
   const FileDescriptor parent = openParent(*usable);
-  if (!parent || !removeAny(parent.get(), lastPathComponent(*usable))) {
+  const auto remove = [&parent](const char* name) {
+    return removeTree(parent.get(), name, TreeOwner::anyone);
+  };
+  if (!parent || !removeStaged(parent.get(), lastPathComponent(*usable), remove)) {
     return fileFailure(FileAccess::write, errno, path, "removed");
   }
   return {};

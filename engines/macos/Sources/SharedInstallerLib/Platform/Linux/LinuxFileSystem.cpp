@@ -24,20 +24,6 @@ bool grants(const Path& path, int mode) {
   return path.find('\0') == Path::npos && ::faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
 }
 
-// A regular file for reading. Not blocking at the opening, so that a pipe under the name can't hold us up.
-FileDescriptor openRegular(const Path& path) {
-  const auto usable = usablePath(path);
-  if (!usable) return {};
-  FileDescriptor file{
-      retryInterrupted([&] { return ::open(usable->c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); })};
-  struct stat status{};
-  if (!file || ::fstat(file.get(), &status) != 0) return {};
-  if (S_ISREG(status.st_mode)) return file;
-  file.reset();
-  errno = S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP;
-  return file;
-}
-
 class LinuxFileReader : public FileReader {
  public:
   LinuxFileReader(FileDescriptor file, Path path) : file_{std::move(file)}, path_{std::move(path)} {}

@@ -8,7 +8,7 @@
 #include <optional>
 #include <plist/plist.h>
 
-#include "Platform/Linux/PropertyListBounds.h"
+#include "Platform/POSIX/PropertyListBounds.h"
 
 namespace installer {
 

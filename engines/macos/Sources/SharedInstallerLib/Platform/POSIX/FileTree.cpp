@@ -59,6 +59,19 @@ FileDescriptor openFolder(int folder, const char* name) {
   return FileDescriptor{::openat(folder, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)};
 }
 
+FileDescriptor openRegular(const Path& path) {
+  const auto usable = usablePath(path);
+  if (!usable) return {};
+  FileDescriptor file{
+      retryInterrupted([&] { return ::open(usable->c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK); })};
+  struct stat status{};
+  if (!file || ::fstat(file.get(), &status) != 0) return {};
+  if (S_ISREG(status.st_mode)) return file;
+  file.reset();
+  errno = S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP;
+  return file;
+}
+
 bool writeAll(int descriptor, std::string_view bytes) {
   while (!bytes.empty()) {
     const auto written = retryInterrupted([&] { return ::write(descriptor, bytes.data(), bytes.size()); });

@@ -28,6 +28,10 @@ std::optional<std::vector<std::string>> namesIn(int folder);
 // Opens the directory `name` of `folder`, not through a link.
 FileDescriptor openFolder(int folder, const char* name);
 
+// A regular file for reading; absent with errno set. Not blocking at the opening, so that a pipe under the
+// name can't hold us up.
+FileDescriptor openRegular(const Path& path);
+
 // Writes all of it; false with errno set.
 bool writeAll(int descriptor, std::string_view bytes);
 

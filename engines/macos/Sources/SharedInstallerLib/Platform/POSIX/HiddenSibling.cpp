@@ -31,6 +31,16 @@ bool isActive(const std::string& name) {
   return active().names.contains(name);
 }
 
+// A name may be 255 bytes long; what is put around it needs a few of them. No character is cut in two: some
+// volumes refuse a name that isn't UTF-8.
+std::string shortened(const std::string& name) {
+  constexpr std::size_t longest = 200;
+  if (name.size() <= longest) return name;
+  std::size_t end = longest;
+  while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U) --end;
+  return name.substr(0, end);
+}
+
 std::string claimName(const std::string& prefix) {
   const std::lock_guard lock{active().mutex};
   std::string name = fmt::format("{}{}", prefix, ::getpid());
@@ -49,8 +59,7 @@ bool processLives(pid_t process) {
 
 HiddenSibling::HiddenSibling(int folder, const std::string& name, const char* purpose)
     : folder_{folder},
-      // A name may be 255 bytes long; what is put around it needs a few of them.
-      prefix_{fmt::format(".{}.{}-", name.substr(0, 200), purpose)},
+      prefix_{fmt::format(".{}.{}-", shortened(name), purpose)},
       claimed_{claimName(prefix_)} {
 }
 

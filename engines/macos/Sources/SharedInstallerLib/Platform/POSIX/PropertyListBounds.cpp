@@ -1,4 +1,4 @@
-#include "Platform/Linux/PropertyListBounds.h"
+#include "Platform/POSIX/PropertyListBounds.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,23 +1,12 @@
-#include "Platform/Linux/StagedCopy.h"
+#include "Platform/POSIX/StagedCopy.h"
 
 #include <cerrno>
-#include <cstdio>
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "Platform/POSIX/FileTree.h"
+#include "Platform/POSIX/VolumeCalls.h"
 
 namespace installer {
-
-bool renameWithoutReplacing(int oldFolder, const char* oldName, int newFolder, const char* newName) {
-  if (::renameat2(oldFolder, oldName, newFolder, newName, RENAME_NOREPLACE) == 0) return true;
-  if (errno != EINVAL && errno != ENOSYS) return false;
-  if (linkStatus(newFolder, newName)) {
-    errno = EEXIST;
-    return false;
-  }
-  return ::renameat(oldFolder, oldName, newFolder, newName) == 0;
-}
 
 StagedCopy::StagedCopy(int folder, const std::string& name)
     : folder_{folder}, name_{name}, sibling_{folder, name, "kelo-copy"} {
@@ -31,7 +20,7 @@ StagedCopy::~StagedCopy() {
 
 bool StagedCopy::commit() {
   // The bytes before the name: on a disk that loses power a name can stand without the bytes that came first.
-  if (::syncfs(folder_) != 0) return false;
+  if (!flushVolume(folder_)) return false;
   committed_ = renameWithoutReplacing(folder_, stagingName(), folder_, name_.c_str());
   // And the name before anybody relies on it, such as a move that removes the original next.
   if (committed_) (void)::fsync(folder_);

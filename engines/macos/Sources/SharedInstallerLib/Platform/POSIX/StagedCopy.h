@@ -32,8 +32,4 @@ class StagedCopy {
   bool committed_ = false;
 };
 
-// Renames without ever replacing: EEXIST when something stands at the new name. On a volume that can't do
-// that in one step the test comes right before the rename.
-bool renameWithoutReplacing(int oldFolder, const char* oldName, int newFolder, const char* newName);
-
 }  // namespace installer

@@ -1,0 +1,25 @@
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "Platform/POSIX/FileTree.h"
+#include "Platform/POSIX/VolumeCalls.h"
+
+namespace installer {
+
+bool renameWithoutReplacing(int oldFolder, const char* oldName, int newFolder, const char* newName) {
+  if (::renameat2(oldFolder, oldName, newFolder, newName, RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  if (linkStatus(newFolder, newName)) {
+    errno = EEXIST;
+    return false;
+  }
+  return ::renameat(oldFolder, oldName, newFolder, newName) == 0;
+}
+
+bool flushVolume(int folder) {
+  return ::syncfs(folder) == 0;
+}
+
+}  // namespace installer

@@ -1,0 +1,15 @@
+// What every host asks of a volume, and each by a system call of its own.
+#pragma once
+
+namespace installer {
+
+// Gives the entry `oldName` of the open directory `oldFolder` the name `newName` in `newFolder`, and never
+// replaces anything. False with errno set: EEXIST when something stands at the new name, be it a link that
+// leads nowhere. On a volume that can't do that in one step the test comes right before the rename.
+bool renameWithoutReplacing(int oldFolder, const char* oldName, int newFolder, const char* newName);
+
+// What was written on the volume of the open directory `folder` is on the disk when this returns. False with
+// errno set.
+bool flushVolume(int folder);
+
+}  // namespace installer
