@@ -243,8 +243,9 @@ class Header:
     def _property(self):
         attributes = self._list(")") if self._skip("(") else []
         tokens = self._until(";")
-        return Member(tokens[-1], "class" in attributes, False, self._type(tokens[:-1]),
-                      readonly="readonly" in attributes)
+        # A block has its name inside: void (^name)(...).
+        name = tokens.pop(tokens.index("^") + 1 if "^" in tokens else -1)
+        return Member(name, "class" in attributes, False, self._type(tokens), readonly="readonly" in attributes)
 
     def _method(self, static):
         self._next("(")

@@ -13,7 +13,6 @@
 
 typedef double NSTimeInterval;
 typedef NSUInteger NSStringEncoding;
-typedef NSUInteger NSDataReadingOptions;
 typedef NSUInteger NSDataWritingOptions;
 typedef NSString* NSURLResourceKey;
 typedef NSString* NSFileAttributeKey;
@@ -45,9 +44,6 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 
 @interface NSData : NSObject
 + (instancetype)dataWithBytes:(const void*)bytes length:(NSUInteger)length;
-+ (instancetype)dataWithContentsOfFile:(NSString*)path
-                               options:(NSDataReadingOptions)options
-                                 error:(NSError**)error;
 - (BOOL)writeToFile:(NSString*)path options:(NSDataWritingOptions)options error:(NSError**)error;
 @property(readonly) NSUInteger length;
 @property(readonly) const void* bytes;
@@ -116,6 +112,7 @@ extern NSURLResourceKey const NSURLVolumeAvailableCapacityKey;
 
 @interface NSDirectoryEnumerator<ObjectType> : NSEnumerator <ObjectType>
 - (void)skipDescendants;
+@property(readonly) NSUInteger level;
 @end
 
 typedef NSUInteger NSDirectoryEnumerationOptions;
@@ -149,13 +146,17 @@ extern NSFileAttributeKey const NSFileSystemFreeSize;
 
 @interface NSFileHandle : NSObject
 @property(class, readonly) NSFileHandle* fileHandleWithNullDevice;
-+ (instancetype)fileHandleForReadingFromURL:(NSURL*)url error:(NSError**)error;
+- (instancetype)initWithFileDescriptor:(int)descriptor closeOnDealloc:(BOOL)closes;
+@property(readonly) int fileDescriptor;
 - (NSData*)readDataUpToLength:(NSUInteger)length error:(NSError**)error;
+- (NSData*)readDataToEndOfFileAndReturnError:(NSError**)error;
+- (BOOL)closeAndReturnError:(NSError**)error;
 @end
 
 @interface NSPipe : NSObject
 + (NSPipe*)pipe;
 @property(readonly) NSFileHandle* fileHandleForReading;
+@property(readonly) NSFileHandle* fileHandleForWriting;
 @end
 
 typedef NSInteger NSTaskTerminationReason;
@@ -169,18 +170,17 @@ enum : NSTaskTerminationReason { NSTaskTerminationReasonUncaughtSignal = 2 };
 @property(retain) id standardError;
 @property(readonly) int terminationStatus;
 @property(readonly) NSTaskTerminationReason terminationReason;
+@property(copy) void (^terminationHandler)(NSTask* task);
 - (BOOL)launchAndReturnError:(NSError**)error;
-- (void)waitUntilExit;
 @end
 
 @interface NSBundle : NSObject
 @property(class, readonly) NSBundle* mainBundle;
-- (instancetype)initWithPath:(NSString*)path;
-@property(readonly) NSDictionary* infoDictionary;
 @property(readonly) NSURL* resourceURL;
 @end
 
 typedef NSUInteger NSPropertyListFormat;
+enum : NSPropertyListFormat { NSPropertyListOpenStepFormat = 1, NSPropertyListXMLFormat_v1_0 = 100 };
 typedef NSUInteger NSPropertyListMutabilityOptions;
 typedef NSPropertyListMutabilityOptions NSPropertyListReadOptions;
 enum : NSPropertyListMutabilityOptions { NSPropertyListImmutable = 0 };

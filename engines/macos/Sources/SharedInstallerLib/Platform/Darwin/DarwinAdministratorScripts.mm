@@ -15,6 +15,11 @@ ScriptErrorDictionary errorDictionary(NSDictionary* problem) {
   return json(problem);
 }
 
+// What isn't text can't be handed to a script, and must not become another command on the way.
+ScriptErrorDictionary notText() {
+  return Json{{"NSAppleScriptErrorMessage", "The command isn’t UTF-8 text."}};
+}
+
 // This very process: {0, kCurrentProcess}.
 NSAppleEventDescriptor* currentProcess() {
   const ProcessSerialNumber number{0, kCurrentProcess};
@@ -24,16 +29,15 @@ NSAppleEventDescriptor* currentProcess() {
 }
 
 // "Call the handler `name` with one argument", as the script's own callers would send it.
-NSAppleEventDescriptor* subroutineEvent(NSAppleEventDescriptor* target, const std::string& name,
-                                        const std::string& argument) {
+NSAppleEventDescriptor* subroutineEvent(NSAppleEventDescriptor* target, NSString* name, NSString* argument) {
   NSAppleEventDescriptor* event = [[NSAppleEventDescriptor alloc] initWithEventClass:kASAppleScriptSuite
                                                                              eventID:kASSubroutineEvent
                                                                     targetDescriptor:target
                                                                             returnID:kAutoGenerateReturnID
                                                                        transactionID:kAnyTransactionID];
   NSAppleEventDescriptor* arguments = [NSAppleEventDescriptor listDescriptor];
-  [arguments insertDescriptor:[NSAppleEventDescriptor descriptorWithString:nsString(argument)] atIndex:1];
-  [event setParamDescriptor:[NSAppleEventDescriptor descriptorWithString:nsString(name)]
+  [arguments insertDescriptor:[NSAppleEventDescriptor descriptorWithString:argument] atIndex:1];
+  [event setParamDescriptor:[NSAppleEventDescriptor descriptorWithString:name]
                  forKeyword:keyASSubroutineName];
   [event setParamDescriptor:arguments forKeyword:keyDirectObject];
   return event;
@@ -46,10 +50,13 @@ class DarwinAdministratorScript final : public AdministratorScript {
   std::expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
                                                                  const std::string& argument) override {
     @autoreleasepool {
+      NSString* handler = nsString(name);
+      NSString* command = nsString(argument);
+      if (handler == nil || command == nil) return notText();
       NSAppleEventDescriptor* target = currentProcess();
       if (target == nil) return std::unexpected(EventFailure::noTarget);
       NSDictionary* problem = nil;
-      [script_ executeAppleEvent:subroutineEvent(target, name, argument) error:&problem];
+      [script_ executeAppleEvent:subroutineEvent(target, handler, command) error:&problem];
       return errorDictionary(problem);
     }
   }
@@ -69,9 +76,12 @@ class DarwinAdministratorScript final : public AdministratorScript {
 class DarwinAdministratorScripts final : public AdministratorScripts {
  public:
   std::unique_ptr<AdministratorScript> make(const std::string& source) override {
-    NSAppleScript* script = [[NSAppleScript alloc] initWithSource:nsString(source)];
-    if (script == nil) return nullptr;
-    return std::make_unique<DarwinAdministratorScript>(script);
+    @autoreleasepool {
+      NSString* text = nsString(source);
+      NSAppleScript* script = text != nil ? [[NSAppleScript alloc] initWithSource:text] : nil;
+      if (script == nil) return nullptr;
+      return std::make_unique<DarwinAdministratorScript>(script);
+    }
   }
 };
 

@@ -1,4 +1,7 @@
-// `Bundles` on NSBundle. No object is kept, because one object answers from memory for as long as it lives.
+// `Bundles` on NSBundle and on what CoreFoundation reads for it. NSBundle hands out one object for a path for
+// as long as anybody holds it, and that object answers from memory, so the information is read from the
+// directory itself each time.
+#import <CoreFoundation/CoreFoundation.h>
 #import <Foundation/Foundation.h>
 
 #import "Platform/Darwin/DarwinFoundation.h"
@@ -8,15 +11,23 @@ namespace installer::darwin {
 
 namespace {
 
+bool isDirectory(NSString* path) {
+  BOOL directory = NO;
+  return path != nil && [[NSFileManager defaultManager] fileExistsAtPath:path isDirectory:&directory] &&
+         directory;
+}
+
 class DarwinBundles final : public Bundles {
  public:
   std::shared_ptr<const Bundle> read(const Path& path) override {
     @autoreleasepool {
-      NSBundle* found = [[NSBundle alloc] initWithPath:nsString(path)];
-      if (found == nil) return nullptr;
+      NSURL* url = fileURL(path);
+      if (url == nil || !isDirectory(url.path)) return nullptr;
       auto bundle = std::make_shared<Bundle>();
       bundle->path = path;
-      if (found.infoDictionary != nil) bundle->infoDictionary = json(found.infoDictionary);
+      NSDictionary* information =
+          (__bridge_transfer NSDictionary*)CFBundleCopyInfoDictionaryInDirectory((__bridge CFURLRef)url);
+      if (information != nil) bundle->infoDictionary = json(information);
       return bundle;
     }
   }

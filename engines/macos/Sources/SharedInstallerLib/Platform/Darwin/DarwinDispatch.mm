@@ -3,6 +3,7 @@
 
 #include <dispatch/dispatch.h>
 
+#include <algorithm>
 #include <mutex>
 
 #include "Platform/Darwin/DarwinServices.h"
@@ -22,9 +23,23 @@ qos_class_t qosClass(QualityOfService quality) {
   }
 }
 
-dispatch_time_t fromNow(Duration delay) {
-  return dispatch_time(DISPATCH_TIME_NOW,
-                       static_cast<std::int64_t>(delay.count() * static_cast<double>(NSEC_PER_SEC)));
+// An endless wait written as a number mustn't overflow the clock; a negative one is over at once.
+std::int64_t nanoseconds(Duration duration) {
+  constexpr Duration longest = std::chrono::hours{24 * 365};
+  if (!(duration > Duration::zero())) return 0;
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::min(duration, longest)).count();
+}
+
+dispatch_time_t fromNow(Duration delay) { return dispatch_time(DISPATCH_TIME_NOW, nanoseconds(delay)); }
+
+// What Foundation leaves to be released is released when the work is done, and not when the system gets to
+// it.
+dispatch_block_t pooled(Work work) {
+  return ^{
+    @autoreleasepool {
+      work();
+    }
+  };
 }
 
 class DarwinSerialQueue final : public SerialQueue {
@@ -33,11 +48,7 @@ class DarwinSerialQueue final : public SerialQueue {
       : queue_{dispatch_queue_create(label.c_str(), dispatch_queue_attr_make_with_qos_class(
                                                         DISPATCH_QUEUE_SERIAL, qosClass(quality), 0))} {}
 
-  void async(Work work) override {
-    dispatch_async(queue_, ^{
-      work();
-    });
-  }
+  void async(Work work) override { dispatch_async(queue_, pooled(std::move(work))); }
 
  private:
   dispatch_queue_t queue_;
@@ -58,17 +69,23 @@ class DarwinSemaphore final : public Semaphore {
   dispatch_semaphore_t semaphore_;
 };
 
+// An interval of nothing would keep a processor busy with doing nothing.
+constexpr std::uint64_t kShortestPause = NSEC_PER_MSEC;
+
 class DarwinTimer final : public Timer {
  public:
   DarwinTimer(Duration interval, Work handler)
       : source_{dispatch_source_create(DISPATCH_SOURCE_TYPE_TIMER, 0, 0,
                                        dispatch_get_global_queue(QOS_CLASS_DEFAULT, 0))} {
-    const auto nanoseconds = static_cast<std::uint64_t>(interval.count() * static_cast<double>(NSEC_PER_SEC));
+    const auto pause =
+        std::max<std::uint64_t>(static_cast<std::uint64_t>(nanoseconds(interval)), kShortestPause);
     auto state = state_;
-    dispatch_source_set_timer(source_, DISPATCH_TIME_NOW, nanoseconds, 0);
+    dispatch_source_set_timer(source_, DISPATCH_TIME_NOW, pause, 0);
     dispatch_source_set_event_handler(source_, ^{
-      const std::lock_guard lock{state->mutex};
-      if (!state->cancelled) handler();
+      @autoreleasepool {
+        const std::lock_guard lock{state->mutex};
+        if (!state->cancelled) handler();
+      }
     });
     dispatch_resume(source_);
   }
@@ -97,22 +114,18 @@ class DarwinDispatch final : public Dispatch {
  public:
   bool isMainThread() override { return [NSThread isMainThread]; }
 
-  void asyncMain(Work work) override {
-    dispatch_async(dispatch_get_main_queue(), ^{
-      work();
-    });
-  }
+  void asyncMain(Work work) override { dispatch_async(dispatch_get_main_queue(), pooled(std::move(work))); }
 
   void asyncMainAfter(Duration delay, Work work) override {
-    dispatch_after(fromNow(delay), dispatch_get_main_queue(), ^{
-      work();
-    });
+    dispatch_after(fromNow(delay), dispatch_get_main_queue(), pooled(std::move(work)));
   }
 
   void syncMain(const Work& work) override {
     const Work* const borrowed = &work;
     dispatch_sync(dispatch_get_main_queue(), ^{
-      (*borrowed)();
+      @autoreleasepool {
+        (*borrowed)();
+      }
     });
   }
 
@@ -123,9 +136,7 @@ class DarwinDispatch final : public Dispatch {
   }
 
   void asyncGlobal(QualityOfService quality, Work work) override {
-    dispatch_async(dispatch_get_global_queue(qosClass(quality), 0), ^{
-      work();
-    });
+    dispatch_async(dispatch_get_global_queue(qosClass(quality), 0), pooled(std::move(work)));
   }
 
   std::shared_ptr<SerialQueue> makeSerialQueue(const std::string& label, QualityOfService quality) override {
@@ -140,14 +151,13 @@ class DarwinDispatch final : public Dispatch {
     return std::make_unique<DarwinTimer>(interval, std::move(handler));
   }
 
-  void detachThread(Work work) override {
-    [NSThread detachNewThreadWithBlock:^{
-      work();
-    }];
-  }
+  void detachThread(Work work) override { [NSThread detachNewThreadWithBlock:pooled(std::move(work))]; }
 
   TimePoint now() override { return std::chrono::system_clock::now(); }
-  void sleep(Duration duration) override { [NSThread sleepForTimeInterval:duration.count()]; }
+  void sleep(Duration duration) override {
+    [NSThread
+        sleepForTimeInterval:static_cast<double>(nanoseconds(duration)) / static_cast<double>(NSEC_PER_SEC)];
+  }
 };
 
 }  // namespace

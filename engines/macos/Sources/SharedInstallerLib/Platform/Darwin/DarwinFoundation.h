@@ -11,13 +11,15 @@
 
 namespace installer::darwin {
 
-// Bytes that aren't UTF-8 give the empty string: such a path names nothing that Foundation could open.
+// Nil for bytes that aren't UTF-8 and for text with a NUL in it, which Foundation would hand on cut short.
+// Many methods raise when they are given nil: whoever calls this decides what such text means.
 NSString* nsString(std::string_view text);
 std::string text(NSString* string);  // nil gives the empty string
 
 NSData* nsData(std::string_view bytes);
 std::string bytes(NSData* data);
 
+// Nil for a path that isn't absolute or that `nsString` refuses.
 NSURL* fileURL(std::string_view path);
 
 // Domain, code and localised description as they stand, and a download's resume data. A nil error, which a

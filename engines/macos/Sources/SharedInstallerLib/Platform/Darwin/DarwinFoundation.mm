@@ -40,10 +40,8 @@ Json jsonAtDepth(id value, int depth) {
 }  // namespace
 
 NSString* nsString(std::string_view text) {
-  NSString* string = [[NSString alloc] initWithBytes:text.data()
-                                              length:text.size()
-                                            encoding:NSUTF8StringEncoding];
-  return string != nil ? string : @"";
+  if (text.find('\0') != std::string_view::npos) return nil;
+  return [[NSString alloc] initWithBytes:text.data() length:text.size() encoding:NSUTF8StringEncoding];
 }
 
 std::string text(NSString* string) {
@@ -58,7 +56,10 @@ std::string bytes(NSData* data) {
   return {static_cast<const char*>(data.bytes), data.length};
 }
 
-NSURL* fileURL(std::string_view path) { return [NSURL fileURLWithPath:nsString(path)]; }
+NSURL* fileURL(std::string_view path) {
+  NSString* absolute = path.starts_with('/') ? nsString(path) : nil;
+  return absolute != nil ? [NSURL fileURLWithPath:absolute] : nil;
+}
 
 Error error(NSError* given) {
   if (given == nil) {

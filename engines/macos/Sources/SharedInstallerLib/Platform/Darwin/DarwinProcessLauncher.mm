@@ -1,69 +1,55 @@
 // `ProcessLauncher` on NSTask. Its pipes are read while the program runs, so a talkative one never blocks.
 #import <Foundation/Foundation.h>
 
-#include <dispatch/dispatch.h>
+#include <fcntl.h>
 
-#include <mutex>
+#include <cerrno>
 
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
+#include "Platform/POSIX/FileErrors.h"
+#include "Platform/POSIX/OutputDrain.h"
 
 namespace installer::darwin {
 
 namespace {
 
-// A child of the program can hold the pipe open after the program itself has ended; nobody waits for that.
-constexpr std::int64_t kNanosecondsForStragglers = 2 * static_cast<std::int64_t>(NSEC_PER_SEC);
+std::unexpected<Error> launchFailure(int number, const Path& program) {
+  return failure(ErrorDomain::posix, number,
+                 "“" + lastPathComponent(program) + "” couldn’t be started: " + errnoText(number) + " (" +
+                     program + ")");
+}
 
-// Collects what comes through one pipe, on a queue of the system's.
-class Drain {
- public:
-  explicit Drain(dispatch_group_t group) : pipe_{[NSPipe pipe]}, content_{std::make_shared<Content>()} {
-    group_ = group;
-  }
-
-  NSPipe* pipe() const { return pipe_; }
-
-  // Call once the program has been started: from then on the end of the pipe is the program's alone.
-  void start() {
-    NSFileHandle* handle = pipe_.fileHandleForReading;
-    auto content = content_;
-    dispatch_group_async(group_, dispatch_get_global_queue(QOS_CLASS_USER_INITIATED, 0), ^{
-      for (;;) {
-        @autoreleasepool {
-          NSData* data = [handle readDataUpToLength:65536 error:nil];
-          if (data == nil || data.length == 0) return;
-          const std::lock_guard lock{content->mutex};
-          content->bytes += bytes(data);
-        }
-      }
-    });
-  }
-
-  std::string content() const {
-    const std::lock_guard lock{content_->mutex};
-    return content_->bytes;
-  }
-
- private:
-  struct Content {
-    std::mutex mutex;
-    std::string bytes;
-  };
-
-  NSPipe* pipe_;
-  dispatch_group_t group_;
-  std::shared_ptr<Content> content_;
-};
-
+// Nil when the path isn't absolute, or when one of the texts isn't UTF-8 or has a NUL in it: the program
+// would get another one. All three streams are void until somebody wants them.
 NSTask* taskFor(const Path& program, const std::vector<std::string>& arguments) {
-  NSTask* task = [NSTask new];
+  NSURL* url = fileURL(program);
+  if (url == nil) return nil;
   NSMutableArray<NSString*>* list = [NSMutableArray array];
-  for (const auto& argument : arguments) [list addObject:nsString(argument)];
-  task.executableURL = fileURL(program);
+  for (const auto& argument : arguments) {
+    NSString* text = nsString(argument);
+    if (text == nil) return nil;
+    [list addObject:text];
+  }
+  NSTask* task = [NSTask new];
+  task.executableURL = url;
   task.arguments = list;
   task.standardInput = [NSFileHandle fileHandleWithNullDevice];
+  task.standardOutput = [NSFileHandle fileHandleWithNullDevice];
+  task.standardError = [NSFileHandle fileHandleWithNullDevice];
   return task;
+}
+
+// A descriptor of our own for the reading end, which outlives the pipe's.
+FileDescriptor readingEnd(NSPipe* pipe) {
+  if (pipe == nil) return {};
+  return FileDescriptor{fcntl(pipe.fileHandleForReading.fileDescriptor, F_DUPFD_CLOEXEC, 0)};
+}
+
+// Blocks until the program has ended: its end closes the other side.
+void awaitEnd(const FileDescriptor& ended) {
+  char byte = 0;
+  (void)retryInterrupted([&] { return read(ended.get(), &byte, 1); });
 }
 
 std::int32_t exitStatus(NSTask* task) {
@@ -71,36 +57,62 @@ std::int32_t exitStatus(NSTask* task) {
   return task.terminationReason == NSTaskTerminationReasonUncaughtSignal ? 128 + status : status;
 }
 
+// The pipes of one run. A stream that isn't captured has none.
+struct Pipes {
+  NSPipe* output = nil;
+  NSPipe* errorOutput = nil;
+  NSPipe* ended = [NSPipe pipe];
+  FileDescriptor readOutput;
+  FileDescriptor readError;
+  FileDescriptor readEnded;
+
+  explicit Pipes(CapturedOutput captured) {
+    if (captured != CapturedOutput::none) output = [NSPipe pipe];
+    if (captured == CapturedOutput::separate) errorOutput = [NSPipe pipe];
+    readOutput = readingEnd(output);
+    readError = readingEnd(errorOutput);
+    readEnded = readingEnd(ended);
+  }
+
+  bool areComplete(CapturedOutput captured) const {
+    return readEnded && (readOutput || captured == CapturedOutput::none) &&
+           (readError || captured != CapturedOutput::separate);
+  }
+};
+
 class DarwinProcessLauncher final : public ProcessLauncher {
  public:
   Result<ProgramExit> run(const Path& program, const std::vector<std::string>& arguments,
                           CapturedOutput captured) override {
     @autoreleasepool {
-      dispatch_group_t group = dispatch_group_create();
-      Drain output{group};
-      Drain errorOutput{group};
-      const bool merged = captured == CapturedOutput::merged;
       NSTask* task = taskFor(program, arguments);
-      task.standardOutput = output.pipe();
-      task.standardError = merged ? output.pipe() : errorOutput.pipe();
+      if (task == nil) return launchFailure(EINVAL, program);
+      Pipes pipes{captured};
+      if (!pipes.areComplete(captured)) return launchFailure(EMFILE, program);
+      if (pipes.output != nil) task.standardOutput = pipes.output;
+      if (captured == CapturedOutput::merged) task.standardError = pipes.output;
+      if (pipes.errorOutput != nil) task.standardError = pipes.errorOutput;
+      // The task's own way of waiting turns the run loop, and with it whatever else waits for the thread.
+      NSFileHandle* ended = pipes.ended.fileHandleForWriting;
+      task.terminationHandler = ^(NSTask*) {
+        [ended closeAndReturnError:nil];
+      };
       NSError* problem = nil;
       if (![task launchAndReturnError:&problem]) return failed(problem);
-      output.start();
-      if (!merged) errorOutput.start();
-      [task waitUntilExit];
-      dispatch_group_wait(group, dispatch_time(DISPATCH_TIME_NOW, kNanosecondsForStragglers));
-      ProgramExit ended;
-      ended.status = exitStatus(task);
-      if (captured != CapturedOutput::none) ended.output = output.content();
-      if (captured == CapturedOutput::separate) ended.errorOutput = errorOutput.content();
-      return ended;
+      ProgramExit exit;
+      drainOutput(pipes.readOutput, exit.output, pipes.readError, exit.errorOutput, pipes.readEnded.get());
+      awaitEnd(pipes.readEnded);
+      exit.status = exitStatus(task);
+      return exit;
     }
   }
 
   Result<> launch(const Path& program, const std::vector<std::string>& arguments) override {
     @autoreleasepool {
+      NSTask* task = taskFor(program, arguments);
+      if (task == nil) return launchFailure(EINVAL, program);
       NSError* problem = nil;
-      if ([taskFor(program, arguments) launchAndReturnError:&problem]) return {};
+      if ([task launchAndReturnError:&problem]) return {};
       return failed(problem);
     }
   }

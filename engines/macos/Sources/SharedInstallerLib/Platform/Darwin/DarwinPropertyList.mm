@@ -1,25 +1,66 @@
 // `PropertyList` on NSPropertyListSerialization.
 #import <Foundation/Foundation.h>
 
+#include <algorithm>
+
+#include <nlohmann/json.hpp>
+
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
+#include "Platform/POSIX/PropertyListBounds.h"
 
 namespace installer::darwin {
 
 namespace {
 
+std::unexpected<Error> corrupt(std::string_view reason) {
+  return failure(ErrorDomain::cocoa, CocoaError::fileReadCorrupt,
+                 "The property list can’t be read: " + std::string{reason});
+}
+
+std::string_view withoutByteOrderMark(std::string_view bytes) {
+  constexpr std::string_view mark = "\xEF\xBB\xBF";
+  if (bytes.starts_with(mark)) bytes.remove_prefix(mark.size());
+  return bytes;
+}
+
+// The system's reader recurses over whatever it is given.
+bool isBounded(std::string_view bytes) {
+  return bytes.starts_with(kBinaryPropertyListMagic) ? isBoundedBinaryPropertyList(bytes)
+                                                     : isBoundedXMLPropertyList(bytes);
+}
+
+// A property list has no null: where one stands, JSON has no counterpart for what was there.
+bool holdsNull(const Json& value) {
+  return value.is_null() || (value.is_structured() && std::ranges::any_of(value, holdsNull));
+}
+
 class DarwinPropertyList final : public PropertyList {
  public:
   Result<Json> parse(std::string_view bytes) override {
+    bytes = withoutByteOrderMark(bytes);
+    if (bytes.empty()) return corrupt("it is empty");
+    if (bytes.size() > PropertyListBounds::bytes) return corrupt("it is too long");
+    if (!isBounded(bytes)) return corrupt("it is malformed");
     @autoreleasepool {
-      NSError* problem = nil;
-      id value = [NSPropertyListSerialization propertyListWithData:nsData(bytes)
-                                                           options:NSPropertyListImmutable
-                                                            format:nil
-                                                             error:&problem];
-      if (value != nil) return json(value);
-      return failure(ErrorDomain::cocoa, CocoaError::fileReadCorrupt, error(problem).localizedDescription);
+      return parseBounded(bytes);
     }
+  }
+
+ private:
+  static Result<Json> parseBounded(std::string_view bytes) {
+    NSError* problem = nil;
+    NSPropertyListFormat format = NSPropertyListXMLFormat_v1_0;
+    id found = [NSPropertyListSerialization propertyListWithData:nsData(bytes)
+                                                         options:NSPropertyListImmutable
+                                                          format:&format
+                                                           error:&problem];
+    if (found == nil) return corrupt(error(problem).localizedDescription);
+    // In the oldest format almost any word is a string.
+    if (format == NSPropertyListOpenStepFormat) return corrupt("it is malformed");
+    Json value = json(found);
+    if (holdsNull(value)) return corrupt("it holds what a property list can’t hold");
+    return value;
   }
 };
 

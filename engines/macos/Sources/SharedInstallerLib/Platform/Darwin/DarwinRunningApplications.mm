@@ -1,6 +1,10 @@
 // `RunningApplications` on NSRunningApplication.
 #import <AppKit/AppKit.h>
 
+#include <signal.h>
+
+#include <cerrno>
+
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
 
@@ -16,13 +20,23 @@ NSRunningApplication* object(const RunningApplication& application) {
   return (__bridge NSRunningApplication*)application.handle.get();
 }
 
+// The system's list is brought up to date by the main run loop, which an uninstall doesn't turn while it
+// waits for an application to quit: a process that has gone is no instance, whatever the list says.
+bool isRunning(NSRunningApplication* application) {
+  const pid_t process = application.processIdentifier;
+  return process > 0 && (kill(process, 0) == 0 || errno != ESRCH);
+}
+
 class DarwinRunningApplications final : public RunningApplications {
  public:
   std::vector<RunningApplication> instances(const std::string& bundleIdentifier) override {
     @autoreleasepool {
       std::vector<RunningApplication> found;
+      NSString* identifier = nsString(bundleIdentifier);
+      if (identifier == nil || bundleIdentifier.empty()) return found;
       for (NSRunningApplication* running in
-           [NSRunningApplication runningApplicationsWithBundleIdentifier:nsString(bundleIdentifier)]) {
+           [NSRunningApplication runningApplicationsWithBundleIdentifier:identifier]) {
+        if (!isRunning(running)) continue;
         RunningApplication application;
         if (running.localizedName != nil) application.localizedName = text(running.localizedName);
         application.processIdentifier = running.processIdentifier;
@@ -33,9 +47,16 @@ class DarwinRunningApplications final : public RunningApplications {
     }
   }
 
-  void terminate(const RunningApplication& application) override { [object(application) terminate]; }
+  void terminate(const RunningApplication& application) override {
+    @autoreleasepool {
+      [object(application) terminate];
+    }
+  }
+
   void forceTerminate(const RunningApplication& application) override {
-    [object(application) forceTerminate];
+    @autoreleasepool {
+      [object(application) forceTerminate];
+    }
   }
 };
 

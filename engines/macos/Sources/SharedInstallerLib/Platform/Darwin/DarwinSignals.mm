@@ -11,27 +11,53 @@ namespace installer::darwin {
 
 namespace {
 
+constexpr std::array kRequests{SIGINT, SIGTERM, SIGHUP};
+
+// The dispatch source tells the main queue of the first request. From then on each of them has its usual
+// effect, so that the second ends the process even if the main queue is never served again. A handler and not
+// SIG_IGN, which the programs that the engine starts would inherit.
+void onRequest(int) {
+  for (const int number : kRequests) {
+    struct sigaction current{};
+    sigaction(number, nullptr, &current);
+    if (current.sa_handler == onRequest) signal(number, SIG_DFL);
+  }
+}
+
+bool isIgnored(int number) {
+  struct sigaction current{};
+  sigaction(number, nullptr, &current);
+  return current.sa_handler == SIG_IGN;
+}
+
 class DarwinSignals final : public Signals {
  public:
   void onTerminationRequest(Work handler) override {
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-      // The source sees the signal all the same; the default action would end the process first.
-      signal(number, SIG_IGN);
-      dispatch_source_t source = dispatch_source_create(
-          DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(number), 0, dispatch_get_main_queue());
-      dispatch_source_set_event_handler(source, ^{
-        signal(SIGINT, SIG_DFL);
-        signal(SIGTERM, SIG_DFL);
-        signal(SIGHUP, SIG_DFL);
-        handler();
-      });
-      dispatch_resume(source);
-      sources_.push_back(source);
+    for (const int number : kRequests) {
+      // Whoever started the process so doesn't want it to hear of that.
+      if (!isIgnored(number)) listen(number, handler);
     }
   }
 
  private:
   std::vector<dispatch_source_t> sources_;
+
+  void listen(int number, const Work& handler) {
+    const Work work = handler;
+    dispatch_source_t source = dispatch_source_create(
+        DISPATCH_SOURCE_TYPE_SIGNAL, static_cast<uintptr_t>(number), 0, dispatch_get_main_queue());
+    dispatch_source_set_event_handler(source, ^{
+      @autoreleasepool {
+        work();
+      }
+    });
+    dispatch_resume(source);
+    sources_.push_back(source);
+    struct sigaction action{};
+    action.sa_handler = onRequest;
+    action.sa_flags = SA_RESTART;
+    sigaction(number, &action, nullptr);
+  }
 };
 
 }  // namespace

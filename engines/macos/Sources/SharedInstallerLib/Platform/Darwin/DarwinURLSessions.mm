@@ -14,7 +14,8 @@ namespace {
 
 // Null when the system would read another host out of the text than the engine judged.
 NSURL* nsURL(const URL& url) {
-  NSURL* made = [NSURL URLWithString:nsString(url.absoluteString())];
+  NSString* address = nsString(url.absoluteString());
+  NSURL* made = address != nil ? [NSURL URLWithString:address] : nil;
   if (made == nil || text(made.host) != url.host().value_or("")) return nil;
   return made;
 }
@@ -42,8 +43,15 @@ NSURLRequest* nsRequest(const URLRequest& request, NSURL* url) {
   NSMutableURLRequest* made = [NSMutableURLRequest requestWithURL:url
                                                       cachePolicy:policyOf(request.cachePolicy)
                                                   timeoutInterval:request.timeoutInterval.count()];
-  made.HTTPMethod = nsString(request.method);
+  if (NSString* method = nsString(request.method)) made.HTTPMethod = method;
   return made;
+}
+
+// The request to follow; nil when it can't be.
+NSURLRequest* followed(const URLRequest& allowed, const URLRequest& asked, NSURLRequest* request) {
+  if (allowed.url == asked.url && allowed.method == asked.method) return request;
+  NSURL* url = nsURL(allowed.url);
+  return url != nil ? nsRequest(allowed, url) : nil;
 }
 
 std::optional<HTTPURLResponse> responseOf(NSURLResponse* response) {
@@ -60,8 +68,16 @@ class DarwinTask final : public URLSessionTask {
  public:
   explicit DarwinTask(NSURLSessionTask* task) : task_{task} {}
   int taskIdentifier() const override { return static_cast<int>(task_.taskIdentifier); }
-  void resume() override { [task_ resume]; }
-  void cancel() override { [task_ cancel]; }
+  void resume() override {
+    @autoreleasepool {
+      [task_ resume];
+    }
+  }
+  void cancel() override {
+    @autoreleasepool {
+      [task_ cancel];
+    }
+  }
   std::optional<HTTPURLResponse> response() const override {
     @autoreleasepool {
       return responseOf(task_.response);
@@ -145,11 +161,12 @@ class TaskTable {
   const auto redirect = darwin::responseOf(response);
   URLRequest asked{darwin::urlOf(request.URL)};
   asked.method = darwin::text(request.HTTPMethod);
-  // What the engine allows is the system's own request, with the headers that it has put there.
-  _engine->willPerformHTTPRedirection(_tasks->find(task), *redirect, asked,
-                                      [completionHandler, request](const std::optional<URLRequest>& allowed) {
-                                        completionHandler(allowed ? request : nil);
-                                      });
+  // What was asked and is allowed is the system's own request, with the headers that it has put there.
+  _engine->willPerformHTTPRedirection(
+      _tasks->find(task), *redirect, asked,
+      [completionHandler, request, asked](const std::optional<URLRequest>& allowed) {
+        completionHandler(allowed ? darwin::followed(*allowed, asked, request) : nil);
+      });
 }
 
 - (void)URLSession:(NSURLSession*)session
@@ -182,7 +199,14 @@ class DarwinURLSession final : public URLSession {
  public:
   DarwinURLSession(NSURLSession* session, std::shared_ptr<TaskTable> tasks,
                    const std::shared_ptr<URLSessionDelegate>& delegate)
-      : session_{session}, tasks_{std::move(tasks)}, delegate_{delegate} {}
+      : session_{session},
+        failures_{session.delegateQueue != nil ? session.delegateQueue : [NSOperationQueue new]},
+        tasks_{std::move(tasks)},
+        delegate_{delegate} {}
+  // The system's session holds its delegate until it is invalidated, by whomever.
+  ~DarwinURLSession() override { finishTasksAndInvalidate(); }
+  DarwinURLSession(const DarwinURLSession&) = delete;
+  DarwinURLSession& operator=(const DarwinURLSession&) = delete;
 
   std::shared_ptr<URLSessionTask> dataTask(const URLRequest& request,
                                            DataTaskCompletion completion) override {
@@ -227,15 +251,19 @@ class DarwinURLSession final : public URLSession {
   }
 
   void finishTasksAndInvalidate() override {
-    const std::lock_guard lock{mutex_};
-    invalidated_ = true;
-    [session_ finishTasksAndInvalidate];
+    @autoreleasepool {
+      const std::lock_guard lock{mutex_};
+      invalidated_ = true;
+      [session_ finishTasksAndInvalidate];
+    }
   }
 
   void invalidateAndCancel() override {
-    const std::lock_guard lock{mutex_};
-    invalidated_ = true;
-    [session_ invalidateAndCancel];
+    @autoreleasepool {
+      const std::lock_guard lock{mutex_};
+      invalidated_ = true;
+      [session_ invalidateAndCancel];
+    }
   }
 
  private:
@@ -245,7 +273,15 @@ class DarwinURLSession final : public URLSession {
       completion(std::nullopt, std::nullopt, error(problem));
       return;
     }
-    completion(data != nil ? std::optional{bytes(data)} : std::nullopt, responseOf(response), std::nullopt);
+    auto answer = responseOf(response);
+    if (!answer) {
+      completion(std::nullopt, std::nullopt,
+                 urlError(URLErrorCode::badServerResponse, "The answer isn’t HTTP."));
+      return;
+    }
+    // An empty body is none, whatever object stands for it.
+    auto body = data.length > 0 ? std::optional{bytes(data)} : std::nullopt;
+    completion(std::move(body), std::move(answer), std::nullopt);
   }
 
   static Error refusal(NSURL* url) {
@@ -254,7 +290,7 @@ class DarwinURLSession final : public URLSession {
   }
 
   std::shared_ptr<URLSessionTask> failedTask(FailedTask::Deliver deliver) {
-    return std::make_shared<FailedTask>(--failedIdentifier_, session_.delegateQueue, std::move(deliver));
+    return std::make_shared<FailedTask>(--failedIdentifier_, failures_, std::move(deliver));
   }
 
   std::shared_ptr<URLSessionTask> failedDownload(const Error& problem) {
@@ -264,6 +300,7 @@ class DarwinURLSession final : public URLSession {
   }
 
   NSURLSession* session_;
+  NSOperationQueue* failures_;  // the session's own, for the callbacks of tasks that it was never asked for
   std::shared_ptr<TaskTable> tasks_;
   std::weak_ptr<URLSessionDelegate> delegate_;
   std::mutex mutex_;  // guards the next two: a task asked of an invalidated session is a fault there
@@ -287,7 +324,7 @@ class DarwinURLSessions final : public URLSessions {
       object->_tasks = tasks;
       NSURLSession* session =
           [NSURLSession sessionWithConfiguration:[NSURLSessionConfiguration defaultSessionConfiguration]
-                                        delegate:object
+                                        delegate:delegate != nullptr ? object : nil
                                    delegateQueue:nil];
       return std::make_shared<DarwinURLSession>(session, std::move(tasks), delegate);
     }

@@ -13,8 +13,9 @@ class DarwinWorkspace final : public Workspace {
  public:
   std::optional<Path> applicationPath(const std::string& bundleIdentifier) override {
     @autoreleasepool {
-      NSURL* found =
-          [[NSWorkspace sharedWorkspace] URLForApplicationWithBundleIdentifier:nsString(bundleIdentifier)];
+      NSString* identifier = nsString(bundleIdentifier);
+      if (identifier == nil || bundleIdentifier.empty()) return std::nullopt;
+      NSURL* found = [[NSWorkspace sharedWorkspace] URLForApplicationWithBundleIdentifier:identifier];
       if (found == nil) return std::nullopt;
       return text(found.path);
     }
@@ -22,8 +23,10 @@ class DarwinWorkspace final : public Workspace {
 
   void registerBundle(const Path& path) override {
     @autoreleasepool {
+      NSURL* url = fileURL(path);
+      if (url == nil) return;
       // The status is of no consequence: the detector looks at the expected place as well.
-      (void)LSRegisterURL((__bridge CFURLRef)fileURL(path), true);
+      (void)LSRegisterURL((__bridge CFURLRef)url, true);
     }
   }
 };
