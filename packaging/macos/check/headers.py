@@ -8,10 +8,8 @@ import re
 from dataclasses import dataclass, field
 
 from description import BOOLEAN, NUMBER, OBJECT, POINTER, SELF, STRING, VOID, Member, Type
+from tokens import NotUnderstood, Tokens
 
-TOKEN = re.compile(r"""\s+|//[^\n]*|/\*.*?\*/|(?P<token>@?\w+|'[^'\n]*'|"[^"\n]*"|\.\.\.|[^\s\w])""", re.S)
-DIRECTIVE = re.compile(r"^[ \t]*#[^\n]*", re.M)
-GUARDED = re.compile(r"^[ \t]*#ifdef __cplusplus\n.*?^[ \t]*#endif", re.M | re.S)
 IMPORT = re.compile(r"^[ \t]*#\s*(?:import|include) <(\w+/\w+\.h)>", re.M)
 
 NUMBERS = {
@@ -19,10 +17,6 @@ NUMBERS = {
     "int8_t", "uint8_t", "int16_t", "uint16_t", "int32_t", "uint32_t", "int64_t", "uint64_t",
 }
 QUALIFIERS = {"const", "__unsafe_unretained", "__autoreleasing", "struct", "static", "inline", "extern"}
-
-
-class NotUnderstood(Exception):
-    pass
 
 
 @dataclass
@@ -64,58 +58,13 @@ def number(*aliases):
     return (NUMBER, aliases) if aliases else NUMBER
 
 
-class Header:
+class Header(Tokens):
     """Reads one header into `into`."""
 
     def __init__(self, path, text, into):
-        self._path, self._into = path, into
-        self._framework = path.split("/")[-2]
-        self._tokens, self._generics = [], []
-        blank = lambda found: re.sub(r"[^\n]", " ", found[0])
-        text = DIRECTIVE.sub(blank, GUARDED.sub(blank, text))
-        position = 0
-        while position < len(text):
-            found = TOKEN.match(text, position)
-            if found["token"]:
-                self._tokens.append((found["token"], text.count("\n", 0, position) + 1))
-            position = found.end()
-        self._at = 0
-
-    # The cursor.
-
-    def _peek(self, ahead=0):
-        return self._tokens[self._at + ahead][0] if self._at + ahead < len(self._tokens) else ""
-
-    def _next(self, expected=None):
-        token = self._peek()
-        if not token or (expected and token != expected):
-            raise NotUnderstood(f"{self._where()}: {expected or 'more'} expected, not {token or 'the end'}")
-        self._at += 1
-        return token
-
-    def _skip(self, token):
-        if self._peek() == token:
-            self._at += 1
-            return True
-        return False
-
-    def _where(self):
-        return f"{self._path}:{self._tokens[min(self._at, len(self._tokens) - 1)][1]}"
-
-    def _until(self, *ends):
-        """The tokens up to one of `ends` outside of any brackets, and over it."""
-        taken, depth = [], 0
-        while depth or self._peek() not in ends:
-            token = self._next()
-            depth += token in ("(", "<", "[", "{")
-            depth -= token in (")", ">", "]", "}")
-            taken.append(token)
-        self._next()
-        return taken
-
-    def _list(self, end):
-        """Names between an opening bracket and `end`, each without what it is specialised with."""
-        return [part.split("<")[0] for part in " ".join(self._until(end)).replace(" ", "").split(",")]
+        super().__init__(path, text)
+        self._into, self._framework = into, path.split("/")[-2]
+        self._generics = []
 
     def _add(self, kind, name, where, value=None, owner=None, inline=False):
         self._into.found.append(Declared(kind, name, self._framework, where, value, owner, inline))
