@@ -103,7 +103,8 @@ class FailedTask final : public URLSessionTask, public std::enable_shared_from_t
       self->deliver_(self);
     }];
   }
-  void cancel() override {}
+  // Its end comes all the same.
+  void cancel() override { resume(); }
   std::optional<HTTPURLResponse> response() const override { return std::nullopt; }
 
  private:
