@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/FileDescriptor.h"
+#include "Platform/POSIX/FileDescriptor.h"
 #include "Platform/Linux/LinuxFileSystem.h"
 #include "Platform/Linux/Spawn.h"
 
