@@ -78,6 +78,12 @@ TEST(EventSummary, PutsEventsIntoWords) {
        "engine 1.0.0 (offline)\n  Kelo Rulo, installed 1.0, latest 2.0, update available"},
       {R"({"type":"update-check-result","apps":[{"id":"rulo","updateAvailable":false}]})",
        "latest versions\n  rulo"},
+      {R"({"type":"update-check-result","apps":[{"id":"rulo","latestVersion":"2.0","releaseNotes":{"releases":[{"version":"2.0","notes":["Faster","Smaller"]},{"version":"1.0","notes":["New"]}]}}]})",
+       "latest versions\n  rulo, latest 2.0\n    - Faster\n    - Smaller"},
+      {R"({"type":"update-check-result","apps":[{"id":"rulo","releaseNotes":{"releases":7}}]})",
+       "latest versions\n  rulo"},
+      {R"({"type":"done","action":"update","exitCode":2,"installerRetired":{"reason":"source-unavailable","downloadUrl":"https://a/b"}})",
+       "done: update, exit code 2\nthis installer has gone stale (source-unavailable); a current one is at https://a/b"},
   };
   for (const Row& row : rows) {
     const auto event = parseEvent(row.line);

@@ -58,13 +58,30 @@ AppStep resultOf(const Json& event) {
   return step;
 }
 
+// A line for each note of the newest release.
+std::string describeNotes(const Json& app) {
+  const auto notes = app.value(Json::json_pointer{"/releaseNotes/releases/0/notes"}, Json{});
+  std::string lines;
+  for (const Json& note : notes) {
+    if (note.is_string()) lines += "\n    - " + note.get<std::string>();
+  }
+  return lines;
+}
+
+std::string describeRetirement(const Json& event) {
+  const auto retired = event.find("installerRetired");
+  if (retired == event.end() || !retired->is_object()) return "";
+  return fmt::format("\nthis installer has gone stale ({}); a current one is at {}",
+                     textOr(*retired, "reason", "?"), textOr(*retired, "downloadUrl", "?"));
+}
+
 std::string describeApp(const Json& app) {
   std::string line = "  " + textOr(app, "displayName", textOr(app, "id", "?").c_str());
   if (const auto installed = text(app, "installedVersion")) line += ", installed " + *installed;
   if (const auto latest = text(app, "latestVersion")) line += ", latest " + *latest;
   const auto update = app.find("updateAvailable");
   if (update != app.end() && *update == true) line += ", update available";
-  return line;
+  return line + describeNotes(app);
 }
 
 std::string describeApps(const Json& event, std::string line) {
@@ -96,7 +113,8 @@ std::optional<std::string> wordsOf(const std::string& type, const Json& event) {
   }
   if (type == "done") {
     return fmt::format("done: {}, exit code {}", textOr(event, "action", "?"),
-                       number(event, "exitCode").value_or(-1));
+                       number(event, "exitCode").value_or(-1)) +
+           describeRetirement(event);
   }
   return std::nullopt;
 }

@@ -105,6 +105,13 @@ def test_never_takes_parts_in_an_envelope_for_the_rest(stage):
     assert [record["from"] for record in stage.transfers] == [None, half, None]
 
 
+def test_starts_over_no_more_than_once(stage):
+    half = len(stage.workshop.image) // 2
+    stage.package(stage.image(closeAt=half), stage.image(ranges="wrongStart", unasked=True))
+    stage.fails_with("DOWNLOAD_FAILED")
+    assert [record["from"] for record in stage.transfers] == [None, half, None]
+
+
 # Connections.
 
 @pytest.mark.parametrize("kind", ["hangUp", "plain"])
