@@ -89,6 +89,7 @@ TEST_F(EngineCancel, IsNotChangedByACancelAfterTheLastApp) {
   machine.dispatch.runUntilIdle();
   EXPECT_EQ(transcript(), before);
   EXPECT_THAT(provider->calls(), ElementsAre("acquire Kelo Brenna (1/1)"));
+  EXPECT_THAT(machine.logLines("ancel"), IsEmpty()) << "there is no run to be cancelled any more";
 }
 
 TEST_F(EngineCancel, TakesCancelsFromAnyThread) {

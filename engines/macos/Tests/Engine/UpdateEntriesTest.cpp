@@ -62,6 +62,13 @@ TEST_F(UpdateEntriesTest, NamesWhereAnInstalledCopyCameFrom) {
   EXPECT_EQ(catalogEntry(status, online).source, "appstore");
 }
 
+TEST_F(UpdateEntriesTest, MeasuresThePackagesBesideTheInstallerOfflineOnly) {
+  machine.files.addFile(machine.resources + "/packages/packages.json",
+                        R"({"x": {"destination": "brenna_installer.dmg", "size": 1000}})");
+  EXPECT_EQ(catalogEntry(status, offline).sizeBytes, 1000);
+  EXPECT_EQ(catalogEntry(status, online).sizeBytes, status.app.sizeBytes);
+}
+
 TEST_F(UpdateEntriesTest, PrefersTheVersionOfTheSweepToThatOfTheManifest) {
   machine.files.addFile(machine.resources + "/packages/packages.json",
                         R"({"x": {"destination": "brenna_installer.dmg", "version": "3.0"}})");

@@ -181,6 +181,17 @@ TEST_F(InstallerConfigFile, CountsEmptyAddressesAsMissingButKeepsOtherEmptyValue
                               "requirement checks are DISABLED)"));
 }
 
+TEST_F(InstallerConfigFile, TellsItsFaultsInOrderBeforeWhatItLoaded) {
+  auto lines = loaded(R"({"cdn": {"dataCenter": "eu"}, "apps": {"tolvi": [], "brenna": null}})");
+  ASSERT_GE(lines.size(), 4U);
+  lines.resize(4);
+  EXPECT_EQ(lines, (Lines{"WARN InstallerConfig: Skipping invalid entry for 'brenna'",
+                          "WARN InstallerConfig: Skipping invalid entry for 'tolvi'",
+                          "INFO InstallerConfig: unknown cdn.dataCenter 'eu' — falling back to 'us'. Fix "
+                          "installer_config.json.",
+                          "INFO InstallerConfig: Loaded config for 0 apps"}));
+}
+
 TEST_F(InstallerConfigFile, CountsAnEmptyDateAsNone) {
   const auto lines = loaded(R"({"apps": {}, "expiresOn": {"online": "", "offline": "2031-02-28"}})");
   EXPECT_EQ(InstallerConfig::expiresOn(false), std::nullopt);

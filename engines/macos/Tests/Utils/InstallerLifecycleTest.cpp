@@ -145,6 +145,7 @@ TEST_F(Lifecycle, GivesUpAProbeAfterEightSeconds) {
   EXPECT_EQ(lines(), (Lines{"WARN InstallerLifecycle: control probe of " + page + " timed out", notRetired}));
   mac.dispatch.advance(Duration{200});
   EXPECT_EQ(InstallerLifecycle::reachedSourceVerdict(), std::nullopt);
+  EXPECT_LT(mac.network.bytesServed(page), 100) << "the request was given up, too";
 }
 
 TEST_F(Lifecycle, DoesNotRetireAtAPageThatNeverAnswers) {
