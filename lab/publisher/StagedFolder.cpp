@@ -84,8 +84,11 @@ OrReason<> StagedFolder::replaceFileByFile(const std::string& last) {
   std::error_code error;
   fs::create_directory(folder_, error);
   std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator{path_, error}) names.push_back(entry.path().filename());
-  std::ranges::stable_partition(names, [&last](const std::string& name) { return name != last; });
+  for (const auto& entry : fs::directory_iterator{path_, error}) {
+    const auto name = entry.path().filename().string();
+    if (name != last) names.push_back(name);
+  }
+  names.push_back(last);
   for (const auto& name : names) {
     if (!error) fs::rename(path_ / name, folder_ / name, error);
   }

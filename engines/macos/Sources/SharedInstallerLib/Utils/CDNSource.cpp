@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <iterator>
 
 #include "Models/AppInfo.h"
 #include "Models/ReleaseNotes.h"
@@ -72,9 +73,14 @@ void sortNewestFirst(Releases& releases) {
     sortShort(at(place), at(place + shortLength));
   }
   for (auto width = shortLength; width < count; width *= 2) {
+    Releases merged;
+    merged.reserve(releases.size());
     for (std::ptrdiff_t place = 0; place < count; place += 2 * width) {
-      std::inplace_merge(at(place), at(place + width), at(place + 2 * width), isNewer);
+      const auto middle = std::make_move_iterator(at(place + width));
+      std::merge(std::make_move_iterator(at(place)), middle, middle,
+                 std::make_move_iterator(at(place + 2 * width)), std::back_inserter(merged), isNewer);
     }
+    releases = std::move(merged);
   }
 }
 
