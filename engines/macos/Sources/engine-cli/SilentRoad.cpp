@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <memory>
 
 #include "Installer/SilentRunner.h"
 #include "Models/AppConstants.h"
@@ -26,6 +27,17 @@ void turnOnVerbosity() {
   machine().streams.writeError("Kelo Desk Apps Installer — verbose mode\n");
 }
 
+// A deployment tool that gives up, or a person's Ctrl-C, lets the app at work end whole and its image be
+// detached, and stops the rest.
+void cancelOnTerminationRequest(const std::shared_ptr<SilentRunner>& runner) {
+  machine().signals.onTerminationRequest([weak = std::weak_ptr{runner}] {
+    const auto stillRunning = weak.lock();
+    if (stillRunning == nullptr) return;
+    log("engine-cli: termination requested, cancelling the whole run");
+    stillRunning->cancel();
+  });
+}
+
 std::int32_t refuse(const std::string& complaint) {
   log("engine-cli: invalid arguments: " + complaint);
   machine().streams.writeError(fmt::format("Error: {}\n\n{}\n", complaint, RunOptions::usageHint));
@@ -42,7 +54,9 @@ std::int32_t takeSilentRoad(const std::vector<std::string>& argv, const std::vec
 
   // Decided here, so a run that is offline for the images beside it gives the flag as its reason in the log.
   const bool offline = holds(flags, "--offline") || BundledPackages::bundledPackagesAvailable();
-  const auto exitCode = SilentRunner{makeProvider(offline)}.run(*options);
+  const auto runner = std::make_shared<SilentRunner>(makeProvider(offline));
+  cancelOnTerminationRequest(runner);
+  const auto exitCode = runner->run(*options);
   Logger::shared().flush();
   return exitCode;
 }

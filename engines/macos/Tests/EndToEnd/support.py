@@ -8,6 +8,7 @@ import json
 import os
 import pathlib
 import queue
+import select
 import shutil
 import signal
 import subprocess
@@ -108,6 +109,7 @@ class Session:
         self.lines = []
         self._queue = queue.Queue()
         self._errors = []
+        self._error_lines = queue.Queue()
         self._readers = [
             threading.Thread(target=self._read_output, daemon=True),
             threading.Thread(target=self._read_errors, daemon=True),
@@ -121,7 +123,10 @@ class Session:
         self._queue.put(None)
 
     def _read_errors(self):
-        self._errors.append(self.process.stderr.read().decode("utf-8", "replace"))
+        for line in self.process.stderr:
+            self._errors.append(line.decode("utf-8", "replace"))
+            self._error_lines.put(self._errors[-1])
+        self._error_lines.put(None)
 
     def send(self, line):
         self.process.stdin.write(line if isinstance(line, bytes) else (line + "\n").encode())
@@ -143,6 +148,15 @@ class Session:
                 continue
             if all(event.get(key) == value for key, value in wanted.items()):
                 return event
+
+    def wait_for_error(self, words):
+        """Reads on until a line of standard error holds these words."""
+        deadline = time.monotonic() + HANG
+        while True:
+            line = self._error_lines.get(timeout=max(0.1, deadline - time.monotonic()))
+            assert line is not None, f"the run ended before {words!r}: {''.join(self._errors)}"
+            if words in line:
+                return line
 
     def kill(self):
         os.kill(self.process.pid, signal.SIGKILL)
@@ -201,6 +215,13 @@ class Installation:
     @property
     def log(self):
         return self.log_file.read_text("utf-8") if self.log_file.exists() else ""
+
+    def wait_for_log(self, words):
+        """Until the log file holds these words."""
+        deadline = time.monotonic() + HANG
+        while words not in self.log:
+            assert time.monotonic() < deadline, f"{words!r} never came into the log:\n{self.log}"
+            time.sleep(0.02)
 
     def app(self, name):
         return self.applications / BUNDLES[name]
@@ -263,6 +284,41 @@ class Installation:
     def remove(self):
         subprocess.run(["chmod", "-R", "u+rwX", str(self.folder)], check=False)
         shutil.rmtree(self.folder, ignore_errors=True)
+
+
+class Gate:
+    """Holds the first start of one of the lab's programs: the engine then stands still at a known place."""
+
+    def __init__(self, installation, name):
+        self._program = installation.resources / "programs" / name
+        self._itself = self._program.with_name(name + "-itself")
+        self._pipes = []
+        paths = [installation.folder / f"{name}-{end}" for end in ("reached", "open")]
+        for path in paths:
+            os.mkfifo(path)
+            path.chmod(0o666)
+            # Open at both ends, so that neither side waits for the other to open it.
+            self._pipes.append(os.open(path, os.O_RDWR | os.O_NONBLOCK))
+        self._program.rename(self._itself)
+        self._program.write_text(
+            f'#!/bin/sh\necho $$ >"{paths[0]}"\nread _ <"{paths[1]}"\nexec "{self._itself}" "$@"\n')
+        self._program.chmod(0o755)
+
+    def wait(self):
+        """Until the engine has come here; gives the identifier of the process that it started."""
+        ready, _, _ = select.select([self._pipes[0]], [], [], HANG)
+        assert ready, f"{self._program.name} was never started"
+        return int(os.read(self._pipes[0], 100))
+
+    def open(self):
+        """Lets this start go on and takes the gate away."""
+        self._itself.rename(self._program)
+        self._itself.symlink_to(self._program.name)
+        os.write(self._pipes[1], b"\n")
+
+    def close(self):
+        for pipe in self._pipes:
+            os.close(pipe)
 
 
 def tree(folder):

@@ -7,6 +7,7 @@
 namespace installer {
 namespace {
 
+using namespace std::chrono_literals;
 using enum AppIdentifier;
 using ::testing::Contains;
 using ::testing::EndsWith;
@@ -84,6 +85,53 @@ TEST_F(SilentRoad, GivesTheStatusOfTheRun) {
   EXPECT_EQ(run({"--silent", "--apps", "brenna,tolvi"}), 1);
   EXPECT_EQ(run({"--silent", "--apps", "brenna,tolvi", "--strict", "true"}), 2);
   EXPECT_THAT(machine.files.read(machine.logFile()), HasSubstr("--- END SUMMARY ---"));
+}
+
+TEST_F(SilentRoad, EndsTheAppAtWorkWholeUponATerminationRequest) {
+  addBesideInstaller(brenna, "2.0");
+  addBesideInstaller(tolvi, "2.0");
+  machine.programs.on(machine.paths.codesign).takes(10s);
+  machine.signals.requestTerminationAt(5s);
+  EXPECT_EQ(run({"--silent", "--apps", "brenna,tolvi", "--open-after-install", "true"}), 1);
+  EXPECT_FALSE(machine.signals.endedAtOnce());
+  EXPECT_TRUE(machine.files.exists("/Applications/Brenna.app"));
+  EXPECT_FALSE(machine.files.exists("/Applications/Kelo Tolvi.app"));
+  EXPECT_THAT(machine.images.attached(), IsEmpty());
+  EXPECT_THAT(machine.programs.starts(machine.paths.open), IsEmpty());
+  const auto lines = machine.logLines();
+  EXPECT_THAT(lines, Contains("INFO engine-cli: termination requested, cancelling the whole run"));
+  EXPECT_EQ(
+      Lines(lines.end() - 4, lines.end()),
+      (Lines{"INFO --- SILENT RUN SUMMARY action=install exit_code=1 ---",
+             "INFO   app=\"Kelo Brenna\" status=installed",
+             "INFO   app=\"Kelo Tolvi\" status=failed detail=\"cancelled\"", "INFO --- END SUMMARY ---"}));
+}
+
+TEST_F(SilentRoad, EndsARemovalWholeUponATerminationRequestAndStopsBeforeTheNext) {
+  addInstalled(brenna, "1.0");
+  addInstalled(tolvi, "1.0");
+  machine.runningApps.launch(app(brenna).installerBundleIdentifier, "Brenna", 4711,
+                             testing::QuitBehaviour::quits(3s));
+  machine.signals.requestTerminationAt(1s);
+  EXPECT_EQ(run({"--silent", "--mode", "uninstall", "--apps", "brenna,tolvi,rulo"}), 1);
+  EXPECT_FALSE(machine.files.exists("/Applications/Brenna.app"));
+  EXPECT_TRUE(machine.files.exists("/Applications/Kelo Tolvi.app"));
+  const auto lines = machine.logLines();
+  EXPECT_EQ(
+      Lines(lines.end() - 5, lines.end()),
+      (Lines{"INFO --- SILENT RUN SUMMARY action=uninstall exit_code=1 ---",
+             "INFO   app=\"Kelo Brenna\" status=uninstalled",
+             "INFO   app=\"Kelo Tolvi\" status=failed detail=\"cancelled\"",
+             "INFO   app=\"Kelo Rulo\" status=failed detail=\"cancelled\"", "INFO --- END SUMMARY ---"}));
+}
+
+TEST_F(SilentRoad, IsEndedAtOnceByASecondTerminationRequest) {
+  addBesideInstaller(brenna, "2.0");
+  machine.programs.on(machine.paths.codesign).takes(10s);
+  machine.signals.requestTerminationAt(5s);
+  machine.signals.requestTerminationAt(6s);
+  run({"--silent", "--apps", "brenna"});
+  EXPECT_TRUE(machine.signals.endedAtOnce());
 }
 
 TEST_F(SilentRoad, NeverReadsStandardInput) {

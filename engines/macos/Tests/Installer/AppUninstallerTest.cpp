@@ -377,5 +377,20 @@ TEST_F(Uninstall, OfSeveralAppsGoesOnAfterAFailureAndKeepsTheOrder) {
   EXPECT_TRUE(AppUninstaller::uninstallAll({}, false).empty());
 }
 
+TEST_F(Uninstall, OfSeveralAppsReportsThoseBehindTheFirstNoAsNeverReached) {
+  brennaIsInstalled();
+  const auto catalog = KeloAppProvider::shared();
+  const std::vector<AppInfo> apps{*catalog.app(AppIdentifier::brenna), *catalog.app(AppIdentifier::rulo),
+                                  *catalog.app(AppIdentifier::tolvi)};
+  int asked = 0;
+  const auto results = AppUninstaller::uninstallAll(apps, false, [&asked] { return ++asked != 2; });
+  EXPECT_EQ(asked, 2) << "after a no nobody is asked again";
+  ASSERT_EQ(results.size(), 3U);
+  EXPECT_TRUE(results[0].success);
+  EXPECT_TRUE(results[1].cancelled && results[2].cancelled);
+  EXPECT_EQ(results[2].errorMessage, "cancelled");
+  EXPECT_THAT(mac.logLines("Starting uninstall"), ::testing::SizeIs(1));
+}
+
 }  // namespace
 }  // namespace installer::testing

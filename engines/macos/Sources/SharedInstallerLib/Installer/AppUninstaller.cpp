@@ -29,9 +29,14 @@ UninstallResult AppUninstaller::uninstall(const AppInfo& app, bool allowAdminEsc
 }
 
 std::vector<UninstallResult> AppUninstaller::uninstallAll(const std::vector<AppInfo>& apps,
-                                                          bool allowAdminEscalation) {
+                                                          bool allowAdminEscalation,
+                                                          const std::function<bool()>& mayGoOn) {
   std::vector<UninstallResult> results;
-  for (const AppInfo& app : apps) results.push_back(uninstall(app, allowAdminEscalation));
+  bool goesOn = true;
+  for (const AppInfo& app : apps) {
+    goesOn = goesOn && (!mayGoOn || mayGoOn());
+    results.push_back(goesOn ? uninstall(app, allowAdminEscalation) : UninstallResult::neverReached(app));
+  }
   return results;
 }
 

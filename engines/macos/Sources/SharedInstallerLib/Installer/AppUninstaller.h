@@ -5,6 +5,7 @@
 // Static operations only; synchronous; one app at a time.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,9 +26,11 @@ class AppUninstaller {
   // thread has to keep the main queue served.
   static UninstallResult uninstall(const AppInfo& app, bool allowAdminEscalation);
 
-  // Each in turn; a failure doesn't stop the walk. Results in the order of `apps`.
+  // Each in turn; a failure doesn't stop the walk. Results in the order of `apps`. `mayGoOn`, if there is
+  // one, is asked before each app; from its first no on, the apps are reported as never reached.
   static std::vector<UninstallResult> uninstallAll(const std::vector<AppInfo>& apps,
-                                                   bool allowAdminEscalation);
+                                                   bool allowAdminEscalation,
+                                                   const std::function<bool()>& mayGoOn = {});
 
  private:
   // One bundle on its way out.

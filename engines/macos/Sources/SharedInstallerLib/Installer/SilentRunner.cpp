@@ -62,6 +62,7 @@ std::string statusWord(const UninstallResult& result) {
   if (result.success) {
     return std::string{result.alreadyAbsent ? AppStatus::alreadyAbsent : AppStatus::uninstalled};
   }
+  if (result.cancelled) return std::string{AppStatus::cancelled};
   return std::string{result.skipped ? AppStatus::skipped : AppStatus::failed};
 }
 
@@ -92,7 +93,7 @@ SummaryEntry summaryEntry(const AppInstallResult& result) {
 
 SummaryEntry summaryEntry(const UninstallResult& result) {
   return {.appName = result.app.displayName,
-          .status = statusWord(result),
+          .status = result.cancelled ? std::string{AppStatus::failed} : statusWord(result),
           .detail = result.skipped ? result.skipReason : result.errorMessage};
 }
 
@@ -101,6 +102,14 @@ std::vector<SummaryEntry> summaryEntries(const std::vector<Result>& results) {
   std::vector<SummaryEntry> entries;
   for (const auto& result : results) entries.push_back(summaryEntry(result));
   return entries;
+}
+
+// A run that was cut short is no success, even if all that it did went well. The results are in the order of
+// the apps, so the ones without a result are the last.
+void addNeverReached(std::vector<AppInstallResult>& results, const std::vector<AppInfo>& apps) {
+  while (results.size() < apps.size()) {
+    results.push_back({.app = apps[results.size()], .errorMessage = "cancelled", .cancelled = true});
+  }
 }
 
 void openInstalledApps(const std::vector<AppInstallResult>& results) {
@@ -140,17 +149,24 @@ std::int32_t SilentRunner::runInstall(const RunOptions& options) {
     return stop(InstallerAction::install, AppConstants::ExitCode::networkFailure, "No internet connection");
   }
 
-  const auto delegate = std::make_shared<HeadlessInstallDelegate>();
-  const auto orchestrator = std::make_shared<InstallOrchestrator>(provider_);
-  orchestrator->setDelegate(delegate);
-  orchestrator->startInstallation(apps);
-  waitForEnd(*delegate);
-
-  const auto& results = delegate->results();
+  const auto results = installAll(apps);
   const auto exitCode = computeInstallExitCode(results, options.strict);
   writeSummary("install", summaryEntries(results), exitCode, std::nullopt);
-  if (options.openAfterInstall) openInstalledApps(results);
+  if (options.openAfterInstall && !isCancelled_) openInstalledApps(results);
   return exitCode;
+}
+
+std::vector<AppInstallResult> SilentRunner::installAll(const std::vector<AppInfo>& apps) {
+  const auto delegate = std::make_shared<HeadlessInstallDelegate>();
+  activeOrchestrator_ = std::make_shared<InstallOrchestrator>(provider_);
+  activeOrchestrator_->setDelegate(delegate);
+  activeOrchestrator_->startInstallation(apps);
+  waitForEnd(*delegate);
+  activeOrchestrator_ = nullptr;
+
+  auto results = delegate->results();
+  if (isCancelled_) addNeverReached(results, apps);
+  return results;
 }
 
 bool SilentRunner::isConnected() const {
@@ -169,10 +185,21 @@ std::int32_t SilentRunner::runUninstall(const RunOptions& options) {
   const auto apps = RunRules::resolveApps(options.selectedApps);
   if (apps.empty()) return stopWithoutApps(InstallerAction::uninstall);
   log("SilentRunner: Uninstalling " + identifierList(apps));
-  const auto results = AppUninstaller::uninstallAll(apps, false);
+  const auto results = AppUninstaller::uninstallAll(apps, false, [this] { return mayGoOn(); });
   const auto exitCode = computeUninstallExitCode(results, options.strict);
   writeSummary("uninstall", summaryEntries(results), exitCode, std::nullopt);
   return exitCode;
+}
+
+bool SilentRunner::mayGoOn() {
+  // The only moment in which a cancel can land: a removal blocks this thread.
+  machine().dispatch.runMainLoop(RunRules::kRunLoopSlice);
+  return !isCancelled_;
+}
+
+void SilentRunner::cancel() {
+  isCancelled_ = true;
+  if (activeOrchestrator_ != nullptr) activeOrchestrator_->cancelInstallation();
 }
 
 }  // namespace installer

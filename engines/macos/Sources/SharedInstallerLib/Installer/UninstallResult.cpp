@@ -24,4 +24,10 @@ UninstallResult UninstallResult::failure(const AppInfo& app, std::string message
   return result;
 }
 
+UninstallResult UninstallResult::neverReached(const AppInfo& app) {
+  auto result = failure(app, "cancelled");
+  result.cancelled = true;
+  return result;
+}
+
 }  // namespace installer

@@ -18,10 +18,12 @@ struct UninstallResult {
   // The failure calls for a permission that the person can grant, or the privileged removal failed.
   bool permissionDenied = false;
   bool authCancelled = false;  // the person refused the administrator prompt
+  bool cancelled = false;      // never reached: the run was cancelled before
 
   static UninstallResult makeSuccess(const AppInfo& app, bool alreadyAbsent);
   static UninstallResult makeSkipped(const AppInfo& app, std::string reason);
   static UninstallResult failure(const AppInfo& app, std::string message);
+  static UninstallResult neverReached(const AppInfo& app);
 };
 
 }  // namespace installer
