@@ -213,8 +213,9 @@ TEST_F(LinuxFiles, RemovingWithoutRightsIs513AndNamesTheItem) {
               const auto removed = LinuxFileSystem{}.removeItem(folder / "closed/file");
               if (!isCocoa(removed, CocoaError::fileWriteNoPermission)) return 1;
               return removed.error().localizedDescription ==
-                             fmt::format("“file” couldn’t be removed: Permission denied ({})",
-                                         folder / "closed/file")
+                             fmt::format(
+                                 "“file” couldn’t be removed: Permission denied (NSCocoaErrorDomain 513, {})",
+                                 folder / "closed/file")
                          ? 0
                          : 2;
             }),

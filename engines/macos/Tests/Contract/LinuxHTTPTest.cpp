@@ -193,7 +193,7 @@ TEST(CurlErrors, HaveTheCodesThatTheEngineKnows) {
         urlError({.code = row.code, .osErrno = row.osErrno, .words = "words"}, row.isConnected);
     EXPECT_EQ(error.code, row.expected) << curl_easy_strerror(row.code);
     EXPECT_EQ(error.domain, ErrorDomain::url);
-    EXPECT_EQ(error.localizedDescription, "words");
+    EXPECT_EQ(error.localizedDescription, fmt::format("words (NSURLErrorDomain {})", row.expected));
   }
   EXPECT_NE(urlError({.code = CURLE_RECV_ERROR, .osErrno = 0, .words = ""}, true).localizedDescription, "");
 }

@@ -33,6 +33,7 @@ TEST_F(CopyBundle, WithoutWritePermissionRunsOneLineAsAdministrator) {
   EXPECT_THAT(
       mac.logLines("DMGInstaller:"),
       ElementsAre("WARN DMGInstaller: Permission denied copying app — will retry with admin privileges",
+                  "WARN DMGInstaller: You don’t have permission to change “Brenna.app”.",
                   "INFO DMGInstaller: Requesting admin privileges to install Kelo Brenna"));
 }
 
@@ -50,6 +51,7 @@ TEST_F(CopyBundle, OverACopyThatMayNotBeRemovedDoesAllInOneLine) {
       ElementsAre("INFO DMGInstaller: Upgrading Kelo Brenna from v1.0 to v2.0",
                   "WARN DMGInstaller: Permission denied removing existing app — will retry with admin "
                   "privileges",
+                  "WARN DMGInstaller: You don’t have permission to change “Brenna.app”.",
                   "INFO DMGInstaller: Requesting admin privileges to install Kelo Brenna"));
 }
 
@@ -176,14 +178,15 @@ TEST_F(CopyBundle, ThatIsNotGenuineTellsWhatStoppedItsRemoval) {
 }
 
 TEST_F(CopyBundle, StaysASuccessWhenTheQuarantineCannotBeTakenOff) {
-  mac.programs.on(mac.paths.xattr).exits(1);
+  mac.programs.on(mac.paths.xattr).exits(1, "", "xattr: [Errno 1] Not permitted\n");
   install();
   expectInstalledAt(destination);
   EXPECT_THAT(
       mac.logLines("DMGInstaller:"),
       ElementsAre(
           "INFO DMGInstaller: xattr exited 1 for /Applications/Brenna.app — the app is installed but may "
-          "prompt on first launch"));
+          "prompt on first launch",
+          "INFO DMGInstaller: xattr: xattr: [Errno 1] Not permitted"));
 }
 
 TEST_F(CopyBundle, StaysASuccessWhenTheQuarantineToolCannotBeStarted) {

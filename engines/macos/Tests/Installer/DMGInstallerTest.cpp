@@ -116,6 +116,8 @@ TEST_F(InstallFromDMG, NeedsAnAppInTheImage) {
   theImageHolds({{"Brenna.pkg", {}}, {"Applications", {}}, {"Brenna.APP", brenna("2.0")}});
   install();
   expectFailure("No .app bundle found in DMG");
+  EXPECT_EQ(mac.logLines("the image holds"),
+            (Lines{R"(WARN DMGInstaller: the image holds: ["Brenna.pkg", "Applications", "Brenna.APP"])"}));
   expectDetachedOnce();
   EXPECT_THAT(appsFolder(), IsEmpty());
 }
@@ -167,7 +169,9 @@ TEST_F(InstallFromDMG, QuitsARunningCopyBeforeAnythingElseEvenWhenTheInstallFail
   EXPECT_THAT(story(),
               ElementsAre("INFO DMGInstaller: Kelo Brenna is running (pid 4711) — sending graceful quit",
                           "INFO DMGInstaller: Kelo Brenna Fed is running (pid 4712) — sending graceful quit",
-                          StartsWith("INFO Mounting DMG")));
+                          StartsWith("INFO Mounting DMG"),
+                          "WARN DMGInstaller: hdiutil attach: hdiutil: attach failed - No such file or "
+                          "directory"));
 }
 
 TEST_F(InstallFromDMG, SwallowsAFailedDetach) {

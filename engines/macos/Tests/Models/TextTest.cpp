@@ -58,6 +58,35 @@ TEST(Text, WritesAListAsInTheLog) {
   EXPECT_EQ(listText({"a", "b\"c\\"}), R"(["a", "b\"c\\"])");
 }
 
+TEST(Text, OfSomebodyElseBecomesOneLine) {
+  const struct {
+    std::string text;
+    std::string line;
+  } rows[] = {
+      {"", ""},
+      {"  \n\t ", ""},
+      {"hdiutil: attach failed - image not recognized\n", "hdiutil: attach failed - image not recognized"},
+      {"one\r\n\r\ntwo  three", "one two three"},
+      {"[t] [ERROR] a\n[t] [ERROR] forged", "[t] [ERROR] a [t] [ERROR] forged"},
+      {std::string{"a\0b\x1b[31mc\x7f", 10}, "a b [31mc"},
+      {"\xc2\x85next\xc2\xa0kept", "next\xc2\xa0kept"},
+      {"bad \xff\xfe bytes, good é", "bad ?? bytes, good é"},
+      {"cut \xe2\x80", "cut ??"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(oneLine(row.text), row.line) << row.text;
+  EXPECT_EQ(oneLine("éèê", 2), "éè");
+}
+
+TEST(Text, IsUTF8OnlyWhenWellFormedThroughout) {
+  for (const char* good : {"", "a", "é", "\xe2\x82\xac", "\xf0\x9f\x98\x80", "\xf4\x8f\xbf\xbf"}) {
+    EXPECT_TRUE(isUTF8(good)) << good;
+  }
+  for (const char* bad : {"\x80", "\xc0\xaf", "\xc3", "\xe0\x80\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80",
+                          "\xf0\x80\x80\xaf", "\xff", "a\xe2\x82"}) {
+    EXPECT_FALSE(isUTF8(bad)) << bad;
+  }
+}
+
 TEST(Text, WritesADoubleWithItsPoint) {
   EXPECT_EQ(doubleText(5), "5.0");
   EXPECT_EQ(doubleText(0.25), "0.25");

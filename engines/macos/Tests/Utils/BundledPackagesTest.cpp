@@ -68,15 +68,19 @@ TEST_F(PackagesInResources, WithoutAManifestCostAWarning) {
   mac.files.addFile(joined(packages, "brenna_installer.dmg"));
   EXPECT_THAT(BundledPackages::manifest(), IsEmpty());
   EXPECT_EQ(BundledPackages::bundledVersion(app(AppIdentifier::brenna)), std::nullopt);
-  EXPECT_EQ(lines(), Lines{"WARN OfflinePackageProvider: packages.json not found or unreadable — skipping "
-                           "checksum verification"});
+  EXPECT_EQ(lines(), (Lines{"WARN OfflinePackageProvider: packages.json not found or unreadable — skipping "
+                            "checksum verification",
+                            "INFO OfflinePackageProvider: The file “packages.json” couldn’t be opened "
+                            "because there is no such file."}));
 }
 
 TEST_F(PackagesInResources, WithAManifestThatIsNoJSONAreNone) {
   writeManifest("<html>");
   EXPECT_THAT(BundledPackages::manifest(), IsEmpty());
-  EXPECT_EQ(lines(), Lines{"INFO OfflinePackageProvider: Loaded 0 package(s) from packages.json (0 with "
-                           "checksum, 0 with version, 0 with size)"});
+  EXPECT_EQ(lines(), (Lines{"INFO OfflinePackageProvider: Loaded 0 package(s) from packages.json (0 with "
+                            "checksum, 0 with version, 0 with size)",
+                            "WARN OfflinePackageProvider: packages.json: The text isn't valid JSON around "
+                            "byte 1."}));
 }
 
 TEST_F(PackagesInResources, AreReadOncePerProcess) {

@@ -187,6 +187,19 @@ TEST_F(CDN, CallsAnUnreadableFileAFailedAttempt) {
             5U);
 }
 
+TEST_F(CDN, LogsHowAnUnreadableFileBegins) {
+  meta("arm64").answers(200, "<html>\nplease log in" + std::string(200, '.'));
+  EXPECT_EQ(outcome(), "transient");
+  EXPECT_EQ(machine.logLines("begin with"),
+            (Lines{"WARN CDNSource: The text isn't valid JSON around byte 1. The 220 bytes begin with: <html> "
+                   "please log in" +
+                   std::string(80, '.')}));
+  meta("arm64").answers(200, "[1]");
+  EXPECT_EQ(outcome(), "transient");
+  EXPECT_EQ(machine.logLines("begin with").back(),
+            "WARN CDNSource: The JSON text isn't an object. The 3 bytes begin with: [1]");
+}
+
 TEST_F(CDN, GivesUpAtTheTimeLimit) {
   meta("arm64").answers(200, std::string(100, ' ') + "{}").inPieces(1, 14s);
   EXPECT_EQ(outcome(), "transient");

@@ -27,9 +27,10 @@ std::optional<Path> AppUninstaller::claimStagingPath(const Path& path) {
 
     // Left by an earlier run that didn't come to its end.
     log(fmt::format("AppUninstaller: clearing a leftover staging path at {}", candidate));
-    (void)files.removeItem(candidate);  // the next look tells whether it worked
+    const auto removed = files.removeItem(candidate);
     if (!files.fileExists(candidate)) return candidate;
     logWarn(fmt::format("AppUninstaller: could not clear {} — trying the next staging name", candidate));
+    if (!removed) logWarn("AppUninstaller: " + removed.error().localizedDescription);
   }
   logError(fmt::format("AppUninstaller: no free staging name beside {}", path));
   return std::nullopt;

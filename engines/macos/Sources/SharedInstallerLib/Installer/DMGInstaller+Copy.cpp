@@ -8,6 +8,7 @@
 #include "Platform/Machine.h"
 #include "Utils/ChecksumVerifier.h"
 #include "Utils/Log.h"
+#include "Utils/ToolWords.h"
 
 namespace installer {
 
@@ -38,6 +39,7 @@ DMGInstaller::EndOfInstall DMGInstaller::copyBundle(const InstallInProgress& ins
                                               copied.error().localizedDescription));
   }
   logWarn("DMGInstaller: Permission denied copying app — will retry with admin privileges");
+  logWarn("DMGInstaller: " + copied.error().localizedDescription);
   return copyAsAdministrator(install);
 }
 
@@ -90,6 +92,7 @@ void DMGInstaller::removeQuarantine(const Path& destination) {
   log(fmt::format(
       "DMGInstaller: xattr exited {} for {} — the app is installed but may prompt on first launch",
       exit->status, destination));
+  logToolWords("DMGInstaller: xattr", exit->errorOutput, LogLevel::info);
 }
 
 }  // namespace installer

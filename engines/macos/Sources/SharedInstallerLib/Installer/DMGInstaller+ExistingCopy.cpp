@@ -109,6 +109,7 @@ DMGInstaller::EndOfInstall DMGInstaller::clearDestination(InstallInProgress& ins
                                               removed.error().localizedDescription));
   }
   logWarn("DMGInstaller: Permission denied removing existing app — will retry with admin privileges");
+  logWarn("DMGInstaller: " + removed.error().localizedDescription);
   install.removalNeedsAdministrator = true;
   return std::nullopt;
 }

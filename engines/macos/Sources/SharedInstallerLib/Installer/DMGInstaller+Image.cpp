@@ -9,6 +9,7 @@
 #include "Utils/ChecksumVerifier.h"
 #include "Utils/ExistingAppDetector.h"
 #include "Utils/Log.h"
+#include "Utils/ToolWords.h"
 
 namespace installer {
 
@@ -33,7 +34,10 @@ std::expected<std::string, InstallResult> DMGInstaller::chooseBundle(const Mount
         fmt::format("Failed to install {}: {}", app.displayName, entries.error().localizedDescription)));
   }
   const auto names = appNames(*entries);
-  if (names.empty()) return std::unexpected(InstallResult::failure("No .app bundle found in DMG"));
+  if (names.empty()) {
+    logToolWords("DMGInstaller: the image holds", listText(*entries), LogLevel::warn);
+    return std::unexpected(InstallResult::failure("No .app bundle found in DMG"));
+  }
 
   for (const std::string& name : names) {
     const auto bundle = ExistingAppDetector::cachedBundle(joined(image.mountPoint(), name));

@@ -7,6 +7,7 @@
 #include "Installer/DMGInstaller.h"
 #include "Platform/Machine.h"
 #include "Utils/Log.h"
+#include "Utils/ToolWords.h"
 
 namespace installer {
 
@@ -39,13 +40,15 @@ std::expected<MountedImage, std::string> MountedImage::attach(const Path& dmgPat
     return std::unexpected(fmt::format("Failed to mount DMG: {}", attached.error().localizedDescription));
   }
   if (attached->status != 0) {
+    logToolWords("DMGInstaller: hdiutil attach", attached->errorOutput, LogLevel::warn);
     return std::unexpected(fmt::format("hdiutil attach failed with exit code {}", attached->status));
   }
   const auto list = machine().propertyList.parse(attached->output);
-  if (!list) return std::unexpected("Failed to parse hdiutil output");
-  auto mountPoint = mountPointIn(*list);
-  if (!mountPoint) return std::unexpected("No mount point found");
-  return MountedImage{*std::move(mountPoint)};
+  auto mountPoint = list ? mountPointIn(*list) : std::nullopt;
+  if (mountPoint) return MountedImage{*std::move(mountPoint)};
+
+  logToolWords("DMGInstaller: hdiutil attach", attached->output, LogLevel::warn);
+  return std::unexpected(list ? "No mount point found" : "Failed to parse hdiutil output");
 }
 
 MountedImage::MountedImage(MountedImage&& other) noexcept

@@ -11,6 +11,13 @@ bool isContinuation(char c) {
   return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
 }
 
+// A character of C0, C1 or DEL.
+bool isControl(std::string_view character) {
+  const auto first = static_cast<unsigned char>(character.front());
+  if (character.size() == 1) return first < 0x20U || first == 0x7FU;
+  return first == 0xC2U && static_cast<unsigned char>(character[1]) < 0xA0U;
+}
+
 // Bytes of the well-formed sequence at the start of `bytes`; 0 when there is none.
 std::size_t sequenceLength(std::string_view bytes) {
   const auto at = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
@@ -62,6 +69,22 @@ std::string_view firstCharacters(std::string_view text, std::size_t count) {
     ++end;
   }
   return text.substr(0, end);
+}
+
+std::string oneLine(std::string_view text, std::size_t count) {
+  std::string line;
+  while (!text.empty()) {
+    const auto length = sequenceLength(text);
+    const auto character = length == 0 ? std::string_view{"?"} : text.substr(0, length);
+    text.remove_prefix(std::max<std::size_t>(length, 1));
+    if (character != " " && !isControl(character)) {
+      line += character;
+    } else if (!line.empty() && line.back() != ' ') {
+      line += ' ';
+    }
+  }
+  const auto whole = trimmed(line);
+  return std::string{firstCharacters(whole, count)};
 }
 
 std::string listText(const std::vector<std::string>& items) {

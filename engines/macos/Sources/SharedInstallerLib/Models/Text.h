@@ -14,12 +14,17 @@ std::string lowercased(std::string_view text);
 // Without blanks, tabs and line breaks at both ends.
 std::string trimmed(std::string_view text);
 
-// Well-formed UTF-8 throughout, empty text included.
+// Well-formed UTF-8 throughout, empty text included: no overlong forms, no surrogates, nothing cut short.
 bool isUTF8(std::string_view bytes);
 
 // Counts and cuts by code point, so that no character is split.
 std::size_t characterCount(std::string_view text);
 std::string_view firstCharacters(std::string_view text, std::size_t count);
+
+// Somebody else's words, such as a tool's, as they can stand in one log line: without blanks at the ends,
+// line breaks and other control characters as one blank, cut to `count` characters; bytes that aren't UTF-8
+// become "?".
+std::string oneLine(std::string_view text, std::size_t count = 1000);
 
 // As a list stands in log lines: ["a", "b"], and [] when empty.
 std::string listText(const std::vector<std::string>& items);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 
+#include "Models/JSONReader.h"
 #include "Platform/Machine.h"
 #include "Platform/ProcessWide.h"
 #include "Utils/Log.h"
@@ -31,6 +32,7 @@ Manifest loadManifest() {
   const auto bytes = machine().files.readFile(joined(*folder, "packages.json"));
   if (!bytes) {
     logWarn("OfflinePackageProvider: packages.json not found or unreadable — skipping checksum verification");
+    log("OfflinePackageProvider: " + bytes.error().localizedDescription);
     return {};
   }
   Manifest byDestination;
@@ -38,6 +40,9 @@ Manifest loadManifest() {
     if (meta.destination) byDestination.emplace(*meta.destination, meta);
   }
   logLoaded(byDestination);
+  if (const auto json = JSONReader::parse(*bytes); !json) {
+    logWarn("OfflinePackageProvider: packages.json: " + json.error().localizedDescription);
+  }
   return byDestination;
 }
 

@@ -5,7 +5,9 @@
 #include <iterator>
 
 #include "Models/AppInfo.h"
+#include "Models/JSONReader.h"
 #include "Models/ReleaseNotes.h"
+#include "Models/Text.h"
 #include "Utils/CDNLayout.h"
 #include "Utils/CDNSource+Fetch.h"
 #include "Utils/InstallerConfig.h"
@@ -29,6 +31,15 @@ std::string otherSegment(const AppInfo& app) {
   return app.cdnArch == CDNArchScope::universal ? machineSegment() : "universal";
 }
 
+// Tells a login page or a cut file from a mistake in the metadata.
+void logBeginningOf(std::string_view body) {
+  constexpr std::size_t shownCharacters = 100;
+  const auto json = JSONReader::parse(body);
+  logWarn(fmt::format("CDNSource: {} The {} bytes begin with: {}",
+                      json ? "The JSON text isn't an object." : json.error().localizedDescription,
+                      body.size(), oneLine(body, shownCharacters)));
+}
+
 std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, std::string_view archSegment,
                                                       Duration timeout) {
   const auto folder = folderURL(app, archSegment);
@@ -41,6 +52,7 @@ std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, std::s
   auto meta = PackageMeta::decode(*body);
   if (!meta) {
     log(fmt::format("CDNSource: unparseable meta.json for {} at {}", app.displayName, url.absoluteString()));
+    logBeginningOf(*body);
     return std::unexpected(CDNFetchError::transient);
   }
   return CDNPackage{*folder, std::move(*meta)};

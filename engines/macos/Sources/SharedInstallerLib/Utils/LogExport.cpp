@@ -9,6 +9,7 @@
 #include "Utils/LogExportTexts.h"
 #include "Utils/Logger.h"
 #include "Utils/SystemUtils.h"
+#include "Utils/ToolWords.h"
 
 namespace installer::LogExport {
 
@@ -109,9 +110,10 @@ Result<Path> compress(const Path& staging, const std::optional<std::string>& out
   }
   const auto archive = joined(destination, LogExportTexts::archiveName(machine().dispatch.now()));
   const auto ended = machine().processes.run(
-      machine().paths.ditto, {"-c", "-k", "--sequesterRsrc", staging, archive}, CapturedOutput::none);
+      machine().paths.ditto, {"-c", "-k", "--sequesterRsrc", staging, archive}, CapturedOutput::merged);
   if (!ended) return std::unexpected(ended.error());
   if (ended->status != 0) {
+    logToolWords("LogExport: ditto", ended->output, LogLevel::warn);
     return failure(errorDomain, ended->status, fmt::format("ditto exited with {}", ended->status));
   }
   return archive;

@@ -65,7 +65,11 @@ Error error(NSError* given) {
   if (given == nil) {
     return {std::string{ErrorDomain::cocoa}, CocoaError::fileReadUnknown, "The operation failed.", nullptr};
   }
-  Error translated{text(given.domain), given.code, text(given.localizedDescription), nullptr};
+  const auto domain = text(given.domain);
+  // With domain and code in the sentence, every log line that quotes it names the cause.
+  Error translated{domain, given.code,
+                   text(given.localizedDescription) + " (" + domain + " " + std::to_string(given.code) + ")",
+                   nullptr};
   id resumeData = given.userInfo[NSURLSessionDownloadTaskResumeData];
   if ([resumeData isKindOfClass:[NSData class]]) {
     translated.downloadResumeData = std::make_shared<const std::string>(bytes(resumeData));

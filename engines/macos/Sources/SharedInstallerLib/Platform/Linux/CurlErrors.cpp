@@ -1,6 +1,7 @@
 #include "Platform/Linux/CurlErrors.h"
 
 #include <cerrno>
+#include <fmt/format.h>
 #include <ifaddrs.h>
 #include <net/if.h>
 
@@ -51,8 +52,13 @@ std::int64_t codeOf(const CurlFailure& failure, bool isConnected) {
 }  // namespace
 
 Error urlError(const CurlFailure& failure, bool isConnected) {
-  return {std::string{ErrorDomain::url}, codeOf(failure, isConnected),
-          failure.words.empty() ? curl_easy_strerror(failure.code) : failure.words, nullptr};
+  return urlError(codeOf(failure, isConnected),
+                  failure.words.empty() ? curl_easy_strerror(failure.code) : failure.words);
+}
+
+Error urlError(std::int64_t code, std::string_view words) {
+  return {std::string{ErrorDomain::url}, code, fmt::format("{} ({} {})", words, ErrorDomain::url, code),
+          nullptr};
 }
 
 bool hasNetworkInterface() {

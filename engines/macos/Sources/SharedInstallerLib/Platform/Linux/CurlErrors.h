@@ -1,8 +1,10 @@
 // What libcurl's failures are called above the seam.
 #pragma once
 
+#include <cstdint>
 #include <curl/curl.h>
 #include <string>
+#include <string_view>
 
 #include "Platform/Error.h"
 
@@ -17,6 +19,10 @@ struct CurlFailure {
 // `isConnected` tells whether this machine has a network at all: without one, a name that isn't found says
 // nothing about the name.
 Error urlError(const CurlFailure& failure, bool isConnected);
+
+// A failure of our own, one of URLErrorCode. The description ends with domain and code, so that every log
+// line that quotes it names the cause.
+Error urlError(std::int64_t code, std::string_view words);
 
 // Some interface besides the loopback is up and has an address.
 bool hasNetworkInterface();

@@ -3,6 +3,8 @@
 #include <unistd.h>
 #include <utility>
 
+#include "Platform/Linux/CurlErrors.h"
+
 namespace installer {
 
 namespace {
@@ -10,8 +12,8 @@ namespace {
 // Each callback wakes a thread, which costs more than writing down a piece of the body.
 constexpr auto progressInterval = std::chrono::milliseconds{20};
 
-Error badServerResponse(std::string words) {
-  return {std::string{ErrorDomain::url}, URLErrorCode::badServerResponse, std::move(words), nullptr};
+Error badServerResponse(std::string_view words) {
+  return urlError(URLErrorCode::badServerResponse, words);
 }
 
 bool allowsResumption(const ResponseHead& head) {
@@ -44,10 +46,7 @@ LinuxDownloadTask::LinuxDownloadTask(const std::shared_ptr<URLSessionCore>& sess
 }
 
 std::optional<Error> LinuxDownloadTask::prepare() {
-  if (isGarbage_) {
-    return Error{std::string{ErrorDomain::url}, URLErrorCode::unknown, "the resume data can't be read",
-                 nullptr};
-  }
+  if (isGarbage_) return urlError(URLErrorCode::unknown, "the resume data can't be read");
   if (!resumed_) return std::nullopt;
   partial_ = PartialFile::reopen(session().temporaryDirectory(), resumed_->partialFile, resumed_->received);
   if (partial_) session().forgetPartial(partial_->path());

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
@@ -12,6 +11,9 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include "Platform/Linux/CurlErrors.h"
+#include "Platform/Linux/FileErrors.h"
 
 namespace installer {
 
@@ -53,8 +55,9 @@ Result<std::unique_ptr<PartialFile>> PartialFile::create(const Path& folder) {
   auto path = joined(folder, fmt::format("{}{}-XXXXXX{}", prefix, getpid(), suffix));
   const int descriptor = mkostemps(path.data(), static_cast<int>(suffix.size()), O_CLOEXEC);
   if (descriptor < 0) {
-    return failure(ErrorDomain::url, URLErrorCode::cannotCreateFile,
-                   fmt::format("cannot create a temporary file in {}: {}", folder, std::strerror(errno)));
+    return std::unexpected(
+        urlError(URLErrorCode::cannotCreateFile,
+                 fmt::format("cannot create a temporary file in {}: {}", folder, errnoText(errno))));
   }
   flock(descriptor, LOCK_EX | LOCK_NB);
   return std::unique_ptr<PartialFile>{new PartialFile{descriptor, std::move(path), 0}};
@@ -87,8 +90,8 @@ Result<> PartialFile::append(std::string_view bytes) {
     const auto written = write(descriptor_, bytes.data(), bytes.size());
     if (written < 0 && errno == EINTR) continue;
     if (written < 0) {
-      return failure(ErrorDomain::url, URLErrorCode::cannotWriteToFile,
-                     fmt::format("cannot write to {}: {}", path_, std::strerror(errno)));
+      return std::unexpected(urlError(URLErrorCode::cannotWriteToFile,
+                                      fmt::format("cannot write to {}: {}", path_, errnoText(errno))));
     }
     length_ += written;
     bytes.remove_prefix(static_cast<std::size_t>(written));

@@ -143,12 +143,13 @@ std::expected<void, int> spawnDetached(const Path& program, const std::vector<st
 }
 
 Error launchError(int number, const Path& program) {
-  auto description = fmt::format("“{}” couldn’t be started: {} ({})", lastPathComponent(program),
-                                 errnoText(number), program);
-  if (number == ENOENT || number == ENOTDIR) {
-    return {std::string{ErrorDomain::cocoa}, CocoaError::fileNoSuchFile, std::move(description), nullptr};
-  }
-  return {std::string{ErrorDomain::posix}, number, std::move(description), nullptr};
+  const bool isMissing = number == ENOENT || number == ENOTDIR;
+  const auto domain = isMissing ? ErrorDomain::cocoa : ErrorDomain::posix;
+  const auto code = isMissing ? CocoaError::fileNoSuchFile : number;
+  return {std::string{domain}, code,
+          fmt::format("“{}” couldn’t be started: {} ({} {}, {})", lastPathComponent(program),
+                      errnoText(number), domain, code, program),
+          nullptr};
 }
 
 int exitStatusOf(int waitStatus) {

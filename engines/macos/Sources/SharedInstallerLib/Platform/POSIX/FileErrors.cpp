@@ -43,9 +43,12 @@ std::string errnoText(int number) {
 }
 
 Error fileError(FileAccess access, int number, const Path& path, std::string_view deed) {
-  const auto code = access == FileAccess::read ? readCode(number) : writeCode(number);
-  return {std::string{code ? ErrorDomain::cocoa : ErrorDomain::posix}, code.value_or(number),
-          fmt::format("“{}” couldn’t be {}: {} ({})", lastPathComponent(path), deed, errnoText(number), path),
+  const auto known = access == FileAccess::read ? readCode(number) : writeCode(number);
+  const auto domain = known ? ErrorDomain::cocoa : ErrorDomain::posix;
+  const auto code = known.value_or(number);
+  return {std::string{domain}, code,
+          fmt::format("“{}” couldn’t be {}: {} ({} {}, {})", lastPathComponent(path), deed, errnoText(number),
+                      domain, code, path),
           nullptr};
 }
 

@@ -12,7 +12,8 @@ namespace installer {
 // Which codes a failure gets: EACCES is 257 while reading and 513 while writing.
 enum class FileAccess { read, write };
 
-// The error of `number` (an errno) at `path`. `deed` completes "couldn't be ...", such as "removed".
+// The error of `number` (an errno) at `path`. `deed` completes "couldn't be ...", such as "removed". The
+// description also holds the domain and the code, so that every log line that quotes it names the cause.
 Error fileError(FileAccess access, int number, const Path& path, std::string_view deed);
 
 inline std::unexpected<Error> fileFailure(FileAccess access, int number, const Path& path,

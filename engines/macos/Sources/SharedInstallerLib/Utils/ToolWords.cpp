@@ -1,0 +1,15 @@
+#include "Utils/ToolWords.h"
+
+#include <fmt/format.h>
+
+#include "Models/Text.h"
+
+namespace installer {
+
+void logToolWords(std::string_view speaker, std::string_view words, LogLevel level,
+                  std::source_location location) {
+  const auto line = oneLine(words);
+  if (!line.empty()) log(fmt::format("{}: {}", speaker, line), level, location);
+}
+
+}  // namespace installer
