@@ -22,9 +22,10 @@ EVENTS = {path.stem: load(path.name) for path in SCHEMAS.glob("*.json") if path.
 
 def complaints(event):
     """What is wrong with an event; an empty list when nothing is."""
-    schema = EVENTS.get(event.get("type"))
+    kind = event.get("type")
+    schema = EVENTS.get(kind) if isinstance(kind, str) else None
     if schema is None:
-        return [f"no event has the type {event.get('type')!r}"]
+        return [f"no event has the type {kind!r}"]
     validator = jsonschema.Draft202012Validator(schema)
     return [error.message for error in validator.iter_errors(event)]
 

@@ -1,0 +1,97 @@
+"""The transcripts under protocol/transcripts are what the engine says today, and the page shows them as they are.
+
+With KELO_WRITE_TRANSCRIPTS=1 (./dev transcripts) they are written anew instead.
+"""
+
+import contextlib
+import json
+import os
+import re
+
+import pytest
+
+import hostile_cdn
+import online_machine
+import protocol_schema
+import transcripts
+from protocol_schema import PROTOCOL
+
+FOLDER = PROTOCOL / "transcripts"
+PAGE = PROTOCOL / "README.md"
+WRITES = os.environ.get("KELO_WRITE_TRANSCRIPTS") == "1"
+
+pytestmark = pytest.mark.skipif(bool(online_machine.needed()), reason=f"not built: {online_machine.needed()}")
+
+
+@pytest.fixture(scope="module")
+def online_workshop(tmp_path_factory):
+    made = online_machine.Workshop(tmp_path_factory.mktemp("workshop"))
+    (made.folder / "image").write_bytes(made.image)
+    return made
+
+
+class Tools:
+    def __init__(self, installation, workshop, folder):
+        self.installation, self._workshop, self._folder = installation, workshop, folder
+
+    @contextlib.contextmanager
+    def online(self):
+        with hostile_cdn.HostileCDN(self._folder / "cdn", online_machine.NAMES) as cdn:
+            yield transcripts.Online(self._workshop, self._folder, cdn)
+
+
+def block(name, command, status, lines):
+    """How a transcript stands on the page."""
+    return f"<!-- transcript {name} -->\n```\n$ {command}\n" + "\n".join(lines) + f"\n$ echo $?\n{status}\n```\n"
+
+
+def blocks(page):
+    """name -> the block as it stands."""
+    found = re.findall(r"(<!-- transcript (\S+) -->\n```\n(.*?)```\n)", page, re.S)
+    return {name: whole for whole, name, _ in found}
+
+
+def write(name, command, status, lines):
+    FOLDER.mkdir(exist_ok=True)
+    (FOLDER / f"{name}.jsonl").write_text("\n".join(lines) + "\n", encoding="utf-8")
+    page = PAGE.read_text(encoding="utf-8")
+    page = re.sub(rf"<!-- transcript {name} -->\n```\n.*?```\n", lambda _: block(name, command, status, lines), page,
+                  flags=re.S)
+    PAGE.write_text(page, encoding="utf-8")
+
+
+@pytest.mark.parametrize("name", transcripts.SCENARIOS)
+def test_the_transcript_is_what_the_engine_says(installation, online_workshop, tmp_path, name):
+    tools = Tools(installation, online_workshop, tmp_path)
+    command, status, lines = transcripts.SCENARIOS[name](tools)
+    if WRITES:
+        write(name, command, status, lines)
+    assert (FOLDER / f"{name}.jsonl").read_text(encoding="utf-8").splitlines() == lines
+    on_page = blocks(PAGE.read_text(encoding="utf-8")).get(name)
+    assert on_page is None or on_page == block(name, command, status, lines)
+
+
+def stored():
+    return {path.stem: path.read_text(encoding="utf-8").splitlines() for path in sorted(FOLDER.glob("*.jsonl"))}
+
+
+def test_there_is_a_transcript_for_every_scenario_and_none_besides():
+    assert set(stored()) == set(transcripts.SCENARIOS)
+
+
+@pytest.mark.parametrize("name", sorted(transcripts.SCENARIOS))
+def test_every_line_is_an_event_of_the_protocol(name):
+    for line in stored()[name]:
+        protocol_schema.check(json.loads(line))
+
+
+def test_every_kind_of_event_and_every_status_is_shown_somewhere():
+    events = [json.loads(line) for lines in stored().values() for line in lines]
+    assert {event["type"] for event in events} == set(protocol_schema.EVENTS)
+    statuses = {event["status"] for event in events if event["type"] == "app-result"}
+    assert statuses == set(protocol_schema.load("common.json")["$defs"]["status"]["enum"])
+
+
+def test_the_page_shows_the_stories_that_a_shell_meets():
+    assert {"hello", "install", "failure", "cancel-one", "cancel-all", "source-gone", "uninstall"} <= \
+        set(blocks(PAGE.read_text(encoding="utf-8")))
