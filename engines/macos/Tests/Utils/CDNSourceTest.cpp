@@ -14,6 +14,7 @@ namespace {
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using testing::Lines;
 using RefusalEndsAs = testing::SimulatedNetwork::RefusalEndsAs;
 
 constexpr auto configuration = R"({
@@ -190,10 +191,11 @@ TEST_F(CDN, CallsAnUnreadableFileAFailedAttempt) {
 TEST_F(CDN, LogsHowAnUnreadableFileBegins) {
   meta("arm64").answers(200, "<html>\nplease log in" + std::string(200, '.'));
   EXPECT_EQ(outcome(), "transient");
-  EXPECT_EQ(machine.logLines("begin with"),
-            (Lines{"WARN CDNSource: The text isn't valid JSON around byte 1. The 220 bytes begin with: <html> "
-                   "please log in" +
-                   std::string(80, '.')}));
+  EXPECT_EQ(
+      machine.logLines("begin with"),
+      (Lines{"WARN CDNSource: The text isn't valid JSON around byte 1. The 220 bytes begin with: <html> "
+             "please log in" +
+             std::string(80, '.')}));
   meta("arm64").answers(200, "[1]");
   EXPECT_EQ(outcome(), "transient");
   EXPECT_EQ(machine.logLines("begin with").back(),

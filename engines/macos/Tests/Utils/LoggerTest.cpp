@@ -274,6 +274,18 @@ TEST_F(LogFile, ThatWasDeletedIsNeitherMadeAnewNorCut) {
   EXPECT_EQ(mac.streams.output(), "Created log directory: " + directory + "\n");
 }
 
+TEST_F(LogFile, ThatWasReplacedIsTakenUpOnceTheNewOneIsCut) {
+  start();
+  mac.files.erase(file);
+  mac.files.addFile(file, "somebody else's\n");
+  write("into the old one");
+  EXPECT_EQ(content(), "somebody else's\n");
+  mac.files.addFile(file, std::string(512001, 'x'));
+  write("entry");
+  EXPECT_EQ(content().substr(0, 256000), std::string(256000, 'x'));
+  EXPECT_THAT(linesOf(content().substr(256000)), ElementsAre(EndsWith("] entry"), HasSubstr("rotated")));
+}
+
 TEST_F(LogFile, HoldsAllThatWasLoggedOnceItIsFlushed) {
   for (int entry = 0; entry < 50; ++entry) log("entry");
   Logger::shared().flush();

@@ -13,7 +13,7 @@
 #include <unistd.h>
 
 #include "Platform/Linux/CurlErrors.h"
-#include "Platform/Linux/FileErrors.h"
+#include "Platform/POSIX/FileErrors.h"
 
 namespace installer {
 
