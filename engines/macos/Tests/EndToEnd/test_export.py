@@ -106,7 +106,7 @@ def test_the_archive_holds_the_logs_and_two_texts_and_nothing_else(machine):
     # What is logged after the copy isn't in the bundle; all that was logged before is.
     assert machine.log_file.read_bytes().startswith(found["webinstall.log"])
     assert found["webinstall.log"].splitlines()[-1].endswith(b"engine-cli: offline mode (bundled packages detected)")
-    assert machine.log.splitlines()[-1].endswith(f"] LogExport: wrote 3 log file(s) to {path}")
+    assert f"] LogExport: wrote 3 log file(s) to {path}\n" in machine.log
     assert staging(machine) == []
 
 
@@ -278,6 +278,19 @@ def test_the_archive_lands_where_it_should(machine):
     assert os.path.dirname(export(machine, "--out", "")) == str(machine.root / "Desktop")
     assert os.path.dirname(export(machine, "--out", str(machine.root / "new/and deeper"))) == \
         str(machine.root / "new/and deeper")
+
+
+def test_without_a_log_directory_the_engine_runs_on_and_says_so(machine):
+    (machine.root / "Library").write_text("a file stands where the folder should")
+    run = machine.install("--apps", "brenna")
+    assert (run.status, run.statuses) == (0, {"brenna": "installed"})
+    folder = machine.log_file.parent
+    assert run.other_lines == [
+        "Error creating log directory: “Library” couldn’t be created: File exists "
+        f"(NSCocoaErrorDomain 516, {machine.root}/Library)"]
+    found = contents(export(machine))
+    assert found["manifest.txt"].decode().endswith(
+        f"[skipped] {folder} — could not read the log directory\n[empty] {folder} — no .log files\n")
 
 
 # What can't be written is never half there.
