@@ -33,6 +33,12 @@ bool countsAsReachable(const std::optional<HTTPURLResponse>& response, const std
   return !error || (response && response->statusCode < 500);
 }
 
+// No warning: whoever asked tells what the answer means. A probe that was given up has been told of already.
+void logWhyUnreachable(const Error& error) {
+  if (error.is(ErrorDomain::url, URLErrorCode::cancelled)) return;
+  log("SystemUtils: connectivity probe failed: " + error.localizedDescription);
+}
+
 }  // namespace
 
 bool SystemUtils::isArm64Architecture() {
@@ -49,6 +55,7 @@ bool SystemUtils::isInternetReachable(Duration timeout) {
                                      const std::optional<HTTPURLResponse>& response,
                                      const std::optional<Error>& error) {
         *reachable = countsAsReachable(response, error);
+        if (!*reachable) logWhyUnreachable(*error);
         answered->signal();
       });
   task->resume();
