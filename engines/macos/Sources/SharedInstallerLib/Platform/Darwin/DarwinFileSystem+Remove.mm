@@ -1,0 +1,40 @@
+#include <fcntl.h>
+
+#include <cerrno>
+
+#import "Platform/Darwin/DarwinFileSystem.h"
+#import "Platform/Darwin/DarwinFoundation.h"
+#include "Platform/POSIX/FileTree.h"
+#include "Platform/POSIX/StagedRemoval.h"
+
+namespace installer::darwin {
+
+namespace {
+
+constexpr std::string_view kRemoved = "removed";
+
+}  // namespace
+
+Result<> DarwinFileSystem::removeItem(const Path& path) {
+  @autoreleasepool {
+    const auto usable = usablePath(path);
+    // The root isn't an item; removing it would begin with everything in it.
+    if (usable == "/") return fileFailure(FileAccess::write, EPERM, path, kRemoved);
+    if (!usable || nsString(*usable) == nil) return unusable(FileAccess::write, path, kRemoved);
+    const Path parent = folderOf(*usable);
+    const FileDescriptor folder{open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    if (!folder) return fileFailure(FileAccess::write, errno, path, kRemoved);
+    std::optional<Error> told;
+    const auto removeEntry = [&](const char* name) {
+      NSError* problem = nil;
+      if ([manager() removeItemAtPath:nsString(joined(parent, name)) error:&problem]) return true;
+      told = inTheNameOf(path, name, error(problem));
+      return false;
+    };
+    if (removeStaged(folder.get(), lastPathComponent(*usable), removeEntry)) return {};
+    if (told) return std::unexpected(*told);
+    return fileFailure(FileAccess::write, errno, path, kRemoved);
+  }
+}
+
+}  // namespace installer::darwin

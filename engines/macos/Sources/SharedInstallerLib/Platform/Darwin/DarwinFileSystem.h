@@ -1,0 +1,59 @@
+// `FileSystem` on NSFileManager, NSFileHandle and URL resource values. A path that isn't text is refused,
+// never taken for another one.
+//
+// DarwinFileSystem.mm answers questions and reads and writes whole files, +Copy copies and moves, +Remove
+// removes, +Walk lists and enumerates. Objective-C++ only.
+#pragma once
+
+#import <Foundation/Foundation.h>
+
+#include "Platform/FileSystem.h"
+#include "Platform/POSIX/FileErrors.h"
+
+namespace installer::darwin {
+
+// Holds no state: any number may exist, on any thread.
+class DarwinFileSystem final : public FileSystem {
+ public:
+  bool fileExists(const Path& path) override;
+  bool directoryExists(const Path& path) override;
+  bool isWritable(const Path& path) override;
+  bool isExecutable(const Path& path) override;
+
+  Result<std::vector<std::string>> contentsOfDirectory(const Path& path) override;
+  Result<FileAttributes> attributes(const Path& path) override;
+
+  Result<> copyItem(const Path& source, const Path& destination) override;
+  Result<> moveItem(const Path& source, const Path& destination) override;
+  Result<> removeItem(const Path& path) override;
+  Result<> createDirectory(const Path& path, Intermediates intermediates) override;
+
+  Result<std::string> readFile(const Path& path) override;
+  Result<> writeFile(const Path& path, std::string_view bytes) override;
+
+  Result<std::unique_ptr<FileReader>> openForReading(const Path& path) override;
+  Result<std::unique_ptr<FileAppender>> openForAppending(const Path& path) override;
+
+  bool enumerate(const Path& top, HiddenEntries hidden, const Visitor& visit,
+                 const ErrorHandler& onError) override;
+
+  std::optional<std::int64_t> volumeAvailableCapacity(const Path& path) override;
+  std::optional<std::int64_t> fileSystemFreeSize(const Path& path) override;
+};
+
+NSFileManager* manager();
+
+// A path as Foundation takes it; nil for one that can't be one. Without trailing slashes, which would follow
+// a link.
+NSString* nameOf(const Path& path);
+// The error of a path for which there is no `nameOf`: empty, or no text.
+std::unexpected<Error> unusable(FileAccess access, const Path& path, std::string_view deed);
+// The folder that holds the item.
+Path folderOf(const Path& path);
+// What went wrong with the hidden sibling of an item, as if it had gone wrong with the item.
+Error inTheNameOf(const Path& path, const char* sibling, Error problem);
+
+// A number among the resource values; absent when it can't be had.
+std::optional<std::int64_t> sizeValue(NSURL* url, NSURLResourceKey key);
+
+}  // namespace installer::darwin
