@@ -3,145 +3,12 @@
 #import <Foundation/Foundation.h>
 
 #include <atomic>
-#include <map>
 #include <mutex>
 
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
-
-namespace installer::darwin {
-namespace {
-
-// Null when the system would read another host out of the text than the engine judged.
-NSURL* nsURL(const URL& url) {
-  NSString* address = nsString(url.absoluteString());
-  NSURL* made = address != nil ? [NSURL URLWithString:address] : nil;
-  if (made == nil || text(made.host) != url.host().value_or("")) return nil;
-  return made;
-}
-
-// An address that the strict reader can't take apart is shown as one that no list of hosts holds.
-URL urlOf(NSURL* given) {
-  if (given != nil) {
-    if (const auto parsed = URL::parse(text(given.absoluteString))) return *parsed;
-  }
-  return URL::parse("about:invalid").value();
-}
-
-NSURLRequestCachePolicy policyOf(CachePolicy policy) {
-  switch (policy) {
-    case CachePolicy::protocolDefault:
-      return NSURLRequestUseProtocolCachePolicy;
-    case CachePolicy::reloadIgnoringLocalCacheData:
-      return NSURLRequestReloadIgnoringLocalCacheData;
-    case CachePolicy::reloadIgnoringLocalAndRemoteCacheData:
-      return NSURLRequestReloadIgnoringLocalAndRemoteCacheData;
-  }
-}
-
-NSURLRequest* nsRequest(const URLRequest& request, NSURL* url) {
-  NSMutableURLRequest* made = [NSMutableURLRequest requestWithURL:url
-                                                      cachePolicy:policyOf(request.cachePolicy)
-                                                  timeoutInterval:request.timeoutInterval.count()];
-  if (NSString* method = nsString(request.method)) made.HTTPMethod = method;
-  return made;
-}
-
-// The request to follow; nil when it can't be.
-NSURLRequest* followed(const URLRequest& allowed, const URLRequest& asked, NSURLRequest* request) {
-  if (allowed.url == asked.url && allowed.method == asked.method) return request;
-  NSURL* url = nsURL(allowed.url);
-  return url != nil ? nsRequest(allowed, url) : nil;
-}
-
-std::optional<HTTPURLResponse> responseOf(NSURLResponse* response) {
-  if (![response isKindOfClass:[NSHTTPURLResponse class]]) return std::nullopt;
-  NSHTTPURLResponse* http = (NSHTTPURLResponse*)response;
-  return HTTPURLResponse{static_cast<int>(http.statusCode), urlOf(http.URL)};
-}
-
-Error urlError(std::int64_t code, const char* description) {
-  return {std::string{ErrorDomain::url}, code, description, nullptr};
-}
-
-class DarwinTask final : public URLSessionTask {
- public:
-  explicit DarwinTask(NSURLSessionTask* task) : task_{task} {}
-  int taskIdentifier() const override { return static_cast<int>(task_.taskIdentifier); }
-  void resume() override {
-    @autoreleasepool {
-      [task_ resume];
-    }
-  }
-  void cancel() override {
-    @autoreleasepool {
-      [task_ cancel];
-    }
-  }
-  std::optional<HTTPURLResponse> response() const override {
-    @autoreleasepool {
-      return responseOf(task_.response);
-    }
-  }
-
- private:
-  NSURLSessionTask* task_;
-};
-
-// A task that the system can't be asked for: it fails on the session's queue once it is resumed.
-class FailedTask final : public URLSessionTask, public std::enable_shared_from_this<FailedTask> {
- public:
-  using Deliver = std::function<void(const std::shared_ptr<URLSessionTask>&)>;
-  FailedTask(int identifier, NSOperationQueue* queue, Deliver deliver)
-      : identifier_{identifier}, queue_{queue}, deliver_{std::move(deliver)} {}
-
-  int taskIdentifier() const override { return identifier_; }
-  void resume() override {
-    if (resumed_.exchange(true)) return;
-    auto self = shared_from_this();
-    [queue_ addOperationWithBlock:^{
-      self->deliver_(self);
-    }];
-  }
-  // Its end comes all the same.
-  void cancel() override { resume(); }
-  std::optional<HTTPURLResponse> response() const override { return std::nullopt; }
-
- private:
-  int identifier_;
-  NSOperationQueue* queue_;
-  Deliver deliver_;
-  std::atomic<bool> resumed_{false};
-};
-
-// The tasks of one session by identifier, so that a callback hands on the object that the caller holds.
-class TaskTable {
- public:
-  std::shared_ptr<URLSessionTask> add(NSURLSessionTask* task) {
-    auto made = std::make_shared<DarwinTask>(task);
-    const std::lock_guard lock{mutex_};
-    tasks_[task.taskIdentifier] = made;
-    return made;
-  }
-  std::shared_ptr<URLSessionTask> find(NSURLSessionTask* task) {
-    {
-      const std::lock_guard lock{mutex_};
-      if (const auto found = tasks_.find(task.taskIdentifier); found != tasks_.end()) return found->second;
-    }
-    return std::make_shared<DarwinTask>(task);
-  }
-  void forget(NSUInteger identifier) {
-    const std::lock_guard lock{mutex_};
-    tasks_.erase(identifier);
-  }
-
- private:
-  std::mutex mutex_;
-  std::map<NSUInteger, std::shared_ptr<URLSessionTask>> tasks_;
-};
-
-}  // namespace
-}  // namespace installer::darwin
+#import "Platform/Darwin/DarwinURLTasks.h"
+#import "Platform/Darwin/DarwinURLTranslation.h"
 
 // The session retains this object until it is invalidated, and with it the engine's delegate.
 @interface KELOSessionDelegate : NSObject <NSURLSessionDownloadDelegate>
@@ -159,12 +26,12 @@ class TaskTable {
                     newRequest:(NSURLRequest*)request
              completionHandler:(void (^)(NSURLRequest*))completionHandler {
   using namespace installer;
-  const auto redirect = darwin::responseOf(response);
+  const auto redirect = darwin::responseOf(response).value_or(HTTPURLResponse{0, darwin::urlOf(nil)});
   URLRequest asked{darwin::urlOf(request.URL)};
   asked.method = darwin::text(request.HTTPMethod);
   // What was asked and is allowed is the system's own request, with the headers that it has put there.
   _engine->willPerformHTTPRedirection(
-      _tasks->find(task), *redirect, asked,
+      _tasks->find(task), redirect, asked,
       [completionHandler, request, asked](const std::optional<URLRequest>& allowed) {
         completionHandler(allowed ? darwin::followed(*allowed, asked, request) : nil);
       });
