@@ -147,8 +147,11 @@ Outcome<CodeFacts> readFacts(const SignatureParts& parts, const SignedSurroundin
   if (auto read = readDesignated(parts, facts); !read) return handOn(read);
   facts.entitlements = readInside(parts, kEntitlementsSlot);
   const auto info = surroundings.outside.find(kInfoPlistSlot);
-  if (info != surroundings.outside.end())
+  if (surroundings.info != nullptr) {
+    facts.info = *surroundings.info;
+  } else if (info != surroundings.outside.end()) {
     facts.info = PropertyList::read(info->second).value_or(PropertyList());
+  }
   return facts;
 }
 

@@ -36,6 +36,8 @@ struct SignedSurroundings {
   std::uint64_t limit = 0;                    // how much of it must be covered by pages
   std::map<std::uint32_t, ByteView> outside;  // contents that don't stand in the signature itself, by slot
   std::set<std::uint32_t> mustBeSealed;       // slots that every directory must cover
+  const PropertyList* info =
+      nullptr;  // what Info.plist says, where many slices share it; else it is read anew
 };
 
 // What is known about one signed slice or file. Copies; outlives the bytes it was read from.

@@ -59,6 +59,8 @@ Outcome<CodeReport> Verifier::bundle(const Bundle& bundle, const Task& task) con
   if (!info) return handOn(info);
   const auto seals = MappedFile::open(bundle.signatureFolder / "CodeResources");
   SignedSurroundings surroundings;
+  const PropertyList parsed = PropertyList::read(info->bytes()).value_or(PropertyList());
+  surroundings.info = &parsed;
   surroundings.outside[kInfoPlistSlot] = info->bytes();
   surroundings.mustBeSealed = {kInfoPlistSlot, kResourcesSlot};
   if (seals) surroundings.outside[kResourcesSlot] = seals->bytes();

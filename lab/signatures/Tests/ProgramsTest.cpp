@@ -151,6 +151,13 @@ TEST_F(Programs, TheRequirementComesInOneArgumentOrInTwo) {
   EXPECT_EQ(codesign({"--verify", "-R", file.string(), app}).status, 0);
 }
 
+TEST_F(Programs, ARequirementMayAskForWhatInfoPlistSays) {
+  const std::string app = signedApp().string();
+  EXPECT_EQ(codesign({"--verify", "-R", "=info[CFBundleIdentifier] = test.app", app}).status, 0);
+  EXPECT_EQ(codesign({"--verify", "-R", "=info[CFBundleIdentifier] = test.other", app}).status, 3);
+  EXPECT_EQ(codesign({"--verify", "-R", "=info[CFBundleVersion] absent", app}).status, 0);
+}
+
 TEST_F(Programs, AnotherTeamIsAnUnmetRequirement) {
   const fs::path app = signedApp();
   const ProgramResult result = verifyTeam(app, "OTHERTEAM0");
