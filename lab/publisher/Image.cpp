@@ -1,24 +1,19 @@
 #include "publisher/Image.h"
 
-#include <fstream>
-
-#include "diskimage/UDIFTrailer.h"
+#include "diskimage/DiskImage.h"
 #include "support/Files.h"
 
 namespace lab {
 
 namespace {
 
-OrReason<> checkTrailer(const std::filesystem::path& image, std::uint64_t size) {
-  if (size < UDIFTrailer::size)
-    return because("{} is no disk image: it is too short for a trailer", image.string());
-  std::ifstream file{image, std::ios::binary};
-  UDIFTrailer::Block block{};
-  file.seekg(static_cast<std::streamoff>(size - UDIFTrailer::size));
-  file.read(reinterpret_cast<char*>(block.data()), static_cast<std::streamsize>(block.size()));
-  if (!file) return because("{} can't be read", image.string());
-  const auto trailer = UDIFTrailer::parse(block, size);
+// A bit that fell over on the way here is found now, and not by those who download it.
+OrReason<> checkContent(const std::filesystem::path& image) {
+  const auto trailer = readTrailer(image);
   if (!trailer) return because("{} is no disk image: {}", image.string(), trailer.error());
+  if (auto sound = verifyDataFork(image, *trailer); !sound) {
+    return because("{} is damaged: {}", image.string(), sound.error());
+  }
   return {};
 }
 
@@ -32,7 +27,7 @@ OrReason<ImageFacts> examineImage(const std::filesystem::path& image) {
   }
   const auto size = std::filesystem::file_size(image, error);
   if (error) return because("{}: {}", image.string(), error.message());
-  if (auto trailer = checkTrailer(image, size); !trailer) return std::unexpected(trailer.error());
+  if (auto checked = checkContent(image); !checked) return std::unexpected(checked.error());
   auto digest = sha256OfFile(image);
   if (!digest) return std::unexpected(digest.error());
   return ImageFacts{.size = static_cast<std::int64_t>(size), .sha256 = std::move(*digest)};

@@ -14,7 +14,7 @@ struct ImageFacts {
   std::string sha256;     // lower-case hexadecimal
 };
 
-// Fails for anything that isn't a plain file with the trailer of a disk image.
+// Fails for anything that isn't a plain file with the trailer of a disk image and the data that it speaks of.
 OrReason<ImageFacts> examineImage(const std::filesystem::path& image);
 
 }  // namespace lab

@@ -279,7 +279,7 @@ TEST_F(LinuxDownloads, GoesOnFourTimesFromOneFile) {
 }
 
 TEST_F(LinuxDownloads, GoesOnAfterAStall) {
-  serve({{"/a", {with(whole(), {{"stallAt", 100'000}}), whole()}}}, json::object(), Duration{3.0});
+  serve({{"/a", {with(whole(), {{"stallAt", 100'000}}), whole()}}}, json::object(), Duration{6});
   download("/a");
   EXPECT_EQ(errorCode(), URLErrorCode::timedOut);
   resume();
@@ -558,8 +558,8 @@ TEST_F(LinuxDataTasks, MapsFailures) {
 }
 
 TEST_F(LinuxDataTasks, CountsSilenceNotLength) {
-  serve({{"/drip", {{{"bytes", 35}, {"drip", {1, 0.1}}}}}});
-  const auto answer = fetch(URLRequest{.url = cdn("/drip"), .timeoutInterval = Duration{3}});
+  serve({{"/drip", {{{"bytes", 28}, {"drip", {1, 0.2}}}}}});
+  const auto answer = fetch(URLRequest{.url = cdn("/drip"), .timeoutInterval = Duration{5}});
   EXPECT_EQ(answer.error, std::nullopt);
 }
 

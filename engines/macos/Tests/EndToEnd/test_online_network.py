@@ -157,7 +157,7 @@ def test_leaves_out_release_notes_behind(stage, answer):
 # Transfers that die.
 
 def test_resumes_a_transfer_that_stalls(stage):
-    stage.machine.change_resource("linux_host.json", requestTimeout=3)
+    stage.machine.change_resource("linux_host.json", requestTimeout=6)
     half = len(stage.workshop.image) // 2
     stage.package(stage.image(stallAt=half), stage.image())
     stage.installs()

@@ -96,6 +96,16 @@ def test_refuses_what_is_no_image(tmp_path, image):
     assert not (tmp_path / "tree").exists()
 
 
+def test_refuses_an_image_with_one_bit_that_fell_over(tmp_path, image):
+    bytes_ = bytearray(image.read_bytes())
+    bytes_[1000] ^= 1
+    damaged = tmp_path / "damaged.dmg"
+    damaged.write_bytes(bytes_)
+    done = publish(tmp_path / "tree", damaged)
+    assert done.returncode == 1 and "checksum" in done.stderr
+    assert not (tmp_path / "tree").exists()
+
+
 def test_refuses_notes_that_the_engine_cannot_read(tmp_path, image):
     notes = tmp_path / "notes.json"
     notes.write_text('{"releases": [{"version": 2}]}')
