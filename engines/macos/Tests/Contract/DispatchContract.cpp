@@ -258,8 +258,7 @@ TEST_P(RealThreads, SignalAndWaitFromManySides) {
   EXPECT_FALSE(semaphore->waitFor(0ms));
 }
 
-INSTANTIATE_TEST_SUITE_P(On, RealThreads,
-                         ::testing::Values(Implementation{"Linux", &makeLinuxMachineUnderTest}),
+INSTANTIATE_TEST_SUITE_P(On, RealThreads, ::testing::Values(realImplementation()),
                          [](const auto& parameter) { return std::string{parameter.param.name}; });
 
 }  // namespace

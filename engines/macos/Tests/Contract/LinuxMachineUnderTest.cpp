@@ -151,8 +151,13 @@ class LinuxMachineUnderTest : public MachineUnderTest {
 
 }  // namespace
 
-std::unique_ptr<MachineUnderTest> makeLinuxMachineUnderTest() {
-  return std::make_unique<LinuxMachineUnderTest>();
+Implementation realImplementation() {
+  return {"Linux",
+          []() -> std::unique_ptr<MachineUnderTest> { return std::make_unique<LinuxMachineUnderTest>(); }};
+}
+
+std::vector<Implementation> implementations() {
+  return {{"Simulated", &makeSimulatedMachineUnderTest}, realImplementation()};
 }
 
 }  // namespace installer::testing

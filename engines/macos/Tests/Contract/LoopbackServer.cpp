@@ -2,17 +2,15 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <array>
+#include <fcntl.h>
 #include <fmt/format.h>
-#include <fstream>
 #include <netinet/in.h>
-#include <openssl/pem.h>
-#include <openssl/ssl.h>
-#include <openssl/x509v3.h>
 #include <optional>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include "Contract/LoopbackTransport.h"
 
 namespace installer::testing {
 
@@ -32,52 +30,33 @@ std::size_t rangeStart(const std::string& request) {
   return range && range->starts_with("bytes=") ? std::stoul(range->substr(6)) : 0;
 }
 
-}  // namespace
+int closedInChildren(int descriptor) {
+  ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+  return descriptor;
+}
 
-struct LoopbackServer::TLS {
-  explicit TLS(const std::string& host, const Path& certificateFile) {
-    EVP_PKEY* const key = EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256");
-    X509* const certificate = X509_new();
-    X509_set_version(certificate, 2);
-    ASN1_INTEGER_set(X509_get_serialNumber(certificate), 1);
-    X509_gmtime_adj(X509_getm_notBefore(certificate), -3600);
-    X509_gmtime_adj(X509_getm_notAfter(certificate), 24L * 3600);
-    X509_set_pubkey(certificate, key);
-    const auto* const name = reinterpret_cast<const unsigned char*>(host.c_str());
-    X509_NAME_add_entry_by_txt(X509_get_subject_name(certificate), "CN", MBSTRING_ASC, name, -1, -1, 0);
-    X509_set_issuer_name(certificate, X509_get_subject_name(certificate));
-    addExtension(certificate, NID_basic_constraints, "critical,CA:TRUE");
-    addExtension(certificate, NID_subject_alt_name, "DNS:" + host);
-    X509_sign(certificate, key, EVP_sha256());
-
-    SSL_CTX_use_certificate(context, certificate);
-    SSL_CTX_use_PrivateKey(context, key);
-    BIO* const file = BIO_new_file(certificateFile.c_str(), "w");
-    PEM_write_bio_X509(file, certificate);
-    BIO_free(file);
-    X509_free(certificate);
-    EVP_PKEY_free(key);
-  }
-  TLS(const TLS&) = delete;
-  TLS& operator=(const TLS&) = delete;
-  ~TLS() { SSL_CTX_free(context); }
-
-  SSL_CTX* context = SSL_CTX_new(TLS_server_method());
-
- private:
-  static void addExtension(X509* certificate, int kind, const std::string& value) {
-    X509_EXTENSION* const extension = X509V3_EXT_conf_nid(nullptr, nullptr, kind, value.c_str());
-    X509_add_ext(certificate, extension, -1);
-    X509_EXTENSION_free(extension);
-  }
-};
-
-LoopbackServer::LoopbackServer(const std::string& host, const Path& certificateFile)
-    : host_{host}, tls_{std::make_unique<TLS>(host, certificateFile)} {
-  listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+sockaddr_in loopbackAddress(std::uint16_t port) {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = htons(port);
+  return address;
+}
+
+// Where shutting a listening socket down wakes nobody, a last connection does.
+void wakeListener(std::uint16_t port) {
+  const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+  const sockaddr_in address = loopbackAddress(port);
+  (void)::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  ::close(socket);
+}
+
+}  // namespace
+
+LoopbackServer::LoopbackServer(const std::string& host, const Path& certificateFile)
+    : transport_{std::make_unique<LoopbackTransport>(host, certificateFile)} {
+  listener_ = closedInChildren(::socket(AF_INET, SOCK_STREAM, 0));
+  sockaddr_in address = loopbackAddress(0);
   socklen_t length = sizeof address;
   auto* const generic = reinterpret_cast<sockaddr*>(&address);
   if (::bind(listener_, generic, length) != 0 || ::listen(listener_, 16) != 0 ||
@@ -93,9 +72,9 @@ LoopbackServer::~LoopbackServer() {
   {
     const std::lock_guard lock{mutex_};
     stopping_ = true;
-    ::shutdown(listener_, SHUT_RDWR);
     for (const int socket : sockets_) ::shutdown(socket, SHUT_RDWR);
   }
+  wakeListener(port_);
   threads_.front().join();  // no new threads from here on
   for (auto& thread : threads_) {
     if (thread.joinable()) thread.join();
@@ -104,7 +83,7 @@ LoopbackServer::~LoopbackServer() {
 }
 
 std::string LoopbackServer::urlOf(const std::string& path) const {
-  return fmt::format("https://{}:{}{}", host_, port_, path);
+  return fmt::format("{}:{}{}", transport_->origin(), port_, path);
 }
 
 ServerResource& LoopbackServer::resource(const std::string& path) {
@@ -119,7 +98,7 @@ std::vector<std::string> LoopbackServer::requests() const {
 
 void LoopbackServer::acceptConnections() {
   for (;;) {
-    const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    const int socket = closedInChildren(::accept(listener_, nullptr, nullptr));
     if (socket < 0) return;
     const std::lock_guard lock{mutex_};
     if (stopping_) {
@@ -131,28 +110,20 @@ void LoopbackServer::acceptConnections() {
   }
 }
 
-// One request on each connection. Ending without the closing words of TLS is what a lost connection looks
-// like.
+// One request on each connection.
 void LoopbackServer::serve(int socket) {
-  SSL* const connection = SSL_new(tls_->context);
-  SSL_set_fd(connection, socket);
+  const auto connection = transport_->accept(socket);
   std::string request;
-  std::array<char, 4096> buffer{};
-  if (SSL_accept(connection) == 1) {
-    while (request.find("\r\n\r\n") == std::string::npos) {
-      const int count = SSL_read(connection, buffer.data(), buffer.size());
-      if (count <= 0) break;
-      request.append(buffer.data(), static_cast<std::size_t>(count));
-    }
+  while (request.find("\r\n\r\n") == std::string::npos) {
+    const auto arrived = connection->read();
+    if (arrived.empty()) break;
+    request += arrived;
   }
   Response response;
   if (request.find("\r\n\r\n") != std::string::npos) response = respond(request);
-  if (!response.bytes.empty()) {
-    SSL_write(connection, response.bytes.data(), static_cast<int>(response.bytes.size()));
-  }
-  if (response.silent) SSL_read(connection, buffer.data(), buffer.size());  // until the other side has gone
-  if (response.complete) SSL_shutdown(connection);
-  SSL_free(connection);
+  if (!response.bytes.empty()) connection->write(response.bytes);
+  if (response.silent) (void)connection->read();  // until the other side has gone
+  if (response.complete) connection->finish();
   const std::lock_guard lock{mutex_};
   sockets_.remove(socket);
   ::close(socket);

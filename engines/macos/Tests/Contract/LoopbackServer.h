@@ -1,8 +1,9 @@
-// A real HTTPS server on the loopback address, which reads the same scripts as the simulated network: what is
+// A real HTTP server on the loopback address, which reads the same scripts as the simulated network: what is
 // answered, where it is cut, redirects, silence, lengths, validators and ranges. It knows no latency and no
 // pieces.
 #pragma once
 
+#include <cstdint>
 #include <list>
 #include <map>
 #include <memory>
@@ -12,14 +13,16 @@
 #include <vector>
 
 #include "Platform/Path.h"
-#include "Support/SimulatedNetwork.h"
+#include "Support/ServerResource.h"
 
 namespace installer::testing {
 
+class LoopbackTransport;
+
 class LoopbackServer {
  public:
-  // Listens from here on as `host`. Its certificate, which stands for its own authority, goes to
-  // `certificateFile` in PEM.
+  // Listens from here on as `host`, under TLS where the host under test can be made to trust the certificate,
+  // which stands for its own authority and goes to `certificateFile` in PEM.
   LoopbackServer(const std::string& host, const Path& certificateFile);
   LoopbackServer(const LoopbackServer&) = delete;
   LoopbackServer& operator=(const LoopbackServer&) = delete;
@@ -31,17 +34,15 @@ class LoopbackServer {
   std::vector<std::string> requests() const;  // "GET /path", with " from 700" behind a resumed one
 
  private:
-  struct TLS;
   struct Response {
     std::string bytes{};    // headers included; none for a connection that is lost before the answer
     bool silent = false;    // keeps the connection and says nothing
     bool complete = false;  // the connection isn't lost on the way
   };
 
-  std::string host_;
+  std::unique_ptr<LoopbackTransport> transport_;
   int listener_ = -1;
-  int port_ = 0;
-  std::unique_ptr<TLS> tls_;
+  std::uint16_t port_ = 0;
   mutable std::mutex mutex_;
   std::map<std::string, ServerResource> resources_;
   std::vector<std::string> requests_;

@@ -6,10 +6,6 @@
 
 namespace installer::testing {
 
-std::vector<Implementation> implementations() {
-  return {{"Simulated", &makeSimulatedMachineUnderTest}, {"Linux", &makeLinuxMachineUnderTest}};
-}
-
 Path Contract::lay(const std::string& name, const std::string& bytes) {
   const auto path = at(name);
   EXPECT_TRUE(files.createDirectory(parentFolder(path), FileSystem::Intermediates::create));

@@ -51,7 +51,8 @@ class MachineUnderTest {
   enum class WhenAsked { quits, ignores };
   virtual std::int32_t startApplication(const Path& bundle, WhenAsked behaviour) = 0;
 
-  // The administrator's prompt.
+  // The administrator's prompt. Where it is a person's alone to answer, its cases are skipped.
+  virtual bool promptsAreAnswered() { return true; }
   virtual void dismissPrompts() = 0;
 
   // Delivers a request to end to this process.
@@ -69,9 +70,9 @@ struct Implementation {
   std::unique_ptr<MachineUnderTest> (*make)();
 };
 std::vector<Implementation> implementations();
+Implementation realImplementation();  // the one of them that is no simulation
 
 std::unique_ptr<MachineUnderTest> makeSimulatedMachineUnderTest();
-std::unique_ptr<MachineUnderTest> makeLinuxMachineUnderTest();
 
 // The base of every suite.
 class Contract : public ::testing::TestWithParam<Implementation> {

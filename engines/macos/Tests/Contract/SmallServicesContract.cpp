@@ -157,6 +157,10 @@ INSTANTIATE_CONTRACT(RunningApplicationsContract);
 
 class AdministratorScriptContract : public Contract {
  protected:
+  void SetUp() override {
+    if (!under->promptsAreAnswered()) GTEST_SKIP() << "only a person can answer the prompt here";
+  }
+
   static constexpr auto kHandlerSource =
       "on runCommand(cmd)\n    do shell script cmd with administrator privileges\nend runCommand";
 

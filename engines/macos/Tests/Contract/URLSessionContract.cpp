@@ -4,7 +4,7 @@
 #include <mutex>
 
 #include "Contract/MachineUnderTest.h"
-#include "Support/SimulatedNetwork.h"
+#include "Support/ServerResource.h"
 
 namespace installer::testing {
 namespace {

@@ -1,0 +1,18 @@
+# nlohmann/json and fmt, which everything uses.
+if(NOT CMAKE_CROSSCOMPILING)
+  find_package(nlohmann_json REQUIRED)
+  find_package(fmt REQUIRED)
+  return()
+endif()
+
+# For another system only their headers count. They are copied out of the folder where this system's headers lie
+# beside them, which must not be met.
+set(HEADERS ${CMAKE_BINARY_DIR}/headers)
+file(COPY /usr/include/nlohmann /usr/include/fmt DESTINATION ${HEADERS})
+
+add_library(nlohmann_json::nlohmann_json INTERFACE IMPORTED GLOBAL)
+target_include_directories(nlohmann_json::nlohmann_json SYSTEM INTERFACE ${HEADERS})
+
+add_library(fmt STATIC ${PROJECT_SOURCE_DIR}/packaging/macos/libraries/fmt.cpp)
+target_include_directories(fmt SYSTEM PUBLIC ${HEADERS})
+add_library(fmt::fmt ALIAS fmt)

