@@ -1,0 +1,68 @@
+#!/usr/bin/env python3
+"""check_executable.py EXECUTABLE STUBS LIBSYSTEM [FORBIDDEN...]: looks into the linked engine, without a Mac.
+
+Both architectures, macOS 12.0 at least, exactly the libraries of the stubs below STUBS and the system's own one
+(LIBSYSTEM is its stub), and every symbol that is missing in it found in the very library that it is bound to.
+None of the texts FORBIDDEN, such as the folder of the build, may stand in it.
+"""
+
+import pathlib
+import sys
+
+import macho
+import stubs
+
+ARCHITECTURES = ["arm64", "x86_64"]
+MINIMUM = ("macos", "12.0")
+
+
+def known_libraries(folder, libsystem, architecture):
+    texts = [path.read_text() for path in sorted(folder.rglob("*.tbd"))] + [libsystem.read_text()]
+    return dict(stubs.read(text, architecture) for text in texts)
+
+
+def short_name(install_name):
+    """As the tools shorten it: "/usr/lib/libobjc.A.dylib" is "libobjc", a framework is its own name."""
+    return install_name.rsplit("/", 1)[1].split(".")[0]
+
+
+def slice_problems(code, libraries):
+    if code.platform_and_minimum() != MINIMUM:
+        yield f"is built for {code.platform_and_minimum()} and not for {MINIMUM}"
+    linked = code.libraries()
+    for name in sorted(set(libraries) - set(linked)):
+        yield f"isn't linked against {name}"
+    for name in sorted(set(linked) - set(libraries)):
+        yield f"is linked against {name}, which has no stub"
+    symbols = {short_name(name): each for name, each in libraries.items()}
+    for symbol, library in code.undefined():
+        if symbol not in symbols.get(library, ()):
+            yield f"needs {symbol} of {library or 'no library'}, and no stub has that"
+
+
+def problems(executable, folder, libsystem, forbidden):
+    found = macho.architectures(executable)
+    if sorted(found) != ARCHITECTURES:
+        yield f"has the architectures {found} and not {ARCHITECTURES}"
+    for architecture in sorted(set(found) & set(ARCHITECTURES)):
+        libraries = known_libraries(folder, libsystem, architecture)
+        for problem in slice_problems(macho.Slice(executable, architecture), libraries):
+            yield f"{architecture} {problem}"
+    content = pathlib.Path(executable).read_bytes()
+    for text in forbidden:
+        if text.encode() in content:
+            yield f"holds the text {text}"
+
+
+def main(arguments):
+    if len(arguments) < 3:
+        raise SystemExit(__doc__)
+    executable, folder, libsystem, *forbidden = arguments
+    found = list(problems(executable, pathlib.Path(folder), pathlib.Path(libsystem), forbidden))
+    for problem in found:
+        print(f"{executable} {problem}", file=sys.stderr)
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

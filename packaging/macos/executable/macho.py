@@ -1,0 +1,45 @@
+"""What the tools of LLVM read in one slice of a Mach-O file."""
+
+import re
+import subprocess
+
+UNDEFINED = re.compile(r"\(undefined[^)]*\)(?: weak)? external (\S+) \((?:from|dynamically looked up)\s*([^)]*)\)")
+
+
+def run(*command):
+    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+
+
+def architectures(executable):
+    return run("llvm-lipo-19", "-archs", executable).split()
+
+
+class Slice:
+    def __init__(self, executable, architecture):
+        self.architecture = architecture
+        self._headers = run("llvm-otool-19", "-l", "-arch", architecture, executable)
+        self._symbols = run("llvm-nm-19", "-m", "-u", f"--arch={architecture}", executable)
+
+    def commands(self, name):
+        """The text of each load command of that name."""
+        return [each for each in self._headers.split("Load command ") if f"cmd {name}\n" in each]
+
+    def libraries(self):
+        kinds = ("LC_LOAD_DYLIB", "LC_LOAD_WEAK_DYLIB", "LC_REEXPORT_DYLIB", "LC_LAZY_LOAD_DYLIB")
+        return [re.search(r"name (\S+)", each)[1] for kind in kinds for each in self.commands(kind)]
+
+    def platform_and_minimum(self):
+        """("macos", "12.0"), or what stands there instead."""
+        found = self.commands("LC_BUILD_VERSION")
+        if len(found) != 1:
+            return None
+        platform = re.search(r"platform (\S+)", found[0])[1]
+        return {"1": "macos"}.get(platform, platform.lower()), re.search(r"minos (\S+)", found[0])[1]
+
+    def undefined(self):
+        """(symbol, short name of the library that it is bound to)."""
+        lines = [line for line in self._symbols.splitlines() if "(undefined" in line]
+        found = UNDEFINED.findall(self._symbols)
+        if len(found) != len(lines):
+            raise ValueError("llvm-nm-19 says something that isn't understood:\n" + self._symbols)
+        return found

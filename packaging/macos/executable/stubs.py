@@ -1,0 +1,48 @@
+"""What text-based stub libraries say: which library, under its install name, has which symbols."""
+
+import re
+
+DOCUMENT = re.compile(r"^--- !tapi-tbd\n(.*?)(?=^--- !tapi-tbd\n|^\.\.\.|\Z)", re.M | re.S)
+INSTALL_NAME = re.compile(r"^install-name:\s*'?([^'\n]+?)'?$", re.M)
+SECTION = re.compile(r"^(exports|reexports):\n(.*?)(?=^\S|\Z)", re.M | re.S)
+GROUP = re.compile(r"- targets:\s*\[([^\]]*)\]\n(.*?)(?=^\s*- targets:|\Z)", re.M | re.S)
+LIST = re.compile(r"(symbols|weak-symbols|objc-classes|thread-local-symbols):\s*\[([^\]]*)\]")
+REEXPORTED = re.compile(r"^reexported-libraries:\n(.*?)(?=^[a-z]\S*:|\Z)", re.M | re.S)
+WORD = re.compile(r"'([^']*)'|([^\s,\[\]']+)")
+CLASS_SYMBOLS = ("_OBJC_CLASS_$_", "_OBJC_METACLASS_$_")
+
+# How stubs name the architecture of a slice. A library that is built for arm64e alone serves arm64 as well.
+TARGETS = {"arm64": ("arm64-macos", "arm64e-macos"), "x86_64": ("x86_64-macos",)}
+
+
+def words(text):
+    return [quoted or bare for quoted, bare in WORD.findall(text)]
+
+
+def symbols_of(document, architecture):
+    found = set()
+    for _, section in SECTION.findall(document):
+        for targets, group in GROUP.findall(section):
+            if not set(words(targets)) & set(TARGETS[architecture]):
+                continue
+            for kind, names in LIST.findall(group):
+                prefixes = CLASS_SYMBOLS if kind == "objc-classes" else ("",)
+                found.update(prefix + name for name in words(names) for prefix in prefixes)
+    return found
+
+
+def read(text, architecture):
+    """Install name -> symbols, of the library that `text` describes first. What it passes on from others counts as
+    its own."""
+    documents = DOCUMENT.findall(text)
+    if not documents:
+        raise ValueError("no stub of a library")
+    names = [INSTALL_NAME.search(each)[1] for each in documents]
+    passed_on = set(names[1:])
+    for listed in REEXPORTED.findall(documents[0]):
+        passed_on &= set(words(listed))
+    symbols = symbols_of(documents[0], architecture)
+    for name, document in zip(names, documents):
+        if name in passed_on:
+            symbols |= symbols_of(document, architecture)
+    return names[0], symbols
