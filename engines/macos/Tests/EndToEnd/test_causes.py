@@ -14,7 +14,7 @@ import pytest
 
 import hostile_cdn
 import online_machine
-from online_machine import META, MIRROR, NAMES, PACKAGE, OnlineMachine, Workshop
+from online_machine import META, MIRROR, NAMES, PACKAGE, Stage, Workshop
 from support import LAB, RUNNING_AS_ROOT, give_away
 from test_signatures import (add_a_file, authority, change_the_executable, drop_the_seal, remove_a_file,  # noqa: F401
                              repackage, signed, swap_nested_code)
@@ -375,18 +375,6 @@ def temporary_is_a_file(stage):
     (stage.machine.root / "tmp/brenna_installer.dmg/inside").write_text("x")
 
 
-class Stage:
-    """A CDN that serves the image, and a machine to install it on."""
-
-    def __init__(self, workshop, folder, cdn):
-        self.workshop, self.cdn = workshop, cdn
-        for path in ("/", "/download/", "/desk/"):
-            cdn.on(path, {"text": "hello"})
-        cdn.on(META, workshop.meta())
-        cdn.on(PACKAGE, {"file": str(workshop.folder / "image")})
-        self.machine = OnlineMachine(workshop, folder, cdn)
-
-
 @pytest.fixture(scope="module")
 def online_workshop(tmp_path_factory):
     made = Workshop(tmp_path_factory.mktemp("workshop"))
@@ -397,8 +385,7 @@ def online_workshop(tmp_path_factory):
 ONLINE_FAULTS = {
     "an-error-status": (answers(PACKAGE, {"status": 503, "text": "busy"}), ["download for Kelo Brenna returned HTTP 503"]),
     "a-page-instead-of-the-image": (answers(PACKAGE, {"text": "<html>log in</html>"}), ["Checksum verification FAILED"]),
-    "a-broken-connection": (lambda stage: stage.cdn.on(PACKAGE, {"file": str(stage.workshop.folder / "image"), "closeAt": 1000},
-                                                       {"file": str(stage.workshop.folder / "image")}),
+    "a-broken-connection": (lambda stage: stage.package(stage.image(closeAt=1000), stage.image()),
                             ["Network error detected: NSURLErrorDomain code -1005: ", "Retrying download in 5s (attempt 1/3)"]),
     "an-answer-that-is-not-http": (answers(PACKAGE, {"garbage": True}), ["NSURLErrorDomain"]),
     "a-part-that-nobody-asked-for": (answers(PACKAGE, {"bytes": 5000, "unasked": True}),

@@ -11,7 +11,6 @@ import online_machine
 from online_machine import META, PACKAGE
 from support import Gate, give_away
 
-CONTROL_PAGES = ("/", "/download/", "/desk/")
 # Steady values for those that follow the fixtures' size and the day. All have the types that they stand for.
 STEADY = {"sizeBytes": 31457280, "requiredBytes": 157286400, "freeBytes": 214748364800, "totalBytes": 31457280}
 
@@ -54,12 +53,9 @@ class Online:
     """A CDN over real TLS, and an installer that downloads from it."""
 
     def __init__(self, workshop, folder, cdn):
-        self.workshop, self.cdn = workshop, cdn
-        for path in CONTROL_PAGES:
-            cdn.on(path, {"text": "hello"})
-        cdn.on(META, workshop.meta())
-        cdn.on(PACKAGE, {"file": str(workshop.folder / "image")})
-        self.machine = online_machine.OnlineMachine(workshop, folder, cdn)
+        self.cdn = cdn
+        self.stage = online_machine.Stage(workshop, folder, cdn)
+        self.machine = self.stage.machine
         self.places = [(self.machine.root / "Applications", "/Applications"), (self.machine.root, "/Users/ada")]
 
     def make_older(self):
@@ -69,10 +65,8 @@ class Online:
 
     def configure_notes(self):
         path = self.machine.installer / "Contents/Resources/installer_config.json"
-        values = json.loads(path.read_text())
-        values["cdn"]["releaseNotesEnabled"] = True
-        path.unlink()  # the file is shared with other installers
-        path.write_text(json.dumps(values))
+        cdn = json.loads(path.read_text())["cdn"]
+        self.machine.change_resource(path.name, cdn={**cdn, "releaseNotesEnabled": True})
 
     def run(self, *arguments, after=None, say=""):
         """Runs to the end; once a line holds `after`, `say` goes to standard input."""
@@ -139,7 +133,7 @@ def cancel_one(tools):
 
 def cancel_all(tools):
     with tools.online() as online:
-        online.cdn.on(PACKAGE, {"file": str(online.workshop.folder / "image"), "stallAt": 1000})
+        online.stage.package(online.stage.image(stallAt=1000))
         return online.run("run", "--action", "install", "--apps", "brenna,tolvi",
                           after='"downloadedBytes":1000', say='{"type":"cancel"}\n')
 
