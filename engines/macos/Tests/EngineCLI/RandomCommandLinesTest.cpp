@@ -19,7 +19,9 @@ class RandomLines {
  public:
   explicit RandomLines(unsigned seed) : random_{seed} {}
 
+  // Every other line is nearly one that somebody would type.
   std::vector<std::string> next() {
+    if (below(2) == 0) return likely();
     std::vector<std::string> tokens(below(8));
     for (auto& token : tokens) token = this->token();
     return tokens;
@@ -29,6 +31,19 @@ class RandomLines {
   std::mt19937 random_;
 
   std::size_t below(std::size_t limit) { return random_() % limit; }
+
+  std::vector<std::string> likely() {
+    static const std::array<std::string, 3> beginnings{"run", "check-updates", "--silent"};
+    static const std::array<std::string, 5> options{"--action", "--apps", "--mode", "--strict", "--APPS"};
+    static const std::array<std::string, 9> values{
+        "install", "uninstall", "update", "brenna", "brenna,tolvi", "mozi", ",", "TRUE", "--offline"};
+    std::vector<std::string> tokens{beginnings[below(beginnings.size())], "--action", values[below(3)]};
+    for (auto pairs = below(3); pairs > 0; --pairs) {
+      tokens.push_back(options[below(options.size())]);
+      tokens.push_back(values[below(values.size())]);
+    }
+    return tokens;
+  }
 
   std::string token() {
     static const std::array<std::string, 36> words{"hello",
