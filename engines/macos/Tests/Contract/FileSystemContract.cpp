@@ -67,6 +67,17 @@ TEST_P(FileSystemContract, GivesTheLengthOfAFile) {
   EXPECT_EQ(outcomeOf(files.attributes(at("nothing"))), kNothingToRead);
 }
 
+TEST_P(FileSystemContract, GivesTheAttributesOfALinkAndNotOfItsTarget) {
+  lay("file", "12345");
+  for (const std::string target : {"file", "nowhere at all"}) {
+    under->makeLink(at("link to " + target), target);
+    EXPECT_TRUE(files.attributes(at("link to " + target))->isSymbolicLink);
+    EXPECT_EQ(files.attributes(at("link to " + target))->size, static_cast<std::int64_t>(target.size()));
+  }
+  EXPECT_FALSE(files.attributes(at("file"))->isSymbolicLink);
+  EXPECT_FALSE(files.attributes(at(""))->isSymbolicLink);
+}
+
 TEST_P(FileSystemContract, ReadsAndReplacesWholeFiles) {
   const std::string bytes{"a\0b\n\xff", 5};
   EXPECT_EQ(outcomeOf(files.writeFile(at("file"), bytes)), "ok");

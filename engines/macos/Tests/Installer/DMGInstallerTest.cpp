@@ -161,6 +161,21 @@ TEST_F(InstallFromDMG, RefusesABundleInTheImageThatAnotherTeamSigned) {
             "requirement — refusing to install it");
 }
 
+TEST_F(InstallFromDMG, RefusesALinkInTheImageHoweverGenuineWhatItLeadsTo) {
+  mac.addApp("/Users/Shared/Brenna.app", brenna("2.0"));
+  mac.images.add(image, mount, [](SimulatedFileSystem& files, const Path& at) {
+    files.addSymlink(at + "/Brenna.app", "/Users/Shared/Brenna.app");
+  });
+  install();
+  expectFailure("Kelo Brenna could not be verified as genuine and was not installed.", "SIGNATURE_FAILED");
+  expectDetachedOnce();
+  EXPECT_THAT(appsFolder(), IsEmpty());
+  EXPECT_TRUE(mac.files.exists("/Users/Shared/Brenna.app/Contents/MacOS/app"));
+  EXPECT_EQ(story().back(),
+            "ERROR DMGInstaller: Brenna.app in the DMG for Kelo Brenna does not satisfy the signing "
+            "requirement — refusing to install it");
+}
+
 TEST_F(InstallFromDMG, QuitsARunningCopyBeforeAnythingElseEvenWhenTheInstallFails) {
   mac.runningApps.launch(brennaIdentifier, "Kelo Brenna", 4711);
   mac.runningApps.launch(federalIdentifier, "Kelo Brenna Fed", 4712);

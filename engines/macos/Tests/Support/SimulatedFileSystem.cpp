@@ -409,9 +409,11 @@ Result<std::vector<std::string>> SimulatedFileSystem::contentsOfDirectory(const 
 
 Result<FileAttributes> SimulatedFileSystem::attributes(const Path& path) {
   if (auto wanted = injected(Operation::attributes, path)) return std::unexpected(*wanted);
-  const auto* const node = find(path);
+  const auto* const node = find(path, LastLink::keep);
   if (node == nullptr) return std::unexpected(error(CocoaError::fileReadNoSuchFile, path));
-  return FileAttributes{.size = static_cast<std::int64_t>(node->bytes.size())};
+  const bool isLink = node->kind == Node::Kind::link;
+  return FileAttributes{.size = static_cast<std::int64_t>(isLink ? node->target.size() : node->bytes.size()),
+                        .isSymbolicLink = isLink};
 }
 
 std::optional<std::int64_t> SimulatedFileSystem::volumeAvailableCapacity(const Path& path) {

@@ -24,6 +24,13 @@ std::vector<std::string> appNames(const std::vector<std::string>& entries) {
   return names;
 }
 
+// What a link leads to can be another thing between the look and the copy, and the copy would be of the link
+// alone.
+bool isLink(const Path& path) {
+  const auto attributes = machine().files.attributes(path);
+  return attributes && attributes->isSymbolicLink;
+}
+
 }  // namespace
 
 std::expected<std::string, InstallResult> DMGInstaller::chooseBundle(const MountedImage& image,
@@ -54,7 +61,7 @@ std::expected<std::string, InstallResult> DMGInstaller::chooseBundle(const Mount
 }
 
 DMGInstaller::EndOfInstall DMGInstaller::verifySource(const InstallInProgress& install) {
-  if (ChecksumVerifier::verifyCodeRequirement(install.source)) return std::nullopt;
+  if (!isLink(install.source) && ChecksumVerifier::verifyCodeRequirement(install.source)) return std::nullopt;
   logError(fmt::format(
       "DMGInstaller: {} in the DMG for {} does not satisfy the signing requirement — refusing to install it",
       install.bundleName, install.app.displayName));

@@ -33,8 +33,10 @@ class FileAppender {
   virtual Result<> write(std::string_view bytes) = 0;
 };
 
+// Of the item itself: those of a link aren't its target's.
 struct FileAttributes {
   std::int64_t size = 0;  // logical length in bytes
+  bool isSymbolicLink = false;
 };
 
 // One entry met by `enumerate`. Links are reported as links, never followed.

@@ -121,7 +121,9 @@ Result<FileAttributes> DarwinFileSystem::attributes(const Path& path) {
     NSError* problem = nil;
     NSDictionary* found = [manager() attributesOfItemAtPath:name error:&problem];
     if (found == nil) return failed(problem);
-    return FileAttributes{[found[NSFileSize] longLongValue]};
+    const auto status = linkStatus(AT_FDCWD, path.c_str());
+    return FileAttributes{.size = [found[NSFileSize] longLongValue],
+                          .isSymbolicLink = status && S_ISLNK(status->st_mode)};
   }
 }
 
