@@ -135,6 +135,15 @@ TEST_F(LinuxAdministrator, AMegabyteOfOutputIsNoTrouble) {
   EXPECT_EQ(error->value("NSAppleScriptErrorMessage", "").size(), 1048576U);
 }
 
+TEST_F(LinuxAdministrator, ASuccessIsOneWhateverItPrinted) {
+  const auto shared = willing();
+  for (const char* const prints :
+       {"echo words", "echo error >&2", "echo 1; echo 128", "printf '\\377'", "head -c 1048576 /dev/zero"}) {
+    EXPECT_EQ(call(*shared, prints), std::nullopt) << prints;
+  }
+  EXPECT_EQ(timesAsked(), 1U);
+}
+
 TEST_F(LinuxAdministrator, OutputThatIsNotTextStillMakesAReadableDictionary) {
   const auto error = call(*willing(), "printf '\\377\\376'; exit 1");
   ASSERT_TRUE(error);

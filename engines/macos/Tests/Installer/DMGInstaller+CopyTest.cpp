@@ -1,4 +1,6 @@
 // The copy, as the user and as administrator, and what happens to a copy that isn't genuine.
+#include <fmt/format.h>
+
 #include "Installer/DMGInstallerStory.h"
 
 namespace installer::testing {
@@ -64,18 +66,29 @@ TEST_F(CopyBundle, AsRootChangesNoOwner) {
             (Lines{"/usr/bin/ditto --noqtn '/Volumes/Kelo Brenna/Brenna.app' '/Applications/Brenna.app'"}));
 }
 
-TEST_F(CopyBundle, QuotesAnApostropheInTheName) {
-  mac.images.add(image, mount, [this](SimulatedFileSystem&, const Path& at) {
-    mac.addApp(at + "/Brenna's.app", brenna("2.0"));
-  });
-  mac.files.setWritable("/Applications", false);
-  install();
-  expectInstalledAt("/Applications/Brenna's.app");
-  EXPECT_EQ(
-      mac.administrator.commandLines(),
-      (Lines{
-          R"(/usr/bin/ditto --noqtn '/Volumes/Kelo Brenna/Brenna'\''s.app' '/Applications/Brenna'\''s.app')"
-          R"( && /usr/sbin/chown -R 501:20 '/Applications/Brenna'\''s.app')"}));
+TEST_F(CopyBundle, HandsAnyNameToTheShellAsOneWord) {
+  struct Row {
+    std::string name;
+    std::string quoted;
+  };
+  for (const auto& row :
+       {Row{"Brenna's.app", R"(Brenna'\''s.app)"}, Row{"Brenna\nrm -rf ~\n.app", "Brenna\nrm -rf ~\n.app"},
+        Row{"Brenna\"; $(reboot) `id` \\.app", "Brenna\"; $(reboot) `id` \\.app"}}) {
+    SimulatedMachine fresh;
+    fresh.images.add(image, mount, [&](SimulatedFileSystem&, const Path& at) {
+      fresh.addApp(joined(at, row.name), brenna("2.0"));
+    });
+    fresh.addApp("/Applications/" + row.name, brenna("1.0", "old binary"));
+    fresh.files.setWritable("/Applications", false);
+    const AppInfo brennaApp = *KeloAppProvider::shared().app(AppIdentifier::brenna);
+    const auto ended = DMGInstaller::installFromDMG(image, brennaApp);
+    EXPECT_EQ(ended.installedPath, "/Applications/" + row.name) << ended.errorMessage.value_or("");
+    EXPECT_EQ(fresh.administrator.commandLines(),
+              Lines{fmt::format("/bin/rm -rf '/Applications/{0}' && "
+                                "/usr/bin/ditto --noqtn '/Volumes/Kelo Brenna/{0}' '/Applications/{0}' && "
+                                "/usr/sbin/chown -R 501:20 '/Applications/{0}'",
+                                row.quoted)});
+  }
 }
 
 TEST_F(CopyBundle, BesideAnAppStoreVariantAsAdministratorTakesTheNumberedName) {

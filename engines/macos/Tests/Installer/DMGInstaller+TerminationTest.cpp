@@ -1,4 +1,6 @@
 // Quitting before an install, with the time of each look.
+#include <fmt/format.h>
+
 #include "Installer/DMGInstallerStory.h"
 
 namespace installer::testing {

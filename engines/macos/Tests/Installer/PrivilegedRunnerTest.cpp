@@ -2,6 +2,7 @@
 
 #include "Installer/DMGInstaller.h"
 #include "Installer/PrivilegedRunner.h"
+#include "Platform/Machine.h"
 #include "Support/SimulatedMachine.h"
 
 namespace installer::testing {
@@ -87,6 +88,36 @@ TEST_F(PrivilegedCommands, DoNotAskAgainForASharedScriptThatCouldNotBeMade) {
   run("/bin/rm -rf '/b'");
   EXPECT_EQ(mac.administrator.sources(),
             (Lines{R"(do shell script "/bin/rm -rf '/b'" with administrator privileges)"}));
+}
+
+// Hops that end without their work, as at the end of a process.
+class DispatchWithoutHops : public SimulatedDispatch {
+ public:
+  bool isMainThread() override { return false; }
+  void syncMain(const Work&) override {}
+};
+
+TEST_F(PrivilegedCommands, CountAsFailedWhenTheirWorkNeverRuns) {
+  Machine& usual = machine();
+  DispatchWithoutHops withoutHops;
+  Machine changed{usual.paths,
+                  usual.files,
+                  usual.streams,
+                  usual.processes,
+                  usual.sessions,
+                  withoutHops,
+                  usual.bundles,
+                  usual.propertyList,
+                  usual.workspace,
+                  usual.runningApplications,
+                  usual.administratorScripts,
+                  usual.systemInfo,
+                  usual.digest,
+                  usual.signals};
+  installMachine(&changed);
+  EXPECT_EQ(run("/bin/rm -rf '/a'"), AdminOutcome::failed);
+  installMachine(&usual);
+  EXPECT_EQ(mac.administrator.scriptsMade(), 0U);
 }
 
 TEST_F(PrivilegedCommands, RunInPlaceOnTheMainThread) {
