@@ -4,7 +4,6 @@
 namespace installer::testing {
 namespace {
 
-using namespace std::chrono_literals;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
@@ -136,13 +135,24 @@ TEST_F(EscalatedRemoval, WhoseWayBackIsBlockedStrandsTheBundle) {
                                 " to /Applications/Brenna.app: Something is there."));
 }
 
-TEST_F(EscalatedRemoval, QuotesAnApostropheInTheName) {
-  mac.files.erase(path);
-  mac.addRegisteredApp("/Applications/Brenna's.app", brenna());
-  mac.files.setWritable("/Applications", false);
-  uninstall(Password::mayBeAskedFor);
-  EXPECT_TRUE(result.success);
-  EXPECT_EQ(mac.administrator.commandLines(), Lines{R"(/bin/rm -rf '/Applications/Brenna'\''s.app')"});
+TEST_F(EscalatedRemoval, HandsAnyNameToTheShellAsOneWord) {
+  struct Row {
+    std::string name;
+    std::string quoted;
+  };
+  for (const auto& row :
+       {Row{"Brenna's.app", R"('/Applications/Brenna'\''s.app')"},
+        Row{"Brenna\nrm -rf ~\n.app", "'/Applications/Brenna\nrm -rf ~\n.app'"},
+        Row{"Brenna\"; $(reboot) `id` \\.app", "'/Applications/Brenna\"; $(reboot) `id` \\.app'"},
+        Row{"-rf.app", "'/Applications/-rf.app'"}}) {
+    SimulatedMachine fresh;
+    fresh.addRegisteredApp("/Applications/" + row.name, brenna());
+    fresh.files.setWritable("/Applications", false);
+    const AppInfo brennaApp = *KeloAppProvider::shared().app(AppIdentifier::brenna);
+    EXPECT_TRUE(AppUninstaller::uninstall(brennaApp, true).success) << row.name;
+    EXPECT_EQ(fresh.administrator.commandLines(), Lines{"/bin/rm -rf " + row.quoted});
+    EXPECT_THAT(fresh.files.tree("/Applications"), IsEmpty()) << row.name;
+  }
 }
 
 TEST_F(EscalatedRemoval, OfSeveralAppsUsesOneScript) {
@@ -165,76 +175,6 @@ TEST_F(EscalatedRemoval, NeverHappensWhenItIsNotAllowed) {
   }
   EXPECT_THAT(mac.administrator.commandLines(), IsEmpty());
   EXPECT_EQ(mac.administrator.scriptsMade(), 0U);
-}
-
-// Each single file operation fails in turn, with each kind of error and each end of the prompt. A deletion
-// that has begun may take parts of a bundle with it, so what is put back then has at least what it starts by.
-TEST(RemovalTransaction, LeavesTheWholeAppOrNothingAtTheAppsPathWhateverFails) {
-  const Path path = "/Applications/Brenna.app";
-  const Path staged = "/Applications/.Brenna.app.kelo-uninstall";
-  const Lines inside{"",
-                     "/Contents",
-                     "/Contents/Info.plist",
-                     "/Contents/MacOS",
-                     "/Contents/MacOS/app",
-                     "/Contents/Resources",
-                     "/Contents/Resources/text"};
-  struct Step {
-    Operation operation;
-    Path path;
-    int successesFirst = 0;
-  };
-  std::vector<Step> steps{{Operation::move, path},
-                          {Operation::move, path, 1},
-                          {Operation::readFile, staged + "/Contents/Info.plist"}};
-  for (const auto& part : inside) {
-    steps.push_back({Operation::remove, staged + part});
-    steps.push_back({Operation::enumerate, staged + part});
-  }
-  int rows = 0;
-  for (const auto& step : steps) {
-    for (const auto& error : {Error{"NSCocoaErrorDomain", 513, "e", nullptr},
-                              {"NSCocoaErrorDomain", 512, "e", nullptr},
-                              {"NSPOSIXErrorDomain", 13, "e", nullptr}}) {
-      for (const std::string prompt : {"never", "granted", "dismissed", "failed", "without effect"}) {
-        for (const bool hasReadOnlyDirectory : {false, true}) {
-          SimulatedMachine mac;
-          const auto row = fmt::format("operation {} of {} after {}, code {}, prompt {}, read-only {}",
-                                       static_cast<int>(step.operation), step.path, step.successesFirst,
-                                       error.code, prompt, hasReadOnlyDirectory);
-          const AppInfo app = *KeloAppProvider::shared().app(AppIdentifier::brenna);
-          mac.addRegisteredApp(path, {.identifier = app.installerBundleIdentifier});
-          mac.files.addFile(path + "/Contents/Resources/text", "text");
-          if (hasReadOnlyDirectory) mac.files.setWritable(path + "/Contents/Resources", false);
-          const auto whole = mac.files.snapshot(path);
-          if (prompt == "dismissed") mac.administrator.dismissesNext();
-          if (prompt == "failed") mac.administrator.failsNext(1);
-          if (prompt == "without effect") mac.administrator.succeedsWithoutEffectNext();
-          mac.files.failAfter(step.successesFirst, step.operation, step.path, error);
-
-          const auto result = AppUninstaller::uninstall(app, prompt != "never");
-          ++rows;
-
-          const bool deletionBegan = !mac.logLines("removing the staged").empty();
-          if (!mac.files.exists(path)) {
-            const bool isStranded =
-                result.errorMessage &&
-                result.errorMessage->find("remain at " + staged + ".") != std::string::npos;
-            EXPECT_TRUE(result.success || isStranded) << row;
-            EXPECT_EQ(result.success, !isStranded) << row;
-            EXPECT_TRUE(!result.success || !mac.files.exists(staged)) << row;
-            continue;
-          }
-          EXPECT_FALSE(result.success) << row;
-          EXPECT_FALSE(mac.files.exists(staged)) << row << ": the app is never in two places";
-          EXPECT_TRUE(deletionBegan || mac.files.snapshot(path) == whole) << row;
-          EXPECT_TRUE(mac.files.exists(path + "/Contents/Info.plist")) << row;
-          EXPECT_TRUE(mac.files.exists(path + "/Contents/MacOS/app")) << row;
-        }
-      }
-    }
-  }
-  EXPECT_EQ(rows, 17 * 3 * 5 * 2);
 }
 
 }  // namespace
