@@ -40,6 +40,14 @@ TEST_F(LinuxRemoval, KilledHalfWayLeavesNothingUnderTheNameAndTheNextClearsTheRe
   EXPECT_EQ(sortedNames(folder.path()), Names{});
 }
 
+TEST_F(LinuxRemoval, KilledHalfWayIsClearedByACopyToTheSameNameToo) {
+  folder.write("App.app/Contents/old", "bytes");
+  killRemovalOf("App.app");
+  folder.write("new", "bytes");
+  ASSERT_TRUE(files.copyItem(folder / "new", folder / "App.app"));
+  EXPECT_EQ(sortedNames(folder.path()), (Names{"App.app", "new"}));
+}
+
 TEST_F(LinuxRemoval, OfAHiddenFolderKilledHalfWayLeavesTheRestUnderItsName) {
   folder.write(".App.app.staged/Contents/old", "bytes");
   killRemovalOf(".App.app.staged");

@@ -81,8 +81,8 @@ class FileSystem {
 
   // A file, a link (not its target), or a tree. What a failed removal couldn't take stays under the name. A
   // kill in mid-removal leaves all or nothing under a visible name, and at most a hidden sibling that a later
-  // removal of the same name clears; under a hidden name it can leave a part. 4 if nothing is there, 513 if
-  // it may not be removed.
+  // copy to the same name, or removal of it, clears; under a hidden name it can leave a part. 4 if nothing is
+  // there, 513 if it may not be removed.
   virtual Result<> removeItem(const Path& path) = 0;
 
   enum class Intermediates { create, require };

@@ -6,6 +6,10 @@
 
 namespace installer {
 
+// What the hidden names are for, as it stands in them.
+inline constexpr auto copyPurpose = "kelo-copy";
+inline constexpr auto removalPurpose = "kelo-remove";
+
 // One name beside `name` in the open directory `folder`, which outlives it. Claimed from construction to
 // destruction; what stands under it is its user's business. Any thread; claims of one process differ.
 class HiddenSibling {

@@ -9,13 +9,18 @@
 namespace installer {
 
 StagedCopy::StagedCopy(int folder, const std::string& name)
-    : folder_{folder}, name_{name}, sibling_{folder, name, "kelo-copy"} {
+    : folder_{folder}, name_{name}, sibling_{folder, name, copyPurpose} {
 }
 
 StagedCopy::~StagedCopy() {
   const int kept = errno;
   if (!committed_) (void)removeTree(folder_, stagingName(), TreeOwner::ours);
   errno = kept;
+}
+
+void StagedCopy::clearLeftovers() const {
+  sibling_.clearLeftovers();
+  HiddenSibling{folder_, name_, removalPurpose}.clearLeftovers();
 }
 
 bool StagedCopy::commit() {

@@ -18,8 +18,9 @@ class StagedCopy {
 
   const char* stagingName() const { return sibling_.name(); }
 
-  // Removes what copies of the same name left behind whose processes are gone. Best effort.
-  void clearLeftovers() const { sibling_.clearLeftovers(); }
+  // Removes what copies to the same name, and removals of it, left behind whose processes are gone. Best
+  // effort.
+  void clearLeftovers() const;
 
   // Gives the copy its real name once its bytes are on the disk. False with errno set: EEXIST when something
   // stands there.

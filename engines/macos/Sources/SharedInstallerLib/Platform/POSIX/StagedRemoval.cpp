@@ -51,7 +51,7 @@ bool removeFolder(int parent, const std::string& name, const RemoveEntry& remove
   if (!mayChange(parent) || !letsGoOfAll(parent, name.c_str(), 0)) return false;
   if (name.front() == '.') return removeEntry(name.c_str());
 
-  const HiddenSibling aside{parent, name, "kelo-remove"};
+  const HiddenSibling aside{parent, name, removalPurpose};
   aside.clearLeftovers();
   if (!renameWithoutReplacing(parent, name.c_str(), parent, aside.name())) {
     return isOnlyAboutRenaming(errno) && removeEntry(name.c_str());
