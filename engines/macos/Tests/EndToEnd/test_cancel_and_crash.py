@@ -101,6 +101,24 @@ def test_pulling_the_plug_leaves_the_old_app_the_new_app_or_none(installation, s
     assert left in (None, before, complete)
 
 
+@pytest.mark.parametrize("seed", range(3))
+def test_pulling_the_plug_on_a_removal_leaves_the_app_or_none(installation, seed):
+    machine = installation("2.0", "--payload", "40000000")
+    machine.install("--apps", "rulo")
+    before = tree(machine.app("rulo"))
+    session = machine.start("run", "--action", "uninstall", "--apps", "rulo")
+    # Not a wait for anything: it spreads the kill over the length of a removal.
+    time.sleep(random.Random(seed).uniform(0.0, 0.3))
+    session.kill()
+    session.finish()
+
+    assert not machine.app("rulo").exists() or tree(machine.app("rulo")) == before
+    assert {entry.name for entry in machine.applications.iterdir()} <= {"Kelo Rulo.app", ".Kelo Rulo.app.kelo-uninstall"}
+    machine.install("--apps", "rulo")
+    assert machine.uninstall("--apps", "rulo").statuses == {"rulo": "uninstalled"}
+    assert list(machine.applications.iterdir()) == []
+
+
 def test_two_engines_at_once_keep_their_log_lines_whole(installation):
     machine = installation("2.0")
     sessions = [machine.start("hello") for _ in range(4)]

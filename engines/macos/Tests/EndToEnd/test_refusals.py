@@ -129,6 +129,23 @@ def test_a_refused_prompt_installs_nothing_and_keeps_the_old_copy(installation, 
 
 
 @needs_root
+def test_a_refused_prompt_keeps_an_old_copy_whole_that_holds_a_folder_of_the_administrators(installation, prompt):
+    old = installation("1.0")
+    old.install("--apps", "rulo")
+    locked = old.app("rulo") / "Contents/Locked"
+    locked.mkdir()
+    (locked / "file").write_text("x")
+    os.chown(locked, 0, 0)
+    before = tree(old.app("rulo"))
+    new = installation("2.0", machine=old)
+    prompt(new, "dismiss")
+    run = new.install("--apps", "rulo")
+    assert (run.status, run.codes) == (2, {"rulo": "INSTALL_FAILED"})
+    assert tree(new.app("rulo")) == before and without_leftovers(new)
+    assert "DMGInstaller: Permission denied removing existing app — will retry with admin privileges" in new.log
+
+
+@needs_root
 @pytest.mark.parametrize(
     "answer, status, code",
     [("dismiss", 4, "UNINSTALL_AUTH_CANCELLED"), ("deny", 4, "UNINSTALL_PERMISSION_DENIED"), ("accept", 0, None)],
