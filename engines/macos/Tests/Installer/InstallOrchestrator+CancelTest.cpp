@@ -110,6 +110,28 @@ TEST_F(CancelledRun, WhileAnAppIsAcquiredCountsAFailureOfTheSourceAsAFailure) {
                               "rulo ok /Applications/Kelo Rulo.app"}));
 }
 
+// The source begins each acquisition afresh, so a cancel that comes right before it finds nothing to cancel.
+TEST_F(CancelledRun, JustBeforeATransferBeginsEndsIt) {
+  for (const bool wholeRun : {true, false}) {
+    delegate->results.reset();
+    provider->calls.clear();
+    bool hasBegun = false;
+    provider->onAcquire = [&](const AppInfo& info) {
+      if (info.id == rulo) return provider->delivers(download(rulo));
+      if (wholeRun) orchestrator->cancelInstallation();
+      if (!wholeRun) orchestrator->cancelApp(brenna);
+      hasBegun = true;
+    };
+    provider->onCancel = [&] {
+      if (hasBegun) provider->fails(ProviderError::downloadFailed("cancelled"));
+    };
+    start({brenna, rulo});
+    letItEnd();
+    EXPECT_EQ(endings().front(), "brenna failed DOWNLOAD_FAILED 'Download failed: cancelled'");
+    EXPECT_EQ(endings().size(), wholeRun ? 1U : 2U);
+  }
+}
+
 TEST_F(CancelledRun, WhileTheSecondAppIsVerifiedKeepsItsTrueResultAndStops) {
   provider->onAcquire = [this](const AppInfo& info) {
     if (info.id == rulo) whenItVerifies([this] { orchestrator->cancelInstallation(); });

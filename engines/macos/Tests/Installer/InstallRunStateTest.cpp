@@ -1,3 +1,4 @@
+#include <functional>
 #include <gtest/gtest.h>
 
 #include "Installer/InstallRunState.h"
@@ -47,6 +48,37 @@ TEST(InstallRunState, TiesACancelToTheCurrentAppInItsDownload) {
     EXPECT_EQ(state.requestSkip(row.cancelled), row.touchesTheTransfer);
     EXPECT_TRUE(state.isGivenUp(row.cancelled));
     EXPECT_EQ(state.standing().isSkipRequested, row.cancelled == brenna);
+  }
+}
+
+TEST(InstallRunState, KnowsADownloadThatWasGivenUp) {
+  struct Row {
+    const char* name;
+    std::function<void(InstallRunState&)> change;
+    bool isGivenUp;
+  };
+  for (const auto& row :
+       std::vector<Row>{{"nothing", [](InstallRunState&) {}, false},
+                        {"the run", [](InstallRunState& state) { state.cancel(); }, true},
+                        {"this app", [](InstallRunState& state) { state.requestSkip(brenna); }, true},
+                        {"another app", [](InstallRunState& state) { state.requestSkip(rulo); }, false},
+                        {"an app at work",
+                         [](InstallRunState& state) {
+                           state.cancel();
+                           state.setStage(InstallStage::verify);
+                         },
+                         false},
+                        {"the app before",
+                         [](InstallRunState& state) {
+                           state.cancel();
+                           state.advance();
+                         },
+                         false}}) {
+    InstallRunState state;
+    state.start(apps({brenna, rulo}));
+    row.change(state);
+    EXPECT_EQ(state.isDownloadGivenUp(0), row.isGivenUp) << row.name;
+    EXPECT_FALSE(state.isDownloadGivenUp(7)) << row.name;
   }
 }
 

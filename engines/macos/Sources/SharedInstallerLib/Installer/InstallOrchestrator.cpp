@@ -64,21 +64,30 @@ void InstallOrchestrator::acquire(const AppInfo& app, std::size_t number, std::s
   state_.setStage(InstallStage::download);
   updateApp(app, InstallStage::download, 0, Indeterminate::no);
 
-  auto onProgress = [weak = weak_from_this(), app](
-                        const std::string& statusText, const std::string& detailText, double percent,
-                        std::optional<std::int64_t> downloadedBytes, std::optional<std::int64_t> totalBytes) {
+  provider_->acquirePackage(app, label, makeProgressHandler(app), makeCompletion(app, label));
+  // A cancel that came right before the start met a source at rest, and would be lost.
+  if (state_.isDownloadGivenUp(number - 1)) provider_->cancelAcquisition();
+}
+
+PackageProvider::ProgressHandler InstallOrchestrator::makeProgressHandler(const AppInfo& app) {
+  return [weak = weak_from_this(), app](const std::string& statusText, const std::string& detailText,
+                                        double percent, std::optional<std::int64_t> downloadedBytes,
+                                        std::optional<std::int64_t> totalBytes) {
     const auto self = weak.lock();
     if (self == nullptr) return;
     self->updateProgress(statusText, detailText, percent);
     self->updateApp(app, InstallStage::download, percent, Indeterminate::no, downloadedBytes, totalBytes);
   };
-  auto onEnd = [weak = weak_from_this(), app, label](const PackageProvider::Outcome& outcome) {
+}
+
+PackageProvider::Completion InstallOrchestrator::makeCompletion(const AppInfo& app,
+                                                                const std::string& label) {
+  return [weak = weak_from_this(), app, label](const PackageProvider::Outcome& outcome) {
     const auto self = weak.lock();
     if (self == nullptr) return;
     if (outcome) return self->verifyAndInstall(app, *outcome, label);
     self->markCurrentAppComplete(Ending::acquisitionFailure(outcome.error()));
   };
-  provider_->acquirePackage(app, label, std::move(onProgress), std::move(onEnd));
 }
 
 void InstallOrchestrator::markCurrentAppComplete(const Ending& ending) {

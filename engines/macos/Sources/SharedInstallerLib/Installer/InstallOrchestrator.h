@@ -63,6 +63,8 @@ class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestra
   void processNextApp();
   void finish();
   void acquire(const AppInfo& app, std::size_t number, std::size_t count);
+  PackageProvider::ProgressHandler makeProgressHandler(const AppInfo& app);
+  PackageProvider::Completion makeCompletion(const AppInfo& app, const std::string& label);
   void markCurrentAppComplete(const Ending& ending);
 
   // One acquired package.

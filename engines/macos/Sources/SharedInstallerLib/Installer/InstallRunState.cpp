@@ -60,6 +60,13 @@ bool InstallRunState::isGivenUp(AppIdentifier app) const {
   return isCancelled_ || skipRequested_.contains(app);
 }
 
+bool InstallRunState::isDownloadGivenUp(std::size_t index) const {
+  const std::lock_guard lock{mutex_};
+  if (index != currentAppIndex_ || index >= appsToInstall_.size()) return false;
+  if (currentStage_ != InstallStage::download) return false;
+  return isCancelled_ || skipRequested_.contains(appsToInstall_[index].id);
+}
+
 void InstallRunState::keep(const AppInstallResult& result) {
   const std::lock_guard lock{mutex_};
   results_.push_back(result);

@@ -41,6 +41,8 @@ class InstallRunState {
   // True when the app is the current one and still in its download.
   bool requestSkip(AppIdentifier app);
   bool isGivenUp(AppIdentifier app) const;  // by either cancel
+  // True when the app at `index` is the current one, still in its download and given up.
+  bool isDownloadGivenUp(std::size_t index) const;
 
   void keep(const AppInstallResult& result);
   std::vector<AppInstallResult> results() const;
