@@ -87,7 +87,7 @@ def test_one_slice_alone(folder, tmp_path):
 def test_another_minimum_version(folder, tmp_path):
     # LC_BUILD_VERSION, its length, macOS, and 12.0 as a number.
     command = re.compile(rb"(\x32\0\0\0[\x18\x20]\0\0\0\x01\0\0\0\0\0)\x0c\0")
-    content, count = command.subn(rb"\1\x0d\0", EXECUTABLE.read_bytes())
+    content, count = command.subn(lambda found: found[1] + b"\x0d\0", EXECUTABLE.read_bytes())
     assert count == 2
     (tmp_path / "later").write_bytes(content)
     assert found(folder, tmp_path / "later") == [f"{each} is built for ('macos', '13.0') and not for ('macos', '12.0')"
