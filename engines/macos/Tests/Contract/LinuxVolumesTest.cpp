@@ -10,9 +10,9 @@
 #include <unistd.h>
 
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/POSIX/FileDescriptor.h"
 #include "Platform/Linux/LinuxFileSystem.h"
 #include "Platform/Linux/Spawn.h"
+#include "Platform/POSIX/FileDescriptor.h"
 
 namespace installer::test {
 namespace {
