@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Checks packaging/macos against the description of the SDK: one line for each problem, silence for none.
 
-    check_declarations.py PACKAGE      the npm package's folder
+    check_declarations.py PACKAGE EXECUTABLES      the description's folder, and one with real Mach-O files
 """
 
 import pathlib
@@ -11,6 +11,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).parent))
 
 import compare  # noqa: E402
 import headers  # noqa: E402
+import homes  # noqa: E402
 import sources  # noqa: E402
 import stubs  # noqa: E402
 from description import Description  # noqa: E402
@@ -18,12 +19,13 @@ from description import Description  # noqa: E402
 ROOT = pathlib.Path(__file__).resolve().parents[3]
 PLATFORM = "engines/macos/Sources/SharedInstallerLib/Platform"
 UNLISTED = "packaging/macos/check/unlisted.txt"
+UNSEEN = "packaging/macos/check/unseen.txt"
 
 
 def files():
     """path -> text of all that is checked."""
     patterns = ["packaging/macos/include/**/*.h", "packaging/macos/stubs/**/*.tbd", f"{PLATFORM}/*.h",
-                f"{PLATFORM}/Darwin/*.mm", f"{PLATFORM}/Darwin/*.h", UNLISTED]
+                f"{PLATFORM}/Darwin/*.mm", f"{PLATFORM}/Darwin/*.h", UNLISTED, UNSEEN]
     return {str(path.relative_to(ROOT)): path.read_text() for pattern in patterns for path in ROOT.glob(pattern)}
 
 
@@ -31,28 +33,34 @@ def part(texts, folder, *endings):
     return {path: text for path, text in texts.items() if path.startswith(folder) and path.endswith(endings)}
 
 
-def unlisted(texts):
-    lines = enumerate(texts[UNLISTED].splitlines(), 1)
-    return {line.split()[0]: f"{UNLISTED}:{number}" for number, line in lines if line and not line.startswith("#")}
+def rows(texts, path):
+    """(words, path:line) of each line that isn't a comment."""
+    lines = enumerate(texts[path].splitlines(), 1)
+    return [(line.split(), f"{path}:{number}") for number, line in lines if line and not line.startswith("#")]
 
 
-def problems(texts, description):
+def problems(texts, description, seen):
+    """`seen`: as `homes.seen` gives it."""
     ours = part(texts, "packaging/macos/include", ".h")
     declarations = headers.read(ours)
     host = part(texts, f"{PLATFORM}/Darwin", ".mm", ".h")
     seam = {path: text for path, text in part(texts, PLATFORM, ".h").items() if path not in host}
+    linked = part(texts, "packaging/macos/stubs", ".tbd")
+    unlisted = {words[0]: where for words, where in rows(texts, UNLISTED)}
+    kin = {words[0]: (words[1], where) for words, where in rows(texts, UNSEEN)}
     constants = {name for each in compare.BRINGS for name in description.framework(each).constants}
     return [
-        *compare.compare(declarations, description, unlisted(texts)),
+        *compare.compare(declarations, description, unlisted),
         *sources.check(host, seam, ours, declarations, constants),
-        *stubs.check(part(texts, "packaging/macos/stubs", ".tbd"), declarations, host),
+        *stubs.check(linked, declarations, host),
+        *homes.problems(stubs.entries(linked), kin, seen),
     ]
 
 
 def main():
     texts = files()
     try:
-        found = problems(texts, Description(sys.argv[1]))
+        found = problems(texts, Description(sys.argv[1]), homes.seen(sys.argv[2]))
     except headers.NotUnderstood as problem:
         found = [str(problem)]
     print(*found, sep="\n", end="\n" if found else "")

@@ -7,21 +7,20 @@ of an object needs none.
 import difflib
 import re
 
-# Foundation's oldest classes live in the library of CoreFoundation.
-HOLDS = {"Foundation": {"Foundation", "CoreFoundation"}}
-# What the compiler calls without our having said so.
-BY_THE_COMPILER = re.compile(r"_objc_\w+|__objc_empty_cache|___CFConstantStringClassReference")
+CLASS = "_OBJC_CLASS_$_"
+# What the compiler calls without our having said so, and the root of all classes.
+BY_THE_COMPILER = re.compile(r"_objc_\w+|__objc_empty_cache|___CFConstantStringClassReference|_OBJC_CLASS_\$_NSObject")
 LIST = re.compile(r"^\s*(?:- )?(symbols|objc-classes):\s*\[([^\]]*)\]", re.M)
 
 
-def _entries(stubs):
-    """(kind, name, library, file:line) of all that the stubs name."""
+def entries(stubs):
+    """(symbol, library, file:line) of all that the stubs name. `stubs`: path -> text."""
     for path, text in stubs.items():
         library = path.split("/")[-1].removesuffix(".tbd")
         for found in LIST.finditer(text):
             for entry in re.finditer(r"[\w$]+", found[2]):
                 line = text.count("\n", 0, found.start(2) + entry.start()) + 1
-                yield found[1] == "objc-classes", entry[0], library, f"{path}:{line}"
+                yield (CLASS if found[1] == "objc-classes" else "") + entry[0], library, f"{path}:{line}"
 
 
 def _linked(name, sources):
@@ -31,24 +30,18 @@ def _linked(name, sources):
 def check(stubs, declarations, sources):
     """`stubs`, `sources`: path -> text."""
     text = "\n".join(sources.values())
-    classes = {name: each for name, each in declarations.named("class").items() if _linked(name, text)}
-    symbols = {f"_{name}": declared for name, declared in declarations.named("constant", "function").items()
-               if not declared.inline}
+    needed = {CLASS + name: each for name, each in declarations.named("class").items() if _linked(name, text)}
+    needed |= {f"_{name}": each for name, each in declarations.named("constant", "function").items() if not each.inline}
     named = set()
-    for is_class, name, library, where in _entries(stubs):
-        known = classes if is_class else symbols
-        if is_class and name == "NSObject" or not is_class and BY_THE_COMPILER.fullmatch(name):
+    for symbol, _, where in entries(stubs):
+        if BY_THE_COMPILER.fullmatch(symbol):
             continue
-        if name not in known:
-            near = difflib.get_close_matches(name, known, 1, 0.5)
-            yield f"{where}: {name} is neither declared nor used" + (f"; the nearest name is {near[0]}" if near else "")
-            continue
-        framework = known[name].framework
-        if library not in HOLDS.get(framework, {framework}):
-            yield f"{where}: {name} is declared by {framework}, not by {library}"
-        if name in named:
-            yield f"{where}: {name} stands in another stub as well"
-        named.add(name)
-    for name, declared in (classes | symbols).items():
-        if name not in named:
-            yield f"{declared.where}: no stub names {name}"
+        if symbol not in needed:
+            near = difflib.get_close_matches(symbol, needed, 1, 0.5)
+            yield f"{where}: {symbol} is neither declared nor used" + (f"; the nearest name is {near[0]}" if near else "")
+        elif symbol in named:
+            yield f"{where}: {symbol} stands in another stub as well"
+        named.add(symbol)
+    for symbol, declared in needed.items():
+        if symbol not in named:
+            yield f"{declared.where}: no stub names {symbol}"

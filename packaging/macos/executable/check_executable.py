@@ -35,7 +35,7 @@ def slice_problems(code, libraries):
     for name in sorted(set(linked) - set(libraries)):
         yield f"is linked against {name}, which has no stub"
     symbols = {short_name(name): each for name, each in libraries.items()}
-    for symbol, library in code.undefined():
+    for symbol, library in code.undefined:
         if symbol not in symbols.get(library, ()):
             yield f"needs {symbol} of {library or 'no library'}, and no stub has that"
 

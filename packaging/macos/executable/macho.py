@@ -14,11 +14,20 @@ def architectures(executable):
     return run("llvm-lipo-19", "-archs", executable).split()
 
 
+def undefined(executable, architecture="all"):
+    """(symbol, short name of the library that it is bound to; empty where any may have it) of each missing symbol."""
+    said = run("llvm-nm-19", "-m", "-u", f"--arch={architecture}", executable)
+    found = UNDEFINED.findall(said)
+    if len(found) != sum("(undefined" in line for line in said.splitlines()):
+        raise ValueError("llvm-nm-19 says something that isn't understood:\n" + said)
+    return found
+
+
 class Slice:
     def __init__(self, executable, architecture):
         self.architecture = architecture
         self._headers = run("llvm-otool-19", "-l", "-arch", architecture, executable)
-        self._symbols = run("llvm-nm-19", "-m", "-u", f"--arch={architecture}", executable)
+        self.undefined = undefined(executable, architecture)
 
     def commands(self, name):
         """The text of each load command of that name."""
@@ -35,11 +44,3 @@ class Slice:
             return None
         platform = re.search(r"platform (\S+)", found[0])[1]
         return {"1": "macos"}.get(platform, platform.lower()), re.search(r"minos (\S+)", found[0])[1]
-
-    def undefined(self):
-        """(symbol, short name of the library that it is bound to)."""
-        lines = [line for line in self._symbols.splitlines() if "(undefined" in line]
-        found = UNDEFINED.findall(self._symbols)
-        if len(found) != len(lines):
-            raise ValueError("llvm-nm-19 says something that isn't understood:\n" + self._symbols)
-        return found

@@ -1,0 +1,42 @@
+"""Holds the stubs to the libraries that real executables bind their symbols to.
+
+Foundation passes CoreFoundation's symbols on and not the reverse, so a symbol in the wrong stub links, and stops the
+program on a Mac before its first line. Apple's linker has written the true home into every Mach-O file.
+"""
+
+import collections
+import pathlib
+import sys
+
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "executable"))
+import macho  # noqa: E402
+
+MAGIC = (b"\xcf\xfa\xed\xfe", b"\xca\xfe\xba\xbe")  # one architecture, several
+
+
+def seen(folder):
+    """symbol -> the libraries that the Mach-O files below `folder` take it from, by their short names."""
+    homes = collections.defaultdict(set)
+    for path in sorted(pathlib.Path(folder).rglob("*")):
+        if not path.is_file() or path.read_bytes()[:4] not in MAGIC:
+            continue
+        for symbol, library in macho.undefined(str(path)):
+            if library:
+                homes[symbol].add(library)
+    return homes
+
+
+def problems(entries, kin, homes):
+    """`entries`: (symbol, library, where) of all that the stubs name; `kin`: symbol without a witness -> (a symbol that
+    shares its home, where that is said)."""
+    named = set()
+    for symbol, library, where in entries:
+        named.add(symbol)
+        if symbol in kin and symbol in homes:
+            yield f"{kin[symbol][1]}: a real executable shows {symbol} after all"
+        witness = kin[symbol][0] if symbol in kin else symbol
+        if witness not in homes:
+            yield f"{where}: no real executable shows {witness}"
+        elif homes[witness] != {library}:
+            yield f"{where}: {symbol} lives in {' and '.join(sorted(homes[witness]))}, not in {library}"
+    yield from (f"{where}: no stub names {symbol}" for symbol, (_, where) in kin.items() if symbol not in named)
