@@ -20,11 +20,6 @@ MIRROR = "/mirror/brenna.dmg"
 TIME_LIMIT = 240
 
 
-def needed():
-    """What has to be built before; empty when all is there."""
-    return [str(path) for path in (ENGINE, PROGRAMS / "lab-fixture", PROGRAMS / "lab-sign") if not path.exists()]
-
-
 def run(*words):
     return subprocess.run([str(word) for word in words], check=True, capture_output=True, text=True).stdout
 

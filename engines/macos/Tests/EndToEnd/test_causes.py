@@ -417,7 +417,6 @@ ONLINE_FAULTS = {
 }
 
 
-@pytest.mark.skipif(bool(online_machine.needed()), reason=f"not built: {online_machine.needed()}")
 @pytest.mark.parametrize("name", ONLINE_FAULTS)
 def test_a_fault_online_names_its_cause(online_workshop, tmp_path, name):
     arrange, words = ONLINE_FAULTS[name]
@@ -428,7 +427,6 @@ def test_a_fault_online_names_its_cause(online_workshop, tmp_path, name):
         assert missing(exported(exports(stage.machine)), words) == []
 
 
-@pytest.mark.skipif(bool(online_machine.needed()), reason=f"not built: {online_machine.needed()}")
 @pytest.mark.parametrize("host", ["cdn.kelo.example", "www.kelo.example"])
 @pytest.mark.parametrize("kind, words", [("otherName", ["no alternative certificate subject name matches", "NSURLErrorDomain -1202"]),
                                          ("stranger", ["SSL certificate problem: ", "NSURLErrorDomain -1202"])])
@@ -439,7 +437,6 @@ def test_a_wrong_certificate_is_named(online_workshop, tmp_path, host, kind, wor
         assert missing(exported(exports(stage.machine)), words) == []
 
 
-@pytest.mark.skipif(bool(online_machine.needed()), reason=f"not built: {online_machine.needed()}")
 def test_a_closed_port_is_named(online_workshop, tmp_path):
     with hostile_cdn.HostileCDN(tmp_path / "cdn", NAMES) as cdn:
         stage = Stage(online_workshop, tmp_path, cdn)

@@ -12,8 +12,6 @@ import hostile_cdn
 import online_machine
 from online_machine import FOLDER, META, MIRROR, NAMES, PACKAGE, Stage, Workshop
 
-pytestmark = pytest.mark.skipif(bool(online_machine.needed()), reason=f"not built: {online_machine.needed()}")
-
 
 @pytest.fixture(scope="module")
 def workshop(tmp_path_factory):

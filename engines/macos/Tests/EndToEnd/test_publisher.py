@@ -18,8 +18,6 @@ PUBLISH = BUILD / "lab" / "bin" / "lab-publish"
 FIXTURE = BUILD / "lab" / "bin" / "lab-fixture"
 FOLDER = Path("desksuite/apps/default/brenna/mac/arm64/dmg/latest")
 
-pytestmark = pytest.mark.skipif(not (PUBLISH.exists() and FIXTURE.exists()), reason="lab-publish isn't built")
-
 
 @pytest.fixture(scope="module")
 def image(tmp_path_factory):

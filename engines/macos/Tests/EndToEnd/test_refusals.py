@@ -240,7 +240,7 @@ def test_a_full_disk_is_told_before_anything_is_removed(installation):
     small = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k,mode=777", "none", str(machine.applications)],
                            capture_output=True)
     if small.returncode != 0:
-        pytest.skip("this machine doesn't let the suite mount a small volume; the simulated one covers it")
+        pytest.skip("this machine doesn't let the suite mount a small volume")
     try:
         run = machine.install("--apps", "rulo")
         assert (run.status, run.codes) == (2, {"rulo": "INSTALL_FAILED"})

@@ -20,8 +20,6 @@ FOLDER = PROTOCOL / "transcripts"
 PAGE = PROTOCOL / "README.md"
 WRITES = os.environ.get("KELO_WRITE_TRANSCRIPTS") == "1"
 
-pytestmark = pytest.mark.skipif(bool(online_machine.needed()), reason=f"not built: {online_machine.needed()}")
-
 
 @pytest.fixture(scope="module")
 def online_workshop(tmp_path_factory):

@@ -1,0 +1,39 @@
+"""What holds for every suite in Python: a skip never reads as a pass."""
+
+import pytest
+
+# ctest's SKIP_RETURN_CODE, for a run without a failure in which something was skipped.
+SKIPPED = 77
+
+
+def pytest_addoption(parser):
+    parser.addini("may_skip", "the reasons for which a test may be skipped", type="linelist")
+
+
+def refuse_unlisted_skip(config, report):
+    """Turns a skip (or an expected failure) whose reason isn't listed in pytest.ini into a failure."""
+    if not report.skipped:
+        return
+    reason = report.longrepr[2].removeprefix("Skipped: ") if isinstance(report.longrepr, tuple) else "expected to fail"
+    if reason not in config.getini("may_skip"):
+        report.outcome = "failed"
+        vars(report).pop("wasxfail", None)
+        report.longrepr = f"skipped, and pytest.ini doesn't list the reason: {reason}"
+
+
+@pytest.hookimpl(hookwrapper=True, tryfirst=True)
+def pytest_runtest_makereport(item):
+    outcome = yield
+    refuse_unlisted_skip(item.config, outcome.get_result())
+
+
+@pytest.hookimpl(hookwrapper=True, tryfirst=True)
+def pytest_make_collect_report(collector):
+    outcome = yield
+    refuse_unlisted_skip(collector.config, outcome.get_result())
+
+
+def pytest_sessionfinish(session, exitstatus):
+    counts = session.config.pluginmanager.get_plugin("terminalreporter").stats
+    if exitstatus == pytest.ExitCode.OK and counts.get("skipped"):
+        session.exitstatus = SKIPPED
