@@ -7,23 +7,33 @@ import jsonschema
 
 PROTOCOL = pathlib.Path(__file__).resolve().parents[4] / "protocol"
 SCHEMAS = PROTOCOL / "schema"
+# What a shell holds events against, and what the files beside the engine are held against.
+OPEN = SCHEMAS / "open"
+FILES = SCHEMAS / "files"
 SHARED = ("common.json", "event.json", "command.json")
 
 
-def load(name):
+def load(name, folder=SCHEMAS):
     """One schema as a document of its own: what it takes from the shared one lies inside it."""
-    text = (SCHEMAS / name).read_text(encoding="utf-8").replace("common.json#/$defs/", "#/$defs/")
-    common = (SCHEMAS / "common.json").read_text(encoding="utf-8").replace("common.json#/$defs/", "#/$defs/")
+    text = (folder / name).read_text(encoding="utf-8").replace("common.json#/$defs/", "#/$defs/")
+    common = (folder / "common.json").read_text(encoding="utf-8").replace("common.json#/$defs/", "#/$defs/")
     return {**json.loads(text), "$defs": json.loads(common)["$defs"]}
 
 
-EVENTS = {path.stem: load(path.name) for path in SCHEMAS.glob("*.json") if path.name not in SHARED}
 
 
-def complaints(event):
+def events(folder):
+    """kind -> schema."""
+    return {path.stem: load(path.name, folder) for path in folder.glob("*.json") if path.name not in SHARED}
+
+
+EVENTS = events(SCHEMAS)
+
+
+def complaints(event, schemas=None):
     """What is wrong with an event; an empty list when nothing is."""
     kind = event.get("type")
-    schema = EVENTS.get(kind) if isinstance(kind, str) else None
+    schema = (schemas or EVENTS).get(kind) if isinstance(kind, str) else None
     if schema is None:
         return [f"no event has the type {kind!r}"]
     validator = jsonschema.Draft202012Validator(schema)

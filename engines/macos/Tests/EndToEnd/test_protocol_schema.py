@@ -2,12 +2,21 @@
 
 import copy
 import json
+import os
+import pathlib
+import re
+import subprocess
+import sys
 
 import jsonschema
 import pytest
 
 import protocol_schema
-from protocol_schema import EVENTS, PROTOCOL, SCHEMAS, SHARED, complaints, load
+from protocol_schema import EVENTS, FILES, OPEN, PROTOCOL, SCHEMAS, SHARED, complaints, load
+from support import BUILD
+
+sys.path.insert(0, str(SCHEMAS))
+import generate_open  # noqa: E402
 
 RESULT = {"v": 1, "type": "app-result", "app": "brenna", "status": "installed"}
 CATALOG_APP = {
@@ -46,9 +55,18 @@ def test_there_is_a_schema_for_every_event_and_none_besides():
     assert listed == {f"{kind}.json" for kind in GOOD}
 
 
-@pytest.mark.parametrize("path", sorted(SCHEMAS.glob("*.json")), ids=lambda path: path.name)
+@pytest.mark.parametrize("path", sorted(SCHEMAS.rglob("*.json")), ids=lambda path: str(path.relative_to(SCHEMAS)))
 def test_every_schema_is_one(path):
     jsonschema.Draft202012Validator.check_schema(json.loads(path.read_text(encoding="utf-8")))
+
+
+def test_every_type_that_a_generator_makes_has_a_name_of_its_own():
+    for folder in (SCHEMAS, OPEN, FILES):
+        schemas = [json.loads(path.read_text(encoding="utf-8")) for path in folder.glob("*.json")]
+        named = [part for schema in schemas for part in (schema, *schema.get("$defs", {}).values())]
+        names = [part["title"] for part in named]
+        assert [name for name in names if not re.fullmatch(r"([A-Z][a-z]+)+|CDN[A-Za-z]*", name)] == []
+        assert len(set(names)) == len(names)
 
 
 @pytest.mark.parametrize("kind", sorted(GOOD))
@@ -96,14 +114,22 @@ def test_commands(line, good):
     assert validator.is_valid(line) is good
 
 
+def words_of(node):
+    """Every key and every word of an enumeration in a schema."""
+    if isinstance(node, list):
+        for element in node:
+            yield from words_of(element)
+    if isinstance(node, dict):
+        yield from node.get("properties", {})
+        yield from (word for word in node.get("enum", []) if word is not None)
+        for part in node.values():
+            yield from words_of(part)
+
+
 def test_the_page_for_shell_authors_knows_every_key_and_word():
     page = (PROTOCOL / "README.md").read_text(encoding="utf-8")
-    common = load("common.json")["$defs"]
-    words = set(common["status"]["enum"]) | set(common["errorCode"]["enum"])
-    for schema in [*EVENTS.values(), *(common[name] for name in common if "properties" in common[name])]:
-        words |= set(schema["properties"])
-        for rule in schema["properties"].values():
-            words |= {word for word in rule.get("enum", []) if word is not None} if isinstance(rule, dict) else set()
+    words = set(words_of(list(EVENTS.values())))
+    assert {"rulo", "appstore", "INSTALL_FAILED", "downloadedBytes", "skip-terms", "UNKNOWN"} <= words
     missing = sorted(word for word in words if f"`{word}`" not in page)
     assert missing == []
 
@@ -111,3 +137,86 @@ def test_the_page_for_shell_authors_knows_every_key_and_word():
 def test_the_word_lists_agree_with_the_catalog():
     catalog = json.loads((PROTOCOL / "catalog.json").read_text(encoding="utf-8"))
     assert [app["id"] for app in catalog["apps"]] == protocol_schema.load("common.json")["$defs"]["app"]["enum"]
+
+
+# The open variant, for shells.
+
+OPEN_EVENTS = protocol_schema.events(OPEN)
+
+
+def test_the_open_schemas_are_those_that_the_strict_ones_give():
+    """After a change: protocol/schema/generate_open.py."""
+    assert {path.name: path.read_text(encoding="utf-8") for path in OPEN.iterdir()} == generate_open.generated()
+
+
+@pytest.mark.parametrize("kind", sorted(GOOD))
+def test_the_open_schemas_take_new_keys_and_miss_no_old_one(kind):
+    assert complaints({**GOOD[kind], "surprise": 1}, OPEN_EVENTS) == []
+    for key in GOOD[kind]:
+        assert complaints({name: value for name, value in GOOD[kind].items() if name != key}, OPEN_EVENTS) != [], key
+
+
+def with_new_word(kind, path, word):
+    event = copy.deepcopy(GOOD[kind])
+    inner = event
+    for step in path[:-1]:
+        inner = inner[step]
+    inner[path[-1]] = word
+    return event
+
+
+@pytest.mark.parametrize("kind, path, word", [
+    ("hello", ["capabilities", 0], "repair"), ("hello", ["mode"], "both"),
+    ("hello", ["apps", 0, "id"], "mozi"), ("hello", ["apps", 0, "source"], "gift"), ("stage", ["stage"], "unpack"),
+    ("progress", ["detailCode"], "UNPACKING"), ("app-result", ["status"], "deferred"),
+    ("app-result", ["errorCode"], "NEW_CODE"), ("done", ["results", 0, "status"], "deferred"),
+    ("done", ["action"], "repair"), ("done", ["exitCode"], 6), ("log", ["level"], "debug"),
+    ("export-logs-result", ["errorCode"], "NEW_CODE"),
+])
+def test_the_open_schemas_take_new_words_and_the_strict_ones_do_not(kind, path, word):
+    event = with_new_word(kind, path, word)
+    assert complaints(event) != [] and complaints(event, OPEN_EVENTS) == []
+
+
+@pytest.mark.parametrize("kind, path, value", [
+    ("hello", ["v"], 2), ("hello", ["apps", 0, "id"], 5), ("hello", ["apps"], {}), ("progress", ["percent"], "half"),
+    ("app-result", ["status"], None), ("app-result", ["errorCode"], 7), ("done", ["exitCode"], -1), ("stage", ["type"], "log"),
+])
+def test_the_open_schemas_refuse_what_no_later_engine_may_write(kind, path, value):
+    event = with_new_word(kind, path, value)
+    assert complaints({**event, "type": kind} if path != ["type"] else event, OPEN_EVENTS) != []
+
+
+# ajv, which authors of shells use.
+
+AJV = BUILD.parent / "ajv/node_modules"
+IDENTIFIER = "https://kelo.example/engine/protocol/1/"
+
+
+def ajv(cases):
+    """schema, value -> what ajv in its strict mode says about each."""
+    assert AJV.exists(), f"{AJV} is missing: ./dev test installs it with npm"
+    folders = [SCHEMAS, OPEN, FILES]
+    text = json.dumps([{"schema": IDENTIFIER + schema, "value": value} for schema, value in cases])
+    run = subprocess.run(["node", pathlib.Path(__file__).parent / "ajv/check.js", *folders], input=text,
+                         capture_output=True, text=True, env={**os.environ, "NODE_PATH": str(AJV)})
+    assert (run.returncode, run.stderr) == (0, "")
+    return json.loads(run.stdout)
+
+
+def test_ajv_takes_every_schema_in_its_strict_mode_and_judges_alike():
+    good = list(GOOD.values())
+    more = [{**event, "surprise": 1} for event in good]
+    later = [{"v": 1, "type": "goodbye"}, {"v": 1, "type": "done", "action": "repair", "exitCode": 9}]
+    bad = [{"v": 1}, {"v": 2, "type": "goodbye"}, {"v": 1, "type": "done", "action": "install", "exitCode": 0}]
+    rows = [(good, True, True), (more, False, True), (later, False, True), (bad, False, False)]
+    cases = [(schema, event) for events, _, _ in rows for event in events for schema in ("event.json", "open/event.json")]
+    wanted = [answer for events, strict, opened in rows for _ in events for answer in (strict, opened)]
+    assert ajv(cases) == wanted
+
+
+def test_ajv_takes_every_transcript():
+    events = [json.loads(line) for path in sorted((PROTOCOL / "transcripts").glob("*.jsonl"))
+              for line in path.read_text(encoding="utf-8").splitlines()]
+    answers = ajv([(schema, event) for event in events for schema in ("event.json", "open/event.json")])
+    assert len(answers) > 100 and all(answers)
