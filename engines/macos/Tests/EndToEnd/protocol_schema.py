@@ -43,3 +43,13 @@ def complaints(event, schemas=None):
 def check(event):
     found = complaints(event)
     assert not found, f"{found} in {json.dumps(event)}"
+
+
+def file_validator(name):
+    """Of a schema under files, which may refer to its neighbours."""
+    documents = [json.loads(path.read_text(encoding="utf-8"))
+                 for path in (*FILES.glob("*.json"), SCHEMAS / "common.json")]
+    known = {document["$id"]: document for document in documents}
+    schema = known[f"https://kelo.example/engine/protocol/1/files/{name}"]
+    resolver = jsonschema.RefResolver.from_schema(schema, store=known)
+    return jsonschema.Draft202012Validator(schema, resolver=resolver)
