@@ -47,7 +47,7 @@ def test_the_other_road_has_an_entry_for_every_subcommand_and_option(installatio
     assert tagged_options(text) == set().union(*known.values())
     for entry in section("SYNOPSIS").split(".Nm\n")[2:]:
         subcommand = re.match(r"\.Cm ([a-z-]+)", entry).group(1)
-        assert options(entry) | {"--offline"} == known[subcommand], subcommand
+        assert options(entry) == known[subcommand], subcommand
 
 
 def test_the_apps_are_those_of_the_catalog():
