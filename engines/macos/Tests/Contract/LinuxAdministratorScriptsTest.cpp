@@ -6,6 +6,7 @@
 
 #include "Contract/LinuxTestFolder.h"
 #include "Platform/Linux/LinuxAdministratorScripts.h"
+#include "Platform/ProcessLauncher.h"
 
 namespace installer::test {
 namespace {
@@ -129,10 +130,16 @@ TEST_F(LinuxAdministrator, ACommandsInputIsNotOurOwnChannel) {
   EXPECT_EQ(call(*shared, "true"), std::nullopt);
 }
 
-TEST_F(LinuxAdministrator, AMegabyteOfOutputIsNoTrouble) {
-  const auto error = call(*willing(), "head -c 1048576 /dev/zero | tr '\\0' x; exit 5");
+TEST_F(LinuxAdministrator, OfEndlessOutputTheFirstAndTheLastPartAreKept) {
+  const auto shared = willing();
+  const auto error = call(*shared, "echo first; head -c 67108864 /dev/zero | tr '\\0' x; echo last; exit 5");
   EXPECT_EQ(numberOf(error), 5);
-  EXPECT_EQ(error->value("NSAppleScriptErrorMessage", "").size(), 1048576U);
+  const auto message = error->value("NSAppleScriptErrorMessage", "");
+  EXPECT_TRUE(message.starts_with("first\nxxx"));
+  EXPECT_TRUE(message.ends_with("xxxlast"));
+  EXPECT_NE(message.find(" bytes are left out here]"), std::string::npos);
+  EXPECT_LT(message.size(), KeptOutput::kLongest + 100);
+  EXPECT_EQ(call(*shared, "true"), std::nullopt);
 }
 
 TEST_F(LinuxAdministrator, ASuccessIsOneWhateverItPrinted) {

@@ -37,12 +37,26 @@ TEST_P(ProcessLauncherContract, HandsArgumentsOverAsTheyAre) {
 }
 
 TEST_P(ProcessLauncherContract, TakesMoreOutputThanAPipeHolds) {
-  const std::string much(1 << 20, 'x');
+  const std::string much(KeptOutput::kLongest, 'x');
   const auto program = under->makeProgram("chatty", much, much, 0);
   const auto exit = processes.run(program, {}, CapturedOutput::separate);
   EXPECT_EQ(exit->output.size(), much.size());
   EXPECT_EQ(exit->errorOutput.size(), much.size());
   EXPECT_EQ(processes.run(program, {}, CapturedOutput::none)->status, 0);
+}
+
+TEST_P(ProcessLauncherContract, KeepsTheFirstAndTheLastPartOfEndlessOutput) {
+  constexpr std::size_t half = KeptOutput::kLongest / 2;
+  const std::string first(half, 'f');
+  const std::string last(half, 'l');
+  for (const std::size_t tooMuch : {1U, 5'000'000U}) {
+    const auto output = first + std::string(tooMuch, 'x') + last;
+    const auto program = under->makeProgram("endless" + std::to_string(tooMuch), output, output, 0);
+    const auto exit = processes.run(program, {}, CapturedOutput::separate);
+    const auto expected = first + "\n[" + std::to_string(tooMuch) + " bytes are left out here]\n" + last;
+    EXPECT_TRUE(exit->output == expected) << exit->output.size();
+    EXPECT_TRUE(exit->errorOutput == expected) << exit->errorOutput.size();
+  }
 }
 
 TEST_P(ProcessLauncherContract, FailsToLaunchWhatIsNoProgram) {

@@ -118,6 +118,11 @@ Result<ProgramExit> SimulatedPrograms::run(const Path& program, const std::vecto
   if (captured == CapturedOutput::none) exit->output.clear();
   if (captured == CapturedOutput::merged) exit->output += exit->errorOutput;
   if (captured != CapturedOutput::separate) exit->errorOutput.clear();
+  for (auto* const text : {&exit->output, &exit->errorOutput}) {
+    KeptOutput kept;
+    kept.append(*text);
+    *text = kept.take();
+  }
   return exit;
 }
 

@@ -1,8 +1,10 @@
 // Starts programs by absolute path, without a shell. Any thread.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Platform/Error.h"
@@ -17,10 +19,28 @@ enum class CapturedOutput {
   none,
 };
 
+// What is kept of a program's output: all of it, or of more than `kLongest` bytes the first and the last half
+// of that, with a line between them that says how many bytes are left out.
+class KeptOutput {
+ public:
+  static constexpr std::size_t kLongest = 512UL * 1024;
+
+  void append(std::string_view bytes);
+  // Takes the text out; nothing is kept afterwards.
+  std::string take();
+
+ private:
+  std::string first_;
+  std::string last_;  // up to twice its share, so that it is cut seldom
+  std::size_t leftOut_ = 0;
+
+  void cutLast();
+};
+
 struct ProgramExit {
   std::int32_t status = 0;  // the exit status; 128 + the signal's number when a signal ended it
-  std::string output;       // raw bytes
-  std::string errorOutput;  // raw bytes; empty unless `separate`
+  std::string output;       // raw bytes, as `KeptOutput` keeps them
+  std::string errorOutput;  // likewise; empty unless `separate`
 };
 
 class ProcessLauncher {

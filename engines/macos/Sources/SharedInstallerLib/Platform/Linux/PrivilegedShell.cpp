@@ -1,5 +1,6 @@
 #include "Platform/Linux/PrivilegedShell.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <csignal>
@@ -9,6 +10,7 @@
 
 #include "Platform/Linux/Spawn.h"
 #include "Platform/POSIX/FileTree.h"
+#include "Platform/ProcessLauncher.h"
 
 namespace installer {
 
@@ -145,18 +147,26 @@ bool PrivilegedShell::send(const std::string& text) {
 
 PrivilegedShell::Answer PrivilegedShell::receive() {
   const std::string beginning = '\n' + token_ + ' ';
-  std::array<char, 4096> buffer;
+  KeptOutput printed;
+  std::array<char, 65536> buffer;
   for (;;) {
     const auto at = unread_.find(beginning);
     const auto end = at == std::string::npos ? at : unread_.find('\n', at + beginning.size());
     if (end != std::string::npos) {
-      Answer answer{unread_.substr(0, at),
-                    unread_.substr(at + beginning.size(), end - at - beginning.size())};
+      printed.append({unread_.data(), at});
+      Answer answer{printed.take(), unread_.substr(at + beginning.size(), end - at - beginning.size())};
       unread_.erase(0, end + 1);
       return answer;
     }
+    // What can't belong to the shell's own line is the command's, and isn't searched again.
+    const auto settled = std::min(at, unread_.size() - std::min(unread_.size(), beginning.size()));
+    printed.append({unread_.data(), settled});
+    unread_.erase(0, settled);
     const auto count = retryInterrupted([&] { return ::read(answers_.get(), buffer.data(), buffer.size()); });
-    if (count <= 0) return {std::exchange(unread_, {}), std::nullopt};
+    if (count <= 0) {
+      printed.append(std::exchange(unread_, {}));
+      return {printed.take(), std::nullopt};
+    }
     unread_.append(buffer.data(), static_cast<std::size_t>(count));
   }
 }

@@ -23,7 +23,7 @@ class PrivilegedShell {
   struct Failure {
     bool dismissed = false;  // the person said no; nothing ran
     int number = 0;          // the command's exit status, or why it couldn't be run; not 0
-    std::string message;     // what the command or the prompt printed
+    std::string message;     // what the command or the prompt printed, as `KeptOutput` keeps it
   };
   // Absent after an exit status of 0. Asks the person if no shell is running: at first, and again when the
   // shell has died since.

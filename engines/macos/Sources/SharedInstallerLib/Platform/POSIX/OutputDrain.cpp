@@ -6,6 +6,8 @@
 #include <fcntl.h>
 #include <poll.h>
 
+#include "Platform/ProcessLauncher.h"
+
 namespace installer {
 
 namespace {
@@ -20,14 +22,14 @@ constexpr auto longestAfterExit = 2s;
 // The reading end of one captured stream.
 struct Capture {
   FileDescriptor& reading;
-  std::string& bytes;
+  KeptOutput bytes;
 
   // Takes what is there; closes at the end of the stream.
-  void take() const {
+  void take() {
     std::array<char, 65536> buffer;
     const auto count = retryInterrupted([&] { return ::read(reading.get(), buffer.data(), buffer.size()); });
     if (count > 0) {
-      bytes.append(buffer.data(), static_cast<std::size_t>(count));
+      bytes.append({buffer.data(), static_cast<std::size_t>(count)});
       return;
     }
     if (count < 0 && errno == EAGAIN) return;
@@ -38,7 +40,7 @@ struct Capture {
 // Drains both streams until they end, or the program has ended and they have fallen silent.
 class Drain {
  public:
-  Drain(Capture output, Capture errorOutput, int program)
+  Drain(Capture& output, Capture& errorOutput, int program)
       : output_{output}, errorOutput_{errorOutput}, program_{program} {}
 
   void run() {
@@ -48,8 +50,8 @@ class Drain {
   }
 
  private:
-  Capture output_;
-  Capture errorOutput_;
+  Capture& output_;
+  Capture& errorOutput_;
   int program_;  // -1 once it has told the program's end, or where nothing tells
   Clock::time_point deadline_ = Clock::time_point::max();
 
@@ -85,7 +87,11 @@ void drainOutput(FileDescriptor& output, std::string& outputBytes, FileDescripto
   for (const FileDescriptor* reading : {&output, &errorOutput}) {
     if (*reading) ::fcntl(reading->get(), F_SETFL, O_NONBLOCK);
   }
-  Drain{{output, outputBytes}, {errorOutput, errorBytes}, program}.run();
+  Capture kept{output, {}};
+  Capture keptError{errorOutput, {}};
+  Drain{kept, keptError, program}.run();
+  outputBytes = kept.bytes.take();
+  errorBytes = keptError.bytes.take();
 }
 
 }  // namespace installer
