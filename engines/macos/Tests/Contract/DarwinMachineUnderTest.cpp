@@ -73,7 +73,8 @@ class DarwinMachineUnderTest : public MachineUnderTest {
     for (const auto process : applications_) ::kill(process, SIGKILL);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) ::signal(signal, SIG_DFL);
     // Folders that a case has closed are opened again.
-    std::system(fmt::format("chmod -R u+rwX '{0}'; rm -rf '{0}'", temporary_).c_str());
+    std::system(
+        fmt::format("chflags -R nouchg '{0}'; chmod -R u+rwX '{0}'; rm -rf '{0}'", temporary_).c_str());
   }
 
   Machine& machine() override { return host_.machine(); }
@@ -83,6 +84,21 @@ class DarwinMachineUnderTest : public MachineUnderTest {
   void setWritable(const Path& path, bool writable) override { changeMode(path, 0222, writable); }
   void setReadable(const Path& path, bool readable) override { changeMode(path, 0444, readable); }
   void setExecutable(const Path& path) override { changeMode(path, 0111, true); }
+  bool laysForOthers() override { return ::geteuid() == 0; }
+  void setImmutable(const Path& path, bool immutable) override {
+    EXPECT_EQ(::lchflags(path.c_str(), immutable ? UF_IMMUTABLE : 0), 0) << path;
+  }
+  void makeSticky(const Path& path) override {
+    ::chmod(path.c_str(), 01777);
+    EXPECT_EQ(::chown(path.c_str(), 0, 0), 0);
+    for (const auto& entry : fs::directory_iterator{path}) EXPECT_EQ(::lchown(entry.path().c_str(), 0, 0), 0);
+  }
+  void leaveKilledCopy(const Path& path) override {
+    inChild([&] {
+      beginCopy(path);
+      return 0;
+    });
+  }
 
   // Run here, unless here is root: the system's frameworks may not be used in a child that only forked.
   Lines asOrdinaryUser(const std::function<Lines()>& work) override {

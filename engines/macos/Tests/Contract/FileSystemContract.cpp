@@ -260,6 +260,84 @@ TEST_P(FileSystemContract, StopsTheRemovalOfATreeAtAClosedFolderInIt) {
   EXPECT_TRUE(files.fileExists(at("tree/closed/file")));
 }
 
+TEST_P(FileSystemContract, RemovesNothingOfATreeThatHoldsAnImmutableItem) {
+  if (!under->laysForOthers()) GTEST_SKIP() << "only root may make a file immutable";
+  for (const std::string name : {"tree", ".tree"}) {
+    for (const std::string fixed : {"/b/fixed", "/b/empty", "/b", ""}) {
+      for (const auto* const file : {"/a/file", "/b/fixed", "/c"}) lay(name + file);
+      layFolder(name + "/b/empty");
+      const auto before = treeOf(under->folder());
+      under->setImmutable(at(name + fixed), true);
+      EXPECT_EQ(outcomeOf(files.removeItem(at(name))), kNotPermitted) << name << fixed;
+      EXPECT_EQ(treeOf(under->folder()), before) << name << fixed;
+      under->setImmutable(at(name + fixed), false);
+      EXPECT_EQ(outcomeOf(files.removeItem(at(name))), "ok") << name << fixed;
+    }
+  }
+}
+
+TEST_P(FileSystemContract, RemovesNothingOfATreeThatHoldsAnothersFileInAStickyFolder) {
+  if (!under->laysForOthers()) GTEST_SKIP() << "only root may lay a file for another user";
+  for (const std::string name : {"tree", ".tree"}) {
+    under->asOrdinaryUser([&] {
+      for (const auto* const file : {"/a/file", "/shared/theirs", "/c"}) lay(name + file);
+      return Lines{};
+    });
+    under->makeSticky(at(name + "/shared"));
+    const auto transcript = under->asOrdinaryUser([&] {
+      lay(name + "/shared/own");
+      return Lines{outcomeOf(files.removeItem(at(name))),
+                   outcomeOf(files.removeItem(at(name + "/shared/theirs"))),
+                   outcomeOf(files.moveItem(at(name + "/shared/theirs"), at("moved"))),
+                   outcomeOf(files.removeItem(at(name + "/shared/own")))};
+    });
+    EXPECT_EQ(transcript, (Lines{kNotPermitted, kNotPermitted, kNotPermitted, "ok"}));
+    EXPECT_EQ(treeOf(at(name)), (Lines{"a/", "a/file", "c", "shared/", "shared/theirs"}));
+  }
+}
+
+TEST_P(FileSystemContract, ClearsWhatAKilledCopyLeftBesideTheName) {
+  const auto left = [&] {
+    under->leaveKilledCopy(at("App"));
+    return treeOf(under->folder()).size();
+  };
+  lay("source");
+  ASSERT_GT(left(), 1U);
+  EXPECT_TRUE(files.clearLeftovers(at("App")));
+  EXPECT_FALSE(files.clearLeftovers(at("App")));
+  EXPECT_EQ(treeOf(under->folder()), Lines{"source"});
+  ASSERT_GT(left(), 1U);
+  EXPECT_FALSE(files.clearLeftovers(at("Other")));
+  EXPECT_EQ(outcomeOf(files.removeItem(at("App"))), kMissing);
+  EXPECT_EQ(treeOf(under->folder()), Lines{"source"});
+  ASSERT_GT(left(), 1U);
+  EXPECT_EQ(outcomeOf(files.copyItem(at("source"), at("App"))), "ok");
+  EXPECT_EQ(treeOf(under->folder()), (Lines{"App", "source"}));
+  ASSERT_GT(left(), 2U);
+  EXPECT_EQ(outcomeOf(files.removeItem(at("App"))), "ok");
+  EXPECT_EQ(treeOf(under->folder()), Lines{"source"});
+}
+
+TEST_P(FileSystemContract, TakesANameThatADanglingLinkHasForTaken) {
+  lay("file");
+  under->makeLink(at("dangling"), "nowhere");
+  EXPECT_TRUE(files.itemExists(at("dangling")));
+  EXPECT_TRUE(files.isSymbolicLink(at("dangling")));
+  EXPECT_FALSE(files.itemExists(at("nowhere")));
+  EXPECT_FALSE(files.isSymbolicLink(at("nowhere")));
+  EXPECT_EQ(outcomeOf(files.moveItem(at("file"), at("dangling"))), kExists);
+  EXPECT_EQ(treeOf(under->folder()), (Lines{"dangling@", "file"}));
+}
+
+TEST_P(FileSystemContract, KnowsAnItemAgainUnderAnotherName) {
+  lay("item/file");
+  const auto identity = files.attributes(at("item"))->identity;
+  ASSERT_TRUE(files.moveItem(at("item"), at("moved")));
+  EXPECT_EQ(files.attributes(at("moved"))->identity, identity);
+  ASSERT_TRUE(files.copyItem(at("moved"), at("item")));
+  EXPECT_NE(files.attributes(at("item"))->identity, identity);
+}
+
 TEST_P(FileSystemContract, MakesFolders) {
   using enum FileSystem::Intermediates;
   EXPECT_EQ(outcomeOf(files.createDirectory(at("a/b/c"), create)), "ok");

@@ -4,8 +4,10 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
+#include <linux/fs.h>
 #include <optional>
 #include <stdexcept>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +16,7 @@
 #include "Contract/LoopbackServer.h"
 #include "Contract/MachineUnderTest.h"
 #include "Platform/Linux/LinuxHost.h"
+#include "Platform/POSIX/FileDescriptor.h"
 #include "Support/SimulatedStreams.h"
 
 namespace installer::testing {
@@ -52,6 +55,9 @@ class LinuxMachineUnderTest : public MachineUnderTest {
   LinuxMachineUnderTest(const LinuxMachineUnderTest&) = delete;
   LinuxMachineUnderTest& operator=(const LinuxMachineUnderTest&) = delete;
   ~LinuxMachineUnderTest() override {
+    for (const auto& path : immutable_) {
+      if (fs::exists(path)) setImmutable(path, false);
+    }
     for (const auto process : applications_) {
       ::kill(process, SIGKILL);
       ::waitpid(process, nullptr, 0);
@@ -66,6 +72,24 @@ class LinuxMachineUnderTest : public MachineUnderTest {
   void setWritable(const Path& path, bool writable) override { changeMode(path, 0222, writable); }
   void setReadable(const Path& path, bool readable) override { changeMode(path, 0444, readable); }
   void setExecutable(const Path& path) override { changeMode(path, 0111, true); }
+  bool laysForOthers() override { return ::geteuid() == 0; }
+  void setImmutable(const Path& path, bool immutable) override {
+    const FileDescriptor file{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+    int flags = immutable ? FS_IMMUTABLE_FL : 0;
+    EXPECT_EQ(::ioctl(file.get(), FS_IOC_SETFLAGS, &flags), 0) << path;
+    if (immutable) immutable_.push_back(path);
+  }
+  void makeSticky(const Path& path) override {
+    ::chmod(path.c_str(), 01777);
+    EXPECT_EQ(::chown(path.c_str(), 0, 0), 0);
+    for (const auto& entry : fs::directory_iterator{path}) EXPECT_EQ(::lchown(entry.path().c_str(), 0, 0), 0);
+  }
+  void leaveKilledCopy(const Path& path) override {
+    test::inChild([&] {
+      beginCopy(path);
+      return 0;
+    });
+  }
 
   Lines asOrdinaryUser(const std::function<Lines()>& work) override {
     const auto results = at("results");
@@ -139,6 +163,7 @@ class LinuxMachineUnderTest : public MachineUnderTest {
   LoopbackServer server_{kServer, at("authority.pem")};
   std::optional<LinuxHost> host_;
   std::vector<pid_t> applications_;
+  std::vector<Path> immutable_;
 
   Path at(const std::string& name) const { return temporary_ / name; }
 

@@ -1,5 +1,6 @@
 // What a removal leaves when something stops it: a kill, a closed folder.
 #include <csignal>
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -8,6 +9,8 @@
 
 #include "Contract/LinuxTestFolder.h"
 #include "Platform/Linux/LinuxFileSystem.h"
+#include "Platform/POSIX/FileTree.h"
+#include "Platform/POSIX/StagedRemoval.h"
 
 namespace installer::test {
 namespace {
@@ -46,6 +49,22 @@ TEST_F(LinuxRemoval, KilledHalfWayIsClearedByACopyToTheSameNameToo) {
   folder.write("new", "bytes");
   ASSERT_TRUE(files.copyItem(folder / "new", folder / "App.app"));
   EXPECT_EQ(sortedNames(folder.path()), (Names{"App.app", "new"}));
+}
+
+TEST_F(LinuxRemoval, OfWhatAnotherProcessHasTakenMeanwhileIsASuccess) {
+  folder.makeFolder("tree");
+  EXPECT_TRUE(removeTree(AT_FDCWD, (folder / "nothing").c_str(), TreeOwner::anyone));
+  const FileDescriptor parent{::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+  for (const std::string name : {"App.app", ".App.app.staged", "file"}) {
+    if (name == "file") folder.write(name, "bytes");
+    if (name != "file") folder.write(name + "/file", "bytes");
+    EXPECT_TRUE(removeStaged(parent.get(), name, [&](const char* entry) {
+      EXPECT_TRUE(removeTree(parent.get(), entry, TreeOwner::anyone));  // the other process
+      errno = ENOENT;
+      return false;
+    }));
+    EXPECT_EQ(sortedNames(folder.path()), Names{"tree"});
+  }
 }
 
 TEST_F(LinuxRemoval, OfAHiddenFolderKilledHalfWayLeavesTheRestUnderItsName) {

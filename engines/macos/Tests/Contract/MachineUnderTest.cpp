@@ -1,10 +1,20 @@
 #include "Contract/MachineUnderTest.h"
 
 #include <algorithm>
+#include <fcntl.h>
+#include <sys/stat.h>
 
+#include "Platform/POSIX/FileDescriptor.h"
+#include "Platform/POSIX/HiddenSibling.h"
 #include "Support/PropertyListText.h"
 
 namespace installer::testing {
+
+void beginCopy(const Path& path) {
+  const FileDescriptor folder{::open(parentFolder(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+  const HiddenSibling sibling{folder.get(), lastPathComponent(path), copyPurpose};
+  ::mkdirat(folder.get(), sibling.name(), 0755);
+}
 
 Path Contract::lay(const std::string& name, const std::string& bytes) {
   const auto path = at(name);

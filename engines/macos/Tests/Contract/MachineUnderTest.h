@@ -29,6 +29,13 @@ class MachineUnderTest {
   virtual void setWritable(const Path& path, bool writable) = 0;
   virtual void setReadable(const Path& path, bool readable) = 0;
   virtual void setExecutable(const Path& path) = 0;
+  // Where only root may do that and the tests run as someone else, the cases of these two are skipped.
+  virtual bool laysForOthers() { return true; }
+  virtual void setImmutable(const Path& path, bool immutable) = 0;
+  // Makes the folder sticky, and gives it and what is in it to another user than the ordinary one.
+  virtual void makeSticky(const Path& path) = 0;
+  // Leaves what a copy to `path` leaves when it is killed.
+  virtual void leaveKilledCopy(const Path& path) = 0;
   // Runs `work` as a user whom permissions bind, perhaps in another process: what it found out comes back as
   // the lines it gives, and expectations inside of it are lost.
   virtual Lines asOrdinaryUser(const std::function<Lines()>& work) = 0;
@@ -73,6 +80,9 @@ std::vector<Implementation> implementations();
 Implementation realImplementation();  // the one of them that is no simulation
 
 std::unique_ptr<MachineUnderTest> makeSimulatedMachineUnderTest();
+
+// Begins a copy to `path`, for a process that ends next.
+void beginCopy(const Path& path);
 
 // The base of every suite.
 class Contract : public ::testing::TestWithParam<Implementation> {

@@ -20,6 +20,18 @@ class SimulatedMachineUnderTest : public MachineUnderTest {
   void setWritable(const Path& path, bool writable) override { simulated_.files.setWritable(path, writable); }
   void setReadable(const Path& path, bool readable) override { simulated_.files.setReadable(path, readable); }
   void setExecutable(const Path& path) override { simulated_.files.setExecutable(path, true); }
+  void setImmutable(const Path& path, bool immutable) override {
+    simulated_.files.setImmutable(path, immutable);
+  }
+  void makeSticky(const Path& path) override {
+    simulated_.files.setSticky(path);
+    simulated_.files.setOwnedByAnother(path);
+    const auto names = simulated_.files.contentsOfDirectory(path).value();
+    for (const auto& name : names) {
+      simulated_.files.setOwnedByAnother(joined(path, name));
+    }
+  }
+  void leaveKilledCopy(const Path& path) override { simulated_.files.addLeftover(path); }
   Lines asOrdinaryUser(const std::function<Lines()>& work) override { return work(); }
 
   Path makeProgram(const std::string& name, const std::string& output, const std::string& errorOutput,

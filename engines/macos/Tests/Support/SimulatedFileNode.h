@@ -18,6 +18,11 @@ struct SimulatedFileSystem::Node {
   bool writable = true;
   bool readable = true;
   bool executable = false;
+  std::optional<Path> leftoverOf;  // of a hidden sibling that a killed copy to that path left
+  bool immutable = false;
+  bool sticky = false;                    // of a directory
+  bool others = false;                    // it belongs to another user
+  std::uint64_t number = 0;               // stays with the node through a rename
   std::optional<std::int64_t> allocated;  // bytes on disk when they don't follow from the length
   bool allocatedUnknown = false;
   std::uint64_t order = 0;  // by which a directory lists it

@@ -55,6 +55,7 @@ Result<> SimulatedFileSystem::copyItem(const Path& source, const Path& destinati
   const auto to = resolved(destination, LastLink::keep);
   if (!nodes_.contains(from)) return std::unexpected(error(CocoaError::fileReadNoSuchFile, source));
   if (auto checked = checkDestination(to); !checked) return checked;
+  (void)clearLeftovers(destination);
   for (const auto& one : subtree(from)) {
     if (!nodes_.at(one)->readable && !root_) {
       return std::unexpected(error(CocoaError::fileReadNoPermission, one));
@@ -76,7 +77,7 @@ Result<> SimulatedFileSystem::moveItem(const Path& source, const Path& destinati
   const auto to = resolved(destination, LastLink::keep);
   if (!nodes_.contains(from)) return std::unexpected(error(CocoaError::fileNoSuchFile, source));
   if (auto checked = checkDestination(to); !checked) return checked;
-  if (auto checked = checkFolderForWriting(from); !checked) return checked;
+  if (auto checked = checkTakingAway(from); !checked) return checked;
   const auto bytes = allocatedSize(from);
   if (&volumeOf(from) != &volumeOf(to)) {
     if (auto checked = checkSpace(to, bytes); !checked) return checked;
@@ -89,21 +90,34 @@ Result<> SimulatedFileSystem::moveItem(const Path& source, const Path& destinati
 }
 
 Result<> SimulatedFileSystem::removeItem(const Path& path) {
+  (void)clearLeftovers(path);
   const auto place = resolved(path, LastLink::keep);
   if (!nodes_.contains(place)) {
     if (auto wanted = injected(Operation::remove, path)) return std::unexpected(*wanted);
     return std::unexpected(error(CocoaError::fileNoSuchFile, path));
+  }
+  for (const auto& one : subtree(place)) {
+    if (auto checked = checkTakingAway(one); !checked) return checked;
   }
   auto removed = removeTree(place);
   if (removed) changes_.push_back("remove " + path);
   return removed;
 }
 
-// Children first, and what is gone stays gone when one of them can't be removed. What stands in the way of
-// the top's own removal is found before anything goes.
+bool SimulatedFileSystem::clearLeftovers(const Path& path) {
+  const auto place = resolved(path, LastLink::keep);
+  bool cleared = false;
+  for (const auto& sibling : children(parentFolder(place))) {
+    if (nodes_.at(sibling)->leftoverOf != place) continue;
+    erase(sibling);
+    cleared = true;
+  }
+  return cleared;
+}
+
+// Children first, and what is gone stays gone when one of them is made to fail.
 Result<> SimulatedFileSystem::removeTree(const Path& path) {
   if (auto wanted = injected(Operation::remove, path)) return std::unexpected(*wanted);
-  if (auto checked = checkFolderForWriting(path); !checked) return checked;
   if (nodes_.at(path)->kind == Node::Kind::directory) {
     for (const auto& child : children(path)) {
       if (auto removed = removeTree(child); !removed) return removed;

@@ -136,6 +136,24 @@ void SimulatedFileSystem::setExecutable(const Path& path, bool executable) {
   existing(path).executable = executable;
 }
 
+void SimulatedFileSystem::setImmutable(const Path& path, bool immutable) {
+  existing(path).immutable = immutable;
+}
+
+void SimulatedFileSystem::setSticky(const Path& path) {
+  existing(path).sticky = true;
+}
+
+void SimulatedFileSystem::setOwnedByAnother(const Path& path) {
+  existing(path).others = true;
+}
+
+void SimulatedFileSystem::addLeftover(const Path& path) {
+  const auto hidden = joined(parentFolder(path), "." + lastPathComponent(path) + ".leftover");
+  addFile(joined(hidden, "Contents/file"));
+  existing(hidden).leftoverOf = tidy(path);
+}
+
 void SimulatedFileSystem::setRunsAsRoot(bool root) {
   root_ = root;
 }
@@ -297,7 +315,7 @@ std::int64_t SimulatedFileSystem::allocatedSize(const Path& top) const {
 }
 
 std::shared_ptr<SimulatedFileSystem::Node> SimulatedFileSystem::put(const Path& path, Node node) {
-  node.order = nextOrder_++;
+  node.order = node.number = nextOrder_++;
   return nodes_[path] = std::make_shared<Node>(std::move(node));
 }
 
@@ -315,7 +333,11 @@ void SimulatedFileSystem::duplicate(const Path& source, const Path& destination)
   std::vector<std::pair<std::uint64_t, Path>> ordered;
   for (const auto& one : from) ordered.emplace_back(nodes_.at(one)->order, one);
   std::ranges::sort(ordered);
-  for (const auto& [order, one] : ordered) put(destination + one.substr(source.size()), *nodes_.at(one));
+  for (const auto& [order, one] : ordered) {
+    Node copy = *nodes_.at(one);
+    copy.immutable = copy.sticky = copy.others = false;
+    put(destination + one.substr(source.size()), std::move(copy));
+  }
 }
 
 // Failures in the words of the platform.
@@ -356,7 +378,19 @@ Result<> SimulatedFileSystem::checkFolderForWriting(const Path& path) {
     return std::unexpected(error(CocoaError::fileNoSuchFile, path));
   }
   if (volumeOf(folder).readOnly) return std::unexpected(error(CocoaError::fileWriteVolumeReadOnly, path));
-  if (!node->writable && !root_) return std::unexpected(error(CocoaError::fileWriteNoPermission, path));
+  if (node->immutable || (!node->writable && !root_)) {
+    return std::unexpected(error(CocoaError::fileWriteNoPermission, path));
+  }
+  return {};
+}
+
+// May the entry leave its folder?
+Result<> SimulatedFileSystem::checkTakingAway(const Path& path) {
+  if (auto checked = checkFolderForWriting(path); !checked) return checked;
+  const auto& entry = *nodes_.at(path);
+  const auto& folder = *find(parentFolder(path));
+  const bool isStuck = folder.sticky && folder.others && entry.others && !root_;
+  if (isStuck || entry.immutable) return std::unexpected(error(CocoaError::fileWriteNoPermission, path));
   return {};
 }
 
@@ -386,7 +420,7 @@ bool SimulatedFileSystem::directoryExists(const Path& path) {
 bool SimulatedFileSystem::isWritable(const Path& path) {
   const auto* const node = find(path);
   if (node == nullptr || volumeOf(resolved(path, LastLink::follow)).readOnly) return false;
-  return root_ || node->writable;
+  return !node->immutable && (root_ || node->writable);
 }
 
 bool SimulatedFileSystem::isExecutable(const Path& path) {
@@ -413,7 +447,8 @@ Result<FileAttributes> SimulatedFileSystem::attributes(const Path& path) {
   if (node == nullptr) return std::unexpected(error(CocoaError::fileReadNoSuchFile, path));
   const bool isLink = node->kind == Node::Kind::link;
   return FileAttributes{.size = static_cast<std::int64_t>(isLink ? node->target.size() : node->bytes.size()),
-                        .isSymbolicLink = isLink};
+                        .isSymbolicLink = isLink,
+                        .identity = {.volume = 1, .number = node->number}};
 }
 
 std::optional<std::int64_t> SimulatedFileSystem::volumeAvailableCapacity(const Path& path) {

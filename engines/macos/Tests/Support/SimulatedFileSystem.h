@@ -62,7 +62,15 @@ class SimulatedFileSystem : public FileSystem {
   void setWritable(const Path& path, bool writable);
   void setReadable(const Path& path, bool readable);
   void setExecutable(const Path& path, bool executable);
-  // Root is refused nothing; injected failures still fail.
+  // An immutable item can't be removed or renamed, and an immutable directory takes no changes of its
+  // entries: 513, for root too.
+  void setImmutable(const Path& path, bool immutable = true);
+  // A sticky directory of another user lets only the owner of an entry remove or rename the entry.
+  void setSticky(const Path& path);
+  void setOwnedByAnother(const Path& path);
+  // Lays a hidden sibling of `path` as a killed copy leaves it.
+  void addLeftover(const Path& path);
+  // Root is refused nothing by permissions; injected failures still fail.
   void setRunsAsRoot(bool root);
   bool runsAsRoot() const;
 
@@ -100,6 +108,7 @@ class SimulatedFileSystem : public FileSystem {
   Result<> copyItem(const Path& source, const Path& destination) override;
   Result<> moveItem(const Path& source, const Path& destination) override;
   Result<> removeItem(const Path& path) override;
+  bool clearLeftovers(const Path& path) override;
   Result<> createDirectory(const Path& path, Intermediates intermediates) override;
   Result<std::string> readFile(const Path& path) override;
   Result<> writeFile(const Path& path, std::string_view bytes) override;
@@ -137,6 +146,7 @@ class SimulatedFileSystem : public FileSystem {
   void duplicate(const Path& source, const Path& destination);
   Result<> removeTree(const Path& path);
   Result<> checkFolderForWriting(const Path& path);
+  Result<> checkTakingAway(const Path& path);
   Result<> checkDestination(const Path& destination);
   Result<> checkSpace(const Path& destination, std::int64_t bytes);
   bool visitBelow(const Path& shown, const Path& directory, HiddenEntries hidden, const Visitor& visit,

@@ -33,10 +33,19 @@ class FileAppender {
   virtual Result<> write(std::string_view bytes) = 0;
 };
 
+// Which item a name stands for: it stays with the item through a rename, and no two items that exist at the
+// same time share it.
+struct FileIdentity {
+  std::uint64_t volume = 0;
+  std::uint64_t number = 0;  // on the volume
+  bool operator==(const FileIdentity&) const = default;
+};
+
 // Of the item itself: those of a link aren't its target's.
 struct FileAttributes {
   std::int64_t size = 0;  // logical length in bytes
   bool isSymbolicLink = false;
+  FileIdentity identity;
 };
 
 // One entry met by `enumerate`. Links are reported as links, never followed.
@@ -69,6 +78,13 @@ class FileSystem {
 
   virtual Result<FileAttributes> attributes(const Path& path) = 0;
 
+  // Both look at the item itself: a name that a dangling link has is taken.
+  bool itemExists(const Path& path) { return attributes(path).has_value(); }
+  bool isSymbolicLink(const Path& path) {
+    const auto item = attributes(path);
+    return item && item->isSymbolicLink;
+  }
+
   // A tree with links kept as links, modes kept, extended attributes kept where the volume takes them.
   // All or nothing at `destination`, also through a kill or a loss of power: the tree grows under a hidden
   // sibling and is renamed. Fails with 516 if something stands at `destination`, 260 if `source` is missing,
@@ -79,10 +95,11 @@ class FileSystem {
   // A rename; across volumes a copy followed by a removal. Never replaces: 516 if something is there.
   virtual Result<> moveItem(const Path& source, const Path& destination) = 0;
 
-  // A file, a link (not its target), or a tree. What a failed removal couldn't take stays under the name. A
-  // kill in mid-removal leaves all or nothing under a visible name, and at most a hidden sibling that a later
-  // copy to the same name, or removal of it, clears; under a hidden name it can leave a part. 4 if nothing is
-  // there, 513 if it may not be removed.
+  // A file, a link (not its target), or a tree. Nothing is taken of a tree when permissions, flags or a
+  // sticky folder in it would stop the removal. What another failure leaves stays under the name; what
+  // someone else removes meanwhile counts as removed. A kill in mid-removal leaves all or nothing under a
+  // visible name, and at most a hidden sibling, see `clearLeftovers`; under a hidden name it can leave a
+  // part. 4 if nothing is there, 513 if it may not be removed.
   virtual Result<> removeItem(const Path& path) = 0;
 
   enum class Intermediates { create, require };
@@ -109,6 +126,11 @@ class FileSystem {
   virtual std::optional<std::int64_t> volumeAvailableCapacity(const Path& path) = 0;
   // Bytes free on the file system of `path`, by the older question; absent when it can't be told.
   virtual std::optional<std::int64_t> fileSystemFreeSize(const Path& path) = 0;
+
+  // Removes the hidden siblings that copies to `path` and removals of it left when they were killed, and no
+  // sibling whose process still runs. Best effort; true when something was removed. `copyItem` and
+  // `removeItem` do the same for the name they work on.
+  virtual bool clearLeftovers(const Path& path) = 0;
 };
 
 }  // namespace installer

@@ -25,7 +25,6 @@ Result<> copyStaged(NSString* from, const Path& destination) {
   const FileDescriptor folder{open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
   if (!folder) return fileFailure(FileAccess::write, errno, destination, kCopied);
   StagedCopy staged{folder.get(), lastPathComponent(destination)};
-  staged.clearLeftovers();
   NSError* problem = nil;
   if (![manager() copyItemAtPath:from toPath:nsString(joined(parent, staged.stagingName())) error:&problem]) {
     return std::unexpected(inTheNameOf(destination, staged.stagingName(), error(problem)));

@@ -5,6 +5,7 @@
 #import "Platform/Darwin/DarwinFileSystem.h"
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/POSIX/FileTree.h"
+#include "Platform/POSIX/HiddenSibling.h"
 #include "Platform/POSIX/StagedRemoval.h"
 
 namespace installer::darwin {
@@ -35,6 +36,13 @@ Result<> DarwinFileSystem::removeItem(const Path& path) {
     if (told) return std::unexpected(*told);
     return fileFailure(FileAccess::write, errno, path, kRemoved);
   }
+}
+
+bool DarwinFileSystem::clearLeftovers(const Path& path) {
+  const auto usable = usablePath(path);
+  if (!usable) return false;
+  const FileDescriptor folder{open(folderOf(*usable).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+  return folder && installer::clearLeftovers(folder.get(), lastPathComponent(*usable));
 }
 
 }  // namespace installer::darwin

@@ -26,6 +26,7 @@ class DarwinFileSystem final : public FileSystem {
   Result<> copyItem(const Path& source, const Path& destination) override;
   Result<> moveItem(const Path& source, const Path& destination) override;
   Result<> removeItem(const Path& path) override;
+  bool clearLeftovers(const Path& path) override;
   Result<> createDirectory(const Path& path, Intermediates intermediates) override;
 
   Result<std::string> readFile(const Path& path) override;

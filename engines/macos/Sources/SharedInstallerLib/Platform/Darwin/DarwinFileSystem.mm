@@ -123,7 +123,8 @@ Result<FileAttributes> DarwinFileSystem::attributes(const Path& path) {
     if (found == nil) return failed(problem);
     const auto status = linkStatus(AT_FDCWD, path.c_str());
     return FileAttributes{.size = [found[NSFileSize] longLongValue],
-                          .isSymbolicLink = status && S_ISLNK(status->st_mode)};
+                          .isSymbolicLink = status && S_ISLNK(status->st_mode),
+                          .identity = status ? identityOf(*status) : FileIdentity{}};
   }
 }
 

@@ -33,7 +33,6 @@ Result<> LinuxFileSystem::copyItem(const Path& source, const Path& destination) 
   if (!folder) return fileFailure(FileAccess::write, errno, destination, copied);
 
   StagedCopy staged{folder.get(), lastPathComponent(*to)};
-  staged.clearLeftovers();
   TreeCopier copier;
   if (!copier.copy(AT_FDCWD, from->c_str(), folder.get(), staged.stagingName())) {
     return copier.failedReading() ? fileFailure(FileAccess::read, errno, source, copied)

@@ -3,6 +3,7 @@
 #include "Platform/Linux/LinuxFileSystem.h"
 #include "Platform/POSIX/FileErrors.h"
 #include "Platform/POSIX/FileTree.h"
+#include "Platform/POSIX/HiddenSibling.h"
 #include "Platform/POSIX/StagedRemoval.h"
 
 namespace installer {
@@ -30,6 +31,12 @@ Result<> LinuxFileSystem::removeItem(const Path& path) {
     return fileFailure(FileAccess::write, errno, path, "removed");
   }
   return {};
+}
+
+bool LinuxFileSystem::clearLeftovers(const Path& path) {
+  const auto usable = usablePath(path);
+  const FileDescriptor parent = usable ? openParent(*usable) : FileDescriptor{};
+  return parent && installer::clearLeftovers(parent.get(), lastPathComponent(*usable));
 }
 
 }  // namespace installer

@@ -132,7 +132,8 @@ Result<FileAttributes> LinuxFileSystem::attributes(const Path& path) {
   const auto usable = usablePath(path);
   const auto status = usable ? linkStatus(AT_FDCWD, usable->c_str()) : std::nullopt;
   if (!status) return fileFailure(FileAccess::read, errno, path, "examined");
-  return FileAttributes{.size = status->st_size, .isSymbolicLink = S_ISLNK(status->st_mode)};
+  return FileAttributes{
+      .size = status->st_size, .isSymbolicLink = S_ISLNK(status->st_mode), .identity = identityOf(*status)};
 }
 
 Result<> LinuxFileSystem::createDirectory(const Path& path, Intermediates intermediates) {

@@ -20,12 +20,12 @@ class LinuxFileSystem : public FileSystem {
   Result<std::vector<std::string>> contentsOfDirectory(const Path& path) override;
   Result<FileAttributes> attributes(const Path& path) override;
 
-  // The hidden sibling is ".{name}.kelo-copy-{pid}". What a killed process left of a copy or a removal of the
-  // same name is cleared by the next one. Permission bits are kept, but never set-id bits: a copy belongs to
-  // whoever made it. Sockets, pipes and devices are refused.
+  // The hidden sibling is ".{name}.kelo-copy-{pid}". Permission bits are kept, but never set-id bits: a copy
+  // belongs to whoever made it. Sockets, pipes and devices are refused.
   Result<> copyItem(const Path& source, const Path& destination) override;
   Result<> moveItem(const Path& source, const Path& destination) override;
   Result<> removeItem(const Path& path) override;
+  bool clearLeftovers(const Path& path) override;
   Result<> createDirectory(const Path& path, Intermediates intermediates) override;
 
   // A link at `path` is replaced, not followed.

@@ -1,6 +1,8 @@
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "Platform/POSIX/FileTree.h"
@@ -16,6 +18,13 @@ bool renameWithoutReplacing(int oldFolder, const char* oldName, int newFolder, c
     return false;
   }
   return ::renameat(oldFolder, oldName, newFolder, newName) == 0;
+}
+
+bool isProtected(int folder, const char* name) {
+  constexpr std::uint64_t protecting = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
+  struct statx status{};
+  return ::statx(folder, name, AT_SYMLINK_NOFOLLOW, 0, &status) == 0 &&
+         (status.stx_attributes & protecting) != 0;
 }
 
 bool flushVolume(int folder) {

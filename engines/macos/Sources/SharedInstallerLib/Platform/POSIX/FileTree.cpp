@@ -1,5 +1,6 @@
 #include "Platform/POSIX/FileTree.h"
 
+#include <algorithm>
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
@@ -11,11 +12,33 @@ namespace {
 bool removeContents(int folder, TreeOwner owner, int depth) {
   const auto names = namesIn(folder);
   if (!names) return false;
-  for (const std::string& name : *names) {
-    // Somebody else may be removing the same tree: what has gone meanwhile is as good as removed.
-    if (!removeTree(folder, name.c_str(), owner, depth) && errno != ENOENT) return false;
+  return std::ranges::all_of(
+      *names, [&](const std::string& name) { return removeTree(folder, name.c_str(), owner, depth); });
+}
+
+bool removeEntry(int folder, const char* name, TreeOwner owner, int depth) {
+  if (::unlinkat(folder, name, 0) == 0) return true;
+  // A directory says EISDIR on Linux and EPERM elsewhere; what it really is decides.
+  const int refusal = errno;
+  const auto status = linkStatus(folder, name);
+  if (!status) return false;
+  if (!S_ISDIR(status->st_mode)) {
+    errno = refusal;
+    return false;
   }
-  return true;
+  if (::unlinkat(folder, name, AT_REMOVEDIR) == 0) return true;
+  if (errno != ENOTEMPTY && errno != EEXIST) return false;
+  if (depth == deepestFolder) {
+    errno = ENAMETOOLONG;
+    return false;
+  }
+  if (owner == TreeOwner::ours && (status->st_mode & S_IRWXU) != S_IRWXU &&
+      ::fchmodat(folder, name, S_IRWXU, 0) != 0) {
+    return false;
+  }
+  const FileDescriptor inside = openFolder(folder, name);
+  if (!inside || !removeContents(inside.get(), owner, depth + 1)) return false;
+  return ::unlinkat(folder, name, AT_REMOVEDIR) == 0;
 }
 
 }  // namespace
@@ -34,6 +57,11 @@ std::optional<struct stat> linkStatus(int folder, const char* name) {
   struct stat status{};
   if (::fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
   return status;
+}
+
+FileIdentity identityOf(const struct stat& status) {
+  return {.volume = static_cast<std::uint64_t>(status.st_dev),
+          .number = static_cast<std::uint64_t>(status.st_ino)};
 }
 
 std::optional<std::vector<std::string>> namesIn(int folder) {
@@ -81,29 +109,9 @@ bool writeAll(int descriptor, std::string_view bytes) {
   return true;
 }
 
+// Another process may be removing the same tree.
 bool removeTree(int folder, const char* name, TreeOwner owner, int depth) {
-  if (::unlinkat(folder, name, 0) == 0) return true;
-  // A directory says EISDIR on Linux and EPERM elsewhere; what it really is decides.
-  const int refusal = errno;
-  const auto status = linkStatus(folder, name);
-  if (!status) return false;
-  if (!S_ISDIR(status->st_mode)) {
-    errno = refusal;
-    return false;
-  }
-  if (::unlinkat(folder, name, AT_REMOVEDIR) == 0) return true;
-  if (errno != ENOTEMPTY && errno != EEXIST) return false;
-  if (depth == deepestFolder) {
-    errno = ENAMETOOLONG;
-    return false;
-  }
-  if (owner == TreeOwner::ours && (status->st_mode & S_IRWXU) != S_IRWXU &&
-      ::fchmodat(folder, name, S_IRWXU, 0) != 0) {
-    return false;
-  }
-  const FileDescriptor inside = openFolder(folder, name);
-  if (!inside || !removeContents(inside.get(), owner, depth + 1)) return false;
-  return ::unlinkat(folder, name, AT_REMOVEDIR) == 0;
+  return removeEntry(folder, name, owner, depth) || errno == ENOENT;
 }
 
 }  // namespace installer

@@ -6,8 +6,8 @@
 #include <sys/stat.h>
 #include <vector>
 
+#include "Platform/FileSystem.h"
 #include "Platform/POSIX/FileDescriptor.h"
-#include "Platform/Path.h"
 
 namespace installer {
 
@@ -20,6 +20,8 @@ std::optional<Path> usablePath(const Path& path);
 
 // `::lstat`, absent with errno set.
 std::optional<struct stat> linkStatus(int folder, const char* name);
+
+FileIdentity identityOf(const struct stat& status);
 
 // Names in the open directory `folder` without "." and "..", in the volume's order; absent with errno set.
 // Reads from the start each time and leaves `folder` open.
@@ -35,9 +37,9 @@ FileDescriptor openRegular(const Path& path);
 // Writes all of it; false with errno set.
 bool writeAll(int descriptor, std::string_view bytes);
 
-// Removes the entry `name` of `folder` with everything beneath it; false with errno set, and then what could
-// be removed before that is gone. `ours` also opens folders that were closed to their owner: for remains of
-// our own work only.
+// Removes the entry `name` of `folder` with everything beneath it; what is gone is removed. False with errno
+// set, and then what could be removed before that is gone. `ours` also opens folders that were closed to
+// their owner: for remains of our own work only.
 enum class TreeOwner { anyone, ours };
 bool removeTree(int folder, const char* name, TreeOwner owner, int depth = 0);
 

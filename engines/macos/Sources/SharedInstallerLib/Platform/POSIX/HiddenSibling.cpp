@@ -1,5 +1,7 @@
 #include "Platform/POSIX/HiddenSibling.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <csignal>
@@ -41,6 +43,11 @@ std::string shortened(const std::string& name) {
   return name.substr(0, end);
 }
 
+// What the names of `purpose` beside `name` begin with; our process follows, and a number when that is taken.
+std::string prefixOf(const std::string& name, const char* purpose) {
+  return fmt::format(".{}.{}-", shortened(name), purpose);
+}
+
 std::string claimName(const std::string& prefix) {
   const std::lock_guard lock{active().mutex};
   std::string name = fmt::format("{}{}", prefix, ::getpid());
@@ -55,12 +62,21 @@ bool processLives(pid_t process) {
   return ::kill(process, 0) == 0 || errno == EPERM;
 }
 
+// Is `entry` a name that begins with `prefix` and that no living process has claimed?
+bool isLeftover(const std::string& entry, const std::string& prefix) {
+  if (!entry.starts_with(prefix)) return false;
+  pid_t process = 0;
+  const char* const end = entry.data() + entry.size();
+  const auto [rest, error] = std::from_chars(entry.data() + prefix.size(), end, process);
+  if (error != std::errc{} || process <= 0 || (rest != end && *rest != '.')) return false;
+  return process == ::getpid() ? !isActive(entry) : !processLives(process);
+}
+
 }  // namespace
 
-HiddenSibling::HiddenSibling(int folder, const std::string& name, const char* purpose)
-    : folder_{folder},
-      prefix_{fmt::format(".{}.{}-", shortened(name), purpose)},
-      claimed_{claimName(prefix_)} {
+HiddenSibling::HiddenSibling(int folder, const std::string& name, const char* purpose) {
+  (void)clearLeftovers(folder, name);
+  claimed_ = claimName(prefixOf(name, purpose));
 }
 
 HiddenSibling::~HiddenSibling() {
@@ -68,22 +84,17 @@ HiddenSibling::~HiddenSibling() {
   active().names.erase(active().names.find(claimed_));
 }
 
-void HiddenSibling::clearLeftovers() const {
-  const auto names = namesIn(folder_);
-  if (!names) return;
-  for (const std::string& entry : *names) {
-    if (isLeftover(entry)) (void)removeTree(folder_, entry.c_str(), TreeOwner::ours);
+bool clearLeftovers(int folder, const std::string& name) {
+  const auto entries = namesIn(folder);
+  if (!entries) return false;
+  const std::array prefixes{prefixOf(name, copyPurpose), prefixOf(name, removalPurpose)};
+  bool cleared = false;
+  for (const std::string& entry : *entries) {
+    if (!std::ranges::any_of(prefixes, [&](const auto& prefix) { return isLeftover(entry, prefix); }))
+      continue;
+    cleared = removeTree(folder, entry.c_str(), TreeOwner::ours) || cleared;
   }
-}
-
-bool HiddenSibling::isLeftover(const std::string& entry) const {
-  if (!entry.starts_with(prefix_)) return false;
-  pid_t process = 0;
-  const char* const end = entry.data() + entry.size();
-  const auto [rest, error] = std::from_chars(entry.data() + prefix_.size(), end, process);
-  if (error != std::errc{} || process <= 0 || (rest != end && *rest != '.')) return false;
-  if (process == ::getpid()) return entry == claimed_ || !isActive(entry);
-  return !processLives(process);
+  return cleared;
 }
 
 }  // namespace installer

@@ -10,11 +10,11 @@ namespace installer {
 inline constexpr auto copyPurpose = "kelo-copy";
 inline constexpr auto removalPurpose = "kelo-remove";
 
-// One name beside `name` in the open directory `folder`, which outlives it. Claimed from construction to
-// destruction; what stands under it is its user's business. Any thread; claims of one process differ.
+// One name beside `name` in the open directory `folder`. Claimed from construction to destruction; what
+// stands under it is its user's business. Any thread; claims of one process differ.
 class HiddenSibling {
  public:
-  // `purpose` is part of the name: ".{name}.{purpose}-{process}".
+  // `purpose` is part of the name: ".{name}.{purpose}-{process}". Clears the leftovers of `name` first.
   HiddenSibling(int folder, const std::string& name, const char* purpose);
   HiddenSibling(const HiddenSibling&) = delete;
   HiddenSibling& operator=(const HiddenSibling&) = delete;
@@ -22,15 +22,12 @@ class HiddenSibling {
 
   const char* name() const { return claimed_.c_str(); }
 
-  // Removes what work of the same purpose on the same item left behind whose process is gone. Best effort.
-  void clearLeftovers() const;
-
  private:
-  int folder_;
-  std::string prefix_;
-  std::string claimed_;  // `prefix_`, our process and, when that is taken, a number
-
-  bool isLeftover(const std::string& entry) const;
+  std::string claimed_;
 };
+
+// Removes the hidden siblings of `name` in the open directory `folder`, of any purpose, whose process is
+// gone. Best effort; true when something was removed.
+bool clearLeftovers(int folder, const std::string& name);
 
 }  // namespace installer

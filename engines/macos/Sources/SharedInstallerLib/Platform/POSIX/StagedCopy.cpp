@@ -18,11 +18,6 @@ StagedCopy::~StagedCopy() {
   errno = kept;
 }
 
-void StagedCopy::clearLeftovers() const {
-  sibling_.clearLeftovers();
-  HiddenSibling{folder_, name_, removalPurpose}.clearLeftovers();
-}
-
 bool StagedCopy::commit() {
   // The bytes before the name: on a disk that loses power a name can stand without the bytes that came first.
   if (!flushVolume(folder_)) return false;

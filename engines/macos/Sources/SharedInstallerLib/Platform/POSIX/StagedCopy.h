@@ -7,8 +7,9 @@
 
 namespace installer {
 
-// One copy to `name` in the open directory `folder`, which outlives it. Destruction removes what wasn't
-// committed. Any thread; two copies to the same name may run at once, and the first to commit wins.
+// One copy to `name` in the open directory `folder`, which outlives it. Clears the leftovers of `name` first.
+// Destruction removes what wasn't committed. Any thread; two copies to the same name may run at once, and the
+// first to commit wins.
 class StagedCopy {
  public:
   StagedCopy(int folder, const std::string& name);
@@ -17,10 +18,6 @@ class StagedCopy {
   ~StagedCopy();
 
   const char* stagingName() const { return sibling_.name(); }
-
-  // Removes what copies to the same name, and removals of it, left behind whose processes are gone. Best
-  // effort.
-  void clearLeftovers() const;
 
   // Gives the copy its real name once its bytes are on the disk. False with errno set: EEXIST when something
   // stands there.

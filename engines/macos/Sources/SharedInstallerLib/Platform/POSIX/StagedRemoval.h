@@ -10,8 +10,9 @@ namespace installer {
 using RemoveEntry = std::function<bool(const char*)>;
 
 // Removes the entry `name` of the open directory `parent` by `removeEntry`, in one or two steps: nothing is
-// taken when permissions would stop the removal half-way, and a folder with a visible name is put aside
-// first. What can't be removed goes back, as far as it is still there. False with errno set.
+// taken when permissions, flags or sticky folders would stop the removal half-way, and a folder with a
+// visible name is put aside first. What can't be removed goes back, as far as it is still there. Clears the
+// leftovers of `name` first. False with errno set: ENOENT when nothing is there.
 bool removeStaged(int parent, const std::string& name, const RemoveEntry& removeEntry);
 
 }  // namespace installer

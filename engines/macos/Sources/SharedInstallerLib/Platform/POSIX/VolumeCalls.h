@@ -8,6 +8,10 @@ namespace installer {
 // leads nowhere. On a volume that can't do that in one step the test comes right before the rename.
 bool renameWithoutReplacing(int oldFolder, const char* oldName, int newFolder, const char* newName);
 
+// Has the entry `name` of the open directory `folder` flags, or an access list, that keep it from being
+// removed although the permission bits allow it? Not through a link.
+bool isProtected(int folder, const char* name);
+
 // What was written on the volume of the open directory `folder` is on the disk when this returns. False with
 // errno set.
 bool flushVolume(int folder);
