@@ -37,15 +37,78 @@ TEST_F(Staging, ClearsALinkUnderTheStagingNameAndNothingBehindIt) {
   EXPECT_EQ(mac.files.read("/Users/tester/Documents/letter"), "precious");
 }
 
-TEST_F(Staging, IsStoppedUntouchedByADanglingLinkUnderTheStagingName) {
+TEST_F(Staging, ClearsADanglingLinkUnderTheStagingName) {
   brennaIsInstalled();
   mac.files.addSymlink(staged, "/nowhere");
-  uninstall(Password::mayBeAskedFor);
-  EXPECT_FALSE(result.success);
-  EXPECT_THAT(*result.errorMessage, ::testing::StartsWith("Failed to remove Kelo Brenna: "));
-  EXPECT_EQ(mac.files.snapshot(path), before);
+  uninstall(Password::isNeverAskedFor);
+  expectRemoved();
+  EXPECT_EQ(story().front(), "INFO AppUninstaller: clearing a leftover staging path at " + staged);
   EXPECT_FALSE(mac.files.exists("/nowhere"));
-  EXPECT_THAT(mac.administrator.commandLines(), IsEmpty());
+}
+
+TEST_F(Staging, TakesTheNextNameWhenADanglingLinkCannotBeCleared) {
+  brennaIsInstalled();
+  mac.files.addSymlink(staged, "/nowhere");
+  mac.files.failAlways(Operation::remove, staged, cocoa(513));
+  uninstall(Password::isNeverAskedFor);
+  EXPECT_TRUE(result.success);
+  EXPECT_THAT(mac.files.changes(), Contains("move /Applications/Brenna.app -> " + staged + ".1"));
+}
+
+TEST_F(Staging, ClearsWhatAKilledInstallLeftHidden) {
+  for (const bool installed : {true, false}) {
+    if (installed) brennaIsInstalled();
+    mac.files.addLeftover(path);
+    uninstall(Password::isNeverAskedFor);
+    EXPECT_TRUE(result.success);
+    EXPECT_EQ(result.alreadyAbsent, !installed);
+    EXPECT_THAT(appsFolder(), IsEmpty()) << installed;
+    EXPECT_THAT(story(),
+                Contains("INFO AppUninstaller: cleared what an interrupted run left beside " + path));
+  }
+}
+
+TEST_F(Staging, ClearsWhatAKilledInstallLeftBesideACopyInASubfolderToo) {
+  const Path tools = "/Applications/Tools/Brenna.app";
+  mac.addRegisteredApp(tools, brenna());
+  mac.files.addLeftover(tools);
+  mac.files.addLeftover(path);
+  uninstall(Password::isNeverAskedFor);
+  EXPECT_TRUE(result.success);
+  EXPECT_THAT(mac.files.tree("/Applications"), ElementsAre("Tools/"));
+}
+
+TEST_F(Staging, DeletesNothingOfABundleWithAnImmutableFileAndPutsItBack) {
+  for (const auto password : {Password::isNeverAskedFor, Password::mayBeAskedFor}) {
+    brennaIsInstalled();
+    mac.files.setImmutable(path + "/Contents/Resources/en.lproj/text.strings");
+    if (password == Password::mayBeAskedFor) mac.administrator.dismissesNext();
+    uninstall(password);
+    EXPECT_FALSE(result.success);
+    expectUntouched();
+  }
+  EXPECT_EQ(result.errorMessage, leftInstalled);
+}
+
+TEST_F(Staging, DeletesNothingOfABundleWithAnothersFileInAStickyFolder) {
+  brennaIsInstalled();
+  const auto shared = path + "/Contents/Resources";
+  mac.files.setSticky(shared);
+  for (const std::string theirs : {"", "/en.lproj"}) mac.files.setOwnedByAnother(shared + theirs);
+  uninstall(Password::isNeverAskedFor);
+  expectFailure(appManagement, Flag::permissionDenied);
+  expectUntouched();
+}
+
+// A link can go whatever its target allows.
+TEST_F(Staging, RemovesALinkInTheAppsPlaceWithoutAPromptForItsTarget) {
+  mac.addApp("/Users/tester/Brenna.app", brenna());
+  mac.files.setWritable("/Users/tester/Brenna.app", false);
+  mac.files.setWritable("/Users/tester/Brenna.app/Contents", false);
+  mac.files.addSymlink(path, "/Users/tester/Brenna.app");
+  uninstall(Password::isNeverAskedFor);
+  expectRemoved();
+  EXPECT_TRUE(mac.files.exists("/Users/tester/Brenna.app/Contents/MacOS/app"));
 }
 
 TEST_F(Staging, TakesTheNextNameWhenALeftoverCannotBeCleared) {

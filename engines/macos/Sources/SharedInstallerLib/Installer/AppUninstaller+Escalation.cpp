@@ -39,7 +39,7 @@ UninstallResult AppUninstaller::escalatedRemoval(const AppInfo& app, const Path&
                                                  const std::optional<Path>& restorePath) {
   log(fmt::format("AppUninstaller: escalating removal of {} at {}", app.displayName, path));
   const auto outcome = DMGInstaller::runWithAdminPrivilegesOutcome(removalCommand(path));
-  if (outcome == AdminOutcome::succeeded && !machine().files.fileExists(path)) {
+  if (outcome == AdminOutcome::succeeded && !machine().files.itemExists(path)) {
     const Path reported = restorePath.value_or(path);
     log(fmt::format("AppUninstaller: Successfully removed {} from {} with admin privileges", app.displayName,
                     reported));

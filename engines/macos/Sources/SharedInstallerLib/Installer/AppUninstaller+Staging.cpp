@@ -19,16 +19,21 @@ Path AppUninstaller::stagingPath(const Path& path, int number) {
   return joined(parentFolder(path), name);
 }
 
+void AppUninstaller::clearLeftovers(const Path& path) {
+  if (!machine().files.clearLeftovers(path)) return;
+  log(fmt::format("AppUninstaller: cleared what an interrupted run left beside {}", path));
+}
+
 std::optional<Path> AppUninstaller::claimStagingPath(const Path& path) {
   FileSystem& files = machine().files;
   for (int number = 0; number < stagingCandidates; ++number) {
     auto candidate = stagingPath(path, number);
-    if (!files.fileExists(candidate)) return candidate;
+    if (!files.itemExists(candidate)) return candidate;
 
     // Left by an earlier run that didn't come to its end.
     log(fmt::format("AppUninstaller: clearing a leftover staging path at {}", candidate));
     const auto removed = files.removeItem(candidate);
-    if (!files.fileExists(candidate)) return candidate;
+    if (!files.itemExists(candidate)) return candidate;
     logWarn(fmt::format("AppUninstaller: could not clear {} — trying the next staging name", candidate));
     if (!removed) logWarn("AppUninstaller: " + removed.error().localizedDescription);
   }
@@ -38,6 +43,7 @@ std::optional<Path> AppUninstaller::claimStagingPath(const Path& path) {
 
 std::optional<Path> AppUninstaller::firstUnwritableDirectory(const Path& top) {
   FileSystem& files = machine().files;
+  if (files.isSymbolicLink(top)) return std::nullopt;  // its target stays as it is
   if (!files.isWritable(top)) return top;
 
   std::optional<Path> found;

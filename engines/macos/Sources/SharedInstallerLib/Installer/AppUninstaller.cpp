@@ -12,6 +12,7 @@ namespace installer {
 UninstallResult AppUninstaller::uninstall(const AppInfo& app, bool allowAdminEscalation) {
   log(fmt::format("AppUninstaller: Starting uninstall for {}", app.displayName));
   const auto existing = ExistingAppDetector::detect(app);
+  clearLeftovers(joined(machine().paths.applications, app.appBundleName));
   if (!existing.primaryInstallation.isInstalled() || !existing.primaryPath) {
     if (auto result = removeHusk(app, allowAdminEscalation)) return *std::move(result);
     log(fmt::format("AppUninstaller: {} is not installed — nothing to remove", app.displayName));
@@ -42,6 +43,7 @@ std::vector<UninstallResult> AppUninstaller::uninstallAll(const std::vector<AppI
 
 UninstallResult AppUninstaller::removeBundle(const AppInfo& app, const Path& path,
                                              bool allowAdminEscalation) {
+  clearLeftovers(path);
   const auto staged = claimStagingPath(path);
   if (!staged) {
     return UninstallResult::failure(

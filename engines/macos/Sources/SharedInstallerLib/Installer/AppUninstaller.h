@@ -50,6 +50,9 @@ class AppUninstaller {
   static UninstallResult giveUpUntouched(const Removal& removal);
   static UninstallResult deletionFailed(const Removal& removal, const Error& error);
 
+  // What an install or a removal of the bundle at `path` left hidden beside it when it was killed.
+  static void clearLeftovers(const Path& path);
+
   // Staging names: number 0 is the name itself, the others carry their number.
   static Path stagingPath(const Path& path, int number);
   static std::optional<Path> claimStagingPath(const Path& path);
