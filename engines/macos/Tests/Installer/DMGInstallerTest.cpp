@@ -104,6 +104,55 @@ TEST_F(InstallFromDMG, TakesTheFirstMountPointThatIsText) {
             "hdiutil detach /Volumes/Second -force -quiet");
 }
 
+class AbandonedMount : public DMGInstallerStory {
+ protected:
+  Json attached = Json::array();  // what `hdiutil info` lists
+
+  static Json entities(const Path& mountPoint) {
+    return Json::array({Json{{"dev-entry", "/dev/disk4"}}, Json{{"mount-point", mountPoint}}});
+  }
+  void isAttached(const Path& file, const Path& mountPoint) {
+    attached.push_back({{"image-path", file}, {"system-entities", entities(mountPoint)}});
+  }
+  // Gives what was detached.
+  Lines installFrom(const Path& mountPoint) {
+    Lines detached;
+    isAttached("/private" + image, mountPoint);
+    mac.programs.on(mac.paths.hdiutil).does([&](const Arguments& arguments) {
+      if (arguments[0] == "detach") detached.push_back(arguments[1]);
+      if (arguments[0] == "info") return ProgramExit{0, propertyListText(Json{{"images", attached}}), ""};
+      mac.addApp(joined(mountPoint, "Brenna.app"), brenna("2.0"));
+      return ProgramExit{0, propertyListText(Json{{"system-entities", entities(mountPoint)}}), ""};
+    });
+    EXPECT_TRUE(install().success);
+    return detached;
+  }
+};
+
+TEST_F(AbandonedMount, OfAnEarlierFileUnderTheSamePathIsDetached) {
+  isAttached("/private" + image, mount);
+  isAttached("/Users/tester/other.dmg", "/Volumes/Kelo Brenna 2");
+  EXPECT_EQ(installFrom(mount + " 1"), (Lines{mount, mount + " 1"}));
+  EXPECT_THAT(mac.logLines("Detaching"),
+              ElementsAre("INFO DMGInstaller: Detaching " + mount + ", which an interrupted run left"));
+}
+
+TEST_F(AbandonedMount, IsNotLookedForWhenTheVolumeHasItsOwnName) {
+  isAttached("/private" + image, "/Volumes/Something else");
+  EXPECT_EQ(installFrom("/Volumes/Kelo Brenna2"), Lines{"/Volumes/Kelo Brenna2"});
+  EXPECT_THAT(mac.programs.commandLines(), ::testing::Not(::testing::Contains("hdiutil info -plist")));
+}
+
+TEST_F(AbandonedMount, IsNoneWhenTheListHasAnotherShape) {
+  for (const Json& odd :
+       {Json(7), Json::array({7, Json::object(), Json{{"image-path", 7}}}), Json::object()}) {
+    attached = odd;
+    if (!odd.is_array()) attached = Json::array({odd});
+    EXPECT_EQ(installFrom(mount + " 1"), Lines{mount + " 1"}) << odd;
+    mac.files.erase(destination);
+  }
+}
+
 TEST_F(InstallFromDMG, DetachesAnImageThatCannotBeListed) {
   theImageHoldsBrenna();
   mac.files.failNext(Operation::list, mount, cocoa(257, "You may not look."));

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "Installer/DMGInstaller.h"
 #include "Platform/Machine.h"
@@ -29,6 +30,42 @@ std::optional<Path> mountPointIn(const Json& attached) {
   return mountPoint;
 }
 
+// The property list that `hdiutil` printed, if it ended well.
+std::optional<Json> listOf(const Result<ProgramExit>& exit) {
+  if (!exit || exit->status != 0) return std::nullopt;
+  auto list = machine().propertyList.parse(exit->output);
+  return list ? std::optional{*std::move(list)} : std::nullopt;
+}
+
+// The mount points of images whose file has, or had, the path `dmgPath`. The system tells the real path,
+// which can have the folders of a link before ours.
+std::vector<Path> mountPointsOf(const Path& dmgPath) {
+  const auto list =
+      listOf(machine().processes.run(machine().paths.hdiutil, {"info", "-plist"}, CapturedOutput::separate));
+  std::vector<Path> mountPoints;
+  if (!list || !list->is_object()) return mountPoints;
+  for (const Json& image : list->value("images", Json::array())) {
+    const auto mountPoint = mountPointIn(image);
+    if (!mountPoint) continue;
+    const auto path = image.find("image-path");
+    if (path == image.end() || !path->is_string() || !path->get<std::string>().ends_with(dmgPath)) continue;
+    mountPoints.push_back(*mountPoint);
+  }
+  return mountPoints;
+}
+
+// An engine detaches its image before the file goes. Where the file is a new one and its volume had to take a
+// numbered name, another mount of the same path was left by an engine that was killed.
+void detachAbandoned(const Path& dmgPath, const Path& mountPoint) {
+  const auto number = mountPoint.find_last_not_of("0123456789");
+  if (number == Path::npos || number + 1 == mountPoint.size() || mountPoint[number] != ' ') return;
+  for (const Path& abandoned : mountPointsOf(dmgPath)) {
+    if (abandoned == mountPoint) continue;
+    log(fmt::format("DMGInstaller: Detaching {}, which an interrupted run left", abandoned));
+    DMGInstaller::detachDMG(abandoned);
+  }
+}
+
 }  // namespace
 
 std::expected<MountedImage, std::string> MountedImage::attach(const Path& dmgPath, const AppInfo& app) {
@@ -45,7 +82,10 @@ std::expected<MountedImage, std::string> MountedImage::attach(const Path& dmgPat
   }
   const auto list = machine().propertyList.parse(attached->output);
   auto mountPoint = list ? mountPointIn(*list) : std::nullopt;
-  if (mountPoint) return MountedImage{*std::move(mountPoint)};
+  if (mountPoint) {
+    detachAbandoned(dmgPath, *mountPoint);
+    return MountedImage{*std::move(mountPoint)};
+  }
 
   logToolWords("DMGInstaller: hdiutil attach", attached->output, LogLevel::warn);
   return std::unexpected(list ? "No mount point found" : "Failed to parse hdiutil output");

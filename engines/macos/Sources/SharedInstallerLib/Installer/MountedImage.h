@@ -11,8 +11,9 @@ namespace installer {
 
 class MountedImage {
  public:
-  // Attaches `dmgPath` read-only. Blocks as long as that takes, with one attempt and no time limit.
-  // The error is the text for the person; then nothing stays attached as far as can be known.
+  // Attaches `dmgPath` read-only, and detaches what a killed run left attached under the same path. Blocks as
+  // long as that takes, with one attempt and no time limit. The error is the text for the person; then
+  // nothing stays attached as far as can be known.
   static std::expected<MountedImage, std::string> attach(const Path& dmgPath, const AppInfo& app);
 
   // Detaches, unless that has happened.
