@@ -146,6 +146,25 @@ TEST_F(CopyBundle, ThatIsNotGenuineIsRemovedAndKeepsItsQuarantineUntilThen) {
             "signing requirement — removing it rather than leaving unverified code in /Applications");
 }
 
+// Another installer, or the person, may have put something else there during the verification.
+TEST_F(CopyBundle, ThatIsNotGenuineTakesNothingElseWithIt) {
+  int looks = 0;
+  mac.programs.on(mac.paths.codesign).does([&](const Arguments& arguments) {
+    if (arguments.back() != destination) return ProgramExit{};
+    ++looks;
+    mac.files.erase(destination);
+    mac.addApp(destination, brenna("3.0", "someone else's"));
+    return ProgramExit{1, "", ""};
+  });
+  install();
+  EXPECT_EQ(looks, 1);
+  expectFailure(removedAgain, "SIGNATURE_FAILED");
+  EXPECT_EQ(mac.files.read(destination + "/Contents/MacOS/app"), "someone else's");
+  EXPECT_EQ(story().back(),
+            "INFO DMGInstaller: /Applications/Brenna.app is no longer the copy that was made — "
+            "leaving it alone");
+}
+
 TEST_F(CopyBundle, ThatIsNotGenuineIsRemovedAsAdministratorWhenTheUserMayNot) {
   mac.files.setWritable("/Applications", false);
   theCopyIsNotGenuine();

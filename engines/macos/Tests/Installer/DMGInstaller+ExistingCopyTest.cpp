@@ -116,6 +116,49 @@ TEST_F(ExistingCopy, ElsewhereFromTheAppStoreRefusesTheInstall) {
   EXPECT_THAT(appsFolder(), ElementsAre("Store Brenna.app/"));
 }
 
+TEST_F(ExistingCopy, ElsewhereWithALinkToItAtTheDestinationIsReplacedThere) {
+  theImageHoldsBrenna("2.0");
+  mac.addRegisteredApp("/Applications/Tools/Brenna.app", brenna("1.0", "old binary"));
+  mac.files.addSymlink(destination, "Tools/Brenna.app");
+  install();
+  expectInstalledAt(destination);
+  EXPECT_FALSE(mac.files.isSymbolicLink(destination));
+  EXPECT_FALSE(mac.files.exists("/Applications/Tools/Brenna.app"));
+}
+
+TEST_F(ExistingCopy, IsReplacedByTheBundleWhenItIsALinkAndItsTargetStays) {
+  for (const Path target : {"/nowhere", "/Users/Shared/Brenna.app", "/Users/Shared/Store.app"}) {
+    for (const bool closed : {false, true}) {
+      SimulatedMachine fresh;
+      fresh.images.add(image, mount, [&](SimulatedFileSystem&, const Path& at) {
+        fresh.addApp(joined(at, "Brenna.app"), brenna("2.0"));
+      });
+      fresh.addApp("/Users/Shared/Brenna.app", brenna("1.0", "old binary"));
+      fresh.addApp("/Users/Shared/Store.app", fromAppStore({.identifier = "com.kelo.store"}));
+      const auto targets = fresh.files.snapshot("/Users/Shared");
+      fresh.files.addSymlink(destination, target);
+      fresh.files.setWritable("/Applications", !closed);
+      const AppInfo brennaApp = *KeloAppProvider::shared().app(AppIdentifier::brenna);
+      EXPECT_EQ(DMGInstaller::installFromDMG(image, brennaApp).installedPath, destination)
+          << target << closed;
+      EXPECT_FALSE(fresh.files.isSymbolicLink(destination)) << target << closed;
+      EXPECT_EQ(fresh.files.read(destination + "/Contents/MacOS/app"), "new binary") << target << closed;
+      EXPECT_EQ(fresh.files.snapshot("/Users/Shared"), targets) << target << closed;
+    }
+  }
+}
+
+// What a link leads to stays, so its size isn't given back.
+TEST_F(ExistingCopy, ThatIsALinkGivesNoSpaceBack) {
+  theImageHoldsBrenna("2.0");
+  mac.addApp("/Users/tester/Brenna.app", brenna("1.0", "old binary"));
+  mac.files.addSymlink(destination, "/Users/tester/Brenna.app");
+  mac.files.setCapacity("/Applications", 0);
+  install();
+  EXPECT_THAT(mac.logLines("Not enough space"), ElementsAre(::testing::HasSubstr("0 free + 0 reclaimable")));
+  EXPECT_TRUE(mac.files.isSymbolicLink(destination));
+}
+
 TEST_F(ExistingCopy, OutsideTheApplicationsIsLeftAloneAndUnmentioned) {
   theImageHoldsBrenna("2.0");
   for (const Path path : {"/Users/tester/Brenna.app", "/ApplicationsOld/Brenna.app"}) {
@@ -168,6 +211,14 @@ TEST_F(ExistingCopy, FromTheAppStoreUnderAnotherIdentifierKeepsItsNameAndTheNewO
   EXPECT_THAT(mac.logLines("coexistence"),
               ElementsAre("INFO DMGInstaller: App Store variant at /Applications/Brenna.app (bundle ID: "
                           "com.kelo.store). Installing as Brenna 2.app for coexistence."));
+}
+
+TEST_F(ExistingCopy, FromTheAppStoreBesideADanglingLinkLeavesTheLinkItsNumber) {
+  theImageHoldsBrenna("2.0");
+  mac.addApp(destination, fromAppStore({.identifier = "com.kelo.store"}));
+  mac.files.addSymlink("/Applications/Brenna 2.app", "/nowhere");
+  install();
+  expectInstalledAt("/Applications/Brenna 3.app");
 }
 
 TEST_F(ExistingCopy, FromTheAppStoreWithoutAnIdentifierIsKeptLikewise) {

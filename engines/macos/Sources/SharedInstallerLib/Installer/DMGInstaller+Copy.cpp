@@ -28,6 +28,11 @@ std::string privilegedCopyCommand(const InstallInProgress& install) {
                             machine().systemInfo.groupIdentifier(), destination);
 }
 
+std::optional<FileIdentity> identityAt(const Path& path) {
+  const auto item = machine().files.attributes(path);
+  return item ? std::optional{item->identity} : std::nullopt;
+}
+
 }  // namespace
 
 DMGInstaller::EndOfInstall DMGInstaller::copyBundle(const InstallInProgress& install) {
@@ -53,11 +58,14 @@ DMGInstaller::EndOfInstall DMGInstaller::copyAsAdministrator(const InstallInProg
 
 DMGInstaller::EndOfInstall DMGInstaller::verifyCopy(const InstallInProgress& install) {
   const Path& destination = install.destination;
+  const auto copy = identityAt(destination);
   if (ChecksumVerifier::verifyCodeRequirement(destination)) return std::nullopt;
   logError(fmt::format(
       "DMGInstaller: the installed copy at {} does not satisfy the signing requirement — removing it rather than leaving unverified code in /Applications",
       destination));
-  if (!removeInstalledBundle(destination)) {
+  if (identityAt(destination) != copy) {
+    log(fmt::format("DMGInstaller: {} is no longer the copy that was made — leaving it alone", destination));
+  } else if (!removeInstalledBundle(destination)) {
     logError(fmt::format(
         "DMGInstaller: could not remove {} — it remains QUARANTINED, so Gatekeeper will still challenge it on launch",
         destination));

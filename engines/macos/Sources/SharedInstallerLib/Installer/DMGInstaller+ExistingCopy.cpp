@@ -23,13 +23,14 @@ std::string freeNumberedName(const std::string& bundleName) {
   for (auto at = base.find(".app"); at != std::string::npos; at = base.find(".app", at)) base.erase(at, 4);
   for (int number = 2;; ++number) {
     auto name = fmt::format("{} {}.app", base, number);
-    if (!machine().files.fileExists(joined(machine().paths.applications, name))) return name;
+    if (!machine().files.itemExists(joined(machine().paths.applications, name))) return name;
   }
 }
 
-// What the removal of the primary copy will give back.
+// What the removal of the primary copy will give back. Of a link only the link goes.
 std::int64_t reclaimableBytes(const AppInstallationStatus& existing) {
   if (existing.primaryInstallation.isAppStore() || !existing.primaryPath) return 0;
+  if (machine().files.isSymbolicLink(*existing.primaryPath)) return 0;
   return DiskRequirement::directorySize(*existing.primaryPath).value_or(0);
 }
 
@@ -99,8 +100,11 @@ DMGInstaller::EndOfInstall DMGInstaller::testDiskSpace(const InstallInProgress& 
 
 DMGInstaller::EndOfInstall DMGInstaller::clearDestination(InstallInProgress& install) {
   FileSystem& files = machine().files;
-  if (!files.fileExists(install.destination)) return std::nullopt;
-  if (hasAppStoreReceipt(install.destination)) return makeRoomBesideAppStoreCopy(install);
+  if (!files.itemExists(install.destination)) return std::nullopt;
+  // A link is replaced, whatever it leads to; its target stays as it is.
+  if (!files.isSymbolicLink(install.destination) && hasAppStoreReceipt(install.destination)) {
+    return makeRoomBesideAppStoreCopy(install);
+  }
 
   const auto removed = files.removeItem(install.destination);
   if (removed) return std::nullopt;

@@ -24,13 +24,6 @@ std::vector<std::string> appNames(const std::vector<std::string>& entries) {
   return names;
 }
 
-// What a link leads to can be another thing between the look and the copy, and the copy would be of the link
-// alone.
-bool isLink(const Path& path) {
-  const auto attributes = machine().files.attributes(path);
-  return attributes && attributes->isSymbolicLink;
-}
-
 }  // namespace
 
 std::expected<std::string, InstallResult> DMGInstaller::chooseBundle(const MountedImage& image,
@@ -61,7 +54,12 @@ std::expected<std::string, InstallResult> DMGInstaller::chooseBundle(const Mount
 }
 
 DMGInstaller::EndOfInstall DMGInstaller::verifySource(const InstallInProgress& install) {
-  if (!isLink(install.source) && ChecksumVerifier::verifyCodeRequirement(install.source)) return std::nullopt;
+  // What a link leads to can be another thing between the look and the copy, and the copy would be of the
+  // link alone.
+  if (!machine().files.isSymbolicLink(install.source) &&
+      ChecksumVerifier::verifyCodeRequirement(install.source)) {
+    return std::nullopt;
+  }
   logError(fmt::format(
       "DMGInstaller: {} in the DMG for {} does not satisfy the signing requirement — refusing to install it",
       install.bundleName, install.app.displayName));
