@@ -1,6 +1,7 @@
 #include "StdinCommandListener.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "Engine/EngineController.h"
 #include "Models/JSONReader.h"

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <fstream>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <openssl/sha.h>
 #include <spawn.h>
 #include <sys/wait.h>

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <csignal>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "Contract/LinuxTestFolder.h"
 #include "Platform/Linux/LinuxAdministratorScripts.h"

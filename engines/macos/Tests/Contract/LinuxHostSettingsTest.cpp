@@ -2,6 +2,7 @@
 #include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "Contract/LinuxTestFolder.h"
 #include "Platform/Linux/LinuxBundles.h"

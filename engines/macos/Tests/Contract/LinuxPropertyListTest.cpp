@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 #include <functional>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "Platform/Linux/LinuxPropertyList.h"
 #include "Platform/POSIX/PropertyListBounds.h"

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <nlohmann/json.hpp>
 
 #include "Contract/HostileServer.h"
 #include "Platform/Linux/LinuxURLSessions.h"

@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <set>
 
 #include "Contract/LinuxTestFolder.h"

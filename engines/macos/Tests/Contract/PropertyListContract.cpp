@@ -1,4 +1,6 @@
 // What every reader of property lists promises.
+#include <nlohmann/json.hpp>
+
 #include "Contract/MachineUnderTest.h"
 #include "Support/PropertyListText.h"
 

@@ -1,3 +1,5 @@
+#include <nlohmann/json.hpp>
+
 #include "Contract/MachineUnderTest.h"
 #include "Support/SimulatedMachine.h"
 

@@ -2,6 +2,7 @@
 // administrator's scripts of every machine promise.
 #include <algorithm>
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "Contract/MachineUnderTest.h"
 

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 #include "EngineCLI/CommandLineFixture.h"
 

@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 #include "EngineCLI/CommandLineFixture.h"
 #include "ProtocolRoad.h"

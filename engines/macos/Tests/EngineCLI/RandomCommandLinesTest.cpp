@@ -2,6 +2,7 @@
 #include <array>
 #include <gmock/gmock.h>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <random>
 #include <set>

@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 #include "Engine/EngineControllerFixture.h"
 #include "StdinCommandListener.h"

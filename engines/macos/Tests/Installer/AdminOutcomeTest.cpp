@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "Installer/AdminOutcome.h"
 #include "Support/SimulatedMachine.h"

@@ -1,4 +1,6 @@
 // The way back of a bundle whose deletion failed.
+#include <nlohmann/json.hpp>
+
 #include "Installer/AppUninstallerStory.h"
 #include "Support/PropertyListText.h"
 

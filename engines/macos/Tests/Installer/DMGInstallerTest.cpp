@@ -1,4 +1,6 @@
 // The whole road, the image's own failures and the choice of the bundle.
+#include <nlohmann/json.hpp>
+
 #include "Installer/DMGInstallerStory.h"
 #include "Support/PropertyListText.h"
 

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "Installer/OfflinePackageProvider.h"
 #include "Support/SimulatedMachine.h"

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "Installer/DMGInstaller.h"
 #include "Installer/PrivilegedRunner.h"

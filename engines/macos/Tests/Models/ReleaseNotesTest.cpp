@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "Models/ReleaseNotes.h"
 #include "Platform/Json.h"

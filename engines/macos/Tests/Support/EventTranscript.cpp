@@ -1,6 +1,7 @@
 #include "Support/EventTranscript.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace installer::testing {
 

@@ -1,6 +1,7 @@
 #include "Support/PropertyListText.h"
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 namespace installer::testing {
 

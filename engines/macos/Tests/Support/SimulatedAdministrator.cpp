@@ -1,5 +1,6 @@
 #include "Support/SimulatedAdministrator.h"
 
+#include <nlohmann/json.hpp>
 #include <utility>
 
 namespace installer::testing {

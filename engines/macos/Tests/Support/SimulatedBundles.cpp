@@ -1,5 +1,7 @@
 #include "Support/SimulatedBundles.h"
 
+#include <nlohmann/json.hpp>
+
 namespace installer::testing {
 
 std::shared_ptr<const Bundle> SimulatedBundles::read(const Path& path) {
@@ -9,7 +11,9 @@ std::shared_ptr<const Bundle> SimulatedBundles::read(const Path& path) {
   const auto bytes = files_.readFile(joined(path, "Contents/Info.plist"));
   if (!bytes) return bundle;
   const auto information = propertyList_.parse(*bytes);
-  if (information && information->is_object()) bundle->infoDictionary = *information;
+  if (information && information->is_object()) {
+    bundle->infoDictionary = std::make_shared<const Json>(*information);
+  }
   return bundle;
 }
 

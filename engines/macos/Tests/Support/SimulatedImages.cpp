@@ -1,6 +1,7 @@
 #include "Support/SimulatedImages.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "Support/PropertyListText.h"

@@ -1,5 +1,7 @@
 #include "Support/SimulatedMachine.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Support/PropertyListText.h"
 
 namespace installer::testing {

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <fmt/format.h>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <plist/plist.h>
 
 namespace installer::testing {

@@ -1,6 +1,7 @@
 #include "Support/SimulatedTask.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "Platform/Json.h"

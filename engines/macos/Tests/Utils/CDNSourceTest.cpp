@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "Models/AppInfo.h"
 #include "Models/ReleaseNotes.h"

@@ -1,6 +1,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "Models/AppConstants.h"
 #include "Support/SimulatedMachine.h"

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "Support/SimulatedMachine.h"
 #include "Utils/Logger.h"

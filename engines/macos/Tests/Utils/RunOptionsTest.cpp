@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "Support/SimulatedMachine.h"
 #include "Utils/RunOptions.h"

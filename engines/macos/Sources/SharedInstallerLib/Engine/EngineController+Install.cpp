@@ -1,5 +1,6 @@
 // An install or update run, from its prechecks to `done`.
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "Engine/EngineController.h"

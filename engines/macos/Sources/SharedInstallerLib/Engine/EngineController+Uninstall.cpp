@@ -1,5 +1,6 @@
 // An uninstall run. No orchestrator and no precheck: an installer that has expired can still remove apps.
 #include <algorithm>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "Engine/EngineController.h"

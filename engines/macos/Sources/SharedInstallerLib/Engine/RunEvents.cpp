@@ -1,5 +1,6 @@
 #include "Engine/RunEvents.h"
 
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "Engine/EngineEmitter.h"

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "Utils/Log.h"
 

@@ -1,5 +1,6 @@
 // A directory at the expected path that is no app any more, left by a removal that stopped half-way.
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "Installer/AppUninstaller.h"
 #include "Platform/Machine.h"

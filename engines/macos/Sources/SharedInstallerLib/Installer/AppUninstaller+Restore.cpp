@@ -1,5 +1,6 @@
 // The way back, and the platform's memory of where the bundle stood.
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "Installer/AppUninstaller.h"
 #include "Platform/Machine.h"

@@ -1,5 +1,6 @@
 // What already stands on the machine, and what has to happen to it before the copy.
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "Installer/DMGInstaller.h"
 #include "Installer/FilePermissionErrors.h"

@@ -1,6 +1,7 @@
 #include "Installer/MountedImage.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
 #include <vector>

@@ -1,5 +1,6 @@
 // From a package that may be fetched to a running transfer.
 #include <fmt/format.h>
+#include <utility>
 
 #include "Installer/OnlineAcquisition.h"
 #include "Platform/Machine.h"

@@ -1,5 +1,7 @@
 #include "Installer/PrivilegedRunner.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Platform/Machine.h"
 #include "Platform/ProcessWide.h"
 #include "Utils/Log.h"

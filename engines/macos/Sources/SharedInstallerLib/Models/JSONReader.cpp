@@ -3,6 +3,7 @@
 #include <cmath>
 #include <fmt/format.h>
 #include <limits>
+#include <nlohmann/json.hpp>
 
 namespace installer::JSONReader {
 

@@ -1,5 +1,7 @@
 #include "Models/PackageMeta.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Models/JSONReader.h"
 #include "Models/Text.h"
 

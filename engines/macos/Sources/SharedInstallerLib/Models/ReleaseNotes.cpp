@@ -1,5 +1,7 @@
 #include "Models/ReleaseNotes.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Models/JSONReader.h"
 
 namespace installer {

@@ -13,7 +13,7 @@ namespace installer {
 // What a bundle said about itself when it was read; it doesn't change with the disk.
 struct Bundle {
   Path path;
-  Json infoDictionary = Json::object();  // empty when Info.plist is missing or unreadable
+  std::shared_ptr<const Json> infoDictionary;  // an object; null when Info.plist is missing or unreadable
 
   // A string under `key` of the information; absent when missing or of another type.
   std::optional<std::string> infoString(const std::string& key) const;

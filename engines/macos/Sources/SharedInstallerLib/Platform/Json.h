@@ -1,7 +1,9 @@
-// The JSON-like value that property lists, configuration and metadata are read into.
+// The JSON-like value that property lists, configuration and metadata are read into. Declared only: a source
+// that looks into a value includes <nlohmann/json.hpp>, and headers don't, because that costs seconds a
+// source.
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 namespace installer {
 

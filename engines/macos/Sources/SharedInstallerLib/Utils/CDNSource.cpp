@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <iterator>
+#include <nlohmann/json.hpp>
 
 #include "Models/AppInfo.h"
 #include "Models/JSONReader.h"

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <mutex>
+#include <nlohmann/json.hpp>
 
 #include "Platform/Machine.h"
 #include "Platform/ProcessWide.h"

@@ -1,6 +1,7 @@
 #include "Utils/ParsedConfig.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include "Models/JSONReader.h"
 #include "Models/Text.h"

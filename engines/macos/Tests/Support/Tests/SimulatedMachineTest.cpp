@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "Platform/ProcessWide.h"
 #include "Support/SimulatedMachine.h"

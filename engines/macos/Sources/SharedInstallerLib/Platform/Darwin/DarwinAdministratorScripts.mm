@@ -3,6 +3,7 @@
 #import <Carbon/Carbon.h>
 #import <Foundation/Foundation.h>
 
+#include <nlohmann/json.hpp>
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
 

@@ -4,6 +4,7 @@
 #import <CoreFoundation/CoreFoundation.h>
 #import <Foundation/Foundation.h>
 
+#include <nlohmann/json.hpp>
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
 
@@ -27,7 +28,7 @@ class DarwinBundles final : public Bundles {
       bundle->path = path;
       NSDictionary* information =
           (__bridge_transfer NSDictionary*)CFBundleCopyInfoDictionaryInDirectory((__bridge CFURLRef)url);
-      if (information != nil) bundle->infoDictionary = json(information);
+      if (information != nil) bundle->infoDictionary = std::make_shared<const Json>(json(information));
       return bundle;
     }
   }

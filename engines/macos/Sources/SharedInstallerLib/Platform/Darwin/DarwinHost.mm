@@ -1,5 +1,7 @@
 #include "Platform/Darwin/DarwinHost.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Platform/Darwin/DarwinServices.h"
 #include "Platform/Host.h"
 #include "Platform/Machine.h"

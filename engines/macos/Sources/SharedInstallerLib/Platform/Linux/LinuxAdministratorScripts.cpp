@@ -1,5 +1,6 @@
 #include "Platform/Linux/LinuxAdministratorScripts.h"
 
+#include <nlohmann/json.hpp>
 #include <string_view>
 
 #include "Platform/Linux/PrivilegedShell.h"

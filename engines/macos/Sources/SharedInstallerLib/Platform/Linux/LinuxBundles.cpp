@@ -1,5 +1,7 @@
 #include "Platform/Linux/LinuxBundles.h"
 
+#include <nlohmann/json.hpp>
+
 #include "Platform/Linux/LinuxFileSystem.h"
 #include "Platform/PropertyList.h"
 
@@ -33,7 +35,9 @@ std::shared_ptr<const Bundle> LinuxBundles::read(const Path& path) {
   const auto bytes = boundedFile(joined(path, "Contents/Info.plist"));
   if (!bytes) return bundle;
   auto information = propertyList_.parse(*bytes);
-  if (information && information->is_object()) bundle->infoDictionary = *std::move(information);
+  if (information && information->is_object()) {
+    bundle->infoDictionary = std::make_shared<const Json>(*std::move(information));
+  }
   return bundle;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fmt/core.h>
+#include <nlohmann/json.hpp>
 #include <unistd.h>
 
 #include "Platform/Host.h"

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <initializer_list>
+#include <nlohmann/json.hpp>
 #include <pwd.h>
 #include <unistd.h>
 

@@ -5,6 +5,7 @@
 #include <ctime>
 #include <fmt/format.h>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <plist/plist.h>
 
