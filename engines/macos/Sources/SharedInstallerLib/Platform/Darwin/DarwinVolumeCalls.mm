@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 
 #include "Platform/POSIX/FileTree.h"
 #include "Platform/POSIX/VolumeCalls.h"
@@ -21,7 +22,8 @@ bool renameWithoutReplacing(int oldFolder, const char* oldName, int newFolder, c
 }
 
 bool isProtected(int folder, const char* name) {
-  constexpr auto kProtecting = UF_IMMUTABLE | UF_APPEND | SF_IMMUTABLE | SF_APPEND | SF_NOUNLINK | SF_RESTRICTED;
+  constexpr std::uint32_t kProtecting =
+      UF_IMMUTABLE | UF_APPEND | SF_IMMUTABLE | SF_APPEND | SF_NOUNLINK | SF_RESTRICTED;
   const auto status = linkStatus(folder, name);
   if (status && (status->st_flags & kProtecting) != 0) return true;
   // Access lists can allow or refuse what the bits don't say. A system that doesn't take this question about a
