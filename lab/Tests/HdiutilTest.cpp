@@ -114,9 +114,39 @@ TEST_F(Hdiutil, TakesTheNextNameWhenTheVolumesIsTaken) {
   const fs::path file = image(source());
   fs::create_directories(volumes / "Kelo Brenna 1");
   EXPECT_EQ(answerIn(attach(file).output).mountPoint, (volumes / "Kelo Brenna").string());
-  const Answer second = answerIn(attach(file).output);
+  fs::copy_file(file, folder / "another.dmg");
+  const Answer second = answerIn(attach(folder / "another.dmg").output);
   EXPECT_EQ(second.mountPoint, (volumes / "Kelo Brenna 2").string());
   EXPECT_EQ(second.device, "/dev/disk5s2");
+}
+
+TEST_F(Hdiutil, AnswersWithTheMountOfAnImageThatIsAttached) {
+  const fs::path file = image(source());
+  fs::create_symlink(file, folder / "link.dmg");
+  const auto first = attach(file);
+  EXPECT_EQ(attach(file).output, first.output);
+  EXPECT_EQ(attach(folder / "link.dmg").output, first.output);
+  EXPECT_THAT(mounted(), ElementsAre("Kelo Brenna"));
+  EXPECT_EQ(detach((volumes / "Kelo Brenna").string()).status, 0);
+  EXPECT_THAT(mounted(), IsEmpty());
+}
+
+TEST_F(Hdiutil, AttachesANewFileUnderThePathOfAnAttachedOne) {
+  const fs::path file = image(source());
+  const std::string bytes = contentOf(file);
+  ASSERT_EQ(attach(file).status, 0);
+  fs::remove(file);
+  std::ofstream{file, std::ios::binary} << bytes;
+  EXPECT_EQ(answerIn(attach(file).output).mountPoint, (volumes / "Kelo Brenna 1").string());
+}
+
+TEST_F(Hdiutil, KeepsTheMountThatStoodWhenItCannotTellOfIt) {
+  const fs::path file = image(source());
+  ASSERT_EQ(attach(file).status, 0);
+  Running running{
+      {program("hdiutil").string(), "attach", file.string(), "-plist"}, "/dev/full", folder / "err"};
+  EXPECT_EQ(running.wait(), 1);
+  EXPECT_THAT(mounted(), ElementsAre("Kelo Brenna"));
 }
 
 TEST_F(Hdiutil, IsNotBlockedByTheMountOfADeadRun) {

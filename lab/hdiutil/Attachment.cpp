@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -47,11 +48,32 @@ OrReason<std::string> moveIntoPlace(const fs::path& volumes, const ExtractedVolu
   }
 }
 
-OrReason<Mount> mountVolume(const MountTable& table, const fs::path& image, const ExtractedVolume& volume) {
-  Mount mount{fs::absolute(image).lexically_normal().string(), "", "",
-              volume.format == VolumeFormat::hfs ? "hfs" : "apfs"};
+// Stays the same while the file does; a file that takes its path, even with its inode, differs in time.
+std::string fileOf(const fs::path& image) {
+  struct stat status{};
+  if (stat(image.c_str(), &status) != 0) return {};
+  return fmt::format("{}:{}:{}:{}.{:09}", status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
+                     status.st_mtim.tv_nsec);
+}
+
+std::optional<Mount> mountOf(const std::vector<Mount>& mounts, const std::string& imageFile) {
+  const auto found = std::ranges::find(mounts, imageFile, &Mount::imageFile);
+  return found != mounts.end() ? std::optional{*found} : std::nullopt;
+}
+
+OrReason<Attached> mountVolume(const MountTable& table, const fs::path& image,
+                               const ExtractedVolume& volume) {
+  Attached attached{{fs::absolute(image).lexically_normal().string(), "", "",
+                     volume.format == VolumeFormat::hfs ? "hfs" : "apfs", fileOf(image)},
+                    true};
+  Mount& mount = attached.mount;
   const auto stored = table.update([&](std::vector<Mount>& mounts) -> OrReason<> {
     if (interruption() != 0) return because("interrupted");
+    // Another process may have attached the image during the extraction.
+    if (auto standing = mountOf(mounts, mount.imageFile)) {
+      attached = {*std::move(standing), false};
+      return {};
+    }
     const auto mountPoint = moveIntoPlace(table.volumes(), volume);
     if (!mountPoint) return std::unexpected(mountPoint.error());
     mount.mountPoint = *mountPoint;
@@ -59,7 +81,7 @@ OrReason<Mount> mountVolume(const MountTable& table, const fs::path& image, cons
     mounts.push_back(mount);
     return {};
   });
-  if (stored) return mount;
+  if (stored) return attached;
   if (!mount.mountPoint.empty())
     (void)removeTree(mount.mountPoint);  // the failure that is told is the first one
   return std::unexpected(stored.error());
@@ -75,16 +97,20 @@ bool names(const Mount& mount, const std::string& mountPointOrDisk) {
 
 }  // namespace
 
-OrReason<Mount> attach(const MountTable& table, const fs::path& image, Checksums checksums) {
+OrReason<Attached> attach(const MountTable& table, const fs::path& image, Checksums checksums) {
   const auto checked = checkImage(image, checksums);
   if (!checked) return std::unexpected(checked.error());
+  const auto mounts = table.mounts();
+  if (!mounts) return std::unexpected(mounts.error());
+  if (auto standing = mountOf(*mounts, fileOf(image))) return Attached{*std::move(standing), false};
   const auto working = table.workingFolder("attaching");
   if (!working) return std::unexpected(working.error());
   const auto volume = extractVolume(image, *working);
-  auto mount = volume ? mountVolume(table, image, *volume) : OrReason<Mount>{std::unexpected(volume.error())};
+  auto attached =
+      volume ? mountVolume(table, image, *volume) : OrReason<Attached>{std::unexpected(volume.error())};
   const auto cleared = removeTree(*working);
-  if (mount && !cleared) fmt::print(stderr, "hdiutil: {}\n", cleared.error());
-  return mount;
+  if (attached && !cleared) fmt::print(stderr, "hdiutil: {}\n", cleared.error());
+  return attached;
 }
 
 OrReason<Mount> detach(const MountTable& table, const std::string& mountPointOrDisk) {

@@ -11,10 +11,16 @@ namespace lab {
 
 enum class Checksums { verify, skip };
 
-// Opens the image at a mount point named after its volume, "{name} 1" and so on when that is taken. The mount
-// point appears at once and whole; a failure, or a request to stop, leaves nothing. The mount point takes no
-// new entries; what is in it has the owner and modes that it would have on a mounted image.
-OrReason<Mount> attach(const MountTable& table, const std::filesystem::path& image, Checksums checksums);
+struct Attached {
+  Mount mount;
+  bool isNew = false;  // the image wasn't attached before
+};
+
+// Opens the image at a mount point named after its volume, "{name} 1" and so on when that is taken; an image
+// that is attached already keeps its mount. The mount point appears at once and whole; a failure, or a
+// request to stop, leaves nothing. The mount point takes no new entries; what is in it has the owner and
+// modes that it would have on a mounted image.
+OrReason<Attached> attach(const MountTable& table, const std::filesystem::path& image, Checksums checksums);
 
 // Detaches what is mounted at `mountPoint`, or is that disk ("/dev/disk4", "disk4s2"), even if it is in use.
 OrReason<Mount> detach(const MountTable& table, const std::string& mountPointOrDisk);

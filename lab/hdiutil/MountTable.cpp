@@ -1,8 +1,6 @@
 #include "hdiutil/MountTable.h"
 
 #include <cerrno>
-#include <charconv>
-#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -38,15 +36,6 @@ std::string textOf(const Json& object, const char* key) {
   return found != object.end() && found->is_string() ? found->get<std::string>() : std::string{};
 }
 
-// The process that a working folder "purpose-PID-XXXXXX" belongs to; 0 for another name.
-pid_t ownerOf(const std::string& name) {
-  const std::size_t dash = name.find('-');
-  if (dash == std::string::npos) return 0;
-  pid_t owner = 0;
-  std::from_chars(name.data() + dash + 1, name.data() + name.size(), owner);
-  return owner;
-}
-
 }  // namespace
 
 MountTable::MountTable(fs::path volumes) : volumes_(std::move(volumes)), folder_(volumes_ / ".hdiutil") {
@@ -68,7 +57,7 @@ std::vector<Mount> MountTable::load() const {
   for (const Json& entry : entries) {
     if (!entry.is_object()) continue;
     Mount mount{textOf(entry, "image"), textOf(entry, "mountPoint"), textOf(entry, "disk"),
-                textOf(entry, "volumeKind")};
+                textOf(entry, "volumeKind"), textOf(entry, "imageFile")};
     if (isMountPoint(mount.mountPoint)) mounts.push_back(std::move(mount));
   }
   return mounts;
@@ -80,7 +69,8 @@ OrReason<> MountTable::store(const std::vector<Mount>& mounts) const {
     entries.push_back({{"image", mount.image},
                        {"mountPoint", mount.mountPoint},
                        {"disk", mount.disk},
-                       {"volumeKind", mount.volumeKind}});
+                       {"volumeKind", mount.volumeKind},
+                       {"imageFile", mount.imageFile}});
   }
   return writeFile(folder_ / "mounts.json",
                    entries.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
@@ -100,19 +90,9 @@ OrReason<> MountTable::update(const std::function<OrReason<>(std::vector<Mount>&
   return changed ? store(mounts) : changed;
 }
 
-void MountTable::clearLeftovers() const {
-  std::vector<fs::path> leftovers;
-  std::error_code ignored;  // nothing to clear is as good as cleared
-  for (const auto& entry : fs::directory_iterator(folder_, ignored)) {
-    const pid_t owner = ownerOf(entry.path().filename().string());
-    if (owner > 0 && kill(owner, 0) != 0 && errno == ESRCH) leftovers.push_back(entry.path());
-  }
-  for (const fs::path& leftover : leftovers) (void)removeTree(leftover);  // the next run tries again
-}
-
 OrReason<fs::path> MountTable::workingFolder(const std::string& purpose) const {
-  clearLeftovers();
-  std::string folder = (folder_ / fmt::format("{}-{}-XXXXXX", purpose, getpid())).string();
+  for (const char* const prefix : {"attaching-", "detaching-"}) clearLeftovers(folder_, prefix);
+  std::string folder = (folder_ / nameOfWork(purpose + "-")).string();
   if (mkdtemp(folder.data()) == nullptr) return becauseOfErrno(folder);
   return fs::path{folder};
 }

@@ -18,6 +18,7 @@ struct Mount {
   std::string mountPoint;  // absolute path
   std::string disk;        // "/dev/disk4"
   std::string volumeKind;  // "hfs", "apfs"
+  std::string imageFile;   // tells the file from another one that takes its path
 };
 
 class MountTable {
@@ -30,8 +31,8 @@ class MountTable {
   // Gives `change` the current entries under the lock and stores what it leaves, unless it fails.
   OrReason<> update(const std::function<OrReason<>(std::vector<Mount>&)>& change) const;
 
-  // A new empty hidden folder for `purpose` on the volumes' file system, named after this process. What dead
-  // processes left is cleared on the way.
+  // A new empty hidden folder on the volumes' file system, for the purpose "attaching" or "detaching". What
+  // dead processes left is cleared on the way.
   OrReason<std::filesystem::path> workingFolder(const std::string& purpose) const;
 
   const std::filesystem::path& volumes() const { return volumes_; }
@@ -41,7 +42,6 @@ class MountTable {
 
   std::vector<Mount> load() const;
   OrReason<> store(const std::vector<Mount>& mounts) const;
-  void clearLeftovers() const;
 
   std::filesystem::path volumes_;
   std::filesystem::path folder_;

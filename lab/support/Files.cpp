@@ -2,9 +2,12 @@
 
 #include <array>
 #include <cerrno>
+#include <charconv>
+#include <csignal>
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
+#include <vector>
 
 #include "openssl/evp.h"
 
@@ -51,7 +54,29 @@ void openUp(const fs::path& folder) {
   }
 }
 
+// The process that `name` belongs to; 0 when it isn't a name of unfinished work.
+pid_t ownerOf(const std::string& name, std::string_view prefix) {
+  pid_t owner = 0;
+  if (name.starts_with(prefix))
+    std::from_chars(name.data() + prefix.size(), name.data() + name.size(), owner);
+  return owner;
+}
+
 }  // namespace
+
+std::string nameOfWork(std::string_view prefix) {
+  return fmt::format("{}{}-XXXXXX", prefix, getpid());
+}
+
+void clearLeftovers(const fs::path& folder, std::string_view prefix) {
+  std::vector<fs::path> leftovers;
+  std::error_code ignored;  // the next run tries again
+  for (const auto& entry : fs::directory_iterator(folder, ignored)) {
+    const pid_t owner = ownerOf(entry.path().filename().string(), prefix);
+    if (owner > 0 && kill(owner, 0) != 0 && errno == ESRCH) leftovers.push_back(entry.path());
+  }
+  for (const fs::path& leftover : leftovers) (void)removeTree(leftover);
+}
 
 bool stands(const fs::path& path) {
   struct stat status{};

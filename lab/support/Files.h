@@ -24,6 +24,12 @@ OrReason<> writeAll(int descriptor, std::string_view bytes);
 // Nothing there is fine.
 OrReason<> removeTree(const fs::path& path);
 
+// A name for unfinished work of this process, "{prefix}{process}-XXXXXX", for mkstemp and mkdtemp.
+std::string nameOfWork(std::string_view prefix);
+
+// Removes what unfinished work with this prefix left in `folder` when its process died. Best effort.
+void clearLeftovers(const fs::path& folder, std::string_view prefix);
+
 // A file's SHA-256 in lower-case hexadecimal.
 OrReason<std::string> sha256OfFile(const fs::path& file);
 
