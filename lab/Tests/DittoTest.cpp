@@ -2,6 +2,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "Support.h"
@@ -86,6 +87,35 @@ TEST_F(Ditto, DoesNotWriteThroughALinkInTheDestination) {
   EXPECT_THAT(copied.diagnostics, HasSubstr("ditto: "));
   EXPECT_EQ(contentOf(folder / "outside/empty"), "untouched\n");
   EXPECT_THAT(namesIn(folder / "outside"), ElementsAre("empty"));
+}
+
+// The user whose copy root makes could exchange a name for a link to what only root may read.
+TEST_F(Ditto, FollowsNoLinkToItsSource) {
+  const fs::path source = bundle();
+  fs::create_symlink(source, folder / "link.app");
+  fs::create_symlink(folder / "source", folder / "passage");
+  for (const fs::path& way : {folder / "link.app", folder / "link.app/", folder / "passage/It's.app"}) {
+    const auto copied = lab({"ditto", "--noqtn", way, target});
+    EXPECT_EQ(copied.status, 1) << way;
+    EXPECT_EQ(copied.diagnostics, "ditto: Cannot get the real path for source '" + way.string() + "'\n");
+    EXPECT_THAT(namesIn(target.parent_path()), ElementsAre());
+  }
+}
+
+TEST_F(Ditto, ClearsWhatAKilledOneLeft) {
+  const fs::path source = bundle();
+  const pid_t killed = fork();
+  if (killed == 0) _exit(0);
+  ASSERT_EQ(waitpid(killed, nullptr, 0), killed);
+  const std::string left = ".ditto-" + std::to_string(killed) + "-abcdef";
+  write("target/" + left + "/Contents/half");
+  write("target/It's.app/" + left);
+  write("target/.ditto-notes");
+  write("target/.ditto-" + std::to_string(getpid()) + "-abcdef");
+  ASSERT_EQ(lab({"ditto", "--noqtn", source, target}).status, 0);
+  EXPECT_THAT(namesIn(target.parent_path()),
+              ElementsAre(".ditto-" + std::to_string(getpid()) + "-abcdef", ".ditto-notes", "It's.app"));
+  EXPECT_THAT(namesIn(target), ElementsAre("Contents"));
 }
 
 TEST_F(Ditto, CopiesAFileToANameOrIntoAFolder) {

@@ -3,7 +3,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
+#include <linux/openat2.h>
+#include <string_view>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
 
@@ -14,6 +17,26 @@
 
 namespace lab {
 namespace {
+
+constexpr std::string_view workPrefix = ".ditto-";
+
+// A folder that keeps its place while names on the way to it are exchanged. What is in it is reached by
+// `path`, one name further, without a link on the way.
+struct Pinned {
+  Descriptor folder;
+  fs::path path;
+
+  explicit Pinned(int descriptor)
+      : folder{descriptor}, path{fmt::format("/proc/self/fd/{}", folder.number())} {}
+};
+
+// The folder at the absolute `path`; without a descriptor when it isn't there or a link is on the way.
+Pinned pinnedFolder(const fs::path& path) {
+  open_how how{};
+  how.flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+  how.resolve = RESOLVE_NO_SYMLINKS;
+  return Pinned{static_cast<int>(syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof(how)))};
+}
 
 OrReason<struct stat> look(const fs::path& path) {
   struct stat status{};
@@ -32,16 +55,19 @@ class Copy {
 
   // `to` must be a folder.
   OrReason<> merge(const fs::path& from, const fs::path& to) const {
+    const Pinned source{open(from.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)};
+    if (!source.folder) return becauseOfErrno(from.filename().string());
     std::vector<fs::path> names;
     std::error_code error;
-    for (const auto& entry : fs::directory_iterator(from, error)) names.push_back(entry.path().filename());
-    if (error) return because("{}: {}", from.string(), error.message());
+    for (const auto& entry : fs::directory_iterator(source.path, error))
+      names.push_back(entry.path().filename());
+    if (error) return because("{}: {}", from.filename().string(), error.message());
     for (const fs::path& name : names) {
       if (interruption() != 0) return because("interrupted");
-      const auto copied = copyEntry(from / name, to / name);
+      const auto copied = copyEntry(source.path / name, to / name);
       if (!copied) return copied;
     }
-    return keepFacts(from, to);
+    return keepFacts(source.path / ".", to);
   }
 
   OrReason<> copyEntry(const fs::path& from, const fs::path& to) const {
@@ -51,27 +77,28 @@ class Copy {
     if (isFolder(to)) return because("{}: Is a directory", to.string());
     if (S_ISLNK(status->st_mode)) return copyLink(from, to);
     if (S_ISREG(status->st_mode)) return copyFile(from, to);
-    return because("{}: neither file, folder nor link", from.string());
+    return because("{}: neither file, folder nor link", from.filename().string());
   }
 
  private:
   OrReason<> copyFolder(const fs::path& from, const fs::path& to) const {
-    if (mkdir(to.c_str(), 0700) != 0 && (errno != EEXIST || !isFolder(to)))
-      return becauseOfErrno(to.string());
+    if (mkdir(to.c_str(), 0700) == 0) return merge(from, to);
+    if (errno != EEXIST || !isFolder(to)) return becauseOfErrno(to.string());
+    clearLeftovers(to, workPrefix);
     return merge(from, to);
   }
 
   OrReason<> copyLink(const fs::path& from, const fs::path& to) const {
     std::error_code error;
     const fs::path target = fs::read_symlink(from, error);
-    if (error) return because("{}: {}", from.string(), error.message());
+    if (error) return because("{}: {}", from.filename().string(), error.message());
     if (unlink(to.c_str()) != 0 && errno != ENOENT) return becauseOfErrno(to.string());
     if (symlink(target.c_str(), to.c_str()) != 0) return becauseOfErrno(to.string());
     return keepFacts(from, to);
   }
 
   OrReason<> copyFile(const fs::path& from, const fs::path& to) const {
-    std::string sibling = (to.parent_path() / ".ditto.XXXXXX").string();
+    std::string sibling = (to.parent_path() / nameOfWork(workPrefix)).string();
     const Descriptor output{mkostemp(sibling.data(), O_CLOEXEC)};
     if (!output) return becauseOfErrno(to.string());
     auto copied = copyBytes(from, output.number());
@@ -82,16 +109,19 @@ class Copy {
   }
 
   static OrReason<> copyBytes(const fs::path& from, int output) {
-    const Descriptor input{open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW)};
-    if (!input) return becauseOfErrno(from.string());
+    const std::string name = from.filename().string();
+    const Descriptor input{open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)};
+    struct stat status{};
+    if (!input || fstat(input.number(), &status) != 0) return becauseOfErrno(name);
+    if (!S_ISREG(status.st_mode)) return because("{}: it isn't a file any more", name);
     std::string buffer(std::size_t{1} << 20U, '\0');
     while (true) {
       const ssize_t count = read(input.number(), buffer.data(), buffer.size());
       if (count < 0 && errno == EINTR) continue;
-      if (count < 0) return becauseOfErrno(from.string());
+      if (count < 0) return becauseOfErrno(name);
       if (count == 0) return {};
       const auto written = writeAll(output, {buffer.data(), static_cast<std::size_t>(count)});
-      if (!written) return because("{}: {}", from.string(), written.error());
+      if (!written) return because("{}: {}", name, written.error());
     }
   }
 
@@ -132,7 +162,7 @@ class Copy {
 OrReason<> copyFolderAtOnce(const Copy& copy, const fs::path& source, const fs::path& destination) {
   std::error_code error;
   fs::create_directories(destination.parent_path(), error);
-  std::string sibling = (destination.parent_path() / ".ditto.XXXXXX").string();
+  std::string sibling = (destination.parent_path() / nameOfWork(workPrefix)).string();
   if (mkdtemp(sibling.data()) == nullptr) return becauseOfErrno(destination.string());
   auto copied = copy.merge(source, sibling);
   if (copied && rename(sibling.c_str(), destination.c_str()) != 0)
@@ -145,13 +175,22 @@ OrReason<> copyFolderAtOnce(const Copy& copy, const fs::path& source, const fs::
 
 OrReason<> copyLikeDitto(const fs::path& source, const fs::path& destination, QuarantineMark quarantine) {
   std::error_code error;
-  const fs::path from = fs::canonical(source, error);
-  if (error) return because("Cannot get the real path for source '{}'", source.string());
+  fs::path absolute = fs::absolute(source).lexically_normal();
+  if (!absolute.has_filename()) absolute = absolute.parent_path();
+  const Pinned parent = pinnedFolder(absolute.parent_path());
+  const fs::path from = parent.path / absolute.filename();
+  if (!parent.folder || !stands(from) || fs::is_symlink(from, error))
+    return because("Cannot get the real path for source '{}'", source.string());
   fs::path to = fs::absolute(destination).lexically_normal();
   if (!to.has_filename()) to = to.parent_path();
+  clearLeftovers(to.parent_path(), workPrefix);
   const Copy copy{quarantine};
-  if (!isFolder(from)) return copy.copyEntry(from, fs::is_directory(to, error) ? to / source.filename() : to);
-  if (fs::is_directory(to, error)) return copy.merge(from, to);
+  if (!isFolder(from))
+    return copy.copyEntry(from, fs::is_directory(to, error) ? to / absolute.filename() : to);
+  if (fs::is_directory(to, error)) {
+    clearLeftovers(to, workPrefix);
+    return copy.merge(from, to);
+  }
   if (stands(to)) return because("{}: Not a directory", to.string());
   return copyFolderAtOnce(copy, from, to);
 }

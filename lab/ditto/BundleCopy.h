@@ -1,5 +1,8 @@
 // Copies a file or a folder the way ditto does: with modes, times, links and attributes, merging into what is
 // already there. Blocks.
+//
+// A link isn't followed, neither in the source nor on the way to it: who exchanges a name for a link while
+// root copies gets a failure and not the link's target.
 #pragma once
 
 #include <filesystem>
