@@ -65,10 +65,10 @@ class OnlineMachine:
         file.unlink()  # it is a link to the workshop's
         file.write_text(json.dumps({key: value for key, value in values.items() if value is not None}))
 
-    def start(self, *words):
+    def start(self, *words, **options):
         return subprocess.Popen([self.installer / "Contents" / "MacOS" / "engine-cli", *words], text=True,
                                 stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                env={"HOME": str(self.root), "PATH": "/usr/bin:/bin", **self.environment})
+                                env={"HOME": str(self.root), "PATH": "/usr/bin:/bin", **self.environment}, **options)
 
     def install(self):
         """Runs the engine to its end: what it told, checked for what always holds."""

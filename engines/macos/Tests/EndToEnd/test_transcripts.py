@@ -6,7 +6,9 @@ With KELO_WRITE_TRANSCRIPTS=1 (./dev transcripts) they are written anew instead.
 import contextlib
 import json
 import os
+import pathlib
 import re
+import tempfile
 
 import pytest
 
@@ -22,10 +24,20 @@ WRITES = os.environ.get("KELO_WRITE_TRANSCRIPTS") == "1"
 
 
 @pytest.fixture(scope="module")
-def online_workshop(tmp_path_factory):
-    made = online_machine.Workshop(tmp_path_factory.mktemp("workshop"))
-    (made.folder / "image").write_bytes(made.image)
+def online_workshop(workshop):
+    folder = workshop / "online"
+    folder.mkdir()
+    made = online_machine.Workshop(folder)
+    (folder / "image").write_bytes(made.image)
     return made
+
+
+@pytest.fixture
+def open_folder(workshop):
+    """One that the unprivileged user can reach."""
+    folder = pathlib.Path(tempfile.mkdtemp(prefix="story-", dir=workshop))
+    folder.chmod(0o755)
+    return folder
 
 
 class Tools:
@@ -59,8 +71,8 @@ def write(name, command, status, lines):
 
 
 @pytest.mark.parametrize("name", transcripts.SCENARIOS)
-def test_the_transcript_is_what_the_engine_says(installation, online_workshop, tmp_path, name):
-    tools = Tools(installation, online_workshop, tmp_path)
+def test_the_transcript_is_what_the_engine_says(installation, online_workshop, open_folder, name):
+    tools = Tools(installation, online_workshop, open_folder)
     command, status, lines = transcripts.SCENARIOS[name](tools)
     if WRITES:
         write(name, command, status, lines)
@@ -83,13 +95,23 @@ def test_every_line_is_an_event_of_the_protocol(name):
         protocol_schema.check(json.loads(line))
 
 
-def test_every_kind_of_event_and_every_status_is_shown_somewhere():
+def test_every_kind_of_event_status_and_error_code_is_shown_somewhere():
     events = [json.loads(line) for lines in stored().values() for line in lines]
     assert {event["type"] for event in events} == set(protocol_schema.EVENTS)
     statuses = {event["status"] for event in events if event["type"] == "app-result"}
-    assert statuses == set(protocol_schema.load("common.json")["$defs"]["status"]["enum"])
+    words = protocol_schema.load("common.json")["$defs"]
+    assert statuses == set(words["status"]["enum"])
+    codes = {event["errorCode"] for event in events if event["type"] == "app-result"}
+    assert codes - {None} == set(words["errorCode"]["enum"])
 
 
 def test_the_page_shows_the_stories_that_a_shell_meets():
     assert {"hello", "install", "failure", "cancel-one", "cancel-all", "source-gone", "uninstall"} <= \
         set(blocks(PAGE.read_text(encoding="utf-8")))
+
+
+def test_the_table_of_error_codes_leads_to_a_run_with_each():
+    rows = re.findall(r"^\| `([A-Z_]+)` \|.*\| \[`([a-z-]+)`\]\(transcripts/\2\.jsonl\) \|$", PAGE.read_text(encoding="utf-8"), re.M)
+    assert [code for code, _ in rows] == [*protocol_schema.load("common.json")["$defs"]["errorCode"]["enum"], "UNKNOWN"]
+    told = stored()
+    assert [code for code, name in rows if f'"errorCode":"{code}"' not in "".join(told[name])] == []

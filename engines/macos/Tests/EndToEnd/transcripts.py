@@ -4,27 +4,65 @@ this machine and of these fixtures replaced by steady ones.
 A scenario gives (command line, exit status, lines): the lines are the events as they came, one JSON object each.
 """
 
+import hashlib
 import json
 import re
 
 import online_machine
 from online_machine import META, PACKAGE
-from support import Gate, give_away
+from protocol_schema import PROTOCOL
+from support import Gate, give_away, unprivileged
 
 # Steady values for those that follow the fixtures' size and the day. All have the types that they stand for.
-STEADY = {"sizeBytes": 31457280, "requiredBytes": 157286400, "freeBytes": 214748364800, "totalBytes": 31457280}
+SIZE = 31457280
+STEADY = {"sizeBytes": SIZE, "freeBytes": 214748364800, "totalBytes": SIZE}
+# What the old copy gives back when it is replaced.
+RECLAIMED = 41943040
+RATIOS = {app["id"]: app["expansionRatio"] for app in json.loads((PROTOCOL / "catalog.json").read_text())["apps"]}
+
+
+def steady_need(match):
+    """`requiredBytes` of one app, made up of steady values in the way in which the engine made it up of true ones."""
+    row, app, size, need = match.group(1), match.group(2), int(match.group("size")), int(match.group("need"))
+    full = size + int(RATIOS[app] * size)
+    assert size <= need <= full, match.group()
+    steady_full = SIZE + int(RATIOS[app] * SIZE)
+    return f"{row}{steady_full if need == full else max(SIZE, steady_full - RECLAIMED)}"
+
+
+def steady_needs(text):
+    """Of each row that has both; they stand in either order."""
+    inside = r'(?:(?!\{"id":).)*?'
+    before = rf'((?=\{{"id":"(\w+)"{inside}"sizeBytes":(?P<size>\d+))\{{"id":{inside}"requiredBytes":)(?P<need>\d+)'
+    return re.sub(before, steady_need, text)
 
 
 def steady(text, places):
     """One run's standard output with steady values; lines that aren't JSON objects are left out."""
+    text = steady_needs(text)
     for place, name in places:
         text = text.replace(str(place).replace("/", "\\/"), name.replace("/", "\\/"))
     text = re.sub(r"logs-\d{8}-\d{6}\.zip", "logs-20260301-090000.zip", text)
+    text = re.sub(r'"downloadedBytes":(\d+),"totalBytes":\1\b', f'"downloadedBytes":{SIZE},"totalBytes":{SIZE}', text)
     for key, value in STEADY.items():
         text = re.sub(rf'"{key}":\d+', f'"{key}":{value}', text)
     text = re.sub(r'"percent":\d+\.\d+', '"percent":0.0025', text)
     text = re.sub(r"1,000 bytes of [\d.,]+ [KM]B", "1,000 bytes of 30 MB", text)
+    text = re.sub(r"[\d.,]+ [KM]B of [\d.,]+ [KM]B \(100%\)", "30 MB of 30 MB (100%)", text)
     return [line for line in text.splitlines() if line.startswith("{")]
+
+
+def without_pace(lines):
+    """Of a transfer the first thousand bytes and the end: what is reported between follows the clock. A report is a
+    `log` and the `progress` after it."""
+    kept = []
+    for line in lines:
+        counts = json.loads(line).get("detailArgs")
+        if counts and counts["downloadedBytes"] not in (1000, counts["totalBytes"]):
+            kept.pop()
+            continue
+        kept.append(line)
+    return kept
 
 
 def shown(arguments, places):
@@ -68,16 +106,30 @@ class Online:
         cdn = json.loads(path.read_text())["cdn"]
         self.machine.change_resource(path.name, cdn={**cdn, "releaseNotesEnabled": True})
 
-    def run(self, *arguments, after=None, say=""):
+    def offer(self, variant):
+        """The image on the CDN becomes one that is signed in another way."""
+        file = self.stage.folder / "offered.dmg"
+        file.write_bytes(self.stage.workshop.image)
+        online_machine.run(online_machine.PROGRAMS / "lab-sign", "sign", "--authority", self.stage.workshop.signers,
+                           "--variant", variant, file)
+        image = file.read_bytes()
+        self.stage.package({"file": str(file)})
+        self.stage.meta(checksum=hashlib.sha256(image).hexdigest(), size=len(image))
+
+    def install(self, **options):
+        return self.run("run", "--action", "install", "--apps", "brenna", **options)
+
+    def run(self, *arguments, after=None, say="", **options):
         """Runs to the end; once a line holds `after`, `say` goes to standard input."""
-        process = self.machine.start(*arguments)
+        process = self.machine.start(*arguments, **options)
         lines = []
         for line in process.stdout if after else ():
             lines.append(line)
             if after in line:
                 break
         rest, _ = process.communicate(say, timeout=online_machine.TIME_LIMIT)
-        return shown(arguments, self.places), process.returncode, steady("".join(lines) + rest, self.places)
+        told = without_pace(steady("".join(lines) + rest, self.places))
+        return shown(arguments, self.places), process.returncode, told
 
 
 def hello(tools):
@@ -141,7 +193,7 @@ def cancel_all(tools):
 def source_gone(tools):
     with tools.online() as online:
         online.cdn.on(META, {"status": 404, "text": "gone"})
-        return online.run("run", "--action", "install", "--apps", "brenna")
+        return online.install()
 
 
 def source_gone_on_check(tools):
@@ -162,13 +214,113 @@ def no_network(tools):
     return online.run("run", "--action", "install", "--apps", "brenna,tolvi")
 
 
+def retry(tools):
+    with tools.online() as online:
+        online.stage.package(online.stage.image(closeAt=1000), online.stage.image())
+        return online.install()
+
+
+def untrusted_source(tools):
+    with tools.online() as online:
+        online.stage.package({"location": "https://downloads.example/brenna.dmg"})
+        return online.install()
+
+
+def metadata_invalid(tools):
+    with tools.online() as online:
+        online.stage.meta(destination=None)
+        return online.install()
+
+
+def file_save_failed(tools):
+    with tools.online() as online:
+        taken = online.machine.root / "tmp/brenna_installer.dmg"
+        taken.mkdir(parents=True)
+        (taken / "inside").write_text("x")
+        give_away(online.machine.root)
+        taken.chmod(0o555)
+        return online.install(**unprivileged())
+
+
+def gatekeeper_failed(tools):
+    with tools.online() as online:
+        online.offer("ad-hoc")
+        return online.install()
+
+
+def signature_failed(tools):
+    with tools.online() as online:
+        online.offer("wrong-team")
+        return online.install()
+
+
+def from_the_store(machine, app):
+    """The installed copy becomes one that the App Store has installed."""
+    store = machine.app(app) / "Contents/_MASReceipt"
+    store.mkdir()
+    (store / "receipt").write_bytes(b"")
+    give_away(machine.app(app))
+
+
+def app_store(tools, *arguments):
+    """An older copy from the App Store, and a newer package beside the installer."""
+    old = Offline(tools.installation, "1.0")
+    old.run("run", "--action", "install", "--apps", "rulo")
+    from_the_store(old.machine, "rulo")
+    return Offline(tools.installation, "2.0", machine=old.machine).run(*arguments)
+
+
+def app_store_hello(tools):
+    return app_store(tools, "hello")
+
+
+def install_failed(tools):
+    return app_store(tools, "run", "--action", "update", "--apps", "rulo")
+
+
+def skip_terms(tools):
+    offline = Offline(tools.installation)
+    offline.machine.configuration(showTermsStep=False)
+    return offline.run("hello")
+
+
+def removal_without_rights(tools, status):
+    """The administrator's prompt, which a removal from a closed folder needs, ends with this status."""
+    offline = Offline(tools.installation)
+    offline.run("run", "--action", "install", "--apps", "brenna,rulo")
+    prompt = offline.machine.folder / "pkexec"  # by this name the statuses have their meaning
+    prompt.write_text(f"#!/bin/sh\nexit {status}\n")
+    prompt.chmod(0o755)
+    offline.machine.settings(administrator={"command": [str(prompt)]})
+    offline.machine.applications.chmod(0o555)
+    return offline.run("run", "--action", "uninstall", "--apps", "brenna,rulo")
+
+
+def uninstall_auth_cancelled(tools):
+    return removal_without_rights(tools, 126)
+
+
+def uninstall_permission_denied(tools):
+    return removal_without_rights(tools, 127)
+
+
+def uninstall_failed(tools):
+    """Every name under which the app could be staged is taken."""
+    offline = Offline(tools.installation)
+    offline.run("run", "--action", "install", "--apps", "brenna")
+    for number in range(20):
+        taken = offline.machine.applications / (".Brenna.app.kelo-uninstall" + (f".{number}" if number else ""))
+        taken.mkdir()
+        (taken / "inside").write_text("x")
+        give_away(taken)
+        taken.chmod(0o555)
+    return offline.run("run", "--action", "uninstall", "--apps", "brenna")
+
+
 def uninstall(tools):
     offline = Offline(tools.installation)
     offline.run("run", "--action", "install", "--apps", "brenna,rulo")
-    store = offline.machine.app("rulo") / "Contents/_MASReceipt"
-    store.mkdir()
-    (store / "receipt").write_bytes(b"")
-    give_away(offline.machine.app("rulo"))
+    from_the_store(offline.machine, "rulo")
     return offline.run("run", "--action", "uninstall", "--apps", "brenna,rulo,tolvi")
 
 
@@ -195,6 +347,10 @@ SCENARIOS = {
     "hello": hello, "check-updates": check_updates, "install": install, "update": update, "failure": failure,
     "cancel-one": cancel_one, "cancel-all": cancel_all, "source-gone": source_gone,
     "source-gone-on-check": source_gone_on_check, "expired": expired, "no-network": no_network,
-    "uninstall": uninstall, "disk-free": disk_free, "export-logs": export_logs,
+    "retry": retry, "untrusted-source": untrusted_source, "metadata-invalid": metadata_invalid,
+    "file-save-failed": file_save_failed, "gatekeeper-failed": gatekeeper_failed, "signature-failed": signature_failed,
+    "app-store": app_store_hello, "install-failed": install_failed, "skip-terms": skip_terms,
+    "uninstall-auth-cancelled": uninstall_auth_cancelled, "uninstall-permission-denied": uninstall_permission_denied,
+    "uninstall-failed": uninstall_failed, "uninstall": uninstall, "disk-free": disk_free, "export-logs": export_logs,
     "export-logs-failing": export_logs_failing, "bad-command-line": bad_command_line,
 }
