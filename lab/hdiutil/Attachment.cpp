@@ -61,30 +61,24 @@ std::optional<Mount> mountOf(const std::vector<Mount>& mounts, const std::string
   return found != mounts.end() ? std::optional{*found} : std::nullopt;
 }
 
-OrReason<Attached> mountVolume(const MountTable& table, const fs::path& image,
-                               const ExtractedVolume& volume) {
-  Attached attached{{fs::absolute(image).lexically_normal().string(), "", "",
-                     volume.format == VolumeFormat::hfs ? "hfs" : "apfs", fileOf(image)},
-                    true};
-  Mount& mount = attached.mount;
+OrReason<> mountVolume(const MountTable& table, const fs::path& image, const ExtractedVolume& volume,
+                       const Tell& tell) {
+  Mount mount{fs::absolute(image).lexically_normal().string(), "", "",
+              volume.format == VolumeFormat::hfs ? "hfs" : "apfs", fileOf(image)};
   const auto stored = table.update([&](std::vector<Mount>& mounts) -> OrReason<> {
     if (interruption() != 0) return because("interrupted");
     // Another process may have attached the image during the extraction.
-    if (auto standing = mountOf(mounts, mount.imageFile)) {
-      attached = {*std::move(standing), false};
-      return {};
-    }
+    if (const auto standing = mountOf(mounts, mount.imageFile)) return tell(*standing);
     const auto mountPoint = moveIntoPlace(table.volumes(), volume);
     if (!mountPoint) return std::unexpected(mountPoint.error());
     mount.mountPoint = *mountPoint;
     mount.disk = freeDisk(mounts);
     mounts.push_back(mount);
-    return {};
+    return tell(mount);
   });
-  if (stored) return attached;
-  if (!mount.mountPoint.empty())
+  if (!stored && !mount.mountPoint.empty())
     (void)removeTree(mount.mountPoint);  // the failure that is told is the first one
-  return std::unexpected(stored.error());
+  return stored;
 }
 
 bool names(const Mount& mount, const std::string& mountPointOrDisk) {
@@ -97,17 +91,17 @@ bool names(const Mount& mount, const std::string& mountPointOrDisk) {
 
 }  // namespace
 
-OrReason<Attached> attach(const MountTable& table, const fs::path& image, Checksums checksums) {
+OrReason<> attach(const MountTable& table, const fs::path& image, Checksums checksums, const Tell& tell) {
   const auto checked = checkImage(image, checksums);
-  if (!checked) return std::unexpected(checked.error());
+  if (!checked) return checked;
   const auto mounts = table.mounts();
   if (!mounts) return std::unexpected(mounts.error());
-  if (auto standing = mountOf(*mounts, fileOf(image))) return Attached{*std::move(standing), false};
+  if (const auto standing = mountOf(*mounts, fileOf(image))) return tell(*standing);
   const auto working = table.workingFolder("attaching");
   if (!working) return std::unexpected(working.error());
   const auto volume = extractVolume(image, *working);
-  auto attached =
-      volume ? mountVolume(table, image, *volume) : OrReason<Attached>{std::unexpected(volume.error())};
+  const auto attached =
+      volume ? mountVolume(table, image, *volume, tell) : OrReason<>{std::unexpected(volume.error())};
   const auto cleared = removeTree(*working);
   if (attached && !cleared) fmt::print(stderr, "hdiutil: {}\n", cleared.error());
   return attached;

@@ -61,17 +61,14 @@ int attachImage(const lab::MountTable& table, const Words& words) {
       parse(words, {"-plist", "-nobrowse", "-noverify", "-readonly", "-quiet", "-noautoopen"});
   if (!request || request->operand.empty()) return misused(request ? "attach: no image" : request.error());
   const auto checksums = request->has("-noverify") ? lab::Checksums::skip : lab::Checksums::verify;
-  const auto attached = lab::attach(table, request->operand, checksums);
-  if (!attached) return failed("attach", attached.error());
-  const lab::Mount& mount = attached->mount;
-  const auto told =
-      lab::writeAll(STDOUT_FILENO, request->has("-plist") ? attachedList(mount) : attachedLines(mount));
-  if (told && lab::interruption() == 0) return 0;
-  const std::string reason = told ? "interrupted" : told.error();
-  if (!attached->isNew) return failed("attach", reason);
-  // The caller doesn't know the mount point and can't detach it.
-  const auto undone = lab::detach(table, mount.mountPoint);
-  return failed("attach", undone ? reason : undone.error());
+  const auto tell = [&request](const lab::Mount& mount) -> lab::OrReason<> {
+    const auto told =
+        lab::writeAll(STDOUT_FILENO, request->has("-plist") ? attachedList(mount) : attachedLines(mount));
+    if (told && lab::interruption() != 0) return lab::because("interrupted");
+    return told;
+  };
+  const auto attached = lab::attach(table, request->operand, checksums, tell);
+  return attached ? 0 : failed("attach", attached.error());
 }
 
 int detachImage(const lab::MountTable& table, const Words& words) {
