@@ -355,6 +355,13 @@ def test_the_defaults_are_those_on_the_page(reader):
     assert len(known) >= 10 and {key: used[key] for key in known} == known
 
 
+def test_the_files_of_the_lab_are_what_the_schemas_accept(installation, online_workshop):
+    machine = installation("2.0")
+    for path in (machine.resources / "installer_config.json", machine.packages / "packages.json"):
+        assert list(file_validator(path.name).iter_errors(json.loads(path.read_text()))) == []
+    assert list(file_validator("meta.json").iter_errors(json.loads(online_workshop.meta()["text"]))) == []
+
+
 def test_the_catalog_is_what_its_schema_accepts():
     catalog = json.loads((PROTOCOL / "catalog.json").read_text(encoding="utf-8"))
     assert list(file_validator("catalog.json").iter_errors(catalog)) == []
