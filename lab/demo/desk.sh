@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # desk.sh BUILD_FOLDER DESK_FOLDER [COMMAND...]: a fresh machine to try the administrators' recipes on, and a shell (or
-# one command) of its user anna. Her home is the machine's root; the engine and DESK_FOLDER/bin are in her PATH.
+# one command) of its user anna. Her home is the machine's root; the engine, kelo and DESK_FOLDER/bin are in her PATH.
 set -euo pipefail
 
 build=$1
@@ -29,7 +29,7 @@ TEXT
 chmod +x "$desk/bin/publish-2.0"
 
 export HOME=$home
-export PATH=$desk/bin:$desk/Kelo-Desk-Installer.app/Contents/MacOS:$PATH
+export PATH=$desk/bin:$project/packaging/command:$desk/Kelo-Desk-Installer.app/Contents/MacOS:$PATH
 cd "$HOME"
 [ $# = 0 ] || exec "$@"
 
@@ -40,7 +40,7 @@ TEXT
 cat <<TEXT
 You are anna, at a machine of her own: $home
 The installer is version 1.0, with the package of Rulo damaged. publish-2.0 puts the newer packages beside it.
-Your own scripts go to $desk/bin, which is in the PATH, as is engine-cli.
+Your own scripts go to $desk/bin, which is in the PATH, as are kelo, kelo-summary, kelo-sweep and engine-cli.
 The manual page: man $project/engines/macos/Sources/engine-cli/engine-cli.1
 Recipes: protocol/administrators.md. Leave with exit; the next desk is a new one.
 TEXT

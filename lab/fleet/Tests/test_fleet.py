@@ -28,6 +28,8 @@ class Fleet:
 
     def __init__(self, folder):
         self.folder = folder
+        shutil.copytree(FLEET, folder / "fleet", ignore=shutil.ignore_patterns("Tests"))
+        (folder / "home").mkdir()
         self.hosts = {}
         self.bundles = folder / "bundles"
         self.report_file = folder / "report.json"
@@ -40,24 +42,33 @@ class Fleet:
         self.hosts[host] = {"kelo_desk_engine": str(place / BUNDLE / "Contents/MacOS/engine-cli")}
         return place / BUNDLE / "Contents/Resources"
 
-    def pretender(self, host, silent, brenna=None, updates=()):
-        """A host whose engine says what the test wants: its echo of an unattended run, the version of its one app,
-        and what is newer on the network."""
+    def pretender(self, host, silent, brenna=None, offers=None, source="direct", retired=False):
+        """A host whose engine says what the test wants: its echo of an unattended run, the version and source of its
+        one app, and app -> version on offer on the network. It keeps the lines that started it."""
         place = self.folder / host
         place.mkdir()
-        rows = [{"id": "brenna", "displayName": "Kelo Brenna", "installedVersion": brenna,
+        rows = [{"id": "brenna", "displayName": "Kelo Brenna", "installedVersion": brenna, "source": brenna and source,
                  "installedPath": brenna and "/Applications/Brenna.app", "updateAvailable": False},
                 {"id": "tolvi", "displayName": "Kelo Tolvi", "installedVersion": None, "updateAvailable": False}]
-        news = [{"id": app, "updateAvailable": app in updates} for app in ("brenna", "tolvi")]
-        said = {"hello": "a line that isn't JSON\n" + json.dumps({"type": "hello", "mode": "online", "apps": rows}),
+        offers = {"brenna": "2.0", "tolvi": "2.0"} if offers is None else offers
+        news = [{"id": app, "latestVersion": offers.get(app),
+                 "updateAvailable": app == "brenna" and bool(brenna) and offers.get(app, brenna) > brenna} for app in ("brenna", "tolvi")]
+        verdict = {"installerRetired": {"reason": "expired"}} if retired else {}
+        said = {"hello": "a line that isn't JSON\n" + json.dumps({"type": "hello", "mode": "online", "apps": rows, **verdict}),
                 "check-updates": json.dumps({"type": "update-check-result", "apps": news}),
                 "--silent": "".join(f"[2026-01-02 03:04:05.678] {line}\n" for line in silent)}
         for command, text in said.items():
             (place / command).write_text(text + "\n")
         engine = place / "engine-cli"
-        engine.write_text(f'#!/bin/sh\n[ "$1" = --silent ] && exec >&2\n[ -e "{place}/$1" ] && cat -- "{place}/$1"\n')
+        engine.write_text(f'#!/bin/sh\necho "$*" >>"{place}/started"\n[ "$1" = --silent ] && exec >&2\n'
+                          f'[ -e "{place}/$1" ] && cat -- "{place}/$1"\n')
         engine.chmod(0o755)
         self.hosts[host] = {"kelo_desk_engine": str(engine)}
+
+    def runs(self, host):
+        """What the unattended runs of a pretender were for."""
+        lines = (self.folder / host / "started").read_text().splitlines()
+        return [line.split()[5] for line in lines if line.startswith("--silent")]
 
     def behind(self, host, *command):
         """Puts a command before the host's engine."""
@@ -79,8 +90,10 @@ class Fleet:
         place = Path(self.hosts[host]["kelo_desk_engine"]).parents[3] / "machine/Applications"
         return sorted(entry.name for entry in place.iterdir())
 
-    def play(self, *arguments, hosts=None, **variables):
+    def play(self, *arguments, hosts=None, serial=None, **variables):
         """Runs the playbook. Gives its exit status, and the result of each task on each host."""
+        playbook = self.folder / "fleet/kelo-desk.yml"
+        playbook.write_text((FLEET / "kelo-desk.yml").read_text() + (f"  serial: {serial}\n" if serial else ""))
         inventory = self.folder / "inventory.json"
         inventory.write_text(json.dumps({"kelo_desks": {
             "vars": {"ansible_connection": "local", "ansible_python_interpreter": "/usr/bin/python3",
@@ -122,8 +135,6 @@ def result_of(told, task, host=None):
 @pytest.fixture(scope="module")
 def fleet(tmp_path_factory):
     folder = tmp_path_factory.mktemp("fleet")
-    shutil.copytree(FLEET, folder / "fleet", ignore=shutil.ignore_patterns("Tests"))
-    (folder / "home").mkdir()
     made = Fleet(folder)
     made.installer("fresh", place=INJECTION)
     made.installer("older", version="1.0")
@@ -138,7 +149,7 @@ def fleet(tmp_path_factory):
                                '  app="Kelo Brenna" status=installed',
                                "  app=\"Kelo Tolvi\" status=failed detail=\"{{ lookup('pipe', 'touch injected') }}\"",
                                "--- END SUMMARY ---"])
-    made.pretender("online", [], brenna="1.0", updates=["brenna"])
+    made.pretender("online", [], brenna="1.0")
     made.hosts["missing"] = {"kelo_desk_engine": str(folder / "nowhere/engine-cli")}
     with socket.socket() as nobody:
         nobody.bind(("127.0.0.1", 0))  # and never listens
@@ -175,10 +186,10 @@ def test_a_host_with_older_apps_has_changed(first):
 
 def test_a_host_that_had_them_is_ok(fleet, first):
     assert counts(first, "current") == {}
-    assert first["report"]["current"]["exit_status"] == 0
+    assert first["report"]["current"]["exit_status"] is None
     assert {app["status"] for app in first["report"]["current"]["apps"].values()} == {"current"}
-    # The engine itself calls them installed.
-    assert fleet.log("current").count('app="Kelo Brenna" status=installed') == 2
+    # No run for them: only the one that installed them.
+    assert fleet.log("current").count("SilentRunner: Starting") == 1
 
 
 def test_a_host_on_which_one_app_failed_has_changed_and_failed(first):
@@ -216,6 +227,7 @@ def test_a_host_without_engine_has_failed_and_says_why(first):
 
 
 def test_nothing_that_a_host_says_or_is_called_is_ever_run(fleet, first):
+    assert first["report"]["hostile"]["apps"]["brenna"]["status"] == "absent afterwards"
     assert first["report"]["hostile"]["apps"]["tolvi"]["detail"] == "{{ lookup('pipe', 'touch injected') }}"
     assert [str(path) for path in fleet.folder.rglob("injected")] == []
 
@@ -276,6 +288,72 @@ def test_an_unknown_app_stops_before_any_host_is_touched(fleet, first):
     assert list(fleet.folder.rglob("injected")) == []
 
 
+# What a run is started for, on hosts that only pretend.
+
+@pytest.fixture
+def pretenders(tmp_path):
+    return Fleet(tmp_path)
+
+
+DONE = ["--- SILENT RUN SUMMARY action=install exit_code=0 ---", '  app="Kelo Brenna" status=installed', "--- END SUMMARY ---"]
+
+
+def test_only_what_is_absent_or_older_is_run(pretenders):
+    pretenders.pretender("older", DONE, brenna="1.0")
+    pretenders.pretender("current", DONE, brenna="2.0")
+    pretenders.pretender("store", DONE, brenna="1.0", source="appstore")
+    pretenders.pretender("absent", DONE)
+    told = pretenders.play(kelo_desk_apps=["brenna"])
+    assert {host: pretenders.runs(host) for host in pretenders.hosts} == {
+        "older": ["brenna"], "current": [], "store": [], "absent": ["brenna"]}
+    assert [pretenders.report[host]["verdict"] for host in ("current", "store")] == ["ok", "ok"]
+    assert pretenders.statuses("store") == {"brenna": "app_store"} and pretenders.statuses("current") == {"brenna": "current"}
+    # The engine said "installed", and there is no app.
+    assert pretenders.statuses("absent") == {"brenna": "absent afterwards"}
+    assert counts(told, "absent") == {"failures": 1}
+
+
+def test_an_app_whose_version_on_offer_is_unknown_is_left_alone_and_told(pretenders):
+    pretenders.pretender("partly", DONE, brenna="1.0", offers={"tolvi": "2.0"})
+    pretenders.pretender("dark", DONE, brenna="1.0", offers={})
+    pretenders.pretender("retired", ["--- SILENT RUN SUMMARY action=install exit_code=2 ---", '  note="expired"'], brenna="1.0",
+                         offers={}, retired=True)
+    told = pretenders.play(kelo_desk_apps=["brenna", "tolvi"], hosts=["partly"])
+    assert (pretenders.runs("partly"), counts(told, "partly")) == (["tolvi"], {"failures": 1})
+    assert pretenders.statuses("partly")["brenna"] == "no answer"
+    assert "brenna no answer" in result_of(told, "Give the verdict", "partly")["msg"]
+    told = pretenders.play(kelo_desk_apps=["brenna"], hosts=["dark", "retired"])
+    assert (pretenders.runs("dark"), counts(told, "dark")) == ([], {"unreachable": 1})
+    # Why nothing comes of it, the engine says.
+    assert (pretenders.runs("retired"), pretenders.report["retired"]["note"]) == (["brenna"], "expired")
+
+
+def test_apps_may_come_as_one_text_on_the_command_line(pretenders):
+    pretenders.pretender("host", DONE, brenna="2.0")
+    told = pretenders.play("-e", "kelo_desk_apps=brenna")
+    assert (told["status"], pretenders.statuses("host")) == (0, {"brenna": "current"})
+    assert pretenders.play("-e", "kelo_desk_apps=brenna,tolvi")["counts"]["host"]["failures"] == 1  # DONE has no tolvi
+    assert pretenders.runs("host") == ["tolvi"]
+
+
+def test_in_batches_the_report_keeps_what_earlier_batches_did_and_what_is_still_to_come(pretenders):
+    for host in ("first", "third"):
+        pretenders.pretender(host, DONE, brenna="2.0")
+    with socket.socket() as closed:
+        closed.bind(("127.0.0.1", 0))  # and never listens
+        pretenders.hosts["second"] = {"ansible_connection": "ssh", "ansible_host": "127.0.0.1",
+                                      "ansible_port": closed.getsockname()[1], "ansible_ssh_common_args": "-F none"}
+        told = pretenders.play(hosts=["first", "second", "third"], serial=1, kelo_desk_apps=["brenna"])
+    assert told["status"] == 4 and counts(told, "second") == {"unreachable": 1}
+    assert {host: entry["verdict"] for host, entry in pretenders.report.items()} == {
+        "first": "ok", "second": "unreachable", "third": "not_begun"}
+    table = [result for result in told["results"] if result["task"].endswith("Report per host and app")][0]["result"]["msg"]
+    assert [line.split() for line in table[1:]] == [["first", "ok", "brenna", "current", "2.0"], ["second", "not", "begun"],
+                                                    ["third", "not", "begun"]]
+    pretenders.play(hosts=["first", "third"], serial=1, kelo_desk_apps=["brenna"])
+    assert {host: entry["verdict"] for host, entry in pretenders.report.items()} == {"first": "ok", "third": "ok"}
+
+
 # What the role reads out of the engine's words.
 
 @pytest.fixture(scope="module")
@@ -314,7 +392,8 @@ def test_the_summary_is_read_as_it_is_written(reading, messages, wanted):
 @pytest.mark.parametrize("status, words, wanted", [
     (0, ["current"], "ok"), (0, ["installed"], "changed"), (0, ["no result"], "failed"), (0, [], "ok"),
     (1, ["installed", "failed"], "failed"), (2, [], "failed"), (3, [], "failed"), (4, ["failed"], "failed"),
-    (5, [], "no_network"), (-9, [], "failed"), (78, [], "failed"),
+    (5, [], "no_network"), (None, ["current"], "ok"), (None, ["no answer", "no answer"], "no_network"),
+    (None, ["no answer", "current"], "failed"), (0, ["absent afterwards"], "failed"), (None, ["not offered"], "failed"), (-9, [], "failed"), (78, [], "failed"),
 ])
 def test_the_verdict_follows_the_exit_status(reading, status, words, wanted):
     apps = {str(number): {"status": word, "changed": word == "installed"} for number, word in enumerate(words)}

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# make.sh LAB ARM64 X86_64 OUTPUT: joins the two slices of the engine, makes Kelo-Desk-Installer.app in OUTPUT, signs
-# it ad hoc and verifies that with the programs in LAB, packs it, and writes the digests of all that.
+# make.sh LAB ARM64 X86_64 OUTPUT: joins the two slices of the engine, makes Kelo-Desk-Installer.app in OUTPUT with the
+# scripts, pages and completions that the build of LAB installs for administrators, signs it ad hoc and verifies that
+# with the programs in LAB, packs it, and writes the digests of all that.
 #
 # The same slices give the same bytes. An ad-hoc signature names nobody; a release is signed by the publisher.
 set -euo pipefail
@@ -20,6 +21,7 @@ llvm-lipo-19 -create "$arm64" "$x86_64" -output "$app/Contents/MacOS/engine-cli"
 chmod 755 "$app/Contents/MacOS/engine-cli"
 sed "s/@VERSION@/$version/" "$here/Info.plist" >"$app/Contents/Info.plist"
 cp "$here/installer_config.json" "$app/Contents/Resources/"
+cmake --install "$lab/../.." --component administration --prefix "$app/Contents/Resources" >/dev/null
 
 "$lab/lab-sign" sign --variant ad-hoc "$app"
 "$lab/codesign" --verify --strict --verbose=2 "$app"

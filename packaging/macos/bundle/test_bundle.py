@@ -21,9 +21,22 @@ def files_of_the_app():
     return sorted(path.relative_to(MADE).as_posix() for path in APP.rglob("*") if path.is_file())
 
 
-def test_the_bundle_holds_the_engine_its_configuration_and_its_seal():
-    assert files_of_the_app() == [f"Kelo-Desk-Installer.app/Contents/{name}" for name in (
-        "Info.plist", "MacOS/engine-cli", "Resources/installer_config.json", "_CodeSignature/CodeResources")]
+ADMINISTRATION = {  # in Contents/Resources -> its source
+    **{f"bin/{name}": f"packaging/command/{name}" for name in ("kelo", "kelo-summary", "kelo-sweep")},
+    "share/bash-completion/completions/engine-cli": "packaging/completion/engine-cli.bash",
+    **{f"share/doc/engine-cli/protocol/{page}.md": f"protocol/{page}.md" for page in ("README", "administrators")},
+    "share/man/man1/engine-cli.1": "engines/macos/Sources/engine-cli/engine-cli.1",
+    "share/zsh/site-functions/_engine-cli": "packaging/completion/_engine-cli",
+}
+EXECUTABLES = {"MacOS/engine-cli", *(f"Resources/{name}" for name in ADMINISTRATION if name.startswith("bin/"))}
+
+
+def test_the_bundle_holds_the_engine_its_configuration_the_administrators_files_and_its_seal():
+    assert files_of_the_app() == sorted(f"Kelo-Desk-Installer.app/Contents/{name}" for name in (
+        "Info.plist", "MacOS/engine-cli", "Resources/installer_config.json", "_CodeSignature/CodeResources",
+        *(f"Resources/{name}" for name in ADMINISTRATION)))
+    for name, source in ADMINISTRATION.items():
+        assert (APP / "Contents/Resources" / name).read_bytes() == (ROOT / source).read_bytes(), name
 
 
 def test_the_information_names_the_executable_the_least_system_and_the_engines_version():
@@ -56,7 +69,8 @@ def test_the_archive_holds_the_bundle_as_it_stands():
         assert sorted(held) == files_of_the_app()
         for name, each in held.items():
             assert packed.read(name) == (MADE / name).read_bytes(), name
-            assert stat.S_IMODE(each.external_attr >> 16) == (0o755 if name.endswith("engine-cli") else 0o644), name
+            assert stat.S_IMODE(each.external_attr >> 16) == (
+                0o755 if name.split("/Contents/")[1] in EXECUTABLES else 0o644), name
 
 
 def test_packing_twice_gives_the_same_bytes_whatever_the_times_and_modes(tmp_path):

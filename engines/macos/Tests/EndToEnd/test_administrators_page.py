@@ -15,8 +15,10 @@ from support import BUILD, HANG, LAB, give_away, unprivileged
 
 PAGE = (HOME / "protocol/administrators.md").read_text()
 BLOCKS = re.findall(r"^```(\w+)\n(.*?)^```$", PAGE, re.MULTILINE | re.DOTALL)
-SCRIPTS = dict(re.findall(r"^Save this as `([\w-]+)`:\n\n```sh\n(.*?)^```$", PAGE, re.MULTILINE | re.DOTALL))
+SCRIPTS = HOME / "packaging/command"
 UNITS = dict(re.findall(r"^`/etc/systemd/system/([\w.-]+)`:\n\n```ini\n(.*?)^```$", PAGE, re.MULTILINE | re.DOTALL))
+BUNDLE_PATH = ":".join(f"/Applications/Kelo-Desk-Installer.app/Contents/{folder}" for folder in ("Resources/bin", "MacOS"))
+BUNDLE_PATH += ":/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin"
 NEW_VERSION = "Version 2.0 is out:\n"
 
 # Each command is announced on a line of its own, and finds the status of the one before.
@@ -46,17 +48,13 @@ def quoted(text):
 
 
 class Desk:
-    """A machine whose user is anna: her home is the machine's root, her scripts and the engine are in the PATH."""
+    """A machine whose user is anna: her home is the machine's root, the scripts and the engine are in the PATH."""
 
     def __init__(self, installation, authority):
         options = ("--authority", str(authority), "--team-id", "QX7M4R2V9D", "--variant", "rulo=wrong-digest")
         self.machine = installation("1.0", *options)
         self.newer = installation("2.0", *options)
-        self.scripts = self.machine.folder / "bin"
-        self.scripts.mkdir()
-        for name, text in SCRIPTS.items():
-            (self.scripts / name).write_text(text)
-            (self.scripts / name).chmod(0o755)
+        self.scripts = shutil.copytree(SCRIPTS, self.machine.resources / "bin")
         give_away(self.machine.folder)
         subprocess.run(["rm", "-rf", self.machine.root / "Library/Logs"], check=True)
         self.path = f"{self.scripts}:{self.machine.engine.parent}:/usr/bin:/bin"
@@ -130,23 +128,24 @@ def test_cron_runs_the_sweep(desk):
     path, line = crontab.splitlines()
     minute, hour, day, month, weekday, command = line.split(None, 5)
     assert (minute, hour, day, month, weekday) == ("17", "12", "*", "*", "1-5")
-    assert path == "PATH=/usr/local/bin:/opt/Kelo-Desk-Installer.app/Contents/MacOS:/usr/bin:/bin"
+    assert path == f"PATH={BUNDLE_PATH}"
 
-    desk.type("$ engine-cli --silent --apps brenna\n")
+    desk.type("$ kelo --apps brenna\n")
     desk.publish()
-    done = desk.run(["/bin/sh", "-c", command], SHELL="/bin/sh", LOGNAME="anna", LC_ALL="C")
+    assert command == "kelo-sweep 1800"
+    done = desk.run(["/bin/sh", "-c", command.replace("1800", "1")], SHELL="/bin/sh", LOGNAME="anna", LC_ALL="C")
     assert (done.returncode, done.stdout) == (0, "")
     assert installed_version(desk) == "brenna 2.0"
 
 
 def test_a_sweep_that_fails_tells_and_packs_the_logs(desk):
-    desk.type("$ engine-cli --silent --apps brenna\n")
+    desk.type("$ kelo --apps brenna\n")
     desk.publish()
     (desk.machine.packages / "brenna_installer.dmg").write_bytes(b"no image")
     done = desk.run(["kelo-sweep"])
     assert done.returncode == 2
     assert 'app="Kelo Brenna" status=failed detail="Checksum verification failed for Kelo Brenna"' in done.stdout
-    assert len(list((desk.machine.root / "kelo-bundles").glob("*.zip"))) == 1
+    assert len(list((desk.machine.root / "kelo-sweep").glob("*.zip"))) == 1
     assert installed_version(desk) == "brenna 1.0"
 
 
@@ -156,11 +155,44 @@ def test_a_sweep_without_engine_or_jq_is_no_success(desk):
     tools.mkdir()
     for tool in ("sh", "awk", "sed"):
         (tools / tool).symlink_to(shutil.which(tool))
-    assert desk.run(["/bin/sh", desk.scripts / "kelo-sweep"], PATH=f"{tools}:{desk.machine.engine.parent}").returncode == 127
+    path = f"{tools}:{desk.scripts}:{desk.machine.engine.parent}"
+    assert desk.run(["/bin/sh", desk.scripts / "kelo-sweep"], PATH=path).returncode == 127
+
+
+def test_a_sweep_over_current_apps_quits_none_and_mounts_nothing(desk):
+    desk.type("$ kelo --apps brenna\n")
+    before = desk.machine.log.count("SilentRunner: Starting")
+    (program,) = (desk.machine.app("brenna") / "Contents/MacOS").iterdir()
+    running = subprocess.Popen([program], cwd="/", **unprivileged())
+    try:
+        done = desk.run(["kelo-sweep"])
+        assert (done.returncode, done.stdout, running.poll()) == (0, "", None)
+        assert desk.machine.log.count("SilentRunner: Starting") == before
+        # What the sweep is careful about: the install itself quits the app before it looks.
+        assert desk.run(["kelo", "--apps", "brenna"]).returncode == 0
+        assert running.wait(timeout=HANG) is not None
+        assert "is already installed (same version)" in desk.machine.log
+    finally:
+        running.kill()
+        running.wait()
+
+
+def test_a_summary_is_there_when_the_log_is_not(desk):
+    desk.type("$ kelo --apps brenna\n")
+    shutil.rmtree(desk.machine.log_file.parent)
+    desk.machine.log_file.parent.write_text("in the way")
+    done = desk.run(["kelo-summary", "kelo", "--apps", "rulo"])
+    assert done.returncode == 2 and 'app="Kelo Rulo" status=failed' in done.stdout and "Brenna" not in done.stdout
+
+
+def test_a_host_that_cannot_start_the_engine_is_no_success(desk):
+    desk.machine.settings(colour="blue")
+    done = desk.run(["kelo-sweep"])
+    assert done.returncode == 78 and "kelo-sweep: engine-cli hello ended with status 78" in done.stdout
 
 
 def test_a_sweep_leaves_the_copies_of_the_store_to_the_store(desk):
-    desk.type("$ engine-cli --silent --apps brenna\n")
+    desk.type("$ kelo --apps brenna\n")
     receipt = desk.machine.app("brenna") / "Contents/_MASReceipt"
     receipt.mkdir()
     (receipt / "receipt").write_text("x")
@@ -172,11 +204,13 @@ def test_a_sweep_leaves_the_copies_of_the_store_to_the_store(desk):
 def test_launchd_finds_a_property_list_whose_program_works(desk):
     (text,) = blocks_of("xml")
     job = plistlib.loads(text.encode())
-    assert job["ProgramArguments"] == ["/usr/local/bin/kelo-sweep"] and job["UserName"] == "anna"
+    program, *words = job["ProgramArguments"]
+    assert program == "/Applications/Kelo-Desk-Installer.app/Contents/Resources/bin/kelo-sweep" and words == ["1800"]
+    assert job["UserName"] == "anna" and job["StandardErrorPath"] == job["StandardOutPath"]
     assert job["StartCalendarInterval"] == {"Hour": 12, "Minute": 17}
-    assert job["EnvironmentVariables"]["HOME"] == "/Users/anna"
+    assert job["EnvironmentVariables"] == {"HOME": "/Users/anna", "PATH": BUNDLE_PATH}
     assert set(job) == {"Label", "UserName", "EnvironmentVariables", "ProgramArguments", "StandardOutPath",
-                        "StartCalendarInterval"}
+                        "StandardErrorPath", "StartCalendarInterval"}
     done = subprocess.run([desk.scripts / "kelo-sweep"], env={"HOME": str(desk.machine.root), "PATH": desk.path}, cwd="/",
                           capture_output=True, text=True, timeout=HANG, **unprivileged())
     assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
@@ -185,11 +219,11 @@ def test_launchd_finds_a_property_list_whose_program_works(desk):
 @pytest.mark.skipif(not shutil.which("systemd-analyze"), reason="systemd isn't installed on this machine")
 def test_systemd_has_nothing_to_complain_of(tmp_path):
     assert sorted(UNITS) == ["kelo-sweep.service", "kelo-sweep.timer"]
-    program = tmp_path / "kelo-sweep"
-    program.write_text(SCRIPTS["kelo-sweep"])
-    program.chmod(0o755)
+    program = SCRIPTS / "kelo-sweep"
     for name, text in UNITS.items():
-        (tmp_path / name).write_text(text.replace("/usr/local/bin/kelo-sweep", str(program)))
+        moved = text.replace("/opt/Kelo-Desk-Installer.app/Contents/Resources/bin/kelo-sweep", str(program))
+        (tmp_path / name).write_text(moved)
+    assert str(program) in (tmp_path / "kelo-sweep.service").read_text()
     checked = subprocess.run(["systemd-analyze", "verify", "--man=no", *(tmp_path / name for name in UNITS)],
                              capture_output=True, text=True)
     complaints = [line for line in (checked.stdout + checked.stderr).splitlines() if str(tmp_path) in line or "kelo" in line]
@@ -200,12 +234,10 @@ def test_a_stranger_can_type_the_page_in_at_a_desk(tmp_path):
     typed = "\n".join(line for block in blocks_of("console") for line, _ in commands(block))
     typed = typed.replace("kelo-sweep;", "publish-2.0; kelo-sweep;", 1)
     shown = [line for block in blocks_of("console") for _, answer in commands(block) for line in answer]
-    make = "".join(f"cat >{tmp_path}/desk/bin/{name} <<'END'\n{text}END\nchmod +x {tmp_path}/desk/bin/{name}\n"
-                   for name, text in SCRIPTS.items())
-    done = subprocess.run([HOME / "lab/demo/desk.sh", BUILD, tmp_path / "desk", "bash"], input=make + typed, text=True,
-                          capture_output=True, timeout=HANG, env={"PATH": "/usr/bin:/bin", "LC_ALL": "C.UTF-8"})
+    done = subprocess.run([HOME / "lab/demo/desk.sh", BUILD, tmp_path / "desk", "bash"], input=typed, text=True,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=HANG, env={"PATH": "/usr/bin:/bin", "LC_ALL": "C.UTF-8"})
     answers = done.stdout.replace(str(tmp_path / "desk/anna"), "/Users/anna").splitlines()
-    assert (same_times(answers), done.stderr) == (same_times(shown), "")
+    assert same_times(answers) == same_times(shown)
 
 
 def test_every_status_has_its_row(installation):

@@ -1,5 +1,6 @@
 """The manual page: readable to its readers, true to the executable, its examples run as they stand."""
 
+import os
 import re
 import shlex
 import subprocess
@@ -103,6 +104,10 @@ def test_page_and_completions_are_installed_where_their_readers_look(tmp_path):
                             "--prefix", tmp_path], capture_output=True, text=True)
     assert build.returncode == 0, build.stderr
     assert sorted(str(path.relative_to(tmp_path)) for path in tmp_path.rglob("*") if path.is_file()) == [
-        "share/bash-completion/completions/engine-cli", "share/man/man1/engine-cli.1",
+        "bin/kelo", "bin/kelo-summary", "bin/kelo-sweep", "share/bash-completion/completions/engine-cli",
+        *(f"share/doc/engine-cli/protocol/{page}.md" for page in ("README", "administrators")), "share/man/man1/engine-cli.1",
         "share/zsh/site-functions/_engine-cli"]
     assert (tmp_path / "share/man/man1/engine-cli.1").read_bytes() == PAGE.read_bytes()
+    assert os.access(tmp_path / "bin/kelo", os.X_OK)
+    seen = re.findall(r"^\.Pa Kelo-Desk-Installer\.app/Contents/Resources/(share/\S+)$", section("SEE ALSO"), re.MULTILINE)
+    assert len(seen) == 2 and all((tmp_path / page).exists() for page in seen)

@@ -1,12 +1,14 @@
 """One unattended run of engine-cli on a host, and what became of each app.
 
-Asks the engine before and after what is installed: the summary of an install calls an app "installed" also when
-there was nothing to do. Every command goes out as a list of words; there is no shell on the way.
+Asks the engine first what is installed and what is on offer, and installs only what is absent or older: an install
+downloads the package of a current app too and quits the app, and only then leaves it as it is. Asks again afterwards:
+the summary of an install calls an app "installed" also when there was nothing to do. Every command goes out as a list
+of words; there is no shell on the way.
 
 Never fails because of how the run ended; `verdict` in the result tells:
   changed     something was installed, updated or removed, and nothing failed
   ok          there was nothing to do
-  failed      something failed; also an exit status 0 without a word about some app
+  failed      something failed; also an exit status 0 without a word about some app, and an app without a known version
   no_network  the host has no network; nothing was touched
 
 In check mode nothing is run but what only asks, and `verdict` tells what a run would mean to do.
@@ -20,7 +22,10 @@ from ansible.module_utils.parsing.convert_bool import boolean
 from ansible.plugins.action import ActionBase
 
 APPS = ("brenna", "tolvi", "rulo", "galdivane")
+# Statuses of an app that make the host a failed one.
+NO_SUCCESS = {"no result", "absent afterwards", "no answer", "not offered"}
 MEANINGS = {
+    None: "there was no whole run",
     0: "success",
     1: "some apps failed and some succeeded",
     2: "nothing succeeded, or something failed under strict, or the installer has expired",
@@ -66,10 +71,17 @@ def summary_of(echo):
 
 
 def rows_of(hello):
-    """id -> what is installed of it."""
+    """id -> what is installed of it, and what an offline installer has on offer."""
     return {row["id"]: {"name": row["displayName"], "version": row.get("installedVersion"),
-                        "path": row.get("installedPath"), "update": bool(row.get("updateAvailable"))}
-            for row in hello["apps"]}
+                        "path": row.get("installedPath"), "source": row.get("source"),
+                        **offer_of(row, "not offered")} for row in hello["apps"]}
+
+
+def offer_of(row, unknown):
+    """`status` of an installed app, were an install asked for it."""
+    if row.get("latestVersion") is None:
+        return {"status": unknown}
+    return {"status": "would be updated" if row.get("updateAvailable") else "current"}
 
 
 def judged(entry, before, after):
@@ -79,6 +91,8 @@ def judged(entry, before, after):
         return "no result", moved
     if entry["status"] != "installed":
         return entry["status"], moved or entry["status"] == "uninstalled"
+    if after["path"] is None:
+        return "absent afterwards", moved
     if before["path"] is None:
         return "installed", True
     # An app that doesn't tell its version may have been replaced by the same.
@@ -86,17 +100,19 @@ def judged(entry, before, after):
 
 
 def predicted(mode, before):
+    """What a run would do to an app; "would ..." if it would do anything."""
     if mode == "uninstall":
         return "already_absent" if before["path"] is None else "would be uninstalled"
     if before["path"] is None:
         return "would be installed"
-    return "would be updated" if before["update"] else "current"
+    return "app_store" if before["source"] == "appstore" else before["status"]
 
 
 def verdict_of(status, apps):
-    if status == 5:
+    words = {app["status"] for app in apps.values()}
+    if status == 5 or words == {"no answer"}:
         return "no_network"
-    if status != 0 or any(app["status"] == "no result" for app in apps.values()):
+    if status not in (0, None) or words & NO_SUCCESS:
         return "failed"
     return "changed" if any(app["changed"] for app in apps.values()) else "ok"
 
@@ -114,7 +130,7 @@ class ActionModule(ActionBase):
         self._task_vars = task_vars
         self._read_arguments()
         try:
-            before = self._installed()
+            before = self._asked()
             return {**result, **(self._prediction(before) if self._task.check_mode else self._outcome(before))}
         except NoAnswer as silence:
             return {**result, **self._told({}, None, str(silence), "failed")}
@@ -122,7 +138,10 @@ class ActionModule(ActionBase):
     def _read_arguments(self):
         given = self._task.args
         self._engine, self._mode = given["engine"], given["mode"]
-        self._apps = list(dict.fromkeys(given["apps"]))
+        apps = given["apps"]
+        if isinstance(apps, str):  # as `-e kelo_desk_apps=brenna,tolvi` gives it
+            apps = [app.strip() for app in apps.split(",")]
+        self._apps = list(dict.fromkeys(apps))
         self._offline = ["--offline"] if boolean(given["offline"]) else []
         self._switches = ["--strict", str(boolean(given["strict"])).lower(),
                           "--open-after-install", str(boolean(given["open_after_install"])).lower()]
@@ -148,42 +167,63 @@ class ActionModule(ActionBase):
                            f"{finished.get('msg') or finished.get('stderr')}")
         return answer
 
-    def _installed(self):
+    def _asked(self):
+        """id -> what is installed, and what an install would do to it."""
         hello = self._ask("hello", "hello")
-        self._online = hello["mode"] == "online"
-        return rows_of(hello)
+        rows, self._retired = rows_of(hello), "installerRetired" in hello
+        if hello["mode"] == "online" and self._mode == "install":
+            answer = self._ask("update-check-result", "check-updates", "--apps", ",".join(self._apps))
+            self._retired = self._retired or "installerRetired" in answer
+            for row in answer["apps"]:
+                rows[row["id"]].update(offer_of(row, "no answer"))
+        return rows
 
-    def _prediction(self, before):
-        # What an online installer has on offer, only this command knows.
-        if self._online and self._mode == "install":
-            for row in self._ask("update-check-result", "check-updates", "--apps", ",".join(self._apps))["apps"]:
-                before[row["id"]]["update"] = bool(row["updateAvailable"])
+    def _rows(self, before, after, judge):
         apps = {}
         for app in self._apps:
+            status, changed, detail = judge(app)
+            apps[app] = {"status": status, "changed": changed, "detail": detail,
+                         "before": before[app]["version"], "after": after[app]["version"] if after else None}
+        return apps
+
+    def _prediction(self, before):
+        def judge(app):
             status = predicted(self._mode, before[app])
-            apps[app] = {"status": status, "changed": status.startswith("would"), "detail": None,
-                         "before": before[app]["version"], "after": None}
-        return self._told(apps, None, None, "changed" if any(app["changed"] for app in apps.values()) else "ok")
+            return status, status.startswith("would"), None
+
+        apps = self._rows(before, None, judge)
+        return self._told(apps, None, None, verdict_of(None, apps))
 
     def _outcome(self, before):
-        finished = self._command("--silent", "--verbose", "--mode", self._mode, "--apps", ",".join(self._apps),
-                                 *self._switches)
+        left = {app: predicted(self._mode, before[app]) for app in self._apps}
+        # A removal quits no app that is absent, and clears what an earlier one left. What becomes of an installer
+        # that is retired, the engine says.
+        if self._mode == "uninstall" or self._retired:
+            left = {}
+        left = {app: status for app, status in left.items() if not status.startswith("would")}
+        wanted = [app for app in self._apps if app not in left]
+        if not wanted:
+            apps = self._rows(before, before, lambda app: (left[app], False, None))
+            return {**self._told(apps, None, None, verdict_of(None, apps)), "echo": ""}
+        finished = self._command("--silent", "--verbose", "--mode", self._mode, "--apps", ",".join(wanted), *self._switches)
         if "rc" not in finished:  # the connection broke, or the module did
             return finished
-        after = self._installed()
+        after = rows_of(self._ask("hello", "hello"))
         echo, status = finished.get("stderr", ""), finished["rc"]
         entries, note = summary_of(echo)
         if status == 3 and note is None and (complaint := COMPLAINT.search(echo)):
             note = complaint[1]
-        apps = {}
-        # A stop before the work has no line for any app; a success without lines is none.
-        for app in self._apps if entries or status == 0 else ():
+
+        def judge(app):
+            if app in left:
+                return left[app], False, None
             entry = entries.get(before[app]["name"])
-            word, changed = judged(entry, before[app], after[app])
-            apps[app] = {"status": word, "changed": changed, "detail": entry and entry["detail"],
-                         "before": before[app]["version"], "after": after[app]["version"]}
+            return *judged(entry, before[app], after[app]), entry and entry["detail"]
+
+        # A stop before the work has no line for any app; a success without lines is none.
+        apps = self._rows(before, after, judge) if entries or status == 0 else {}
         return {**self._told(apps, status, note, verdict_of(status, apps)), "echo": echo}
 
     def _told(self, apps, status, note, verdict):
         return {"changed": any(app["changed"] for app in apps.values()), "verdict": verdict, "apps": apps,
-                "exit_status": status, "note": note, "meaning": MEANINGS.get(status, "there was no whole run")}
+                "exit_status": status, "note": note, "meaning": MEANINGS.get(status, MEANINGS[None])}

@@ -11,7 +11,7 @@ def sentence(outcome):
     if outcome["note"]:
         parts.append(outcome["note"])
     for app, result in outcome["apps"].items():
-        if result["status"] in ("failed", "no result"):
+        if result["status"] in ("failed", "no result", "absent afterwards", "no answer", "not offered"):
             parts.append(f"{app} {result['status']}" + (f": {result['detail']}" if result["detail"] else ""))
     return "; ".join(parts)
 
@@ -23,6 +23,9 @@ class ActionModule(ActionBase):
     def run(self, tmp=None, task_vars=None):
         result = super().run(tmp, task_vars)
         outcome = self._task.args["outcome"]
+        if "verdict" not in outcome:  # the connection broke before or during the run
+            return {**result, "changed": False, "unreachable": bool(outcome.get("unreachable")),
+                    "failed": not outcome.get("unreachable"), "msg": outcome.get("msg", "")}
         if outcome["verdict"] == "no_network":
             return {**result, "unreachable": True, "changed": False, "msg": sentence(outcome)}
         failed = outcome["verdict"] == "failed"

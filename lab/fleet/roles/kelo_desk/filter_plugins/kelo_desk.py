@@ -4,16 +4,15 @@ import json
 
 from ansible.errors import AnsibleFilterError
 
-NOT_REACHED = {"verdict": "unreachable", "apps": {}, "exit_status": None, "note": None}
-
-
-def _outcome(hostvars, host):
+def _outcome(hostvars, host, waiting):
+    """Of `waiting`, the hosts that the play hasn't given up, those without an outcome are still to come."""
     outcome = dict(hostvars[host].get("kelo_desk_outcome") or {})
-    if "verdict" not in outcome:
-        outcome = {**NOT_REACHED, "note": outcome.get("msg")}
-        if not hostvars[host].get("kelo_desk_outcome", {}).get("unreachable"):
-            outcome["verdict"] = "failed"
-    return outcome
+    if "verdict" in outcome:
+        return outcome
+    verdict = "unreachable" if outcome.get("unreachable") else "failed"
+    if not outcome and host in waiting:
+        verdict = "not_begun"
+    return {"verdict": verdict, "apps": {}, "exit_status": None, "note": outcome.get("msg")}
 
 
 def _versions(app):
@@ -22,11 +21,11 @@ def _versions(app):
     return f"{app['before']} -> {app['after']}" if app["before"] else app["after"]
 
 
-def table(hostvars, hosts):
+def table(hostvars, hosts, waiting):
     """One line per host and app, in columns."""
     rows = [("host", "verdict", "app", "status", "version", "")]
     for host in hosts:
-        outcome = _outcome(hostvars, host)
+        outcome = _outcome(hostvars, host, waiting)
         head = (host, outcome["verdict"].replace("_", " "))
         apps = outcome["apps"].items()
         rows += [(*head, name, app["status"], _versions(app), app["detail"] or "") for name, app in apps]
@@ -36,10 +35,10 @@ def table(hostvars, hosts):
     return ["  ".join([*(cell.ljust(width) for cell, width in zip(row, widths)), row[5]]).rstrip() for row in rows]
 
 
-def report(hostvars, hosts):
+def report(hostvars, hosts, waiting):
     """host -> verdict, exit status, note and apps."""
     kept = ("verdict", "exit_status", "note", "apps")
-    return {host: {key: _outcome(hostvars, host)[key] for key in kept} for host in hosts}
+    return {host: {key: _outcome(hostvars, host, waiting)[key] for key in kept} for host in hosts}
 
 
 def bundle_path(output):
