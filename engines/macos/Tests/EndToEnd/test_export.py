@@ -301,7 +301,7 @@ def test_a_destination_of_the_administrators_is_a_told_failure(machine):
     assert reason == f"“deeper” couldn’t be created: Permission denied (NSCocoaErrorDomain 513, {closed}/deeper)"
     assert len(staging(machine)) == 1 and list(closed.iterdir()) == []
     assert fails(machine, "--out", str(closed)) == "ditto exited with 1"
-    (words,) = re.findall(r"\[WARN\] \[LogExport.cpp:.*\] LogExport: ditto: (.*)", machine.log)
+    (words,) = re.findall(r"\] \[LogExport.cpp:.*\] LogExport: ditto: (.*)", machine.log)
     assert words.startswith("ditto: ") and words.endswith(": Permission denied")
     assert list(closed.iterdir()) == []
 

@@ -168,7 +168,7 @@ TEST_F(InstallFromDMG, NeedsAnAppInTheImage) {
   install();
   expectFailure("No .app bundle found in DMG");
   EXPECT_EQ(mac.logLines("the image holds"),
-            (Lines{R"(WARN DMGInstaller: the image holds: ["Brenna.pkg", "Applications", "Brenna.APP"])"}));
+            (Lines{R"(INFO DMGInstaller: the image holds: ["Brenna.pkg", "Applications", "Brenna.APP"])"}));
   expectDetachedOnce();
   EXPECT_THAT(appsFolder(), IsEmpty());
 }
@@ -236,7 +236,7 @@ TEST_F(InstallFromDMG, QuitsARunningCopyBeforeAnythingElseEvenWhenTheInstallFail
               ElementsAre("INFO DMGInstaller: Kelo Brenna is running (pid 4711) — sending graceful quit",
                           "INFO DMGInstaller: Kelo Brenna Fed is running (pid 4712) — sending graceful quit",
                           StartsWith("INFO Mounting DMG"),
-                          "WARN DMGInstaller: hdiutil attach: hdiutil: attach failed - No such file or "
+                          "INFO DMGInstaller: hdiutil attach: hdiutil: attach failed - No such file or "
                           "directory"));
 }
 

@@ -79,7 +79,7 @@ TEST_F(PackagesInResources, WithAManifestThatIsNoJSONAreNone) {
   EXPECT_THAT(BundledPackages::manifest(), IsEmpty());
   EXPECT_EQ(lines(), (Lines{"INFO OfflinePackageProvider: Loaded 0 package(s) from packages.json (0 with "
                             "checksum, 0 with version, 0 with size)",
-                            "WARN OfflinePackageProvider: packages.json: The text isn't valid JSON around "
+                            "INFO OfflinePackageProvider: packages.json: The text isn't valid JSON around "
                             "byte 1."}));
 }
 

@@ -194,13 +194,13 @@ TEST_F(CDN, LogsHowAnUnreadableFileBegins) {
   EXPECT_EQ(outcome(), "transient");
   EXPECT_EQ(
       machine.logLines("begin with"),
-      (Lines{"WARN CDNSource: The text isn't valid JSON around byte 1. The 220 bytes begin with: <html> "
+      (Lines{"INFO CDNSource: The text isn't valid JSON around byte 1. The 220 bytes begin with: <html> "
              "please log in" +
              std::string(80, '.')}));
   meta("arm64").answers(200, "[1]");
   EXPECT_EQ(outcome(), "transient");
   EXPECT_EQ(machine.logLines("begin with").back(),
-            "WARN CDNSource: The JSON text isn't an object. The 3 bytes begin with: [1]");
+            "INFO CDNSource: The JSON text isn't an object. The 3 bytes begin with: [1]");
 }
 
 TEST_F(CDN, GivesUpAtTheTimeLimit) {

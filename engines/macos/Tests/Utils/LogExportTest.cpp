@@ -232,7 +232,7 @@ TEST_F(LogExportTest, FailsWhenTheArchiverFailsAndLeavesTheStagingFolder) {
   machine.programs.on(machine.paths.ditto).exits(1, "", "ditto: No space left on device\n");
   const auto archive = LogExport::exportLogs("/out");
   ASSERT_FALSE(archive);
-  EXPECT_EQ(machine.logLines("LogExport"), (Lines{"WARN LogExport: ditto: ditto: No space left on device"}));
+  EXPECT_EQ(machine.logLines("LogExport"), (Lines{"INFO LogExport: ditto: ditto: No space left on device"}));
   EXPECT_EQ(archive.error().localizedDescription, "ditto exited with 1");
   EXPECT_EQ(archive.error().domain, "LogExport");
   EXPECT_EQ(archive.error().code, 1);

@@ -100,7 +100,7 @@ void DMGInstaller::removeQuarantine(const Path& destination) {
   log(fmt::format(
       "DMGInstaller: xattr exited {} for {} — the app is installed but may prompt on first launch",
       exit->status, destination));
-  logToolWords("DMGInstaller: xattr", exit->errorOutput, LogLevel::info);
+  logToolWords("DMGInstaller: xattr", exit->errorOutput);
 }
 
 }  // namespace installer

@@ -35,7 +35,7 @@ std::expected<std::string, InstallResult> DMGInstaller::chooseBundle(const Mount
   }
   const auto names = appNames(*entries);
   if (names.empty()) {
-    logToolWords("DMGInstaller: the image holds", listText(*entries), LogLevel::warn);
+    logToolWords("DMGInstaller: the image holds", listText(*entries));
     return std::unexpected(InstallResult::failure("No .app bundle found in DMG"));
   }
 

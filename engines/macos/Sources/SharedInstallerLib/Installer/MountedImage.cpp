@@ -78,7 +78,7 @@ std::expected<MountedImage, std::string> MountedImage::attach(const Path& dmgPat
     return std::unexpected(fmt::format("Failed to mount DMG: {}", attached.error().localizedDescription));
   }
   if (attached->status != 0) {
-    logToolWords("DMGInstaller: hdiutil attach", attached->errorOutput, LogLevel::warn);
+    logToolWords("DMGInstaller: hdiutil attach", attached->errorOutput);
     return std::unexpected(fmt::format("hdiutil attach failed with exit code {}", attached->status));
   }
   const auto list = machine().propertyList.parse(attached->output);
@@ -88,7 +88,7 @@ std::expected<MountedImage, std::string> MountedImage::attach(const Path& dmgPat
     return MountedImage{*std::move(mountPoint)};
   }
 
-  logToolWords("DMGInstaller: hdiutil attach", attached->output, LogLevel::warn);
+  logToolWords("DMGInstaller: hdiutil attach", attached->output);
   return std::unexpected(list ? "No mount point found" : "Failed to parse hdiutil output");
 }
 

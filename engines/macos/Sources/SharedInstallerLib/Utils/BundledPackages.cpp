@@ -42,7 +42,7 @@ Manifest loadManifest() {
   }
   logLoaded(byDestination);
   if (const auto json = JSONReader::parse(*bytes); !json) {
-    logWarn("OfflinePackageProvider: packages.json: " + json.error().localizedDescription);
+    log("OfflinePackageProvider: packages.json: " + json.error().localizedDescription);
   }
   return byDestination;
 }

@@ -36,9 +36,9 @@ std::string otherSegment(const AppInfo& app) {
 void logBeginningOf(std::string_view body) {
   constexpr std::size_t shownCharacters = 100;
   const auto json = JSONReader::parse(body);
-  logWarn(fmt::format("CDNSource: {} The {} bytes begin with: {}",
-                      json ? "The JSON text isn't an object." : json.error().localizedDescription,
-                      body.size(), oneLine(body, shownCharacters)));
+  log(fmt::format("CDNSource: {} The {} bytes begin with: {}",
+                  json ? "The JSON text isn't an object." : json.error().localizedDescription, body.size(),
+                  oneLine(body, shownCharacters)));
 }
 
 std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, std::string_view archSegment,

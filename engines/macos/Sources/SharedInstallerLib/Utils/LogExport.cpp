@@ -113,7 +113,7 @@ Result<Path> compress(const Path& staging, const std::optional<std::string>& out
       machine().paths.ditto, {"-c", "-k", "--sequesterRsrc", staging, archive}, CapturedOutput::merged);
   if (!ended) return std::unexpected(ended.error());
   if (ended->status != 0) {
-    logToolWords("LogExport: ditto", ended->output, LogLevel::warn);
+    logToolWords("LogExport: ditto", ended->output);
     return failure(errorDomain, ended->status, fmt::format("ditto exited with {}", ended->status));
   }
   return archive;

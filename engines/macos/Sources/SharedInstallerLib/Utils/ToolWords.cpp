@@ -6,10 +6,9 @@
 
 namespace installer {
 
-void logToolWords(std::string_view speaker, std::string_view words, LogLevel level,
-                  std::source_location location) {
+void logToolWords(std::string_view speaker, std::string_view words, std::source_location location) {
   const auto line = oneLine(words);
-  if (!line.empty()) log(fmt::format("{}: {}", speaker, line), level, location);
+  if (!line.empty()) log(fmt::format("{}: {}", speaker, line), LogLevel::info, location);
 }
 
 }  // namespace installer

@@ -7,8 +7,9 @@
 
 namespace installer {
 
-// One line, "{speaker}: {words}", whatever the words hold; none when there are none. Any thread.
-void logToolWords(std::string_view speaker, std::string_view words, LogLevel level,
+// One line at `info`, "{speaker}: {words}", whatever the words hold; none when there are none. Any thread.
+// Never a warning: the digest of warnings holds the failure's own line.
+void logToolWords(std::string_view speaker, std::string_view words,
                   std::source_location location = std::source_location::current());
 
 }  // namespace installer
