@@ -16,6 +16,11 @@ TEST(Text, IsTrimmedAtBothEnds) {
   EXPECT_EQ(trimmed(""), "");
 }
 
+TEST(Text, IsRepairedWhereItIsNotUTF8) {
+  EXPECT_EQ(repairedUTF8("Größe \"\\/\n"), "Größe \"\\/\n");
+  EXPECT_EQ(repairedUTF8("caf\xE9, \xF0\x9F\x98\xFFz\n"), "caf\uFFFD, \uFFFD\uFFFDz\n");
+}
+
 TEST(Text, IsUTF8OnlyWhenEveryCharacterIsWellFormed) {
   for (const char* const text :
        {"", "plain", "Größe", "—", "大", "\U0001F600", "\xED\x9F\xBF", "\xEE\x80\x80", "\xF4\x8F\xBF\xBF",

@@ -107,6 +107,14 @@ TEST_F(LogFile, DoesNotEscapeALineBreak) {
   EXPECT_EQ(lines()[4], "second");
 }
 
+TEST_F(LogFile, StaysUTF8) {
+  start();
+  Logger::shared().setEchoToStandardError(true);
+  write("--apps caf\xe9,\xff");
+  EXPECT_THAT(lines().back(), EndsWith("] --apps caf\uFFFD,\uFFFD"));
+  EXPECT_THAT(mac.streams.error(), EndsWith("] --apps caf\uFFFD,\uFFFD\n"));
+}
+
 TEST_F(LogFile, IsEchoedWithoutPlacesWhenAsked) {
   start();
   EXPECT_EQ(mac.streams.error(), "");

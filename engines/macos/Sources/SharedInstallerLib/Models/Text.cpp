@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <fmt/format.h>
 
+#include "Platform/Json.h"
+
 namespace installer {
 
 namespace {
@@ -56,6 +58,11 @@ bool isUTF8(std::string_view bytes) {
     bytes.remove_prefix(length);
   }
   return true;
+}
+
+std::string repairedUTF8(std::string_view bytes) {
+  if (isUTF8(bytes)) return std::string{bytes};
+  return Json::parse(Json(bytes).dump(-1, ' ', false, Json::error_handler_t::replace)).get<std::string>();
 }
 
 std::size_t characterCount(std::string_view text) {

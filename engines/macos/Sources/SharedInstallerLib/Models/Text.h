@@ -17,6 +17,9 @@ std::string trimmed(std::string_view text);
 // Well-formed UTF-8 throughout, empty text included: no overlong forms, no surrogates, nothing cut short.
 bool isUTF8(std::string_view bytes);
 
+// `bytes` with U+FFFD for what isn't well-formed, the way events are encoded.
+std::string repairedUTF8(std::string_view bytes);
+
 // Counts and cuts by code point, so that no character is split.
 std::size_t characterCount(std::string_view text);
 std::string_view firstCharacters(std::string_view text, std::size_t count);

@@ -43,7 +43,7 @@ std::string manifest(const ManifestFacts& facts, const std::vector<std::string>&
       LocalTime::dateAndTime(facts.time), kEngineVersion, facts.systemVersion,
       facts.isArm64 ? "arm64" : "x86_64", facts.copied);
   for (const auto& note : notes) text += note + '\n';
-  return text;
+  return repairedUTF8(text);
 }
 
 void Digest::add(const std::string& fileName, std::string_view contents) {
@@ -57,7 +57,7 @@ void Digest::add(const std::string& fileName, std::string_view contents) {
     ++count;
   }
   if (count == 0) return;
-  sections_ += fmt::format("\n--- {} ({} line(s)) ---\n{}", fileName, count, kept);
+  sections_ += fmt::format("\n--- {} ({} line(s)) ---\n{}", repairedUTF8(fileName), count, kept);
   keptLines_ += count;
 }
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Models/AppConstants.h"
+#include "Models/Text.h"
 #include "Platform/Machine.h"
 #include "Platform/ProcessWide.h"
 #include "Utils/ByteCountFormatter.h"
@@ -117,14 +118,16 @@ void Logger::openLogFile() {
   logFileHandle_ = *std::move(opened);
 }
 
-void Logger::logHere(std::string message, std::source_location location) {
-  log(std::move(message), LogLevel::info, location.file_name(), location.line(),
+void Logger::logHere(std::string_view message, std::source_location location) {
+  log(message, LogLevel::info, location.file_name(), location.line(),
       qualifiedFunctionName(location.function_name()));
 }
 
-void Logger::log(std::string message, LogLevel level, std::string_view file, unsigned line,
+void Logger::log(std::string_view message, LogLevel level, std::string_view file, unsigned line,
                  std::string_view function) {
-  logQueue_->async([self = weak_from_this(), message = std::move(message), level,
+  // One byte that isn't UTF-8, as an argument or a file name can hold, would keep the whole file out of every
+  // digest.
+  logQueue_->async([self = weak_from_this(), message = repairedUTF8(message), level,
                     where = whereText(file, line, function)] {
     const auto logger = self.lock();
     if (!logger) return;

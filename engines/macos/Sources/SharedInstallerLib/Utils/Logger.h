@@ -24,8 +24,9 @@ class Logger : public std::enable_shared_from_this<Logger> {
   static Logger& shared();
 
   // One line: "[{timestamp}] [WARN] [{file}:{line} {function}] {message}", without a tag for `info`. The time
-  // is that of writing. Of `file` the last path component counts; `function` stands as it is given.
-  void log(std::string message, LogLevel level, std::string_view file, unsigned line,
+  // is that of writing. Of `file` the last path component counts; `function` stands as it is given. What of
+  // `message` isn't UTF-8 is written as U+FFFD.
+  void log(std::string_view message, LogLevel level, std::string_view file, unsigned line,
            std::string_view function);
 
   // Waits, for at most 2 seconds, until all that was logged so far is written. Before each exit.
@@ -50,7 +51,7 @@ class Logger : public std::enable_shared_from_this<Logger> {
   void setupLogFile();
   void createLogFile();
   void openLogFile();
-  void logHere(std::string message, std::source_location location = std::source_location::current());
+  void logHere(std::string_view message, std::source_location location = std::source_location::current());
 
   // On `logQueue_` only.
   void write(const std::string& message, LogLevel level, const std::string& where);
