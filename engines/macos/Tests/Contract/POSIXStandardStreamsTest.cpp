@@ -2,6 +2,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <thread>
 
 #include "Contract/LinuxTestFolder.h"
@@ -74,6 +75,31 @@ TEST(POSIXStreams, OutputArrivesWholeAlsoWhereTheOtherEndMadeItNonBlocking) {
   });
   out.writing.reset();
   EXPECT_TRUE(drained(out.reading) == bytes);
+  EXPECT_EQ(endOf(child), 0);
+}
+
+TEST(POSIXStreams, LinesLongerThanAPipeTakesStayWholeWhenTwoThreadsWrite) {
+  static constexpr int rounds = 50;
+  Pipe out = makePipe();
+  const pid_t child = startChild([&] {
+    ::dup2(out.writing.get(), STDOUT_FILENO);
+    out = {};
+    POSIXStandardStreams streams;
+    const auto writeMany = [&](char letter) {
+      for (int i = 0; i < rounds; ++i) streams.writeOutput(std::string(200'000, letter) + '\n');
+    };
+    std::thread first{writeMany, 'a'};
+    writeMany('b');
+    first.join();
+    return 0;
+  });
+  out.writing.reset();
+  std::istringstream lines{drained(out.reading)};
+  int count = 0;
+  for (std::string line; std::getline(lines, line); ++count) {
+    ASSERT_TRUE(line == std::string(200'000, line.front())) << "line " << count << " is torn";
+  }
+  EXPECT_EQ(count, 2 * rounds);
   EXPECT_EQ(endOf(child), 0);
 }
 

@@ -66,10 +66,12 @@ void SimulatedStreams::announce() {
 }
 
 void SimulatedStreams::writeOutput(std::string_view bytes) {
+  const std::lock_guard lock{writing_};
   if (!readerGone_) output_.append(bytes);
 }
 
 void SimulatedStreams::writeError(std::string_view bytes) {
+  const std::lock_guard lock{writing_};
   if (!readerGone_) error_.append(bytes);
 }
 

@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -43,6 +44,7 @@ class SimulatedStreams : public StandardStreams {
 
  private:
   SimulatedDispatch& dispatch_;
+  std::mutex writing_;  // of either stream
   std::string output_;
   std::string error_;
   std::deque<std::string> input_;

@@ -1,6 +1,5 @@
 #include "Engine/EngineEmitter.h"
 
-#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -13,12 +12,6 @@
 namespace installer::EngineEmitter {
 
 namespace {
-
-// Never destroyed: a worker may emit while the process exits.
-std::mutex& lineLock() {
-  static auto* const lock = new std::mutex;
-  return *lock;
-}
 
 // In any case; a word that names no level counts as info.
 LogLevel logLevel(std::string_view word) {
@@ -39,9 +32,9 @@ void emit(const EngineEvent& event) {
     logError("EngineEmitter: failed to encode event: " + line.error().localizedDescription);
     return;
   }
-  // In one write with its line feed, so that nothing else on the stream can stand between the two.
+  // In one write with its line feed: the stream keeps the bytes of one write together, so that no line of
+  // another thread, the logger's own among them, can stand within an event.
   *line += '\n';
-  const std::lock_guard lock{lineLock()};
   machine().streams.writeOutput(*line);
 }
 

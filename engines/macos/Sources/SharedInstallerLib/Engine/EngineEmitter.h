@@ -1,5 +1,5 @@
 // The one way out for events: a line of JSON on standard output each.
-// Stateless but for its lock; any thread.
+// Stateless; any thread.
 #pragma once
 
 #include "Engine/EngineEvent.h"

@@ -12,8 +12,9 @@ class StandardStreams {
  public:
   virtual ~StandardStreams() = default;
 
-  // Writes everything, going on after short and interrupted writes. A reader that went away costs the
-  // bytes and nothing else: the engine's work doesn't depend on being watched.
+  // Writes everything, going on after short and interrupted writes; the bytes of one call stand together,
+  // whatever other threads write. A reader that went away costs the bytes and nothing else: the engine's work
+  // doesn't depend on being watched.
   virtual void writeOutput(std::string_view bytes) = 0;
   virtual void writeError(std::string_view bytes) = 0;
 

@@ -49,10 +49,12 @@ void appendCut(std::string& line, std::string_view more) {
 }  // namespace
 
 void POSIXStandardStreams::writeOutput(std::string_view bytes) {
+  const std::lock_guard lock{writingOutput_};
   writeEverything(STDOUT_FILENO, bytes);
 }
 
 void POSIXStandardStreams::writeError(std::string_view bytes) {
+  const std::lock_guard lock{writingError_};
   writeEverything(STDERR_FILENO, bytes);
 }
 

@@ -15,6 +15,8 @@ class POSIXStandardStreams : public StandardStreams {
   std::optional<std::string> readLine() override;
 
  private:
+  std::mutex writingOutput_;  // a write of more than a pipe takes at once is made in several pieces
+  std::mutex writingError_;
   std::mutex reading_;
   std::string buffer_;  // what was read beyond the last line
 };
