@@ -6,6 +6,7 @@ import platform
 import re
 import resource
 import shutil
+import signal
 import socket
 import stat
 import subprocess
@@ -25,9 +26,9 @@ NOTHING_LOGGED = ("\nNo WARN or ERROR lines were logged.\n"
                   " if this bundle came from an upgraded install, read the .log files directly.)\n")
 
 
-def export(machine, *arguments):
+def export(machine, *arguments, **options):
     """Runs an export that has to succeed; gives the archive's path."""
-    run = machine.run("export-logs", *(arguments or ("--out", str(machine.root / "out"))))
+    run = machine.run("export-logs", *(arguments or ("--out", str(machine.root / "out"))), **options)
     result, done = run.events[-2:]
     assert (run.status, done["exitCode"], result["errorCode"]) == (0, 0, None), run.events
     assert result["path"].startswith("/") and os.path.isfile(result["path"])
@@ -214,6 +215,8 @@ def test_what_only_looks_like_a_log_neither_stops_nor_hangs_the_export(machine):
     os.mkfifo(folder / "pipe.log")
     (folder / "folder.log").mkdir()
     (folder / "folder.log/inside.log").write_text("[t] [WARN] [f:1 g] inside a folder\n")
+    (machine.root / "elsewhere").write_text("[t] [WARN] [f:1 g] from elsewhere\n")
+    (folder / "linked.log").symlink_to(machine.root / "elsewhere")
     (folder / "nowhere.log").symlink_to("/no/such/file")
     (folder / "itself.log").symlink_to("itself.log")
     with socket.socket(socket.AF_UNIX) as listening:
@@ -223,10 +226,13 @@ def test_what_only_looks_like_a_log_neither_stops_nor_hangs_the_export(machine):
     give_away(machine.root)
     found = contents(export(machine))
     notes = found["manifest.txt"].decode("utf-8").split("Sources\n-------\n")[1]
+    for name, reason in (("nowhere.log", "No such file or directory"), ("itself.log", "Too many levels of symbolic links")):
+        assert re.search(rf"\[skipped\] {folder}/{name} — copy failed: .*{reason}", notes) and name not in found
     for name in ("pipe.log", "socket.log"):
         assert f"[skipped] {folder}/{name} — copy failed: “{name}” couldn’t be copied: Operation not supported" in notes
         assert name not in found
-    assert f"[included] {folder}/webinstall.log" in notes
+    assert f"[included] {folder}/webinstall.log" in notes and f"[included] {folder}/linked.log (34 bytes)" in notes
+    assert found["linked.log"] == b"[t] [WARN] [f:1 g] from elsewhere\n"
     assert "inside a folder" not in found["error-summary.txt"].decode()
 
 
@@ -291,6 +297,11 @@ def test_without_a_log_directory_the_engine_runs_on_and_says_so(machine):
         f"[skipped] {folder} — could not read the log directory\n[empty] {folder} — no .log files\n")
 
 
+def test_a_relative_destination_begins_at_the_working_directory(machine):
+    path = export(machine, "--out", "bundles/today", cwd=machine.root)
+    assert os.path.dirname(path) == str(machine.root / "bundles/today")
+
+
 # What can't be written is never half there.
 
 @needs_root
@@ -328,6 +339,19 @@ def test_an_archiver_that_fails_leaves_the_copies_behind(machine, script, words)
     assert sorted(entry.name for entry in left.iterdir()) == ["error-summary.txt", "manifest.txt", "webinstall.log"]
     assert list((machine.root / "out").iterdir()) == []
     assert ("LogExport: ditto: ditto: No space left on device" in machine.log) == ("No space" in script)
+
+
+def test_the_next_export_clears_what_an_interrupted_one_left(machine):
+    gate = Gate(machine, "ditto")
+    session = machine.start("export-logs", "--out", str(machine.root / "out"))
+    archiver = gate.wait()
+    session.interrupt()
+    assert session.finish().status == -signal.SIGINT and len(staging(machine)) == 1
+    os.kill(archiver, signal.SIGKILL)
+    gate.open()
+    gate.close()
+    export(machine)
+    assert staging(machine) == []
 
 
 def test_an_archiver_that_is_not_there_is_named(machine):

@@ -12,6 +12,7 @@ SystemPaths macOSPaths() {
   return {.applications = "/Applications",
           .home = "/Users/tester",
           .temporaryDirectory = "/private/tmp/tester",
+          .workingDirectory = "/Users/tester/work",
           .hdiutil = "/usr/bin/hdiutil",
           .codesign = "/usr/bin/codesign",
           .spctl = "/usr/sbin/spctl",

@@ -1,6 +1,8 @@
 // Facts about the simulated machine, each of which a test may set.
 #pragma once
 
+#include <set>
+
 #include "Platform/SystemInfo.h"
 
 namespace installer::testing {
@@ -12,12 +14,14 @@ class SimulatedSystemInfo : public SystemInfo {
   std::uint32_t user = 501;
   std::uint32_t group = 20;
   std::int32_t process = 4242;
+  std::set<std::int32_t> otherProcesses;
 
   std::string machineField() override { return machine; }
   std::string operatingSystemVersionString() override { return operatingSystemVersion; }
   std::uint32_t userIdentifier() override { return user; }
   std::uint32_t groupIdentifier() override { return group; }
   std::int32_t processIdentifier() override { return process; }
+  bool isRunning(std::int32_t asked) override { return asked == process || otherProcesses.contains(asked); }
 };
 
 }  // namespace installer::testing

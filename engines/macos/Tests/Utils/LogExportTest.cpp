@@ -133,6 +133,19 @@ TEST_F(LogExportTest, NotesAnUnreadableLogDirectoryTwice) {
                                               logs + " — no .log files\n"));
 }
 
+TEST_F(LogExportTest, CopiesTheBytesThatALinkLeadsTo) {
+  emptyLogs();
+  machine.files.addFile("/Volumes/Data/kelo.log", "elsewhere");
+  machine.files.addSymlink(logs + "/a.log", "/Volumes/Data/kelo.log");
+  machine.files.addSymlink(logs + "/b.log", "/nowhere");
+  const auto archive = LogExport::exportLogs("/out").value();
+  machine.files.erase("/Volumes/Data/kelo.log");
+  EXPECT_EQ(machine.files.read(archive + "/a.log"), "elsewhere");
+  const auto manifest = machine.files.read(archive + "/manifest.txt");
+  EXPECT_THAT(manifest, HasSubstr("\n[included] " + logs + "/a.log (9 bytes)\n"));
+  EXPECT_THAT(manifest, HasSubstr("\n[skipped] " + logs + "/b.log — copy failed: "));
+}
+
 TEST_F(LogExportTest, GoesOnWithoutAFileThatCantBeCopied) {
   emptyLogs();
   machine.files.addFile(logs + "/a.log", "aa");
@@ -208,6 +221,10 @@ TEST_F(LogExportTest, MakesADestinationThatDoesNotExist) {
   EXPECT_TRUE(machine.files.directoryExists("/new/deeper"));
 }
 
+TEST_F(LogExportTest, TakesARelativeDestinationFromTheWorkingDirectoryAndGivesTheFullPath) {
+  EXPECT_EQ(LogExport::exportLogs("bundles").value(), archiveIn("/Users/tester/work/bundles"));
+}
+
 // Failures.
 
 TEST_F(LogExportTest, FailsWhenTheStagingFolderCantBeMade) {
@@ -251,6 +268,21 @@ TEST_F(LogExportTest, ClearsWhatAnEarlierExportLeft) {
   machine.files.addFile(staging + "/stale.log", "[t] [ERROR] [f:1 g] stale\n");
   const auto archive = LogExport::exportLogs("/out").value();
   EXPECT_THAT(machine.files.tree(archive), Not(::testing::Contains("stale.log")));
+}
+
+TEST_F(LogExportTest, ClearsWhatExportsOfEndedProcessesLeft) {
+  const Path folder = "/private/tmp/tester/";
+  machine.systemInfo.otherProcesses = {17};
+  for (const char* name : {"KeloDeskInstaller-logexport-16", "KeloDeskInstaller-logexport-17",
+                           "KeloDeskInstaller-logexport-", "KeloDeskInstaller-logexport-16x", "16"}) {
+    machine.files.addFile(folder + name + "/a.log");
+  }
+  ASSERT_TRUE(LogExport::exportLogs("/out"));
+  EXPECT_FALSE(machine.files.exists(folder + "KeloDeskInstaller-logexport-16"));
+  for (const char* name : {"KeloDeskInstaller-logexport-17", "KeloDeskInstaller-logexport-",
+                           "KeloDeskInstaller-logexport-16x", "16"}) {
+    EXPECT_TRUE(machine.files.exists(folder + name + "/a.log")) << name;
+  }
 }
 
 TEST_F(LogExportTest, GoesOnWhenWhatAnEarlierExportLeftCantBeCleared) {

@@ -10,6 +10,7 @@ struct SystemPaths {
   Path applications;        // the folder that apps are installed into, without a trailing slash
   Path home;                // the current user's home; logs lie below its Library/Logs
   Path temporaryDirectory;  // downloads and staging of log bundles; exists
+  Path workingDirectory;    // of the process at its start: where relative arguments begin
 
   // Programs, each an absolute path. A program may be missing; starting it is then a launch error.
   Path hdiutil;

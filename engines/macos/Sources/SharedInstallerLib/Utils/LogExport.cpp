@@ -1,6 +1,7 @@
 #include "Utils/LogExport.h"
 
 #include <algorithm>
+#include <charconv>
 #include <fmt/format.h>
 #include <vector>
 
@@ -24,12 +25,33 @@ bool isLog(const std::string& name) {
   return name.ends_with(".log");
 }
 
+constexpr std::string_view stagingPrefix = "KeloDeskInstaller-logexport-";  // followed by the process
+
 Path stagingPath() {
   return joined(machine().paths.temporaryDirectory,
-                fmt::format("KeloDeskInstaller-logexport-{}", machine().systemInfo.processIdentifier()));
+                fmt::format("{}{}", stagingPrefix, machine().systemInfo.processIdentifier()));
+}
+
+bool isLeftover(std::string_view name) {
+  if (!name.starts_with(stagingPrefix)) return false;
+  name.remove_prefix(stagingPrefix.size());
+  std::int32_t process = 0;
+  const auto read = std::from_chars(name.data(), name.data() + name.size(), process);
+  return read.ec == std::errc{} && read.ptr == name.data() + name.size() &&
+         !machine().systemInfo.isRunning(process);
+}
+
+// An export that fails keeps its copies, and one that is interrupted can't clear them. What can't be removed
+// stays.
+void clearLeftovers() {
+  const auto& folder = machine().paths.temporaryDirectory;
+  for (const auto& name : machine().files.contentsOfDirectory(folder).value_or(std::vector<std::string>{})) {
+    if (isLeftover(name)) (void)machine().files.removeItem(joined(folder, name));
+  }
 }
 
 Result<> makeStaging(const Path& staging) {
+  clearLeftovers();
   // What an earlier process with this identifier left. If it can't go, the new copies land among it.
   (void)machine().files.removeItem(staging);
   return machine().files.createDirectory(staging, FileSystem::Intermediates::create);
@@ -44,13 +66,26 @@ Result<std::vector<std::string>> logNames(const Path& directory) {
   return names;
 }
 
+bool isLink(const Path& path) {
+  const auto attributes = machine().files.attributes(path);
+  return attributes && attributes->isSymbolicLink;
+}
+
+// Of a link the bytes that it leads to: the link itself leads nowhere on the reader's machine.
+Result<> copyLog(const Path& source, const Path& copy) {
+  if (!isLink(source)) return machine().files.copyItem(source, copy);
+  const auto bytes = machine().files.readFile(source);
+  if (!bytes) return std::unexpected(bytes.error());
+  return machine().files.writeFile(copy, *bytes);
+}
+
 void collectOne(const Path& source, const Path& copy, Collected& collected) {
-  if (const auto result = machine().files.copyItem(source, copy); !result) {
+  if (const auto result = copyLog(source, copy); !result) {
     collected.notes.push_back(
         fmt::format("[skipped] {} — copy failed: {}", source, result.error().localizedDescription));
     return;
   }
-  const auto attributes = machine().files.attributes(source);
+  const auto attributes = machine().files.attributes(isLink(source) ? copy : source);
   const auto size = attributes ? std::to_string(attributes->size) : "?";
   collected.notes.push_back(fmt::format("[included] {} ({} bytes)", source, size));
   ++collected.copied;
@@ -96,8 +131,12 @@ void writeErrorSummary(const Path& staging) {
                   digest.files()));
 }
 
+Path absolute(const Path& path) {
+  return path.starts_with('/') ? path : joined(machine().paths.workingDirectory, path);
+}
+
 Path destinationFolder(const std::optional<std::string>& outDirectory) {
-  if (outDirectory && !outDirectory->empty()) return *outDirectory;
+  if (outDirectory && !outDirectory->empty()) return absolute(*outDirectory);
   const auto& home = machine().paths.home;
   const auto desktop = joined(home, "Desktop");
   return machine().files.directoryExists(desktop) ? desktop : home;

@@ -3,9 +3,12 @@
 
 #include <sys/utsname.h>
 #include <unistd.h>
+#include <cerrno>
+#include <csignal>
 
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
+#include "Platform/POSIX/FileTree.h"
 
 namespace installer::darwin {
 
@@ -28,6 +31,7 @@ class DarwinSystemInfo final : public SystemInfo {
   std::uint32_t userIdentifier() override { return getuid(); }
   std::uint32_t groupIdentifier() override { return getgid(); }
   std::int32_t processIdentifier() override { return getpid(); }
+  bool isRunning(std::int32_t process) override { return kill(process, 0) == 0 || errno == EPERM; }
 };
 
 }  // namespace
@@ -40,6 +44,7 @@ SystemPaths systemPaths() {
     paths.applications = "/Applications";
     paths.home = text(NSHomeDirectory());
     paths.temporaryDirectory = text([NSFileManager defaultManager].temporaryDirectory.path);
+    paths.workingDirectory = currentDirectory();
     paths.hdiutil = "/usr/bin/hdiutil";
     paths.codesign = "/usr/bin/codesign";
     paths.spctl = "/usr/sbin/spctl";

@@ -21,6 +21,7 @@
 #include "Platform/Linux/LinuxURLSessions.h"
 #include "Platform/Linux/LinuxWorkspace.h"
 #include "Platform/Machine.h"
+#include "Platform/POSIX/FileTree.h"
 #include "Platform/POSIX/POSIXStandardStreams.h"
 #include "Platform/POSIX/ProcessStart.h"
 
@@ -33,6 +34,7 @@ SystemPaths pathsOf(const LinuxHostSettings& settings) {
   return {.applications = settings.applications(),
           .home = settings.root,
           .temporaryDirectory = settings.temporaryDirectory(),
+          .workingDirectory = currentDirectory(),
           .hdiutil = program("hdiutil"),
           .codesign = program("codesign"),
           .spctl = program("spctl"),

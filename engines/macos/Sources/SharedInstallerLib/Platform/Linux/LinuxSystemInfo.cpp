@@ -1,5 +1,7 @@
 #include "Platform/Linux/LinuxSystemInfo.h"
 
+#include <cerrno>
+#include <csignal>
 #include <fmt/format.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -66,6 +68,10 @@ std::uint32_t LinuxSystemInfo::groupIdentifier() {
 
 std::int32_t LinuxSystemInfo::processIdentifier() {
   return ::getpid();
+}
+
+bool LinuxSystemInfo::isRunning(std::int32_t process) {
+  return ::kill(process, 0) == 0 || errno == EPERM;
 }
 
 }  // namespace installer

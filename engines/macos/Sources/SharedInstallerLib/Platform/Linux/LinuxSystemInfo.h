@@ -14,6 +14,7 @@ class LinuxSystemInfo : public SystemInfo {
   std::uint32_t userIdentifier() override;
   std::uint32_t groupIdentifier() override;
   std::int32_t processIdentifier() override;
+  bool isRunning(std::int32_t process) override;
 };
 
 }  // namespace installer

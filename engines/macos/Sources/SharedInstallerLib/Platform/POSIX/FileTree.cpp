@@ -1,9 +1,11 @@
 #include "Platform/POSIX/FileTree.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <unistd.h>
 
 namespace installer {
 
@@ -51,6 +53,11 @@ std::optional<Path> usablePath(const Path& path) {
   Path usable = path;
   while (usable.size() > 1 && usable.back() == '/') usable.pop_back();
   return usable;
+}
+
+Path currentDirectory() {
+  const std::unique_ptr<char, decltype(&std::free)> path{::getcwd(nullptr, 0), &std::free};
+  return path != nullptr ? path.get() : "/";
 }
 
 std::optional<struct stat> linkStatus(int folder, const char* name) {

@@ -18,6 +18,9 @@ inline constexpr int deepestFolder = 256;
 // `path` without trailing slashes, which would follow a link; absent for a path that can't be one.
 std::optional<Path> usablePath(const Path& path);
 
+// The process's working directory; "/" when that was removed.
+Path currentDirectory();
+
 // `::lstat`, absent with errno set.
 std::optional<struct stat> linkStatus(int folder, const char* name);
 
