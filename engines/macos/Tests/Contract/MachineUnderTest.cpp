@@ -4,6 +4,8 @@
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
+#include <sys/utsname.h>
+#include <unistd.h>
 
 #include "Platform/POSIX/FileDescriptor.h"
 #include "Platform/POSIX/HiddenSibling.h"
@@ -15,6 +17,13 @@ void beginCopy(const Path& path) {
   const FileDescriptor folder{::open(parentFolder(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
   const HiddenSibling sibling{folder.get(), lastPathComponent(path), copyPurpose};
   ::mkdirat(folder.get(), sibling.name(), 0755);
+}
+
+MachineUnderTest::Facts MachineUnderTest::facts() {
+  utsname names{};
+  EXPECT_EQ(::uname(&names), 0);
+  const std::string machine = static_cast<const char*>(names.machine);
+  return {machine == "aarch64" ? "arm64" : machine, ::getuid(), ::getgid(), ::getpid()};
 }
 
 Path Contract::lay(const std::string& name, const std::string& bytes) {

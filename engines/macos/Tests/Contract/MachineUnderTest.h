@@ -65,6 +65,15 @@ class MachineUnderTest {
   // Delivers a request to end to this process.
   virtual void requestTermination() = 0;
 
+  // What the system says of this process and its machine, asked without the seam; 64-bit ARM is "arm64".
+  struct Facts {
+    std::string machineField;
+    std::uint32_t user = 0;
+    std::uint32_t group = 0;
+    std::int32_t process = 0;
+  };
+  virtual Facts facts();
+
   // The network. `serverResource` scripts one path of a server, and `urlOf` is its address.
   virtual ServerResource& serverResource(const std::string& path) = 0;
   virtual std::string urlOf(const std::string& path) = 0;

@@ -67,6 +67,15 @@ class SimulatedMachineUnderTest : public MachineUnderTest {
     return lastProcess_;
   }
 
+  Facts facts() override {
+    auto& info = simulated_.systemInfo;
+    info.machine = "x86_64";
+    info.user = 777;
+    info.group = 778;
+    info.process = 779;
+    return {"x86_64", 777, 778, 779};
+  }
+
   void dismissPrompts() override { simulated_.administrator.dismissesAlways(); }
   void requestTermination() override { simulated_.signals.requestTermination(); }
 

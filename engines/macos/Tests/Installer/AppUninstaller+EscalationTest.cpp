@@ -145,13 +145,13 @@ TEST_F(EscalatedRemoval, HandsAnyNameToTheShellAsOneWord) {
         Row{"Brenna\nrm -rf ~\n.app", "'/Applications/Brenna\nrm -rf ~\n.app'"},
         Row{"Brenna\"; $(reboot) `id` \\.app", "'/Applications/Brenna\"; $(reboot) `id` \\.app'"},
         Row{"-rf.app", "'/Applications/-rf.app'"}}) {
-    SimulatedMachine fresh;
-    fresh.addRegisteredApp("/Applications/" + row.name, brenna());
-    fresh.files.setWritable("/Applications", false);
+    startAfresh(mac);
+    mac.addRegisteredApp("/Applications/" + row.name, brenna());
+    mac.files.setWritable("/Applications", false);
     const AppInfo brennaApp = *KeloAppProvider::shared().app(AppIdentifier::brenna);
     EXPECT_TRUE(AppUninstaller::uninstall(brennaApp, true).success) << row.name;
-    EXPECT_EQ(fresh.administrator.commandLines(), Lines{"/bin/rm -rf " + row.quoted});
-    EXPECT_THAT(fresh.files.tree("/Applications"), IsEmpty()) << row.name;
+    EXPECT_EQ(mac.administrator.commandLines(), Lines{"/bin/rm -rf " + row.quoted});
+    EXPECT_THAT(mac.files.tree("/Applications"), IsEmpty()) << row.name;
   }
 }
 

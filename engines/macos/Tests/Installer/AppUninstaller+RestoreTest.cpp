@@ -82,16 +82,16 @@ TEST_F(Restore, PutsBackOnlyABundleThatCouldStart) {
            {"executable that is another one", writePlist({{"CFBundleExecutable", "other"}}), false},
            {"no executable",
             [](SimulatedMachine& m, const Path& at) { m.files.erase(at + "/Contents/MacOS/app"); }, false}}) {
-    SimulatedMachine fresh;
-    fresh.addRegisteredApp(path, brenna());
-    fresh.files.addFile(path + "/Contents/Resources/text", "text");
-    row.spoil(fresh, path);
-    const auto whole = fresh.files.snapshot(path);
-    fresh.files.failNext(Operation::remove, staged, cocoa(513));
+    startAfresh(mac);
+    mac.addRegisteredApp(path, brenna());
+    mac.files.addFile(path + "/Contents/Resources/text", "text");
+    row.spoil(mac, path);
+    const auto whole = mac.files.snapshot(path);
+    mac.files.failNext(Operation::remove, staged, cocoa(513));
     const AppInfo brennaApp = *KeloAppProvider::shared().app(AppIdentifier::brenna);
     const auto ended = AppUninstaller::uninstall(brennaApp, false);
-    EXPECT_EQ(fresh.files.exists(path), row.goesBack) << row.name;
-    EXPECT_EQ(fresh.files.snapshot(row.goesBack ? path : staged), whole) << row.name;
+    EXPECT_EQ(mac.files.exists(path), row.goesBack) << row.name;
+    EXPECT_EQ(mac.files.snapshot(row.goesBack ? path : staged), whole) << row.name;
     EXPECT_EQ(ended.errorMessage, row.goesBack ? appManagement : stranded) << row.name;
   }
 }

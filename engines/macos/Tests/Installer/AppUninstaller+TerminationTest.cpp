@@ -34,13 +34,13 @@ TEST_F(QuitBeforeRemoval, LooksTwiceASecondAndDoesNotSettleAfterAQuit) {
     Duration took;
   };
   for (const auto& row : {Row{100ms, 500ms}, Row{510ms, 1s}, Row{4400ms, 4500ms}}) {
-    SimulatedMachine fresh;
+    startAfresh(mac);
     const AppInfo brennaApp = *KeloAppProvider::shared().app(AppIdentifier::brenna);
-    fresh.addRegisteredApp(path, brenna());
-    fresh.runningApps.launch(brennaIdentifier, "Brenna", 1, QuitBehaviour::quits(row.quitsAfter));
+    mac.addRegisteredApp(path, brenna());
+    mac.runningApps.launch(brennaIdentifier, "Brenna", 1, QuitBehaviour::quits(row.quitsAfter));
     AppUninstaller::uninstall(brennaApp, false);
-    EXPECT_EQ(fresh.dispatch.elapsed(), row.took) << row.quitsAfter.count();
-    EXPECT_THAT(fresh.runningApps.requestLines(), ElementsAre("terminate 1"));
+    EXPECT_EQ(mac.dispatch.elapsed(), row.took) << row.quitsAfter.count();
+    EXPECT_THAT(mac.runningApps.requestLines(), ElementsAre("terminate 1"));
   }
 }
 

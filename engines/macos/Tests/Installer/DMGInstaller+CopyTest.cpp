@@ -74,16 +74,16 @@ TEST_F(CopyBundle, HandsAnyNameToTheShellAsOneWord) {
   for (const auto& row :
        {Row{"Brenna's.app", R"(Brenna'\''s.app)"}, Row{"Brenna\nrm -rf ~\n.app", "Brenna\nrm -rf ~\n.app"},
         Row{"Brenna\"; $(reboot) `id` \\.app", "Brenna\"; $(reboot) `id` \\.app"}}) {
-    SimulatedMachine fresh;
-    fresh.images.add(image, mount, [&](SimulatedFileSystem&, const Path& at) {
-      fresh.addApp(joined(at, row.name), brenna("2.0"));
+    startAfresh(mac);
+    mac.images.add(image, mount, [&](SimulatedFileSystem&, const Path& at) {
+      mac.addApp(joined(at, row.name), brenna("2.0"));
     });
-    fresh.addApp("/Applications/" + row.name, brenna("1.0", "old binary"));
-    fresh.files.setWritable("/Applications", false);
+    mac.addApp("/Applications/" + row.name, brenna("1.0", "old binary"));
+    mac.files.setWritable("/Applications", false);
     const AppInfo brennaApp = *KeloAppProvider::shared().app(AppIdentifier::brenna);
     const auto ended = DMGInstaller::installFromDMG(image, brennaApp);
     EXPECT_EQ(ended.installedPath, "/Applications/" + row.name) << ended.errorMessage.value_or("");
-    EXPECT_EQ(fresh.administrator.commandLines(),
+    EXPECT_EQ(mac.administrator.commandLines(),
               Lines{fmt::format("/bin/rm -rf '/Applications/{0}' && "
                                 "/usr/bin/ditto --noqtn '/Volumes/Kelo Brenna/{0}' '/Applications/{0}' && "
                                 "/usr/sbin/chown -R 501:20 '/Applications/{0}'",
@@ -253,32 +253,31 @@ TEST_F(CopyBundle, NeverLeavesHalfAnAppWhateverFails) {
     for (const std::int64_t code : {4, 257, 512, 513, 516, 640, 642}) {
       for (const char* prompt : {"granted", "dismissed", "failed", "without effect"}) {
         for (const bool genuine : {true, false}) {
-          SimulatedMachine fresh;
+          startAfresh(mac);
           const std::string row = fmt::format("step {} code {} prompt {} genuine {}",
                                               static_cast<int>(step.operation), code, prompt, genuine);
-          fresh.images.add(image, mount, [&fresh, this](SimulatedFileSystem&, const Path&) {
-            fresh.addApp(source, brenna("2.0"));
-          });
-          fresh.addRegisteredApp(destination, brenna("1.0", "old binary"));
-          const auto old = fresh.files.snapshot(destination);
-          if (!genuine) fresh.verdicts.refuse(SimulatedVerdicts::Check::requirement, destination);
-          if (prompt == std::string_view{"dismissed"}) fresh.administrator.dismissesNext();
-          if (prompt == std::string_view{"failed"}) fresh.administrator.failsNext(-1);
-          if (prompt == std::string_view{"without effect"}) fresh.administrator.succeedsWithoutEffectNext();
-          fresh.files.failNext(step.operation, step.path, cocoa(code));
+          mac.images.add(image, mount,
+                         [this](SimulatedFileSystem&, const Path&) { mac.addApp(source, brenna("2.0")); });
+          mac.addRegisteredApp(destination, brenna("1.0", "old binary"));
+          const auto old = mac.files.snapshot(destination);
+          if (!genuine) mac.verdicts.refuse(SimulatedVerdicts::Check::requirement, destination);
+          if (prompt == std::string_view{"dismissed"}) mac.administrator.dismissesNext();
+          if (prompt == std::string_view{"failed"}) mac.administrator.failsNext(-1);
+          if (prompt == std::string_view{"without effect"}) mac.administrator.succeedsWithoutEffectNext();
+          mac.files.failNext(step.operation, step.path, cocoa(code));
 
           const AppInfo brennaApp = *KeloAppProvider::shared().app(AppIdentifier::brenna);
           const auto ended = DMGInstaller::installFromDMG(image, brennaApp);
 
-          EXPECT_EQ(fresh.images.history(), (Lines{"attach " + mount, "detach " + mount})) << row;
-          if (!fresh.files.exists(destination)) {
+          EXPECT_EQ(mac.images.history(), (Lines{"attach " + mount, "detach " + mount})) << row;
+          if (!mac.files.exists(destination)) {
             EXPECT_FALSE(ended.success) << row;
             continue;
           }
-          const auto left = fresh.files.snapshot(destination);
+          const auto left = mac.files.snapshot(destination);
           const bool isOld = left == old;
           const bool isNew = left.size() == old.size() && !isOld &&
-                             fresh.files.read(destination + "/Contents/MacOS/app") == "new binary";
+                             mac.files.read(destination + "/Contents/MacOS/app") == "new binary";
           EXPECT_TRUE(isOld || isNew) << row;
         }
       }

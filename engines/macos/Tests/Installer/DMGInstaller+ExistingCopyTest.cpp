@@ -129,21 +129,21 @@ TEST_F(ExistingCopy, ElsewhereWithALinkToItAtTheDestinationIsReplacedThere) {
 TEST_F(ExistingCopy, IsReplacedByTheBundleWhenItIsALinkAndItsTargetStays) {
   for (const Path target : {"/nowhere", "/Users/Shared/Brenna.app", "/Users/Shared/Store.app"}) {
     for (const bool closed : {false, true}) {
-      SimulatedMachine fresh;
-      fresh.images.add(image, mount, [&](SimulatedFileSystem&, const Path& at) {
-        fresh.addApp(joined(at, "Brenna.app"), brenna("2.0"));
+      startAfresh(mac);
+      mac.images.add(image, mount, [&](SimulatedFileSystem&, const Path& at) {
+        mac.addApp(joined(at, "Brenna.app"), brenna("2.0"));
       });
-      fresh.addApp("/Users/Shared/Brenna.app", brenna("1.0", "old binary"));
-      fresh.addApp("/Users/Shared/Store.app", fromAppStore({.identifier = "com.kelo.store"}));
-      const auto targets = fresh.files.snapshot("/Users/Shared");
-      fresh.files.addSymlink(destination, target);
-      fresh.files.setWritable("/Applications", !closed);
+      mac.addApp("/Users/Shared/Brenna.app", brenna("1.0", "old binary"));
+      mac.addApp("/Users/Shared/Store.app", fromAppStore({.identifier = "com.kelo.store"}));
+      const auto targets = mac.files.snapshot("/Users/Shared");
+      mac.files.addSymlink(destination, target);
+      mac.files.setWritable("/Applications", !closed);
       const AppInfo brennaApp = *KeloAppProvider::shared().app(AppIdentifier::brenna);
       EXPECT_EQ(DMGInstaller::installFromDMG(image, brennaApp).installedPath, destination)
           << target << closed;
-      EXPECT_FALSE(fresh.files.isSymbolicLink(destination)) << target << closed;
-      EXPECT_EQ(fresh.files.read(destination + "/Contents/MacOS/app"), "new binary") << target << closed;
-      EXPECT_EQ(fresh.files.snapshot("/Users/Shared"), targets) << target << closed;
+      EXPECT_FALSE(mac.files.isSymbolicLink(destination)) << target << closed;
+      EXPECT_EQ(mac.files.read(destination + "/Contents/MacOS/app"), "new binary") << target << closed;
+      EXPECT_EQ(mac.files.snapshot("/Users/Shared"), targets) << target << closed;
     }
   }
 }

@@ -51,17 +51,17 @@ TEST_F(QuitBeforeInstall, LooksFourTimesASecondAndDoesNotSettleAfterAQuit) {
     Duration seenAt;
   };
   for (const auto& row : {Row{100ms, 250ms}, Row{260ms, 500ms}, Row{1100ms, 1250ms}, Row{4600ms, 4750ms}}) {
-    SimulatedMachine fresh;
-    fresh.runningApps.launch(brennaIdentifier, "Brenna", 1, QuitBehaviour::quits(row.quitsAfter));
+    startAfresh(mac);
+    mac.runningApps.launch(brennaIdentifier, "Brenna", 1, QuitBehaviour::quits(row.quitsAfter));
     Duration attachedAt{-1};
-    fresh.programs.on(fresh.paths.hdiutil).does([&](const Arguments&) {
-      attachedAt = fresh.dispatch.elapsed();
+    mac.programs.on(mac.paths.hdiutil).does([&](const Arguments&) {
+      attachedAt = mac.dispatch.elapsed();
       return ProgramExit{1, "", ""};
     });
     const AppInfo brennaApp = *KeloAppProvider::shared().app(AppIdentifier::brenna);
-    fresh.dispatch.runOnWorker([&] { DMGInstaller::installFromDMG("/x.dmg", brennaApp); });
+    mac.dispatch.runOnWorker([&] { DMGInstaller::installFromDMG("/x.dmg", brennaApp); });
     EXPECT_EQ(attachedAt, row.seenAt) << row.quitsAfter.count();
-    EXPECT_THAT(fresh.runningApps.requestLines(), ElementsAre("terminate 1"));
+    EXPECT_THAT(mac.runningApps.requestLines(), ElementsAre("terminate 1"));
   }
 }
 

@@ -59,19 +59,19 @@ TEST_F(InstallRun, GoesOnAfterAnAppThatFailsItsVerification) {
 
 TEST_F(InstallRun, ReportsAllAppsInOrderUnderAnySchedule) {
   for (std::uint64_t seed = 0; seed < 20; ++seed) {
-    SimulatedMachine fresh{seed};
+    startAfresh(mac, seed);
     const auto source = std::make_shared<DirectedProvider>();
-    const auto ears = std::make_shared<RecordingDelegate>(fresh);
+    const auto ears = std::make_shared<RecordingDelegate>(mac);
     const auto run = std::make_shared<InstallOrchestrator>(source);
     run->setDelegate(ears);
     source->onAcquire = [&](const AppInfo&) {
-      fresh.dispatch.asyncGlobal(QualityOfService::userInitiated, [&] {
+      mac.dispatch.asyncGlobal(QualityOfService::userInitiated, [&] {
         source->reports("Downloading", "", 10);
         source->fails(ProviderError::downloadFailed("gone"));
       });
     };
     run->startInstallation(apps({brenna, tolvi, galdivane}));
-    fresh.dispatch.runUntil([&] { return ears->results.has_value(); });
+    mac.dispatch.runUntil([&] { return ears->results.has_value(); });
     const std::string failed = " failed DOWNLOAD_FAILED 'Download failed: gone'";
     EXPECT_EQ(ears->heard,
               (Lines{"brenna download 0", "3.33333% Downloading", "brenna download 10",
@@ -149,7 +149,7 @@ TEST(InstallRunDeathTest, StopsTheProcessWhenASourceEndsAnAcquisitionTwice) {
         provider->fails(ProviderError::invalidResponse());
         provider->fails(ProviderError::invalidResponse());
       },
-      "");
+      "InstallOrchestrator: a source ended one acquisition twice");
 }
 
 }  // namespace

@@ -114,9 +114,9 @@ TEST_F(BundledImages, AreTiedToTheirEntryByItsDestinationAlone) {
                {"checksumAlgorithm", "SHA256"},
                {"checksum", "ab"}}}},
             "ab"}}) {
-    SimulatedMachine fresh;
-    fresh.files.addFile(brennaImage, "an image");
-    fresh.files.addFile(packages + "/packages.json", row.manifest.dump());
+    startAfresh(mac);
+    mac.files.addFile(brennaImage, "an image");
+    mac.files.addFile(packages + "/packages.json", row.manifest.dump());
     acquire();
     ASSERT_TRUE(outcome->has_value()) << row.manifest;
     EXPECT_EQ((*outcome)->checksum, row.checksum) << row.manifest;

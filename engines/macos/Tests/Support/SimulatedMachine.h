@@ -1,8 +1,8 @@
 // A whole machine in memory, in virtual time: the first thing in every test.
 //
 // Installs itself as the machine of the process at construction and takes itself away at destruction, so
-// that process-wide values are fresh in each test. One at a time. The thread that constructs it is the main
-// thread.
+// that process-wide values are fresh in each test. One at a time: a second one throws. The thread that
+// constructs it is the main thread.
 #pragma once
 
 #include <cstdint>
@@ -91,5 +91,8 @@ class SimulatedMachine {
 
   void installTools();
 };
+
+// Ends `machine` and starts another one in its place, for the next row of a table.
+void startAfresh(SimulatedMachine& machine, std::uint64_t seed = 0);
 
 }  // namespace installer::testing

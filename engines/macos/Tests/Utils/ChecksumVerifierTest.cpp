@@ -58,9 +58,9 @@ TEST_F(DigestOfAFile, RefusesAnotherLengthThan64WithoutOpeningTheFile) {
   };
   for (const auto& row : {Row{"", 0}, Row{std::string(63, 'a'), 63}, Row{std::string(65, 'a'), 65},
                           Row{"  \n ", 0}, Row{" " + std::string(62, 'a') + "é ", 63}}) {
-    SimulatedMachine fresh;
+    startAfresh(mac);
     EXPECT_FALSE(ChecksumVerifier::verifyFileChecksum("/nowhere.dmg", row.expected)) << row.expected;
-    EXPECT_THAT(fresh.logLines(),
+    EXPECT_THAT(mac.logLines(),
                 ElementsAre("ERROR ERROR: Expected checksum length invalid (expected 64, got " +
                             std::to_string(row.length) + ")"))
         << row.expected;

@@ -157,8 +157,9 @@ TEST_F(Lifecycle, DoesNotRetireAtAPageThatNeverAnswers) {
 
 TEST_F(Lifecycle, ProbesOncePerProcess) {
   configure("{}");
-  mac.network.on(page).answers(200);
-  EXPECT_EQ(InstallerLifecycle::confirmSourceRetired(), InstallerLifecycle::confirmSourceRetired());
+  mac.network.on(page).answersNext(200).failsNext(URLErrorCode::timedOut);
+  ASSERT_TRUE(InstallerLifecycle::confirmSourceRetired());
+  EXPECT_TRUE(InstallerLifecycle::confirmSourceRetired());
   EXPECT_EQ(mac.network.requests().size(), 1U);
 }
 

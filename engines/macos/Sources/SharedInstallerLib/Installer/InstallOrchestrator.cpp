@@ -1,6 +1,7 @@
 // The list: which app comes next, how each one's end is told, and what a cancel does.
 #include "Installer/InstallOrchestrator.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <fmt/format.h>
 
@@ -92,7 +93,10 @@ PackageProvider::Completion InstallOrchestrator::makeCompletion(const AppInfo& a
 
 void InstallOrchestrator::markCurrentAppComplete(const Ending& ending) {
   const auto current = state_.standing().app;
-  if (!current) std::abort();  // a second end for one app: the list can't be trusted any more
+  if (!current) {
+    std::fputs("InstallOrchestrator: a source ended one acquisition twice\n", stderr);
+    std::abort();  // the list can't be trusted any more
+  }
   const AppInstallResult result{
       *current,         ending.success,       ending.errorMessage, ending.errorCode, ending.installedPath,
       ending.cancelled, ending.alreadyCurrent};

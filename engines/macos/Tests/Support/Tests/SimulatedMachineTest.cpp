@@ -60,6 +60,10 @@ TEST_F(SimulatedMachineTest, RefusesWhatATestCallsUngenuine) {
   EXPECT_EQ(status({"--verify", "/Nothing.app"}), 1);
 }
 
+TEST_F(SimulatedMachineTest, IsTheOnlyOneOfItsTime) {
+  EXPECT_THROW(SimulatedMachine{}, std::logic_error);
+}
+
 TEST_F(SimulatedMachineTest, CarriesOutAGrantedCommandLine) {
   machine.addApp("/Volumes/A/It's.app", {.identifier = "test.a"});
   machine.addApp("/Applications/It's.app", {.identifier = "test.old"});
