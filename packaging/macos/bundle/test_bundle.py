@@ -4,7 +4,6 @@ import hashlib
 import json
 import pathlib
 import plistlib
-import re
 import stat
 import sys
 import zipfile
@@ -41,10 +40,10 @@ def test_the_bundle_holds_the_engine_its_configuration_the_administrators_files_
 
 def test_the_information_names_the_executable_the_least_system_and_the_engines_version():
     information = plistlib.loads((APP / "Contents/Info.plist").read_bytes())
-    header = (ROOT / "engines/macos/Sources/SharedInstallerLib/Models/EngineVersion.h").read_text()
+    hello = json.loads((ROOT / "protocol/transcripts/hello.jsonl").read_text().splitlines()[0])
     assert (APP / "Contents/MacOS" / information["CFBundleExecutable"]).is_file()
     assert information["LSMinimumSystemVersion"] == "12.0"
-    assert information["CFBundleShortVersionString"] == re.search(r'kEngineVersion = "(.*)"', header)[1]
+    assert information["CFBundleShortVersionString"] == hello["engineVersion"]
 
 
 def test_the_configuration_offers_the_apps_of_the_catalog():

@@ -1,4 +1,4 @@
-"""What the executable accepts, read from where it is decided: its own usage texts, and the sources of both roads.
+"""What the executable accepts, found out by running it: its usage texts, and what an option changes.
 
 What is written beside the executable, its manual page and its completions, is held against this.
 """
@@ -7,12 +7,16 @@ import json
 import re
 from pathlib import Path
 
+from support import IMAGES
+
 HOME = Path(__file__).resolve().parents[4]
 SOURCES = HOME / "engines/macos/Sources"
 APPS = [app["id"] for app in json.loads((HOME / "protocol/catalog.json").read_text())["apps"]]
 
 # Accepted, and answered with a warning that it isn't honoured: nobody should be led to it.
 NOT_HONOURED = "--install-dir"
+# What the log says of a run with --offline.
+OFFLINE = "engine-cli: offline mode (--offline flag)"
 
 
 def subcommands(machine):
@@ -21,12 +25,13 @@ def subcommands(machine):
 
 
 def silent_options(machine):
-    """Those of the usage text, and those that the entry point looks for itself."""
-    hint = machine.run("--silent", "--mode").errors
-    listed = re.findall(r"^  (--[a-z-]+)", hint, re.MULTILINE)
-    looked_for = re.findall(r'holds\(flags, "(--[a-z-]+)"\)', (SOURCES / "engine-cli/SilentRoad.cpp").read_text())
-    assert len(listed) == 6 and looked_for
-    return set(listed) | set(looked_for)
+    """Those of the usage text, and two that it leaves out."""
+    refused = machine.run("--silent", "--verbose", "--mode").errors
+    listed = re.findall(r"^  (--[a-z-]+)", refused, re.MULTILINE)
+    assert len(listed) == 6 and "verbose mode" in refused
+    machine.run("--silent", "--offline", "--mode", "uninstall", "--apps", "rulo")
+    assert OFFLINE in machine.log
+    return {*listed, "--verbose", "--offline"}
 
 
 def exit_codes(machine):
@@ -34,18 +39,32 @@ def exit_codes(machine):
     return [int(code) for code in re.findall(r"^  (\d)  ", hint, re.MULTILINE)]
 
 
-def protocol_options():
-    """subcommand -> the options that it reads."""
-    source = (SOURCES / "engine-cli/ProtocolRoad.cpp").read_text()
-    served = re.findall(r'\{"([a-z-]+)", (\w+)\}', source)
-    assert len(served) == 5
-    options = {}
-    for name, function in served:
-        body = re.search(rf"\nstd::int32_t {function}\(.*?\n}}\n", source, re.DOTALL).group(0)
-        options[name] = {f"--{option}" for option in re.findall(r'args\.(?:value|has)\("([a-z-]+)"\)', body)}
-        options[name].add("--offline")
-    assert options["run"] >= {"--action", "--apps", "--strict"}
-    return options
+# How each option shows that a subcommand reads it: the words after it, and the trace that it leaves.
+PROBES = {
+    "--action": (["!"], lambda machine, run: "--action must be" in run.errors),
+    "--apps": (["!"], lambda machine, run: "Unknown app identifier" in run.errors),
+    "--install-dir": (["/x"], lambda machine, run: "--install-dir" in run.output),
+    "--offline": ([], lambda machine, run: OFFLINE in machine.log),
+    "--out": (["probe"], lambda machine, run: "probe" in run.output),
+    "--path": (["/probe"], lambda machine, run: "probe" in run.output),
+    "--strict": (["true"], lambda machine, run: '"cancelled"' in run.output),
+}
+
+
+def reads(machine, subcommand, option):
+    words, left_a_trace = PROBES[option]
+    needed = {"--action": ["install"], "--apps": ["rulo,galdivane"]} if subcommand == "run" else {}
+    others = [word for name, value in needed.items() if name != option for word in (name, *value)]
+    machine.log_file.unlink(missing_ok=True)
+    return left_a_trace(machine, machine.run(subcommand, *others, option, *words, cwd=machine.root))
+
+
+def protocol_options(machine):
+    """subcommand -> the options that it reads. Takes two of the machine's images away, so that a run fails at once."""
+    for app in ("rulo", "galdivane"):
+        (machine.packages / IMAGES[app]).unlink(missing_ok=True)
+    return {subcommand: {option for option in PROBES if reads(machine, subcommand, option)}
+            for subcommand in subcommands(machine)}
 
 
 def accepts_mode(machine, value):

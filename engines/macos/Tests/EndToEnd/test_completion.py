@@ -100,9 +100,14 @@ def test_the_unattended_road_offers_every_option_that_the_executable_takes(offer
         assert f"Ignoring unrecognised argument '{option}'" not in run.errors, option
 
 
+@pytest.fixture(scope="module")
+def options(machine):
+    return command_surface.protocol_options(machine)
+
+
 @pytest.mark.parametrize("subcommand", ["hello", "run", "check-updates", "disk-free", "export-logs"])
-def test_each_subcommand_offers_the_options_that_it_reads(offered, subcommand):
-    wanted = command_surface.protocol_options()[subcommand] - {NOT_HONOURED}
+def test_each_subcommand_offers_the_options_that_it_reads(offered, options, subcommand):
+    wanted = options[subcommand] - {NOT_HONOURED}
     assert set(offered(f"engine-cli {subcommand} --")) == wanted
 
 

@@ -262,7 +262,8 @@ def test_the_bundle_names_are_the_catalogs(installation):
 
 
 def test_events_are_one_json_object_per_line(installation):
-    run = installation("2.0").install("--apps", "brenna")
-    for line in run.output.splitlines():
-        if line.startswith("{"):
-            assert json.loads(line)["v"] == 1
+    machine = installation("2.0")
+    first, *lines = machine.install("--apps", "brenna").output.splitlines()
+    assert first == f"Created log directory: {machine.log_file.parent}"
+    events = [json.loads(line) for line in lines]
+    assert {event["v"] for event in events} == {1} and events[-1]["type"] == "done"

@@ -41,10 +41,11 @@ def test_the_unattended_road_has_an_entry_for_every_option(installation):
 
 
 def test_the_other_road_has_an_entry_for_every_subcommand_and_option(installation):
-    known = command_surface.protocol_options()
+    machine = installation("2.0")
+    known = command_surface.protocol_options(machine)
     text = section("The road of a graphical shell")
     assert re.findall(r"^\.It Cm ([a-z-]+)$", text, re.MULTILINE) == ["hello", "check-updates", "run", "disk-free", "export-logs"]
-    assert set(known) == set(command_surface.subcommands(installation("2.0")))
+    assert set(known) == set(command_surface.subcommands(machine))
     assert tagged_options(text) == set().union(*known.values())
     for entry in section("SYNOPSIS").split(".Nm\n")[2:]:
         subcommand = re.match(r"\.Cm ([a-z-]+)", entry).group(1)
@@ -69,9 +70,18 @@ def test_the_files_are_where_the_page_says(installation):
     assert machine.root / log == machine.log_file and machine.log_file.exists()
     for place in re.findall(r"^\.It Pa Kelo-Desk-Installer\.app/(\S+)$", section("FILES"), re.MULTILINE):
         assert (machine.bundle / place).exists(), place
-    constants = (SOURCES / "SharedInstallerLib/Models/AppConstants.h").read_text()
-    limit = int(re.search(r"maxLogFileSizeBytes = (\d+)", constants).group(1))
-    assert f"past {limit} bytes, its last {limit // 2} are kept" in section("FILES")
+
+
+def test_the_log_is_cut_where_the_page_says(installation):
+    machine = installation("2.0")
+    limit, kept = map(int, re.search(r"past (\d+) bytes, its last (\d+) are kept", section("FILES")).groups())
+    machine.run("hello")
+    machine.log_file.write_text("x" * limit)
+    machine.run("hello")
+    assert 0 < machine.log.index("[") < kept, "one entry goes before the cut"
+    machine.log_file.write_text("x" * (limit + 1))
+    machine.run("hello")
+    assert machine.log.index("[") == kept
 
 
 EXAMPLES = re.findall(r"^\.Dl \$ (engine-cli .*)$", TEXT, re.MULTILINE)
