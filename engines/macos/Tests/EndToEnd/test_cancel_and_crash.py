@@ -99,6 +99,21 @@ def test_pulling_the_plug_leaves_the_old_app_the_new_app_or_none(installation, s
     assert after.statuses["rulo"] in ("installed", "skipped")
     complete = tree(new.app("rulo"))
     assert left in (None, before, complete)
+    assert without_leftovers(new)
+
+
+@pytest.mark.parametrize("seed", range(4))
+def test_a_removal_finds_what_an_install_left_whose_plug_was_pulled(installation, seed):
+    machine = installation("2.0", "--payload", "40000000")
+    session = machine.start("run", "--action", "install", "--offline", "--apps", "rulo")
+    session.wait_for(type="stage", stage="install", app="rulo")
+    # Not a wait for anything: it spreads the kill over the length of a copy.
+    time.sleep(random.Random(seed).uniform(0.0, 0.8))
+    session.kill()
+    session.finish()
+
+    assert machine.uninstall("--apps", "rulo").statuses["rulo"] in ("uninstalled", "already_absent")
+    assert list(machine.applications.iterdir()) == []
 
 
 @pytest.mark.parametrize("seed", range(3))
