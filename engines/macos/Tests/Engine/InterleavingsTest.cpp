@@ -1,6 +1,7 @@
 // Whatever order the threads take and whenever a cancel comes, a run keeps its promises.
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <random>
 
 #include "Engine/EngineController.h"
