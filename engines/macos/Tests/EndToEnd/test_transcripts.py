@@ -115,3 +115,11 @@ def test_the_table_of_error_codes_leads_to_a_run_with_each():
     assert [code for code, _ in rows] == [*protocol_schema.load("common.json")["$defs"]["errorCode"]["enum"], "UNKNOWN"]
     told = stored()
     assert [code for code, name in rows if f'"errorCode":"{code}"' not in "".join(told[name])] == []
+
+
+def test_progress_keeps_to_the_scale_that_the_page_states():
+    events = [json.loads(line) for lines in stored().values() for line in lines]
+    told = {(event["detailCode"], event["percent"], event["indeterminate"]) for event in events if event["type"] == "progress"}
+    assert {percent for code, percent, open_ended in told if code == "DOWNLOADING" and not open_ended} == {0, 0.0025, 50, 80}
+    assert {row for row in told if row[0] != "DOWNLOADING"} == \
+        {("VERIFYING", 85, True), ("INSTALLING", 95, True), ("UNINSTALLING", 100, True)}
