@@ -1,6 +1,7 @@
 // hdiutil as the engine runs it: arguments, streams, exit statuses, what is left behind.
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
@@ -10,7 +11,10 @@
 
 #include "Support.h"
 #include "diskimage/DiskImage.h"
+#include "diskimage/HFSVolume.h"
+#include "diskimage/UDIFWriter.h"
 #include "support/Attributes.h"
+#include "support/Descriptor.h"
 #include "support/Files.h"
 
 namespace lab {
@@ -99,14 +103,19 @@ TEST_F(Hdiutil, ShowsTheVolumeAsItWasMade) {
   write("source/read-only", "r\n", 0444);
   write("source/tool with blanks", "t\n", 0755);
   write("source/a/b/c/d/e/f/g/h/i/j/k/l/deep", "d\n");
+  write("source/back\\slash", "b\n");
   write("source/large", std::string(3'000'000, 'y'));
   fs::create_symlink("/Applications", made / "Applications");
   fs::create_symlink("../../outside/é", made / "a/way out");
   fs::create_symlink("App.app/Contents", made / "inside");
+  for (int number = 0; const char* target : {"/", "//", "/..", "a//b", "/./a", "./", "a/", "a\\b"})
+    fs::create_symlink(target, made / fmt::format(" link {} ", number++));
+  fs::create_symlink("long/" + std::string(255, 'x') + "/" + std::string(255, 'y'), made / "far");
   fs::create_symlink("It's a “résumé” – Überblick ☃.txt", made / "accents");
   fs::create_directory(made / "empty folder");
   chmod((made / "empty folder").c_str(), 0775);
-  ASSERT_EQ(attach(image(made, "Kelo Übersicht")).status, 0);
+  const auto attached = attach(image(made, "Kelo Übersicht"));
+  ASSERT_EQ(attached.status, 0) << attached.diagnostics;
   EXPECT_EQ(transcriptOf(volumes / "Kelo Übersicht"), transcriptOf(made));
 }
 
@@ -172,6 +181,50 @@ TEST_F(Hdiutil, MarksWhatCameFromElsewhere) {
   }
 }
 
+// Made by mkapfs; the items were added to its catalog. It has no checksums, as images of "hdiutil create"
+// have none.
+TEST_F(Hdiutil, OpensAPFSVolumes) {
+  const auto attached = lab({"hdiutil", "attach", LAB_TEST_DATA "/apfs.dmg"});
+  EXPECT_EQ(attached.status, 0) << attached.diagnostics;
+  EXPECT_THAT(transcriptOf(volumes / "Kelo"),
+              ElementsAre("App.app/ 755", "App.app/Contents/ 755", "App.app/Contents/odd -> a//b",
+                          "App.app/Contents/root -> /", "App.app/Contents/run 755 #!/bin/sh\n",
+                          "App.app/Contents/up -> ../../x", "App.app/Contents/\u00fcber 644 #!/bin/sh\n",
+                          "Applications -> /Applications"));
+}
+
+TEST_F(Hdiutil, GivesTheModesOfTheVolumeWhateverTheCallersMask) {
+  const fs::path made = source();
+  write("source/open", "o\n", 0666);
+  fs::create_directory(made / "group's");
+  chmod((made / "group's").c_str(), 0775);
+  const fs::path file = image(made);
+  for (const char* mask : {"000", "077"}) {
+    const auto attached = run({"/bin/sh", "-c", R"(umask "$1" && exec "$2" attach "$3")", "sh", mask,
+                               program("hdiutil").string(), file.string()});
+    EXPECT_EQ(attached.status, 0) << attached.diagnostics;
+    EXPECT_EQ(transcriptOf(volumes / "Kelo Brenna"), transcriptOf(made)) << mask;
+    ASSERT_EQ(detach((volumes / "Kelo Brenna").string()).status, 0);
+  }
+}
+
+TEST_F(Hdiutil, HidesWhatTheVolumeKeepsForItself) {
+  source();
+  write("source/.journal", "j");
+  write("source/.journal_info_block", "i");
+  write("source/.Trashes/501/x");
+  write("source/App.app/.journal", "a");
+  ASSERT_TRUE(makeHFSVolume(folder / "source", "Kelo", folder, folder / "volume.hfs"));
+  {
+    const Descriptor output{open((folder / "own.dmg").c_str(), O_WRONLY | O_CREAT, 0600)};
+    ASSERT_TRUE(writeUDIF(folder / "volume.hfs", output.number()));
+  }
+  const auto attached = attach(folder / "own.dmg");
+  EXPECT_EQ(attached.status, 0) << attached.diagnostics;
+  EXPECT_THAT(namesIn(volumes / "Kelo"), ElementsAre("App.app"));
+  EXPECT_TRUE(fs::exists(volumes / "Kelo/App.app/.journal"));
+}
+
 TEST_F(Hdiutil, LeavesSetIdBitsOut) {
   const fs::path made = source();
   write("source/privileged", "p\n", 06755);
@@ -225,10 +278,32 @@ TEST_F(Hdiutil, UndoesAnAttachThatItCannotTellOf) {
   EXPECT_THAT(underWay(), IsEmpty());
 }
 
+// A 7zz that changes what it has unpacked. `SPOIL` runs in the folder of the volume.
+TEST_F(Hdiutil, RefusesAVolumeThatCameOutOtherThanListed) {
+  const fs::path made = source();
+  write("source/text", "12345\n");
+  const fs::path file = image(made);
+  const std::string path = std::getenv("PATH");
+  for (const char* spoil : {"rm text", "echo more >> text", "rm text && mkdir text",
+                            "rm text && ln -s /etc/passwd text", "touch x", "mv App.app Bpp.app"}) {
+    write("bin/7zz",
+          std::string{"#!/bin/sh\nPATH='"} + path + "'\n7zz \"$@\" || exit\nfor word; do case $word in\n" +
+              "-o*) cd \"${word#-o}/Kelo Brenna\" && " + spoil + ";; esac; done\n",
+          0755);
+    setenv("PATH", ((folder / "bin").string() + ":" + path).c_str(), 1);
+    const auto attached = attach(file);
+    setenv("PATH", path.c_str(), 1);
+    EXPECT_EQ(attached.status, 1) << spoil;
+    EXPECT_THAT(attached.diagnostics, testing::ContainsRegex("c[ao]me out of the image")) << spoil;
+    EXPECT_THAT(mounted(), IsEmpty()) << spoil;
+  }
+}
+
 // A 7zz that tells when it has been started and then stays.
 class HdiutilInterrupted : public Hdiutil {
  protected:
   void SetUp() override {
+    file = image(source());
     const fs::path started = folder / "started";
     ASSERT_EQ(mkfifo(started.c_str(), 0600), 0);
     write("bin/7zz", "#!/bin/sh\necho yes > '" + started.string() + "'\nexec sleep 60\n", 0755);
@@ -236,6 +311,10 @@ class HdiutilInterrupted : public Hdiutil {
     setenv("PATH", ((folder / "bin").string() + ":" + path_).c_str(), 1);
   }
   void TearDown() override { setenv("PATH", path_.c_str(), 1); }
+  fs::path file;
+  Words attaching() const {
+    return {program("hdiutil").string(), "attach", file.string(), "-noverify", "-plist"};
+  }
   void waitUntilStarted() const { EXPECT_EQ(contentOf(folder / "started"), "yes\n"); }
 
  private:
@@ -243,10 +322,8 @@ class HdiutilInterrupted : public Hdiutil {
 };
 
 TEST_F(HdiutilInterrupted, LeavesNothingWhenAskedToStop) {
-  const fs::path file = image(source());
   for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
-    Running running{
-        {program("hdiutil").string(), "attach", file.string(), "-plist"}, folder / "out", folder / "err"};
+    Running running{attaching(), folder / "out", folder / "err"};
     waitUntilStarted();
     EXPECT_THAT(underWay(), testing::SizeIs(1));
     running.signal(signal);
@@ -258,10 +335,8 @@ TEST_F(HdiutilInterrupted, LeavesNothingWhenAskedToStop) {
 }
 
 TEST_F(HdiutilInterrupted, ClearsWhatAKilledOneLeftAtTheNextLook) {
-  const fs::path file = image(source());
   {
-    Running running{
-        {program("hdiutil").string(), "attach", file.string(), "-plist"}, folder / "out", folder / "err"};
+    Running running{attaching(), folder / "out", folder / "err"};
     waitUntilStarted();
     running.signal(SIGKILL);
     EXPECT_EQ(running.wait(), 128 + SIGKILL);

@@ -32,18 +32,81 @@ Mode = -rw-r--r--
 
 )";
 
+ListedItem folder(const std::string& path) {
+  return {path, ItemKind::folder, 0, {}, {}};
+}
+
+ListedItem file(const std::string& path, std::uint64_t size) {
+  return {path, ItemKind::file, size, {}, {}};
+}
+
 TEST(VolumeListing, TellsFormatFoldersAndSizes) {
   const auto listing = parseListing(sample);
   ASSERT_TRUE(listing) << listing.error();
   EXPECT_EQ(listing->format, VolumeFormat::hfs);
   ASSERT_EQ(listing->items.size(), 2U);
   EXPECT_EQ(listing->items[0].path, "Kelo");
-  EXPECT_TRUE(listing->items[0].isFolder);
+  EXPECT_EQ(listing->items[0].kind, ItemKind::folder);
   EXPECT_EQ(listing->items[1].path, "Kelo/a = b");
-  EXPECT_FALSE(listing->items[1].isFolder);
+  EXPECT_EQ(listing->items[1].kind, ItemKind::file);
   EXPECT_EQ(listing->items[1].size, 12U);
   EXPECT_EQ(listing->items[0].permissions, 0755U);
   EXPECT_EQ(listing->items[1].permissions, 0644U);
+}
+
+TEST(VolumeListing, TakesKindsFromTheModeOnAPFSWhichHasNoOtherSign) {
+  const auto listing = parseListing(R"(
+Type = Dmg
+--
+Type = APFS
+Name = Kelo Brenna.apfs
+
+----------
+Path = App.app
+Size = 
+Mode = drwxr-xr-x
+
+Path = App.app/run
+Size = 3
+Mode = -rwxr-xr-x
+
+Path = Applications
+Size = 13
+Mode = lrwxr-xr-x
+Symbolic Link = /Applications
+
+Path = no mode
+Size = 1
+Mode = 0---------
+)");
+  ASSERT_TRUE(listing) << listing.error();
+  EXPECT_EQ(listing->format, VolumeFormat::apfs);
+  EXPECT_EQ(listing->name, "Kelo Brenna");
+  ASSERT_EQ(listing->items.size(), 4U);
+  EXPECT_EQ(listing->items[0].kind, ItemKind::folder);
+  EXPECT_EQ(listing->items[1].kind, ItemKind::file);
+  EXPECT_EQ(listing->items[2].kind, ItemKind::link);
+  EXPECT_EQ(listing->items[2].target, "/Applications");
+  EXPECT_EQ(listing->items[3].permissions, std::nullopt);
+  EXPECT_TRUE(checkListing(*listing, {4, 100}));
+}
+
+TEST(VolumeListing, LeavesTheSystemsOwnItemsOut) {
+  const auto left = [](VolumeFormat format, std::vector<ListedItem> items) {
+    VolumeListing listing{format, "", std::move(items)};
+    dropSystemItems(listing);
+    std::vector<std::string> paths;
+    for (const ListedItem& item : listing.items) paths.push_back(item.path);
+    return paths;
+  };
+  EXPECT_THAT(
+      left(VolumeFormat::hfs, {folder("v"), file("v/.journal", 8), file("v/.journal_info_block", 8),
+                               file("v/.journalist", 1), file("v/a/.journal", 1), folder("v/.Trashes"),
+                               file("v/.Trashes/x", 1), folder("v/[HFS+ Private Data]"),
+                               folder("v/.HFS+ Private Directory Data_"), file("v/.fseventsd/x", 1)}),
+      testing::ElementsAre("v", "v/.journalist", "v/a/.journal"));
+  EXPECT_THAT(left(VolumeFormat::apfs, {file(".fseventsd/x", 1), folder("a"), file("a/.fseventsd", 1)}),
+              testing::ElementsAre("a", "a/.fseventsd"));
 }
 
 TEST(VolumeListing, NeedsAVolumeThatCanBeMounted) {
@@ -62,28 +125,24 @@ TEST(VolumeListing, IsRefusedWhenItCouldLeaveItsFolder) {
     bool good;
   };
   const std::vector<Row> rows{
-      {"plain", {{"v", true, 0, {}}, {"v/a", false, 5, {}}}, true},
-      {"children before their folder", {{"v/a", false, 5, {}}, {"v", true, 0, {}}}, true},
-      {"absolute", {{"/etc/passwd", false, 5, {}}}, false},
-      {"parent", {{"v", true, 0, {}}, {"v/..", true, 0, {}}}, false},
-      {"parent in the middle", {{"v", true, 0, {}}, {"v/../a", false, 0, {}}}, false},
-      {"dot", {{"v", true, 0, {}}, {"v/./a", false, 0, {}}}, false},
-      {"empty", {{"", false, 0, {}}}, false},
-      {"trailing slash", {{"v/", false, 0, {}}}, false},
-      {"below a link", {{"v", true, 0, {}}, {"v/link", false, 4, {}}, {"v/link/a", false, 5, {}}}, false},
-      {"a link and a folder of one name",
-       {{"v", false, 4, {}}, {"v", true, 0, {}}, {"v/a", false, 5, {}}},
-       false},
-      {"no parent", {{"v/a", false, 5, {}}}, false},
-      {"too large", {{"a", false, 60, {}}, {"b", false, 41, {}}}, false},
-      {"just fits", {{"a", false, 60, {}}, {"b", false, 40, {}}}, true},
-      {"sizes that wrap", {{"a", false, 60, {}}, {"b", false, UINT64_MAX - 10, {}}}, false},
-      {"too many",
-       {{"a", false, 0, {}}, {"b", false, 0, {}}, {"c", false, 0, {}}, {"d", false, 0, {}}},
-       false},
+      {"plain", {folder("v"), file("v/a", 5)}, true},
+      {"children before their folder", {file("v/a", 5), folder("v")}, true},
+      {"absolute", {file("/etc/passwd", 5)}, false},
+      {"parent", {folder("v"), folder("v/..")}, false},
+      {"parent in the middle", {folder("v"), file("v/../a", 0)}, false},
+      {"dot", {folder("v"), file("v/./a", 0)}, false},
+      {"empty", {file("", 0)}, false},
+      {"trailing slash", {file("v/", 0)}, false},
+      {"below a link", {folder("v"), file("v/link", 4), file("v/link/a", 5)}, false},
+      {"a link and a folder of one name", {file("v", 4), folder("v"), file("v/a", 5)}, false},
+      {"no parent", {file("v/a", 5)}, false},
+      {"too large", {file("a", 60), file("b", 41)}, false},
+      {"just fits", {file("a", 60), file("b", 40)}, true},
+      {"sizes that wrap", {file("a", 60), file("b", UINT64_MAX - 10)}, false},
+      {"too many", {file("a", 0), file("b", 0), file("c", 0), file("d", 0)}, false},
   };
   for (const Row& row : rows) {
-    const auto checked = checkListing({VolumeFormat::hfs, row.items}, {3, 100});
+    const auto checked = checkListing({VolumeFormat::hfs, "", row.items}, {3, 100});
     EXPECT_EQ(checked.has_value(), row.good) << row.name;
   }
 }

@@ -18,7 +18,8 @@ OrReason<> makeDiskImage(const std::filesystem::path& folder, const std::string&
 // The trailer of the image file.
 OrReason<UDIFTrailer> readTrailer(const std::filesystem::path& image);
 
-// Whether the data fork has the checksum that the trailer promises.
-OrReason<> verifyDataFork(const std::filesystem::path& image, const UDIFTrailer& trailer);
+// Whether data fork, block tables and the list of these have the CRC-32 that the image promises. Checksums
+// that aren't there, as in an image that was made without, aren't missed.
+OrReason<> verifyChecksums(const std::filesystem::path& image);
 
 }  // namespace lab

@@ -1,8 +1,8 @@
 #include "diskimage/SourceFolder.h"
 
-#include <algorithm>
-#include <map>
+#include <unordered_map>
 
+#include "diskimage/VolumeListing.h"
 #include "support/Unicode.h"
 
 namespace lab {
@@ -10,47 +10,54 @@ namespace {
 
 namespace fs = std::filesystem;
 
-OrReason<> checkName(const fs::path& path) {
-  const std::string name = path.filename().string();
-  if (name.find(':') != std::string::npos) return because("{}: a name on HFS+ has no \":\"", path.string());
-  if (name.find('\\') != std::string::npos)
-    return because("{}: \"\\\" doesn't survive reading back", path.string());
-  if (std::ranges::any_of(name, [](unsigned char c) { return c < 0x20 || c == 0x7f; })) {
-    return because("{}: there are control characters in the name", path.parent_path().string());
+// What a volume's listing says of its items, by composed path.
+using Items = std::unordered_map<std::string, ListedItem>;
+
+OrReason<ListedItem> describe(const fs::directory_entry& entry) {
+  std::error_code error;
+  switch (entry.symlink_status().type()) {
+    case fs::file_type::regular: return ListedItem{{}, ItemKind::file, entry.file_size(error), {}, {}};
+    case fs::file_type::directory: return ListedItem{{}, ItemKind::folder, 0, {}, {}};
+    case fs::file_type::symlink:
+      return ListedItem{{}, ItemKind::link, fs::read_symlink(entry, error).string().size(), {}, {}};
+    default: return because("{}: only files, folders and links go into an image", entry.path().string());
   }
-  return {};
 }
 
-// Adds the entry's folded name to `seen`.
-OrReason<> checkDistinct(const fs::path& path, std::map<std::string, std::string>& seen) {
-  const std::string name = path.filename().string();
-  const auto folded = caseFolded(name);
-  if (!folded) return because("{}: a name isn't UTF-8", path.parent_path().string());
-  const auto [place, isNew] = seen.emplace(*folded, name);
-  if (!isNew) return because("{}: \"{}\" is the same name on HFS+", path.string(), place->second);
+// Takes what it finds out of `items`.
+OrReason<> checkFolder(const fs::path& folder, const std::string& path, Items& items) {
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(folder, error)) {
+    const auto item = describe(entry);
+    if (!item) return std::unexpected(item.error());
+    const std::string within = path + "/" + entry.path().filename().string();
+    const auto kept = items.extract(composed(within).value_or(""));
+    if (!kept || kept.mapped().kind != item->kind || kept.mapped().size != item->size)
+      return because("{}: an HFS+ volume can't hold it under this name", entry.path().string());
+    if (item->kind != ItemKind::folder) continue;
+    auto below = checkFolder(entry.path(), within, items);
+    if (!below) return below;
+  }
+  if (error) return because("{}: {}", folder.string(), error.message());
   return {};
-}
-
-bool canBeKept(fs::file_type type) {
-  return type == fs::file_type::regular || type == fs::file_type::directory || type == fs::file_type::symlink;
 }
 
 }  // namespace
 
-OrReason<> checkSourceFolder(const fs::path& folder) {
-  std::error_code error;
-  std::map<std::string, std::string> seen;
-  for (const auto& entry : fs::directory_iterator(folder, error)) {
-    const auto type = entry.symlink_status().type();
-    if (!canBeKept(type))
-      return because("{}: only files, folders and links go into an image", entry.path().string());
-    auto good = checkName(entry.path());
-    if (good) good = checkDistinct(entry.path(), seen);
-    if (good && type == fs::file_type::directory) good = checkSourceFolder(entry.path());
-    if (!good) return good;
+OrReason<> checkKept(const fs::path& folder, const fs::path& volumeFile, const std::string& volumeName) {
+  auto listing = listVolume(volumeFile);
+  if (!listing) return std::unexpected(listing.error());
+  dropSystemItems(*listing);
+  Items items;
+  for (ListedItem& item : listing->items) {
+    std::string path = composed(item.path).value_or("");
+    if (!items.emplace(std::move(path), std::move(item)).second) return because("two names are one on HFS+");
   }
-  if (error) return because("{}: {}", folder.string(), error.message());
-  return {};
+  if (items.erase(composed(volumeName).value_or("")) == 0)
+    return because("\"{}\" can't be a volume's name", volumeName);
+  auto checked = checkFolder(folder, volumeName, items);
+  if (!checked || items.empty()) return checked;
+  return because("the volume holds {}, which isn't in the folder", items.begin()->first);
 }
 
 }  // namespace lab

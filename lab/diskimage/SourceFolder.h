@@ -1,16 +1,17 @@
-// Whether a folder can become a disk image without anything in it changing on the way. Any thread; reads
-// only.
+// Whether a folder became a volume without anything in it changing on the way. Any thread; reads only.
 #pragma once
 
 #include <filesystem>
+#include <string>
 
 #include "support/OrReason.h"
 
 namespace lab {
 
-// Fails, naming the culprit, for what the HFS+ maker would change silently or can't keep: ":" or a control
-// character in a name, names that differ in case or composition alone, names that aren't UTF-8, anything that
-// is neither file, folder nor link.
-OrReason<> checkSourceFolder(const std::filesystem::path& folder);
+// The maker of HFS+ volumes changes some names silently: ":", names that differ in case or composition alone,
+// letters that were decomposed in another way when HFS+ was new. Fails, naming the culprit, where the volume
+// in `volumeFile` doesn't hold exactly the files, folders and links of `folder`, of the same sizes.
+OrReason<> checkKept(const std::filesystem::path& folder, const std::filesystem::path& volumeFile,
+                     const std::string& volumeName);
 
 }  // namespace lab

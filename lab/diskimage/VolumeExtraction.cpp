@@ -1,7 +1,6 @@
 #include "diskimage/VolumeExtraction.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,14 +15,6 @@
 namespace lab {
 namespace {
 
-// What the system keeps for itself at the top of a volume.
-constexpr std::array<std::string_view, 4> privateNames{"[HFS+ Private Data]", ".HFS+ Private Directory Data",
-                                                       ".Trashes", ".fseventsd"};
-
-bool isPrivate(const std::string& name) {
-  return std::ranges::any_of(privateNames, [&](std::string_view known) { return name.starts_with(known); });
-}
-
 OrReason<> unpack(const fs::path& image, const fs::path& into) {
   // -snld20 keeps links that point anywhere, -sns- leaves attributes in streams out.
   const auto finished = runToEnd(
@@ -33,15 +24,77 @@ OrReason<> unpack(const fs::path& image, const fs::path& into) {
   return because("corrupt image ({})", lastLine(finished->diagnostics + finished->output));
 }
 
-// Puts right what the extraction changed, from the leaves to the root.
+// The texts of the links that the listing doesn't show, one after the other, as 7-Zip writes contents out.
+OrReason<std::string> linkTexts(const fs::path& image, const VolumeListing& listing,
+                                const fs::path& scratch) {
+  std::string names;  // in quotation marks, or 7-Zip cuts blanks off
+  for (const ListedItem& item : listing.items) {
+    if (item.kind == ItemKind::link && !item.target) names += fmt::format("\"{}\"\n", item.path);
+  }
+  if (names.empty()) return std::string{};
+  const fs::path file = scratch / "links";
+  const auto written = writeFile(file, names);
+  if (!written) return std::unexpected(written.error());
+  const auto finished =
+      runToEnd({"7zz", "x", "-so", "-spd", "-scsUTF-8", "-p", "-i@" + file.string(), "--", image.string()});
+  if (!finished) return std::unexpected(finished.error());
+  if (finished->status != 0) return because("corrupt image ({})", lastLine(finished->diagnostics));
+  return finished->output;
+}
+
+OrReason<> readLinks(const fs::path& image, VolumeListing& listing, const fs::path& scratch) {
+  const auto texts = linkTexts(image, listing, scratch);
+  if (!texts) return std::unexpected(texts.error());
+  std::size_t at = 0;
+  for (ListedItem& item : listing.items) {
+    if (item.kind != ItemKind::link || item.target) continue;
+    item.target = texts->substr(std::min(at, texts->size()), item.size);
+    at += item.size;
+  }
+  if (at != texts->size()) return because("corrupt image: its links can't be read");
+  return {};
+}
+
+// Makes every link of the listing below `unpacked` anew: 7-Zip rewrites the texts of some and drops others.
+OrReason<> remakeLinks(const fs::path& unpacked, const VolumeListing& listing) {
+  for (const ListedItem& item : listing.items) {
+    if (item.kind != ItemKind::link) continue;
+    const fs::path link = unpacked / item.path;
+    const std::string& target = *item.target;
+    if (target.contains('\0')) return because("{}: a link can't lead there", item.path);
+    unlink(link.c_str());  // absent where it was dropped
+    if (symlink(target.c_str(), link.c_str()) != 0) return becauseOfErrno(item.path);
+  }
+  return {};
+}
+
+// Puts right what the extraction changed, from the leaves to the root, and compares the outcome with the
+// listing.
 class Restoration {
  public:
-  Restoration(std::string prefix, const VolumeListing& listing)
-      : prefix_(std::move(prefix)), format_(listing.format), quarantine_(quarantineValue()) {
-    for (const ListedItem& item : listing.items) {
-      if (item.isFolder && item.permissions)
-        folderModes_[composed(item.path).value_or("")] = *item.permissions;
+  Restoration(fs::path unpacked, const VolumeListing& listing)
+      : unpacked_(std::move(unpacked)), format_(listing.format), quarantine_(quarantineValue()) {
+    for (const ListedItem& item : listing.items) missing_[composed(item.path).value_or("")] = item;
+  }
+
+  // Restores the volume's root and gives its path, which may be another then.
+  OrReason<fs::path> restoreVolume(const fs::path& root) {
+    OrReason<fs::path> restored = root;
+    if (format_ == VolumeFormat::hfs) restored = restore(root);
+    if (format_ == VolumeFormat::apfs) {
+      const auto below = restoreFolder(root);
+      if (!below) return std::unexpected(below.error());
     }
+    if (restored && !missing_.empty())
+      return because("{} didn't come out of the image", missing_.begin()->first);
+    return restored;
+  }
+
+ private:
+  static std::string quarantineValue() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return fmt::format("0083;{:08x};Kelo-Desk-Installer;",
+                       std::chrono::duration_cast<std::chrono::seconds>(now).count());
   }
 
   OrReason<> restoreFolder(const fs::path& folder) {
@@ -52,7 +105,7 @@ class Restoration {
     for (const fs::path& entry : entries) {
       if (interruption() != 0) return because("interrupted");
       const auto restored = restore(entry);
-      if (!restored) return restored;
+      if (!restored) return std::unexpected(restored.error());
     }
     return {};
   }
@@ -67,11 +120,37 @@ class Restoration {
     return renamed;
   }
 
-  // Modes without the set-id bits, and the mark of something that came from elsewhere.
-  OrReason<> mark(const fs::path& path) const {
+  // Takes the item that has come out as `path` off the list of those that are still missing.
+  OrReason<ListedItem> meet(const fs::path& path) {
+    const auto listed = missing_.extract(composed(path.lexically_relative(unpacked_).string()).value_or(""));
     struct stat status{};
     if (lstat(path.c_str(), &status) != 0) return becauseOfErrno(path.string());
-    const mode_t mode = status.st_mode & 0777U;
+    const mode_t type = status.st_mode & S_IFMT;
+    const bool isListed = listed && ((type == S_IFDIR && listed.mapped().kind == ItemKind::folder) ||
+                                     (type == S_IFLNK && listed.mapped().kind == ItemKind::link) ||
+                                     (type == S_IFREG && listed.mapped().kind == ItemKind::file &&
+                                      static_cast<std::uint64_t>(status.st_size) == listed.mapped().size));
+    if (!isListed) return because("{} came out of the image changed", path.filename().string());
+    return listed.mapped();
+  }
+
+  OrReason<fs::path> restore(const fs::path& entry) {
+    const auto path = composeName(entry);
+    if (!path) return path;
+    const auto item = meet(*path);
+    if (!item) return std::unexpected(item.error());
+    if (item->kind == ItemKind::link) return path;
+    if (item->kind == ItemKind::folder) {
+      const auto restored = restoreFolder(*path);
+      if (!restored) return std::unexpected(restored.error());
+    }
+    const auto marked = mark(*path, item->permissions.value_or(item->kind == ItemKind::folder ? 0755 : 0644));
+    if (!marked) return std::unexpected(marked.error());
+    return path;
+  }
+
+  // The mode of the volume, and the mark of something that came from elsewhere.
+  OrReason<> mark(const fs::path& path, mode_t mode) const {
     chmod(path.c_str(), mode | 0200U);
     const auto marked = setAttribute(path, std::string{quarantineAttribute}, quarantine_);
     if (chmod(path.c_str(), mode) != 0) return becauseOfErrno(path.string());
@@ -79,46 +158,10 @@ class Restoration {
     return {};
   }
 
- private:
-  static std::string quarantineValue() {
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    return fmt::format("0083;{:08x};Kelo-Desk-Installer;",
-                       std::chrono::duration_cast<std::chrono::seconds>(now).count());
-  }
-
-  OrReason<> restore(const fs::path& entry) {
-    const auto path = composeName(entry);
-    if (!path) return std::unexpected(path.error());
-    switch (fs::symlink_status(*path).type()) {
-      case fs::file_type::symlink: return restoreLink(*path);
-      case fs::file_type::regular: return mark(*path);
-      case fs::file_type::directory: break;
-      default: return because("{}: neither file, folder nor link", path->string());
-    }
-    const auto restored = restoreFolder(*path);
-    if (!restored) return restored;
-    // The extraction gives every folder the usual mode.
-    const auto known = folderModes_.find(composed(path->string().substr(prefix_.size() + 1)).value_or(""));
-    if (known != folderModes_.end()) chmod(path->c_str(), known->second);
-    return mark(*path);
-  }
-
-  // Absolute targets come out with the extraction's folder before them.
-  OrReason<> restoreLink(const fs::path& link) const {
-    std::error_code error;
-    const std::string target = fs::read_symlink(link, error).string();
-    if (error) return because("{}: {}", link.string(), error.message());
-    if (!target.starts_with(prefix_ + "/")) return {};
-    if (unlink(link.c_str()) != 0 || symlink(target.substr(prefix_.size()).c_str(), link.c_str()) != 0) {
-      return becauseOfErrno(link.string());
-    }
-    return {};
-  }
-
-  std::string prefix_;
+  fs::path unpacked_;
   VolumeFormat format_;
   std::string quarantine_;
-  std::unordered_map<std::string, unsigned> folderModes_;  // by path within the volume, composed
+  std::unordered_map<std::string, ListedItem> missing_;  // by composed path
 };
 
 // An HFS+ volume comes out as a folder of its name, an APFS one without any.
@@ -135,7 +178,7 @@ OrReason<fs::path> volumeRoot(const fs::path& unpacked, VolumeFormat format) {
 OrReason<> dropPrivateFolders(const fs::path& root) {
   std::vector<fs::path> dropped;
   for (const auto& entry : fs::directory_iterator(root)) {
-    if (isPrivate(entry.path().filename().string())) dropped.push_back(entry.path());
+    if (isSystemsOwn(entry.path().filename().string())) dropped.push_back(entry.path());
   }
   for (const fs::path& path : dropped) {
     const auto removed = removeTree(path);
@@ -152,6 +195,9 @@ OrReason<VolumeListing> inspect(const fs::path& image, const fs::path& scratch) 
   limits.bytes = fs::space(scratch, error).available;
   const auto checked = checkListing(*listing, limits);
   if (!checked) return std::unexpected(checked.error());
+  dropSystemItems(*listing);
+  const auto links = readLinks(image, *listing, scratch);
+  if (!links) return std::unexpected(links.error());
   return listing;
 }
 
@@ -166,15 +212,15 @@ OrReason<ExtractedVolume> extractVolume(const fs::path& image, const fs::path& s
   if (!done) return std::unexpected(done.error());
   const auto root = volumeRoot(unpacked, listing->format);
   if (!root) return std::unexpected(root.error());
-  Restoration restoration{unpacked.string(), *listing};
-  auto restored = dropPrivateFolders(*root);
-  if (restored) restored = restoration.restoreFolder(*root);
+  auto prepared = dropPrivateFolders(*root);
+  if (prepared) prepared = remakeLinks(unpacked, *listing);
+  if (!prepared) return std::unexpected(prepared.error());
+  const auto restored = Restoration{unpacked, *listing}.restoreVolume(*root);
   if (!restored) return std::unexpected(restored.error());
+  std::string name = restored->filename().string();
   if (listing->format == VolumeFormat::apfs)
-    return ExtractedVolume{image.stem().string(), listing->format, *root};
-  const auto named = restoration.composeName(*root);
-  if (!named) return std::unexpected(named.error());
-  return ExtractedVolume{named->filename().string(), listing->format, *named};
+    name = listing->name.empty() ? image.stem().string() : listing->name;
+  return ExtractedVolume{name, listing->format, *restored};
 }
 
 }  // namespace lab

@@ -16,9 +16,9 @@ struct ExtractedVolume {
 };
 
 // `scratch` is an empty folder of the caller's, which also clears it, after a failure too. Nothing is written
-// outside it. Names of an HFS+ volume come out composed, absolute links as they are in the volume, the
-// volume's private folders and the set-id bits not at all. Every file and folder carries the quarantine
-// attribute where the file system keeps such attributes.
+// outside it. Names of an HFS+ volume come out composed, links and modes as they are in the volume, its
+// system's own items and the set-id bits not at all. Fails when anything that is listed comes out changed.
+// Every file and folder carries the quarantine attribute where the file system keeps such attributes.
 OrReason<ExtractedVolume> extractVolume(const std::filesystem::path& image,
                                         const std::filesystem::path& scratch);
 

@@ -1,6 +1,7 @@
 #include "diskimage/VolumeListing.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <unordered_map>
 
@@ -8,6 +9,8 @@
 
 namespace lab {
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr std::string_view beginOfItems = "\n----------\n";
 
@@ -39,21 +42,42 @@ OrReason<VolumeFormat> formatIn(std::string_view head) {
   return because("no mountable file systems");
 }
 
+// "Name = Kelo.apfs" of the innermost archive. An HFS+ volume's name is the first item's instead.
+std::string nameIn(std::string_view head) {
+  std::string_view name;
+  forEachLine(head, [&](std::string_view line) { name = valueOf(line, "Name").value_or(name); });
+  if (!name.ends_with(".apfs") || name.contains('/')) return {};
+  return std::string{name.substr(0, name.size() - 5)};
+}
+
 std::uint64_t numberIn(std::string_view text) {
   std::uint64_t number = 0;
   std::from_chars(text.data(), text.data() + text.size(), number);
   return number;
 }
 
-// The permissions in "drwxr-xr-x"; set-id and sticky letters count for the bit below them.
+// The permissions in "drwxr-xr-x"; set-id and sticky letters count for the bit below them. A mode without a
+// type was never set.
 std::optional<unsigned> permissionsIn(std::string_view mode) {
-  if (mode.size() < 10) return std::nullopt;
+  if (mode.size() < 10 || mode[0] == '0') return std::nullopt;
   unsigned bits = 0;
   for (const char letter : mode.substr(1, 9)) {
     const bool set = letter != '-' && letter != 'S' && letter != 'T';
     bits = (bits << 1U) | (set ? 1U : 0U);
   }
   return bits;
+}
+
+// Takes over one line about the item. APFS volumes have no "Folder" lines, so the mode counts as well.
+void readLine(ListedItem& item, std::string_view line) {
+  if (valueOf(line, "Folder") == "+") item.kind = ItemKind::folder;
+  if (const auto size = valueOf(line, "Size")) item.size = numberIn(*size);
+  if (const auto target = valueOf(line, "Symbolic Link"); target && !target->empty()) item.target = *target;
+  const auto mode = valueOf(line, "Mode");
+  if (!mode) return;
+  if (mode->starts_with('d')) item.kind = ItemKind::folder;
+  if (mode->starts_with('l')) item.kind = ItemKind::link;
+  item.permissions = permissionsIn(*mode);
 }
 
 bool staysInside(std::string_view path) {
@@ -74,13 +98,10 @@ OrReason<VolumeListing> parseListing(std::string_view text) {
   if (head == std::string_view::npos) return because("no mountable file systems");
   const auto format = formatIn(text.substr(0, head));
   if (!format) return std::unexpected(format.error());
-  VolumeListing listing{*format, {}};
+  VolumeListing listing{*format, nameIn(text.substr(0, head)), {}};
   forEachLine(text.substr(head + beginOfItems.size()), [&](std::string_view line) {
-    if (const auto path = valueOf(line, "Path")) listing.items.push_back({std::string{*path}, false, 0, {}});
-    if (listing.items.empty()) return;
-    if (valueOf(line, "Folder") == "+") listing.items.back().isFolder = true;
-    if (const auto size = valueOf(line, "Size")) listing.items.back().size = numberIn(*size);
-    if (const auto mode = valueOf(line, "Mode")) listing.items.back().permissions = permissionsIn(*mode);
+    if (const auto path = valueOf(line, "Path")) listing.items.emplace_back().path = *path;
+    if (!listing.items.empty()) readLine(listing.items.back(), line);
   });
   return listing;
 }
@@ -95,12 +116,11 @@ OrReason<VolumeListing> listVolume(const std::filesystem::path& image) {
 OrReason<> checkListing(const VolumeListing& listing, const ListingLimits& limits) {
   if (listing.items.size() > limits.items)
     return because("the volume holds more than {} items", limits.items);
-  std::unordered_map<std::string_view, bool> folders;
+  std::unordered_map<std::string_view, ItemKind> kinds;
   std::uint64_t bytes = 0;
   for (const ListedItem& item : listing.items) {
     if (!staysInside(item.path)) return because("the volume holds an item outside itself");
-    if (!folders.emplace(item.path, item.isFolder).second)
-      return because("the volume holds {} twice", item.path);
+    if (!kinds.emplace(item.path, item.kind).second) return because("the volume holds {} twice", item.path);
     if (item.size > limits.bytes - bytes)
       return because("the volume's files are larger than there is room for");
     bytes += item.size;
@@ -108,11 +128,29 @@ OrReason<> checkListing(const VolumeListing& listing, const ListingLimits& limit
   for (const ListedItem& item : listing.items) {
     const std::size_t slash = item.path.rfind('/');
     if (slash == std::string::npos) continue;
-    const auto parent = folders.find(std::string_view{item.path}.substr(0, slash));
-    if (parent == folders.end() || !parent->second)
+    const auto parent = kinds.find(std::string_view{item.path}.substr(0, slash));
+    if (parent == kinds.end() || parent->second != ItemKind::folder)
       return because("the volume holds {} below no folder", item.path);
   }
   return {};
+}
+
+bool isSystemsOwn(std::string_view name) {
+  constexpr std::array<std::string_view, 4> names{".Trashes", ".fseventsd", ".journal",
+                                                  ".journal_info_block"};
+  // The name of the second one goes on with a control character.
+  return std::ranges::find(names, name) != names.end() || name.starts_with("[HFS+ Private Data]") ||
+         name.starts_with(".HFS+ Private Directory Data");
+}
+
+void dropSystemItems(VolumeListing& listing) {
+  std::erase_if(listing.items, [&](const ListedItem& item) {
+    const fs::path path = item.path;
+    auto top = path.begin();
+    // The volume itself is the first component on HFS+.
+    if (listing.format == VolumeFormat::hfs) ++top;
+    return top != path.end() && isSystemsOwn(top->string());
+  });
 }
 
 }  // namespace lab

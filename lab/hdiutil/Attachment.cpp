@@ -21,7 +21,7 @@ OrReason<> checkImage(const fs::path& image, Checksums checksums) {
   const auto trailer = readTrailer(image);
   if (!trailer) return because("image not recognized: {}", trailer.error());
   if (checksums == Checksums::skip) return {};
-  const auto verified = verifyDataFork(image, *trailer);
+  const auto verified = verifyChecksums(image);
   if (!verified) return because("corrupt image: {}", verified.error());
   return {};
 }

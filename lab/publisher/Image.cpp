@@ -11,7 +11,7 @@ namespace {
 OrReason<> checkContent(const std::filesystem::path& image) {
   const auto trailer = readTrailer(image);
   if (!trailer) return because("{} is no disk image: {}", image.string(), trailer.error());
-  if (auto sound = verifyDataFork(image, *trailer); !sound) {
+  if (auto sound = verifyChecksums(image); !sound) {
     return because("{} is damaged: {}", image.string(), sound.error());
   }
   return {};
