@@ -57,6 +57,26 @@ TEST_F(Applications, WithoutAnIdentifierAreNotRegistered) {
   EXPECT_THAT(lab({"lsregister", "--help"}).output, HasSubstr("usage: lsregister"));
 }
 
+TEST_F(Applications, WithInformationNestedWithoutEndAreNone) {
+  std::string deep;
+  for (int i = 0; i < 300'000; ++i) deep += "<array>";
+  const fs::path bad = machine / "Applications/Deep.app";
+  write("machine/Applications/Deep.app/Contents/Info.plist", "<plist><dict><key>a</key>" + deep);
+  const auto registered = lab({"lsregister", "-f", bad});
+  EXPECT_EQ(registered.status, 1);
+  EXPECT_THAT(registered.diagnostics, HasSubstr("no bundle with an identifier"));
+  const auto opened = lab({"open", bad});
+  EXPECT_EQ(opened.status, 1);
+  EXPECT_THAT(opened.diagnostics, HasSubstr("names no executable"));
+}
+
+TEST_F(Applications, AreNotRegisteredBySettingsThatTheEngineRefuses) {
+  write("Resources/linux_host.json", R"({"root": "../machine", "Root": "/"})");
+  const auto outcome = lab({"lsregister", "-f", app});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.diagnostics, "lsregister: linux_host.json: Root: there is no such key\n");
+}
+
 TEST_F(Applications, AreStartedAndBecomeKnown) {
   const fs::path told = folder / "told";
   ASSERT_EQ(mkfifo(told.c_str(), 0600), 0);

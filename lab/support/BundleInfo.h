@@ -7,7 +7,8 @@
 
 namespace lab {
 
-// The string under `key` of `bundle`/Contents/Info.plist (XML or binary); absent when anything is missing.
+// The string under `key` of `bundle`/Contents/Info.plist, as the engine reads it and within its bounds;
+// absent when anything is missing.
 std::optional<std::string> bundleString(const std::filesystem::path& bundle, const std::string& key);
 
 }  // namespace lab
