@@ -4,6 +4,7 @@
 #include <map>
 
 #include "Platform/URL.h"
+#include "Utils/URLTrust.h"
 
 namespace lab {
 
@@ -69,7 +70,7 @@ OrReason<> takeNames(Options& options, LayoutNames& names) {
 OrReason<> checkAlternate(const std::optional<std::string>& text) {
   if (!text) return {};
   const auto url = installer::URL::parse(*text);
-  if (url && url->scheme() == "https" && url->host()) return {};
+  if (url && installer::URLTrust::isHTTPS(*url) && url->host()) return {};
   return because("'{}' is no https address", *text);
 }
 

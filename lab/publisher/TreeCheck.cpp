@@ -30,7 +30,7 @@ OrReason<PackageMeta> readMetadata(const fs::path& file) {
   if (!meta->version) return because("the metadata names no version");
   if (auto version = checkVersion(*meta->version); !version) return std::unexpected(version.error());
   const auto& alternate = meta->alternateDownloadURL;
-  if (alternate && (alternate->scheme() != "https" || !alternate->host())) {
+  if (alternate && (!installer::URLTrust::isHTTPS(*alternate) || !alternate->host())) {
     return because("the alternate location '{}' is no https address", alternate->absoluteString());
   }
   return std::move(*meta);

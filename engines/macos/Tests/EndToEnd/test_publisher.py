@@ -39,14 +39,14 @@ def verify(tree):
 def test_publishes_what_the_engine_looks_for(tmp_path, image):
     notes = tmp_path / "notes.json"
     notes.write_text(json.dumps({"releases": [{"version": "2.1", "notes": ["Faster"]}]}))
-    done = publish(tmp_path / "tree", image, notes=notes, alternate="https://mirror.kelo.example/b.dmg")
+    done = publish(tmp_path / "tree", image, notes=notes, alternate="HTTPS://mirror.kelo.example/b.dmg")
     assert done.returncode == 0, done.stderr
     folder = tmp_path / "tree" / FOLDER
     assert sorted(path.name for path in folder.iterdir()) == ["brenna-2.1.dmg", "meta.json", "release-notes.json"]
     meta = json.loads((folder / "meta.json").read_text())
     assert meta["checksum"] == hashlib.sha256(image.read_bytes()).hexdigest()
     assert (meta["size"], meta["destination"]) == (image.stat().st_size, "brenna-2.1.dmg")
-    assert meta["alternateDownloadUrl"] == "https://mirror.kelo.example/b.dmg"
+    assert meta["alternateDownloadUrl"] == "HTTPS://mirror.kelo.example/b.dmg"
     sound = verify(tmp_path / "tree")
     assert sound.returncode == 0, sound.stderr
     assert sound.stdout.startswith("brenna arm64 2.1: brenna-2.1.dmg, ")
