@@ -52,6 +52,18 @@ TEST_F(Ditto, CopiesABundleWithModesLinksAndTimes) {
   EXPECT_THAT(namesIn(target.parent_path()), ElementsAre("It's.app"));
 }
 
+TEST_F(Ditto, CopiesNoFolderIntoItself) {
+  const fs::path source = bundle();
+  const auto before = transcriptOf(source);
+  for (const fs::path& inside : {source / "B", source / "Contents", source / "Contents/new/B"}) {
+    const auto copied = lab({"ditto", source, inside});
+    EXPECT_EQ(copied.status, 1) << inside;
+    EXPECT_EQ(copied.diagnostics, "ditto: " + inside.string() + ": a folder can't be copied into itself\n");
+    EXPECT_EQ(transcriptOf(source), before) << inside;
+  }
+  EXPECT_EQ(lab({"ditto", source, folder / "source/It's.app too"}).status, 0);
+}
+
 TEST_F(Ditto, LeavesTheQuarantineMarkBehindWhenAskedTo) {
   const fs::path source = bundle();
   if (keepsNoAttributes(source)) GTEST_SKIP() << "this file system keeps no attributes";

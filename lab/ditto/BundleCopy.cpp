@@ -49,6 +49,11 @@ bool isFolder(const fs::path& path) {
   return status && S_ISDIR(status->st_mode);
 }
 
+bool isBelow(const fs::path& path, const fs::path& folder) {
+  const fs::path within = path.lexically_relative(folder);
+  return !within.empty() && within != "." && *within.begin() != "..";
+}
+
 class Copy {
  public:
   explicit Copy(QuarantineMark quarantine) : quarantine_(quarantine) {}
@@ -187,6 +192,8 @@ OrReason<> copyLikeDitto(const fs::path& source, const fs::path& destination, Qu
   const Copy copy{quarantine};
   if (!isFolder(from))
     return copy.copyEntry(from, fs::is_directory(to, error) ? to / absolute.filename() : to);
+  if (isBelow(fs::weakly_canonical(to, error), fs::weakly_canonical(absolute, error)))
+    return because("{}: a folder can't be copied into itself", to.string());
   if (fs::is_directory(to, error)) {
     clearLeftovers(to, workPrefix);
     return copy.merge(from, to);
