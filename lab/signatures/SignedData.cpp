@@ -88,30 +88,38 @@ class SignedDataReader {
   }
 
   Outcome<void> readSigner(const BERElement& signer) {
-    if (!isSequence(&signer) || signer.children.size() < 6) return refuse("signer information is malformed");
+    if (!isSequence(&signer) || signer.children.size() < 5) return refuse("signer information is malformed");
     if (auto step = findCertificate(signer.children[1]); !step) return step;
     const auto digest = digestTypeOf(algorithmOf(signer.child(2)));
     if (!digest) return refuse("signer uses an unsupported digest");
     data_.digestType = *digest;
-    const BERElement& attributes = signer.children[3];
-    if (!attributes.isContext(0) || attributes.indefinite)
-      return refuse("signer information has no signed attributes");
-    auto signedAttributes = readAttributes(attributes);
-    if (!signedAttributes) return handOn(signedAttributes);
-    data_.signedAttributes = std::move(*signedAttributes);
-    // What was signed is the SET; in the message its tag is replaced by an implicit one. The bytes
-    // behind the tag are taken as they stand, because real signatures hold sets that aren't sorted.
-    data_.signedBytes = copyOf(attributes.raw);
-    data_.signedBytes[0] = 0x31;
-    data_.signatureAlgorithm = algorithmOf(signer.child(4));
-    if (!signer.children[5].is(kBEROctetString)) return refuse("signer information has no signature");
-    data_.signature = octetsOf(signer.children[5]).value_or(Bytes());
-    const BERElement* rest = signer.child(6);
+    std::size_t at = 3;
+    if (signer.children[at].isContext(0)) {
+      if (auto step = readSignedAttributes(signer.children[at++]); !step) return step;
+    }
+    data_.signatureAlgorithm = algorithmOf(signer.child(at));
+    const BERElement* signature = signer.child(at + 1);
+    if (signature == nullptr || !signature->is(kBEROctetString))
+      return refuse("signer information has no signature");
+    data_.signature = octetsOf(*signature).value_or(Bytes());
+    const BERElement* rest = signer.child(at + 2);
     if (rest == nullptr) return {};
     if (!rest->isContext(1)) return refuse("signer information is malformed");
     auto unsignedAttributes = readAttributes(*rest);
     if (!unsignedAttributes) return handOn(unsignedAttributes);
     data_.unsignedAttributes = std::move(*unsignedAttributes);
+    return {};
+  }
+
+  Outcome<void> readSignedAttributes(const BERElement& attributes) {
+    if (attributes.indefinite) return refuse("signer information is malformed");
+    auto read = readAttributes(attributes);
+    if (!read) return handOn(read);
+    data_.signedAttributes = std::move(*read);
+    // What was signed is the SET; in the message its tag is replaced by an implicit one. The bytes
+    // behind the tag are taken as they stand, because real signatures hold sets that aren't sorted.
+    data_.signedBytes = copyOf(attributes.raw);
+    data_.signedBytes[0] = 0x31;
     return {};
   }
 
@@ -154,6 +162,18 @@ bool algorithmFits(const std::string& algorithm, HashType digest) {
       pairs, [&](const Pair& pair) { return pair.algorithm == algorithm && pair.digest == digest; });
 }
 
+// Content type and message digest among the signed attributes.
+Outcome<void> checkSignedAttributes(const SignedData& data, ByteView content) {
+  if (objectIdentifierOf(data.signedValue(kContentTypeAttribute)) != data.contentType)
+    return refuse("signature has the wrong content type");
+  const BERElement* stored = data.signedValue(kMessageDigestAttribute);
+  if (stored == nullptr || !stored->is(kBEROctetString)) return refuse("signature has no message digest");
+  const Digest digest = digestOf(data.digestType, content);
+  if (!equal(octetsOf(*stored).value_or(Bytes()), digest.bytes()))
+    return refuse("signature is for other content (message digest differs)");
+  return {};
+}
+
 }  // namespace
 
 const BERElement* SignedData::signedValue(const std::string& attribute) const {
@@ -170,14 +190,11 @@ Outcome<SignedData> readSignedData(ByteView cms, std::span<const Certificate> ot
 }
 
 Outcome<void> checkSignature(const SignedData& data, ByteView content, const std::string& contentType) {
-  const BERElement* type = data.signedValue(kContentTypeAttribute);
-  if (data.contentType != contentType || objectIdentifierOf(type) != contentType)
-    return refuse("signature has the wrong content type");
-  const BERElement* stored = data.signedValue(kMessageDigestAttribute);
-  if (stored == nullptr || !stored->is(kBEROctetString)) return refuse("signature has no message digest");
-  const Digest digest = digestOf(data.digestType, content);
-  if (!equal(octetsOf(*stored).value_or(Bytes()), digest.bytes()))
-    return refuse("signature is for other content (message digest differs)");
+  if (data.contentType != contentType) return refuse("signature has the wrong content type");
+  const bool signsContent = data.signedBytes.empty() && contentType == kDataType;
+  if (!signsContent) {
+    if (auto holds = checkSignedAttributes(data, content); !holds) return holds;
+  }
   if (!algorithmFits(data.signatureAlgorithm, data.digestType))
     return refuse("signature algorithm {} isn't supported", data.signatureAlgorithm);
   EVP_PKEY* key = X509_get0_pubkey(data.signer->handle());
@@ -186,8 +203,9 @@ Outcome<void> checkSignature(const SignedData& data, ByteView content, const std
       EVP_DigestVerifyInit(context.get(), nullptr, functionOf(data.digestType), nullptr, key) != 1) {
     return refuse("the signer's key can't be used");
   }
+  const ByteView bytes = signsContent ? content : ByteView(data.signedBytes);
   const int verdict = EVP_DigestVerify(context.get(), data.signature.data(), data.signature.size(),
-                                       data.signedBytes.data(), data.signedBytes.size());
+                                       bytes.data(), bytes.size());
   if (verdict != 1) return refuse("the signer's signature doesn't hold");
   return {};
 }

@@ -33,7 +33,9 @@ struct SignedData {
   std::optional<Certificate> signer;  // always there in what readSignedData() gives
   HashType digestType = HashType::sha256;
   std::string signatureAlgorithm;
-  Bytes signedBytes;  // the signed attributes as they stand, under the tag they were signed with
+  // The signed attributes as they stand, under the tag they were signed with. Empty when there are none: then
+  // the signature is over the content itself.
+  Bytes signedBytes;
   Attributes signedAttributes;
   Attributes unsignedAttributes;
   Bytes signature;
@@ -46,7 +48,8 @@ struct SignedData {
 Outcome<SignedData> readSignedData(ByteView cms, std::span<const Certificate> others = {});
 
 // Proves that the signer's key signed `content` as content of that type: content type, message digest,
-// and the signature over the signed attributes' own bytes. Says nothing about whose key it is.
+// and the signature over the signed attributes' own bytes. Plain data, and nothing else, may be signed
+// without attributes. Says nothing about whose key it is.
 Outcome<void> checkSignature(const SignedData& data, ByteView content, const std::string& contentType);
 
 // The digest that an algorithm's object identifier names; absent for one that isn't supported.

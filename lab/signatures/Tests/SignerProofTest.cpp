@@ -119,8 +119,9 @@ class HandMade : public testing::Test {
   Bytes signerInfo() const {
     const Bytes one{1};
     Bytes content = derSet(attributes);
-    const Bytes signature = signOver(content, signer.key);
+    const Bytes signature = signOver(attributes.empty() ? blobs.at(0) : content, signer.key);
     content[0] = 0xA0;
+    if (attributes.empty()) content.clear();
     return derSequence(
         {derElement(0x02, one),
          derSequence({encoded(X509_get_issuer_name(signer.certificate.get()), i2d_X509_NAME),
@@ -138,7 +139,7 @@ class HandMade : public testing::Test {
     const Bytes one{1};
     std::vector<Bytes> signers(signerCount, signerInfo());
     const Bytes body = indefinite(0x30, {derElement(0x02, one), derSet({algorithm("2.16.840.1.101.3.4.2.1")}),
-                                         indefinite(0x30, {derObjectIdentifier(kDataType)}),
+                                         indefinite(0x30, {derObjectIdentifier(contentType)}),
                                          indefinite(0xA0, {certificates}), derSet(signers)});
     return indefinite(0x30, {derObjectIdentifier(kSignedDataType), indefinite(0xA0, {body})});
   }
@@ -162,6 +163,7 @@ class HandMade : public testing::Test {
   KeyedCertificate signer;
   std::vector<Bytes> attributes;
   std::size_t signerCount = 1;
+  const char* contentType = kDataType;
   const char* signatureAlgorithm = "1.2.840.113549.1.1.1";  // the RSA key's own
   CodeFacts facts;
 };
@@ -189,6 +191,30 @@ TEST_F(HandMade, AnOldSignatureWithOneDirectoryAndNoListIsEnough) {
   attributes.pop_back();
   blobs.erase(0x1000);
   EXPECT_EQ(judge(), "");
+}
+
+// As signing tools wrote them in 2013.
+TEST_F(HandMade, ASignatureWithoutAttributesIsOverTheDirectoryItself) {
+  attributes.clear();
+  EXPECT_EQ(judge(), "the signer signed only one of several code directories");
+  blobs.erase(0x1000);
+  EXPECT_EQ(judge(), "");
+  EXPECT_FALSE(facts.claimedTime);
+  blobs[0].back() ^= 1;
+  EXPECT_EQ(judgeBlobs(), "the signer's signature doesn't hold");
+  contentType = kTimestampInfoType;
+  EXPECT_EQ(judge(), "signature has the wrong content type");
+}
+
+TEST_F(HandMade, OnlyPlainDataIsSignedWithoutAttributes) {
+  attributes.clear();
+  contentType = kTimestampInfoType;
+  const Bytes cms = message();
+  const auto data = readSignedData(cms);
+  ASSERT_TRUE(data) << data.error().reason;
+  const auto checked = checkSignature(*data, blobs.at(0), kTimestampInfoType);
+  ASSERT_FALSE(checked);
+  EXPECT_EQ(checked.error().reason, "signature has the wrong content type");
 }
 
 TEST_F(HandMade, AnAlternateDirectoryThatTheSignerDidntSignIsRefused) {
