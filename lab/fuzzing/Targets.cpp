@@ -1,11 +1,8 @@
 #include "Targets.h"
 
-#include <algorithm>
-
 #include "CodeResources.h"
 #include "ImageTrailer.h"
 #include "MachO.h"
-#include "Pattern.h"
 #include "RequirementBlob.h"
 #include "RequirementText.h"
 #include "SignedData.h"
@@ -81,11 +78,6 @@ void tryCodeResources(ByteView input) {
 
 void tryPropertyList(ByteView input) {
   (void)PropertyList::read(input);
-}
-
-void tryPattern(ByteView input) {
-  const auto pattern = Pattern::compile(textOf(input.first(std::min<std::size_t>(input.size(), 64))));
-  if (pattern) (void)pattern->matches(textOf(input));
 }
 
 void tryRequirementText(ByteView input) {

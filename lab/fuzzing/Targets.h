@@ -17,7 +17,6 @@ void trySuperBlob(ByteView input);
 void tryCMS(ByteView input, const Anchors& anchors);
 void tryCodeResources(ByteView input);
 void tryPropertyList(ByteView input);
-void tryPattern(ByteView input);
 void tryRequirementText(ByteView input);
 void tryRequirementBlob(ByteView input);
 

@@ -12,7 +12,7 @@ namespace lab {
 namespace {
 
 constexpr std::size_t kMostRules = 128;
-// Every path is held against every rule, so the rules together are bounded, too. The usual ones have 330.
+// Every path is held against every rule, so the rules together are bounded, too. The usual ones have 200.
 constexpr std::size_t kMostSteps = 2000;
 constexpr std::string_view kTakesInEverything = "^.*";
 

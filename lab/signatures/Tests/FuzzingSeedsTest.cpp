@@ -67,7 +67,6 @@ TEST_F(FuzzingSeeds, AreGood) {
   plant("CodeResources", "app", resources);
   plant("PropertyList", "xml", resources);
   plant("PropertyList", "binary", kBinaryPropertyList);
-  plant("Pattern", "bundle", viewOf("^(Frame|Plug[a-z[:digit:]]{2,5})/(.*\\.lproj)?[^/]+$|x*"));
   plant("RequirementText", "every operation",
         viewOf("anchor apple generic and (certificate leaf[subject.OU] = \"AB\"* or not cdhash "
                "H\"0011223344556677889900112233445566778899\") and info[x] >= 2 and identifier 0x6162"));

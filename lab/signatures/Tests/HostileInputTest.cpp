@@ -136,8 +136,6 @@ TEST(HostileInput, TextsOfPeople) {
       "H\"0011223344556677889900112233445566778899\") and info[x] >= 2";
   ASSERT_TRUE(parseRequirement(requirement));
   mutate(copyOf(viewOf(requirement)), [](ByteView input) { tryRequirementText(input); });
-  const std::string pattern = "^(Frame|Plug[a-z[:digit:]]{2,5})/(.*\\.lproj)?[^/]+$|x*";
-  mutate(copyOf(viewOf(pattern)), [](ByteView input) { tryPattern(input); });
 }
 
 TEST(HostileInput, ManySlicesOfOneRegionAreRefused) {

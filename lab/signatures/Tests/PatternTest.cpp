@@ -39,23 +39,22 @@ INSTANTIATE_TEST_SUITE_P(
                     Row{"^Resources/.*\\.lproj/locversion.plist$", "Resources/en.lproj/locversion.plist",
                         true}));
 
-INSTANTIATE_TEST_SUITE_P(Language, PatternRows,
-                         testing::Values(Row{"b", "abc", true}, Row{"^b", "abc", false},
-                                         Row{"c$", "abc", true}, Row{"^a*$", "aaa", true},
-                                         Row{"^a*b|c$", "xc", true}, Row{"^(a*|b)c$", "aaac", true},
-                                         Row{"^(a*|b)c$", "bc", true}, Row{"^(a*|b)c$", "abc", false},
-                                         Row{"^(a|b*|c)+$", "abbc", true}, Row{"^a{2,3}$", "a", false},
-                                         Row{"^a{2,3}$", "aaa", true}, Row{"^a{2,3}$", "aaaa", false},
-                                         Row{"^a{2}$", "aa", true}, Row{"^a{2,}$", "aaaaaa", true},
-                                         Row{"^a{2,}$", "a", false}, Row{"^(ab){2}$", "abab", true},
-                                         Row{"^(a|b){2}c$", "abc", true}, Row{"^(a?){3}$", "aa", true},
-                                         Row{"^[a-c]+$", "abc", true}, Row{"^[a-c]+$", "abd", false},
-                                         Row{"^[]a]$", "]", true}, Row{"^[^]a]$", "b", true},
-                                         Row{"^[a-]$", "-", true}, Row{"^[[:digit:]]+$", "123", true},
-                                         Row{"^[[:alpha:]_]+$", "a_b", true}, Row{"^x(y|)$", "x", true},
-                                         Row{"^\\(a\\)$", "(a)", true}, Row{"^(a(b(c)?)?)?$", "abc", true},
-                                         Row{"^()$", "", true}, Row{"^((a|b)*c|d)+$", "abcdbc", true},
-                                         Row{"^((a|b)*c|d)+$", "abcdb", false}, Row{"a{0}b", "b", true}));
+INSTANTIATE_TEST_SUITE_P(
+    Language, PatternRows,
+    testing::Values(
+        Row{"b", "abc", true}, Row{"^b", "abc", false}, Row{"c$", "abc", true}, Row{"^a*$", "aaa", true},
+        Row{"^a*b|c$", "xc", true}, Row{"^(a*|b)c$", "aaac", true}, Row{"^(a*|b)c$", "bc", true},
+        Row{"^(a*|b)c$", "abc", false}, Row{"^(a|b*|c)+$", "abbc", true}, Row{"^a{2,3}$", "a", false},
+        Row{"^a{2,3}$", "aaa", true}, Row{"^a{2,3}$", "aaaa", false}, Row{"^a{2}$", "aa", true},
+        Row{"^a{2,}$", "aaaaaa", true}, Row{"^a{2,}$", "a", false}, Row{"^(ab){2}$", "abab", true},
+        Row{"^(a|b){2}c$", "abc", true}, Row{"^(a?){3}$", "aa", true}, Row{"^[a-c]+$", "abc", true},
+        Row{"^[a-c]+$", "abd", false}, Row{"^[]a]$", "]", true}, Row{"^[^]a]$", "b", true},
+        Row{"^[a-]$", "-", true}, Row{"^[[:digit:]]+$", "123", true}, Row{"^[[:alpha:]_]+$", "a_b", true},
+        Row{"^x(y|)$", "x", true}, Row{"^\\(a\\)$", "(a)", true}, Row{"^(a(b(c)?)?)?$", "abc", true},
+        Row{"^()$", "", true}, Row{"^((a|b)*c|d)+$", "abcdbc", true}, Row{"^((a|b)*c|d)+$", "abcdb", false},
+        Row{"a{0}b", "b", true}, Row{"^[\\.]$", "\\", true}, Row{"^[\\d]$", "1", false},
+        Row{"^\\d$", "d", true}, Row{"^a.b$", "a\nb", true}, Row{"^a$", "a\n", false}, Row{"b", "a\nb", true},
+        Row{"^b", "a\nb", false}, Row{"^.$", "\u00e9", false}));
 
 TEST(Pattern, RefusesWhatIsMalformedOrUnbounded) {
   const std::string nested = std::string(100, '(') + "a" + std::string(100, ')');
