@@ -17,7 +17,7 @@ codesign -d [-v...] PATH...
 Verifies, or shows, the code signature of Mach-O files, bundles, disk images and plain files.
 Verification is always strict and always goes into nested code.
 
-  -v, -vv, --verbose   say more; -v alone means --verify
+  -v, -vv, --verbose, --verbose=LEVEL   say more; -v alone means --verify
   -R REQUIREMENT       =TEXT for requirement text, else the name of a file with text or a compiled requirement;
                        also as two arguments, -R =TEXT
   --strict, --deep     accepted; that is how it works anyway
@@ -72,8 +72,11 @@ class ArgumentReader {
       return choose(Operation::display);
     } else if (argument == "--strict" || argument.starts_with("--strict=") || argument == "--deep") {
       // There is no laxer way here.
-    } else if (argument == "--verbose" || argument.starts_with("--verbose=")) {
+    } else if (argument == "--verbose") {
       ++result_.verbosity;
+    } else if (argument.starts_with("--verbose=") && argument.size() == 11 &&
+               std::isdigit(static_cast<unsigned char>(argument.back())) != 0) {
+      result_.verbosity = argument.back() - '0';
     } else if (isBundleOfFlags(argument)) {
       return flags(argument);
     } else if (argument.starts_with("-R") || argument.starts_with("--test-requirement")) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <initializer_list>
 
 #include "MappedFile.h"
 #include "PropertyList.h"
@@ -35,6 +36,15 @@ std::string linkText(const fs::path& path) {
   return fs::read_symlink(path, error).string();
 }
 
+// What the Finder and the shell put beside the sealed parts. Never a program.
+bool isPlainCompanion(const fs::path& entry, std::initializer_list<std::string_view> names) {
+  std::error_code error;
+  const auto status = fs::symlink_status(entry, error);
+  constexpr fs::perms runs = fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec;
+  return std::ranges::find(names, entry.filename().string()) != names.end() &&
+         status.type() == fs::file_type::regular && (status.permissions() & runs) == fs::perms::none;
+}
+
 Outcome<std::vector<fs::path>> entriesOf(const fs::path& folder) {
   std::error_code error;
   std::vector<fs::path> entries;
@@ -59,6 +69,7 @@ Outcome<void> readVersions(Bundle& bundle) {
   if (!entries) return handOn(entries);
   for (const fs::path& entry : *entries) {
     if (entry.filename() == "Current" || entry == bundle.base) continue;
+    if (isPlainCompanion(entry, {".DS_Store"})) continue;
     if (!isFolder(entry))
       return refuse("unsealed contents beside the framework's versions: {}",
                     printable(entry.filename().string()));
@@ -101,7 +112,10 @@ Outcome<void> checkRoot(const Bundle& bundle) {
   if (!entries) return handOn(entries);
   for (const fs::path& entry : *entries) {
     const std::string name = entry.filename().string();
-    if (name == (bundle.shape == Bundle::Shape::contents ? "Contents" : "Versions")) continue;
+    const bool isFramework = bundle.shape == Bundle::Shape::versioned;
+    if (name == (isFramework ? "Versions" : "Contents")) continue;
+    if (isFramework && isPlainCompanion(entry, {".DS_Store", "module.map"})) continue;
+    if (!isFramework && isPlainCompanion(entry, {".DS_Store", "Icon\r", ".LSOverride"})) continue;
     if (!leadsToNamesake(bundle, entry))
       return refuse("unsealed contents in the bundle's root: {}", printable(name));
   }

@@ -29,7 +29,8 @@ struct Bundle {
   static Outcome<Bundle> read(const std::filesystem::path& root);
 
   // Refuses what stands unsealed around the base: anything beside Contents or Versions but links into the
-  // current version, and strangers among the signature's files.
+  // current version and the plain files that the platform allows there, and strangers among the signature's
+  // files.
   Outcome<void> checkSurroundings() const;
 
   // `path`, below base, as the seals name it.

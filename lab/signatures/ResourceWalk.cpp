@@ -16,13 +16,13 @@ constexpr int kDeepest = 64;
 
 class ResourceWalk {
  public:
-  ResourceWalk(const Bundle& bundle, const fs::path& outermost, const CodeResources& resources,
-               const NestedCheck& checkNested)
-      : bundle_(&bundle),
-        levelsAboveBase_(levelsBetween(outermost, bundle.base)),
-        resources_(&resources),
+  ResourceWalk(const ResourceScope& scope, const NestedCheck& checkNested)
+      : scope_(&scope),
+        bundle_(scope.bundle),
+        levelsAboveBase_(levelsBetween(scope.outermost().root, scope.bundle->base)),
+        resources_(scope.resources),
         checkNested_(&checkNested),
-        mainExecutable_(bundle.relative(bundle.mainExecutable)) {}
+        mainExecutable_(bundle_->relative(bundle_->mainExecutable)) {}
 
   Outcome<void> run() {
     if (auto walked = folder(bundle_->base, "", 0); !walked) return walked;
@@ -109,6 +109,7 @@ class ResourceWalk {
     if (seal->kind == ResourceSeal::Kind::nested) return nested(path, relative, *seal);
     if (seal->kind != ResourceSeal::Kind::file)
       return refuse("a sealed link has become a file: {}", printable(relative));
+    if (auto plain = checkSideband(path); !plain) return plain;
     const auto content = MappedFile::open(path);
     if (!content) return handOn(content);
     if (equal(digestOf(seal->hashType, content->bytes()).bytes(), seal->hash)) return {};
@@ -125,7 +126,29 @@ class ResourceWalk {
     if (canonicalName(target) != canonicalName(seal->target))
       return refuse("a sealed link has been changed: {}", printable(relative));
     if (!staysInside(target, depth)) return refuse("a link leaves the bundle: {}", printable(relative));
+    if (!target.starts_with('/') && !leadsToSealed(path.parent_path(), target))
+      return refuse("a link leads to nothing that is sealed: {}", printable(relative));
     return {};
+  }
+
+  bool leadsToSealed(const fs::path& folder, const std::string& target) const {
+    std::error_code error;
+    fs::path real = fs::canonical(folder / target, error);
+    if (error) real = fs::canonical(folder / canonicalName(target), error);  // the names may be composed
+    if (error) return false;
+    for (const ResourceScope* scope = scope_; scope != nullptr; scope = scope->around) {
+      const fs::path within = real.lexically_relative(scope->bundle->base);
+      if (!within.empty() && *within.begin() != "..") return isSealed(*scope, within);
+    }
+    return false;
+  }
+
+  static bool isSealed(const ResourceScope& scope, const fs::path& within) {
+    if (within == ".") return true;
+    const fs::path top = *within.begin();
+    if (top == "_CodeSignature" || top == "CodeResources" || top == "_MASReceipt") return false;
+    const ResourceRule* rule = scope.resources->ruleFor(within.string());
+    return rule != nullptr && !rule->omit;
   }
 
   // Every link of the outermost bundle is tested, so that one that only climbs at its beginning, and not
@@ -166,6 +189,7 @@ class ResourceWalk {
     return &found->second;
   }
 
+  const ResourceScope* scope_;
   const Bundle* bundle_;
   int levelsAboveBase_;  // from the outermost bundle's root down to this one's base
   const CodeResources* resources_;
@@ -177,9 +201,17 @@ class ResourceWalk {
 
 }  // namespace
 
-Outcome<void> checkResources(const Bundle& bundle, const fs::path& outermost, const CodeResources& resources,
-                             const NestedCheck& checkNested) {
-  return ResourceWalk(bundle, outermost, resources, checkNested).run();
+Outcome<void> checkResources(const ResourceScope& scope, const NestedCheck& checkNested) {
+  return ResourceWalk(scope, checkNested).run();
+}
+
+Outcome<void> checkSideband(const fs::path& file) {
+  // Extended attributes of another system stand in the namespace that users may write.
+  for (const char* name : {"user.com.apple.ResourceFork", "user.com.apple.FinderInfo"}) {
+    if (MappedFile::attribute(file, name))
+      return refuse("a resource fork or Finder information isn't allowed: {}", printable(file.string()));
+  }
+  return {};
 }
 
 }  // namespace lab

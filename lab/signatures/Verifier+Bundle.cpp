@@ -4,7 +4,6 @@
 #include "MachO.h"
 #include "MappedFile.h"
 #include "RequirementText.h"
-#include "ResourceWalk.h"
 #include "SuperBlob.h"
 #include "Verifier.h"
 
@@ -73,14 +72,15 @@ Outcome<CodeReport> Verifier::bundle(const Bundle& bundle, const Task& task) con
 
   if (!seals) return refuse("the bundle's resource seal is missing");
   if (auto clean = bundle.checkSurroundings(); !clean) return handOn(clean);
+  if (auto plain = checkSideband(bundle.mainExecutable); !plain) return handOn(plain);
   const auto resources = CodeResources::read(seals->bytes(), weakestSealOf(*report));
   if (!resources) return handOn(resources);
-  const Task inside = task.inside(bundle);
+  const ResourceScope scope{&bundle, &*resources, task.around};
+  const Task inside = task.inside(scope);
   const auto nested = [&](const std::filesystem::path& path, const ResourceSeal& seal) {
     return nestedCode(path, seal, inside);
   };
-  if (auto sealed = checkResources(bundle, inside.outermost, *resources, nested); !sealed)
-    return handOn(sealed);
+  if (auto sealed = checkResources(scope, nested); !sealed) return handOn(sealed);
   if (auto others = otherVersions(bundle, *report, inside); !others) return handOn(others);
   return report;
 }

@@ -34,11 +34,11 @@ Outcome<void> checkOneSigner(const std::vector<CodeFacts>& slices) {
 }  // namespace
 
 Outcome<CodeReport> Verifier::verify(const std::filesystem::path& path) const {
-  return code(path, {Thoroughness::everything, 0, {}});
+  return code(path, {Thoroughness::everything, 0, nullptr});
 }
 
 Outcome<CodeReport> Verifier::inspect(const std::filesystem::path& path) const {
-  return code(path, {Thoroughness::signatureOnly, 0, {}});
+  return code(path, {Thoroughness::signatureOnly, 0, nullptr});
 }
 
 Outcome<CodeReport> Verifier::code(const std::filesystem::path& path, const Task& task) const {
@@ -57,6 +57,8 @@ Outcome<CodeReport> Verifier::file(const std::filesystem::path& path, const Task
   const auto mapped = MappedFile::open(path);
   if (!mapped) return handOn(mapped);
   const ByteView bytes = mapped->bytes();
+  const bool reads = task.thoroughness == Thoroughness::signatureOnly;
+  if (auto plain = checkSideband(path); !plain && !reads) return handOn(plain);
   Outcome<CodeReport> report;
   if (isMachO(bytes)) {
     report = machO(bytes, {}, task);

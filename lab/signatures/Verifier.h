@@ -10,6 +10,7 @@
 #include "Bundle.h"
 #include "CodeResources.h"
 #include "CodeSignature.h"
+#include "ResourceWalk.h"
 
 namespace lab {
 
@@ -41,13 +42,11 @@ class Verifier {
   enum class Thoroughness { everything, signatureOnly };
   struct Task {
     Thoroughness thoroughness = Thoroughness::everything;
-    int depth = 0;                    // of nested code
-    std::filesystem::path outermost;  // root of the bundle that nested code stands in; empty at depth 0
+    int depth = 0;                          // of nested code
+    const ResourceScope* around = nullptr;  // the bundle that nested code stands in; null at depth 0
 
-    // The task for code inside of `bundle`.
-    Task inside(const Bundle& bundle) const {
-      return {thoroughness, depth + 1, depth == 0 ? bundle.root : outermost};
-    }
+    // The task for code inside of the bundle.
+    Task inside(const ResourceScope& scope) const { return {thoroughness, depth + 1, &scope}; }
   };
 
   Outcome<CodeReport> code(const std::filesystem::path& path, const Task& task) const;

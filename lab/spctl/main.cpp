@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <span>
@@ -14,7 +15,7 @@ constexpr int kUsage = 2;
 constexpr int kRejected = 3;
 
 constexpr const char* kHelp =
-    R"(spctl --assess --type open [-v...] --context context:primary-signature PATH...
+    R"(spctl --assess --type open [-v... | --verbose=LEVEL] --context context:primary-signature PATH...
 
 Assesses disk images: accepted is one that carries a signature of its own, whose signature is valid, under a
 Developer ID chain with a secure timestamp. Notarization and revocation can't be judged on this machine.
@@ -65,6 +66,9 @@ Outcome<Arguments> parse(std::span<const std::string> words) {
     } else if (word == "--verbose" ||
                (word.starts_with("-v") && word.find_first_not_of('v', 1) == std::string::npos)) {
       arguments.verbosity += word == "--verbose" ? 1 : static_cast<int>(word.size()) - 1;
+    } else if (word.starts_with("--verbose=") && word.size() == 11 &&
+               std::isdigit(static_cast<unsigned char>(word.back())) != 0) {
+      arguments.verbosity = word.back() - '0';
     } else if (word.starts_with('-')) {
       return refuse("unrecognized option {}", printable(word));
     } else {

@@ -198,6 +198,9 @@ TEST_F(Programs, UsageErrors) {
                                                     {"--verify", "-R"},
                                                     {"--verify", "-R", "=anchor", app},
                                                     {"--verify", "-R", "/no/such/file", app},
+                                                    {"--verify", "--verbose=", app},
+                                                    {"--verify", "--verbose=4x", app},
+                                                    {"--verify", "--verbose=-1", app},
                                                     {"--sign", "x", app}};
   for (const auto& line : lines) EXPECT_EQ(codesign(line).status, 2) << testing::PrintToString(line);
   EXPECT_EQ(codesign({"--help"}).status, 0);
@@ -590,8 +593,8 @@ TEST_F(Programs, ALinkThatLeavesTheBundleIsRefusedThoughItIsSealed) {
     expectRefused(app, "a link leaves the bundle: Resources/out");
     fs::remove_all(app);
   }
-  for (const char* target :
-       {"/System/Library/x", "/Library/x", "../MacOS/helper", "../../Contents/PkgInfo", "./data.txt"}) {
+  for (const char* target : {"/System/Library/x", "/Library/x", "../MacOS/helper", "../MacOS/Main",
+                             "./data.txt", "deep/er", "link.txt", "../Frameworks/Kit.framework/Kit"}) {
     const fs::path app = workshop.app("A.app");
     fs::create_symlink(target, app / "Contents/Resources/in");
     workshop.sign(app);
@@ -600,11 +603,61 @@ TEST_F(Programs, ALinkThatLeavesTheBundleIsRefusedThoughItIsSealed) {
   }
 }
 
+TEST_F(Programs, ALinkToNothingThatIsSealedIsRefused) {
+  for (const char* target : {"absent", "out", "../PkgInfo", "../_CodeSignature/CodeResources",
+                             "../CodeResources", ".DS_Store", "../MacOS/helper/x", "../../A.app"}) {
+    const fs::path app = workshop.app("A.app");
+    fs::create_symlink(target, app / "Contents/Resources/out");
+    workshop.sign(app);
+    writeFile(app / "Contents/PkgInfo", viewOf("p"));
+    writeFile(app / "Contents/CodeResources", viewOf("t"));
+    writeFile(app / "Contents/Resources/.DS_Store", viewOf("d"));
+    expectRefused(app, "a link leads to nothing that is sealed: Resources/out");
+    fs::remove_all(app);
+  }
+}
+
+TEST_F(Programs, ResourceForksAndFinderInformationAreRefused) {
+  const fs::path app = signedApp();
+  const fs::path image = signedImage();
+  const fs::path tool = workshop.machO("tool");
+  workshop.sign(tool);
+  for (const fs::path& path : {app / "Contents/Resources/data.txt", app / "Contents/MacOS/Main",
+                               app / "Contents/MacOS/helper", image, tool}) {
+    const fs::path code = path.string().starts_with(app.string()) ? app : path;
+    for (const char* name : {"user.com.apple.FinderInfo", "user.com.apple.ResourceFork"}) {
+      ASSERT_EQ(::setxattr(path.c_str(), name, "x", 1, 0), 0);
+      expectRefused(code, "a resource fork or Finder information isn't allowed: ");
+      ASSERT_EQ(::removexattr(path.c_str(), name), 0);
+    }
+    EXPECT_EQ(verifyCode(code).status, 0) << verifyCode(code).text;
+  }
+}
+
+TEST_F(Programs, WhatTheFinderAndTheShellPutBesideTheSealedPartsIsAllowed) {
+  const fs::path app = signedApp();
+  const fs::path kit = app / "Contents/Frameworks/Kit.framework";
+  for (const fs::path& path : {app / ".DS_Store", app / "Icon\r", app / ".LSOverride", kit / ".DS_Store",
+                               kit / "module.map", kit / "Versions/.DS_Store"}) {
+    writeFile(path, viewOf("x"));
+    EXPECT_EQ(verifyCode(app).status, 0) << path << verifyCode(app).text;
+    fs::permissions(path, fs::perms::owner_exec, fs::perm_options::add);
+    EXPECT_EQ(verifyCode(app).status, 1) << path << " as a program";
+    fs::remove(path);
+    fs::create_directory(path);
+    EXPECT_EQ(verifyCode(app).status, 1) << path << " as a folder";
+    fs::remove(path);
+  }
+}
+
 TEST_F(Programs, ALinkOfNestedCodeMayLeadToItsNeighboursButNotOutside) {
   const struct {
     const char* target;
     int status;
-  } rows[] = {{"../../../../..", 0}, {"../../../../../../PkgInfo", 0}, {"../../../../../../../../x", 1}};
+  } rows[] = {{"../../../../..", 0},
+              {"../../../../../Resources/data.txt", 0},
+              {"../../../../../Resources/absent", 1},
+              {"../../../../../../../../x", 1}};
   for (const auto& [target, status] : rows) {
     const fs::path app = workshop.app("A.app");
     const fs::path kit = app / "Contents/Frameworks/Kit.framework";
@@ -719,6 +772,10 @@ TEST_F(Programs, ASignedImageIsAcceptedAndTheSourceIsNamed) {
   EXPECT_THAT(result.text, HasSubstr(": accepted\nsource=Developer ID of the test authority \"Tests Root\""));
   EXPECT_THAT(result.text, HasSubstr("origin=Developer ID Application: Tests (KELOTEAM01)"));
   EXPECT_THAT(result.text, HasSubstr("notarization and revocation can't be judged on this machine"));
+  EXPECT_THAT(spctl({"--assess", "--verbose=4", "--type", "open", "--context", "context:primary-signature",
+                     image.string()})
+                  .text,
+              HasSubstr("origin=Developer ID Application: Tests (KELOTEAM01)"));
   EXPECT_EQ(spctlWithoutHostFile(
                 {"--assess", "--type", "open", "--context", "context:primary-signature", image.string()})
                 .status,
@@ -833,6 +890,8 @@ TEST_F(Programs, DisplayShowsWhoSignedWhat) {
                            "Trust=test authority \"Tests Root\" named by linux_host.json"}) {
     EXPECT_THAT(shown.text, HasSubstr(line));
   }
+  EXPECT_EQ(codesign({"-d", "--verbose=2", file.string()}).text, shown.text);
+  EXPECT_EQ(codesign({"-d", "--verbose=4", file.string()}).text, shown.text);
   EXPECT_THAT(codesignWithoutHostFile({"-dvv", file.string()}).text, HasSubstr("Trust=not proven ("));
   EXPECT_EQ(codesign({"-d", workshop.machO("unsigned").string()}).status, 1);
 }
