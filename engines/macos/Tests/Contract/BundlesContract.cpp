@@ -1,4 +1,5 @@
 // What every reader of bundles and of registrations promises.
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "Contract/MachineUnderTest.h"
@@ -11,6 +12,12 @@ class BundlesContract : public Contract {
  protected:
   Bundles& bundles = machine.bundles;
   Workspace& workspace = machine.workspace;
+
+  // Where registrations outlive a case and a run, no other one has registered this.
+  std::string ownIdentifier(const std::string& name) {
+    const auto* const test = ::testing::UnitTest::GetInstance()->current_test_info();
+    return fmt::format("test.{}.{}.{}", machine.systemInfo.processIdentifier(), test->line(), name);
+  }
 };
 
 TEST_P(BundlesContract, ReadsWhatABundleSays) {
@@ -38,6 +45,17 @@ TEST_P(BundlesContract, TakesADirectoryWithoutInformationForABundleThatSaysNothi
   }
 }
 
+TEST_P(BundlesContract, TakesNoInformationFromWhatIsNoFileOfReasonableLength) {
+  const auto information = propertyListText({{"CFBundleIdentifier", "test.a"}});
+  layFolder("Folder.app/Contents/Info.plist");
+  lay("Long.app/Contents/Info.plist", information + std::string(9'000'000, ' '));
+  for (const auto* const name : {"Folder.app", "Long.app"}) {
+    const auto bundle = bundles.read(at(name));
+    ASSERT_NE(bundle, nullptr) << name;
+    EXPECT_EQ(bundle->infoDictionary, nullptr) << name;
+  }
+}
+
 TEST_P(BundlesContract, HasNoBundleWhereNoDirectoryIs) {
   EXPECT_EQ(bundles.read(at("nothing")), nullptr);
   EXPECT_EQ(bundles.read(lay("file")), nullptr);
@@ -52,23 +70,27 @@ TEST_P(BundlesContract, ReadsAfreshAndLeavesEarlierAnswersAlone) {
 }
 
 TEST_P(BundlesContract, FindsWhatWasRegistered) {
-  EXPECT_EQ(workspace.applicationPath("test.a"), std::nullopt);
-  workspace.registerBundle(layBundle("A.app", "test.a", "A"));
-  EXPECT_EQ(workspace.applicationPath("test.a"), at("A.app"));
-  EXPECT_EQ(workspace.applicationPath("test.b"), std::nullopt);
+  const auto known = ownIdentifier("known");
+  EXPECT_EQ(workspace.applicationPath(known), std::nullopt);
+  workspace.registerBundle(layBundle("A.app", known, "A"));
+  turnUntil([&] { return workspace.applicationPath(known) == at("A.app"); });
+  EXPECT_EQ(workspace.applicationPath(ownIdentifier("unknown")), std::nullopt);
 }
 
-TEST_P(BundlesContract, KeepsARegistrationThatHasGoneStale) {
-  workspace.registerBundle(layBundle("A.app", "test.a", "A"));
+// A platform may keep it or forget it.
+TEST_P(BundlesContract, FindsNothingElseWhenARegistrationHasGoneStale) {
+  const auto identifier = ownIdentifier("stale");
+  workspace.registerBundle(layBundle("A.app", identifier, "A"));
+  workspace.registerBundle(layBundle("B.app", ownIdentifier("other"), "B"));
   ASSERT_TRUE(files.removeItem(at("A.app")));
-  EXPECT_EQ(workspace.applicationPath("test.a"), at("A.app"));
+  EXPECT_EQ(workspace.applicationPath(identifier).value_or(at("A.app")), at("A.app"));
 }
 
 TEST_P(BundlesContract, ReplacesWhatWasKnownOfAPath) {
-  workspace.registerBundle(layBundle("A.app", "test.old", "A"));
-  workspace.registerBundle(layBundle("A.app", "test.new", "A"));
-  EXPECT_EQ(workspace.applicationPath("test.old"), std::nullopt);
-  EXPECT_EQ(workspace.applicationPath("test.new"), at("A.app"));
+  workspace.registerBundle(layBundle("A.app", ownIdentifier("old"), "A"));
+  workspace.registerBundle(layBundle("A.app", ownIdentifier("new"), "A"));
+  turnUntil([this] { return workspace.applicationPath(ownIdentifier("new")) == at("A.app"); });
+  turnUntil([this] { return !workspace.applicationPath(ownIdentifier("old")); });
 }
 
 TEST_P(BundlesContract, RegistersNothingThatHasNoIdentifier) {

@@ -18,7 +18,9 @@ class SimulatedBundles : public Bundles {
   // Absent for an executable without resources.
   void setMainResources(std::optional<Path> resources) { resources_ = std::move(resources); }
 
-  std::shared_ptr<const Bundle> read(const Path& path) override;
+  std::shared_ptr<const Bundle> read(const Path& path) override {
+    return readBundle(files_, propertyList_, path);
+  }
   std::optional<Path> mainResources() override { return resources_; }
 
  private:

@@ -13,13 +13,11 @@ typedef unsigned long CFTypeID;
 typedef unsigned char Boolean;
 typedef const struct __CFNumber* CFNumberRef;
 typedef const struct __CFURL* CFURLRef;
-typedef const struct __CFDictionary* CFDictionaryRef;
 
 CFTypeID CFGetTypeID(CFTypeRef cf);
 CFTypeID CFBooleanGetTypeID(void);
 Boolean CFNumberIsFloatType(CFNumberRef number);
 void CFRelease(CFTypeRef cf);
-CFDictionaryRef CFBundleCopyInfoDictionaryInDirectory(CFURLRef bundleURL);
 
 #ifdef __cplusplus
 }

@@ -10,6 +10,9 @@
 
 namespace installer {
 
+class FileSystem;
+class PropertyList;
+
 // What a bundle said about itself when it was read; it doesn't change with the disk.
 struct Bundle {
   Path path;
@@ -31,5 +34,9 @@ class Bundles {
   // The folder of the resources that travel with this executable; absent when it has none.
   virtual std::optional<Path> mainResources() = 0;
 };
+
+// How every host reads a bundle. What an Info.plist says counts when it is a regular file of reasonable
+// length.
+std::shared_ptr<const Bundle> readBundle(FileSystem& files, PropertyList& propertyList, const Path& path);
 
 }  // namespace installer

@@ -1,10 +1,8 @@
-// `Bundles` on NSBundle and on what CoreFoundation reads for it. NSBundle hands out one object for a path for
-// as long as anybody holds it, and that object answers from memory, so the information is read from the
-// directory itself each time.
-#import <CoreFoundation/CoreFoundation.h>
+// `Bundles`. NSBundle hands out one object for a path for as long as it is held, and that object answers from
+// memory, so the information is read from the file each time; NSBundle only knows the resources of this
+// executable.
 #import <Foundation/Foundation.h>
 
-#include <nlohmann/json.hpp>
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
 
@@ -12,25 +10,10 @@ namespace installer::darwin {
 
 namespace {
 
-bool isDirectory(NSString* path) {
-  BOOL directory = NO;
-  return path != nil && [[NSFileManager defaultManager] fileExistsAtPath:path isDirectory:&directory] &&
-         directory;
-}
-
 class DarwinBundles final : public Bundles {
  public:
   std::shared_ptr<const Bundle> read(const Path& path) override {
-    @autoreleasepool {
-      NSURL* url = fileURL(path);
-      if (url == nil || !isDirectory(url.path)) return nullptr;
-      auto bundle = std::make_shared<Bundle>();
-      bundle->path = path;
-      NSDictionary* information =
-          (__bridge_transfer NSDictionary*)CFBundleCopyInfoDictionaryInDirectory((__bridge CFURLRef)url);
-      if (information != nil) bundle->infoDictionary = std::make_shared<const Json>(json(information));
-      return bundle;
-    }
+    return readBundle(*files_, *propertyList_, path);
   }
 
   std::optional<Path> mainResources() override {
@@ -40,6 +23,10 @@ class DarwinBundles final : public Bundles {
       return text(path);
     }
   }
+
+ private:
+  std::unique_ptr<FileSystem> files_ = makeFileSystem();
+  std::unique_ptr<PropertyList> propertyList_ = makePropertyList();
 };
 
 }  // namespace
