@@ -103,6 +103,43 @@ TEST_F(LinuxPlists, DeepNestingIsRefusedInXML) {
   expectCorrupt(xml(repeated("<array>", 1000000)), "never closed");
 }
 
+std::string inUTF16(const std::string& text, bool isBigEndian) {
+  std::string bytes = isBigEndian ? "\xFE\xFF" : "\xFF\xFE";
+  for (const char character : text) {
+    if (isBigEndian) bytes += '\0';
+    bytes += character;
+    if (!isBigEndian) bytes += '\0';
+  }
+  return bytes;
+}
+
+// The bounds alone: the system's own reader on a Mac takes more forms than the library here.
+TEST(XMLPropertyListBounds, CountEveryFormThatAReaderTakes) {
+  const std::string declared =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"a\" \"b\">";
+  for (const std::string& good :
+       {nested(128), declared + nested(100), inUTF16(nested(100), true), inUTF16(nested(100), false),
+        xml("<!-- <dict> --><string><![CDATA[<dict>]]></string><dict/>"), xml("<dict >\n</dict\n><array />"),
+        "<?xml version='1.0' encoding='utf-16'?>" + nested(1)}) {
+    EXPECT_TRUE(isBoundedXMLPropertyList(good)) << good.substr(0, 80);
+  }
+}
+
+TEST(XMLPropertyListBounds, RefuseWhatNestsTooDeepHoweverItIsDisguised) {
+  const auto disguised = [](const std::string& closing) { return xml(repeated("<array>" + closing, 200)); };
+  const std::string named = "<?xml version=\"1.0\" encoding=\"";
+  for (const std::string& bad :
+       {nested(129), inUTF16(nested(129), true), inUTF16(nested(129), false), disguised("<!-- </array> -->"),
+        disguised("<string><![CDATA[</array>]]></string>"), disguised("<?x </array>?>"),
+        disguised("<string x=\"></array>\"/>"), disguised("<plist x=\"></array>\"/>"),
+        disguised("<!DOCTYPE x \"></array>\">"), xml(repeated("<array x=\"/>\">", 200)),
+        inUTF16(nested(129), true).substr(2), std::string(1000, '('), std::string(1000, '{'),
+        named + "UTF-7\"?>" + nested(1), "<!DOCTYPE plist [<!ENTITY a \"<array>\">]>" + nested(1),
+        xml(repeated("<dict/>", 10001)), xml("</array>"), xml("<array"), xml("<!--")}) {
+    EXPECT_FALSE(isBoundedXMLPropertyList(bad)) << bad.substr(0, 80);
+  }
+}
+
 TEST_F(LinuxPlists, AnOverlongListIsRefused) {
   expectCorrupt(xml("<string>" + std::string(PropertyListBounds::bytes, 'x') + "</string>"), "17 MB");
 }

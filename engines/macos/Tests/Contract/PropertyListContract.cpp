@@ -14,6 +14,15 @@ class PropertyListContract : public Contract {
     return parse("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" + element +
                  "</plist>\n");
   }
+  static std::string nestedArrays(int depth) {
+    std::string opened;
+    std::string closed;
+    for (int level = 0; level < depth; ++level) {
+      opened += "<array>";
+      closed += "</array>";
+    }
+    return opened + closed;
+  }
 };
 
 TEST_P(PropertyListContract, ReadsEveryKindOfValue) {
@@ -39,6 +48,15 @@ TEST_P(PropertyListContract, ReadsTheBinaryFormat) {
       std::string{"\x08\x0b\x0d", 3} +
       std::string{"\0\0\0\0\0\0\x01\x01\0\0\0\0\0\0\0\x03\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x0f", 32};
   EXPECT_EQ(parse(bytes).value(), (Json{{"a", 1}}));
+}
+
+// Readers recurse, on threads whose stacks are small.
+TEST_P(PropertyListContract, RefusesWhatNestsTooDeep) {
+  EXPECT_TRUE(parseElement(nestedArrays(100)));
+  for (const int depth : {200, 9999}) {
+    const auto parsed = parseElement(nestedArrays(depth));
+    EXPECT_FALSE(parsed) << depth;
+  }
 }
 
 TEST_P(PropertyListContract, RefusesWhatIsMalformed) {

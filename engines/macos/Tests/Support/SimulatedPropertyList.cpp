@@ -10,7 +10,7 @@ namespace installer::testing {
 
 namespace {
 
-constexpr int kMaximumDepth = 200;
+constexpr int kMaximumDepth = 128;
 
 struct TooDeep {};
 

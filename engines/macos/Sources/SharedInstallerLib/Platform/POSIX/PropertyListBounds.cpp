@@ -5,6 +5,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace installer {
@@ -111,10 +112,98 @@ class BinaryOutline {
   }
 };
 
-std::size_t occurrences(std::string_view text, std::string_view word) {
-  std::size_t count = 0;
-  for (auto at = text.find(word); at != std::string_view::npos; at = text.find(word, at + 1)) ++count;
-  return count;
+bool isBlank(char character) {
+  return character == ' ' || character == '\t' || character == '\r' || character == '\n';
+}
+
+bool isLetter(char character) {
+  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
+}
+
+// The tags of an XML list, as far as they tell how its containers nest.
+class XMLOutline {
+ public:
+  explicit XMLOutline(std::string_view text) : rest_{text} {}
+
+  bool isBounded() {
+    while (skipPast("<")) {
+      if (!takeMarkup()) return false;
+    }
+    return true;
+  }
+
+ private:
+  std::string_view rest_;
+  std::size_t depth_ = 0;
+  std::size_t containers_ = 0;
+
+  bool skipPast(std::string_view end) {
+    const auto at = rest_.find(end);
+    if (at == std::string_view::npos) return false;
+    rest_.remove_prefix(at + end.size());
+    return true;
+  }
+
+  bool take(std::string_view start) {
+    if (!rest_.starts_with(start)) return false;
+    rest_.remove_prefix(start.size());
+    return true;
+  }
+
+  // What a "<" begins.
+  bool takeMarkup() {
+    if (take("?")) return skipPast("?>");
+    if (take("!--")) return skipPast("-->");
+    if (take("![CDATA[")) return skipPast("]]>");
+    const auto end = rest_.find('>');
+    if (end == std::string_view::npos) return false;
+    auto tag = rest_.substr(0, end);
+    rest_.remove_prefix(end + 1);
+    // The head of the list: only here may quotes hide a bracket, because nothing has been opened yet.
+    if (containers_ == 0 && (tag.starts_with('!') || tag.starts_with("plist"))) return !tag.contains('[');
+    return takeElement(tag);
+  }
+
+  bool takeElement(std::string_view tag) {
+    const bool closes = tag.starts_with('/');
+    if (closes) tag.remove_prefix(1);
+    const bool isEmpty = tag.ends_with('/');
+    if (isEmpty) tag.remove_suffix(1);
+    while (!tag.empty() && isBlank(tag.back())) tag.remove_suffix(1);
+    if (!std::ranges::all_of(tag, isLetter)) return false;
+    if (tag != "dict" && tag != "array") return true;
+    if (closes) return depth_-- > 0;
+    if (++containers_ > PropertyListBounds::containers) return false;
+    return isEmpty || ++depth_ <= PropertyListBounds::depth;
+  }
+};
+
+// UTF-16 text with a byte-order mark, with "?" for what isn't ASCII; other text as it stands.
+std::string narrowed(std::string_view bytes) {
+  const bool isBigEndian = bytes.starts_with("\xFE\xFF");
+  if (!isBigEndian && !bytes.starts_with("\xFF\xFE")) return std::string{bytes};
+  std::string text;
+  for (std::size_t at = 2; at + 1 < bytes.size(); at += 2) {
+    const char low = bytes[at + (isBigEndian ? 1 : 0)];
+    const char high = bytes[at + (isBigEndian ? 0 : 1)];
+    text += high == 0 && static_cast<std::uint8_t>(low) < 0x80 ? low : '?';
+  }
+  return text;
+}
+
+// Does the head of the text name an encoding in which ASCII characters are other bytes than here?
+bool isInAnotherEncoding(std::string_view text) {
+  if (!text.starts_with("<?xml")) return false;
+  const auto head = text.substr(0, text.find("?>"));
+  const auto at = head.find("encoding");
+  if (at == std::string_view::npos) return false;
+  std::string name;
+  for (const char character : head.substr(at + 8)) {
+    if (isLetter(character) || (character >= '0' && character <= '9'))
+      name += static_cast<char>(character | 0x20);
+  }
+  return !name.starts_with("utf8") && !name.starts_with("utf16") && !name.starts_with("usascii") &&
+         !name.starts_with("iso8859");
 }
 
 }  // namespace
@@ -124,7 +213,10 @@ bool isBoundedBinaryPropertyList(std::string_view bytes) {
 }
 
 bool isBoundedXMLPropertyList(std::string_view bytes) {
-  return occurrences(bytes, "<dict") + occurrences(bytes, "<array") <= PropertyListBounds::containers;
+  const std::string text = narrowed(bytes);
+  const auto first = std::ranges::find_if_not(text, isBlank);
+  if (first == text.end() || *first != '<' || text.contains('\0') || isInAnotherEncoding(text)) return false;
+  return XMLOutline{text}.isBounded();
 }
 
 }  // namespace installer

@@ -10,7 +10,7 @@ namespace installer {
 struct PropertyListBounds {
   static constexpr std::size_t bytes = 16UL * 1024 * 1024;
   static constexpr std::size_t depth = 128;         // containers within containers
-  static constexpr std::size_t containers = 10000;  // in XML, so that their nesting is bounded as well
+  static constexpr std::size_t containers = 10000;  // in XML
   static constexpr std::size_t values = 200000;     // in a binary list, after following every reference
 };
 
@@ -20,7 +20,9 @@ constexpr std::string_view kBinaryPropertyListMagic = "bplist00";
 // stays within the bounds once every reference is followed.
 bool isBoundedBinaryPropertyList(std::string_view bytes);
 
-// True when the XML list `bytes` has no more containers than allowed.
+// True when the XML list `bytes`, in UTF-8 or UTF-16, has no more containers than allowed and none too deep.
+// False also for what two parsers could read differently: another encoding, attributes, a document type of
+// its own.
 bool isBoundedXMLPropertyList(std::string_view bytes);
 
 }  // namespace installer
