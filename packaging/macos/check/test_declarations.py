@@ -45,7 +45,7 @@ MISTAKES = [
     # Names.
     (FOUNDATION, "source toPath:(NSString*)destination error:(NSError**)error;\n- (BOOL)removeItem",
      "source toPth:(NSString*)destination error:(NSError**)error;\n- (BOOL)removeItem",
-     "NSFileManager has no method moveItemAtPathToPthError; the nearest known name is moveItemAtPathToPathError"),
+     "NSFileManager has no method copyItemAtPathToPthError; the nearest known name is copyItemAtPathToPathError"),
     (FOUNDATION, "+ (NSPipe*)pipe;", "+ (NSPipe*)pip;", "NSPipe has no class method pip; the nearest known name is pipe"),
     (FOUNDATION, "NSString* localizedDescription;", "NSString* localisedDescription;",
      "NSError has no property localisedDescription; the nearest known name is localizedDescription"),

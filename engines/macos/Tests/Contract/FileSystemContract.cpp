@@ -74,6 +74,10 @@ TEST_P(FileSystemContract, GivesTheAttributesOfALinkAndNotOfItsTarget) {
     EXPECT_TRUE(files.attributes(at("link to " + target))->isSymbolicLink);
     EXPECT_EQ(files.attributes(at("link to " + target))->size, static_cast<std::int64_t>(target.size()));
   }
+  layFolder("folder");
+  under->makeLink(at("link"), "folder");
+  EXPECT_TRUE(files.attributes(at("link/"))->isSymbolicLink);
+  EXPECT_EQ(files.attributes(at("link/"))->size, 6);
   EXPECT_FALSE(files.attributes(at("file"))->isSymbolicLink);
   EXPECT_FALSE(files.attributes(at(""))->isSymbolicLink);
 }

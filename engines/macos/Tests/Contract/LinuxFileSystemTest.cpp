@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/xattr.h>
@@ -13,7 +14,7 @@
 
 #include "Contract/LinuxTestFolder.h"
 #include "Platform/Linux/LinuxFileSystem.h"
-#include "Platform/POSIX/FileDescriptor.h"
+#include "Platform/POSIX/FileTree.h"
 
 namespace installer::test {
 namespace {
@@ -278,6 +279,19 @@ TEST_F(LinuxFiles, APathWithANULIsNoPath) {
   EXPECT_FALSE(files.writeFile(cut, "new"));
   EXPECT_EQ(textOf(folder / "file"), "bytes");
   EXPECT_EQ(sortedNames(folder.path()), (Names{"file"}));
+}
+
+TEST_F(LinuxFiles, ATreeAsDeepAsAllowedIsWalkedWith256Descriptors) {
+  std::string deep = "deep";
+  for (int depth = 1; depth < deepestFolder; ++depth) deep += "/d";
+  folder.makeFolder(deep);
+  const int status = inChild([&] {
+    const rlimit usual{256, 256};
+    if (::setrlimit(RLIMIT_NOFILE, &usual) != 0) return 2;
+    if (!files.copyItem(folder / "deep", folder / "copy")) return 3;
+    return files.removeItem(folder / "deep") ? 0 : 4;
+  });
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(LinuxFiles, ATreeThatIsTooDeepIsRefusedAndNothingIsLeft) {

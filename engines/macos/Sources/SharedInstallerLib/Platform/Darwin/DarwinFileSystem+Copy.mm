@@ -12,13 +12,6 @@ namespace installer::darwin {
 namespace {
 
 constexpr std::string_view kCopied = "copied";
-constexpr std::string_view kMoved = "moved";
-
-bool crossesVolumes(const Path& source, const Path& destination) {
-  const auto from = linkStatus(AT_FDCWD, source.c_str());
-  const auto to = linkStatus(AT_FDCWD, folderOf(destination).c_str());
-  return from && to && from->st_dev != to->st_dev;
-}
 
 Result<> copyStaged(NSString* from, const Path& destination) {
   const Path parent = folderOf(destination);
@@ -53,27 +46,9 @@ Result<> DarwinFileSystem::copyItem(const Path& source, const Path& destination)
   }
 }
 
+// The system's own move would copy to the destination's name piece by piece where it crosses volumes.
 Result<> DarwinFileSystem::moveItem(const Path& source, const Path& destination) {
-  @autoreleasepool {
-    NSString* from = nameOf(source);
-    NSString* to = nameOf(destination);
-    if (from == nil) return unusable(FileAccess::write, source, kMoved);
-    if (to == nil) return unusable(FileAccess::write, destination, kMoved);
-    // A link that leads nowhere is something as well.
-    if (linkStatus(AT_FDCWD, usablePath(source)->c_str()) &&
-        linkStatus(AT_FDCWD, usablePath(destination)->c_str())) {
-      return fileFailure(FileAccess::write, EEXIST, destination, kMoved);
-    }
-    // The system's own move would copy to the destination's name piece by piece.
-    if (crossesVolumes(*usablePath(source), *usablePath(destination))) {
-      if (auto made = copyItem(source, destination); !made) return made;
-      // The copy is whole and stays even if the original can't be removed entirely: it may be all there is.
-      return removeItem(source);
-    }
-    NSError* problem = nil;
-    if ([manager() moveItemAtPath:from toPath:to error:&problem]) return {};
-    return failed(problem);
-  }
+  return moveByRename(*this, source, destination);
 }
 
 }  // namespace installer::darwin

@@ -23,7 +23,7 @@ Result<> DarwinFileSystem::removeItem(const Path& path) {
     if (usable == "/") return fileFailure(FileAccess::write, EPERM, path, kRemoved);
     if (!usable || nsString(*usable) == nil) return unusable(FileAccess::write, path, kRemoved);
     const Path parent = folderOf(*usable);
-    const FileDescriptor folder{open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    const FileDescriptor folder{open(parent.c_str(), O_SEARCH | O_CLOEXEC)};
     if (!folder) return fileFailure(FileAccess::write, errno, path, kRemoved);
     std::optional<Error> told;
     const auto removeEntry = [&](const char* name) {

@@ -121,7 +121,7 @@ Result<FileAttributes> DarwinFileSystem::attributes(const Path& path) {
     NSError* problem = nil;
     NSDictionary* found = [manager() attributesOfItemAtPath:name error:&problem];
     if (found == nil) return failed(problem);
-    const auto status = linkStatus(AT_FDCWD, path.c_str());
+    const auto status = linkStatus(AT_FDCWD, usablePath(path)->c_str());
     return FileAttributes{.size = [found[NSFileSize] longLongValue],
                           .isSymbolicLink = status && S_ISLNK(status->st_mode),
                           .identity = status ? identityOf(*status) : FileIdentity{}};

@@ -40,4 +40,10 @@ bool flushVolume(int folder) {
   return true;
 }
 
+// A plain fsync leaves the bytes in the drive's own memory; not every volume offers more.
+void flushFolder(int folder) {
+  if (fcntl(folder, F_FULLFSYNC) == 0 || fcntl(folder, F_BARRIERFSYNC) == 0) return;
+  (void)fsync(folder);
+}
+
 }  // namespace installer

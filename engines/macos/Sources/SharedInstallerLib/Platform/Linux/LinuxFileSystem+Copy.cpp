@@ -5,14 +5,12 @@
 #include "Platform/POSIX/FileErrors.h"
 #include "Platform/POSIX/FileTree.h"
 #include "Platform/POSIX/StagedCopy.h"
-#include "Platform/POSIX/VolumeCalls.h"
 
 namespace installer {
 
 namespace {
 
 constexpr auto copied = "copied";
-constexpr auto moved = "moved";
 
 Path folderOf(const Path& path) {
   const Path parent = parentFolder(path);
@@ -43,17 +41,7 @@ Result<> LinuxFileSystem::copyItem(const Path& source, const Path& destination) 
 }
 
 Result<> LinuxFileSystem::moveItem(const Path& source, const Path& destination) {
-  const auto from = usablePath(source);
-  if (!from) return fileFailure(FileAccess::write, errno, source, moved);
-  const auto to = usablePath(destination);
-  if (!to) return fileFailure(FileAccess::write, errno, destination, moved);
-  if (renameWithoutReplacing(AT_FDCWD, from->c_str(), AT_FDCWD, to->c_str())) return {};
-  if (errno != EXDEV) {
-    return fileFailure(FileAccess::write, errno, errno == EEXIST ? destination : source, moved);
-  }
-  if (auto made = copyItem(source, destination); !made) return made;
-  // The copy is whole and stays even if the original can't be removed entirely: it may be all there is.
-  return removeItem(source);
+  return moveByRename(*this, source, destination);
 }
 
 }  // namespace installer

@@ -31,4 +31,8 @@ bool flushVolume(int folder) {
   return ::syncfs(folder) == 0;
 }
 
+void flushFolder(int folder) {
+  (void)::fsync(folder);
+}
+
 }  // namespace installer

@@ -7,6 +7,9 @@
 #include <memory>
 #include <unistd.h>
 
+#include "Platform/POSIX/FileErrors.h"
+#include "Platform/POSIX/VolumeCalls.h"
+
 namespace installer {
 
 namespace {
@@ -119,6 +122,21 @@ bool writeAll(int descriptor, std::string_view bytes) {
 // Another process may be removing the same tree.
 bool removeTree(int folder, const char* name, TreeOwner owner, int depth) {
   return removeEntry(folder, name, owner, depth) || errno == ENOENT;
+}
+
+Result<> moveByRename(FileSystem& files, const Path& source, const Path& destination) {
+  constexpr auto moved = "moved";
+  const auto from = usablePath(source);
+  if (!from) return fileFailure(FileAccess::write, errno, source, moved);
+  const auto to = usablePath(destination);
+  if (!to) return fileFailure(FileAccess::write, errno, destination, moved);
+  if (renameWithoutReplacing(AT_FDCWD, from->c_str(), AT_FDCWD, to->c_str())) return {};
+  if (errno != EXDEV) {
+    return fileFailure(FileAccess::write, errno, errno == EEXIST ? destination : source, moved);
+  }
+  if (auto made = files.copyItem(source, destination); !made) return made;
+  // The copy is whole and stays even if the original can't be removed entirely: it may be all there is.
+  return files.removeItem(source);
 }
 
 }  // namespace installer

@@ -11,9 +11,9 @@
 
 namespace installer {
 
-// How many folders deep a tree is walked: more than any bundle has, and few enough for the descriptors and
-// the stack of whoever walks. What lies deeper is ENAMETOOLONG.
-inline constexpr int deepestFolder = 256;
+// How many folders deep a tree is walked: more than any bundle has. A copy holds two descriptors for each
+// folder that it is in, and a process may have no more than 256. What lies deeper is ENAMETOOLONG.
+inline constexpr int deepestFolder = 100;
 
 // `path` without trailing slashes, which would follow a link; absent for a path that can't be one.
 std::optional<Path> usablePath(const Path& path);
@@ -45,5 +45,8 @@ bool writeAll(int descriptor, std::string_view bytes);
 // their owner: for remains of our own work only.
 enum class TreeOwner { anyone, ours };
 bool removeTree(int folder, const char* name, TreeOwner owner, int depth = 0);
+
+// `FileSystem::moveItem` by a rename. Across volumes `files` copies and then removes.
+Result<> moveByRename(FileSystem& files, const Path& source, const Path& destination);
 
 }  // namespace installer

@@ -1,7 +1,6 @@
 #include "Platform/POSIX/StagedCopy.h"
 
 #include <cerrno>
-#include <unistd.h>
 
 #include "Platform/POSIX/FileTree.h"
 #include "Platform/POSIX/VolumeCalls.h"
@@ -23,7 +22,7 @@ bool StagedCopy::commit() {
   if (!flushVolume(folder_)) return false;
   committed_ = renameWithoutReplacing(folder_, stagingName(), folder_, name_.c_str());
   // And the name before anybody relies on it, such as a move that removes the original next.
-  if (committed_) (void)::fsync(folder_);
+  if (committed_) flushFolder(folder_);
   return committed_;
 }
 

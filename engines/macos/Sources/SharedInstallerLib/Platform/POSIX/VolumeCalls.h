@@ -16,4 +16,7 @@ bool isProtected(int folder, const char* name);
 // errno set.
 bool flushVolume(int folder);
 
+// The same of the names in the open directory `folder`, as far as its volume can promise it.
+void flushFolder(int folder);
+
 }  // namespace installer
