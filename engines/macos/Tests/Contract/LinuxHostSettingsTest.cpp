@@ -142,7 +142,10 @@ TEST(LinuxHostMachine, MakesItsFoldersAndSettlesTheSignals) {
   ::signal(SIGCHLD, SIG_IGN);
   LinuxHost host{settings, folder.path()};
   EXPECT_EQ(sortedNames(settings.root), (std::vector<std::string>{"Applications", "Volumes", "tmp"}));
-  EXPECT_EQ(::signal(SIGPIPE, SIG_IGN), SIG_IGN);
+  struct sigaction brokenPipe{};
+  ::sigaction(SIGPIPE, nullptr, &brokenPipe);
+  EXPECT_NE(brokenPipe.sa_handler, SIG_DFL);
+  EXPECT_NE(brokenPipe.sa_handler, SIG_IGN) << "programs that the engine starts would inherit that";
   const auto ran = host.machine().processes.run("/bin/sh", {"-c", "exit 3"}, CapturedOutput::none);
   ASSERT_TRUE(ran);
   EXPECT_EQ(ran->status, 3) << "a child's status is ours whatever our parent ignored";

@@ -1,7 +1,7 @@
 // The macOS machine: every service of the seam, each a thin translation to the system's own classes.
 //
 // A host owns its services; only tests destroy one. The thread that AppKit and Dispatch know as the main one
-// is the main thread. Its constructor ignores SIGPIPE.
+// is the main thread. Its constructor settles the signals.
 #pragma once
 
 #include <memory>

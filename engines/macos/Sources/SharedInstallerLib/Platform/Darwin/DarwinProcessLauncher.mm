@@ -2,6 +2,7 @@
 #import <Foundation/Foundation.h>
 
 #include <fcntl.h>
+#include <signal.h>
 
 #include <cerrno>
 
@@ -46,10 +47,34 @@ FileDescriptor readingEnd(NSPipe* pipe) {
   return FileDescriptor{fcntl(pipe.fileHandleForReading.fileDescriptor, F_DUPFD_CLOEXEC, 0)};
 }
 
-// Blocks until the program has ended: its end closes the other side.
+// Blocks until the program has ended: its end writes a byte.
 void awaitEnd(const FileDescriptor& ended) {
   char byte = 0;
   (void)retryInterrupted([&] { return read(ended.get(), &byte, 1); });
+}
+
+// A program inherits the signals that its starter's thread blocks, and the system's worker threads block all
+// that they can.
+class NoSignalBlocked {
+ public:
+  NoSignalBlocked() {
+    sigset_t none{};
+    sigemptyset(&none);
+    pthread_sigmask(SIG_SETMASK, &none, &kept_);
+  }
+  NoSignalBlocked(const NoSignalBlocked&) = delete;
+  NoSignalBlocked& operator=(const NoSignalBlocked&) = delete;
+  ~NoSignalBlocked() { pthread_sigmask(SIG_SETMASK, &kept_, nullptr); }
+
+ private:
+  sigset_t kept_{};
+};
+
+Result<> launchTask(NSTask* task) {
+  const NoSignalBlocked during;
+  NSError* problem = nil;
+  if ([task launchAndReturnError:&problem]) return {};
+  return failed(problem);
 }
 
 std::int32_t exitStatus(NSTask* task) {
@@ -93,12 +118,13 @@ class DarwinProcessLauncher final : public ProcessLauncher {
       if (captured == CapturedOutput::merged) task.standardError = pipes.output;
       if (pipes.errorOutput != nil) task.standardError = pipes.errorOutput;
       // The task's own way of waiting turns the run loop, and with it whatever else waits for the thread.
+      // A byte and not the end of the stream, which comes late when another program has inherited the pipe.
       NSFileHandle* ended = pipes.ended.fileHandleForWriting;
       task.terminationHandler = ^(NSTask*) {
+        (void)write(ended.fileDescriptor, "", 1);
         [ended closeAndReturnError:nil];
       };
-      NSError* problem = nil;
-      if (![task launchAndReturnError:&problem]) return failed(problem);
+      if (auto launched = launchTask(task); !launched) return std::unexpected(launched.error());
       ProgramExit exit;
       drainOutput(pipes.readOutput, exit.output, pipes.readError, exit.errorOutput, pipes.readEnded.get());
       awaitEnd(pipes.readEnded);
@@ -111,9 +137,7 @@ class DarwinProcessLauncher final : public ProcessLauncher {
     @autoreleasepool {
       NSTask* task = taskFor(program, arguments);
       if (task == nil) return launchFailure(EINVAL, program);
-      NSError* problem = nil;
-      if ([task launchAndReturnError:&problem]) return {};
-      return failed(problem);
+      return launchTask(task);
     }
   }
 };

@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <array>
+#include <cerrno>
 #include <vector>
 
 #include "Platform/Darwin/DarwinServices.h"
@@ -17,11 +18,13 @@ constexpr std::array kRequests{SIGINT, SIGTERM, SIGHUP};
 // effect, so that the second ends the process even if the main queue is never served again. A handler and not
 // SIG_IGN, which the programs that the engine starts would inherit.
 void onRequest(int) {
+  const int kept = errno;
   for (const int number : kRequests) {
     struct sigaction current{};
     sigaction(number, nullptr, &current);
     if (current.sa_handler == onRequest) signal(number, SIG_DFL);
   }
+  errno = kept;
 }
 
 bool isIgnored(int number) {

@@ -7,7 +7,11 @@
 namespace installer {
 
 void settleSignals() {
-  ::signal(SIGPIPE, SIG_IGN);
+  // A handler and not SIG_IGN, which the programs that the engine starts would inherit.
+  struct sigaction quiet{};
+  quiet.sa_handler = [](int) {};
+  quiet.sa_flags = SA_RESTART;
+  ::sigaction(SIGPIPE, &quiet, nullptr);
   ::signal(SIGCHLD, SIG_DFL);
 }
 
