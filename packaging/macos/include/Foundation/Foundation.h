@@ -129,7 +129,6 @@ enum : NSDirectoryEnumerationOptions { NSDirectoryEnumerationSkipsHiddenFiles = 
 - (NSDictionary*)attributesOfItemAtPath:(NSString*)path error:(NSError**)error;
 - (NSDictionary*)attributesOfFileSystemForPath:(NSString*)path error:(NSError**)error;
 - (BOOL)copyItemAtPath:(NSString*)source toPath:(NSString*)destination error:(NSError**)error;
-- (BOOL)moveItemAtPath:(NSString*)source toPath:(NSString*)destination error:(NSError**)error;
 - (BOOL)removeItemAtPath:(NSString*)path error:(NSError**)error;
 - (BOOL)createDirectoryAtPath:(NSString*)path
     withIntermediateDirectories:(BOOL)createIntermediates
@@ -211,6 +210,7 @@ extern "C" NSString* NSHomeDirectory(void);
 @end
 
 @interface NSOperationQueue : NSObject
+@property NSInteger maxConcurrentOperationCount;
 - (void)addOperationWithBlock:(void (^)(void))block;
 @end
 
@@ -254,6 +254,13 @@ enum : NSURLRequestCachePolicy {
 - (void)URLSession:(NSURLSession*)session task:(NSURLSessionTask*)task didCompleteWithError:(NSError*)error;
 @end
 
+@protocol NSURLSessionDataDelegate <NSURLSessionTaskDelegate>
+@optional
+- (void)URLSession:(NSURLSession*)session
+          dataTask:(NSURLSessionDataTask*)dataTask
+    didReceiveData:(NSData*)data;
+@end
+
 @protocol NSURLSessionDownloadDelegate <NSURLSessionTaskDelegate>
 - (void)URLSession:(NSURLSession*)session
                  downloadTask:(NSURLSessionDownloadTask*)downloadTask
@@ -284,16 +291,13 @@ enum : NSURLRequestCachePolicy {
 @end
 
 @interface NSURLSession : NSObject
-@property(class, readonly) NSURLSession* sharedSession;
 + (NSURLSession*)sessionWithConfiguration:(NSURLSessionConfiguration*)configuration
                                  delegate:(id<NSURLSessionDelegate>)delegate
                             delegateQueue:(NSOperationQueue*)queue;
 @property(readonly) NSOperationQueue* delegateQueue;
 - (void)finishTasksAndInvalidate;
 - (void)invalidateAndCancel;
-- (NSURLSessionDataTask*)dataTaskWithRequest:(NSURLRequest*)request
-                           completionHandler:(void (^)(NSData* data, NSURLResponse* response,
-                                                       NSError* error))completionHandler;
+- (NSURLSessionDataTask*)dataTaskWithRequest:(NSURLRequest*)request;
 - (NSURLSessionDownloadTask*)downloadTaskWithURL:(NSURL*)url;
 - (NSURLSessionDownloadTask*)downloadTaskWithResumeData:(NSData*)resumeData;
 @end

@@ -81,7 +81,11 @@ class URLSession {
  public:
   virtual ~URLSession() = default;
 
-  // The completion runs exactly once after `resume`. The body is kept in memory.
+  // Far beyond any metadata: a server that never ends must not eat the memory.
+  static constexpr std::size_t maximumDataLength = std::size_t{8} << 20U;
+
+  // The completion runs exactly once after `resume`. The body is kept in memory; a longer one than
+  // `maximumDataLength` is `URLErrorCode::dataLengthExceedsMaximum`.
   virtual std::shared_ptr<URLSessionTask> dataTask(const URLRequest& request,
                                                    DataTaskCompletion completion) = 0;
 

@@ -1,8 +1,7 @@
-// `URLSessions` on NSURLSession. The session's delegate object translates each callback; the queue is the
-// serial one that the system makes for a session without a queue of its own.
+// `URLSessions` on NSURLSession. The session's delegate object translates each callback, on a serial queue of the
+// session's own.
 #import <Foundation/Foundation.h>
 
-#include <atomic>
 #include <mutex>
 
 #import "Platform/Darwin/DarwinFoundation.h"
@@ -11,7 +10,7 @@
 #import "Platform/Darwin/DarwinURLTranslation.h"
 
 // The session retains this object until it is invalidated, and with it the engine's delegate.
-@interface KELOSessionDelegate : NSObject <NSURLSessionDownloadDelegate>
+@interface KELOSessionDelegate : NSObject <NSURLSessionDataDelegate, NSURLSessionDownloadDelegate>
 @end
 
 @implementation KELOSessionDelegate {
@@ -51,10 +50,18 @@
   _engine->didFinishDownloadingTo(_tasks->find(downloadTask), installer::darwin::text(location.path));
 }
 
+- (void)URLSession:(NSURLSession*)session
+          dataTask:(NSURLSessionDataTask*)dataTask
+    didReceiveData:(NSData*)data {
+  _tasks->find(dataTask)->receive(data);
+}
+
 - (void)URLSession:(NSURLSession*)session task:(NSURLSessionTask*)task didCompleteWithError:(NSError*)error {
   using namespace installer;
   const auto known = _tasks->find(task);
-  _engine->didCompleteWithError(known, error != nil ? std::optional{darwin::error(error)} : std::nullopt);
+  if (!known->complete(error)) {
+    _engine->didCompleteWithError(known, error != nil ? std::optional{darwin::error(error)} : std::nullopt);
+  }
   _tasks->forget(task.taskIdentifier);
 }
 
@@ -67,10 +74,7 @@ class DarwinURLSession final : public URLSession {
  public:
   DarwinURLSession(NSURLSession* session, std::shared_ptr<TaskTable> tasks,
                    const std::shared_ptr<URLSessionDelegate>& delegate)
-      : session_{session},
-        failures_{session.delegateQueue != nil ? session.delegateQueue : [NSOperationQueue new]},
-        tasks_{std::move(tasks)},
-        delegate_{delegate} {}
+      : session_{session}, tasks_{std::move(tasks)}, delegate_{delegate} {}
   // The system's session holds its delegate until it is invalidated, by whomever.
   ~DarwinURLSession() override { finishTasksAndInvalidate(); }
   DarwinURLSession(const DarwinURLSession&) = delete;
@@ -79,23 +83,15 @@ class DarwinURLSession final : public URLSession {
   std::shared_ptr<URLSessionTask> dataTask(const URLRequest& request,
                                            DataTaskCompletion completion) override {
     @autoreleasepool {
-      const auto shared = std::make_shared<DataTaskCompletion>(std::move(completion));
       NSURL* url = nsURL(request.url);
       const std::lock_guard lock{mutex_};
       if (url == nil || invalidated_) {
         const auto problem = refusal(url);
-        return failedTask([shared, problem](const auto&) { (*shared)(std::nullopt, std::nullopt, problem); });
+        return failedTask([completion = std::move(completion), problem](const auto&) {
+          completion(std::nullopt, std::nullopt, problem);
+        });
       }
-      auto tasks = tasks_;
-      auto identifier = std::make_shared<std::atomic<NSUInteger>>(0);
-      NSURLSessionTask* task =
-          [session_ dataTaskWithRequest:nsRequest(request, url)
-                      completionHandler:^(NSData* data, NSURLResponse* response, NSError* problem) {
-                        deliver(*shared, data, response, problem);
-                        tasks->forget(*identifier);
-                      }];
-      *identifier = task.taskIdentifier;
-      return tasks_->add(task);
+      return tasks_->add([session_ dataTaskWithRequest:nsRequest(request, url)], std::move(completion));
     }
   }
 
@@ -135,30 +131,13 @@ class DarwinURLSession final : public URLSession {
   }
 
  private:
-  static void deliver(const DataTaskCompletion& completion, NSData* data, NSURLResponse* response,
-                      NSError* problem) {
-    if (problem != nil) {
-      completion(std::nullopt, std::nullopt, error(problem));
-      return;
-    }
-    auto answer = responseOf(response);
-    if (!answer) {
-      completion(std::nullopt, std::nullopt,
-                 urlError(URLErrorCode::badServerResponse, "The answer isn’t HTTP."));
-      return;
-    }
-    // An empty body is none, whatever object stands for it.
-    auto body = data.length > 0 ? std::optional{bytes(data)} : std::nullopt;
-    completion(std::move(body), std::move(answer), std::nullopt);
-  }
-
   static Error refusal(NSURL* url) {
     if (url == nil) return urlError(URLErrorCode::badURL, "The address can't be used.");
     return urlError(URLErrorCode::cancelled, "The session has ended.");
   }
 
   std::shared_ptr<URLSessionTask> failedTask(FailedTask::Deliver deliver) {
-    return std::make_shared<FailedTask>(--failedIdentifier_, failures_, std::move(deliver));
+    return std::make_shared<FailedTask>(--failedIdentifier_, session_.delegateQueue, std::move(deliver));
   }
 
   std::shared_ptr<URLSessionTask> failedDownload(const Error& problem) {
@@ -168,7 +147,6 @@ class DarwinURLSession final : public URLSession {
   }
 
   NSURLSession* session_;
-  NSOperationQueue* failures_;  // the session's own, for the callbacks of tasks that it was never asked for
   std::shared_ptr<TaskTable> tasks_;
   std::weak_ptr<URLSessionDelegate> delegate_;
   std::mutex mutex_;  // guards the next two: a task asked of an invalidated session is a fault there
@@ -178,22 +156,25 @@ class DarwinURLSession final : public URLSession {
 
 class DarwinURLSessions final : public URLSessions {
  public:
+  // Not the system's own: that one has no delegate, without which the length of an answer can't be limited.
   std::shared_ptr<URLSession> shared() override {
-    static auto* const session = new std::shared_ptr<URLSession>(std::make_shared<DarwinURLSession>(
-        [NSURLSession sharedSession], std::make_shared<TaskTable>(), nullptr));
+    static auto* const session = new std::shared_ptr<URLSession>(make(nullptr));
     return *session;
   }
 
   std::shared_ptr<URLSession> make(std::shared_ptr<URLSessionDelegate> delegate) override {
     @autoreleasepool {
+      if (delegate == nullptr) delegate = std::make_shared<URLSessionDelegate>();
       auto tasks = std::make_shared<TaskTable>();
       KELOSessionDelegate* object = [KELOSessionDelegate new];
       object->_engine = delegate;
       object->_tasks = tasks;
+      NSOperationQueue* queue = [NSOperationQueue new];
+      queue.maxConcurrentOperationCount = 1;
       NSURLSession* session =
           [NSURLSession sessionWithConfiguration:[NSURLSessionConfiguration defaultSessionConfiguration]
-                                        delegate:delegate != nullptr ? object : nil
-                                   delegateQueue:nil];
+                                        delegate:object
+                                   delegateQueue:queue];
       return std::make_shared<DarwinURLSession>(session, std::move(tasks), delegate);
     }
   }

@@ -8,7 +8,10 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <utility>
 
+#import "Platform/Darwin/DarwinFoundation.h"
 #import "Platform/Darwin/DarwinURLTranslation.h"
 #include "Platform/URLSession.h"
 
@@ -16,7 +19,9 @@ namespace installer::darwin {
 
 class DarwinTask final : public URLSessionTask {
  public:
-  explicit DarwinTask(NSURLSessionTask* task) : task_{task} {}
+  // `completion` is a data task's; empty for a download.
+  explicit DarwinTask(NSURLSessionTask* task, DataTaskCompletion completion = nullptr)
+      : task_{task}, completion_{std::move(completion)} {}
   int taskIdentifier() const override { return static_cast<int>(task_.taskIdentifier); }
   void resume() override {
     @autoreleasepool {
@@ -34,8 +39,39 @@ class DarwinTask final : public URLSessionTask {
     }
   }
 
+  // For the session's delegate, on its queue: more of a data task's body, and its end. False for a download,
+  // whose end the engine's own delegate is told of.
+  void receive(NSData* data) {
+    if (isTooLong_) return;
+    isTooLong_ = body_.size() + data.length > URLSession::maximumDataLength;
+    if (isTooLong_) return cancel();
+    body_ += bytes(data);
+  }
+  bool complete(NSError* problem) {
+    if (!completion_) return false;
+    const auto completion = std::exchange(completion_, nullptr);
+    auto answer = response();
+    if (auto failure = failureOf(problem, answer.has_value())) {
+      completion(std::nullopt, std::move(answer), std::move(failure));
+      return true;
+    }
+    completion(body_.empty() ? std::nullopt : std::optional{std::move(body_)}, std::move(answer),
+               std::nullopt);
+    return true;
+  }
+
  private:
   NSURLSessionTask* task_;
+  DataTaskCompletion completion_;
+  std::string body_;
+  bool isTooLong_ = false;
+
+  std::optional<Error> failureOf(NSError* problem, bool isAnswered) const {
+    if (isTooLong_) return urlError(URLErrorCode::dataLengthExceedsMaximum, "The answer is too long.");
+    if (problem != nil) return error(problem);
+    if (!isAnswered) return urlError(URLErrorCode::badServerResponse, "The answer isn’t HTTP.");
+    return std::nullopt;
+  }
 };
 
 // A task that the system can't be asked for: it fails on the session's queue once it is resumed.
@@ -48,10 +84,12 @@ class FailedTask final : public URLSessionTask, public std::enable_shared_from_t
   int taskIdentifier() const override { return identifier_; }
   void resume() override {
     if (resumed_.exchange(true)) return;
-    auto self = shared_from_this();
-    [queue_ addOperationWithBlock:^{
-      self->deliver_(self);
-    }];
+    @autoreleasepool {
+      auto self = shared_from_this();
+      [queue_ addOperationWithBlock:^{
+        self->deliver_(self);
+      }];
+    }
   }
   // Its end comes all the same.
   void cancel() override { resume(); }
@@ -67,13 +105,13 @@ class FailedTask final : public URLSessionTask, public std::enable_shared_from_t
 // The tasks of one session by identifier, so that a callback hands on the object that the caller holds.
 class TaskTable {
  public:
-  std::shared_ptr<URLSessionTask> add(NSURLSessionTask* task) {
-    auto made = std::make_shared<DarwinTask>(task);
+  std::shared_ptr<DarwinTask> add(NSURLSessionTask* task, DataTaskCompletion completion = nullptr) {
+    auto made = std::make_shared<DarwinTask>(task, std::move(completion));
     const std::lock_guard lock{mutex_};
     tasks_[task.taskIdentifier] = made;
     return made;
   }
-  std::shared_ptr<URLSessionTask> find(NSURLSessionTask* task) {
+  std::shared_ptr<DarwinTask> find(NSURLSessionTask* task) {
     {
       const std::lock_guard lock{mutex_};
       if (const auto found = tasks_.find(task.taskIdentifier); found != tasks_.end()) return found->second;
@@ -87,7 +125,7 @@ class TaskTable {
 
  private:
   std::mutex mutex_;
-  std::map<NSUInteger, std::shared_ptr<URLSessionTask>> tasks_;
+  std::map<NSUInteger, std::shared_ptr<DarwinTask>> tasks_;
 };
 
 }  // namespace installer::darwin

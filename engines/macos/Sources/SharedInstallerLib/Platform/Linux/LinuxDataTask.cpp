@@ -4,13 +4,6 @@
 
 namespace installer {
 
-namespace {
-
-// Far beyond any metadata: a server that never ends must not eat the memory.
-constexpr std::size_t maximumBody = std::size_t{8} << 20U;
-
-}  // namespace
-
 LinuxDataTask::LinuxDataTask(std::shared_ptr<URLSessionCore> session, URLRequest request,
                              DataTaskCompletion completion)
     : LinuxURLTask{std::move(session), std::move(request)}, completion_{std::move(completion)} {
@@ -22,7 +15,7 @@ CurlTransfer::Verdict LinuxDataTask::acceptHead(const ResponseHead& /*head*/) {
 }
 
 CurlTransfer::Verdict LinuxDataTask::acceptBody(std::string_view bytes) {
-  isTooLong_ = body_.size() + bytes.size() > maximumBody;
+  isTooLong_ = body_.size() + bytes.size() > URLSession::maximumDataLength;
   if (isTooLong_) return Verdict::stop;
   body_ += bytes;
   return Verdict::goOn;
