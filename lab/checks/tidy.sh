@@ -17,13 +17,13 @@ base() {
 }
 
 changed() {
-  if [ "${TIDY_BASE:-}" = all ]; then git ls-files '*.cpp' '*.h'; return; fi
-  git diff --name-only --diff-filter=d "$(base)" -- '*.cpp' '*.h'
+  if [ "${TIDY_BASE:-}" = all ]; then git ls-files '*.cpp' '*.mm' '*.h'; return; fi
+  git diff --name-only --diff-filter=d "$(base)" -- '*.cpp' '*.mm' '*.h'
 }
 
 # The changed sources; for a changed header the source of its name.
 sources() {
-  changed | sed 's/\.h$/.cpp/' | sort -u | while read -r source; do
+  changed | sed 's/^\(.*\)\.h$/\1.cpp\n\1.mm/' | sort -u | while read -r source; do
     [ -f "$source" ] && grep -q "\"file\": \"$PWD/$source\"" "$build/compile_commands.json" && echo "$source"
   done || true
 }

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """check_executable.py EXECUTABLE STUBS LIBSYSTEM [FORBIDDEN...]: looks into the linked engine, without a Mac.
 
-Both architectures, macOS 12.0 at least, exactly the libraries of the stubs below STUBS and the system's own one
+Both architectures, macOS 12.0 at least, position-independent, with an LC_UUID, exactly the libraries of the stubs below STUBS and the system's own one
 (LIBSYSTEM is its stub), and every symbol that is missing in it found in the very library that it is bound to.
 None of the texts FORBIDDEN, such as the folder of the build, may stand in it.
 """
@@ -29,6 +29,10 @@ def short_name(install_name):
 def slice_problems(code, libraries):
     if code.platform_and_minimum() != MINIMUM:
         yield f"is built for {code.platform_and_minimum()} and not for {MINIMUM}"
+    if not code.is_position_independent():
+        yield "isn't position-independent"
+    if len(code.commands("LC_UUID")) != 1:
+        yield "has no LC_UUID, by which crash reports and symbols find each other"
     linked = code.libraries()
     for name in sorted(set(libraries) - set(linked)):
         yield f"isn't linked against {name}"

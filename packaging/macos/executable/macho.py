@@ -26,12 +26,16 @@ def undefined(executable, architecture="all"):
 class Slice:
     def __init__(self, executable, architecture):
         self.architecture = architecture
-        self._headers = run("llvm-otool-19", "-l", "-arch", architecture, executable)
+        self._headers = run("llvm-otool-19", "-hvl", "-arch", architecture, executable)
         self.undefined = undefined(executable, architecture)
 
     def commands(self, name):
         """The text of each load command of that name."""
         return [each for each in self._headers.split("Load command ") if f"cmd {name}\n" in each]
+
+    def is_position_independent(self):
+        """So that the system can load it at another address each time."""
+        return " PIE" in self._headers.split("Load command 0")[0]
 
     def libraries(self):
         kinds = ("LC_LOAD_DYLIB", "LC_LOAD_WEAK_DYLIB", "LC_REEXPORT_DYLIB", "LC_LAZY_LOAD_DYLIB")

@@ -35,6 +35,14 @@ def change(path, pattern, replacement):
     path.write_text(text)
 
 
+def changed_twice(pattern, replacement, copy):
+    """A copy of the engine with that change in each of its slices."""
+    content, count = re.subn(pattern, replacement, EXECUTABLE.read_bytes(), flags=re.S)
+    assert count == 2
+    copy.write_bytes(content)
+    return copy
+
+
 def lipo(*arguments):
     subprocess.run(["llvm-lipo-19", *map(str, arguments)], check=True)
 
@@ -86,12 +94,23 @@ def test_one_slice_alone(folder, tmp_path):
 
 def test_another_minimum_version(folder, tmp_path):
     # LC_BUILD_VERSION, its length, macOS, and 12.0 as a number.
-    command = re.compile(rb"(\x32\0\0\0[\x18\x20]\0\0\0\x01\0\0\0\0\0)\x0c\0")
-    content, count = command.subn(lambda found: found[1] + b"\x0d\0", EXECUTABLE.read_bytes())
-    assert count == 2
-    (tmp_path / "later").write_bytes(content)
-    assert found(folder, tmp_path / "later") == [f"{each} is built for ('macos', '13.0') and not for ('macos', '12.0')"
-                                                 for each in ("arm64", "x86_64")]
+    command = rb"(\x32\0\0\0[\x18\x20]\0\0\0\x01\0\0\0\0\0)\x0c\0"
+    executable = changed_twice(command, b"\\1\x0d\0", tmp_path / "later")
+    assert found(folder, executable) == [f"{each} is built for ('macos', '13.0') and not for ('macos', '12.0')"
+                                         for each in ("arm64", "x86_64")]
+
+
+def test_a_fixed_address(folder, tmp_path):
+    # The head of an executable: MH_PIE is the bit 0x20 in the third byte of its flags.
+    executable = changed_twice(rb"(\xcf\xfa\xed\xfe.{8}\x02\0\0\0.{8}..)[\x20-\x3f]", b"\\1\0", tmp_path / "fixed")
+    assert found(folder, executable) == [f"{each} isn't position-independent" for each in ("arm64", "x86_64")]
+
+
+def test_no_identifier_of_the_build(folder, tmp_path):
+    # LC_UUID, with its length, becomes a command that no tool knows.
+    executable = changed_twice(rb"\x1b\0\0\0(\x18\0\0\0)", b"\x70\0\0\0\\1", tmp_path / "nameless")
+    assert found(folder, executable) == [f"{each} has no LC_UUID, by which crash reports and symbols find each other"
+                                         for each in ("arm64", "x86_64")]
 
 
 def test_a_text_that_may_not_stand_in_it(folder):
