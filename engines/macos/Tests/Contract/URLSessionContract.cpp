@@ -141,6 +141,14 @@ TEST_P(URLSessionContract, FetchesData) {
   EXPECT_EQ(under->requestsToServer(), (Lines{"GET /data", "GET /empty", "GET /error", "GET /missing"}));
 }
 
+TEST_P(URLSessionContract, FetchesNoMoreDataThanItKeepsInMemory) {
+  const std::string most(URLSession::maximumDataLength, 'x');
+  under->serverResource("/most").answers(200, most);
+  under->serverResource("/more").answers(200, most + "x");
+  EXPECT_EQ(fetch(*session, "/most").size(), most.size() + 4);
+  EXPECT_EQ(fetch(*session, "/more"), "NSURLErrorDomain -1103");
+}
+
 TEST_P(URLSessionContract, TellsALostConnectionFromSilence) {
   under->serverResource("/lost").fails(URLErrorCode::networkConnectionLost);
   under->serverResource("/cut").answers(200, kBody).dropsAlways(4);
