@@ -1,5 +1,5 @@
-// `URLSessions` on NSURLSession. The session's delegate object translates each callback, on a serial queue of the
-// session's own.
+// `URLSessions` on NSURLSession. The session's delegate object translates each callback, on a serial queue of
+// the session's own.
 #import <Foundation/Foundation.h>
 
 #include <mutex>

@@ -26,8 +26,8 @@ bool isProtected(int folder, const char* name) {
       UF_IMMUTABLE | UF_APPEND | SF_IMMUTABLE | SF_APPEND | SF_NOUNLINK | SF_RESTRICTED;
   const auto status = linkStatus(folder, name);
   if (status && (status->st_flags & kProtecting) != 0) return true;
-  // Access lists can allow or refuse what the bits don't say. A system that doesn't take this question about a
-  // link answers EINVAL, and then the removal itself has to tell.
+  // Access lists can allow or refuse what the bits don't say. A system that doesn't take this question about
+  // a link answers EINVAL, and then the removal itself has to tell.
   return faccessat(folder, name, _DELETE_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) != 0 &&
          (errno == EPERM || errno == EACCES);
 }
