@@ -1,5 +1,7 @@
 #import "Platform/Darwin/DarwinFoundation.h"
 
+#include <nlohmann/json.hpp>
+
 namespace installer::darwin {
 
 namespace {
