@@ -50,6 +50,7 @@ def problems(texts, description, seen):
     kin = {words[0]: (words[1], where) for words, where in rows(texts, UNSEEN)}
     constants = {name for each in compare.BRINGS for name in description.framework(each).constants}
     return [
+        *declarations.errors,
         *compare.compare(declarations, description, unlisted),
         *sources.check(host, seam, ours, declarations, constants),
         *stubs.check(linked, declarations, host),
@@ -58,11 +59,7 @@ def problems(texts, description, seen):
 
 
 def main():
-    texts = files()
-    try:
-        found = problems(texts, Description(sys.argv[1]), homes.seen(sys.argv[2]))
-    except headers.NotUnderstood as problem:
-        found = [str(problem)]
+    found = problems(files(), Description(sys.argv[1]), homes.seen(sys.argv[2]))
     print(*found, sep="\n", end="\n" if found else "")
     return 1 if found else 0
 

@@ -1,22 +1,32 @@
-"""Our own declarations: what `packaging/macos/include` says, taken apart.
+"""Our own declarations: what `packaging/macos/include` says, as libclang reads it."""
 
-Reads the small part of C and Objective-C in which those headers are written, and nothing else: what isn't
-understood is an error, so that no declaration escapes the check.
-"""
-
+import ctypes
+import pathlib
 import re
+import tempfile
 from dataclasses import dataclass, field
 
+from clang import cindex
+from clang.cindex import CursorKind, TypeKind
 from description import BOOLEAN, NUMBER, OBJECT, POINTER, SELF, STRING, VOID, Member, Type
-from tokens import NotUnderstood, Tokens
 
-IMPORT = re.compile(r"^[ \t]*#\s*(?:import|include) <(\w+/\w+\.h)>", re.M)
-
-NUMBERS = {
-    "char", "short", "int", "long", "unsigned", "signed", "float", "double", "size_t", "NSInteger", "NSUInteger",
-    "int8_t", "uint8_t", "int16_t", "uint16_t", "int32_t", "uint32_t", "int64_t", "uint64_t",
+# What our headers import of the compiler's own, so that the check doesn't need the compiler.
+RUNTIME = {
+    "objc/objc.h": "typedef signed char BOOL;\ntypedef long NSInteger;\ntypedef unsigned long NSUInteger;\n",
+    "objc/NSObject.h": "#include <objc/objc.h>\n@protocol NSObject\n@end\n"
+                       "__attribute__((objc_root_class)) @interface NSObject <NSObject>\n@end\n",
+    "stdint.h": "".join(f"typedef __{sign}INT{width}_TYPE__ {sign.lower()}int{width}_t;\n"
+                        for sign in ("", "U") for width in (8, 16, 32, 64)),
 }
-QUALIFIERS = {"const", "__unsafe_unretained", "__autoreleasing", "struct", "static", "inline", "extern"}
+ARGUMENTS = ["-x", "objective-c++", "-std=c++23", "-target", "arm64-apple-macos12.0", "-fobjc-arc", "-nostdinc", "-w"]
+NAMED = {"BOOL": BOOLEAN, "SEL": STRING, "instancetype": SELF, "id": OBJECT, "Class": OBJECT}
+PLAIN = {TypeKind.VOID: VOID, TypeKind.BOOL: BOOLEAN, TypeKind.OBJCID: OBJECT, TypeKind.OBJCCLASS: OBJECT,
+         TypeKind.OBJCTYPEPARAM: OBJECT}
+READONLY, OF_THE_CLASS = 1, 1 << 12  # bits of a property's attributes
+
+ATTRIBUTES = cindex.conf.lib.clang_Cursor_getObjCPropertyAttributes
+OPTIONAL = cindex.conf.lib.clang_Cursor_isObjCOptional
+ATTRIBUTES.argtypes, OPTIONAL.argtypes = [cindex.Cursor, ctypes.c_uint], [cindex.Cursor]
 
 
 @dataclass
@@ -39,9 +49,8 @@ class Declared:
 @dataclass
 class Declarations:
     found: list = field(default_factory=list)
-    typedefs: dict = field(default_factory=dict)
     types: dict = field(default_factory=dict)
-    forward: set = field(default_factory=set)
+    errors: list = field(default_factory=list)  # what isn't understood
 
     def named(self, *kinds):
         return {declared.name: declared for declared in self.found if declared.kind in kinds}
@@ -53,254 +62,139 @@ class Declarations:
         return [found, *(each for parent in parents for each in self.family(parent))] if found else []
 
 
-def number(*aliases):
-    """A number under the names of its typedefs, the outermost first."""
-    return (NUMBER, aliases) if aliases else NUMBER
+class Reader:
+    """Reads the headers in `folder`, which are the files of `paths`."""
 
+    def __init__(self, folder, paths):
+        self._folder, self._paths, self._into = folder, paths, Declarations()
 
-class Header(Tokens):
-    """Reads one header into `into`."""
+    def read(self):
+        main = "".join(f'#import "{self._folder}/{path}"\n' for path in self._paths)
+        includes = {f"-I{self._folder}/{path.rsplit('/', 2)[0]}" for path in self._paths}
+        unit = cindex.Index.create().parse("all.mm", [*ARGUMENTS, *includes, f"-I{self._folder}/runtime"],
+                                           [("all.mm", main)])
+        for problem in unit.diagnostics:
+            self._into.errors.append(f"{self._where(problem.location)}: {problem.spelling}")
+        for cursor in unit.cursor.walk_preorder():
+            if cursor.location.file and self._path(cursor.location) in self._paths and cursor.kind in self.READERS:
+                self.READERS[cursor.kind](self, cursor)
+        return self._into
 
-    def __init__(self, path, text, into):
-        super().__init__(path, text)
-        self._into, self._framework = into, path.split("/")[-2]
-        self._generics = []
+    def _path(self, location):
+        return location.file.name.removeprefix(f"{self._folder}/") if location.file else ""
 
-    def _add(self, kind, name, where, value=None, owner=None, inline=False):
-        self._into.found.append(Declared(kind, name, self._framework, where, value, owner, inline))
+    def _where(self, location):
+        return f"{self._path(location)}:{location.line}"
+
+    def _add(self, kind, cursor, value, name=None, owner=None, inline=False):
+        framework = self._path(cursor.location).split("/")[-2]
+        self._into.found.append(Declared(kind, name or cursor.spelling, framework, self._where(cursor.location), value,
+                                         owner, inline))
 
     # Types.
 
-    def _type(self, tokens):
-        tokens = [token for token in tokens if token not in QUALIFIERS]
-        if "^" in tokens:
-            start = tokens.index("^") - 1
-            parameters = tokens[tokens.index(")", start) + 2 : -1]
-            return ("block", self._type(tokens[:start]), self._parameters(parameters))
-        if "<" in tokens:
-            start, end = tokens.index("<"), len(tokens) - 1 - tokens[::-1].index(">")
-            if tokens[0] == "id":
-                return ("class", tokens[start + 1])
-            tokens = tokens[:start] + tokens[end + 1 :]
-        stars = tokens.count("*") + tokens.count("[")
-        return self._named([token for token in tokens if token not in "*[]"], stars)
-
-    def _named(self, base, stars):
-        name = base[0] if base else ""
-        if name == "NSString" and stars == 1 or name == "char" and stars == 1:
-            return STRING
-        if stars == 1 and (name in self._into.forward or self._kind(name) == "class"):
-            return ("class", name)
-        if stars:
+    def _type(self, kind):
+        if kind.kind == TypeKind.ELABORATED:
+            return self._type(kind.get_named_type())
+        if kind.kind == TypeKind.TYPEDEF:
+            return self._typedef_type(kind.get_declaration())
+        if kind.kind == TypeKind.OBJCOBJECTPOINTER:
+            name, protocol = re.match(r"(?:(?:const|__\w+) )*(\w+)(?:<(\w+))?", kind.spelling).groups()
+            return STRING if name == "NSString" else ("class", protocol if name == "id" else name)
+        if kind.kind == TypeKind.BLOCKPOINTER:
+            return ("block", *self._signature(kind.get_pointee()))
+        if kind.kind == TypeKind.POINTER:
+            return STRING if kind.get_pointee().kind in (TypeKind.CHAR_S, TypeKind.CHAR_U) else POINTER
+        if kind.kind in (TypeKind.INCOMPLETEARRAY, TypeKind.CONSTANTARRAY):
             return POINTER
-        if name in ("id", "Class") or name in self._generics:
+        if kind.kind == TypeKind.RECORD:
+            return ("class", kind.get_declaration().spelling)
+        return PLAIN.get(kind.kind, NUMBER)
+
+    def _typedef_type(self, declaration):
+        name = declaration.spelling
+        if name in NAMED:
+            return NAMED[name]
+        kind = self._type(declaration.underlying_typedef_type)
+        if kind == POINTER and name.endswith("Ref"):
             return OBJECT
-        plain = {"void": VOID, "BOOL": BOOLEAN, "bool": BOOLEAN, "instancetype": SELF, "SEL": STRING}
-        if name in plain:
-            return plain[name]
-        if name in self._into.typedefs:
-            return self._into.typedefs[name]
-        if all(word in NUMBERS for word in base):
-            return NUMBER
-        if self._kind(name) == "structure":
-            return ("class", name)
-        raise NotUnderstood(f"{self._where()}: the type {' '.join(base)} isn't declared")
+        if kind != NUMBER and kind[0] != NUMBER or self._path(declaration.location) not in self._paths:
+            return kind
+        return (NUMBER, (name, *(kind[1] if kind != NUMBER else ())))
 
-    def _kind(self, name):
-        return self._into.types[name].kind if name in self._into.types else None
-
-    def _parameters(self, tokens):
-        parameters, part, depth = [], [], 0
-        for token in [*tokens, ","]:
-            if token == "," and depth == 0:
-                if part and part != ["void"]:
-                    parameters.append(self._type(self._unnamed(part)))
-                part = []
-                continue
-            depth += token in ("(", "<", "[")
-            depth -= token in (")", ">", "]")
-            part.append(token)
-        return parameters
-
-    @staticmethod
-    def _unnamed(part):
-        """A parameter without its name."""
-        words = [token for token in part if re.fullmatch(r"\w+", token) and token not in QUALIFIERS]
-        return part[:-1] if len(words) > 1 and re.fullmatch(r"\w+", part[-1]) else part
+    def _signature(self, function):
+        return self._type(function.get_result()), [self._type(each) for each in function.argument_types()]
 
     # Declarations.
 
-    def read(self):
-        while self._at < len(self._tokens):
-            self._declaration()
+    def _interface(self, cursor):
+        kind = "protocol" if cursor.kind == CursorKind.OBJC_PROTOCOL_DECL else "class"
+        references = [(child.kind, child.spelling) for child in cursor.get_children()]
+        parents = [name for each, name in references if each == CursorKind.OBJC_SUPER_CLASS_REF]
+        protocols = [name for each, name in references if each == CursorKind.OBJC_PROTOCOL_REF]
+        owner = Type(cursor.spelling, kind, parents[0] if parents else None, protocols, [], [])
+        self._into.types[owner.name] = owner
+        self._add(kind, cursor, owner)
 
-    def _declaration(self):
-        token = self._peek()
-        if token == "@class":
-            self._next()
-            self._into.forward.update(self._list(";"))
-        elif token in ("@interface", "@protocol"):
-            self._interface("class" if self._next() == "@interface" else "protocol")
-        elif token == "typedef":
-            self._typedef()
-        elif token == "enum":
-            self._enumeration()
-        elif token == "struct":
-            self._next()
-            self._structure(self._next())
-            self._next(";")
-        else:
-            self._variable_or_function()
+    def _member(self, cursor, member):
+        owner = self._into.types.get(cursor.semantic_parent.spelling)
+        # A property's own methods stand where it stands. Members of what isn't understood are passed over with it.
+        if owner is None or any(each.owner is owner and each.where == self._where(cursor.location) for each in self._into.found):
+            return
+        member.optional = bool(OPTIONAL(cursor))
+        owner.members.append(member)
+        self._add("member", cursor, member, member.name, owner)
 
-    def _interface(self, kind):
-        where, name = self._where(), self._next()
-        generics, superclass, protocols = [], None, []
-        if kind == "class" and self._skip("<"):
-            generics = self._list(">")
-        if self._skip(":"):
-            superclass = self._next()
-            if self._skip("<") and self._peek() in generics:
-                self._list(">")
-            elif self._peek(-1) == "<":
-                protocols = self._list(">")
-        if self._skip("<"):
-            protocols = self._list(">")
-        declared = Type(name, kind, superclass, protocols, generics, [])
-        self._into.types[name] = declared
-        self._generics = generics
-        self._add(kind, name, where, declared)
-        self._members(declared)
-        self._generics = []
+    def _property(self, cursor):
+        bits = ATTRIBUTES(cursor, 0)
+        self._member(cursor, Member(cursor.spelling, bool(bits & OF_THE_CLASS), False, self._type(cursor.type),
+                                    readonly=bool(bits & READONLY)))
 
-    def _members(self, owner):
-        optional = False
-        while not self._skip("@end"):
-            where, token = self._where(), self._next()
-            if token in ("@optional", "@required"):
-                optional = token == "@optional"
-                continue
-            if token == "@property":
-                member = self._property()
-            elif token in "+-":
-                member = self._method(static=token == "+")
-            else:
-                raise NotUnderstood(f"{where}: {token} isn't understood among the members of {owner.name}")
-            member.optional = optional
-            owner.members.append(member)
-            self._add("member", member.name, where, member, owner)
-
-    def _property(self):
-        attributes = self._list(")") if self._skip("(") else []
-        tokens = self._until(";")
-        # A block has its name inside: void (^name)(...).
-        name = tokens.pop(tokens.index("^") + 1 if "^" in tokens else -1)
-        return Member(name, "class" in attributes, False, self._type(tokens), readonly="readonly" in attributes)
-
-    def _method(self, static):
-        self._next("(")
-        result = self._type(self._until(")"))
-        parts, parameters = [self._next()], []
-        while not self._skip(";"):
-            if self._peek() != ":":
-                parts.append(self._next())
-            self._next(":")
-            self._next("(")
-            parameters.append(self._type(self._until(")")))
-            self._next()
+    def _method(self, cursor):
+        parts = cursor.spelling.removesuffix(":").split(":")
         name = parts[0] + "".join(part[0].upper() + part[1:] for part in parts[1:])
-        return Member(name, static, True, result, parameters, parts=tuple(parts))
+        parameters = [self._type(each.type) for each in cursor.get_arguments()]
+        self._member(cursor, Member(name, cursor.kind == CursorKind.OBJC_CLASS_METHOD_DECL, True,
+                                    self._type(cursor.result_type), parameters, parts=tuple(parts)))
 
-    def _typedef(self):
-        where = self._where()
-        self._next("typedef")
-        if self._peek() == "struct" and "{" in (self._peek(1), self._peek(2)):
-            self._next()
-            tag = None if self._peek() == "{" else self._next()
-            name = self._structure(tag)
-            self._next(";")
-            return
-        tokens = self._until(";")
-        name, kind = tokens[-1], self._type_of_typedef(tokens[:-1])
-        if isinstance(kind, tuple) and kind[0] == NUMBER:
-            kind = number(name, *kind[1])
-        elif kind == NUMBER:
-            kind = number(name)
-        elif kind == POINTER and name.endswith("Ref"):
-            kind = OBJECT
-        self._into.typedefs[name] = kind
-        self._add("typedef", name, where, kind)
+    def _typedef(self, cursor):
+        record = cursor.underlying_typedef_type.get_canonical()
+        if record.kind != TypeKind.RECORD:
+            return self._add("typedef", cursor, self._typedef_type(cursor))
+        members = [Member(each.spelling, False, False, self._type(each.type)) for each in record.get_fields()]
+        self._into.types[cursor.spelling] = Type(cursor.spelling, "structure", None, [], [], members)
+        return self._add("structure", cursor, self._into.types[cursor.spelling])
 
-    def _type_of_typedef(self, tokens):
-        if "struct" in tokens and tokens[-1] == "*":
-            return POINTER
-        return self._type(tokens)
+    def _enumerator(self, cursor):
+        kind = cursor.semantic_parent.enum_type
+        name = kind.get_declaration().spelling or None
+        self._add("enumerator", cursor, (cursor.enum_value, name))
 
-    def _structure(self, tag):
-        where, fields = self._where(), []
-        self._next("{")
-        while not self._skip("}"):
-            tokens = self._until(";")
-            if "[" in tokens and tokens.index("[") > 0:
-                fields.append((tokens[tokens.index("[") - 1], POINTER))
-                continue
-            fields.append((tokens[-1], self._type(tokens[:-1])))
-        name = self._next() if self._peek() != ";" else tag
-        declared = Type(name, "structure", None, [], [], [Member(each, False, False, kind) for each, kind in fields])
-        self._into.types[name] = declared
-        self._add("structure", name, where, declared)
-        return name
+    def _constant(self, cursor):
+        self._add("constant", cursor, self._type(cursor.type))
 
-    def _enumeration(self):
-        self._next("enum")
-        enumeration = self._next() if self._skip(":") else None
-        self._next("{")
-        value = -1
-        while not self._skip("}"):
-            where, name = self._where(), self._next()
-            value = self._value() if self._skip("=") else value + 1
-            self._add("enumerator", name, where, (value, enumeration))
-            self._skip(",")
-        self._next(";")
+    def _function(self, cursor):
+        self._add("function", cursor, self._signature(cursor.type),
+                  inline=cursor.storage_class == cindex.StorageClass.STATIC)
 
-    def _value(self):
-        sign = -1 if self._skip("-") else 1
-        token = self._next()
-        if token.startswith("'"):
-            return int.from_bytes(token[1:-1].encode(), "big")
-        return sign * int(token, 0)
+    def _category(self, cursor):
+        self._into.errors.append(f"{self._where(cursor.location)}: a category isn't compared with anything")
 
-    def _variable_or_function(self):
-        if self._peek() == "extern" and self._peek(1) == '"C"':
-            self._at += 2
-        where, tokens = self._where(), []
-        while self._peek() not in ("(", ";"):
-            tokens.append(self._next())
-        name, kind = tokens[-1], self._type(tokens[:-1])
-        if self._next() == ";":
-            self._add("constant", name, where, kind)
-            return
-        signature = (kind, self._parameters(self._until(")")))
-        self._add("function", name, where, signature, inline="inline" in tokens)
-        if self._skip("{"):
-            self._until("}")
-        else:
-            self._next(";")
+    READERS = {
+        CursorKind.OBJC_INTERFACE_DECL: _interface, CursorKind.OBJC_PROTOCOL_DECL: _interface,
+        CursorKind.OBJC_PROPERTY_DECL: _property, CursorKind.OBJC_INSTANCE_METHOD_DECL: _method,
+        CursorKind.OBJC_CLASS_METHOD_DECL: _method, CursorKind.TYPEDEF_DECL: _typedef,
+        CursorKind.ENUM_CONSTANT_DECL: _enumerator, CursorKind.VAR_DECL: _constant,
+        CursorKind.FUNCTION_DECL: _function, CursorKind.OBJC_CATEGORY_DECL: _category,
+    }
 
 
 def read(sources):
-    """`sources`: path -> text of every header. Each is read after those that it imports."""
-    into, done = Declarations(), set()
-
-    def visit(path):
-        if path in done:
-            return
-        done.add(path)
-        for imported in IMPORT.findall(sources[path]):
-            for other in sources:
-                if other.endswith("/" + imported):
-                    visit(other)
-        Header(path, sources[path], into).read()
-
-    for path in sorted(sources):
-        visit(path)
-    return into
+    """`sources`: path -> text of every header."""
+    with tempfile.TemporaryDirectory() as folder:
+        runtime = {f"runtime/{path}": text for path, text in RUNTIME.items()}
+        for path, text in (sources | runtime).items():
+            file = pathlib.Path(folder, path)
+            file.parent.mkdir(parents=True, exist_ok=True)
+            file.write_text(text)
+        return Reader(folder, sorted(sources)).read()
