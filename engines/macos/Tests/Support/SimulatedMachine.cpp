@@ -1,12 +1,9 @@
 #include "Support/SimulatedMachine.h"
 
-<<<<<<< HEAD
-#include <nlohmann/json.hpp>
-=======
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <utility>
->>>>>>> 45132fd (Mend tests that can't fail)
 
 #include "Support/PropertyListText.h"
 
