@@ -12,6 +12,7 @@ void settleSignals() {
   quiet.sa_handler = [](int) {};
   quiet.sa_flags = SA_RESTART;
   ::sigaction(SIGPIPE, &quiet, nullptr);
+  ::sigaction(SIGXFSZ, &quiet, nullptr);
   ::signal(SIGCHLD, SIG_DFL);
 }
 
