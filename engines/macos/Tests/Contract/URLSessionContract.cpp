@@ -105,7 +105,8 @@ class URLSessionContract : public Contract {
     recorder->forget();
     return lines;
   }
-  // Like "200 body", "204" or "NSURLErrorDomain -1001".
+  // Like "200 body", "204", "NSURLErrorDomain -1001", or "NSURLErrorDomain -1005 after 200" once a head was
+  // there.
   std::string fetch(URLSession& from, const std::string& path, Duration timeout = 30s) {
     std::mutex mutex;
     Lines outcomes;
@@ -114,9 +115,11 @@ class URLSessionContract : public Contract {
         [&](const std::optional<std::string>& data, const std::optional<HTTPURLResponse>& response,
             const std::optional<Error>& error) {
           const std::lock_guard lock{mutex};
-          EXPECT_NE(response.has_value(), error.has_value());
-          if (error) outcomes.push_back(error->domain + " " + std::to_string(error->code));
-          if (response) outcomes.push_back(std::to_string(response->statusCode) + (data ? " " + *data : ""));
+          EXPECT_TRUE(response || error);
+          const auto status = response ? std::to_string(response->statusCode) : "";
+          outcomes.push_back(error ? error->domain + " " + std::to_string(error->code) : status);
+          if (error && response) outcomes.back() += " after " + status;
+          if (data) outcomes.back() += " " + *data;
         });
     EXPECT_EQ(task->response(), std::nullopt);
     task->resume();
@@ -154,7 +157,7 @@ TEST_P(URLSessionContract, TellsALostConnectionFromSilence) {
   under->serverResource("/cut").answers(200, kBody).dropsAlways(4);
   under->serverResource("/silent").neverAnswers();
   EXPECT_EQ(fetch(*session, "/lost"), "NSURLErrorDomain -1005");
-  EXPECT_EQ(fetch(*session, "/cut"), "NSURLErrorDomain -1005");
+  EXPECT_EQ(fetch(*session, "/cut"), "NSURLErrorDomain -1005 after 200");
   EXPECT_EQ(fetch(*session, "/silent", 300ms), "NSURLErrorDomain -1001");
 }
 
@@ -281,9 +284,20 @@ TEST_P(URLSessionContract, EndsARefusedAndCancelledRedirectOnce) {
   EXPECT_EQ(under->requestsToServer(), Lines{"GET /old"});
 }
 
+TEST_P(URLSessionContract, FollowsNoRedirectToWhatIsNoStrictURL) {
+  recorder->redirects = Recorder::Redirects::refuseAndCancel;
+  for (const std::string place :
+       {"data:text/plain,x", "https://a@b@c.example/", "https://c.example:99999/"}) {
+    under->serverResource("/old").redirects(place);
+    download("/old");
+    transcriptAtTheEnd();
+  }
+  EXPECT_EQ(under->requestsToServer(), (Lines{"GET /old", "GET /old", "GET /old"}));
+}
+
 TEST_P(URLSessionContract, GivesUpOnRedirectsInACircle) {
   under->serverResource("/circle").redirects(under->urlOf("/circle"));
-  EXPECT_EQ(fetch(*session, "/circle"), "NSURLErrorDomain -1007");
+  EXPECT_TRUE(fetch(*session, "/circle").starts_with("NSURLErrorDomain -1007"));
 }
 
 TEST_P(URLSessionContract, CancelsATaskOnce) {

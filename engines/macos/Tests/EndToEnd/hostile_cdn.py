@@ -31,14 +31,19 @@ An answer is a dict. Answers to a path are used up one by one; the last one stay
   garbage                   an answer that isn't HTTP
   head                      the head as it goes over the wire, instead of the usual one: a list of texts and of
                             [text, count], which is sent so often
+  encoding                  "gzip": the body goes compressed, and the head says so
   gate                      [name, count]: no answer before so many requests wait at the gate of that name
 
 A host of the kind "otherName" shows a certificate for another name, "stranger" one of an unknown authority;
-"hangUp" goes away in the middle of the handshake, and "plain" speaks HTTP without TLS.
+"hangUp" and "reset" go away in the middle of the handshake, "alert" ends it with a TLS alert, and "plain" speaks
+HTTP without TLS.
 """
 
 import argparse
+import contextlib
+import ctypes
 import email.utils
+import gzip
 import hashlib
 import json
 import os
@@ -67,6 +72,8 @@ def pattern(count, seed=0):
 
 
 def body_of(answer):
+    if "encoding" in answer:
+        return gzip.compress(body_of({key: value for key, value in answer.items() if key != "encoding"}), mtime=0)
     if "text" in answer:
         return answer["text"].encode()
     if "file" in answer:
@@ -102,6 +109,8 @@ class Answer:
         self.fields = {"Date": email.utils.formatdate(usegmt=True), "Content-Type": "application/octet-stream",
                        "Accept-Ranges": "bytes", "Connection": "close"}
         self.etag = plan.get("etag", f'"{hashlib.sha256(self.body).hexdigest()[:16]}"')
+        if "encoding" in plan:
+            self.fields["Content-Encoding"] = plan["encoding"]
         if "location" in plan:
             self.fields["Location"] = plan["location"]
         if self.status == 200:
@@ -283,7 +292,13 @@ class HostileCDN:
             with socket.socket(fileno=os.dup(connection.fileno())) as below:
                 if kind == "plain":
                     below.sendall(b"HTTP/1.1 400 Bad Request\r\nContent-Length: 0\r\n\r\n")
-                below.shutdown(socket.SHUT_RDWR)
+                if kind == "alert":
+                    below.sendall(b"\x15\x03\x03\x00\x02\x02\x28")
+                if kind == "reset":
+                    ctypes.CDLL(None).connect(below.fileno(), bytes(16), 16)  # to no address: it ends with a reset
+                    return
+                with contextlib.suppress(OSError):  # the client may have gone first
+                    below.shutdown(socket.SHUT_RDWR)
 
     def on(self, path, *answers):
         with self._lock:

@@ -156,6 +156,13 @@ def test_refuses_a_redirect_of_the_metadata(stage, name):
     assert stage.transfers == []
 
 
+def test_writes_down_no_secrets_of_its_connections(stage):
+    secrets = stage.folder / "secrets"
+    stage.machine.environment["SSLKEYLOGFILE"] = str(secrets)
+    stage.installs()
+    assert not secrets.exists()
+
+
 def test_follows_a_trusted_redirect(stage):
     stage.package({"location": f"https://mirror.kelo.example{MIRROR}"})
     stage.cdn.on(MIRROR, stage.image())

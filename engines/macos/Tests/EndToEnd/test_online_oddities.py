@@ -30,6 +30,8 @@ def stage(workshop, tmp_path):
 
 TAKEN = {
     "an_older_http": ["HTTP/1.0 200 OK\r\n\r\n"],
+    "a_status_after_two_blanks": ["HTTP/1.1  200 OK\r\nContent-Length: SIZE\r\n\r\n"],
+    "a_field_like_a_status_line": [OK, "HTTP/1.1 100:x\r\nContent-Length: SIZE\r\n\r\n"],
     "lines_without_carriage_return": ["HTTP/1.1 200 OK\nContent-Length: SIZE\n\n"],
     "one_length_said_twice": [OK, "Content-Length: SIZE\r\ncontent-length: SIZE\r\n\r\n"],
     "interim_answers_before": [["HTTP/1.1 103 Early Hints\r\nLink: </a>\r\n\r\n", 20], OK, "Content-Length: SIZE\r\n\r\n"],
@@ -48,7 +50,9 @@ REFUSED = {
     "interim_answers_without_end": [["HTTP/1.1 103 Early Hints\r\nLink: </a>\r\n\r\n", 50_000]],
     "not_modified": ["HTTP/1.1 304 Not Modified\r\n\r\n"],
     "a_redirect_to_nowhere": ["HTTP/1.1 302 Found\r\nContent-Length: 0\r\n\r\n"],
-    "a_redirect_that_cannot_be_read": ["HTTP/1.1 302 Found\r\nLocation: https://[\r\nContent-Length: 0\r\n\r\n"],
+    "an_error_after_two_blanks": ["HTTP/1.1  404 Not Found\r\nContent-Length: SIZE\r\n\r\n"],
+    "an_error_with_a_field_like_a_success": ["HTTP/1.1 503 Busy\r\nHTTP/1.1 200 OK:\r\nContent-Length: SIZE\r\n\r\n"],
+    "a_switch_of_protocols": ["HTTP/1.1 101 Switching Protocols\r\n\r\n"],
     "a_status_beyond_all": ["HTTP/1.1 999 Oh\r\nContent-Length: SIZE\r\n\r\n"],
 }
 
@@ -79,11 +83,15 @@ def test_refuses_an_image_without_bytes(stage, answer):
     stage.fails_with("VERIFY_FAILED")
 
 
-def test_refuses_an_image_in_a_coding_that_nobody_asked_for(stage):
-    packed = stage.folder / "packed"
-    packed.write_bytes(gzip.compress(stage.workshop.image))
-    stage.package({"file": str(packed), "headers": {"Content-Encoding": "gzip"}})
-    stage.fails_with("VERIFY_FAILED")
+def test_decodes_metadata_and_an_image_that_are_stored_compressed(stage):
+    stage.cdn.on(META, {**stage.workshop.meta(), "encoding": "gzip"})
+    stage.package(stage.image(encoding="gzip"))
+    stage.installs()
+
+
+def test_refuses_an_image_in_a_coding_that_was_not_applied(stage):
+    stage.package(stage.image(headers={"Content-Encoding": "gzip"}))
+    stage.fails_with("DOWNLOAD_FAILED")
 
 
 def test_tries_again_after_a_chunk_that_is_none(stage):
@@ -185,9 +193,14 @@ def test_follows_a_chain_of_relative_redirects(stage):
     stage.installs()
 
 
-def test_takes_a_redirect_in_letters_that_no_address_has_for_an_answer(stage):
-    stage.package({"location": "https://mirror.kel\u00f6.example/x.dmg"})
-    stage.fails_with("DOWNLOAD_FAILED")
+@pytest.mark.parametrize("place", ["https://mirror.kel\u00f6.example/x.dmg", "https://[", "data:,x",
+                                   "https://mirror.kelo.example:99999/x.dmg", "https://a@b@mirror.kelo.example/x.dmg"])
+def test_refuses_a_redirect_to_what_is_no_address(stage, place):
+    stage.package({"location": place})
+    stage.fails_with("UNTRUSTED_SOURCE")
+    assert "refusing a redirect to 'unknown'" in stage.machine.log
+    stage.cdn.on(META, {"location": place})
+    stage.fails_with("UNTRUSTED_SOURCE")
 
 
 # Metadata.

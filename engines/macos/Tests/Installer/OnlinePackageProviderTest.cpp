@@ -399,6 +399,17 @@ TEST_P(RefusedRedirect, EndsTheRunOnceWhateverComesLate) {
   EXPECT_EQ(machine.logLines("INFO OnlinePackageProvider: ignoring a duplicate completion").size(), 1U);
 }
 
+TEST_P(RefusedRedirect, NamesAPlaceThatIsNoStrictURLUnknown) {
+  machine.network.setRefusalEndsAs(GetParam());
+  publishWithAlternate();
+  package().redirects("https://cdn.kelo.example:99999/b.dmg");
+  acquireToTheEnd();
+  EXPECT_THAT(
+      outcomes,
+      ElementsAre("UNTRUSTED_SOURCE Download from 'unknown' was blocked — domain not in trusted list"));
+  EXPECT_THAT(transfers(), ElementsAre("GET " + packageURL));
+}
+
 INSTANTIATE_TEST_SUITE_P(BothOrders, RefusedRedirect,
                          ::testing::Values(RefusalEndsAs::cancellation, RefusalEndsAs::plainAnswer));
 

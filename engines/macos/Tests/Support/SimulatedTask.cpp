@@ -71,6 +71,7 @@ void SimulatedTask::later(Duration delay, void (SimulatedTask::*step)()) {
 }
 
 void SimulatedTask::request() {
+  response_.reset();
   const auto offset = validator_.empty() ? 0 : static_cast<std::int64_t>(received_.size());
   network_.requests_.push_back({request_->url.absoluteString(), request_->method, request_->cachePolicy,
                                 request_->timeoutInterval, offset, network_.dispatch_.elapsed()});
@@ -96,11 +97,9 @@ void SimulatedTask::arrive() {
 }
 
 void SimulatedTask::redirect() {
-  const auto target = URL::parse(answer_.location);
-  if (!target) return end(urlError(URLErrorCode::badServerResponse));
   if (++redirects_ > kMaximumRedirects) return end(urlError(URLErrorCode::httpTooManyRedirects));
   auto next = *request_;
-  next.url = *target;
+  next.url = URL::parse(answer_.location).value_or(URL{});
   const auto& delegate = session_->delegate();
   if (delegate == nullptr) return follow(next);
   session_->post([self = shared_from_this(), delegate, next] {
@@ -207,7 +206,7 @@ void SimulatedTask::end(std::optional<Error> error) {
   ended_ = true;
   session_->post([self = shared_from_this(), delegate = session_->delegate(), error = std::move(error)] {
     const auto completion = std::exchange(self->completion_, nullptr);
-    if (completion) completion(std::nullopt, std::nullopt, error);
+    if (completion) completion(std::nullopt, self->response_, error);
     if (self->kind_ == Kind::download && delegate != nullptr) delegate->didCompleteWithError(self, error);
     self->session_->taskEnded(self);
   });

@@ -244,6 +244,14 @@ TEST_F(CDN, IsUntrustedWhenARefusedRedirectEndsAsPlainAnswer) {
               ElementsAre("ERROR CDNSource: Kelo Brenna metadata fetch was refused — untrusted redirect"));
 }
 
+TEST_F(CDN, RefusesARedirectToWhatIsNoStrictURLAsUnknown) {
+  meta("arm64").redirects("https://a@b@cdn.kelo.example/meta.json");
+  EXPECT_EQ(outcome(), "untrusted");
+  EXPECT_EQ(
+      machine.logLines("ERROR URLTrust: refusing a redirect to 'unknown' — not https on a host in").size(),
+      1U);
+}
+
 TEST_F(CDN, FollowsATrustedRedirect) {
   meta("arm64").redirects("https://static.kelo.example/m.json");
   machine.network.on("https://static.kelo.example/m.json").answers(200, R"({"version": "3"})");

@@ -137,6 +137,12 @@ TEST_F(Lifecycle, TakesADeadNetworkForTheMachinesOwn) {
             (Lines{"WARN InstallerLifecycle: control probe of " + page + " failed: Offline.", notRetired}));
 }
 
+TEST_F(Lifecycle, TakesAnAnswerThatBrokeOffForNoProof) {
+  configure("{}");
+  mac.network.on(page).answers(200, "body").dropsAlways(2);
+  EXPECT_EQ(InstallerLifecycle::confirmSourceRetired(), std::nullopt);
+}
+
 TEST_F(Lifecycle, GivesUpAProbeAfterEightSeconds) {
   configure("{}");
   mac.network.on(page).answers(200, std::string(100, 'x')).inPieces(1, Duration{1});

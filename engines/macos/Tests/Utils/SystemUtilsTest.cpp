@@ -53,6 +53,13 @@ TEST_F(SystemFacts, TakeAFailureForUnreachableWithoutAWarning) {
                                   "completed. (NSURLErrorDomain error -1004.)"});
 }
 
+TEST_F(SystemFacts, TakeAnAnswerBelow500ForReachableEvenIfItBrokeOff) {
+  for (const auto& [status, reachable] : {std::pair{200, true}, {404, true}, {499, true}, {500, false}}) {
+    mac.network.on(site).answers(status, "body").dropsAlways(2);
+    EXPECT_EQ(SystemUtils::isInternetReachable(Duration{5}), reachable) << status;
+  }
+}
+
 TEST_F(SystemFacts, LetTheRequestsOwnTimeoutFireFirst) {
   mac.network.on(site).neverAnswers();
   EXPECT_FALSE(SystemUtils::isInternetReachable(Duration{5}));

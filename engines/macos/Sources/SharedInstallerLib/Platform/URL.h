@@ -1,6 +1,6 @@
 // A URL as RFC 3986 defines it, parsed strictly: what this reader can't take apart without doubt isn't a URL.
-// The host that fetches is given these parts, so that the address that was judged is the address that is
-// used.
+// The host that fetches is given these parts, so that the judged address is the one that is used. `URL{}`,
+// without a scheme and a host, stands for an address that can't be read.
 #pragma once
 
 #include <cstdint>

@@ -46,7 +46,7 @@ class URLSessionTask {
   // Ends the task with `URLErrorCode::cancelled`, unless it has ended already. The callbacks that end a task
   // come all the same, later.
   virtual void cancel() = 0;
-  virtual std::optional<HTTPURLResponse> response() const = 0;  // absent until the status line has arrived
+  virtual std::optional<HTTPURLResponse> response() const = 0;  // absent until its head has arrived
 };
 
 // Gives the request to follow, or nothing to refuse. Refusing alone ends the task with the redirect's own
@@ -57,7 +57,7 @@ class URLSessionDelegate {
  public:
   virtual ~URLSessionDelegate() = default;
 
-  // Asked before each redirect. The default follows.
+  // Asked as soon as a redirect's head is there; what isn't a strict URL is `URL{}`. The default follows.
   virtual void willPerformHTTPRedirection(const std::shared_ptr<URLSessionTask>& task,
                                           const HTTPURLResponse& redirect, const URLRequest& newRequest,
                                           const RedirectDecision& decide);
@@ -73,7 +73,7 @@ class URLSessionDelegate {
                                     const std::optional<Error>& error);
 };
 
-// Exactly one of the three shapes: error alone, response alone (empty body), response with data.
+// A success is a response, with data unless empty; a failure is an error, with the response if one came.
 using DataTaskCompletion = std::function<void(
     std::optional<std::string> data, std::optional<HTTPURLResponse> response, std::optional<Error> error)>;
 

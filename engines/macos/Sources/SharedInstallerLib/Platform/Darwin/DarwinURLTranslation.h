@@ -11,7 +11,7 @@ namespace installer::darwin {
 
 // Nil when the system would read another host out of the text than the engine judged.
 NSURL* nsURL(const URL& url);
-// An address that the strict reader can't take apart is shown as one that no list of hosts holds.
+// `URL{}` for an address that the strict reader can't take apart.
 URL urlOf(NSURL* given);
 
 NSURLRequest* nsRequest(const URLRequest& request, NSURL* url);

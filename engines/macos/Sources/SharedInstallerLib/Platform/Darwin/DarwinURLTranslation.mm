@@ -12,10 +12,7 @@ NSURL* nsURL(const URL& url) {
 }
 
 URL urlOf(NSURL* given) {
-  if (given != nil) {
-    if (const auto parsed = URL::parse(text(given.absoluteString))) return *parsed;
-  }
-  return URL::parse("about:invalid").value();
+  return given != nil ? URL::parse(text(given.absoluteString)).value_or(URL{}) : URL{};
 }
 
 static NSURLRequestCachePolicy policyOf(CachePolicy policy) {

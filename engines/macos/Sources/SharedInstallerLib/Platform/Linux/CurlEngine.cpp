@@ -1,6 +1,8 @@
 #include "Platform/Linux/CurlEngine.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <future>
 #include <utility>
 
 namespace installer {
@@ -9,15 +11,21 @@ namespace {
 
 constexpr int idleMilliseconds = 60'000;  // a post wakes the thread before
 
+// libcurl would write the secrets of every connection to the file that this variable names.
+CURLcode initialize() {
+  ::unsetenv("SSLKEYLOGFILE");
+  return curl_global_init(CURL_GLOBAL_DEFAULT);
+}
+
 void initializeOnce() {
-  static const auto initialized = curl_global_init(CURL_GLOBAL_DEFAULT);
+  static const auto initialized = initialize();
   static_cast<void>(initialized);
 }
 
 }  // namespace
 
 CurlEngine::CurlEngine(const LinuxHostSettings& settings)
-    : connections_{(initializeOnce(), settings)}, multi_{curl_multi_init()}, thread_{[this] { run(); }} {
+    : connections_{(initializeOnce(), settings)}, multi_{curl_multi_init()}, thread_{[this] { serve(); }} {
 }
 
 CurlEngine::~CurlEngine() {
@@ -37,6 +45,15 @@ void CurlEngine::post(Work work) {
     posted_.push_back(std::move(work));
   }
   curl_multi_wakeup(multi_);
+}
+
+void CurlEngine::run(const Work& work) {
+  std::promise<void> ran;
+  post([&] {
+    work();
+    ran.set_value();
+  });
+  ran.get_future().wait();
 }
 
 CurlTransfer* CurlEngine::start(HTTPRequest request, std::shared_ptr<CurlTransfer::Client> client) {
@@ -64,7 +81,7 @@ void CurlEngine::end(CURL* handle, const CurlFailure& failure) {
   transfer->client().didEnd(failure);
 }
 
-void CurlEngine::run() {
+void CurlEngine::serve() {
   while (runPosted()) {
     int running = 0;
     curl_multi_perform(multi_, &running);

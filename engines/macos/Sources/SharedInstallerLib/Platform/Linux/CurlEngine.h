@@ -24,6 +24,8 @@ class CurlEngine {
 
   // Any thread: runs `work` on the engine's, outside every transfer, in the order of posting.
   void post(Work work);
+  // The same, and waits for it. Not to be called on the engine's thread.
+  void run(const Work& work);
 
   // Any thread. Without a network a name that isn't found says nothing about the name.
   bool hasNetwork() const { return connections_.isClosedNetwork() || hasNetworkInterface(); }
@@ -42,7 +44,7 @@ class CurlEngine {
   bool isStopping_ = false;
   std::thread thread_;
 
-  void run();
+  void serve();
   bool runPosted();
   void endFinished();
   void endSilent();

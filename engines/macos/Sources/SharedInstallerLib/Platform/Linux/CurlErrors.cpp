@@ -18,6 +18,13 @@ std::int64_t codeOfConnectFailure(long osErrno) {
   }
 }
 
+// The connection was lost before TLS was set up: by a reset, or by its end, for which libcurl has only
+// OpenSSL's name. Other numbers are left from attempts at other addresses.
+bool wasLostInHandshake(const CurlFailure& failure) {
+  return failure.osErrno == ECONNRESET || failure.osErrno == ECONNABORTED || failure.osErrno == EPIPE ||
+         failure.osErrno == ETIMEDOUT || failure.words.find("SSL_ERROR_SYSCALL") != std::string::npos;
+}
+
 std::int64_t codeOf(const CurlFailure& failure, bool isConnected) {
   switch (failure.code) {
     case CURLE_COULDNT_RESOLVE_HOST:
@@ -33,6 +40,8 @@ std::int64_t codeOf(const CurlFailure& failure, bool isConnected) {
     case CURLE_PEER_FAILED_VERIFICATION:
     case CURLE_SSL_ISSUER_ERROR: return URLErrorCode::serverCertificateUntrusted;
     case CURLE_SSL_CONNECT_ERROR:
+      return wasLostInHandshake(failure) ? URLErrorCode::networkConnectionLost
+                                         : URLErrorCode::secureConnectionFailed;
     case CURLE_SSL_CIPHER:
     case CURLE_SSL_CERTPROBLEM:
     case CURLE_SSL_CACERT_BADFILE:

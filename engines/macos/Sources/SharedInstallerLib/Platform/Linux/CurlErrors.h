@@ -12,7 +12,7 @@ namespace installer {
 
 struct CurlFailure {
   CURLcode code = CURLE_OK;
-  long osErrno = 0;   // of the last connection attempt; 0 when it says nothing
+  long osErrno = 0;   // of the last failed connection; 0 when it says nothing
   std::string words;  // libcurl's own; may be empty
 };
 

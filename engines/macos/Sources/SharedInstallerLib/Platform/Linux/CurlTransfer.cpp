@@ -13,9 +13,15 @@ constexpr std::size_t maximumHead = std::size_t{128}
                                     << 10U;  // a server that goes on and on mustn't eat the memory
 constexpr long receiveBufferBytes = 256L * 1024L;
 
-bool isInterim(int status) {
-  return status < 200;
+int statusOf(CURL* handle) {
+  long status = 0;
+  curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
+  return static_cast<int>(status);
 }
+
+// A transfer of compressed bytes can't be resumed, so others are preferred. What a server stores compressed
+// is decoded.
+constexpr const char* acceptedEncodings = "identity, *;q=0.5";
 
 }  // namespace
 
@@ -33,6 +39,7 @@ CurlTransfer::CurlTransfer(const CurlConnections& connections, HTTPRequest reque
   // A name server that stays silent mustn't hold up the thread that ends this transfer.
   curl_easy_setopt(handle_, CURLOPT_QUICK_EXIT, 1L);
   curl_easy_setopt(handle_, CURLOPT_USERAGENT, "Kelo-Desk-Installer");
+  curl_easy_setopt(handle_, CURLOPT_ACCEPT_ENCODING, acceptedEncodings);
   curl_easy_setopt(handle_, CURLOPT_BUFFERSIZE, receiveBufferBytes);
   curl_easy_setopt(handle_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   curl_easy_setopt(handle_, CURLOPT_ERRORBUFFER, words_.data());
@@ -61,6 +68,7 @@ CurlTransfer::Clock::time_point CurlTransfer::deadline() const {
 
 CurlFailure CurlTransfer::failure(CURLcode code) const {
   if (rejected_) return *rejected_;
+  if (code == CURLE_OK && !isHeadComplete_) code = CURLE_WEIRD_SERVER_REPLY;
   CurlFailure failure{.code = code, .osErrno = 0, .words = words_.data()};
   curl_easy_getinfo(handle_, CURLINFO_OS_ERRNO, &failure.osErrno);
   long tunnelStatus = 0;
@@ -77,33 +85,63 @@ CurlFailure CurlTransfer::silenceFailure() const {
               fmt::format("The request timed out: nothing arrived for {} seconds", request_.silence.count())};
 }
 
-// A line with nothing on it ends the head. Nobody is told of an interim answer, or of fields behind the body.
+// A line with nothing on it ends a head. Interim answers and the fields behind a body aren't handed on.
 std::size_t CurlTransfer::receiveHeaderLine(std::string_view line) {
   lastActivity_ = Clock::now();
   if (isHeadComplete_) return line.size();
   headBytes_ += line.size();
+  return judgeHeaderLine(line) == Verdict::goOn ? line.size() : 0;
+}
+
+CurlTransfer::Verdict CurlTransfer::judgeHeaderLine(std::string_view line) {
   if (headBytes_ > maximumHead) return reject("the server's answer has too long a head");
-  if (line != "\r\n" && line != "\n") {
-    head_.addLine(line);
-    return line.size();
+  const bool isLast = line == "\r\n" || line == "\n";
+  // In lower case libcurl doesn't read the status, and takes each for a 200.
+  if (std::exchange(startsHead_, isLast) && !line.starts_with("HTTP/")) {
+    return reject("the server's answer has no status line");
   }
-  if (isInterim(head_.status)) return line.size();
-  return completeHead(line.size());
+  return isLast && !isInterim() ? completeHead() : Verdict::goOn;
 }
 
-std::size_t CurlTransfer::completeHead(std::size_t taken) {
+// Another head follows; for libcurl the body follows a 101 that wasn't asked for.
+bool CurlTransfer::isInterim() const {
+  const auto status = statusOf(handle_);
+  return status < 200 && status != 101;
+}
+
+CurlTransfer::Verdict CurlTransfer::completeHead() {
   isHeadComplete_ = true;
-  if (head_.contradictsItself()) return reject("the server says two lengths");
-  return client_->didReceiveHead(head_) == Verdict::goOn ? taken : 0;
+  const auto head = readHead();
+  if (head.contradictsItself()) return reject("the server says two lengths");
+  if (!head.isEncoded()) curl_easy_setopt(handle_, CURLOPT_HTTP_CONTENT_DECODING, 0L);
+  return client_->didReceiveHead(head);
 }
 
-std::size_t CurlTransfer::reject(std::string words) {
+// libcurl's own reading, so that there is no second one to differ from it.
+ResponseHead CurlTransfer::readHead() const {
+  ResponseHead head;
+  head.status = statusOf(handle_);
+  const char* url = nullptr;
+  curl_easy_getinfo(handle_, CURLINFO_EFFECTIVE_URL, &url);
+  head.url = URL::parse(url == nullptr ? "" : url).value_or(URL{});
+  curl_header* field = nullptr;
+  while ((field = curl_easy_nextheader(handle_, CURLH_HEADER, -1, field)) != nullptr) {
+    head.addField(field->name, field->value);
+  }
+  curl_off_t length = -1;
+  curl_easy_getinfo(handle_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+  if (length >= 0 && !head.isEncoded()) head.bodyLength = length;
+  return head;
+}
+
+CurlTransfer::Verdict CurlTransfer::reject(std::string words) {
   rejected_ = CurlFailure{.code = CURLE_WEIRD_SERVER_REPLY, .osErrno = 0, .words = std::move(words)};
-  return 0;
+  return Verdict::stop;
 }
 
 std::size_t CurlTransfer::receiveBody(std::string_view bytes) {
   lastActivity_ = Clock::now();
+  if (!isHeadComplete_ && completeHead() == Verdict::stop) return 0;
   return client_->didReceiveBody(bytes) == Verdict::goOn ? bytes.size() : 0;
 }
 

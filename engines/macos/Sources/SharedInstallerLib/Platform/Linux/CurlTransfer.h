@@ -37,7 +37,7 @@ class CurlTransfer {
   class Client {
    public:
     virtual ~Client() = default;
-    // Once, before the first byte of the body.
+    // Once, before the first byte of the body, and in any case before the end of a success.
     virtual Verdict didReceiveHead(const ResponseHead& head) = 0;
     virtual Verdict didReceiveBody(std::string_view bytes) = 0;
     // The last call; `CURLE_OK` after a whole body. A verdict to stop ends in `CURLE_WRITE_ERROR`.
@@ -62,7 +62,7 @@ class CurlTransfer {
   CURL* handle_;
   curl_slist* fields_ = nullptr;
   std::array<char, CURL_ERROR_SIZE> words_{};
-  ResponseHead head_;
+  bool startsHead_ = true;  // the next line is the first of a head
   bool isHeadComplete_ = false;
   std::size_t headBytes_ = 0;            // of all heads, interim ones included
   std::optional<CurlFailure> rejected_;  // why the head wasn't taken
@@ -70,8 +70,11 @@ class CurlTransfer {
 
   void setFields();
   std::size_t receiveHeaderLine(std::string_view line);
-  std::size_t completeHead(std::size_t taken);
-  std::size_t reject(std::string words);
+  Verdict judgeHeaderLine(std::string_view line);
+  bool isInterim() const;
+  Verdict completeHead();
+  ResponseHead readHead() const;
+  Verdict reject(std::string words);
   std::size_t receiveBody(std::string_view bytes);
 
   static std::size_t onHeader(char* bytes, std::size_t size, std::size_t count, void* transfer);

@@ -14,7 +14,7 @@ CurlTransfer::Verdict LinuxDataTask::acceptHead(const ResponseHead& /*head*/) {
   return Verdict::goOn;
 }
 
-CurlTransfer::Verdict LinuxDataTask::acceptBody(std::string_view bytes) {
+CurlTransfer::Verdict LinuxDataTask::didReceiveBody(std::string_view bytes) {
   isTooLong_ = body_.size() + bytes.size() > URLSession::maximumDataLength;
   if (isTooLong_) return Verdict::stop;
   body_ += bytes;
@@ -40,7 +40,7 @@ void LinuxDataTask::breakOff(const CurlFailure& failure) {
 
 void LinuxDataTask::deliverError(const Error& error) {
   auto completion = std::exchange(completion_, nullptr);
-  if (completion) completion(std::nullopt, std::nullopt, error);
+  if (completion) completion(std::nullopt, response(), error);
 }
 
 }  // namespace installer

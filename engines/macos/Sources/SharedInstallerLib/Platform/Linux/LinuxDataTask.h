@@ -17,7 +17,7 @@ class LinuxDataTask : public LinuxURLTask {
   bool isTooLong_ = false;
 
   Verdict acceptHead(const ResponseHead& head) override;
-  Verdict acceptBody(std::string_view bytes) override;
+  Verdict didReceiveBody(std::string_view bytes) override;
   void succeed() override;
   void breakOff(const CurlFailure& failure) override;
   void deliverError(const Error& error) override;

@@ -18,17 +18,16 @@ Error badServerResponse(std::string_view words) {
 
 bool allowsResumption(const ResponseHead& head) {
   const auto* const ranges = head.field("accept-ranges");
-  return head.status == 200 && (ranges == nullptr || *ranges != "none");
+  return head.status == 200 && !head.isEncoded() && (ranges == nullptr || *ranges != "none");
 }
 
 URLRequest requestFor(const URL& url, const URLSessionCore& session) {
   return {.url = url, .timeoutInterval = session.requestTimeout()};
 }
 
-// Where resume data leads; of garbage an address that is never asked.
 URL urlOf(const std::string& resumeData) {
   const auto decoded = ResumeData::decode(resumeData);
-  return decoded ? decoded->url : *URL::parse("about:blank");
+  return decoded ? decoded->url : URL{};
 }
 
 }  // namespace
@@ -67,6 +66,7 @@ CurlTransfer::Verdict LinuxDownloadTask::acceptHead(const ResponseHead& head) {
 CurlTransfer::Verdict LinuxDownloadTask::acceptAnswerToResumption(const ResponseHead& head) {
   if (head.status == 206 && continuesPartial(head)) {
     file_ = std::move(partial_);
+    continues_ = true;
     total_ = head.contentRange()->total;
     validator_ = resumed_->validator;
     return Verdict::goOn;
@@ -83,13 +83,12 @@ CurlTransfer::Verdict LinuxDownloadTask::acceptAnswerToResumption(const Response
 // The rest, all of it, and of the same version.
 bool LinuxDownloadTask::continuesPartial(const ResponseHead& head) const {
   const auto range = head.contentRange();
-  if (head.isMultipart() || !range || !range->total || range->first != resumed_->received ||
-      range->last + 1 != *range->total) {
+  if (head.isMultipart() || head.isEncoded() || !range || !range->total ||
+      range->first != resumed_->received || range->last + 1 != *range->total) {
     return false;
   }
   if (resumed_->total && *resumed_->total != *range->total) return false;
-  const auto length = head.contentLength();
-  if (length && *length != *range->total - range->first) return false;
+  if (head.bodyLength && *head.bodyLength != *range->total - range->first) return false;
   return resumed_->validator.agreesWith(head);
 }
 
@@ -98,12 +97,12 @@ CurlTransfer::Verdict LinuxDownloadTask::acceptFromStart(const ResponseHead& hea
   auto file = PartialFile::create(session().temporaryDirectory());
   if (!file) return stopWith(file.error());
   file_ = std::move(*file);
-  total_ = head.contentLength();
+  total_ = head.bodyLength;
   validator_ = allowsResumption(head) ? Validator::of(head) : std::nullopt;
   return Verdict::goOn;
 }
 
-CurlTransfer::Verdict LinuxDownloadTask::acceptBody(std::string_view bytes) {
+CurlTransfer::Verdict LinuxDownloadTask::didReceiveBody(std::string_view bytes) {
   if (total_ && file_->length() + static_cast<std::int64_t>(bytes.size()) > *total_) {
     return stopWith(badServerResponse("the server sent more than it announced"));
   }
@@ -119,26 +118,32 @@ CurlTransfer::Verdict LinuxDownloadTask::stopWith(Error error) {
 }
 
 void LinuxDownloadTask::succeed() {
-  if (!file_) {
-    // The redirect's own answer, with nothing of it kept.
-    auto file = PartialFile::create(session().temporaryDirectory());
-    if (!file) return endWith(file.error());
-    file_ = std::move(*file);
-  }
-  if (response()->statusCode == 206 && total_ != file_->length()) {
+  if (continues_ && total_ != file_->length()) {
     return breakOff({.code = CURLE_PARTIAL_FILE, .osErrno = 0, .words = "the transfer ended early"});
   }
-  // An error page: what was there before it can still be gone on from.
-  if (progress_.written != file_->length()) postProgress(CurlTransfer::Clock::now());
+  // After an error page or a refusal the earlier bytes can still be resumed.
   if (partial_) session().keepPartial(std::exchange(partial_, nullptr)->path());
+  if (!file_) return endWith([this] { deliverRefusedRedirect(); });
+  if (progress_.written != file_->length()) postProgress(CurlTransfer::Clock::now());
   const auto path = file_->path();
   file_.reset();
-  endWith([this, path] {
-    const auto delegate = session().delegate();
-    if (delegate) delegate->didFinishDownloadingTo(shared_from_this(), path);
-    unlink(path.c_str());
-    if (delegate) delegate->didCompleteWithError(shared_from_this(), std::nullopt);
-  });
+  endWith([this, path] { deliverFile(path); });
+}
+
+void LinuxDownloadTask::deliverFile(const Path& path) {
+  const auto delegate = session().delegate();
+  if (delegate) delegate->didFinishDownloadingTo(shared_from_this(), path);
+  unlink(path.c_str());
+  if (delegate) delegate->didCompleteWithError(shared_from_this(), std::nullopt);
+}
+
+// The redirect's own answer, without its body. A task that was cancelled too gets no file, because a process
+// that ends now would leave it behind.
+void LinuxDownloadTask::deliverRefusedRedirect() {
+  if (isCancelled()) return deliverError(cancelledError());
+  const auto file = PartialFile::create(session().temporaryDirectory());
+  if (!file) return deliverError(file.error());
+  deliverFile((*file)->path());
 }
 
 void LinuxDownloadTask::breakOff(const CurlFailure& failure) {

@@ -18,7 +18,7 @@ namespace installer {
 class LinuxDownloadTask : public LinuxURLTask {
  public:
   LinuxDownloadTask(const std::shared_ptr<URLSessionCore>& session, const URL& url);
-  // Of bytes that are no resume data comes a task that fails at once.
+  // Invalid resume data gives a task that fails at once.
   LinuxDownloadTask(const std::shared_ptr<URLSessionCore>& session, const std::string& resumeData);
 
  private:
@@ -27,6 +27,7 @@ class LinuxDownloadTask : public LinuxURLTask {
   std::optional<ResumeData> resumed_;     // while the download may still go on from it
   std::unique_ptr<PartialFile> partial_;  // the file of `resumed_`
   std::unique_ptr<PartialFile> file_;     // where the body goes
+  bool continues_ = false;                // `file_` is the partial one, and the body is the rest of it
   std::optional<std::int64_t> total_;
   std::optional<Validator> validator_;  // of the body in `file_`
   std::optional<Error> ownFailure_;     // why this task stopped the transfer
@@ -44,7 +45,7 @@ class LinuxDownloadTask : public LinuxURLTask {
   std::optional<Error> prepare() override;
   std::vector<std::string> requestFields() override;
   Verdict acceptHead(const ResponseHead& head) override;
-  Verdict acceptBody(std::string_view bytes) override;
+  Verdict didReceiveBody(std::string_view bytes) override;
   void succeed() override;
   void breakOff(const CurlFailure& failure) override;
   void deliverError(const Error& error) override;
@@ -56,6 +57,8 @@ class LinuxDownloadTask : public LinuxURLTask {
   void forgetPartial();
   Verdict stopWith(Error error);
   std::optional<ResumeData> resumable() const;
+  void deliverFile(const Path& path);
+  void deliverRefusedRedirect();
   void postProgress(CurlTransfer::Clock::time_point now);
   void deliverProgress();
 };

@@ -8,7 +8,6 @@ namespace installer {
 namespace {
 
 constexpr int maximumRedirects = 20;
-constexpr std::size_t maximumRedirectBody = std::size_t{64} << 10U;  // read to keep the connection, no more
 
 bool isHTTPS(const URL& url) {
   return url.scheme() && url.host() && strcasecmp(url.scheme()->c_str(), "https") == 0;
@@ -29,10 +28,11 @@ void LinuxURLTask::resume() {
   session_->engine().post([self = shared_from_this()] { self->start(); });
 }
 
+// Nothing of a cancelled task is left behind from here on, even if the process ends at once.
 void LinuxURLTask::cancel() {
   isCancelRequested_ = true;
   if (!isResumed_.exchange(true)) session_->taskStarted(shared_from_this());
-  session_->engine().post([self = shared_from_this()] { self->endsBecauseCancelled(); });
+  session_->engine().run([this] { endsBecauseCancelled(); });
 }
 
 std::optional<HTTPURLResponse> LinuxURLTask::response() const {
@@ -57,11 +57,11 @@ bool LinuxURLTask::endsBecauseCancelled() {
 
 void LinuxURLTask::startRequest() {
   redirect_.reset();
-  redirectBodyBytes_ = 0;
   if (!isHTTPS(request_.url)) {
     endWith(urlError({.code = CURLE_UNSUPPORTED_PROTOCOL, .osErrno = 0, .words = "unsupported URL"}, true));
     return;
   }
+  setResponse(std::nullopt);
   transfer_ = session_->engine().start({.url = request_.url,
                                         .method = request_.method,
                                         .fields = requestFields(),
@@ -69,36 +69,25 @@ void LinuxURLTask::startRequest() {
                                        shared_from_this());
 }
 
-CurlTransfer::Verdict LinuxURLTask::didReceiveHead(const ResponseHead& head) {
-  {
-    const std::lock_guard guard{responseMutex_};
-    response_ = HTTPURLResponse{head.status, request_.url};
-  }
-  if (const auto target = head.redirectTarget(request_.url)) {
-    redirect_ = request_;
-    redirect_->url = *target;
-    return Verdict::goOn;
-  }
-  return acceptHead(head);
+void LinuxURLTask::setResponse(std::optional<HTTPURLResponse> response) {
+  const std::lock_guard guard{responseMutex_};
+  response_ = std::move(response);
 }
 
-CurlTransfer::Verdict LinuxURLTask::didReceiveBody(std::string_view bytes) {
-  if (!redirect_) return acceptBody(bytes);
-  redirectBodyBytes_ += bytes.size();
-  return redirectBodyBytes_ > maximumRedirectBody ? Verdict::stop : Verdict::goOn;
+// A redirect is judged by its head alone: its body may be cut off, and may never end.
+CurlTransfer::Verdict LinuxURLTask::didReceiveHead(const ResponseHead& head) {
+  setResponse(HTTPURLResponse{head.status, head.url});
+  const auto target = head.redirectTarget();
+  if (!target) return acceptHead(head);
+  redirect_ = request_;
+  redirect_->url = *target;
+  return Verdict::stop;
 }
 
 void LinuxURLTask::didEnd(const CurlFailure& failure) {
   transfer_ = nullptr;
-  const bool wasLeft = redirect_ && redirectBodyBytes_ > maximumRedirectBody;
-  if (failure.code != CURLE_OK && !wasLeft) {
-    breakOff(failure);
-    return;
-  }
-  if (redirect_) {
-    askAboutRedirect();
-    return;
-  }
+  if (redirect_) return askAboutRedirect();
+  if (failure.code != CURLE_OK) return breakOff(failure);
   succeed();
 }
 
@@ -112,7 +101,8 @@ void LinuxURLTask::askAboutRedirect() {
         urlError({.code = CURLE_TOO_MANY_REDIRECTS, .osErrno = 0, .words = "too many HTTP redirects"}, true));
     return;
   }
-  session_->callbacks().async([self = shared_from_this(), answer = *response(), request = *redirect_] {
+  const auto answer = response().value_or(HTTPURLResponse{});
+  session_->callbacks().async([self = shared_from_this(), answer, request = *redirect_] {
     const RedirectDecision decide = [self](std::optional<URLRequest> follow) {
       self->session_->engine().post([self, follow = std::move(follow)] { self->decided(follow); });
     };

@@ -39,10 +39,9 @@ class LinuxURLTask : public URLSessionTask,
   virtual std::optional<Error> prepare() { return std::nullopt; }
   // Header fields besides the usual ones, asked before each request.
   virtual std::vector<std::string> requestFields() { return {}; }
-  // The head of an answer that is no redirect to be followed. Stopping must be explained by `stopped`.
+  // The head of an answer that is no redirect to be followed.
   virtual Verdict acceptHead(const ResponseHead& head) = 0;
-  virtual Verdict acceptBody(std::string_view bytes) = 0;
-  // A whole body has arrived; or the answer is a redirect that was refused, and there is none.
+  // A whole body has arrived; or the answer is a redirect that was refused, and no head was accepted.
   virtual void succeed() = 0;
   // The transfer broke off. By default the task ends with that.
   virtual void breakOff(const CurlFailure& failure);
@@ -52,6 +51,7 @@ class LinuxURLTask : public URLSessionTask,
   // The end. Both do nothing after the first. `deliver` runs on the session's queue.
   void endWith(Error error);
   void endWith(Work deliver);
+  bool isCancelled() const { return isCancelRequested_; }
   // Tells the outside of an error; runs on the session's queue.
   virtual void deliverError(const Error& error) = 0;
   // What a failed or cancelled task leaves behind.
@@ -68,18 +68,17 @@ class LinuxURLTask : public URLSessionTask,
 
   CurlTransfer* transfer_ = nullptr;
   bool hasEnded_ = false;
-  std::optional<URLRequest> redirect_;  // where the answer that is arriving points to
-  std::size_t redirectBodyBytes_ = 0;
+  std::optional<URLRequest> redirect_;  // where the answer that has arrived points to
   int redirectCount_ = 0;
 
   mutable std::mutex responseMutex_;
   std::optional<HTTPURLResponse> response_;
 
   Verdict didReceiveHead(const ResponseHead& head) final;
-  Verdict didReceiveBody(std::string_view bytes) final;
   void didEnd(const CurlFailure& failure) final;
 
   void start();
+  void setResponse(std::optional<HTTPURLResponse> response);
   bool endsBecauseCancelled();
   void askAboutRedirect();
   void decided(std::optional<URLRequest> follow);

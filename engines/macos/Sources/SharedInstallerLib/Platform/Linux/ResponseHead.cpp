@@ -32,8 +32,15 @@ std::optional<std::int64_t> number(std::string_view text) {
   return value;
 }
 
+// A scheme makes a reference absolute; libcurl takes "data:x" for a path below the base.
+bool isAbsoluteWithoutHost(std::string_view location) {
+  const auto colon = location.find(':');
+  return colon < location.find_first_of("/?#") && !location.substr(colon).starts_with("://");
+}
+
 // `location` as a browser reads it from a page at `base`.
 std::optional<std::string> resolved(const std::string& base, const std::string& location) {
+  if (isAbsoluteWithoutHost(location)) return std::nullopt;
   const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url{curl_url(), &curl_url_cleanup};
   constexpr unsigned anyScheme = CURLU_NON_SUPPORT_SCHEME;
   if (curl_url_set(url.get(), CURLUPART_URL, base.c_str(), anyScheme) != CURLUE_OK) return std::nullopt;
@@ -49,21 +56,9 @@ std::optional<std::string> resolved(const std::string& base, const std::string& 
 
 }  // namespace
 
-void ResponseHead::addLine(std::string_view line) {
-  if (line.starts_with("HTTP/")) {
-    fields_.clear();
-    contradictsItself_ = false;
-    const auto blank = line.find(' ');
-    const auto code = blank == std::string_view::npos ? line : line.substr(blank + 1, 3);
-    status = static_cast<int>(number(code).value_or(0));
-    return;
-  }
-  const auto colon = line.find(':');
-  if (colon == std::string_view::npos) return;
-  const auto name = inLowerCase(trimmed(line.substr(0, colon)));
-  const auto value = trimmed(line.substr(colon + 1));
-  const auto [entry, isNew] = fields_.try_emplace(name, value);
-  if (!isNew && name == "content-length" && entry->second != value) contradictsItself_ = true;
+void ResponseHead::addField(std::string_view name, std::string_view value) {
+  const auto [entry, isNew] = fields_.try_emplace(inLowerCase(name), value);
+  if (!isNew && entry->first == "content-length" && entry->second != value) contradictsItself_ = true;
   entry->second = value;
 }
 
@@ -77,9 +72,10 @@ bool ResponseHead::isMultipart() const {
   return type != nullptr && inLowerCase(*type).starts_with("multipart/");
 }
 
-std::optional<std::int64_t> ResponseHead::contentLength() const {
-  const auto* const text = field("content-length");
-  return text == nullptr ? std::nullopt : number(*text);
+bool ResponseHead::isEncoded() const {
+  static constexpr std::array decoded{"gzip", "x-gzip", "deflate", "br"};
+  const auto* const encoding = field("content-encoding");
+  return encoding != nullptr && std::ranges::find(decoded, inLowerCase(*encoding)) != decoded.end();
 }
 
 std::optional<ContentRange> ResponseHead::contentRange() const {
@@ -98,13 +94,13 @@ std::optional<ContentRange> ResponseHead::contentRange() const {
   return ContentRange{*first, *last, total};
 }
 
-std::optional<URL> ResponseHead::redirectTarget(const URL& base) const {
+std::optional<URL> ResponseHead::redirectTarget() const {
   static constexpr std::array redirects{301, 302, 303, 307, 308};
   if (std::ranges::find(redirects, status) == redirects.end()) return std::nullopt;
   const auto* const location = field("location");
   if (location == nullptr) return std::nullopt;
-  const auto absolute = resolved(base.absoluteString(), *location);
-  return absolute ? URL::parse(*absolute) : std::nullopt;
+  const auto absolute = resolved(url.absoluteString(), *location);
+  return URL::parse(absolute.value_or("")).value_or(URL{});
 }
 
 }  // namespace installer

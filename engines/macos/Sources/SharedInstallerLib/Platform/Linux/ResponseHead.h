@@ -1,4 +1,4 @@
-// The status line and the header fields of one HTTP response. A plain value.
+// What the head of one HTTP response says. A plain value; libcurl has read it.
 #pragma once
 
 #include <cstdint>
@@ -23,25 +23,27 @@ struct ContentRange {
 class ResponseHead {
  public:
   int status = 0;
+  URL url;                                   // that was asked
+  std::optional<std::int64_t> bodyLength{};  // as it is handed on; absent when the server doesn't say
 
-  // Starts afresh at a status line, so that of several heads (a 100 before a 200) the last one stands.
-  void addLine(std::string_view line);
+  void addField(std::string_view name, std::string_view value);
 
   // By lower-case name; of a repeated field the last value. Null when there is none.
   const std::string* field(std::string_view name) const;
 
   bool isSuccess() const { return status >= 200 && status <= 299; }
-  // How long the body is is said twice, and not the same: nobody knows where this answer ends.
+  // Two different lengths: where this answer ends can't be known.
   bool contradictsItself() const { return contradictsItself_; }
   // Parts in an envelope of their own, whatever else the head says of a range.
   bool isMultipart() const;
+  // The body is stored in a coding that is decoded on its way: its length isn't the announced one, and its
+  // bytes aren't those of a range. Bodies in other codings are handed on as they come.
+  bool isEncoded() const;
 
-  // Absent when the server doesn't say, or says nonsense.
-  std::optional<std::int64_t> contentLength() const;
   std::optional<ContentRange> contentRange() const;
-  // Where a 301, 302, 303, 307 or 308 points to, made absolute against `base`. Absent for another status, and
-  // for a place that can't be read as a URL.
-  std::optional<URL> redirectTarget(const URL& base) const;
+  // Where a 301, 302, 303, 307 or 308 points to, made absolute; `URL{}` for a place that isn't a strict URL.
+  // Absent for another status, and without a place.
+  std::optional<URL> redirectTarget() const;
 
  private:
   bool contradictsItself_ = false;

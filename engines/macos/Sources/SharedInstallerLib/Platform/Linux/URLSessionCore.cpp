@@ -1,6 +1,5 @@
 #include "Platform/Linux/URLSessionCore.h"
 
-#include <future>
 #include <unistd.h>
 #include <utility>
 
@@ -50,9 +49,7 @@ bool URLSessionCore::isCancelled() {
 }
 
 void URLSessionCore::drain() {
-  std::promise<void> reached;
-  engine_.post([&reached] { reached.set_value(); });
-  reached.get_future().wait();
+  engine_.run([] {});
   callbacks_.drain();
 }
 
