@@ -4,7 +4,6 @@ root=$part/machine
 team=QX7M4R2V9D
 cdn=$here/../cdn/lab-cdn
 names=cdn.kelo.example,www.kelo.example
-case $(uname -m) in aarch64 | arm64) arch=arm64 ;; *) arch=x64 ;; esac
 trap '"$cdn" stop --folder "$part/cdn" >/dev/null 2>&1 || true' EXIT
 
 # publish_all VERSION: signed images of the four apps, put where the engine looks for them.
@@ -12,7 +11,7 @@ publish_all() {
   local app place file
   "$bin/lab-fixture" offline-installer --engine "$build/engines/macos/engine-cli" --programs "$bin" \
     --authority "$part/authority" --team-id "$team" --machine "$root" --version "$1" --output "$part/images-$1" >/dev/null
-  for app in brenna:$arch:brenna tolvi:universal:tolvi rulo:universal:rulo galdivane:$arch:galdi; do
+  for app in brenna:arm64:brenna brenna:x64:brenna tolvi:universal:tolvi rulo:universal:rulo galdivane:arm64:galdi galdivane:x64:galdi; do
     IFS=: read -r app place file <<<"$app"
     printf '{"product":"%s","releases":[{"version":"%s","notes":["What is new in %s"]}]}' "$app" "$1" "$1" >"$part/notes.json"
     "$bin/lab-publish" publish --tree "$part/tree" --app "$app" --version "$1" --arch "$place" \

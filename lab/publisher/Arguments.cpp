@@ -4,7 +4,6 @@
 #include <map>
 
 #include "Platform/URL.h"
-#include "Utils/URLTrust.h"
 
 namespace lab {
 
@@ -14,7 +13,7 @@ using Options = std::map<std::string, std::string>;
 
 constexpr const char* kUsage =
     R"(lab-publish publish --tree DIR --app ID --version V --arch ARCH --image X.dmg [options]
-lab-publish verify --tree DIR
+lab-publish verify --tree DIR [options]
 
 publish puts a disk image where the engine looks for it, with the metadata that proves it:
 
@@ -26,17 +25,23 @@ publish puts a disk image where the engine looks for it, with the metadata that 
   --arch ARCH        arm64, x64 or universal
   --image X.dmg      a UDIF disk image
   --notes FILE       release notes, a JSON file that the engine can read
-  --alternate URL    a second place of the same image, https
+  --alternate URL    a second place of the same image, https on a trusted host
   --destination NAME the image's name in the folder, instead of ID-V.dmg
+  --configuration F  the build's installer_config.json: its names, trusted hosts and bundle identifiers
   --distribution-root NAME, --apps-root NAME, --flavour NAME, --release NAME
-                     the build's own names in installer_config.json, where they differ
+                     single names of the build, instead of those in its configuration
+
+The image has to hold the app ID in version V.
 
 The new package is made ready in a hidden folder beside the old one, and takes its place in one step: whoever
 reads the tree finds the old package or the new one, also when this program is killed. Images that were published
 before stay, and are never changed: downloads of them may be under way.
 
-verify reads every package in the tree as the engine would, and tells what is wrong with it. What a publication
-that was cut short has left is told too, and harms nobody; the next publication to the same place clears it.
+verify reads every package in the tree as the engine would, looks into its image, and reports what is wrong with it: also
+a folder without metadata, one that the web server's user can't enter, and an app that has another version, or
+none, for another processor. With --configuration or a name it also reports apps that this build wouldn't find.
+What a publication that was cut short has left is reported and does no harm; the next publication to the same
+place clears it.
 
 Exit status: 0 done or sound, 1 not, 64 usage.
 )";
@@ -56,22 +61,31 @@ std::optional<std::string> take(Options& options, const std::string& name) {
   return found ? std::optional{found.mapped()} : std::nullopt;
 }
 
-OrReason<> takeNames(Options& options, LayoutNames& names) {
+OrReason<> takeConfiguration(Options& options, PublishArguments& arguments) {
+  if (const auto file = take(options, "configuration")) {
+    auto read = Configuration::read(*file);
+    if (!read) return std::unexpected(read.error());
+    arguments.configuration = std::move(*read);
+    arguments.isConfigured = true;
+  }
+  LayoutNames& names = arguments.configuration.names;
   for (const auto& [option, field] :
        {std::pair{"distribution-root", &LayoutNames::distributionRoot},
         std::pair{"apps-root", &LayoutNames::appsRoot}, std::pair{"flavour", &LayoutNames::flavour},
         std::pair{"release", &LayoutNames::release}}) {
-    names.*field = take(options, option).value_or(names.*field);
+    const auto given = take(options, option);
+    arguments.isConfigured = arguments.isConfigured || given.has_value();
+    names.*field = given.value_or(names.*field);
     if (auto checked = checkPathComponent(std::string{"--"} + option, names.*field); !checked) return checked;
   }
   return {};
 }
 
-OrReason<> checkAlternate(const std::optional<std::string>& text) {
-  if (!text) return {};
-  const auto url = installer::URL::parse(*text);
-  if (url && installer::URLTrust::isHTTPS(*url) && url->host()) return {};
-  return because("'{}' is no https address", *text);
+OrReason<> checkAlternate(const PublishArguments& arguments) {
+  if (!arguments.alternateURL) return {};
+  const auto url = installer::URL::parse(*arguments.alternateURL);
+  if (url) return checkAlternate(*url, arguments.configuration);
+  return because("'{}' is no https address", *arguments.alternateURL);
 }
 
 OrReason<> takePackage(Options& options, PublishArguments& arguments) {
@@ -86,7 +100,7 @@ OrReason<> takePackage(Options& options, PublishArguments& arguments) {
   if (arguments.image.empty()) return because("--image is missing");
   for (const auto& checked :
        {checkApp(arguments.app), checkVersion(arguments.version), checkArch(arguments.arch),
-        checkPathComponent("--destination", arguments.destination), checkAlternate(arguments.alternateURL)}) {
+        checkPathComponent("--destination", arguments.destination), checkAlternate(arguments)}) {
     if (!checked) return checked;
   }
   return {};
@@ -111,7 +125,7 @@ OrReason<PublishArguments> parsePublishArguments(const std::vector<std::string>&
       words[0] == "publish" ? PublishArguments::Command::publish : PublishArguments::Command::verify;
   arguments.tree = take(*options, "tree").value_or("");
   if (arguments.tree.empty()) return because("--tree is missing");
-  if (auto taken = takeNames(*options, arguments.names); !taken) return std::unexpected(taken.error());
+  if (auto taken = takeConfiguration(*options, arguments); !taken) return std::unexpected(taken.error());
   if (arguments.command == PublishArguments::Command::publish) {
     if (auto taken = takePackage(*options, arguments); !taken) return std::unexpected(taken.error());
   }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "publisher/Layout.h"
+#include "publisher/Configuration.h"
 #include "support/OrReason.h"
 
 namespace lab {
@@ -16,7 +16,8 @@ struct PublishArguments {
 
   Command command = Command::help;
   std::filesystem::path tree;
-  LayoutNames names;
+  Configuration configuration;
+  bool isConfigured = false;  // a configuration or a name of it was given
 
   // Of `publish`.
   std::string app;

@@ -1,6 +1,16 @@
 #include "publisher/Image.h"
 
+#include <algorithm>
+#include <optional>
+#include <vector>
+
+#include "nlohmann/json.hpp"
+
+#include "Platform/Bundles.h"
+#include "Platform/Linux/LinuxPropertyList.h"
 #include "diskimage/DiskImage.h"
+#include "diskimage/VolumeListing.h"
+#include "support/ChildProcess.h"
 #include "support/Files.h"
 
 namespace lab {
@@ -17,7 +27,50 @@ OrReason<> checkContent(const std::filesystem::path& image) {
   return {};
 }
 
+// The Info.plist of every bundle at the top of the volume, by path in the image.
+std::vector<std::string> informationPaths(const VolumeListing& listing) {
+  // An HFS+ volume's items have its name before them.
+  const std::ptrdiff_t slashes = listing.format == VolumeFormat::hfs ? 3 : 2;
+  std::vector<std::string> paths;
+  for (const ListedItem& item : listing.items) {
+    if (item.path.ends_with(".app/Contents/Info.plist") && std::ranges::count(item.path, '/') == slashes) {
+      paths.push_back(item.path);
+    }
+  }
+  return paths;
+}
+
+// Empty when there is no such property list in the image, or it can't be read.
+installer::Bundle bundleIn(const std::filesystem::path& image, const std::string& informationPath) {
+  const auto read = runToEnd({"7zz", "x", "-so", "-spd", "-p", "--", image.string(), informationPath});
+  if (!read || read->status != 0) return {};
+  auto information = installer::LinuxPropertyList{}.parse(read->output);
+  if (!information || !information->is_object()) return {};
+  return {.path = informationPath,
+          .infoDictionary = std::make_shared<const installer::Json>(std::move(*information))};
+}
+
 }  // namespace
+
+OrReason<> checkBundle(const std::filesystem::path& image, const std::string& identifier,
+                       const std::string& version) {
+  const auto listing = listVolume(image);
+  if (!listing) return because("{}: {}", image.string(), listing.error());
+  std::string others;
+  for (const std::string& path : informationPaths(*listing)) {
+    const auto bundle = bundleIn(image, path);
+    const auto found = bundle.bundleIdentifier().value_or("no identifier");
+    if (found != identifier) {
+      others += (others.empty() ? "" : ", ") + found;
+      continue;
+    }
+    const auto its = bundle.infoString("CFBundleShortVersionString").value_or("no version");
+    if (its == version) return {};
+    return because("{} holds version {}, not {}", image.filename().string(), its, version);
+  }
+  return because("{} holds no app '{}' but {}", image.filename().string(), identifier,
+                 others.empty() ? "none" : others);
+}
 
 OrReason<ImageFacts> examineImage(const std::filesystem::path& image) {
   std::error_code error;

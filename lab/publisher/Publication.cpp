@@ -19,11 +19,11 @@ std::string metadataOf(const PublishArguments& arguments, const ImageFacts& fact
       {"product", arguments.app}, {"version", arguments.version}, {"destination", arguments.destination},
       {"size", facts.size},       {"checksum", facts.sha256},     {"checksumAlgorithm", "sha256"}};
   if (arguments.alternateURL) meta["alternateDownloadUrl"] = *arguments.alternateURL;
-  meta["flavour"] = arguments.names.flavour;
+  meta["flavour"] = arguments.configuration.names.flavour;
   meta["os"] = "mac";
   meta["arch"] = arguments.arch;
   meta["format"] = "dmg";
-  meta["release"] = arguments.names.release;
+  meta["release"] = arguments.configuration.names.release;
   return meta.dump(2) + "\n";
 }
 
@@ -59,10 +59,15 @@ OrReason<> putImage(const fs::path& image, const fs::path& destination, const Im
 OrReason<fs::path> publish(const PublishArguments& arguments) {
   const auto facts = examineImage(arguments.image);
   if (!facts) return std::unexpected(facts.error());
+  const auto& identifier = arguments.configuration.bundleIdentifiers.at(arguments.app);
+  if (auto held = checkBundle(arguments.image, identifier, arguments.version); !held) {
+    return std::unexpected(held.error());
+  }
   const auto notes = readNotes(arguments.notes);
   if (!notes) return std::unexpected(notes.error());
 
-  const auto folder = folderOf(arguments.tree, layoutOf(arguments.names, arguments.app, arguments.arch));
+  const auto folder =
+      folderOf(arguments.tree, layoutOf(arguments.configuration.names, arguments.app, arguments.arch));
   std::error_code error;
   fs::create_directories(folder.parent_path(), error);
   if (error) return because("{}: {}", folder.parent_path().string(), error.message());

@@ -1,13 +1,14 @@
 #include "publisher/TreeCheck.h"
 
 #include <algorithm>
+#include <map>
+#include <tuple>
 
 #include "Models/PackageMeta.h"
 #include "Models/ReleaseNotes.h"
 #include "Models/Text.h"
 #include "Platform/Path.h"
 #include "publisher/Image.h"
-#include "publisher/Layout.h"
 #include "support/Files.h"
 
 namespace lab {
@@ -17,7 +18,8 @@ namespace {
 using installer::CDNLayout;
 using installer::PackageMeta;
 
-OrReason<PackageMeta> readMetadata(const fs::path& file) {
+OrReason<PackageMeta> readMetadata(const fs::path& file, const Configuration& configuration) {
+  if (!stands(file)) return because("there is no {}", file.filename().string());
   const auto text = readFile(file);
   if (!text) return std::unexpected(text.error());
   auto meta = PackageMeta::decode(*text);
@@ -29,10 +31,9 @@ OrReason<PackageMeta> readMetadata(const fs::path& file) {
   if (!meta->checksumIsVerifiable()) return because("the metadata has no SHA-256");
   if (!meta->version) return because("the metadata names no version");
   if (auto version = checkVersion(*meta->version); !version) return std::unexpected(version.error());
-  const auto& alternate = meta->alternateDownloadURL;
-  if (alternate && (!installer::URLTrust::isHTTPS(*alternate) || !alternate->host())) {
-    return because("the alternate location '{}' is no https address", alternate->absoluteString());
-  }
+  if (!meta->alternateDownloadURL) return std::move(*meta);
+  auto alternate = checkAlternate(*meta->alternateDownloadURL, configuration);
+  if (!alternate) return std::unexpected(alternate.error());
   return std::move(*meta);
 }
 
@@ -46,6 +47,18 @@ OrReason<> compare(const PackageMeta& meta, const ImageFacts& facts) {
   return {};
 }
 
+// What the metadata says of its own place. The engine doesn't read it, but people do.
+OrReason<> compare(const PackageMeta& meta, const CDNLayout& layout) {
+  for (const auto& [key, said, is] :
+       {std::tuple{"product", &meta.product, layout.service},
+        std::tuple{"flavour", &meta.flavour, layout.flavour}, std::tuple{"os", &meta.os, std::string{"mac"}},
+        std::tuple{"arch", &meta.arch, layout.arch}, std::tuple{"format", &meta.format, layout.format},
+        std::tuple{"release", &meta.release, layout.release}}) {
+    if (said->value_or(is) != is) return because("the metadata is for {} '{}', not '{}'", key, **said, is);
+  }
+  return {};
+}
+
 OrReason<> checkNotes(const fs::path& file) {
   if (!stands(file)) return {};
   const auto text = readFile(file);
@@ -54,49 +67,172 @@ OrReason<> checkNotes(const fs::path& file) {
   return {};
 }
 
+bool isAsDeepAsPackages(const fs::path& tree, const fs::path& folder) {
+  const auto relative = folder.lexically_relative(tree);
+  const std::vector<std::string> names(relative.begin(), relative.end());
+  const auto wanted = CDNLayout{}.folderComponents();
+  return names.size() == wanted.size() && names[4] == wanted[4];
+}
+
+class TreeCheck {
+ public:
+  explicit TreeCheck(const PublishArguments& arguments) : arguments_{arguments} {}
+
+  OrReason<TreeReport> run();
+
+ private:
+  // A package's folder, by each of the paths that lead to it.
+  using Paths = std::vector<fs::path>;
+  // app and everything of its layout but the architecture -> architecture -> version
+  using Offers = std::map<std::vector<std::string>, std::map<std::string, std::string>>;
+
+  void walk(const fs::path& folder);
+  void visit(const fs::directory_entry& entry, bool& holdsFolders, bool& holdsPackage);
+  void checkReadable(const fs::path& path);
+  OrReason<std::string> checkPackage(const Paths& paths);
+  void compareArchitectures();
+  void lookForConfigured();
+  void report(const fs::path& path, const std::string& problem);
+
+  const PublishArguments& arguments_;
+  TreeReport report_;
+  std::map<fs::path, Paths> packages_;  // by canonical path
+  Offers offers_;
+};
+
+void TreeCheck::report(const fs::path& path, const std::string& problem) {
+  report_.problems.push_back(fmt::format("{}: {}", path.string(), problem));
+}
+
+void TreeCheck::checkReadable(const fs::path& path) {
+  std::error_code error;
+  const auto status = fs::status(path, error);
+  const bool isFolder = status.type() == fs::file_type::directory;
+  const auto needed = isFolder ? fs::perms::others_read | fs::perms::others_exec : fs::perms::others_read;
+  if ((status.permissions() & needed) == needed) return;
+  report(path, isFolder ? "others may not enter it" : "others may not read it");
+}
+
+void TreeCheck::visit(const fs::directory_entry& entry, bool& holdsFolders, bool& holdsPackage) {
+  const auto& path = entry.path();
+  const auto name = path.filename().string();
+  if (name.starts_with('.')) {
+    report_.leftovers.push_back(
+        fmt::format("{}: left over from a publication that was cut short", path.string()));
+    return;
+  }
+  std::error_code error;
+  const auto type = fs::status(path, error).type();
+  if (type == fs::file_type::not_found) return report(path, "the link leads nowhere");
+  if (type != fs::file_type::directory) {
+    holdsPackage = holdsPackage || name == CDNLayout::metadataFileName;
+    return;
+  }
+  holdsFolders = true;
+  const auto leadsTo = fs::canonical(path, error);
+  const auto here = fs::canonical(path.parent_path(), error);
+  if (std::ranges::mismatch(leadsTo, here).in1 == leadsTo.end()) return report(path, "the link leads back");
+  walk(path);
+}
+
+void TreeCheck::walk(const fs::path& folder) {
+  checkReadable(folder);
+  bool holdsFolders = false;
+  bool holdsPackage = false;
+  std::error_code error;
+  for (fs::directory_iterator entry{folder, error}, end; !error && entry != end; entry.increment(error)) {
+    visit(*entry, holdsFolders, holdsPackage);
+  }
+  if (error) return report(folder, error.message());
+  // A package's folder without metadata fails as many installs as one with bad metadata.
+  const bool isPlace = !holdsFolders && isAsDeepAsPackages(arguments_.tree, folder);
+  if (holdsPackage || isPlace) packages_[fs::canonical(folder, error)].push_back(folder);
+}
+
 // The line for a sound package.
-OrReason<std::string> checkPackage(const fs::path& tree, const fs::path& folder) {
-  const auto layout = layoutThatLeadsTo(tree, folder);
-  if (!layout) return because("no installer looks for a package here");
-  const auto meta = readMetadata(folder / CDNLayout::metadataFileName);
+OrReason<std::string> TreeCheck::checkPackage(const Paths& paths) {
+  const fs::path& folder = paths.front();
+  std::vector<CDNLayout> layouts;
+  for (const auto& path : paths) {
+    if (const auto layout = layoutThatLeadsTo(arguments_.tree, path)) layouts.push_back(*layout);
+  }
+  if (layouts.empty()) return because("no installer looks for a package here");
+  const auto meta = readMetadata(folder / CDNLayout::metadataFileName, arguments_.configuration);
   if (!meta) return std::unexpected(meta.error());
-  const auto facts = examineImage(folder / *meta->destination);
+  const auto fits = [&](const CDNLayout& layout) { return compare(*meta, layout).has_value(); };
+  const auto layout = std::ranges::find_if(layouts, fits);
+  if (layout == layouts.end()) return std::unexpected(compare(*meta, layouts.front()).error());
+  for (const auto& each : layouts) {
+    offers_[{each.distributionRoot, each.appsRoot, each.flavour, each.service, each.release}][each.arch] =
+        *meta->version;
+  }
+
+  const auto image = folder / *meta->destination;
+  const auto facts = examineImage(image);
   if (!facts) return std::unexpected(facts.error());
-  if (auto same = compare(*meta, *facts); !same) return std::unexpected(same.error());
-  if (auto notes = checkNotes(folder / CDNLayout::releaseNotesFileName); !notes) {
-    return std::unexpected(notes.error());
+  for (const auto& checked :
+       {compare(*meta, *facts),
+        checkBundle(image, arguments_.configuration.bundleIdentifiers.at(layout->service), *meta->version),
+        checkNotes(folder / CDNLayout::releaseNotesFileName)}) {
+    if (!checked) return std::unexpected(checked.error());
+  }
+  for (const auto& file : fs::directory_iterator{folder}) {
+    if (!file.path().filename().string().starts_with('.')) checkReadable(file);
   }
   return fmt::format("{} {} {}: {}, {} bytes, sha256 {}", layout->service, layout->arch, *meta->version,
                      *meta->destination, facts->size, facts->sha256);
 }
 
+void TreeCheck::compareArchitectures() {
+  for (const auto& [place, versions] : offers_) {
+    const auto name = fmt::format("{} {}", place[3], place[4]);
+    const bool forOne = versions.contains("arm64") != versions.contains("x64");
+    if (forOne && !versions.contains("universal")) {
+      report(name, fmt::format("there is no package for {}", versions.contains("x64") ? "arm64" : "x64"));
+    }
+    const auto& first = *versions.begin();
+    for (const auto& [arch, version] : versions) {
+      if (version == first.second) continue;
+      report(name, fmt::format("{} has version {}, {} has {}", first.first, first.second, arch, version));
+    }
+  }
+}
+
+void TreeCheck::lookForConfigured() {
+  if (!arguments_.isConfigured) return;
+  const LayoutNames& names = arguments_.configuration.names;
+  for (const auto& [app, _] : arguments_.configuration.bundleIdentifiers) {
+    const auto isApps = [&app](const auto& offer) { return offer.first[3] == app; };
+    if (std::ranges::none_of(offers_, isApps)) continue;
+    if (offers_.contains({names.distributionRoot, names.appsRoot, names.flavour, app, names.release}))
+      continue;
+    report(app, fmt::format("there is no package where the configuration looks, {}",
+                            folderOf(arguments_.tree, layoutOf(names, app, "*")).string()));
+  }
+}
+
+OrReason<TreeReport> TreeCheck::run() {
+  std::error_code error;
+  if (!fs::is_directory(arguments_.tree, error)) return because("{} is no folder", arguments_.tree.string());
+  walk(arguments_.tree);
+  for (const auto& [_, paths] : packages_) {
+    auto line = checkPackage(paths);
+    if (line) report_.packages.push_back(std::move(*line));
+    if (!line) report(paths.front(), line.error());
+  }
+  if (packages_.empty()) return because("{} holds no package", arguments_.tree.string());
+  compareArchitectures();
+  lookForConfigured();
+  std::ranges::sort(report_.packages);
+  std::ranges::sort(report_.problems);
+  std::ranges::sort(report_.leftovers);
+  return std::move(report_);
+}
+
 }  // namespace
 
-OrReason<TreeReport> checkTree(const fs::path& tree) {
-  TreeReport report;
-  std::error_code error;
-  for (fs::recursive_directory_iterator entry{tree, error}, end; !error && entry != end;
-       entry.increment(error)) {
-    const auto name = entry->path().filename().string();
-    if (name.starts_with('.')) {
-      report.leftovers.push_back(
-          fmt::format("{}: left over from a publication that was cut short", entry->path().string()));
-      entry.disable_recursion_pending();
-      continue;
-    }
-    if (name != CDNLayout::metadataFileName) continue;
-    const auto folder = entry->path().parent_path();
-    auto line = checkPackage(tree, folder);
-    if (line) report.packages.push_back(std::move(*line));
-    if (!line) report.problems.push_back(fmt::format("{}: {}", folder.string(), line.error()));
-  }
-  if (error) return because("{}: {}", tree.string(), error.message());
-  if (report.packages.empty() && report.problems.empty())
-    return because("{} holds no package", tree.string());
-  std::ranges::sort(report.packages);
-  std::ranges::sort(report.problems);
-  std::ranges::sort(report.leftovers);
-  return report;
+OrReason<TreeReport> checkTree(const PublishArguments& arguments) {
+  return TreeCheck{arguments}.run();
 }
 
 }  // namespace lab

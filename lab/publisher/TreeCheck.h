@@ -1,10 +1,10 @@
 // Reads a published tree as the engine would. Blocks.
 #pragma once
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
+#include "publisher/Arguments.h"
 #include "support/OrReason.h"
 
 namespace lab {
@@ -16,6 +16,6 @@ struct TreeReport {
 };
 
 // Fails only when the tree can't be read at all.
-OrReason<TreeReport> checkTree(const std::filesystem::path& tree);
+OrReason<TreeReport> checkTree(const PublishArguments& arguments);
 
 }  // namespace lab

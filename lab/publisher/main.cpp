@@ -1,5 +1,6 @@
 // lab-publish: lays out what a content delivery network serves, and checks it.
 #include <cstdio>
+#include <sys/stat.h>
 
 #include "publisher/Arguments.h"
 #include "publisher/Publication.h"
@@ -15,7 +16,7 @@ int failed(const std::string& reason, int status = 1) {
 }
 
 int runVerify(const lab::PublishArguments& arguments) {
-  const auto report = lab::checkTree(arguments.tree);
+  const auto report = lab::checkTree(arguments);
   if (!report) return failed(report.error());
   for (const auto& line : report->packages) fmt::print("{}\n", line);
   for (const auto& line : report->leftovers) failed(line);
@@ -33,6 +34,8 @@ int runPublish(const lab::PublishArguments& arguments) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // The web server that serves the tree is another user as a rule.
+  umask(S_IWGRP | S_IWOTH);
   const auto arguments = lab::parsePublishArguments({argv + 1, argv + argc});
   if (!arguments) return failed(arguments.error(), kUsageStatus);
   switch (arguments->command) {

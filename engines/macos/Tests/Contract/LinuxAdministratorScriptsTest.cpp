@@ -2,8 +2,10 @@
 // the shell in, or doesn't.
 #include <algorithm>
 #include <csignal>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
 
 #include "Contract/LinuxTestFolder.h"
 #include "Platform/Linux/LinuxAdministratorScripts.h"
@@ -101,6 +103,19 @@ TEST_F(LinuxAdministrator, APromptThatIsNotThereIsAFailureAndNoRefusal) {
   const auto error = call(*LinuxAdministratorScripts{prompt}.make(sharedSource), "true");
   ASSERT_TRUE(error);
   EXPECT_EQ(numberOf(error), -1);
+}
+
+TEST_F(LinuxAdministrator, AnAskpassThatCannotBeRunIsAFailureAndNoRefusal) {
+  AdministratorPrompt prompt;
+  prompt.command = {folder.write("sudo", "#!/bin/sh\nexit 1\n")};
+  prompt.asksRootToo = true;
+  for (const char* const askpass : {"missing", "no-program"}) {
+    if (askpass == std::string_view{"no-program"}) ::chmod(folder.write(askpass, "").c_str(), 0644);
+    prompt.askpass = folder / askpass;
+    const auto error = call(*LinuxAdministratorScripts{prompt}.make(sharedSource), "true");
+    EXPECT_EQ(numberOf(error), -1) << askpass;
+    EXPECT_THAT(error->value("NSAppleScriptErrorMessage", ""), testing::HasSubstr(askpass));
+  }
 }
 
 TEST_F(LinuxAdministrator, AChainStopsAtItsFirstFailure) {

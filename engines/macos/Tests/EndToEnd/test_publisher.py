@@ -16,24 +16,39 @@ import pytest
 BUILD = Path(os.environ.get("KELO_BUILD", Path(__file__).resolve().parents[4] / "build" / "dev"))
 PUBLISH = BUILD / "lab" / "bin" / "lab-publish"
 FIXTURE = BUILD / "lab" / "bin" / "lab-fixture"
-FOLDER = Path("desksuite/apps/default/brenna/mac/arm64/dmg/latest")
+FOLDER = Path("desksuite/apps/default/brenna/mac/universal/dmg/latest")
+
+
+@pytest.fixture(autouse=True)
+def served(tmp_path):
+    """The folder of a test is a tree in many of them, and others may enter it."""
+    tmp_path.chmod(0o755)
+
+
+def made(path, *options, app="brenna", version="2.1"):
+    subprocess.run([FIXTURE, "image", "--app", app, "--version", version, "--output", path, *options], check=True)
+    return path
 
 
 @pytest.fixture(scope="module")
 def image(tmp_path_factory):
-    path = tmp_path_factory.mktemp("image") / "brenna.dmg"
-    subprocess.run([FIXTURE, "image", "--app", "brenna", "--version", "2.1", "--output", path], check=True)
-    return path
+    return made(tmp_path_factory.mktemp("image") / "brenna.dmg")
+
+
+@pytest.fixture(scope="module")
+def newer(tmp_path_factory):
+    """The same app in version 2.2."""
+    return made(tmp_path_factory.mktemp("newer") / "brenna.dmg", version="2.2")
 
 
 def publish(tree, image, child=None, **changes):
-    options = {"tree": tree, "app": "brenna", "version": "2.1", "arch": "arm64", "image": image, **changes}
+    options = {"tree": tree, "app": "brenna", "version": "2.1", "arch": "universal", "image": image, **changes}
     words = [word for name, value in options.items() for word in (f"--{name.replace('_', '-')}", str(value))]
     return subprocess.run([PUBLISH, "publish", *words], capture_output=True, text=True, check=False, preexec_fn=child)
 
 
-def verify(tree):
-    return subprocess.run([PUBLISH, "verify", "--tree", tree], capture_output=True, text=True, check=False)
+def verify(tree, *options):
+    return subprocess.run([PUBLISH, "verify", "--tree", tree, *options], capture_output=True, text=True, check=False)
 
 
 def test_publishes_what_the_engine_looks_for(tmp_path, image):
@@ -49,12 +64,12 @@ def test_publishes_what_the_engine_looks_for(tmp_path, image):
     assert meta["alternateDownloadUrl"] == "HTTPS://mirror.kelo.example/b.dmg"
     sound = verify(tmp_path / "tree")
     assert sound.returncode == 0, sound.stderr
-    assert sound.stdout.startswith("brenna arm64 2.1: brenna-2.1.dmg, ")
+    assert sound.stdout.startswith("brenna universal 2.1: brenna-2.1.dmg, ")
 
 
 def test_publishes_under_the_builds_own_names(tmp_path, image):
     assert publish(tmp_path, image, flavour="blue", release="beta", apps_root="a", distribution_root="d").returncode == 0
-    assert (tmp_path / "d/a/blue/brenna/mac/arm64/dmg/beta/meta.json").exists()
+    assert (tmp_path / "d/a/blue/brenna/mac/universal/dmg/beta/meta.json").exists()
     assert verify(tmp_path).returncode == 0
 
 
@@ -77,6 +92,7 @@ def test_never_changes_a_published_image(tmp_path, image):
     ({"app": "Brenna"}, "catalog"), ({"version": "2.1-b"}, "version"), ({"version": ""}, "version"),
     ({"version": "2..1"}, "version"), ({"arch": "arm"}, "architecture"), ({"destination": "../x.dmg"}, "path"),
     ({"destination": ".x"}, "path"), ({"flavour": "a/b"}, "path"), ({"alternate": "http://a/b"}, "https"),
+    ({"alternate": "https://mirror.other.example/b.dmg"}, "trustedDownloadDomains"), ({"configuration": "missing.json"}, "missing.json"),
     ({"colour": "blue"}, "--colour")])
 def test_refuses_wrong_words(tmp_path, image, changes, word):
     done = publish(tmp_path / "tree", image, **changes)
@@ -118,7 +134,9 @@ def damage(folder, name, change):
 
 @pytest.mark.parametrize("change", [{"checksum": "0" * 64}, {"checksum": ""}, {"size": 1}, {"destination": "other.dmg"},
                                     {"destination": "../meta.json"}, {"checksumAlgorithm": "md5"}, {"version": "x"},
-                                    {"alternateDownloadUrl": "http://a/"}])
+                                    {"alternateDownloadUrl": "http://a/"}, {"alternateDownloadUrl": "https://a.other.example/"},
+                                    {"version": "2.2"}, {"product": "rulo"}, {"arch": "x64"}, {"release": "beta"},
+                                    {"flavour": "blue"}, {"os": "win"}, {"format": "pkg"}])
 def test_finds_wrong_metadata(tmp_path, image, change):
     publish(tmp_path, image)
     damage(tmp_path / FOLDER, "meta.json", change)
@@ -130,6 +148,114 @@ def test_finds_a_package_where_nobody_looks(tmp_path, image):
     publish(tmp_path, image)
     (tmp_path / FOLDER).rename(tmp_path / "elsewhere")
     assert "no installer looks" in verify(tmp_path).stderr
+
+
+def test_finds_a_folder_without_metadata(tmp_path, image):
+    publish(tmp_path, image)
+    publish(tmp_path, image, release="beta")
+    (tmp_path / FOLDER.with_name("beta") / "meta.json").unlink()
+    checked = verify(tmp_path)
+    assert checked.returncode == 1 and "beta: there is no meta.json" in checked.stderr
+    (tmp_path / FOLDER.with_name("empty")).mkdir()
+    assert "empty: there is no meta.json" in verify(tmp_path).stderr
+
+
+def test_does_not_take_other_files_of_the_web_server_for_packages(tmp_path, image):
+    publish(tmp_path, image)
+    for name in ("mirror/brenna.dmg", "robots.txt", "desksuite/apps/index.html"):
+        (tmp_path / name).parent.mkdir(exist_ok=True)
+        (tmp_path / name).write_text("x")
+    assert (verify(tmp_path).returncode, verify(tmp_path).stderr) == (0, "")
+
+
+@pytest.mark.parametrize("folder", ["brena/mac/universal/dmg/latest", "brenna/mac/arm/dmg/latest", "brenna/mac/universal/zip/latest"])
+def test_finds_a_wrong_folder_with_or_without_metadata(tmp_path, image, folder):
+    publish(tmp_path, image)
+    wrong = tmp_path / "desksuite/apps/default" / folder
+    wrong.parent.mkdir(parents=True, exist_ok=True)
+    (tmp_path / FOLDER).rename(wrong)
+    assert "no installer looks" in verify(tmp_path).stderr
+    (wrong / "meta.json").unlink()
+    assert "no installer looks" in verify(tmp_path).stderr
+
+
+def test_finds_uneven_architectures(tmp_path, image, newer):
+    publish(tmp_path, image, arch="arm64")
+    assert "brenna latest: there is no package for x64" in verify(tmp_path).stderr
+    publish(tmp_path, newer, arch="x64", version="2.2")
+    assert "brenna latest: arm64 has version 2.1, x64 has 2.2" in verify(tmp_path).stderr
+    publish(tmp_path, newer, arch="arm64", version="2.2")
+    assert (verify(tmp_path).returncode, verify(tmp_path).stderr) == (0, "")
+
+
+def test_finds_what_others_may_not_read(tmp_path, image):
+    publish(tmp_path, image)
+    (tmp_path / FOLDER.parent).chmod(0o750)
+    (tmp_path / FOLDER / "meta.json").chmod(0o640)
+    checked = verify(tmp_path)
+    assert checked.returncode == 1
+    assert f"{FOLDER.parent}: others may not enter it" in checked.stderr
+    assert f"{FOLDER}/meta.json: others may not read it" in checked.stderr
+
+
+# What the image holds.
+
+def test_refuses_an_image_of_another_app_or_version(tmp_path, image, newer):
+    rulo = made(tmp_path / "rulo.dmg", app="rulo")
+    for wrong, complaint in ((rulo, "holds no app 'com.kelo.brenna.mac' but com.kelo.rulo"), (newer, "holds version 2.2, not 2.1"),
+                             (made(tmp_path / "none.dmg", "--variant", "no-version"), "holds version no version, not 2.1")):
+        done = publish(tmp_path / "tree", wrong)
+        assert done.returncode == 1 and complaint in done.stderr, done.stderr
+    assert not (tmp_path / "tree").exists()
+
+
+def test_finds_an_image_of_another_app(tmp_path, image):
+    publish(tmp_path, image)
+    rulo = made(tmp_path / "rulo.dmg", app="rulo").read_bytes()
+    (tmp_path / FOLDER / "brenna-2.1.dmg").write_bytes(rulo)
+    damage(tmp_path / FOLDER, "meta.json", {"size": len(rulo), "checksum": hashlib.sha256(rulo).hexdigest()})
+    checked = verify(tmp_path)
+    assert checked.returncode == 1 and "holds no app 'com.kelo.brenna.mac' but com.kelo.rulo" in checked.stderr
+
+
+def test_takes_an_image_that_holds_the_app_among_others(tmp_path):
+    both = made(tmp_path / "both.dmg", "--variant", "second-bundle-right")
+    assert publish(tmp_path / "tree", both).returncode == 0
+    assert verify(tmp_path / "tree").returncode == 0
+
+
+# A build's own configuration.
+
+@pytest.fixture
+def configuration(tmp_path):
+    def make(**values):
+        path = tmp_path / "installer_config.json"
+        path.write_text(json.dumps(values))
+        return path
+    return make
+
+
+def test_takes_names_hosts_and_identifiers_from_the_configuration(tmp_path, image, configuration):
+    path = configuration(flavour="blue", cdn={"appsRoot": "a", "release": "beta"}, trustedDownloadDomains=["other.example"])
+    tree = tmp_path / "tree"
+    done = publish(tree, image, configuration=path, alternate="HTTPS://mirror.other.example/b.dmg", release="gamma")
+    assert done.returncode == 0, done.stderr
+    assert (tree / "desksuite/a/blue/brenna/mac/universal/dmg/gamma/meta.json").exists()
+    assert "trustedDownloadDomains" in verify(tree).stderr
+    # The configuration leads to "beta".
+    assert "brenna: there is no package where the configuration looks" in verify(tree, "--configuration", path).stderr
+    sound = verify(tree, "--configuration", path, "--release", "gamma")
+    assert (sound.returncode, sound.stderr) == (0, "")
+    path = configuration(apps={"brenna": {"primaryBundleIdentifier": "com.other"}})
+    assert "holds no app 'com.other'" in publish(tmp_path / "new", image, configuration=path).stderr
+
+
+@pytest.mark.parametrize("values", [{"flavour": 1}, {"cdn": {"release": "a/b"}}, {"trustedDownloadDomains": "a"}, {"flavour": ""}])
+def test_refuses_a_configuration_that_the_engine_would_not_follow(tmp_path, image, configuration, values):
+    assert publish(tmp_path / "tree", image, configuration=configuration(**values)).returncode == 64
+    broken = configuration()
+    broken.write_text("{")
+    assert publish(tmp_path / "tree", image, configuration=broken).returncode == 64
 
 
 # A publication that ends before its time.
@@ -169,9 +295,9 @@ def meeting(call, action):
     return begin
 
 
-def publish_twice(tree, image, notes, **options):
+def publish_twice(tree, images, notes, **options):
     """Version 2.1 as it should be, then 2.2 with what `options` do to it."""
-    for version in ("2.1", "2.2"):
+    for version, image in zip(("2.1", "2.2"), images):
         notes.write_text(json.dumps({"releases": [{"version": version, "notes": []}]}))
         done = publish(tree, image, version=version, notes=notes, **(options if version == "2.2" else {}))
     return done
@@ -180,7 +306,7 @@ def publish_twice(tree, image, notes, **options):
 def holds_whole(tree, version):
     checked = verify(tree)
     assert checked.returncode == 0, checked.stderr
-    assert checked.stdout.startswith(f"brenna arm64 {version}: brenna-{version}.dmg, ")
+    assert checked.stdout.startswith(f"brenna universal {version}: brenna-{version}.dmg, ")
     notes = json.loads((tree / FOLDER / "release-notes.json").read_text())
     assert notes["releases"][0]["version"] == version
     return checked
@@ -188,40 +314,40 @@ def holds_whole(tree, version):
 
 @pytest.mark.skipif(platform.machine() not in NUMBERS, reason="the system calls have other numbers here")
 @pytest.mark.parametrize("place", KILLED_AT)
-def test_leaves_the_old_or_the_new_package_whole_when_killed_at(tmp_path, image, place):
+def test_leaves_the_old_or_the_new_package_whole_when_killed_at(tmp_path, image, newer, place):
     tree, notes = tmp_path / "tree", tmp_path / "notes.json"
     call, version = KILLED_AT[place]
-    assert publish_twice(tree, image, notes, child=meeting(call, KILL)).returncode < 0
+    assert publish_twice(tree, (image, newer), notes, child=meeting(call, KILL)).returncode < 0
     assert "cut short" in holds_whole(tree, version).stderr
-    assert publish(tree, image, version="2.2", notes=notes).returncode == 0
+    assert publish(tree, newer, version="2.2", notes=notes).returncode == 0
     assert holds_whole(tree, "2.2").stderr == ""
     assert (tree / FOLDER / "brenna-2.1.dmg").exists()
 
 
 @pytest.mark.skipif(platform.machine() not in NUMBERS, reason="the system calls have other numbers here")
-def test_publishes_where_two_folders_cannot_be_exchanged(tmp_path, image):
+def test_publishes_where_two_folders_cannot_be_exchanged(tmp_path, image, newer):
     tree, notes = tmp_path / "tree", tmp_path / "notes.json"
-    done = publish_twice(tree, image, notes, child=meeting("renameat2", INVALID))
+    done = publish_twice(tree, (image, newer), notes, child=meeting("renameat2", INVALID))
     assert done.returncode == 0, done.stderr
     assert holds_whole(tree, "2.2").stderr == ""
     assert sorted(path.name for path in (tree / FOLDER).iterdir()) == [
         "brenna-2.1.dmg", "brenna-2.2.dmg", "meta.json", "release-notes.json"]
 
 
-def test_lets_one_publication_to_a_place_go_on_at_a_time(tmp_path, image):
+def test_lets_one_publication_to_a_place_go_on_at_a_time(tmp_path, image, newer):
     assert publish(tmp_path, image).returncode == 0
     other = os.open((tmp_path / FOLDER).parent, os.O_RDONLY)
     fcntl.flock(other, fcntl.LOCK_EX)
-    done = publish(tmp_path, image, version="2.2")
+    done = publish(tmp_path, newer, version="2.2")
     os.close(other)
     assert done.returncode == 1 and "under way" in done.stderr
-    assert verify(tmp_path).stdout.startswith("brenna arm64 2.1: ")
+    assert verify(tmp_path).stdout.startswith("brenna universal 2.1: ")
 
 
-def test_keeps_the_images_that_were_published_before(tmp_path, image):
+def test_keeps_the_images_that_were_published_before(tmp_path, image, newer):
     assert publish(tmp_path, image).returncode == 0
     before = (tmp_path / FOLDER / "brenna-2.1.dmg").stat()
-    assert publish(tmp_path, image, version="2.2").returncode == 0
+    assert publish(tmp_path, newer, version="2.2").returncode == 0
     after = (tmp_path / FOLDER / "brenna-2.1.dmg").stat()
     # The same file, so that downloads of it go on under the validator that they began with.
     assert (after.st_ino, after.st_mtime_ns, after.st_nlink) == (before.st_ino, before.st_mtime_ns, 1)
@@ -236,6 +362,38 @@ def test_publishes_through_a_link_that_somebody_set(tmp_path, image):
     assert folder.is_symlink() and (tmp_path / "elsewhere" / "meta.json").exists()
 
 
+def test_verifies_what_a_link_leads_to(tmp_path, image):
+    folder = tmp_path / FOLDER
+    target = folder.with_name("2.1")
+    target.mkdir(parents=True)
+    folder.symlink_to("2.1")
+    assert publish(tmp_path, image).returncode == 0
+    sound = verify(tmp_path)
+    assert (sound.returncode, sound.stdout.count("\n"), sound.stderr) == (0, 1, "")
+    damage(folder, "meta.json", {"size": 1})
+    assert verify(tmp_path).returncode == 1
+    (tmp_path / "desksuite/loop").symlink_to("..")
+    (folder.parent / "older").symlink_to("nowhere")
+    problems = verify(tmp_path).stderr
+    assert "loop: the link leads back" in problems and "older: the link leads nowhere" in problems
+
+
+def test_follows_a_link_out_of_the_tree(tmp_path, image):
+    tree = tmp_path / "tree"
+    (tree / FOLDER).parent.mkdir(parents=True)
+    (tmp_path / "elsewhere").mkdir()
+    (tree / FOLDER).symlink_to(tmp_path / "elsewhere")
+    assert publish(tree, image).returncode == 0
+    assert verify(tree).stdout.startswith("brenna universal 2.1: ")
+
+
+def test_publishes_for_whoever_serves_the_tree_under_any_mask(tmp_path, image):
+    assert publish(tmp_path / "tree", image, child=lambda: os.umask(0o077)).returncode == 0
+    folders = [path for path in (tmp_path / "tree").rglob("*") if path.is_dir()]
+    assert {path.stat().st_mode & 0o777 for path in folders} == {0o755}
+    assert verify(tmp_path / "tree").returncode == 0
+
+
 def test_publishes_for_whoever_serves_the_tree(tmp_path, image):
     private = tmp_path / "private.dmg"
     private.write_bytes(image.read_bytes())
@@ -244,13 +402,13 @@ def test_publishes_for_whoever_serves_the_tree(tmp_path, image):
     assert {path.stat().st_mode & 0o777 for path in (tmp_path / "tree" / FOLDER).iterdir()} == {0o644}
 
 
-def test_refuses_to_touch_a_folder_that_is_no_publication(tmp_path, image):
+def test_refuses_to_touch_a_folder_that_is_no_publication(tmp_path, image, newer):
     assert publish(tmp_path, image).returncode == 0
     (tmp_path / FOLDER / "mine").mkdir()
-    done = publish(tmp_path, image, version="2.2")
+    done = publish(tmp_path, newer, version="2.2")
     assert done.returncode == 1 and "none belongs there" in done.stderr
     assert (tmp_path / FOLDER / "mine").is_dir()
-    assert verify(tmp_path).stdout.startswith("brenna arm64 2.1: ")
+    assert verify(tmp_path).stdout.startswith("brenna universal 2.1: ")
 
 
 def test_does_not_call_an_empty_tree_sound(tmp_path):

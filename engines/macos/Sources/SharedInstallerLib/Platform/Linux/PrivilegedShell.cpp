@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <csignal>
 #include <fmt/format.h>
 #include <sys/random.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "Platform/Linux/Spawn.h"
 #include "Platform/POSIX/FileTree.h"
@@ -99,6 +101,10 @@ std::optional<PrivilegedShell::Failure> PrivilegedShell::run(const std::string& 
 }
 
 std::optional<PrivilegedShell::Failure> PrivilegedShell::start() {
+  // sudo would end as if the person had refused.
+  if (!prompt_.askpass.empty() && ::access(prompt_.askpass.c_str(), X_OK) != 0) {
+    return Failure{false, cannotStart, launchError(errno, prompt_.askpass).localizedDescription};
+  }
   Pipe requests = makePipe();
   Pipe answers = makePipe();
   if (!requests.reading || !answers.reading) return Failure{false, cannotStart, "No pipe to be had"};
