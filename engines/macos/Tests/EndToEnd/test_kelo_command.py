@@ -87,7 +87,8 @@ def test_it_finds_the_engine_of_its_bundle_through_links_and_else_the_one_in_the
 def test_it_knows_every_option_and_app_that_the_executable_knows(bundle, installation):
     program = bundle / "Resources/bin/kelo"
     values = {"--apps": ",".join(APPS), "--mode": "install", "--action": "install", "--path": "/", "--out": "a"}
-    known = {"--silent": command_surface.silent_options(installation("2.0")), **command_surface.protocol_options()}
+    machine = installation("2.0")
+    known = {"--silent": command_surface.silent_options(machine), **command_surface.protocol_options(machine)}
     for command, options in known.items():
         words = [word for option in sorted(options - {NOT_HONOURED, "--silent"})
                  for word in ([option] if option in ("--verbose", "--offline") else [option, values.get(option, "true")])]
