@@ -79,7 +79,7 @@ std::unique_ptr<AdministratorScript> SimulatedAdministrator::make(const std::str
 }
 
 void SimulatedAdministrator::grantsNext() {
-  next_.emplace_back([this](const std::string& commandLine) { return runAsRoot(commandLine); });
+  next_.push_back({.runs = true});
 }
 
 void SimulatedAdministrator::dismissesNext() {
@@ -87,24 +87,19 @@ void SimulatedAdministrator::dismissesNext() {
 }
 
 void SimulatedAdministrator::failsNext(int number) {
-  next_.emplace_back([number](const std::string&) { return errorNumber(number, "It didn’t work."); });
+  next_.push_back({.fails = true, .number = number});
 }
 
 void SimulatedAdministrator::failsNextWithoutNumber() {
-  next_.emplace_back([](const std::string&) -> ScriptErrorDictionary {
-    return Json{{"NSAppleScriptErrorMessage", "It didn’t work."}};
-  });
+  next_.push_back({.fails = true});
 }
 
 void SimulatedAdministrator::succeedsWithoutEffectNext() {
-  next_.emplace_back([](const std::string&) -> ScriptErrorDictionary { return std::nullopt; });
+  next_.push_back({});
 }
 
 void SimulatedAdministrator::failsAfterRunningNext(int number) {
-  next_.emplace_back([this, number](const std::string& commandLine) {
-    runAsRoot(commandLine);
-    return errorNumber(number, "It didn’t work.");
-  });
+  next_.push_back({.runs = true, .fails = true, .number = number});
 }
 
 ScriptErrorDictionary SimulatedAdministrator::perform(const std::string& commandLine) {
@@ -112,12 +107,19 @@ ScriptErrorDictionary SimulatedAdministrator::perform(const std::string& command
   calledOffMainThread_ = calledOffMainThread_ || !dispatch_.isMainThread();
   if (duration_ > Duration{0}) dispatch_.sleep(duration_);
   if (!next_.empty()) {
-    const auto outcome = std::move(next_.front());
+    const auto outcome = next_.front();
     next_.pop_front();
-    return outcome(commandLine);
+    return settle(outcome, commandLine);
   }
   if (dismissesAlways_) return errorNumber(AdministratorScript::userCancelled, "User canceled.");
   return runAsRoot(commandLine);
+}
+
+ScriptErrorDictionary SimulatedAdministrator::settle(const Outcome& outcome, const std::string& commandLine) {
+  auto result = outcome.runs ? runAsRoot(commandLine) : std::nullopt;
+  if (!outcome.fails) return result;
+  if (outcome.number) return errorNumber(*outcome.number, "It didn’t work.");
+  return Json{{"NSAppleScriptErrorMessage", "It didn’t work."}};
 }
 
 ScriptErrorDictionary SimulatedAdministrator::runAsRoot(const std::string& commandLine) {

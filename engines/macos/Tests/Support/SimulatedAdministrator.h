@@ -6,9 +6,7 @@
 #pragma once
 
 #include <deque>
-#include <functional>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
@@ -50,7 +48,11 @@ class SimulatedAdministrator : public AdministratorScripts {
 
  private:
   friend class SimulatedScript;
-  using Outcome = std::function<ScriptErrorDictionary(const std::string& commandLine)>;
+  struct Outcome {
+    bool runs = false;   // the command line is run as root
+    bool fails = false;  // and reported as failed, whatever it did
+    std::optional<int> number = {};
+  };
 
   SimulatedDispatch& dispatch_;
   SimulatedFileSystem& files_;
@@ -65,6 +67,7 @@ class SimulatedAdministrator : public AdministratorScripts {
   std::vector<std::string> commandLines_;
 
   ScriptErrorDictionary perform(const std::string& commandLine);
+  ScriptErrorDictionary settle(const Outcome& outcome, const std::string& commandLine);
   ScriptErrorDictionary runAsRoot(const std::string& commandLine);
   bool runCommand(const std::vector<std::string>& words);
 };
