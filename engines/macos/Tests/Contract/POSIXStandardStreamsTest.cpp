@@ -56,11 +56,13 @@ TEST(POSIXStreams, LinesEndAtLineFeedsAndTheLastMayLackOne) {
   EXPECT_EQ(linesOf("a\nb"), "[a][b]");
 }
 
-TEST(POSIXStreams, ALineWithoutEndIsCutAndItsRestDropped) {
+TEST(POSIXStreams, ALineBeyondTheLimitArrivesEmpty) {
   const std::string limit(StandardStreams::maximumLineLength, 'x');
   EXPECT_TRUE(linesOf(limit + "\nnext\n") == "[" + limit + "][next]");
-  EXPECT_TRUE(linesOf(limit + "yyy\nnext\n") == "[" + limit + "][next]");
-  EXPECT_TRUE(linesOf(limit + limit + limit) == "[" + limit + "]");
+  EXPECT_TRUE(linesOf(limit) == "[" + limit + "]");
+  EXPECT_EQ(linesOf(limit + "y\nnext\n"), "[][next]");
+  EXPECT_EQ(linesOf(limit + "yyy\nnext\n"), "[][next]");
+  EXPECT_EQ(linesOf(limit + limit + limit), "[]");
 }
 
 TEST(POSIXStreams, OutputArrivesWholeAlsoWhereTheOtherEndMadeItNonBlocking) {

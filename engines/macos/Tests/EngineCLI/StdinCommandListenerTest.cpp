@@ -75,6 +75,17 @@ TEST_F(StdinListener, LetsItsThreadEndWithTheInput) {
   startStdinCommandListener(controller);
   const auto holders = controller.use_count();
   EXPECT_GT(holders, 1);
+TEST_F(StdinListener, ObeysNoLineBeyondTheLimitHoweverItBegins) {
+  startStdinCommandListener(controller);
+  const std::string cancel = R"({"type": "cancel"})";
+  const std::string blanks(StandardStreams::maximumLineLength - cancel.size(), ' ');
+  machine.streams.feedLine(cancel + blanks + "x");
+  machine.streams.feedLine(cancel + blanks);
+  machine.dispatch.runUntilIdle();
+  EXPECT_THAT(machine.logLines("stdin"), ElementsAre("INFO engine-cli: ignoring malformed stdin line",
+                                                     "INFO engine-cli: stdin cancel (whole run)"));
+}
+
   machine.streams.closeInput();
   machine.dispatch.runUntilIdle();
   EXPECT_LT(controller.use_count(), holders);

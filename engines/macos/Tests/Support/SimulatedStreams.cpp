@@ -44,7 +44,7 @@ void SimulatedStreams::forgetOutput() {
 }
 
 void SimulatedStreams::feedLine(std::string_view line) {
-  input_.emplace_back(line.substr(0, maximumLineLength));
+  input_.emplace_back(line.size() > maximumLineLength ? std::string_view{} : line);
   announce();
 }
 

@@ -19,7 +19,7 @@ class StandardStreams {
   virtual void writeError(std::string_view bytes) = 0;
 
   // The next line of standard input without its line feed, blocking; absent at the end of input.
-  // A line longer than `maximumLineLength` bytes arrives cut to that length, and its rest is dropped.
+  // A line longer than `maximumLineLength` bytes arrives empty: its beginning could read as a whole command.
   static constexpr std::size_t maximumLineLength = 1 << 20;
   virtual std::optional<std::string> readLine() = 0;
 };

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <poll.h>
 #include <unistd.h>
+#include <utility>
 
 namespace installer {
 
@@ -42,8 +43,13 @@ std::string_view readSome(std::array<char, 65536>& buffer) {
   }
 }
 
+// One byte beyond the limit is kept, as the mark of a line that is too long.
 void appendCut(std::string& line, std::string_view more) {
-  line.append(more.substr(0, StandardStreams::maximumLineLength - line.size()));
+  line.append(more.substr(0, StandardStreams::maximumLineLength + 1 - line.size()));
+}
+
+std::string unlessTooLong(std::string line) {
+  return line.size() > StandardStreams::maximumLineLength ? std::string{} : line;
 }
 
 }  // namespace
@@ -67,12 +73,12 @@ std::optional<std::string> POSIXStandardStreams::readLine() {
     appendCut(line, std::string_view{buffer_}.substr(0, end));
     if (end != std::string::npos) {
       buffer_.erase(0, end + 1);
-      return line;
+      return unlessTooLong(std::move(line));
     }
     const bool begun = !buffer_.empty() || !line.empty();
     buffer_ = readSome(arrived);
     if (!buffer_.empty()) continue;
-    return begun ? std::optional{line} : std::nullopt;
+    return begun ? std::optional{unlessTooLong(std::move(line))} : std::nullopt;
   }
 }
 
