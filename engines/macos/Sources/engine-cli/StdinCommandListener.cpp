@@ -17,8 +17,9 @@ void startStdinCommandListener(const std::shared_ptr<EngineController>& controll
 }
 
 void obeyStdinLine(std::string_view line, EngineController& controller) {
-  const auto command = JSONReader::parse(line);
-  // Of anything but an object with a textual "type" there is no type.
+  // A bad "app" must not count as none, which cancels the whole run.
+  const auto command = JSONReader::parse(line, JSONReader::BadValues::refuse);
+  // Anything but an object with a textual "type" has no type.
   const auto type = command ? JSONReader::string(*command, "type") : std::nullopt;
   if (!type) {
     log("engine-cli: ignoring malformed stdin line");

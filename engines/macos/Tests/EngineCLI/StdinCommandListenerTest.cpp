@@ -43,6 +43,10 @@ TEST_F(StdinListener, UnderstandsCancelsAndIgnoresTheRest) {
       {R"({"type": "cancel")", malformed},
       {R"({"type": "cancel"} x)", malformed},
       {"{\"type\": \"cancel\", \"app\": \"\xFF\"}", malformed},
+      {R"({"type": "cancel", "app": "\ud800"})", malformed},
+      {R"({"type": "cancel", "app": 1e400})", malformed},
+      {std::string{"{\"type\": \"cancel\"}\0", 19}, malformed},
+      {std::string{"{\"type\": \"cancel\"}\0rest", 23}, malformed},
       {std::string(1 << 20, '['), malformed},
       {R"({"type": ")" + std::string(1 << 20, 'x'), malformed},
       {R"({"type": "pause"})", "INFO engine-cli: ignoring unknown stdin command 'pause'"},
@@ -71,10 +75,6 @@ TEST_F(StdinListener, ReadsOnPastLinesThatItDoesNotUnderstand) {
   EXPECT_EQ(machine.logLines("stdin").size(), 4U);
 }
 
-TEST_F(StdinListener, LetsItsThreadEndWithTheInput) {
-  startStdinCommandListener(controller);
-  const auto holders = controller.use_count();
-  EXPECT_GT(holders, 1);
 TEST_F(StdinListener, ObeysNoLineBeyondTheLimitHoweverItBegins) {
   startStdinCommandListener(controller);
   const std::string cancel = R"({"type": "cancel"})";
@@ -86,6 +86,10 @@ TEST_F(StdinListener, ObeysNoLineBeyondTheLimitHoweverItBegins) {
                                                      "INFO engine-cli: stdin cancel (whole run)"));
 }
 
+TEST_F(StdinListener, LetsItsThreadEndWithTheInput) {
+  startStdinCommandListener(controller);
+  const auto holders = controller.use_count();
+  EXPECT_GT(holders, 1);
   machine.streams.closeInput();
   machine.dispatch.runUntilIdle();
   EXPECT_LT(controller.use_count(), holders);

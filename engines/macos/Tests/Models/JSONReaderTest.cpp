@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 #include "Models/JSONReader.h"
 
 namespace installer {
 namespace {
+
+using namespace std::string_literals;
 
 std::string nested(std::size_t depth) {
   return std::string(depth, '[') + std::string(depth, ']');
@@ -18,29 +21,15 @@ TEST(JSONReader, TakesObjectsAndArrays) {
 }
 
 TEST(JSONReader, RefusesWhatIsNotStrictJSON) {
-  for (const std::string text : {"",
-                                 " ",
-                                 "1",
-                                 "\"text\"",
-                                 "null",
-                                 "{",
-                                 "[1,]",
-                                 "{\"a\":1,}",
-                                 "{a:1}",
-                                 "{'a':1}",
-                                 "[1] [2]",
-                                 "// c\n[]",
-                                 "[NaN]",
-                                 "[01]",
-                                 "[+1]",
-                                 "[1e999]",
-                                 "[\"\xff\"]",
-                                 "[\"\xc3\"]",
-                                 "[\"\xed\xa0\x80\"]",
-                                 "[\"\\ud800\"]",
-                                 "[\"a\nb\"]",
-                                 "[\"\\x\"]",
-                                 "\xff\xfe[\0]\0"}) {
+  for (const auto& text : std::vector<std::string>{"",           " ",           "1",
+                                                   "\"text\"",   "null",        "{",
+                                                   "[1,]",       "{\"a\":1,}",  "{a:1}",
+                                                   "{'a':1}",    "[1] [2]",     "// c\n[]",
+                                                   "[NaN]",      "[01]",        "[+1]",
+                                                   "[\"\xff\"]", "[\"\xc3\"]",  "[\"\xed\xa0\x80\"]",
+                                                   "[\"a\nb\"]", "[\"\\x\"]",   "\xff\xfe[\0]\0"s,
+                                                   "\0"s,        "[]\0"s,       "[]\0garbage"s,
+                                                   "[\0]"s,      "[\"a\0b\"]"s, "[1]\0[2]"s}) {
     const auto parsed = JSONReader::parse(text);
     ASSERT_FALSE(parsed) << text;
     EXPECT_FALSE(parsed.error().localizedDescription.empty());
@@ -50,6 +39,33 @@ TEST(JSONReader, RefusesWhatIsNotStrictJSON) {
 TEST(JSONReader, NamesThePlaceOfAFault) {
   EXPECT_EQ(JSONReader::parse("[1, x]").error().localizedDescription,
             "The text isn't valid JSON around byte 5.");
+}
+
+TEST(JSONReader, LosesOnlyTheValueThatCannotBeHeld) {
+  const std::pair<std::string, std::string> rows[] = {
+      {R"({"a": 1e400, "b": 2})", R"({"a":0.5,"b":2})"},
+      {R"({"a": [-1E+999, 1e-999, 0e999]})", R"({"a":[0.5,0.0,0.0]})"},
+      {"[" + std::string(400, '9') + "]", "[0.5]"},
+      {R"({"a": "\ud800", "b": "x\\\ud83d\ude00"})", R"({"a":0.5,"b":"x\\😀"})"},
+      {R"(["\udc00", "\ud800\ud800", "\uD800x", "\\ud800", "\ud800\udc00"])",
+       R"([0.5,0.5,0.5,"\\ud800","𐀀"])"},
+      {R"({"\ud800" : 1, "\udfff": 2, "1e400": "1e400"})", R"({"1e400":"1e400","\\ud800":1,"\\udfff":2})"},
+  };
+  for (const auto& [text, value] : rows) {
+    const auto parsed = JSONReader::parse(text);
+    ASSERT_TRUE(parsed) << text;
+    EXPECT_EQ(parsed->dump(), value) << text;
+    EXPECT_FALSE(JSONReader::parse(text, JSONReader::BadValues::refuse)) << text;
+  }
+}
+
+TEST(JSONReader, RefusesFaultsBesideAValueThatCannotBeHeld) {
+  for (const std::string text :
+       {"[1e400", "[01e400]", "[1.e400]", "[1e400+]", "[1e400+5]", "[1e400.5]", "[1e400 1]", "[\"\\ud800]",
+        "[\"\\ud800\\x\"]", "[\"\\ud8\"]", "[\"\\u-800\"]", "1e400", "\"\\ud800\"", "[\"\\ud800\n\"]",
+        "[\"\\ud800", "[\"\\"}) {
+    EXPECT_FALSE(JSONReader::parse(text)) << text;
+  }
 }
 
 TEST(JSONReader, LetsTheLastOfARepeatedKeyStand) {

@@ -49,7 +49,8 @@ TEST(PackageMeta, IsAbsentForWhatIsNoJSONObject) {
 }
 
 TEST(PackageMeta, CountsAnEmptyStringAndAWrongTypeAsAbsent) {
-  for (const std::string value : {"\"\"", "12", "1.5", "true", "null", "[]", "{}", "[\"a\"]"}) {
+  for (const std::string value :
+       {"\"\"", "12", "1.5", "1e400", "\"\\ud800\"", "true", "null", "[]", "{}", "[\"a\"]"}) {
     for (const std::string key :
          {"product", "version", "destination", "checksum", "sha256", "checksumAlgorithm",
           "alternateDownloadUrl", "flavour", "os", "arch", "format", "release", "mode"}) {
@@ -64,6 +65,14 @@ TEST(PackageMeta, LosesOnlyTheFieldThatIsBad) {
   EXPECT_EQ(meta.destination, "a.dmg");
   EXPECT_EQ(meta.size, std::nullopt);
   EXPECT_EQ(meta.checksum, "00");
+}
+
+TEST(PackageMeta, LosesOnlyTheFieldWhoseValueCannotBeHeld) {
+  const auto meta = decoded(
+      R"({"product": "\ud800", "size": 1e400, "unknown": [1e400, {"\ud800": 1}], "destination": "a.dmg"})");
+  PackageMeta expected;
+  expected.destination = "a.dmg";
+  EXPECT_EQ(meta, expected);
 }
 
 TEST(PackageMeta, TakesASizeOnlyWhenItIsAWholeNumberAboveZero) {
@@ -84,6 +93,8 @@ TEST(PackageMeta, TakesASizeOnlyWhenItIsAWholeNumberAboveZero) {
       {"18446744073709551615", std::nullopt},
       {"99999999999999999999999", std::nullopt},
       {"1e300", std::nullopt},
+      {"1e400", std::nullopt},
+      {"-1e400", std::nullopt},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(decoded("{\"size\": " + std::string{row.written} + "}").size, row.size) << row.written;
@@ -143,6 +154,15 @@ TEST(PackageMetaIndex, KeepsGoodEntriesBesideBadOnes) {
   ASSERT_EQ(index.size(), 2U);
   EXPECT_EQ(index.at("good").destination, "a.dmg");
   EXPECT_EQ(index.at("poor"), PackageMeta{});
+}
+
+TEST(PackageMetaIndex, KeepsEveryChecksumBesideAValueThatCannotBeHeld) {
+  const auto index = PackageMeta::decodeIndex(
+      R"({"one": {"destination": "a.dmg", "checksum": "aa", "size": 1e400},
+          "\ud800": {"destination": "b.dmg", "checksum": "bb", "product": "\udc00"}})");
+  ASSERT_EQ(index.size(), 2U);
+  EXPECT_EQ(index.at("one").checksum, "aa");
+  EXPECT_EQ(index.at(R"(\ud800)").checksum, "bb");
 }
 
 TEST(PackageMetaIndex, IsEmptyWhenTheWholeCannotBeRead) {

@@ -156,7 +156,7 @@ TEST_F(InstallerConfigFile, CountsWrongTypesAsMissingWithoutAWord) {
   const auto lines = loaded(R"({"apps": {}, "installScope": 1, "showTermsStep": "false", "flavour": null,
       "downloadPageUrl": [], "helpUrl": {}, "feedbackUrl": true, "appWebUrls": {"brenna": "https://b.example",
       "rulo": 3}, "expiresOn": {"online": "2020-01-01", "offline": 2020},
-      "trustedDownloadDomains": ["one.example", 2], "expectedSigningTeamId": 12,
+      "trustedDownloadDomains": ["one.example", 2], "expectedSigningTeamId": 1e400, "unknown": "\ud800",
       "cdn": {"dataCenter": 3, "domains": {"us": "https://u.example", "cn": null}, "distributionRoot": 1,
       "appsRoot": [], "release": false, "releaseNotesEnabled": "true"}})");
   expectAllDefaults();

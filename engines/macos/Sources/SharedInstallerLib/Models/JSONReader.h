@@ -19,9 +19,16 @@ namespace installer::JSONReader {
 inline constexpr std::size_t maximumDepth = 512;
 inline constexpr std::size_t maximumBytes = std::size_t{16} << 20U;
 
+// What becomes of a value that JSON's grammar allows and that can't be held: a number beyond the range of a
+// double, a string with half of a surrogate pair.
+enum class BadValues {
+  countAsWrongType,  // the value is lost and nothing else
+  refuse,            // with the whole text
+};
+
 // An object or an array, from UTF-8 without comments, trailing commas or anything behind the value.
 // Of a repeated key the last value stands.
-Result<Json> parse(std::string_view bytes);
+Result<Json> parse(std::string_view bytes, BadValues badValues = BadValues::countAsWrongType);
 
 // Null when `value` isn't an object or has no such key.
 const Json* member(const Json& value, std::string_view key);
