@@ -33,6 +33,16 @@ TEST_P(BundlesContract, ReadsWhatABundleSays) {
   EXPECT_EQ(bundle->infoString("missing"), std::nullopt);
 }
 
+TEST_P(BundlesContract, TakesADateForNoString) {
+  lay("A.app/Contents/Info.plist",
+      "<plist version=\"1.0\"><dict><key>CFBundleIdentifier</key><date>2026-03-01T00:00:00Z</date>"
+      "<key>CFBundleShortVersionString</key><date>2026-03-01T00:00:00Z</date></dict></plist>");
+  const auto bundle = bundles.read(at("A.app"));
+  ASSERT_NE(bundle, nullptr);
+  EXPECT_EQ(bundle->bundleIdentifier(), std::nullopt);
+  EXPECT_EQ(bundle->infoString("CFBundleShortVersionString"), std::nullopt);
+}
+
 TEST_P(BundlesContract, TakesADirectoryWithoutInformationForABundleThatSaysNothing) {
   layFolder("Empty.app");
   lay("Broken.app/Contents/Info.plist", "not a property list");

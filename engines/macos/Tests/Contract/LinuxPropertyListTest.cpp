@@ -66,7 +66,7 @@ TEST_F(LinuxPlists, EveryKindOfValueHasItsCounterpart) {
                            {"no", false},
                            {"number", -7},
                            {"real", 1.5},
-                           {"date", "2024-02-29T12:34:56Z"},
+                           {"date", 1709210096.0},
                            {"data", Json::binary({0, 1, 2})},
                            {"list", {"", 9007199254740993}}}));
 }

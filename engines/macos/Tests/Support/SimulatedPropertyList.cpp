@@ -41,12 +41,8 @@ Json date(plist_t node) {
   std::int32_t seconds = 0;
   std::int32_t microseconds = 0;
   plist_get_date_val(node, &seconds, &microseconds);
-  constexpr std::time_t kReference = 978307200;  // 2001-01-01T00:00:00Z
-  const std::time_t time = kReference + seconds;
-  std::tm fields{};
-  gmtime_r(&time, &fields);
-  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}Z", fields.tm_year + 1900, fields.tm_mon + 1,
-                     fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec);
+  constexpr std::int64_t kReference = 978307200;  // 2001-01-01T00:00:00Z
+  return static_cast<double>(kReference + seconds) + microseconds / 1e6;
 }
 
 Json data(plist_t node) {

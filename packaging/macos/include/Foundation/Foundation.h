@@ -61,14 +61,8 @@ enum : NSDataWritingOptions { NSDataWritingAtomic = 1 };
 @end
 
 @interface NSDate : NSObject
+@property(readonly) NSTimeInterval timeIntervalSince1970;
 + (instancetype)dateWithTimeIntervalSinceNow:(NSTimeInterval)seconds;
-@end
-
-@interface NSFormatter : NSObject
-@end
-
-@interface NSISO8601DateFormatter : NSFormatter
-- (NSString*)stringFromDate:(NSDate*)date;
 @end
 
 @interface NSArray<ObjectType> : NSObject <NSFastEnumeration>

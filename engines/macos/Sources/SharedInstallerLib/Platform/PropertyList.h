@@ -13,7 +13,7 @@ class PropertyList {
   virtual ~PropertyList() = default;
 
   // Dictionaries, arrays, strings, booleans, integers and reals as JSON; data as a JSON binary; dates as
-  // ISO 8601 text. Any malformed or over-deep input is `CocoaError::fileReadCorrupt`.
+  // seconds since 1970. Any malformed or over-deep input is `CocoaError::fileReadCorrupt`.
   virtual Result<Json> parse(std::string_view bytes) = 0;
 };
 

@@ -22,7 +22,7 @@ Json jsonAtDepth(id value, int depth) {
     const std::string content = bytes(value);
     return Json::binary({content.begin(), content.end()});
   }
-  if ([value isKindOfClass:[NSDate class]]) return text([[NSISO8601DateFormatter new] stringFromDate:value]);
+  if ([value isKindOfClass:[NSDate class]]) return ((NSDate*)value).timeIntervalSince1970;
   if ([value isKindOfClass:[NSArray class]]) {
     Json array = Json::array();
     for (id element in (NSArray*)value) array.push_back(jsonAtDepth(element, depth + 1));

@@ -1,8 +1,6 @@
 #include "Platform/Linux/LinuxPropertyList.h"
 
-#include <array>
 #include <cstdlib>
-#include <ctime>
 #include <fmt/format.h>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -37,16 +35,11 @@ std::optional<Json> textOf(const char* text, std::uint64_t length) {
   return value;
 }
 
-std::optional<Json> dateOf(plist_t node) {
+Json dateOf(plist_t node) {
   std::int32_t seconds = 0;
   std::int32_t microseconds = 0;
   plist_get_date_val(node, &seconds, &microseconds);
-  const std::time_t moment = secondsFrom1970To2001 + seconds;
-  std::tm parts{};
-  if (::gmtime_r(&moment, &parts) == nullptr) return std::nullopt;
-  std::array<char, 64> text{};
-  const auto length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
-  return Json(std::string{text.data(), length});
+  return static_cast<double>(secondsFrom1970To2001 + seconds) + microseconds / 1e6;
 }
 
 std::optional<Json> dataOf(plist_t node) {
