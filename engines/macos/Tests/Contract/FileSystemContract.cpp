@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "Contract/MachineUnderTest.h"
+#include "Platform/BoundedFile.h"
 
 namespace installer::testing {
 namespace {
@@ -97,6 +98,15 @@ TEST_P(FileSystemContract, FailsToReadOrWriteWhereNothingCanBe) {
   EXPECT_EQ(outcomeOf(files.writeFile(at("missing/file"), "x")), kMissing);
   EXPECT_FALSE(files.writeFile(at("folder"), "x"));
   EXPECT_EQ(treeOf(under->folder()), Lines{"folder/"});
+}
+
+TEST_P(FileSystemContract, ReadsAWholeFileUpToALimit) {
+  const auto path = lay("file", "0123456789");
+  EXPECT_EQ(readBoundedFile(files, path, 10).value(), "0123456789");
+  EXPECT_EQ(readBoundedFile(files, lay("empty", ""), 0).value(), "");
+  EXPECT_TRUE(readBoundedFile(files, path, 9).error().is(ErrorDomain::cocoa, CocoaError::fileReadCorrupt));
+  EXPECT_EQ(outcomeOf(readBoundedFile(files, at("nothing"), 10)), kNothingToRead);
+  EXPECT_FALSE(readBoundedFile(files, layFolder("folder"), 10));
 }
 
 TEST_P(FileSystemContract, ReadsAFileInPiecesToItsEnd) {

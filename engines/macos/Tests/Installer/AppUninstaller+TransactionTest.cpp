@@ -29,7 +29,7 @@ struct Attempt {
 std::vector<Attempt> fileOperations() {
   std::vector<Attempt> attempts{{Operation::move, path},
                                 {Operation::move, path, 1},
-                                {Operation::readFile, staged + "/Contents/Info.plist"}};
+                                {Operation::openForReading, staged + "/Contents/Info.plist"}};
   for (const std::string part : {"", "/Contents", "/Contents/Info.plist", "/Contents/MacOS",
                                  "/Contents/MacOS/app", "/Contents/Resources", "/Contents/Resources/text"}) {
     attempts.push_back({Operation::remove, staged + part});

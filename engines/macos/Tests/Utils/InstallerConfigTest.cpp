@@ -73,9 +73,19 @@ TEST_F(InstallerConfigFile, IsMissingWithoutResources) {
 
 TEST_F(InstallerConfigFile, ThatCannotBeReadCostsAnErrorAndGivesTheDefaults) {
   mac.setConfiguration(R"({"apps": {}, "flavour": "other"})");
-  mac.files.failAlways(testing::Operation::readFile, joined(mac.resources, "installer_config.json"),
+  mac.files.failAlways(testing::Operation::openForReading, joined(mac.resources, "installer_config.json"),
                        {"NSCocoaErrorDomain", 257, "No permission.", nullptr});
   EXPECT_EQ(loaded(), Lines{"ERROR InstallerConfig: Failed to read installer_config.json: No permission."});
+  expectAllDefaults();
+}
+
+// Reading on would fail with another error, or take all the memory there is.
+TEST_F(InstallerConfigFile, ThatIsTooLongIsNotReadToItsEnd) {
+  mac.setConfiguration(R"({"apps": {}})" + std::string(20UL << 20U, ' '));
+  const auto path = joined(mac.resources, "installer_config.json");
+  mac.files.failAfter(65, testing::Operation::read, path, {"NSPOSIXErrorDomain", 5, "Read on.", nullptr});
+  EXPECT_EQ(loaded(), Lines{"ERROR InstallerConfig: Failed to read installer_config.json: “" + path +
+                            "” is longer than 16777216 bytes."});
   expectAllDefaults();
 }
 

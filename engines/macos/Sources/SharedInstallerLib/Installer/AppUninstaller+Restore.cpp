@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Installer/AppUninstaller.h"
+#include "Platform/BoundedFile.h"
 #include "Platform/Machine.h"
 #include "Utils/ExistingAppDetector.h"
 #include "Utils/Log.h"
@@ -13,8 +14,7 @@ namespace {
 
 // The information of the bundle as it lies on disk; absent unless it is a dictionary.
 std::optional<Json> readInfoPlist(const Path& path) {
-  if (!machine().files.fileExists(path)) return std::nullopt;
-  const auto bytes = machine().files.readFile(path);
+  const auto bytes = readBoundedFile(machine().files, path, kMaximumInformationBytes);
   if (!bytes) return std::nullopt;
   auto information = machine().propertyList.parse(*bytes);
   if (!information || !information->is_object()) return std::nullopt;

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Models/JSONReader.h"
+#include "Platform/BoundedFile.h"
 #include "Platform/Machine.h"
 #include "Platform/ProcessWide.h"
 #include "Utils/Log.h"
@@ -30,7 +31,8 @@ void logLoaded(const Manifest& manifest) {
 Manifest loadManifest() {
   const auto folder = BundledPackages::packagesFolder();
   if (!folder) return {};
-  const auto bytes = machine().files.readFile(joined(*folder, "packages.json"));
+  const auto bytes =
+      readBoundedFile(machine().files, joined(*folder, "packages.json"), JSONReader::maximumBytes);
   if (!bytes) {
     logWarn("OfflinePackageProvider: packages.json not found or unreadable — skipping checksum verification");
     log("OfflinePackageProvider: " + bytes.error().localizedDescription);

@@ -5,6 +5,7 @@
 
 #include "Models/JSONReader.h"
 #include "Models/Text.h"
+#include "Platform/BoundedFile.h"
 #include "Platform/Machine.h"
 #include "Utils/Deployment.h"
 #include "Utils/Log.h"
@@ -24,7 +25,7 @@ std::optional<Path> findFile() {
 }
 
 Result<Json> readFile(const Path& path) {
-  const auto bytes = machine().files.readFile(path);
+  const auto bytes = readBoundedFile(machine().files, path, JSONReader::maximumBytes);
   if (!bytes) return std::unexpected(bytes.error());
   return JSONReader::parse(*bytes);
 }

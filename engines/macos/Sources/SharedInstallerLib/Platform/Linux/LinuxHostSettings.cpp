@@ -6,6 +6,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include "Platform/BoundedFile.h"
 #include "Platform/Json.h"
 #include "Platform/Linux/LinuxFileSystem.h"
 
@@ -181,7 +182,9 @@ Result<LinuxHostSettings> LinuxHostSettings::parse(std::string_view text, const 
 }
 
 Result<LinuxHostSettings> LinuxHostSettings::read(const Path& resources) {
-  const auto text = LinuxFileSystem{}.readFile(joined(resources, fileName));
+  constexpr std::size_t maximumBytes = std::size_t{1} << 20U;
+  LinuxFileSystem files;
+  const auto text = readBoundedFile(files, joined(resources, fileName), maximumBytes);
   if (text) return parse(*text, resources);
   if (text.error().is(ErrorDomain::cocoa, CocoaError::fileReadNoSuchFile)) return defaults(resources);
   return std::unexpected(text.error());
