@@ -5,7 +5,6 @@
 #include <memory>
 #include <string_view>
 
-#include "AppList.h"
 #include "Args.h"
 #include "Engine/EngineController.h"
 #include "Engine/EngineEmitter.h"
@@ -15,6 +14,7 @@
 #include "PackageSource.h"
 #include "Platform/Machine.h"
 #include "StdinCommandListener.h"
+#include "Utils/AppList.h"
 #include "Utils/Log.h"
 #include "Utils/Logger.h"
 
@@ -46,7 +46,7 @@ std::int32_t hello(const Controller& controller, const Args& /*args*/) {
 }
 
 std::int32_t checkUpdates(const Controller& controller, const Args& args) {
-  const auto apps = parseApps(args.value("apps"));
+  const auto apps = parseApps(args.value("apps").value_or(""));
   return apps ? controller->checkUpdates(*apps) : refuseApps();
 }
 
@@ -73,7 +73,7 @@ std::int32_t run(const Controller& controller, const Args& args) {
   if (action != "install" && action != "update" && action != "uninstall") {
     return refuse("--action must be install, update, or uninstall");
   }
-  const auto apps = parseApps(args.value("apps"));
+  const auto apps = parseApps(args.value("apps").value_or(""));
   if (!apps) return refuseApps();
   if (args.has("install-dir")) {
     EngineEmitter::emit({EngineEvent::Log{

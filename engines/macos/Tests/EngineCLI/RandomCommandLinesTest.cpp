@@ -7,9 +7,9 @@
 #include <random>
 #include <set>
 
-#include "AppList.h"
 #include "Args.h"
 #include "EngineCLI/CommandLineFixture.h"
+#include "Utils/AppList.h"
 #include "Utils/Logger.h"
 #include "Utils/RunOptions.h"
 
@@ -172,7 +172,7 @@ TEST_F(RandomCommandLines, AreTakenApartConsistently) {
       EXPECT_TRUE(args.has(name));
       EXPECT_FALSE(value.starts_with("--"));
     }
-    const auto apps = parseApps(args.value("apps"));
+    const auto apps = parseApps(args.value("apps").value_or(""));
     EXPECT_LE(apps ? apps->size() : 0, args.value("apps").value_or("").size());
   }
 }

@@ -63,6 +63,8 @@ TEST_F(RunOptionsParse, TellsWhatIsWrong) {
        "Unknown --mode value ' install'. Valid values: install, uninstall"},
       {{"--silent", "--apps", "brenna, MOZI"},
        "Unknown app identifier 'mozi'. Valid values: brenna, tolvi, rulo, galdivane"},
+      {{"--silent", "--apps", "brenna\n"},
+       "Unknown app identifier 'brenna\n'. Valid values: brenna, tolvi, rulo, galdivane"},
       {{"--silent", "--apps", "brenna, ,tolvi"},
        "Unknown app identifier ''. Valid values: brenna, tolvi, rulo, galdivane"},
       {{"--silent", "--apps", "--strict", "true"},
@@ -86,7 +88,7 @@ TEST_F(RunOptionsParse, StopsAtTheFirstFailureInTheOrderOfArguments) {
 TEST_F(RunOptionsParse, TrimsAndLowercasesAppsInTheOrderGiven) {
   EXPECT_THAT(parse({"--silent", "--apps", "Brenna, TOLVI,"})->selectedApps,
               ElementsAre(AppIdentifier::brenna, AppIdentifier::tolvi));
-  EXPECT_THAT(parse({"--silent", "--apps", "galdivane,\trulo \n,,brenna"})->selectedApps,
+  EXPECT_THAT(parse({"--silent", "--apps", "galdivane,\trulo\u00A0,,brenna"})->selectedApps,
               ElementsAre(AppIdentifier::galdivane, AppIdentifier::rulo, AppIdentifier::brenna));
 }
 

@@ -6,11 +6,8 @@
 #include <optional>
 #include <utility>
 
-#include "Models/AppInfo.h"
-#include "Models/IdentifierList.h"
-#include "Models/Pieces.h"
 #include "Models/Text.h"
-#include "Utils/KeloAppProvider.h"
+#include "Utils/AppList.h"
 #include "Utils/Log.h"
 
 namespace installer {
@@ -49,23 +46,13 @@ Failure takeMode(const std::string& value, RunOptions& options) {
       fmt::format("Unknown --mode value '{}'. Valid values: install, uninstall", value)};
 }
 
-std::optional<AppIdentifier> catalogIdentifier(const std::string& text) {
-  for (const auto& app : KeloAppProvider::shared().allApps()) {
-    if (text == rawValue(app.id)) return app.id;
-  }
-  return {};
-}
-
 Failure takeApps(const std::string& value, RunOptions& options) {
-  for (const auto piece : nonEmptyPieces(value, ',')) {
-    const auto text = lowercased(trimmed(piece));
-    const auto identifier = catalogIdentifier(text);
-    if (!identifier) {
-      return RunOptions::ParseError{fmt::format("Unknown app identifier '{}'. Valid values: {}", text,
-                                                identifierList(KeloAppProvider::shared().allApps()))};
-    }
-    options.selectedApps.push_back(*identifier);
+  const auto apps = parseApps(value);
+  if (!apps) {
+    return RunOptions::ParseError{
+        fmt::format("Unknown app identifier '{}'. Valid values: {}", apps.error(), availableAppIds())};
   }
+  options.selectedApps.insert(options.selectedApps.end(), apps->begin(), apps->end());
   return {};
 }
 

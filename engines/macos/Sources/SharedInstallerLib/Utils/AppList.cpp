@@ -1,8 +1,8 @@
-#include "AppList.h"
+#include "Utils/AppList.h"
 
 #include <algorithm>
 #include <array>
-#include <string_view>
+#include <utility>
 
 #include "Models/IdentifierList.h"
 #include "Models/Pieces.h"
@@ -35,12 +35,12 @@ std::string_view withoutBlanks(std::string_view text) {
 
 }  // namespace
 
-std::optional<std::vector<AppIdentifier>> parseApps(const std::optional<std::string>& value) {
-  const auto text = value.value_or("");
+std::expected<std::vector<AppIdentifier>, std::string> parseApps(std::string_view value) {
   std::vector<AppIdentifier> identifiers;
-  for (const auto piece : nonEmptyPieces(text, ',')) {
-    const auto identifier = AppIdentifiers::fromRawValue(lowercased(withoutBlanks(piece)));
-    if (!identifier || !InstallerConfig::isIncluded(*identifier)) return std::nullopt;
+  for (const auto piece : nonEmptyPieces(value, ',')) {
+    auto text = lowercased(withoutBlanks(piece));
+    const auto identifier = AppIdentifiers::fromRawValue(text);
+    if (!identifier || !InstallerConfig::isIncluded(*identifier)) return std::unexpected(std::move(text));
     identifiers.push_back(*identifier);
   }
   return identifiers;

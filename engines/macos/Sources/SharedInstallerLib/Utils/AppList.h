@@ -1,0 +1,20 @@
+// The value of `--apps`, in both modes of the executable.
+#pragma once
+
+#include <expected>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Models/AppIdentifier.h"
+
+namespace installer {
+
+// The identifiers in the order given, duplicates kept; an empty list means all apps. The error is the first
+// piece that names no app of this build, without blanks at its ends and in lower case.
+std::expected<std::vector<AppIdentifier>, std::string> parseApps(std::string_view value);
+
+// What `--apps` takes, in catalog order, for people.
+std::string availableAppIds();
+
+}  // namespace installer
