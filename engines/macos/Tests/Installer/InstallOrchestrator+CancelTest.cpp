@@ -132,6 +132,31 @@ TEST_F(CancelledRun, JustBeforeATransferBeginsEndsIt) {
   }
 }
 
+// A source's cancel ends whatever it is acquiring when the call comes through.
+TEST_F(CancelledRun, OfOneAppNeverMeetsTheTransferOfTheNext) {
+  for (const bool isBeforeTheStart : {true, false}) {
+    delegate->results.reset();
+    std::optional<AppIdentifier> acquiring;
+    std::vector<AppIdentifier> ended;
+    provider->onAcquire = [&](const AppInfo& info) {
+      if (info.id == brenna && isBeforeTheStart) orchestrator->cancelApp(brenna);
+      acquiring = info.id;
+      if (info.id == rulo) provider->delivers(download(rulo));
+    };
+    provider->onCancel = [&] {
+      if (!acquiring) return;
+      provider->fails(
+          ProviderError::downloadFailed("lost"));  // by itself, just before the cancel takes effect
+      ended.push_back(*acquiring);
+    };
+    start({brenna, rulo});
+    if (!isBeforeTheStart) orchestrator->cancelApp(brenna);
+    letItEnd();
+    EXPECT_EQ(ended, std::vector{brenna});
+    EXPECT_EQ(endings().size(), 2U);
+  }
+}
+
 TEST_F(CancelledRun, WhileTheSecondAppIsVerifiedKeepsItsTrueResultAndStops) {
   provider->onAcquire = [this](const AppInfo& info) {
     if (info.id == rulo) whenItVerifies([this] { orchestrator->cancelInstallation(); });

@@ -1,4 +1,6 @@
 // The list of apps: order, reports, results and the end of a run.
+#include <set>
+
 #include "Installer/InstallOrchestratorStory.h"
 
 namespace installer::testing {
@@ -80,6 +82,23 @@ TEST_F(InstallRun, ReportsAllAppsInOrderUnderAnySchedule) {
                      "galdivane download 10", "ended: galdivane" + failed, "finished with 3"}))
         << "seed " << seed;
   }
+}
+
+TEST_F(InstallRun, TakesNoMoreStackForMoreAppsThatEndAtOnce) {
+  std::vector<AppIdentifier> list(500, brenna);
+  list.insert(list.end(), 500, rulo);  // skipped
+  list.push_back(tolvi);
+  std::set<const void*> frames;
+  provider->onAcquire = [&](const AppInfo&) {
+    if (frames.empty()) orchestrator->cancelApp(rulo);
+    frames.insert(__builtin_frame_address(0));
+    provider->fails(ProviderError::packageNotFound("none"));
+  };
+  start(list);
+  letItEnd();
+  EXPECT_EQ(endings().size(), list.size());
+  EXPECT_EQ(provider->calls.size(), 501U);
+  EXPECT_EQ(frames.size(), 1U);
 }
 
 TEST_F(InstallRun, FillsTheOverallBarByTheAppsShare) {

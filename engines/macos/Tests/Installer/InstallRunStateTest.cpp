@@ -51,6 +51,20 @@ TEST(InstallRunState, TiesACancelToTheCurrentAppInItsDownload) {
   }
 }
 
+TEST(InstallRunState, LeavesAStepOfAHeldListToTheLastRelease) {
+  InstallRunState state;
+  state.start(apps({brenna, rulo}));
+  ASSERT_TRUE(state.hold());
+  EXPECT_FALSE(state.release()) << "no step is due";
+  ASSERT_TRUE(state.hold());
+  ASSERT_TRUE(state.requestSkip(brenna)) << "holds the list too";
+  EXPECT_FALSE(state.hold());
+  EXPECT_FALSE(state.requestSkip(rulo)) << "holds nothing";
+  EXPECT_FALSE(state.release());
+  EXPECT_TRUE(state.release());
+  EXPECT_TRUE(state.hold());
+}
+
 TEST(InstallRunState, KnowsADownloadThatWasGivenUp) {
   struct Row {
     const char* name;

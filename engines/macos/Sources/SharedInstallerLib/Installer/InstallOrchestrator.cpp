@@ -35,7 +35,16 @@ void InstallOrchestrator::startInstallation(std::vector<AppInfo> apps) {
   processNextApp();
 }
 
+// A loop and not a chain of calls: an app that ends within its own step would otherwise cost stack for each
+// app of the list.
 void InstallOrchestrator::processNextApp() {
+  while (state_.hold()) {
+    takeNextStep();
+    if (!state_.release()) return;
+  }
+}
+
+void InstallOrchestrator::takeNextStep() {
   const auto standing = state_.standing();
   if (standing.isCancelled) {
     log(fmt::format("InstallOrchestrator: Cancelled, stopping — delivering {} collected results",
@@ -121,10 +130,12 @@ void InstallOrchestrator::cancelInstallation() {
 }
 
 void InstallOrchestrator::cancelApp(AppIdentifier app) {
-  // The provider's cancel is tied to no app, so it is called for the current one only.
-  if (state_.requestSkip(app)) provider_->cancelAcquisition();
+  // The provider's cancel is tied to no app, so it is called for the current one only; the next one waits.
+  const bool isAcquiring = state_.requestSkip(app);
+  if (isAcquiring) provider_->cancelAcquisition();
   log(fmt::format("InstallOrchestrator: Cancel requested for {} (stage={})", rawValue(app),
                   rawValue(state_.stage())));
+  if (isAcquiring && state_.release()) processNextApp();
 }
 
 void InstallOrchestrator::updateProgress(const std::string& statusText, const std::string& detailText,

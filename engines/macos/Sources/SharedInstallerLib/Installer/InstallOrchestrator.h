@@ -3,8 +3,9 @@
 //
 // Held by a shared_ptr. Work in flight holds the orchestrator weakly, so dropping the last reference ends the
 // run at its next step. The list advances on a chain of calls that hop between threads: there is one worker
-// at a time, and nothing starts the next step until the previous one has ended. The main queue must be served
-// during a run, or no delegate call ever arrives.
+// at a time, and nothing starts the next step until the previous one has ended. An app that ends during a
+// call to the provider is followed by the next one when that call has returned, on the calling thread. The
+// main queue must be served during a run, or no delegate call ever arrives.
 #pragma once
 
 #include <cstddef>
@@ -60,7 +61,8 @@ class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestra
   };
 
   // The list.
-  void processNextApp();
+  void processNextApp();  // by the thread that holds the list, if another one does
+  void takeNextStep();
   void finish();
   void acquire(const AppInfo& app, std::size_t number, std::size_t count);
   PackageProvider::ProgressHandler makeProgressHandler(const AppInfo& app);

@@ -51,8 +51,23 @@ void InstallRunState::cancel() {
 bool InstallRunState::requestSkip(AppIdentifier app) {
   const std::lock_guard lock{mutex_};
   skipRequested_.insert(app);
-  return currentAppIndex_ < appsToInstall_.size() && appsToInstall_[currentAppIndex_].id == app &&
-         currentStage_ == InstallStage::download;
+  const bool isDownloading = currentAppIndex_ < appsToInstall_.size() &&
+                             appsToInstall_[currentAppIndex_].id == app &&
+                             currentStage_ == InstallStage::download;
+  if (isDownloading) ++holds_;
+  return isDownloading;
+}
+
+bool InstallRunState::hold() {
+  const std::lock_guard lock{mutex_};
+  isStepDue_ = holds_ > 0;
+  if (!isStepDue_) ++holds_;
+  return !isStepDue_;
+}
+
+bool InstallRunState::release() {
+  const std::lock_guard lock{mutex_};
+  return --holds_ == 0 && std::exchange(isStepDue_, false);
 }
 
 bool InstallRunState::isGivenUp(AppIdentifier app) const {

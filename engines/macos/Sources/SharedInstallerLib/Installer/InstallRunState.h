@@ -38,11 +38,18 @@ class InstallRunState {
   InstallStage stage() const;
 
   void cancel();
-  // True when the app is the current one and still in its download.
+  // True when the app is the current one and still in its download. The list then stands still until
+  // `release`, so that a cancel of the transfer can't meet the next app's.
   bool requestSkip(AppIdentifier app);
   bool isGivenUp(AppIdentifier app) const;  // by either cancel
   // True when the app at `index` is the current one, still in its download and given up.
   bool isDownloadGivenUp(std::size_t index) const;
+
+  // Makes the list stand still for its next step. False when it does so already: the step is left to the last
+  // `release`.
+  bool hold();
+  // True when a step was left to this call.
+  bool release();
 
   void keep(const AppInstallResult& result);
   std::vector<AppInstallResult> results() const;
@@ -56,6 +63,8 @@ class InstallRunState {
   bool isCancelled_ = false;
   std::set<AppIdentifier> skipRequested_;
   InstallStage currentStage_ = InstallStage::download;
+  int holds_ = 0;
+  bool isStepDue_ = false;  // one was asked for during a hold
 };
 
 }  // namespace installer
