@@ -55,6 +55,15 @@ TEST_F(LinuxFiles, ACopyKilledHalfWayLeavesNothingUnderTheNameAndIsClearedByTheN
   EXPECT_EQ(sortedNames(folder / "Applications/App.app/Contents"), (Names{"a", "b", "c"}));
 }
 
+TEST_F(LinuxFiles, AFolderTooDeepToBeMadeIsRefused) {
+  Path deep = folder / "a";
+  for (int level = 0; level < 60'000; ++level) deep += "/a";
+  const auto made = files.createDirectory(deep, FileSystem::Intermediates::create);
+  ASSERT_FALSE(made);
+  EXPECT_TRUE(made.error().is(ErrorDomain::posix, ENAMETOOLONG)) << made.error().code;
+  EXPECT_EQ(sortedNames(folder / ""), Names{});
+}
+
 TEST_F(LinuxFiles, ACopyInAnotherLivingProcessIsNotClearedAway) {
   folder.write("source", "bytes");
   const std::string others = fmt::format(".copy.kelo-copy-{}", ::getppid());

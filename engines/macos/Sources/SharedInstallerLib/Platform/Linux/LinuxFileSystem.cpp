@@ -1,6 +1,7 @@
 #include "Platform/Linux/LinuxFileSystem.h"
 
 #include <atomic>
+#include <climits>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <optional>
@@ -139,6 +140,8 @@ Result<FileAttributes> LinuxFileSystem::attributes(const Path& path) {
 Result<> LinuxFileSystem::createDirectory(const Path& path, Intermediates intermediates) {
   const auto usable = usablePath(path);
   if (!usable) return fileFailure(FileAccess::write, errno, path, "created");
+  // No system call takes a longer one, and the calls below nest as deep as the path.
+  if (usable->size() >= PATH_MAX) return fileFailure(FileAccess::write, ENAMETOOLONG, path, "created");
   if (intermediates == Intermediates::require || directoryExists(*usable)) {
     return makeOne(*usable, intermediates);
   }
