@@ -43,7 +43,7 @@ bool isIncluded(AppIdentifier identifier);
 // The configured product page of an app's identifier; never empty when present.
 std::optional<std::string> webURL(const std::string& identifier);
 
-// The last good day as written, not yet tested; never empty when present.
+// The last good day as written ("2030-01-31"), not yet tested; never empty when present.
 std::optional<std::string> expiresOn(bool offline);
 
 const std::string& installScope();

@@ -30,21 +30,25 @@ SourceVerdict& sourceVerdict() {
   return instance.get();
 }
 
-std::optional<int> digits(std::string_view text) {
+// The number that `text` is written with: digits alone, at most `length` of them.
+std::optional<int> digits(std::string_view text, std::size_t length) {
+  if (text.empty() || text.size() > length) return std::nullopt;
+  if (text.find_first_not_of("0123456789") != std::string_view::npos) return std::nullopt;
   int value = 0;
-  if (!text.empty() && text.front() == '-') return std::nullopt;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
+  std::from_chars(text.data(), text.data() + text.size(), value);
   return value;
 }
 
-// "yyyy-MM-dd", to the letter, of a day that the calendar has.
+// As a date formatter for "yyyy-MM-dd" that isn't lenient: a year of one to four digits, taken as written (20
+// is the year 20), a month and a day of one or two digits, hyphens between them, and a day of the calendar.
 std::optional<std::chrono::sys_days> parseDate(std::string_view text) {
-  if (text.size() != 10 || text[4] != '-' || text[7] != '-') return std::nullopt;
-  const auto year = digits(text.substr(0, 4));
-  const auto month = digits(text.substr(5, 2));
-  const auto day = digits(text.substr(8, 2));
-  if (!year || !month || !day) return std::nullopt;
+  const auto afterYear = text.find('-');
+  const auto afterMonth = text.rfind('-');
+  if (afterYear == afterMonth) return std::nullopt;
+  const auto year = digits(text.substr(0, afterYear), 4);
+  const auto month = digits(text.substr(afterYear + 1, afterMonth - afterYear - 1), 2);
+  const auto day = digits(text.substr(afterMonth + 1), 2);
+  if (!year || !month || !day || *year == 0) return std::nullopt;
   const std::chrono::year_month_day date{std::chrono::year{*year},
                                          std::chrono::month{static_cast<unsigned>(*month)},
                                          std::chrono::day{static_cast<unsigned>(*day)}};
