@@ -63,6 +63,7 @@ TEST(URLTrust, NormalizesHostsForComparison) {
   const std::vector<std::pair<std::string, std::string>> rows{
       {"Kelo.Example", "kelo.example"},
       {" \tkelo.example\t", "kelo.example"},
+      {"\u00A0kelo.example\u3000", "kelo.example"},
       {"kelo.example...", "kelo.example"},
       {"...", ""},
       {"", ""},

@@ -1,6 +1,7 @@
 #include "Models/Text.h"
 
 #include <algorithm>
+#include <array>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -19,6 +20,17 @@ bool isControl(std::string_view character) {
   const auto first = static_cast<unsigned char>(character.front());
   if (character.size() == 1) return first < 0x20U || first == 0x7FU;
   return first == 0xC2U && static_cast<unsigned char>(character[1]) < 0xA0U;
+}
+
+// Every blank that Unicode knows, and the tab.
+constexpr std::array<std::string_view, 18> kBlanks{
+    " ",      "\t",     "\u00A0", "\u1680", "\u2000", "\u2001", "\u2002", "\u2003", "\u2004",
+    "\u2005", "\u2006", "\u2007", "\u2008", "\u2009", "\u200A", "\u202F", "\u205F", "\u3000"};
+
+// Bytes of the first blank that `fits`; 0 when none does.
+std::size_t blankLength(auto fits) {
+  const auto* const blank = std::ranges::find_if(kBlanks, fits);
+  return blank == kBlanks.end() ? 0 : blank->size();
 }
 
 // Bytes of the well-formed sequence at the start of `bytes`; 0 when there is none.
@@ -50,6 +62,14 @@ std::string trimmed(std::string_view text) {
   const auto first = text.find_first_not_of(blanks);
   if (first == std::string_view::npos) return {};
   return std::string{text.substr(first, text.find_last_not_of(blanks) - first + 1)};
+}
+
+std::string_view withoutBlanks(std::string_view text) {
+  const auto leads = [&text](std::string_view blank) { return text.starts_with(blank); };
+  const auto trails = [&text](std::string_view blank) { return text.ends_with(blank); };
+  while (const auto length = blankLength(leads)) text.remove_prefix(length);
+  while (const auto length = blankLength(trails)) text.remove_suffix(length);
+  return text;
 }
 
 bool isUTF8(std::string_view bytes) {

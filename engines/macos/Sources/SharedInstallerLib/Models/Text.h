@@ -14,6 +14,9 @@ std::string lowercased(std::string_view text);
 // Without blanks, tabs and line breaks at both ends.
 std::string trimmed(std::string_view text);
 
+// Without blanks, those beyond ASCII included, and tabs at both ends. Line breaks stay.
+std::string_view withoutBlanks(std::string_view text);
+
 // Well-formed UTF-8 throughout, empty text included: no overlong forms, no surrogates, nothing cut short.
 bool isUTF8(std::string_view bytes);
 

@@ -10,12 +10,6 @@ namespace installer::URLTrust {
 
 namespace {
 
-std::string_view withoutBlanksAround(std::string_view text) {
-  const auto first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
 bool isSameOrSubdomain(std::string_view host, std::string_view domain) {
   if (host == domain) return true;
   return host.size() > domain.size() && host.ends_with(domain) &&
@@ -25,7 +19,7 @@ bool isSameOrSubdomain(std::string_view host, std::string_view domain) {
 }  // namespace
 
 std::string normalizedHost(std::string_view host) {
-  auto normal = lowercased(withoutBlanksAround(host));
+  auto normal = lowercased(withoutBlanks(host));
   while (normal.ends_with('.')) normal.pop_back();
   return normal;
 }
