@@ -29,8 +29,10 @@ class ResourceWalk {
     for (const auto& [path, seal] : resources_->seals()) {
       if (!seal.optional && !met_.contains(path)) missing_.push_back(path);
     }
-    if (missing_.empty()) return {};
-    return refuse("a sealed resource is missing: {}", printable(*std::ranges::min_element(missing_)));
+    if (!missing_.empty())
+      return refuse("a sealed resource is missing: {}", printable(*std::ranges::min_element(missing_)));
+    if (strayLink_.empty()) return {};
+    return refuse("a link leads to nothing that is sealed: {}", printable(strayLink_));
   }
 
  private:
@@ -126,8 +128,8 @@ class ResourceWalk {
     if (canonicalName(target) != canonicalName(seal->target))
       return refuse("a sealed link has been changed: {}", printable(relative));
     if (!staysInside(target, depth)) return refuse("a link leaves the bundle: {}", printable(relative));
-    if (!target.starts_with('/') && !leadsToSealed(path.parent_path(), target))
-      return refuse("a link leads to nothing that is sealed: {}", printable(relative));
+    if (strayLink_.empty() && !target.starts_with('/') && !leadsToSealed(path.parent_path(), target))
+      strayLink_ = relative;
     return {};
   }
 
@@ -197,6 +199,8 @@ class ResourceWalk {
   std::string mainExecutable_;
   std::unordered_set<std::string> met_;
   std::vector<std::string> missing_;
+  std::string strayLink_;  // the first that leads to nothing sealed; told last, because a missing item is a
+                           // cause of it
 };
 
 }  // namespace
