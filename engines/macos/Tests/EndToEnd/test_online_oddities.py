@@ -3,7 +3,6 @@
 Each ends with one result, nothing left behind, and nothing in Applications but the promised bytes.
 """
 
-import gzip
 import json
 
 import pytest
@@ -235,7 +234,6 @@ def test_does_without_fields_of_the_wrong_type(stage):
     "bytes_that_are_no_text": {"head": [OK, "Content-Length: 16\r\n\r\n"], "text": '{"version":"\udcff"}'},
     "no_content": {"status": 204, "text": ""},
     "not_modified": {"status": 304, "text": ""},
-    "a_coding_that_nobody_asked_for": {"packed": True},
     "sixteen_bits_a_letter": {"sixteen": True},
     "a_tower_of_lists": {"text": '{"x": ' + "[" * 200_000 + "]" * 200_000 + "}"},
     "two_lengths": {"head": [OK, "Content-Length: 5\r\nContent-Length: 6\r\n\r\n"], "text": "{}"},
@@ -247,9 +245,6 @@ def test_does_without_fields_of_the_wrong_type(stage):
 def test_takes_for_a_network_problem(stage, name, answer):
     file = stage.folder / "body"
     text = stage.workshop.meta()["text"]
-    if answer.get("packed"):
-        file.write_bytes(gzip.compress(text.encode()))
-        answer = {"file": str(file), "headers": {"Content-Encoding": "gzip"}}
     if answer.get("sixteen"):
         file.write_bytes(text.encode("utf-16"))
         answer = {"file": str(file)}
