@@ -101,8 +101,8 @@ def test_another_minimum_version(folder, tmp_path):
 
 
 def test_a_fixed_address(folder, tmp_path):
-    # The head of an executable: MH_PIE is the bit 0x20 in the third byte of its flags.
-    executable = changed_twice(rb"(\xcf\xfa\xed\xfe.{8}\x02\0\0\0.{8}..)[\x20-\x3f]", b"\\1\0", tmp_path / "fixed")
+    # The head of an executable: MH_PIE is the bit 0x20 in the third byte of its flags, 0xb1.
+    executable = changed_twice(rb"(\xcf\xfa\xed\xfe.{8}\x02\0\0\0.{8}..)\xb1", b"\\1\x91", tmp_path / "fixed")
     assert found(folder, executable) == [f"{each} isn't position-independent" for each in ("arm64", "x86_64")]
 
 
