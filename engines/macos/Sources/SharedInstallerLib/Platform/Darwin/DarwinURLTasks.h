@@ -40,7 +40,7 @@ class DarwinTask final : public URLSessionTask {
   }
 
   // For the session's delegate, on its queue: more of a data task's body, and its end. False for a download,
-  // whose end the engine's own delegate is told of.
+  // whose end goes to the engine's own delegate.
   void receive(NSData* data) {
     if (isTooLong_) return;
     isTooLong_ = body_.size() + data.length > URLSession::maximumDataLength;

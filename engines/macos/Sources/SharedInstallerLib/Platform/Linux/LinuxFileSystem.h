@@ -21,7 +21,7 @@ class LinuxFileSystem : public FileSystem {
   Result<FileAttributes> attributes(const Path& path) override;
 
   // The hidden sibling is ".{name}.kelo-copy-{pid}". Permission bits are kept, but never set-id bits: a copy
-  // belongs to whoever made it. Sockets, pipes and devices are refused.
+  // belongs to the user who made it. Sockets, pipes and devices are refused.
   Result<> copyItem(const Path& source, const Path& destination) override;
   Result<> moveItem(const Path& source, const Path& destination) override;
   Result<> removeItem(const Path& path) override;
