@@ -1,0 +1,3 @@
+export * from './engine.js';
+export { LineReader } from './lines.js';
+export * from './state.js';

@@ -1,0 +1,203 @@
+// One run: what a shell shows of each app and of the whole. Pure.
+import type { BeganEvent, CancelAskedEvent, EndedEvent, RunAction, ShellEvent } from './events.js';
+import type { App, AppResultEvent, DoneEvent, ErrorCode, ProgressEvent, Result, Stage, StageEvent, Status } from './types.generated.js';
+
+/**
+ * - `waiting`: its turn comes later.
+ * - `working`: see `stage`.
+ * - `cancelling`: the person cancelled its download, and the engine hasn't answered yet.
+ * - `cancelled`: nothing was done. If the person asked for it, `cancelAsked` is true, whatever the engine called it.
+ * - `succeeded`, `failed`: see `status` and `errorCode`.
+ * - `skipped`: left as it was on purpose: it was current, or a removal met a copy from the App Store (`SKIPPED`).
+ * - `unknown`: the engine ended while it worked on this app. Ask `hello`.
+ * - `untouched`: the engine ended before its turn.
+ */
+export type RunAppCondition =
+  'waiting' | 'working' | 'cancelling' | 'cancelled' | 'succeeded' | 'skipped' | 'failed' | 'unknown' | 'untouched';
+
+export interface RunApp {
+  readonly id: App;
+  readonly condition: RunAppCondition;
+  readonly stage: Stage | null;
+  /** 0 to 100; never goes back. Stays 0 during a removal, which can't be measured. */
+  readonly percent: number;
+  /** Show a bar without a value. */
+  readonly indeterminate: boolean;
+  /** Null until both are known. */
+  readonly bytes: { readonly downloaded: number; readonly total: number } | null;
+  /** The download was interrupted, and no byte has come since. */
+  readonly retrying: boolean;
+  readonly cancelAsked: boolean;
+  /** A cancel of this app alone would have an effect now. */
+  readonly canCancel: boolean;
+  /** The engine's own words; null before its result. */
+  readonly status: Status | null;
+  readonly errorCode: ErrorCode | null;
+}
+
+/**
+ * - `running`: also between `shell:began` and the first event.
+ * - `done`: every app has its result.
+ * - `refused`: the engine couldn't be started, or didn't take the command line. Nothing was done.
+ * - `died`: the engine ended without its `done`.
+ */
+export type RunPhase = 'running' | 'done' | 'refused' | 'died';
+
+export interface RunState {
+  readonly action: RunAction;
+  readonly phase: RunPhase;
+  readonly apps: readonly RunApp[];
+  /** Of the whole run, 0 to 100; never goes back. */
+  readonly percent: number;
+  readonly cancelAsked: boolean;
+  /** A cancel of the whole run would have an effect now. */
+  readonly canCancel: boolean;
+  /** The engine hasn't written for a while; a stalled download looks like this. */
+  readonly silent: boolean;
+  /** The newest message of level `error`: why a run couldn't begin, in English. */
+  readonly errorMessage: string | null;
+  readonly exitCode: number | null;
+  /** The number of apps, as the engine counts them. */
+  readonly total: number;
+}
+
+const waiting: Omit<RunApp, 'id'> = {
+  condition: 'waiting', stage: null, percent: 0, indeterminate: false, bytes: null, retrying: false,
+  cancelAsked: false, canCancel: false, status: null, errorCode: null,
+};
+
+const empty: Omit<RunState, 'action'> = {
+  phase: 'running', apps: [], percent: 0, cancelAsked: false, canCancel: false, silent: false,
+  errorMessage: null, exitCode: null, total: 0,
+};
+
+const successes: readonly Status[] = ['installed', 'updated', 'uninstalled', 'already_absent'];
+
+/** A run that begins. `catalog`: the apps that it works on if the command named none. */
+export function beginRun(event: BeganEvent, catalog: readonly App[]): RunState {
+  const apps = (event.apps ?? catalog).map((id) => ({ ...waiting, id }));
+  return derived({ ...empty, action: event.action ?? 'install', apps, total: apps.length });
+}
+
+/** A run whose beginning wasn't seen, from its first event. */
+export function runInProgress(action: RunAction): RunState {
+  return { ...empty, action };
+}
+
+/** The run after one of its events. */
+export function changeRun(run: RunState, event: ShellEvent): RunState {
+  const changed = changedBy({ ...run, silent: event.type === 'shell:silent' }, event);
+  return derived(changed);
+}
+
+function changedBy(run: RunState, event: ShellEvent): RunState {
+  switch (event.type) {
+    case 'stage': return changeApp({ ...run, total: Math.max(run.total, event.total ?? 0) }, event.app, (app) => enterStage(app, event));
+    case 'progress': return advance(run, event);
+    case 'app-result': return changeApp(run, event.app, (app) => withResult(app, event));
+    case 'log': return event.level === 'error' ? { ...run, errorMessage: event.message } : run;
+    case 'done': return finish(run, event);
+    case 'shell:cancel-asked': return askToCancel(run, event);
+    case 'shell:ended': return end(run, event);
+    default: return run;
+  }
+}
+
+function changeApp(run: RunState, id: App, change: (app: RunApp) => RunApp): RunState {
+  const known = run.apps.some((app) => app.id === id);
+  const apps = known ? run.apps : [...run.apps, { ...waiting, id }];
+  return { ...run, apps: apps.map((app) => (app.id === id ? change(app) : app)) };
+}
+
+function enterStage(app: RunApp, { stage }: StageEvent): RunApp {
+  const downloading = stage === 'download';
+  return {
+    ...app, stage, condition: downloading && app.cancelAsked ? 'cancelling' : 'working',
+    indeterminate: !downloading, retrying: downloading && app.stage !== null,
+  };
+}
+
+function advance(run: RunState, event: ProgressEvent): RunState {
+  const id = event.app ?? run.apps.find(isAtWork)?.id;
+  return id === undefined ? run : changeApp(run, id, (app) => withProgress(app, event));
+}
+
+function withProgress(app: RunApp, { percent, indeterminate, detailArgs }: ProgressEvent): RunApp {
+  if (app.stage === 'uninstall') return { ...app, indeterminate: true };
+  const bytes = detailArgs && { downloaded: detailArgs.downloadedBytes, total: detailArgs.totalBytes };
+  return {
+    ...app, indeterminate, percent: Math.max(app.percent, Math.min(percent, 100)),
+    bytes: bytes && bytes.downloaded >= (app.bytes?.downloaded ?? 0) ? bytes : app.bytes,
+    retrying: app.stage === 'download' && !bytes && percent < app.percent,
+  };
+}
+
+function withResult(app: RunApp, result: AppResultEvent | Result): RunApp {
+  return {
+    ...app, condition: endedAs(app, result), indeterminate: false, retrying: false,
+    status: result.status, errorCode: result.errorCode ?? null,
+  };
+}
+
+function endedAs(app: RunApp, { status, errorCode }: AppResultEvent | Result): RunAppCondition {
+  if (errorCode === 'DOWNLOAD_FAILED' && app.cancelAsked) return 'cancelled';
+  if (status === 'cancelled') return wasLeftAtWork(app) ? 'unknown' : 'cancelled';
+  if (status === 'skipped') return 'skipped';
+  if (successes.includes(status)) return 'succeeded';
+  return status === 'failed' || errorCode ? 'failed' : 'succeeded';
+}
+
+// An engine that waited in vain for 600 seconds calls every app cancelled, whatever it was doing to it.
+function wasLeftAtWork(app: RunApp): boolean {
+  return app.stage === 'verify' || app.stage === 'install';
+}
+
+function finish(run: RunState, event: DoneEvent): RunState {
+  const finished = (event.results ?? []).reduce((so, result) => changeApp(so, result.app, (app) => withResult(app, result)), run);
+  return { ...finished, phase: 'done', exitCode: event.exitCode, apps: finished.apps.map(leftAlone), percent: 100 };
+}
+
+function askToCancel(run: RunState, { app: name }: CancelAskedEvent): RunState {
+  const whole = name === undefined || run.action === 'uninstall';
+  const known = whole || run.apps.some((app) => isNamed(app, name));
+  if (run.phase !== 'running' || !known) return run;
+  const apps = run.apps.map((app) => (whole || isNamed(app, name) ? cancelled(app) : app));
+  return { ...run, apps, cancelAsked: run.cancelAsked || whole };
+}
+
+const isNamed = (app: RunApp, name: string) => app.id.toLowerCase() === name.toLowerCase();
+
+function cancelled(app: RunApp): RunApp {
+  if (app.status !== null || app.stage === 'uninstall') return app;
+  if (app.stage === null) return { ...app, cancelAsked: true, condition: 'cancelled' };
+  return { ...app, cancelAsked: true, condition: app.stage === 'download' ? 'cancelling' : app.condition };
+}
+
+function end(run: RunState, event: EndedEvent): RunState {
+  if (run.phase !== 'running') return run;
+  const begun = run.apps.some((app) => app.stage !== null || app.status !== null);
+  const refused = event.startFailure !== undefined || (event.status === 3 && !begun);
+  return { ...run, phase: refused ? 'refused' : 'died', exitCode: event.status, apps: run.apps.map(leftAlone) };
+}
+
+/** What is true of an app without a result when the engine is gone. A download changes no installed copy. */
+function leftAlone(app: RunApp): RunApp {
+  if (app.status !== null) return app;
+  const condition = { waiting: 'untouched', working: 'unknown', cancelling: 'cancelled' } as const;
+  const known = condition[app.condition as keyof typeof condition] ?? app.condition;
+  return { ...app, condition: known, indeterminate: false, retrying: false };
+}
+
+const isAtWork = (app: RunApp) => app.condition === 'working' || app.condition === 'cancelling';
+const isCancellable = (app: RunApp) => app.condition === 'waiting' || (app.condition === 'working' && app.stage === 'download');
+
+/** The run with what follows from its apps. */
+function derived(run: RunState): RunState {
+  const running = run.phase === 'running';
+  const alone = running && run.action !== 'uninstall';
+  const apps = run.apps.map((app) => ({ ...app, canCancel: alone && isCancellable(app) }));
+  const sum = apps.reduce((so, app) => so + (app.status === null ? app.percent : 100), 0);
+  const percent = Math.max(run.percent, Math.min(100, sum / Math.max(run.total, apps.length, 1)));
+  const canCancel = running && !run.cancelAsked && apps.some(isCancellable);
+  return { ...run, apps, percent, canCancel };
+}

@@ -1,0 +1,206 @@
+// What a shell shows, as plain data, and how each event changes it. Pure; no import of Node's: a browser can use it.
+import type { BeganEvent, CommandName, EndedEvent, RunAction, ShellEvent } from './events.js';
+import { beginRun, changeRun, runInProgress, type RunState } from './run.js';
+import type {
+  App, AppResultEvent, Capability, CatalogApp, DoneEvent, HelloEvent, InstallerRetired, Mode, ReleaseNotes, Result, Source,
+  UpdateCheckEntry, UpdateCheckResultEvent,
+} from './types.generated.js';
+
+export * from './events.js';
+export * from './run.js';
+export { eventOf, parseLine } from './lines.js';
+export type * from './types.generated.js';
+
+/** One app of the catalog: what `hello` says, completed by what `check-updates` says. */
+export interface AppState {
+  readonly id: App;
+  readonly displayName: string;
+  readonly descriptionCode: string;
+  readonly iconName: string;
+  readonly webUrl: string | null;
+  readonly installedVersion: string | null;
+  readonly installedPath: string | null;
+  readonly source: Source | null;
+  readonly latestVersion: string | null;
+  readonly sizeBytes: number | null;
+  readonly requiredBytes: number | null;
+  readonly releaseNotes: ReleaseNotes | null;
+  /** What the shell may offer for it. A copy from the App Store gets no offer at all. */
+  readonly offers: readonly RunAction[];
+  /** The installed copy came from the App Store, which alone may update or remove it. */
+  readonly fromAppStore: boolean;
+  /** The two rows as they came, with keys that this library doesn't know. */
+  readonly hello: CatalogApp;
+  readonly check: UpdateCheckEntry | null;
+}
+
+export interface InstallerState {
+  readonly engineVersion: string;
+  readonly mode: Mode;
+  readonly capabilities: readonly Capability[];
+  readonly helpUrl: string;
+  readonly feedbackUrl: string;
+}
+
+export interface State {
+  /** Null before the first `hello`. */
+  readonly installer: InstallerState | null;
+  /** In the order of the catalog. */
+  readonly apps: readonly AppState[];
+  /** The banner; null if there is none to show. */
+  readonly retired: InstallerRetired | null;
+  readonly freeBytes: number | null;
+  /** The newest export of logs. A null path means that it failed. */
+  readonly logs: { readonly path: string | null; readonly errorCode: string | null } | null;
+  /** The newest run, under way or ended. */
+  readonly run: RunState | null;
+  /** The commands whose process hasn't ended. */
+  readonly underWay: readonly CommandName[];
+  /** A run has ended, well or badly: ask `hello` what is installed now. */
+  readonly helloNeeded: boolean;
+  /** The engine speaks a newer version of the protocol: the shell must be updated. */
+  readonly shellOutdated: boolean;
+  /** The newest command that ended without its `done`; null again once that command begins anew. */
+  readonly problem: EndedEvent | null;
+}
+
+export const initialState: State = {
+  installer: null, apps: [], retired: null, freeBytes: null, logs: null, run: null, underWay: [],
+  helloNeeded: false, shellOutdated: false, problem: null,
+};
+
+/** The state after an event. Events that it doesn't know change nothing. */
+export function next(state: State, event: ShellEvent): State {
+  const changed = changedBy(state, event);
+  return changed === state ? state : { ...changed, apps: changed.apps.map((app) => merged(app.hello, app.check, changed)) };
+}
+
+function changedBy(state: State, event: ShellEvent): State {
+  switch (event.type) {
+    case 'shell:began': return begin(state, event);
+    case 'shell:ended': return end(state, event);
+    case 'shell:unknown': return Number(event.event.v) > 1 ? { ...state, shellOutdated: true } : state;
+    case 'hello': return greet(state, event);
+    case 'update-check-result': return check(state, event);
+    case 'disk-free-result': return { ...state, freeBytes: event.freeBytes };
+    case 'export-logs-result': return { ...state, logs: { path: event.path, errorCode: event.errorCode } };
+    case 'app-result': return take(ofRun(state, event), event);
+    case 'done': return finish(state, event);
+    case 'shell:silent': return event.command === 'run' ? ofRun(state, event) : state;
+    case 'log': return state.underWay.includes('run') ? ofRun(state, event) : state;
+    case 'stage':
+    case 'progress':
+    case 'shell:cancel-asked': return ofRun(state, event);
+    default: return state;
+  }
+}
+
+function ofRun(state: State, event: ShellEvent): State {
+  const removal = event.type === 'stage' && event.stage === 'uninstall';
+  const run = state.run ?? runInProgress(removal ? 'uninstall' : 'install');
+  return { ...state, run: changeRun(run, event) };
+}
+
+function begin(state: State, event: BeganEvent): State {
+  const problem = state.problem?.command === event.command ? null : state.problem;
+  const begun = { ...state, problem, underWay: [...state.underWay, event.command] };
+  if (event.command === 'export-logs') return { ...begun, logs: null };
+  return event.command === 'run' ? { ...begun, run: beginRun(event, state.apps.map((app) => app.id)) } : begun;
+}
+
+function end(state: State, event: EndedEvent): State {
+  const first = state.underWay.indexOf(event.command);
+  const ended = {
+    ...state, underWay: state.underWay.filter((_, index) => index !== first),
+    helloNeeded: state.helloNeeded || event.command === 'run', problem: event.done ? state.problem : event,
+  };
+  if (event.done) return ended;
+  if (event.command === 'export-logs') return { ...ended, logs: { path: null, errorCode: null } };
+  if (event.command !== 'run' || !state.run) return ended;
+  return { ...ended, run: changeRun(state.run, event) };
+}
+
+function greet(state: State, event: HelloEvent): State {
+  const { engineVersion, mode, capabilities, helpUrl, feedbackUrl } = event;
+  const checks = new Map(state.apps.map((app) => [app.id, app.check]));
+  const greeted = {
+    ...state, helloNeeded: false, installer: { engineVersion, mode, capabilities, helpUrl, feedbackUrl },
+    apps: event.apps.map((row) => merged(row, checks.get(row.id) ?? null, state)),
+  };
+  return retire(greeted, event.installerRetired);
+}
+
+function check(state: State, event: UpdateCheckResultEvent): State {
+  const rows = new Map(event.apps.map((row) => [row.id, row]));
+  const apps = state.apps.map((app) => ({ ...app, check: rows.get(app.id) ?? app.check }));
+  const found = event.apps.some((row) => row.latestVersion !== undefined);
+  return retire(found ? sourceFound({ ...state, apps }) : { ...state, apps }, event.installerRetired);
+}
+
+function finish(state: State, event: DoneEvent): State {
+  if (!event.results) return retire(state, event.installerRetired);
+  return retire(event.results.reduce(take, ofRun(state, event)), event.installerRetired);
+}
+
+/** After a success no update is on offer any more, and the source of the packages is there. */
+function take(state: State, { status, app: id }: AppResultEvent | Result): State {
+  if (!['installed', 'updated', 'skipped'].includes(status) || state.run?.action === 'uninstall') return state;
+  const apps = state.apps.map((app) => (app.id === id && app.check
+    ? { ...app, check: { ...app.check, updateAvailable: false } } : app));
+  return sourceFound({ ...state, apps });
+}
+
+/** An expired installer stays expired; a source that is gone may come back. */
+function retire(state: State, retired: InstallerRetired | undefined): State {
+  if (!retired || (state.retired?.reason === 'expired' && retired.reason !== 'expired')) return state;
+  return { ...state, retired };
+}
+
+function sourceFound(state: State): State {
+  return state.retired?.reason === 'source-unavailable' ? { ...state, retired: null } : state;
+}
+
+function merged(hello: CatalogApp, check: UpdateCheckEntry | null, state: State): AppState {
+  const { id, displayName, descriptionCode, iconName, webUrl, installedVersion, source } = hello;
+  const latestVersion = check?.latestVersion ?? hello.latestVersion;
+  return {
+    id, displayName, descriptionCode, iconName, webUrl, installedVersion, source, latestVersion,
+    installedPath: hello.installedPath ?? null,
+    sizeBytes: check?.sizeBytes ?? hello.sizeBytes,
+    requiredBytes: check?.requiredBytes ?? hello.requiredBytes ?? null,
+    releaseNotes: check?.releaseNotes ?? null,
+    offers: offersFor(hello, check, state),
+    fromAppStore: source === 'appstore',
+    hello, check,
+  };
+}
+
+function offersFor(hello: CatalogApp, check: UpdateCheckEntry | null, state: State): RunAction[] {
+  const can = (action: RunAction) => state.installer?.capabilities.includes(action) === true
+    && (action === 'uninstall' || state.retired?.reason !== 'expired');
+  if (hello.source === 'appstore') return [];
+  if (hello.source === null) return (['install'] as const).filter(can);
+  const known = check?.latestVersion !== undefined && check.latestVersion === hello.installedVersion;
+  const update = !known && (check?.updateAvailable ?? hello.updateAvailable);
+  return (update ? ['update', 'uninstall'] as const : ['uninstall'] as const).filter(can);
+}
+
+export interface Room {
+  /** What the chosen apps need together; the known part of it if `complete` is false. */
+  readonly requiredBytes: number;
+  readonly complete: boolean;
+  readonly freeBytes: number | null;
+  /** Null if one of the two isn't known. The figures are estimates: warn, but don't forbid. */
+  readonly enough: boolean | null;
+}
+
+/** The room on the disk that these apps need together. */
+export function roomFor(state: State, ids: readonly App[]): Room {
+  const needs = ids.map((id) => state.apps.find((app) => app.id === id)?.requiredBytes ?? null);
+  const requiredBytes = needs.reduce<number>((sum, bytes) => sum + (bytes ?? 0), 0);
+  const complete = !needs.includes(null);
+  const { freeBytes } = state;
+  if (freeBytes === null) return { requiredBytes, complete, freeBytes, enough: null };
+  const fits = requiredBytes <= freeBytes;
+  return { requiredBytes, complete, freeBytes, enough: fits && !complete ? null : fits };
+}
