@@ -1,17 +1,13 @@
 #!/usr/bin/env bash
-# make.sh LAB ARM64 X86_64 OUTPUT: joins the two slices of the engine, makes Kelo-Desk-Installer.app in OUTPUT with the
-# scripts, pages and completions that the build of LAB installs for administrators, signs it ad hoc and verifies that
-# with the programs in LAB, packs it, and writes the digests of all that.
+# make.sh LAB ARM64 X86_64 OUTPUT: joins the two slices of the engine, makes Kelo-Desk-Installer.app in OUTPUT with
+# Info.plist and the administrators' scripts, pages and completions from the build of LAB, signs it ad hoc and verifies
+# that with the programs in LAB, packs it, and writes the digests of all that.
 #
 # The same slices give the same bytes. An ad-hoc signature names nobody; a release is signed by the publisher.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 lab=$1 arm64=$2 x86_64=$3 output=$4
-version_header=$here/../../../engines/macos/Sources/SharedInstallerLib/Models/EngineVersion.h
 app=$output/Kelo-Desk-Installer.app
-
-version=$(sed -n 's/.*kEngineVersion = "\(.*\)";/\1/p' "$version_header")
-[ -n "$version" ] || { echo "make.sh: no version in $version_header" >&2; exit 1; }
 
 umask 022
 mkdir -p "$output"
@@ -19,7 +15,7 @@ rm -rf "$app" "$output/Kelo-Desk-Installer.zip" "$output/manifest.sha256"
 mkdir -p "$app/Contents/MacOS" "$app/Contents/Resources"
 llvm-lipo-19 -create "$arm64" "$x86_64" -output "$app/Contents/MacOS/engine-cli"
 chmod 755 "$app/Contents/MacOS/engine-cli"
-sed "s/@VERSION@/$version/" "$here/Info.plist" >"$app/Contents/Info.plist"
+cp "$lab/../../packaging/Info.plist" "$app/Contents/Info.plist"
 cp "$here/installer_config.json" "$app/Contents/Resources/"
 cmake --install "$lab/../.." --component administration --prefix "$app/Contents/Resources" >/dev/null
 

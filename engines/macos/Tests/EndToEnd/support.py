@@ -8,6 +8,7 @@ import json
 import os
 import pathlib
 import queue
+import re
 import select
 import shutil
 import signal
@@ -41,6 +42,7 @@ IMAGES = {
 }
 NOBODY = 65534
 RUNNING_AS_ROOT = os.getuid() == 0
+VERSION = re.search(r"^CMAKE_PROJECT_VERSION:STATIC=(.*)$", (BUILD / "CMakeCache.txt").read_text(), re.MULTILINE)[1]
 
 # How long a run may take before it counts as hung. Never a measure of speed.
 HANG = 240

@@ -13,7 +13,7 @@ import subprocess
 import zipfile
 
 import pytest
-from support import RUNNING_AS_ROOT, Gate, give_away
+from support import RUNNING_AS_ROOT, VERSION, Gate, give_away
 
 needs_root = pytest.mark.skipif(not RUNNING_AS_ROOT, reason="another user's folders can be made by root only")
 
@@ -22,7 +22,7 @@ DIGEST_HEAD = ("Kelo Desk Apps Installer — WARN/ERROR digest\n" + RULE + "\n\n
                "Every [WARN]/[ERROR] line from the .log files in this bundle, in file order.\n"
                "This is a digest for triage — the complete logs are alongside it.\n")
 NOTHING_LOGGED = ("\nNo WARN or ERROR lines were logged.\n"
-                  "(Lines written before engine 1.0.0 carry no level tag and cannot appear here;\n"
+                  f"(Lines written before engine {VERSION} carry no level tag and cannot appear here;\n"
                   " if this bundle came from an upgraded install, read the .log files directly.)\n")
 
 
@@ -145,7 +145,7 @@ def test_the_manifest_says_line_by_line_what_is_there(machine):
     folder = machine.log_file.parent
     assert lines == [
         "Kelo Desk Apps Installer — log bundle", "=" * 41, "", lines[3],
-        "Engine version:   1.0.0",
+        f"Engine version:   {VERSION}",
         f"Platform:         macOS {system}",
         f"Architecture:     {'arm64' if 'arm64' in platform.machine() else 'x86_64'}",
         "Files included:   2", "", "Sources", "-------",

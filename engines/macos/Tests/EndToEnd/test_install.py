@@ -4,7 +4,7 @@ import json
 import subprocess
 
 import pytest
-from support import APPS, BUNDLES, tree, without_leftovers
+from support import APPS, BUNDLES, VERSION, tree, without_leftovers
 
 NAMES = {"brenna": "Kelo Brenna", "tolvi": "Kelo Tolvi", "rulo": "Kelo Rulo", "galdivane": "Kelo Galdivane"}
 
@@ -179,7 +179,7 @@ def test_hello_tells_what_is_installed_and_what_is_offered(installation):
     assert set(hello) == {"v", "type", "engineVersion", "protocolVersion", "platform", "mode", "capabilities",
                           "helpUrl", "feedbackUrl", "apps"}
     assert (hello["engineVersion"], hello["protocolVersion"], hello["platform"], hello["mode"]) == (
-        "1.0.0", 1, "macos", "offline")
+        VERSION, 1, "macos", "offline")
     assert hello["capabilities"][:6] == ["install", "update", "uninstall", "check-updates", "offline", "export-logs"]
     rows = {row["id"]: row for row in hello["apps"]}
     assert list(rows) == APPS

@@ -6,7 +6,7 @@
 
 namespace installer {
 
-inline constexpr std::string_view kEngineVersion = "1.0.0";
+extern const std::string_view kEngineVersion;  // of project() in the top CMakeLists.txt
 // Rises only when a shell written for the old number could misread the new events.
 inline constexpr std::int64_t kEngineProtocolVersion = 1;
 
