@@ -1,7 +1,7 @@
 // Starts the engine, one process per command, and gives its events. For Node and for Electron's main process.
 import { spawn, type ChildProcessWithoutNullStreams } from 'node:child_process';
 import { resolve } from 'node:path';
-import type { CommandName, EndedEvent, RunAction, ShellEvent } from './events.js';
+import type { BeganEvent, CommandName, EndedEvent, RunAction, ShellEvent } from './events.js';
 import { LineReader, parseLine } from './lines.js';
 import type { App, Command } from './types.generated.js';
 
@@ -56,6 +56,8 @@ function list(apps: readonly App[]): string {
 }
 
 const endOfErrors = 4096;
+/** How long the output may stay open, with nothing coming, after the process has ended: another process has inherited it. */
+const inheritedOutput = 1000;
 
 /**
  * A process of the engine and its events, from `shell:began` to `shell:ended`, for one `for await`. It reads the
@@ -65,26 +67,33 @@ export class EngineProcess implements AsyncIterable<ShellEvent> {
   /** What `shell:ended` says, once the output and the process have ended. Never rejects. */
   readonly ended: Promise<EndedEvent>;
 
-  protected readonly process: ChildProcessWithoutNullStreams;
+  protected process: ChildProcessWithoutNullStreams | undefined;
   private readonly queue: ShellEvent[] = [];
   private readonly reader = new LineReader();
+  private readonly silenceMilliseconds: number;
+  private readonly command: CommandName;
   private wake: () => void = () => {};
-  private silence: NodeJS.Timeout | undefined;
+  private timer: NodeJS.Timeout | undefined;
   private done = false;
   private over = false;
   private errors = '';
-  private startFailure: string | undefined;
+  private startFailure = '';
 
-  constructor(private readonly options: EngineOptions, words: readonly string[], private readonly began: ShellEvent & { type: 'shell:began' }) {
-    // A process group of its own: Ctrl-C in the shell's terminal doesn't reach it.
-    this.process = spawn(options.program, [...words, ...(options.offline ? ['--offline'] : [])], { detached: true });
-    this.process.stdout.on('data', (chunk: Buffer) => this.take(this.reader.read(chunk)));
-    this.process.stderr.on('data', (chunk: Buffer) => { this.errors = (this.errors + chunk.toString()).slice(-endOfErrors); });
-    // A cancel that meets an engine that has just ended.
-    this.process.stdin.on('error', () => {});
-    this.process.on('error', (error) => { this.startFailure ??= error.message; });
-    this.ended = new Promise((settle) => this.process.on('close', (status, signal) => settle(this.end(status, signal))));
+  constructor({ program, offline, silenceMilliseconds }: EngineOptions, words: readonly string[], began: BeganEvent) {
+    this.command = began.command;
+    this.silenceMilliseconds = silenceMilliseconds ?? 30_000;
     this.add(began);
+    this.ended = new Promise((settle) => {
+      try {
+        // A process group of its own: Ctrl-C in the shell's terminal doesn't reach it.
+        this.process = spawn(program, [...words, ...(offline ? ['--offline'] : [])], { detached: true });
+        this.listen(this.process, settle);
+      } catch (error) {
+        // Some failures of a start are thrown, others are events.
+        this.startFailure = String(error);
+        queueMicrotask(() => settle(this.end(null, null)));
+      }
+    });
   }
 
   async *[Symbol.asyncIterator](): AsyncGenerator<ShellEvent> {
@@ -97,16 +106,36 @@ export class EngineProcess implements AsyncIterable<ShellEvent> {
 
   /** Ends the process at once. For queries: they change nothing. */
   kill(): void {
-    this.process.kill('SIGKILL');
+    this.process?.kill('SIGKILL');
   }
 
   protected add(event: ShellEvent): void {
+    if (this.over) return;
     this.queue.push(event);
     this.wake();
-    clearTimeout(this.silence);
-    const milliseconds = this.options.silenceMilliseconds ?? 30_000;
-    if (event.type === 'shell:silent' || event.type === 'shell:ended') return;
-    this.silence = setTimeout(() => this.add({ type: 'shell:silent', command: this.began.command, milliseconds }), milliseconds);
+  }
+
+  private listen(process: ChildProcessWithoutNullStreams, settle: (event: EndedEvent) => void): void {
+    process.on('error', (error) => { this.startFailure = error.message; });
+    // A cancel that meets an engine that has just ended.
+    process.stdin.on('error', () => {});
+    process.stderr.on('data', (chunk: Buffer) => { this.errors = (this.errors + chunk.toString()).slice(-endOfErrors); });
+    process.stdout.on('data', (chunk: Buffer) => {
+      this.take(this.reader.read(chunk));
+      this.waitForMore(process);
+    });
+    process.on('exit', () => this.waitForMore(process));
+    process.on('close', (status, signal) => settle(this.end(status, signal)));
+    this.waitForMore(process);
+  }
+
+  private waitForMore({ exitCode, signalCode, stdout, stderr }: ChildProcessWithoutNullStreams): void {
+    clearTimeout(this.timer);
+    const gone = exitCode !== null || signalCode !== null;
+    const giveUp = () => [stdout, stderr].forEach((stream) => stream.destroy());
+    const milliseconds = this.silenceMilliseconds;
+    const tell = () => this.add({ type: 'shell:silent', command: this.command, milliseconds });
+    this.timer = gone ? setTimeout(giveUp, inheritedOutput) : setTimeout(tell, milliseconds);
   }
 
   private take(lines: readonly string[]): void {
@@ -117,15 +146,14 @@ export class EngineProcess implements AsyncIterable<ShellEvent> {
   }
 
   private end(status: number | null, signal: string | null): EndedEvent {
+    clearTimeout(this.timer);
     this.take(this.reader.end());
-    const { done, errors, startFailure } = this;
-    const started = startFailure === undefined;
-    const event: EndedEvent = {
-      type: 'shell:ended', command: this.began.command, done, status: started ? status : null, signal, errors,
-      ...(started ? {} : { startFailure }),
-    };
-    this.over = true;
+    const { command, done, errors, startFailure } = this;
+    const started = this.process?.pid !== undefined;
+    const result = started ? { status } : { status: null, startFailure };
+    const event: EndedEvent = { type: 'shell:ended', command, done, signal, errors, ...result };
     this.add(event);
+    this.over = true;
     return event;
   }
 }
@@ -137,7 +165,7 @@ export class Run extends EngineProcess {
   /** Cancels one app, or the whole run. The events tell what became of it; see `RunApp.condition`. */
   cancel(app?: App): void {
     const command: Command = { type: 'cancel', ...(app === undefined ? {} : { app }) };
-    this.process.stdin.write(`${JSON.stringify(command)}\n`);
+    this.process?.stdin.write(`${JSON.stringify(command)}\n`);
     this.addCancel(app);
   }
 
@@ -145,7 +173,7 @@ export class Run extends EngineProcess {
   terminate(): void {
     if (this.terminated) return;
     this.terminated = true;
-    this.process.kill('SIGTERM');
+    this.process?.kill('SIGTERM');
     this.addCancel(undefined);
   }
 

@@ -86,8 +86,8 @@ export function runInProgress(action: RunAction): RunState {
 
 /** The run after one of its events. */
 export function changeRun(run: RunState, event: ShellEvent): RunState {
-  const changed = changedBy({ ...run, silent: event.type === 'shell:silent' }, event);
-  return derived(changed);
+  const silent = event.type === 'shell:silent' || (run.silent && event.type === 'shell:cancel-asked');
+  return derived(changedBy({ ...run, silent }, event));
 }
 
 function changedBy(run: RunState, event: ShellEvent): RunState {
@@ -112,7 +112,7 @@ function changeApp(run: RunState, id: App, change: (app: RunApp) => RunApp): Run
 function enterStage(app: RunApp, { stage }: StageEvent): RunApp {
   const downloading = stage === 'download';
   return {
-    ...app, stage, condition: downloading && app.cancelAsked ? 'cancelling' : 'working',
+    ...app, stage, condition: downloading && app.cancelAsked ? 'cancelling' : 'working', status: null, errorCode: null,
     indeterminate: !downloading, retrying: downloading && app.stage !== null,
   };
 }
@@ -123,7 +123,7 @@ function advance(run: RunState, event: ProgressEvent): RunState {
 }
 
 function withProgress(app: RunApp, { percent, indeterminate, detailArgs }: ProgressEvent): RunApp {
-  if (app.stage === 'uninstall') return { ...app, indeterminate: true };
+  if (app.stage === 'uninstall' || app.status !== null) return app;
   const bytes = detailArgs && { downloaded: detailArgs.downloadedBytes, total: detailArgs.totalBytes };
   return {
     ...app, indeterminate, percent: Math.max(app.percent, Math.min(percent, 100)),
@@ -154,7 +154,8 @@ function wasLeftAtWork(app: RunApp): boolean {
 
 function finish(run: RunState, event: DoneEvent): RunState {
   const finished = (event.results ?? []).reduce((so, result) => changeApp(so, result.app, (app) => withResult(app, result)), run);
-  return { ...finished, phase: 'done', exitCode: event.exitCode, apps: finished.apps.map(leftAlone), percent: 100 };
+  const action = event.action as RunAction;
+  return { ...finished, action, phase: 'done', exitCode: event.exitCode, apps: finished.apps.map(leftAlone), percent: 100 };
 }
 
 function askToCancel(run: RunState, { app: name }: CancelAskedEvent): RunState {

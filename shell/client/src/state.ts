@@ -25,7 +25,7 @@ export interface AppState {
   readonly sizeBytes: number | null;
   readonly requiredBytes: number | null;
   readonly releaseNotes: ReleaseNotes | null;
-  /** What the shell may offer for it. A copy from the App Store gets no offer at all. */
+  /** What the shell may offer for it. A copy that came from elsewhere, such as the App Store, gets no offer at all. */
   readonly offers: readonly RunAction[];
   /** The installed copy came from the App Store, which alone may update or remove it. */
   readonly fromAppStore: boolean;
@@ -56,8 +56,10 @@ export interface State {
   readonly run: RunState | null;
   /** The commands whose process hasn't ended. */
   readonly underWay: readonly CommandName[];
-  /** A run has ended, well or badly: ask `hello` what is installed now. */
+  /** Ask `hello`: it wasn't asked yet, or a run has ended since. */
   readonly helloNeeded: boolean;
+  /** Ask `check-updates`: packages come from the network, and it wasn't asked yet. */
+  readonly checkNeeded: boolean;
   /** The engine speaks a newer version of the protocol: the shell must be updated. */
   readonly shellOutdated: boolean;
   /** The newest command that ended without its `done`; null again once that command begins anew. */
@@ -66,12 +68,13 @@ export interface State {
 
 export const initialState: State = {
   installer: null, apps: [], retired: null, freeBytes: null, logs: null, run: null, underWay: [],
-  helloNeeded: false, shellOutdated: false, problem: null,
+  helloNeeded: true, checkNeeded: false, shellOutdated: false, problem: null,
 };
 
 /** The state after an event. Events that it doesn't know change nothing. */
 export function next(state: State, event: ShellEvent): State {
-  const changed = changedBy(state, event);
+  const retired = 'installerRetired' in event ? event.installerRetired : undefined;
+  const changed = retire(changedBy(state, event), retired);
   return changed === state ? state : { ...changed, apps: changed.apps.map((app) => merged(app.hello, app.check, changed)) };
 }
 
@@ -104,42 +107,42 @@ function ofRun(state: State, event: ShellEvent): State {
 function begin(state: State, event: BeganEvent): State {
   const problem = state.problem?.command === event.command ? null : state.problem;
   const begun = { ...state, problem, underWay: [...state.underWay, event.command] };
-  if (event.command === 'export-logs') return { ...begun, logs: null };
-  return event.command === 'run' ? { ...begun, run: beginRun(event, state.apps.map((app) => app.id)) } : begun;
+  switch (event.command) {
+    case 'hello': return { ...begun, helloNeeded: false };
+    case 'check-updates': return { ...begun, checkNeeded: false };
+    case 'export-logs': return { ...begun, logs: null };
+    case 'run': return { ...begun, run: beginRun(event, state.apps.map((app) => app.id)) };
+    default: return begun;
+  }
 }
 
 function end(state: State, event: EndedEvent): State {
-  const first = state.underWay.indexOf(event.command);
-  const ended = {
-    ...state, underWay: state.underWay.filter((_, index) => index !== first),
-    helloNeeded: state.helloNeeded || event.command === 'run', problem: event.done ? state.problem : event,
-  };
-  if (event.done) return ended;
-  if (event.command === 'export-logs') return { ...ended, logs: { path: null, errorCode: null } };
-  if (event.command !== 'run' || !state.run) return ended;
-  return { ...ended, run: changeRun(state.run, event) };
+  const { command, done } = event;
+  const first = state.underWay.indexOf(command);
+  const ended = { ...state, underWay: state.underWay.filter((_, index) => index !== first), problem: done ? state.problem : event };
+  if (command === 'export-logs' && !done) return { ...ended, logs: { path: null, errorCode: null } };
+  return command === 'run' ? { ...ofRun(ended, event), helloNeeded: true } : ended;
 }
 
 function greet(state: State, event: HelloEvent): State {
   const { engineVersion, mode, capabilities, helpUrl, feedbackUrl } = event;
   const checks = new Map(state.apps.map((app) => [app.id, app.check]));
-  const greeted = {
-    ...state, helloNeeded: false, installer: { engineVersion, mode, capabilities, helpUrl, feedbackUrl },
+  const checkable = mode === 'online' && capabilities.includes('check-updates');
+  return {
+    ...state, installer: { engineVersion, mode, capabilities, helpUrl, feedbackUrl },
+    checkNeeded: state.installer ? state.checkNeeded : checkable,
     apps: event.apps.map((row) => merged(row, checks.get(row.id) ?? null, state)),
   };
-  return retire(greeted, event.installerRetired);
 }
 
 function check(state: State, event: UpdateCheckResultEvent): State {
   const rows = new Map(event.apps.map((row) => [row.id, row]));
-  const apps = state.apps.map((app) => ({ ...app, check: rows.get(app.id) ?? app.check }));
-  const found = event.apps.some((row) => row.latestVersion !== undefined);
-  return retire(found ? sourceFound({ ...state, apps }) : { ...state, apps }, event.installerRetired);
+  const checked = { ...state, apps: state.apps.map((app) => ({ ...app, check: rows.get(app.id) ?? app.check })) };
+  return event.apps.some((row) => row.latestVersion !== undefined) ? sourceFound(checked) : checked;
 }
 
 function finish(state: State, event: DoneEvent): State {
-  if (!event.results) return retire(state, event.installerRetired);
-  return retire(event.results.reduce(take, ofRun(state, event)), event.installerRetired);
+  return event.results ? event.results.reduce(take, ofRun(state, event)) : state;
 }
 
 /** After a success no update is on offer any more, and the source of the packages is there. */
@@ -178,8 +181,8 @@ function merged(hello: CatalogApp, check: UpdateCheckEntry | null, state: State)
 function offersFor(hello: CatalogApp, check: UpdateCheckEntry | null, state: State): RunAction[] {
   const can = (action: RunAction) => state.installer?.capabilities.includes(action) === true
     && (action === 'uninstall' || state.retired?.reason !== 'expired');
-  if (hello.source === 'appstore') return [];
   if (hello.source === null) return (['install'] as const).filter(can);
+  if (hello.source !== 'direct') return [];
   const known = check?.latestVersion !== undefined && check.latestVersion === hello.installedVersion;
   const update = !known && (check?.updateAvailable ?? hello.updateAvailable);
   return (update ? ['update', 'uninstall'] as const : ['uninstall'] as const).filter(can);

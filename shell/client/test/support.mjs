@@ -1,5 +1,6 @@
 // What the tests of the client share. The package is tested as it was built.
-import { readFileSync } from 'node:fs';
+import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { fileURLToPath, pathToFileURL } from 'node:url';
 
@@ -8,12 +9,50 @@ export const packageFolder = process.env.KELO_SHELL_CLIENT ?? join(project, 'bui
 export const client = await import(pathToFileURL(join(packageFolder, 'dist/esm/index.js')));
 export const transcripts = join(project, 'protocol/transcripts');
 
+/** The lines of a transcript. */
+export function lines(name) {
+  return readFileSync(join(transcripts, `${name}.jsonl`), 'utf8').trimEnd().split('\n');
+}
+
 /** The events of a transcript. */
-export function after(name) {
-  return readFileSync(join(transcripts, `${name}.jsonl`), 'utf8').trimEnd().split('\n').map(client.parseLine);
+export function events(name) {
+  return lines(name).map(client.parseLine);
 }
 
 /** The states after each of these events. */
-export function play(events, state = client.initialState) {
-  return events.map((event) => (state = client.next(state, event)));
+export function play(list, state = client.initialState) {
+  return list.map((event) => (state = client.next(state, event)));
+}
+
+/** app -> condition. */
+export function conditions(state) {
+  return Object.fromEntries(state.run.apps.map((app) => [app.id, app.condition]));
+}
+
+/** A folder that is gone after the test. */
+export function folder(t) {
+  const made = mkdtempSync(join(tmpdir(), 'kelo-client-'));
+  t.after(() => rmSync(made, { recursive: true, force: true }));
+  return made;
+}
+
+/** The executable of an engine that plays `plan`: subcommand -> steps, see player.mjs. */
+export function player(t, plan) {
+  const place = folder(t);
+  const program = join(place, 'engine-cli');
+  writeFileSync(join(place, 'plan.json'), JSON.stringify(plan));
+  const script = fileURLToPath(new URL('player.mjs', import.meta.url));
+  writeFileSync(program, `#!/bin/sh\nexec '${process.execPath}' '${script}' '${place}/plan.json' "$@"\n`, { mode: 0o755 });
+  return program;
+}
+
+/** Takes every event of a command; `react` sees each one with the state after it. */
+export async function follow(command, state = client.initialState, react = () => {}) {
+  const taken = [];
+  for await (const event of command) {
+    state = client.next(state, event);
+    taken.push(event);
+    react(event, state);
+  }
+  return { events: taken, state };
 }
