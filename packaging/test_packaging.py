@@ -1,9 +1,11 @@
 """What the repository says of itself to others, and what `cmake --install` gives to users."""
 
+import json
 import os
 import pathlib
 import plistlib
 import re
+import shutil
 import subprocess
 
 import pytest
@@ -61,3 +63,66 @@ def test_the_installed_bundle_states_the_version_and_lacks_nothing(installed):
         "codesign", "ditto", "hdiutil", "lsregister", "open", "spctl", "xattr"]
     for page in ("man/man1/engine-cli.1", "bash-completion/completions/engine-cli", "zsh/site-functions/_engine-cli"):
         assert (installed / "share" / page).is_file(), page
+
+
+# The shell commands of macOS that packaging/macos/smoke.sh uses and the installed counterparts lack.
+MAKERS = {
+    "hdiutil": 'if [ "$1" = create ]; then shift; exec "{lab}/lab-diskimage" --volume-name "$3" "$5" "$8"; fi',
+    "codesign": 'if [ "$1" = --force ]; then exec "{lab}/lab-sign" sign --variant ad-hoc "$4"; fi',
+    "xattr": "",
+}
+
+
+@pytest.fixture
+def mac_like(installed, tmp_path):
+    """The environment of smoke.sh with lab programs in its PATH, and the built bundle signed ad hoc."""
+    programs = installed / "lib/Kelo-Desk-Installer.app/Contents/Resources/programs"
+    for name, maker in MAKERS.items():
+        (tmp_path / name).write_text(f'#!/bin/sh\n{maker.format(lab=BUILD / "lab/bin")}\nexec "{programs / name}" "$@"\n')
+        (tmp_path / name).chmod(0o755)
+    subprocess.run([BUILD / "lab/bin/lab-sign", "make-macho", tmp_path / "Brenna"], check=True)
+    app = tmp_path / "Kelo-Desk-Installer.app"
+    shutil.copytree(installed / "lib/Kelo-Desk-Installer.app", app)
+    (app / "Contents/Resources/linux_host.json").write_text(json.dumps({"root": str(tmp_path / "machine")}))
+    subprocess.run([BUILD / "lab/bin/lab-sign", "sign", "--variant", "ad-hoc", app], check=True)
+    (tmp_path / "tmp").mkdir()
+    environment = {**os.environ, "PATH": f"{tmp_path}:/usr/bin:/bin", "TMPDIR": str(tmp_path / "tmp")}
+    return lambda: subprocess.run([ROOT / "packaging/macos/smoke.sh", app, tmp_path / "Brenna"], env=environment,
+                                  capture_output=True, text=True)
+
+
+def test_what_a_mac_tries_by_itself_passes_with_the_counterparts(mac_like):
+    done = mac_like()
+    assert (done.returncode, done.stdout.splitlines()[-1:]) == (0, ["ok: all"]), done.stdout + done.stderr
+
+
+@pytest.mark.parametrize("program, said", [
+    ("codesign", "failed: the signature of the bundle as it was built"),
+    ("xattr", "failed: the installed application is in quarantine"),
+    ("hdiutil", "failed: the image is still attached"),
+])
+def test_what_a_mac_tries_by_itself_can_fail(mac_like, tmp_path, program, said):
+    spoilt = {"codesign": "[ $1 != --verify ] || exit 1", "xattr": '[ "$1" != -r ] || echo com.apple.quarantine',
+              "hdiutil": '[ "$1" != info ] || echo "$TMPDIR"/*'}
+    (tmp_path / program).write_text((tmp_path / program).read_text().replace("#!/bin/sh\n", f"#!/bin/sh\n{spoilt[program]}\n"))
+    done = mac_like()
+    assert done.returncode == 1 and said in done.stderr, done.stdout + done.stderr
+
+
+def test_the_workflow_names_scripts_and_presets_that_exist():
+    text = (ROOT / ".github/workflows/ci.yml").read_text()
+    scripts = re.findall(r"run: (\S*/\S+)", text)
+    assert {".ci/run", "./dev", "packaging/macos/smoke.sh"} == set(scripts)
+    assert all(os.access(ROOT / script, os.X_OK) for script in scripts)
+    presets = {preset["name"] for preset in json.loads((ROOT / "CMakePresets.json").read_text())["configurePresets"]}
+    assert {f"macos-{processor}" for processor in re.findall(r"processor: (\w+)", text)} <= presets
+
+
+@pytest.mark.parametrize("processor, homebrew", [("arm64", "/opt/homebrew"), ("x86_64", "/usr/local")])
+def test_on_a_mac_the_preset_looks_in_homebrews_folder_and_warnings_stop_nothing(tmp_path, processor, homebrew):
+    probe = tmp_path / "probe.cmake"
+    probe.write_text(f'set(CMAKE_HOST_SYSTEM_NAME Darwin)\nset(KELO_MACOS_ARCHITECTURE {processor})\n'
+                     f'include("{ROOT}/cmake/toolchains/macos.cmake")\n'
+                     'message("${CMAKE_OSX_ARCHITECTURES} ${CMAKE_PREFIX_PATH} ${KELO_WERROR}")\n')
+    told = subprocess.run(["cmake", "-P", probe], check=True, capture_output=True, text=True).stderr
+    assert told.strip() == f"{processor} {homebrew};{homebrew}/opt/openssl@3 OFF"

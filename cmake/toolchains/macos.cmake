@@ -7,6 +7,14 @@ set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KELO_MACOS_ARCHITECTURE KELO_ZIG)
 if(CMAKE_HOST_SYSTEM_NAME STREQUAL "Darwin")
   set(CMAKE_OSX_DEPLOYMENT_TARGET 12.0 CACHE STRING "")
   set(CMAKE_OSX_ARCHITECTURES ${KELO_MACOS_ARCHITECTURE} CACHE STRING "")
+  # Homebrew has a folder for each processor, and keeps OpenSSL out of the usual places.
+  set(HOMEBREW /opt/homebrew)
+  if(KELO_MACOS_ARCHITECTURE STREQUAL "x86_64")
+    set(HOMEBREW /usr/local)
+  endif()
+  list(APPEND CMAKE_PREFIX_PATH ${HOMEBREW} ${HOMEBREW}/opt/openssl@3)
+  # The SDK's own headers haven't been compiled with these warnings yet.
+  set(KELO_WERROR OFF CACHE BOOL "Treat warnings as errors")
   return()
 endif()
 
