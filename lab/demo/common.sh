@@ -1,4 +1,7 @@
 # What every part of the demo uses. Sourced, not run.
+# shellcheck shell=bash
+# demo.sh sets the variables that aren't set here.
+# shellcheck disable=SC2154
 
 title() { printf '\n\033[1;36m== %s\033[0m\n' "$*"; }
 tell() { printf '\033[2m%s\033[0m\n' "$*"; }

@@ -1,4 +1,7 @@
 # The offline road: four apps from disk images beside the installer. Sourced by demo.sh.
+# shellcheck shell=bash
+# demo.sh sets the variables that aren't set here.
+# shellcheck disable=SC2154
 part=$demo/offline
 root=$part/machine
 
@@ -10,7 +13,7 @@ for version in 1.0 2.0; do
     --machine "$root" --version "$version" --output "$part/installer-$version"
 done
 tell "the images: $part/installer-1.0/Kelo-Desk-Installer.app/Contents/Resources/packages"
-ls -lh "$part/installer-1.0/Kelo-Desk-Installer.app/Contents/Resources/packages" | tail -n +2
+(cd "$part/installer-1.0/Kelo-Desk-Installer.app/Contents/Resources/packages" && ls -lh -- *)
 
 title "Installing version 1.0"
 play "$part/installer-1.0" run --action install --offline

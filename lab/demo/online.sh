@@ -1,4 +1,7 @@
 # The online road: a real CDN on loopback, over TLS, under its real names. Sourced by demo.sh.
+# shellcheck shell=bash
+# demo.sh sets the variables that aren't set here.
+# shellcheck disable=SC2154
 part=$demo/online
 root=$part/machine
 team=QX7M4R2V9D

@@ -1,4 +1,7 @@
 # What happens to packages that aren't what they claim to be. Sourced by demo.sh.
+# shellcheck shell=bash
+# demo.sh sets the variables that aren't set here.
+# shellcheck disable=SC2154
 part=$demo/signatures
 root=$part/machine
 team=QX7M4R2V9D

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Completion of engine-cli for bash, 3.2 and later. Source it, or install it where bash-completion looks.
 # It never starts the engine: every start leaves lines in the log.
 

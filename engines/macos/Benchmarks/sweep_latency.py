@@ -21,7 +21,7 @@ import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "Tests" / "EndToEnd"))
-import hostile_cdn  # noqa: E402
+import hostile_cdn
 
 HOST = "cdn.kelo.example"
 APPS = {"brenna": "x64", "tolvi": "universal", "rulo": "universal", "galdivane": "x64"}

@@ -347,7 +347,7 @@ def test_in_batches_the_report_keeps_what_earlier_batches_did_and_what_is_still_
     assert told["status"] == 4 and counts(told, "second") == {"unreachable": 1}
     assert {host: entry["verdict"] for host, entry in pretenders.report.items()} == {
         "first": "ok", "second": "unreachable", "third": "not_begun"}
-    table = [result for result in told["results"] if result["task"].endswith("Report per host and app")][0]["result"]["msg"]
+    table = next(result for result in told["results"] if result["task"].endswith("Report per host and app"))["result"]["msg"]
     assert [line.split() for line in table[1:]] == [["first", "ok", "brenna", "current", "2.0"], ["second", "not", "begun"],
                                                     ["third", "not", "begun"]]
     pretenders.play(hosts=["first", "third"], serial=1, kelo_desk_apps=["brenna"])
@@ -393,7 +393,8 @@ def test_the_summary_is_read_as_it_is_written(reading, messages, wanted):
     (0, ["current"], "ok"), (0, ["installed"], "changed"), (0, ["no result"], "failed"), (0, [], "ok"),
     (1, ["installed", "failed"], "failed"), (2, [], "failed"), (3, [], "failed"), (4, ["failed"], "failed"),
     (5, [], "no_network"), (None, ["current"], "ok"), (None, ["no answer", "no answer"], "no_network"),
-    (None, ["no answer", "current"], "failed"), (0, ["absent afterwards"], "failed"), (None, ["not offered"], "failed"), (-9, [], "failed"), (78, [], "failed"),
+    (None, ["no answer", "current"], "failed"), (0, ["absent afterwards"], "failed"), (None, ["not offered"], "failed"),
+    (-9, [], "failed"), (78, [], "failed"),
 ])
 def test_the_verdict_follows_the_exit_status(reading, status, words, wanted):
     apps = {str(number): {"status": word, "changed": word == "installed"} for number, word in enumerate(words)}

@@ -9,12 +9,12 @@ import sys
 
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
 
-import compare  # noqa: E402
-import headers  # noqa: E402
-import homes  # noqa: E402
-import sources  # noqa: E402
-import stubs  # noqa: E402
-from description import Description  # noqa: E402
+import compare
+import headers
+import homes
+import sources
+import stubs
+from description import Description
 
 ROOT = pathlib.Path(__file__).resolve().parents[3]
 PLATFORM = "engines/macos/Sources/SharedInstallerLib/Platform"

@@ -81,7 +81,7 @@ class Comparison:
         if isinstance(theirs, tuple) and theirs[0] == "block":
             return (isinstance(ours, tuple) and ours[0] == "block" and self._same(declared, ours[1], theirs[1])
                     and len(ours[2]) == len(theirs[2])
-                    and all(self._same(declared, *pair) for pair in zip(ours[2], theirs[2])))
+                    and all(self._same(declared, *pair) for pair in zip(ours[2], theirs[2], strict=True)))
         if isinstance(ours, tuple) and ours[0] == NUMBER:
             if isinstance(theirs, tuple):
                 return theirs[0] == "enum" and theirs[1] in ours[1]
@@ -93,7 +93,7 @@ class Comparison:
         if len(our_parameters) != len(their_parameters):
             self._problem(declared, f"{declared.name} takes {len(their_parameters)} arguments, not {len(our_parameters)}")
             return
-        for index, (mine, right) in enumerate(zip(our_parameters, their_parameters), 1):
+        for index, (mine, right) in enumerate(zip(our_parameters, their_parameters, strict=True), 1):
             if not self._same(declared, mine, right):
                 self._problem(declared, f"argument {index} of {declared.name} is {shown(right)}, not {shown(mine)}")
         if not self._same(declared, our_result, their_result):

@@ -5,6 +5,7 @@ import pathlib
 import re
 import tempfile
 from dataclasses import dataclass, field
+from typing import ClassVar
 
 from clang import cindex
 from clang.cindex import CursorKind, TypeKind
@@ -118,7 +119,7 @@ class Reader:
         kind = self._type(declaration.underlying_typedef_type)
         if kind == POINTER and name.endswith("Ref"):
             return OBJECT
-        if kind != NUMBER and kind[0] != NUMBER or self._path(declaration.location) not in self._paths:
+        if (kind != NUMBER and kind[0] != NUMBER) or self._path(declaration.location) not in self._paths:
             return kind
         return (NUMBER, (name, *(kind[1] if kind != NUMBER else ())))
 
@@ -180,7 +181,7 @@ class Reader:
     def _category(self, cursor):
         self._into.errors.append(f"{self._where(cursor.location)}: a category isn't compared with anything")
 
-    READERS = {
+    READERS: ClassVar = {
         CursorKind.OBJC_INTERFACE_DECL: _interface, CursorKind.OBJC_PROTOCOL_DECL: _interface,
         CursorKind.OBJC_PROPERTY_DECL: _property, CursorKind.OBJC_INSTANCE_METHOD_DECL: _method,
         CursorKind.OBJC_CLASS_METHOD_DECL: _method, CursorKind.TYPEDEF_DECL: _typedef,

@@ -9,7 +9,7 @@ import pathlib
 import sys
 
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "executable"))
-import macho  # noqa: E402
+import macho
 
 MAGIC = (b"\xcf\xfa\xed\xfe", b"\xca\xfe\xba\xbe")  # one architecture, several
 

@@ -8,9 +8,9 @@ import collections
 import difflib
 import re
 
-IMPLEMENTATION = re.compile(r"^@implementation (\w+)(.*?)^@end", re.M | re.S)
-INTERFACE = re.compile(r"^@interface (\w+) : (\w+)(?: <([\w, ]+)>)?", re.M)
-METHOD = re.compile(r"^([-+]) \([^\n{;]*?\)(\w[^{;]*?)\s*\{", re.M | re.S)
+IMPLEMENTATION = re.compile(r"^@implementation (\w+)(.*?)^@end", re.MULTILINE | re.DOTALL)
+INTERFACE = re.compile(r"^@interface (\w+) : (\w+)(?: <([\w, ]+)>)?", re.MULTILINE)
+METHOD = re.compile(r"^([-+]) \([^\n{;]*?\)(\w[^{;]*?)\s*\{", re.MULTILINE | re.DOTALL)
 LITERAL = re.compile(r'(?:@selector\(|NSSelectorFromString\(@")([\w:]+)|"(NS[A-Z]\w+)"')
 
 # Members that the compiler calls for the language's own forms.

@@ -10,7 +10,7 @@ import re
 CLASS = "_OBJC_CLASS_$_"
 # What the compiler calls without our having said so, and the root of all classes.
 BY_THE_COMPILER = re.compile(r"_objc_\w+|__objc_empty_cache|___CFConstantStringClassReference|_OBJC_CLASS_\$_NSObject")
-LIST = re.compile(r"^\s*(?:- )?(symbols|objc-classes):\s*\[([^\]]*)\]", re.M)
+LIST = re.compile(r"^\s*(?:- )?(symbols|objc-classes):\s*\[([^\]]*)\]", re.MULTILINE)
 
 
 def entries(stubs):
@@ -24,7 +24,7 @@ def entries(stubs):
 
 
 def _linked(name, sources):
-    return re.search(rf"\[{name}\b|^@interface \w+ : {name}\b", sources, re.M)
+    return re.search(rf"\[{name}\b|^@interface \w+ : {name}\b", sources, re.MULTILINE)
 
 
 def check(stubs, declarations, sources):

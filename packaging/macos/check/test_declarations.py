@@ -31,11 +31,11 @@ def test_the_reader_of_our_headers_finds_what_they_declare():
     found = headers.read(check_declarations.part(texts, "packaging/macos/include", ".h")).found
     text = "\n".join(check_declarations.part(texts, "packaging/macos/include", ".h").values())
     counted = {
-        "class": len(re.findall(r"^@interface", text, re.M)),
-        "protocol": len(re.findall(r"^@protocol", text, re.M)),
-        "member": len(re.findall(r"^(?:[-+] \(|@property)", text, re.M)),
-        "constant": len(re.findall(r"^extern [^(\n]*;", text, re.M)),
-        "typedef": len(re.findall(r"^typedef [^{\n]*;", text, re.M)),
+        "class": len(re.findall(r"^@interface", text, re.MULTILINE)),
+        "protocol": len(re.findall(r"^@protocol", text, re.MULTILINE)),
+        "member": len(re.findall(r"^(?:[-+] \(|@property)", text, re.MULTILINE)),
+        "constant": len(re.findall(r"^extern [^(\n]*;", text, re.MULTILINE)),
+        "typedef": len(re.findall(r"^typedef [^{\n]*;", text, re.MULTILINE)),
     }
     assert {kind: sum(each.kind == kind for each in found) for kind in counted} == counted
 
@@ -181,7 +181,7 @@ MISTAKES = [
 ]
 
 
-@pytest.mark.parametrize(("path", "old", "new", "said"), MISTAKES, ids=[row[3][:70] for row in MISTAKES])
+@pytest.mark.parametrize("path, old, new, said", MISTAKES, ids=[row[3][:70] for row in MISTAKES])
 def test_a_mistake_is_found(description, seen, path, old, new, said):
     texts = check_declarations.files()
     assert texts[path].count(old) == 1, f"{old!r} doesn't stand once in {path}"

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """check_executable.py EXECUTABLE STUBS LIBSYSTEM [FORBIDDEN...]: looks into the linked engine, without a Mac.
 
-Both architectures, macOS 12.0 at least, position-independent, with an LC_UUID, exactly the libraries of the stubs below STUBS and the system's own one
-(LIBSYSTEM is its stub), and every symbol that is missing in it found in the very library that it is bound to.
-None of the texts FORBIDDEN, such as the folder of the build, may stand in it.
+Checks that it has both architectures, requires macOS 12.0 at least, is position-independent, has an LC_UUID, and links
+exactly the libraries of the stubs below STUBS and the system's own (LIBSYSTEM is its stub); that every undefined symbol
+is found in the library that it is bound to; and that it contains none of the texts FORBIDDEN, such as the build folder.
 """
 
 import pathlib

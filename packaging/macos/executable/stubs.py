@@ -2,12 +2,12 @@
 
 import re
 
-DOCUMENT = re.compile(r"^--- !tapi-tbd\n(.*?)(?=^--- !tapi-tbd\n|^\.\.\.|\Z)", re.M | re.S)
-INSTALL_NAME = re.compile(r"^install-name:\s*'?([^'\n]+?)'?$", re.M)
-SECTION = re.compile(r"^(exports|reexports):\n(.*?)(?=^\S|\Z)", re.M | re.S)
-GROUP = re.compile(r"- targets:\s*\[([^\]]*)\]\n(.*?)(?=^\s*- targets:|\Z)", re.M | re.S)
+DOCUMENT = re.compile(r"^--- !tapi-tbd\n(.*?)(?=^--- !tapi-tbd\n|^\.\.\.|\Z)", re.MULTILINE | re.DOTALL)
+INSTALL_NAME = re.compile(r"^install-name:\s*'?([^'\n]+?)'?$", re.MULTILINE)
+SECTION = re.compile(r"^(exports|reexports):\n(.*?)(?=^\S|\Z)", re.MULTILINE | re.DOTALL)
+GROUP = re.compile(r"- targets:\s*\[([^\]]*)\]\n(.*?)(?=^\s*- targets:|\Z)", re.MULTILINE | re.DOTALL)
 LIST = re.compile(r"(symbols|weak-symbols|objc-classes|thread-local-symbols):\s*\[([^\]]*)\]")
-REEXPORTED = re.compile(r"^reexported-libraries:\n(.*?)(?=^[a-z]\S*:|\Z)", re.M | re.S)
+REEXPORTED = re.compile(r"^reexported-libraries:\n(.*?)(?=^[a-z]\S*:|\Z)", re.MULTILINE | re.DOTALL)
 WORD = re.compile(r"'([^']*)'|([^\s,\[\]']+)")
 CLASS_SYMBOLS = ("_OBJC_CLASS_$_", "_OBJC_METACLASS_$_")
 
@@ -42,7 +42,7 @@ def read(text, architecture):
     for listed in REEXPORTED.findall(documents[0]):
         passed_on &= set(words(listed))
     symbols = symbols_of(documents[0], architecture)
-    for name, document in zip(names, documents):
+    for name, document in zip(names, documents, strict=True):
         if name in passed_on:
             symbols |= symbols_of(document, architecture)
     return names[0], symbols

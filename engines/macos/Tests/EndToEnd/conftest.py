@@ -9,8 +9,8 @@ import pytest
 
 sys.path.insert(0, os.path.dirname(__file__))
 
-from prompt_server import PromptServer  # noqa: E402
-from support import ENGINE, LAB, RUNNING_AS_ROOT, Installation  # noqa: E402
+from prompt_server import PromptServer
+from support import ENGINE, LAB, RUNNING_AS_ROOT, Installation
 
 
 @pytest.fixture(scope="session")

@@ -57,7 +57,7 @@ import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[4] / "lab" / "cdn"))
-import authority  # noqa: E402
+import authority
 
 CHUNK = 64 * 1024
 
@@ -126,10 +126,9 @@ class Answer:
     def _part(self, request):
         mode = self.plan.get("ranges", "honour")
         first = request.first_byte
-        total = len(self.body)
         if first is None:
             if self.plan.get("unasked"):
-                self._partial(1, total - 1, total)
+                self._partial(1, len(self.body) - 1, len(self.body))
             return
         if isinstance(mode, int):
             self.status, self.body = mode, b""
@@ -137,9 +136,13 @@ class Answer:
         agrees = request.fields.get("if-range", self.etag) == self.etag
         if mode == "ignore" or (mode == "honour" and not agrees):
             return
-        if mode == "honour" and first >= total:
+        if mode == "honour" and first >= len(self.body):
             self.status, self.body = 416, b""
             return
+        self._distorted_part(mode, first)
+
+    def _distorted_part(self, mode, first):
+        total = len(self.body)
         last = total - 1
         if mode == "wrongStart":
             first = first // 2
@@ -242,10 +245,8 @@ class Handler(socketserver.BaseRequestHandler):
     def _reset(connection):
         # What was sent is to arrive before the reset does.
         connection.settimeout(0.2)
-        try:
+        with contextlib.suppress(OSError):
             connection.recv(1)
-        except OSError:
-            pass
         connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
         socket.socket(fileno=connection.detach()).close()
 
@@ -318,10 +319,8 @@ class HostileCDN:
     def wait_at_gate(self, name, count):
         with self._lock:
             gate = self._gates.setdefault(name, threading.Barrier(count))
-        try:
+        with contextlib.suppress(threading.BrokenBarrierError):
             gate.wait(30)
-        except threading.BrokenBarrierError:
-            pass
 
     def requests_for(self, path):
         with self._lock:
@@ -331,7 +330,7 @@ class HostileCDN:
     def host_settings(self):
         """What linux_host.json needs to reach this server under its names."""
         return {"extraCertificateAuthority": str(self.authority),
-                "hostAddresses": {name: f"127.0.0.1:{self.port}" for name in self.names}}
+                "hostAddresses": dict.fromkeys(self.names, f"127.0.0.1:{self.port}")}
 
     def __enter__(self):
         self._thread.start()

@@ -4,6 +4,7 @@ Everything lies in a fresh folder that an unprivileged user can reach, because t
 whenever the suite itself runs as root: root is refused nothing, so root can't show a refusal.
 """
 
+import contextlib
 import json
 import os
 import pathlib
@@ -168,10 +169,8 @@ class Session:
 
     def finish(self):
         """Closes standard input, reads to the end and gives the Run."""
-        try:
+        with contextlib.suppress(BrokenPipeError):
             self.process.stdin.close()
-        except BrokenPipeError:
-            pass
         self.process.wait(timeout=HANG)
         for reader in self._readers:
             reader.join(timeout=HANG)

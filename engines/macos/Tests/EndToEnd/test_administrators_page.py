@@ -10,7 +10,7 @@ import shutil
 import subprocess
 
 import pytest
-from command_surface import HOME
+from command_surface import HOME, exit_codes
 from support import BUILD, HANG, LAB, give_away, unprivileged
 
 PAGE = (HOME / "protocol/administrators.md").read_text()
@@ -235,13 +235,12 @@ def test_a_stranger_can_type_the_page_in_at_a_desk(tmp_path):
     typed = typed.replace("kelo-sweep;", "publish-2.0; kelo-sweep;", 1)
     shown = [line for block in blocks_of("console") for _, answer in commands(block) for line in answer]
     done = subprocess.run([HOME / "lab/demo/desk.sh", BUILD, tmp_path / "desk", "bash"], input=typed, text=True,
-                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=HANG, env={"PATH": "/usr/bin:/bin", "LC_ALL": "C.UTF-8"})
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=HANG,
+                          env={"PATH": "/usr/bin:/bin", "LC_ALL": "C.UTF-8"})
     answers = done.stdout.replace(str(tmp_path / "desk/anna"), "/Users/anna").splitlines()
     assert same_times(answers) == same_times(shown)
 
 
 def test_every_status_has_its_row(installation):
-    from command_surface import exit_codes
-
     rows = re.findall(r"^\| (\d) \| .+ \| (.+) \|$", PAGE, re.MULTILINE)
     assert [int(code) for code, _ in rows] == exit_codes(installation("2.0"))

@@ -140,7 +140,7 @@ def test_two_engines_at_once_keep_their_log_lines_whole(installation):
     for session in sessions:
         assert session.finish().status == 0
     for line in machine.log.splitlines():
-        assert line.startswith("[") or line.startswith("  "), line
+        assert line.startswith(("[", "  ")), line
     assert machine.log.count("] engine-cli launching — ") == 4
 
 

@@ -214,7 +214,8 @@ def full_disk(machine, _):
 HELLO = ("hello",)
 SILENT_UNINSTALL = ("--silent", "--mode", "uninstall", "--apps", "rulo")
 NO_PKEXEC = "“pkexec” couldn’t be started: No such file or directory (NSCocoaErrorDomain 4, /usr/bin/pkexec)"
-NO_MOVE = "could not stage Kelo Rulo out of {}/Kelo Rulo.app: “Kelo Rulo.app” couldn’t be moved: Permission denied (NSCocoaErrorDomain 513, "
+NO_MOVE = ("could not stage Kelo Rulo out of {}/Kelo Rulo.app: “Kelo Rulo.app” couldn’t be moved: "
+           "Permission denied (NSCocoaErrorDomain 513, ")
 OFFLINE = [
     fault("a-wrong-digest", ["Checksum verification FAILED — calculated: ", "…, expected: 00000000…"], promise(checksum="0" * 64)),
     fault("a-short-digest", ["Expected checksum length invalid (expected 64, got 3)"], promise(checksum="abc")),
@@ -223,8 +224,8 @@ OFFLINE = [
     fault("an-unreadable-image", ["Permission denied (NSCocoaErrorDomain 257, {resources}/packages/rulo_installer.dmg)"],
           unreadable_image, root=True),
     fault("an-unknown-digest-algorithm", ["'crc32'"], promise(checksumAlgorithm="crc32")),
-    fault("garbage-instead-of-an-image", ["hdiutil attach failed with exit code 1", "attach failed - image not recognized: it has no UDIF trailer"],
-          garbage_image),
+    fault("garbage-instead-of-an-image",
+          ["hdiutil attach failed with exit code 1", "attach failed - image not recognized: it has no UDIF trailer"], garbage_image),
     fault("an-image-without-an-app", ["No .app bundle found in DMG", '["Read me.txt"]'], other_content()),
     fault("an-image-with-two-other-apps", ['carries 2 app bundles, none with the expected identifier com.kelo.rulo: ["A.app", "B.app"]'],
           other_content("A.app", "B.app")),
@@ -244,7 +245,8 @@ OFFLINE = [
           installed_in_closed_folder, command=UNINSTALL, root=True),
     fault("a-silent-removal-without-rights", [NO_MOVE.format("{applications}"), 'detail="Cannot remove Kelo Rulo: permission denied.'],
           installed_in_closed_folder, command=SILENT_UNINSTALL, root=True),
-    fault("a-nested-folder-of-the-administrators", ["Contents/Locked is not writable — an unprivileged delete of Kelo Rulo would stop partway"],
+    fault("a-nested-folder-of-the-administrators",
+          ["Contents/Locked is not writable — an unprivileged delete of Kelo Rulo would stop partway"],
           installed_with_closed_folder_inside, command=SILENT_UNINSTALL, root=True),
     fault("a-dismissed-prompt", ["DMGInstaller: admin authorization dismissed by the user"],
           prompted("dismiss", installed_in_closed_folder), command=UNINSTALL, root=True),
@@ -297,7 +299,7 @@ def test_a_fault_offline_names_its_cause(installation, prompt, tmp_path, arrange
 # What isn't signed as it should be.
 
 def repacked(*arguments, **options):
-    return lambda machine, repackage: repackage(machine, *arguments, **options)
+    return lambda machine, package: package(machine, *arguments, **options)
 
 
 def without_authority(machine, _):
@@ -330,8 +332,8 @@ SIGNED = {
     "an-authority-that-nobody-named": (without_authority, ["root certificate isn't trusted"]),
     "a-copy-that-is-altered": (altered_copy, ["the installed copy at {applications}/Kelo Rulo.app does not satisfy the signing requirement",
                                               "a sealed resource has been modified: ", "payload.bin"]),
-    "no-codesign": (lambda machine, _: without("codesign")(machine, _),
-                    ["Error evaluating the signing requirement: “codesign” couldn’t be started: No such file or directory (NSCocoaErrorDomain 4, "]),
+    "no-codesign": (without("codesign"), ["Error evaluating the signing requirement: “codesign” couldn’t be started: "
+                                          "No such file or directory (NSCocoaErrorDomain 4, "]),
 }
 
 
@@ -346,6 +348,9 @@ def test_a_refused_signature_names_its_cause(signed, repackage, name):  # noqa: 
 
 
 # A CDN that misbehaves.
+
+BUSY = {"status": 503, "text": "busy"}
+
 
 def answers(path, *plans):
     return lambda stage: stage.cdn.on(path, *plans)
@@ -383,7 +388,7 @@ def online_workshop(tmp_path_factory):
 
 
 ONLINE_FAULTS = {
-    "an-error-status": (answers(PACKAGE, {"status": 503, "text": "busy"}), ["download for Kelo Brenna returned HTTP 503"]),
+    "an-error-status": (answers(PACKAGE, BUSY), ["download for Kelo Brenna returned HTTP 503"]),
     "a-page-instead-of-the-image": (answers(PACKAGE, {"text": "<html>log in</html>"}), ["Checksum verification FAILED"]),
     "a-broken-connection": (lambda stage: stage.package(stage.image(closeAt=1000), stage.image()),
                             ["Network error detected: NSURLErrorDomain code -1005: ", "Retrying download in 5s (attempt 1/3)"]),
@@ -406,9 +411,9 @@ ONLINE_FAULTS = {
     "metadata-without-a-digest": (metadata(checksum=None), ["checksum is unusable (algorithm 'sha256', checksum absent)"]),
     "metadata-without-a-destination": (metadata(destination=None), ["meta.json for Kelo Brenna has no 'destination'"]),
     "a-destination-outside": (metadata(destination="../../escape.dmg"), ["escape.dmg"]),
-    "a-dead-alternate": (all_of(metadata(alternateDownloadUrl=f"https://mirror.kelo.example{MIRROR}"), answers(PACKAGE, {"status": 503, "text": "busy"})),
+    "a-dead-alternate": (all_of(metadata(alternateDownloadUrl=f"https://mirror.kelo.example{MIRROR}"), answers(PACKAGE, BUSY)),
                          ["returned HTTP 503", "returned HTTP 404"]),
-    "a-foreign-alternate": (all_of(metadata(alternateDownloadUrl="https://evilkelo.example/brenna.dmg"), answers(PACKAGE, {"status": 503, "text": "busy"})),
+    "a-foreign-alternate": (all_of(metadata(alternateDownloadUrl="https://evilkelo.example/brenna.dmg"), answers(PACKAGE, BUSY)),
                             ["evilkelo.example"]),
     "a-gatekeeper-that-refuses": (gatekeeper_says_no, ["rejected: no usable signature", "Gatekeeper verification result: Failed"]),
     "no-spctl": (lambda stage: (stage.machine.installer / "Contents/Resources/programs/spctl").unlink(),

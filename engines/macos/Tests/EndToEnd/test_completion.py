@@ -159,4 +159,4 @@ def test_nothing_is_offered_behind_an_unknown_subcommand(offered):
 def test_completing_leaves_no_trace(offered, tmp_path):
     before = sorted(entry.name for entry in tmp_path.iterdir())
     offered("engine-cli --silent --apps ")
-    assert set(entry.name for entry in tmp_path.iterdir()) - set(before) <= {".zshrc", "answers"}
+    assert {entry.name for entry in tmp_path.iterdir()} - set(before) <= {".zshrc", "answers"}

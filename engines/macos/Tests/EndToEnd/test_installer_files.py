@@ -12,6 +12,7 @@ import online_machine
 import pytest
 from online_machine import META
 from protocol_schema import FILES, PROTOCOL, file_validator
+from support import Installation
 
 PAGE = (PROTOCOL / "installer.md").read_text(encoding="utf-8")
 # A value that a schema refuses and the engine takes all the same.
@@ -86,8 +87,6 @@ LINES = {
 @pytest.fixture(scope="module")
 def reader(workshop, installer_of):
     """configuration -> what the engine says that it uses, of an online installer whose CDN isn't trusted."""
-    from support import Installation
-
     folder = workshop / "reader"
     folder.mkdir()
     machine = Installation(folder, installer_of("2.0"))
@@ -106,7 +105,7 @@ def reader(workshop, installer_of):
         used["entries"] = dict(re.findall(r"  (\w+): (primary=.*)", log))
         for pattern, names in LINES.items():
             found = re.search(pattern, log)
-            used |= dict(zip(names, found.groups())) if found else {}
+            used |= dict(zip(names, found.groups(), strict=True)) if found else {}
         return used
 
     yield read
@@ -240,7 +239,7 @@ def index(installation):
         brenna = hello["apps"][0]
         found = re.search(r"Loaded (\d) package\(s\) .* \((\d) with checksum, (\d) with version, (\d) with size\)", machine.log)
         return {"latestVersion": brenna["latestVersion"], "checksum": int(found[2]),
-                "size": brenna["sizeBytes"] if int(found[4]) and brenna["latestVersion"] or found[4] == "1" else 0}
+                "size": brenna["sizeBytes"] if (int(found[4]) and brenna["latestVersion"]) or found[4] == "1" else 0}
 
     return read
 

@@ -174,11 +174,11 @@ def test_a_missing_tool_is_no_success(engine):
 def test_an_unanswered_question_is_told_when_it_lasts(engine, apps):
     engine.has("online", **apps)
     engine.runs(*FULL)
-    unknown = [app for app in apps if apps[app][2] is None][0]
+    unknown = next(app for app in apps if apps[app][2] is None)
     assert engine.sweep() == (0, "") and engine.sweep() == (0, "")
     for count in (3, 4):
         assert engine.sweep() == (5, f"kelo-sweep: no network, or no answer about {unknown}, in {count} sweeps in a row\n")
-    engine.has("online", **{app: ("direct", "2.0", "2.0") for app in apps})
+    engine.has("online", **dict.fromkeys(apps, ("direct", "2.0", "2.0")))
     assert engine.sweep() == (0, "")
     engine.has("online", **apps)
     assert engine.sweep() == (0, "")

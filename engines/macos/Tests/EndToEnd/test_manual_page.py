@@ -59,7 +59,7 @@ def test_the_apps_are_those_of_the_catalog():
 def test_every_exit_status_says_what_comes_next(installation):
     entries = re.split(r"^\.It (\d)\n", section("EXIT STATUS"), flags=re.MULTILINE)
     assert [int(code) for code in entries[1::2]] == command_surface.exit_codes(installation("2.0"))
-    for code, text in zip(entries[1::2], entries[2::2]):
+    for code, text in zip(entries[1::2], entries[2::2], strict=True):
         assert "Next: " in text, code
 
 

@@ -7,7 +7,7 @@ import pytest
 import hostile_cdn
 import online_machine
 from connect_proxy import ConnectProxy
-from online_machine import FOLDER, META, MIRROR, NAMES, PACKAGE, Stage, Workshop
+from online_machine import FOLDER, META, MIRROR, NAMES, Stage, Workshop
 
 # No name server is asked for a label that is too long for one.
 NOWHERE = "x" * 64 + ".kelo.example"

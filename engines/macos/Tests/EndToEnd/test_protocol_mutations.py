@@ -75,11 +75,11 @@ def spoiled(event):
             where = f"{kind}.{key}"
             # Of a run's end the results are always there.
             may_go = presence == OMITTED and (kind, key) != ("done", "results")
-            yield f"{where} taken away", changed(event, path, lambda o: o.pop(key)), may_go
-            yield f"{where} made null", changed(event, path, lambda o: o.update({key: None})), presence == NULL
+            yield f"{where} taken away", changed(event, path, lambda o, key=key: o.pop(key)), may_go
+            yield f"{where} made null", changed(event, path, lambda o, key=key: o.update({key: None})), presence == NULL
             for other in ("text", -7, 0.5, True, [], [0], {}, {"a": 1}):
                 if not same_type(value, other):
-                    yield f"{where} made {other!r}", changed(event, path, lambda o: o.update({key: other})), False
+                    yield f"{where} made {other!r}", changed(event, path, lambda o, new={key: other}: o.update(new)), False
         yield f"{kind} with a key too many", changed(event, path, lambda o: o.update(surprise=1)), False
         absent = set(TABLES[kind]) - set(at(event, path))
         assert all(TABLES[kind][key] == OMITTED for key in absent), absent

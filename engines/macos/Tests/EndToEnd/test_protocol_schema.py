@@ -12,11 +12,11 @@ import jsonschema
 import pytest
 
 import protocol_schema
-from protocol_schema import EVENTS, FILES, OPEN, PROTOCOL, SCHEMAS, SHARED, complaints, load
+from protocol_schema import EVENTS, FILES, OPEN, PROTOCOL, SCHEMAS, complaints, load
 from support import BUILD
 
 sys.path.insert(0, str(SCHEMAS))
-import generate_open  # noqa: E402
+import generate_open
 
 RESULT = {"v": 1, "type": "app-result", "app": "brenna", "status": "installed"}
 CATALOG_APP = {

@@ -297,7 +297,7 @@ def meeting(call, action):
 
 def publish_twice(tree, images, notes, **options):
     """Version 2.1 as it should be, then 2.2 with what `options` do to it."""
-    for version, image in zip(("2.1", "2.2"), images):
+    for version, image in zip(("2.1", "2.2"), images, strict=True):
         notes.write_text(json.dumps({"releases": [{"version": version, "notes": []}]}))
         done = publish(tree, image, version=version, notes=notes, **(options if version == "2.2" else {}))
     return done

@@ -6,7 +6,7 @@ import subprocess
 import time
 
 import pytest
-from support import APPS, BUNDLES, NOBODY, RUNNING_AS_ROOT, give_away, tree, without_leftovers
+from support import APPS, NOBODY, RUNNING_AS_ROOT, give_away, tree, without_leftovers
 
 needs_root = pytest.mark.skipif(not RUNNING_AS_ROOT, reason="another user's folders can be made by root only")
 

@@ -76,8 +76,9 @@ def test_an_empty_team_identifier_is_announced_each_time(signed):
     machine = signed()
     machine.configuration(expectedSigningTeamId="")
     assert machine.install("--apps", "rulo").status == 0
-    skipped = f"Signature requirement check SKIPPED for {NAME} — expectedSigningTeamId is empty in installer_config.json. A release build must never ship in this state."
-    assert machine.log.count(f"[WARN]") >= 2 and machine.log.count(skipped) == 2
+    skipped = (f"Signature requirement check SKIPPED for {NAME} — expectedSigningTeamId is empty in installer_config.json. "
+               "A release build must never ship in this state.")
+    assert machine.log.count("[WARN]") >= 2 and machine.log.count(skipped) == 2
 
 
 def change_a_resource(app):

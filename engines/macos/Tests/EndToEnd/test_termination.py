@@ -95,7 +95,8 @@ def test_a_terminal_that_goes_away_ends_the_run_cleanly(installation, gate):
 
     process = subprocess.Popen(
         [str(machine.engine), "--silent", "--apps", "brenna,rulo", "--verbose"], stdin=end, stdout=end, stderr=end,
-        cwd="/", start_new_session=True, preexec_fn=take_terminal, pass_fds=[end], **unprivileged())
+        cwd="/", start_new_session=True, pass_fds=[end],
+        preexec_fn=take_terminal, **unprivileged())  # noqa: PLW1509 (no other thread runs)
     os.close(end)
     held.wait()
     os.close(terminal)

@@ -57,7 +57,7 @@ def block(name, command, status, lines):
 
 def blocks(page):
     """name -> the block as it stands."""
-    found = re.findall(r"(<!-- transcript (\S+) -->\n```\n(.*?)```\n)", page, re.S)
+    found = re.findall(r"(<!-- transcript (\S+) -->\n```\n(.*?)```\n)", page, re.DOTALL)
     return {name: whole for whole, name, _ in found}
 
 
@@ -66,7 +66,7 @@ def write(name, command, status, lines):
     (FOLDER / f"{name}.jsonl").write_text("\n".join(lines) + "\n", encoding="utf-8")
     page = PAGE.read_text(encoding="utf-8")
     page = re.sub(rf"<!-- transcript {name} -->\n```\n.*?```\n", lambda _: block(name, command, status, lines), page,
-                  flags=re.S)
+                  flags=re.DOTALL)
     PAGE.write_text(page, encoding="utf-8")
 
 
@@ -111,7 +111,8 @@ def test_the_page_shows_the_stories_that_a_shell_meets():
 
 
 def test_the_table_of_error_codes_leads_to_a_run_with_each():
-    rows = re.findall(r"^\| `([A-Z_]+)` \|.*\| \[`([a-z-]+)`\]\(transcripts/\2\.jsonl\) \|$", PAGE.read_text(encoding="utf-8"), re.M)
+    rows = re.findall(r"^\| `([A-Z_]+)` \|.*\| \[`([a-z-]+)`\]\(transcripts/\2\.jsonl\) \|$", PAGE.read_text(encoding="utf-8"),
+                      re.MULTILINE)
     assert [code for code, _ in rows] == [*protocol_schema.load("common.json")["$defs"]["errorCode"]["enum"], "UNKNOWN"]
     told = stored()
     assert [code for code, name in rows if f'"errorCode":"{code}"' not in "".join(told[name])] == []

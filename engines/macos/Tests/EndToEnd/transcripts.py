@@ -9,7 +9,7 @@ import json
 import re
 
 import online_machine
-from online_machine import META, PACKAGE
+from online_machine import META
 from protocol_schema import PROTOCOL
 from support import Gate, give_away, unprivileged
 

@@ -57,8 +57,7 @@ def event_of(output, kind):
 def summary_of(echo):
     """Of the log that a run echoed: display name -> status and detail; and the note."""
     entries, note, inside = {}, None, False
-    for message in TIME.split(echo)[1:]:
-        message = message.rstrip("\n")
+    for message in (text.rstrip("\n") for text in TIME.split(echo)[1:]):
         if OPENING.match(message):
             entries, note, inside = {}, None, True
         elif message == CLOSING:
@@ -117,7 +116,7 @@ def verdict_of(status, apps):
     return "changed" if any(app["changed"] for app in apps.values()) else "ok"
 
 
-class NoAnswer(Exception):
+class NoAnswerError(Exception):
     """The engine can't be started, or isn't one."""
 
 
@@ -132,7 +131,7 @@ class ActionModule(ActionBase):
         try:
             before = self._asked()
             return {**result, **(self._prediction(before) if self._task.check_mode else self._outcome(before))}
-        except NoAnswer as silence:
+        except NoAnswerError as silence:
             return {**result, **self._told({}, None, str(silence), "failed")}
 
     def _read_arguments(self):
@@ -163,7 +162,7 @@ class ActionModule(ActionBase):
             self._task.check_mode = checking
         answer = event_of(finished.get("stdout", ""), kind)
         if answer is None:
-            raise NoAnswer(f"{self._engine} {words[0]}: no answer, status {finished.get('rc')}: "
+            raise NoAnswerError(f"{self._engine} {words[0]}: no answer, status {finished.get('rc')}: "
                            f"{finished.get('msg') or finished.get('stderr')}")
         return answer
 

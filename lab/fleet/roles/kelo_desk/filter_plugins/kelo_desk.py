@@ -32,7 +32,7 @@ def table(hostvars, hosts, waiting):
         if not apps:
             rows.append((*head, "", "", "", outcome["note"] or ""))
     widths = [max(len(row[column]) for row in rows) for column in range(5)]
-    return ["  ".join([*(cell.ljust(width) for cell, width in zip(row, widths)), row[5]]).rstrip() for row in rows]
+    return ["  ".join([*(cell.ljust(width) for cell, width in zip(row, widths, strict=False)), row[5]]).rstrip() for row in rows]
 
 
 def report(hostvars, hosts, waiting):
