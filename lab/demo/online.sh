@@ -9,18 +9,25 @@ cdn=$here/../cdn/lab-cdn
 names=cdn.kelo.example,www.kelo.example
 trap '"$cdn" stop --folder "$part/cdn" >/dev/null 2>&1 || true' EXIT
 
-# publish_all VERSION: signed images of the four apps, put where the engine looks for them.
+# The places of packages on the CDN, a line each: app, architecture, name of the image.
+places() {
+  python3 -c 'import json, sys
+for app in json.load(open(sys.argv[1]))["apps"]:
+    for architecture in ("arm64", "x64") if app["cdnArch"] == "perArch" else ("universal",):
+        print(app["id"], architecture, app["tempFileName"])' "$here/../../protocol/catalog.json"
+}
+
+# publish_all VERSION: publishes signed images of all apps.
 publish_all() {
   local app place file
   "$bin/lab-fixture" offline-installer --engine "$build/engines/macos/engine-cli" --programs "$bin" \
     --authority "$part/authority" --team-id "$team" --machine "$root" --version "$1" --output "$part/images-$1" >/dev/null
-  for app in brenna:arm64:brenna brenna:x64:brenna tolvi:universal:tolvi rulo:universal:rulo galdivane:arm64:galdi galdivane:x64:galdi; do
-    IFS=: read -r app place file <<<"$app"
+  while read -r app place file; do
     printf '{"product":"%s","releases":[{"version":"%s","notes":["What is new in %s"]}]}' "$app" "$1" "$1" >"$part/notes.json"
     "$bin/lab-publish" publish --tree "$part/tree" --app "$app" --version "$1" --arch "$place" \
-      --image "$part/images-$1/Kelo-Desk-Installer.app/Contents/Resources/packages/${file}_installer.dmg" \
-      --notes "$part/notes.json"
-  done
+      --image "$part/images-$1/Kelo-Desk-Installer.app/Contents/Resources/packages/$file" \
+      --notes "$part/notes.json" </dev/null
+  done < <(places)
   "$bin/lab-publish" verify --tree "$part/tree"
 }
 
@@ -32,7 +39,7 @@ $2
 json.dump(o,open(sys.argv[1],'w'),indent=2)" "$1" "$part/cdn.json"
 }
 
-title "Publishing version 1.0 of the four apps, and checking the tree as the engine would"
+title "Publishing version 1.0 of every app, and checking the tree as the engine would"
 "$bin/lab-sign" make-authority "$part/authority" --team "$team"
 mkdir -p "$part/tree"
 publish_all 1.0

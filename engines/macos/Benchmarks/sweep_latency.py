@@ -24,7 +24,8 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "Tests" / "EndToEnd
 import hostile_cdn
 
 HOST = "cdn.kelo.example"
-APPS = {"brenna": "x64", "tolvi": "universal", "rulo": "universal", "galdivane": "x64"}
+CATALOG = json.loads((Path(__file__).resolve().parents[3] / "protocol/catalog.json").read_text(encoding="utf-8"))["apps"]
+APPS = {app["id"]: "x64" if app["cdnArch"] == "perArch" else app["cdnArch"] for app in CATALOG}
 
 
 class Relay:

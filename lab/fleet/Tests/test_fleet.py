@@ -195,7 +195,8 @@ def test_a_host_that_had_them_is_ok(fleet, first):
 def test_a_host_on_which_one_app_failed_has_changed_and_failed(first):
     assert counts(first, "partial") == {"changed": 1, "failures": 1}
     assert result_of(first, "Give the verdict", "partial")["msg"] == (
-        "exit status 1: some apps failed and some succeeded; tolvi failed: Checksum verification failed for Kelo Tolvi")
+        "exit status 1: some apps failed and some succeeded, or some were cancelled; "
+        "tolvi failed: Checksum verification failed for Kelo Tolvi")
 
 
 def test_a_host_that_denies_has_failed(first):
@@ -326,6 +327,13 @@ def test_an_app_whose_version_on_offer_is_unknown_is_left_alone_and_told(pretend
     assert (pretenders.runs("dark"), counts(told, "dark")) == ([], {"unreachable": 1})
     # Why nothing comes of it, the engine says.
     assert (pretenders.runs("retired"), pretenders.report["retired"]["note"]) == (["brenna"], "expired")
+
+
+def test_an_app_that_the_installer_does_not_offer_fails_with_a_note(pretenders):
+    pretenders.pretender("host", DONE)
+    told = pretenders.play(kelo_desk_apps=["rulo"])
+    assert (pretenders.runs("host"), counts(told, "host")) == ([], {"failures": 1})
+    assert pretenders.report["host"]["note"] == "the installer doesn't offer rulo"
 
 
 def test_apps_may_come_as_one_text_on_the_command_line(pretenders):

@@ -1,7 +1,4 @@
-"""What the executable accepts, found out by running it: its usage texts, and what an option changes.
-
-What is written beside the executable, its manual page and its completions, is held against this.
-"""
+"""The command lines: the vocabulary's lists, and what the executable accepts, found out by running it."""
 
 import json
 import re
@@ -11,9 +8,10 @@ from support import IMAGES
 
 HOME = Path(__file__).resolve().parents[4]
 SOURCES = HOME / "engines/macos/Sources"
-APPS = [app["id"] for app in json.loads((HOME / "protocol/catalog.json").read_text())["apps"]]
-
-# Accepted, and answered with a warning that it isn't honoured: nobody should be led to it.
+VOCABULARY = json.loads((HOME / "protocol/vocabulary.json").read_text(encoding="utf-8"))
+SUBCOMMANDS = {row["name"]: row for row in VOCABULARY["subcommands"]}
+SILENT_OPTIONS = {row["name"]: row for row in VOCABULARY["options"]["silent"]}
+# Accepted with a warning and ignored, so neither offered nor explained.
 NOT_HONOURED = "--install-dir"
 # What the log says of a run with --offline.
 OFFLINE = "engine-cli: offline mode (--offline flag)"
@@ -75,7 +73,7 @@ def accepts_action(machine, value):
 
 
 def accepts_apps(machine, value):
-    """On both roads. Neither line gets as far as doing anything."""
+    """In both modes. Neither line gets as far as doing anything."""
     silent = machine.run("--silent", "--apps", value, "--mode", "!").errors.splitlines()[0]
     protocol = machine.run("run", "--action", "install", "--apps", f"{value},!").errors
     alone = machine.run("check-updates", "--offline", "--apps", value)

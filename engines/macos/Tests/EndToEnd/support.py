@@ -22,25 +22,12 @@ import protocol_schema
 BUILD = pathlib.Path(os.environ.get("KELO_BUILD", "build/dev")).resolve()
 ENGINE = BUILD / "engines/macos/engine-cli"
 LAB = BUILD / "lab/bin"
-APPS = ["brenna", "tolvi", "rulo", "galdivane"]
-BUNDLES = {
-    "brenna": "Brenna.app",
-    "tolvi": "Kelo Tolvi.app",
-    "rulo": "Kelo Rulo.app",
-    "galdivane": "Kelo Galdivane.app",
-}
-IDENTIFIERS = {
-    "brenna": "com.kelo.brenna.mac",
-    "tolvi": "com.kelo.ktolvimac",
-    "rulo": "com.kelo.rulo",
-    "galdivane": "com.kelo.galdivane",
-}
-IMAGES = {
-    "brenna": "brenna_installer.dmg",
-    "tolvi": "tolvi_installer.dmg",
-    "rulo": "rulo_installer.dmg",
-    "galdivane": "galdi_installer.dmg",
-}
+CATALOG = json.loads((protocol_schema.PROTOCOL / "catalog.json").read_text(encoding="utf-8"))["apps"]
+APPS = [app["id"] for app in CATALOG]
+NAMES = {app["id"]: app["displayName"] for app in CATALOG}
+BUNDLES = {app["id"]: app["appBundleName"] for app in CATALOG}
+IDENTIFIERS = {app["id"]: app["installerBundleIdentifier"] for app in CATALOG}
+IMAGES = {app["id"]: app["tempFileName"] for app in CATALOG}
 NOBODY = 65534
 RUNNING_AS_ROOT = os.getuid() == 0
 VERSION = re.search(r"^CMAKE_PROJECT_VERSION:STATIC=(.*)$", (BUILD / "CMakeCache.txt").read_text(), re.MULTILINE)[1]

@@ -4,9 +4,7 @@ import json
 import subprocess
 
 import pytest
-from support import APPS, BUNDLES, VERSION, tree, without_leftovers
-
-NAMES = {"brenna": "Kelo Brenna", "tolvi": "Kelo Tolvi", "rulo": "Kelo Rulo", "galdivane": "Kelo Galdivane"}
+from support import APPS, BUNDLES, IMAGES, NAMES, VERSION, tree, without_leftovers
 
 
 def expected_events(app, index, total, status, path, version):
@@ -76,7 +74,7 @@ def test_slashes_go_out_escaped(installation):
 def test_the_installed_bundle_is_the_images_bundle(installation):
     machine = installation("2.0")
     attached = machine.program(
-        "hdiutil", "attach", machine.packages / "galdi_installer.dmg", "-nobrowse", "-noverify", "-readonly", "-plist")
+        "hdiutil", "attach", machine.packages / IMAGES["galdivane"], "-nobrowse", "-noverify", "-readonly", "-plist")
     assert attached.returncode == 0, attached.stderr
     (mount,) = machine.mounted()
     original = tree(machine.volumes / mount / "Kelo Galdivane.app")

@@ -8,6 +8,7 @@ import hostile_cdn
 import online_machine
 from connect_proxy import ConnectProxy
 from online_machine import FOLDER, META, MIRROR, NAMES, Stage, Workshop
+from support import APPS, CATALOG
 
 # No name server is asked for a label that is too long for one.
 NOWHERE = "x" * 64 + ".kelo.example"
@@ -130,13 +131,13 @@ def test_does_not_retry_an_alternate_whose_name_is_gone(stage):
 
 # Check-updates.
 
-def test_asks_for_all_four_packages_before_the_first_is_answered(stage):
-    apps = {"brenna": online_machine.ARCH, "tolvi": "universal", "rulo": "universal", "galdivane": online_machine.ARCH}
-    for app, arch in apps.items():
-        meta = META.replace("brenna", app).replace(online_machine.ARCH, arch)
-        stage.cdn.on(meta, {**stage.workshop.meta(version="3.0"), "gate": ["sweep", 4]})
+def test_asks_for_all_packages_before_the_first_is_answered(stage):
+    for app in CATALOG:
+        arch = online_machine.ARCH if app["cdnArch"] == "perArch" else app["cdnArch"]
+        meta = META.replace("brenna", app["id"]).replace(online_machine.ARCH, arch)
+        stage.cdn.on(meta, {**stage.workshop.meta(version="3.0"), "gate": ["sweep", len(CATALOG)]})
     result = stage.machine.check_updates()[0]
-    assert {entry["id"]: entry["latestVersion"] for entry in result["apps"]} == dict.fromkeys(apps, "3.0")
+    assert {entry["id"]: entry["latestVersion"] for entry in result["apps"]} == dict.fromkeys(APPS, "3.0")
 
 
 @pytest.mark.parametrize("answer", [{"status": 500, "text": "no"}, {"text": "[]"}, {"text": '{"releases": [{"version": 1}]}'},
