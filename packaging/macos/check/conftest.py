@@ -12,7 +12,7 @@ sys.path.insert(0, str(HERE))
 import homes  # noqa: E402
 from description import Description  # noqa: E402
 
-INSTALLED = pathlib.Path(os.environ.get("KELO_BUILD_ROOT", HERE.parents[2] / "build")) / "macos-check"
+INSTALLED = pathlib.Path(os.environ.get("KELO_BUILD", HERE.parents[2] / "build/dev")).parent / "macos-check"
 
 
 def installed(place):

@@ -1,7 +1,8 @@
-"""A skip for a listed reason gives the run a status of its own; any other skip fails it."""
+"""How the suites in Python run: a skip for a listed reason gives a run its own status, any other skip fails it; parts."""
 
 import os
 import pathlib
+import re
 import subprocess
 import sys
 
@@ -10,6 +11,13 @@ import pytest
 TOP = pathlib.Path(__file__).resolve().parents[4]
 LISTED = "this machine gives its users no network namespace"
 PASSES = "def test_that_passes():\n    pass\n"
+
+
+def pytest_on(folder, text, *options):
+    (folder / "test_made.py").write_text(text)
+    return subprocess.run(
+        [sys.executable, "-m", "pytest", "-c", TOP / "pytest.ini", "-p", "conftest", "--noconftest", *options, folder / "test_made.py"],
+        env={**os.environ, "PYTHONPATH": str(TOP)}, cwd=folder, capture_output=True, text=True)
 
 
 def mark(words):
@@ -27,8 +35,12 @@ def mark(words):
     ("pytest.skip('not built', allow_module_level=True)\n", 2),
 ])
 def test_a_run_with(tmp_path, text, status):
-    (tmp_path / "test_made.py").write_text("import pytest\n\n\n" + text)
-    done = subprocess.run(
-        [sys.executable, "-m", "pytest", "-c", TOP / "pytest.ini", "-p", "conftest", "--noconftest", tmp_path / "test_made.py"],
-        env={**os.environ, "PYTHONPATH": str(TOP)}, cwd=tmp_path, capture_output=True, text=True)
+    done = pytest_on(tmp_path, "import pytest\n\n\n" + text)
     assert done.returncode == status, done.stdout + done.stderr
+
+
+def test_the_parts_together_run_every_test_once(tmp_path):
+    text = "import pytest\n\n\n@pytest.mark.parametrize('n', range(8))\ndef test_numbered(n):\n    print(f'ran {n}.')\n"
+    ran = [re.findall(r"ran (\d)\.", pytest_on(tmp_path, text, "-s", "--part", f"{part}/3").stdout) for part in (1, 2, 3)]
+    assert [len(part) for part in ran] == [2, 3, 3]
+    assert sorted(n for part in ran for n in part) == [str(n) for n in range(8)]
