@@ -1,9 +1,9 @@
 #!/bin/sh
-# Verifies a large signed Mach-O file and digests the same file, side by side in one run, and prints the ratio
-# of the best times. Usage: verify-against-digest.sh BIN [BYTES] [ROUNDS]
+# verify-against-digest.sh BIN [BYTES] [ROUNDS]: compares verifying a large signed Mach-O file with digesting it, and prints
+# the ratio of the best times.
 #   BIN    the folder with lab-sign and codesign
 #   BYTES  size of the code, default 180 MB
-# The file is signed ad hoc, so that no authority is needed; a signer adds three milliseconds whatever the size.
+# The file is signed ad hoc, which needs no authority. A signer adds three milliseconds for any size.
 set -eu
 bin=$1
 size=${2:-180000000}
@@ -16,7 +16,7 @@ cp "$folder/one" "$folder/two"
 "$bin/lab-sign" sign --variant ad-hoc "$folder/one"
 "$bin/lab-sign" sign --variant ad-hoc --digests sha1,sha256 "$folder/two"
 
-# Milliseconds of the fastest of several runs, the contenders taking turns so that a busy machine hits both.
+# Takes the fastest of several runs, in turns, so that other load affects both.
 python3 - "$bin/codesign" "$folder" "$rounds" <<'PYTHON'
 import subprocess, sys, time
 

@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# tidy.sh BUILD_FOLDER JOBS: clang-tidy over the sources that changed, with the headers that they include.
-# What counts as a change: everything since TIDY_BASE; by default since the branch left origin/main, and on
-# main itself the last commits. TIDY_BASE=all takes every source.
+# tidy.sh BUILD_FOLDER JOBS: runs clang-tidy on the sources that changed since TIDY_BASE. By default, that is since the
+# branch left origin/main, or on main itself since the last commits. TIDY_BASE=all takes every source.
 set -euo pipefail
 
 build=$1
@@ -21,7 +20,7 @@ changed() {
   git diff --name-only --diff-filter=d "$(base)" -- '*.cpp' '*.mm' '*.h'
 }
 
-# The changed sources; for a changed header the source of its name.
+# The changed sources, and the sources named as a changed header.
 sources() {
   changed | sed 's/^\(.*\)\.h$/\1.cpp\n\1.mm/' | sort -u | while read -r source; do
     [ -f "$source" ] && grep -q "\"file\": \"$PWD/$source\"" "$build/compile_commands.json" && echo "$source"

@@ -1,4 +1,4 @@
-# What every part of the demo uses. Sourced, not run.
+# Functions for the parts of the demo. Sourced.
 # shellcheck shell=bash
 # demo.sh sets the variables that aren't set here.
 # shellcheck disable=SC2154
@@ -9,8 +9,8 @@ tell() { printf '\033[2m%s\033[0m\n' "$*"; }
 # The executable inside an installer's bundle.
 engine_of() { printf '%s/Kelo-Desk-Installer.app/Contents/MacOS/engine-cli' "$1"; }
 
-# play INSTALLER ARGUMENT...: types the command, shows its events and a bar per app, then the exit status.
-# The status is left in $played.
+# play INSTALLER ARGUMENT...: runs the engine and shows the command, its events with a bar per app, and the exit status,
+# which is also in $played.
 play() {
   local engine
   engine=$(engine_of "$1")
@@ -23,10 +23,10 @@ play() {
   printf '\033[1mexit status %s\033[0m\n' "$played"
 }
 
-# expect STATUS: a demo that goes wrong says so and stops.
+# expect STATUS: stops the demo unless the last command ended with STATUS.
 expect() {
   [ "$played" = "$1" ] && return
-  printf '\033[1;31mdemo: expected exit status %s here, not %s\033[0m\n' "$1" "$played" >&2
+  printf '\033[1;31mdemo: expected exit status %s, got %s\033[0m\n' "$1" "$played" >&2
   exit 1
 }
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# demo.sh BUILD_FOLDER DEMO_FOLDER [PART...]: plays the engine before one's eyes, on real disk images.
-# Parts: offline, and what lies beside this script as PART.sh. Without a part, all of them.
+# demo.sh BUILD_FOLDER DEMO_FOLDER [PART...]: runs the engine on real disk images and shows its events. PART is offline,
+# signatures or online; without one, all of them.
 set -euo pipefail
 
 build=$1
@@ -14,7 +14,7 @@ export build demo here bin
 
 if [ $# = 0 ]; then set -- offline signatures online; fi
 for part in "$@"; do
-  [ -f "$here/$part.sh" ] || { echo "demo: there is no part '$part'" >&2; exit 1; }
+  [ -f "$here/$part.sh" ] || { echo "demo: unknown part '$part'" >&2; exit 1; }
 done
 for part in "$@"; do
   rm -rf "${demo:?}/$part"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# desk.sh BUILD_FOLDER DESK_FOLDER [COMMAND...]: a fresh machine to try the administrators' recipes on, and a shell (or
-# one command) of its user anna. Her home is the machine's root; the engine, kelo and DESK_FOLDER/bin are in her PATH.
+# desk.sh BUILD_FOLDER DESK_FOLDER [COMMAND...]: makes a machine for trying the administrators' recipes, and runs a shell or
+# COMMAND there as its user anna. Her home is the machine's root. The engine, kelo and DESK_FOLDER/bin are in her PATH.
 set -euo pipefail
 
 build=$1
@@ -22,7 +22,7 @@ mv "$desk/1.0/Kelo-Desk-Installer.app" "$desk/"
 
 cat >"$desk/bin/publish-2.0" <<TEXT
 #!/bin/sh
-# What the makers do between two sweeps: newer packages take the place of the older ones.
+# Replaces the packages by newer ones, as the publisher does between two sweeps.
 packages='$desk'/Kelo-Desk-Installer.app/Contents/Resources/packages
 rm -r "\$packages" && cp -R '$desk'/2.0/Kelo-Desk-Installer.app/Contents/Resources/packages "\$packages"
 TEXT
@@ -38,10 +38,10 @@ cat >"$desk/bashrc" <<TEXT
 PS1='anna\\$ '
 TEXT
 cat <<TEXT
-You are anna, at a machine of her own: $home
-The installer is version 1.0, with the package of Rulo damaged. publish-2.0 puts the newer packages beside it.
-Your own scripts go to $desk/bin, which is in the PATH, as are kelo, kelo-summary, kelo-sweep and engine-cli.
+You are anna. Your machine is $home
+The packages are version 1.0; the one of Rulo is damaged. publish-2.0 replaces them by version 2.0.
+$desk/bin is in the PATH and free for your own scripts. So are kelo, kelo-summary, kelo-sweep and engine-cli.
 The manual page: man $project/engines/macos/Sources/engine-cli/engine-cli.1
-Recipes: protocol/administrators.md. Leave with exit; the next desk is a new one.
+Recipes: protocol/administrators.md. Leave with exit; the next ./dev desk makes a new machine.
 TEXT
 exec bash --rcfile "$desk/bashrc"

@@ -1,11 +1,11 @@
-# The offline road: four apps from disk images beside the installer. Sourced by demo.sh.
+# Offline mode: installs apps from disk images beside the installer. Sourced by demo.sh.
 # shellcheck shell=bash
 # demo.sh sets the variables that aren't set here.
 # shellcheck disable=SC2154
 part=$demo/offline
 root=$part/machine
 
-title "Making signed disk images of the four apps, versions 1.0 and 2.0, and an offline installer around each"
+title "Making offline installers 1.0 and 2.0 with signed disk images of all apps"
 "$bin/lab-sign" make-authority "$part/authority" --team QX7M4R2V9D
 for version in 1.0 2.0; do
   "$bin/lab-fixture" offline-installer --engine "$build/engines/macos/engine-cli" --programs "$bin" \
@@ -20,7 +20,7 @@ play "$part/installer-1.0" run --action install --offline
 expect 0
 show_applications "$root"
 
-title "What the version 2.0 installer finds"
+title "What the installer of version 2.0 finds"
 play "$part/installer-2.0" hello
 expect 0
 
@@ -29,20 +29,20 @@ play "$part/installer-2.0" run --action update --offline
 expect 0
 show_applications "$root"
 
-title "Once more: everything is current, nothing is copied"
+title "Installing again: every app is current, and nothing is copied"
 play "$part/installer-2.0" run --action install --offline
 expect 0
 
-title "Room on the disk"
+title "Free space on the disk"
 play "$part/installer-2.0" disk-free
 expect 0
 
-title "Removing all four"
+title "Removing all apps"
 play "$part/installer-2.0" run --action uninstall
 expect 0
 show_applications "$root"
 
-title "Where everything lies"
+title "Where to look"
 tell "installers   $part/installer-1.0, $part/installer-2.0"
 tell "the machine  $root  (Applications, Volumes, Library, tmp)"
 tell "the log      $root/Library/Logs/Kelo-Desk-Installer/webinstall.log"

@@ -1,4 +1,4 @@
-# The online road: a real CDN on loopback, over TLS, under its real names. Sourced by demo.sh.
+# Online mode: installs apps from nginx on loopback, over TLS, under the CDN's names. Sourced by demo.sh.
 # shellcheck shell=bash
 # demo.sh sets the variables that aren't set here.
 # shellcheck disable=SC2154
@@ -9,7 +9,7 @@ cdn=$here/../cdn/lab-cdn
 names=cdn.kelo.example,www.kelo.example
 trap '"$cdn" stop --folder "$part/cdn" >/dev/null 2>&1 || true' EXIT
 
-# The places of packages on the CDN, a line each: app, architecture, name of the image.
+# Prints app, architecture and image name of each package on the CDN.
 places() {
   python3 -c 'import json, sys
 for app in json.load(open(sys.argv[1]))["apps"]:
@@ -17,7 +17,7 @@ for app in json.load(open(sys.argv[1]))["apps"]:
         print(app["id"], architecture, app["tempFileName"])' "$here/../../protocol/catalog.json"
 }
 
-# publish_all VERSION: publishes signed images of all apps.
+# publish_all VERSION: publishes signed images of all apps, and verifies the tree.
 publish_all() {
   local app place file
   "$bin/lab-fixture" offline-installer --engine "$build/engines/macos/engine-cli" --programs "$bin" \
@@ -31,7 +31,7 @@ publish_all() {
   "$bin/lab-publish" verify --tree "$part/tree"
 }
 
-# change_json FILE PYTHON: runs PYTHON over the parsed object `o` (and `settings`, what the CDN printed).
+# change_json FILE PYTHON: runs PYTHON on the file's object `o`; `settings` is what lab-cdn printed.
 change_json() {
   /usr/bin/python3 -c "import json,sys
 o=json.load(open(sys.argv[1])); settings=json.load(open(sys.argv[2]))
@@ -39,7 +39,7 @@ $2
 json.dump(o,open(sys.argv[1],'w'),indent=2)" "$1" "$part/cdn.json"
 }
 
-title "Publishing version 1.0 of every app, and checking the tree as the engine would"
+title "Publishing version 1.0 of every app, and verifying the tree"
 "$bin/lab-sign" make-authority "$part/authority" --team "$team"
 mkdir -p "$part/tree"
 publish_all 1.0
@@ -49,7 +49,7 @@ title "Starting nginx on loopback for $names"
 "$cdn" start --folder "$part/cdn" --tree "$part/tree" --names "$names" >"$part/cdn.json"
 cat "$part/cdn.json"
 
-# The online installer: the same bundle without packages, told where the CDN is.
+# The online installer is the same bundle without packages, configured for the CDN.
 mkdir -p "$part/installer"
 cp -a "$part/images-1.0/Kelo-Desk-Installer.app" "$part/installer/"
 resources=$part/installer/Kelo-Desk-Installer.app/Contents/Resources
@@ -65,7 +65,7 @@ play "$part/installer" run --action install
 expect 0
 show_applications "$root"
 
-title "Version 2.0 is published; who asks, is told"
+title "Publishing version 2.0, and checking for updates"
 publish_all 2.0
 play "$part/installer" check-updates
 expect 0
@@ -75,7 +75,7 @@ play "$part/installer" run --action update
 expect 0
 show_applications "$root"
 
-title "The tree is taken away: the installer says that it has gone stale"
+title "Removing the tree: the installer reports that it is retired"
 rm -r "$part/tree/desksuite"
 play "$part/installer" run --action update --apps rulo
 expect 2
@@ -84,4 +84,4 @@ expect 0
 
 "$cdn" stop --folder "$part/cdn" >/dev/null
 trap - EXIT
-tell "what was served: $part/cdn/access.log"
+tell "requests served: $part/cdn/access.log"

@@ -1,4 +1,4 @@
-# What happens to packages that aren't what they claim to be. Sourced by demo.sh.
+# Forged packages, and how the engine refuses them. Sourced by demo.sh.
 # shellcheck shell=bash
 # demo.sh sets the variables that aren't set here.
 # shellcheck disable=SC2154
@@ -7,8 +7,8 @@ root=$part/machine
 team=QX7M4R2V9D
 sign="$bin/lab-sign sign --authority $part/authority"
 
-# refused_installer NAME BUNDLE_SIGNER CHANGE: an installer for Kelo Rulo whose image holds a bundle that was
-# signed by BUNDLE_SIGNER and then changed.
+# refused_installer NAME BUNDLE_SIGNER CHANGE: makes an installer for Kelo Rulo. Its image holds a bundle that BUNDLE_SIGNER
+# signed and CHANGE changed afterwards.
 refused_installer() {
   local installer=$part/$1 volume=$part/$1-volume
   cp -a "$part/genuine" "$installer"
@@ -20,25 +20,25 @@ refused_installer() {
   "$bin/lab-diskimage" --volume-name "Kelo Rulo" "$volume" "$packages/rulo_installer.dmg"
 }
 
-# The log's last lines about it, without time and place.
+# why PATTERN [COUNT]: the log's last lines that match, without time and source location.
 why() {
-  tell "the log says why:"
+  tell "from the log:"
   grep -E "$1" "$root/Library/Logs/Kelo-Desk-Installer/webinstall.log" | tail -n "${2:-1}" \
     | sed -E 's/^\[[^]]*\] (\[[A-Z]+\] )?\[[^]]*\] /    \1/'
 }
 
-title "A test authority, and an installer whose images and bundles it has signed for team $team"
+title "An installer whose images and bundles a test authority signed for team $team"
 "$bin/lab-sign" make-authority "$part/authority" --team "$team"
 "$bin/lab-fixture" offline-installer --engine "$build/engines/macos/engine-cli" --programs "$bin" --apps rulo \
   --machine "$root" --version 2.0 --authority "$part/authority" --team-id "$team" --output "$part/genuine"
 play "$part/genuine" run --action install --apps rulo
 expect 0
-tell "who vouched for it:"
+tell "its signature:"
 "$part/genuine/Kelo-Desk-Installer.app/Contents/Resources/programs/codesign" -d -vv "$root/Applications/Kelo Rulo.app" 2>&1 | sed 's/^/    /'
 play "$part/genuine" run --action uninstall --apps rulo
 expect 0
 
-title "An image in which one byte was changed"
+title "An image with one changed byte"
 cp -a "$part/genuine" "$part/tampered"
 image=$part/tampered/Kelo-Desk-Installer.app/Contents/Resources/packages/rulo_installer.dmg
 printf 'X' | dd of="$image" bs=1 seek=100000 conv=notrunc status=none
@@ -52,13 +52,13 @@ play "$part/another-team" run --action install --apps rulo
 expect 2
 why 'Signature requirement output|codesign exit' 2
 
-title "A bundle with a file that nobody sealed"
+title "A bundle with an unsealed file"
 refused_installer added-file "$sign" "echo surprise >Contents/Resources/surprise.txt"
 play "$part/added-file" run --action install --apps rulo
 expect 2
 why 'Signature requirement output|codesign exit' 2
 
-title "A copy that somebody alters between the copying and the second check"
+title "A copy that is altered before the second check"
 cp -a "$part/genuine" "$part/quick-hands"
 programs=$part/quick-hands/Kelo-Desk-Installer.app/Contents/Resources/programs
 mv "$programs/codesign" "$programs/codesign-itself"

@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# make.sh LAB ARM64 X86_64 OUTPUT: joins the two slices of the engine, makes Kelo-Desk-Installer.app in OUTPUT with
-# Info.plist and the administrators' scripts, pages and completions from the build of LAB, signs it ad hoc and verifies
-# that with the programs in LAB, packs it, and writes the digests of all that.
+# make.sh LAB ARM64 X86_64 OUTPUT: makes Kelo-Desk-Installer.app in OUTPUT from two slices of the engine. Info.plist and the
+# administrators' scripts, pages and completions come from the build of LAB, whose programs sign the bundle ad hoc and
+# verify it. Also packs the bundle and writes the digests of every file.
 #
-# The same slices give the same bytes. An ad-hoc signature names nobody; a release is signed by the publisher.
+# The same slices give the same bytes. An ad-hoc signature has no signer; the publisher signs a release.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 lab=$1 arm64=$2 x86_64=$3 output=$4
