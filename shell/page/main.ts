@@ -1,0 +1,132 @@
+// One page: follows the installer's events, keeps what is this page's own, and shows both.
+
+import { initialState, next, type App, type State } from '../client/src/state.js';
+import { announcement } from './announce.js';
+import { Connection, type Message } from './connection.js';
+import { h, patch, type View } from './dom.js';
+import { choiceOf, screenOf, type Acts, type UI } from './ui.js';
+import { choose } from './views/choose.js';
+import { about, head, notices, starting, terms, title, unusable } from './views/frame.js';
+import { updateRemovalDialog } from './views/removal.js';
+import { result, running } from './views/run.js';
+import { loadWords, preferredLanguage, type Language } from './words.js';
+
+const connection = new Connection();
+const shell = document.getElementById('shell')!;
+const live = document.getElementById('live')!;
+const dialog = document.getElementById('dialog') as HTMLDialogElement;
+// How often a lost stream is taken up again before the person hears of it, and how long to wait before each time.
+const attempts = 4;
+const pauseMilliseconds = 500;
+
+// What a reload keeps. The address, and with it this storage, is another one for each start of the server.
+const kept = sessionStorage;
+let runs = 0;
+let shown = '';
+// Apps whose update has been proposed once: what the person then unticks stays unticked.
+const proposed = new Set<App>();
+
+const act: Acts = {
+  async speak(language) {
+    kept.setItem('language', language);
+    show({ words: await loadWords(language) });
+  },
+  acceptTerms() {
+    kept.setItem('terms', 'accepted');
+    show({ termsAccepted: true });
+  },
+  choose(apps, wanted) {
+    const others = [...ui.chosen].filter((id) => !apps.includes(id));
+    show({ chosen: new Set(wanted ? [...others, ...apps] : others) });
+  },
+  start: (action, apps) => ask('api/run', { action, apps }),
+  askToRemove: (removing) => show({ removing }),
+  cancel: (app) => ask('api/cancel', app === undefined ? {} : { app }),
+  dismiss() {
+    kept.setItem('dismissed', String(runs));
+    show({ dismissed: true });
+  },
+  refresh: () => ask('api/refresh'),
+  exportLogs: () => ask('api/export-logs'),
+};
+
+let ui: UI = {
+  words: await loadWords((kept.getItem('language') as Language | null) ?? preferredLanguage(navigator.languages)),
+  state: initialState, connection: 'none', termsAccepted: kept.getItem('terms') === 'accepted', chosen: new Set(), dismissed: false,
+  removing: null, refused: null, act,
+};
+
+async function ask(path: string, body: object = {}): Promise<void> {
+  const status = await connection.post(path, body);
+  show({ refused: status === 202 ? null : status === 409 ? 'busy' : 'refused' });
+}
+
+function show(change: Partial<UI>): void {
+  const before = ui;
+  ui = { ...ui, ...change };
+  document.documentElement.lang = ui.words.language;
+  document.title = ui.words.say('title');
+  patch(shell, [head(ui), h('div', { key: 'notices' }, ...notices(ui)), ...body(), about(ui)]);
+  updateRemovalDialog(dialog, ui);
+  announce(before);
+  moveFocus();
+}
+
+function body(): View[] {
+  if (!connection.hasToken) return [h('main', {}, title(ui.words.say('noToken')))];
+  const { run } = ui.state;
+  switch (screenOf(ui)) {
+    case 'starting': return [starting(ui)];
+    case 'unusable': return [unusable(ui)];
+    case 'terms': return [terms(ui)];
+    case 'choose': return choose(ui);
+    case 'run': return running(run!, ui);
+    case 'result': return result(run!, ui);
+  }
+}
+
+function announce(before: UI): void {
+  if (before.state === ui.state || before.connection !== 'connected') return;
+  const text = announcement(before, ui);
+  if (text) live.textContent = text;
+}
+
+// The control that was pressed may be gone with its screen: the new screen's heading takes the focus.
+function moveFocus(): void {
+  const screen = screenOf(ui);
+  if (screen === shown) return;
+  const first = shown === '' || shown === 'starting';
+  shown = screen;
+  if (!first) document.getElementById('heading')?.focus();
+}
+
+function receive(message: Message): void {
+  if ('state' in message) {
+    runs = message.runs;
+    take(message.state, { connection: 'connected', dismissed: kept.getItem('dismissed') === String(runs) });
+    return;
+  }
+  const began = message.event.type === 'shell:began' && message.event.command === 'run';
+  if (began) runs += 1;
+  take(next(ui.state, message.event), began ? { dismissed: false } : {});
+}
+
+function take(state: State, change: Partial<UI>): void {
+  const updates = state.apps.filter((app) => choiceOf(app) === 'update' && !proposed.has(app.id)).map((app) => app.id);
+  for (const id of updates) proposed.add(id);
+  show({ ...change, state, chosen: updates.length > 0 ? new Set([...ui.chosen, ...updates]) : ui.chosen });
+}
+
+async function follow(): Promise<void> {
+  for (let left = attempts; left > 0; left -= 1) {
+    await connection.follow((message) => {
+      left = attempts;
+      receive(message);
+    }).catch(() => undefined);
+    await new Promise((wake) => setTimeout(wake, pauseMilliseconds));
+  }
+  show({ connection: 'lost' });
+}
+
+show({});
+if (connection.hasToken) void follow();

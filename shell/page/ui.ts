@@ -1,0 +1,107 @@
+// What one page shows: the installer's state, which all pages share, and what belongs to this page alone.
+
+import { roomFor, type App, type AppState, type Room, type RunAction, type RunApp, type RunState, type State } from '../client/src/state.js';
+import type { Language, Words } from './words.js';
+
+export interface UI {
+  readonly words: Words;
+  readonly state: State;
+  readonly connection: 'none' | 'connected' | 'lost';
+  readonly termsAccepted: boolean;
+  readonly chosen: ReadonlySet<App>;
+  // The ended run has been put away.
+  readonly dismissed: boolean;
+  // The app that the person is asked about before it is removed.
+  readonly removing: App | null;
+  // A request that the server refused.
+  readonly refused: 'busy' | 'refused' | null;
+  readonly act: Acts;
+}
+
+export interface Acts {
+  speak(language: Language): void;
+  acceptTerms(): void;
+  choose(apps: readonly App[], wanted: boolean): void;
+  start(action: RunAction, apps: readonly App[]): void;
+  askToRemove(app: App | null): void;
+  cancel(app?: App): void;
+  dismiss(): void;
+  refresh(): void;
+  exportLogs(): void;
+}
+
+export type Screen = 'starting' | 'unusable' | 'terms' | 'choose' | 'run' | 'result';
+
+export function screenOf({ state, connection, termsAccepted, dismissed }: UI): Screen {
+  if (state.shellOutdated || (connection === 'lost' && !state.installer)) return 'unusable';
+  if (state.run?.phase === 'running') return 'run';
+  if (state.run && !dismissed) return 'result';
+  if (!state.installer) return state.problem?.command === 'hello' ? 'unusable' : 'starting';
+  return termsAccepted || state.installer.capabilities.includes('skip-terms') ? 'choose' : 'terms';
+}
+
+export const isIdle = ({ state, connection }: UI) => connection === 'connected' && !state.underWay.includes('run');
+export const nameOf = (state: State, id: App) => state.apps.find((app) => app.id === id)?.displayName ?? id;
+export const isOffline = (state: State) => state.installer?.mode === 'offline';
+
+// What choosing this app would do; null if there is nothing to choose.
+export const choiceOf = (app: AppState) => app.offers.find((offer) => offer !== 'uninstall') ?? null;
+export const choosable = (state: State) => state.apps.filter((app) => choiceOf(app) !== null);
+
+export interface Choice {
+  apps: AppState[];
+  // One run serves all: `install` updates as well.
+  action: RunAction;
+  mixed: boolean;
+  bytes: number;
+  estimated: boolean;
+  room: Room;
+}
+
+export function choiceIn({ state, chosen }: UI): Choice {
+  const apps = choosable(state).filter((app) => chosen.has(app.id));
+  const updates = apps.filter((app) => choiceOf(app) === 'update').length;
+  return {
+    apps,
+    action: apps.length > 0 && updates === apps.length ? 'update' : 'install',
+    mixed: updates > 0 && updates < apps.length,
+    bytes: apps.reduce((sum, app) => sum + (app.sizeBytes ?? 0), 0),
+    estimated: apps.some((app) => isEstimated(app, state)),
+    room: roomFor(state, apps.map((app) => app.id)),
+  };
+}
+
+// Online, the size is the engine's estimate until the server has said it.
+export function isEstimated(app: AppState, state: State): boolean {
+  return app.sizeBytes === null || (!isOffline(state) && app.check?.sizeBytes === undefined);
+}
+
+// Asked for and not answered: no version of any app is known.
+export function checkFailed({ installer, underWay, apps, retired }: State): boolean {
+  if (installer?.mode !== 'online' || retired || underWay.includes('check-updates')) return false;
+  return apps.some((app) => app.check) && apps.every((app) => app.check?.latestVersion === undefined);
+}
+
+// The failed apps for which trying again is on offer, and those that the engine didn't come to.
+export function retryable(run: RunState, { words, state }: UI): App[] {
+  const retries = (app: RunApp) => app.condition === 'unknown' || app.condition === 'untouched'
+    || (app.condition === 'failed' && words.failure(app.errorCode ?? '', run.action, isOffline(state)).offer.includes('retry'));
+  return run.apps.filter(retries).map((app) => app.id);
+}
+
+export type Outcome = 'good' | 'nothing' | 'cancelled' | 'partly' | 'bad' | 'died';
+
+export function outcomeOf(run: RunState): Outcome {
+  if (run.phase === 'died') return 'died';
+  if (run.phase === 'refused') return 'bad';
+  const has = (condition: RunApp['condition']) => run.apps.some((app) => app.condition === condition);
+  const failed = has('failed') || has('unknown');
+  if (failed) return has('succeeded') || has('skipped') ? 'partly' : 'bad';
+  if (has('cancelled') || has('untouched')) return 'cancelled';
+  return has('succeeded') ? 'good' : 'nothing';
+}
+
+// Addresses come from the installer's configuration; only https ones become links.
+export function httpsOnly(address: string | null | undefined): string | undefined {
+  return address && URL.canParse(address) && new URL(address).protocol === 'https:' ? address : undefined;
+}

@@ -1,0 +1,118 @@
+// The page and its interface, on this machine's loopback address only.
+
+import { randomBytes } from 'node:crypto';
+import { createServer, type IncomingMessage, type Server, type ServerResponse } from 'node:http';
+import type { AddressInfo } from 'node:net';
+import type { Asset } from './assets.js';
+import { isInterface, originOf, refusal, type Door } from './guard.js';
+import { readRequest, requestPaths, type Request } from './requests.js';
+import type { Session } from './session.js';
+
+export const longestBody = 4096;
+// A page that doesn't read is cut off here; when it comes back, it begins with the state of then.
+const longestBacklog = 4 * 1024 * 1024;
+
+const headers = {
+  'Cache-Control': 'no-store',
+  'Content-Security-Policy': "default-src 'none'; script-src 'self'; style-src 'self'; connect-src 'self'; img-src 'self'; "
+    + "base-uri 'none'; form-action 'none'; frame-ancestors 'none'; require-trusted-types-for 'script'",
+  'Cross-Origin-Opener-Policy': 'same-origin',
+  'Cross-Origin-Resource-Policy': 'same-origin',
+  'Referrer-Policy': 'no-referrer',
+  'X-Content-Type-Options': 'nosniff',
+};
+
+export class ShellServer {
+  private readonly server: Server;
+  private readonly streams = new Set<ServerResponse>();
+  private readonly door: Door = { port: 0, token: randomBytes(24).toString('base64url') };
+
+  constructor(private readonly session: Session, private readonly assets: ReadonlyMap<string, Asset>) {
+    this.server = createServer((request, response) => void this.answer(request, response));
+  }
+
+  // Listens on a port that the system chooses. The address for a person to open.
+  async listen(): Promise<string> {
+    await new Promise<void>((ready) => this.server.listen(0, '127.0.0.1', ready));
+    this.door.port = (this.server.address() as AddressInfo).port;
+    return `${originOf(this.door.port)}/#token=${this.door.token}`;
+  }
+
+  // Waits for the run, which pages see to its end.
+  async close(): Promise<void> {
+    await this.session.close();
+    await Promise.all([...this.streams].map((stream) => new Promise<void>((flushed) => stream.end(flushed))));
+    this.server.close();
+    this.server.closeAllConnections();
+  }
+
+  private async answer(request: IncomingMessage, response: ServerResponse): Promise<void> {
+    for (const [name, value] of Object.entries(headers)) response.setHeader(name, value);
+    const refused = refusal(request, this.door);
+    if (refused !== undefined) return end(response, refused);
+    if (!isInterface(request)) return this.sendAsset(request, response);
+    if (request.method === 'POST') return end(response, await this.take(request));
+    if (request.url !== '/api/events') return end(response, 404);
+    this.stream(response);
+  }
+
+  private sendAsset(request: IncomingMessage, response: ServerResponse): void {
+    const asset = this.assets.get(request.url ?? '');
+    if (!asset) return end(response, 404);
+    response.writeHead(200, { 'Content-Type': asset.type }).end(asset.bytes);
+  }
+
+  private stream(response: ServerResponse): void {
+    response.writeHead(200, { 'Content-Type': 'application/x-ndjson' });
+    const leave = this.session.listen((message) => {
+      response.write(`${JSON.stringify(message)}\n`);
+      if (response.writableLength > longestBacklog) response.destroy();
+    });
+    this.streams.add(response);
+    response.on('close', () => {
+      leave();
+      this.streams.delete(response);
+    });
+  }
+
+  private async take(request: IncomingMessage): Promise<number> {
+    const path = request.url ?? '';
+    if (!requestPaths.has(path)) return 404;
+    const body = await readBody(request);
+    if (body === undefined) return 413;
+    const asked = readRequest(path, body, this.session.apps);
+    if (!asked) return 400;
+    return this.perform(asked) ? 202 : 409;
+  }
+
+  private perform(asked: Request): boolean {
+    switch (asked.ask) {
+      case 'run': return this.session.start(asked.action, asked.apps);
+      case 'cancel': return this.session.cancel(asked.app);
+      case 'export-logs': return this.session.exportLogs();
+      case 'refresh': return this.session.refresh();
+    }
+  }
+}
+
+// A refused request may have a body that is still on its way; its connection isn't used again.
+function end(response: ServerResponse, status: number): void {
+  if (status >= 400) response.setHeader('Connection', 'close');
+  response.writeHead(status).end();
+}
+
+// Undefined if it is too long.
+async function readBody(request: IncomingMessage): Promise<string | undefined> {
+  const pieces: Buffer[] = [];
+  let length = 0;
+  try {
+    for await (const piece of request.iterator({ destroyOnReturn: false })) {
+      pieces.push(piece);
+      length += (piece as Buffer).length;
+      if (length > longestBody) return undefined;
+    }
+  } catch {
+    return '';
+  }
+  return Buffer.concat(pieces).toString('utf8');
+}

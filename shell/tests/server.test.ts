@@ -1,0 +1,254 @@
+// What the server refuses, and how it deals with the engine.
+
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { request, type IncomingHttpHeaders, type IncomingMessage } from 'node:http';
+import { join } from 'node:path';
+import { createInterface } from 'node:readline';
+import { after, before, test } from 'node:test';
+import type { ShellEvent } from '../client/src/events.js';
+import type { State } from '../client/src/state.js';
+import type { Message } from '../page/connection.js';
+import { longestBody } from '../server/server.js';
+import { Stage, transcript } from './stage.js';
+import { built, openTheatre, type Theatre } from './theatre.js';
+
+let theatre: Theatre;
+before(async () => {
+  theatre = await openTheatre();
+  const page = await listen();
+  theatre.session.refresh();
+  await page.until(ended('disk-free'));
+});
+after(() => theatre.close());
+
+interface Asked {
+  path: string;
+  method?: string;
+  headers?: Record<string, string | undefined>;
+  body?: string;
+  to?: Theatre;
+}
+
+// Sends the path as it stands. A header that is undefined is left out.
+async function open({ path, method = 'POST', headers = {}, body = '', to = theatre }: Asked): Promise<IncomingMessage> {
+  const usual = {
+    host: to.address.host, origin: to.address.origin, authorization: `Bearer ${to.token}`,
+    ...(method === 'POST' ? { 'content-type': 'application/json' } : {}),
+  };
+  const all = Object.entries({ ...usual, ...headers }).filter(([, value]) => value !== undefined) as [string, string][];
+  const asked = request({ host: '127.0.0.1', port: to.address.port, path, method, headers: Object.fromEntries(all), agent: false });
+  asked.on('error', () => undefined);
+  asked.end(body);
+  const [response] = (await once(asked, 'response')) as [IncomingMessage];
+  return response;
+}
+
+async function ask(asked: Asked): Promise<{ status: number; headers: IncomingHttpHeaders; text: string }> {
+  const response = await open(asked);
+  let text = '';
+  for await (const piece of response) text += String(piece);
+  return { status: response.statusCode ?? 0, headers: response.headers, text };
+}
+
+const post = async (path: string, body: unknown, to = theatre) => (await ask({ path, body: JSON.stringify(body), to })).status;
+
+interface Listener {
+  beginning: State;
+  // Reads on until one of the events is enough; all that came since the beginning.
+  until(enough: (event: ShellEvent) => boolean): Promise<ShellEvent[]>;
+}
+
+// As a page does. The server has answered when this returns, so nothing that happens afterwards is missed.
+async function listen(to = theatre): Promise<Listener> {
+  const response = await open({ path: '/api/events', method: 'GET', to });
+  const lines = createInterface(response)[Symbol.asyncIterator]();
+  const read = async () => JSON.parse((await lines.next()).value as string) as Message;
+  const first = await read();
+  assert.ok('state' in first);
+  const events: ShellEvent[] = [];
+  return {
+    beginning: first.state,
+    async until(enough) {
+      for (let message = await read(); ; message = await read()) {
+        assert.ok('event' in message);
+        events.push(message.event);
+        if (enough(message.event)) break;
+      }
+      response.destroy();
+      return events;
+    },
+  };
+}
+
+const ended = (command: string) => (event: ShellEvent) => event.type === 'shell:ended' && event.command === command;
+
+test('the page and its files are served without a token, with a strict policy', async () => {
+  for (const path of ['/', '/page/main.js', '/page/views/run.js', '/page/style.css', '/texts/de.json', '/client/src/state.js']) {
+    const { status, headers } = await ask({ path, method: 'GET', headers: { authorization: undefined } });
+    assert.equal(status, 200, path);
+    assert.match(String(headers['content-security-policy']), /default-src 'none'; script-src 'self'/);
+    assert.doesNotMatch(String(headers['content-security-policy']), /unsafe|\*/);
+    assert.equal(headers['x-content-type-options'], 'nosniff');
+    assert.equal(headers['access-control-allow-origin'], undefined);
+  }
+});
+
+test('no answer holds the token', async () => {
+  for (const path of ['/', '/page/main.js', '/api/nothing']) {
+    const { text, headers } = await ask({ path, method: 'GET' });
+    assert.ok(!(text + JSON.stringify(headers)).includes(theatre.token), path);
+  }
+});
+
+const refusals: [string, number, Asked][] = [
+  ['no token', 401, { path: '/api/run', headers: { authorization: undefined } }],
+  ['an empty token', 401, { path: '/api/run', headers: { authorization: 'Bearer ' } }],
+  ['a wrong token', 401, { path: '/api/run', headers: { authorization: `Bearer ${'A'.repeat(32)}` } }],
+  ['a wrong token for the stream', 401, { path: '/api/events', method: 'GET', headers: { authorization: 'Bearer x' } }],
+  ['a token in the address', 401, { path: '/api/events?token=x', method: 'GET', headers: { authorization: undefined } }],
+  ['a foreign origin', 403, { path: '/api/run', headers: { origin: 'https://kelo.example' } }],
+  ['the null origin', 403, { path: '/api/run', headers: { origin: 'null' } }],
+  ['the same host at another port', 403, { path: '/api/run', headers: { origin: 'http://127.0.0.1:1' } }],
+  ['no origin', 403, { path: '/api/run', headers: { origin: undefined } }],
+  ['a foreign host', 403, { path: '/', method: 'GET', headers: { host: 'kelo.example' } }],
+  ['another name of this host', 403, { path: '/', method: 'GET', headers: { host: 'localhost' } }],
+  ['a request from a page of another site', 403, { path: '/', method: 'GET', headers: { 'sec-fetch-site': 'cross-site' } }],
+  ['another method', 405, { path: '/api/run', method: 'PUT' }],
+  ['another method for the page', 405, { path: '/', method: 'DELETE' }],
+  ['a form', 415, { path: '/api/run', headers: { 'content-type': 'application/x-www-form-urlencoded' }, body: 'action=install' }],
+  ['plain text', 415, { path: '/api/run', headers: { 'content-type': 'text/plain' }, body: '{}' }],
+  ['an unknown request', 404, { path: '/api/shutdown', body: '{}' }],
+  ['a large body', 413, { path: '/api/run', body: JSON.stringify({ action: 'install', apps: ['x'.repeat(longestBody)] }) }],
+  ['a large body of unknown length', 413, { path: '/api/run', headers: { 'transfer-encoding': 'chunked' }, body: ' '.repeat(longestBody + 1) }],
+];
+for (const [what, status, asked] of refusals) {
+  test(`refused: ${what}`, async () => assert.equal((await ask(asked)).status, status));
+}
+
+const tricks = [
+  '/../server/main.js', '/server/main.js', '/page/../server/main.js', '/page/..%2fserver%2fmain.js', '/%2e%2e/%2e%2e/etc/passwd', '//etc/passwd',
+  '/page//main.js', '/page/main.js?x', '/page/main.js%00.css', '/page\\main.js', '/page/', '/package.json', '/tests/server.test.js', 'http://kelo.example/',
+  '/__proto__', '/constructor',
+];
+for (const path of tricks) {
+  test(`no file: ${path}`, async () => assert.equal((await ask({ path, method: 'GET' })).status, 404));
+}
+
+const malformed: unknown[] = [
+  null, 7, 'install', [], {}, { action: 'install' }, { action: 'install', apps: [] }, { action: 'install', apps: 'brenna' },
+  { action: 'erase', apps: ['brenna'] }, { action: '--offline', apps: ['brenna'] }, { action: ['install'], apps: ['brenna'] },
+  { action: 'install', apps: ['Brenna'] }, { action: 'install', apps: ['brenna,tolvi'] }, { action: 'install', apps: ['brenna', 'brenna'] },
+  { action: 'install', apps: ['brenna', '--strict'] }, { action: 'install', apps: [['brenna']] }, { action: 'install', apps: ['__proto__'] },
+  { action: 'install', apps: ['brenna'], strict: true },
+];
+for (const body of malformed) {
+  test(`no run: ${JSON.stringify(body)}`, async () => assert.equal(await post('/api/run', body), 400));
+}
+
+test('no run: a body that is not JSON', async () => assert.equal((await ask({ path: '/api/run', body: '{"action":' })).status, 400));
+
+test('no cancel: an app that is not on offer, an unknown key', async () => {
+  for (const body of [{ app: 'x' }, { app: null }, { app: ['brenna'] }, { everything: true }]) assert.equal(await post('/api/cancel', body), 400);
+});
+
+test('after all that the engine was asked two questions and nothing else', () => {
+  assert.deepEqual(theatre.stage.commandLines, [['hello'], ['disk-free']]);
+});
+
+test('a run has the apps in the order of the catalog, and only one is under way', async () => {
+  assert.equal(await post('/api/run', { action: 'install', apps: ['rulo', 'brenna'] }), 202);
+  const run = await theatre.stage.next('run');
+  assert.deepEqual(run.words, ['run', '--action', 'install', '--apps', 'brenna,rulo']);
+  assert.equal(await post('/api/run', { action: 'uninstall', apps: ['tolvi'] }), 409);
+  assert.equal(await post('/api/cancel', { app: 'rulo' }), 202);
+  assert.equal(await run.input(), '{"type":"cancel","app":"rulo"}');
+  const page = await listen();
+  run.end(...transcript('install'));
+  await page.until(ended('disk-free'));
+});
+
+test('nothing to cancel: no run', async () => assert.equal(await post('/api/cancel', {}), 409));
+
+test('a page that comes in mid-run gets the state of then, and two pages get the same events', async () => {
+  assert.equal(await post('/api/run', { action: 'install', apps: ['brenna', 'rulo'] }), 202);
+  const run = await theatre.stage.next('run');
+  const first = await listen();
+  const events = transcript('install');
+  run.say(...events.slice(0, -1));
+  await first.until((event) => event.type === 'app-result' && event.app === 'rulo');
+  const [second, third] = [await listen(), await listen()];
+  assert.deepEqual(second.beginning.run?.apps.map((app) => app.status), ['installed', 'installed']);
+  assert.equal(second.beginning.run?.phase, 'running');
+  run.end(events.at(-1)!);
+  const seen = await second.until(ended('disk-free'));
+  assert.deepEqual(seen, await third.until(ended('disk-free')));
+  assert.deepEqual(seen.slice(0, 2).map((event) => event.type), ['done', 'shell:ended']);
+});
+
+test('an export of logs runs once at a time', async () => {
+  assert.equal(await post('/api/export-logs', {}), 202);
+  const exported = await theatre.stage.next('export-logs');
+  assert.equal(await post('/api/export-logs', {}), 409);
+  const page = await listen();
+  exported.end(...transcript('export-logs'));
+  await page.until(ended('export-logs'));
+  assert.deepEqual(exported.words, ['export-logs']);
+});
+
+test('an engine that is not there is a state, not the end of the server', async () => {
+  const other = await openTheatre('/nonexistent/engine-cli');
+  const page = await listen(other);
+  other.session.refresh();
+  await page.until(ended('disk-free'));
+  const { beginning } = await listen(other);
+  assert.equal(beginning.installer, null);
+  assert.match(beginning.problem?.startFailure ?? '', /ENOENT/);
+  assert.equal(await post('/api/run', { action: 'install', apps: ['brenna'] }, other), 400);
+  await other.close();
+});
+
+// The server as a process of its own, as a person starts it.
+async function startServer(stage: Stage) {
+  const server = spawn(process.execPath, [join(built, 'server/main.js'), '--engine', stage.program], { stdio: ['ignore', 'pipe', 'inherit'] });
+  const [line] = (await once(createInterface(server.stdout), 'line')) as [string];
+  const address = new URL(/http:\S+/.exec(line)![0]);
+  const to = { address, token: address.hash.replace('#token=', '') } as Theatre;
+  const page = await listen(to);
+  if (page.beginning.freeBytes === null) await page.until(ended('disk-free'));
+  return { server, to };
+}
+
+test('a signal asks the run to end, once, and the server waits for it', async () => {
+  const stage = new Stage();
+  const { server, to } = await startServer(stage);
+  assert.equal(await post('/api/run', { action: 'install', apps: ['brenna'] }, to), 202);
+  const run = await stage.next('run');
+  const page = await listen(to);
+  const gone = once(server, 'exit');
+  server.kill('SIGINT');
+  assert.equal(await run.signal(), 'SIGTERM');
+  assert.equal(server.exitCode, null);
+  run.end(...transcript('cancel-all'));
+  assert.ok((await page.until(ended('run'))).some((event) => event.type === 'shell:cancel-asked'));
+  assert.deepEqual(await gone, [0, null]);
+  assert.deepEqual(run.signals, ['SIGTERM']);
+  stage.close();
+});
+
+test('a second signal leaves at once, and the engine goes on', async () => {
+  const stage = new Stage();
+  const { server, to } = await startServer(stage);
+  assert.equal(await post('/api/run', { action: 'install', apps: ['brenna'] }, to), 202);
+  const run = await stage.next('run');
+  const gone = once(server, 'exit');
+  server.kill('SIGINT');
+  await run.signal();
+  server.kill('SIGINT');
+  assert.deepEqual(await gone, [1, null]);
+  assert.equal(process.kill(run.pid, 0), true);
+  assert.deepEqual(run.signals, ['SIGTERM']);
+  run.die();
+  stage.close();
+});

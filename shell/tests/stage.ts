@@ -1,0 +1,130 @@
+// A stage on which the test plays the engine: each process that the shell starts reports here and does what it is told.
+
+import { once, EventEmitter } from 'node:events';
+import { chmodSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
+import { createServer, type Server, type Socket } from 'node:net';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { createInterface } from 'node:readline';
+import { fileURLToPath } from 'node:url';
+import type { HelloEvent } from '../client/src/state.js';
+
+export const project = fileURLToPath(new URL('../../../..', import.meta.url));
+
+type Event = Record<string, unknown>;
+type Told = { input?: string; signal?: string };
+
+export function transcript(name: string): Event[] {
+  const text = readFileSync(join(project, 'protocol/transcripts', `${name}.jsonl`), 'utf8');
+  return text.trimEnd().split('\n').map((line) => JSON.parse(line) as Event);
+}
+
+// The installer of the transcript, otherwise than there in what `change` says.
+export function hello(change: Partial<HelloEvent> = {}): Event[] {
+  const [event, done] = transcript('hello');
+  return [{ ...event, ...change }, done!];
+}
+
+// One process of the engine.
+export class Part {
+  private readonly heard = new EventEmitter();
+  readonly inputs: string[] = [];
+  readonly signals: string[] = [];
+
+  constructor(private readonly socket: Socket, readonly words: string[], readonly pid: number) {}
+
+  take({ input, signal }: Told): void {
+    if (input !== undefined) this.inputs.push(input);
+    if (signal !== undefined) this.signals.push(signal);
+    this.heard.emit('heard');
+  }
+
+  async input(): Promise<string> {
+    while (this.inputs.length === 0) await once(this.heard, 'heard');
+    return this.inputs.shift()!;
+  }
+
+  async signal(): Promise<string> {
+    while (this.signals.length === 0) await once(this.heard, 'heard');
+    return this.signals[0]!;
+  }
+
+  say(...events: Event[]): void {
+    this.tell({ write: events.map((event) => `${JSON.stringify(event)}\n`).join('') });
+  }
+
+  // Ends as a crashed engine does.
+  die(): void {
+    process.kill(this.pid, 'SIGKILL');
+  }
+
+  // Says the rest and ends with the status of its `done`.
+  end(...events: Event[]): void {
+    this.say(...events);
+    this.tell({ exit: Number(events.at(-1)?.exitCode ?? 0) });
+  }
+
+  private tell(what: object): void {
+    this.socket.write(`${JSON.stringify(what)}\n`);
+  }
+}
+
+export class Stage {
+  // What queries are answered at once. A command without an answer here waits for the test to take it by `next`.
+  readonly answers: Record<string, Event[]> = {
+    hello: hello(),
+    'disk-free': [
+      { v: 1, type: 'disk-free-result', path: '/Applications', freeBytes: 20_000_000_000 },
+      { v: 1, type: 'done', action: 'disk-free', exitCode: 0 },
+    ],
+  };
+  readonly commandLines: string[][] = [];
+  readonly program: string;
+
+  private readonly folder = mkdtempSync(join(tmpdir(), 'kelo-stage-'));
+  private readonly server: Server;
+  private readonly entered = new EventEmitter();
+  private readonly waiting: Part[] = [];
+
+  constructor() {
+    const path = join(this.folder, 'socket');
+    this.program = join(this.folder, 'engine-cli');
+    const player = fileURLToPath(new URL('player.js', import.meta.url));
+    writeFileSync(this.program, `#!/bin/sh\nexec '${process.execPath}' '${player}' '${path}' "$@"\n`);
+    chmodSync(this.program, 0o755);
+    this.server = createServer((socket) => this.enter(socket)).listen(path);
+  }
+
+  // The next process with this command that no answer was ready for.
+  async next(command: string): Promise<Part> {
+    for (;;) {
+      const found = this.waiting.findIndex((part) => part.words[0] === command);
+      if (found >= 0) return this.waiting.splice(found, 1)[0]!;
+      await once(this.entered, 'entered');
+    }
+  }
+
+  close(): void {
+    this.server.close();
+    rmSync(this.folder, { recursive: true });
+  }
+
+  private enter(socket: Socket): void {
+    let part: Part | undefined;
+    socket.on('error', () => undefined);
+    createInterface(socket).on('line', (line) => {
+      const told = JSON.parse(line) as Told & { words: string[]; pid: number };
+      if (part) part.take(told);
+      else part = this.meet(new Part(socket, told.words, told.pid));
+    });
+  }
+
+  private meet(part: Part): Part {
+    this.commandLines.push(part.words);
+    const answer = this.answers[part.words[0]!];
+    if (answer) part.end(...answer);
+    else this.waiting.push(part);
+    this.entered.emit('entered');
+    return part;
+  }
+}

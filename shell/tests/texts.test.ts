@@ -1,0 +1,88 @@
+// Both languages have a text for everything that the protocol can say, and the page says nothing that isn't there.
+
+import assert from 'node:assert/strict';
+import { readdirSync, readFileSync } from 'node:fs';
+import { join } from 'node:path';
+import { test } from 'node:test';
+import { Words, type Texts } from '../page/words.js';
+import { project } from './stage.js';
+
+const readText = (path: string) => readFileSync(join(project, path), 'utf8');
+const read = <T>(path: string) => JSON.parse(readText(path)) as T;
+const texts = { en: read<Texts>('shell/texts/en.json'), de: read<Texts>('shell/texts/de.json') };
+const { $defs } = read<{ $defs: Record<string, { enum: string[] }> }>('protocol/schema/common.json');
+const words = (kind: string) => $defs[kind]!.enum;
+const sorted = (keys: Iterable<string>) => [...keys].sort();
+type Rows = Record<string, { text: string; offer: string[]; offerOffline?: string[] }>;
+
+for (const [language, text] of Object.entries(texts)) {
+  test(`${language}: a text for every status, code, stage and description`, () => {
+    const catalog = read<{ apps: { descriptionCode: string }[] }>('protocol/catalog.json');
+    assert.deepEqual(sorted(Object.keys(text.statuses)), sorted(words('status')));
+    assert.deepEqual(sorted(Object.keys(text.codes)), sorted([...words('errorCode'), 'UNKNOWN']));
+    assert.deepEqual(sorted(Object.keys(text.stages)), sorted(words('stage')));
+    assert.deepEqual(sorted(Object.keys(text.descriptions)), sorted(catalog.apps.map((app) => app.descriptionCode)));
+    for (const reason of words('retirementReason')) assert.ok(reason in text.retired, reason);
+  });
+
+  test(`${language}: no text is empty or has a straight quote`, () => {
+    for (const [path, leaf] of leaves(text)) assert.match(leaf, /^[^'"]+$/, path);
+  });
+
+  test(`${language}: what is offered for a code is what the protocol's page says`, () => {
+    for (const [code, { offer, offerOffline }] of Object.entries(text.codes as Rows)) {
+      const advice = adviceOf(code);
+      const offered = new Set([...offer, ...(offerOffline ?? [])]);
+      assert.equal(offered.has('retry'), /try again/.test(advice), code);
+      assert.equal(offered.has('logs'), /the logs/.test(advice), code);
+      assert.equal(offered.has('download'), /download page|downloadUrl/.test(advice), code);
+      assert.equal(offerOffline !== undefined, /offline/.test(advice), code);
+    }
+  });
+}
+
+// The fourth column of the table of codes.
+function adviceOf(code: string): string {
+  const row = readText('protocol/README.md').split('\n').find((line) => line.startsWith(`| \`${code}\` |`));
+  assert.ok(row, code);
+  return row.split('|')[4]!;
+}
+
+function leaves(value: unknown, path = ''): [string, string][] {
+  if (typeof value === 'string') return [[path, value]];
+  return Object.entries(value as object).flatMap(([key, part]) => leaves(part, `${path}/${key}`));
+}
+
+test('both languages have the same keys, with the same places for arguments', () => {
+  const shape = (text: Texts) => leaves(text).map(([path, leaf]) => `${path} ${sorted(leaf.match(/\{\w+\}/g) ?? []).join()}`);
+  assert.deepEqual(sorted(shape(texts.de)), sorted(shape(texts.en)));
+});
+
+test('the page uses every text', () => {
+  const folders = ['shell/page', 'shell/page/views'];
+  const sources = folders.flatMap((folder) => readdirSync(join(project, folder)).filter((name) => name.endsWith('.ts'))
+    .map((name) => readText(`${folder}/${name}`))).join();
+  assert.deepEqual(Object.keys(texts.en.page).filter((key) => !sources.includes(`'${key}'`)), []);
+});
+
+const bytes: [number, string, string][] = [
+  [0, '0 bytes', '0 Byte'], [1, '1 byte', '1 Byte'], [999, '999 bytes', '999 Byte'], [1000, '1 kB', '1 kB'], [31_457_280, '31.5 MB', '31,5 MB'],
+  [279_172_874, '279 MB', '279 MB'], [20_000_000_000, '20 GB', '20 GB'], [5_000_000_000_000, '5,000 GB', '5.000 GB'],
+];
+for (const [count, english, german] of bytes) {
+  test(`${count} bytes`, () => {
+    assert.equal(new Words('en', texts.en).bytes(count), english);
+    assert.equal(new Words('de', texts.de).bytes(count).replace(/\s/g, ' '), german);
+  });
+}
+
+test('a word that a later engine adds has a text all the same', () => {
+  const english = new Words('en', texts.en);
+  assert.equal(english.failure('LATER', 'install', false).text, texts.en.codes.INSTALL_FAILED.text);
+  assert.equal(english.failure('LATER', 'uninstall', false).text, texts.en.codes.UNINSTALL_FAILED.text);
+  assert.equal(english.failure('constructor', 'install', false).text, texts.en.codes.INSTALL_FAILED.text);
+  assert.equal(english.status('later'), 'later');
+  assert.equal(english.description('constructor'), '');
+  assert.equal(english.retired('later'), texts.en.retired['source-unavailable']);
+  assert.equal(english.retired('expired', 'soon'), texts.en.retired.expiredOn.replace('{date}', 'soon'));
+});

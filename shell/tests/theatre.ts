@@ -1,0 +1,33 @@
+// The server in front of a stage: what the tests of the server and of the page share.
+
+import { fileURLToPath } from 'node:url';
+import { Engine } from '../client/src/engine.js';
+import { readAssets } from '../server/assets.js';
+import { ShellServer } from '../server/server.js';
+import { Session } from '../server/session.js';
+import { Stage } from './stage.js';
+
+export const built = fileURLToPath(new URL('..', import.meta.url));
+
+export interface Theatre {
+  stage: Stage;
+  session: Session;
+  address: URL;
+  token: string;
+  close(): Promise<void>;
+}
+
+// `program`: the engine; the stage's if left out.
+export async function openTheatre(program?: string): Promise<Theatre> {
+  const stage = new Stage();
+  const session = new Session(new Engine({ program: program ?? stage.program }));
+  const server = new ShellServer(session, readAssets(built));
+  const address = new URL(await server.listen());
+  return {
+    stage, session, address, token: address.hash.replace('#token=', ''),
+    async close() {
+      await server.close();
+      stage.close();
+    },
+  };
+}
