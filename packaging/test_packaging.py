@@ -126,3 +126,24 @@ def test_on_a_mac_the_preset_looks_in_homebrews_folder_and_warnings_stop_nothing
                      'message("${CMAKE_OSX_ARCHITECTURES} ${CMAKE_PREFIX_PATH} ${KELO_WERROR}")\n')
     told = subprocess.run(["cmake", "-P", probe], check=True, capture_output=True, text=True).stderr
     assert told.strip() == f"{processor} {homebrew};{homebrew}/opt/openssl@3 OFF"
+
+
+@pytest.mark.parametrize("identifier, team, status", [
+    ("com.kelo.desk-installer", "QX7M4R2V9D", 0), ("com.kelo.desk-installer", "AAAAAAAAAA", 3), ("com.other", "QX7M4R2V9D", 3)])
+def test_the_configuration_profile_allows_the_publishers_bundle_and_no_other(tmp_path, identifier, team, status):
+    profile = plistlib.loads((ROOT / "packaging/macos/app-management.mobileconfig").read_bytes())
+    (payload,) = profile["PayloadContent"]
+    assert (profile["PayloadType"], payload["PayloadType"]) == ("Configuration", "com.apple.TCC.configuration-profile-policy")
+    assert profile["PayloadUUID"] != payload["PayloadUUID"]
+    ((service, (entry,)),) = payload["Services"].items()
+    assert (service, entry["Authorization"], entry["StaticCode"]) == ("SystemPolicyAppBundles", "Allow", False)
+    information = plistlib.loads((BUILD / "packaging/Info.plist").read_bytes())
+    assert (entry["IdentifierType"], entry["Identifier"]) == ("bundleID", information["CFBundleIdentifier"])
+    lab, authority, code = BUILD / "lab/bin", tmp_path / "authority", tmp_path / "code"
+    subprocess.run([lab / "lab-sign", "make-authority", authority, "--team", team], check=True, capture_output=True)
+    subprocess.run([lab / "lab-sign", "make-macho", code], check=True)
+    subprocess.run([lab / "lab-sign", "sign", "--authority", authority, "--identifier", identifier, code], check=True, capture_output=True)
+    codesign = shutil.copy(lab / "codesign", tmp_path / "codesign")
+    (tmp_path / "linux_host.json").write_text(json.dumps({"testAuthority": str(authority / "root.pem")}))
+    judged = subprocess.run([codesign, "--verify", "-R", "=" + entry["CodeRequirement"], code], capture_output=True, text=True)
+    assert judged.returncode == status, judged.stderr

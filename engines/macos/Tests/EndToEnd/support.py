@@ -30,7 +30,8 @@ IDENTIFIERS = {app["id"]: app["installerBundleIdentifier"] for app in CATALOG}
 IMAGES = {app["id"]: app["tempFileName"] for app in CATALOG}
 NOBODY = 65534
 RUNNING_AS_ROOT = os.getuid() == 0
-VERSION = re.search(r"^CMAKE_PROJECT_VERSION:STATIC=(.*)$", (BUILD / "CMakeCache.txt").read_text(), re.MULTILINE)[1]
+VERSION = re.search(r"^project\(\S+ VERSION (\S+)", (pathlib.Path(__file__).resolve().parents[4] / "CMakeLists.txt").read_text(),
+                    re.MULTILINE)[1]
 
 # How long a run may take before it counts as hung. Never a measure of speed.
 HANG = 240

@@ -169,7 +169,7 @@ def test_a_sweep_over_current_apps_quits_none_and_mounts_nothing(desk):
         assert (done.returncode, done.stdout, running.poll()) == (0, "", None)
         assert desk.machine.log.count("SilentRunner: Starting") == before
         # What the sweep is careful about: the install itself quits the app before it looks.
-        assert desk.run(["kelo", "--apps", "brenna"]).returncode == 0
+        assert desk.run(["kelo", "--quit-apps", "--apps", "brenna"]).returncode == 0
         assert running.wait(timeout=HANG) is not None
         assert "is already installed (same version)" in desk.machine.log
     finally:

@@ -1,5 +1,8 @@
-"""kelo, the script that starts engine-cli only if it knows every word."""
+"""kelo, the script that starts engine-cli only if it knows every word, and quits no app unasked."""
 
+import json
+import os
+import pty
 import shutil
 import subprocess
 
@@ -12,15 +15,33 @@ KELO = HOME / "packaging/command/kelo"
 
 @pytest.fixture
 def bundle(tmp_path):
-    """A bundle with kelo and an engine that repeats its words, one per line, and ends with 42."""
+    """A bundle with kelo and an engine that repeats its words, one per line, and ends with 42. It answers questions with
+    what the files hello and check-updates beside it hold."""
     contents = tmp_path / "a folder/Kelo-Desk-Installer.app/Contents"
     for folder in ("MacOS", "Resources/bin"):
         (contents / folder).mkdir(parents=True)
-    shutil.copy(KELO, contents / "Resources/bin/kelo")
+    for script in ("kelo", "kelo-summary"):
+        shutil.copy(KELO.with_name(script), contents / "Resources/bin" / script)
     engine = contents / "MacOS/engine-cli"
-    engine.write_text('#!/bin/sh\nprintf "%s\\n" "$@"\nexit 42\n')
+    engine.write_text('#!/bin/sh\nprintf "%s\\n" "$@"\n[ ! -e "$0.$1" ] || cat "$0.$1"\nexit 42\n')
     engine.chmod(0o755)
+    answers(contents)
     return contents
+
+
+def answers(contents, *rows, latest=None, **facts):
+    """What the engine says is installed, and what is on offer on the network."""
+    hello = {"type": "hello", "engineVersion": "7.8", "mode": "offline", "apps": rows, **facts}
+    news = {"type": "update-check-result", "apps": [{**row, "latestVersion": latest, "updateAvailable": True} for row in rows]}
+    for command, event in (("hello", hello), ("check-updates", news)):
+        (contents / f"MacOS/engine-cli.{command}").write_text(
+            json.dumps(event, separators=(",", ":")).replace("/", "\\/") + "\n")
+
+
+def app(name, version=None, latest="2.0", path=None, source="direct"):
+    return {"id": name, "displayName": f"Kelo {name.title()}", "installedVersion": version, "latestVersion": latest,
+            "updateAvailable": version == "1.0", "source": version and source,
+            "installedPath": version and str(path or f"/Applications/{name}.app")}
 
 
 def kelo(program, *words, path="/usr/bin:/bin"):
@@ -39,7 +60,8 @@ def kelo(program, *words, path="/usr/bin:/bin"):
 ])
 def test_understood_words_reach_the_engine_and_its_status_comes_back(bundle, line, passed):
     done = kelo(bundle / "Resources/bin/kelo", *line.split())
-    assert (done.stdout.split(), done.stderr, done.returncode) == (passed.split(), "", 42)
+    said = [word for word in done.stdout.split() if not word.startswith("{")]
+    assert (said, done.stderr, done.returncode) == (passed.split(), "", 42)
 
 
 @pytest.mark.parametrize("words, complaint", [
@@ -79,9 +101,115 @@ def test_it_finds_the_engine_of_its_bundle_through_links_and_else_the_one_in_the
     (tmp_path / "bin/second").symlink_to(bundle / "Resources/bin/kelo")
     (tmp_path / "bin/kelo").symlink_to("second")
     assert kelo(tmp_path / "bin/kelo", "hello").returncode == 42
-    alone = shutil.copy(KELO, tmp_path / "alone")
+    (tmp_path / "elsewhere").mkdir()
+    alone = shutil.copy(KELO, tmp_path / "elsewhere/alone")
     assert kelo(alone, "hello").returncode == 127
     assert kelo(alone, "hello", path=f"{bundle / 'MacOS'}:/usr/bin:/bin").returncode == 42
+    beside = shutil.copy(bundle / "MacOS/engine-cli", tmp_path / "elsewhere/engine-cli")
+    assert (kelo(alone, "hello").returncode, os.access(beside, os.X_OK)) == (42, True)
+
+
+def test_it_says_the_engines_version_and_an_inventory(bundle):
+    program = bundle / "Resources/bin/kelo"
+    answers(bundle, app("brenna", "1.0"), app("tolvi"), app("rulo"), app("galdivane", "2.0"))
+    (bundle / "Resources/installer_config.json").write_text(
+        '{"apps": {},\n "expiresOn": {"online": "2031-01-31",\n "offline" : "2030-12-31"}}')
+    assert kelo(program, "--version").stdout == "engine-cli 7.8\n"
+    assert kelo(program, "inventory").stdout == "engine 7.8; brenna 1.0; tolvi -; rulo -; galdivane 2.0; expires 2030-12-31\n"
+    (bundle / "Resources/installer_config.json").unlink()
+    assert kelo(program, "inventory").stdout.endswith("; expires -\n")
+
+
+@pytest.fixture
+def running(tmp_path):
+    """An application whose executable runs until the test's end."""
+    executable = tmp_path / "Brenna's \"own\".app/Contents/MacOS/Brenna"
+    executable.parent.mkdir(parents=True)
+    shutil.copy("/usr/bin/cat", executable)
+    process = subprocess.Popen([executable], stdin=subprocess.PIPE)
+    yield executable.parents[2]
+    process.stdin.close()
+    process.wait()
+
+
+def test_a_running_app_is_left_out_and_the_others_are_not(bundle, running):
+    answers(bundle, app("brenna", "1.0", path=running), app("tolvi"))
+    done = kelo(bundle / "Resources/bin/kelo", "--mode", "install", "--apps", "brenna,tolvi", "--strict", "true")
+    assert done.stdout.split() == "--silent --mode install --apps tolvi --strict true".split()
+    assert (done.returncode, done.stderr) == (42, "Kelo Brenna: is running, left alone; --quit-apps quits it\n")
+
+
+def test_with_nothing_else_to_do_the_status_says_try_again(bundle, running):
+    answers(bundle, app("brenna", "1.0", path=running))
+    for words in (["--apps", "brenna"], ["run", "--action", "uninstall", "--apps", "brenna"]):
+        done = kelo(bundle / "Resources/bin/kelo", *words)
+        assert (done.returncode, done.stdout) == (75, "")
+    engine = bundle / "MacOS/engine-cli"
+    engine.write_text(engine.read_text().replace("exit 42", "exit 0"))
+    assert kelo(bundle / "Resources/bin/kelo", "--apps", "tolvi,brenna").returncode == 75
+
+
+def test_a_running_app_is_handed_over_when_it_may_be_quit(bundle, running):
+    answers(bundle, app("brenna", "1.0", path=running))
+    done = kelo(bundle / "Resources/bin/kelo", "--quit-apps", "--apps", "brenna")
+    assert (done.returncode, done.stdout.split(), done.stderr) == (42, ["--silent", "--apps", "brenna"], "")
+
+
+def test_without_an_answer_nothing_is_started(bundle):
+    (bundle / "MacOS/engine-cli.hello").unlink()
+    done = kelo(bundle / "Resources/bin/kelo", "--apps", "brenna")
+    assert (done.returncode, done.stdout, done.stderr) == (70, "", "kelo: engine-cli gives no answer to hello\n")
+
+
+def test_a_dry_run_says_what_would_happen_and_starts_nothing(bundle, running):
+    program = bundle / "Resources/bin/kelo"
+    answers(bundle, app("brenna", "1.0", path=running), app("tolvi"), app("rulo", "1.0", source="appstore"),
+            app("galdivane", "2.0"))
+    assert kelo(program, "--dry-run", "--apps", "brenna,tolvi,rulo,galdivane").stdout.splitlines() == [
+        "Kelo Brenna: would be updated from version 1.0 to 2.0; is running, would be left alone",
+        "Kelo Tolvi: would be installed, version 2.0", "Kelo Rulo: a copy from the App Store, left alone",
+        "Kelo Galdivane: current, version 2.0"]
+    assert kelo(program, "--mode", "uninstall", "--apps", "brenna,tolvi,rulo", "--dry-run", "--quit-apps").stdout.splitlines() == [
+        "Kelo Brenna: would be removed; is running, would be quit", "Kelo Tolvi: isn't installed",
+        "Kelo Rulo: a copy from the App Store, left alone"]
+    answers(bundle, app("tolvi", "1.0", latest=None), mode="online", latest="3.0")
+    assert kelo(program, "--apps", "tolvi", "--dry-run").stdout == "Kelo Tolvi: would be updated from version 1.0 to 3.0\n"
+    answers(bundle, app("tolvi", "1.0", latest=None))
+    assert kelo(program, "--apps", "tolvi", "--dry-run").stdout == "Kelo Tolvi: no version on offer is known\n"
+
+
+def read_from(terminal):
+    """The next bytes on the screen; none once every writer has gone."""
+    try:
+        return os.read(terminal, 4096)
+    except OSError:
+        return b""
+
+
+def test_a_person_at_a_terminal_reads_one_line_an_app(installation):
+    machine = installation("1.0")
+    machine.install("--apps", "brenna")
+    machine = installation("2.0", machine=machine)
+    scripts = machine.resources / "bin"
+    scripts.mkdir()
+    for script in ("kelo", "kelo-summary"):
+        shutil.copy(KELO.with_name(script), scripts / script)
+    (machine.packages / "rulo_installer.dmg").write_bytes(b"not what was promised")
+
+    def at_a_terminal(*words):
+        here, there = pty.openpty()
+        done = subprocess.run([scripts / "kelo", *words], stdout=there, stderr=there, stdin=subprocess.DEVNULL)
+        os.close(there)
+        screen = b"".join(iter(lambda: read_from(here), b""))
+        os.close(here)
+        return done.returncode, screen.decode().replace("\r\n", "\n").splitlines()
+
+    assert at_a_terminal("--apps", "brenna,tolvi,rulo") == (1, [
+        "Kelo Brenna: updated from 1.0, version 2.0", "Kelo Tolvi: installed, version 2.0",
+        "Kelo Rulo: failed: Checksum verification failed for Kelo Rulo"])
+    assert at_a_terminal("--apps", "tolvi") == (0, ["Kelo Tolvi: current, version 2.0"])
+    assert at_a_terminal("--mode", "uninstall", "--apps", "tolvi,rulo") == (0, [
+        "Kelo Tolvi: uninstalled", "Kelo Rulo: already absent"])
 
 
 def test_it_knows_every_option_and_app(bundle):
