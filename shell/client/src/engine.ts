@@ -48,10 +48,11 @@ export class Engine {
   }
 }
 
+const isApp = (app: unknown) => typeof app === 'string' && app.trim() !== '' && !app.includes(',') && !app.startsWith('--');
+
 // Without a name the engine would take all apps of the catalog, also for a removal.
 function list(apps: readonly App[]): string {
-  const usable = (app: App) => app.trim() !== '' && !app.includes(',') && !app.startsWith('--');
-  if (apps.length === 0 || !apps.every(usable)) throw new RangeError(`not a list of apps: ${JSON.stringify(apps)}`);
+  if (apps.length === 0 || !apps.every(isApp)) throw new RangeError(`not a list of apps: ${JSON.stringify(apps)}`);
   return apps.join(',');
 }
 
@@ -162,8 +163,10 @@ export class EngineProcess implements AsyncIterable<ShellEvent> {
 export class Run extends EngineProcess {
   private terminated = false;
 
-  /** Cancels one app, or the whole run. The events tell what became of it; see `RunApp.condition`. */
+  /** Cancels one app, or the whole run if `app` is left out. The events tell what became of it; see `RunApp.condition`. */
   cancel(app?: App): void {
+    // The engine would take it for the whole run.
+    if (app !== undefined && !isApp(app)) throw new RangeError(`not an app: ${JSON.stringify(app)}`);
     const command: Command = { type: 'cancel', ...(app === undefined ? {} : { app }) };
     this.process?.stdin.write(`${JSON.stringify(command)}\n`);
     this.addCancel(app);

@@ -30,8 +30,9 @@ export interface RunApp {
   readonly cancelAsked: boolean;
   /** A cancel of this app alone would have an effect now. */
   readonly canCancel: boolean;
-  /** The engine's own words; null before its result. */
+  /** The engine's own word; null before its result. */
   readonly status: Status | null;
+  /** Why it failed or was skipped. Null for a cancel. */
   readonly errorCode: ErrorCode | null;
 }
 
@@ -111,10 +112,8 @@ function changeApp(run: RunState, id: App, change: (app: RunApp) => RunApp): Run
 
 function enterStage(app: RunApp, { stage }: StageEvent): RunApp {
   const downloading = stage === 'download';
-  return {
-    ...app, stage, condition: downloading && app.cancelAsked ? 'cancelling' : 'working', status: null, errorCode: null,
-    indeterminate: !downloading, retrying: downloading && app.stage !== null,
-  };
+  const condition = downloading && app.cancelAsked ? 'cancelling' : 'working';
+  return { ...app, stage, condition, indeterminate: !downloading, retrying: false };
 }
 
 function advance(run: RunState, event: ProgressEvent): RunState {
@@ -123,7 +122,7 @@ function advance(run: RunState, event: ProgressEvent): RunState {
 }
 
 function withProgress(app: RunApp, { percent, indeterminate, detailArgs }: ProgressEvent): RunApp {
-  if (app.stage === 'uninstall' || app.status !== null) return app;
+  if (app.stage === 'uninstall') return app;
   const bytes = detailArgs && { downloaded: detailArgs.downloadedBytes, total: detailArgs.totalBytes };
   return {
     ...app, indeterminate, percent: Math.max(app.percent, Math.min(percent, 100)),
@@ -133,10 +132,9 @@ function withProgress(app: RunApp, { percent, indeterminate, detailArgs }: Progr
 }
 
 function withResult(app: RunApp, result: AppResultEvent | Result): RunApp {
-  return {
-    ...app, condition: endedAs(app, result), indeterminate: false, retrying: false,
-    status: result.status, errorCode: result.errorCode ?? null,
-  };
+  const condition = endedAs(app, result);
+  const errorCode = condition === 'cancelled' ? null : result.errorCode ?? null;
+  return { ...app, condition, indeterminate: false, retrying: false, status: result.status, errorCode };
 }
 
 function endedAs(app: RunApp, { status, errorCode }: AppResultEvent | Result): RunAppCondition {
@@ -169,7 +167,7 @@ function askToCancel(run: RunState, { app: name }: CancelAskedEvent): RunState {
 const isNamed = (app: RunApp, name: string) => app.id.toLowerCase() === name.toLowerCase();
 
 function cancelled(app: RunApp): RunApp {
-  if (app.status !== null || app.stage === 'uninstall') return app;
+  if (app.status !== null) return app;
   if (app.stage === null) return { ...app, cancelAsked: true, condition: 'cancelled' };
   return { ...app, cancelAsked: true, condition: app.stage === 'download' ? 'cancelling' : app.condition };
 }
@@ -199,6 +197,6 @@ function derived(run: RunState): RunState {
   const apps = run.apps.map((app) => ({ ...app, canCancel: alone && isCancellable(app) }));
   const sum = apps.reduce((so, app) => so + (app.status === null ? app.percent : 100), 0);
   const percent = Math.max(run.percent, Math.min(100, sum / Math.max(run.total, apps.length, 1)));
-  const canCancel = running && !run.cancelAsked && apps.some(isCancellable);
+  const canCancel = running && apps.some(isCancellable);
   return { ...run, apps, percent, canCancel };
 }

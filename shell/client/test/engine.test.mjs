@@ -55,6 +55,8 @@ test('a list that the engine would take for all apps, or for an option, is refus
     assert.throws(() => none.run('uninstall', apps), RangeError, JSON.stringify(apps));
     assert.throws(() => none.checkUpdates(apps), RangeError, JSON.stringify(apps));
   }
+  const run = none.run('install', ['brenna']);
+  for (const app of ['', ' ', null, 5, {}]) assert.throws(() => run.cancel(app), RangeError, JSON.stringify(app));
 });
 
 test('noise among the events harms nothing', async (t) => {
@@ -83,7 +85,7 @@ test('a cancel reaches the engine, and the person sees it as one', async (t) => 
   assert.deepEqual([...new Set(seen)], [
     'waiting waiting', 'working waiting', 'cancelling waiting', 'cancelling cancelled', 'cancelled cancelled',
   ]);
-  assert.deepEqual(state.run.apps.map((app) => [app.status, app.errorCode]), [['failed', 'DOWNLOAD_FAILED'], ['cancelled', null]]);
+  assert.deepEqual(state.run.apps.map((app) => [app.status, app.errorCode]), [['failed', null], ['cancelled', null]]);
   assert.equal(state.run.exitCode, 2);
 });
 
@@ -95,6 +97,14 @@ test('a cancel that meets an engine that has ended does nothing', async (t) => {
   const { events: taken } = await follow(run);
   assert.equal(taken.at(-1).type, 'shell:ended');
   assert.ok(!taken.some((event) => event.type === 'shell:cancel-asked'));
+});
+
+test('a cancel that meets a closed standard input does nothing', async (t) => {
+  const program = join(folder(t), 'engine-cli');
+  writeFileSync(program, '#!/bin/sh\nexec <&-\necho ready\n', { mode: 0o755 });
+  const run = new Engine({ program }).run('install', ['brenna']);
+  const { state } = await follow(run, client.initialState, (event) => event.text === 'ready' && run.cancel());
+  assert.equal(state.problem.status, 0);
 });
 
 test('silence is told once, and ends with the next line', async (t) => {
@@ -123,9 +133,12 @@ test('an engine that dies leaves what is known, and a cut line', async (t) => {
 });
 
 test('the reason for a bad command line is kept', async (t) => {
-  const steps = [{ transcript: 'bad-command-line' }, { errors: 'Error: unknown app\n' }, { exit: 3 }];
+  const reason = 'Error: unknown app\n';
+  const steps = [{ transcript: 'bad-command-line' }, { errors: 'x'.repeat(10_000) }, { errors: reason }, { exit: 3 }];
   const { events: taken, state } = await follow(engine(t, { run: steps }).run('install', ['norda']));
-  assert.deepEqual(taken.at(-1), { type: 'shell:ended', command: 'run', done: false, status: 3, signal: null, errors: 'Error: unknown app\n' });
+  const { errors, ...ended } = taken.at(-1);
+  assert.deepEqual(ended, { type: 'shell:ended', command: 'run', done: false, status: 3, signal: null });
+  assert.deepEqual([errors.length, errors.endsWith(`x${reason}`)], [4096, true]);
   assert.equal(state.run.phase, 'refused');
   assert.match(state.run.errorMessage, /Unknown app identifier/);
 });
@@ -142,6 +155,16 @@ test('a program that cannot be started ends in order', async (t) => {
     assert.equal(state.run.phase, 'refused');
     assert.deepEqual(conditions(state), { brenna: 'untouched' });
   }
+});
+
+test('nothing of a command is left in the shell, and no group is shared with it', async (t) => {
+  const program = join(folder(t), 'engine-cli');
+  writeFileSync(program, '#!/bin/sh\ncut -d " " -f 1,5 /proc/$$/stat\nread line\necho one\nread line\necho two\n', { mode: 0o755 });
+  const run = new Engine({ program }).run('install', ['brenna']);
+  const { events: taken } = await follow(run, client.initialState, (event) => event.type === 'shell:line' && run.cancel());
+  const [leader, group] = taken.find((event) => event.type === 'shell:line').text.split(' ');
+  assert.equal(leader, group);
+  assert.ok(!process.getActiveResourcesInfo().includes('Timeout'), String(process.getActiveResourcesInfo()));
 });
 
 test('output that no one takes does not stop the engine', async (t) => {
@@ -171,7 +194,7 @@ test('a shell that ends asks the engine once to end', async (t) => {
   writeFileSync(program, `#!${process.execPath}
     let signals = 0;
     process.on('SIGTERM', () => { signals += 1; console.log('asked'); });
-    process.stdin.once('data', () => process.exit(signals)).once('end', () => process.exit(99));
+    process.stdin.once('data', () => setImmediate(() => process.exit(signals))).once('end', () => process.exit(99));
     console.log('ready');`, { mode: 0o755 });
   const run = new Engine({ program }).run('install', ['brenna']);
   const { state } = await follow(run, client.initialState, (event) => {

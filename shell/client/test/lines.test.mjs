@@ -22,6 +22,7 @@ test('a stream that is cut anywhere, also inside a character, gives the same lin
 test('a last line without a line feed is a line', () => {
   assert.deepEqual(read([Buffer.from('one\ntw'), Buffer.from('o')]), ['one', 'two']);
   assert.deepEqual(read([Buffer.from('one\n')]), ['one']);
+  assert.deepEqual(read([Buffer.from('cut inside —').subarray(0, -1)]), ['cut inside \ufffd']);
 });
 
 test('a line without an end is given up, and the next one is read', () => {

@@ -79,7 +79,7 @@ test('online: cancelled, killed, installed', async (t) => {
     assert.ok(run.apps[0].canCancel);
     cancelled.cancel('brenna');
   }));
-  assert.deepEqual(became(state), ['brenna cancelled DOWNLOAD_FAILED', 'tolvi failed SOURCE_UNAVAILABLE']);
+  assert.deepEqual(became(state), ['brenna cancelled', 'tolvi failed SOURCE_UNAVAILABLE']);
   assert.equal(state.run.phase, 'done');
 
   const killed = start();

@@ -65,6 +65,8 @@ for (const [name, [action, became, exitCode]] of Object.entries(runs)) {
     assert.deepEqual(Object.fromEntries(words), became);
     assert.deepEqual([state.run.phase, state.run.action, state.run.exitCode, state.run.percent], ['done', action, exitCode, 100]);
     assert.deepEqual([state.underWay, state.helloNeeded, state.problem], [[], true, null]);
+    const said = events(name).find((event) => event.level === 'error')?.message ?? null;
+    assert.equal(state.run.errorMessage, said);
     assertNothingGoesOn(state);
   });
 
@@ -119,6 +121,13 @@ test('an install shows what the engine says, a whole run the share of each app',
   assert.deepEqual(states.map((state) => state.run.percent), [0, 0, 20, 20, 42.5, 50, 50, 60]);
   assert.deepEqual(states.map((state) => runApp(state, 'brenna').indeterminate), [false, false, false, true, true, false, false, false]);
   assert.deepEqual(runApp(states.at(-1), 'tolvi').bytes, { downloaded: 100, total: 500 });
+});
+
+test('a run whose beginning was not seen counts as the engine does', () => {
+  const counted = play([stage('brenna', 'download', { total: 4 }), result('brenna', 'installed'), stage('tolvi', 'download')]);
+  assert.deepEqual(counted.map((state) => state.run.percent), [0, 25, 25]);
+  const uncounted = play([stage('brenna', 'download'), stage('tolvi', 'download'), result('tolvi', 'installed')]);
+  assert.deepEqual(uncounted.map((state) => state.run.percent), [0, 0, 50]);
 });
 
 test('a removal cannot be measured', () => {
@@ -188,7 +197,8 @@ for (const [what, before, answer, shown] of cancels) {
   test(`the person cancels ${what}: ${shown}`, () => {
     const final = done('install', 2, { ...answer, installedPath: undefined });
     for (const list of [[answer], [answer, final], [final]]) {
-      assert.equal(runApp(last([began('install', 'brenna', 'tolvi'), ...before, ...list]), 'brenna').condition, shown);
+      const { condition, errorCode } = runApp(last([began('install', 'brenna', 'tolvi'), ...before, ...list]), 'brenna');
+      assert.deepEqual([condition, errorCode], [shown, shown === 'failed' ? answer.errorCode : null]);
     }
   });
 }
@@ -197,6 +207,16 @@ test('a cancel after the result changes nothing', () => {
   const before = last([began('install', 'brenna', 'tolvi'), stage('brenna', 'download'), result('brenna', 'failed', 'DOWNLOAD_FAILED')]);
   assert.equal(runApp(next(before, cancel()), 'brenna').condition, 'failed');
   assert.equal(runApp(last([cancel(), done('install', 2, result('brenna', 'failed', 'DOWNLOAD_FAILED'))], before), 'brenna').condition, 'failed');
+});
+
+test('a cancel that the engine has not read yet shows as one that is answered soon', () => {
+  const states = play([began('install', 'brenna', 'tolvi'), cancel('brenna'), stage('brenna', 'download'), cancel(), cancel('brenna')]);
+  assert.deepEqual(states.map((state) => Object.values(conditions(state)).join(' ')),
+    ['waiting waiting', 'cancelled waiting', 'cancelling waiting', 'cancelling cancelled', 'cancelling cancelled']);
+  assert.deepEqual(states.map((state) => state.run.cancelAsked), [false, false, false, true, true]);
+  const state = next(states.at(-1), died('run'));
+  assert.deepEqual(conditions(state), { brenna: 'cancelled', tolvi: 'cancelled' });
+  assert.deepEqual(next(last([died('run')], states[2]), cancel()).run, last([died('run')], states[2]).run);
 });
 
 test('a cancel shows at once, and its answer may come late', () => {
@@ -229,6 +249,12 @@ test('a command line that is refused leaves everything untouched', () => {
   assert.equal(state.problem.status, 3);
 });
 
+test('a run in which nothing ran, and one that ends with status 3 in the middle', () => {
+  assert.deepEqual(conditions(last([began('install', 'brenna'), done('install', 3)])), { brenna: 'untouched' });
+  const state = last([began('install', 'brenna'), stage('brenna', 'install'), ended('run', { done: false, status: 3 })]);
+  assert.deepEqual([state.run.phase, conditions(state)], ['died', { brenna: 'unknown' }]);
+});
+
 test('a query that dies leaves what is known, and is a problem until it is asked again', () => {
   const before = last([asked('hello'), ...events('hello'), ended('hello')]);
   const after = last([asked('hello'), died('hello')], before);
@@ -244,6 +270,8 @@ test('queries run beside a run', () => {
   assert.deepEqual(before.underWay, ['check-updates', 'run']);
   const state = last([{ v: 1, type: 'done', action: 'check-updates', exitCode: 0 }, ended('check-updates')], before);
   assert.deepEqual([state.run, state.underWay], [before.run, ['run']]);
+  assert.deepEqual(last([asked('hello'), asked('hello'), ended('hello')]).underWay, ['hello']);
+  assert.equal(last([asked('check-updates'), ...events('bad-command-line'), ended('check-updates', { done: false, status: 3 })]).run, null);
 });
 
 // The apps
@@ -271,6 +299,8 @@ test('online, check-updates completes it, and counts', () => {
     assert.deepEqual([offers, latestVersion, sizeBytes, requiredBytes], [['update', 'uninstall'], '2.1', 31457280, 47710208]);
     assert.deepEqual(releaseNotes.releases[0].notes, ['Opens large projects in half the time.']);
   }
+  const other = { ...check, apps: check.apps.filter((row) => row.id === 'tolvi') };
+  assert.equal(app(next(states.at(-1), other), 'brenna').latestVersion, '2.1');
 });
 
 test('what was updated is not offered again, with or without its result', () => {
@@ -338,7 +368,8 @@ test('an expired installer stays so, and only removes apps', () => {
 test('a source that is gone may be found again', () => {
   const before = last([hello(), check(undefined, gone)]);
   const run = (...list) => last([began('install', 'brenna'), ...list], before).retired;
-  for (const state of play([hello(), check(), began('uninstall', 'brenna'), result('brenna', 'uninstalled')], before)) assert.deepEqual(state.retired, gone);
+  for (const state of play([hello(), check(), began('uninstall', 'brenna', 'rulo'), result('brenna', 'uninstalled'),
+    result('rulo', 'skipped', 'SKIPPED')], before)) assert.deepEqual(state.retired, gone);
   assert.equal(next(before, check('2.1')).retired, null);
   assert.deepEqual(next(before, check('2.1', gone)).retired, gone);
   assert.equal(run(result('brenna', 'installed')), null);
