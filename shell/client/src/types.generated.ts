@@ -116,7 +116,7 @@ export interface Command {
   readonly app?: string;
 }
 
-/** Room on a volume. */
+/** The free space of a volume. */
 export interface DiskFreeResultEvent {
   readonly v: 1;
   readonly type: 'disk-free-result';
@@ -124,7 +124,7 @@ export interface DiskFreeResultEvent {
   readonly freeBytes: number | null;
 }
 
-/** The command has ended. */
+/** The command has ended. The last event of every command that began. */
 export interface DoneEvent {
   readonly v: 1;
   readonly type: 'done';
@@ -146,7 +146,7 @@ export interface ExportLogsResultEvent {
   readonly errorCode: 'UNKNOWN' | null | (string & {});
 }
 
-/** What this engine is, what it can do, and what it found on the machine. */
+/** What this engine is, what it can do, and what is installed. */
 export interface HelloEvent {
   readonly v: 1;
   readonly type: 'hello';
@@ -161,7 +161,7 @@ export interface HelloEvent {
   readonly installerRetired?: InstallerRetired;
 }
 
-/** A sentence for a person. */
+/** A message for a person. */
 export interface LogEvent {
   readonly v: 1;
   readonly type: 'log';
@@ -190,7 +190,7 @@ export interface StageEvent {
   readonly total?: number;
 }
 
-/** What is on offer. */
+/** What the CDN offers. */
 export interface UpdateCheckResultEvent {
   readonly v: 1;
   readonly type: 'update-check-result';
