@@ -1,5 +1,6 @@
 """The role on a fleet of machines: each host is a local connection with an installer and a machine of its own."""
 
+import datetime
 import importlib.util
 import json
 import os
@@ -54,7 +55,8 @@ class Fleet:
         news = [{"id": app, "latestVersion": offers.get(app),
                  "updateAvailable": app == "brenna" and bool(brenna) and offers.get(app, brenna) > brenna} for app in ("brenna", "tolvi")]
         verdict = {"installerRetired": {"reason": "expired"}} if retired else {}
-        said = {"hello": "a line that isn't JSON\n" + json.dumps({"type": "hello", "mode": "online", "apps": rows, **verdict}),
+        said = {"hello": "a line that isn't JSON\n" + json.dumps({"type": "hello", "engineVersion": "7.8", "mode": "online",
+                                                                    "apps": rows, **verdict}),
                 "check-updates": json.dumps({"type": "update-check-result", "apps": news}),
                 "--silent": "".join(f"[2026-01-02 03:04:05.678] {line}\n" for line in silent)}
         for command, text in said.items():
@@ -90,10 +92,10 @@ class Fleet:
         place = Path(self.hosts[host]["kelo_desk_engine"]).parents[3] / "machine/Applications"
         return sorted(entry.name for entry in place.iterdir())
 
-    def play(self, *arguments, hosts=None, serial=None, **variables):
+    def play(self, *arguments, hosts=None, batches=None, **variables):
         """Runs the playbook. Gives its exit status, and the result of each task on each host."""
-        playbook = self.folder / "fleet/kelo-desk.yml"
-        playbook.write_text((FLEET / "kelo-desk.yml").read_text() + (f"  serial: {serial}\n" if serial else ""))
+        if batches:
+            arguments = (*arguments, "-e", json.dumps({"kelo_desk_batches": batches}))
         inventory = self.folder / "inventory.json"
         inventory.write_text(json.dumps({"kelo_desks": {
             "vars": {"ansible_connection": "local", "ansible_python_interpreter": "/usr/bin/python3",
@@ -207,8 +209,10 @@ def test_a_host_that_denies_has_failed(first):
 
 def test_a_host_without_network_counts_as_unreachable(first):
     assert counts(first, "offnet") == {"unreachable": 1}
+    installer = first["report"]["offnet"].pop("installer")
     assert first["report"]["offnet"] == {
         "verdict": "no_network", "exit_status": 5, "note": "No internet connection", "apps": {}}
+    assert (installer["release"], installer["expires"]) == ("latest", None)
 
 
 @pytest.mark.skipif(not CAN_CUT, reason="this machine gives its users no network namespace")
@@ -351,15 +355,51 @@ def test_in_batches_the_report_keeps_what_earlier_batches_did_and_what_is_still_
         closed.bind(("127.0.0.1", 0))  # and never listens
         pretenders.hosts["second"] = {"ansible_connection": "ssh", "ansible_host": "127.0.0.1",
                                       "ansible_port": closed.getsockname()[1], "ansible_ssh_common_args": "-F none"}
-        told = pretenders.play(hosts=["first", "second", "third"], serial=1, kelo_desk_apps=["brenna"])
+        told = pretenders.play(hosts=["first", "second", "third"], batches=[1], kelo_desk_apps=["brenna"])
     assert told["status"] == 4 and counts(told, "second") == {"unreachable": 1}
     assert {host: entry["verdict"] for host, entry in pretenders.report.items()} == {
         "first": "ok", "second": "unreachable", "third": "not_begun"}
     table = next(result for result in told["results"] if result["task"].endswith("Report per host and app"))["result"]["msg"]
     assert [line.split() for line in table[1:]] == [["first", "ok", "brenna", "current", "2.0"], ["second", "not", "begun"],
                                                     ["third", "not", "begun"]]
-    pretenders.play(hosts=["first", "third"], serial=1, kelo_desk_apps=["brenna"])
+    pretenders.play(hosts=["first", "third"], batches=[1], kelo_desk_apps=["brenna"])
     assert {host: entry["verdict"] for host, entry in pretenders.report.items()} == {"first": "ok", "third": "ok"}
+
+
+def test_after_too_many_failures_no_further_host_is_begun(pretenders):
+    for host, version in {"fine": "2.0", "one": None, "two": None, "three": "1.0", "four": "1.0"}.items():
+        pretenders.pretender(host, DONE, brenna=version)
+    told = pretenders.play(batches=[3, "100%"], kelo_desk_apps=["brenna"], kelo_desk_max_failures=1)
+    assert {host: entry["verdict"] for host, entry in pretenders.report.items()} == {
+        "fine": "ok", "one": "failed", "two": "failed", "three": "held", "four": "held"}
+    assert pretenders.report["three"]["note"] == "2 hosts failed before"
+    assert (counts(told, "three"), (pretenders.folder / "three/started").exists()) == ({"unreachable": 1}, False)
+    pretenders.play(batches=[3, "100%"], kelo_desk_apps=["brenna"], kelo_desk_max_failures=2)
+    assert pretenders.runs("three") == ["brenna"]
+
+
+def test_a_ring_takes_only_installers_of_its_release_and_the_report_has_them(pretenders):
+    soon = (datetime.datetime.now(datetime.timezone.utc) + datetime.timedelta(days=9)).strftime("%Y-%m-%d")
+    for host, configuration in (("pilot", {"cdn": {"release": "pilot"}, "expiresOn": {"online": soon, "offline": "2001-01-01"}}),
+                                ("broad", {"expiresOn": {"online": "2999-12-31"}}), ("odd", ["no object"])):
+        pretenders.pretender(host, DONE, brenna="2.0")
+        engine = Path(pretenders.hosts[host]["kelo_desk_engine"])
+        bundle = pretenders.folder / f"{host}.app/Contents"
+        for folder in ("MacOS", "Resources"):
+            (bundle / folder).mkdir(parents=True)
+        pretenders.hosts[host]["kelo_desk_engine"] = str(engine.rename(bundle / "MacOS/engine-cli"))
+        (bundle / "Resources/installer_config.json").write_text(json.dumps(configuration))
+    told = pretenders.play(kelo_desk_apps=["brenna"], kelo_desk_release="pilot")
+    assert [pretenders.report[host]["verdict"] for host in ("pilot", "broad", "odd")] == ["ok", "failed", "failed"]
+    assert pretenders.report["broad"]["note"] == "the installer follows the release latest, not pilot"
+    assert pretenders.runs("broad") == [] and counts(told, "pilot") == {}
+    told = pretenders.play(kelo_desk_apps=["brenna"])
+    assert {host: entry["installer"] for host, entry in pretenders.report.items()} == {
+        "pilot": {"version": "7.8", "release": "pilot", "expires": soon},
+        "broad": {"version": "7.8", "release": "latest", "expires": "2999-12-31"},
+        "odd": {"version": "7.8", "release": "latest", "expires": None}}
+    lines = [line.split() for line in result_of(told, "Report per host and app")["msg"]]
+    assert [line for line in lines if "expires" in line] == [["pilot", "ok", "expires", "7.8", soon]]
 
 
 # What the role reads out of the engine's words.

@@ -10,12 +10,18 @@ Never fails because of how the run ended; `verdict` in the result tells:
   ok          there was nothing to do
   failed      something failed; also an exit status 0 without a word about some app, and an app without a known version
   no_network  the host has no network; nothing was touched
+  held        too many other hosts failed before; this one wasn't asked
+
+`installer` in the result has the engine's version, the release that it follows and the last good day, as far as the host
+says so.
 
 In check mode nothing is run but what only asks, and `verdict` tells what a run would mean to do.
 """
 
+import base64
 import json
 import re
+from pathlib import PurePosixPath
 
 from ansible.errors import AnsibleActionFail
 from ansible.module_utils.parsing.convert_bool import boolean
@@ -117,18 +123,37 @@ def verdict_of(status, apps):
     return "changed" if any(app["changed"] for app in apps.values()) else "ok"
 
 
+def facts_of(hello, configuration):
+    """What the report says of the installer. A configuration that can't be read is no error."""
+    try:
+        given = json.loads(configuration)
+    except ValueError:
+        given = {}
+
+    def text(section, key):
+        inner = given.get(section) if isinstance(given, dict) else None
+        found = inner.get(key) if isinstance(inner, dict) else None
+        return found if isinstance(found, str) and found else None
+
+    return {"version": hello.get("engineVersion"), "release": text("cdn", "release") or "latest",
+            "expires": text("expiresOn", hello["mode"])}
+
+
 class NoAnswerError(Exception):
-    """The engine can't be started, or isn't one."""
+    """The engine can't be started, isn't one, or isn't the one that this host should have."""
 
 
 class ActionModule(ActionBase):
     TRANSFERS_FILES = False
-    _VALID_ARGS = frozenset(("engine", "mode", "apps", "strict", "open_after_install", "offline"))
+    _VALID_ARGS = frozenset(("engine", "mode", "apps", "strict", "open_after_install", "offline",
+                             "release", "failures", "max_failures"))
 
     def run(self, tmp=None, task_vars=None):
         result = super().run(tmp, task_vars)
         self._task_vars = task_vars
         self._read_arguments()
+        if 0 <= self._max_failures < self._failures:
+            return {**result, **self._told({}, None, f"{self._failures} hosts failed before", "held")}
         try:
             before = self._asked()
             return {**result, **(self._prediction(before) if self._task.check_mode else self._outcome(before))}
@@ -143,6 +168,8 @@ class ActionModule(ActionBase):
             apps = [app.strip() for app in apps.split(",")]
         self._apps = list(dict.fromkeys(apps))
         self._offline = ["--offline"] if boolean(given["offline"]) else []
+        self._release, self._installer = given["release"], {}
+        self._failures, self._max_failures = int(given["failures"]), int(given["max_failures"])
         self._switches = ["--strict", str(boolean(given["strict"])).lower(),
                           "--open-after-install", str(boolean(given["open_after_install"])).lower()]
         if self._mode not in ("install", "uninstall"):
@@ -154,13 +181,24 @@ class ActionModule(ActionBase):
         return self._execute_module(module_name="ansible.legacy.command", task_vars=self._task_vars,
                                     module_args={"argv": [self._engine, *words, *self._offline]})
 
-    def _ask(self, kind, *words):
-        """The answer to a command that changes nothing, and so is run in check mode too."""
+    def _without_check_mode(self, act):
+        """What changes nothing is done in check mode too."""
         checking, self._task.check_mode = self._task.check_mode, False
         try:
-            finished = self._command(*words)
+            return act()
         finally:
             self._task.check_mode = checking
+
+    def _configuration(self):
+        """installer_config.json of the bundle that holds the engine."""
+        path = PurePosixPath(self._engine).parent.parent / "Resources/installer_config.json"
+        read = self._without_check_mode(lambda: self._execute_module(
+            module_name="ansible.legacy.slurp", task_vars=self._task_vars, module_args={"src": str(path)}))
+        return base64.b64decode(read.get("content", ""))
+
+    def _ask(self, kind, *words):
+        """The answer to a command that changes nothing."""
+        finished = self._without_check_mode(lambda: self._command(*words))
         answer = event_of(finished.get("stdout", ""), kind)
         if answer is None:
             raise NoAnswerError(f"{self._engine} {words[0]}: no answer, status {finished.get('rc')}: "
@@ -171,6 +209,9 @@ class ActionModule(ActionBase):
         """id -> what is installed, and what an install would do to it."""
         hello = self._ask("hello", "hello")
         rows, self._retired = rows_of(hello), "installerRetired" in hello
+        self._installer = facts_of(hello, self._configuration())
+        if self._release and self._installer["release"] != self._release:
+            raise NoAnswerError(f"the installer follows the release {self._installer['release']}, not {self._release}")
         if unknown := [app for app in self._apps if app not in rows]:
             raise NoAnswerError(f"the installer doesn't offer {', '.join(unknown)}")
         if hello["mode"] == "online" and self._mode == "install":
@@ -228,4 +269,4 @@ class ActionModule(ActionBase):
 
     def _told(self, apps, status, note, verdict):
         return {"changed": any(app["changed"] for app in apps.values()), "verdict": verdict, "apps": apps,
-                "exit_status": status, "note": note, "meaning": MEANINGS.get(status, MEANINGS[None])}
+                "exit_status": status, "note": note, "installer": self._installer, "meaning": MEANINGS.get(status, MEANINGS[None])}

@@ -1,6 +1,7 @@
 """Ends a host the way its run ended: ok, failed, or unreachable when it had no network.
 
-A host without network is counted with those that couldn't be reached: it needs no mending, only another try.
+A host without network, or held back, is counted with those that couldn't be reached: it needs no mending, only another
+try.
 """
 
 from ansible.plugins.action import ActionBase
@@ -26,7 +27,7 @@ class ActionModule(ActionBase):
         if "verdict" not in outcome:  # the connection broke before or during the run
             return {**result, "changed": False, "unreachable": bool(outcome.get("unreachable")),
                     "failed": not outcome.get("unreachable"), "msg": outcome.get("msg", "")}
-        if outcome["verdict"] == "no_network":
+        if outcome["verdict"] in ("no_network", "held"):
             return {**result, "unreachable": True, "changed": False, "msg": sentence(outcome)}
         failed = outcome["verdict"] == "failed"
         return {**result, "failed": failed, "changed": False,

@@ -1,5 +1,6 @@
 """What became of a fleet, for people and for programs."""
 
+import datetime
 import json
 
 from ansible.errors import AnsibleFilterError
@@ -21,7 +22,21 @@ def _versions(app):
     return f"{app['before']} -> {app['after']}" if app["before"] else app["after"]
 
 
-def table(hostvars, hosts, waiting):
+def _expires_soon(installer, days):
+    """Whether the last good day is near or past. A date that can't be read is no date."""
+    try:
+        last = datetime.date.fromisoformat(installer.get("expires") or "")
+    except ValueError:
+        return False
+    return last - datetime.datetime.now(datetime.timezone.utc).date() <= datetime.timedelta(days=int(days))
+
+
+def failures(hostvars, hosts):
+    """How many hosts have failed so far."""
+    return sum((hostvars[host].get("kelo_desk_outcome") or {}).get("verdict") == "failed" for host in hosts)
+
+
+def table(hostvars, hosts, waiting, days):
     """One line per host and app, in columns."""
     rows = [("host", "verdict", "app", "status", "version", "")]
     for host in hosts:
@@ -31,14 +46,16 @@ def table(hostvars, hosts, waiting):
         rows += [(*head, name, app["status"], _versions(app), app["detail"] or "") for name, app in apps]
         if not apps:
             rows.append((*head, "", "", "", outcome["note"] or ""))
+        if _expires_soon(outcome.get("installer") or {}, days):
+            rows.append((*head, "", "expires", outcome["installer"]["version"] or "", outcome["installer"]["expires"]))
     widths = [max(len(row[column]) for row in rows) for column in range(5)]
     return ["  ".join([*(cell.ljust(width) for cell, width in zip(row, widths, strict=False)), row[5]]).rstrip() for row in rows]
 
 
 def report(hostvars, hosts, waiting):
-    """host -> verdict, exit status, note and apps."""
-    kept = ("verdict", "exit_status", "note", "apps")
-    return {host: {key: _outcome(hostvars, host, waiting)[key] for key in kept} for host in hosts}
+    """host -> verdict, exit status, note, apps and installer."""
+    kept = ("verdict", "exit_status", "note", "apps", "installer")
+    return {host: {key: _outcome(hostvars, host, waiting).get(key) for key in kept} for host in hosts}
 
 
 def bundle_path(output):
@@ -55,4 +72,5 @@ def bundle_path(output):
 
 class FilterModule:
     def filters(self):
-        return {"kelo_desk_table": table, "kelo_desk_report": report, "kelo_desk_bundle_path": bundle_path}
+        return {"kelo_desk_table": table, "kelo_desk_report": report, "kelo_desk_bundle_path": bundle_path,
+                "kelo_desk_failures": failures}
