@@ -1,14 +1,15 @@
-// build.mjs FOLDER: makes the package in FOLDER, where its npm packages are: both kinds of modules, their types, the README.
+// build.mjs [FOLDER]: makes the package in FOLDER, where its npm packages are: both kinds of modules, their types, the
+// README. FOLDER is this one if it is left out, as before `npm pack` here.
 import { spawnSync } from 'node:child_process';
-import { copyFileSync, existsSync, mkdirSync, rmSync, writeFileSync } from 'node:fs';
+import { copyFileSync, existsSync, mkdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { dirname, join, resolve } from 'node:path';
 import { fileURLToPath } from 'node:url';
 
 const sources = dirname(fileURLToPath(import.meta.url));
-const folder = resolve(process.argv[2]);
+const folder = resolve(process.argv[2] ?? sources);
 const compiler = join(folder, 'node_modules/typescript/bin/tsc');
 if (!existsSync(compiler)) {
-  console.error(`${compiler} is missing: ./dev test installs it from npm`);
+  console.error(`${compiler} is missing: ./dev test installs it under build/shell/client, and npm ci --ignore-scripts in ${sources}`);
   process.exit(1);
 }
 
@@ -21,4 +22,8 @@ for (const [kind, module, type] of [['esm', 'ES2022', 'module'], ['cjs', 'Common
   if (status !== 0) process.exit(1);
   writeFileSync(join(made, 'package.json'), `${JSON.stringify({ type })}\n`);
 }
-for (const name of ['package.json', 'package-lock.json', 'README.md']) copyFileSync(join(sources, name), join(folder, name));
+if (folder !== sources) {
+  const { scripts, ...description } = JSON.parse(readFileSync(join(sources, 'package.json'), 'utf8'));
+  writeFileSync(join(folder, 'package.json'), `${JSON.stringify(description, null, 2)}\n`);
+  copyFileSync(join(sources, 'README.md'), join(folder, 'README.md'));
+}

@@ -14,8 +14,8 @@ import sys
 import tempfile
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[3] / "engines" / "macos" / "Tests" / "EndToEnd"))
-import hostile_cdn  # noqa: E402
-import online_machine  # noqa: E402
+import hostile_cdn
+import online_machine
 
 
 def serve(installer):
