@@ -1,5 +1,5 @@
-// build.mjs [FOLDER]: makes the package in FOLDER, where its npm packages are: both kinds of modules, their types, the
-// README. FOLDER is this one if it is left out, as before `npm pack` here.
+// build.mjs [FOLDER]: makes the package in FOLDER, which holds its npm packages: CommonJS and ES modules, their types and
+// the README. FOLDER is the folder of this script if it is left out, as it is in `npm pack`.
 import { spawnSync } from 'node:child_process';
 import { copyFileSync, existsSync, mkdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { dirname, join, resolve } from 'node:path';

@@ -1,5 +1,5 @@
 // generate-types.mjs SCHEMAS: prints TypeScript types for the protocol's strict schemas.
-// Words (enumerations) stay open: a later engine of the same protocol version may add some.
+// Enumerations accept any word: a later engine of the same protocol version may add some.
 import { readFileSync, readdirSync } from 'node:fs';
 import { join } from 'node:path';
 
@@ -38,7 +38,7 @@ function declaration(schema) {
   return `${comment(schema.description)}export interface ${schema.title} {\n${properties}}\n`;
 }
 
-// The same once more as words that a program can check a value by: 'string', 'string|null', 'Release[]', 'Release'.
+// The type as a text for checks at run time: 'string', 'string|null', 'Release[]', 'Release'.
 function words(schema) {
   if (schema.$ref) return words(referred(schema.$ref));
   if ('const' in schema) return typeof schema.const;
@@ -60,7 +60,7 @@ const declarations = [...Object.values(schemas.get('common.json').$defs),
 
 process.stdout.write(`// Made by generate-types.mjs from protocol/schema. Don't edit.\n
 ${declarations.map(declaration).join('\n')}
-/** The shape that each kind of event has. */
+/** The record of each kind of event. */
 export const shapeOf: Readonly<Record<string, string>> = {
 ${events.map((schema) => `  '${schema.properties.type.const}': '${schema.title}',\n`).join('')}};
 

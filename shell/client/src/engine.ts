@@ -1,4 +1,4 @@
-// Starts the engine, one process per command, and gives its events. For Node and for Electron's main process.
+// Starts one process of the engine per command and yields its events. For Node and for Electron's main process.
 import { spawn, type ChildProcessWithoutNullStreams } from 'node:child_process';
 import { resolve } from 'node:path';
 import type { BeganEvent, CommandName, EndedEvent, RunAction, ShellEvent } from './events.js';
@@ -10,7 +10,7 @@ export interface EngineOptions {
   readonly program: string;
   /** Take packages from the installer's own folder only. */
   readonly offline?: boolean;
-  /** After how much silence `shell:silent` comes; 30 seconds if left out. */
+  /** How long the engine may write nothing before `shell:silent` is yielded; 30 seconds if left out. */
   readonly silenceMilliseconds?: number;
 }
 
@@ -21,24 +21,24 @@ export class Engine {
     return this.start('hello', []);
   }
 
-  /** All apps if `apps` is left out. May take more than a minute; `kill()` it when it takes too long. */
+  /** Asks for all apps if `apps` is left out. Can take more than a minute; `kill()` is safe. */
   checkUpdates(apps?: readonly App[]): EngineProcess {
     return this.start('check-updates', apps ? ['--apps', list(apps)] : []);
   }
 
-  /** Names no app twice. Run one at a time. */
+  /** Passes each app once. Start a run only after the one before has ended. */
   run(action: RunAction, apps: readonly App[], { strict = false } = {}): Run {
     const chosen = [...new Set(apps)];
     const words = ['run', '--action', action, '--apps', list(chosen), ...(strict ? ['--strict', 'true'] : [])];
     return new Run(this.options, words, { type: 'shell:began', command: 'run', action, apps: chosen });
   }
 
-  /** Free bytes on the volume of `path`, or of `/Applications`. */
+  /** Measures the volume of `path`, or of `/Applications`. */
   diskFree(path?: string): EngineProcess {
     return this.start('disk-free', path === undefined ? [] : ['--path', resolve(path)]);
   }
 
-  /** Into `folder`, or onto the Desktop. */
+  /** Writes the archive into `folder`, or onto the Desktop. */
   exportLogs(folder?: string): EngineProcess {
     return this.start('export-logs', folder === undefined ? [] : ['--out', resolve(folder)]);
   }
@@ -50,19 +50,19 @@ export class Engine {
 
 const isApp = (app: unknown) => typeof app === 'string' && app.trim() !== '' && !app.includes(',') && !app.startsWith('--');
 
-// Without a name the engine would take all apps of the catalog, also for a removal.
+// The engine takes an empty list for all apps of the catalog, also in a removal.
 function list(apps: readonly App[]): string {
   if (apps.length === 0 || !apps.every(isApp)) throw new RangeError(`not a list of apps: ${JSON.stringify(apps)}`);
   return apps.join(',');
 }
 
 const endOfErrors = 4096;
-/** How long the output may stay open, with nothing coming, after the process has ended: another process has inherited it. */
+/** How long to wait for more output after the process has ended. Another process may have inherited the pipe. */
 const inheritedOutput = 1000;
 
 /**
- * A process of the engine and its events, from `shell:began` to `shell:ended`, for one `for await`. It reads the
- * engine's output all the time, whether or not anyone takes the events. The process goes on if the loop is left.
+ * A process of the engine and its events, from `shell:began` to `shell:ended`. Iterate it once. The output is read all
+ * the time, also without an iteration. Leaving the loop doesn't end the process.
  */
 export class EngineProcess implements AsyncIterable<ShellEvent> {
   /** What `shell:ended` says, once the output and the process have ended. Never rejects. */
@@ -86,11 +86,11 @@ export class EngineProcess implements AsyncIterable<ShellEvent> {
     this.add(began);
     this.ended = new Promise((settle) => {
       try {
-        // A process group of its own: Ctrl-C in the shell's terminal doesn't reach it.
+        // In a process group of its own, Ctrl-C in the shell's terminal doesn't reach it.
         this.process = spawn(program, [...words, ...(offline ? ['--offline'] : [])], { detached: true });
         this.listen(this.process, settle);
       } catch (error) {
-        // Some failures of a start are thrown, others are events.
+        // Node throws some failures of a start and emits others.
         this.startFailure = String(error);
         queueMicrotask(() => settle(this.end(null, null)));
       }
@@ -105,7 +105,7 @@ export class EngineProcess implements AsyncIterable<ShellEvent> {
     }
   }
 
-  /** Ends the process at once. For queries: they change nothing. */
+  /** Ends the process at once. Only for queries, which change nothing. */
   kill(): void {
     this.process?.kill('SIGKILL');
   }
@@ -118,7 +118,7 @@ export class EngineProcess implements AsyncIterable<ShellEvent> {
 
   private listen(process: ChildProcessWithoutNullStreams, settle: (event: EndedEvent) => void): void {
     process.on('error', (error) => { this.startFailure = error.message; });
-    // A cancel that meets an engine that has just ended.
+    // A cancel can be written to an engine that has just ended.
     process.stdin.on('error', () => {});
     process.stderr.on('data', (chunk: Buffer) => { this.errors = (this.errors + chunk.toString()).slice(-endOfErrors); });
     process.stdout.on('data', (chunk: Buffer) => {
@@ -133,10 +133,10 @@ export class EngineProcess implements AsyncIterable<ShellEvent> {
   private waitForMore({ exitCode, signalCode, stdout, stderr }: ChildProcessWithoutNullStreams): void {
     clearTimeout(this.timer);
     const gone = exitCode !== null || signalCode !== null;
-    const giveUp = () => [stdout, stderr].forEach((stream) => stream.destroy());
+    const close = () => [stdout, stderr].forEach((stream) => stream.destroy());
     const milliseconds = this.silenceMilliseconds;
-    const tell = () => this.add({ type: 'shell:silent', command: this.command, milliseconds });
-    this.timer = gone ? setTimeout(giveUp, inheritedOutput) : setTimeout(tell, milliseconds);
+    const report = () => this.add({ type: 'shell:silent', command: this.command, milliseconds });
+    this.timer = gone ? setTimeout(close, inheritedOutput) : setTimeout(report, milliseconds);
   }
 
   private take(lines: readonly string[]): void {
@@ -165,14 +165,14 @@ export class Run extends EngineProcess {
 
   /** Cancels one app, or the whole run if `app` is left out. The events tell what became of it; see `RunApp.condition`. */
   cancel(app?: App): void {
-    // The engine would take it for the whole run.
+    // The engine takes anything but a non-empty text for the whole run.
     if (app !== undefined && !isApp(app)) throw new RangeError(`not an app: ${JSON.stringify(app)}`);
     const command: Command = { type: 'cancel', ...(app === undefined ? {} : { app }) };
     this.process?.stdin.write(`${JSON.stringify(command)}\n`);
     this.addCancel(app);
   }
 
-  /** Asks the engine to end whole, once: a second request would end it at once. For a shell that is about to end. */
+  /** Sends SIGTERM, which cancels the whole run. Only the first call does: a second signal would end the engine at once. */
   terminate(): void {
     if (this.terminated) return;
     this.terminated = true;

@@ -1,5 +1,5 @@
 // What a command yields: the engine's events, and events of this library about the process and the stream.
-// The library's own types begin with "shell:", so that they never meet a type of the protocol.
+// The library's own types begin with "shell:", which no type of the protocol does.
 import type { App, EngineEvent } from './types.generated.js';
 
 export type CommandName = 'hello' | 'check-updates' | 'run' | 'disk-free' | 'export-logs';
@@ -9,9 +9,9 @@ export type RunAction = 'install' | 'update' | 'uninstall';
 export interface BeganEvent {
   readonly type: 'shell:began';
   readonly command: CommandName;
-  /** Of a run. */
+  /** Only of a run. */
   readonly action?: RunAction;
-  /** The apps asked for; left out for all apps of the catalog. */
+  /** Only of a run: its apps. */
   readonly apps?: readonly App[];
 }
 
@@ -21,26 +21,26 @@ export interface CancelAskedEvent {
   readonly app?: App;
 }
 
-/** The engine wrote nothing for this long. Comes once per silence; the next event ends the silence. */
+/** The engine has written nothing for this long. Yielded once until it writes again. */
 export interface SilentEvent {
   readonly type: 'shell:silent';
   readonly command: CommandName;
   readonly milliseconds: number;
 }
 
-/** A line of standard output that isn't a JSON object: a remark of the logger, or a last line that was cut. */
+/** A line of standard output that isn't a JSON object: a message of the logger, or an incomplete last line. */
 export interface LineEvent {
   readonly type: 'shell:line';
   readonly text: string;
 }
 
-/** A JSON object that isn't an event of this protocol version, as it came. */
+/** A JSON object that isn't an event of this protocol version, unchanged. */
 export interface UnknownEvent {
   readonly type: 'shell:unknown';
   readonly event: Readonly<Record<string, unknown>>;
 }
 
-/** The last event of every command: the output and the process have ended. */
+/** The last event of every command, after the end of the output and of the process. */
 export interface EndedEvent {
   readonly type: 'shell:ended';
   readonly command: CommandName;

@@ -1,10 +1,10 @@
-// From bytes of standard output to events. No import of Node's: a browser can use it.
+// Makes events from the bytes of standard output. Imports nothing of Node: a browser can use it.
 import type { LineEvent, UnknownEvent } from './events.js';
 import { shapeOf, shapes, type EngineEvent } from './types.generated.js';
 
 const knownVersion = 1;
 
-/** A longer line is given up, so that a stream without line feeds doesn't fill the memory. */
+/** A longer line is dropped, so that a stream without line feeds doesn't fill the memory. */
 export const longestLine = 16 * 1024 * 1024;
 
 function fitsOne(value: unknown, word: string): boolean {
@@ -27,23 +27,23 @@ function isEngineEvent(value: Record<string, unknown>): boolean {
   return fitsOne(value, shapeOf[value.type]!);
 }
 
-/** The event that a JSON object is. Keys and words that aren't known stay in it. */
+/** Takes a JSON object as an event. Unknown keys and words stay in it. */
 export function eventOf(value: Record<string, unknown>): EngineEvent | UnknownEvent {
   return isEngineEvent(value) ? (value as unknown as EngineEvent) : { type: 'shell:unknown', event: value };
 }
 
-/** The event of one line, without its line feed. */
+/** Takes one line, without its line feed, as an event. */
 export function parseLine(text: string): EngineEvent | UnknownEvent | LineEvent {
   try {
     const value: unknown = JSON.parse(text);
     if (isObject(value)) return eventOf(value);
   } catch {
-    // Not JSON: a line for people.
+    // Not JSON.
   }
   return { type: 'shell:line', text };
 }
 
-/** Cuts a stream of bytes into lines. A character that is split between two chunks is put together. */
+/** Splits a stream of bytes into lines. A character may be split between two chunks. */
 export class LineReader {
   private readonly decoder = new TextDecoder();
   private pending = '';
@@ -61,7 +61,7 @@ export class LineReader {
     return lines;
   }
 
-  /** What stood after the last line feed. */
+  /** The text after the last line feed, if there is any. */
   end(): string[] {
     const rest = this.pending + this.decoder.decode();
     return this.skipping || rest === '' ? [] : [rest];

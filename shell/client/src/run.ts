@@ -1,15 +1,17 @@
-// One run: what a shell shows of each app and of the whole. Pure.
+// The state of one run: what a shell shows for each app and for the whole. Pure functions.
 import type { BeganEvent, CancelAskedEvent, EndedEvent, RunAction, ShellEvent } from './events.js';
-import type { App, AppResultEvent, DoneEvent, ErrorCode, ProgressEvent, Result, Stage, StageEvent, Status } from './types.generated.js';
+import type {
+  App, AppResultEvent, DoneEvent, ErrorCode, ProgressEvent, Result, Stage, StageEvent, Status,
+} from './types.generated.js';
 
 /**
  * - `waiting`: its turn comes later.
  * - `working`: see `stage`.
  * - `cancelling`: the person cancelled its download, and the engine hasn't answered yet.
- * - `cancelled`: nothing was done. If the person asked for it, `cancelAsked` is true, whatever the engine called it.
+ * - `cancelled`: nothing was done. `cancelAsked` tells whether the person asked for it.
  * - `succeeded`, `failed`: see `status` and `errorCode`.
- * - `skipped`: left as it was on purpose: it was current, or a removal met a copy from the App Store (`SKIPPED`).
- * - `unknown`: the engine ended while it worked on this app. Ask `hello`.
+ * - `skipped`: left as it was, because it was current or because it is from the App Store (`SKIPPED`).
+ * - `unknown`: the engine ended during its work on this app. `hello` tells what is installed.
  * - `untouched`: the engine ended before its turn.
  */
 export type RunAppCondition =
@@ -19,27 +21,27 @@ export interface RunApp {
   readonly id: App;
   readonly condition: RunAppCondition;
   readonly stage: Stage | null;
-  /** 0 to 100; never goes back. Stays 0 during a removal, which can't be measured. */
+  /** 0 to 100; never decreases. 0 during a removal, which has no measurable progress. */
   readonly percent: number;
   /** Show a bar without a value. */
   readonly indeterminate: boolean;
-  /** Null until both are known. */
+  /** Null until both numbers are known. */
   readonly bytes: { readonly downloaded: number; readonly total: number } | null;
-  /** The download was interrupted, and no byte has come since. */
+  /** The download was interrupted, and no byte has arrived since. */
   readonly retrying: boolean;
   readonly cancelAsked: boolean;
   /** A cancel of this app alone would have an effect now. */
   readonly canCancel: boolean;
-  /** The engine's own word; null before its result. */
+  /** The engine's word; null before the result. */
   readonly status: Status | null;
-  /** Why it failed or was skipped. Null for a cancel. */
+  /** The reason of a failure or of `skipped`; null for a cancel. */
   readonly errorCode: ErrorCode | null;
 }
 
 /**
- * - `running`: also between `shell:began` and the first event.
- * - `done`: every app has its result.
- * - `refused`: the engine couldn't be started, or didn't take the command line. Nothing was done.
+ * - `running`: from `shell:began` on.
+ * - `done`: the engine's `done` has arrived.
+ * - `refused`: the engine couldn't be started, or refused the command line. Nothing was done.
  * - `died`: the engine ended without its `done`.
  */
 export type RunPhase = 'running' | 'done' | 'refused' | 'died';
@@ -48,14 +50,14 @@ export interface RunState {
   readonly action: RunAction;
   readonly phase: RunPhase;
   readonly apps: readonly RunApp[];
-  /** Of the whole run, 0 to 100; never goes back. */
+  /** Of the whole run, 0 to 100; never decreases. */
   readonly percent: number;
   readonly cancelAsked: boolean;
   /** A cancel of the whole run would have an effect now. */
   readonly canCancel: boolean;
-  /** The engine hasn't written for a while; a stalled download looks like this. */
+  /** The engine has written nothing for a while, as during a stalled download. */
   readonly silent: boolean;
-  /** The newest message of level `error`: why a run couldn't begin, in English. */
+  /** The newest message of level `error`, in English. It tells why a run couldn't begin. */
   readonly errorMessage: string | null;
   readonly exitCode: number | null;
   /** The number of apps, as the engine counts them. */
@@ -74,18 +76,18 @@ const empty: Omit<RunState, 'action'> = {
 
 const successes: readonly Status[] = ['installed', 'updated', 'uninstalled', 'already_absent'];
 
-/** A run that begins. `catalog`: the apps that it works on if the command named none. */
+/** The state at the beginning. `catalog` is for a run without a list of apps. */
 export function beginRun(event: BeganEvent, catalog: readonly App[]): RunState {
   const apps = (event.apps ?? catalog).map((id) => ({ ...waiting, id }));
   return derived({ ...empty, action: event.action ?? 'install', apps, total: apps.length });
 }
 
-/** A run whose beginning wasn't seen, from its first event. */
+/** The state for a stream whose `shell:began` is missing. */
 export function runInProgress(action: RunAction): RunState {
   return { ...empty, action };
 }
 
-/** The run after one of its events. */
+/** The state after an event of the run. */
 export function changeRun(run: RunState, event: ShellEvent): RunState {
   const silent = event.type === 'shell:silent' || (run.silent && event.type === 'shell:cancel-asked');
   return derived(changedBy({ ...run, silent }, event));
@@ -93,7 +95,7 @@ export function changeRun(run: RunState, event: ShellEvent): RunState {
 
 function changedBy(run: RunState, event: ShellEvent): RunState {
   switch (event.type) {
-    case 'stage': return changeApp({ ...run, total: Math.max(run.total, event.total ?? 0) }, event.app, (app) => enterStage(app, event));
+    case 'stage': return changeApp(counted(run, event), event.app, (app) => enterStage(app, event));
     case 'progress': return advance(run, event);
     case 'app-result': return changeApp(run, event.app, (app) => withResult(app, event));
     case 'log': return event.level === 'error' ? { ...run, errorMessage: event.message } : run;
@@ -103,6 +105,8 @@ function changedBy(run: RunState, event: ShellEvent): RunState {
     default: return run;
   }
 }
+
+const counted = (run: RunState, { total }: StageEvent) => ({ ...run, total: Math.max(run.total, total ?? 0) });
 
 function changeApp(run: RunState, id: App, change: (app: RunApp) => RunApp): RunState {
   const known = run.apps.some((app) => app.id === id);
@@ -145,7 +149,7 @@ function endedAs(app: RunApp, { status, errorCode }: AppResultEvent | Result): R
   return status === 'failed' || errorCode ? 'failed' : 'succeeded';
 }
 
-// An engine that waited in vain for 600 seconds calls every app cancelled, whatever it was doing to it.
+// After 600 seconds without progress, the engine reports every app as cancelled, also one that it was installing.
 function wasLeftAtWork(app: RunApp): boolean {
   return app.stage === 'verify' || app.stage === 'install';
 }
@@ -179,7 +183,7 @@ function end(run: RunState, event: EndedEvent): RunState {
   return { ...run, phase: refused ? 'refused' : 'died', exitCode: event.status, apps: run.apps.map(leftAlone) };
 }
 
-/** What is true of an app without a result when the engine is gone. A download changes no installed copy. */
+/** An app without a result, after the engine has ended. A download changes no installed copy. */
 function leftAlone(app: RunApp): RunApp {
   if (app.status !== null) return app;
   const condition = { waiting: 'untouched', working: 'unknown', cancelling: 'cancelled' } as const;
@@ -190,7 +194,7 @@ function leftAlone(app: RunApp): RunApp {
 const isAtWork = (app: RunApp) => app.condition === 'working' || app.condition === 'cancelling';
 const isCancellable = (app: RunApp) => app.condition === 'waiting' || (app.condition === 'working' && app.stage === 'download');
 
-/** The run with what follows from its apps. */
+/** Computes again what follows from the apps. */
 function derived(run: RunState): RunState {
   const running = run.phase === 'running';
   const alone = running && run.action !== 'uninstall';

@@ -1,4 +1,5 @@
-// What a shell shows, as plain data, and how each event changes it. Pure; no import of Node's: a browser can use it.
+// The state that a shell shows, as plain data, and its change by each event. Pure functions that import nothing of Node:
+// a browser can use them.
 import type { BeganEvent, CommandName, EndedEvent, RunAction, ShellEvent } from './events.js';
 import { beginRun, changeRun, runInProgress, type RunState } from './run.js';
 import type {
@@ -11,7 +12,7 @@ export * from './run.js';
 export { eventOf, parseLine } from './lines.js';
 export type * from './types.generated.js';
 
-/** One app of the catalog: what `hello` says, completed by what `check-updates` says. */
+/** One app of the catalog: its row in `hello`, completed by its row in `check-updates`. */
 export interface AppState {
   readonly id: App;
   readonly displayName: string;
@@ -25,11 +26,11 @@ export interface AppState {
   readonly sizeBytes: number | null;
   readonly requiredBytes: number | null;
   readonly releaseNotes: ReleaseNotes | null;
-  /** What the shell may offer for it. A copy that came from elsewhere, such as the App Store, gets no offer at all. */
+  /** What the shell may offer. Nothing for a copy from the App Store. */
   readonly offers: readonly RunAction[];
-  /** The installed copy came from the App Store, which alone may update or remove it. */
+  /** The installed copy is from the App Store. Only the App Store updates or removes it. */
   readonly fromAppStore: boolean;
-  /** The two rows as they came, with keys that this library doesn't know. */
+  /** The two rows, unchanged, with unknown keys. */
   readonly hello: CatalogApp;
   readonly check: UpdateCheckEntry | null;
 }
@@ -50,19 +51,19 @@ export interface State {
   /** The banner; null if there is none to show. */
   readonly retired: InstallerRetired | null;
   readonly freeBytes: number | null;
-  /** The newest export of logs. A null path means that it failed. */
+  /** The newest export of logs. The path is null if it failed. */
   readonly logs: { readonly path: string | null; readonly errorCode: string | null } | null;
   /** The newest run, under way or ended. */
   readonly run: RunState | null;
-  /** The commands whose process hasn't ended. */
+  /** The commands whose processes haven't ended. */
   readonly underWay: readonly CommandName[];
-  /** Ask `hello`: it wasn't asked yet, or a run has ended since. */
+  /** `hello` should be asked: for the first time, or after a run. */
   readonly helloNeeded: boolean;
-  /** Ask `check-updates`: packages come from the network, and it wasn't asked yet. */
+  /** `check-updates` should be asked: packages come from the network, and it wasn't asked yet. */
   readonly checkNeeded: boolean;
-  /** The engine speaks a newer version of the protocol: the shell must be updated. */
+  /** The engine uses a newer version of the protocol. The shell must be updated. */
   readonly shellOutdated: boolean;
-  /** The newest command that ended without its `done`; null again once that command begins anew. */
+  /** The newest command that ended without its `done`, until the same command begins again. */
   readonly problem: EndedEvent | null;
 }
 
@@ -71,7 +72,7 @@ export const initialState: State = {
   helloNeeded: true, checkNeeded: false, shellOutdated: false, problem: null,
 };
 
-/** The state after an event. Events that it doesn't know change nothing. */
+/** The state after an event. Unknown events change nothing. */
 export function next(state: State, event: ShellEvent): State {
   const retired = 'installerRetired' in event ? event.installerRetired : undefined;
   const changed = retire(changedBy(state, event), retired);
@@ -119,7 +120,8 @@ function begin(state: State, event: BeganEvent): State {
 function end(state: State, event: EndedEvent): State {
   const { command, done } = event;
   const first = state.underWay.indexOf(command);
-  const ended = { ...state, underWay: state.underWay.filter((_, index) => index !== first), problem: done ? state.problem : event };
+  const underWay = state.underWay.filter((_, index) => index !== first);
+  const ended = { ...state, underWay, problem: done ? state.problem : event };
   if (command === 'export-logs' && !done) return { ...ended, logs: { path: null, errorCode: null } };
   return command === 'run' ? { ...ofRun(ended, event), helloNeeded: true } : ended;
 }
@@ -145,7 +147,7 @@ function finish(state: State, event: DoneEvent): State {
   return event.results ? event.results.reduce(take, ofRun(state, event)) : state;
 }
 
-/** After a success no update is on offer any more, and the source of the packages is there. */
+/** A success shows that the source of the packages exists, and ends the offer of an update. */
 function take(state: State, { status, app: id }: AppResultEvent | Result): State {
   if (!['installed', 'updated', 'skipped'].includes(status) || state.run?.action === 'uninstall') return state;
   const apps = state.apps.map((app) => (app.id === id && app.check
@@ -153,7 +155,7 @@ function take(state: State, { status, app: id }: AppResultEvent | Result): State
   return sourceFound({ ...state, apps });
 }
 
-/** An expired installer stays expired; a source that is gone may come back. */
+/** An expired installer stays expired. A missing source can be found again. */
 function retire(state: State, retired: InstallerRetired | undefined): State {
   if (!retired || (state.retired?.reason === 'expired' && retired.reason !== 'expired')) return state;
   return { ...state, retired };
@@ -189,15 +191,15 @@ function offersFor(hello: CatalogApp, check: UpdateCheckEntry | null, state: Sta
 }
 
 export interface Room {
-  /** What the chosen apps need together; the known part of it if `complete` is false. */
+  /** The sum for the chosen apps; only of the known values if `complete` is false. */
   readonly requiredBytes: number;
   readonly complete: boolean;
   readonly freeBytes: number | null;
-  /** Null if one of the two isn't known. The figures are estimates: warn, but don't forbid. */
+  /** Null if the known values don't decide it. The values are estimates: warn, but don't forbid. */
   readonly enough: boolean | null;
 }
 
-/** The room on the disk that these apps need together. */
+/** The disk room that these apps need together. */
 export function roomFor(state: State, ids: readonly App[]): Room {
   const needs = ids.map((id) => state.apps.find((app) => app.id === id)?.requiredBytes ?? null);
   const requiredBytes = needs.reduce<number>((sum, bytes) => sum + (bytes ?? 0), 0);

@@ -198,7 +198,7 @@ export interface UpdateCheckResultEvent {
   readonly installerRetired?: InstallerRetired;
 }
 
-/** The shape that each kind of event has. */
+/** The record of each kind of event. */
 export const shapeOf: Readonly<Record<string, string>> = {
   'hello': 'HelloEvent',
   'update-check-result': 'UpdateCheckResultEvent',

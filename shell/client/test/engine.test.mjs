@@ -1,4 +1,4 @@
-// The library against an engine that plays.
+// The library and the playing engine.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { closeSync, openSync, writeFileSync } from 'node:fs';
@@ -59,7 +59,7 @@ test('a list that the engine would take for all apps, or for an option, is refus
   for (const app of ['', ' ', null, 5, {}]) assert.throws(() => run.cancel(app), RangeError, JSON.stringify(app));
 });
 
-test('noise among the events harms nothing', async (t) => {
+test('noise among the events changes nothing', async (t) => {
   const first = lines('install').slice(0, 3).map((line) => `${line}\n`).join('');
   const rest = lines('install').slice(3).map((line) => `${line}\n`).join('');
   const noise = [{ text: 'Created log directory: /x\n\n[]\n{"type":' }, { text: '\n' }, { hex: 'fffe0a' }, { text: '{"v":1,"type":"weather"}\n' }];
@@ -107,7 +107,7 @@ test('a cancel that meets a closed standard input does nothing', async (t) => {
   assert.equal(state.problem.status, 0);
 });
 
-test('silence is told once, and ends with the next line', async (t) => {
+test('silence is reported once and ends with the next line', async (t) => {
   const playing = engine(t, { run: [{ transcript: 'install', lines: 4 }, cancel('x'), { transcript: 'install' }] }, { silenceMilliseconds: 50 });
   const run = playing.run('install', ['brenna', 'rulo']);
   const silences = [];
@@ -143,7 +143,7 @@ test('the reason for a bad command line is kept', async (t) => {
   assert.match(state.run.errorMessage, /Unknown app identifier/);
 });
 
-test('a program that cannot be started ends in order', async (t) => {
+test('a program that cannot be started gives an end and a reason', async (t) => {
   const place = folder(t);
   writeFileSync(join(place, 'text'), 'no program', { mode: 0o644 });
   for (const program of [join(place, 'missing'), place, join(place, 'text'), join(place, 'text/engine-cli'), `/${'x'.repeat(5000)}`, '']) {
@@ -157,7 +157,7 @@ test('a program that cannot be started ends in order', async (t) => {
   }
 });
 
-test('nothing of a command is left in the shell, and no group is shared with it', async (t) => {
+test('an ended command leaves no timer, and has had a process group of its own', async (t) => {
   const program = join(folder(t), 'engine-cli');
   writeFileSync(program, '#!/bin/sh\ncut -d " " -f 1,5 /proc/$$/stat\nread line\necho one\nread line\necho two\n', { mode: 0o755 });
   const run = new Engine({ program }).run('install', ['brenna']);
@@ -167,7 +167,7 @@ test('nothing of a command is left in the shell, and no group is shared with it'
   assert.ok(!process.getActiveResourcesInfo().includes('Timeout'), String(process.getActiveResourcesInfo()));
 });
 
-test('output that no one takes does not stop the engine', async (t) => {
+test('output is read without an iteration', async (t) => {
   const many = Array(2000).fill({ transcript: 'install', lines: 12 });
   const run = engine(t, { run: [...many, { transcript: 'install' }] }).run('install', ['brenna', 'rulo']);
   assert.equal((await run.ended).status, 0);
@@ -175,7 +175,7 @@ test('output that no one takes does not stop the engine', async (t) => {
   assert.equal(taken.length, 2 + 2000 * 12 + lines('install').length);
 });
 
-test('a loop that is left leaves the run going', async (t) => {
+test('leaving the loop does not end the run', async (t) => {
   const run = engine(t, { run: [{ transcript: 'install', lines: 1 }, cancel(), { transcript: 'install' }] }).run('install', ['brenna']);
   for await (const event of run) if (event.type === 'stage') break;
   run.cancel();
@@ -189,7 +189,7 @@ test('a query that takes too long can be ended', async (t) => {
   assert.deepEqual(state.underWay, []);
 });
 
-test('a shell that ends asks the engine once to end', async (t) => {
+test('terminate sends one signal', async (t) => {
   const program = join(folder(t), 'engine-cli');
   writeFileSync(program, `#!${process.execPath}
     let signals = 0;
@@ -205,12 +205,12 @@ test('a shell that ends asks the engine once to end', async (t) => {
   assert.ok(state.run.cancelAsked);
 });
 
-test('an engine that has ended is over, although another process holds its output', async (t) => {
-  const pipe = join(folder(t), 'heir');
+test('a command ends although another process has inherited its output', async (t) => {
+  const pipe = join(folder(t), 'pipe');
   execFileSync('mkfifo', [pipe]);
   const held = openSync(pipe, 'r+');
   t.after(() => closeSync(held));
-  const { events: taken } = await follow(engine(t, { hello: [{ heir: pipe }, { transcript: 'hello' }] }).hello());
+  const { events: taken } = await follow(engine(t, { hello: [{ inherited: pipe }, { transcript: 'hello' }] }).hello());
   assert.deepEqual(taken.slice(1, -1), events('hello'));
   assert.equal(taken.at(-1).status, 0);
 });

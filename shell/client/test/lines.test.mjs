@@ -1,4 +1,4 @@
-// From bytes to events.
+// Bytes to lines, lines to events.
 import assert from 'node:assert/strict';
 import { readdirSync } from 'node:fs';
 import test from 'node:test';
@@ -25,7 +25,7 @@ test('a last line without a line feed is a line', () => {
   assert.deepEqual(read([Buffer.from('cut inside —').subarray(0, -1)]), ['cut inside \ufffd']);
 });
 
-test('a line without an end is given up, and the next one is read', () => {
+test('a line without an end is dropped, and the next one is read', () => {
   const chunk = Buffer.alloc(1024 * 1024, 'x');
   assert.deepEqual(read([...Array(40).fill(chunk), Buffer.from('x\nnext\n')]), ['next']);
   assert.deepEqual(read(Array(40).fill(chunk)), []);
@@ -37,12 +37,12 @@ test('every event of every transcript is known', () => {
   }
 });
 
-test('a line that is no JSON object is text', () => {
+test('a line that is not a JSON object is text', () => {
   const texts = ['', 'Created log directory: /x', '{"v":1,"type":"sta', '[]', '5', 'null', '"text"'];
   for (const text of texts) assert.deepEqual(parseLine(text), { type: 'shell:line', text });
 });
 
-test('keys and words that are not known stay in the event', () => {
+test('unknown keys and words stay in the event', () => {
   const stage = { v: 1, type: 'stage', app: 'norda', stage: 'polish', index: 1, total: 1, colour: { deep: [1] } };
   assert.deepEqual(parseLine(JSON.stringify(stage)), stage);
   const hello = JSON.parse(lines('hello')[0]);
@@ -51,7 +51,7 @@ test('keys and words that are not known stay in the event', () => {
   assert.deepEqual(parseLine(JSON.stringify(hello)), hello);
 });
 
-test('an object that is no event of this version is carried as it came', () => {
+test('an object that is not an event of this version is kept unchanged', () => {
   const stage = { v: 1, type: 'stage', app: 'brenna', stage: 'verify' };
   const [hello] = lines('hello').map((line) => JSON.parse(line));
   const others = [

@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 """A machine and an installer for it, until standard input is closed.
 
-  machine.py offline    version 2.0 of all apps beside the installer; the package of rulo is damaged
-  machine.py online     a CDN that has brenna only, and that stops in the middle of the first two downloads
+  machine.py offline    has version 2.0 of all apps beside the installer; the package of rulo is damaged
+  machine.py online     has a CDN with brenna only, which stalls in the middle of the first two downloads
 
 prints {"program": PATH}.
 """

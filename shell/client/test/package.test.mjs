@@ -1,4 +1,4 @@
-// The package as a shell's author gets it: packed, installed in an empty folder, and used from there.
+// The package, packed and installed in an empty folder.
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
 import { readFileSync, writeFileSync } from 'node:fs';
@@ -21,7 +21,7 @@ succeed(place, 'npm', 'install', '--offline', '--ignore-scripts', '--no-audit', 
 
 const tenLines = readFileSync(join(packageFolder, 'README.md'), 'utf8').match(/```js\n(.*?)```/s)[1];
 
-test('the package holds what is used, and the ten lines install an app', (t) => {
+test('the ten lines of the README install an app', (t) => {
   const names = packed.files.map((file) => file.path).filter((path) => !path.startsWith('dist/'));
   assert.deepEqual(names.sort(), ['README.md', 'package.json']);
 
@@ -36,7 +36,7 @@ test('the package holds what is used, and the ten lines install an app', (t) => 
   assert.equal(succeed(place, process.execPath, '-e', both), 'function function\n');
 });
 
-test('its types tell the events apart and leave words open, for both kinds of modules', () => {
+test('the types compile for both kinds of modules', () => {
   const compile = (files, settings) => {
     const compilerOptions = {
       noEmit: true, strict: true, target: 'ES2022', module: 'nodenext', skipLibCheck: true,
@@ -49,15 +49,15 @@ test('its types tell the events apart and leave words open, for both kinds of mo
   const page = `
     import { initialState, next, roomFor, type ErrorCode, type ShellEvent, type State } from 'kelo-shell-client/state';
     const later: ErrorCode = 'LATER';
-    // @ts-expect-error: a code is a text.
+    // @ts-expect-error: a code is a string.
     const wrong: ErrorCode = 5;
     export function shown(event: ShellEvent): string | number | null {
       const state: State = next(initialState, event);
-      // @ts-expect-error: a state is never changed in place.
+      // @ts-expect-error: a state is read-only.
       state.retired = null;
       if (event.type === 'app-result') return event.errorCode ?? later ?? wrong;
       if (event.type === 'shell:ended') return event.status;
-      // @ts-expect-error: only some events have it.
+      // @ts-expect-error: only a progress event has a percentage.
       return roomFor(state, ['brenna']).requiredBytes + event.percent;
     }`;
   compile({ 'page.mts': page }, { types: [], lib: ['ES2022', 'DOM'] });
@@ -68,7 +68,7 @@ test('its types tell the events apart and leave words open, for both kinds of mo
       for await (const event of new Engine({ program }).run('install', ['brenna'])) events.push(event);
       return events;
     }
-    // @ts-expect-error: no action of a run.
+    // @ts-expect-error: not an action of a run.
     new Engine({ program: '' }).run('hello', ['brenna']);`;
   compile({ 'main.mts': main, 'main.cts': main }, { types: ['node'] });
 });

@@ -1,9 +1,9 @@
 // player.mjs PLAN WORDS...: an engine that plays what PLAN says for the subcommand, step by step:
-//   { transcript, lines? }   these lines of a transcript in protocol/, or its first so many
-//   { text }, { hex }        these characters or bytes as they are
-//   { errors }               on standard error
-//   { await }                waits until standard input brings this command
-//   { heir }                 a process that inherits the output and ends when `heir`, a named pipe, is closed
+//   { transcript, lines? }   writes a transcript of protocol/, or so many of its lines
+//   { text }, { hex }        writes characters or bytes
+//   { errors }               writes on standard error
+//   { await }                waits for this command on standard input
+//   { inherited }            starts a process that inherits the output, until this named pipe is closed
 //   { signal }, { exit }     ends
 // Ends with status 0 after the last step.
 import { spawn } from 'node:child_process';
@@ -32,7 +32,7 @@ const steps = {
   hex: (digits) => writeSync(1, Buffer.from(digits, 'hex')),
   errors: (text) => writeSync(2, text),
   await: awaitCommand,
-  heir: (pipe) => spawn('/bin/sh', ['-c', 'read line <"$0"', pipe], { stdio: ['ignore', 'inherit', 'inherit'], detached: true }).unref(),
+  inherited: (pipe) => spawn('/bin/sh', ['-c', 'read line <"$0"', pipe], { stdio: ['ignore', 'inherit', 'inherit'], detached: true }).unref(),
   exit: (status) => process.exit(status),
   signal: async (signal) => {
     process.kill(process.pid, signal);

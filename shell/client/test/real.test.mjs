@@ -9,7 +9,7 @@ import { client, conditions, follow } from './support.mjs';
 
 const { Engine, initialState } = client;
 
-/** An engine on a machine that is gone after the test. */
+/** An engine on a machine that is removed after the test. */
 async function machine(t, kind) {
   const script = fileURLToPath(new URL('machine.py', import.meta.url));
   const process = spawn('/usr/bin/python3', [script, kind], { stdio: ['pipe', 'pipe', 'inherit'] });
@@ -72,7 +72,7 @@ test('online: cancelled, killed, installed', async (t) => {
   const start = () => engine.run('install', ['brenna', 'tolvi']);
   const downloading = (event) => event.type === 'progress' && event.detailArgs?.downloadedBytes > 0;
 
-  // The CDN has stopped in the middle of the package.
+  // The CDN stalls in the middle of the package.
   const cancelled = start();
   ({ state } = await follow(cancelled, state, (event, { run }) => {
     if (!downloading(event) || run.apps[0].cancelAsked) return;

@@ -1,4 +1,4 @@
-// What a shell shows, from the events alone.
+// The state after events.
 import assert from 'node:assert/strict';
 import { readdirSync } from 'node:fs';
 import test from 'node:test';
@@ -18,7 +18,7 @@ const result = (app, status, errorCode = null) => ({ v: 1, type: 'app-result', a
 const done = (action, exitCode, ...results) => ({ v: 1, type: 'done', action, exitCode, results });
 const last = (list, state) => play(list, state).at(-1);
 
-/** A `hello` like the transcript's, with other values. */
+/** The `hello` of the transcript with other values. */
 function hello(changes = {}, rows = {}) {
   const [event] = lines('hello').map((line) => JSON.parse(line));
   return { ...event, ...changes, apps: event.apps.map((row) => ({ ...row, ...rows[row.id] })) };
@@ -27,7 +27,7 @@ function hello(changes = {}, rows = {}) {
 const app = (state, id) => state.apps.find((one) => one.id === id);
 const runApp = (state, id) => state.run.apps.find((one) => one.id === id);
 
-/** Every run among the transcripts: the command, what each app became, and the codes of those that didn't succeed. */
+/** Each run of the transcripts: its action, the condition and code of each app, the exit status. */
 const runs = {
   'cancel-all': ['install', { brenna: 'failed DOWNLOAD_FAILED', tolvi: 'cancelled' }, 2],
   'cancel-one': ['install', { brenna: 'succeeded', tolvi: 'cancelled', rulo: 'succeeded' }, 1],
@@ -130,7 +130,7 @@ test('a run whose beginning was not seen counts as the engine does', () => {
   assert.deepEqual(uncounted.map((state) => state.run.percent), [0, 0, 50]);
 });
 
-test('a removal cannot be measured', () => {
+test('a removal shows a bar without a value', () => {
   const states = play([began('uninstall', 'brenna', 'rulo', 'tolvi'), ...events('uninstall').slice(0, 3)]);
   assert.deepEqual(states.map((state) => Math.round(state.run.percent)), [0, 0, 0, 33]);
   assert.deepEqual(states.map((state) => runApp(state, 'brenna').indeterminate), [false, true, true, false]);
@@ -173,12 +173,12 @@ test('a removal offers to cancel the whole run only', () => {
     ['waiting waiting', 'working waiting', 'working cancelled', 'succeeded cancelled', 'succeeded cancelled']);
 });
 
-test('any name that is cancelled in a removal stops all that are still to come', () => {
+test('a cancel of one app in a removal stops all that have not begun', () => {
   const state = last([began('uninstall', 'brenna', 'rulo', 'tolvi'), stage('brenna', 'uninstall'), cancel('tolvi')]);
   assert.deepEqual(conditions(state), { brenna: 'working', rulo: 'cancelled', tolvi: 'cancelled' });
 });
 
-/** What was cancelled when, what the engine answered, and what the person sees. */
+/** What the person cancels, the events until then, the engine's answer, and what is shown. */
 const cancels = [
   ['its download, which fails by that', [stage('brenna', 'download'), cancel('brenna')], result('brenna', 'failed', 'DOWNLOAD_FAILED'), 'cancelled'],
   ['the whole run while it downloads', [stage('brenna', 'download'), cancel()], result('brenna', 'failed', 'DOWNLOAD_FAILED'), 'cancelled'],
@@ -209,7 +209,7 @@ test('a cancel after the result changes nothing', () => {
   assert.equal(runApp(last([cancel(), done('install', 2, result('brenna', 'failed', 'DOWNLOAD_FAILED'))], before), 'brenna').condition, 'failed');
 });
 
-test('a cancel that the engine has not read yet shows as one that is answered soon', () => {
+test('an app can begin after its cancel', () => {
   const states = play([began('install', 'brenna', 'tolvi'), cancel('brenna'), stage('brenna', 'download'), cancel(), cancel('brenna')]);
   assert.deepEqual(states.map((state) => Object.values(conditions(state)).join(' ')),
     ['waiting waiting', 'cancelled waiting', 'cancelling waiting', 'cancelling cancelled', 'cancelling cancelled']);
@@ -219,7 +219,7 @@ test('a cancel that the engine has not read yet shows as one that is answered so
   assert.deepEqual(next(last([died('run')], states[2]), cancel()).run, last([died('run')], states[2]).run);
 });
 
-test('a cancel shows at once, and its answer may come late', () => {
+test('a cancel shows at once', () => {
   const states = play([began('install', 'brenna', 'tolvi', 'rulo'), stage('brenna', 'install'), cancel('tolvi'), cancel()]);
   assert.deepEqual(conditions(states[2]), { brenna: 'working', tolvi: 'cancelled', rulo: 'waiting' });
   assert.deepEqual(conditions(states[3]), { brenna: 'working', tolvi: 'cancelled', rulo: 'cancelled' });
@@ -230,7 +230,7 @@ test('a cancel shows at once, and its answer may come late', () => {
 
 test('the list in done is the final word', () => {
   const all = ['brenna', 'tolvi', 'rulo'];
-  // What an engine writes that has waited for ten minutes in vain.
+  // The engine's report after ten minutes without progress.
   const state = last([began('install', ...all), stage('brenna', 'install'), result('brenna', 'installed'), stage('tolvi', 'verify'),
     ...all.map((id) => result(id, 'cancelled')), done('install', 1, ...all.map((id) => ({ v: 1, type: 'app-result', app: id, status: 'cancelled' })))]);
   assert.deepEqual(conditions(state), { brenna: 'unknown', tolvi: 'unknown', rulo: 'cancelled' });
@@ -249,7 +249,7 @@ test('a command line that is refused leaves everything untouched', () => {
   assert.equal(state.problem.status, 3);
 });
 
-test('a run in which nothing ran, and one that ends with status 3 in the middle', () => {
+test('status 3 after a beginning is no refusal', () => {
   assert.deepEqual(conditions(last([began('install', 'brenna'), done('install', 3)])), { brenna: 'untouched' });
   const state = last([began('install', 'brenna'), stage('brenna', 'install'), ended('run', { done: false, status: 3 })]);
   assert.deepEqual([state.run.phase, conditions(state)], ['died', { brenna: 'unknown' }]);
@@ -287,7 +287,7 @@ test('hello fills the first screen', () => {
   assert.ok(last(events('skip-terms')).installer.capabilities.includes('skip-terms'));
 });
 
-test('online, check-updates completes it, and counts', () => {
+test('online, check-updates completes hello', () => {
   const online = hello({ mode: 'online' }, { brenna: { updateAvailable: false, latestVersion: null, requiredBytes: 1, sizeBytes: 1 } });
   const [check] = events('check-updates');
   const states = play([asked('hello'), online, asked('check-updates'), check, online]);
@@ -320,7 +320,7 @@ test('a copy from the App Store is offered nothing', () => {
   assert.deepEqual(state.apps.filter((one) => one.fromAppStore).map((one) => one.id), ['rulo']);
 });
 
-test('what the engine cannot do is not offered', () => {
+test('only capabilities are offered', () => {
   const state = next(initialState, hello({ capabilities: ['install', 'check-updates'] }));
   assert.deepEqual(state.apps.map((one) => one.offers), [[], ['install'], ['install'], ['install']]);
 });
@@ -338,7 +338,7 @@ test('the room is the sum of what the chosen apps need', () => {
   assert.equal(roomFor({ ...full, freeBytes: null }, ['brenna']).enough, null);
 });
 
-test('where the logs went', () => {
+test('the path of exported logs', () => {
   assert.match(last(events('export-logs')).logs.path, /\.zip$/);
   assert.deepEqual(last(events('export-logs-failing')).logs, { path: null, errorCode: 'UNKNOWN' });
 });
@@ -352,7 +352,7 @@ const check = (latestVersion, installerRetired) => ({
   ...(installerRetired ? { installerRetired } : {}),
 });
 
-test('any event may bring the banner', () => {
+test('the banner comes from any event', () => {
   assert.deepEqual(last(events('source-gone')).retired, gone);
   assert.deepEqual(last(events('source-gone-on-check')).retired, gone);
   assert.deepEqual(last(events('expired')).retired, expired);
@@ -365,7 +365,7 @@ test('an expired installer stays so, and only removes apps', () => {
   assert.deepEqual(last(list).apps.map((one) => one.offers), [['uninstall'], [], [], []]);
 });
 
-test('a source that is gone may be found again', () => {
+test('a missing source can be found again', () => {
   const before = last([hello(), check(undefined, gone)]);
   const run = (...list) => last([began('install', 'brenna'), ...list], before).retired;
   for (const state of play([hello(), check(), began('uninstall', 'brenna', 'rulo'), result('brenna', 'uninstalled'),
@@ -379,7 +379,7 @@ test('a source that is gone may be found again', () => {
 
 // Later engines, broken engines
 
-test('a newer protocol asks for a newer shell', () => {
+test('a newer protocol makes the shell outdated', () => {
   const event = (v) => client.parseLine(JSON.stringify({ ...hello(), v }));
   assert.equal(next(initialState, event(1)).shellOutdated, false);
   const state = next(initialState, event(2));
@@ -391,7 +391,7 @@ test('events that are not known change nothing', () => {
   for (const line of ['{"v":1,"type":"weather"}', '{}', 'text']) assert.equal(next(state, client.parseLine(line)), state);
 });
 
-test('whatever an engine writes, the state stays whole', () => {
+test('mutated events leave a valid state', () => {
   const random = sequence(1);
   const pick = (list) => list[random(list.length)];
   const pool = readdirSync(transcripts).flatMap((file) => lines(file.replace('.jsonl', ''))).map((line) => JSON.parse(line));
@@ -416,7 +416,7 @@ function mutated(event, random, pick, values) {
   return { ...event, [key]: pick(values) };
 }
 
-/** The same numbers each time, each below the bound that is asked for. */
+/** Reproducible numbers, each below the bound of the call. */
 function sequence(seed) {
   let last32 = seed;
   return (bound) => {

@@ -1,4 +1,4 @@
-// What the tests of the client share. The package is tested as it was built.
+// Shared by the tests of the client, which use the built package.
 import { mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
@@ -29,7 +29,7 @@ export function conditions(state) {
   return Object.fromEntries(state.run.apps.map((app) => [app.id, app.condition]));
 }
 
-/** A folder that is gone after the test. */
+/** A folder that is removed after the test. */
 export function folder(t) {
   const made = mkdtempSync(join(tmpdir(), 'kelo-client-'));
   t.after(() => rmSync(made, { recursive: true, force: true }));
@@ -46,7 +46,7 @@ export function player(t, plan) {
   return program;
 }
 
-/** Takes every event of a command; `react` sees each one with the state after it. */
+/** Reads all events of a command. `react` gets each one and the state after it. */
 export async function follow(command, state = client.initialState, react = () => {}) {
   const taken = [];
   for await (const event of command) {

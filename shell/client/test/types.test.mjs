@@ -1,4 +1,4 @@
-// The types are those of the protocol's schemas.
+// Generated types, and what the modules import.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';
@@ -13,7 +13,7 @@ test('types.generated.ts is current', () => {
   assert.equal(readFileSync(join(sources, 'src/types.generated.ts'), 'utf8'), made, 'run ./dev generate');
 });
 
-test('what only computes imports nothing but its like, and uses nothing of Node', () => {
+test('the modules of the state use nothing of Node', () => {
   const seen = new Set();
   const visit = (name) => {
     if (seen.has(name)) return;
