@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Linux/ApplicationRegistry.h"
+#include "Base/POSIX/ApplicationRegistry.h"
 #include "support/BundleInfo.h"
 #include "support/MachinePlaces.h"
 

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <string>
 
-#include "Platform/Linux/ApplicationRegistry.h"
+#include "Base/POSIX/ApplicationRegistry.h"
 #include "open/Launch.h"
 #include "support/BundleInfo.h"
 #include "support/Files.h"

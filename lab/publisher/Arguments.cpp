@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <map>
 
-#include "Platform/URL.h"
+#include "Base/URL.h"
 
 namespace lab {
 

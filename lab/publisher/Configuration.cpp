@@ -2,7 +2,7 @@
 
 #include "nlohmann/json.hpp"
 
-#include "Utils/Deployment.h"
+#include "Models/Deployment.h"
 #include "Utils/URLTrust.h"
 #include "fixtures/Catalog.h"
 #include "support/Files.h"

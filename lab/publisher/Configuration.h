@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/URL.h"
+#include "Base/URL.h"
 #include "publisher/Layout.h"
 #include "support/OrReason.h"
 

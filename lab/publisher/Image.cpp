@@ -6,14 +6,16 @@
 
 #include "nlohmann/json.hpp"
 
-#include "Platform/Bundles.h"
-#include "Platform/Linux/LinuxPropertyList.h"
+#include "Base/JSONReader.h"
+#include "Base/POSIX/PropertyListReader.h"
 #include "diskimage/DiskImage.h"
 #include "diskimage/VolumeListing.h"
 #include "support/ChildProcess.h"
 #include "support/Files.h"
 
 namespace lab {
+
+namespace JSONReader = installer::JSONReader;
 
 namespace {
 
@@ -40,14 +42,11 @@ std::vector<std::string> informationPaths(const VolumeListing& listing) {
   return paths;
 }
 
-// Empty when there is no such property list in the image, or it can't be read.
-installer::Bundle bundleIn(const std::filesystem::path& image, const std::string& informationPath) {
-  const auto read = runToEnd({"7zz", "x", "-so", "-spd", "-p", "--", image.string(), informationPath});
+// Null when there is no such property list in the image, or it can't be read.
+installer::Json informationIn(const std::filesystem::path& image, const std::string& path) {
+  const auto read = runToEnd({"7zz", "x", "-so", "-spd", "-p", "--", image.string(), path});
   if (!read || read->status != 0) return {};
-  auto information = installer::LinuxPropertyList{}.parse(read->output);
-  if (!information || !information->is_object()) return {};
-  return {.path = informationPath,
-          .infoDictionary = std::make_shared<const installer::Json>(std::move(*information))};
+  return installer::readPropertyList(read->output).value_or(nullptr);
 }
 
 }  // namespace
@@ -58,13 +57,13 @@ OrReason<> checkBundle(const std::filesystem::path& image, const std::string& id
   if (!listing) return because("{}: {}", image.string(), listing.error());
   std::string others;
   for (const std::string& path : informationPaths(*listing)) {
-    const auto bundle = bundleIn(image, path);
-    const auto found = bundle.bundleIdentifier().value_or("no identifier");
+    const auto information = informationIn(image, path);
+    const auto found = JSONReader::string(information, "CFBundleIdentifier").value_or("no identifier");
     if (found != identifier) {
       others += (others.empty() ? "" : ", ") + found;
       continue;
     }
-    const auto its = bundle.infoString("CFBundleShortVersionString").value_or("no version");
+    const auto its = JSONReader::string(information, "CFBundleShortVersionString").value_or("no version");
     if (its == version) return {};
     return because("{} holds version {}, not {}", image.filename().string(), its, version);
   }

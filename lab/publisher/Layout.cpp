@@ -4,8 +4,8 @@
 #include <array>
 #include <vector>
 
+#include "Base/Path.h"
 #include "Models/AppIdentifier.h"
-#include "Platform/Path.h"
 
 namespace lab {
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "Utils/CDNLayout.h"
+#include "Models/CDNLayout.h"
 #include "support/OrReason.h"
 
 namespace lab {

@@ -12,10 +12,10 @@ namespace lab {
 namespace {
 
 using installer::CDNLayout;
-using Json = nlohmann::ordered_json;
+using OrderedJson = nlohmann::ordered_json;
 
 std::string metadataOf(const PublishArguments& arguments, const ImageFacts& facts) {
-  Json meta{
+  OrderedJson meta{
       {"product", arguments.app}, {"version", arguments.version}, {"destination", arguments.destination},
       {"size", facts.size},       {"checksum", facts.sha256},     {"checksumAlgorithm", "sha256"}};
   if (arguments.alternateURL) meta["alternateDownloadUrl"] = *arguments.alternateURL;

@@ -4,10 +4,10 @@
 #include <map>
 #include <tuple>
 
+#include "Base/Path.h"
+#include "Base/Text.h"
 #include "Models/PackageMeta.h"
 #include "Models/ReleaseNotes.h"
-#include "Models/Text.h"
-#include "Platform/Path.h"
 #include "publisher/Image.h"
 #include "support/Files.h"
 

@@ -1,14 +1,19 @@
 #include "support/BundleInfo.h"
 
-#include "Platform/Linux/LinuxBundles.h"
-#include "Platform/Linux/LinuxPropertyList.h"
+#include <nlohmann/json.hpp>
+
+#include "Base/JSONReader.h"
+#include "Base/POSIX/PropertyListBounds.h"
+#include "Base/POSIX/PropertyListReader.h"
+#include "Base/POSIX/WholeFile.h"
 
 namespace lab {
 
 std::optional<std::string> bundleString(const std::filesystem::path& bundle, const std::string& key) {
-  installer::LinuxPropertyList propertyList;
-  const auto read = installer::LinuxBundles{propertyList, std::nullopt}.read(bundle.string());
-  return read ? read->infoString(key) : std::nullopt;
+  const auto bytes =
+      installer::readWholeFile(bundle / "Contents/Info.plist", installer::PropertyListBounds::bytes);
+  const auto information = bytes ? installer::readPropertyList(*bytes) : std::unexpected(bytes.error());
+  return information ? installer::JSONReader::string(*information, key) : std::nullopt;
 }
 
 }  // namespace lab

@@ -1,6 +1,6 @@
 #include "support/MachinePlaces.h"
 
-#include "Platform/Linux/LinuxHostSettings.h"
+#include "Base/POSIX/LinuxHostSettings.h"
 
 namespace lab {
 

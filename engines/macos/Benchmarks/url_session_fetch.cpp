@@ -7,8 +7,8 @@
 #include <mutex>
 #include <sys/resource.h>
 
-#include "Platform/Linux/LinuxHostSettings.h"
-#include "Platform/Linux/LinuxURLSessions.h"
+#include "Base/POSIX/LinuxHostSettings.h"
+#include "Platform/Linux/HTTP/LinuxURLSessions.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "Args.h"
 
-#include "Models/Text.h"
+#include "Base/Text.h"
 
 namespace installer {
 

@@ -6,11 +6,11 @@
 #include <string_view>
 
 #include "Args.h"
+#include "Base/Text.h"
 #include "Engine/EngineController.h"
 #include "Engine/EngineEmitter.h"
 #include "Engine/EngineVocabulary.h"
 #include "Models/AppConstants.h"
-#include "Models/Text.h"
 #include "PackageSource.h"
 #include "Platform/Machine.h"
 #include "StdinCommandListener.h"

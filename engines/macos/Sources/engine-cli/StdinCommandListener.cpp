@@ -3,8 +3,8 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "Base/JSONReader.h"
 #include "Engine/EngineController.h"
-#include "Models/JSONReader.h"
 #include "Platform/Machine.h"
 #include "Utils/Log.h"
 

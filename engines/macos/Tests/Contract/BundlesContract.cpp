@@ -5,7 +5,7 @@
 #include "Contract/MachineUnderTest.h"
 #include "Support/PropertyListText.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 class BundlesContract : public Contract {
@@ -112,4 +112,4 @@ TEST_P(BundlesContract, RegistersNothingThatHasNoIdentifier) {
 INSTANTIATE_CONTRACT(BundlesContract);
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

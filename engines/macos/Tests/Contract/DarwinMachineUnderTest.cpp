@@ -16,7 +16,7 @@
 #include "Contract/MachineUnderTest.h"
 #include "Platform/Darwin/DarwinHost.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -217,4 +217,4 @@ std::vector<Implementation> implementations() {
 #endif
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

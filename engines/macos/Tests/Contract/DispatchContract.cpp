@@ -4,7 +4,7 @@
 
 #include "Contract/MachineUnderTest.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -262,4 +262,4 @@ INSTANTIATE_TEST_SUITE_P(On, RealThreads, ::testing::Values(realImplementation()
                          [](const auto& parameter) { return std::string{parameter.param.name}; });
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

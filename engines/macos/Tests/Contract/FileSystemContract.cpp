@@ -2,9 +2,9 @@
 #include <algorithm>
 
 #include "Contract/MachineUnderTest.h"
-#include "Platform/BoundedFile.h"
+#include "Platform/FileSystem.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 class FileSystemContract : public Contract {
@@ -522,4 +522,4 @@ TEST_P(FileSystemContract, TellsHowMuchRoomThereIs) {
 INSTANTIATE_CONTRACT(FileSystemContract);
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

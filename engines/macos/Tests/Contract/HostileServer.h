@@ -8,8 +8,8 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "Base/POSIX/LinuxHostSettings.h"
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/LinuxHostSettings.h"
 
 namespace installer::test {
 

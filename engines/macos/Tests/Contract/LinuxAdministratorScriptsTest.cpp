@@ -7,8 +7,9 @@
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 
+#include "Base/KeptOutput.h"
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/LinuxAdministratorScripts.h"
+#include "Platform/Linux/Processes/LinuxAdministratorScripts.h"
 #include "Platform/ProcessLauncher.h"
 
 namespace installer::test {

@@ -6,8 +6,8 @@
 #include <thread>
 
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/LinuxDispatch.h"
-#include "Platform/Linux/LinuxSignals.h"
+#include "Platform/Linux/Dispatch/LinuxDispatch.h"
+#include "Platform/Linux/Processes/LinuxSignals.h"
 
 namespace installer::test {
 namespace {

@@ -12,9 +12,9 @@
 #include <thread>
 #include <unistd.h>
 
+#include "Base/POSIX/FileTree.h"
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/LinuxFileSystem.h"
-#include "Platform/POSIX/FileTree.h"
+#include "Platform/Linux/Files/LinuxFileSystem.h"
 
 namespace installer::test {
 namespace {

@@ -3,11 +3,11 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "Platform/Linux/CurlConnections.h"
-#include "Platform/Linux/CurlErrors.h"
-#include "Platform/Linux/ResponseHead.h"
-#include "Platform/Linux/ResumeData.h"
-#include "Platform/Linux/Validator.h"
+#include "Platform/Linux/HTTP/CurlConnections.h"
+#include "Platform/Linux/HTTP/CurlErrors.h"
+#include "Platform/Linux/HTTP/ResponseHead.h"
+#include "Platform/Linux/HTTP/ResumeData.h"
+#include "Platform/Linux/HTTP/Validator.h"
 
 namespace installer::test {
 namespace {

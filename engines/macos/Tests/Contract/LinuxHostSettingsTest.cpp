@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "Base/POSIX/LinuxHostSettings.h"
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/LinuxBundles.h"
+#include "Platform/Linux/Files/LinuxBundles.h"
 #include "Platform/Linux/LinuxHost.h"
-#include "Platform/Linux/LinuxHostSettings.h"
 #include "Platform/Linux/LinuxSystemInfo.h"
 #include "Platform/Machine.h"
 

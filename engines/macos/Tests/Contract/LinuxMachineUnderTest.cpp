@@ -12,14 +12,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Base/POSIX/FileDescriptor.h"
 #include "Contract/LinuxTestFolder.h"
 #include "Contract/LoopbackServer.h"
 #include "Contract/MachineUnderTest.h"
 #include "Platform/Linux/LinuxHost.h"
-#include "Platform/POSIX/FileDescriptor.h"
 #include "Support/SimulatedStreams.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -185,4 +185,4 @@ std::vector<Implementation> implementations() {
   return {{"Simulated", &makeSimulatedMachineUnderTest}, realImplementation()};
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -7,8 +7,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Base/KeptOutput.h"
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/LinuxProcessLauncher.h"
+#include "Platform/Linux/Processes/LinuxProcessLauncher.h"
 
 namespace installer::test {
 namespace {

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "Platform/Linux/LinuxPropertyList.h"
-#include "Platform/POSIX/PropertyListBounds.h"
+#include "Base/POSIX/PropertyListBounds.h"
+#include "Platform/Linux/Files/LinuxPropertyList.h"
 
 namespace installer::test {
 namespace {

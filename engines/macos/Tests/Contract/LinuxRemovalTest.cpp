@@ -7,10 +7,10 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "Base/POSIX/FileTree.h"
+#include "Base/POSIX/StagedRemoval.h"
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/LinuxFileSystem.h"
-#include "Platform/POSIX/FileTree.h"
-#include "Platform/POSIX/StagedRemoval.h"
+#include "Platform/Linux/Files/LinuxFileSystem.h"
 
 namespace installer::test {
 namespace {

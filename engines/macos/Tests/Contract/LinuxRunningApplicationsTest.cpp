@@ -9,12 +9,12 @@
 #include <unistd.h>
 
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/LinuxBundles.h"
-#include "Platform/Linux/LinuxPropertyList.h"
-#include "Platform/Linux/LinuxRunningApplications.h"
-#include "Platform/Linux/ProcessHandle.h"
-#include "Platform/Linux/ProcessTable.h"
-#include "Platform/Linux/Spawn.h"
+#include "Platform/Linux/Files/LinuxBundles.h"
+#include "Platform/Linux/Files/LinuxPropertyList.h"
+#include "Platform/Linux/Processes/LinuxRunningApplications.h"
+#include "Platform/Linux/Processes/ProcessHandle.h"
+#include "Platform/Linux/Processes/ProcessTable.h"
+#include "Platform/Linux/Processes/Spawn.h"
 
 namespace installer::test {
 namespace {

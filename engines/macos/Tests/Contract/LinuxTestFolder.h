@@ -6,7 +6,7 @@
 #include <sys/types.h>
 #include <vector>
 
-#include "Platform/Path.h"
+#include "Base/Path.h"
 
 namespace installer::test {
 

@@ -10,9 +10,9 @@
 #include <random>
 #include <sys/resource.h>
 
+#include "Base/POSIX/ProcessStart.h"
 #include "Contract/HostileServer.h"
-#include "Platform/Linux/LinuxURLSessions.h"
-#include "Platform/POSIX/ProcessStart.h"
+#include "Platform/Linux/HTTP/LinuxURLSessions.h"
 #include "Platform/URLSession.h"
 
 namespace installer::test {
@@ -39,7 +39,7 @@ std::vector<std::string> namesIn(const Path& folder) {
 }
 
 // Keeps what a session tells, and takes downloads away as the engine does.
-class Recorder : public URLSessionDelegate {
+class SessionRecorder : public URLSessionDelegate {
  public:
   void willPerformHTTPRedirection(const std::shared_ptr<URLSessionTask>& task,
                                   const HTTPURLResponse& /*redirect*/, const URLRequest& newRequest,
@@ -132,7 +132,7 @@ class LinuxDownloads : public ::testing::Test {
 
   std::vector<std::string> temporaryFiles() const { return namesIn(server->settings().temporaryDirectory()); }
 
-  std::shared_ptr<Recorder> recorder = std::make_shared<Recorder>();
+  std::shared_ptr<SessionRecorder> recorder = std::make_shared<SessionRecorder>();
   std::unique_ptr<HostileServer> server;
   std::unique_ptr<URLSessions> sessions;
   std::shared_ptr<URLSession> session;
@@ -164,7 +164,7 @@ TEST_F(LinuxDownloads, GivesAnErrorPageAsItCame) {
 TEST_F(LinuxDownloads, SaysMinusOneWhenTheServerTellsNoLength) {
   for (const auto* const kind : {"none", "chunked"}) {
     ended = 0;
-    recorder = std::make_shared<Recorder>();
+    recorder = std::make_shared<SessionRecorder>();
     serve({{"/a", {{{"bytes", size}, {"length", kind}}}}});
     download("/a");
     EXPECT_EQ(recorder->lastExpected, -1);
@@ -352,7 +352,7 @@ TEST_F(LinuxDownloads, HasNothingToResumeWithoutAStrongValidator) {
   const json encoded = with(whole(), {{"encoding", "gzip"}, {"closeAt", 5000}});
   for (const auto& answer : {weak, none, weakWithDate, noRanges, encoded}) {
     ended = 0;
-    recorder = std::make_shared<Recorder>();
+    recorder = std::make_shared<SessionRecorder>();
     serve({{"/a", {answer}}});
     download("/a");
     EXPECT_EQ(errorCode(), URLErrorCode::networkConnectionLost);
@@ -510,7 +510,7 @@ TEST_F(LinuxDownloads, ShowsARedirectThatIsNoStrictURLAsNone) {
   for (const std::string place : {"https://cdn.kelo.example:99999/", "https://a@b@cdn.kelo.example/",
                                   "data:,x", "https://cdn.k\u00e4lo.example/"}) {
     ended = 0;
-    recorder = std::make_shared<Recorder>();
+    recorder = std::make_shared<SessionRecorder>();
     serve({{"/a", {{{"location", place}}}}});
     download("/a");
     EXPECT_THAT(recorder->redirects, ElementsAre("")) << place;

@@ -9,10 +9,10 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
+#include "Base/POSIX/FileDescriptor.h"
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/LinuxFileSystem.h"
-#include "Platform/Linux/Spawn.h"
-#include "Platform/POSIX/FileDescriptor.h"
+#include "Platform/Linux/Files/LinuxFileSystem.h"
+#include "Platform/Linux/Processes/Spawn.h"
 
 namespace installer::test {
 namespace {

@@ -6,9 +6,9 @@
 #include <set>
 
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/LinuxBundles.h"
-#include "Platform/Linux/LinuxPropertyList.h"
-#include "Platform/Linux/LinuxWorkspace.h"
+#include "Platform/Linux/Files/LinuxBundles.h"
+#include "Platform/Linux/Files/LinuxPropertyList.h"
+#include "Platform/Linux/Files/LinuxWorkspace.h"
 
 namespace installer::test {
 

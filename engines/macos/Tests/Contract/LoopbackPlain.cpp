@@ -4,7 +4,7 @@
 
 #include "Contract/LoopbackTransport.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -48,4 +48,4 @@ std::unique_ptr<LoopbackConnection> LoopbackTransport::accept(int socket) {
   return std::make_unique<PlainConnection>(socket);
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -12,7 +12,7 @@
 
 #include "Contract/LoopbackTransport.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -164,4 +164,4 @@ LoopbackServer::Response LoopbackServer::respond(const std::string& request) {
   return {.bytes = head + "\r\n" + body, .complete = !answer.dropsAfter.has_value()};
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -12,10 +12,10 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/Path.h"
+#include "Base/Path.h"
 #include "Support/ServerResource.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class LoopbackTransport;
 
@@ -55,4 +55,4 @@ class LoopbackServer {
   Response respond(const std::string& request);
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -5,7 +5,7 @@
 
 #include "Contract/LoopbackTransport.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -90,4 +90,4 @@ std::unique_ptr<LoopbackConnection> LoopbackTransport::accept(int socket) {
   return std::make_unique<TLSConnection>(state_->context, socket);
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

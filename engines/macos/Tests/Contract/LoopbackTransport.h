@@ -6,9 +6,9 @@
 #include <memory>
 #include <string>
 
-#include "Platform/Path.h"
+#include "Base/Path.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 // One accepted socket, which the server closes afterwards. Used by one thread.
 class LoopbackConnection {
@@ -34,4 +34,4 @@ class LoopbackTransport {
   std::unique_ptr<State> state_;
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

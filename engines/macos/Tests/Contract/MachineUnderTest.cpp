@@ -7,11 +7,11 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
-#include "Platform/POSIX/FileDescriptor.h"
-#include "Platform/POSIX/HiddenSibling.h"
+#include "Base/POSIX/FileDescriptor.h"
+#include "Base/POSIX/HiddenSibling.h"
 #include "Support/PropertyListText.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 void beginCopy(const Path& path) {
   const FileDescriptor folder{::open(parentFolder(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
@@ -72,4 +72,4 @@ void Contract::turnUntil(const std::function<bool()>& done) {
   EXPECT_TRUE(done());
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -11,7 +11,7 @@
 
 #include "Platform/Machine.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class ServerResource;
 using Lines = std::vector<std::string>;
@@ -121,8 +121,8 @@ std::string outcomeOf(const Result<T>& result) {
 }
 
 // Makes SUITE run on every machine.
-#define INSTANTIATE_CONTRACT(SUITE)                                                                 \
-  INSTANTIATE_TEST_SUITE_P(On, SUITE, ::testing::ValuesIn(::installer::testing::implementations()), \
+#define INSTANTIATE_CONTRACT(SUITE)                                                              \
+  INSTANTIATE_TEST_SUITE_P(On, SUITE, ::testing::ValuesIn(::installer::test::implementations()), \
                            [](const auto& parameter) { return std::string{parameter.param.name}; })
 
-}  // namespace installer::testing
+}  // namespace installer::test

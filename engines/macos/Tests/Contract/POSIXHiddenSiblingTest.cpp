@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "Platform/POSIX/FileDescriptor.h"
-#include "Platform/POSIX/HiddenSibling.h"
+#include "Base/POSIX/FileDescriptor.h"
+#include "Base/POSIX/HiddenSibling.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 std::string siblingOf(const std::string& name) {
@@ -28,4 +28,4 @@ TEST(HiddenSibling, KeepsAShortNameWhole) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

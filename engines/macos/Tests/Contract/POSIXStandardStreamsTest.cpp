@@ -5,9 +5,9 @@
 #include <sstream>
 #include <thread>
 
+#include "Base/POSIX/FileTree.h"
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/Spawn.h"
-#include "Platform/POSIX/FileTree.h"
+#include "Platform/Linux/Processes/Spawn.h"
 #include "Platform/POSIX/POSIXStandardStreams.h"
 
 namespace installer::test {
@@ -24,7 +24,7 @@ std::string drained(const FileDescriptor& reading) {
 }
 
 // The lines that a child reads from `input`, each in brackets.
-std::string linesOf(const std::string& input) {
+std::string bracketedLines(const std::string& input) {
   Pipe in = makePipe();
   Pipe out = makePipe();
   const pid_t child = startChild([&] {
@@ -50,19 +50,19 @@ std::string linesOf(const std::string& input) {
 }
 
 TEST(POSIXStreams, LinesEndAtLineFeedsAndTheLastMayLackOne) {
-  EXPECT_EQ(linesOf(""), "");
-  EXPECT_EQ(linesOf("\n"), "[]");
-  EXPECT_EQ(linesOf("a\n\nb\r\n"), "[a][][b\r]");
-  EXPECT_EQ(linesOf("a\nb"), "[a][b]");
+  EXPECT_EQ(bracketedLines(""), "");
+  EXPECT_EQ(bracketedLines("\n"), "[]");
+  EXPECT_EQ(bracketedLines("a\n\nb\r\n"), "[a][][b\r]");
+  EXPECT_EQ(bracketedLines("a\nb"), "[a][b]");
 }
 
 TEST(POSIXStreams, ALineBeyondTheLimitArrivesEmpty) {
   const std::string limit(StandardStreams::maximumLineLength, 'x');
-  EXPECT_TRUE(linesOf(limit + "\nnext\n") == "[" + limit + "][next]");
-  EXPECT_TRUE(linesOf(limit) == "[" + limit + "]");
-  EXPECT_EQ(linesOf(limit + "y\nnext\n"), "[][next]");
-  EXPECT_EQ(linesOf(limit + "yyy\nnext\n"), "[][next]");
-  EXPECT_EQ(linesOf(limit + limit + limit), "[]");
+  EXPECT_TRUE(bracketedLines(limit + "\nnext\n") == "[" + limit + "][next]");
+  EXPECT_TRUE(bracketedLines(limit) == "[" + limit + "]");
+  EXPECT_EQ(bracketedLines(limit + "y\nnext\n"), "[][next]");
+  EXPECT_EQ(bracketedLines(limit + "yyy\nnext\n"), "[][next]");
+  EXPECT_EQ(bracketedLines(limit + limit + limit), "[]");
 }
 
 TEST(POSIXStreams, OutputArrivesWholeAlsoWhereTheOtherEndMadeItNonBlocking) {

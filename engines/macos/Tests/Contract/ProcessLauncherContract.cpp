@@ -1,7 +1,8 @@
 // What every launcher of programs promises.
+#include "Base/KeptOutput.h"
 #include "Contract/MachineUnderTest.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 class ProcessLauncherContract : public Contract {
@@ -74,4 +75,4 @@ TEST_P(ProcessLauncherContract, StartsAndForgets) {
 INSTANTIATE_CONTRACT(ProcessLauncherContract);
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

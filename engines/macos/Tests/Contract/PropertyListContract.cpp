@@ -4,7 +4,7 @@
 #include "Contract/MachineUnderTest.h"
 #include "Support/PropertyListText.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 class PropertyListContract : public Contract {
@@ -80,4 +80,4 @@ TEST_P(PropertyListContract, RefusesWhatIsMalformed) {
 INSTANTIATE_CONTRACT(PropertyListContract);
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -3,11 +3,11 @@
 #include "Contract/MachineUnderTest.h"
 #include "Support/SimulatedMachine.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
-constexpr auto kServer = "https://server.example.test";
+constexpr auto kServerURL = "https://server.example.test";
 
 class SimulatedMachineUnderTest : public MachineUnderTest {
  public:
@@ -82,10 +82,10 @@ class SimulatedMachineUnderTest : public MachineUnderTest {
   ServerResource& serverResource(const std::string& path) override {
     return simulated_.network.on(urlOf(path));
   }
-  std::string urlOf(const std::string& path) override { return kServer + path; }
+  std::string urlOf(const std::string& path) override { return kServerURL + path; }
   Lines requestsToServer() override {
     auto lines = simulated_.network.requestLines();
-    for (auto& line : lines) line.erase(line.find(kServer), std::string_view{kServer}.size());
+    for (auto& line : lines) line.erase(line.find(kServerURL), std::string_view{kServerURL}.size());
     return lines;
   }
 
@@ -100,4 +100,4 @@ std::unique_ptr<MachineUnderTest> makeSimulatedMachineUnderTest() {
   return std::make_unique<SimulatedMachineUnderTest>();
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -7,7 +7,7 @@
 
 #include "Contract/MachineUnderTest.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 class DigestContract : public Contract {
@@ -229,4 +229,4 @@ TEST_P(AdministratorScriptContract, HasNoOtherHandlerThanItsSourceSays) {
 INSTANTIATE_CONTRACT(AdministratorScriptContract);
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -6,7 +6,7 @@
 #include "Contract/MachineUnderTest.h"
 #include "Support/ServerResource.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -343,4 +343,4 @@ TEST_P(URLSessionContract, FailsTheTasksOfAnInvalidatedSession) {
 INSTANTIATE_CONTRACT(URLSessionContract);
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -7,14 +7,14 @@ namespace {
 
 using namespace std::chrono_literals;
 using enum AppIdentifier;
+using test::Lines;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::Lines;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-class EngineCancel : public testing::EngineControllerTest {};
+class EngineCancel : public test::EngineControllerTest {};
 
 TEST_F(EngineCancel, EndsARunWhoseTransferFailsUponACancel) {
   provider->on(brenna)

@@ -6,12 +6,12 @@ namespace installer {
 namespace {
 
 using enum AppIdentifier;
+using test::Lines;
 using ::testing::Contains;
 using ::testing::ElementsAre;
-using testing::Lines;
 using ::testing::Not;
 
-class EngineUpdateCheck : public testing::EngineControllerTest {
+class EngineUpdateCheck : public test::EngineControllerTest {
  protected:
   explicit EngineUpdateCheck(Mode mode = Mode::online) : EngineControllerTest{mode} {
     machine.setConfiguration(R"({"apps": {}, "trustedDownloadDomains": ["cdn.test"],

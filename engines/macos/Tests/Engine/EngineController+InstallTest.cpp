@@ -7,12 +7,12 @@ namespace {
 
 using namespace std::chrono_literals;
 using enum AppIdentifier;
+using test::Lines;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::Lines;
 using Apps = std::vector<AppIdentifier>;
 
-class EngineInstall : public testing::EngineControllerTest {
+class EngineInstall : public test::EngineControllerTest {
  protected:
   using EngineControllerTest::EngineControllerTest;
 

@@ -6,11 +6,11 @@ namespace installer {
 namespace {
 
 using enum AppIdentifier;
+using test::Lines;
+using test::Operation;
 using ::testing::IsEmpty;
-using testing::Lines;
-using testing::Operation;
 
-class EngineQueries : public testing::EngineControllerTest {
+class EngineQueries : public test::EngineControllerTest {
  protected:
   using EngineControllerTest::EngineControllerTest;
 

@@ -7,12 +7,12 @@ namespace {
 
 using namespace std::chrono_literals;
 using enum AppIdentifier;
+using test::Lines;
+using test::Operation;
 using ::testing::IsEmpty;
-using testing::Lines;
-using testing::Operation;
 using Apps = std::vector<AppIdentifier>;
 
-class EngineUninstall : public testing::EngineControllerTest {
+class EngineUninstall : public test::EngineControllerTest {
  protected:
   std::int32_t uninstall(const Apps& apps, bool strict = false) {
     return controller->runUninstall(apps, strict);
@@ -23,7 +23,7 @@ class EngineUninstall : public testing::EngineControllerTest {
   // brenna takes three seconds to quit, and one second into them this happens.
   void whileTheFirstAppQuits(Work work) {
     machine.runningApps.launch(app(brenna).installerBundleIdentifier, "Brenna", 77,
-                               testing::QuitBehaviour::quits(3s));
+                               test::QuitBehaviour::quits(3s));
     machine.dispatch.schedule(1s, std::move(work));
   }
 };

@@ -9,13 +9,13 @@
 #include <vector>
 
 #include "Engine/EngineController.h"
+#include "Models/Deployment.h"
 #include "Support/EventTranscript.h"
 #include "Support/ScriptedPackageProvider.h"
 #include "Support/SimulatedMachine.h"
-#include "Utils/Deployment.h"
 #include "Utils/KeloAppProvider.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class EngineControllerTest : public ::testing::Test {
  protected:
@@ -61,7 +61,7 @@ class EngineControllerTest : public ::testing::Test {
 
   // The first event of its type.
   Json event(std::string_view type) const { return machine.streams.events(type).at(0); }
-  Lines transcript() const { return testing::transcript(machine.streams.events()); }
+  Lines transcript() const { return test::transcript(machine.streams.events()); }
   // Without what a run tells on the way.
   Lines outcome() const {
     auto lines = transcript();
@@ -72,4 +72,4 @@ class EngineControllerTest : public ::testing::Test {
   }
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

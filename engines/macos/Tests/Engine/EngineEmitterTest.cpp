@@ -10,12 +10,12 @@
 namespace installer {
 namespace {
 
+using test::Lines;
 using ::testing::EndsWith;
-using testing::Lines;
 
 class EngineEmitterTest : public ::testing::Test {
  protected:
-  testing::SimulatedMachine machine;
+  test::SimulatedMachine machine;
 
   static void emitLog(std::string level, std::string message) {
     EngineEmitter::emit({EngineEvent::Log{std::move(level), std::move(message)}});

@@ -14,7 +14,7 @@ using ::testing::Not;
 
 class EngineEnvelopeTest : public ::testing::Test {
  protected:
-  testing::SimulatedMachine machine;
+  test::SimulatedMachine machine;
 
   static std::string line(const EngineEvent& event) { return EngineEnvelope::encode(event).value(); }
   static Json encoded(const EngineEvent& event) { return Json::parse(line(event)); }

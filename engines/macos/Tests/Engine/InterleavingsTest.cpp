@@ -14,7 +14,7 @@ namespace installer {
 namespace {
 
 using enum AppIdentifier;
-using testing::ScriptedPackageProvider;
+using test::ScriptedPackageProvider;
 
 class RandomRun {
  public:
@@ -29,7 +29,7 @@ class RandomRun {
   std::mt19937 random_;
 
  public:
-  testing::SimulatedMachine machine;
+  test::SimulatedMachine machine;
   std::shared_ptr<ScriptedPackageProvider> provider =
       std::make_shared<ScriptedPackageProvider>(machine.dispatch, ScriptedPackageProvider::Mode::offline);
   std::shared_ptr<EngineController> controller = EngineController::make(provider);
@@ -38,7 +38,7 @@ class RandomRun {
 
   std::string transcript() const {
     std::string text;
-    for (const auto& line : testing::transcript(events)) text += line + "\n";
+    for (const auto& line : test::transcript(events)) text += line + "\n";
     return text;
   }
 
@@ -56,7 +56,7 @@ class RandomRun {
       return;
     }
     machine.images.add(info.tempFilePath(), "/Volumes/" + info.displayName,
-                       [this, info](testing::SimulatedFileSystem&, const Path& mountPoint) {
+                       [this, info](test::SimulatedFileSystem&, const Path& mountPoint) {
                          machine.addApp(joined(mountPoint, info.appBundleName),
                                         {.identifier = info.installerBundleIdentifier, .version = "2.0"});
                        });

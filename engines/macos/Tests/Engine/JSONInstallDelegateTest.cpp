@@ -7,9 +7,9 @@ namespace installer {
 namespace {
 
 using enum AppIdentifier;
-using testing::Lines;
+using test::Lines;
 
-class JSONInstallDelegateTest : public testing::EngineControllerTest {
+class JSONInstallDelegateTest : public test::EngineControllerTest {
  protected:
   JSONInstallDelegate delegate{3, "install"};
 

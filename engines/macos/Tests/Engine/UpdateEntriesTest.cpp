@@ -10,7 +10,7 @@ using UpdateEntries::catalogEntry;
 using enum UpdateEntries::PackageSourceMode;
 using enum AppIdentifier;
 
-class UpdateEntriesTest : public testing::EngineControllerTest {
+class UpdateEntriesTest : public test::EngineControllerTest {
  protected:
   AppUpdateStatus status{.app = app(brenna),
                          .installedVersion = {},

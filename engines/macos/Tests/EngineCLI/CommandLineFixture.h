@@ -6,12 +6,12 @@
 #include <vector>
 
 #include "EngineCLI.h"
+#include "Models/Deployment.h"
 #include "Support/EventTranscript.h"
 #include "Support/SimulatedMachine.h"
-#include "Utils/Deployment.h"
 #include "Utils/KeloAppProvider.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class CommandLineTest : public ::testing::Test {
  protected:
@@ -45,8 +45,8 @@ class CommandLineTest : public ::testing::Test {
                              {.identifier = info.installerBundleIdentifier, .version = version});
   }
 
-  Lines transcript() const { return testing::transcript(machine.streams.events()); }
+  Lines transcript() const { return test::transcript(machine.streams.events()); }
   const std::string& standardError() const { return machine.streams.error(); }
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

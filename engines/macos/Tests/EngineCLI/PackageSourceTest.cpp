@@ -7,11 +7,11 @@
 namespace installer {
 namespace {
 
-using testing::Lines;
+using test::Lines;
 
 class PackageSourceTest : public ::testing::Test {
  protected:
-  testing::SimulatedMachine machine;
+  test::SimulatedMachine machine;
   void addPackage() { machine.files.addFile(machine.resources + "/packages/any.dmg"); }
 };
 

@@ -11,11 +11,11 @@ namespace {
 
 using namespace std::chrono_literals;
 using enum AppIdentifier;
+using test::Lines;
 using ::testing::IsEmpty;
-using testing::Lines;
 using ::testing::StartsWith;
 
-class ProtocolRun : public testing::CommandLineTest {};
+class ProtocolRun : public test::CommandLineTest {};
 
 TEST_F(ProtocolRun, InstallsFromThePackagesBesideIt) {
   addBesideInstaller(brenna, "2.0");

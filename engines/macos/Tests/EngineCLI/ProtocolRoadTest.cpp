@@ -7,13 +7,13 @@
 namespace installer {
 namespace {
 
+using test::Lines;
 using ::testing::Contains;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using testing::Lines;
 using ::testing::StartsWith;
 
-class ProtocolRoad : public testing::CommandLineTest {
+class ProtocolRoad : public test::CommandLineTest {
  protected:
   void expectRefusal(std::vector<std::string> arguments, const std::string& complaint) {
     machine.streams.forgetOutput();

@@ -143,7 +143,7 @@ End endOf(const Tokens& tokens) {
   return isListOfApps(optionIn(tokens, "apps").value_or("")) ? End::done : End::refused;
 }
 
-class RandomCommandLines : public testing::CommandLineTest {
+class RandomCommandLines : public test::CommandLineTest {
  protected:
   // How the run that has just ended with `status` looks from outside; nothing when it looks like no stated
   // end.

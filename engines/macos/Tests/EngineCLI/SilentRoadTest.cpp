@@ -10,15 +10,15 @@ namespace {
 
 using namespace std::chrono_literals;
 using enum AppIdentifier;
+using test::Lines;
 using ::testing::Contains;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using testing::Lines;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-class SilentRoad : public testing::CommandLineTest {};
+class SilentRoad : public test::CommandLineTest {};
 
 TEST_F(SilentRoad, WinsOverAnySubcommand) {
   for (const auto& arguments : std::vector<std::vector<std::string>>{
@@ -112,7 +112,7 @@ TEST_F(SilentRoad, EndsARemovalWholeUponATerminationRequestAndStopsBeforeTheNext
   addInstalled(brenna, "1.0");
   addInstalled(tolvi, "1.0");
   machine.runningApps.launch(app(brenna).installerBundleIdentifier, "Brenna", 4711,
-                             testing::QuitBehaviour::quits(3s));
+                             test::QuitBehaviour::quits(3s));
   machine.signals.requestTerminationAt(1s);
   EXPECT_EQ(run({"--silent", "--mode", "uninstall", "--apps", "brenna,tolvi,rulo"}), 1);
   EXPECT_FALSE(machine.files.exists("/Applications/Brenna.app"));

@@ -9,10 +9,10 @@ namespace {
 
 using namespace std::chrono_literals;
 using enum AppIdentifier;
+using test::Lines;
 using ::testing::ElementsAre;
-using testing::Lines;
 
-class StdinListener : public testing::EngineControllerTest {
+class StdinListener : public test::EngineControllerTest {
  protected:
   // What the listener logs of one line.
   Lines loggedFor(std::string_view line) {

@@ -4,7 +4,7 @@
 #include "Installer/AdminOutcome.h"
 #include "Support/SimulatedMachine.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 TEST(AdminOutcome, IsReadFromTheErrorDictionary) {
@@ -38,4 +38,4 @@ TEST(AdminOutcome, IsReadFromTheErrorDictionary) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -1,7 +1,7 @@
 // Removal as administrator: granted, refused, failed, and without the effect it claims.
 #include "Installer/AppUninstallerStory.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using ::testing::Contains;
@@ -178,4 +178,4 @@ TEST_F(EscalatedRemoval, NeverHappensWhenItIsNotAllowed) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

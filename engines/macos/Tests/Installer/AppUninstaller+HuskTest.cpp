@@ -1,7 +1,7 @@
 // What an earlier removal left half-way at the expected path.
 #include "Installer/AppUninstallerStory.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using ::testing::Contains;
@@ -89,4 +89,4 @@ TEST_F(Husk, IsRecognisedFromTheDiskAndNotFromAnEarlierReading) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -4,7 +4,7 @@
 #include "Installer/AppUninstallerStory.h"
 #include "Support/PropertyListText.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using ::testing::Contains;
@@ -119,4 +119,4 @@ TEST_F(Restore, StrandsABundleThatCannotBeMovedBackAndLeavesItsRegistration) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -1,7 +1,7 @@
 // The hidden name beside the bundle, and the look for what would stop its deletion.
 #include "Installer/AppUninstallerStory.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using ::testing::Contains;
@@ -215,4 +215,4 @@ TEST_F(Staging, GoesOnWhenTheBundleCannotBeWalked) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -1,7 +1,7 @@
 // Quitting before a removal, with the time of each look.
 #include "Installer/AppUninstallerStory.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -83,4 +83,4 @@ TEST_F(QuitBeforeRemoval, CallsAnAppWithoutANameUnknown) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

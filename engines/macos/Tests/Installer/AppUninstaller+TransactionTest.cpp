@@ -3,10 +3,10 @@
 
 #include "Installer/AppUninstallerStory.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
-const Path path = "/Applications/Brenna.app";
+const Path kBrennaPath = "/Applications/Brenna.app";
 const Path staged = "/Applications/.Brenna.app.kelo-uninstall";
 
 enum class Prompt { never, granted, dismissed, failed, withoutEffect };
@@ -27,8 +27,8 @@ struct Attempt {
 };
 
 std::vector<Attempt> fileOperations() {
-  std::vector<Attempt> attempts{{Operation::move, path},
-                                {Operation::move, path, 1},
+  std::vector<Attempt> attempts{{Operation::move, kBrennaPath},
+                                {Operation::move, kBrennaPath, 1},
                                 {Operation::openForReading, staged + "/Contents/Info.plist"}};
   for (const std::string part : {"", "/Contents", "/Contents/Info.plist", "/Contents/MacOS",
                                  "/Contents/MacOS/app", "/Contents/Resources", "/Contents/Resources/text"}) {
@@ -70,10 +70,10 @@ class RemovalTransaction {
  public:
   explicit RemovalTransaction(const Attempt& attempt) {
     const AppInfo app = *KeloAppProvider::shared().app(AppIdentifier::brenna);
-    mac_.addRegisteredApp(path, {.identifier = app.installerBundleIdentifier});
-    mac_.files.addFile(path + "/Contents/Resources/text", "text");
-    if (attempt.hasReadOnlyDirectory) mac_.files.setWritable(path + "/Contents/Resources", false);
-    before_ = mac_.files.snapshot(path);
+    mac_.addRegisteredApp(kBrennaPath, {.identifier = app.installerBundleIdentifier});
+    mac_.files.addFile(kBrennaPath + "/Contents/Resources/text", "text");
+    if (attempt.hasReadOnlyDirectory) mac_.files.setWritable(kBrennaPath + "/Contents/Resources", false);
+    before_ = mac_.files.snapshot(kBrennaPath);
     if (attempt.prompt == Prompt::dismissed) mac_.administrator.dismissesNext();
     if (attempt.prompt == Prompt::failed) mac_.administrator.failsNext(1);
     if (attempt.prompt == Prompt::withoutEffect) mac_.administrator.succeedsWithoutEffectNext();
@@ -81,7 +81,7 @@ class RemovalTransaction {
     result_ = AppUninstaller::uninstall(app, attempt.prompt != Prompt::never);
   }
 
-  bool leftTheApp() const { return mac_.files.exists(path); }
+  bool leftTheApp() const { return mac_.files.exists(kBrennaPath); }
 
   // Removed, or stranded under the staging name and said to be.
   void expectGone() const {
@@ -97,9 +97,9 @@ class RemovalTransaction {
     EXPECT_FALSE(result_.success);
     EXPECT_FALSE(mac_.files.exists(staged)) << "the app is never in two places";
     const bool deletionBegan = !mac_.logLines("removing the staged").empty();
-    EXPECT_TRUE(deletionBegan || mac_.files.snapshot(path) == before_);
-    EXPECT_TRUE(mac_.files.exists(path + "/Contents/Info.plist"));
-    EXPECT_TRUE(mac_.files.exists(path + "/Contents/MacOS/app"));
+    EXPECT_TRUE(deletionBegan || mac_.files.snapshot(kBrennaPath) == before_);
+    EXPECT_TRUE(mac_.files.exists(kBrennaPath + "/Contents/Info.plist"));
+    EXPECT_TRUE(mac_.files.exists(kBrennaPath + "/Contents/MacOS/app"));
   }
 
  private:
@@ -123,4 +123,4 @@ TEST(RemovalTransaction, LeavesTheWholeAppOrNothingAtTheAppsPathWhateverFails) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

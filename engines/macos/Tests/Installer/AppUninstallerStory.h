@@ -9,7 +9,7 @@
 #include "Utils/ExistingAppDetector.h"
 #include "Utils/KeloAppProvider.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 enum class Password { mayBeAskedFor, isNeverAskedFor };
 
@@ -105,4 +105,4 @@ class AppUninstallerStory : public ::testing::Test {
       "/Applications/.Brenna.app.kelo-uninstall.";
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -1,7 +1,7 @@
 // The transaction from the first look to its result, without an administrator.
 #include "Installer/AppUninstallerStory.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using ::testing::Contains;
@@ -175,4 +175,4 @@ TEST_F(Uninstall, OfSeveralAppsReportsThoseBehindTheFirstNoAsNeverReached) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -3,7 +3,7 @@
 
 #include "Installer/DMGInstallerStory.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -286,4 +286,4 @@ TEST_F(CopyBundle, NeverLeavesHalfAnAppWhateverFails) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

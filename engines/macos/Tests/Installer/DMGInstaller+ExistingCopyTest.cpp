@@ -2,7 +2,7 @@
 #include "Installer/DMGInstallerStory.h"
 #include "Utils/DiskRequirement.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -337,4 +337,4 @@ TEST_F(DiskTest, HasNoAnswerForAPathThatIsNotThere) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

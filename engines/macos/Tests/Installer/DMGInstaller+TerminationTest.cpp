@@ -3,7 +3,7 @@
 
 #include "Installer/DMGInstallerStory.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -111,4 +111,4 @@ TEST_F(QuitBeforeInstall, LeavesNoTimerBehind) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -9,7 +9,7 @@
 #include "Support/SimulatedMachine.h"
 #include "Utils/KeloAppProvider.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class DMGInstallerStory : public ::testing::Test {
  protected:
@@ -98,4 +98,4 @@ class DMGInstallerStory : public ::testing::Test {
   static Error noWritePermission() { return cocoa(CocoaError::fileWriteNoPermission, "You may not."); }
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

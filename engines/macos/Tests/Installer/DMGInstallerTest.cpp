@@ -4,7 +4,7 @@
 #include "Installer/DMGInstallerStory.h"
 #include "Support/PropertyListText.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -255,4 +255,4 @@ TEST_F(InstallFromDMG, SwallowsAFailedDetach) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -1,7 +1,7 @@
 // What a cancel means at each point of a run.
 #include "Installer/InstallOrchestratorStory.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -254,4 +254,4 @@ TEST(CancelledRunUnderAnySchedule, EndsExactlyOnce) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -1,7 +1,7 @@
 // What happens to one acquired package: its checks, its installation, its removal afterwards.
 #include "Installer/InstallOrchestratorStory.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using enum AppIdentifier;
@@ -183,4 +183,4 @@ TEST_F(AcquiredPackageRun, IsNotConcernedByADownloadThatCannotBeRemoved) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

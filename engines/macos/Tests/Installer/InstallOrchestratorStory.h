@@ -10,7 +10,7 @@
 #include "Support/SimulatedMachine.h"
 #include "Utils/KeloAppProvider.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 // Hands packages over when the test says so; writes down what it is asked for.
 class DirectedProvider : public PackageProvider {
@@ -150,4 +150,4 @@ class InstallOrchestratorStory : public ::testing::Test {
   Lines log() { return mac.logLines("InstallOrchestrator:"); }
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

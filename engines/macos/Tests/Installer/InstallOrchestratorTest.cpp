@@ -3,7 +3,7 @@
 
 #include "Installer/InstallOrchestratorStory.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -172,4 +172,4 @@ TEST(InstallRunDeathTest, StopsTheProcessWhenASourceEndsAnAcquisitionTwice) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

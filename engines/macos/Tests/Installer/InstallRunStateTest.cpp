@@ -3,7 +3,7 @@
 
 #include "Installer/InstallRunState.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using enum AppIdentifier;
@@ -124,4 +124,4 @@ TEST(InstallRunState, StartsAfresh) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

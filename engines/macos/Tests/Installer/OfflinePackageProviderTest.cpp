@@ -7,7 +7,7 @@
 #include "Support/SimulatedMachine.h"
 #include "Utils/KeloAppProvider.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 class BundledImages : public ::testing::Test {
@@ -164,4 +164,4 @@ TEST_F(BundledImages, HaveNothingToCancel) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

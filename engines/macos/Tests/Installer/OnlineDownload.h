@@ -12,7 +12,7 @@
 #include "Support/SimulatedMachine.h"
 #include "Utils/KeloAppProvider.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class OnlineDownload : public ::testing::Test {
  protected:
@@ -114,4 +114,4 @@ class OnlineDownload : public ::testing::Test {
   Lines outcomes;
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

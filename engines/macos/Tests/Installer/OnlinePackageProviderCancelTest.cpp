@@ -5,9 +5,9 @@ namespace installer {
 namespace {
 
 using namespace std::chrono_literals;
+using test::OnlineDownload;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::OnlineDownload;
 
 constexpr auto cancelled = "DOWNLOAD_FAILED Download failed: cancelled";
 
@@ -132,8 +132,8 @@ class AnyInterleaving : public CancelledDownload, public ::testing::WithParamInt
     alternate().inPieces(200, 100ms).dropsNext(500);
     if (GetParam() % 5 == 0) machine.files.addFile(localFile(), GetParam() % 2 == 0 ? image : "bad");
     machine.network.setRefusalEndsAs(GetParam() % 2 == 0
-                                         ? testing::SimulatedNetwork::RefusalEndsAs::cancellation
-                                         : testing::SimulatedNetwork::RefusalEndsAs::plainAnswer);
+                                         ? test::SimulatedNetwork::RefusalEndsAs::cancellation
+                                         : test::SimulatedNetwork::RefusalEndsAs::plainAnswer);
   }
 };
 

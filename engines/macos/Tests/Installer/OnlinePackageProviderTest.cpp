@@ -8,14 +8,14 @@ namespace installer {
 namespace {
 
 using namespace std::chrono_literals;
+using test::Lines;
+using test::OnlineDownload;
+using test::Operation;
 using ::testing::Contains;
 using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::Lines;
-using testing::OnlineDownload;
-using testing::Operation;
-using RefusalEndsAs = testing::SimulatedNetwork::RefusalEndsAs;
+using RefusalEndsAs = test::SimulatedNetwork::RefusalEndsAs;
 
 Error cocoaError(std::int64_t code, const std::string& words) {
   return {std::string{ErrorDomain::cocoa}, code, words, nullptr};

@@ -6,7 +6,7 @@
 #include "Platform/Machine.h"
 #include "Support/SimulatedMachine.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -151,4 +151,4 @@ TEST_F(PrivilegedCommands, BlockTheirWorkerUntilTheirEnd) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

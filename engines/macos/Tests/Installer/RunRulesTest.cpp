@@ -11,7 +11,7 @@ using enum AppIdentifier;
 
 class RunRulesTest : public ::testing::Test {
  protected:
-  testing::SimulatedMachine machine;
+  test::SimulatedMachine machine;
 
   static std::vector<AppIdentifier> resolved(const std::vector<AppIdentifier>& identifiers) {
     std::vector<AppIdentifier> list;
@@ -34,7 +34,7 @@ TEST_F(RunRulesTest, DropAnExcludedAppWithoutAWord) {
   machine.setConfiguration(R"({"apps": {"rulo": {"primaryBundleIdentifier": "r", "included": false}}})");
   EXPECT_EQ(resolved({rulo, tolvi}), Apps{tolvi});
   EXPECT_EQ(resolved({rulo}), Apps{});
-  EXPECT_EQ(machine.logLines("RunRules"), testing::Lines{});
+  EXPECT_EQ(machine.logLines("RunRules"), test::Lines{});
 }
 
 TEST_F(RunRulesTest, SayWhenTheInstallerExpiredAndWhereToGo) {

@@ -4,7 +4,7 @@
 #include "Installer/RunningInstances.h"
 #include "Support/SimulatedMachine.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -49,4 +49,4 @@ TEST_F(RunningInstances, WithoutANameAreUnknown) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

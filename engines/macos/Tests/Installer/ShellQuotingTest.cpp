@@ -3,7 +3,7 @@
 #include "Installer/ShellQuoting.h"
 #include "Support/SimulatedMachine.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 TEST(ShellQuoting, MakesOneWordOfAnyPath) {
@@ -31,4 +31,4 @@ TEST(ShellQuoting, RemovesWithTheMachinesOwnProgram) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -3,9 +3,9 @@
 #include <nlohmann/json.hpp>
 
 #include "Installer/SilentRunner.h"
+#include "Models/Deployment.h"
 #include "Support/ScriptedPackageProvider.h"
 #include "Support/SimulatedMachine.h"
-#include "Utils/Deployment.h"
 #include "Utils/KeloAppProvider.h"
 
 namespace installer {
@@ -13,25 +13,25 @@ namespace {
 
 using namespace std::chrono_literals;
 using enum AppIdentifier;
+using test::Lines;
+using test::Operation;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using testing::Lines;
 using ::testing::Not;
-using testing::Operation;
 using Apps = std::vector<AppIdentifier>;
 
 class SilentRunnerTest : public ::testing::Test {
  protected:
-  using Mode = testing::ScriptedPackageProvider::Mode;
+  using Mode = test::ScriptedPackageProvider::Mode;
   explicit SilentRunnerTest(Mode mode = Mode::online)
-      : provider{std::make_shared<testing::ScriptedPackageProvider>(machine.dispatch, mode)} {
+      : provider{std::make_shared<test::ScriptedPackageProvider>(machine.dispatch, mode)} {
     machine.network.on(std::string{Deployment::connectivityProbeURL}).answers(200);
   }
 
-  testing::SimulatedMachine machine;
-  std::shared_ptr<testing::ScriptedPackageProvider> provider;
+  test::SimulatedMachine machine;
+  std::shared_ptr<test::ScriptedPackageProvider> provider;
 
   std::int32_t install(const Apps& apps, bool strict = false, bool open = false) {
     return SilentRunner{provider}.run({.action = InstallerAction::install,
@@ -50,7 +50,7 @@ class SilentRunnerTest : public ::testing::Test {
   AcquiredPackage image(AppIdentifier identifier, const std::string& version) {
     const auto& info = app(identifier);
     machine.images.add(info.tempFilePath(), "/Volumes/" + info.displayName,
-                       [this, info, version](testing::SimulatedFileSystem&, const Path& mountPoint) {
+                       [this, info, version](test::SimulatedFileSystem&, const Path& mountPoint) {
                          machine.addApp(joined(mountPoint, info.appBundleName),
                                         {.identifier = info.installerBundleIdentifier, .version = version});
                        });

@@ -6,10 +6,10 @@
 namespace installer {
 namespace {
 
-using testing::Lines;
+using test::Lines;
 
 TEST(SilentSummary, WritesOneLineAnAppBetweenItsFrame) {
-  testing::SimulatedMachine machine;
+  test::SimulatedMachine machine;
   writeSummary("install", {{"Kelo Brenna", "installed", {}}, {"Kelo Tolvi", "failed", "why \"so\""}}, 1, {});
   EXPECT_EQ(machine.logLines(), (Lines{"INFO --- SILENT RUN SUMMARY action=install exit_code=1 ---",
                                        "INFO   app=\"Kelo Brenna\" status=installed",
@@ -18,13 +18,13 @@ TEST(SilentSummary, WritesOneLineAnAppBetweenItsFrame) {
 }
 
 TEST(SilentSummary, WritesNoDetailOfAFailureWithoutAMessage) {
-  testing::SimulatedMachine machine;
+  test::SimulatedMachine machine;
   writeSummary("install", {{"Kelo Rulo", "failed", {}}}, 2, {});
   EXPECT_EQ(machine.logLines().at(1), "INFO   app=\"Kelo Rulo\" status=failed");
 }
 
 TEST(SilentSummary, WritesItsNoteBehindTheApps) {
-  testing::SimulatedMachine machine;
+  test::SimulatedMachine machine;
   writeSummary("uninstall", {{"Kelo Rulo", "failed", ""}}, 3, "note");
   EXPECT_EQ(machine.logLines(), (Lines{"INFO --- SILENT RUN SUMMARY action=uninstall exit_code=3 ---",
                                        "INFO   app=\"Kelo Rulo\" status=failed detail=\"\"",

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "Base/JSONReader.h"
 #include "Models/ReleaseNotes.h"
-#include "Platform/Json.h"
 
 namespace installer {
 namespace {

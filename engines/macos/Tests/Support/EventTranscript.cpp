@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -66,4 +66,4 @@ std::vector<std::string> transcript(const std::vector<Json>& events) {
   return lines;
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Json.h"
+#include "Base/JSONReader.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 // Such as
 //   "log warn: message"
@@ -18,4 +18,4 @@ namespace installer::testing {
 std::string transcriptLine(const Json& event);
 std::vector<std::string> transcript(const std::vector<Json>& events);
 
-}  // namespace installer::testing
+}  // namespace installer::test

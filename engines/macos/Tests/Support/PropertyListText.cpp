@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -48,4 +48,4 @@ std::string propertyListText(const Json& value) {
          "</plist>\n";
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -3,11 +3,11 @@
 
 #include <string>
 
-#include "Platform/Json.h"
+#include "Base/JSONReader.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 // Objects, arrays, strings, booleans, integers and reals. Anything else fails the test.
 std::string propertyListText(const Json& value);
 
-}  // namespace installer::testing
+}  // namespace installer::test

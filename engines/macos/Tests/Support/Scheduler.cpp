@@ -7,7 +7,7 @@
 
 #include "Support/SimulatedDispatch.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -306,4 +306,4 @@ void Scheduler::shutDown() {
   }
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

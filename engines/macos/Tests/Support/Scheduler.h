@@ -20,7 +20,7 @@
 
 #include "Platform/Dispatch.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 using Nanoseconds = std::int64_t;  // of virtual time since the start
 
@@ -122,4 +122,4 @@ class Scheduler {
   void throwIfStuck();
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-namespace installer::testing {
+namespace installer::test {
 
 struct AcquisitionScript::Running {
   SimulatedDispatch& dispatch;
@@ -70,4 +70,4 @@ void ScriptedPackageProvider::cancelAcquisition() {
                         [running = current_] { running->end(*running->whenCancelled); });
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -14,7 +14,7 @@
 #include "Models/PackageProvider.h"
 #include "Support/SimulatedDispatch.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 // What one acquisition does, step by step.
 class AcquisitionScript {
@@ -60,4 +60,4 @@ class ScriptedPackageProvider : public PackageProvider {
   std::shared_ptr<AcquisitionScript::Running> current_;
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

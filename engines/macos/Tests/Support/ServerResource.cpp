@@ -3,7 +3,7 @@
 #include <functional>
 #include <utility>
 
-namespace installer::testing {
+namespace installer::test {
 
 ServerAnswer answering(int status, std::string body) {
   return {.status = status, .body = std::move(body)};
@@ -120,4 +120,4 @@ std::optional<std::string> ServerResource::validatorOf(const std::string& body) 
   return validator_.value_or(std::to_string(std::hash<std::string>{}(body)));
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

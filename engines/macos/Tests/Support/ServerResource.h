@@ -7,10 +7,10 @@
 #include <optional>
 #include <string>
 
+#include "Base/Error.h"
 #include "Platform/Dispatch.h"
-#include "Platform/Error.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 // What a server does with one request.
 struct ServerAnswer {
@@ -76,4 +76,4 @@ class ServerResource {
   std::optional<std::string> validatorOf(const std::string& body) const;
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

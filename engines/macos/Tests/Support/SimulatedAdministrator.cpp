@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -153,4 +153,4 @@ bool SimulatedAdministrator::runCommand(const std::vector<std::string>& words) {
   return false;
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

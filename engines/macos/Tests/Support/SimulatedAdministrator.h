@@ -15,7 +15,7 @@
 #include "Support/SimulatedDispatch.h"
 #include "Support/SimulatedFileSystem.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class SimulatedAdministrator : public AdministratorScripts {
  public:
@@ -76,4 +76,4 @@ class SimulatedAdministrator : public AdministratorScripts {
 // The word "&&" stands for itself.
 std::vector<std::string> shellWords(const std::string& commandLine);
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -8,7 +8,7 @@
 #include "Platform/PropertyList.h"
 #include "Support/SimulatedFileSystem.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class SimulatedBundles : public Bundles {
  public:
@@ -29,4 +29,4 @@ class SimulatedBundles : public Bundles {
   std::optional<Path> resources_;
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

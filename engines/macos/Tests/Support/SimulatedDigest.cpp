@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 #include <openssl/evp.h>
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -39,4 +39,4 @@ std::string sha256(std::string_view bytes) {
   return text;
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

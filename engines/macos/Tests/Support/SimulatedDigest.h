@@ -5,7 +5,7 @@
 
 #include "Platform/Digest.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class SimulatedDigest : public Digest {
  public:
@@ -15,4 +15,4 @@ class SimulatedDigest : public Digest {
 // In lower-case hexadecimal.
 std::string sha256(std::string_view bytes);
 
-}  // namespace installer::testing
+}  // namespace installer::test

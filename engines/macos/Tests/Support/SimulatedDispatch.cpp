@@ -8,7 +8,7 @@
 
 #include "Support/Scheduler.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -280,4 +280,4 @@ void SimulatedDispatch::schedule(Duration delay, Work work) {
   core_->scheduler->postTimed(toNanoseconds(delay), std::move(work));
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -17,7 +17,7 @@
 
 #include "Platform/Dispatch.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 // Thrown on the main thread, after a test failure was recorded, when its wait can never end.
 class SimulationStuck : public std::runtime_error {
@@ -89,4 +89,4 @@ class SimulatedDispatch::Event {
   virtual bool waitFor(Duration limit) = 0;  // false when `limit` passed first
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -7,7 +7,7 @@
 
 #include "Support/SimulatedFileSystem.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 // Open files share their node with the tree, so that they follow the file and not its name.
 struct SimulatedFileSystem::Node {
@@ -53,4 +53,4 @@ struct SimulatedFileSystem::Volume {
   bool readOnly = false;
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -5,7 +5,7 @@
 #include "Support/SimulatedFileNode.h"
 #include "Support/SimulatedFileSystem.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -188,4 +188,4 @@ Result<std::unique_ptr<FileAppender>> SimulatedFileSystem::openForAppending(cons
   return std::make_unique<Appender>(*this, path, nodes_.at(resolved(path, LastLink::follow)));
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

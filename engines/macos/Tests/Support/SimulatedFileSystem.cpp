@@ -6,7 +6,7 @@
 
 #include "Support/SimulatedFileNode.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -497,4 +497,4 @@ bool SimulatedFileSystem::visitBelow(const Path& shown, const Path& directory, H
   return true;
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -15,7 +15,7 @@
 
 #include "Platform/FileSystem.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 enum class Operation {
   list,
@@ -155,4 +155,4 @@ class SimulatedFileSystem : public FileSystem {
   Error error(std::int64_t code, const Path& path) const;
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -6,7 +6,7 @@
 
 #include "Support/PropertyListText.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -71,4 +71,4 @@ ProgramExit SimulatedImages::detach(const Path& mountPoint) {
   return {0, "", ""};
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -13,7 +13,7 @@
 #include "Support/SimulatedFileSystem.h"
 #include "Support/SimulatedPrograms.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class SimulatedImages {
  public:
@@ -52,4 +52,4 @@ class SimulatedImages {
   ProgramExit detach(const Path& mountPoint);
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -7,7 +7,7 @@
 
 #include "Support/PropertyListText.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -179,4 +179,4 @@ Lines SimulatedMachine::logLines(std::string_view containing) {
   return lines;
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

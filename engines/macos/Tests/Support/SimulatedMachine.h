@@ -28,7 +28,7 @@
 #include "Support/SimulatedVerdicts.h"
 #include "Support/SimulatedWorkspace.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 using Lines = std::vector<std::string>;
 
@@ -95,4 +95,4 @@ class SimulatedMachine {
 // Ends `machine` and starts another one in its place, for the next row of a table.
 void startAfresh(SimulatedMachine& machine, std::uint64_t seed = 0);
 
-}  // namespace installer::testing
+}  // namespace installer::test

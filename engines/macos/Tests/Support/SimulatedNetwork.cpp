@@ -5,7 +5,7 @@
 
 #include "Support/SimulatedSession.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 SimulatedNetwork::SimulatedNetwork(SimulatedDispatch& dispatch, SimulatedFileSystem& files,
                                    Path temporaryDirectory)
@@ -71,4 +71,4 @@ ServerResource* SimulatedNetwork::find(const URL& url, ServerAnswer& otherwise) 
   return nullptr;
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

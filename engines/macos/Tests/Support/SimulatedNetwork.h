@@ -19,7 +19,7 @@
 #include "Support/SimulatedDispatch.h"
 #include "Support/SimulatedFileSystem.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class SimulatedNetwork : public URLSessions {
  public:
@@ -79,4 +79,4 @@ class SimulatedNetwork : public URLSessions {
   bool knowsHost(const URL& url) const;
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

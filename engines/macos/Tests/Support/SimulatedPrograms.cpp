@@ -2,7 +2,9 @@
 
 #include <utility>
 
-namespace installer::testing {
+#include "Base/KeptOutput.h"
+
+namespace installer::test {
 
 namespace {
 
@@ -132,4 +134,4 @@ Result<> SimulatedPrograms::launch(const Path& program, const std::vector<std::s
   return {};
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

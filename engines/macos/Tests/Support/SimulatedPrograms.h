@@ -12,7 +12,7 @@
 #include "Support/SimulatedDispatch.h"
 #include "Support/SimulatedFileSystem.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 using Arguments = std::vector<std::string>;
 
@@ -76,4 +76,4 @@ class SimulatedPrograms : public ProcessLauncher {
   Result<ProgramExit> perform(const Path& program, const Arguments& arguments);
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

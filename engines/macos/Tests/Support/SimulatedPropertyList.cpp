@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <plist/plist.h>
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -101,4 +101,4 @@ Result<Json> SimulatedPropertyList::parse(std::string_view bytes) {
   }
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -3,11 +3,11 @@
 
 #include "Platform/PropertyList.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class SimulatedPropertyList : public PropertyList {
  public:
   Result<Json> parse(std::string_view bytes) override;
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

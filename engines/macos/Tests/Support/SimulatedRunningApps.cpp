@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-namespace installer::testing {
+namespace installer::test {
 
 void SimulatedRunningApps::launch(const std::string& identifier, std::optional<std::string> name,
                                   std::int32_t processIdentifier, QuitBehaviour behaviour) {
@@ -54,4 +54,4 @@ void SimulatedRunningApps::end(std::int32_t processIdentifier) {
   std::erase_if(processes_, [&](const Process& one) { return one.processIdentifier == processIdentifier; });
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

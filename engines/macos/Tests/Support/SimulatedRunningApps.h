@@ -9,7 +9,7 @@
 #include "Platform/RunningApplications.h"
 #include "Support/SimulatedDispatch.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 // What an application does when it is asked to quit.
 struct QuitBehaviour {
@@ -59,4 +59,4 @@ class SimulatedRunningApps : public RunningApplications {
   void end(std::int32_t processIdentifier);
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -4,7 +4,7 @@
 
 #include "Support/SimulatedTask.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 SimulatedSession::SimulatedSession(SimulatedNetwork& network, std::shared_ptr<URLSessionDelegate> delegate)
     : network_{network},
@@ -66,4 +66,4 @@ void SimulatedSession::letGo() {
   const auto running = std::exchange(running_, {});
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

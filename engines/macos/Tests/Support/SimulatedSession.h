@@ -9,7 +9,7 @@
 
 #include "Support/SimulatedNetwork.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class SimulatedTask;
 
@@ -43,4 +43,4 @@ class SimulatedSession : public URLSession, public std::enable_shared_from_this<
   void releaseDelegateWhenDone();
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

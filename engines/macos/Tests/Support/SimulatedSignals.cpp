@@ -1,6 +1,6 @@
 #include "Support/SimulatedSignals.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 void SimulatedSignals::requestTermination() {
   if (handler_ == nullptr || std::exchange(requested_, true)) {
@@ -14,4 +14,4 @@ void SimulatedSignals::requestTerminationAt(Duration delay) {
   dispatch_.schedule(delay, [this] { requestTermination(); });
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -6,7 +6,7 @@
 #include "Platform/Signals.h"
 #include "Support/SimulatedDispatch.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class SimulatedSignals : public Signals {
  public:
@@ -28,4 +28,4 @@ class SimulatedSignals : public Signals {
   bool endedAtOnce_ = false;
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-namespace installer::testing {
+namespace installer::test {
 
 std::vector<std::string> linesOf(std::string_view text) {
   std::vector<std::string> lines;
@@ -86,4 +86,4 @@ std::optional<std::string> SimulatedStreams::readLine() {
   return line;
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

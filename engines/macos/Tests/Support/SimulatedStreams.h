@@ -9,11 +9,11 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/Json.h"
+#include "Base/JSONReader.h"
 #include "Platform/StandardStreams.h"
 #include "Support/SimulatedDispatch.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class SimulatedStreams : public StandardStreams {
  public:
@@ -58,4 +58,4 @@ class SimulatedStreams : public StandardStreams {
 // `text` cut at its line feeds, without an empty last line.
 std::vector<std::string> linesOf(std::string_view text);
 
-}  // namespace installer::testing
+}  // namespace installer::test

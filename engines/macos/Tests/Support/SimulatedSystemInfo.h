@@ -5,7 +5,7 @@
 
 #include "Platform/SystemInfo.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class SimulatedSystemInfo : public SystemInfo {
  public:
@@ -24,4 +24,4 @@ class SimulatedSystemInfo : public SystemInfo {
   bool isRunning(std::int32_t asked) override { return asked == process || otherProcesses.contains(asked); }
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

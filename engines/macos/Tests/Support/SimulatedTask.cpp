@@ -4,9 +4,9 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
-#include "Platform/Json.h"
+#include "Base/JSONReader.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 namespace {
 
@@ -212,4 +212,4 @@ void SimulatedTask::end(std::optional<Error> error) {
   });
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -7,7 +7,7 @@
 
 #include "Support/SimulatedSession.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class SimulatedTask : public URLSessionTask, public std::enable_shared_from_this<SimulatedTask> {
  public:
@@ -63,4 +63,4 @@ class SimulatedTask : public URLSessionTask, public std::enable_shared_from_this
   Error lost() const;
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace installer::testing {
+namespace installer::test {
 
 void SimulatedVerdicts::refuse(Check check, const Path& path, int status) {
   refusals_.push_back({check, path, status});
@@ -29,4 +29,4 @@ ProgramExit SimulatedVerdicts::judge(Check check, const Arguments& arguments) co
   return {found->status, "", path + ": rejected\n"};
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -7,7 +7,7 @@
 
 #include "Support/SimulatedPrograms.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class SimulatedVerdicts {
  public:
@@ -37,4 +37,4 @@ class SimulatedVerdicts {
   ProgramExit judge(Check check, const Arguments& arguments) const;
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -1,6 +1,6 @@
 #include "Support/SimulatedWorkspace.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 void SimulatedWorkspace::unregisterPath(const Path& path) {
   std::erase_if(registrations_, [&path](const auto& entry) { return entry.second == path; });
@@ -19,4 +19,4 @@ void SimulatedWorkspace::registerBundle(const Path& path) {
   if (const auto identifier = bundle->bundleIdentifier()) registrations_[*identifier] = path;
 }
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -9,7 +9,7 @@
 #include "Platform/Bundles.h"
 #include "Platform/Workspace.h"
 
-namespace installer::testing {
+namespace installer::test {
 
 class SimulatedWorkspace : public Workspace {
  public:
@@ -33,4 +33,4 @@ class SimulatedWorkspace : public Workspace {
   std::vector<Path> registeredBundles_;
 };
 
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -17,7 +17,7 @@ Parsed unknown(std::string piece) {
 
 class AppListTest : public ::testing::Test {
  protected:
-  testing::SimulatedMachine machine;
+  test::SimulatedMachine machine;
 };
 
 TEST_F(AppListTest, ReadsAListOfApps) {

@@ -8,12 +8,12 @@
 namespace installer {
 namespace {
 
+using test::Lines;
 using ::testing::IsEmpty;
-using testing::Lines;
 
 class PackagesInResources : public ::testing::Test {
  protected:
-  testing::SimulatedMachine mac;
+  test::SimulatedMachine mac;
   const Path packages = joined(mac.resources, "packages");
 
   void writeManifest(std::string_view text) { mac.files.addFile(joined(packages, "packages.json"), text); }

@@ -13,10 +13,10 @@ namespace installer {
 namespace {
 
 using namespace std::chrono_literals;
+using test::Lines;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::Lines;
-using RefusalEndsAs = testing::SimulatedNetwork::RefusalEndsAs;
+using RefusalEndsAs = test::SimulatedNetwork::RefusalEndsAs;
 
 constexpr auto configuration = R"({
   "apps": {},
@@ -60,11 +60,11 @@ class CDN : public ::testing::Test {
     return notes;
   }
 
-  testing::ServerResource& meta(const std::string& arch, const std::string& app = "brenna") {
+  test::ServerResource& meta(const std::string& arch, const std::string& app = "brenna") {
     return machine.network.on(folder(app, arch) + "meta.json");
   }
 
-  testing::SimulatedMachine machine;
+  test::SimulatedMachine machine;
 };
 
 TEST_F(CDN, ReadsThePackageInTheMachinesFolder) {

@@ -5,7 +5,7 @@
 #include "Support/SimulatedMachine.h"
 #include "Utils/ChecksumVerifier.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -214,4 +214,4 @@ TEST_F(Verification, LeavesAFailedFileAsItIs) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

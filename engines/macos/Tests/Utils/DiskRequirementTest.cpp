@@ -9,7 +9,7 @@ namespace {
 
 class DiskFigures : public ::testing::Test {
  protected:
-  testing::SimulatedMachine mac;
+  test::SimulatedMachine mac;
   const Path bundle = "/Applications/Kelo Rulo.app";
 
   static std::int64_t peak(double ratio, std::int64_t download, const std::optional<Path>& existing = {}) {

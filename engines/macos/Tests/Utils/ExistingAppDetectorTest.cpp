@@ -8,14 +8,14 @@
 namespace installer {
 namespace {
 
+using test::Lines;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::Lines;
 
 class Detection : public ::testing::Test {
  protected:
-  testing::SimulatedMachine mac;
+  test::SimulatedMachine mac;
   const AppInfo tolvi = *KeloAppProvider::shared().app(AppIdentifier::tolvi);
   const std::string primary = tolvi.installerBundleIdentifier;
   const std::string variant = tolvi.otherBundleIdentifiers.front();

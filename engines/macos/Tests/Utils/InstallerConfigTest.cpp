@@ -7,10 +7,10 @@
 namespace installer {
 namespace {
 
+using test::Lines;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::Lines;
 
 const std::string defaultPage = "https://www.kelo.example/download/";
 const std::string noCDNBlock =
@@ -18,7 +18,7 @@ const std::string noCDNBlock =
 
 class InstallerConfigFile : public ::testing::Test {
  protected:
-  testing::SimulatedMachine mac;
+  test::SimulatedMachine mac;
 
   // The configuration's lines of the log, after the file was read.
   Lines loaded(std::string_view text) {
@@ -73,7 +73,7 @@ TEST_F(InstallerConfigFile, IsMissingWithoutResources) {
 
 TEST_F(InstallerConfigFile, ThatCannotBeReadCostsAnErrorAndGivesTheDefaults) {
   mac.setConfiguration(R"({"apps": {}, "flavour": "other"})");
-  mac.files.failAlways(testing::Operation::openForReading, joined(mac.resources, "installer_config.json"),
+  mac.files.failAlways(test::Operation::openForReading, joined(mac.resources, "installer_config.json"),
                        {"NSCocoaErrorDomain", 257, "No permission.", nullptr});
   EXPECT_EQ(loaded(), Lines{"ERROR InstallerConfig: Failed to read installer_config.json: No permission."});
   expectAllDefaults();
@@ -83,7 +83,7 @@ TEST_F(InstallerConfigFile, ThatCannotBeReadCostsAnErrorAndGivesTheDefaults) {
 TEST_F(InstallerConfigFile, ThatIsTooLongIsNotReadToItsEnd) {
   mac.setConfiguration(R"({"apps": {}})" + std::string(20UL << 20U, ' '));
   const auto path = joined(mac.resources, "installer_config.json");
-  mac.files.failAfter(65, testing::Operation::read, path, {"NSPOSIXErrorDomain", 5, "Read on.", nullptr});
+  mac.files.failAfter(65, test::Operation::read, path, {"NSPOSIXErrorDomain", 5, "Read on.", nullptr});
   EXPECT_EQ(loaded(), Lines{"ERROR InstallerConfig: Failed to read installer_config.json: “" + path +
                             "” is longer than 16777216 bytes."});
   expectAllDefaults();

@@ -8,9 +8,9 @@
 namespace installer {
 namespace {
 
+using test::Lines;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::Lines;
 
 const std::string page = "https://www.kelo.example/get";
 const std::string notRetired =
@@ -20,7 +20,7 @@ const std::string notRetired =
 
 class Lifecycle : public ::testing::Test {
  protected:
-  testing::SimulatedMachine mac;
+  test::SimulatedMachine mac;
 
   void configure(const std::string& expiresOn, const std::string& downloadPage = page) {
     mac.setConfiguration(fmt::format(R"({{"apps": {{}}, "expiresOn": {}, "downloadPageUrl": "{}"}})",

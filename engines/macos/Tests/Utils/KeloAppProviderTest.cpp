@@ -10,13 +10,13 @@
 namespace installer {
 namespace {
 
+using test::Lines;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::Lines;
 
 class Catalog : public ::testing::Test {
  protected:
-  testing::SimulatedMachine mac;
+  test::SimulatedMachine mac;
 
   static const AppInfo& row(AppIdentifier identifier) {
     const auto* const app = KeloAppProvider::shared().app(identifier);

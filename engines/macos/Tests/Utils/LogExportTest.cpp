@@ -9,17 +9,17 @@
 namespace installer {
 namespace {
 
+using test::Lines;
+using test::Operation;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
-using testing::Lines;
 using ::testing::Not;
-using testing::Operation;
 using ::testing::StartsWith;
 
 class LogExportTest : public ::testing::Test {
  protected:
-  testing::SimulatedMachine machine;
+  test::SimulatedMachine machine;
   const Path logs = "/Users/tester/Library/Logs/Kelo-Desk-Installer";
   const Path staging = "/private/tmp/tester/KeloDeskInstaller-logexport-4242";
 

@@ -9,20 +9,20 @@
 namespace installer {
 namespace {
 
+using test::Lines;
+using test::linesOf;
+using test::Operation;
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using testing::Lines;
-using testing::linesOf;
 using ::testing::MatchesRegex;
-using testing::Operation;
 
 const Error refusal{"NSCocoaErrorDomain", 513, "No permission.", nullptr};
 
 class LogFile : public ::testing::Test {
  protected:
-  testing::SimulatedMachine mac;
+  test::SimulatedMachine mac;
   const Path directory = "/Users/tester/Library/Logs/Kelo-Desk-Installer";
   const Path file = joined(directory, "webinstall.log");
   const Path temporary = joined(directory, "temp_webinstall.log");

@@ -8,13 +8,13 @@
 namespace installer {
 namespace {
 
+using test::Lines;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using testing::Lines;
 
 class RunOptionsParse : public ::testing::Test {
  protected:
-  testing::SimulatedMachine machine;
+  test::SimulatedMachine machine;
 
   static auto parse(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), "engine-cli");
@@ -140,7 +140,7 @@ TEST_F(RunOptionsParse, LogsAndSkipsWhatItDoesNotKnow) {
 }
 
 TEST(RunOptionsUsage, IsSeventeenLinesWithoutAFinalLineFeed) {
-  const auto lines = testing::linesOf(RunOptions::usageHint);
+  const auto lines = test::linesOf(RunOptions::usageHint);
   EXPECT_EQ(
       lines,
       (Lines{"Usage: <installer> [--silent] [--mode install|uninstall] [--apps "

@@ -8,14 +8,14 @@
 namespace installer {
 namespace {
 
+using test::Lines;
 using ::testing::IsEmpty;
-using testing::Lines;
 
 const std::string site = "https://www.kelo.example";
 
 class SystemFacts : public ::testing::Test {
  protected:
-  testing::SimulatedMachine mac;
+  test::SimulatedMachine mac;
 };
 
 TEST_F(SystemFacts, TellArm64ByContainment) {

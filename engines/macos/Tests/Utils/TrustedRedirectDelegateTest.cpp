@@ -35,7 +35,7 @@ class TrustedRedirects : public ::testing::Test {
         });
   }
 
-  testing::SimulatedMachine machine;
+  test::SimulatedMachine machine;
   TrustedRedirectDelegate delegate;
   std::shared_ptr<RecordingTask> task = std::make_shared<RecordingTask>();
   std::vector<std::string> steps;

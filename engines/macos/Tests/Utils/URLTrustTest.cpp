@@ -85,7 +85,7 @@ class ConfiguredURLTrust : public ::testing::Test {
   ConfiguredURLTrust() {
     machine.setConfiguration(R"({"apps": {}, "trustedDownloadDomains": ["kelo.example", "other.example"]})");
   }
-  testing::SimulatedMachine machine;
+  test::SimulatedMachine machine;
 };
 
 TEST_F(ConfiguredURLTrust, JudgesByTheBuildsDomains) {

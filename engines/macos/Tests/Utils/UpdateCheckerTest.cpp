@@ -26,11 +26,11 @@ class Updates : public ::testing::Test {
   static const std::vector<AppInfo>& apps() { return KeloAppProvider::shared().allApps(); }
   static const AppInfo& app(AppIdentifier id) { return *KeloAppProvider::shared().app(id); }
 
-  testing::ServerResource& meta(const AppInfo& app, const std::string& arch) {
+  test::ServerResource& meta(const AppInfo& app, const std::string& arch) {
     return machine.network.on("https://cdn.kelo.example/desksuite/apps/default/" + app.cdnService() +
                               "/mac/" + arch + "/dmg/latest/meta.json");
   }
-  testing::ServerResource& meta(const AppInfo& app) {
+  test::ServerResource& meta(const AppInfo& app) {
     return meta(app, app.cdnArch == CDNArchScope::universal ? "universal" : "arm64");
   }
 
@@ -40,7 +40,7 @@ class Updates : public ::testing::Test {
     return result;
   }
 
-  testing::SimulatedMachine machine;
+  test::SimulatedMachine machine;
 };
 
 TEST_F(Updates, TellsWhatIsInstalledAndWhatIsOffered) {

@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include "Base/Text.h"
 #include "Installer/InstallOrchestrator.h"
 #include "Models/PackageProvider.h"
-#include "Models/Text.h"
 #include "Platform/Machine.h"
 
 namespace installer {

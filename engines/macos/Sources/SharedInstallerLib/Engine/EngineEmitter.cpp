@@ -3,9 +3,9 @@
 #include <string>
 #include <string_view>
 
+#include "Base/Text.h"
 #include "Engine/EngineEnvelope.h"
 #include "Engine/EngineVocabulary.h"
-#include "Models/Text.h"
 #include "Platform/Machine.h"
 #include "Utils/Log.h"
 

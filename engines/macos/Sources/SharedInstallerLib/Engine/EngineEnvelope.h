@@ -6,8 +6,8 @@
 
 #include <string>
 
+#include "Base/Error.h"
 #include "Engine/EngineEvent.h"
-#include "Platform/Error.h"
 
 namespace installer {
 

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Installer/AppUninstaller.h"
-#include "Platform/BoundedFile.h"
+#include "Platform/FileSystem.h"
 #include "Platform/Machine.h"
 #include "Utils/ExistingAppDetector.h"
 #include "Utils/Log.h"

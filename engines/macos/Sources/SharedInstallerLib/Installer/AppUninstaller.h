@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "Base/Error.h"
+#include "Base/Path.h"
 #include "Installer/UninstallResult.h"
 #include "Models/AppInfo.h"
-#include "Platform/Error.h"
-#include "Platform/Path.h"
 
 namespace installer {
 

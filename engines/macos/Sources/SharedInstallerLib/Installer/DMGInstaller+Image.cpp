@@ -1,10 +1,10 @@
 // From the attached image to the one bundle in it that may be installed.
 #include <fmt/format.h>
 
+#include "Base/Text.h"
 #include "Installer/DMGInstaller.h"
 #include "Installer/InstallInProgress.h"
 #include "Installer/MountedImage.h"
-#include "Models/Text.h"
 #include "Platform/Machine.h"
 #include "Utils/ChecksumVerifier.h"
 #include "Utils/ExistingAppDetector.h"

@@ -13,10 +13,10 @@
 #include <string>
 #include <vector>
 
+#include "Base/Path.h"
 #include "Installer/AdminOutcome.h"
 #include "Installer/InstallResult.h"
 #include "Models/AppInfo.h"
-#include "Platform/Path.h"
 
 namespace installer {
 

@@ -1,7 +1,7 @@
 // Which file errors are about permission. Told by domain and code, never by text.
 #pragma once
 
-#include "Platform/Error.h"
+#include "Base/Error.h"
 
 namespace installer {
 

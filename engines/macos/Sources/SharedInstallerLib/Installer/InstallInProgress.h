@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "Base/Path.h"
 #include "Models/AppInfo.h"
-#include "Platform/Path.h"
 #include "Utils/ExistingAppDetector.h"
 
 namespace installer {

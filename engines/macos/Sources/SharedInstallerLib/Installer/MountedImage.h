@@ -4,8 +4,8 @@
 #include <expected>
 #include <string>
 
+#include "Base/Path.h"
 #include "Models/AppInfo.h"
-#include "Platform/Path.h"
 
 namespace installer {
 

@@ -2,8 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Base/ProcessWide.h"
 #include "Platform/Machine.h"
-#include "Platform/ProcessWide.h"
 #include "Utils/Log.h"
 
 namespace installer {

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Path.h"
+#include "Base/Path.h"
 
 namespace installer {
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string_view>
 
-#include "Platform/URL.h"
+#include "Base/URL.h"
 
 namespace installer::AppConstants {
 

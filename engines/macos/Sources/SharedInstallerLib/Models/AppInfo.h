@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "Base/Path.h"
+#include "Base/URL.h"
 #include "Models/AppIdentifier.h"
 #include "Models/CDNArchScope.h"
-#include "Platform/Path.h"
-#include "Platform/URL.h"
 
 namespace installer {
 

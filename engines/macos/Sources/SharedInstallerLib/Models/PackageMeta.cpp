@@ -2,8 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Models/JSONReader.h"
-#include "Models/Text.h"
+#include "Base/JSONReader.h"
+#include "Base/Text.h"
 
 namespace installer {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/URL.h"
+#include "Base/URL.h"
 
 namespace installer {
 

@@ -9,10 +9,10 @@
 #include <string_view>
 #include <variant>
 
+#include "Base/Error.h"
 #include "Models/AcquiredPackage.h"
 #include "Models/AppInfo.h"
 #include "Models/ProviderError.h"
-#include "Platform/Error.h"
 
 namespace installer {
 

@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Models/JSONReader.h"
+#include "Base/JSONReader.h"
 
 namespace installer {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "Platform/URL.h"
+#include "Base/URL.h"
 
 namespace installer {
 

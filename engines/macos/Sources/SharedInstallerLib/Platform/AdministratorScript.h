@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "Platform/Json.h"
+#include "Base/JSONReader.h"
 
 namespace installer {
 

@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Platform/BoundedFile.h"
+#include "Platform/FileSystem.h"
 #include "Platform/PropertyList.h"
 
 namespace installer {

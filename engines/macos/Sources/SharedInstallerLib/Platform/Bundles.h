@@ -1,17 +1,21 @@
 // Application bundles as the platform reads them. Any thread.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
 
-#include "Platform/Json.h"
-#include "Platform/Path.h"
+#include "Base/JSONReader.h"
+#include "Base/Path.h"
 
 namespace installer {
 
 class FileSystem;
 class PropertyList;
+
+// More than any bundle says about itself in its Info.plist.
+inline constexpr std::size_t kMaximumInformationBytes = std::size_t{8} << 20U;
 
 // What a bundle said about itself when it was read; it doesn't change with the disk.
 struct Bundle {

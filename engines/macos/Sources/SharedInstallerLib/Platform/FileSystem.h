@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/Error.h"
-#include "Platform/Path.h"
+#include "Base/Error.h"
+#include "Base/Path.h"
 
 namespace installer {
 
@@ -132,5 +132,9 @@ class FileSystem {
   // `removeItem` do the same for the name they work on.
   virtual bool clearLeftovers(const Path& path) = 0;
 };
+
+// A whole file that others wrote, read no further than the limit. Fails as the file system does, and with
+// `CocoaError::fileReadCorrupt` for a longer file.
+Result<std::string> readBoundedFile(FileSystem& files, const Path& path, std::size_t maximumBytes);
 
 }  // namespace installer

@@ -5,8 +5,6 @@
 // while a machine is installed.
 #pragma once
 
-#include <functional>
-
 #include "Platform/AdministratorScript.h"
 #include "Platform/Bundles.h"
 #include "Platform/Digest.h"
@@ -44,13 +42,9 @@ struct Machine {
 // Asserts that one is installed.
 Machine& machine();
 
-// Makes `installed` the machine of the process; null takes it away. What `atMachineChange` holds runs first,
-// while the old machine is still there. No other thread may be using the seam meanwhile. The caller keeps
-// ownership.
+// Makes `installed` the machine of the process; null takes it away. Process-wide values are
+// forgotten first, while the old machine is still there. No other thread may be using the seam meanwhile. The
+// caller keeps ownership.
 void installMachine(Machine* installed);
-
-// Runs `forget` once, before another machine is installed, the latest addition first. For values that belong
-// to one machine; a process that installs one machine for life never runs any.
-void atMachineChange(std::function<void()> forget);
 
 }  // namespace installer

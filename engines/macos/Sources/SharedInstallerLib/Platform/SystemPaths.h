@@ -2,7 +2,7 @@
 // runs and constant from then on. No other file of the engine spells such a path.
 #pragma once
 
-#include "Platform/Path.h"
+#include "Base/Path.h"
 
 namespace installer {
 

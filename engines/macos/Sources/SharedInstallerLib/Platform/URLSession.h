@@ -13,10 +13,10 @@
 #include <optional>
 #include <string>
 
+#include "Base/Error.h"
+#include "Base/Path.h"
+#include "Base/URL.h"
 #include "Platform/Dispatch.h"
-#include "Platform/Error.h"
-#include "Platform/Path.h"
-#include "Platform/URL.h"
 
 namespace installer {
 

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "Platform/Path.h"
+#include "Base/Path.h"
 
 namespace installer {
 

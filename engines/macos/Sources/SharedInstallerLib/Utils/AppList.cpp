@@ -2,9 +2,8 @@
 
 #include <utility>
 
+#include "Base/Text.h"
 #include "Models/IdentifierList.h"
-#include "Models/Pieces.h"
-#include "Models/Text.h"
 #include "Utils/InstallerConfig.h"
 #include "Utils/KeloAppProvider.h"
 

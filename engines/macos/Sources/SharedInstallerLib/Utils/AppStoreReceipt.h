@@ -1,8 +1,8 @@
 // What makes a copy an App Store copy: the receipt's existence. Its content is never read.
 #pragma once
 
+#include "Base/Path.h"
 #include "Platform/Machine.h"
-#include "Platform/Path.h"
 
 namespace installer {
 

@@ -4,10 +4,10 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "Models/JSONReader.h"
-#include "Platform/BoundedFile.h"
+#include "Base/JSONReader.h"
+#include "Base/ProcessWide.h"
+#include "Platform/FileSystem.h"
 #include "Platform/Machine.h"
-#include "Platform/ProcessWide.h"
 #include "Utils/Log.h"
 
 namespace installer {

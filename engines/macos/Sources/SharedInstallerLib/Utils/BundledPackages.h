@@ -9,9 +9,9 @@
 #include <optional>
 #include <string>
 
+#include "Base/Path.h"
 #include "Models/AppInfo.h"
 #include "Models/PackageMeta.h"
-#include "Platform/Path.h"
 
 namespace installer::BundledPackages {
 

@@ -3,8 +3,8 @@
 
 #include <optional>
 
+#include "Base/URL.h"
 #include "Models/PackageMeta.h"
-#include "Platform/URL.h"
 
 namespace installer {
 

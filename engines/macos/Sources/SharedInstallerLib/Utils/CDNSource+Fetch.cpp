@@ -2,8 +2,8 @@
 #include <memory>
 #include <optional>
 
+#include "Base/ProcessWide.h"
 #include "Platform/Machine.h"
-#include "Platform/ProcessWide.h"
 #include "Utils/CDNSource+Fetch.h"
 #include "Utils/Log.h"
 #include "Utils/TrustedRedirectDelegate.h"

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "Base/URL.h"
 #include "Platform/Dispatch.h"
-#include "Platform/URL.h"
 #include "Utils/CDNFetchError.h"
 
 namespace installer::CDNSource {

@@ -5,11 +5,11 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include "Base/JSONReader.h"
+#include "Base/Text.h"
 #include "Models/AppInfo.h"
-#include "Models/JSONReader.h"
+#include "Models/CDNLayout.h"
 #include "Models/ReleaseNotes.h"
-#include "Models/Text.h"
-#include "Utils/CDNLayout.h"
 #include "Utils/CDNSource+Fetch.h"
 #include "Utils/InstallerConfig.h"
 #include "Utils/Log.h"

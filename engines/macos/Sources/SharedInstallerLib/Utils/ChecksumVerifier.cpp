@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "Models/Text.h"
+#include "Base/Text.h"
 #include "Platform/Machine.h"
 #include "Utils/InstallerConfig.h"
 #include "Utils/Log.h"

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "Base/Path.h"
 #include "Models/AppInfo.h"
-#include "Platform/Path.h"
 
 namespace installer::DiskRequirement {
 

@@ -4,8 +4,8 @@
 #include <mutex>
 #include <nlohmann/json.hpp>
 
+#include "Base/ProcessWide.h"
 #include "Platform/Machine.h"
-#include "Platform/ProcessWide.h"
 #include "Utils/AppStoreReceipt.h"
 #include "Utils/Log.h"
 

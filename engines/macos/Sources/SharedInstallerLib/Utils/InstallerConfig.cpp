@@ -1,6 +1,6 @@
 #include "Utils/InstallerConfig.h"
 
-#include "Platform/ProcessWide.h"
+#include "Base/ProcessWide.h"
 #include "Utils/ParsedConfig.h"
 
 namespace installer {

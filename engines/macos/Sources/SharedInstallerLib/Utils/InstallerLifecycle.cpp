@@ -5,9 +5,9 @@
 #include <mutex>
 #include <string>
 
-#include "Models/Text.h"
+#include "Base/ProcessWide.h"
+#include "Base/Text.h"
 #include "Platform/Machine.h"
-#include "Platform/ProcessWide.h"
 #include "Utils/BundledPackages.h"
 #include "Utils/InstallerConfig.h"
 #include "Utils/Log.h"

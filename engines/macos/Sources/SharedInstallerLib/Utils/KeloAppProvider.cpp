@@ -4,8 +4,8 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include "Platform/ProcessWide.h"
-#include "Utils/Deployment.h"
+#include "Base/ProcessWide.h"
+#include "Models/Deployment.h"
 #include "Utils/InstallerConfig.h"
 #include "Utils/Log.h"
 

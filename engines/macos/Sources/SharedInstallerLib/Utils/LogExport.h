@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "Platform/Error.h"
-#include "Platform/Path.h"
+#include "Base/Error.h"
+#include "Base/Path.h"
 
 namespace installer::LogExport {
 

@@ -2,9 +2,8 @@
 
 #include <fmt/format.h>
 
+#include "Base/Text.h"
 #include "Models/EngineVersion.h"
-#include "Models/Pieces.h"
-#include "Models/Text.h"
 #include "Utils/LocalTime.h"
 
 namespace installer::LogExportTexts {

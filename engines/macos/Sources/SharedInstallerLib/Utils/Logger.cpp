@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 #include <utility>
 
+#include "Base/ProcessWide.h"
+#include "Base/Text.h"
 #include "Models/AppConstants.h"
-#include "Models/Text.h"
 #include "Platform/Machine.h"
-#include "Platform/ProcessWide.h"
 #include "Utils/ByteCountFormatter.h"
 #include "Utils/LocalTime.h"
 #include "Utils/SystemUtils.h"

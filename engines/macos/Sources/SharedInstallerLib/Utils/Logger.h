@@ -10,10 +10,10 @@
 #include <string>
 #include <string_view>
 
+#include "Base/Error.h"
+#include "Base/Path.h"
 #include "Platform/Dispatch.h"
-#include "Platform/Error.h"
 #include "Platform/FileSystem.h"
-#include "Platform/Path.h"
 #include "Utils/Log.h"
 
 namespace installer {

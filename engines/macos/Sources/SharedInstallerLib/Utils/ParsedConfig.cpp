@@ -3,11 +3,11 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "Models/JSONReader.h"
-#include "Models/Text.h"
-#include "Platform/BoundedFile.h"
+#include "Base/JSONReader.h"
+#include "Base/Text.h"
+#include "Models/Deployment.h"
+#include "Platform/FileSystem.h"
 #include "Platform/Machine.h"
-#include "Utils/Deployment.h"
 #include "Utils/Log.h"
 
 namespace installer {

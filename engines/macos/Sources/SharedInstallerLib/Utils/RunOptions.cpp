@@ -6,7 +6,7 @@
 #include <optional>
 #include <utility>
 
-#include "Models/Text.h"
+#include "Base/Text.h"
 #include "Utils/AppList.h"
 #include "Utils/Log.h"
 

@@ -5,10 +5,10 @@
 #include <fmt/format.h>
 #include <memory>
 
-#include "Models/Text.h"
+#include "Base/ProcessWide.h"
+#include "Base/Text.h"
+#include "Models/Deployment.h"
 #include "Platform/Machine.h"
-#include "Platform/ProcessWide.h"
-#include "Utils/Deployment.h"
 #include "Utils/Log.h"
 
 namespace installer {

@@ -1,8 +1,8 @@
 // Small answers about the machine. Any thread.
 #pragma once
 
+#include "Base/Error.h"
 #include "Platform/Dispatch.h"
-#include "Platform/Error.h"
 
 namespace installer::SystemUtils {
 

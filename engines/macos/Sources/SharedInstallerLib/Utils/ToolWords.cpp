@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "Models/Text.h"
+#include "Base/Text.h"
 
 namespace installer {
 

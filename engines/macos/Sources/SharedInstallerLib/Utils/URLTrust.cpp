@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 
-#include "Models/Text.h"
+#include "Base/Text.h"
 #include "Utils/InstallerConfig.h"
 
 namespace installer::URLTrust {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/URL.h"
+#include "Base/URL.h"
 
 namespace installer::URLTrust {
 

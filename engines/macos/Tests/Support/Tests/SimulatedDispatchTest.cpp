@@ -6,7 +6,7 @@
 
 #include "Support/SimulatedDispatch.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -279,4 +279,4 @@ TEST(SimulatedDispatchSeeds, KeepTheOrderWithinEachQueue) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "Platform/ProcessWide.h"
+#include "Base/ProcessWide.h"
 #include "Support/SimulatedMachine.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -149,4 +149,4 @@ TEST(SimulatedMachines, GiveProcessWideValuesAfresh) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -3,7 +3,7 @@
 #include "Support/SimulatedMachine.h"
 #include "Support/SimulatedNetwork.h"
 
-namespace installer::testing {
+namespace installer::test {
 namespace {
 
 using namespace std::chrono_literals;
@@ -204,4 +204,4 @@ TEST_F(SimulatedNetworkTest, CancelsAllTasksOfASessionThatIsInvalidatedAtOnce) {
 }
 
 }  // namespace
-}  // namespace installer::testing
+}  // namespace installer::test

@@ -4,8 +4,9 @@
 
 #import "Platform/Darwin/DarwinFileSystem.h"
 #import "Platform/Darwin/DarwinFoundation.h"
-#include "Platform/POSIX/FileTree.h"
-#include "Platform/POSIX/StagedCopy.h"
+#include "Base/POSIX/FileTree.h"
+#include "Base/POSIX/StagedCopy.h"
+#include "Platform/POSIX/POSIXFileSystem.h"
 
 namespace installer::darwin {
 

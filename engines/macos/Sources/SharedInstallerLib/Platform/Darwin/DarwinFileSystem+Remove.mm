@@ -4,9 +4,9 @@
 
 #import "Platform/Darwin/DarwinFileSystem.h"
 #import "Platform/Darwin/DarwinFoundation.h"
-#include "Platform/POSIX/FileTree.h"
-#include "Platform/POSIX/HiddenSibling.h"
-#include "Platform/POSIX/StagedRemoval.h"
+#include "Base/POSIX/FileTree.h"
+#include "Base/POSIX/HiddenSibling.h"
+#include "Base/POSIX/StagedRemoval.h"
 
 namespace installer::darwin {
 

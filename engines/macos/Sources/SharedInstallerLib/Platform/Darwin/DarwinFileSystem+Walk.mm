@@ -5,7 +5,7 @@
 
 #import "Platform/Darwin/DarwinFileSystem.h"
 #import "Platform/Darwin/DarwinFoundation.h"
-#include "Platform/POSIX/FileTree.h"
+#include "Base/POSIX/FileTree.h"
 
 namespace installer::darwin {
 

@@ -7,8 +7,8 @@
 
 #import <Foundation/Foundation.h>
 
+#include "Base/POSIX/FileErrors.h"
 #include "Platform/FileSystem.h"
-#include "Platform/POSIX/FileErrors.h"
 
 namespace installer::darwin {
 

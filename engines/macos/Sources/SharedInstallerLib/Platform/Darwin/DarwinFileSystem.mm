@@ -6,7 +6,8 @@
 
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
-#include "Platform/POSIX/FileTree.h"
+#include "Base/POSIX/FileTree.h"
+#include "Platform/POSIX/POSIXFileSystem.h"
 
 namespace installer::darwin {
 

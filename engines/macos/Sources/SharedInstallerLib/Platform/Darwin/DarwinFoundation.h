@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Error.h"
-#include "Platform/Json.h"
+#include "Base/Error.h"
+#include "Base/JSONReader.h"
 
 namespace installer::darwin {
 

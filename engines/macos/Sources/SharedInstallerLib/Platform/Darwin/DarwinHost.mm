@@ -6,7 +6,7 @@
 #include "Platform/Host.h"
 #include "Platform/Machine.h"
 #include "Platform/POSIX/POSIXStandardStreams.h"
-#include "Platform/POSIX/ProcessStart.h"
+#include "Base/POSIX/ProcessStart.h"
 
 namespace installer {
 

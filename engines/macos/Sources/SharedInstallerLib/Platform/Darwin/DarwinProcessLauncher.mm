@@ -8,8 +8,8 @@
 
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
-#include "Platform/POSIX/FileErrors.h"
-#include "Platform/POSIX/OutputDrain.h"
+#include "Base/POSIX/FileErrors.h"
+#include "Base/POSIX/OutputDrain.h"
 
 namespace installer::darwin {
 

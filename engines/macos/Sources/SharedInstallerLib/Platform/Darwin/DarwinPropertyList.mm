@@ -7,7 +7,7 @@
 
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
-#include "Platform/POSIX/PropertyListBounds.h"
+#include "Base/POSIX/PropertyListBounds.h"
 
 namespace installer::darwin {
 

@@ -8,7 +8,7 @@
 
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
-#include "Platform/POSIX/FileTree.h"
+#include "Base/POSIX/FileTree.h"
 
 namespace installer::darwin {
 

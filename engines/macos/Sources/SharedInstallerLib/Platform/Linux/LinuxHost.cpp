@@ -7,23 +7,23 @@
 #include <nlohmann/json.hpp>
 #include <unistd.h>
 
+#include "Base/POSIX/FileTree.h"
+#include "Base/POSIX/ProcessStart.h"
 #include "Platform/Host.h"
-#include "Platform/Linux/LinuxAdministratorScripts.h"
-#include "Platform/Linux/LinuxBundles.h"
+#include "Platform/Linux/Dispatch/LinuxDispatch.h"
+#include "Platform/Linux/Files/LinuxBundles.h"
+#include "Platform/Linux/Files/LinuxFileSystem.h"
+#include "Platform/Linux/Files/LinuxPropertyList.h"
+#include "Platform/Linux/Files/LinuxWorkspace.h"
+#include "Platform/Linux/HTTP/LinuxURLSessions.h"
 #include "Platform/Linux/LinuxDigest.h"
-#include "Platform/Linux/LinuxDispatch.h"
-#include "Platform/Linux/LinuxFileSystem.h"
-#include "Platform/Linux/LinuxProcessLauncher.h"
-#include "Platform/Linux/LinuxPropertyList.h"
-#include "Platform/Linux/LinuxRunningApplications.h"
-#include "Platform/Linux/LinuxSignals.h"
 #include "Platform/Linux/LinuxSystemInfo.h"
-#include "Platform/Linux/LinuxURLSessions.h"
-#include "Platform/Linux/LinuxWorkspace.h"
+#include "Platform/Linux/Processes/LinuxAdministratorScripts.h"
+#include "Platform/Linux/Processes/LinuxProcessLauncher.h"
+#include "Platform/Linux/Processes/LinuxRunningApplications.h"
+#include "Platform/Linux/Processes/LinuxSignals.h"
 #include "Platform/Machine.h"
-#include "Platform/POSIX/FileTree.h"
 #include "Platform/POSIX/POSIXStandardStreams.h"
-#include "Platform/POSIX/ProcessStart.h"
 
 namespace installer {
 

@@ -11,8 +11,8 @@
 #include <memory>
 #include <optional>
 
-#include "Platform/Linux/LinuxHostSettings.h"
-#include "Platform/Path.h"
+#include "Base/POSIX/LinuxHostSettings.h"
+#include "Base/Path.h"
 
 namespace installer {
 

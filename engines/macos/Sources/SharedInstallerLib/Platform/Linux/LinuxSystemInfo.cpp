@@ -6,7 +6,7 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
-#include "Platform/Linux/LinuxFileSystem.h"
+#include "Platform/Linux/Files/LinuxFileSystem.h"
 
 namespace installer {
 

@@ -1,0 +1,100 @@
+#include "Base/POSIX/HiddenSibling.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <fmt/format.h>
+#include <mutex>
+#include <set>
+#include <unistd.h>
+
+#include "Base/POSIX/FileTree.h"
+
+namespace installer {
+
+namespace {
+
+// The names that this process is using. A leftover under our own process identifier stems from an earlier
+// process that bore the same number.
+struct ActiveNames {
+  std::mutex mutex;
+  std::multiset<std::string> names;
+};
+
+ActiveNames& active() {
+  static auto* const instance = new ActiveNames;  // not destroyed at exit: a worker may still be copying
+  return *instance;
+}
+
+bool isActive(const std::string& name) {
+  const std::lock_guard lock{active().mutex};
+  return active().names.contains(name);
+}
+
+// A name may be 255 bytes long; what is put around it needs a few of them. No character is cut in two: some
+// volumes refuse a name that isn't UTF-8.
+std::string shortened(const std::string& name) {
+  constexpr std::size_t longest = 200;
+  if (name.size() <= longest) return name;
+  std::size_t end = longest;
+  while (end > 0 && (static_cast<unsigned char>(name[end]) & 0xC0U) == 0x80U) --end;
+  return name.substr(0, end);
+}
+
+// What the names of `purpose` beside `name` begin with; our process follows, and a number when that is taken.
+std::string prefixOf(const std::string& name, const char* purpose) {
+  return fmt::format(".{}.{}-", shortened(name), purpose);
+}
+
+std::string claimName(const std::string& prefix) {
+  const std::lock_guard lock{active().mutex};
+  std::string name = fmt::format("{}{}", prefix, ::getpid());
+  for (int number = 1; active().names.contains(name); ++number) {
+    name = fmt::format("{}{}.{}", prefix, ::getpid(), number);
+  }
+  active().names.insert(name);
+  return name;
+}
+
+bool processLives(pid_t process) {
+  return ::kill(process, 0) == 0 || errno == EPERM;
+}
+
+// Is `entry` a name that begins with `prefix` and that no living process has claimed?
+bool isLeftover(const std::string& entry, const std::string& prefix) {
+  if (!entry.starts_with(prefix)) return false;
+  pid_t process = 0;
+  const char* const end = entry.data() + entry.size();
+  const auto [rest, error] = std::from_chars(entry.data() + prefix.size(), end, process);
+  if (error != std::errc{} || process <= 0 || (rest != end && *rest != '.')) return false;
+  return process == ::getpid() ? !isActive(entry) : !processLives(process);
+}
+
+}  // namespace
+
+HiddenSibling::HiddenSibling(int folder, const std::string& name, const char* purpose) {
+  (void)clearLeftovers(folder, name);
+  claimed_ = claimName(prefixOf(name, purpose));
+}
+
+HiddenSibling::~HiddenSibling() {
+  const std::lock_guard lock{active().mutex};
+  active().names.erase(active().names.find(claimed_));
+}
+
+bool clearLeftovers(int folder, const std::string& name) {
+  const auto entries = namesIn(folder);
+  if (!entries) return false;
+  const std::array prefixes{prefixOf(name, copyPurpose), prefixOf(name, removalPurpose)};
+  bool cleared = false;
+  for (const std::string& entry : *entries) {
+    if (!std::ranges::any_of(prefixes, [&](const auto& prefix) { return isLeftover(entry, prefix); }))
+      continue;
+    cleared = removeTree(folder, entry.c_str(), TreeOwner::ours) || cleared;
+  }
+  return cleared;
+}
+
+}  // namespace installer

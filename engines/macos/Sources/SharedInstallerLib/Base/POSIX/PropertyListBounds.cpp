@@ -1,0 +1,222 @@
+#include "Base/POSIX/PropertyListBounds.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace installer {
+
+namespace {
+
+constexpr std::size_t trailerSize = 32;
+constexpr std::uint64_t unbounded = std::numeric_limits<std::uint64_t>::max();
+
+std::uint64_t bigEndian(std::string_view bytes) {
+  std::uint64_t value = 0;
+  for (const char byte : bytes) value = (value << 8U) | static_cast<std::uint8_t>(byte);
+  return value;
+}
+
+// The offset table and the references of a binary property list, every access tested.
+class BinaryOutline {
+ public:
+  explicit BinaryOutline(std::string_view bytes) : bytes_{bytes} {}
+
+  bool isBounded() {
+    if (!readTrailer()) return false;
+    weights_.assign(objects_, 0);
+    return weigh(top_, 0) <= PropertyListBounds::values;
+  }
+
+ private:
+  static constexpr std::uint64_t beingWeighed = unbounded;
+
+  std::string_view bytes_;
+  std::size_t offsetSize_ = 0;
+  std::size_t referenceSize_ = 0;
+  std::uint64_t objects_ = 0;
+  std::uint64_t top_ = 0;
+  std::uint64_t table_ = 0;             // where the offset table begins: the end of the objects
+  std::vector<std::uint64_t> weights_;  // values below each object, itself included; 0 before it is known
+
+  bool readTrailer() {
+    if (bytes_.size() < kBinaryPropertyListMagic.size() + trailerSize) return false;
+    const auto trailer = bytes_.substr(bytes_.size() - trailerSize);
+    offsetSize_ = static_cast<std::uint8_t>(trailer[6]);
+    referenceSize_ = static_cast<std::uint8_t>(trailer[7]);
+    objects_ = bigEndian(trailer.substr(8, 8));
+    top_ = bigEndian(trailer.substr(16, 8));
+    table_ = bigEndian(trailer.substr(24, 8));
+    const std::uint64_t room = bytes_.size() - trailerSize;
+    const auto isSize = [](std::size_t size) { return size >= 1 && size <= 8; };
+    return isSize(offsetSize_) && isSize(referenceSize_) && objects_ > 0 && top_ < objects_ &&
+           table_ >= kBinaryPropertyListMagic.size() && table_ < room &&
+           objects_ <= (room - table_) / offsetSize_;
+  }
+
+  // `count` bytes at `offset` of the objects; absent when they aren't all there.
+  std::optional<std::string_view> at(std::uint64_t offset, std::uint64_t count) const {
+    if (offset > table_ || count > table_ - offset) return std::nullopt;
+    return bytes_.substr(offset, count);
+  }
+
+  struct Container {
+    std::uint64_t references = 0;  // offset of the first
+    std::uint64_t count = 0;
+  };
+
+  // The references of the object at `offset`; none for a plain value; absent when it is malformed.
+  std::optional<Container> containerAt(std::uint64_t offset) const {
+    const auto marker = at(offset, 1);
+    if (!marker) return std::nullopt;
+    const unsigned kind = static_cast<std::uint8_t>((*marker)[0]) >> 4U;
+    std::uint64_t count = static_cast<std::uint8_t>((*marker)[0]) & 0x0FU;
+    const bool isDictionary = kind == 0xD;
+    if (!isDictionary && kind != 0xA && kind != 0xB && kind != 0xC) return Container{};
+    std::uint64_t first = offset + 1;
+    if (count == 0x0F) {
+      const auto sizeMarker = at(first, 1);
+      if (!sizeMarker) return std::nullopt;
+      const std::size_t width = std::size_t{1} << (static_cast<std::uint8_t>((*sizeMarker)[0]) & 0x0FU);
+      const auto size = at(first + 1, width);
+      if (!size || width > 8) return std::nullopt;
+      count = bigEndian(*size);
+      first += 1 + width;
+    }
+    if (count > objects_ * 2 + table_) return std::nullopt;  // more than there is room for, and no overflow
+    if (isDictionary) count *= 2;
+    if (!at(first, count * referenceSize_)) return std::nullopt;
+    return Container{first, count};
+  }
+
+  // How many values the object stands for; `unbounded` when it is malformed, part of a cycle or too deep.
+  std::uint64_t weigh(std::uint64_t object, std::size_t depth) {
+    if (object >= objects_ || depth > PropertyListBounds::depth) return unbounded;
+    if (weights_[object] != 0) return weights_[object];
+    const auto container = containerAt(bigEndian(bytes_.substr(table_ + object * offsetSize_, offsetSize_)));
+    if (!container) return unbounded;
+    weights_[object] = beingWeighed;
+    std::uint64_t sum = 1;
+    for (std::uint64_t index = 0; index < container->count; ++index) {
+      const auto reference = bytes_.substr(container->references + index * referenceSize_, referenceSize_);
+      const std::uint64_t weight = weigh(bigEndian(reference), depth + 1);
+      if (weight > PropertyListBounds::values) return unbounded;
+      sum += weight;
+      if (sum > PropertyListBounds::values) return unbounded;
+    }
+    return weights_[object] = sum;
+  }
+};
+
+bool isBlank(char character) {
+  return character == ' ' || character == '\t' || character == '\r' || character == '\n';
+}
+
+bool isLetter(char character) {
+  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
+}
+
+// The tags of an XML list, as far as they tell how its containers nest.
+class XMLOutline {
+ public:
+  explicit XMLOutline(std::string_view text) : rest_{text} {}
+
+  bool isBounded() {
+    while (skipPast("<")) {
+      if (!takeMarkup()) return false;
+    }
+    return true;
+  }
+
+ private:
+  std::string_view rest_;
+  std::size_t depth_ = 0;
+  std::size_t containers_ = 0;
+
+  bool skipPast(std::string_view end) {
+    const auto at = rest_.find(end);
+    if (at == std::string_view::npos) return false;
+    rest_.remove_prefix(at + end.size());
+    return true;
+  }
+
+  bool take(std::string_view start) {
+    if (!rest_.starts_with(start)) return false;
+    rest_.remove_prefix(start.size());
+    return true;
+  }
+
+  // What a "<" begins.
+  bool takeMarkup() {
+    if (take("?")) return skipPast("?>");
+    if (take("!--")) return skipPast("-->");
+    if (take("![CDATA[")) return skipPast("]]>");
+    const auto end = rest_.find('>');
+    if (end == std::string_view::npos) return false;
+    auto tag = rest_.substr(0, end);
+    rest_.remove_prefix(end + 1);
+    // The head of the list: only here may quotes hide a bracket, because nothing has been opened yet.
+    if (containers_ == 0 && (tag.starts_with('!') || tag.starts_with("plist"))) return !tag.contains('[');
+    return takeElement(tag);
+  }
+
+  bool takeElement(std::string_view tag) {
+    const bool closes = tag.starts_with('/');
+    if (closes) tag.remove_prefix(1);
+    const bool isEmpty = tag.ends_with('/');
+    if (isEmpty) tag.remove_suffix(1);
+    while (!tag.empty() && isBlank(tag.back())) tag.remove_suffix(1);
+    if (!std::ranges::all_of(tag, isLetter)) return false;
+    if (tag != "dict" && tag != "array") return true;
+    if (closes) return depth_-- > 0;
+    if (++containers_ > PropertyListBounds::containers) return false;
+    return isEmpty || ++depth_ <= PropertyListBounds::depth;
+  }
+};
+
+// UTF-16 text with a byte-order mark, with "?" for what isn't ASCII; other text as it stands.
+std::string narrowed(std::string_view bytes) {
+  const bool isBigEndian = bytes.starts_with("\xFE\xFF");
+  if (!isBigEndian && !bytes.starts_with("\xFF\xFE")) return std::string{bytes};
+  std::string text;
+  for (std::size_t at = 2; at + 1 < bytes.size(); at += 2) {
+    const char low = bytes[at + (isBigEndian ? 1 : 0)];
+    const char high = bytes[at + (isBigEndian ? 0 : 1)];
+    text += high == 0 && static_cast<std::uint8_t>(low) < 0x80 ? low : '?';
+  }
+  return text;
+}
+
+// Does the head of the text name an encoding in which ASCII characters are other bytes than here?
+bool isInAnotherEncoding(std::string_view text) {
+  if (!text.starts_with("<?xml")) return false;
+  const auto head = text.substr(0, text.find("?>"));
+  const auto at = head.find("encoding");
+  if (at == std::string_view::npos) return false;
+  std::string name;
+  for (const char character : head.substr(at + 8)) {
+    if (isLetter(character) || (character >= '0' && character <= '9'))
+      name += static_cast<char>(character | 0x20);
+  }
+  return !name.starts_with("utf8") && !name.starts_with("utf16") && !name.starts_with("usascii") &&
+         !name.starts_with("iso8859");
+}
+
+}  // namespace
+
+bool isBoundedBinaryPropertyList(std::string_view bytes) {
+  return BinaryOutline{bytes}.isBounded();
+}
+
+bool isBoundedXMLPropertyList(std::string_view bytes) {
+  const std::string text = narrowed(bytes);
+  const auto first = std::ranges::find_if_not(text, isBlank);
+  if (first == text.end() || *first != '<' || text.contains('\0') || isInAnotherEncoding(text)) return false;
+  return XMLOutline{text}.isBounded();
+}
+
+}  // namespace installer

@@ -1,0 +1,93 @@
+#include "Base/POSIX/StagedRemoval.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Base/POSIX/FileTree.h"
+#include "Base/POSIX/HiddenSibling.h"
+#include "Base/POSIX/VolumeCalls.h"
+
+namespace installer {
+
+namespace {
+
+bool mayChange(int folder) {
+  return ::faccessat(folder, ".", W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+// In a sticky folder only the owner of an entry or of the folder may take the entry away.
+bool isStuck(const struct stat& folder, const struct stat& entry) {
+  const uid_t user = ::geteuid();
+  return (folder.st_mode & S_ISVTX) != 0 && user != 0 && user != folder.st_uid && user != entry.st_uid;
+}
+
+// Would the entry and everything beneath it let itself be removed, as far as permissions, flags and sticky
+// folders tell? An empty folder needs no permission. False with errno set.
+bool letsGoOfAll(int parent, const struct stat& parentStatus, const char* name, int depth) {
+  const auto status = linkStatus(parent, name);
+  if (!status) return errno == ENOENT;  // gone meanwhile
+  if (isStuck(parentStatus, *status) || isProtected(parent, name)) {
+    errno = EPERM;
+    return false;
+  }
+  if (!S_ISDIR(status->st_mode)) return true;
+  const FileDescriptor inside = openFolder(parent, name);
+  const auto names = inside ? namesIn(inside.get()) : std::nullopt;
+  if (!names) return errno == ENOENT;
+  if (names->empty()) return true;
+  if (depth == deepestFolder) errno = ENAMETOOLONG;
+  if (depth == deepestFolder || !mayChange(inside.get())) return false;
+  return std::ranges::all_of(*names, [&](const std::string& entry) {
+    return letsGoOfAll(inside.get(), *status, entry.c_str(), depth + 1);
+  });
+}
+
+// Where a rename can't put a folder aside although it could be emptied where it stands: a mount point, a
+// folder of an overlay's lower layer, a volume without room for another name.
+bool isOnlyAboutRenaming(int reason) {
+  return reason == EBUSY || reason == EXDEV || reason == ENOSPC || reason == EDQUOT;
+}
+
+// By `removeEntry`, unless another process has removed it meanwhile.
+bool remove(int parent, const char* name, const RemoveEntry& removeEntry) {
+  if (removeEntry(name)) return true;
+  const int reason = errno;
+  const bool isGone = !linkStatus(parent, name) && errno == ENOENT;
+  errno = reason;
+  return isGone;
+}
+
+// A folder with a visible name is put aside first, so that a kill in mid-removal leaves nothing half under
+// it. What can't be removed goes back, as far as it is still there.
+bool removeFolder(int parent, const std::string& name, const RemoveEntry& removeEntry) {
+  const auto parentStatus = linkStatus(parent, ".");
+  if (!parentStatus || !mayChange(parent) || !letsGoOfAll(parent, *parentStatus, name.c_str(), 0))
+    return false;
+  if (name.front() == '.') return remove(parent, name.c_str(), removeEntry);
+
+  const HiddenSibling aside{parent, name, removalPurpose};
+  if (!renameWithoutReplacing(parent, name.c_str(), parent, aside.name())) {
+    if (errno == ENOENT) return true;
+    return isOnlyAboutRenaming(errno) && remove(parent, name.c_str(), removeEntry);
+  }
+  if (remove(parent, aside.name(), removeEntry)) return true;
+  const int reason = errno;
+  (void)renameWithoutReplacing(parent, aside.name(), parent, name.c_str());
+  errno = reason;
+  return false;
+}
+
+}  // namespace
+
+bool removeStaged(int parent, const std::string& name, const RemoveEntry& removeEntry) {
+  (void)clearLeftovers(parent, name);
+  const auto status = linkStatus(parent, name.c_str());
+  if (!status) return false;
+  if (S_ISDIR(status->st_mode)) return removeFolder(parent, name, removeEntry);
+  return remove(parent, name.c_str(), removeEntry);
+}
+
+}  // namespace installer

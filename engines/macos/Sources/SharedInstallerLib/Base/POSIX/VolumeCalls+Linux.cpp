@@ -1,0 +1,38 @@
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Base/POSIX/FileTree.h"
+#include "Base/POSIX/VolumeCalls.h"
+
+namespace installer {
+
+bool renameWithoutReplacing(int oldFolder, const char* oldName, int newFolder, const char* newName) {
+  if (::renameat2(oldFolder, oldName, newFolder, newName, RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  if (linkStatus(newFolder, newName)) {
+    errno = EEXIST;
+    return false;
+  }
+  return ::renameat(oldFolder, oldName, newFolder, newName) == 0;
+}
+
+bool isProtected(int folder, const char* name) {
+  constexpr std::uint64_t protecting = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
+  struct statx status{};
+  return ::statx(folder, name, AT_SYMLINK_NOFOLLOW, 0, &status) == 0 &&
+         (status.stx_attributes & protecting) != 0;
+}
+
+bool flushVolume(int folder) {
+  return ::syncfs(folder) == 0;
+}
+
+void flushFolder(int folder) {
+  (void)::fsync(folder);
+}
+
+}  // namespace installer

@@ -1,0 +1,87 @@
+#include "Base/POSIX/WholeFile.h"
+
+#include <atomic>
+#include <cstdio>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Base/POSIX/FileErrors.h"
+#include "Base/POSIX/FileTree.h"
+
+namespace installer {
+
+namespace {
+
+constexpr mode_t permissionBits = S_ISUID | S_ISGID | S_ISVTX | S_IRWXU | S_IRWXG | S_IRWXO;
+
+// A hidden sibling that becomes the file by a rename; gone again if it never does.
+class Replacement {
+ public:
+  explicit Replacement(Path target) : target_{std::move(target)} {
+    static std::atomic<unsigned> count{0};
+    const Path folder = parentFolder(target_);
+    const std::string name = lastPathComponent(target_).substr(0, 200);  // names end at 255 bytes
+    name_ =
+        joined(folder.empty() ? "." : folder, fmt::format(".{}.kelo-write-{}-{}", name, ::getpid(), ++count));
+  }
+  Replacement(const Replacement&) = delete;
+  Replacement& operator=(const Replacement&) = delete;
+  ~Replacement() {
+    if (made_) ::unlink(name_.c_str());
+  }
+
+  bool write(std::string_view bytes) {
+    struct stat old{};
+    const bool replaces = ::stat(target_.c_str(), &old) == 0;
+    const FileDescriptor file{::open(name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)};
+    if (!file) return false;
+    made_ = true;
+    if (replaces && S_ISREG(old.st_mode) && ::fchmod(file.get(), old.st_mode & permissionBits) != 0)
+      return false;
+    return writeAll(file.get(), bytes) && ::fsync(file.get()) == 0;
+  }
+
+  bool commit() {
+    if (::rename(name_.c_str(), target_.c_str()) != 0) return false;
+    made_ = false;
+    return true;
+  }
+
+ private:
+  Path target_;
+  Path name_;
+  bool made_ = false;
+};
+
+}  // namespace
+
+Result<std::string> readWholeFile(const Path& path, std::size_t maximumBytes) {
+  const FileDescriptor file = openRegular(path);
+  if (!file) return fileFailure(FileAccess::read, errno, path, "read");
+  constexpr std::size_t piece = 256UL * 1024;
+  std::string bytes;
+  while (bytes.size() <= maximumBytes) {
+    const std::size_t have = bytes.size();
+    bytes.resize(have + piece);
+    const auto count = retryInterrupted([&] { return ::read(file.get(), bytes.data() + have, piece); });
+    if (count < 0) return fileFailure(FileAccess::read, errno, path, "read");
+    bytes.resize(have + static_cast<std::size_t>(count));
+    if (count == 0) return bytes;
+  }
+  return failure(ErrorDomain::cocoa, CocoaError::fileReadCorrupt,
+                 fmt::format("“{}” is longer than {} bytes.", path, maximumBytes));
+}
+
+Result<> replaceFile(const Path& path, std::string_view bytes) {
+  const auto usable = usablePath(path);
+  if (!usable) return fileFailure(FileAccess::write, errno, path, "written");
+  Replacement replacement{*usable};
+  if (!replacement.write(bytes) || !replacement.commit()) {
+    return fileFailure(FileAccess::write, errno, path, "written");
+  }
+  return {};
+}
+
+}  // namespace installer

@@ -1,0 +1,41 @@
+#include "Base/ProcessWide.h"
+
+#include <vector>
+
+namespace installer {
+
+namespace {
+
+struct Forgetters {
+  std::mutex mutex;
+  std::vector<std::function<void()>> entries;
+};
+
+// Never destroyed: a worker may make its first process-wide value while the process exits.
+Forgetters& forgetters() {
+  static auto* const instance = new Forgetters;
+  return *instance;
+}
+
+}  // namespace
+
+void forgetProcessWide() {
+  auto& list = forgetters();
+  std::vector<std::function<void()>> entries;
+  {
+    const std::lock_guard lock{list.mutex};
+    entries = std::exchange(list.entries, {});
+  }
+  while (!entries.empty()) {
+    entries.back()();
+    entries.pop_back();
+  }
+}
+
+void atForgetting(std::function<void()> forget) {
+  auto& list = forgetters();
+  const std::lock_guard lock{list.mutex};
+  list.entries.push_back(std::move(forget));
+}
+
+}  // namespace installer

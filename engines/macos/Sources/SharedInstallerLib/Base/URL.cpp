@@ -1,0 +1,161 @@
+#include "Base/URL.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace installer {
+
+namespace {
+
+bool isAlpha(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+bool isHex(char c) {
+  return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+bool isUnreserved(char c) {
+  return isAlpha(c) || isDigit(c) || c == '-' || c == '.' || c == '_' || c == '~';
+}
+bool isOneOf(char c, std::string_view set) {
+  return set.find(c) != std::string_view::npos;
+}
+constexpr std::string_view subDelimiters = "!$&'()*+,;=";
+
+// Every character is unreserved, one of `also`, or a whole percent escape.
+bool consistsOf(std::string_view text, std::string_view also) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (isUnreserved(text[i]) || isOneOf(text[i], also)) continue;
+    if (text[i] != '%' || i + 2 >= text.size() || !isHex(text[i + 1]) || !isHex(text[i + 2])) return false;
+    i += 2;
+  }
+  return true;
+}
+
+bool isScheme(std::string_view text) {
+  return !text.empty() && isAlpha(text.front()) && std::ranges::all_of(text, [](char c) {
+    return isAlpha(c) || isDigit(c) || c == '+' || c == '-' || c == '.';
+  });
+}
+
+std::string percentDecoded(std::string_view text) {
+  std::string decoded;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    unsigned value = 0;
+    if (text[i] == '%' && i + 2 < text.size() &&
+        std::from_chars(text.data() + i + 1, text.data() + i + 3, value, 16).ec == std::errc{}) {
+      decoded += static_cast<char>(value);
+      i += 2;
+      continue;
+    }
+    decoded += text[i];
+  }
+  return decoded;
+}
+
+std::string percentEncodedPath(std::string_view text) {
+  static constexpr std::string_view digits = "0123456789ABCDEF";
+  std::string encoded;
+  for (const char c : text) {
+    if (isUnreserved(c) || isOneOf(c, subDelimiters) || isOneOf(c, ":@/")) {
+      encoded += c;
+      continue;
+    }
+    const auto byte = static_cast<unsigned char>(c);
+    encoded += '%';
+    encoded += digits[byte >> 4U];
+    encoded += digits[byte & 15U];
+  }
+  return encoded;
+}
+
+}  // namespace
+
+std::optional<URL> URL::parse(std::string_view text) {
+  if (text.empty()) return std::nullopt;
+  URL url;
+  url.text_ = text;
+
+  if (const auto fragment = text.find('#'); fragment != std::string_view::npos) {
+    if (!consistsOf(text.substr(fragment + 1), "!$&'()*+,;=:@/?")) return std::nullopt;
+    text = text.substr(0, fragment);
+  }
+  if (const auto query = text.find('?'); query != std::string_view::npos) {
+    if (!consistsOf(text.substr(query + 1), "!$&'()*+,;=:@/?")) return std::nullopt;
+    text = text.substr(0, query);
+  }
+  const auto colon = text.find(':');
+  if (colon != std::string_view::npos && text.find('/') > colon) {
+    if (!isScheme(text.substr(0, colon))) return std::nullopt;
+    url.scheme_ = std::string{text.substr(0, colon)};
+    text = text.substr(colon + 1);
+  }
+  if (text.starts_with("//")) {
+    text.remove_prefix(2);
+    const auto end = std::min(text.find('/'), text.size());
+    if (!url.parseAuthority(text.substr(0, end))) return std::nullopt;
+    text = text.substr(end);
+  }
+  if (!consistsOf(text, "!$&'()*+,;=:@/")) return std::nullopt;
+  url.path_ = text;
+  return url;
+}
+
+bool URL::parseAuthority(std::string_view authority) {
+  authority_ = authority;
+  if (const auto at = authority.rfind('@'); at != std::string_view::npos) {
+    if (!consistsOf(authority.substr(0, at), "!$&'()*+,;=:")) return false;
+    authority = authority.substr(at + 1);
+  }
+  std::string_view host = authority;
+  std::string_view port;
+  if (authority.starts_with('[')) {
+    const auto close = authority.find(']');
+    if (close == std::string_view::npos) return false;
+    host = authority.substr(1, close - 1);
+    port = authority.substr(close + 1);
+    if (host.empty() || !std::ranges::all_of(host, [](char c) { return isHex(c) || c == ':' || c == '.'; })) {
+      return false;
+    }
+  } else {
+    if (const auto colon = authority.find(':'); colon != std::string_view::npos) {
+      host = authority.substr(0, colon);
+      port = authority.substr(colon);
+    }
+    if (!std::ranges::all_of(host, isUnreserved)) return false;
+  }
+  if (!port.empty()) {
+    if (port.front() != ':') return false;
+    port.remove_prefix(1);
+    std::uint16_t number = 0;
+    const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), number);
+    if (!port.empty() && (error != std::errc{} || end != port.data() + port.size())) return false;
+    if (!port.empty()) port_ = number;
+  }
+  if (!host.empty()) host_ = std::string{host};
+  return true;
+}
+
+std::string URL::lastPathComponent() const {
+  std::string_view path = path_;
+  while (path.size() > 1 && path.back() == '/') path.remove_suffix(1);
+  return percentDecoded(path.substr(path.rfind('/') + 1));
+}
+
+URL URL::appendingPathComponent(std::string_view component) const {
+  std::string path = path_;
+  if (path.empty() || path.back() != '/') path += '/';
+  while (component.starts_with('/')) component.remove_prefix(1);
+  path += percentEncodedPath(component);
+
+  URL url = *this;
+  url.path_ = path;
+  url.text_ = scheme_ ? *scheme_ + ":" : std::string{};
+  if (!authority_.empty() || host_) url.text_ += "//" + authority_;
+  url.text_ += path;
+  return url;
+}
+
+}  // namespace installer

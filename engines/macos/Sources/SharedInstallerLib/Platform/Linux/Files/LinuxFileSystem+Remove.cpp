@@ -1,0 +1,42 @@
+#include <fcntl.h>
+
+#include "Base/POSIX/FileErrors.h"
+#include "Base/POSIX/FileTree.h"
+#include "Base/POSIX/HiddenSibling.h"
+#include "Base/POSIX/StagedRemoval.h"
+#include "Platform/Linux/Files/LinuxFileSystem.h"
+
+namespace installer {
+
+namespace {
+
+// The parent by descriptor and the name in it, so that the last component isn't followed.
+FileDescriptor openParent(const Path& path) {
+  const Path parent = parentFolder(path);
+  return FileDescriptor{::open(parent.empty() ? "." : parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
+}
+
+}  // namespace
+
+Result<> LinuxFileSystem::removeItem(const Path& path) {
+  const auto usable = usablePath(path);
+  // The root isn't an item; removing it would begin with everything in it.
+  if (usable == "/") return fileFailure(FileAccess::write, EPERM, path, "removed");
+  if (!usable) return fileFailure(FileAccess::write, errno, path, "removed");
+  const FileDescriptor parent = openParent(*usable);
+  const auto remove = [&parent](const char* name) {
+    return removeTree(parent.get(), name, TreeOwner::anyone);
+  };
+  if (!parent || !removeStaged(parent.get(), lastPathComponent(*usable), remove)) {
+    return fileFailure(FileAccess::write, errno, path, "removed");
+  }
+  return {};
+}
+
+bool LinuxFileSystem::clearLeftovers(const Path& path) {
+  const auto usable = usablePath(path);
+  const FileDescriptor parent = usable ? openParent(*usable) : FileDescriptor{};
+  return parent && installer::clearLeftovers(parent.get(), lastPathComponent(*usable));
+}
+
+}  // namespace installer

@@ -1,0 +1,145 @@
+#include "Platform/Linux/Files/TreeCopier.h"
+
+#include <climits>
+#include <cstring>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/xattr.h>
+#include <vector>
+
+#include "Base/POSIX/FileTree.h"
+
+namespace installer {
+
+namespace {
+
+// A copy belongs to whoever made it; with set-id bits kept, a copy made as root would lend out root's rights.
+mode_t keptMode(const struct stat& status) {
+  return status.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO);
+}
+
+// Attributes are kept where the volume takes them, so a refusal isn't a failure.
+void copyAttributes(int source, int target) {
+  const auto size = ::flistxattr(source, nullptr, 0);
+  if (size <= 0) return;
+  std::vector<char> names(static_cast<std::size_t>(size));
+  const auto listed = ::flistxattr(source, names.data(), names.size());
+  std::vector<char> value;
+  for (ssize_t at = 0; at < listed;) {
+    const char* const name = names.data() + at;
+    at += static_cast<ssize_t>(std::strlen(name)) + 1;
+    const auto length = ::fgetxattr(source, name, nullptr, 0);
+    if (length < 0) continue;
+    value.resize(static_cast<std::size_t>(length));
+    const auto got = ::fgetxattr(source, name, value.data(), value.size());
+    if (got >= 0) (void)::fsetxattr(target, name, value.data(), static_cast<std::size_t>(got), 0);
+  }
+}
+
+// Last of all: the bits may take away our own right to write, and writing changes the times.
+bool finish(int source, int target, const struct stat& status) {
+  copyAttributes(source, target);
+  const timespec times[2] = {status.st_atim, status.st_mtim};
+  return ::fchmod(target, keptMode(status)) == 0 && ::futimens(target, times) == 0;
+}
+
+}  // namespace
+
+bool TreeCopier::notReadable() {
+  failedReading_ = true;
+  return false;
+}
+
+bool TreeCopier::copy(int sourceFolder, const char* sourceName, int folder, const char* name) {
+  const auto status = linkStatus(sourceFolder, sourceName);
+  if (!status) return notReadable();
+  if (S_ISREG(status->st_mode)) return copyFile(sourceFolder, sourceName, folder, name, *status);
+  if (S_ISLNK(status->st_mode)) return copyLink(sourceFolder, sourceName, folder, name, *status);
+  if (S_ISDIR(status->st_mode)) return copyFolder(sourceFolder, sourceName, folder, name, *status);
+  errno = ENOTSUP;
+  return notReadable();
+}
+
+bool TreeCopier::copyFile(int sourceFolder, const char* sourceName, int folder, const char* name,
+                          const struct stat& status) {
+  const FileDescriptor source{
+      ::openat(sourceFolder, sourceName, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK)};
+  if (!source) return notReadable();
+  const FileDescriptor target{::openat(folder, name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)};
+  if (!target) return false;
+  return copyBytes(source.get(), target.get()) && finish(source.get(), target.get(), status);
+}
+
+bool TreeCopier::copyLink(int sourceFolder, const char* sourceName, int folder, const char* name,
+                          const struct stat& status) {
+  std::string destination(PATH_MAX, '\0');
+  const auto length = ::readlinkat(sourceFolder, sourceName, destination.data(), destination.size());
+  if (length < 0) return notReadable();
+  destination.resize(static_cast<std::size_t>(length));
+  if (::symlinkat(destination.c_str(), folder, name) != 0) return false;
+  const timespec times[2] = {status.st_atim, status.st_mtim};
+  // A volume that can't date links still has the link.
+  (void)::utimensat(folder, name, times, AT_SYMLINK_NOFOLLOW);
+  return true;
+}
+
+bool TreeCopier::copyFolder(int sourceFolder, const char* sourceName, int folder, const char* name,
+                            const struct stat& status) {
+  if (!mayEnter(status)) return notReadable();
+  const FileDescriptor source = openFolder(sourceFolder, sourceName);
+  if (!source) return notReadable();
+  if (::mkdirat(folder, name, S_IRWXU) != 0) return false;
+  const FileDescriptor target = openFolder(folder, name);
+  if (!target || !remember(target.get())) return false;
+  ++depth_;
+  const bool copied = copyContents(source.get(), target.get());
+  --depth_;
+  return copied && finish(source.get(), target.get(), status);
+}
+
+bool TreeCopier::copyContents(int source, int target) {
+  const auto names = namesIn(source);
+  if (!names) return notReadable();
+  for (const std::string& name : *names) {
+    if (!copy(source, name.c_str(), target, name.c_str())) return false;
+  }
+  return true;
+}
+
+// Shares the blocks where the volume can, lets the kernel copy where it can, else copies through a buffer.
+bool TreeCopier::copyBytes(int source, int target) {
+  if (::ioctl(target, FICLONE, source) == 0) return true;
+  constexpr std::size_t stretch = 64UL * 1024 * 1024;
+  for (;;) {
+    const auto count =
+        retryInterrupted([&] { return ::copy_file_range(source, nullptr, target, nullptr, stretch, 0); });
+    if (count == 0) break;
+    if (count > 0) continue;
+    if (errno == ENOSPC || errno == EDQUOT || errno == EFBIG) return false;
+    break;
+  }
+  // Goes on from where the kernel stopped: at the end for most files, at the start for volumes that can't,
+  // and for the kinds of file that claim to be empty until they are read.
+  std::vector<char> buffer(1024UL * 1024);
+  for (;;) {
+    const auto count = retryInterrupted([&] { return ::read(source, buffer.data(), buffer.size()); });
+    if (count < 0) return notReadable();
+    if (count == 0) return true;
+    if (!writeAll(target, {buffer.data(), static_cast<std::size_t>(count)})) return false;
+  }
+}
+
+bool TreeCopier::remember(int made) {
+  if (topMade_) return true;
+  topMade_ = true;
+  return ::fstat(made, &top_) == 0;
+}
+
+bool TreeCopier::mayEnter(const struct stat& status) const {
+  const bool isOurOwn = topMade_ && status.st_dev == top_.st_dev && status.st_ino == top_.st_ino;
+  errno = isOurOwn ? EINVAL : ENAMETOOLONG;
+  return !isOurOwn && depth_ < deepestFolder;
+}
+
+}  // namespace installer

@@ -1,0 +1,156 @@
+#include "Platform/Linux/HTTP/CurlTransfer.h"
+
+#include <fmt/format.h>
+#include <utility>
+
+#include "Platform/Linux/HTTP/CurlConnections.h"
+
+namespace installer {
+
+namespace {
+
+constexpr std::size_t maximumHead = std::size_t{128}
+                                    << 10U;  // a server that goes on and on mustn't eat the memory
+constexpr long receiveBufferBytes = 256L * 1024L;
+
+int statusOf(CURL* handle) {
+  long status = 0;
+  curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
+  return static_cast<int>(status);
+}
+
+// A transfer of compressed bytes can't be resumed, so others are preferred. What a server stores compressed
+// is decoded.
+constexpr const char* acceptedEncodings = "identity, *;q=0.5";
+
+}  // namespace
+
+CurlTransfer::CurlTransfer(const CurlConnections& connections, HTTPRequest request,
+                           std::shared_ptr<Client> client)
+    : request_{std::move(request)}, client_{std::move(client)}, handle_{curl_easy_init()} {
+  // The very text that was judged, and its path as it stands: no second opinion on what the address means.
+  curl_easy_setopt(handle_, CURLOPT_URL, request_.url.absoluteString().c_str());
+  curl_easy_setopt(handle_, CURLOPT_PATH_AS_IS, 1L);
+  curl_easy_setopt(handle_, CURLOPT_PROTOCOLS_STR, "https");
+  curl_easy_setopt(handle_, CURLOPT_FOLLOWLOCATION, 0L);
+  // One transfer to a connection: a stalled image never holds up metadata.
+  curl_easy_setopt(handle_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
+  // A name server that stays silent mustn't hold up the thread that ends this transfer.
+  curl_easy_setopt(handle_, CURLOPT_QUICK_EXIT, 1L);
+  curl_easy_setopt(handle_, CURLOPT_USERAGENT, "Kelo-Desk-Installer");
+  curl_easy_setopt(handle_, CURLOPT_ACCEPT_ENCODING, acceptedEncodings);
+  curl_easy_setopt(handle_, CURLOPT_BUFFERSIZE, receiveBufferBytes);
+  curl_easy_setopt(handle_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  curl_easy_setopt(handle_, CURLOPT_ERRORBUFFER, words_.data());
+  curl_easy_setopt(handle_, CURLOPT_HEADERFUNCTION, &CurlTransfer::onHeader);
+  curl_easy_setopt(handle_, CURLOPT_HEADERDATA, this);
+  curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &CurlTransfer::onBody);
+  curl_easy_setopt(handle_, CURLOPT_WRITEDATA, this);
+  connections.apply(handle_, request_.url);
+  setFields();
+}
+
+CurlTransfer::~CurlTransfer() {
+  curl_easy_cleanup(handle_);
+  curl_slist_free_all(fields_);
+}
+
+void CurlTransfer::setFields() {
+  if (request_.method == "HEAD") curl_easy_setopt(handle_, CURLOPT_NOBODY, 1L);
+  for (const auto& field : request_.fields) fields_ = curl_slist_append(fields_, field.c_str());
+  curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, fields_);
+}
+
+CurlTransfer::Clock::time_point CurlTransfer::deadline() const {
+  return lastActivity_ + std::chrono::duration_cast<Clock::duration>(request_.silence);
+}
+
+CurlFailure CurlTransfer::failure(CURLcode code) const {
+  if (rejected_) return *rejected_;
+  if (code == CURLE_OK && !isHeadComplete_) code = CURLE_WEIRD_SERVER_REPLY;
+  CurlFailure failure{.code = code, .osErrno = 0, .words = words_.data()};
+  curl_easy_getinfo(handle_, CURLINFO_OS_ERRNO, &failure.osErrno);
+  long tunnelStatus = 0;
+  curl_easy_getinfo(handle_, CURLINFO_HTTP_CONNECTCODE, &tunnelStatus);
+  // libcurl calls a proxy's refusal a reception that failed.
+  if (code != CURLE_OK && tunnelStatus > 299) failure.code = CURLE_PROXY;
+  return failure;
+}
+
+CurlFailure CurlTransfer::silenceFailure() const {
+  return {.code = CURLE_OPERATION_TIMEDOUT,
+          .osErrno = 0,
+          .words =
+              fmt::format("The request timed out: nothing arrived for {} seconds", request_.silence.count())};
+}
+
+// A line with nothing on it ends a head. Interim answers and the fields behind a body aren't handed on.
+std::size_t CurlTransfer::receiveHeaderLine(std::string_view line) {
+  lastActivity_ = Clock::now();
+  if (isHeadComplete_) return line.size();
+  headBytes_ += line.size();
+  return judgeHeaderLine(line) == Verdict::goOn ? line.size() : 0;
+}
+
+CurlTransfer::Verdict CurlTransfer::judgeHeaderLine(std::string_view line) {
+  if (headBytes_ > maximumHead) return reject("the server's answer has too long a head");
+  const bool isLast = line == "\r\n" || line == "\n";
+  // In lower case libcurl doesn't read the status, and takes each for a 200.
+  if (std::exchange(startsHead_, isLast) && !line.starts_with("HTTP/")) {
+    return reject("the server's answer has no status line");
+  }
+  return isLast && !isInterim() ? completeHead() : Verdict::goOn;
+}
+
+// Another head follows; for libcurl the body follows a 101 that wasn't asked for.
+bool CurlTransfer::isInterim() const {
+  const auto status = statusOf(handle_);
+  return status < 200 && status != 101;
+}
+
+CurlTransfer::Verdict CurlTransfer::completeHead() {
+  isHeadComplete_ = true;
+  const auto head = readHead();
+  if (head.contradictsItself()) return reject("the server says two lengths");
+  if (!head.isEncoded()) curl_easy_setopt(handle_, CURLOPT_HTTP_CONTENT_DECODING, 0L);
+  return client_->didReceiveHead(head);
+}
+
+// libcurl's own reading, so that there is no second one to differ from it.
+ResponseHead CurlTransfer::readHead() const {
+  ResponseHead head;
+  head.status = statusOf(handle_);
+  const char* url = nullptr;
+  curl_easy_getinfo(handle_, CURLINFO_EFFECTIVE_URL, &url);
+  head.url = URL::parse(url == nullptr ? "" : url).value_or(URL{});
+  curl_header* field = nullptr;
+  while ((field = curl_easy_nextheader(handle_, CURLH_HEADER, -1, field)) != nullptr) {
+    head.addField(field->name, field->value);
+  }
+  curl_off_t length = -1;
+  curl_easy_getinfo(handle_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+  if (length >= 0 && !head.isEncoded()) head.bodyLength = length;
+  return head;
+}
+
+CurlTransfer::Verdict CurlTransfer::reject(std::string words) {
+  rejected_ = CurlFailure{.code = CURLE_WEIRD_SERVER_REPLY, .osErrno = 0, .words = std::move(words)};
+  return Verdict::stop;
+}
+
+std::size_t CurlTransfer::receiveBody(std::string_view bytes) {
+  lastActivity_ = Clock::now();
+  if (!isHeadComplete_ && completeHead() == Verdict::stop) return 0;
+  return client_->didReceiveBody(bytes) == Verdict::goOn ? bytes.size() : 0;
+}
+
+std::size_t CurlTransfer::onHeader(char* bytes, std::size_t size, std::size_t count, void* transfer) {
+  return static_cast<CurlTransfer*>(transfer)->receiveHeaderLine({bytes, size * count});
+}
+
+std::size_t CurlTransfer::onBody(char* bytes, std::size_t size, std::size_t count, void* transfer) {
+  return static_cast<CurlTransfer*>(transfer)->receiveBody({bytes, size * count});
+}
+
+}  // namespace installer

@@ -1,0 +1,214 @@
+#include "Platform/Linux/HTTP/LinuxDownloadTask.h"
+
+#include <unistd.h>
+#include <utility>
+
+#include "Platform/Linux/HTTP/CurlErrors.h"
+
+namespace installer {
+
+namespace {
+
+// Each callback wakes a thread, which costs more than writing down a piece of the body.
+constexpr auto progressInterval = std::chrono::milliseconds{20};
+
+Error badServerResponse(std::string_view words) {
+  return urlError(URLErrorCode::badServerResponse, words);
+}
+
+bool allowsResumption(const ResponseHead& head) {
+  const auto* const ranges = head.field("accept-ranges");
+  return head.status == 200 && !head.isEncoded() && (ranges == nullptr || *ranges != "none");
+}
+
+URLRequest requestFor(const URL& url, const URLSessionCore& session) {
+  return {.url = url, .timeoutInterval = session.requestTimeout()};
+}
+
+URL urlOf(const std::string& resumeData) {
+  const auto decoded = ResumeData::decode(resumeData);
+  return decoded ? decoded->url : URL{};
+}
+
+}  // namespace
+
+LinuxDownloadTask::LinuxDownloadTask(const std::shared_ptr<URLSessionCore>& session, const URL& url)
+    : LinuxURLTask{session, requestFor(url, *session)}, url_{url} {
+}
+
+LinuxDownloadTask::LinuxDownloadTask(const std::shared_ptr<URLSessionCore>& session,
+                                     const std::string& resumeData)
+    : LinuxURLTask{session, requestFor(urlOf(resumeData), *session)},
+      url_{urlOf(resumeData)},
+      isGarbage_{!ResumeData::decode(resumeData)},
+      resumed_{ResumeData::decode(resumeData)} {
+}
+
+std::optional<Error> LinuxDownloadTask::prepare() {
+  if (isGarbage_) return urlError(URLErrorCode::unknown, "the resume data can't be read");
+  if (!resumed_) return std::nullopt;
+  partial_ = PartialFile::reopen(session().temporaryDirectory(), resumed_->partialFile, resumed_->received);
+  if (partial_) session().forgetPartial(partial_->path());
+  if (!partial_) resumed_.reset();
+  return std::nullopt;
+}
+
+std::vector<std::string> LinuxDownloadTask::requestFields() {
+  if (!resumed_) return {};
+  return {"Range: bytes=" + std::to_string(resumed_->received) + "-",
+          "If-Range: " + resumed_->validator.text()};
+}
+
+CurlTransfer::Verdict LinuxDownloadTask::acceptHead(const ResponseHead& head) {
+  return resumed_ ? acceptAnswerToResumption(head) : acceptFromStart(head);
+}
+
+CurlTransfer::Verdict LinuxDownloadTask::acceptAnswerToResumption(const ResponseHead& head) {
+  if (head.status == 206 && continuesPartial(head)) {
+    file_ = std::move(partial_);
+    continues_ = true;
+    total_ = head.contentRange()->total;
+    validator_ = resumed_->validator;
+    return Verdict::goOn;
+  }
+  if (head.status == 206 || head.status == 412 || head.status == 416) {
+    restarts_ = true;
+    return Verdict::stop;
+  }
+  // Another version, from its first byte. An answer that is no success leaves the bytes as they are.
+  if (head.isSuccess()) forgetPartial();
+  return acceptFromStart(head);
+}
+
+// The rest, all of it, and of the same version.
+bool LinuxDownloadTask::continuesPartial(const ResponseHead& head) const {
+  const auto range = head.contentRange();
+  if (head.isMultipart() || head.isEncoded() || !range || !range->total ||
+      range->first != resumed_->received || range->last + 1 != *range->total) {
+    return false;
+  }
+  if (resumed_->total && *resumed_->total != *range->total) return false;
+  if (head.bodyLength && *head.bodyLength != *range->total - range->first) return false;
+  return resumed_->validator.agreesWith(head);
+}
+
+CurlTransfer::Verdict LinuxDownloadTask::acceptFromStart(const ResponseHead& head) {
+  if (head.status == 206) return stopWith(badServerResponse("the server sent a part that nobody asked for"));
+  auto file = PartialFile::create(session().temporaryDirectory());
+  if (!file) return stopWith(file.error());
+  file_ = std::move(*file);
+  total_ = head.bodyLength;
+  validator_ = allowsResumption(head) ? Validator::of(head) : std::nullopt;
+  return Verdict::goOn;
+}
+
+CurlTransfer::Verdict LinuxDownloadTask::didReceiveBody(std::string_view bytes) {
+  if (total_ && file_->length() + static_cast<std::int64_t>(bytes.size()) > *total_) {
+    return stopWith(badServerResponse("the server sent more than it announced"));
+  }
+  if (auto written = file_->append(bytes); !written) return stopWith(written.error());
+  const auto now = CurlTransfer::Clock::now();
+  if (now - lastProgress_ >= progressInterval) postProgress(now);
+  return Verdict::goOn;
+}
+
+CurlTransfer::Verdict LinuxDownloadTask::stopWith(Error error) {
+  ownFailure_ = std::move(error);
+  return Verdict::stop;
+}
+
+void LinuxDownloadTask::succeed() {
+  if (continues_ && total_ != file_->length()) {
+    return breakOff({.code = CURLE_PARTIAL_FILE, .osErrno = 0, .words = "the transfer ended early"});
+  }
+  // After an error page or a refusal the earlier bytes can still be resumed.
+  if (partial_) session().keepPartial(std::exchange(partial_, nullptr)->path());
+  if (!file_) return endWith([this] { deliverRefusedRedirect(); });
+  if (progress_.written != file_->length()) postProgress(CurlTransfer::Clock::now());
+  const auto path = file_->path();
+  file_.reset();
+  endWith([this, path] { deliverFile(path); });
+}
+
+void LinuxDownloadTask::deliverFile(const Path& path) {
+  const auto delegate = session().delegate();
+  if (delegate) delegate->didFinishDownloadingTo(shared_from_this(), path);
+  unlink(path.c_str());
+  if (delegate) delegate->didCompleteWithError(shared_from_this(), std::nullopt);
+}
+
+// The redirect's own answer, without its body. A task that was cancelled too gets no file, because a process
+// that ends now would leave it behind.
+void LinuxDownloadTask::deliverRefusedRedirect() {
+  if (isCancelled()) return deliverError(cancelledError());
+  const auto file = PartialFile::create(session().temporaryDirectory());
+  if (!file) return deliverError(file.error());
+  deliverFile((*file)->path());
+}
+
+void LinuxDownloadTask::breakOff(const CurlFailure& failure) {
+  if (std::exchange(restarts_, false)) {
+    forgetPartial();
+    startRequest();
+    return;
+  }
+  if (ownFailure_) return endWith(std::move(*ownFailure_));
+  LinuxURLTask::breakOff(failure);
+}
+
+void LinuxDownloadTask::forgetPartial() {
+  resumed_.reset();
+  if (!partial_) return;
+  partial_->remove();
+  partial_.reset();
+}
+
+// What a later task can go on from: the bytes of this body, or else those that this task itself was given.
+std::optional<ResumeData> LinuxDownloadTask::resumable() const {
+  if (!file_ || !validator_ || file_->length() == 0) return partial_ ? resumed_ : std::nullopt;
+  return ResumeData{url_, file_->path(), *validator_, file_->length(), total_};
+}
+
+void LinuxDownloadTask::discard(Error& error) {
+  const bool isLost = error.code != URLErrorCode::cancelled && !ownFailure_;
+  const auto resume = isLost ? resumable() : std::nullopt;
+  if (resume) {
+    error.downloadResumeData = std::make_shared<const std::string>(resume->encode());
+    session().keepPartial(resume->partialFile);
+  }
+  for (auto* const file : {&file_, &partial_}) {
+    if (*file && !(resume && resume->partialFile == (*file)->path())) (*file)->remove();
+    file->reset();
+  }
+}
+
+void LinuxDownloadTask::deliverError(const Error& error) {
+  if (const auto delegate = session().delegate()) delegate->didCompleteWithError(shared_from_this(), error);
+}
+
+// One callback at a time is on its way, however many pieces arrive meanwhile.
+void LinuxDownloadTask::postProgress(CurlTransfer::Clock::time_point now) {
+  lastProgress_ = now;
+  {
+    const std::lock_guard guard{progress_.mutex};
+    progress_.written = file_->length();
+    progress_.expected = total_.value_or(-1);
+    if (std::exchange(progress_.isPosted, true)) return;
+  }
+  session().callbacks().async([self = shared_from_this(), this] { deliverProgress(); });
+}
+
+void LinuxDownloadTask::deliverProgress() {
+  std::int64_t written = 0;
+  std::int64_t expected = 0;
+  {
+    const std::lock_guard guard{progress_.mutex};
+    progress_.isPosted = false;
+    written = progress_.written;
+    expected = progress_.expected;
+  }
+  if (const auto delegate = session().delegate())
+    delegate->didWriteData(shared_from_this(), written, expected);
+}
+
+}  // namespace installer

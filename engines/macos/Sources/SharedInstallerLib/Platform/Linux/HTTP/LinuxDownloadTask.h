@@ -1,0 +1,66 @@
+// A task whose body is streamed to a file, and which can go on from where an earlier one broke off.
+//
+// Bytes of two versions are never joined: unless the answer to the request for the rest proves that it is the
+// rest, the download starts again from its first byte, once.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "Platform/Linux/HTTP/LinuxURLTask.h"
+#include "Platform/Linux/HTTP/PartialFile.h"
+#include "Platform/Linux/HTTP/ResumeData.h"
+#include "Platform/Linux/HTTP/Validator.h"
+
+namespace installer {
+
+class LinuxDownloadTask : public LinuxURLTask {
+ public:
+  LinuxDownloadTask(const std::shared_ptr<URLSessionCore>& session, const URL& url);
+  // Invalid resume data gives a task that fails at once.
+  LinuxDownloadTask(const std::shared_ptr<URLSessionCore>& session, const std::string& resumeData);
+
+ private:
+  const URL url_;                         // before redirects
+  const bool isGarbage_ = false;          // the resume data couldn't be read
+  std::optional<ResumeData> resumed_;     // while the download may still go on from it
+  std::unique_ptr<PartialFile> partial_;  // the file of `resumed_`
+  std::unique_ptr<PartialFile> file_;     // where the body goes
+  bool continues_ = false;                // `file_` is the partial one, and the body is the rest of it
+  std::optional<std::int64_t> total_;
+  std::optional<Validator> validator_;  // of the body in `file_`
+  std::optional<Error> ownFailure_;     // why this task stopped the transfer
+  bool restarts_ = false;               // the transfer was stopped to start afresh
+
+  CurlTransfer::Clock::time_point lastProgress_;  // when a callback was last posted
+
+  struct Progress {
+    std::mutex mutex;
+    std::int64_t written = 0;
+    std::int64_t expected = -1;
+    bool isPosted = false;  // a callback is on its way and will see the latest figures
+  } progress_;
+
+  std::optional<Error> prepare() override;
+  std::vector<std::string> requestFields() override;
+  Verdict acceptHead(const ResponseHead& head) override;
+  Verdict didReceiveBody(std::string_view bytes) override;
+  void succeed() override;
+  void breakOff(const CurlFailure& failure) override;
+  void deliverError(const Error& error) override;
+  void discard(Error& error) override;
+
+  Verdict acceptAnswerToResumption(const ResponseHead& head);
+  Verdict acceptFromStart(const ResponseHead& head);
+  bool continuesPartial(const ResponseHead& head) const;
+  void forgetPartial();
+  Verdict stopWith(Error error);
+  std::optional<ResumeData> resumable() const;
+  void deliverFile(const Path& path);
+  void deliverRefusedRedirect();
+  void postProgress(CurlTransfer::Clock::time_point now);
+  void deliverProgress();
+};
+
+}  // namespace installer

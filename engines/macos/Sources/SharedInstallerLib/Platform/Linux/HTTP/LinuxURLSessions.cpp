@@ -1,0 +1,102 @@
+#include "Platform/Linux/HTTP/LinuxURLSessions.h"
+
+#include <algorithm>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "Base/POSIX/LinuxHostSettings.h"
+#include "Platform/Linux/HTTP/CurlEngine.h"
+#include "Platform/Linux/HTTP/LinuxDataTask.h"
+#include "Platform/Linux/HTTP/LinuxDownloadTask.h"
+#include "Platform/Linux/HTTP/PartialFile.h"
+#include "Platform/Linux/HTTP/URLSessionCore.h"
+
+namespace installer {
+
+namespace {
+
+class LinuxURLSession : public URLSession {
+ public:
+  explicit LinuxURLSession(std::shared_ptr<URLSessionCore> core) : core_{std::move(core)} {}
+  ~LinuxURLSession() override { core_->invalidate(URLSessionCore::Running::finish); }
+  LinuxURLSession(const LinuxURLSession&) = delete;
+  LinuxURLSession& operator=(const LinuxURLSession&) = delete;
+
+  std::shared_ptr<URLSessionTask> dataTask(const URLRequest& request,
+                                           DataTaskCompletion completion) override {
+    return std::make_shared<LinuxDataTask>(core_, request, std::move(completion));
+  }
+  std::shared_ptr<URLSessionTask> downloadTask(const URL& url) override {
+    return std::make_shared<LinuxDownloadTask>(core_, url);
+  }
+  std::shared_ptr<URLSessionTask> downloadTaskWithResumeData(const std::string& resumeData) override {
+    return std::make_shared<LinuxDownloadTask>(core_, resumeData);
+  }
+  void finishTasksAndInvalidate() override { core_->invalidate(URLSessionCore::Running::finish); }
+  void invalidateAndCancel() override { core_->invalidate(URLSessionCore::Running::cancel); }
+
+ private:
+  std::shared_ptr<URLSessionCore> core_;
+};
+
+// Destruction cancels what still runs and waits for the callbacks.
+class LinuxURLSessions : public URLSessions {
+ public:
+  explicit LinuxURLSessions(const LinuxHostSettings& settings)
+      : configuration_{settings.temporaryDirectory(), settings.requestTimeout}, engine_{settings} {
+    PartialFile::removeOrphans(configuration_.temporaryDirectory);
+  }
+  ~LinuxURLSessions() override;
+  LinuxURLSessions(const LinuxURLSessions&) = delete;
+  LinuxURLSessions& operator=(const LinuxURLSessions&) = delete;
+
+  std::shared_ptr<URLSession> shared() override;
+  std::shared_ptr<URLSession> make(std::shared_ptr<URLSessionDelegate> delegate) override;
+
+ private:
+  const URLSessionCore::Configuration configuration_;
+  CurlEngine engine_;
+
+  std::mutex mutex_;
+  std::shared_ptr<URLSession> shared_;
+  std::vector<std::weak_ptr<URLSessionCore>> cores_;
+};
+
+LinuxURLSessions::~LinuxURLSessions() {
+  for (const auto& weakly : cores_) {
+    const auto core = weakly.lock();
+    if (!core) continue;
+    core->invalidate(URLSessionCore::Running::cancel);
+    core->drain();
+  }
+}
+
+std::shared_ptr<URLSession> LinuxURLSessions::shared() {
+  {
+    const std::lock_guard guard{mutex_};
+    if (shared_) return shared_;
+  }
+  auto session = make(nullptr);
+  const std::lock_guard guard{mutex_};
+  if (!shared_) shared_ = std::move(session);
+  return shared_;
+}
+
+std::shared_ptr<URLSession> LinuxURLSessions::make(std::shared_ptr<URLSessionDelegate> delegate) {
+  auto core = std::make_shared<URLSessionCore>(engine_, configuration_, std::move(delegate));
+  {
+    const std::lock_guard guard{mutex_};
+    std::erase_if(cores_, [](const auto& weakly) { return weakly.expired(); });
+    cores_.push_back(core);
+  }
+  return std::make_shared<LinuxURLSession>(std::move(core));
+}
+
+}  // namespace
+
+std::unique_ptr<URLSessions> makeLinuxURLSessions(const LinuxHostSettings& settings) {
+  return std::make_unique<LinuxURLSessions>(settings);
+}
+
+}  // namespace installer

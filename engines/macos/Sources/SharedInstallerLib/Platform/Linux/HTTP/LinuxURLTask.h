@@ -1,0 +1,87 @@
+// A task of a session on this host: from its `resume` through redirects to its one end.
+//
+// The seam's operations may come from any thread; all else happens on the engine's thread, and every callback
+// to the outside on the session's queue.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Platform/Linux/HTTP/CurlTransfer.h"
+#include "Platform/Linux/HTTP/URLSessionCore.h"
+#include "Platform/URLSession.h"
+
+namespace installer {
+
+class LinuxURLTask : public URLSessionTask,
+                     public CurlTransfer::Client,
+                     public std::enable_shared_from_this<LinuxURLTask> {
+ public:
+  using Verdict = CurlTransfer::Verdict;
+
+  LinuxURLTask(std::shared_ptr<URLSessionCore> session, URLRequest request);
+
+  int taskIdentifier() const override { return taskIdentifier_; }
+  void resume() override;
+  void cancel() override;
+  std::optional<HTTPURLResponse> response() const override;
+
+ protected:
+  URLSessionCore& session() { return *session_; }
+  const URLRequest& request() const { return request_; }  // the current one, after redirects
+
+  // Puts off the first request; an error ends the task instead.
+  virtual std::optional<Error> prepare() { return std::nullopt; }
+  // Header fields besides the usual ones, asked before each request.
+  virtual std::vector<std::string> requestFields() { return {}; }
+  // The head of an answer that is no redirect to be followed.
+  virtual Verdict acceptHead(const ResponseHead& head) = 0;
+  // A whole body has arrived; or the answer is a redirect that was refused, and no head was accepted.
+  virtual void succeed() = 0;
+  // The transfer broke off. By default the task ends with that.
+  virtual void breakOff(const CurlFailure& failure);
+
+  // Engine's thread: asks again at the current place.
+  void startRequest();
+  // The end. Both do nothing after the first. `deliver` runs on the session's queue.
+  void endWith(Error error);
+  void endWith(Work deliver);
+  bool isCancelled() const { return isCancelRequested_; }
+  // Tells the outside of an error; runs on the session's queue.
+  virtual void deliverError(const Error& error) = 0;
+  // What a failed or cancelled task leaves behind.
+  virtual void discard(Error& /*error*/) {}
+
+ private:
+  const std::shared_ptr<URLSessionCore> session_;
+  const int taskIdentifier_;
+  const bool wasMadeTooLate_;  // by an invalidated session
+  URLRequest request_;
+
+  std::atomic<bool> isResumed_{false};
+  std::atomic<bool> isCancelRequested_{false};
+
+  CurlTransfer* transfer_ = nullptr;
+  bool hasEnded_ = false;
+  std::optional<URLRequest> redirect_;  // where the answer that has arrived points to
+  int redirectCount_ = 0;
+
+  mutable std::mutex responseMutex_;
+  std::optional<HTTPURLResponse> response_;
+
+  Verdict didReceiveHead(const ResponseHead& head) final;
+  void didEnd(const CurlFailure& failure) final;
+
+  void start();
+  void setResponse(std::optional<HTTPURLResponse> response);
+  bool endsBecauseCancelled();
+  void askAboutRedirect();
+  void decided(std::optional<URLRequest> follow);
+};
+
+}  // namespace installer

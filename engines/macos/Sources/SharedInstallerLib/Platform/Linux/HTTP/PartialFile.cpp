@@ -1,0 +1,106 @@
+#include "Platform/Linux/HTTP/PartialFile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <fmt/format.h>
+#include <string>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Base/POSIX/FileErrors.h"
+#include "Platform/Linux/HTTP/CurlErrors.h"
+
+namespace installer {
+
+namespace {
+
+// kelo-download-{pid}-{six characters}.part
+constexpr std::string_view prefix = "kelo-download-";
+constexpr std::string_view suffix = ".part";
+constexpr std::size_t randomLength = 6;
+
+// The process that made a file of that name; absent for any other name.
+std::optional<pid_t> makerOf(std::string_view name) {
+  if (!name.starts_with(prefix) || !name.ends_with(suffix)) return std::nullopt;
+  pid_t maker = 0;
+  const auto* const end = name.data() + name.size() - suffix.size();
+  const auto [stop, error] = std::from_chars(name.data() + prefix.size(), end, maker);
+  const std::string_view rest{stop, static_cast<std::size_t>(end - stop)};
+  if (error != std::errc{} || maker <= 0 || rest.size() != randomLength + 1 || rest.front() != '-') {
+    return std::nullopt;
+  }
+  const bool isPlain =
+      std::ranges::all_of(rest.substr(1), [](unsigned char c) { return std::isalnum(c) != 0; });
+  return isPlain ? std::optional{maker} : std::nullopt;
+}
+
+bool isGone(pid_t process) {
+  return kill(process, 0) != 0 && errno == ESRCH;
+}
+
+bool isOurPlainFile(int descriptor, std::int64_t length) {
+  struct stat status{};
+  return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid() &&
+         status.st_nlink == 1 && status.st_size >= length;
+}
+
+}  // namespace
+
+Result<std::unique_ptr<PartialFile>> PartialFile::create(const Path& folder) {
+  auto path = joined(folder, fmt::format("{}{}-XXXXXX{}", prefix, getpid(), suffix));
+  const int descriptor = mkostemps(path.data(), static_cast<int>(suffix.size()), O_CLOEXEC);
+  if (descriptor < 0) {
+    return std::unexpected(
+        urlError(URLErrorCode::cannotCreateFile,
+                 fmt::format("cannot create a temporary file in {}: {}", folder, errnoText(errno))));
+  }
+  flock(descriptor, LOCK_EX | LOCK_NB);
+  return std::unique_ptr<PartialFile>{new PartialFile{descriptor, std::move(path), 0}};
+}
+
+std::unique_ptr<PartialFile> PartialFile::reopen(const Path& folder, const Path& path, std::int64_t length) {
+  if (parentFolder(path) != folder || !makerOf(lastPathComponent(path))) return nullptr;
+  const int descriptor = open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+  if (descriptor < 0) return nullptr;
+  std::unique_ptr<PartialFile> file{new PartialFile{descriptor, path, length}};
+  if (!isOurPlainFile(descriptor, length) || flock(descriptor, LOCK_EX | LOCK_NB) != 0) return nullptr;
+  if (ftruncate(descriptor, length) != 0 || lseek(descriptor, length, SEEK_SET) != length) return nullptr;
+  return file;
+}
+
+void PartialFile::removeOrphans(const Path& folder) {
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator{folder, error}) {
+    const auto maker = makerOf(entry.path().filename().string());
+    if (maker && isGone(*maker)) unlink(entry.path().c_str());
+  }
+}
+
+PartialFile::~PartialFile() {
+  close(descriptor_);
+}
+
+Result<> PartialFile::append(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const auto written = write(descriptor_, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) {
+      return std::unexpected(urlError(URLErrorCode::cannotWriteToFile,
+                                      fmt::format("cannot write to {}: {}", path_, errnoText(errno))));
+    }
+    length_ += written;
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return {};
+}
+
+void PartialFile::remove() {
+  unlink(path_.c_str());
+}
+
+}  // namespace installer

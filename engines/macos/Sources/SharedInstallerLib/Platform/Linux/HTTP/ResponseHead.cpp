@@ -1,0 +1,106 @@
+#include "Platform/Linux/HTTP/ResponseHead.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <charconv>
+#include <curl/curl.h>
+#include <memory>
+
+namespace installer {
+
+namespace {
+
+std::string_view trimmed(std::string_view text) {
+  constexpr std::string_view blanks = " \t\r\n";
+  const auto first = text.find_first_not_of(blanks);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+std::string inLowerCase(std::string_view text) {
+  std::string lower{text};
+  std::ranges::transform(lower, lower.begin(),
+                         [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return lower;
+}
+
+std::optional<std::int64_t> number(std::string_view text) {
+  std::int64_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc{} || end != text.data() + text.size() || value < 0) return std::nullopt;
+  return value;
+}
+
+// A scheme makes a reference absolute; libcurl takes "data:x" for a path below the base.
+bool isAbsoluteWithoutHost(std::string_view location) {
+  const auto colon = location.find(':');
+  return colon < location.find_first_of("/?#") && !location.substr(colon).starts_with("://");
+}
+
+// `location` as a browser reads it from a page at `base`.
+std::optional<std::string> resolved(const std::string& base, const std::string& location) {
+  if (isAbsoluteWithoutHost(location)) return std::nullopt;
+  const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url{curl_url(), &curl_url_cleanup};
+  constexpr unsigned anyScheme = CURLU_NON_SUPPORT_SCHEME;
+  if (curl_url_set(url.get(), CURLUPART_URL, base.c_str(), anyScheme) != CURLUE_OK) return std::nullopt;
+  if (curl_url_set(url.get(), CURLUPART_URL, location.c_str(), anyScheme | CURLU_URLENCODE) != CURLUE_OK) {
+    return std::nullopt;
+  }
+  char* text = nullptr;
+  if (curl_url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) return std::nullopt;
+  std::string result{text};
+  curl_free(text);
+  return result;
+}
+
+}  // namespace
+
+void ResponseHead::addField(std::string_view name, std::string_view value) {
+  const auto [entry, isNew] = fields_.try_emplace(inLowerCase(name), value);
+  if (!isNew && entry->first == "content-length" && entry->second != value) contradictsItself_ = true;
+  entry->second = value;
+}
+
+const std::string* ResponseHead::field(std::string_view name) const {
+  const auto entry = fields_.find(name);
+  return entry == fields_.end() ? nullptr : &entry->second;
+}
+
+bool ResponseHead::isMultipart() const {
+  const auto* const type = field("content-type");
+  return type != nullptr && inLowerCase(*type).starts_with("multipart/");
+}
+
+bool ResponseHead::isEncoded() const {
+  static constexpr std::array decoded{"gzip", "x-gzip", "deflate", "br"};
+  const auto* const encoding = field("content-encoding");
+  return encoding != nullptr && std::ranges::find(decoded, inLowerCase(*encoding)) != decoded.end();
+}
+
+std::optional<ContentRange> ResponseHead::contentRange() const {
+  const auto* const text = field("content-range");
+  if (text == nullptr || !text->starts_with("bytes ")) return std::nullopt;
+  const auto range = trimmed(std::string_view{*text}.substr(6));
+  const auto dash = range.find('-');
+  const auto slash = range.find('/');
+  if (dash == std::string_view::npos || slash == std::string_view::npos || dash > slash) return std::nullopt;
+  const auto first = number(range.substr(0, dash));
+  const auto last = number(range.substr(dash + 1, slash - dash - 1));
+  if (!first || !last || *last < *first) return std::nullopt;
+  if (range.substr(slash + 1) == "*") return ContentRange{*first, *last, std::nullopt};
+  const auto total = number(range.substr(slash + 1));
+  if (!total || *total <= *last) return std::nullopt;
+  return ContentRange{*first, *last, total};
+}
+
+std::optional<URL> ResponseHead::redirectTarget() const {
+  static constexpr std::array redirects{301, 302, 303, 307, 308};
+  if (std::ranges::find(redirects, status) == redirects.end()) return std::nullopt;
+  const auto* const location = field("location");
+  if (location == nullptr) return std::nullopt;
+  const auto absolute = resolved(url.absoluteString(), *location);
+  return URL::parse(absolute.value_or("")).value_or(URL{});
+}
+
+}  // namespace installer

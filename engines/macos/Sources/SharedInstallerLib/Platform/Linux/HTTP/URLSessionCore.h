@@ -1,0 +1,74 @@
+// What a session shares with its tasks. Any thread.
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <vector>
+
+#include "Platform/Linux/Dispatch/CallbackQueue.h"
+#include "Platform/Linux/HTTP/CurlEngine.h"
+#include "Platform/URLSession.h"
+
+namespace installer {
+
+class LinuxURLTask;
+
+class URLSessionCore : public std::enable_shared_from_this<URLSessionCore> {
+ public:
+  // What the sessions of a process have in common.
+  struct Configuration {
+    Path temporaryDirectory;
+    Duration requestTimeout;  // of silence, for requests that don't bring their own
+  };
+
+  URLSessionCore(CurlEngine& engine, Configuration configuration,
+                 std::shared_ptr<URLSessionDelegate> delegate);
+  ~URLSessionCore();
+  URLSessionCore(const URLSessionCore&) = delete;
+  URLSessionCore& operator=(const URLSessionCore&) = delete;
+
+  CurlEngine& engine() { return engine_; }
+  CallbackQueue& callbacks() { return callbacks_; }
+  const Path& temporaryDirectory() const { return configuration_.temporaryDirectory; }
+  Duration requestTimeout() const { return configuration_.requestTimeout; }
+
+  int nextTaskIdentifier() { return ++lastTaskIdentifier_; }
+  // Null without one, and once the session has let go of it.
+  std::shared_ptr<URLSessionDelegate> delegate();
+
+  enum class Running { finish, cancel };
+  void invalidate(Running running);
+  bool isInvalidated();
+  bool isCancelled();  // invalidated with `Running::cancel`
+
+  // Returns when what was posted to the engine and then to the callbacks has run.
+  void drain();
+
+  // A task counts from its `resume` to its last callback.
+  void taskStarted(const std::shared_ptr<LinuxURLTask>& task);
+  void taskEnded(const std::shared_ptr<LinuxURLTask>& task);
+
+  // Partial files that wait for a resumed download. They go when the session is invalidated.
+  void keepPartial(const Path& path);
+  void forgetPartial(const Path& path);
+
+ private:
+  CurlEngine& engine_;
+  const Configuration configuration_;
+  std::atomic<int> lastTaskIdentifier_{0};
+
+  std::mutex mutex_;
+  std::shared_ptr<URLSessionDelegate> delegate_;
+  bool isInvalidated_ = false;
+  bool isCancelled_ = false;
+  std::set<std::shared_ptr<LinuxURLTask>> running_;
+  std::set<Path> partials_;
+
+  CallbackQueue callbacks_;
+
+  void releaseDelegateIfDone();
+};
+
+}  // namespace installer

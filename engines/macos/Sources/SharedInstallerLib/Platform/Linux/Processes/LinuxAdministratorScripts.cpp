@@ -1,0 +1,87 @@
+#include "Platform/Linux/Processes/LinuxAdministratorScripts.h"
+
+#include <nlohmann/json.hpp>
+#include <string_view>
+
+#include "Platform/Linux/Processes/PrivilegedShell.h"
+
+namespace installer {
+
+namespace {
+
+constexpr std::string_view handlerSource =
+    "on runCommand(cmd)\n    do shell script cmd with administrator privileges\nend runCommand";
+constexpr std::string_view handlerName = "runCommand";
+constexpr std::string_view statementStart = "do shell script \"";
+constexpr std::string_view statementEnd = "\" with administrator privileges";
+constexpr int noSuchHandler = -1708;  // "event not handled"
+
+// The text of a string literal without its quotes; absent when the literal ends early or escapes anything
+// but a quote or a backslash.
+std::optional<std::string> unescaped(std::string_view literal) {
+  std::string text;
+  for (std::size_t at = 0; at < literal.size(); ++at) {
+    if (literal[at] == '"') return std::nullopt;
+    if (literal[at] == '\\' && (++at == literal.size() || (literal[at] != '"' && literal[at] != '\\'))) {
+      return std::nullopt;
+    }
+    text += literal[at];
+  }
+  return text;
+}
+
+// The command of the one-statement source; absent when `source` isn't one.
+std::optional<std::string> statementCommand(std::string_view source) {
+  if (!source.starts_with(statementStart)) return std::nullopt;
+  source.remove_prefix(statementStart.size());
+  if (!source.ends_with(statementEnd)) return std::nullopt;
+  source.remove_suffix(statementEnd.size());
+  return unescaped(source);
+}
+
+// Programs print what they like; the dictionary is text that can be written as JSON.
+Json readableText(const std::string& bytes) {
+  return Json::parse(Json(bytes).dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+Json errorDictionary(int number, const std::string& message) {
+  return {{AdministratorScript::errorNumberKey, number},
+          {"NSAppleScriptErrorMessage", readableText(message)}};
+}
+
+class LinuxAdministratorScript : public AdministratorScript {
+ public:
+  // Without a `statement` it is the script with the handler.
+  LinuxAdministratorScript(const AdministratorPrompt& prompt, std::optional<std::string> statement)
+      : shell_{prompt}, statement_{std::move(statement)} {}
+
+  std::expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
+                                                                 const std::string& argument) override {
+    if (statement_ || name != handlerName) return errorDictionary(noSuchHandler, "There is no such handler");
+    return run(argument);
+  }
+
+  // A script of handlers alone has nothing to execute, and that is no error.
+  ScriptErrorDictionary execute() override { return statement_ ? run(*statement_) : std::nullopt; }
+
+ private:
+  PrivilegedShell shell_;
+  std::optional<std::string> statement_;
+
+  ScriptErrorDictionary run(const std::string& command) {
+    const auto failed = shell_.run(command);
+    if (!failed) return std::nullopt;
+    return errorDictionary(failed->dismissed ? userCancelled : failed->number, failed->message);
+  }
+};
+
+}  // namespace
+
+std::unique_ptr<AdministratorScript> LinuxAdministratorScripts::make(const std::string& source) {
+  if (source == handlerSource) return std::make_unique<LinuxAdministratorScript>(prompt_, std::nullopt);
+  auto command = statementCommand(source);
+  if (!command) return nullptr;
+  return std::make_unique<LinuxAdministratorScript>(prompt_, std::move(command));
+}
+
+}  // namespace installer

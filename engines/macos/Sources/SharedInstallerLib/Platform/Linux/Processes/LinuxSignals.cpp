@@ -1,0 +1,55 @@
+#include "Platform/Linux/Processes/LinuxSignals.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include "Platform/Linux/Dispatch/LinuxDispatch.h"
+
+namespace installer {
+
+namespace {
+
+constexpr std::array requests{SIGINT, SIGTERM, SIGHUP};
+
+int event = -1;  // made before the first signal can arrive, and open for good
+
+// The first request is told to the main queue. From then on each of them has its usual effect, so that the
+// second ends the process even if the main queue is never served again.
+void onRequest(int) {
+  const int kept = errno;
+  for (const int signal : requests) {
+    struct sigaction current{};
+    ::sigaction(signal, nullptr, &current);
+    if (current.sa_handler == onRequest) ::signal(signal, SIG_DFL);
+  }
+  const std::uint64_t one = 1;
+  (void)!::write(event, &one, sizeof one);
+  errno = kept;
+}
+
+}  // namespace
+
+void LinuxSignals::onTerminationRequest(Work handler) {
+  if (event < 0) event = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  // The event is taken back, so that a later caller starts from nothing.
+  dispatch_.asyncMainWhenReadable(event, [handler = std::move(handler)] {
+    std::uint64_t count = 0;
+    (void)!::read(event, &count, sizeof count);
+    handler();
+  });
+  for (const int signal : requests) {
+    struct sigaction current{};
+    ::sigaction(signal, nullptr, &current);
+    if (current.sa_handler == SIG_IGN) continue;
+    struct sigaction action{};
+    action.sa_handler = onRequest;
+    action.sa_flags = SA_RESTART;
+    ::sigaction(signal, &action, nullptr);
+  }
+}
+
+}  // namespace installer

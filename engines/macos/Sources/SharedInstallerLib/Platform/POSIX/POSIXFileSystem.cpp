@@ -1,0 +1,32 @@
+#include "Platform/POSIX/POSIXFileSystem.h"
+
+#include <cerrno>
+#include <fcntl.h>
+
+#include "Base/POSIX/FileErrors.h"
+#include "Base/POSIX/FileTree.h"
+#include "Base/POSIX/VolumeCalls.h"
+
+namespace installer {
+
+FileIdentity identityOf(const struct stat& status) {
+  return {.volume = static_cast<std::uint64_t>(status.st_dev),
+          .number = static_cast<std::uint64_t>(status.st_ino)};
+}
+
+Result<> moveByRename(FileSystem& files, const Path& source, const Path& destination) {
+  constexpr auto moved = "moved";
+  const auto from = usablePath(source);
+  if (!from) return fileFailure(FileAccess::write, errno, source, moved);
+  const auto to = usablePath(destination);
+  if (!to) return fileFailure(FileAccess::write, errno, destination, moved);
+  if (renameWithoutReplacing(AT_FDCWD, from->c_str(), AT_FDCWD, to->c_str())) return {};
+  if (errno != EXDEV) {
+    return fileFailure(FileAccess::write, errno, errno == EEXIST ? destination : source, moved);
+  }
+  if (auto made = files.copyItem(source, destination); !made) return made;
+  // The copy is whole and stays even if the original can't be removed entirely: it may be all there is.
+  return files.removeItem(source);
+}
+
+}  // namespace installer

@@ -1,0 +1,15 @@
+// What the file systems of both hosts share.
+#pragma once
+
+#include <sys/stat.h>
+
+#include "Platform/FileSystem.h"
+
+namespace installer {
+
+FileIdentity identityOf(const struct stat& status);
+
+// `FileSystem::moveItem` by a rename. Across volumes `files` copies and then removes.
+Result<> moveByRename(FileSystem& files, const Path& source, const Path& destination);
+
+}  // namespace installer
