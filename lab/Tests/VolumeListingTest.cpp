@@ -6,7 +6,7 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr const char* sample = R"(
+constexpr const char* sampleFolder = R"(
 Listing archive: image.dmg
 
 --
@@ -41,7 +41,7 @@ ListedItem file(const std::string& path, std::uint64_t size) {
 }
 
 TEST(VolumeListing, TellsFormatFoldersAndSizes) {
-  const auto listing = parseListing(sample);
+  const auto listing = parseListing(sampleFolder);
   ASSERT_TRUE(listing) << listing.error();
   EXPECT_EQ(listing->format, VolumeFormat::hfs);
   ASSERT_EQ(listing->items.size(), 2U);

@@ -3,7 +3,7 @@
 namespace lab {
 namespace {
 
-constexpr std::uint32_t magic = 0x6d697368;  // "mish"
+constexpr std::uint32_t kMish = 0x6d697368;  // "mish"
 constexpr std::size_t headerSize = 204;
 constexpr std::size_t runSize = 40;
 constexpr std::uint32_t zlibRun = 0x80000005;
@@ -22,7 +22,7 @@ void storeRun(std::uint8_t* to, std::uint32_t type, const BlockRun& run) {
 Bytes BlockTable::bytes(std::uint32_t number) const {
   Bytes table(headerSize + (runs.size() + 1) * runSize);
   std::uint8_t* at = table.data();
-  storeBig<std::uint32_t>(at, magic);
+  storeBig<std::uint32_t>(at, kMish);
   storeBig<std::uint32_t>(at + 4, 1);
   storeBig(at + 8, firstSector);
   storeBig(at + 16, sectorCount);

@@ -5,7 +5,7 @@
 namespace lab {
 namespace {
 
-constexpr std::uint32_t magic = 0x6b6f6c79;  // "koly"
+constexpr std::uint32_t kKoly = 0x6b6f6c79;  // "koly"
 constexpr std::uint32_t crc32Type = 2;
 
 void storeChecksum(std::uint8_t* to, std::uint32_t crc) {
@@ -23,7 +23,7 @@ bool inside(std::uint64_t offset, std::uint64_t length, std::uint64_t end) {
 UDIFTrailer::Block UDIFTrailer::bytes() const {
   Block block{};
   std::uint8_t* at = block.data();
-  storeBig<std::uint32_t>(at, magic);
+  storeBig<std::uint32_t>(at, kKoly);
   storeBig<std::uint32_t>(at + 4, 4);
   storeBig<std::uint32_t>(at + 8, size);
   storeBig<std::uint32_t>(at + 12, 1);  // flattened: everything is in this one file
@@ -45,7 +45,7 @@ UDIFTrailer::Block UDIFTrailer::bytes() const {
 
 OrReason<UDIFTrailer> UDIFTrailer::parse(const Block& block, std::uint64_t fileSize) {
   const std::uint8_t* at = block.data();
-  if (fileSize < size || loadBig<std::uint32_t>(at) != magic) return because("it has no UDIF trailer");
+  if (fileSize < size || loadBig<std::uint32_t>(at) != kKoly) return because("it has no UDIF trailer");
   if (loadBig<std::uint32_t>(at + 4) != 4 || loadBig<std::uint32_t>(at + 8) != size) {
     return because("its UDIF trailer is of an unknown version");
   }

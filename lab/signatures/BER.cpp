@@ -7,16 +7,16 @@ namespace lab {
 
 namespace {
 
-constexpr int kDeepest = 32;
+constexpr int kDeepestElement = 32;
 // A signature with a timestamp and five certificates has about a thousand.
 constexpr std::size_t kMostElements = 20000;
 
-class Reader {
+class ElementReader {
  public:
-  explicit Reader(ByteView bytes) : bytes_(bytes) {}
+  explicit ElementReader(ByteView bytes) : bytes_(bytes) {}
 
   Outcome<BERElement> element(std::size_t end, int depth) {
-    if (depth > kDeepest) return refuse("signed data is nested too deeply");
+    if (depth > kDeepestElement) return refuse("signed data is nested too deeply");
     if (++count_ > kMostElements) return refuse("signed data has too many elements");
     const std::size_t begin = at_;
     BERElement element;
@@ -93,7 +93,7 @@ int digits(std::string_view text, std::size_t from, std::size_t count) {
 }  // namespace
 
 Outcome<BERElement> readBER(ByteView bytes) {
-  return Reader(bytes).element(bytes.size(), 0);
+  return ElementReader(bytes).element(bytes.size(), 0);
 }
 
 std::optional<std::string> objectIdentifierText(ByteView content) {

@@ -11,8 +11,8 @@ namespace lab {
 namespace {
 
 constexpr int kMostStates = 4000;
-constexpr std::size_t kLongest = 1024;
-constexpr int kDeepest = 32;
+constexpr std::size_t kLongestPattern = 1024;
+constexpr int kDeepestGroup = 32;
 constexpr unsigned kMostRepeats = 255;
 
 // Writes an expression for RE2, and refuses what RE2 takes in another sense than POSIX, or more of than is
@@ -29,7 +29,7 @@ class Translation {
       if (repeats && isRepeated) return refuse("repeated repetition");
       isRepeated = repeats;
       depth_ += c == '(' ? 1 : c == ')' ? -1 : 0;
-      if (depth_ > kDeepest) return refuse("nested too deeply");
+      if (depth_ > kDeepestGroup) return refuse("nested too deeply");
       if (c == '{' && !braces()) return refuse("malformed or too large repetition");
       if (c == '[' && !bracket()) return refuse("malformed bracket");
       if (c == '\\' && !escape()) return refuse("malformed escape");
@@ -107,7 +107,7 @@ RE2::Options options() {
 }  // namespace
 
 Outcome<Pattern> Pattern::compile(std::string_view expression) {
-  if (expression.size() > kLongest) return refuse("regular expression is too long");
+  if (expression.size() > kLongestPattern) return refuse("regular expression is too long");
   const auto where = fmt::format("regular expression \"{}\"", printable(expression));
   const auto translated = Translation(expression).run();
   if (!translated) return handOn(translated, where);

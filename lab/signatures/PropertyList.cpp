@@ -9,7 +9,7 @@ namespace lab {
 
 namespace {
 
-constexpr int kDeepest = 64;
+constexpr int kDeepestContainer = 64;
 constexpr std::size_t kLargest = std::size_t{64} << 20U;
 // Of one dictionary: more files than any bundle seals.
 constexpr std::size_t kMostKeys = 250'000;
@@ -47,7 +47,7 @@ class BinaryCensus {
   // Values below the object and itself; anything malformed, cyclic or too deep counts as beyond the limit.
   std::uint64_t unfolded(std::uint64_t object, int depth) {
     const std::uint64_t beyond = limit() + 1;
-    if (object >= count_ || depth > kDeepest) return beyond;
+    if (object >= count_ || depth > kDeepestContainer) return beyond;
     const auto [known, isNew] = sums_.emplace(object, beyond);  // met again below itself: a cycle
     if (!isNew) return known->second;
     const auto at = number(tableAt_ + object * offsetSize_, offsetSize_);
@@ -112,7 +112,7 @@ class XMLCensus {
       if (isData) textLength_ += tag.size();
       if (isComment || isData) continue;  // a text goes on behind these
       addTag(tag);
-      if (keys_.size() > kDeepest + 1 || hasTooManyKeys_ || moves_ > mostMoves_) return false;
+      if (keys_.size() > kDeepestContainer + 1 || hasTooManyKeys_ || moves_ > mostMoves_) return false;
     }
   }
 

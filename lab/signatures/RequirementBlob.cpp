@@ -11,7 +11,7 @@ namespace lab {
 
 namespace {
 
-constexpr int kDeepest = 128;
+constexpr int kDeepestExpression = 128;
 constexpr std::uint32_t kExpressionKind = 1;
 
 enum Opcode : std::uint32_t {
@@ -54,9 +54,9 @@ bool takesValue(MatchKind kind) {
   return kind != MatchKind::exists && kind != MatchKind::absent;
 }
 
-class Reader {
+class BlobReader {
  public:
-  explicit Reader(ByteView expression) : expression_(expression) {}
+  explicit BlobReader(ByteView expression) : expression_(expression) {}
 
   Outcome<Requirement> read() {
     auto requirement = expression(0);
@@ -97,7 +97,7 @@ class Reader {
   }
 
   Outcome<Requirement> expression(int depth) {
-    if (depth > kDeepest) return refuse("compiled requirement is nested too deeply");
+    if (depth > kDeepestExpression) return refuse("compiled requirement is nested too deeply");
     const auto opcode = number();
     if (!opcode) return handOn(opcode);
     using enum Requirement::Kind;
@@ -109,12 +109,12 @@ class Reader {
       case opTrustedCertificates: return notJudgeableHere("trusted");
       case opIdentifier: return withText(identifier);
       case opCDHash: return withHash(simple(cdhash));
-      case opAnchorHash: return withSlot(certificateHash, &Reader::withHash);
+      case opAnchorHash: return withSlot(certificateHash, &BlobReader::withHash);
       case opInfoValue: return infoValue();
       case opInfo: return withKey(simple(info));
       case opEntitlement: return withKey(simple(entitlement));
-      case opCertificateField: return withSlot(certificateField, &Reader::withField);
-      case opCertificateExtension: return withSlot(certificateExtension, &Reader::withExtension);
+      case opCertificateField: return withSlot(certificateField, &BlobReader::withField);
+      case opCertificateExtension: return withSlot(certificateExtension, &BlobReader::withExtension);
       case opTrustedCertificate: return trustedCertificate();
       case opAnd: return withOperands(conjunction, 2, depth);
       case opOr: return withOperands(disjunction, 2, depth);
@@ -156,7 +156,8 @@ class Reader {
     return requirement;
   }
 
-  Outcome<Requirement> withSlot(Requirement::Kind kind, Outcome<Requirement> (Reader::*rest)(Requirement)) {
+  Outcome<Requirement> withSlot(Requirement::Kind kind,
+                                Outcome<Requirement> (BlobReader::*rest)(Requirement)) {
     const auto slot = number();
     if (!slot) return handOn(slot);
     Requirement requirement = simple(kind);
@@ -306,7 +307,7 @@ Outcome<Requirement> readRequirementBlob(ByteView blob) {
   auto whole = wholeBlob(blob, kRequirementMagic, "compiled requirement");
   if (!whole) return handOn(whole);
   if (be32(blob, 8) != kExpressionKind) return refuse("compiled requirement is of an unknown kind");
-  return Reader(blob.subspan(12)).read();
+  return BlobReader(blob.subspan(12)).read();
 }
 
 Outcome<std::optional<ByteView>> findRequirement(ByteView set, std::uint32_t type) {

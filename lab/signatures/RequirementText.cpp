@@ -10,8 +10,8 @@ namespace lab {
 
 namespace {
 
-constexpr std::size_t kLongest = 65536;
-constexpr int kDeepest = 64;
+constexpr std::size_t kLongestText = 65536;
+constexpr int kDeepestParenthesis = 64;
 
 struct Token {
   enum class Kind { word, quoted, hash, symbol, end };
@@ -170,7 +170,7 @@ class Parser {
   }
 
   Outcome<Requirement> negation(int depth) {
-    if (depth > kDeepest) return refuse("the requirement is nested too deeply");
+    if (depth > kDeepestParenthesis) return refuse("the requirement is nested too deeply");
     if (!take("!") && !take("not")) return primary(depth);
     auto operand = negation(depth + 1);
     if (!operand) return operand;
@@ -345,7 +345,7 @@ class Parser {
 }  // namespace
 
 Outcome<Requirement> parseRequirement(std::string_view text) {
-  if (text.size() > kLongest) return refuse("the requirement is too long");
+  if (text.size() > kLongestText) return refuse("the requirement is too long");
   auto tokens = Lexer(text).tokens();
   if (!tokens) return handOn(tokens);
   return Parser(std::move(*tokens)).parse();

@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr int kDeepest = 64;
+constexpr int kDeepestFolder = 64;
 
 class ResourceWalk {
  public:
@@ -37,7 +37,7 @@ class ResourceWalk {
 
  private:
   Outcome<void> folder(const fs::path& path, const std::string& prefix, int depth) {
-    if (depth > kDeepest) return refuse("the bundle's folders are nested too deeply");
+    if (depth > kDeepestFolder) return refuse("the bundle's folders are nested too deeply");
     std::error_code error;
     std::vector<std::string> names;
     for (fs::directory_iterator at(path, error), end; !error && at != end; at.increment(error))

@@ -9,8 +9,6 @@ namespace lab {
 namespace {
 
 constexpr const char* kCodeSigningUsage = "1.3.6.1.5.5.7.3.3";
-// What a machine's clock may lag behind the signer's.
-constexpr std::chrono::hours kClockTolerance{24};
 
 // The property list of truncated digests: one for each directory, in their order.
 Outcome<bool> checkHashPlist(const SignedData& data, const CodeFacts& facts) {

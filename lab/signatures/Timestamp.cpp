@@ -5,8 +5,6 @@ namespace lab {
 namespace {
 
 constexpr const char* kTimestampingUsage = "1.3.6.1.5.5.7.3.8";
-// What a machine's clock may lag behind the authority's.
-constexpr std::chrono::hours kClockTolerance{24};
 
 struct TimestampInfo {
   HashType imprintType = HashType::sha256;

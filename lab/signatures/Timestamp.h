@@ -1,10 +1,15 @@
 // The secure timestamp that a timestamping authority put over a code signature.
 #pragma once
 
+#include <chrono>
+
 #include "CertificateChain.h"
 #include "SignedData.h"
 
 namespace lab {
+
+// How far a signing time may lie in the future of this machine, whose clock may be slow.
+inline constexpr std::chrono::hours kClockTolerance{24};
 
 struct Timestamp {
   std::chrono::sys_seconds time;

@@ -19,14 +19,6 @@ const char* digestIdentifier(HashType type) {
   }
 }
 
-std::string base64(ByteView bytes) {
-  std::string text(bytes.size() / 3 * 4 + 5, '\0');
-  const int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), bytes.data(),
-                                     static_cast<int>(bytes.size()));
-  text.resize(static_cast<std::size_t>(length));
-  return text;
-}
-
 std::string hashPlist(std::span<const CodeDirectory> directories) {
   std::string entries;
   for (const CodeDirectory& directory : directories)

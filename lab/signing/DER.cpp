@@ -57,4 +57,12 @@ Bytes derGeneralizedTime(std::chrono::sys_seconds time) {
   return derElement(0x18, viewOf(text));
 }
 
+std::string base64(ByteView bytes) {
+  std::string text(bytes.size() / 3 * 4 + 5, '\0');
+  const int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), bytes.data(),
+                                     static_cast<int>(bytes.size()));
+  text.resize(static_cast<std::size_t>(length));
+  return text;
+}
+
 }  // namespace lab

@@ -16,5 +16,6 @@ Bytes derElement(std::uint8_t tag, ByteView content);
 Bytes derSequence(std::initializer_list<Bytes> parts);
 Bytes derObjectIdentifier(const char* text);
 Bytes derGeneralizedTime(std::chrono::sys_seconds time);
+std::string base64(ByteView bytes);
 
 }  // namespace lab

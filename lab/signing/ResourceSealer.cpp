@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <chrono>
 #include <map>
-#include <openssl/evp.h>
 
 #include "CodeResources.h"
+#include "DER.h"
 #include "MachO.h"
 #include "MappedFile.h"
 #include "Verifier.h"
@@ -56,14 +56,6 @@ std::string escaped(std::string_view text) {
     if (c != '&' && c != '<' && c != '>') result += c;
   }
   return result;
-}
-
-std::string base64(ByteView bytes) {
-  std::string text(bytes.size() / 3 * 4 + 5, '\0');
-  const int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), bytes.data(),
-                                     static_cast<int>(bytes.size()));
-  text.resize(static_cast<std::size_t>(length));
-  return text;
 }
 
 std::string document(const std::string& seals) {

@@ -21,7 +21,7 @@ namespace fs = std::filesystem;
 constexpr std::size_t kSignatureOffsetAt = 296;
 constexpr std::size_t kSignatureLengthAt = 304;
 
-void put64(Bytes& bytes, std::size_t at, std::uint64_t value) {
+void putBig64(Bytes& bytes, std::size_t at, std::uint64_t value) {
   for (unsigned i = 0; i < 8; ++i) bytes[at + i] = static_cast<std::uint8_t>(value >> (56 - 8 * i));
 }
 
@@ -126,15 +126,15 @@ Outcome<Bytes> Signer::diskImage(ByteView bytes, const std::string& identifier) 
       trailer->isSigned() ? trailer->signatureOffset : bytes.size() - kImageTrailerSize;
   if (end != contentEnd) return refuse("the image's property list doesn't stand in front of its trailer");
   Bytes newTrailer = trailer->bytes;
-  put64(newTrailer, kSignatureOffsetAt, end);
-  put64(newTrailer, kSignatureLengthAt, 0);
+  putBig64(newTrailer, kSignatureOffsetAt, end);
+  putBig64(newTrailer, kSignatureLengthAt, 0);
   const SigningSubject subject{identifier, bytes.first(static_cast<std::size_t>(end)),
                                0,          {{kRepresentationSlot, newTrailer}},
                                0,          false};
   const auto blobs = makeSignature(subject, identity_, options_);
   if (!blobs) return handOn(blobs);
   const Bytes signature = superBlobOf(*blobs);
-  put64(newTrailer, kSignatureLengthAt, signature.size());
+  putBig64(newTrailer, kSignatureLengthAt, signature.size());
   Bytes result = copyOf(subject.code);
   result.insert(result.end(), signature.begin(), signature.end());
   result.insert(result.end(), newTrailer.begin(), newTrailer.end());

@@ -6,14 +6,14 @@
 namespace lab {
 namespace {
 
-const std::string kHash = "<key>hash2</key><data>AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA=</data>";
+const std::string kFileHash = "<key>hash2</key><data>AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA=</data>";
 
 std::string document(const std::string& rules, const std::string& files = "") {
   return "<plist><dict><key>rules2</key><dict>" + rules + "</dict><key>files2</key><dict>" + files +
          "</dict></dict></plist>";
 }
 
-Outcome<CodeResources> read(const std::string& rules, const std::string& files = "") {
+Outcome<CodeResources> readResources(const std::string& rules, const std::string& files = "") {
   return CodeResources::read(viewOf(document(rules, files)));
 }
 
@@ -25,7 +25,7 @@ std::string omit(const std::string& expression) {
 
 TEST(CodeResources, TheHeaviestRuleDecides) {
   const auto resources =
-      read(kAll +
+      readResources(kAll +
            "<key>^Resources/</key><dict><key>weight</key><real>20</real></dict>"
            "<key>^Resources/.*\\.lproj/</key><dict><key>optional</key><true/><key>weight</key><integer>1000</"
            "integer></dict>"
@@ -38,21 +38,21 @@ TEST(CodeResources, TheHeaviestRuleDecides) {
 }
 
 TEST(CodeResources, RulesThatCouldHideThingsAreRefused) {
-  EXPECT_FALSE(read("")) << "no rule takes in everything";
-  EXPECT_FALSE(read("<key>^.*</key><false/>"));
-  EXPECT_FALSE(read("<key>^Resources/</key><true/>"));
-  EXPECT_FALSE(read("<key>^.*</key><dict><key>optional</key><true/></dict>"));
+  EXPECT_FALSE(readResources("")) << "no rule takes in everything";
+  EXPECT_FALSE(readResources("<key>^.*</key><false/>"));
+  EXPECT_FALSE(readResources("<key>^Resources/</key><true/>"));
+  EXPECT_FALSE(readResources("<key>^.*</key><dict><key>optional</key><true/></dict>"));
   for (const char* expression : {"^Resources/hidden/", "^.*\\.dylib$", "^Resources/|PkgInfo$", ".*",
                                  "PkgInfo$", "^(a|b)\\.DS_Store$"}) {
-    EXPECT_FALSE(read(kAll + omit(expression))) << expression;
+    EXPECT_FALSE(readResources(kAll + omit(expression))) << expression;
   }
-  EXPECT_FALSE(read(kAll + "<key>^Resources/hidden</key><false/>"));
+  EXPECT_FALSE(readResources(kAll + "<key>^Resources/hidden</key><false/>"));
 }
 
 TEST(CodeResources, TheUsualOmissionsAreAccepted) {
   for (const char* expression :
        {"^(.*/)?\\.DS_Store$", "^Info\\.plist$", "^PkgInfo$", "^Resources/.*\\.lproj/locversion.plist$"}) {
-    EXPECT_TRUE(read(kAll + omit(expression))) << expression;
+    EXPECT_TRUE(readResources(kAll + omit(expression))) << expression;
   }
 }
 
@@ -67,11 +67,12 @@ TEST(CodeResources, AnOmissionCoversOnlyTheUsualFiles) {
 }
 
 TEST(CodeResources, ReadsEveryKindOfSeal) {
-  const auto resources = read(kAll, "<key>a</key><dict>" + kHash + "</dict><key>b</key><dict>" + kHash +
-                                        "<key>optional</key><true/></dict>"
-                                        "<key>c</key><dict><key>symlink</key><string>a</string></dict>"
-                                        "<key>d</key><dict><key>cdhash</key><data>AAAA</"
-                                        "data><key>requirement</key><string>always</string></dict>");
+  const auto resources =
+      readResources(kAll, "<key>a</key><dict>" + kFileHash + "</dict><key>b</key><dict>" + kFileHash +
+                     "<key>optional</key><true/></dict>"
+                     "<key>c</key><dict><key>symlink</key><string>a</string></dict>"
+                     "<key>d</key><dict><key>cdhash</key><data>AAAA</"
+                     "data><key>requirement</key><string>always</string></dict>");
   ASSERT_TRUE(resources) << resources.error().reason;
   EXPECT_EQ(resources->seals().at("a").hash.size(), 32U);
   EXPECT_TRUE(resources->seals().at("b").optional);
@@ -84,7 +85,7 @@ TEST(CodeResources, RefusesSealsThatProveNothing) {
                            "<dict><key>hash</key><data>AAAAAAAAAAAAAAAAAAAAAAAAAAA=</data></dict>",
                            "<dict><key>hash2</key><data>AAAA</data></dict>",
                            "<dict><key>symlink</key><string></string></dict>"}) {
-    EXPECT_FALSE(read(kAll, std::string("<key>a</key>") + seal)) << seal;
+    EXPECT_FALSE(readResources(kAll, std::string("<key>a</key>") + seal)) << seal;
   }
 }
 
@@ -97,24 +98,24 @@ TEST(CodeResources, ASHA1CountsOnlyWhereItIsAskedForAndThereIsNoSHA256) {
     const auto resources = readWeak(seal);
     ASSERT_TRUE(resources) << resources.error().reason;
     EXPECT_EQ(resources->seals().at("a").hash.size(), 20U);
-    EXPECT_FALSE(read(kAll, "<key>a</key>" + seal));
+    EXPECT_FALSE(readResources(kAll, "<key>a</key>" + seal));
   }
-  const auto both = readWeak("<dict><key>hash</key>" + weak + kHash + "</dict>");
+  const auto both = readWeak("<dict><key>hash</key>" + weak + kFileHash + "</dict>");
   EXPECT_EQ(both.value().seals().at("a").hash.size(), 32U);
   EXPECT_FALSE(readWeak("<dict><key>hash</key>" + weak + "<key>hash2</key><data>AAAA</data></dict>"));
 }
 
 TEST(CodeResources, OnePathHasOneSeal) {
-  const std::string seal = "<dict>" + kHash + "</dict>";
-  EXPECT_TRUE(read(kAll, "<key>U\u0308</key>" + seal));
-  EXPECT_FALSE(read(kAll, "<key>U\u0308</key>" + seal + "<key>\u00dc</key>" + seal));
+  const std::string seal = "<dict>" + kFileHash + "</dict>";
+  EXPECT_TRUE(readResources(kAll, "<key>U\u0308</key>" + seal));
+  EXPECT_FALSE(readResources(kAll, "<key>U\u0308</key>" + seal + "<key>\u00dc</key>" + seal));
 }
 
 TEST(CodeResources, RulesTogetherAreBounded) {
   std::string heavy = kAll;
   for (int i = 0; i < 10; ++i)
     heavy += "<key>^x" + std::to_string(i) + "[ab]{250}[ab]{250}[ab]{250}[ab]{250}</key><true/>";
-  EXPECT_FALSE(read(heavy));
+  EXPECT_FALSE(readResources(heavy));
 }
 
 TEST(CodeResources, TheFirstGenerationAloneIsntEnough) {
@@ -127,10 +128,10 @@ TEST(CodeResources, TheFirstGenerationAloneIsntEnough) {
 TEST(CodeResources, RefusesTooManyOrMalformedRules) {
   std::string many = kAll;
   for (int i = 0; i < 1000; ++i) many += "<key>^x" + std::to_string(i) + "</key><true/>";
-  EXPECT_FALSE(read(many));
-  EXPECT_FALSE(read(kAll + "<key>(</key><true/>"));
-  EXPECT_FALSE(read(kAll + "<key>x</key><string>yes</string>"));
-  EXPECT_FALSE(read(kAll + "<key>x</key><dict><key>weight</key><string>heavy</string></dict>"));
+  EXPECT_FALSE(readResources(many));
+  EXPECT_FALSE(readResources(kAll + "<key>(</key><true/>"));
+  EXPECT_FALSE(readResources(kAll + "<key>x</key><string>yes</string>"));
+  EXPECT_FALSE(readResources(kAll + "<key>x</key><dict><key>weight</key><string>heavy</string></dict>"));
 }
 
 TEST(PropertyList, BoundsTheNestingOfXML) {

@@ -67,7 +67,7 @@ Bytes signedMachO(const Workshop& workshop) {
   options.digests = {HashType::sha1, HashType::sha256};
   options.time = std::chrono::sys_seconds(std::chrono::seconds(1700000000));
   workshop.sign(file, options);
-  return readFile(file);
+  return contentOf(file);
 }
 
 TEST(HostileInput, AMutatedMachOFileNeverCountsAsTheGoodOne) {
@@ -93,7 +93,7 @@ TEST(HostileInput, AMutatedImageNeverCountsAsTheGoodOne) {
   SigningOptions options;
   options.time = std::chrono::sys_seconds(std::chrono::seconds(1700000000));
   workshop.sign(file, options);
-  const Bytes good = readFile(file);
+  const Bytes good = contentOf(file);
   const Anchors anchors = testAnchors();
   ASSERT_TRUE(tryDiskImage(good, anchors));
   const auto limit = static_cast<std::size_t>(readImageTrailer(good).value().signatureOffset);
@@ -125,7 +125,7 @@ TEST(HostileInput, CodeResourcesAndPropertyLists) {
   const Workshop workshop;
   const auto app = workshop.app("A.app");
   workshop.sign(app);
-  const Bytes seals = readFile(app / "Contents/_CodeSignature/CodeResources");
+  const Bytes seals = contentOf(app / "Contents/_CodeSignature/CodeResources");
   mutate(seals, [](ByteView input) { tryCodeResources(input); });
   mutate(kBinaryPropertyList, [](ByteView input) { tryPropertyList(input); });
 }

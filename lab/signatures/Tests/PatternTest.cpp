@@ -5,13 +5,13 @@
 namespace lab {
 namespace {
 
-struct Row {
+struct PatternRow {
   const char* expression;
   const char* text;
   bool matches;
 };
 
-class PatternRows : public testing::TestWithParam<Row> {};
+class PatternRows : public testing::TestWithParam<PatternRow> {};
 
 TEST_P(PatternRows, Match) {
   const auto pattern = Pattern::compile(GetParam().expression);
@@ -26,35 +26,42 @@ constexpr const char* kCodePlaces =
 
 INSTANTIATE_TEST_SUITE_P(
     Rules, PatternRows,
-    testing::Values(Row{"^.*", "anything", true}, Row{"^.*", "", true}, Row{"^[^/]+$", "one", true},
-                    Row{"^[^/]+$", "one/two", false}, Row{"^Info\\.plist$", "Info.plist", true},
-                    Row{"^Info\\.plist$", "InfoXplist", false}, Row{"^Info\\.plist$", "a/Info.plist", false},
-                    Row{"^(.*/)?\\.DS_Store$", ".DS_Store", true},
-                    Row{"^(.*/)?\\.DS_Store$", "a/b/.DS_Store", true},
-                    Row{"^(.*/)?\\.DS_Store$", "a.DS_Store", false}, Row{".*\\.dSYM($|/)", "a/b.dSYM", true},
-                    Row{".*\\.dSYM($|/)", "b.dSYM/c", true}, Row{".*\\.dSYM($|/)", "b.dSYMx", false},
-                    Row{kCodePlaces, "Frameworks/A", true}, Row{kCodePlaces, "Library/Spotlight/B", true},
-                    Row{kCodePlaces, "Library/B", false}, Row{kCodePlaces, "MacOS/x", true},
-                    Row{kCodePlaces, "Resources/MacOS/x", false},
-                    Row{"^Resources/.*\\.lproj/locversion.plist$", "Resources/en.lproj/locversion.plist",
-                        true}));
+    testing::Values(
+        PatternRow{"^.*", "anything", true}, PatternRow{"^.*", "", true}, PatternRow{"^[^/]+$", "one", true},
+        PatternRow{"^[^/]+$", "one/two", false}, PatternRow{"^Info\\.plist$", "Info.plist", true},
+        PatternRow{"^Info\\.plist$", "InfoXplist", false},
+        PatternRow{"^Info\\.plist$", "a/Info.plist", false},
+        PatternRow{"^(.*/)?\\.DS_Store$", ".DS_Store", true},
+        PatternRow{"^(.*/)?\\.DS_Store$", "a/b/.DS_Store", true},
+        PatternRow{"^(.*/)?\\.DS_Store$", "a.DS_Store", false},
+        PatternRow{".*\\.dSYM($|/)", "a/b.dSYM", true}, PatternRow{".*\\.dSYM($|/)", "b.dSYM/c", true},
+        PatternRow{".*\\.dSYM($|/)", "b.dSYMx", false}, PatternRow{kCodePlaces, "Frameworks/A", true},
+        PatternRow{kCodePlaces, "Library/Spotlight/B", true}, PatternRow{kCodePlaces, "Library/B", false},
+        PatternRow{kCodePlaces, "MacOS/x", true}, PatternRow{kCodePlaces, "Resources/MacOS/x", false},
+        PatternRow{"^Resources/.*\\.lproj/locversion.plist$", "Resources/en.lproj/locversion.plist", true}));
 
 INSTANTIATE_TEST_SUITE_P(
     Language, PatternRows,
-    testing::Values(
-        Row{"b", "abc", true}, Row{"^b", "abc", false}, Row{"c$", "abc", true}, Row{"^a*$", "aaa", true},
-        Row{"^a*b|c$", "xc", true}, Row{"^(a*|b)c$", "aaac", true}, Row{"^(a*|b)c$", "bc", true},
-        Row{"^(a*|b)c$", "abc", false}, Row{"^(a|b*|c)+$", "abbc", true}, Row{"^a{2,3}$", "a", false},
-        Row{"^a{2,3}$", "aaa", true}, Row{"^a{2,3}$", "aaaa", false}, Row{"^a{2}$", "aa", true},
-        Row{"^a{2,}$", "aaaaaa", true}, Row{"^a{2,}$", "a", false}, Row{"^(ab){2}$", "abab", true},
-        Row{"^(a|b){2}c$", "abc", true}, Row{"^(a?){3}$", "aa", true}, Row{"^[a-c]+$", "abc", true},
-        Row{"^[a-c]+$", "abd", false}, Row{"^[]a]$", "]", true}, Row{"^[^]a]$", "b", true},
-        Row{"^[a-]$", "-", true}, Row{"^[[:digit:]]+$", "123", true}, Row{"^[[:alpha:]_]+$", "a_b", true},
-        Row{"^x(y|)$", "x", true}, Row{"^\\(a\\)$", "(a)", true}, Row{"^(a(b(c)?)?)?$", "abc", true},
-        Row{"^()$", "", true}, Row{"^((a|b)*c|d)+$", "abcdbc", true}, Row{"^((a|b)*c|d)+$", "abcdb", false},
-        Row{"a{0}b", "b", true}, Row{"^[\\.]$", "\\", true}, Row{"^[\\d]$", "1", false},
-        Row{"^\\d$", "d", true}, Row{"^a.b$", "a\nb", true}, Row{"^a$", "a\n", false}, Row{"b", "a\nb", true},
-        Row{"^b", "a\nb", false}, Row{"^.$", "\u00e9", false}));
+    testing::Values(PatternRow{"b", "abc", true}, PatternRow{"^b", "abc", false},
+                    PatternRow{"c$", "abc", true}, PatternRow{"^a*$", "aaa", true},
+                    PatternRow{"^a*b|c$", "xc", true}, PatternRow{"^(a*|b)c$", "aaac", true},
+                    PatternRow{"^(a*|b)c$", "bc", true}, PatternRow{"^(a*|b)c$", "abc", false},
+                    PatternRow{"^(a|b*|c)+$", "abbc", true}, PatternRow{"^a{2,3}$", "a", false},
+                    PatternRow{"^a{2,3}$", "aaa", true}, PatternRow{"^a{2,3}$", "aaaa", false},
+                    PatternRow{"^a{2}$", "aa", true}, PatternRow{"^a{2,}$", "aaaaaa", true},
+                    PatternRow{"^a{2,}$", "a", false}, PatternRow{"^(ab){2}$", "abab", true},
+                    PatternRow{"^(a|b){2}c$", "abc", true}, PatternRow{"^(a?){3}$", "aa", true},
+                    PatternRow{"^[a-c]+$", "abc", true}, PatternRow{"^[a-c]+$", "abd", false},
+                    PatternRow{"^[]a]$", "]", true}, PatternRow{"^[^]a]$", "b", true},
+                    PatternRow{"^[a-]$", "-", true}, PatternRow{"^[[:digit:]]+$", "123", true},
+                    PatternRow{"^[[:alpha:]_]+$", "a_b", true}, PatternRow{"^x(y|)$", "x", true},
+                    PatternRow{"^\\(a\\)$", "(a)", true}, PatternRow{"^(a(b(c)?)?)?$", "abc", true},
+                    PatternRow{"^()$", "", true}, PatternRow{"^((a|b)*c|d)+$", "abcdbc", true},
+                    PatternRow{"^((a|b)*c|d)+$", "abcdb", false}, PatternRow{"a{0}b", "b", true},
+                    PatternRow{"^[\\.]$", "\\", true}, PatternRow{"^[\\d]$", "1", false},
+                    PatternRow{"^\\d$", "d", true}, PatternRow{"^a.b$", "a\nb", true},
+                    PatternRow{"^a$", "a\n", false}, PatternRow{"b", "a\nb", true},
+                    PatternRow{"^b", "a\nb", false}, PatternRow{"^.$", "\u00e9", false}));
 
 TEST(Pattern, RefusesWhatIsMalformedOrUnbounded) {
   const std::string nested = std::string(100, '(') + "a" + std::string(100, ')');

@@ -118,7 +118,7 @@ TEST_F(Programs, ADesignatedRequirementThatCantBeReadIsSaidAndDoesntCount) {
   const fs::path file = workshop.machO("code");
   workshop.sign(file);
   // The seals that cover the requirements are made by hand: the operation gets a number from the future.
-  const Bytes good = readFile(file);
+  const Bytes good = contentOf(file);
   const auto limit = static_cast<std::size_t>(readMachO(good).value().front().signatureOffset);
   const auto blobs = readBlobIndex(ByteView(good).subspan(limit), kSuperBlobMagic).value();
   Bytes set = copyOf(blobs.at(kRequirementsSlot));
@@ -238,7 +238,7 @@ TEST_F(Programs, EveryHashedRegionOfAMachOFileIsChecked) {
   options.entitlements = copyOf(viewOf("<plist><dict><key>e</key><true/></dict></plist>"));
   workshop.sign(file, options);
   ASSERT_EQ(verifyCode(file).status, 0) << verifyCode(file).text;
-  const Bytes good = readFile(file);
+  const Bytes good = contentOf(file);
   const auto slices = readMachO(good).value();
   const std::uint64_t signatureAt = slices.front().signatureOffset;
   std::vector<std::uint64_t> offsets;
@@ -260,7 +260,7 @@ TEST_F(Programs, EveryHashedRegionOfAMachOFileIsChecked) {
 TEST_F(Programs, TheSignersSignatureIsChecked) {
   const fs::path file = workshop.machO("code");
   workshop.sign(file);
-  const Bytes good = readFile(file);
+  const Bytes good = contentOf(file);
   const auto blobs = readBlobIndex(*readMachO(good).value().front().signature, kSuperBlobMagic).value();
   const ByteView cms = blobs.at(kSignatureSlot).subspan(8);
   const auto at = [&](ByteView part) { return static_cast<std::uint64_t>(part.data() - good.data()); };
@@ -283,7 +283,7 @@ TEST_F(Programs, SlackBehindTheSignatureIsntSealed) {
 TEST_F(Programs, EverySliceIsChecked) {
   const fs::path file = workshop.universal("code");
   workshop.sign(file);
-  const Bytes good = readFile(file);
+  const Bytes good = contentOf(file);
   const auto slices = readMachO(good).value();
   for (const MachOSlice& slice : slices) {
     writeFile(file, good);
@@ -299,12 +299,12 @@ TEST_F(Programs, SlicesOfDifferentTeamsAreRefused) {
   const fs::path two = workshop.machO("two");
   workshop.sign(one);
   workshop.sign(two, LeafKind::wrongTeam);
-  expectRefused(workshop.write("both", makeUniversal({readFile(one), readFile(two)})),
+  expectRefused(workshop.write("both", makeUniversal({contentOf(one), contentOf(two)})),
                 "signed by different teams");
   workshop.signAdHoc(two);
-  expectRefused(workshop.write("both", makeUniversal({readFile(one), readFile(two)})),
+  expectRefused(workshop.write("both", makeUniversal({contentOf(one), contentOf(two)})),
                 "signed by different teams");
-  expectRefused(workshop.write("half", makeUniversal({readFile(one), makeMachO({})})), "not signed at all");
+  expectRefused(workshop.write("half", makeUniversal({contentOf(one), makeMachO({})})), "not signed at all");
 }
 
 TEST_F(Programs, ATeamThatIsntTheSignersIsRefused) {
@@ -379,8 +379,8 @@ TEST_F(Programs, ATimestampFromAnotherSignatureIsRefused) {
   const fs::path two = workshop.machO("two", plan);
   workshop.sign(two);
   // Both timestamps have the same shape, so the one's imprint can be put in the other's place.
-  const Bytes first = readFile(one);
-  Bytes second = readFile(two);
+  const Bytes first = contentOf(one);
+  Bytes second = contentOf(two);
   const Bytes mark = fromHex(
                          "300d06096086480165030402010500"
                          "0420")
@@ -467,13 +467,13 @@ const std::vector<Spoiling>& spoilings() {
        "a sealed file has become a link"},
       {"changed Info.plist",
        [](const fs::path& c) {
-         std::string text = textOf(readFile(c / "Info.plist"));
+         std::string text = textOf(contentOf(c / "Info.plist"));
          writeText(c / "Info.plist", (text + " ").c_str());
        },
        "Info.plist has been modified"},
       {"changed seal",
        [](const fs::path& c) {
-         std::string text = textOf(readFile(c / "_CodeSignature/CodeResources"));
+         std::string text = textOf(contentOf(c / "_CodeSignature/CodeResources"));
          writeText(c / "_CodeSignature/CodeResources", (text + " ").c_str());
        },
        "resource seal has been modified"},
@@ -532,7 +532,7 @@ TEST_F(Programs, AScriptsSignatureFilesAreChecked) {
   const fs::path app = signedApp(MainExecutable::script);
   const fs::path folder = app / "Contents/_CodeSignature";
   for (const char* name : {"CodeDirectory", "CodeRequirements", "CodeRequirements-1"}) {
-    const Bytes good = readFile(folder / name);
+    const Bytes good = contentOf(folder / name);
     flipByte(folder / name, good.size() - 1);
     EXPECT_EQ(verifyCode(app).status, 1) << name;
     writeFile(folder / name, good);
@@ -706,7 +706,7 @@ TEST_F(Programs, ABundleWhoseInfoPlistIsntSealedIsRefused) {
 TEST_F(Programs, AMainExecutableOutsideOfItsPlaceIsRefused) {
   for (const char* name : {"../../../bin/sh", "..", "a/b", ""}) {
     const fs::path app = signedApp(MainExecutable::script);
-    std::string info = textOf(readFile(app / "Contents/Info.plist"));
+    std::string info = textOf(contentOf(app / "Contents/Info.plist"));
     info.replace(info.find("Main"), 4, name);
     writeFile(app / "Contents/Info.plist", viewOf(info));
     expectRefused(app, "names no usable main executable");
@@ -729,7 +729,7 @@ TEST_F(Programs, ABundleWithoutAnExecutableIsSealedThroughItsInfoPlist) {
 
 // The signature's parts of a plain file stand in its extended attributes.
 Outcome<void> signPlainFile(const fs::path& file, const SigningOptions& options) {
-  const Bytes content = readFile(file);
+  const Bytes content = contentOf(file);
   const auto blobs = makeSignature({"plain", content, 12, {}, 0, false},
                                    SigningIdentity(testAuthority(), LeafKind::valid), options);
   if (!blobs) return handOn(blobs);
@@ -804,7 +804,7 @@ TEST_F(Programs, AnImageOfTheLabsOwnBuilderIsSignedAndChecked) {
 
 TEST_F(Programs, EveryRegionOfAnImageIsChecked) {
   const fs::path image = signedImage();
-  const Bytes good = readFile(image);
+  const Bytes good = contentOf(image);
   const ImageTrailer trailer = readImageTrailer(good).value();
   const std::uint64_t trailerAt = good.size() - kImageTrailerSize;
   for (const std::uint64_t offset :
@@ -820,7 +820,7 @@ TEST_F(Programs, EveryRegionOfAnImageIsChecked) {
 
 TEST_F(Programs, BytesBetweenAnImagesPartsAreRefused) {
   const fs::path image = signedImage();
-  Bytes bytes = readFile(image);
+  Bytes bytes = contentOf(image);
   bytes.insert(bytes.end() - 512, 16, 0);
   writeFile(image, bytes);
   expectRefused(image, "doesn't stand between property list and trailer");

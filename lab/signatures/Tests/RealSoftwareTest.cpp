@@ -93,7 +93,7 @@ TEST_P(ReleasedProgram, VerifiesWithItsTeam) {
 }
 
 TEST_P(ReleasedProgram, OneChangedByteInAnyHashedRegionIsRefused) {
-  const Bytes good = readFile(program);
+  const Bytes good = contentOf(program);
   const auto slices = readMachO(good).value();
   std::size_t directories = 0;
   std::vector<std::uint64_t> offsets;

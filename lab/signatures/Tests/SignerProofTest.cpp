@@ -12,7 +12,7 @@
 namespace lab {
 namespace {
 
-const Bytes kCode(5000, 7);
+const Bytes kSignedCode(5000, 7);
 
 template <class Object, class Encode>
 Bytes encoded(const Object* object, Encode function) {
@@ -94,7 +94,7 @@ class HandMade : public testing::Test {
     options.time = currentTime();
     SigningSubject subject;
     subject.identifier = "test.code";
-    subject.code = kCode;
+    subject.code = kSignedCode;
     blobs = makeSignature(subject, SigningIdentity(testAuthority(), LeafKind::valid), options).value();
     signer = testAuthority().leaf(LeafKind::valid);
     attributes = {attribute(kContentTypeAttribute, {derObjectIdentifier(kDataType)}),
@@ -154,7 +154,7 @@ class HandMade : public testing::Test {
     const std::map<std::uint32_t, ByteView> views(blobs.begin(), blobs.end());
     const auto parts = SignatureParts::fromBlobs(views);
     if (!parts) return parts.error().reason;
-    facts = readFacts(*parts, {kCode, kCode.size(), {}, {}}).value();
+    facts = readFacts(*parts, {kSignedCode, kSignedCode.size(), {}, {}}).value();
     const auto proven = proveSigner(*parts, testAnchors(), currentTime(), facts);
     return proven ? "" : proven.error().reason;
   }
@@ -294,7 +294,7 @@ TEST_F(HandMade, ALeafThatAnotherKeySignedIsRefused) {
 TEST_F(HandMade, AdHocCodeWithASignerIsAContradiction) {
   SigningSubject subject;
   subject.identifier = "test.code";
-  subject.code = kCode;
+  subject.code = kSignedCode;
   const auto adHoc = makeSignature(subject, {}, {}).value();
   blobs.erase(0x1000);
   blobs[0] = adHoc.at(0);
@@ -329,7 +329,7 @@ TEST_F(HandMade, OnlyBelievedRootsCount) {
   blobs[kSignatureSlot] = message();
   const std::map<std::uint32_t, ByteView> views(blobs.begin(), blobs.end());
   const auto parts = SignatureParts::fromBlobs(views).value();
-  facts = readFacts(parts, {kCode, kCode.size(), {}, {}}).value();
+  facts = readFacts(parts, {kSignedCode, kSignedCode.size(), {}, {}}).value();
   const auto proven = proveSigner(parts, Anchors::platform(), currentTime(), facts);
   ASSERT_FALSE(proven);
   EXPECT_EQ(proven.error().reason, "the signer's root certificate isn't trusted");

@@ -38,7 +38,7 @@ void cancelOnTerminationRequest(const std::shared_ptr<SilentRunner>& runner) {
   });
 }
 
-std::int32_t refuse(const std::string& complaint) {
+std::int32_t refuseArguments(const std::string& complaint) {
   log("engine-cli: invalid arguments: " + complaint);
   machine().streams.writeError(fmt::format("Error: {}\n\n{}\n", complaint, RunOptions::usageHint));
   Logger::shared().flush();
@@ -50,7 +50,7 @@ std::int32_t refuse(const std::string& complaint) {
 std::int32_t takeSilentRoad(const std::vector<std::string>& argv, const std::vector<std::string>& flags) {
   if (holds(flags, "--verbose")) turnOnVerbosity();
   const auto options = RunOptions::parse(argv);
-  if (!options) return refuse(options.error().description);
+  if (!options) return refuseArguments(options.error().description);
 
   // Decided here, so a run that is offline for the images beside it gives the flag as its reason in the log.
   const bool offline = holds(flags, "--offline") || BundledPackages::bundledPackagesAvailable();

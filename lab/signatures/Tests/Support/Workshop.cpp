@@ -198,7 +198,7 @@ void Workshop::signAdHoc(const fs::path& path, SigningOptions options) const {
   ASSERT_TRUE(done) << done.error().reason;
 }
 
-Bytes readFile(const fs::path& path) {
+Bytes contentOf(const fs::path& path) {
   const auto file = MappedFile::open(path);
   EXPECT_TRUE(file) << path;
   return file ? copyOf(file->bytes()) : Bytes();
@@ -210,7 +210,7 @@ void writeFile(const fs::path& path, ByteView content) {
 }
 
 void flipByte(const fs::path& path, std::uint64_t offset) {
-  Bytes bytes = readFile(path);
+  Bytes bytes = contentOf(path);
   ASSERT_LT(offset, bytes.size());
   bytes[static_cast<std::size_t>(offset)] ^= 0x01;
   writeFile(path, bytes);

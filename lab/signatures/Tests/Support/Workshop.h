@@ -72,7 +72,7 @@ class Workshop {
 // {"a": "..."} in the binary form of a property list.
 extern const Bytes kBinaryPropertyList;
 
-Bytes readFile(const std::filesystem::path& path);
+Bytes contentOf(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, ByteView content);
 void flipByte(const std::filesystem::path& path, std::uint64_t offset);
 // Where `part` first stands in `whole`; fails the test when it doesn't.
