@@ -1,8 +1,8 @@
-"""What holds for every suite in Python: a skip never reads as a pass."""
+"""Rules of every Python suite: unlisted skips fail, and a suite can run in parts."""
 
 import pytest
 
-# ctest's SKIP_RETURN_CODE, for a run without a failure in which something was skipped.
+# ctest's SKIP_RETURN_CODE: nothing failed and something was skipped.
 SKIPPED = 77
 
 

@@ -1,12 +1,12 @@
-# nlohmann/json and fmt, which everything uses.
+# nlohmann/json and fmt, for all targets.
 if(NOT CMAKE_CROSSCOMPILING)
   find_package(nlohmann_json REQUIRED)
   find_package(fmt REQUIRED)
   return()
 endif()
 
-# For another system only their headers count. They are copied out of the folder where this system's headers lie
-# beside them, which must not be met.
+# A cross build uses only their headers. They are copied, because this system's headers in the same folder must not be
+# found.
 set(HEADERS ${CMAKE_BINARY_DIR}/headers)
 file(COPY /usr/include/nlohmann /usr/include/fmt DESTINATION ${HEADERS})
 

@@ -1,5 +1,5 @@
-# kelo_pytest(NAME PATH [PARTS]): pytest on a file or folder, against this build. In parts, the tests are NAME.1, NAME.2
-# and so on; these take long, so ctest starts them first.
+# kelo_pytest(NAME PATH [PARTS]): adds a test that runs pytest on a file or folder, with this build. With PARTS, adds NAME.1,
+# NAME.2 and so on; ctest starts them first, because they take long.
 function(kelo_pytest NAME PATH)
   set(PARTS 1)
   if(ARGC GREATER 2)

@@ -1,4 +1,4 @@
-# The warnings that every target of ours is built with. Link `kelo_warnings` privately.
+# The warnings for all targets. Link `kelo_warnings` privately.
 add_library(kelo_warnings INTERFACE)
 target_compile_options(kelo_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual

@@ -1,4 +1,4 @@
-"""What the repository says of itself to others, and what `cmake --install` gives to users."""
+"""The repository's pages, and the files that `cmake --install` installs."""
 
 import json
 import os
@@ -40,7 +40,7 @@ def test_the_newest_section_of_the_changelog_is_of_this_version():
 def installed(tmp_path_factory):
     prefix = tmp_path_factory.mktemp("a prefix")
     subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix], check=True, capture_output=True)
-    # A machine below the prefix: without settings the engine would use the home of the user.
+    # A machine below the prefix; by default the engine would use the user's home folder.
     (prefix / "lib/Kelo-Desk-Installer.app/Contents/Resources/linux_host.json").write_text(f'{{"root": "{prefix}/machine"}}')
     return prefix
 
@@ -65,7 +65,7 @@ def test_the_installed_bundle_states_the_version_and_lacks_nothing(installed):
         assert (installed / "share" / page).is_file(), page
 
 
-# The shell commands of macOS that packaging/macos/smoke.sh uses and the installed counterparts lack.
+# The macOS commands that packaging/macos/smoke.sh uses and that aren't installed.
 MAKERS = {
     "hdiutil": 'if [ "$1" = create ]; then shift; exec "{lab}/lab-diskimage" --volume-name "$3" "$5" "$8"; fi',
     "codesign": 'if [ "$1" = --force ]; then exec "{lab}/lab-sign" sign --variant ad-hoc "$4"; fi',

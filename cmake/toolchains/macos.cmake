@@ -1,19 +1,19 @@
 # macOS 12.0 and later, for the architecture in KELO_MACOS_ARCHITECTURE (arm64 or x86_64).
 #
-# On a Mac the system's own compiler and SDK do it. Elsewhere the compiler that `./dev macos` has installed does
-# (packaging/macos/compiler); KELO_ZIG names another one.
+# On a Mac, this uses the system's compiler and SDK; elsewhere the compiler that `./dev macos` installs
+# (packaging/macos/compiler), or the one in KELO_ZIG.
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KELO_MACOS_ARCHITECTURE KELO_ZIG)
 
 if(CMAKE_HOST_SYSTEM_NAME STREQUAL "Darwin")
   set(CMAKE_OSX_DEPLOYMENT_TARGET 12.0 CACHE STRING "")
   set(CMAKE_OSX_ARCHITECTURES ${KELO_MACOS_ARCHITECTURE} CACHE STRING "")
-  # Homebrew has a folder for each processor, and keeps OpenSSL out of the usual places.
+  # Homebrew's folder depends on the processor, and its OpenSSL isn't in the default places.
   set(HOMEBREW /opt/homebrew)
   if(KELO_MACOS_ARCHITECTURE STREQUAL "x86_64")
     set(HOMEBREW /usr/local)
   endif()
   list(APPEND CMAKE_PREFIX_PATH ${HOMEBREW} ${HOMEBREW}/opt/openssl@3)
-  # The SDK's own headers haven't been compiled with these warnings yet.
+  # The SDK's headers haven't been compiled with these warnings yet.
   set(KELO_WERROR OFF CACHE BOOL "Treat warnings as errors")
   return()
 endif()
@@ -39,7 +39,7 @@ set(CMAKE_OBJCXX_COMPILER ${KELO_ZIG} c++)
 foreach(LANGUAGE C CXX OBJCXX)
   set(CMAKE_${LANGUAGE}_COMPILER_TARGET ${KELO_TARGET})
 endforeach()
-# Which compiler this is we know; to find out, CMake would link, and so have the runtime libraries built once more.
+# The compiler is known. To detect it, CMake would link, which builds the runtime libraries once more.
 foreach(LANGUAGE C CXX OBJCXX)
   set(CMAKE_${LANGUAGE}_COMPILER_ID_RUN TRUE)
   set(CMAKE_${LANGUAGE}_COMPILER_ID Clang)
@@ -51,14 +51,13 @@ set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 set(CMAKE_AR llvm-ar-19)
 set(CMAKE_RANLIB llvm-ranlib-19)
 set(CMAKE_INSTALL_NAME_TOOL llvm-install-name-tool-19)
-# Without -g0 it describes every object for a debugger that isn't here; and its C++ headers say of few pointers
-# whether they may be null.
+# -g0 because the compiler adds debug information by default; and few pointers in its C++ headers have a nullability.
 set(CMAKE_C_FLAGS_INIT -g0)
 set(CMAKE_CXX_FLAGS_INIT "-g0 -Wno-nullability-completeness")
 set(CMAKE_OBJCXX_FLAGS_INIT ${CMAKE_CXX_FLAGS_INIT})
-# Nor does anybody here debug the runtime libraries, whose objects are named by where they lie.
+# The runtime libraries need no debug information, which would contain the paths of their objects.
 set(CMAKE_EXE_LINKER_FLAGS_INIT -s)
-# The compiler knows no -isysroot, -arch and -mmacosx-version-min: its target says all that.
+# The compiler has no -isysroot, -arch and -mmacosx-version-min; its target contains all that.
 set(CMAKE_OSX_SYSROOT "" CACHE STRING "")
 set(CMAKE_OSX_DEPLOYMENT_TARGET "" CACHE STRING "")
 set(CMAKE_OSX_ARCHITECTURES "" CACHE STRING "")

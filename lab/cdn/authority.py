@@ -1,6 +1,6 @@
-"""A certificate authority of the lab's own, and certificates for the real names of a closed network.
+"""The lab's certificate authority, and certificates for the CDN's names.
 
-Made with the command openssl. The authority is believed only where linux_host.json names it.
+Made with openssl. The engine trusts the authority only if linux_host.json has it.
 """
 
 import subprocess
@@ -18,7 +18,7 @@ def _openssl(*arguments):
 
 
 def make_authority(folder):
-    """Makes authority.pem and its key in `folder`, unless they are there. Gives the path of the first."""
+    """Makes authority.pem and its key in `folder` unless they exist. Returns the path of authority.pem."""
     folder = Path(folder)
     folder.mkdir(parents=True, exist_ok=True)
     authority = folder / AUTHORITY
@@ -30,7 +30,7 @@ def make_authority(folder):
 
 
 def make_certificate(folder, label, names):
-    """Makes {label}.pem and {label}.key in `folder` for these host names. Gives both paths."""
+    """Makes {label}.pem and {label}.key in `folder` for these host names. Returns both paths."""
     folder = Path(folder)
     certificate, key = folder / f"{label}.pem", folder / f"{label}.key"
     alternative = ",".join(f"DNS:{name}" for name in names)

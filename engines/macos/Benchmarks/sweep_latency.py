@@ -1,11 +1,10 @@
 #!/usr/bin/python3
-"""What a network with a long way costs check-updates: four apps against one, in the same run.
+"""Measures check-updates on a slow network, with all apps and with one.
 
   sweep_latency.py BUILD_FOLDER [--latency SECONDS] [--rounds N]
 
-Every byte to the CDN and back passes a relay that holds it for half of the latency. One app and four take turns;
-prints the medians and their ratio, which is about 1 when the four are asked for at once, and 4 when one after the
-other. Needs a build of the target engine-cli.
+A relay delays every byte by half of the latency in each direction. Prints the medians and their ratio: about 1 if the
+requests are parallel, the number of apps if they are sequential. Needs a build of the target engine-cli.
 """
 
 import argparse
@@ -29,7 +28,7 @@ APPS = {app["id"]: "x64" if app["cdnArch"] == "perArch" else app["cdnArch"] for 
 
 
 class Relay:
-    """A port that leads to another one, with a way of its own in between."""
+    """A port that forwards to another one with a delay."""
 
     def __init__(self, target, latency):
         self._target = target

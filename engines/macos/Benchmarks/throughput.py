@@ -1,11 +1,10 @@
 #!/usr/bin/python3
-"""Downloads over TLS on loopback: the host's URL session against `curl -o`, on the same file in the same run.
+"""Compares the host's URL session with `curl -o`, downloading the same file over TLS on loopback.
 
   throughput.py BUILD_FOLDER [--sizes MB,MB] [--rounds N]
 
-The two take turns. Prints the medians over the rounds: the throughput of each and their ratio, the processor time
-of each and its ratio, which other work on the machine hardly touches, and the session's peak memory. Needs nginx
-and curl, and a build of the target url-session-fetch.
+The two take turns. Prints the medians over the rounds: throughput and its ratio, processor time and its ratio (which
+depends little on other load), and the session's peak memory. Needs nginx, curl and a build of the target url-session-fetch.
 """
 
 import argparse
@@ -30,7 +29,7 @@ def make_file(path, megabytes):
 
 
 class Run:
-    """What one child process took."""
+    """The resources that one child process used."""
 
     def __init__(self, *words):
         before, start = resource.getrusage(resource.RUSAGE_CHILDREN), time.monotonic()

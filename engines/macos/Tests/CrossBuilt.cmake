@@ -1,5 +1,4 @@
-# What can be built of the tests for a machine that isn't this one, to be run there: the contract suites on its own
-# host. GoogleTest comes as sources.
+# The contract suites on the macOS host, to be run on a Mac. GoogleTest is built from its sources.
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
 
 file(GLOB CONTRACT_SOURCES CONFIGURE_DEPENDS Contract/*Contract.cpp)

@@ -1,4 +1,4 @@
-"""The role on a fleet of machines: each host is a local connection with an installer and a machine of its own."""
+"""The role on several hosts, each a local connection with its own installer and machine."""
 
 import datetime
 import importlib.util
@@ -17,15 +17,15 @@ BUILD = Path(os.environ.get("KELO_BUILD", "build/dev")).resolve()
 PROGRAMS = BUILD / "lab/bin"
 ENGINE = BUILD / "engines/macos/engine-cli"
 BUNDLE = "Kelo-Desk-Installer.app"
-# Whoever puts a path into a shell somewhere makes this file.
+# A shell that evaluates this path creates the file `injected`.
 INJECTION = "fresh 'n \"odd\" $(touch injected) `touch injected`; touch injected"
 
-# Whether this machine lets its users have a network namespace of their own, with nothing in it.
+# Whether this machine lets users have an empty network namespace.
 CAN_CUT = subprocess.run(["unshare", "--user", "--map-current-user", "--net", "true"], capture_output=True).returncode == 0
 
 
 class Fleet:
-    """Hosts by name, the last report, and runs of the playbook over them."""
+    """Hosts by name, the last report, and runs of the playbook."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -43,9 +43,9 @@ class Fleet:
         self.hosts[host] = {"kelo_desk_engine": str(place / BUNDLE / "Contents/MacOS/engine-cli")}
         return place / BUNDLE / "Contents/Resources"
 
-    def pretender(self, host, silent, brenna=None, offers=None, source="direct", retired=False):
-        """A host whose engine says what the test wants: its echo of an unattended run, the version and source of its
-        one app, and app -> version on offer on the network. It keeps the lines that started it."""
+    def fake(self, host, silent, brenna=None, offers=None, source="direct", retired=False):
+        """A host with a fake engine, which records its command lines. `silent` is the log of an unattended run, `brenna` and
+        `source` the version and source of its only app, `offers` app -> version on the CDN."""
         place = self.folder / host
         place.mkdir()
         rows = [{"id": "brenna", "displayName": "Kelo Brenna", "installedVersion": brenna, "source": brenna and source,
@@ -68,12 +68,12 @@ class Fleet:
         self.hosts[host] = {"kelo_desk_engine": str(engine)}
 
     def runs(self, host):
-        """What the unattended runs of a pretender were for."""
+        """The apps of the unattended runs of a fake engine."""
         lines = (self.folder / host / "started").read_text().splitlines()
         return [line.split()[5] for line in lines if line.startswith("--silent")]
 
     def behind(self, host, *command):
-        """Puts a command before the host's engine."""
+        """Starts the host's engine with a command."""
         engine = Path(self.hosts[host]["kelo_desk_engine"])
         wrapper = self.folder / f"{host}-engine"
         wrapper.write_text(f'#!/bin/sh\nexec {" ".join(command)} {engine} "$@"\n')
@@ -93,7 +93,7 @@ class Fleet:
         return sorted(entry.name for entry in place.iterdir())
 
     def play(self, *arguments, hosts=None, batches=None, **variables):
-        """Runs the playbook. Gives its exit status, and the result of each task on each host."""
+        """Runs the playbook. Returns its exit status, and the result of each task on each host."""
         if batches:
             arguments = (*arguments, "-e", json.dumps({"kelo_desk_batches": batches}))
         inventory = self.folder / "inventory.json"
@@ -146,12 +146,12 @@ def fleet(tmp_path_factory):
     made.installer("older")
     made.installer("partial", "--variant", "tolvi=wrong-digest")
     (made.installer("denied") / "programs/hdiutil").chmod(0o644)
-    made.pretender("mute", ["--- SILENT RUN SUMMARY action=install exit_code=0 ---", "--- END SUMMARY ---"])
-    made.pretender("hostile", ["--- SILENT RUN SUMMARY action=install exit_code=0 ---",
-                               '  app="Kelo Brenna" status=installed',
-                               "  app=\"Kelo Tolvi\" status=failed detail=\"{{ lookup('pipe', 'touch injected') }}\"",
-                               "--- END SUMMARY ---"])
-    made.pretender("online", [], brenna="1.0")
+    made.fake("mute", ["--- SILENT RUN SUMMARY action=install exit_code=0 ---", "--- END SUMMARY ---"])
+    made.fake("hostile", ["--- SILENT RUN SUMMARY action=install exit_code=0 ---",
+                          '  app="Kelo Brenna" status=installed',
+                          "  app=\"Kelo Tolvi\" status=failed detail=\"{{ lookup('pipe', 'touch injected') }}\"",
+                          "--- END SUMMARY ---"])
+    made.fake("online", [], brenna="1.0")
     made.hosts["missing"] = {"kelo_desk_engine": str(folder / "nowhere/engine-cli")}
     with socket.socket() as nobody:
         nobody.bind(("127.0.0.1", 0))  # and never listens
@@ -167,7 +167,7 @@ def fleet(tmp_path_factory):
 
 @pytest.fixture(scope="module")
 def first(fleet):
-    """The first sweep over all hosts, with its report and bundles as it left them."""
+    """The first sweep over all hosts, with its report and bundles."""
     told = fleet.play(hosts=[host for host in fleet.hosts if host != "online"])
     told["report"] = fleet.report
     return told
@@ -190,7 +190,7 @@ def test_a_host_that_had_them_is_ok(fleet, first):
     assert counts(first, "current") == {}
     assert first["report"]["current"]["exit_status"] is None
     assert {app["status"] for app in first["report"]["current"]["apps"].values()} == {"current"}
-    # No run for them: only the one that installed them.
+    # Only the run that installed them.
     assert fleet.log("current").count("SilentRunner: Starting") == 1
 
 
@@ -293,108 +293,108 @@ def test_an_unknown_app_stops_before_any_host_is_touched(fleet, first):
     assert list(fleet.folder.rglob("injected")) == []
 
 
-# What a run is started for, on hosts that only pretend.
+# The apps of a run, with fake engines.
 
 @pytest.fixture
-def pretenders(tmp_path):
+def fakes(tmp_path):
     return Fleet(tmp_path)
 
 
 DONE = ["--- SILENT RUN SUMMARY action=install exit_code=0 ---", '  app="Kelo Brenna" status=installed', "--- END SUMMARY ---"]
 
 
-def test_only_what_is_absent_or_older_is_run(pretenders):
-    pretenders.pretender("older", DONE, brenna="1.0")
-    pretenders.pretender("current", DONE, brenna="2.0")
-    pretenders.pretender("store", DONE, brenna="1.0", source="appstore")
-    pretenders.pretender("absent", DONE)
-    told = pretenders.play(kelo_desk_apps=["brenna"])
-    assert {host: pretenders.runs(host) for host in pretenders.hosts} == {
+def test_only_what_is_absent_or_older_is_run(fakes):
+    fakes.fake("older", DONE, brenna="1.0")
+    fakes.fake("current", DONE, brenna="2.0")
+    fakes.fake("store", DONE, brenna="1.0", source="appstore")
+    fakes.fake("absent", DONE)
+    told = fakes.play(kelo_desk_apps=["brenna"])
+    assert {host: fakes.runs(host) for host in fakes.hosts} == {
         "older": ["brenna"], "current": [], "store": [], "absent": ["brenna"]}
-    assert [pretenders.report[host]["verdict"] for host in ("current", "store")] == ["ok", "ok"]
-    assert pretenders.statuses("store") == {"brenna": "app_store"} and pretenders.statuses("current") == {"brenna": "current"}
-    # The engine said "installed", and there is no app.
-    assert pretenders.statuses("absent") == {"brenna": "absent afterwards"}
+    assert [fakes.report[host]["verdict"] for host in ("current", "store")] == ["ok", "ok"]
+    assert fakes.statuses("store") == {"brenna": "app_store"} and fakes.statuses("current") == {"brenna": "current"}
+    # The engine reported "installed", but there is no app.
+    assert fakes.statuses("absent") == {"brenna": "absent afterwards"}
     assert counts(told, "absent") == {"failures": 1}
 
 
-def test_an_app_whose_version_on_offer_is_unknown_is_left_alone_and_told(pretenders):
-    pretenders.pretender("partly", DONE, brenna="1.0", offers={"tolvi": "2.0"})
-    pretenders.pretender("dark", DONE, brenna="1.0", offers={})
-    pretenders.pretender("retired", ["--- SILENT RUN SUMMARY action=install exit_code=2 ---", '  note="expired"'], brenna="1.0",
+def test_an_app_whose_version_on_offer_is_unknown_is_left_alone_and_told(fakes):
+    fakes.fake("partly", DONE, brenna="1.0", offers={"tolvi": "2.0"})
+    fakes.fake("dark", DONE, brenna="1.0", offers={})
+    fakes.fake("retired", ["--- SILENT RUN SUMMARY action=install exit_code=2 ---", '  note="expired"'], brenna="1.0",
                          offers={}, retired=True)
-    told = pretenders.play(kelo_desk_apps=["brenna", "tolvi"], hosts=["partly"])
-    assert (pretenders.runs("partly"), counts(told, "partly")) == (["tolvi"], {"failures": 1})
-    assert pretenders.statuses("partly")["brenna"] == "no answer"
+    told = fakes.play(kelo_desk_apps=["brenna", "tolvi"], hosts=["partly"])
+    assert (fakes.runs("partly"), counts(told, "partly")) == (["tolvi"], {"failures": 1})
+    assert fakes.statuses("partly")["brenna"] == "no answer"
     assert "brenna no answer" in result_of(told, "Give the verdict", "partly")["msg"]
-    told = pretenders.play(kelo_desk_apps=["brenna"], hosts=["dark", "retired"])
-    assert (pretenders.runs("dark"), counts(told, "dark")) == ([], {"unreachable": 1})
-    # Why nothing comes of it, the engine says.
-    assert (pretenders.runs("retired"), pretenders.report["retired"]["note"]) == (["brenna"], "expired")
+    told = fakes.play(kelo_desk_apps=["brenna"], hosts=["dark", "retired"])
+    assert (fakes.runs("dark"), counts(told, "dark")) == ([], {"unreachable": 1})
+    # The note is the engine's.
+    assert (fakes.runs("retired"), fakes.report["retired"]["note"]) == (["brenna"], "expired")
 
 
-def test_an_app_that_the_installer_does_not_offer_fails_with_a_note(pretenders):
-    pretenders.pretender("host", DONE)
-    told = pretenders.play(kelo_desk_apps=["rulo"])
-    assert (pretenders.runs("host"), counts(told, "host")) == ([], {"failures": 1})
-    assert pretenders.report["host"]["note"] == "the installer doesn't offer rulo"
+def test_an_app_that_the_installer_does_not_offer_fails_with_a_note(fakes):
+    fakes.fake("host", DONE)
+    told = fakes.play(kelo_desk_apps=["rulo"])
+    assert (fakes.runs("host"), counts(told, "host")) == ([], {"failures": 1})
+    assert fakes.report["host"]["note"] == "the installer doesn't offer rulo"
 
 
-def test_apps_may_come_as_one_text_on_the_command_line(pretenders):
-    pretenders.pretender("host", DONE, brenna="2.0")
-    told = pretenders.play("-e", "kelo_desk_apps=brenna")
-    assert (told["status"], pretenders.statuses("host")) == (0, {"brenna": "current"})
-    assert pretenders.play("-e", "kelo_desk_apps=brenna,tolvi")["counts"]["host"]["failures"] == 1  # DONE has no tolvi
-    assert pretenders.runs("host") == ["tolvi"]
+def test_apps_may_come_as_one_text_on_the_command_line(fakes):
+    fakes.fake("host", DONE, brenna="2.0")
+    told = fakes.play("-e", "kelo_desk_apps=brenna")
+    assert (told["status"], fakes.statuses("host")) == (0, {"brenna": "current"})
+    assert fakes.play("-e", "kelo_desk_apps=brenna,tolvi")["counts"]["host"]["failures"] == 1  # DONE has no tolvi
+    assert fakes.runs("host") == ["tolvi"]
 
 
-def test_in_batches_the_report_keeps_what_earlier_batches_did_and_what_is_still_to_come(pretenders):
+def test_in_batches_the_report_keeps_what_earlier_batches_did_and_what_is_still_to_come(fakes):
     for host in ("first", "third"):
-        pretenders.pretender(host, DONE, brenna="2.0")
+        fakes.fake(host, DONE, brenna="2.0")
     with socket.socket() as closed:
         closed.bind(("127.0.0.1", 0))  # and never listens
-        pretenders.hosts["second"] = {"ansible_connection": "ssh", "ansible_host": "127.0.0.1",
+        fakes.hosts["second"] = {"ansible_connection": "ssh", "ansible_host": "127.0.0.1",
                                       "ansible_port": closed.getsockname()[1], "ansible_ssh_common_args": "-F none"}
-        told = pretenders.play(hosts=["first", "second", "third"], batches=[1], kelo_desk_apps=["brenna"])
+        told = fakes.play(hosts=["first", "second", "third"], batches=[1], kelo_desk_apps=["brenna"])
     assert told["status"] == 4 and counts(told, "second") == {"unreachable": 1}
-    assert {host: entry["verdict"] for host, entry in pretenders.report.items()} == {
+    assert {host: entry["verdict"] for host, entry in fakes.report.items()} == {
         "first": "ok", "second": "unreachable", "third": "not_begun"}
     table = next(result for result in told["results"] if result["task"].endswith("Report per host and app"))["result"]["msg"]
     assert [line.split() for line in table[1:]] == [["first", "ok", "brenna", "current", "2.0"], ["second", "not", "begun"],
                                                     ["third", "not", "begun"]]
-    pretenders.play(hosts=["first", "third"], batches=[1], kelo_desk_apps=["brenna"])
-    assert {host: entry["verdict"] for host, entry in pretenders.report.items()} == {"first": "ok", "third": "ok"}
+    fakes.play(hosts=["first", "third"], batches=[1], kelo_desk_apps=["brenna"])
+    assert {host: entry["verdict"] for host, entry in fakes.report.items()} == {"first": "ok", "third": "ok"}
 
 
-def test_after_too_many_failures_no_further_host_is_begun(pretenders):
+def test_after_too_many_failures_no_further_host_is_begun(fakes):
     for host, version in {"fine": "2.0", "one": None, "two": None, "three": "1.0", "four": "1.0"}.items():
-        pretenders.pretender(host, DONE, brenna=version)
-    told = pretenders.play(batches=[3, "100%"], kelo_desk_apps=["brenna"], kelo_desk_max_failures=1)
-    assert {host: entry["verdict"] for host, entry in pretenders.report.items()} == {
+        fakes.fake(host, DONE, brenna=version)
+    told = fakes.play(batches=[3, "100%"], kelo_desk_apps=["brenna"], kelo_desk_max_failures=1)
+    assert {host: entry["verdict"] for host, entry in fakes.report.items()} == {
         "fine": "ok", "one": "failed", "two": "failed", "three": "held", "four": "held"}
-    assert pretenders.report["three"]["note"] == "2 hosts failed before"
-    assert (counts(told, "three"), (pretenders.folder / "three/started").exists()) == ({"unreachable": 1}, False)
-    pretenders.play(batches=[3, "100%"], kelo_desk_apps=["brenna"], kelo_desk_max_failures=2)
-    assert pretenders.runs("three") == ["brenna"]
+    assert fakes.report["three"]["note"] == "2 hosts failed before"
+    assert (counts(told, "three"), (fakes.folder / "three/started").exists()) == ({"unreachable": 1}, False)
+    fakes.play(batches=[3, "100%"], kelo_desk_apps=["brenna"], kelo_desk_max_failures=2)
+    assert fakes.runs("three") == ["brenna"]
 
 
-def test_a_ring_takes_only_installers_of_its_release_and_the_report_has_them(pretenders):
+def test_a_ring_takes_only_installers_of_its_release_and_the_report_has_them(fakes):
     soon = (datetime.datetime.now(datetime.timezone.utc) + datetime.timedelta(days=9)).strftime("%Y-%m-%d")
     for host, configuration in (("pilot", {"cdn": {"release": "pilot"}, "expiresOn": {"online": soon, "offline": "2001-01-01"}}),
                                 ("broad", {"expiresOn": {"online": "2999-12-31"}}), ("odd", ["no object"])):
-        pretenders.pretender(host, DONE, brenna="2.0")
-        engine = Path(pretenders.hosts[host]["kelo_desk_engine"])
-        bundle = pretenders.folder / f"{host}.app/Contents"
+        fakes.fake(host, DONE, brenna="2.0")
+        engine = Path(fakes.hosts[host]["kelo_desk_engine"])
+        bundle = fakes.folder / f"{host}.app/Contents"
         for folder in ("MacOS", "Resources"):
             (bundle / folder).mkdir(parents=True)
-        pretenders.hosts[host]["kelo_desk_engine"] = str(engine.rename(bundle / "MacOS/engine-cli"))
+        fakes.hosts[host]["kelo_desk_engine"] = str(engine.rename(bundle / "MacOS/engine-cli"))
         (bundle / "Resources/installer_config.json").write_text(json.dumps(configuration))
-    told = pretenders.play(kelo_desk_apps=["brenna"], kelo_desk_release="pilot")
-    assert [pretenders.report[host]["verdict"] for host in ("pilot", "broad", "odd")] == ["ok", "failed", "failed"]
-    assert pretenders.report["broad"]["note"] == "the installer follows the release latest, not pilot"
-    assert pretenders.runs("broad") == [] and counts(told, "pilot") == {}
-    told = pretenders.play(kelo_desk_apps=["brenna"])
-    assert {host: entry["installer"] for host, entry in pretenders.report.items()} == {
+    told = fakes.play(kelo_desk_apps=["brenna"], kelo_desk_release="pilot")
+    assert [fakes.report[host]["verdict"] for host in ("pilot", "broad", "odd")] == ["ok", "failed", "failed"]
+    assert fakes.report["broad"]["note"] == "the installer follows the release latest, not pilot"
+    assert fakes.runs("broad") == [] and counts(told, "pilot") == {}
+    told = fakes.play(kelo_desk_apps=["brenna"])
+    assert {host: entry["installer"] for host, entry in fakes.report.items()} == {
         "pilot": {"version": "7.8", "release": "pilot", "expires": soon},
         "broad": {"version": "7.8", "release": "latest", "expires": "2999-12-31"},
         "odd": {"version": "7.8", "release": "latest", "expires": None}}
@@ -402,11 +402,11 @@ def test_a_ring_takes_only_installers_of_its_release_and_the_report_has_them(pre
     assert [line for line in lines if "expires" in line] == [["pilot", "ok", "expires", "7.8", soon]]
 
 
-# What the role reads out of the engine's words.
+# Reading the engine's output.
 
 @pytest.fixture(scope="module")
 def reading(tmp_path_factory):
-    """The plugin's own functions. Whoever imports Ansible gets a folder in the home, unless it is told another."""
+    """The plugin as a module. Importing Ansible creates a folder, by default in the home folder."""
     os.environ["ANSIBLE_LOCAL_TEMP"] = str(tmp_path_factory.mktemp("ansible"))
     spec = importlib.util.spec_from_file_location("run", FLEET / "roles/kelo_desk/action_plugins/kelo_desk_run.py")
     module = importlib.util.module_from_spec(spec)

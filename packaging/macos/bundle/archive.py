@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
 """archive.py BUNDLE ARCHIVE: packs the folder BUNDLE under its own name into the zip archive ARCHIVE.
 
-The same content gives the same bytes: entries are sorted, all bear the same time, and modes are 755 or 644.
+The same content gives the same bytes: entries are sorted and have the same time, and modes are 755 or 644.
 """
 
 import pathlib
 import sys
 import zipfile
 
-TIME = (1980, 1, 1, 0, 0, 0)  # the first that the format can say
+TIME = (1980, 1, 1, 0, 0, 0)  # the earliest of the format
 DIRECTORY, FILE, EXECUTABLE = 0o040755, 0o100644, 0o100755
 UNIX, MSDOS_DIRECTORY = 3, 0x10
 

@@ -1,4 +1,4 @@
-"""What ./dev macos has made, opened again."""
+"""The bundle and the archive that ./dev macos has made."""
 
 import hashlib
 import json

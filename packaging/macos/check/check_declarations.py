@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks packaging/macos against the description of the SDK: one line for each problem, silence for none.
+"""Checks packaging/macos against the description of the SDK. Prints one line for each problem.
 
     check_declarations.py PACKAGE EXECUTABLES      the description's folder, and one with real Mach-O files
 """
@@ -23,7 +23,7 @@ UNSEEN = "packaging/macos/check/unseen.txt"
 
 
 def files():
-    """path -> text of all that is checked."""
+    """path -> text of the checked files."""
     patterns = ["packaging/macos/include/**/*.h", "packaging/macos/stubs/**/*.tbd", f"{PLATFORM}/*.h",
                 f"{PLATFORM}/Darwin/*.mm", f"{PLATFORM}/Darwin/*.h", UNLISTED, UNSEEN]
     return {str(path.relative_to(ROOT)): path.read_text() for pattern in patterns for path in ROOT.glob(pattern)}
@@ -40,7 +40,7 @@ def rows(texts, path):
 
 
 def problems(texts, description, seen):
-    """`seen`: as `homes.seen` gives it."""
+    """`seen`: the result of `homes.seen`."""
     ours = part(texts, "packaging/macos/include", ".h")
     declarations = headers.read(ours)
     host = part(texts, f"{PLATFORM}/Darwin", ".mm", ".h")

@@ -1,11 +1,11 @@
-"""Holds each of our declarations against the description, and says in one line what differs."""
+"""Compares each of our declarations with the description. Gives one line per difference."""
 
 import difflib
 import re
 
 from description import NUMBER, SELF
 
-# What one import brings, in the description's own files.
+# The files of the description that one import covers.
 BRINGS = {
     "Foundation": ["Foundation", "CoreFoundation", "Runtime"],
     "CoreFoundation": ["CoreFoundation", "Runtime"],
@@ -14,7 +14,7 @@ BRINGS = {
     "Carbon": ["Carbon"],
     "AppKit": ["AppKit"],
 }
-# A protocol that bears the name of a class has another one in the description.
+# Protocols with the name of a class have another name in the description.
 PROTOCOL_NAMES = {"NSObject": "NSObjectProtocol"}
 
 
@@ -31,17 +31,17 @@ class Comparison:
         self._description, self._names_nearest = description, names_nearest
         self.problems = []
 
-    # What is known to the framework of a declaration.
+    # The declarations that a framework can use.
 
     def _frameworks(self, declared):
         return [self._description.framework(name) for name in BRINGS[declared.framework]]
 
     def _type(self, declared, name):
-        """The first that has members; a class can be named in several files."""
+        """The first one with members; a class can occur in several files."""
         return next((found for each in self._frameworks(declared) if (found := each.type(name))), None)
 
     def _family(self, declared, name):
-        """The type, what it inherits from and the protocols of all of them, the nearest first."""
+        """The type, its ancestors and their protocols, the nearest first."""
         family, waiting = [], [name]
         while waiting:
             current = self._type(declared, waiting.pop(0))
@@ -141,7 +141,7 @@ class Comparison:
         ours, owner = declared.value, declared.owner
         family = self._family(declared, owner.name)
         if not family or owner.kind == "structure":
-            return  # said of the type already
+            return  # already reported for the type
         named = [member for each in family for member in each.members if member.name == ours.name]
         same = [member for member in named if (member.static, member.method) == (ours.static, ours.method)]
         if not named:
@@ -156,7 +156,7 @@ class Comparison:
         theirs = next((each for each in same if len(each.parameters) == len(ours.parameters)), same[0])
         result = theirs.result
         if SELF in (ours.result, result) and {ours.result, result} <= {SELF, ("class", declared.owner.name)}:
-            result = ours.result  # the description doesn't always tell the class itself from "this very class"
+            result = ours.result  # the description doesn't always distinguish the class from `instancetype`
         self._signature(declared, (ours.result, ours.parameters), (result, theirs.parameters))
         if not ours.method and theirs.readonly and not ours.readonly:
             self._problem(declared, f"{ours.name} of {declared.owner.name} is readonly")
@@ -184,7 +184,7 @@ class Comparison:
             self._problem(declared, f"{declared.name} is {homes[home]}, not {value}")
 
     def _homes(self, declared):
-        """enumeration -> the value. The description cuts off how an enumerator and its enumeration begin alike."""
+        """enumeration -> value. The description omits the common prefix of an enumerator and its enumeration."""
         homes = {}
         for framework in self._frameworks(declared):
             for enumeration, values in framework.enums.items():
@@ -194,7 +194,7 @@ class Comparison:
         return homes
 
     def _enumerators(self, declared):
-        """Every name that an enumerator could have."""
+        """The possible names of an enumerator."""
         for framework in self._frameworks(declared):
             yield from framework.constants
             for enumeration, values in framework.enums.items():
@@ -222,7 +222,7 @@ class Comparison:
 
 
 def compare(declarations, description, unlisted):
-    """`unlisted`: name -> where it is said that the description doesn't list it. One line for each problem."""
+    """`unlisted`: name -> place, of what the description doesn't list. One line for each problem."""
     problems = []
     for declared in declarations.found:
         name = declared.full_name

@@ -1,5 +1,5 @@
-"""What `dev` installs for the check with npm, under build/, once for all builds: the description of the SDK, and executables
-that Apple's linker made."""
+"""The packages that `dev` installs for the check with npm: the description of the SDK, and executables that Apple's linker
+made."""
 
 import os
 import pathlib

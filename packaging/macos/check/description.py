@@ -1,7 +1,7 @@
 """The independent description of the macOS SDK: TypeScript declarations, one file per framework.
 
-The files are generated and regular: a declaration begins at the start of a line, a member fills one line. What
-doesn't look like that is an error here, so that nothing is passed over in silence.
+The files are generated: a declaration begins at the start of a line, and a member is one line. Anything else is an error, so
+that nothing is skipped.
 """
 
 import pathlib
@@ -20,7 +20,7 @@ class Member:
     parameters: list = field(default_factory=list)
     readonly: bool = False
     optional: bool = False
-    parts: tuple = ()  # of our own methods: the selector, part by part
+    parts: tuple = ()  # of our methods: the parts of the selector
 
     @property
     def kind(self):
@@ -40,7 +40,7 @@ class Type:
 
 
 def split(text, separator):
-    """`text` cut at `separator`, outside of any brackets."""
+    """Splits `text` at `separator` outside of brackets."""
     parts, depth, start, index = [], 0, 0, 0
     while index < len(text):
         if text.startswith("=>", index):
@@ -150,7 +150,7 @@ HEAD = re.compile(r"declare (class|interface) ([\w$]+)(<.*?>)?(?: extends ([^{]*
 
 
 class Framework:
-    """What one file lists. The members of a type are read when they are asked for."""
+    """The contents of one file. The members of a type are read when needed."""
 
     def __init__(self, path):
         self.types, self.constants, self.enums, self.functions = {}, {}, {}, {}
@@ -169,7 +169,7 @@ class Framework:
             self.functions[found[1]] = found[2]
         elif found := HEAD.fullmatch(line):
             kind = "protocol" if found[1] == "interface" else "class"
-            # A protocol is listed twice, as an interface and as a value; the interface is the one that tells.
+            # A protocol is listed twice, as an interface and as a value; the interface has the members.
             if kind == "protocol" or found[2] not in self.types:
                 self.types[found[2]] = (kind, number, found)
         else:
@@ -215,7 +215,7 @@ class Framework:
 
 
 class Description:
-    """All files, each read when it is first asked for."""
+    """All files, each read when first needed."""
 
     def __init__(self, package):
         self._folder = pathlib.Path(package) / "types"

@@ -1,4 +1,4 @@
-"""Our own declarations: what `packaging/macos/include` says, as libclang reads it."""
+"""Our declarations in `packaging/macos/include`, read with libclang."""
 
 import ctypes
 import pathlib
@@ -11,7 +11,7 @@ from clang import cindex
 from clang.cindex import CursorKind, TypeKind
 from description import BOOLEAN, NUMBER, OBJECT, POINTER, SELF, STRING, VOID, Member, Type
 
-# What our headers import of the compiler's own, so that the check doesn't need the compiler.
+# The compiler's headers that ours import, so that the check doesn't need the compiler.
 RUNTIME = {
     "objc/objc.h": "typedef signed char BOOL;\ntypedef long NSInteger;\ntypedef unsigned long NSUInteger;\n",
     "objc/NSObject.h": "#include <objc/objc.h>\n@protocol NSObject\n@end\n"
@@ -32,7 +32,7 @@ ATTRIBUTES.argtypes, OPTIONAL.argtypes = [cindex.Cursor, ctypes.c_uint], [cindex
 
 @dataclass
 class Declared:
-    """One declaration and where it stands."""
+    """A declaration and its place."""
 
     kind: str  # "class", "protocol", "structure", "member", "enumerator", "constant", "function" or "typedef"
     name: str
@@ -51,20 +51,20 @@ class Declared:
 class Declarations:
     found: list = field(default_factory=list)
     types: dict = field(default_factory=dict)
-    errors: list = field(default_factory=list)  # what isn't understood
+    errors: list = field(default_factory=list)  # unknown constructs
 
     def named(self, *kinds):
         return {declared.name: declared for declared in self.found if declared.kind in kinds}
 
     def family(self, name):
-        """Our type of that name, what it inherits from and the protocols of all of them."""
+        """Our type of that name, its ancestors and their protocols."""
         found = self.types.get(name)
         parents = [*found.protocols, found.superclass] if found else []
         return [found, *(each for parent in parents for each in self.family(parent))] if found else []
 
 
 class Reader:
-    """Reads the headers in `folder`, which are the files of `paths`."""
+    """Reads the headers `paths` in `folder`."""
 
     def __init__(self, folder, paths):
         self._folder, self._paths, self._into = folder, paths, Declarations()
@@ -139,7 +139,7 @@ class Reader:
 
     def _member(self, cursor, member):
         owner = self._into.types.get(cursor.semantic_parent.spelling)
-        # A property's own methods stand where it stands. Members of what isn't understood are passed over with it.
+        # The methods of a property have its place. The members of an unknown construct are skipped.
         if owner is None or any(each.owner is owner and each.where == self._where(cursor.location) for each in self._into.found):
             return
         member.optional = bool(OPTIONAL(cursor))

@@ -1,7 +1,7 @@
-"""Holds the stubs to the libraries that real executables bind their symbols to.
+"""Compares the stubs with the libraries to which real executables bind their symbols.
 
-Foundation passes CoreFoundation's symbols on and not the reverse, so a symbol in the wrong stub links, and stops the
-program on a Mac before its first line. Apple's linker has written the true home into every Mach-O file.
+Foundation reexports CoreFoundation's symbols and not the reverse. So a symbol in the wrong stub links, and the program doesn't
+start on a Mac. Every Mach-O file from Apple's linker has the library of each symbol.
 """
 
 import collections
@@ -15,7 +15,7 @@ MAGIC = (b"\xcf\xfa\xed\xfe", b"\xca\xfe\xba\xbe")  # one architecture, several
 
 
 def seen(folder):
-    """symbol -> the libraries that the Mach-O files below `folder` take it from, by their short names."""
+    """symbol -> short names of the libraries to which the Mach-O files below `folder` bind it."""
     homes = collections.defaultdict(set)
     for path in sorted(pathlib.Path(folder).rglob("*")):
         if not path.is_file() or path.read_bytes()[:4] not in MAGIC:
@@ -27,8 +27,8 @@ def seen(folder):
 
 
 def problems(entries, kin, homes):
-    """`entries`: (symbol, library, where) of all that the stubs name; `kin`: symbol without a witness -> (a symbol that
-    shares its home, where that is said)."""
+    """`entries`: (symbol, library, place) of each symbol in the stubs; `kin`: symbol that no executable uses -> (a symbol of the
+    same library, place)."""
     named = set()
     for symbol, library, where in entries:
         named.add(symbol)

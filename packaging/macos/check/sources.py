@@ -1,7 +1,7 @@
-"""Holds the host's own sources against our declarations, where no compiler does.
+"""Compares the host's sources with our declarations where the compiler doesn't.
 
-A delegate's method that is misspelt is one that nobody ever calls; a key or selector in quotes is nothing but
-text; and a declaration that nothing uses promises something that nobody has tried.
+A misspelt method of a delegate is never called, a key or selector in quotes is only text, and an unused declaration is
+untested.
 """
 
 import collections
@@ -13,7 +13,7 @@ INTERFACE = re.compile(r"^@interface (\w+) : (\w+)(?: <([\w, ]+)>)?", re.MULTILI
 METHOD = re.compile(r"^([-+]) \([^\n{;]*?\)(\w[^{;]*?)\s*\{", re.MULTILINE | re.DOTALL)
 LITERAL = re.compile(r'(?:@selector\(|NSSelectorFromString\(@")([\w:]+)|"(NS[A-Z]\w+)"')
 
-# Members that the compiler calls for the language's own forms.
+# Members that the compiler calls for syntax of the language.
 BY_THE_COMPILER = {
     "countByEnumeratingWithStateObjectsCount": "for (x in y)",
     "arrayWithObjectsCount": "@[x, y]",
@@ -31,7 +31,7 @@ def _nearest(name, known):
 
 
 def _implemented(path, text, declarations):
-    """Every method of our own classes is one that a protocol or superclass of theirs asks for."""
+    """Every method of our classes belongs to one of their protocols or superclasses."""
     adopted = {found[1]: [found[2], *re.findall(r"\w+", found[3] or "")] for found in INTERFACE.finditer(text)}
     for implementation in IMPLEMENTATION.finditer(text):
         known = {}
@@ -58,7 +58,7 @@ def _quoted(path, text, declarations, constants):
 
 
 class Words:
-    """What the sources and our headers say, word by word."""
+    """The words of the sources and of our headers."""
 
     def __init__(self, sources, headers):
         text, declared = "\n".join(sources.values()), "\n".join(headers.values())

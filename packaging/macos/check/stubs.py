@@ -1,20 +1,19 @@
-"""Holds the stubs that are linked against to our declarations: each names the other, and neither anything else.
+"""Compares the stubs with our declarations: both have the same symbols.
 
-A class needs a stub when the sources send to it by its name or inherit from it; one that only occurs as the type
-of an object needs none.
+A class needs a symbol if the sources send messages to it or inherit from it, but not if it is only the type of an object.
 """
 
 import difflib
 import re
 
 CLASS = "_OBJC_CLASS_$_"
-# What the compiler calls without our having said so, and the root of all classes.
+# Functions that the compiler calls implicitly, and the root class.
 BY_THE_COMPILER = re.compile(r"_objc_\w+|__objc_empty_cache|___CFConstantStringClassReference|_OBJC_CLASS_\$_NSObject")
 LIST = re.compile(r"^\s*(?:- )?(symbols|objc-classes):\s*\[([^\]]*)\]", re.MULTILINE)
 
 
 def entries(stubs):
-    """(symbol, library, file:line) of all that the stubs name. `stubs`: path -> text."""
+    """(symbol, library, file:line) of each symbol in the stubs. `stubs`: path -> text."""
     for path, text in stubs.items():
         library = path.split("/")[-1].removesuffix(".tbd")
         for found in LIST.finditer(text):

@@ -1,4 +1,4 @@
-"""Our declarations are those of the SDK, and a mistake in any of them is found."""
+"""Our declarations agree with the SDK, and the check finds mistakes in them."""
 
 import re
 
@@ -40,7 +40,7 @@ def test_the_reader_of_our_headers_finds_what_they_declare():
     assert {kind: sum(each.kind == kind for each in found) for kind in counted} == counted
 
 
-# file, what stands there, what is written instead, what is said of it.
+# file, text, replacement, message.
 MISTAKES = [
     # Names.
     (FOUNDATION, "source toPath:(NSString*)destination error:(NSError**)error;\n- (BOOL)removeItem",
@@ -134,7 +134,7 @@ MISTAKES = [
      "keyASSubroutineName belongs to Carbon, not to CoreServices"),
     (FOUNDATION, "typedef double NSTimeInterval;", "typedef double NSTimeInterval;\ntypedef double NSSeconds;",
      "Foundation has no enumeration NSSeconds"),
-    # The list of what isn't listed.
+    # unlisted.txt.
     (UNLISTED, "OSStatus ", "NSDataWritingOptions another\nOSStatus ",
      "NSDataWritingOptions is listed by the description after all"),
     (UNLISTED, "OSStatus ", "NSSeconds a number\nOSStatus ", "NSSeconds isn't declared any longer"),
@@ -163,7 +163,7 @@ MISTAKES = [
     (FOUNDATION_STUB, "NSFileManager,", "", "no stub names _OBJC_CLASS_$_NSFileManager"),
     (FOUNDATION_STUB, "_NSFileSize,", "", "no stub names _NSFileSize"),
     (FOUNDATION_STUB, "NSURLSession,", "NSURLSession, NSURLSessionTask,", "_OBJC_CLASS_$_NSURLSessionTask is neither declared nor used"),
-    # The homes: what Foundation passes on of CoreFoundation's, the reverse, and what has nothing to do with the other.
+    # The libraries of symbols: reexported from CoreFoundation by Foundation, the reverse, and unrelated ones.
     (FOUNDATION_STUB, "NSPipe,", "NSPipe, NSRunLoop,", "_OBJC_CLASS_$_NSRunLoop lives in CoreFoundation, not in Foundation"),
     (FOUNDATION_STUB, "_NSFileSize,", "_NSFileSize, _NSURLIsDirectoryKey,",
      "_NSURLIsDirectoryKey lives in CoreFoundation, not in Foundation"),

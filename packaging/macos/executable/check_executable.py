@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""check_executable.py EXECUTABLE STUBS LIBSYSTEM [FORBIDDEN...]: looks into the linked engine, without a Mac.
+"""check_executable.py EXECUTABLE STUBS LIBSYSTEM [FORBIDDEN...]: checks the linked engine without a Mac.
 
 Checks that it has both architectures, requires macOS 12.0 at least, is position-independent, has an LC_UUID, and links
 exactly the libraries of the stubs below STUBS and the system's own (LIBSYSTEM is its stub); that every undefined symbol
@@ -22,7 +22,7 @@ def known_libraries(folder, libsystem, architecture):
 
 
 def short_name(install_name):
-    """As the tools shorten it: "/usr/lib/libobjc.A.dylib" is "libobjc", a framework is its own name."""
+    """The tools' short name: "libobjc" for "/usr/lib/libobjc.A.dylib", the name of a framework."""
     return install_name.rsplit("/", 1)[1].split(".")[0]
 
 

@@ -1,4 +1,4 @@
-"""What the tools of LLVM read in one slice of a Mach-O file."""
+"""Reads a slice of a Mach-O file with LLVM's tools."""
 
 import re
 import subprocess
@@ -15,7 +15,7 @@ def architectures(executable):
 
 
 def undefined(executable, architecture="all"):
-    """(symbol, short name of the library that it is bound to; empty where any may have it) of each missing symbol."""
+    """(symbol, short name of its library, empty if any) of each undefined symbol."""
     said = run("llvm-nm-19", "-m", "-u", f"--arch={architecture}", executable)
     found = UNDEFINED.findall(said)
     if len(found) != sum("(undefined" in line for line in said.splitlines()):
@@ -34,7 +34,7 @@ class Slice:
         return [each for each in self._headers.split("Load command ") if f"cmd {name}\n" in each]
 
     def is_position_independent(self):
-        """So that the system can load it at another address each time."""
+        """Whether the system can load it at a random address."""
         return " PIE" in self._headers.split("Load command 0")[0]
 
     def libraries(self):
@@ -42,7 +42,7 @@ class Slice:
         return [re.search(r"name (\S+)", each)[1] for kind in kinds for each in self.commands(kind)]
 
     def platform_and_minimum(self):
-        """("macos", "12.0"), or what stands there instead."""
+        """Such as ("macos", "12.0")."""
         found = self.commands("LC_BUILD_VERSION")
         if len(found) != 1:
             return None

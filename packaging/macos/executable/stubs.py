@@ -1,4 +1,4 @@
-"""What text-based stub libraries say: which library, under its install name, has which symbols."""
+"""Reads text-based stub libraries: install name and symbols."""
 
 import re
 
@@ -11,7 +11,7 @@ REEXPORTED = re.compile(r"^reexported-libraries:\n(.*?)(?=^[a-z]\S*:|\Z)", re.MU
 WORD = re.compile(r"'([^']*)'|([^\s,\[\]']+)")
 CLASS_SYMBOLS = ("_OBJC_CLASS_$_", "_OBJC_METACLASS_$_")
 
-# How stubs name the architecture of a slice. A library that is built for arm64e alone serves arm64 as well.
+# The stubs' names of a slice's architecture. A library for arm64e only can be linked for arm64 too.
 TARGETS = {"arm64": ("arm64-macos", "arm64e-macos"), "x86_64": ("x86_64-macos",)}
 
 
@@ -32,8 +32,7 @@ def symbols_of(document, architecture):
 
 
 def read(text, architecture):
-    """Install name -> symbols, of the library that `text` describes first. What it passes on from others counts as
-    its own."""
+    """The install name and the symbols, including reexported ones, of the first library in `text`."""
     documents = DOCUMENT.findall(text)
     if not documents:
         raise ValueError("no stub of a library")

@@ -1,4 +1,4 @@
-"""The look into the linked engine must see what is wrong there: here each wrong is made on purpose."""
+"""check_executable.py finds faults of the linked engine: each test makes one."""
 
 import pathlib
 import re
@@ -21,7 +21,7 @@ FOUNDATION = "frameworks/Foundation.framework/Foundation.tbd"
 
 @pytest.fixture
 def folder(tmp_path):
-    """A copy of the stubs, to be changed."""
+    """A modifiable copy of the stubs."""
     return pathlib.Path(shutil.copytree(HERE.parent / "stubs", tmp_path / "stubs"))
 
 
@@ -36,7 +36,7 @@ def change(path, pattern, replacement):
 
 
 def changed_twice(pattern, replacement, copy):
-    """A copy of the engine with that change in each of its slices."""
+    """A copy of the engine with that change in each slice."""
     content, count = re.subn(pattern, replacement, EXECUTABLE.read_bytes(), flags=re.DOTALL)
     assert count == 2
     copy.write_bytes(content)
@@ -107,7 +107,7 @@ def test_a_fixed_address(folder, tmp_path):
 
 
 def test_no_identifier_of_the_build(folder, tmp_path):
-    # LC_UUID, with its length, becomes a command that no tool knows.
+    # Replaces LC_UUID, with its length, by an unknown command.
     executable = changed_twice(rb"\x1b\0\0\0(\x18\0\0\0)", b"\x70\0\0\0\\1", tmp_path / "nameless")
     assert found(folder, executable) == [f"{each} has no LC_UUID, by which crash reports and symbols find each other"
                                          for each in ("arm64", "x86_64")]

@@ -1,5 +1,5 @@
-# The end-to-end suite runs the real executable of this build. The longest files run in parts, so that all processors stay
-# busy until the end.
+# The end-to-end suite runs the executable of this build. The longest files run in parts, so that all processors stay busy
+# until the end.
 set(PARTS_test_cancel_and_crash 3)
 set(PARTS_test_causes 2)
 set(PARTS_test_online 3)

@@ -1,4 +1,4 @@
-"""The command lines: the vocabulary's lists, and what the executable accepts, found out by running it."""
+"""The command lines: the vocabulary's lists, and what the executable accepts when it runs."""
 
 import json
 import re
@@ -13,17 +13,17 @@ SUBCOMMANDS = {row["name"]: row for row in VOCABULARY["subcommands"]}
 SILENT_OPTIONS = {row["name"]: row for row in VOCABULARY["options"]["silent"]}
 # Accepted with a warning and ignored, so neither offered nor explained.
 NOT_HONOURED = "--install-dir"
-# What the log says of a run with --offline.
+# The log line of a run with --offline.
 OFFLINE = "engine-cli: offline mode (--offline flag)"
 
 
 def subcommands(machine):
-    """In the order of the executable's own usage text."""
+    """In the order of the executable's usage text."""
     return re.search(r"<([a-z|-]+)>", machine.run().errors).group(1).split("|")
 
 
 def silent_options(machine):
-    """Those of the usage text, and two that it leaves out."""
+    """The options of the usage text, and two that it omits."""
     refused = machine.run("--silent", "--verbose", "--mode").errors
     listed = re.findall(r"^  (--[a-z-]+)", refused, re.MULTILINE)
     assert len(listed) == 6 and "verbose mode" in refused
@@ -37,7 +37,7 @@ def exit_codes(machine):
     return [int(code) for code in re.findall(r"^  (\d)  ", hint, re.MULTILINE)]
 
 
-# How each option shows that a subcommand reads it: the words after it, and the trace that it leaves.
+# For each option: the words after it, and how to see that a subcommand reads it.
 PROBES = {
     "--action": (["!"], lambda machine, run: "--action must be" in run.errors),
     "--apps": (["!"], lambda machine, run: "Unknown app identifier" in run.errors),
@@ -58,7 +58,7 @@ def reads(machine, subcommand, option):
 
 
 def protocol_options(machine):
-    """subcommand -> the options that it reads. Takes an image away, so that a run fails in part."""
+    """subcommand -> the options that it reads. Removes an image, so that a run fails partly."""
     (machine.packages / IMAGES["rulo"]).unlink(missing_ok=True)
     return {subcommand: {option for option in PROBES if reads(machine, subcommand, option)}
             for subcommand in subcommands(machine)}
@@ -73,7 +73,7 @@ def accepts_action(machine, value):
 
 
 def accepts_apps(machine, value):
-    """In both modes. Neither line gets as far as doing anything."""
+    """In both modes. None of the lines starts a run."""
     silent = machine.run("--silent", "--apps", value, "--mode", "!").errors.splitlines()[0]
     protocol = machine.run("run", "--action", "install", "--apps", f"{value},!").errors
     alone = machine.run("check-updates", "--offline", "--apps", value)

@@ -15,7 +15,7 @@ from support import ENGINE, LAB, RUNNING_AS_ROOT, Installation
 
 @pytest.fixture(scope="session")
 def workshop():
-    """A folder for the whole session that the unprivileged user can reach."""
+    """A folder of the session that the unprivileged user can access."""
     folder = pathlib.Path(tempfile.mkdtemp(prefix="kelo-e2e-"))
     folder.chmod(0o755)
     yield folder
@@ -25,7 +25,7 @@ def workshop():
 
 @pytest.fixture(scope="session")
 def installer_of(workshop):
-    """version -> the folder of an offline installer with four images of that version, made once."""
+    """version -> the folder of an offline installer with images of that version, made once."""
     made = {}
 
     def make(version, *options):
@@ -45,7 +45,7 @@ def installer_of(workshop):
 
 @pytest.fixture
 def installation(workshop, installer_of):
-    """version -> an Installation of its own; all of one test share one machine."""
+    """version -> a new Installation; those of one test can share a machine."""
     folders = []
 
     def make(version="2.0", *options, machine=None):
@@ -66,7 +66,7 @@ def installation(workshop, installer_of):
 
 @pytest.fixture
 def prompt(workshop):
-    """answer -> a running PromptServer and the settings that make the host use it. Needs root to be real."""
+    """answer -> a running PromptServer that the installation's host uses. Needs root."""
     servers = []
 
     def make(installation, answer):
@@ -75,7 +75,7 @@ def prompt(workshop):
         path = installation.folder / f"prompt-{len(servers)}"
         server = PromptServer(path, answer)
         servers.append(server)
-        # By this name the host knows what the exit statuses 126 and 127 mean.
+        # With this name the host interprets the exit statuses 126 and 127.
         client = installation.folder / "pkexec"
         shutil.copy(pathlib.Path(__file__).parent / "prompt_client.py", client)
         client.chmod(0o755)

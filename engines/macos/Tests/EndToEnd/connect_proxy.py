@@ -1,6 +1,6 @@
-"""A proxy on loopback that tunnels every name to one port of this machine, and remembers what it was asked for.
+"""A proxy on loopback that tunnels every name to one port of this machine and records the requests.
 
-`with ConnectProxy(port) as proxy: proxy.url, proxy.asked`. With `status` it refuses with that status instead.
+`with ConnectProxy(port) as proxy: proxy.url, proxy.asked`. With `status` it refuses with that status.
 """
 
 import socket

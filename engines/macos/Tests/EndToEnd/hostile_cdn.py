@@ -1,42 +1,41 @@
 #!/usr/bin/python3
-"""A CDN over real TLS that misbehaves as a script says.
+"""A CDN over TLS that misbehaves as scripted.
 
 In a test: `with HostileCDN(folder, names) as cdn: cdn.on("/a.dmg", {...}, {...})`. As a program, for tests in
 another language:
 
   hostile_cdn.py --folder DIR --names a.example,b.example --script FILE
 
-prints {"port": N, "authority": PATH} and serves until its standard input closes; then it writes the requests
-it had to DIR/requests.json. FILE holds {"hosts": {NAME: KIND}, "paths": {PATH: [ANSWER, ...]}}.
+prints {"port": N, "authority": PATH} and serves until its standard input closes; then it writes the received
+requests to DIR/requests.json. FILE holds {"hosts": {NAME: KIND}, "paths": {PATH: [ANSWER, ...]}}.
 
-An answer is a dict. Answers to a path are used up one by one; the last one stays. Keys:
+An answer is a dict. Each answer of a path is used once; the last one is repeated. Keys:
 
   text, file, or bytes and seed
-                            the body: UTF-8 text, a file's, or so many reproducible bytes of pattern `seed`
-  status                    200 unless given
-  headers                   more fields; a value None takes a usual one away
-  etag                      as written, quotes included; None for none. Unless given, it follows the body
-  ranges                    what becomes of a request for a part:
-                            "honour" (a 206 where If-Range agrees, else a 200; the default), "ignore",
+                            the body: UTF-8 text, a file, or that many reproducible bytes of pattern `seed`
+  status                    200 by default
+  headers                   additional fields; None removes a default one
+  etag                      literal, with quotes; None for none. Derived from the body by default
+  ranges                    the answer to a range request:
+                            "honour" (206 if If-Range matches, else 200; the default), "ignore",
                             "wrongStart", "shortRange", "wrongTotal", "noContentRange", "wrongLength", "changedTag",
-                            "always" (a 206 whatever If-Range says), or a status such as 412
-  unasked                   a 206 although nobody asked for a part
-  location                  a redirect, 302 unless `status` is given
-  resetAt, closeAt          after so many body bytes of this answer: a reset, or an orderly end
-  stallAt                   after so many body bytes: silence until the client goes
-  drip                      [bytes, seconds]: so many bytes at a time
-  length                    "none", "chunked", or another Content-Length than the true one
-  extra                     bytes behind the announced body
-  hangUp                    no answer at all
+                            "always" (206 regardless of If-Range), or a status such as 412
+  unasked                   a 206 without a range request
+  location                  a redirect, with status 302 by default
+  resetAt, closeAt          after that many bytes of the body: a reset, or an orderly end
+  stallAt                   after that many bytes of the body: silence until the client disconnects
+  drip                      [bytes, seconds]: that many bytes per interval
+  length                    "none", "chunked", or a false Content-Length
+  extra                     bytes after the announced body
+  hangUp                    no answer
   garbage                   an answer that isn't HTTP
-  head                      the head as it goes over the wire, instead of the usual one: a list of texts and of
-                            [text, count], which is sent so often
-  encoding                  "gzip": the body goes compressed, and the head says so
-  gate                      [name, count]: no answer before so many requests wait at the gate of that name
+  head                      the literal head instead of the default one: a list of texts and of [text, count],
+                            which is repeated
+  encoding                  "gzip": a compressed body, declared in the head
+  gate                      [name, count]: no answer before that many requests wait at the gate of that name
 
-A host of the kind "otherName" shows a certificate for another name, "stranger" one of an unknown authority;
-"hangUp" and "reset" go away in the middle of the handshake, "alert" ends it with a TLS alert, and "plain" speaks
-HTTP without TLS.
+Kinds of hosts: "otherName" has a certificate for another name, "stranger" one of an unknown authority; "hangUp" and
+"reset" disconnect during the handshake, "alert" ends it with a TLS alert, and "plain" uses HTTP without TLS.
 """
 
 import argparse
@@ -63,7 +62,7 @@ CHUNK = 64 * 1024
 
 
 def pattern(count, seed=0):
-    """`count` bytes that differ at every place and between seeds."""
+    """`count` bytes that depend on position and seed."""
     block = b"".join(hashlib.sha256(f"{seed}:{index}".encode()).digest() for index in range(256))
     stamped = bytearray(block * (count // len(block) + 1))[:count]
     for offset in range(0, count - 8, len(block)):
@@ -93,7 +92,7 @@ class Request:
 
     @property
     def first_byte(self):
-        """Where a request for the rest starts; None when it asks for the whole."""
+        """The first byte of a range request, or None."""
         text = self.fields.get("range", "")
         return int(text[6:-1]) if text.startswith("bytes=") and text.endswith("-") else None
 
@@ -243,7 +242,7 @@ class Handler(socketserver.BaseRequestHandler):
 
     @staticmethod
     def _reset(connection):
-        # What was sent is to arrive before the reset does.
+        # The sent bytes have to arrive before the reset.
         connection.settimeout(0.2)
         with contextlib.suppress(OSError):
             connection.recv(1)
@@ -296,9 +295,9 @@ class HostileCDN:
                 if kind == "alert":
                     below.sendall(b"\x15\x03\x03\x00\x02\x02\x28")
                 if kind == "reset":
-                    ctypes.CDLL(None).connect(below.fileno(), bytes(16), 16)  # to no address: it ends with a reset
+                    ctypes.CDLL(None).connect(below.fileno(), bytes(16), 16)  # to no address: closes with a reset
                     return
-                with contextlib.suppress(OSError):  # the client may have gone first
+                with contextlib.suppress(OSError):  # the client may have disconnected
                     below.shutdown(socket.SHUT_RDWR)
 
     def on(self, path, *answers):
@@ -328,7 +327,7 @@ class HostileCDN:
 
     @property
     def host_settings(self):
-        """What linux_host.json needs to reach this server under its names."""
+        """The keys of linux_host.json for reaching this server under its names."""
         return {"extraCertificateAuthority": str(self.authority),
                 "hostAddresses": dict.fromkeys(self.names, f"127.0.0.1:{self.port}")}
 

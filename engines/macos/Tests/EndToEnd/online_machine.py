@@ -25,7 +25,7 @@ def run(*words):
 
 
 class Workshop:
-    """What all tests of a file share: an authority, a signed image, and an installer to copy."""
+    """Shared by the tests of a file: an authority, a signed image, and an installer to copy."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -48,7 +48,7 @@ class Workshop:
 
 
 class OnlineMachine:
-    """One machine's root, and the installer set up for it."""
+    """A machine's root and its installer."""
 
     def __init__(self, workshop, folder, cdn):
         self.root = folder / "machine"
@@ -59,10 +59,10 @@ class OnlineMachine:
                              testAuthority=str(workshop.signers / "root.pem"), **cdn.host_settings)
 
     def change_resource(self, name, **changes):
-        """Replaces keys of a JSON file among the resources; None takes a key away."""
+        """Changes keys of a JSON file in the resources; None removes a key."""
         file = self.installer / "Contents" / "Resources" / name
         values = {**json.loads(file.read_text()), **changes}
-        file.unlink()  # it is a link to the workshop's
+        file.unlink()  # a link to the workshop's
         file.write_text(json.dumps({key: value for key, value in values.items() if value is not None}))
 
     def start(self, *words, **options):
@@ -71,13 +71,13 @@ class OnlineMachine:
                                 env={"HOME": str(self.root), "PATH": "/usr/bin:/bin", **self.environment}, **options)
 
     def install(self):
-        """Runs the engine to its end: what it told, checked for what always holds."""
+        """Runs the engine to its end and checks what always holds."""
         process = self.start("run", "--action", "install", "--apps", "brenna")
         output, errors = process.communicate(timeout=TIME_LIMIT)
         return Outcome(self, process.returncode, output, errors)
 
     def check_updates(self, *apps):
-        """The events of check-updates, which always succeeds."""
+        """The events of check-updates, which has to succeed."""
         process = self.start("check-updates", *(["--apps", ",".join(apps)] if apps else []))
         output, errors = process.communicate(timeout=TIME_LIMIT)
         assert process.returncode == 0, output + errors
@@ -89,7 +89,7 @@ class OnlineMachine:
 
     @property
     def temporary_files(self):
-        """What a run left."""
+        """The result of a run."""
         return sorted(path.name for path in (self.root / "tmp").iterdir())
 
     @property
@@ -118,7 +118,7 @@ class Outcome:
 
 
 class Stage:
-    """A CDN that serves the image, and a machine to install it on."""
+    """A CDN with the image, and a machine for installing it."""
 
     def __init__(self, workshop, folder, cdn):
         self.workshop = workshop

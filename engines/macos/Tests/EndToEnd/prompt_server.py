@@ -1,8 +1,8 @@
-"""An administrator prompt for tests: runs commands with root's rights for a user who "types the password".
+"""An administrator prompt for tests, which runs commands as root or refuses them.
 
-The engine's host is told to use `prompt_client.py SOCKET` as its prompt. The client passes its command line and
-its three streams to this server, which runs as root, keeps count of the prompts, and either refuses or runs
-the command. Nothing outside the test's own folder can reach the socket.
+The engine's host is configured to use `prompt_client.py SOCKET` as its prompt. The client passes its command line and
+its three streams to this server, which runs as root, counts the prompts, and refuses or runs the command. The socket
+is in the test's folder.
 """
 
 import array
@@ -16,7 +16,7 @@ import threading
 class PromptServer:
     def __init__(self, path, answer="accept"):
         self.path = str(path)
-        self.answer = answer  # "accept", "dismiss" (the person closes the prompt) or "deny" (wrong password)
+        self.answer = answer  # "accept", "dismiss" (a closed prompt) or "deny" (a wrong password)
         self.prompts = 0
         self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
         self._socket.bind(self.path)

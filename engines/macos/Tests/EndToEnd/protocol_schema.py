@@ -1,4 +1,4 @@
-"""Holds events of the engine against protocol/schema."""
+"""Checks the engine's events with protocol/schema."""
 
 import json
 import pathlib
@@ -7,14 +7,14 @@ import jsonschema
 
 PROTOCOL = pathlib.Path(__file__).resolve().parents[4] / "protocol"
 SCHEMAS = PROTOCOL / "schema"
-# What a shell holds events against, and what the files beside the engine are held against.
+# The schemas for shells, and those of the files beside the engine.
 OPEN = SCHEMAS / "open"
 FILES = SCHEMAS / "files"
 SHARED = ("common.json", "event.json", "command.json")
 
 
 def load(name, folder=SCHEMAS):
-    """One schema as a document of its own: what it takes from the shared one lies inside it."""
+    """A schema that includes the shared definitions."""
     text = (folder / name).read_text(encoding="utf-8").replace("common.json#/$defs/", "#/$defs/")
     common = (folder / "common.json").read_text(encoding="utf-8").replace("common.json#/$defs/", "#/$defs/")
     return {**json.loads(text), "$defs": json.loads(common)["$defs"]}
@@ -31,7 +31,7 @@ EVENTS = events(SCHEMAS)
 
 
 def complaints(event, schemas=None):
-    """What is wrong with an event; an empty list when nothing is."""
+    """The errors of an event; empty if it is valid."""
     kind = event.get("type")
     schema = (schemas or EVENTS).get(kind) if isinstance(kind, str) else None
     if schema is None:
@@ -46,7 +46,7 @@ def check(event):
 
 
 def file_validator(name):
-    """Of a schema under files, which may refer to its neighbours."""
+    """The validator of a schema in `files`, which may refer to other schemas."""
     documents = [json.loads(path.read_text(encoding="utf-8"))
                  for path in (*FILES.glob("*.json"), SCHEMAS / "common.json")]
     known = {document["$id"]: document for document in documents}

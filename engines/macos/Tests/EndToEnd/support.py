@@ -1,7 +1,7 @@
-"""The verbs of the end-to-end suite: an installer on disk, a machine of its own, runs of the real executable.
+"""The verbs of the end-to-end suite: an installer on disk, its machine, and runs of the real executable.
 
-Everything lies in a fresh folder that an unprivileged user can reach, because the engine runs as that user
-whenever the suite itself runs as root: root is refused nothing, so root can't show a refusal.
+Everything is in a new folder that an unprivileged user can access. If the suite runs as root, the engine runs as that
+user, because root is never refused anything.
 """
 
 import contextlib
@@ -33,23 +33,23 @@ RUNNING_AS_ROOT = os.getuid() == 0
 VERSION = re.search(r"^project\(\S+ VERSION (\S+)", (pathlib.Path(__file__).resolve().parents[4] / "CMakeLists.txt").read_text(),
                     re.MULTILINE)[1]
 
-# How long a run may take before it counts as hung. Never a measure of speed.
+# Seconds after which a run counts as hung. Not a measure of speed.
 HANG = 240
 
 
 def unprivileged():
-    """Arguments for subprocess that drop root's rights, where there are any to drop."""
+    """Arguments for subprocess that drop root's rights, if it has them."""
     return {"user": NOBODY, "group": NOBODY, "extra_groups": []} if RUNNING_AS_ROOT else {}
 
 
 def give_away(path):
-    """Hands a tree to the user that the engine runs as."""
+    """Makes the engine's user the owner of a tree."""
     if RUNNING_AS_ROOT:
         subprocess.run(["chown", "-hR", f"{NOBODY}:{NOBODY}", str(path)], check=True)
 
 
 class Run:
-    """What one run of the engine left: its exit status, its events, its other lines."""
+    """The result of a run: exit status, events, other lines."""
 
     def __init__(self, status, output, errors):
         self.status = status
@@ -86,12 +86,12 @@ class Run:
 
     @property
     def codes(self):
-        """app -> error code, from done.results; None where there is none."""
+        """app -> error code or None, from done.results."""
         return {result["app"]: result.get("errorCode") for result in self.done["results"]}
 
 
 class Session:
-    """A run under way: events arrive while it works, commands can be sent to it."""
+    """A running engine: gives events as they arrive and takes commands."""
 
     def __init__(self, command, **arguments):
         self.process = subprocess.Popen(
@@ -127,7 +127,7 @@ class Session:
         self.send(json.dumps({"type": "cancel", **({"app": app} if app else {})}))
 
     def wait_for(self, **wanted):
-        """Reads on until an event has all these values."""
+        """Reads until an event has all these values."""
         deadline = time.monotonic() + HANG
         while True:
             line = self._queue.get(timeout=max(0.1, deadline - time.monotonic()))
@@ -141,7 +141,7 @@ class Session:
                 return event
 
     def wait_for_error(self, words):
-        """Reads on until a line of standard error holds these words."""
+        """Reads until a line of standard error has these words."""
         deadline = time.monotonic() + HANG
         while True:
             line = self._error_lines.get(timeout=max(0.1, deadline - time.monotonic()))
@@ -156,7 +156,7 @@ class Session:
         os.kill(self.process.pid, signal.SIGINT)
 
     def finish(self):
-        """Closes standard input, reads to the end and gives the Run."""
+        """Closes standard input, reads to the end and returns the Run."""
         with contextlib.suppress(BrokenPipeError):
             self.process.stdin.close()
         self.process.wait(timeout=HANG)
@@ -170,7 +170,7 @@ class Session:
 
 
 class Installation:
-    """An installer's bundle and the machine that it works on."""
+    """An installer's bundle and its machine."""
 
     def __init__(self, folder, installer):
         self.folder = pathlib.Path(folder)
@@ -206,7 +206,7 @@ class Installation:
         return self.log_file.read_text("utf-8") if self.log_file.exists() else ""
 
     def wait_for_log(self, words):
-        """Until the log file holds these words."""
+        """Waits until the log file has these words."""
         deadline = time.monotonic() + HANG
         while words not in self.log:
             assert time.monotonic() < deadline, f"{words!r} never came into the log:\n{self.log}"
@@ -216,15 +216,15 @@ class Installation:
         return self.applications / BUNDLES[name]
 
     def settings(self, **changes):
-        """Changes keys of the host's settings; None takes a key away."""
+        """Changes keys of the host's settings; None removes a key."""
         self._change_json(self.resources / "linux_host.json", changes)
 
     def configuration(self, **changes):
-        """Changes keys of installer_config.json; None takes a key away."""
+        """Changes keys of installer_config.json; None removes a key."""
         self._change_json(self.resources / "installer_config.json", changes)
 
     def manifest(self, change):
-        """Rewrites packages.json through `change`, which takes and may alter the parsed object."""
+        """Rewrites packages.json after `change` has modified the parsed object."""
         path = self.packages / "packages.json"
         index = json.loads(path.read_text())
         change(index)
@@ -244,7 +244,7 @@ class Installation:
         return Session([str(self.engine), *arguments], **{**unprivileged(), "cwd": "/", **options})
 
     def run(self, *arguments, stdin=b"", **options):
-        """Runs the engine to its end with `stdin` given and closed."""
+        """Runs the engine to its end, with `stdin` as its closed input."""
         done = subprocess.run(
             [str(self.engine), *arguments],
             input=stdin,
@@ -261,7 +261,7 @@ class Installation:
         return self.run("run", "--action", "uninstall", *arguments, **options)
 
     def program(self, name, *arguments):
-        """Runs one of the lab's programs as the engine's user."""
+        """Runs a program of the lab as the engine's user."""
         return subprocess.run(
             [str(self.resources / "programs" / name), *map(str, arguments)],
             capture_output=True, timeout=HANG, cwd="/", **unprivileged(),
@@ -276,7 +276,7 @@ class Installation:
 
 
 class Gate:
-    """Holds the first start of one of the lab's programs: the engine then stands still at a known place."""
+    """Blocks the first start of a program of the lab, and so the engine at a known step."""
 
     def __init__(self, installation, name):
         self._program = installation.resources / "programs" / name
@@ -286,7 +286,7 @@ class Gate:
         for path in paths:
             os.mkfifo(path)
             path.chmod(0o666)
-            # Open at both ends, so that neither side waits for the other to open it.
+            # Opened for reading and writing, so that neither side blocks on opening.
             self._pipes.append(os.open(path, os.O_RDWR | os.O_NONBLOCK))
         self._program.rename(self._itself)
         self._program.write_text(
@@ -294,13 +294,13 @@ class Gate:
         self._program.chmod(0o755)
 
     def wait(self):
-        """Until the engine has come here; gives the identifier of the process that it started."""
+        """Waits until the engine has started the program; returns its process identifier."""
         ready, _, _ = select.select([self._pipes[0]], [], [], HANG)
         assert ready, f"{self._program.name} was never started"
         return int(os.read(self._pipes[0], 100))
 
     def open(self):
-        """Lets this start go on and takes the gate away."""
+        """Releases this start and removes the gate."""
         self._itself.rename(self._program)
         self._itself.symlink_to(self._program.name)
         os.write(self._pipes[1], b"\n")
@@ -311,7 +311,7 @@ class Gate:
 
 
 def tree(folder):
-    """path -> what is there: ('dir'), ('link', target) or ('file', executable, bytes). Modes but x don't count."""
+    """path -> ('dir'), ('link', target) or ('file', executable, bytes). Ignores other modes."""
     folder = pathlib.Path(folder)
     found = {}
     for path in sorted(folder.rglob("*")):
@@ -326,6 +326,6 @@ def tree(folder):
 
 
 def without_leftovers(installation):
-    """Nothing but visible bundles in Applications, nothing mounted."""
+    """Whether Applications has only visible bundles and nothing is mounted."""
     hidden = [entry.name for entry in installation.applications.iterdir() if entry.name.startswith(".")]
     return hidden == [] and installation.mounted() == []

@@ -1,7 +1,6 @@
-"""protocol/administrators.md, typed in as it stands: every console block in its order, in one shell, on one machine.
+"""Types every console block of protocol/administrators.md, in order, in one shell, on one machine.
 
-Only times and places are taken for equal. A line that the page shows and the machine doesn't, or the other way round,
-is a failure.
+The output has to equal the page's, except for times and paths.
 """
 
 import plistlib
@@ -21,7 +20,7 @@ BUNDLE_PATH = ":".join(f"/Applications/Kelo-Desk-Installer.app/Contents/{folder}
 BUNDLE_PATH += ":/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin"
 NEW_VERSION = "Version 2.0 is out:\n"
 
-# Each command is announced on a line of its own, and finds the status of the one before.
+# Prints each command on a line, and gives it the status of the previous one.
 TYPIST = r"""
 status=0
 typed() { printf '\001%s\n' "$1"; (exit $status); eval "$1"; status=$?; }
@@ -33,7 +32,7 @@ def blocks_of(kind):
 
 
 def commands(block):
-    """What is typed, and what the page shows for it."""
+    """The typed commands, and their output on the page."""
     found = []
     for line in block.splitlines():
         if line.startswith("$ "):
@@ -48,7 +47,7 @@ def quoted(text):
 
 
 class Desk:
-    """A machine whose user is anna: her home is the machine's root, the scripts and the engine are in the PATH."""
+    """A machine of the user anna. Her home is the machine's root; the scripts and the engine are in the PATH."""
 
     def __init__(self, installation, authority):
         options = ("--authority", str(authority), "--team-id", "QX7M4R2V9D", "--variant", "rulo=wrong-digest")
@@ -60,7 +59,7 @@ class Desk:
         self.path = f"{self.scripts}:{self.machine.engine.parent}:/usr/bin:/bin"
 
     def publish(self):
-        """The newer packages take the place of the older."""
+        """Replaces the packages by newer ones."""
         shutil.rmtree(self.machine.packages)
         shutil.copytree(self.newer.packages, self.machine.packages)
 
@@ -72,7 +71,7 @@ class Desk:
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=HANG, **unprivileged())
 
     def type(self, block):
-        """Each command with what came out."""
+        """Each command with its output."""
         script = self.machine.folder / "typed"
         script.write_text(self.typed_before() + "".join(f"typed {quoted(line)}\n" for line, _ in commands(block)))
         out = self.run(["bash", str(script)]).stdout
@@ -83,7 +82,7 @@ class Desk:
         return answers
 
     def typed_before(self):
-        # Functions that an earlier block defined; everything else is on the machine.
+        # Functions of earlier blocks; all other state is on the machine.
         functions = [line for block in blocks_of("console") for line, _ in commands(block)
                      if re.match(r"\w+\(\) \{", line)]
         return TYPIST + "\n".join(functions) + "\n"
@@ -168,7 +167,7 @@ def test_a_sweep_over_current_apps_quits_none_and_mounts_nothing(desk):
         done = desk.run(["kelo-sweep"])
         assert (done.returncode, done.stdout, running.poll()) == (0, "", None)
         assert desk.machine.log.count("SilentRunner: Starting") == before
-        # What the sweep is careful about: the install itself quits the app before it looks.
+        # The reason for the sweep: an install quits the app before it compares versions.
         assert desk.run(["kelo", "--quit-apps", "--apps", "brenna"]).returncode == 0
         assert running.wait(timeout=HANG) is not None
         assert "is already installed (same version)" in desk.machine.log

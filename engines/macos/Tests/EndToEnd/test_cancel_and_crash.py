@@ -1,4 +1,4 @@
-"""Cancels on standard input, shells that go away, and the plug being pulled."""
+"""Cancels on standard input, shells that end, and engines that are killed."""
 
 import json
 import os
@@ -89,7 +89,7 @@ def test_pulling_the_plug_leaves_the_old_app_the_new_app_or_none(installation, s
     new = installation("2.0", "--payload", "40000000", machine=old)
     session = new.start("run", "--action", "update", "--offline", "--apps", "rulo")
     session.wait_for(type="stage", stage="install", app="rulo")
-    # Not a wait for anything: it spreads the kill over the length of an install.
+    # Not a wait: distributes the kills over the duration of an install.
     time.sleep(random.Random(seed).uniform(0.0, 1.2))
     session.kill()
     session.finish()
@@ -107,7 +107,7 @@ def test_a_removal_finds_what_an_install_left_whose_plug_was_pulled(installation
     machine = installation("2.0", "--payload", "40000000")
     session = machine.start("run", "--action", "install", "--offline", "--apps", "rulo")
     session.wait_for(type="stage", stage="install", app="rulo")
-    # Not a wait for anything: it spreads the kill over the length of a copy.
+    # Not a wait: distributes the kills over the duration of a copy.
     time.sleep(random.Random(seed).uniform(0.0, 0.8))
     session.kill()
     session.finish()
@@ -122,7 +122,7 @@ def test_pulling_the_plug_on_a_removal_leaves_the_app_or_none(installation, seed
     machine.install("--apps", "rulo")
     before = tree(machine.app("rulo"))
     session = machine.start("run", "--action", "uninstall", "--apps", "rulo")
-    # Not a wait for anything: it spreads the kill over the length of a removal.
+    # Not a wait: distributes the kills over the duration of a removal.
     time.sleep(random.Random(seed).uniform(0.0, 0.3))
     session.kill()
     session.finish()
@@ -175,7 +175,7 @@ def test_a_package_name_cannot_leave_its_folder(installation):
 
     machine.manifest(escape)
     run = machine.install("--apps", "brenna")
-    assert run.statuses == {"brenna": "installed"}  # no entry serves the app: installed with a warning
+    assert run.statuses == {"brenna": "installed"}  # without an entry: installed with a warning
     assert "No checksum entry for brenna_installer.dmg — integrity check skipped" in machine.log
 
 

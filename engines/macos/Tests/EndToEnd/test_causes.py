@@ -1,8 +1,7 @@
-"""Whoever gets a bundle of logs finds the cause of a failure in it, in the words of whatever failed.
+"""A log bundle has the cause of every failure, in the words of the failing program or system call.
 
-Each row makes one thing go wrong, runs the engine, exports the logs by the engine's own command, and looks in the
-archive alone. Rows of digits are error codes of the domain beside them; what stands in the system's or a tool's
-own words is expected in exactly those.
+Each row causes one fault, runs the engine, exports the logs with `export-logs`, and reads only the archive. Texts of the
+system or of a program have to be literal.
 """
 
 import json
@@ -25,7 +24,7 @@ SILENT = ("--silent", "--offline", "--apps", "rulo")
 
 
 def missing(text, words, **places):
-    """What of `words`, with the places of this machine put in, isn't in `text`."""
+    """The `words`, with this machine's paths filled in, that `text` lacks."""
     for name, place in places.items():
         words = [word.replace("{" + name + "}", str(place)) for word in words]
     absent = [word for word in words if word not in text]
@@ -35,7 +34,7 @@ def missing(text, words, **places):
 
 
 def exported(events):
-    """The text of all logs in the archive that an export-logs told of."""
+    """The text of all logs in the archive of an export-logs."""
     (result,) = [event for event in events if event["type"] == "export-logs-result"]
     with zipfile.ZipFile(result["path"]) as archive:
         assert archive.testzip() is None
@@ -47,7 +46,7 @@ def fault(name, words, arrange, *, command=INSTALL, root=False):
     return pytest.param(arrange, command, words, id=name, marks=marks if root else [])
 
 
-# A package that isn't there or isn't what was promised.
+# Missing and wrong packages.
 
 def image(machine, name="rulo"):
     return machine.packages / f"{name}_installer.dmg"
@@ -94,7 +93,7 @@ def without_manifest(machine, _):
 
 
 def other_content(*bundles):
-    """An image with these names in it and nothing promised about it."""
+    """An image with these names and without a manifest."""
     def arrange(machine, folder):
         for bundle in bundles:
             (folder / "volume" / bundle / "Contents").mkdir(parents=True)
@@ -108,7 +107,7 @@ def other_content(*bundles):
     return arrange
 
 
-# A machine that doesn't let us.
+# Missing permissions and programs.
 
 def closed_applications(machine, _):
     os.chown(machine.applications, 0, 0)
@@ -296,7 +295,7 @@ def test_a_fault_offline_names_its_cause(installation, prompt, tmp_path, arrange
     assert missing(exported(told.events), words, **places) == []
 
 
-# What isn't signed as it should be.
+# Wrong signatures.
 
 def repacked(*arguments, **options):
     return lambda machine, package: package(machine, *arguments, **options)
@@ -307,7 +306,7 @@ def without_authority(machine, _):
 
 
 def altered_copy(machine, _):
-    """Somebody who is quick changes the copy between the copying and the check."""
+    """Changes the copy between copying and verification."""
     codesign = machine.resources / "programs/codesign"
     codesign.rename(codesign.with_name("codesign-itself"))
     codesign.write_text(
@@ -347,7 +346,7 @@ def test_a_refused_signature_names_its_cause(signed, repackage, name):  # noqa: 
     assert missing(exported(told.events), words, applications=machine.applications) == []
 
 
-# A CDN that misbehaves.
+# Faults of the CDN.
 
 BUSY = {"status": 503, "text": "busy"}
 

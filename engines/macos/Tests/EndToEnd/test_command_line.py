@@ -1,4 +1,4 @@
-"""Both command lines: what the engine accepts, and what it answers to the rest."""
+"""Both command lines: what the engine accepts, and how it refuses the rest."""
 
 import command_surface
 import pytest

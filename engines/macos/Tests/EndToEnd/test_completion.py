@@ -1,4 +1,4 @@
-"""What bash and zsh offer after engine-cli, asked of the real shells and compared with the vocabulary."""
+"""Compares the completions of engine-cli in real shells, bash and zsh, with the vocabulary."""
 
 import os
 import pty
@@ -18,7 +18,7 @@ _engine_cli engine-cli "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]
 [ ${#COMPREPLY[@]} = 0 ] || printf '%s\n' "${COMPREPLY[@]}"
 """
 
-# The line editor comes up with the line in it, completes it, and the shell ends. Every match passes compadd.
+# The line editor starts with the line, completes it, and the shell ends. compadd sees every match.
 ZSH = r"""
 fpath=($COMPLETION $fpath)
 autoload -Uz compinit; compinit -D -u

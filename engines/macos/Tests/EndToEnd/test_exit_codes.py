@@ -1,4 +1,4 @@
-"""Every row of the table of exit codes, from real unattended runs: the status, and the summary that goes with it."""
+"""Every exit code from real unattended runs, with the summary."""
 
 import re
 import socket
@@ -12,14 +12,14 @@ DENIED = ("permission denied. On macOS 13+, grant App Management permission in S
 
 
 def summary(machine):
-    """The last summary of the log, without times and source locations."""
+    """The last summary in the log, without times and source locations."""
     lines = [re.sub(r"^\[[^]]*\] \[[^]]*\] ", "", line) for line in machine.log.splitlines()]
     last = max(number for number, line in enumerate(lines) if line.startswith("--- SILENT RUN SUMMARY "))
     return lines[last : lines.index("--- END SUMMARY ---", last)]
 
 
 def silent(machine, action, *arguments):
-    """Runs to the end; gives the exit status, the summary's app -> status, and its note."""
+    """Runs to the end; returns the exit status, the summary's app -> status, and its note."""
     run = machine.run("--silent", "--mode", action, *arguments)
     assert run.events == []
     opening, *entries = summary(machine)
@@ -32,7 +32,7 @@ def silent(machine, action, *arguments):
 
 
 def lock(machine, app):
-    """A folder in the installed app that its owner can't write to: the removal would need an administrator."""
+    """Makes a folder in the installed app unwritable, so that a removal needs an administrator."""
     locked = machine.app(app) / "Contents/Locked"
     locked.mkdir()
     (locked / "file").write_text("x")
@@ -41,7 +41,7 @@ def lock(machine, app):
 
 @pytest.fixture
 def closed_port():
-    """A port of this machine that nobody can be listening on."""
+    """A port of this machine without a listener."""
     with socket.socket() as holder:
         holder.bind(("127.0.0.1", 0))
         yield holder.getsockname()[1]
@@ -49,7 +49,7 @@ def closed_port():
 
 @pytest.fixture
 def online_without_network(installation, closed_port):
-    """version -> an online installer on a machine that reaches nobody."""
+    """version -> an online installer on a machine without a network."""
 
     def make(version="2.0"):
         machine = installation(version)
@@ -133,7 +133,7 @@ def test_2_comes_before_5_when_the_installer_has_expired_and_there_is_no_network
     assert "Checking internet connectivity" not in machine.log
 
 
-# 3: the command line can't be used, or no app remains.
+# 3: the command line is unusable, or no app remains.
 
 @pytest.mark.parametrize("arguments", [["--mode", "repair"], ["--apps", "word"], ["--strict"], ["--apps"]])
 def test_3_when_the_command_line_cannot_be_used(installation, arguments):

@@ -1,4 +1,4 @@
-"""The exported archive, taken apart by readers that the engine has never met."""
+"""The exported archive, read with other programs than the engine."""
 
 import datetime
 import os
@@ -27,7 +27,7 @@ NOTHING_LOGGED = ("\nNo WARN or ERROR lines were logged.\n"
 
 
 def export(machine, *arguments, **options):
-    """Runs an export that has to succeed; gives the archive's path."""
+    """Runs an export that has to succeed; returns the archive's path."""
     run = machine.run("export-logs", *(arguments or ("--out", str(machine.root / "out"))), **options)
     result, done = run.events[-2:]
     assert (run.status, done["exitCode"], result["errorCode"]) == (0, 0, None), run.events
@@ -55,7 +55,7 @@ def staging(machine):
 
 
 def digest_of(logs):
-    """The digest of these logs (name -> bytes), worked out a second time."""
+    """The error summary of these logs (name -> bytes), computed independently."""
     sections = ""
     for name in sorted(logs, key=os.fsencode):
         try:
@@ -104,7 +104,7 @@ def test_the_archive_holds_the_logs_and_two_texts_and_nothing_else(machine):
     found = contents(path)
     assert (found["a.log"], found["b.log"]) == (b"a", b"bb")
     assert b"old.txt" not in found["manifest.txt"] and b"c.LOG" not in found["manifest.txt"]
-    # What is logged after the copy isn't in the bundle; all that was logged before is.
+    # The bundle has the log lines from before the copy, and none after.
     assert machine.log_file.read_bytes().startswith(found["webinstall.log"])
     assert found["webinstall.log"].splitlines()[-1].endswith(b"engine-cli: offline mode (bundled packages detected)")
     assert f"] LogExport: wrote 3 log file(s) to {path}\n" in machine.log
@@ -264,7 +264,7 @@ def test_a_log_that_cannot_be_read_is_noted(machine):
 def test_an_export_without_any_log_still_succeeds(machine):
     machine.run("hello")
     folder = machine.log_file.parent
-    folder.chmod(0o300)  # may be written and not listed
+    folder.chmod(0o300)  # writable, not readable
     found = contents(export(machine))
     folder.chmod(0o755)
     assert sorted(found) == ["error-summary.txt", "manifest.txt"]
@@ -302,7 +302,7 @@ def test_a_relative_destination_begins_at_the_working_directory(machine):
     assert os.path.dirname(path) == str(machine.root / "bundles/today")
 
 
-# What can't be written is never half there.
+# A failed export leaves no partial archive.
 
 @needs_root
 def test_a_destination_of_the_administrators_is_a_told_failure(machine):
@@ -363,7 +363,7 @@ def test_an_archiver_that_is_not_there_is_named(machine):
 def test_an_archive_that_grows_too_large_never_stands_under_its_name(machine):
     put(machine, "noise.log", os.urandom(280_000))
     put(machine, "more.log", os.urandom(280_000))
-    limit = 290_000  # bytes of one file: enough for each log, too few for the archive
+    limit = 290_000  # bytes per file: enough for each log, too few for the archive
     fails(machine, "--out", str(machine.root / "out"),
           preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit)))
     assert [entry.name for entry in (machine.root / "out").iterdir() if not entry.name.startswith(".")] == []

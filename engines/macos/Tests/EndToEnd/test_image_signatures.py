@@ -1,4 +1,4 @@
-"""Images that the CDN promises with the right digest, but that aren't signed as a release has to be."""
+"""Images on the CDN with the right digest and a wrong signature."""
 
 import hashlib
 import json
@@ -28,7 +28,7 @@ def changed(image, offset):
 
 @pytest.fixture
 def offer(stage):  # noqa: F811
-    """Puts an image on the CDN, with metadata that fit it; `variant` says how it is signed before."""
+    """Puts an image, signed as `variant`, on the CDN with matching metadata."""
 
     def make(image, variant=None):
         file = stage.folder / "offered.dmg"
@@ -58,7 +58,7 @@ def test_gatekeeper_rejects_an_image_whose_signer_cannot_be_proved(stage, offer,
     outcome = stage.fails_with("GATEKEEPER_FAILED")
     assert REJECTED[variant] in stage.machine.log, str(outcome)
     assert "Gatekeeper verification result: Failed" in stage.machine.log
-    assert "Signature integrity output" not in stage.machine.log  # the first failure ends it
+    assert "Signature integrity output" not in stage.machine.log  # the first failure ends verification
 
 
 def test_gatekeeper_rejects_an_unsigned_image(stage, offer):  # noqa: F811
@@ -73,7 +73,7 @@ def test_gatekeeper_rejects_a_tampered_image(stage, offer, place):  # noqa: F811
     signature = struct.unpack(">QQ", image[SIGNATURE_FIELDS])[0]
     offer(changed(image, {"data": signature // 2, "signature": signature + 200, "trailer": len(image) - 20}[place]))
     stage.fails_with("GATEKEEPER_FAILED")
-    assert "Checksum verification PASSED" in stage.machine.log  # the digest alone wouldn't have told
+    assert "Checksum verification PASSED" in stage.machine.log  # the digest matches
 
 
 def test_an_image_of_another_team_is_no_package_of_ours(stage, offer):  # noqa: F811

@@ -1,6 +1,6 @@
-"""The files of an installer: what their schemas accept the engine uses, and what they refuse it ignores.
+"""The files of an installer: the engine uses what their schemas accept, and ignores what they refuse.
 
-Where the engine takes more than the schemas, the case says so (`TAKEN`), so that each difference is a known one.
+`TAKEN` marks the cases in which the engine accepts more than the schemas.
 """
 
 import copy
@@ -15,12 +15,12 @@ from protocol_schema import FILES, PROTOCOL, file_validator
 from support import APPS, Installation
 
 PAGE = (PROTOCOL / "installer.md").read_text(encoding="utf-8")
-# A value that a schema refuses and the engine takes all the same.
+# A value that a schema refuses and the engine accepts.
 TAKEN = object()
 
 
 def put(document, path, value):
-    """A copy of a document with another value at a path of keys."""
+    """A copy of a document with a new value at a path of keys."""
     made = copy.deepcopy(document)
     inner = made
     for step in path[:-1]:
@@ -30,7 +30,7 @@ def put(document, path, value):
 
 
 def keys_of(node):
-    """Every key that a schema names."""
+    """Every key of a schema."""
     if isinstance(node, dict):
         yield from node.get("properties", {})
         for part in node.values():
@@ -86,7 +86,7 @@ LINES = {
 
 @pytest.fixture(scope="module")
 def reader(workshop, installer_of):
-    """configuration -> what the engine says that it uses, of an online installer whose CDN isn't trusted."""
+    """configuration -> the values that the engine reports, for an online installer whose CDN isn't trusted."""
     folder = workshop / "reader"
     folder.mkdir()
     machine = Installation(folder, installer_of("2.0"))
@@ -117,7 +117,7 @@ def untouched(reader):
     return reader(BASE)
 
 
-# What is read from a list of names differs from a bare text in its form alone.
+# The engine logs a list of names as text.
 def shown(value):
     if isinstance(value, bool):
         return str(value).lower()
@@ -130,7 +130,7 @@ EMPTY = {"expectedSigningTeamId": "(EMPTY — installed-app signature requiremen
 
 
 def expected(path, value, untouched):
-    """What the engine has to say when it uses this value."""
+    """What the engine reports if it uses this value."""
     key = path[-1]
     change = {
         "appWebUrls": lambda: {"web": {**untouched["web"], **value}},
@@ -158,7 +158,7 @@ def without(app, untouched):
 
 
 def cases(rows, wanted):
-    """(path, value) of the rows: those that the schema accepts, or those that it refuses."""
+    """(path, value) of the rows that the schema accepts, or refuses."""
     for path, good, bad in rows:
         refused = [value for value in bad if not (isinstance(value, tuple) and value[1] is TAKEN)]
         taken = [value[0] for value in bad if isinstance(value, tuple) and value[1] is TAKEN]
@@ -210,7 +210,7 @@ def test_without_apps_the_whole_file_counts_for_nothing(reader, document):
     assert used["entries"] == {} and "flavour" not in used and used["apps"] == APPS
 
 
-# packages.json, of which `hello` tells version and size, and the log how much was read.
+# packages.json: `hello` reports version and size, the log the number of keys.
 
 DIGEST = "0" * 64
 PACKAGE = {"destination": "brenna_installer.dmg", "version": "7.1", "size": 12345, "checksum": DIGEST}
@@ -229,7 +229,7 @@ PACKAGES = [
 
 @pytest.fixture
 def index(installation):
-    """One entry of packages.json -> what the engine makes of it."""
+    """An entry of packages.json -> what the engine reads from it."""
     machine = installation("2.0")
 
     def read(package):
@@ -317,7 +317,7 @@ RELEASE = NOTES["releases"][0]
     ({**NOTES, "version": 5}, False, False), ({"releases": [{"version": "1"}]}, False, False),
     ({"releases": [{"notes": []}]}, False, False), ({"releases": [RELEASE, {**RELEASE, "notes": ["n", 5]}]}, False, False),
     ({"releases": [{**RELEASE, "notes": "n"}]}, False, False), ({"releases": [{**RELEASE, "date": 5}]}, False, False),
-    # The engine takes these two all the same.
+    # The engine accepts these two.
     ({**NOTES, "surprise": 1}, False, True), ({**NOTES, "product": None}, False, True),
 ], ids=json.dumps)
 def test_release_notes_are_read_as_their_schema_says(stage, notes, valid, read):

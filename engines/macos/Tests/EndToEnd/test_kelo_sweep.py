@@ -1,4 +1,4 @@
-"""kelo-summary and kelo-sweep, with an engine that answers what the test wants and keeps the lines that started it."""
+"""kelo-summary and kelo-sweep, with a fake engine that gives the test's answers and records its command lines."""
 
 import json
 import os
@@ -19,7 +19,7 @@ FULL = ("--- SILENT RUN SUMMARY action=install exit_code=0 ---", '  app="Kelo Br
 
 
 class Engine:
-    """What it says to each command, and in `started` what it was asked."""
+    """A fake engine: its answer to each command, and its command lines in `started`."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -42,7 +42,7 @@ class Engine:
         self.says("run", "\n".join(f"[2026-01-02 03:04:05.678] {message}" for message in messages), status, 2)
 
     def has(self, mode, **apps):
-        """app -> (source, installed version, version on offer or None)."""
+        """app -> (source, installed version, available version or None)."""
         rows = [{"id": app, "source": source, "installedVersion": version, "latestVersion": latest if mode == "offline" else None,
                  "updateAvailable": mode == "offline" and bool(latest and latest > version)}
                 for app, (source, version, latest) in apps.items()]
@@ -68,7 +68,7 @@ class Engine:
 
     @property
     def installed(self):
-        """What its unattended runs were for."""
+        """The apps of each unattended run."""
         return [line.split()[4] for line in self.started if line.startswith("--silent")]
 
 
@@ -120,7 +120,7 @@ def test_what_the_engine_complains_of_is_shown(engine):
 def test_an_interrupted_run_still_gets_its_summary(engine):
     for name in ("ready", "hold"):
         os.mkfifo(engine.folder / name)
-    held = os.open(engine.folder / "hold", os.O_RDWR)  # so that opening it doesn't block
+    held = os.open(engine.folder / "hold", os.O_RDWR)  # keeps opening it from blocking
     (engine.folder / "run.sh").write_text(
         f"""trap 'printf "[1] %s\\n" "--- SILENT RUN SUMMARY action=install exit_code=1 ---" "--- END SUMMARY ---" >&2; exit 1' INT
 echo >"{engine.folder}/ready"; read _ <"{engine.folder}/hold"\n""")

@@ -23,7 +23,7 @@ def options(text):
 
 
 def tagged_options(text):
-    """Those that have an entry of their own."""
+    """Options with an entry."""
     return {f"--{name}" for name in re.findall(r"^\.It Fl \\-([a-z-]+)", text, re.MULTILINE)}
 
 

@@ -1,7 +1,7 @@
-"""The engine against a CDN that misbehaves, over real TLS.
+"""The engine with a CDN that misbehaves, over TLS.
 
-Whatever the CDN does: one result, a percentage from 0 to 100, no more bytes fetched than the road asks for, and
-nothing in Applications but the promised bytes.
+In every case, there is one result and percentages are from 0 to 100; the engine fetches no unneeded bytes, and Applications
+has only the promised bytes.
 """
 
 import shutil
@@ -31,7 +31,7 @@ def test_installs_what_was_promised(stage):
     assert stage.bytes_fetched == len(stage.workshop.image)
 
 
-# Resumption after a broken transfer.
+# Resuming an interrupted transfer.
 
 GOOD_RESUMPTIONS = {"the_rest": {}, "no_ranges": {"ranges": "ignore"}}
 RESTARTS = ["wrongStart", "shortRange", "wrongTotal", "noContentRange", "wrongLength", "changedTag", 412, 416]
@@ -83,7 +83,7 @@ def test_gives_up_after_four_broken_attempts(stage):
     assert len(stage.transfers) == 4
 
 
-# What is not the image.
+# Wrong bytes.
 
 @pytest.mark.parametrize("status", [403, 404, 410, 500, 503])
 def test_fails_on_an_error_status(stage, status):

@@ -1,4 +1,4 @@
-"""The engine and the network around the CDN: proxies, names that aren't there, latency, transfers that die."""
+"""The engine and the network: proxies, unknown names, latency, broken transfers."""
 
 import base64
 
@@ -10,7 +10,7 @@ from connect_proxy import ConnectProxy
 from online_machine import FOLDER, META, MIRROR, NAMES, Stage, Workshop
 from support import APPS, CATALOG
 
-# No name server is asked for a label that is too long for one.
+# The label is too long, so no name server is asked.
 NOWHERE = "x" * 64 + ".kelo.example"
 
 
@@ -31,7 +31,7 @@ def move_cdn(stage, base, *trusted):
                                   trustedDownloadDomains=["kelo.example", *trusted])
 
 
-# Proxies, from the environment as curl's users know them.
+# Proxies from the environment, as curl uses them.
 
 @pytest.fixture
 def proxy(stage):
@@ -87,7 +87,7 @@ def test_has_no_network_behind_a_proxy_that_is_gone(stage):
     has_no_network(stage)
 
 
-# Names and networks that aren't there.
+# Unknown names and missing networks.
 
 def has_no_network(stage):
     outcome = stage.fails_with("NETWORK_UNAVAILABLE")
@@ -153,7 +153,7 @@ def test_leaves_out_release_notes_behind(stage, answer):
     assert "releaseNotes" not in entry
 
 
-# Transfers that die.
+# Broken transfers.
 
 def test_resumes_a_transfer_that_stalls(stage):
     stage.machine.change_resource("linux_host.json", requestTimeout=6)

@@ -1,6 +1,6 @@
-"""The schemas refuse what the protocol doesn't allow: every event of every transcript, spoiled in every way.
+"""The schemas refuse invalid events: every event of every transcript, with every mutation.
 
-The tables of presence stand here a second time, in another shape than the schemas'.
+The tables of presence are independent of the schemas.
 """
 
 import copy
@@ -50,7 +50,7 @@ INSIDE = {
 
 
 def objects(value, kind, path=()):
-    """Every object in an event that has a table of its own: (its path, its table's name)."""
+    """(path, name of its table) of every object in an event."""
     yield path, kind
     for key, child in value.items():
         inner = INSIDE.get((kind, key))
@@ -68,12 +68,12 @@ def at(event, path):
 
 
 def spoiled(event):
-    """(what was done, the event after it, whether it is still good)."""
+    """(description, mutated event, whether it is still valid)."""
     for path, kind in objects(event, event["type"]):
         for key, value in at(event, path).items():
             presence = TABLES[kind][key]
             where = f"{kind}.{key}"
-            # Of a run's end the results are always there.
+            # The `done` of a run always has results.
             may_go = presence == OMITTED and (kind, key) != ("done", "results")
             yield f"{where} taken away", changed(event, path, lambda o, key=key: o.pop(key)), may_go
             yield f"{where} made null", changed(event, path, lambda o, key=key: o.update({key: None})), presence == NULL
@@ -86,7 +86,7 @@ def spoiled(event):
 
 
 def same_type(value, other):
-    """A mutation to the same JSON type proves nothing here; null may become anything of its key's type."""
+    """Whether the mutation keeps the JSON type, so that it proves nothing; null can become any value of its key's type."""
     if value is None:
         return isinstance(other, (str, int)) and not isinstance(other, bool)
     if isinstance(value, bool) or isinstance(other, bool):

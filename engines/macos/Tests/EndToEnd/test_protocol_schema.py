@@ -1,4 +1,4 @@
-"""The schemas are as strict about presence as the protocol is, and the shell authors' page knows every word."""
+"""The schemas state which keys are present, the page for authors of shells has every word, and generated files are current."""
 
 import copy
 import json
@@ -24,7 +24,7 @@ CATALOG_APP = {
     "updateAvailable": False, "installedVersion": None, "latestVersion": None, "sizeBytes": None,
     "source": None, "webUrl": None,
 }
-# One good event of each kind, with every key that may be left out left out.
+# One valid event of each kind, without optional keys.
 GOOD = {
     "hello": {"v": 1, "type": "hello", "engineVersion": "1.0.0", "protocolVersion": 1, "platform": "macos",
               "mode": "online", "capabilities": ["install"], "helpUrl": "h", "feedbackUrl": "f",
@@ -39,7 +39,7 @@ GOOD = {
     "done": {"v": 1, "type": "done", "action": "install", "exitCode": 0, "results": [RESULT]},
     "log": {"v": 1, "type": "log", "level": "info", "message": "m"},
 }
-# Keys that an event may leave out, by its type.
+# The optional keys of each kind.
 OMITTED = {
     "hello": {"installerRetired"},
     "update-check-result": {"installerRetired"},
@@ -114,7 +114,7 @@ def test_commands(line, good):
 
 
 def words_of(node):
-    """Every key and every word of an enumeration in a schema."""
+    """Every key and every enumerated word of a schema."""
     if isinstance(node, list):
         for element in node:
             yield from words_of(element)
@@ -142,7 +142,7 @@ def test_a_generated_file_is_what_the_catalog_and_the_vocabulary_give(path):
     assert path.read_text(encoding="utf-8") == GENERATED[path]
 
 
-# The open variant, for shells.
+# The open schemas, for shells.
 
 OPEN_EVENTS = protocol_schema.events(OPEN)
 
@@ -189,14 +189,14 @@ def test_the_open_schemas_refuse_what_no_later_engine_may_write(kind, path, valu
     assert complaints({**event, "type": kind} if path != ["type"] else event, OPEN_EVENTS) != []
 
 
-# ajv, which authors of shells use.
+# ajv, the validator for authors of shells.
 
 AJV = BUILD.parent / "ajv/node_modules"
 IDENTIFIER = "https://kelo.example/engine/protocol/1/"
 
 
 def ajv(cases):
-    """schema, value -> what ajv in its strict mode says about each."""
+    """Whether ajv in its strict mode accepts each (schema, value)."""
     assert AJV.exists(), f"{AJV} is missing: ./dev test installs it with npm"
     folders = [SCHEMAS, OPEN, FILES]
     text = json.dumps([{"schema": IDENTIFIER + schema, "value": value} for schema, value in cases])

@@ -1,4 +1,4 @@
-"""lab-publish: what a release engineer puts into a tree, and what she is kept from."""
+"""lab-publish: what it publishes, and what it refuses."""
 
 import ctypes
 import errno
@@ -21,7 +21,7 @@ FOLDER = Path("desksuite/apps/default/brenna/mac/universal/dmg/latest")
 
 @pytest.fixture(autouse=True)
 def served(tmp_path):
-    """The folder of a test is a tree in many of them, and others may enter it."""
+    """The folder of a test is a tree in many tests, so other users may enter it."""
     tmp_path.chmod(0o755)
 
 
@@ -198,7 +198,7 @@ def test_finds_what_others_may_not_read(tmp_path, image):
     assert f"{FOLDER}/meta.json: others may not read it" in checked.stderr
 
 
-# What the image holds.
+# The contents of the image.
 
 def test_refuses_an_image_of_another_app_or_version(tmp_path, image, newer):
     rulo = made(tmp_path / "rulo.dmg", app="rulo")
@@ -224,7 +224,7 @@ def test_takes_an_image_that_holds_the_app_among_others(tmp_path):
     assert verify(tmp_path / "tree").returncode == 0
 
 
-# A build's own configuration.
+# A build's configuration.
 
 @pytest.fixture
 def configuration(tmp_path):
@@ -258,9 +258,9 @@ def test_refuses_a_configuration_that_the_engine_would_not_follow(tmp_path, imag
     assert publish(tmp_path / "tree", image, configuration=broken).returncode == 64
 
 
-# A publication that ends before its time.
+# Interrupted publications.
 
-# Where the publisher can be killed, and what the tree then holds.
+# The system call at which the publisher is killed -> the contents of the tree.
 KILLED_AT = {
     "copying_the_image": ("sendfile", "2.1"),
     "naming_the_metadata": ("rename", "2.1"),
@@ -273,14 +273,14 @@ NUMBERS = {
     "x86_64": {"sendfile": 40, "rename": 82, "syncfs": 306, "renameat2": 316, "fsync": 74, "unlinkat": 263},
     "aarch64": {"sendfile": 71, "rename": 38, "syncfs": 267, "renameat2": 276, "fsync": 82, "unlinkat": 35},
 }
-KILL, INVALID = 0x80000000, 0x00050000 | errno.EINVAL  # what becomes of the system call
-BY_PATH = 0xFFFFFF9C  # AT_FDCWD, where a call takes a folder's descriptor
+KILL, INVALID = 0x80000000, 0x00050000 | errno.EINVAL  # the effect on the system call
+BY_PATH = 0xFFFFFF9C  # AT_FDCWD
 
 
 def meeting(call, action):
-    """For a child: from here on that system call ends it, or fails."""
+    """For a child process: makes that system call kill it, or fail."""
     number = NUMBERS[platform.machine()][call]
-    # ThreadSanitizer's runtime unlinks a file of its own by its path before main; the publisher goes by descriptors.
+    # ThreadSanitizer's runtime unlinks one of its files by path before main; the publisher uses descriptors.
     spared = [(0x20, 0, 0, 16), (0x15, 1, 0, BY_PATH)] if call == "unlinkat" else []
     rules = b"".join(struct.pack("HBBI", *rule) for rule in
                      [(0x20, 0, 0, 0), (0x15, 0, 1 + len(spared), number), *spared,
@@ -296,7 +296,7 @@ def meeting(call, action):
 
 
 def publish_twice(tree, images, notes, **options):
-    """Version 2.1 as it should be, then 2.2 with what `options` do to it."""
+    """Publishes version 2.1, then 2.2 with `options`."""
     for version, image in zip(("2.1", "2.2"), images, strict=True):
         notes.write_text(json.dumps({"releases": [{"version": version, "notes": []}]}))
         done = publish(tree, image, version=version, notes=notes, **(options if version == "2.2" else {}))
@@ -349,7 +349,7 @@ def test_keeps_the_images_that_were_published_before(tmp_path, image, newer):
     before = (tmp_path / FOLDER / "brenna-2.1.dmg").stat()
     assert publish(tmp_path, newer, version="2.2").returncode == 0
     after = (tmp_path / FOLDER / "brenna-2.1.dmg").stat()
-    # The same file, so that downloads of it go on under the validator that they began with.
+    # The same file, so that running downloads keep their validator.
     assert (after.st_ino, after.st_mtime_ns, after.st_nlink) == (before.st_ino, before.st_mtime_ns, 1)
 
 

@@ -1,4 +1,4 @@
-"""Nothing unproven reaches the applications: real signatures, judged by the lab's real codesign."""
+"""Only verified apps are installed: real signatures, verified by the lab's codesign."""
 
 import hashlib
 import json
@@ -27,7 +27,7 @@ def authority(workshop):
 
 @pytest.fixture
 def signed(installation, authority):
-    """version -> an Installation whose images are signed and which wants its own team's signature."""
+    """version -> an Installation with signed images that requires its own team."""
 
     def make(version="2.0", **options):
         return installation(version, "--authority", str(authority), "--team-id", TEAM, **options)
@@ -37,7 +37,7 @@ def signed(installation, authority):
 
 @pytest.fixture
 def repackage(authority, tmp_path):
-    """Puts another bundle into the installer's image of Kelo Rulo: signed as `variant` says, then spoiled."""
+    """Replaces the bundle in the image of Kelo Rulo: signed as `variant`, then changed."""
 
     def make(machine, spoil=None, variant="valid", sign=True):
         lab("lab-fixture", "app", "--app", "rulo", "--version", "2.0", "--output", tmp_path / "volume")
@@ -179,7 +179,7 @@ def test_a_copy_that_is_altered_before_the_second_check_is_removed(signed):
     machine = signed()
     programs = machine.resources / "programs"
     os.rename(programs / "codesign", programs / "codesign-itself")
-    # Somebody who is quick: changes the copy between the copying and the check.
+    # Changes the copy between copying and verification.
     (programs / "codesign").write_text(
         "#!/bin/sh\n"
         f'for path; do :; done\ncase "$path" in {machine.applications}/*) echo x >>"$path/Contents/Resources/payload.bin" ;; esac\n'
@@ -203,4 +203,4 @@ def test_the_events_of_a_refusal_name_no_reason_and_the_log_does(signed, repacka
     repackage(machine, add_a_file)
     run = machine.install("--apps", "rulo")
     assert "verified as genuine" not in json.dumps(run.events)
-    assert "added.txt" in machine.log  # the tool's own words
+    assert "added.txt" in machine.log  # codesign's words

@@ -1,4 +1,4 @@
-"""How the suites in Python run: a skip for a listed reason gives a run its own status, any other skip fails it; parts."""
+"""The rules of conftest.py: a listed skip gives a run its own status, any other skip fails it, parts are complete."""
 
 import os
 import pathlib

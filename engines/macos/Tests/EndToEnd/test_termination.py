@@ -1,4 +1,4 @@
-"""An unattended run that is asked to end: Ctrl-C, a deployment tool that gives up, a terminal that goes away."""
+"""Signals to an unattended run: Ctrl-C, a service manager, a closed terminal."""
 
 import fcntl
 import os
@@ -27,7 +27,7 @@ def gate():
 
 
 def summary(machine):
-    """The lines of the run's summary without their time and place."""
+    """The lines of the run's summary, without time and source location."""
     lines = [line.partition("] ")[2].partition("] ")[2] for line in machine.log.splitlines()]
     first = next(i for i, line in enumerate(lines) if line.startswith("--- SILENT RUN SUMMARY"))
     return lines[first:lines.index("--- END SUMMARY ---")]
@@ -58,7 +58,7 @@ def test_a_request_before_anything_is_mounted_mounts_nothing_more(installation, 
     held = gate(machine, "hdiutil")
     session = machine.start("--silent", "--verbose")
     attaching = held.wait()
-    # What a service manager does: it asks every process of the run.
+    # A service manager signals every process of the run.
     os.kill(session.process.pid, signal.SIGTERM)
     session.wait_for_error(REQUESTED)
     os.kill(attaching, signal.SIGTERM)

@@ -1,6 +1,6 @@
-"""The transcripts under protocol/transcripts are what the engine says today, and the page shows them as they are.
+"""The transcripts under protocol/transcripts equal the engine's output, and the page shows them unchanged.
 
-With KELO_WRITE_TRANSCRIPTS=1 (./dev transcripts) they are written anew instead.
+With KELO_WRITE_TRANSCRIPTS=1 (./dev transcripts) they are written instead.
 """
 
 import contextlib
@@ -35,7 +35,7 @@ def online_workshop(workshop):
 
 @pytest.fixture
 def open_folder(workshop):
-    """One that the unprivileged user can reach."""
+    """A folder that the unprivileged user can access."""
     folder = pathlib.Path(tempfile.mkdtemp(prefix="story-", dir=workshop))
     folder.chmod(0o755)
     return folder
@@ -52,12 +52,12 @@ class Tools:
 
 
 def block(name, command, status, lines):
-    """How a transcript stands on the page."""
+    """A transcript as a block of the page."""
     return f"<!-- transcript {name} -->\n```\n$ {command}\n" + "\n".join(lines) + f"\n$ echo $?\n{status}\n```\n"
 
 
 def blocks(page):
-    """name -> the block as it stands."""
+    """name -> the block on the page."""
     found = re.findall(r"(<!-- transcript (\S+) -->\n```\n(.*?)```\n)", page, re.DOTALL)
     return {name: whole for whole, name, _ in found}
 

@@ -1,7 +1,6 @@
-"""What the engine says in the stories that protocol/README.md tells: captured from real runs, with the values of
-this machine and of these fixtures replaced by steady ones.
+"""The runs that protocol/README.md shows, with fixed values instead of those of this machine and these fixtures.
 
-A scenario gives (command line, exit status, lines): the lines are the events as they came, one JSON object each.
+A scenario returns (command line, exit status, lines); each line is one event.
 """
 
 import hashlib
@@ -13,16 +12,16 @@ from online_machine import META
 from protocol_schema import PROTOCOL
 from support import Gate, give_away, unprivileged
 
-# Steady values for those that follow the fixtures' size and the day. All have the types that they stand for.
+# Fixed values, of the same types, for those that depend on the fixtures' size and the date.
 SIZE = 31457280
 STEADY = {"sizeBytes": SIZE, "freeBytes": 214748364800, "totalBytes": SIZE}
-# What the old copy gives back when it is replaced.
+# The size of the replaced copy.
 RECLAIMED = 41943040
 RATIOS = {app["id"]: app["expansionRatio"] for app in json.loads((PROTOCOL / "catalog.json").read_text())["apps"]}
 
 
 def steady_need(match):
-    """`requiredBytes` of one app, made up of steady values in the way in which the engine made it up of true ones."""
+    """`requiredBytes` of one app, computed from the fixed values as the engine computes it."""
     row, app, size, need = match.group(1), match.group(2), int(match.group("size")), int(match.group("need"))
     full = size + int(RATIOS[app] * size)
     assert size <= need <= full, match.group()
@@ -31,14 +30,14 @@ def steady_need(match):
 
 
 def steady_needs(text):
-    """Of each row that has both; they stand in either order."""
+    """Replaces them in each row that has both, in either order."""
     inside = r'(?:(?!\{"id":).)*?'
     before = rf'((?=\{{"id":"(\w+)"{inside}"sizeBytes":(?P<size>\d+))\{{"id":{inside}"requiredBytes":)(?P<need>\d+)'
     return re.sub(before, steady_need, text)
 
 
 def steady(text, places):
-    """One run's standard output with steady values; lines that aren't JSON objects are left out."""
+    """A run's standard output with fixed values, without lines that aren't JSON objects."""
     text = steady_needs(text)
     for place, name in places:
         text = text.replace(str(place).replace("/", "\\/"), name.replace("/", "\\/"))
@@ -53,7 +52,7 @@ def steady(text, places):
 
 
 def without_pace(lines):
-    """Of a transfer the first thousand bytes and the end: what is reported between follows the clock. A report is a
+    """Keeps a transfer's reports of the first thousand bytes and of the end; those between depend on timing. A report is a
     `log` and the `progress` after it."""
     kept = []
     for line in lines:
@@ -73,7 +72,7 @@ def shown(arguments, places):
 
 
 class Offline:
-    """Disk images beside the installer, a machine of its own."""
+    """An offline installer and its machine."""
 
     def __init__(self, installation, version="2.0", machine=None):
         self.machine = installation(version, machine=machine)
@@ -88,7 +87,7 @@ class Offline:
 
 
 class Online:
-    """A CDN over real TLS, and an installer that downloads from it."""
+    """A CDN over TLS, and an installer that uses it."""
 
     def __init__(self, workshop, folder, cdn):
         self.cdn = cdn
@@ -97,7 +96,7 @@ class Online:
         self.places = [(self.machine.root / "Applications", "/Applications"), (self.machine.root, "/Users/ada")]
 
     def make_older(self):
-        """The installed copy of the app that the CDN has becomes an earlier one."""
+        """Replaces the installed copy by an earlier version."""
         plist = self.machine.installed / "Contents/Info.plist"
         plist.write_text(plist.read_text().replace("2.1", "2.0"))
 
@@ -107,7 +106,7 @@ class Online:
         self.machine.change_resource(path.name, cdn={**cdn, "releaseNotesEnabled": True})
 
     def offer(self, variant):
-        """The image on the CDN becomes one that is signed in another way."""
+        """Replaces the image on the CDN by one with another signature."""
         file = self.stage.folder / "offered.dmg"
         file.write_bytes(self.stage.workshop.image)
         online_machine.run(online_machine.PROGRAMS / "lab-sign", "sign", "--authority", self.stage.workshop.signers,
@@ -120,7 +119,7 @@ class Online:
         return self.run("run", "--action", "install", "--apps", "brenna", **options)
 
     def run(self, *arguments, after=None, say="", **options):
-        """Runs to the end; once a line holds `after`, `say` goes to standard input."""
+        """Runs to the end; when a line has `after`, writes `say` to standard input."""
         process = self.machine.start(*arguments, **options)
         lines = []
         for line in process.stdout if after else ():
@@ -210,7 +209,7 @@ def expired(tools):
 
 def no_network(tools):
     with tools.online() as online:
-        pass  # the CDN has gone away, and with it every host that answers
+        pass  # without the CDN, no host answers
     return online.run("run", "--action", "install", "--apps", "brenna,tolvi")
 
 
@@ -255,7 +254,7 @@ def signature_failed(tools):
 
 
 def from_the_store(machine, app):
-    """The installed copy becomes one that the App Store has installed."""
+    """Makes the installed copy one from the App Store."""
     store = machine.app(app) / "Contents/_MASReceipt"
     store.mkdir()
     (store / "receipt").write_bytes(b"")
@@ -285,10 +284,10 @@ def skip_terms(tools):
 
 
 def removal_without_rights(tools, status):
-    """The administrator's prompt, which a removal from a closed folder needs, ends with this status."""
+    """A removal that needs the administrator's prompt, which ends with this status."""
     offline = Offline(tools.installation)
     offline.run("run", "--action", "install", "--apps", "brenna,rulo")
-    prompt = offline.machine.folder / "pkexec"  # by this name the statuses have their meaning
+    prompt = offline.machine.folder / "pkexec"  # with this name the host interprets the statuses
     prompt.write_text(f"#!/bin/sh\nexit {status}\n")
     prompt.chmod(0o755)
     offline.machine.settings(administrator={"command": [str(prompt)]})
@@ -305,7 +304,7 @@ def uninstall_permission_denied(tools):
 
 
 def uninstall_failed(tools):
-    """Every name under which the app could be staged is taken."""
+    """A removal with every staging name taken."""
     offline = Offline(tools.installation)
     offline.run("run", "--action", "install", "--apps", "brenna")
     for number in range(20):

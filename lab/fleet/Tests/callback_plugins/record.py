@@ -1,4 +1,4 @@
-"""Writes what a playbook did into the file that RECORD names: the result of each task on each host, and the counts."""
+"""Writes the result of each task on each host, and the counts, to the file RECORD."""
 
 import json
 import os

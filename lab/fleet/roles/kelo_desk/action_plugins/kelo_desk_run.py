@@ -1,21 +1,19 @@
-"""One unattended run of engine-cli on a host, and what became of each app.
+"""Runs engine-cli unattended on a host, and reports the state of each app.
 
-Asks the engine first what is installed and what is on offer, and installs only what is absent or older: an install
-downloads the package of a current app too and quits the app, and only then leaves it as it is. Asks again afterwards:
-the summary of an install calls an app "installed" also when there was nothing to do. Every command goes out as a list
-of words; there is no shell on the way.
+It first asks the engine for the installed and available versions, and installs only absent and older apps, because an install
+downloads a current app and quits it too. It asks again after the run, because the summary of an install says "installed" for
+current apps too. Commands are lists of words, without a shell.
 
-Never fails because of how the run ended; `verdict` in the result tells:
+The action doesn't fail if the run fails; `verdict` in the result is
   changed     something was installed, updated or removed, and nothing failed
   ok          there was nothing to do
-  failed      something failed; also an exit status 0 without a word about some app, and an app without a known version
+  failed      something failed, an app is missing in the summary, or its available version is unknown
   no_network  the host has no network; nothing was touched
-  held        too many other hosts failed before; this one wasn't asked
+  held        too many other hosts have failed; this one wasn't contacted
 
-`installer` in the result has the engine's version, the release that it follows and the last good day, as far as the host
-says so.
+`installer` in the result has the engine's version, its release and its last day, as far as they are known.
 
-In check mode nothing is run but what only asks, and `verdict` tells what a run would mean to do.
+In check mode only queries run, and `verdict` predicts the run.
 """
 
 import base64
@@ -27,7 +25,7 @@ from ansible.errors import AnsibleActionFail
 from ansible.module_utils.parsing.convert_bool import boolean
 from ansible.plugins.action import ActionBase
 
-# Statuses of an app that make the host a failed one.
+# Statuses of an app that make its host fail.
 NO_SUCCESS = {"no result", "absent afterwards", "no answer", "not offered"}
 # generated: meanings
 MEANINGS = {
@@ -49,7 +47,7 @@ TIME = re.compile(r"^\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d+\] ", re.MULTILINE)
 
 
 def event_of(output, kind):
-    """The engine's last event of this type, or None. What isn't a JSON object is skipped."""
+    """The last event of this type in the output, or None."""
     found = None
     for line in output.splitlines():
         try:
@@ -62,7 +60,7 @@ def event_of(output, kind):
 
 
 def summary_of(echo):
-    """Of the log that a run echoed: display name -> status and detail; and the note."""
+    """The summary in a run's log: display name -> status and detail, and the note."""
     entries, note, inside = {}, None, False
     for message in (text.rstrip("\n") for text in TIME.split(echo)[1:]):
         if OPENING.match(message):
@@ -77,21 +75,21 @@ def summary_of(echo):
 
 
 def rows_of(hello):
-    """id -> what is installed of it, and what an offline installer has on offer."""
+    """id -> the installed copy, and the status from an offline installer's offer."""
     return {row["id"]: {"name": row["displayName"], "version": row.get("installedVersion"),
                         "path": row.get("installedPath"), "source": row.get("source"),
                         **offer_of(row, "not offered")} for row in hello["apps"]}
 
 
 def offer_of(row, unknown):
-    """`status` of an installed app, were an install asked for it."""
+    """The `status` of an installed app before an install."""
     if row.get("latestVersion") is None:
         return {"status": unknown}
     return {"status": "would be updated" if row.get("updateAvailable") else "current"}
 
 
 def judged(entry, before, after):
-    """The status for the report, and whether the host has changed."""
+    """The status for the report, and whether the app has changed."""
     moved = (before["version"], before["path"]) != (after["version"], after["path"])
     if entry is None:
         return "no result", moved
@@ -101,12 +99,12 @@ def judged(entry, before, after):
         return "absent afterwards", moved
     if before["path"] is None:
         return "installed", True
-    # An app that doesn't tell its version may have been replaced by the same.
+    # An app without a version may have been replaced by the same one.
     return ("updated", True) if moved or after["version"] is None else ("current", False)
 
 
 def predicted(mode, before):
-    """What a run would do to an app; "would ..." if it would do anything."""
+    """What a run would do to an app; begins with "would" if it would change it."""
     if mode == "uninstall":
         return "already_absent" if before["path"] is None else "would be uninstalled"
     if before["path"] is None:
@@ -124,7 +122,7 @@ def verdict_of(status, apps):
 
 
 def facts_of(hello, configuration):
-    """What the report says of the installer. A configuration that can't be read is no error."""
+    """The installer's entry in the report. An unreadable configuration is no error."""
     try:
         given = json.loads(configuration)
     except ValueError:
@@ -140,7 +138,7 @@ def facts_of(hello, configuration):
 
 
 class NoAnswerError(Exception):
-    """The engine can't be started, isn't one, or isn't the one that this host should have."""
+    """The engine can't be started, gives no usable answer, or isn't the expected one."""
 
 
 class ActionModule(ActionBase):
@@ -164,7 +162,7 @@ class ActionModule(ActionBase):
         given = self._task.args
         self._engine, self._mode = given["engine"], given["mode"]
         apps = given["apps"]
-        if isinstance(apps, str):  # as `-e kelo_desk_apps=brenna,tolvi` gives it
+        if isinstance(apps, str):  # from `-e kelo_desk_apps=brenna,tolvi`
             apps = [app.strip() for app in apps.split(",")]
         self._apps = list(dict.fromkeys(apps))
         self._offline = ["--offline"] if boolean(given["offline"]) else []
@@ -182,7 +180,7 @@ class ActionModule(ActionBase):
                                     module_args={"argv": [self._engine, *words, *self._offline]})
 
     def _without_check_mode(self, act):
-        """What changes nothing is done in check mode too."""
+        """Runs a query, in check mode too."""
         checking, self._task.check_mode = self._task.check_mode, False
         try:
             return act()
@@ -190,14 +188,14 @@ class ActionModule(ActionBase):
             self._task.check_mode = checking
 
     def _configuration(self):
-        """installer_config.json of the bundle that holds the engine."""
+        """The installer_config.json of the engine's bundle."""
         path = PurePosixPath(self._engine).parent.parent / "Resources/installer_config.json"
         read = self._without_check_mode(lambda: self._execute_module(
             module_name="ansible.legacy.slurp", task_vars=self._task_vars, module_args={"src": str(path)}))
         return base64.b64decode(read.get("content", ""))
 
     def _ask(self, kind, *words):
-        """The answer to a command that changes nothing."""
+        """The answer to a query."""
         finished = self._without_check_mode(lambda: self._command(*words))
         answer = event_of(finished.get("stdout", ""), kind)
         if answer is None:
@@ -206,7 +204,7 @@ class ActionModule(ActionBase):
         return answer
 
     def _asked(self):
-        """id -> what is installed, and what an install would do to it."""
+        """id -> the installed copy, and its status before an install."""
         hello = self._ask("hello", "hello")
         rows, self._retired = rows_of(hello), "installerRetired" in hello
         self._installer = facts_of(hello, self._configuration())
@@ -239,8 +237,7 @@ class ActionModule(ActionBase):
 
     def _outcome(self, before):
         left = {app: predicted(self._mode, before[app]) for app in self._apps}
-        # A removal quits no app that is absent, and clears what an earlier one left. What becomes of an installer
-        # that is retired, the engine says.
+        # A removal doesn't harm absent apps and removes leftovers. The engine reports a retired installer.
         if self._mode == "uninstall" or self._retired:
             left = {}
         left = {app: status for app, status in left.items() if not status.startswith("would")}
@@ -249,7 +246,7 @@ class ActionModule(ActionBase):
             apps = self._rows(before, before, lambda app: (left[app], False, None))
             return {**self._told(apps, None, None, verdict_of(None, apps)), "echo": ""}
         finished = self._command("--silent", "--verbose", "--mode", self._mode, "--apps", ",".join(wanted), *self._switches)
-        if "rc" not in finished:  # the connection broke, or the module did
+        if "rc" not in finished:  # the connection or the module failed
             return finished
         after = rows_of(self._ask("hello", "hello"))
         echo, status = finished.get("stderr", ""), finished["rc"]
@@ -263,7 +260,7 @@ class ActionModule(ActionBase):
             entry = entries.get(before[app]["name"])
             return *judged(entry, before[app], after[app]), entry and entry["detail"]
 
-        # A stop before the work has no line for any app; a success without lines is none.
+        # A run that couldn't begin has no lines for apps. A success without lines isn't one.
         apps = self._rows(before, after, judge) if entries or status == 0 else {}
         return {**self._told(apps, status, note, verdict_of(status, apps)), "echo": echo}
 

@@ -1,7 +1,6 @@
-"""Ends a host the way its run ended: ok, failed, or unreachable when it had no network.
+"""Gives a host the result of its run: ok, failed, or unreachable if it had no network.
 
-A host without network, or held back, is counted with those that couldn't be reached: it needs no mending, only another
-try.
+A host without a network, or held back, counts as unreachable, because it only needs another try.
 """
 
 from ansible.plugins.action import ActionBase

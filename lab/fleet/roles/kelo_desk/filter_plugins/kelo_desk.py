@@ -1,4 +1,4 @@
-"""What became of a fleet, for people and for programs."""
+"""The report, as a table and as JSON."""
 
 import datetime
 import json
@@ -6,7 +6,7 @@ import json
 from ansible.errors import AnsibleFilterError
 
 def _outcome(hostvars, host, waiting):
-    """Of `waiting`, the hosts that the play hasn't given up, those without an outcome are still to come."""
+    """A host without an outcome hasn't begun if it is in `waiting`, the hosts that the play hasn't given up."""
     outcome = dict(hostvars[host].get("kelo_desk_outcome") or {})
     if "verdict" in outcome:
         return outcome
@@ -23,7 +23,7 @@ def _versions(app):
 
 
 def _expires_soon(installer, days):
-    """Whether the last good day is near or past. A date that can't be read is no date."""
+    """Whether the last day is near or past. An unreadable date counts as none."""
     try:
         last = datetime.date.fromisoformat(installer.get("expires") or "")
     except ValueError:
@@ -32,7 +32,7 @@ def _expires_soon(installer, days):
 
 
 def failures(hostvars, hosts):
-    """How many hosts have failed so far."""
+    """The number of failed hosts so far."""
     return sum((hostvars[host].get("kelo_desk_outcome") or {}).get("verdict") == "failed" for host in hosts)
 
 
@@ -49,7 +49,7 @@ def table(hostvars, hosts, waiting, days):
         if _expires_soon(outcome.get("installer") or {}, days):
             rows.append((*head, "", "expires", outcome["installer"]["version"] or "", outcome["installer"]["expires"]))
     widths = [max(len(row[column]) for row in rows) for column in range(5)]
-    return ["  ".join([*(cell.ljust(width) for cell, width in zip(row, widths, strict=False)), row[5]]).rstrip() for row in rows]
+    return ["  ".join([*(cell.ljust(width) for cell, width in zip(row, widths)), row[5]]).rstrip() for row in rows]
 
 
 def report(hostvars, hosts, waiting):
@@ -59,7 +59,7 @@ def report(hostvars, hosts, waiting):
 
 
 def bundle_path(output):
-    """Where export-logs has put the archive."""
+    """The path of the archive in the output of export-logs."""
     for line in output.splitlines():
         try:
             event = json.loads(line)
@@ -67,7 +67,7 @@ def bundle_path(output):
             continue
         if isinstance(event, dict) and event.get("type") == "export-logs-result" and event.get("path"):
             return event["path"]
-    raise AnsibleFilterError("the engine told of no archive")
+    raise AnsibleFilterError("the engine reported no archive")
 
 
 class FilterModule:
