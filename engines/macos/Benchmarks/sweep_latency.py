@@ -88,7 +88,7 @@ def main():
         for _ in range(arguments.rounds):
             one.append(check(engine, list(APPS)[:1]))
             four.append(check(engine, list(APPS)))
-        print(f"latency {arguments.latency:.1f} s: one app {statistics.median(one):.2f} s, four apps "
+        print(f"latency {arguments.latency:.1f} s: one app {statistics.median(one):.2f} s, all apps "
               f"{statistics.median(four):.2f} s, ratio {statistics.median(four) / statistics.median(one):.2f}")
 
 

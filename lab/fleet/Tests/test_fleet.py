@@ -153,12 +153,12 @@ def fleet(tmp_path_factory):
                           "--- END SUMMARY ---"])
     made.fake("online", [], brenna="1.0")
     made.hosts["missing"] = {"kelo_desk_engine": str(folder / "nowhere/engine-cli")}
-    with socket.socket() as nobody:
-        nobody.bind(("127.0.0.1", 0))  # and never listens
+    with socket.socket() as closed:
+        closed.bind(("127.0.0.1", 0))  # and never listens
         settings = made.installer("offnet") / "linux_host.json"
         shutil.rmtree(settings.parent / "packages")
         settings.write_text(json.dumps({**json.loads(settings.read_text()),
-                                        "hostAddresses": {"www.kelo.example": f"127.0.0.1:{nobody.getsockname()[1]}"}}))
+                                        "hostAddresses": {"www.kelo.example": f"127.0.0.1:{closed.getsockname()[1]}"}}))
         if CAN_CUT:
             shutil.rmtree(made.installer("cut") / "packages")
             made.behind("cut", "unshare", "--user", "--map-current-user", "--net")

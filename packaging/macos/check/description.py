@@ -143,7 +143,7 @@ def member_of(line, generics, members):
         members.append(Member(found[3].rstrip("$"), bool(found[1]), False, type_of(found[5], generics),
                               readonly=bool(found[2]), optional=bool(found[4])))
         return
-    raise ValueError(f"not understood in the description: {line}")
+    raise ValueError(f"unexpected in the description: {line}")
 
 
 HEAD = re.compile(r"declare (class|interface) ([\w$]+)(<.*?>)?(?: extends ([^{]*?))?(?: implements ([^{]*?))? \{(\})?")
@@ -173,7 +173,7 @@ class Framework:
             if kind == "protocol" or found[2] not in self.types:
                 self.types[found[2]] = (kind, number, found)
         else:
-            raise ValueError(f"not understood in the description: {line}")
+            raise ValueError(f"unexpected in the description: {line}")
 
     def _enumerators(self, number):
         values = {}

@@ -33,10 +33,10 @@ def problems(entries, kin, homes):
     for symbol, library, where in entries:
         named.add(symbol)
         if symbol in kin and symbol in homes:
-            yield f"{kin[symbol][1]}: a real executable shows {symbol} after all"
+            yield f"{kin[symbol][1]}: a real executable uses {symbol}"
         witness = kin[symbol][0] if symbol in kin else symbol
         if witness not in homes:
-            yield f"{where}: no real executable shows {witness}"
+            yield f"{where}: no real executable uses {witness}"
         elif homes[witness] != {library}:
-            yield f"{where}: {symbol} lives in {' and '.join(sorted(homes[witness]))}, not in {library}"
-    yield from (f"{where}: no stub names {symbol}" for symbol, (_, where) in kin.items() if symbol not in named)
+            yield f"{where}: {symbol} is in {' and '.join(sorted(homes[witness]))}, not in {library}"
+    yield from (f"{where}: no stub has {symbol}" for symbol, (_, where) in kin.items() if symbol not in named)

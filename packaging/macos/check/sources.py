@@ -85,4 +85,4 @@ def check(sources, seam, headers, declarations, constants):
     words = Words(sources, headers)
     for declared in declarations.found:
         if not words.use(declared):
-            yield f"{declared.where}: {declared.full_name} is declared and used nowhere"
+            yield f"{declared.where}: {declared.full_name} is declared and never used"

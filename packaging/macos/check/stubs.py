@@ -39,8 +39,8 @@ def check(stubs, declarations, sources):
             near = difflib.get_close_matches(symbol, needed, 1, 0.5)
             yield f"{where}: {symbol} is neither declared nor used" + (f"; the nearest name is {near[0]}" if near else "")
         elif symbol in named:
-            yield f"{where}: {symbol} stands in another stub as well"
+            yield f"{where}: {symbol} is in another stub too"
         named.add(symbol)
     for symbol, declared in needed.items():
         if symbol not in named:
-            yield f"{declared.where}: no stub names {symbol}"
+            yield f"{declared.where}: no stub has {symbol}"

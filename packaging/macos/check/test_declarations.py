@@ -154,37 +154,37 @@ MISTAKES = [
     (SCRIPT, '= "NSAppleScriptErrorNumber"', '= "NSApplScriptErrorNumber"',
      "there is no constant of the value NSApplScriptErrorNumber; the nearest declared one is NSAppleScriptErrorNumber"),
     (APPKIT, "- (BOOL)terminate;", "- (BOOL)terminate;\n@property(readonly) NSURL* bundleURL;",
-     "NSRunningApplication.bundleURL is declared and used nowhere"),
+     "NSRunningApplication.bundleURL is declared and never used"),
     # The stubs.
     (FOUNDATION_STUB, "NSFileManager,", "NSFileManger,",
      "_OBJC_CLASS_$_NSFileManger is neither declared nor used; the nearest name is _OBJC_CLASS_$_NSFileManager"),
     (FOUNDATION_STUB, "_NSHomeDirectory,", "_NSHomeDirectry,",
      "_NSHomeDirectry is neither declared nor used; the nearest name is _NSHomeDirectory"),
-    (FOUNDATION_STUB, "NSFileManager,", "", "no stub names _OBJC_CLASS_$_NSFileManager"),
-    (FOUNDATION_STUB, "_NSFileSize,", "", "no stub names _NSFileSize"),
+    (FOUNDATION_STUB, "NSFileManager,", "", "no stub has _OBJC_CLASS_$_NSFileManager"),
+    (FOUNDATION_STUB, "_NSFileSize,", "", "no stub has _NSFileSize"),
     (FOUNDATION_STUB, "NSURLSession,", "NSURLSession, NSURLSessionTask,", "_OBJC_CLASS_$_NSURLSessionTask is neither declared nor used"),
     # The libraries of symbols: reexported from CoreFoundation by Foundation, the reverse, and unrelated ones.
-    (FOUNDATION_STUB, "NSPipe,", "NSPipe, NSRunLoop,", "_OBJC_CLASS_$_NSRunLoop lives in CoreFoundation, not in Foundation"),
+    (FOUNDATION_STUB, "NSPipe,", "NSPipe, NSRunLoop,", "_OBJC_CLASS_$_NSRunLoop is in CoreFoundation, not in Foundation"),
     (FOUNDATION_STUB, "_NSFileSize,", "_NSFileSize, _NSURLIsDirectoryKey,",
-     "_NSURLIsDirectoryKey lives in CoreFoundation, not in Foundation"),
+     "_NSURLIsDirectoryKey is in CoreFoundation, not in Foundation"),
     (FOUNDATION_STUB, "_NSFileSize,", "_NSFileSize, _NSURLIsRegularFileKey,",
-     "_NSURLIsRegularFileKey lives in CoreFoundation, not in Foundation"),
-    (CORE_FOUNDATION_STUB, "NSArray,", "NSArray, NSTask,", "_OBJC_CLASS_$_NSTask lives in Foundation, not in CoreFoundation"),
+     "_NSURLIsRegularFileKey is in CoreFoundation, not in Foundation"),
+    (CORE_FOUNDATION_STUB, "NSArray,", "NSArray, NSTask,", "_OBJC_CLASS_$_NSTask is in Foundation, not in CoreFoundation"),
     (CORE_FOUNDATION_STUB, "_CFRelease,", "_CFRelease, _NSHomeDirectory,",
-     "_NSHomeDirectory lives in Foundation, not in CoreFoundation"),
+     "_NSHomeDirectory is in Foundation, not in CoreFoundation"),
     (APPKIT_STUB, "[ NSRunningApplication,", "[ NSRunningApplication, NSTask,",
-     "_OBJC_CLASS_$_NSTask lives in Foundation, not in AppKit"),
-    (UNSEEN, "_LSRegisterURL ", "# _LSRegisterURL ", "no real executable shows _LSRegisterURL"),
+     "_OBJC_CLASS_$_NSTask is in Foundation, not in AppKit"),
+    (UNSEEN, "_LSRegisterURL ", "# _LSRegisterURL ", "no real executable uses _LSRegisterURL"),
     (UNSEEN, "_LSRegisterURL ", "_NSFileSize _NSHomeDirectory\n_LSRegisterURL ",
-     "a real executable shows _NSFileSize after all"),
-    (UNSEEN, "_LSRegisterURL ", "_NSFileSise _NSFileSize\n_LSRegisterURL ", "no stub names _NSFileSise"),
+     "a real executable uses _NSFileSize"),
+    (UNSEEN, "_LSRegisterURL ", "_NSFileSise _NSFileSize\n_LSRegisterURL ", "no stub has _NSFileSise"),
 ]
 
 
 @pytest.mark.parametrize("path, old, new, said", MISTAKES, ids=[row[3][:70] for row in MISTAKES])
 def test_a_mistake_is_found(description, seen, path, old, new, said):
     texts = check_declarations.files()
-    assert texts[path].count(old) == 1, f"{old!r} doesn't stand once in {path}"
+    assert texts[path].count(old) == 1, f"{old!r} doesn't occur once in {path}"
     texts[path] = texts[path].replace(old, new)
     found = check_declarations.problems(texts, description, seen)
     assert any(re.fullmatch(rf"[\w/+.]+:\d+: {re.escape(said)}(; the nearest .*)?", line) for line in found), found

@@ -32,7 +32,7 @@ def slice_problems(code, libraries):
     if not code.is_position_independent():
         yield "isn't position-independent"
     if len(code.commands("LC_UUID")) != 1:
-        yield "has no LC_UUID, by which crash reports and symbols find each other"
+        yield "has no LC_UUID, which matches crash reports with symbols"
     linked = code.libraries()
     for name in sorted(set(libraries) - set(linked)):
         yield f"isn't linked against {name}"
@@ -55,7 +55,7 @@ def problems(executable, folder, libsystem, forbidden):
     content = pathlib.Path(executable).read_bytes()
     for text in forbidden:
         if text.encode() in content:
-            yield f"holds the text {text}"
+            yield f"contains the text {text}"
 
 
 def main(arguments):

@@ -19,7 +19,7 @@ def undefined(executable, architecture="all"):
     said = run("llvm-nm-19", "-m", "-u", f"--arch={architecture}", executable)
     found = UNDEFINED.findall(said)
     if len(found) != sum("(undefined" in line for line in said.splitlines()):
-        raise ValueError("llvm-nm-19 says something that isn't understood:\n" + said)
+        raise ValueError("unexpected output of llvm-nm-19:\n" + said)
     return found
 
 

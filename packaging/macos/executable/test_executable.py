@@ -109,12 +109,12 @@ def test_a_fixed_address(folder, tmp_path):
 def test_no_identifier_of_the_build(folder, tmp_path):
     # Replaces LC_UUID, with its length, by an unknown command.
     executable = changed_twice(rb"\x1b\0\0\0(\x18\0\0\0)", b"\x70\0\0\0\\1", tmp_path / "nameless")
-    assert found(folder, executable) == [f"{each} has no LC_UUID, by which crash reports and symbols find each other"
+    assert found(folder, executable) == [f"{each} has no LC_UUID, which matches crash reports with symbols"
                                          for each in ("arm64", "x86_64")]
 
 
 def test_a_text_that_may_not_stand_in_it(folder):
-    assert found(folder, forbidden=["engine-cli launching"]) == ["holds the text engine-cli launching"]
+    assert found(folder, forbidden=["engine-cli launching"]) == ["contains the text engine-cli launching"]
 
 
 def test_a_stub_that_is_none(tmp_path):

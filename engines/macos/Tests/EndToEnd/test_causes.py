@@ -328,7 +328,7 @@ SIGNED = {
     "an-ad-hoc-signature": (repacked(variant="ad-hoc"), ["test-requirement: code failed to satisfy specified code requirement(s)"]),
     "a-self-made-authority": (repacked(variant="self-signed"), ["the signer is self-signed and not trusted"]),
     "an-expired-certificate": (repacked(variant="expired"), ["a signing certificate had expired"]),
-    "an-authority-that-nobody-named": (without_authority, ["root certificate isn't trusted"]),
+    "an-unknown-authority": (without_authority, ["root certificate isn't trusted"]),
     "a-copy-that-is-altered": (altered_copy, ["the installed copy at {applications}/Kelo Rulo.app does not satisfy the signing requirement",
                                               "a sealed resource has been modified: ", "payload.bin"]),
     "no-codesign": (without("codesign"), ["Error evaluating the signing requirement: “codesign” couldn’t be started: "
@@ -392,7 +392,7 @@ ONLINE_FAULTS = {
     "a-broken-connection": (lambda stage: stage.package(stage.image(closeAt=1000), stage.image()),
                             ["Network error detected: NSURLErrorDomain code -1005: ", "Retrying download in 5s (attempt 1/3)"]),
     "an-answer-that-is-not-http": (answers(PACKAGE, {"garbage": True}), ["NSURLErrorDomain"]),
-    "a-part-that-nobody-asked-for": (answers(PACKAGE, {"bytes": 5000, "unasked": True}),
+    "an-unrequested-part": (answers(PACKAGE, {"bytes": 5000, "unasked": True}),
                                      ["the server sent a part that nobody asked for (NSURLErrorDomain -1011)"]),
     "a-redirect-to-a-stranger": (answers(PACKAGE, {"location": "https://evil.example/x.dmg"}),
                                  ["refusing a redirect to 'evil.example'"]),
