@@ -1,3 +1,4 @@
+import hashlib
 import os
 import pathlib
 import shutil
@@ -9,8 +10,10 @@ import pytest
 
 sys.path.insert(0, os.path.dirname(__file__))
 
+import hostile_cdn
+import online_machine
 from prompt_server import PromptServer
-from support import ENGINE, LAB, RUNNING_AS_ROOT, Installation
+from support import ENGINE, LAB, RUNNING_AS_ROOT, TEAM, Installation, give_away, lab
 
 
 @pytest.fixture(scope="session")
@@ -85,3 +88,59 @@ def prompt(workshop):
     yield make
     for server in servers:
         server.close()
+
+
+@pytest.fixture(scope="session")
+def authority(workshop):
+    folder = workshop / "authority"
+    lab("lab-sign", "make-authority", folder, "--team", TEAM)
+    return folder
+
+
+@pytest.fixture
+def signed(installation, authority):
+    """version -> an Installation with signed images that requires its own team."""
+
+    def make(version="2.0", **options):
+        return installation(version, "--authority", str(authority), "--team-id", TEAM, **options)
+
+    return make
+
+
+@pytest.fixture
+def repackage(authority, tmp_path):
+    """Replaces the bundle in the image of Kelo Rulo: signed as `variant`, then changed."""
+
+    def make(machine, spoil=None, variant="valid", sign=True):
+        lab("lab-fixture", "app", "--app", "rulo", "--version", "2.0", "--output", tmp_path / "volume")
+        app = tmp_path / "volume/Kelo Rulo.app"
+        if sign:
+            lab("lab-sign", "sign", "--authority", authority, "--variant", variant, app)
+        if spoil:
+            spoil(app)
+        image = machine.packages / "rulo_installer.dmg"
+        image.unlink()
+        lab("lab-diskimage", "--volume-name", "Kelo Rulo", tmp_path / "volume", image)
+
+        def promise(index):
+            for entry in index.values():
+                if entry["destination"] == image.name:
+                    entry.update(checksum=hashlib.sha256(image.read_bytes()).hexdigest(), size=image.stat().st_size)
+
+        machine.manifest(promise)
+        give_away(machine.packages)
+
+    return make
+
+
+@pytest.fixture(scope="session")
+def online_workshop(workshop):
+    folder = workshop / "online"
+    folder.mkdir(mode=0o755)
+    return online_machine.Workshop(folder)
+
+
+@pytest.fixture
+def stage(online_workshop, tmp_path):
+    with hostile_cdn.HostileCDN(tmp_path / "cdn", online_machine.NAMES) as cdn:
+        yield online_machine.Stage(online_workshop, tmp_path, cdn)

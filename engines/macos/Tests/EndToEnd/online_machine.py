@@ -11,7 +11,7 @@ BUILD = Path(os.environ.get("KELO_BUILD", Path(__file__).resolve().parents[4] / 
 PROGRAMS = BUILD / "lab" / "bin"
 ENGINE = BUILD / "engines" / "macos" / "engine-cli"
 TEAM = "QX7M4R2V9D"
-NAMES = ["cdn.kelo.example", "www.kelo.example", "mirror.kelo.example"]
+NAMES = ["cdn.kelo.example", "www.kelo.example", "mirror.kelo.example", "localhost"]
 ARCH = "x64"
 FOLDER = f"/desksuite/apps/default/brenna/mac/{ARCH}/dmg/latest"
 META = f"{FOLDER}/meta.json"
@@ -38,6 +38,7 @@ class Workshop:
         self.installer = folder / "installer" / "Kelo-Desk-Installer.app"
         packages = self.installer / "Contents" / "Resources" / "packages"
         self.image = (packages / "brenna_installer.dmg").read_bytes()
+        (folder / "image").write_bytes(self.image)
         self.digest = hashlib.sha256(self.image).hexdigest()
         shutil.rmtree(packages)
 

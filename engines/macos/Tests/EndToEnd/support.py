@@ -28,6 +28,7 @@ NAMES = {app["id"]: app["displayName"] for app in CATALOG}
 BUNDLES = {app["id"]: app["appBundleName"] for app in CATALOG}
 IDENTIFIERS = {app["id"]: app["installerBundleIdentifier"] for app in CATALOG}
 IMAGES = {app["id"]: app["tempFileName"] for app in CATALOG}
+TEAM = "QX7M4R2V9D"
 NOBODY = 65534
 RUNNING_AS_ROOT = os.getuid() == 0
 VERSION = re.search(r"^project\(\S+ VERSION (\S+)", (pathlib.Path(__file__).resolve().parents[4] / "CMakeLists.txt").read_text(),
@@ -40,6 +41,10 @@ HANG = 240
 def unprivileged():
     """Arguments for subprocess that drop root's rights, if it has them."""
     return {"user": NOBODY, "group": NOBODY, "extra_groups": []} if RUNNING_AS_ROOT else {}
+
+
+def lab(program, *arguments):
+    subprocess.run([str(LAB / program), *map(str, arguments)], check=True, capture_output=True)
 
 
 def give_away(path):

@@ -13,10 +13,9 @@ import pytest
 
 import hostile_cdn
 import online_machine
-from online_machine import META, MIRROR, NAMES, PACKAGE, Stage, Workshop
+from online_machine import META, MIRROR, NAMES, PACKAGE, Stage
 from support import LAB, RUNNING_AS_ROOT, give_away
-from test_signatures import (add_a_file, authority, change_the_executable, drop_the_seal, remove_a_file,  # noqa: F401
-                             repackage, signed, swap_nested_code)
+from test_signatures import add_a_file, change_the_executable, drop_the_seal, remove_a_file, swap_nested_code
 
 INSTALL = ("run", "--action", "install", "--offline", "--apps", "rulo")
 UNINSTALL = ("run", "--action", "uninstall", "--apps", "rulo")
@@ -337,7 +336,7 @@ SIGNED = {
 
 
 @pytest.mark.parametrize("name", SIGNED)
-def test_a_refused_signature_names_its_cause(signed, repackage, name):  # noqa: F811
+def test_a_refused_signature_names_its_cause(signed, repackage, name):
     arrange, words = SIGNED[name]
     machine = signed()
     arrange(machine, repackage)
@@ -377,13 +376,6 @@ def temporary_is_a_file(stage):
     (stage.machine.root / "tmp").mkdir()
     (stage.machine.root / "tmp/brenna_installer.dmg").mkdir()
     (stage.machine.root / "tmp/brenna_installer.dmg/inside").write_text("x")
-
-
-@pytest.fixture(scope="module")
-def online_workshop(tmp_path_factory):
-    made = Workshop(tmp_path_factory.mktemp("workshop"))
-    (made.folder / "image").write_bytes(made.image)
-    return made
 
 
 ONLINE_FAULTS = {

@@ -7,7 +7,6 @@ import struct
 import pytest
 
 from online_machine import PACKAGE, PROGRAMS, TEAM, run
-from test_online import Stage, stage, workshop  # noqa: F401  (fixtures)
 
 TRAILER = 512
 SIGNATURE_FIELDS = slice(-TRAILER + 296, -TRAILER + 312)
@@ -27,7 +26,7 @@ def changed(image, offset):
 
 
 @pytest.fixture
-def offer(stage):  # noqa: F811
+def offer(stage):
     """Puts an image, signed as `variant`, on the CDN with matching metadata."""
 
     def make(image, variant=None):
@@ -53,7 +52,7 @@ REJECTED = {
 
 
 @pytest.mark.parametrize("variant", REJECTED)
-def test_gatekeeper_rejects_an_image_whose_signer_cannot_be_proved(stage, offer, variant):  # noqa: F811
+def test_gatekeeper_rejects_an_image_whose_signer_cannot_be_proved(stage, offer, variant):
     offer(stage.workshop.image, variant)
     outcome = stage.fails_with("GATEKEEPER_FAILED")
     assert REJECTED[variant] in stage.machine.log, str(outcome)
@@ -61,14 +60,14 @@ def test_gatekeeper_rejects_an_image_whose_signer_cannot_be_proved(stage, offer,
     assert "Signature integrity output" not in stage.machine.log  # the first failure ends verification
 
 
-def test_gatekeeper_rejects_an_unsigned_image(stage, offer):  # noqa: F811
+def test_gatekeeper_rejects_an_unsigned_image(stage, offer):
     offer(without_signature(stage.workshop.image))
     stage.fails_with("GATEKEEPER_FAILED")
     assert "rejected\nsource=no usable signature" in stage.machine.log
 
 
 @pytest.mark.parametrize("place", ["data", "signature", "trailer"])
-def test_gatekeeper_rejects_a_tampered_image(stage, offer, place):  # noqa: F811
+def test_gatekeeper_rejects_a_tampered_image(stage, offer, place):
     image = stage.workshop.image
     signature = struct.unpack(">QQ", image[SIGNATURE_FIELDS])[0]
     offer(changed(image, {"data": signature // 2, "signature": signature + 200, "trailer": len(image) - 20}[place]))
@@ -76,7 +75,7 @@ def test_gatekeeper_rejects_a_tampered_image(stage, offer, place):  # noqa: F811
     assert "Checksum verification PASSED" in stage.machine.log  # the digest matches
 
 
-def test_an_image_of_another_team_is_no_package_of_ours(stage, offer):  # noqa: F811
+def test_an_image_of_another_team_is_no_package_of_ours(stage, offer):
     offer(stage.workshop.image, "wrong-team")
     stage.fails_with("SIGNATURE_FAILED")
     assert "Gatekeeper verification result: Passed" in stage.machine.log
@@ -84,13 +83,13 @@ def test_an_image_of_another_team_is_no_package_of_ours(stage, offer):  # noqa: 
 
 
 @pytest.mark.parametrize("variant", ["valid", "expired-stamped"])
-def test_an_image_that_was_signed_in_time_is_installed(stage, offer, variant):  # noqa: F811
+def test_an_image_that_was_signed_in_time_is_installed(stage, offer, variant):
     offer(stage.workshop.image, variant)
     stage.installs()
     assert stage.machine.log.count("Signature requirement output for ") == 3  # image, bundle in it, copy
 
 
-def test_without_a_team_the_seals_are_still_checked(stage, offer):  # noqa: F811
+def test_without_a_team_the_seals_are_still_checked(stage, offer):
     config = stage.machine.installer / "Contents/Resources/installer_config.json"
     values = json.loads(config.read_text())
     values["expectedSigningTeamId"] = ""
@@ -106,7 +105,7 @@ def test_without_a_team_the_seals_are_still_checked(stage, offer):  # noqa: F811
     ("spctl", "GATEKEEPER_FAILED", "Error verifying Gatekeeper: "),
     ("codesign", "SIGNATURE_FAILED", "Error running codesign --verify: "),
 ])
-def test_a_tool_that_cannot_be_started_is_a_no(stage, program, code, says):  # noqa: F811
+def test_a_tool_that_cannot_be_started_is_a_no(stage, program, code, says):
     (stage.machine.installer / "Contents/Resources/programs" / program).unlink()
     stage.fails_with(code)
     assert says in stage.machine.log

@@ -7,8 +7,6 @@ import copy
 import json
 import re
 
-import hostile_cdn
-import online_machine
 import pytest
 from online_machine import META
 from protocol_schema import FILES, PROTOCOL, file_validator
@@ -267,19 +265,6 @@ def test_every_key_of_a_package_has_its_cases_and_the_older_name_of_the_digest_s
 
 
 # meta.json and release-notes.json, over the CDN.
-
-
-@pytest.fixture(scope="module")
-def online_workshop(tmp_path_factory):
-    made = online_machine.Workshop(tmp_path_factory.mktemp("workshop"))
-    (made.folder / "image").write_bytes(made.image)
-    return made
-
-
-@pytest.fixture
-def stage(online_workshop, tmp_path):
-    with hostile_cdn.HostileCDN(tmp_path / "cdn", online_machine.NAMES) as cdn:
-        yield online_machine.Stage(online_workshop, tmp_path, cdn)
 
 
 def checked(stage, meta):

@@ -10,19 +10,7 @@ import pytest
 
 import hostile_cdn
 import online_machine
-from online_machine import FOLDER, META, MIRROR, NAMES, PACKAGE, Stage, Workshop
-
-
-@pytest.fixture(scope="module")
-def workshop(tmp_path_factory):
-    return Workshop(tmp_path_factory.mktemp("workshop"))
-
-
-@pytest.fixture
-def stage(workshop, tmp_path):
-    (workshop.folder / "image").write_bytes(workshop.image)
-    with hostile_cdn.HostileCDN(tmp_path / "cdn", NAMES) as cdn:
-        yield Stage(workshop, tmp_path, cdn)
+from online_machine import FOLDER, META, MIRROR, NAMES, PACKAGE, Stage
 
 
 def test_installs_what_was_promised(stage):
@@ -176,10 +164,9 @@ def test_leaves_a_loop(stage):
 
 
 @pytest.mark.parametrize("kind", ["otherName", "stranger"])
-def test_refuses_a_certificate(workshop, tmp_path, kind):
-    (workshop.folder / "image").write_bytes(workshop.image)
+def test_refuses_a_certificate(online_workshop, tmp_path, kind):
     with hostile_cdn.HostileCDN(tmp_path / "cdn", NAMES, {"cdn.kelo.example": kind}) as cdn:
-        stage = Stage(workshop, tmp_path, cdn)
+        stage = Stage(online_workshop, tmp_path, cdn)
         stage.fails_with("NETWORK_UNAVAILABLE")
         assert cdn.requests_for(META) == []
 

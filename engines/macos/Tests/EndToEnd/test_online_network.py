@@ -4,26 +4,13 @@ import base64
 
 import pytest
 
-import hostile_cdn
 import online_machine
 from connect_proxy import ConnectProxy
-from online_machine import FOLDER, META, MIRROR, NAMES, Stage, Workshop
+from online_machine import FOLDER, META, MIRROR
 from support import APPS, CATALOG
 
 # The label is too long, so no name server is asked.
 NOWHERE = "x" * 64 + ".kelo.example"
-
-
-@pytest.fixture(scope="module")
-def workshop(tmp_path_factory):
-    return Workshop(tmp_path_factory.mktemp("workshop"))
-
-
-@pytest.fixture
-def stage(workshop, tmp_path):
-    (workshop.folder / "image").write_bytes(workshop.image)
-    with hostile_cdn.HostileCDN(tmp_path / "cdn", [*NAMES, "localhost"]) as cdn:
-        yield Stage(workshop, tmp_path, cdn)
 
 
 def move_cdn(stage, base, *trusted):

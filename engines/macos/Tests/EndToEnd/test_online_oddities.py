@@ -8,21 +8,9 @@ import json
 import pytest
 
 import hostile_cdn
-from online_machine import FOLDER, META, MIRROR, NAMES, PACKAGE, Stage, Workshop
+from online_machine import FOLDER, META, MIRROR, NAMES, PACKAGE, Stage
 
 OK = "HTTP/1.1 200 OK\r\n"
-
-
-@pytest.fixture(scope="module")
-def workshop(tmp_path_factory):
-    return Workshop(tmp_path_factory.mktemp("workshop"))
-
-
-@pytest.fixture
-def stage(workshop, tmp_path):
-    (workshop.folder / "image").write_bytes(workshop.image)
-    with hostile_cdn.HostileCDN(tmp_path / "cdn", NAMES) as cdn:
-        yield Stage(workshop, tmp_path, cdn)
 
 
 # Heads of the answer before the image's bytes. SIZE is replaced by their number.
@@ -119,10 +107,9 @@ def test_starts_over_no_more_than_once(stage):
 # Connections.
 
 @pytest.mark.parametrize("kind", ["hangUp", "plain"])
-def test_fails_when_the_handshake_does(workshop, tmp_path, kind):
-    (workshop.folder / "image").write_bytes(workshop.image)
+def test_fails_when_the_handshake_does(online_workshop, tmp_path, kind):
     with hostile_cdn.HostileCDN(tmp_path / "cdn", NAMES, {"mirror.kelo.example": kind}) as cdn:
-        stage = Stage(workshop, tmp_path, cdn)
+        stage = Stage(online_workshop, tmp_path, cdn)
         stage.meta(alternateDownloadUrl=f"https://mirror.kelo.example{MIRROR}")
         stage.package({"status": 503, "text": "busy"})
         stage.fails_with("DOWNLOAD_FAILED")

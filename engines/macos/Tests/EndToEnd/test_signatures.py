@@ -1,64 +1,14 @@
 """Only verified apps are installed: real signatures, verified by the lab's codesign."""
 
-import hashlib
 import json
 import os
 import shutil
-import subprocess
 
 import pytest
-from support import LAB, give_away, tree, without_leftovers
+from support import TEAM, lab, tree, without_leftovers
 
-TEAM = "QX7M4R2V9D"
 REFUSED = "Kelo Rulo could not be verified as genuine and was not installed."
 NAME = "Kelo Rulo.app"
-
-
-def lab(program, *arguments):
-    subprocess.run([str(LAB / program), *map(str, arguments)], check=True, capture_output=True)
-
-
-@pytest.fixture(scope="session")
-def authority(workshop):
-    folder = workshop / "authority"
-    lab("lab-sign", "make-authority", folder, "--team", TEAM)
-    return folder
-
-
-@pytest.fixture
-def signed(installation, authority):
-    """version -> an Installation with signed images that requires its own team."""
-
-    def make(version="2.0", **options):
-        return installation(version, "--authority", str(authority), "--team-id", TEAM, **options)
-
-    return make
-
-
-@pytest.fixture
-def repackage(authority, tmp_path):
-    """Replaces the bundle in the image of Kelo Rulo: signed as `variant`, then changed."""
-
-    def make(machine, spoil=None, variant="valid", sign=True):
-        lab("lab-fixture", "app", "--app", "rulo", "--version", "2.0", "--output", tmp_path / "volume")
-        app = tmp_path / "volume" / NAME
-        if sign:
-            lab("lab-sign", "sign", "--authority", authority, "--variant", variant, app)
-        if spoil:
-            spoil(app)
-        image = machine.packages / "rulo_installer.dmg"
-        image.unlink()
-        lab("lab-diskimage", "--volume-name", "Kelo Rulo", tmp_path / "volume", image)
-
-        def promise(index):
-            for entry in index.values():
-                if entry["destination"] == image.name:
-                    entry.update(checksum=hashlib.sha256(image.read_bytes()).hexdigest(), size=image.stat().st_size)
-
-        machine.manifest(promise)
-        give_away(machine.packages)
-
-    return make
 
 
 def test_a_genuine_package_is_proved_twice_and_installed(signed):

@@ -24,15 +24,6 @@ PAGE = PROTOCOL / "README.md"
 WRITES = os.environ.get("KELO_WRITE_TRANSCRIPTS") == "1"
 
 
-@pytest.fixture(scope="module")
-def online_workshop(workshop):
-    folder = workshop / "online"
-    folder.mkdir()
-    made = online_machine.Workshop(folder)
-    (folder / "image").write_bytes(made.image)
-    return made
-
-
 @pytest.fixture
 def open_folder(workshop):
     """A folder that the unprivileged user can access."""
