@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# smoke.sh APP [EXECUTABLE]: tries the installer bundle APP on this machine, without a person and without a network. Makes
-# an application around EXECUTABLE (APP's own by default), an image of it, and a copy of APP with that image; signs all
-# ad hoc; then asks, installs, exports the logs and removes. Prints a line per check, and ends with 1 at the first that
-# fails. Ends with 1 at once where Brenna is installed: the install would replace it.
+# smoke.sh APP [EXECUTABLE]: tries the installer bundle APP on this machine, unattended and without a network. Makes an
+# application around EXECUTABLE (APP's by default), an image of it, and a copy of APP with that image, all signed ad hoc.
+# Then queries, installs, exports the logs and removes. Prints a line per check, and ends with 1 at the first failure, or at
+# once if Brenna is installed, because the install would replace it.
 set -euo pipefail
 
 work=$(mktemp -d)
@@ -19,7 +19,7 @@ fail() {
   exit 1
 }
 
-# check WHAT STATUS PATTERN WORD...: the engine, started with these words, has to end so and print such a line.
+# check WHAT STATUS PATTERN WORD...: runs the engine, which has to end with STATUS and print a line with PATTERN.
 check() {
   local what=$1 expected=$2 pattern=$3 status=0
   shift 3
