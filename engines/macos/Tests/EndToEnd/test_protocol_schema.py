@@ -133,6 +133,14 @@ def test_the_page_for_shell_authors_knows_every_key_and_word():
     assert missing == []
 
 
+def test_the_page_for_shell_authors_has_every_option_with_its_subcommands():
+    rows = re.findall(r"^\| `(--[a-z-]+)` \| (.*?) \|", (PROTOCOL / "README.md").read_text(encoding="utf-8"), re.MULTILINE)
+    subcommands = generate.VOCABULARY["subcommands"]
+    names = set(generate.names(generate.OPTIONS["protocol"])) - {"--offline"}  # explained above the table
+    options = {name: [row["name"] for row in subcommands if name in row["options"]] for name in names}
+    assert {name: re.findall(r"`([a-z-]+)`", of) for name, of in rows} == options
+
+
 GENERATED = generate.generated()
 
 
