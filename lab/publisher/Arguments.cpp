@@ -14,6 +14,8 @@ using Options = std::map<std::string, std::string>;
 constexpr const char* kUsage =
     R"(lab-publish publish --tree DIR --app ID --version V --arch ARCH --image X.dmg [options]
 lab-publish verify --tree DIR [options]
+lab-publish installer --help    the bundle of a release, signed, packed and listed
+lab-publish probe --help        asks a live server for what the engine needs of it
 
 publish puts a disk image where the engine looks for it, with the metadata that proves it:
 

@@ -1,6 +1,11 @@
 // lab-publish: lays out what a content delivery network serves, and checks it.
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <string_view>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "publisher/Arguments.h"
 #include "publisher/Publication.h"
@@ -31,11 +36,23 @@ int runPublish(const lab::PublishArguments& arguments) {
   return 0;
 }
 
+// `installer` and `probe` are scripts beside this program.
+int runScript(char** words) {
+  std::error_code error;
+  const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
+  std::string script = (self.parent_path() / fmt::format("lab-publish-{}", words[0])).string();
+  words[0] = script.data();
+  execv(script.c_str(), words);
+  return failed(fmt::format("{}: {}", script, std::strerror(errno)));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   // The web server that serves the tree is another user as a rule.
   umask(S_IWGRP | S_IWOTH);
+  const std::string_view command = argc > 1 ? argv[1] : "";
+  if (command == "installer" || command == "probe") return runScript(argv + 1);
   const auto arguments = lab::parsePublishArguments({argv + 1, argv + argc});
   if (!arguments) return failed(arguments.error(), kUsageStatus);
   switch (arguments->command) {

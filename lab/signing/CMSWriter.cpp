@@ -4,6 +4,7 @@
 
 #include "DER.h"
 #include "SignedData.h"
+#include "TimestampServer.h"
 
 namespace lab {
 
@@ -95,11 +96,12 @@ Outcome<Bytes> timestampToken(ByteView signature, const SigningIdentity& identit
 }
 
 Outcome<void> addTimestamp(CMS_SignerInfo* signer, const SigningIdentity& identity,
-                           std::chrono::sys_seconds time) {
+                           const SigningOptions& options) {
   const ASN1_OCTET_STRING* signature = CMS_SignerInfo_get0_signature(signer);
   const ByteView octets{ASN1_STRING_get0_data(signature),
                         static_cast<std::size_t>(ASN1_STRING_length(signature))};
-  const auto token = timestampToken(octets, identity, time);
+  const auto token = options.timestampURL.empty() ? timestampToken(octets, identity, options.time)
+                                                  : timestampFrom(options.timestampURL, octets);
   if (!token) return handOn(token);
   const ObjectPointer type(OBJ_txt2obj(kTimestampAttribute, 1));
   CMS_unsigned_add1_attr_by_OBJ(signer, type.get(), V_ASN1_SEQUENCE, token->data(),
@@ -116,9 +118,11 @@ Outcome<Bytes> signDirectories(std::span<const CodeDirectory> directories, const
   addSigningTime(open->signer, options.time);
   addHashAttributes(open->signer, directories);
   if (auto done = finish(*open, directories.front().blob(), CMS_DETACHED); !done) return handOn(done);
-  // A self-signed leaf has no authority that could stamp it under its own root.
-  if (options.stamped && identity.kind() != LeafKind::selfSigned) {
-    if (auto stamped = addTimestamp(open->signer, identity, options.time); !stamped) return handOn(stamped);
+  // Only the test authority has a timestamping leaf, and none for its self-signed leaf.
+  const bool stampsItself =
+      options.stamped && identity.timestamper().key && identity.kind() != LeafKind::selfSigned;
+  if (stampsItself || !options.timestampURL.empty()) {
+    if (auto stamped = addTimestamp(open->signer, identity, options); !stamped) return handOn(stamped);
   }
   return derOf(open->message.get());
 }

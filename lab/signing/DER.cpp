@@ -4,27 +4,12 @@
 
 namespace lab {
 
-namespace {
-
-// Calls one of OpenSSL's i2d functions.
-template <class Object, class Encode>
-Bytes encode(const Object* object, Encode function) {
-  unsigned char* encoded = nullptr;
-  const int length = function(object, &encoded);
-  if (length <= 0) return {};
-  Bytes bytes(encoded, encoded + length);
-  OPENSSL_free(encoded);
-  return bytes;
-}
-
-}  // namespace
-
 Bytes derOf(const X509* certificate) {
-  return encode(certificate, i2d_X509);
+  return derOf(certificate, i2d_X509);
 }
 
 Bytes derOf(const CMS_ContentInfo* message) {
-  return encode(message, i2d_CMS_ContentInfo);
+  return derOf(message, i2d_CMS_ContentInfo);
 }
 
 Bytes derElement(std::uint8_t tag, ByteView content) {
@@ -48,7 +33,7 @@ Bytes derSequence(std::initializer_list<Bytes> parts) {
 
 Bytes derObjectIdentifier(const char* text) {
   const ObjectPointer object(OBJ_txt2obj(text, 1));
-  return encode(object.get(), i2d_ASN1_OBJECT);
+  return derOf(object.get(), i2d_ASN1_OBJECT);
 }
 
 Bytes derGeneralizedTime(std::chrono::sys_seconds time) {

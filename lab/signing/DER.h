@@ -10,6 +10,17 @@
 
 namespace lab {
 
+// Calls one of OpenSSL's i2d functions.
+template <class Object, class Encode>
+Bytes derOf(const Object* object, Encode function) {
+  unsigned char* encoded = nullptr;
+  const int length = function(object, &encoded);
+  if (length <= 0) return {};
+  Bytes bytes(encoded, encoded + length);
+  OPENSSL_free(encoded);
+  return bytes;
+}
+
 Bytes derOf(const X509* certificate);
 Bytes derOf(const CMS_ContentInfo* message);
 Bytes derElement(std::uint8_t tag, ByteView content);

@@ -19,7 +19,8 @@ struct SigningOptions {
   std::vector<HashType> digests{HashType::sha256};  // one code directory each, the first is the primary one
   Bytes entitlements;                               // a property list; empty for none
   std::chrono::sys_seconds time;                    // the claimed signing time, and the timestamp's
-  bool stamped = true;
+  bool stamped = true;                              // by the test authority's own timestamping leaf
+  std::string timestampURL;                         // by this server instead; empty for none
   bool keepNested = false;  // nested code is sealed as it stands instead of being signed again
 };
 
@@ -32,6 +33,9 @@ class SigningIdentity {
         issuers_(authority.issuers(kind)),
         timestamper_(authority.timestamper()),
         kind_(kind) {}
+
+  // The key and the certificates of a PKCS#12 file.
+  static Outcome<SigningIdentity> fromPKCS12(const std::filesystem::path& file, const std::string& password);
 
   bool isAdHoc() const { return leaf_.certificate == nullptr; }
   LeafKind kind() const { return kind_; }

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdio>
 #include <fmt/format.h>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <span>
@@ -30,6 +31,7 @@ constexpr const char* kHelp =
 
 lab-sign sign --authority FOLDER [options] PATH...
 lab-sign sign --variant ad-hoc [options] PATH...
+lab-sign sign --identity FILE.p12 --password-file FILE [--timestamp URL] [options] PATH...
     Signs Mach-O files (thin and universal), bundles from the inside out (also those whose main executable is a
     script), and UDIF disk images, in place.
     --variant V          valid (default), unstamped, ad-hoc, self-signed, wrong-team,
@@ -37,6 +39,9 @@ lab-sign sign --variant ad-hoc [options] PATH...
                          expired-stamped    signed and stamped before the certificate's end: valid
                          expired-unstamped  signed before the certificate's end, no timestamp: valid, expired
                          not-yet-valid      the certificate begins in 2048: invalid
+    --identity FILE.p12  a key with its certificates, in the place of the test authority's
+    --password-file FILE its first line opens the identity
+    --timestamp URL      an RFC 3161 server that stamps the signatures; without one they bear no secure time
     --identifier ID      else CFBundleIdentifier, else the file's name
     --team TEAM          written into the code directory instead of the leaf's own team
     --digests LIST       e.g. sha1,sha256; one code directory each, the first is the primary one
@@ -149,6 +154,7 @@ Outcome<SigningOptions> readOptions(const CommandLine& line, const Variant* vari
   options.flags = parseFlags(line.option("--flags"));
   options.keepNested = line.options.contains("--keep-nested");
   options.stamped = variant != nullptr && variant->stamped;
+  options.timestampURL = line.option("--timestamp");
   const auto digests = parseDigests(line.option("--digests", "sha256"));
   if (!digests) return handOn(digests);
   options.digests = *digests;
@@ -178,9 +184,22 @@ int makeAuthority(std::span<const std::string> arguments) {
   return made ? kDone : fail(made.error(), kFailed);
 }
 
+Outcome<SigningIdentity> readIdentity(const CommandLine& line, LeafKind kind) {
+  if (line.options.contains("--identity")) {
+    std::ifstream file(line.option("--password-file"));
+    std::string password;
+    if (!std::getline(file, password)) return refuse("--password-file holds no password");
+    return SigningIdentity::fromPKCS12(line.option("--identity"), password);
+  }
+  const auto authority = TestAuthority::load(line.option("--authority"));
+  if (!authority) return handOn(authority);
+  return SigningIdentity(*authority, kind);
+}
+
 int sign(std::span<const std::string> arguments) {
-  const auto line = parse(arguments, {"--authority", "--variant", "--identifier", "--team", "--digests",
-                                      "--flags", "--entitlements", "--time", "--keep-nested"});
+  const auto line = parse(
+      arguments, {"--authority", "--variant", "--identity", "--password-file", "--timestamp", "--identifier",
+                  "--team", "--digests", "--flags", "--entitlements", "--time", "--keep-nested"});
   if (!line) return fail(line.error(), kUsage);
   if (line->words.empty()) return fail({"no path given"}, kUsage);
   const std::string name = line->option("--variant", "valid");
@@ -189,13 +208,9 @@ int sign(std::span<const std::string> arguments) {
   if (!isAdHoc && variant == std::end(kVariants)) return fail({"unknown variant " + name}, kUsage);
   auto options = readOptions(*line, isAdHoc ? nullptr : variant);
   if (!options) return fail(options.error(), kUsage);
-  SigningIdentity identity;
-  if (!isAdHoc) {
-    const auto authority = TestAuthority::load(line->option("--authority"));
-    if (!authority) return fail(authority.error(), kFailed);
-    identity = SigningIdentity(*authority, variant->leaf);
-  }
-  const Signer signer(identity, *options);
+  const auto identity = isAdHoc ? Outcome<SigningIdentity>() : readIdentity(*line, variant->leaf);
+  if (!identity) return fail(identity.error(), kFailed);
+  const Signer signer(*identity, *options);
   for (const std::string& path : line->words) {
     if (const auto done = signer.sign(path); !done) return fail(done.error(), kFailed);
   }

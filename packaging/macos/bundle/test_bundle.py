@@ -56,7 +56,7 @@ def test_the_configuration_offers_the_apps_of_the_catalog():
 
 def test_the_manifest_has_the_digest_of_every_file():
     lines = dict(reversed(line.split("  ", 1)) for line in (MADE / "manifest.sha256").read_text().splitlines())
-    assert sorted(lines) == [*files_of_the_app(), "Kelo-Desk-Installer.zip"]
+    assert sorted(lines) == [*files_of_the_app(), "Kelo-Desk-Installer.dmg", "Kelo-Desk-Installer.zip", "sbom.spdx.json"]
     for name, digest in lines.items():
         assert hashlib.sha256((MADE / name).read_bytes()).hexdigest() == digest, name
 

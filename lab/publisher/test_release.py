@@ -1,0 +1,265 @@
+"""lab-publish installer: a release made from scratch with an identity of our own, and taken apart by other readers."""
+
+import hashlib
+import http.server
+import json
+import os
+import pathlib
+import plistlib
+import shutil
+import stat
+import subprocess
+import threading
+import zipfile
+
+import pytest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+BUILD = pathlib.Path(os.environ.get("KELO_BUILD", ROOT / "build/dev")).resolve()
+LAB = BUILD / "lab/bin"
+TEAM = "QX7M4R2V9D"
+APP = "Kelo-Desk-Installer.app"
+CONFIGURATION = ROOT / "packaging/macos/bundle/installer_config.json"
+
+
+def run(*words, **options):
+    return subprocess.run([str(word) for word in words], check=True, capture_output=True, text=True, **options).stdout
+
+
+@pytest.fixture(scope="module")
+def workshop(tmp_path_factory):
+    """An authority, its identity as PKCS#12, an executable, and signed images of two apps."""
+    folder = tmp_path_factory.mktemp("workshop")
+    authority = folder / "authority"
+    run(LAB / "lab-sign", "make-authority", authority, "--team", TEAM)
+    chain = folder / "chain.pem"
+    chain.write_text((authority / "intermediate.pem").read_text() + (authority / "root.pem").read_text())
+    run("openssl", "pkcs12", "-export", "-inkey", authority / "leaf.key", "-in", authority / "leaf.pem", "-certfile", chain,
+        "-passout", "pass:not a secret", "-out", folder / "identity.p12")
+    (folder / "password").write_text("not a secret\n")
+    run(LAB / "lab-sign", "make-macho", folder / "engine-cli", "--arch", "arm64,x86_64")
+    for app in ("brenna", "rulo"):
+        run(LAB / "lab-fixture", "app", "--app", app, "--version", "2.1", "--output", folder / app)
+        run(LAB / "lab-sign", "sign", "--authority", authority, *(folder / app).glob("*.app"))
+        run(LAB / "lab-diskimage", "--volume-name", f"Kelo {app}", folder / app, folder / f"{app}.dmg")
+        run(LAB / "lab-sign", "sign", "--authority", authority, folder / f"{app}.dmg")
+    return folder
+
+
+def installer(workshop, output, *options, apps=("brenna", "rulo"), version="2.1", identity=True, configuration=CONFIGURATION,
+              engine=None):
+    words = [LAB / "lab-publish", "installer", "--engine", engine or workshop / "engine-cli", "--configuration", configuration,
+             "--output", output, "--test-authority", workshop / "authority/root.pem", *options]
+    for app in apps:
+        words += ["--image", f"{app}={version}={workshop / app}.dmg"]
+    if identity:
+        words += ["--identity", workshop / "identity.p12", "--password-file", workshop / "password"]
+    return subprocess.run([str(word) for word in words], capture_output=True, text=True, check=False)
+
+
+@pytest.fixture(scope="module")
+def release(workshop, tmp_path_factory):
+    output = tmp_path_factory.mktemp("release") / "out"
+    done = installer(workshop, output)
+    assert done.returncode == 0, done.stderr
+    return output
+
+
+@pytest.fixture(scope="module")
+def codesign(workshop, tmp_path_factory):
+    """Our reader of signatures, which believes the workshop's authority."""
+    folder = tmp_path_factory.mktemp("codesign")
+    shutil.copy(LAB / "codesign", folder)
+    (folder / "linux_host.json").write_text(json.dumps({"testAuthority": str(workshop / "authority/root.pem")}))
+    return lambda *words: subprocess.run([folder / "codesign", *words], capture_output=True, text=True, check=False)
+
+
+def test_the_bundle_holds_what_an_offline_installer_needs(release):
+    contents = release / APP / "Contents"
+    information = plistlib.loads((contents / "Info.plist").read_bytes())
+    assert information["CFBundleIdentifier"] == "com.kelo.desk-installer" and information["NSDesktopFolderUsageDescription"]
+    assert (contents / "MacOS" / information["CFBundleExecutable"]).stat().st_mode & 0o777 == 0o755
+    assert (contents / "Resources/installer_config.json").read_bytes() == CONFIGURATION.read_bytes()
+    packages = json.loads((contents / "Resources/packages/packages.json").read_text())
+    assert {app: entry["version"] for app, entry in packages.items()} == {"brenna": "2.1", "rulo": "2.1"}
+    for entry in packages.values():
+        image = contents / "Resources/packages" / entry["destination"]
+        assert (image.stat().st_size, hashlib.sha256(image.read_bytes()).hexdigest()) == (entry["size"], entry["checksum"])
+    assert (contents / "Resources/bin/kelo").is_file() and (contents / "Resources/share/man/man1/engine-cli.1").is_file()
+
+
+def test_everything_is_signed_by_the_identity_with_the_hardened_runtime_and_no_entitlements(release, codesign):
+    requirement = f'=anchor apple generic and certificate leaf[subject.OU] = "{TEAM}"'
+    for made in (release / APP, release / "Kelo-Desk-Installer.dmg"):
+        judged = codesign("--verify", "--strict", "-R", requirement, made)
+        assert judged.returncode == 0, judged.stderr
+    told = codesign("-d", "-vvv", release / APP).stderr
+    assert f"TeamIdentifier={TEAM}" in told and "runtime" in told and "Identifier=com.kelo.desk-installer" in told
+    executable = (release / APP / "Contents/MacOS/engine-cli").read_bytes()
+    assert executable.count(bytes.fromhex("fade0c02")) == 2  # a code directory in each slice
+    assert bytes.fromhex("fade7171") not in executable  # the magic of an entitlements blob
+
+
+def test_a_changed_image_breaks_the_seal(release, codesign, tmp_path):
+    copy = tmp_path / APP
+    shutil.copytree(release / APP, copy)
+    with (copy / "Contents/Resources/packages/brenna_installer.dmg").open("ab") as image:
+        image.write(b"x")
+    assert codesign("--verify", "--strict", copy).returncode == 1
+
+
+def test_archive_and_disk_image_hold_the_bundle(release, tmp_path):
+    with zipfile.ZipFile(release / "Kelo-Desk-Installer.zip") as packed:
+        packed.extractall(tmp_path / "zip")
+        assert stat.S_IMODE(packed.getinfo(f"{APP}/Contents/MacOS/engine-cli").external_attr >> 16) == 0o755
+    run("7zz", "x", f"-o{tmp_path / 'dmg'}", release / "Kelo-Desk-Installer.dmg")
+    for place in (tmp_path / "zip" / APP, next((tmp_path / "dmg").rglob(APP))):
+        assert {path.relative_to(place): path.read_bytes() for path in place.rglob("*") if path.is_file()} == {
+            path.relative_to(release / APP): path.read_bytes() for path in (release / APP).rglob("*") if path.is_file()}
+
+
+def test_the_manifest_has_every_file_and_another_program_agrees(release):
+    run("sha256sum", "--check", "--strict", "manifest.sha256", cwd=release)
+    listed = [line.split("  ", 1)[1] for line in (release / "manifest.sha256").read_text().splitlines()]
+    assert sorted([*listed, "manifest.sha256"]) == sorted(
+        path.relative_to(release).as_posix() for path in release.rglob("*") if path.is_file())
+
+
+def test_the_sbom_names_files_images_and_linked_libraries(release):
+    sbom = json.loads((release / "sbom.spdx.json").read_text())
+    assert (sbom["spdxVersion"], sbom["dataLicense"], sbom["SPDXID"]) == ("SPDX-2.3", "CC0-1.0", "SPDXRef-DOCUMENT")
+    names = {package["name"]: package for package in sbom["packages"]}
+    assert {"Kelo-Desk-Installer", "Kelo Brenna", "Kelo Rulo", "nlohmann-json", "fmt", "libc++"} == set(names)
+    assert all(package["versionInfo"] not in ("", "NOASSERTION") for package in names.values())
+    files = {file["fileName"]: {checksum["algorithm"]: checksum["checksumValue"] for checksum in file["checksums"]}
+             for file in sbom["files"]}
+    inside = {name: sums for name, sums in files.items() if name.startswith(f"./{APP}/")}
+    assert set(files) == {f"./{path.relative_to(release).as_posix()}" for path in release.rglob("*")
+                          if path.is_file() and path.name not in ("sbom.spdx.json", "manifest.sha256")}
+    for name, sums in files.items():
+        assert sums["SHA256"] == hashlib.sha256((release / name).read_bytes()).hexdigest()
+    verification = names["Kelo-Desk-Installer"]["packageVerificationCode"]["packageVerificationCodeValue"]
+    assert verification == hashlib.sha1("".join(sorted(sums["SHA1"] for sums in inside.values())).encode()).hexdigest()
+    known = {"SPDXRef-DOCUMENT", *(item["SPDXID"] for item in sbom["packages"] + sbom["files"])}
+    assert len(known) == 1 + len(sbom["packages"]) + len(sbom["files"])
+    assert {end for link in sbom["relationships"] for end in (link["spdxElementId"], link["relatedSpdxElement"])} <= known
+
+
+def test_the_same_input_gives_the_same_bytes_in_another_folder(workshop, release, tmp_path):
+    again = tmp_path / "another name"
+    assert installer(workshop, again).returncode == 0
+    assert (again / "manifest.sha256").read_text() == (release / "manifest.sha256").read_text()
+    (again / "left over").write_text("x")
+    assert installer(workshop, again).returncode == 0  # replaces its own output
+    assert not (again / "left over").exists()
+
+
+def test_without_identity_and_images_it_is_an_online_installer_signed_by_no_one(workshop, tmp_path, codesign):
+    assert installer(workshop, tmp_path / "out", apps=(), identity=False).returncode == 0
+    assert not (tmp_path / "out" / APP / "Contents/Resources/packages").exists()
+    assert codesign("--verify", "--strict", tmp_path / "out" / APP).returncode == 0
+    assert "Signature=adhoc" in codesign("-d", "-vv", tmp_path / "out" / APP).stderr
+
+
+@pytest.mark.parametrize("change, said", [
+    ({"version": "2.2"}, "holds version 2.1, not 2.2"), ({"apps": ("tolvi",)}, "tolvi.dmg isn't there"),
+    ({"engine": "password"}, "no universal executable"), ({"configuration": '{"installScope": 7}'}, "7"),
+    ({"configuration": "{"}, "Expecting"), ({"options": ["--image", "brenna=2.1=x"]}, "names an app twice"),
+    ({"options": ["--image", "other=2.1=x"]}, "isn't APP=VERSION=FILE"), ({"options": ["--timestamp", "http://127.0.0.1:9/"]}, "server")])
+def test_refuses_and_leaves_nothing(workshop, tmp_path, change, said):
+    options = change.pop("options", [])
+    if "engine" in change:
+        change["engine"] = workshop / change["engine"]
+    if "configuration" in change:
+        (tmp_path / "given.json").write_text(change["configuration"])
+        change["configuration"] = tmp_path / "given.json"
+    done = installer(workshop, tmp_path / "out", *options, **change)
+    assert done.returncode in (1, 64) and said in done.stderr, done.stderr
+    assert not (tmp_path / "out").exists() and not list(tmp_path.glob(".installer.*"))
+
+
+def test_refuses_an_image_that_the_engine_would_not_install(workshop, tmp_path):
+    other = tmp_path / "other"
+    other.mkdir()
+    for name in ("identity.p12", "password", "engine-cli"):
+        shutil.copy(workshop / name, other)
+    shutil.copytree(workshop / "authority", other / "authority")
+    run(LAB / "lab-fixture", "image", "--app", "brenna", "--version", "2.1", "--output", other / "brenna.dmg")
+    done = installer(other, tmp_path / "out", apps=("brenna",))
+    assert done.returncode == 1 and "the trial install ended with status 2" in done.stderr
+    assert "could not be verified as genuine" in done.stderr and not (tmp_path / "out").exists()
+
+
+def test_spares_a_folder_that_is_no_earlier_output(workshop, tmp_path):
+    (tmp_path / "out").mkdir()
+    (tmp_path / "out/precious").write_text("x")
+    done = installer(workshop, tmp_path / "out")
+    assert done.returncode == 1 and "isn't an earlier output" in done.stderr and (tmp_path / "out/precious").exists()
+
+
+@pytest.fixture
+def timestamps(workshop, tmp_path):
+    """A server on loopback that stamps what it is sent, and the number of requests."""
+    (tmp_path / "serial").write_text("01\n")
+    (tmp_path / "ts.cnf").write_text(
+        f"[tsa]\ndefault_tsa = ours\n[ours]\nserial = {tmp_path}/serial\nsigner_cert = {workshop}/authority/timestamp.pem\n"
+        f"certs = {workshop}/chain.pem\nsigner_key = {workshop}/authority/timestamp.key\nsigner_digest = sha256\n"
+        "default_policy = 1.2.3.4.1\ndigests = sha256\naccuracy = secs:1\n")
+
+    class Server(http.server.BaseHTTPRequestHandler):
+        requests = 0
+        spoil = staticmethod(lambda reply: reply)
+
+        def do_POST(self):
+            type(self).requests += 1
+            assert self.headers["Content-Type"] == "application/timestamp-query"
+            (tmp_path / "query").write_bytes(self.rfile.read(int(self.headers["Content-Length"])))
+            run("openssl", "ts", "-reply", "-config", tmp_path / "ts.cnf", "-queryfile", tmp_path / "query", "-out", tmp_path / "reply")
+            reply = self.spoil((tmp_path / "reply").read_bytes())
+            self.send_response(200)
+            self.send_header("Content-Type", "application/timestamp-reply")
+            self.end_headers()
+            self.wfile.write(reply)
+
+        def log_message(self, *_):
+            pass
+
+    server = http.server.HTTPServer(("127.0.0.1", 0), Server)
+    thread = threading.Thread(target=server.serve_forever)
+    thread.start()
+    Server.url = f"http://127.0.0.1:{server.server_port}/"
+    yield Server
+    server.shutdown()
+    thread.join()
+    server.server_close()
+
+
+def test_a_server_stamps_bundle_and_disk_image(workshop, tmp_path, codesign, timestamps):
+    done = installer(workshop, tmp_path / "out", "--timestamp", timestamps.url, apps=())
+    assert done.returncode == 0, done.stderr
+    assert timestamps.requests == 3  # two slices and the image
+    for made in (tmp_path / "out" / APP, tmp_path / "out/Kelo-Desk-Installer.dmg"):
+        assert codesign("--verify", "--strict", made).returncode == 0
+        assert "Timestamp=" in codesign("-d", "-vvv", made).stderr
+
+
+@pytest.mark.parametrize("spoil", [lambda reply: b"", lambda reply: b"<html>", lambda reply: reply[:-20], "the first again"])
+def test_a_reply_that_is_none_or_to_another_request_is_refused(workshop, tmp_path, timestamps, spoil):
+    kept = []
+    if spoil == "the first again":
+        spoil = lambda reply: kept[0] if kept else kept.append(reply) or reply  # noqa: E731
+    timestamps.spoil = staticmethod(spoil)
+    done = installer(workshop, tmp_path / "out", "--timestamp", timestamps.url, apps=())
+    assert done.returncode == 1 and "timestamping server: " in done.stderr and not (tmp_path / "out").exists()
+
+
+def test_the_signer_takes_no_wrong_password_and_no_file_that_is_no_identity(workshop, tmp_path):
+    code = shutil.copy(workshop / "engine-cli", tmp_path / "code")
+    (tmp_path / "wrong").write_text("a guess\n")
+    for identity, password, said in (("identity.p12", tmp_path / "wrong", "can't be opened with this password"),
+                                     ("engine-cli", workshop / "password", "is no PKCS#12 file"),
+                                     ("identity.p12", tmp_path / "absent", "holds no password")):
+        done = subprocess.run([LAB / "lab-sign", "sign", "--identity", workshop / identity, "--password-file", password, code],
+                              capture_output=True, text=True, check=False)
+        assert done.returncode == 1 and said in done.stderr
+        assert "a guess" not in done.stderr
