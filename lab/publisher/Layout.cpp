@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "Base/Path.h"
-#include "Models/AppIdentifier.h"
+#include "Models/AppInfo.h"
 
 namespace lab {
 

@@ -8,7 +8,7 @@
 #include <sys/resource.h>
 
 #include "Base/POSIX/LinuxHostSettings.h"
-#include "Platform/Linux/HTTP/LinuxURLSessions.h"
+#include "Platform/Linux/LinuxServices.h"
 
 namespace {
 

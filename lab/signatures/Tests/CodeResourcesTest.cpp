@@ -24,12 +24,12 @@ std::string omit(const std::string& expression) {
 }
 
 TEST(CodeResources, TheHeaviestRuleDecides) {
-  const auto resources =
-      readResources(kAll +
-           "<key>^Resources/</key><dict><key>weight</key><real>20</real></dict>"
-           "<key>^Resources/.*\\.lproj/</key><dict><key>optional</key><true/><key>weight</key><integer>1000</"
-           "integer></dict>"
-           "<key>^[^/]+$</key><dict><key>nested</key><true/><key>weight</key><real>10</real></dict>");
+  const auto resources = readResources(
+      kAll +
+      "<key>^Resources/</key><dict><key>weight</key><real>20</real></dict>"
+      "<key>^Resources/.*\\.lproj/</key><dict><key>optional</key><true/><key>weight</key><integer>1000</"
+      "integer></dict>"
+      "<key>^[^/]+$</key><dict><key>nested</key><true/><key>weight</key><real>10</real></dict>");
   ASSERT_TRUE(resources) << resources.error().reason;
   EXPECT_EQ(resources->ruleFor("MacOS/x")->expression, "^.*");
   EXPECT_EQ(resources->ruleFor("Resources/x")->weight, 20);
@@ -69,10 +69,10 @@ TEST(CodeResources, AnOmissionCoversOnlyTheUsualFiles) {
 TEST(CodeResources, ReadsEveryKindOfSeal) {
   const auto resources =
       readResources(kAll, "<key>a</key><dict>" + kFileHash + "</dict><key>b</key><dict>" + kFileHash +
-                     "<key>optional</key><true/></dict>"
-                     "<key>c</key><dict><key>symlink</key><string>a</string></dict>"
-                     "<key>d</key><dict><key>cdhash</key><data>AAAA</"
-                     "data><key>requirement</key><string>always</string></dict>");
+                              "<key>optional</key><true/></dict>"
+                              "<key>c</key><dict><key>symlink</key><string>a</string></dict>"
+                              "<key>d</key><dict><key>cdhash</key><data>AAAA</"
+                              "data><key>requirement</key><string>always</string></dict>");
   ASSERT_TRUE(resources) << resources.error().reason;
   EXPECT_EQ(resources->seals().at("a").hash.size(), 32U);
   EXPECT_TRUE(resources->seals().at("b").optional);

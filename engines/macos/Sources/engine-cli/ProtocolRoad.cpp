@@ -9,7 +9,7 @@
 #include "Base/Text.h"
 #include "Engine/EngineController.h"
 #include "Engine/EngineEmitter.h"
-#include "Engine/EngineVocabulary.h"
+#include "Engine/EngineEvent.h"
 #include "Models/AppConstants.h"
 #include "PackageSource.h"
 #include "Platform/Machine.h"

@@ -9,7 +9,7 @@
 
 #include "Base/KeptOutput.h"
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/Processes/LinuxAdministratorScripts.h"
+#include "Platform/Linux/LinuxServices.h"
 #include "Platform/ProcessLauncher.h"
 
 namespace installer::test {

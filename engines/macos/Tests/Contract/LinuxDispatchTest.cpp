@@ -7,7 +7,7 @@
 
 #include "Contract/LinuxTestFolder.h"
 #include "Platform/Linux/Dispatch/LinuxDispatch.h"
-#include "Platform/Linux/Processes/LinuxSignals.h"
+#include "Platform/Linux/LinuxServices.h"
 
 namespace installer::test {
 namespace {

@@ -14,7 +14,7 @@
 
 #include "Base/POSIX/FileTree.h"
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/Files/LinuxFileSystem.h"
+#include "Platform/Linux/LinuxServices.h"
 
 namespace installer::test {
 namespace {

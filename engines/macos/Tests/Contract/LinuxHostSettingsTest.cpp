@@ -6,9 +6,8 @@
 
 #include "Base/POSIX/LinuxHostSettings.h"
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/Files/LinuxBundles.h"
 #include "Platform/Linux/LinuxHost.h"
-#include "Platform/Linux/LinuxSystemInfo.h"
+#include "Platform/Linux/LinuxServices.h"
 #include "Platform/Machine.h"
 
 namespace installer::test {

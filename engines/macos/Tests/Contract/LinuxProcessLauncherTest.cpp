@@ -9,7 +9,7 @@
 
 #include "Base/KeptOutput.h"
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/Processes/LinuxProcessLauncher.h"
+#include "Platform/Linux/LinuxServices.h"
 
 namespace installer::test {
 namespace {

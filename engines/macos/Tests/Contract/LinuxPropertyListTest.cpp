@@ -5,7 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Base/POSIX/PropertyListBounds.h"
-#include "Platform/Linux/Files/LinuxPropertyList.h"
+#include "Platform/Linux/LinuxServices.h"
 
 namespace installer::test {
 namespace {

@@ -10,7 +10,7 @@
 #include "Base/POSIX/FileTree.h"
 #include "Base/POSIX/StagedRemoval.h"
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/Files/LinuxFileSystem.h"
+#include "Platform/Linux/LinuxServices.h"
 
 namespace installer::test {
 namespace {

@@ -9,9 +9,7 @@
 #include <unistd.h>
 
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/Files/LinuxBundles.h"
-#include "Platform/Linux/Files/LinuxPropertyList.h"
-#include "Platform/Linux/Processes/LinuxRunningApplications.h"
+#include "Platform/Linux/LinuxServices.h"
 #include "Platform/Linux/Processes/ProcessHandle.h"
 #include "Platform/Linux/Processes/ProcessTable.h"
 #include "Platform/Linux/Processes/Spawn.h"

@@ -12,7 +12,7 @@
 
 #include "Base/POSIX/ProcessStart.h"
 #include "Contract/HostileServer.h"
-#include "Platform/Linux/HTTP/LinuxURLSessions.h"
+#include "Platform/Linux/LinuxServices.h"
 #include "Platform/URLSession.h"
 
 namespace installer::test {

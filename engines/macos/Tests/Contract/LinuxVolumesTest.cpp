@@ -11,7 +11,7 @@
 
 #include "Base/POSIX/FileDescriptor.h"
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/Files/LinuxFileSystem.h"
+#include "Platform/Linux/LinuxServices.h"
 #include "Platform/Linux/Processes/Spawn.h"
 
 namespace installer::test {

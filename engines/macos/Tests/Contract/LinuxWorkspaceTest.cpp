@@ -6,9 +6,7 @@
 #include <set>
 
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/Files/LinuxBundles.h"
-#include "Platform/Linux/Files/LinuxPropertyList.h"
-#include "Platform/Linux/Files/LinuxWorkspace.h"
+#include "Platform/Linux/LinuxServices.h"
 
 namespace installer::test {
 

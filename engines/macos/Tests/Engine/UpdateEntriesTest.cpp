@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "Engine/EngineControllerFixture.h"
-#include "Engine/UpdateEntries.h"
+#include "Engine/RunEvents.h"
 
 namespace installer {
 namespace {

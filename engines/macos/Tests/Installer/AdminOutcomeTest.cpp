@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "Installer/AdminOutcome.h"
+#include "Installer/PrivilegedRunner.h"
 #include "Support/SimulatedMachine.h"
 
 namespace installer::test {

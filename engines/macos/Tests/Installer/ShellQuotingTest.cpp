@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "Installer/ShellQuoting.h"
+#include "Installer/PrivilegedRunner.h"
 #include "Support/SimulatedMachine.h"
 
 namespace installer::test {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "Installer/SilentSummary.h"
+#include "Installer/SilentRunner.h"
 #include "Support/SimulatedMachine.h"
 
 namespace installer {

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "Models/AppIdentifier.h"
+#include "Models/AppInfo.h"
 
 namespace installer {
 namespace {

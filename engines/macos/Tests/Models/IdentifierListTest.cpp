@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "Models/AppInfo.h"
-#include "Models/IdentifierList.h"
 
 namespace installer {
 namespace {

@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "Models/PackageProvider.h"
-#include "Models/ProviderError.h"
 
 namespace installer {
 namespace {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "Utils/AppUpdateStatus.h"
+#include "Utils/UpdateChecker.h"
 
 namespace installer {
 namespace {

@@ -3,7 +3,6 @@
 
 #include "Support/SimulatedMachine.h"
 #include "Utils/SystemUtils.h"
-#include "Utils/Telemetry.h"
 
 namespace installer {
 namespace {

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "Support/SimulatedMachine.h"
-#include "Utils/TrustedRedirectDelegate.h"
+#include "Utils/CDNFetch.h"
 
 namespace installer {
 namespace {

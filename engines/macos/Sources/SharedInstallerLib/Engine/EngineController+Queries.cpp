@@ -1,8 +1,8 @@
 // What only answers a question: hello, check-updates, disk-free, export-logs.
 #include "Engine/EngineController.h"
 #include "Engine/EngineEmitter.h"
-#include "Engine/EngineVocabulary.h"
-#include "Engine/UpdateEntries.h"
+#include "Engine/EngineEvent.h"
+#include "Engine/RunEvents.h"
 #include "Installer/DMGInstaller.h"
 #include "Installer/RunRules.h"
 #include "Models/AppConstants.h"

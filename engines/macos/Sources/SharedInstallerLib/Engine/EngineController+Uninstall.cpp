@@ -5,12 +5,11 @@
 
 #include "Engine/EngineController.h"
 #include "Engine/EngineEmitter.h"
-#include "Engine/EngineVocabulary.h"
+#include "Engine/EngineEvent.h"
 #include "Engine/RunEvents.h"
 #include "Installer/AppUninstaller.h"
 #include "Installer/RunRules.h"
 #include "Models/AppInfo.h"
-#include "Models/AppStatus.h"
 #include "Platform/Machine.h"
 #include "Utils/RunExitCode.h"
 

@@ -5,7 +5,7 @@
 
 #include "Base/Text.h"
 #include "Engine/EngineEnvelope.h"
-#include "Engine/EngineVocabulary.h"
+#include "Engine/EngineEvent.h"
 #include "Platform/Machine.h"
 #include "Utils/Log.h"
 

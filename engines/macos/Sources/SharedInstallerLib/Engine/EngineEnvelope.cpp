@@ -3,15 +3,112 @@
 #include <cmath>
 #include <fmt/format.h>
 #include <limits>
+#include <nlohmann/json.hpp>
+#include <optional>
 #include <string_view>
 #include <utility>
+#include <vector>
 
-#include "Engine/EventRecords.h"
-#include "Models/EngineVersion.h"
+#include "Engine/EngineEvent.h"
+#include "Models/AppConstants.h"
+#include "Models/PackageProvider.h"
 #include "Utils/InstallerConfig.h"
 #include "Utils/InstallerLifecycle.h"
 
+// The records inside events, each as its own JSON object, and the marks of presence.
+// For the envelope only: other code has no business with JSON.
+namespace installer::EventRecords {
+
+// Keeps the order in which keys are put, for people who read a transcript. Readers must not rely on it.
+using Object = nlohmann::ordered_json;
+
+Object encode(const CatalogAppEvent& app);
+Object encode(const EngineEvent::UpdateCheckEntry& entry);
+// As it stands inside a `done`: with its own version and type, and without keys for what is absent.
+Object encode(const AppResultEvent& result);
+Object encode(const InstallerRetirementEvent& retirement);
+Object encode(const ReleaseNotes& notes);
+template <class Plain>
+Object encode(const Plain& value) {
+  return value;
+}
+
+template <class Record>
+Object encodeAll(const std::vector<Record>& records) {
+  auto array = Object::array();
+  for (const auto& record : records) array.push_back(encode(record));
+  return array;
+}
+
+template <class Value>
+void putOrNull(Object& object, const char* key, const std::optional<Value>& value) {
+  object[key] = value ? encode(*value) : Object{};
+}
+
+template <class Value>
+void putIfPresent(Object& object, const char* key, const std::optional<Value>& value) {
+  if (value) object[key] = encode(*value);
+}
+
+Object encode(const CatalogAppEvent& app) {
+  Object object{{"id", app.id},
+                {"displayName", app.displayName},
+                {"descriptionCode", app.descriptionCode},
+                {"iconName", app.iconName},
+                {"updateAvailable", app.updateAvailable}};
+  putOrNull(object, "installedVersion", app.installedVersion);
+  putOrNull(object, "latestVersion", app.latestVersion);
+  putOrNull(object, "sizeBytes", app.sizeBytes);
+  putOrNull(object, "source", app.source);
+  putOrNull(object, "webUrl", app.webUrl);
+  putIfPresent(object, "requiredBytes", app.requiredBytes);
+  putIfPresent(object, "installedPath", app.installedPath);
+  putIfPresent(object, "releaseNotes", app.releaseNotes);
+  return object;
+}
+
+Object encode(const EngineEvent::UpdateCheckEntry& entry) {
+  Object object{{"id", entry.id}, {"updateAvailable", entry.updateAvailable}};
+  putIfPresent(object, "latestVersion", entry.latestVersion);
+  putIfPresent(object, "sizeBytes", entry.sizeBytes);
+  putIfPresent(object, "requiredBytes", entry.requiredBytes);
+  putIfPresent(object, "releaseNotes", entry.releaseNotes);
+  return object;
+}
+
+Object encode(const AppResultEvent& result) {
+  Object object{{"v", result.v}, {"type", result.type}, {"app", result.app}, {"status", result.status}};
+  putIfPresent(object, "errorCode", result.errorCode);
+  putIfPresent(object, "installedPath", result.installedPath);
+  putIfPresent(object, "installedVersion", result.installedVersion);
+  return object;
+}
+
+Object encode(const InstallerRetirementEvent& retirement) {
+  Object object{{"reason", retirement.reason}, {"downloadUrl", retirement.downloadUrl}};
+  putIfPresent(object, "expiresOn", retirement.expiresOn);
+  return object;
+}
+
+Object encode(const ReleaseNotes& notes) {
+  return notes.encode();
+}
+
+}  // namespace installer::EventRecords
+
 namespace installer {
+
+InstallerRetirementEvent InstallerRetirementEvent::of(const InstallerRetirement& retirement) {
+  return {.reason = std::string{rawValue(retirement.reason)},
+          .downloadUrl = retirement.downloadURL,
+          .expiresOn = retirement.expiresOn};
+}
+
+std::optional<InstallerRetirementEvent> InstallerRetirementEvent::of(
+    const std::optional<InstallerRetirement>& retirement) {
+  if (!retirement) return std::nullopt;
+  return of(*retirement);
+}
 
 namespace {
 

@@ -3,11 +3,11 @@
 #include <utility>
 
 #include "Engine/EngineEmitter.h"
-#include "Engine/EngineVocabulary.h"
+#include "Engine/EngineEvent.h"
 #include "Engine/RunEvents.h"
-#include "Models/AppStatus.h"
 #include "Platform/Machine.h"
 #include "Utils/ExistingAppDetector.h"
+#include "Utils/RunExitCode.h"
 
 namespace installer {
 

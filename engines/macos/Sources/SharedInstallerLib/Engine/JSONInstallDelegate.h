@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "Engine/AppResultEvent.h"
+#include "Engine/EngineEvent.h"
 #include "Installer/InstallOrchestratorDelegate.h"
 #include "Platform/Dispatch.h"
 

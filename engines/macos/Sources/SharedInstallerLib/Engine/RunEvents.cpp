@@ -4,10 +4,15 @@
 #include <utility>
 
 #include "Engine/EngineEmitter.h"
-#include "Engine/EngineVocabulary.h"
+#include "Engine/EngineEvent.h"
 #include "Models/AppConstants.h"
 #include "Models/AppInfo.h"
-#include "Models/AppStatus.h"
+#include "Platform/Machine.h"
+#include "Utils/BundledPackages.h"
+#include "Utils/CDNSource.h"
+#include "Utils/DiskRequirement.h"
+#include "Utils/InstallerConfig.h"
+#include "Utils/RunExitCode.h"
 
 namespace installer::RunEvents {
 
@@ -52,3 +57,74 @@ std::vector<std::string> statuses(const std::vector<AppResultEvent>& events) {
 }
 
 }  // namespace installer::RunEvents
+
+namespace installer::UpdateEntries {
+
+namespace {
+
+// Nothing of an App Store copy can be reclaimed: it stays where it is.
+std::optional<std::int64_t> requiredBytes(const AppUpdateStatus& status,
+                                          std::optional<std::int64_t> downloadBytes) {
+  if (!downloadBytes) return std::nullopt;
+  const auto reclaimable = status.isAppStore ? std::nullopt : status.installedPath;
+  return DiskRequirement::peakBytes(status.app, *downloadBytes, reclaimable);
+}
+
+std::optional<std::string> webUrl(const AppInfo& app) {
+  if (auto configured = InstallerConfig::webURL(std::string{rawValue(app.id)})) return configured;
+  if (!app.webURL) return std::nullopt;
+  return app.webURL->absoluteString();
+}
+
+// As the manifest says, else as the image itself is.
+std::optional<std::int64_t> bundledPackageSize(const AppInfo& app, PackageSourceMode mode) {
+  if (mode == PackageSourceMode::online) return std::nullopt;
+  if (const auto size = BundledPackages::bundledSize(app)) return size;
+  const auto folder = BundledPackages::packagesFolder();
+  if (!folder) return std::nullopt;
+  const auto attributes = machine().files.attributes(joined(*folder, app.tempFileName));
+  if (!attributes) return std::nullopt;
+  return attributes->size;
+}
+
+std::optional<std::string> offeredVersion(const AppUpdateStatus& status, PackageSourceMode mode) {
+  if (status.latestVersion || mode == PackageSourceMode::online) return status.latestVersion;
+  return BundledPackages::bundledVersion(status.app);
+}
+
+}  // namespace
+
+CatalogAppEvent catalogEntry(const AppUpdateStatus& status, PackageSourceMode mode) {
+  const auto& app = status.app;
+  const auto bundledSize = bundledPackageSize(app, mode);
+  const auto sizeBytes = bundledSize ? bundledSize : app.sizeBytes;
+  const auto latestVersion = offeredVersion(status, mode);
+  return {
+      .id = std::string{rawValue(app.id)},
+      .displayName = app.displayName,
+      .descriptionCode = app.descriptionCode,
+      .iconName = app.iconName,
+      .updateAvailable = status.updateAvailable(latestVersion),
+      .installedVersion = status.installedVersion,
+      .latestVersion = latestVersion,
+      .sizeBytes = sizeBytes,
+      .source = status.source(),
+      .webUrl = webUrl(app),
+      .requiredBytes = requiredBytes(status, sizeBytes),
+      .installedPath = status.installedPath,
+      .releaseNotes = std::nullopt,
+  };
+}
+
+EngineEvent::UpdateCheckEntry updateCheckEntry(const AppUpdateStatus& status) {
+  return {
+      .id = std::string{rawValue(status.app.id)},
+      .updateAvailable = status.updateAvailable(),
+      .latestVersion = status.latestVersion,
+      .sizeBytes = status.downloadSizeBytes,
+      .requiredBytes = requiredBytes(status, status.downloadSizeBytes),
+      .releaseNotes = CDNSource::fetchReleaseNotes(status.app, CDNSource::kFetchTimeout),
+  };
+}
+
+}  // namespace installer::UpdateEntries

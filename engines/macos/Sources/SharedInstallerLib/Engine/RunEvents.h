@@ -7,7 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Engine/AppResultEvent.h"
+#include "Engine/EngineEvent.h"
+#include "Utils/UpdateChecker.h"
 
 namespace installer {
 
@@ -29,3 +30,18 @@ std::vector<std::string> statuses(const std::vector<AppResultEvent>& events);
 }  // namespace RunEvents
 
 }  // namespace installer
+
+// What a shell is told of one app's standing: the rows of `hello` and of `check-updates`.
+// Any thread; may read the disk.
+namespace installer::UpdateEntries {
+
+enum class PackageSourceMode { online, offline };
+
+// A row of the catalog. In offline mode the packages beside the installer say what is on offer.
+CatalogAppEvent catalogEntry(const AppUpdateStatus& status, PackageSourceMode mode);
+
+// A row of the update report. Fetches the release notes, also for an app without an update, and blocks for
+// up to 15 seconds meanwhile.
+EngineEvent::UpdateCheckEntry updateCheckEntry(const AppUpdateStatus& status);
+
+}  // namespace installer::UpdateEntries

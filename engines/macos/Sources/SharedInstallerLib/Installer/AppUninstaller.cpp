@@ -1,13 +1,44 @@
 #include "Installer/AppUninstaller.h"
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
+#include <utility>
 
-#include "Installer/FilePermissionErrors.h"
+#include "Installer/PrivilegedRunner.h"
+#include "Installer/RunningInstances.h"
 #include "Platform/Machine.h"
 #include "Utils/ExistingAppDetector.h"
 #include "Utils/Log.h"
 
 namespace installer {
+
+using namespace std::chrono_literals;
+
+UninstallResult UninstallResult::makeSuccess(const AppInfo& app, bool alreadyAbsent) {
+  UninstallResult result{.app = app};
+  result.success = true;
+  result.alreadyAbsent = alreadyAbsent;
+  return result;
+}
+
+UninstallResult UninstallResult::makeSkipped(const AppInfo& app, std::string reason) {
+  UninstallResult result{.app = app};
+  result.skipped = true;
+  result.skipReason = std::move(reason);
+  return result;
+}
+
+UninstallResult UninstallResult::failure(const AppInfo& app, std::string message) {
+  UninstallResult result{.app = app};
+  result.errorMessage = std::move(message);
+  return result;
+}
+
+UninstallResult UninstallResult::neverReached(const AppInfo& app) {
+  auto result = failure(app, "cancelled");
+  result.cancelled = true;
+  return result;
+}
 
 UninstallResult AppUninstaller::uninstall(const AppInfo& app, bool allowAdminEscalation) {
   log(fmt::format("AppUninstaller: Starting uninstall for {}", app.displayName));
@@ -27,6 +58,18 @@ UninstallResult AppUninstaller::uninstall(const AppInfo& app, bool allowAdminEsc
   }
   terminateRunningApp(app.knownBundleIdentifiers());
   return removeBundle(app, path, allowAdminEscalation);
+}
+
+void AppUninstaller::terminateRunningApp(const std::vector<std::string>& bundleIdentifiers) {
+  const auto request = [](const RunningApplication& application) {
+    return fmt::format("Sending graceful quit to {} (pid {})", nameOf(application),
+                       application.processIdentifier);
+  };
+  quitRunningInstances(bundleIdentifiers, {.speaker = "AppUninstaller",
+                                           .request = request,
+                                           .lookInterval = 500ms,
+                                           .settlingTime = 500ms,
+                                           .settlesAfterEveryWait = true});
 }
 
 std::vector<UninstallResult> AppUninstaller::uninstallAll(const std::vector<AppInfo>& apps,
@@ -117,6 +160,26 @@ UninstallResult AppUninstaller::permissionDeniedResult(const AppInfo& app) {
   auto result = UninstallResult::failure(app, std::move(message));
   result.permissionDenied = true;
   return result;
+}
+
+// A directory at the expected path that is no app any more, left by a removal that stopped half-way.
+std::optional<UninstallResult> AppUninstaller::removeHusk(const AppInfo& app, bool allowAdminEscalation) {
+  const auto path = joined(machine().paths.applications, app.appBundleName);
+  if (!machine().files.directoryExists(path)) return std::nullopt;
+
+  ExistingAppDetector::forgetCachedBundle(path);
+  const auto bundle = machine().bundles.read(path);
+  if (bundle && bundle->bundleIdentifier()) {
+    log(fmt::format("AppUninstaller: {} is another app's bundle — leaving it alone", path));
+    return std::nullopt;
+  }
+  if (hasAppStoreReceipt(path)) return std::nullopt;
+
+  logWarn(fmt::format(
+      "AppUninstaller: found a husk of {} at {} — a previous removal left it partly deleted; clearing it",
+      app.displayName, path));
+  terminateRunningApp(app.knownBundleIdentifiers());
+  return removeBundle(app, path, allowAdminEscalation);
 }
 
 }  // namespace installer

@@ -2,13 +2,12 @@
 #include <fmt/format.h>
 
 #include "Installer/DMGInstaller.h"
-#include "Installer/FilePermissionErrors.h"
-#include "Installer/InstallInProgress.h"
-#include "Installer/ShellQuoting.h"
+#include "Installer/Installation.h"
+#include "Installer/PrivilegedRunner.h"
 #include "Platform/Machine.h"
 #include "Utils/ChecksumVerifier.h"
 #include "Utils/Log.h"
-#include "Utils/ToolWords.h"
+#include "Utils/SystemUtils.h"
 
 namespace installer {
 

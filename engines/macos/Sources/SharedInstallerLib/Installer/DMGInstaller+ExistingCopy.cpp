@@ -3,10 +3,9 @@
 #include <nlohmann/json.hpp>
 
 #include "Installer/DMGInstaller.h"
-#include "Installer/FilePermissionErrors.h"
-#include "Installer/InstallInProgress.h"
+#include "Installer/Installation.h"
+#include "Installer/PrivilegedRunner.h"
 #include "Platform/Machine.h"
-#include "Utils/AppStoreReceipt.h"
 #include "Utils/DiskRequirement.h"
 #include "Utils/ExistingAppDetector.h"
 #include "Utils/Log.h"

@@ -2,13 +2,15 @@
 
 #include <fmt/format.h>
 
-#include "Installer/InstallInProgress.h"
-#include "Installer/MountedImage.h"
+#include "Installer/Installation.h"
+#include "Installer/RunningInstances.h"
 #include "Platform/Machine.h"
 #include "Utils/Log.h"
-#include "Utils/Telemetry.h"
+#include "Utils/SystemUtils.h"
 
 namespace installer {
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -18,6 +20,18 @@ std::optional<std::string> versionIn(const Path& bundlePath) {
 }
 
 }  // namespace
+
+void DMGInstaller::terminateRunningApp(const std::vector<std::string>& knownBundleIdentifiers) {
+  const auto request = [](const RunningApplication& application) {
+    return fmt::format("{} is running (pid {}) — sending graceful quit", nameOf(application),
+                       application.processIdentifier);
+  };
+  quitRunningInstances(knownBundleIdentifiers, {.speaker = "DMGInstaller",
+                                                .request = request,
+                                                .lookInterval = 250ms,
+                                                .settlingTime = 1s,
+                                                .settlesAfterEveryWait = false});
+}
 
 InstallResult DMGInstaller::installFromDMG(const Path& dmgPath, const AppInfo& app) {
   terminateRunningApp(app.knownBundleIdentifiers());

@@ -7,7 +7,7 @@
 
 #include "Platform/Machine.h"
 #include "Utils/Log.h"
-#include "Utils/Telemetry.h"
+#include "Utils/SystemUtils.h"
 
 namespace installer {
 

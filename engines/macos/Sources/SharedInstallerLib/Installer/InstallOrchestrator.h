@@ -17,10 +17,8 @@
 #include <utility>
 #include <vector>
 
-#include "Installer/AppInstallResult.h"
 #include "Installer/InstallOrchestratorDelegate.h"
 #include "Installer/InstallRunState.h"
-#include "Installer/InstallStage.h"
 #include "Models/AppInfo.h"
 #include "Models/PackageProvider.h"
 

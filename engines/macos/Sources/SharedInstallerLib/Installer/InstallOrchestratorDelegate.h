@@ -5,12 +5,36 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "Installer/AppInstallResult.h"
-#include "Installer/InstallStage.h"
+#include "Models/AppInfo.h"
 
 namespace installer {
+
+// Where the app being worked on stands.
+enum class InstallStage { download, verify, install };
+
+// "download", "verify" or "install": the word for the protocol and the log.
+constexpr std::string_view rawValue(InstallStage stage) {
+  switch (stage) {
+    case InstallStage::download: return "download";
+    case InstallStage::verify: return "verify";
+    case InstallStage::install: return "install";
+  }
+  return "";
+}
+
+// What became of one app of an install run.
+struct AppInstallResult {
+  AppInfo app;
+  bool success = false;                           // true only if the bundle is in place
+  std::optional<std::string> errorMessage = {};   // for a person; "cancelled" for a cancelled app
+  std::optional<std::string> errorCode = {};      // stable code; absent when the failure has none of its own
+  std::optional<std::string> installedPath = {};  // where the bundle lies, on success
+  bool cancelled = false;                         // given up because of a cancel
+  bool alreadyCurrent = false;  // a success without copying: the installed copy was up to date
+};
 
 class InstallOrchestratorDelegate {
  public:

@@ -10,8 +10,7 @@
 #include <set>
 #include <vector>
 
-#include "Installer/AppInstallResult.h"
-#include "Installer/InstallStage.h"
+#include "Installer/InstallOrchestratorDelegate.h"
 #include "Models/AppInfo.h"
 
 namespace installer {

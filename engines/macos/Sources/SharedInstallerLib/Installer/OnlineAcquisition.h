@@ -14,8 +14,8 @@
 #include <optional>
 #include <string>
 
+#include "Models/PackageMeta.h"
 #include "Models/PackageProvider.h"
-#include "Models/VersionInfo.h"
 #include "Platform/Dispatch.h"
 #include "Platform/URLSession.h"
 

@@ -1,12 +1,69 @@
 #include "Installer/PrivilegedRunner.h"
 
+#include <algorithm>
+#include <cmath>
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "Base/ProcessWide.h"
+#include "Installer/DMGInstaller.h"
 #include "Platform/Machine.h"
 #include "Utils/Log.h"
 
 namespace installer {
+
+namespace {
+
+// The number may come as an integer or as a real.
+bool isUserCancelled(const Json& scriptError) {
+  if (!scriptError.is_object()) return false;
+  const auto number = scriptError.find(AdministratorScript::errorNumberKey);
+  if (number == scriptError.end() || !number->is_number()) return false;
+  return std::trunc(number->get<double>()) == AdministratorScript::userCancelled;
+}
+
+}  // namespace
+
+AdminOutcome adminOutcome(const ScriptErrorDictionary& scriptError) {
+  if (!scriptError) return AdminOutcome::succeeded;
+  if (isUserCancelled(*scriptError)) {
+    log("DMGInstaller: admin authorization dismissed by the user");
+    return AdminOutcome::cancelled;
+  }
+  logError(fmt::format("DMGInstaller: Admin command error: {}",
+                       scriptError->dump(-1, ' ', false, Json::error_handler_t::replace)));
+  return AdminOutcome::failed;
+}
+
+namespace {
+
+bool isPlainShellCharacter(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+         std::string_view{"/._-+"}.find(c) != std::string_view::npos;
+}
+
+}  // namespace
+
+std::string shellQuoted(std::string_view text) {
+  std::string quoted = "'";
+  for (const char c : text) {
+    if (c == '\'') {
+      quoted += "'\\''";
+      continue;
+    }
+    quoted += c;
+  }
+  return quoted += '\'';
+}
+
+std::string shellProgram(std::string_view path) {
+  if (std::ranges::all_of(path, isPlainShellCharacter)) return std::string{path};
+  return shellQuoted(path);
+}
+
+std::string removalCommand(const Path& path) {
+  return fmt::format("{} -rf {}", shellProgram(machine().paths.rm), shellQuoted(path));
+}
 
 namespace {
 
@@ -57,6 +114,18 @@ AdministratorScript* PrivilegedRunner::privilegedRunner() {
   if (!isMade_) script_ = machine().administratorScripts.make(sharedSource);
   isMade_ = true;
   return script_.get();
+}
+
+AdminOutcome DMGInstaller::runWithAdminPrivilegesOutcome(const std::string& command) {
+  auto outcome = AdminOutcome::failed;
+  const auto work = [&outcome, &command] { outcome = PrivilegedRunner::shared().run(command); };
+  Dispatch& dispatch = machine().dispatch;
+  if (dispatch.isMainThread()) {
+    work();
+  } else {
+    dispatch.syncMain(work);
+  }
+  return outcome;
 }
 
 }  // namespace installer

@@ -5,11 +5,46 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 
-#include "Installer/AdminOutcome.h"
+#include "Base/Error.h"
+#include "Base/Path.h"
 #include "Platform/AdministratorScript.h"
 
 namespace installer {
+
+// How a command line that was to run as administrator ended.
+enum class AdminOutcome {
+  succeeded,  // it ran and exited with status 0
+  cancelled,  // the prompt was dismissed; nothing ran
+  failed,     // the authorization failed, the command exited non-zero, or the script could not run
+};
+
+// Reads the dictionary that a script execution left, and logs what it says. No dictionary is a success.
+AdminOutcome adminOutcome(const ScriptErrorDictionary& scriptError);
+
+// Text that goes into a command line for /bin/sh.
+// One word for the shell, whatever it holds: in single quotes, each single quote inside written as '\''.
+std::string shellQuoted(std::string_view text);
+
+// A program's path as the first word of a command: as it stands when the shell would read it as such,
+// quoted otherwise.
+std::string shellProgram(std::string_view path);
+
+// Removes whatever stands at `path`, with all beneath it, asking nothing.
+std::string removalCommand(const Path& path);
+
+// Which file errors are about permission. Told by domain and code, never by text.
+// The one failure that the installer meets with an administrator prompt.
+inline bool isNoWritePermission(const Error& error) {
+  return error.is(ErrorDomain::cocoa, CocoaError::fileWriteNoPermission);
+}
+
+// The failures that the uninstaller takes for a missing permission: no write, no read, EPERM, EACCES.
+inline bool isPermissionError(const Error& error) {
+  return isNoWritePermission(error) || error.is(ErrorDomain::cocoa, CocoaError::fileReadNoPermission) ||
+         error.is(ErrorDomain::posix, 1) || error.is(ErrorDomain::posix, 13);
+}
 
 class PrivilegedRunner {
  public:

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "Installer/AppInstallResult.h"
-#include "Models/AppIdentifier.h"
-#include "Models/InstallerRetirement.h"
+#include "Installer/InstallOrchestratorDelegate.h"
+#include "Models/AppInfo.h"
+#include "Models/PackageProvider.h"
 #include "Platform/Dispatch.h"
 
 namespace installer::RunRules {

@@ -6,13 +6,10 @@
 #include <utility>
 
 #include "Installer/AppUninstaller.h"
-#include "Installer/HeadlessInstallDelegate.h"
 #include "Installer/InstallOrchestrator.h"
 #include "Installer/RunRules.h"
-#include "Installer/SilentSummary.h"
 #include "Models/AppConstants.h"
-#include "Models/AppStatus.h"
-#include "Models/IdentifierList.h"
+#include "Models/AppInfo.h"
 #include "Models/PackageProvider.h"
 #include "Platform/Machine.h"
 #include "Utils/InstallerLifecycle.h"
@@ -21,6 +18,34 @@
 #include "Utils/SystemUtils.h"
 
 namespace installer {
+
+HeadlessInstallDelegate::HeadlessInstallDelegate() : lastActivity_{machine().dispatch.now()} {
+}
+
+void HeadlessInstallDelegate::orchestratorDidUpdateProgress(const std::string& statusText,
+                                                            const std::string& detailText, double progress) {
+  lastActivity_ = machine().dispatch.now();
+  auto line = fmt::format("SilentRunner [install {:.0f}%] {}", progress, statusText);
+  if (!detailText.empty()) line += " | " + detailText;
+  log(line);
+}
+
+void HeadlessInstallDelegate::orchestratorDidFinish(const std::vector<AppInstallResult>& results) {
+  results_ = results;
+  isFinished_ = true;
+}
+
+void writeSummary(const std::string& action, const std::vector<SummaryEntry>& entries, std::int32_t exitCode,
+                  const std::optional<std::string>& note) {
+  log(fmt::format("--- SILENT RUN SUMMARY action={} exit_code={} ---", action, exitCode));
+  for (const auto& entry : entries) {
+    auto line = fmt::format("  app=\"{}\" status={}", entry.appName, entry.status);
+    if (entry.detail) line += fmt::format(" detail=\"{}\"", *entry.detail);
+    log(line);
+  }
+  if (note) log(fmt::format("  note=\"{}\"", *note));
+  log("--- END SUMMARY ---");
+}
 
 namespace {
 

@@ -6,13 +6,48 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
-#include "Installer/AppInstallResult.h"
+#include "Installer/InstallOrchestratorDelegate.h"
 #include "Models/AppInfo.h"
+#include "Platform/Dispatch.h"
 #include "Utils/RunOptions.h"
 
 namespace installer {
+
+// Hears an install run that nobody watches: progress goes to the log, the results are kept for the end.
+// Main queue only. The orchestrator holds it weakly; the run that made it keeps it alive.
+class HeadlessInstallDelegate final : public InstallOrchestratorDelegate {
+ public:
+  // Its creation counts as the first sign of life. After that only progress of the whole run does.
+  HeadlessInstallDelegate();
+
+  bool isFinished() const { return isFinished_; }
+  const std::vector<AppInstallResult>& results() const { return results_; }  // empty until finished
+  TimePoint lastActivity() const { return lastActivity_; }
+
+  void orchestratorDidUpdateProgress(const std::string& statusText, const std::string& detailText,
+                                     double progress) override;
+  void orchestratorDidFinish(const std::vector<AppInstallResult>& results) override;
+
+ private:
+  std::vector<AppInstallResult> results_;
+  bool isFinished_ = false;
+  TimePoint lastActivity_;
+};
+
+// The summary of an unattended run, as lines of the log that a script can find.
+struct SummaryEntry {
+  std::string appName;
+  std::string status;
+  std::optional<std::string> detail;
+};
+
+// Values stand as they are: a quotation mark inside one isn't escaped.
+void writeSummary(const std::string& action, const std::vector<SummaryEntry>& entries, std::int32_t exitCode,
+                  const std::optional<std::string>& note);
 
 class InstallOrchestrator;
 class PackageProvider;

@@ -40,3 +40,12 @@ inline constexpr std::int32_t networkFailure = 5;
 }  // namespace ExitCode
 
 }  // namespace installer::AppConstants
+
+namespace installer {
+
+// What this engine says about itself to shells and in log bundles.
+extern const std::string_view kEngineVersion;  // of project() in the top CMakeLists.txt
+// Rises only when a shell written for the old number could misread the new events.
+inline constexpr std::int64_t kEngineProtocolVersion = 1;
+
+}  // namespace installer

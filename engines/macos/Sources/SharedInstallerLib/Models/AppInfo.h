@@ -1,17 +1,38 @@
 // One row of the catalog: what the engine knows of an application. A plain value.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Base/Path.h"
 #include "Base/URL.h"
-#include "Models/AppIdentifier.h"
-#include "Models/CDNArchScope.h"
 
 namespace installer {
+
+// The four applications of the suite. An excluded application still has its case here; whether it exists
+// for this build is the catalog's answer.
+enum class AppIdentifier { brenna, tolvi, rulo, galdivane };
+
+// The identifier on every outside surface: command line, events, configuration keys, CDN paths.
+std::string_view rawValue(AppIdentifier identifier);
+
+namespace AppIdentifiers {
+
+// In the order of the catalog.
+inline constexpr std::array allCases{AppIdentifier::brenna, AppIdentifier::tolvi, AppIdentifier::rulo,
+                                     AppIdentifier::galdivane};
+
+// Exact and case-sensitive; a caller that wants leniency trims and lowercases first.
+std::optional<AppIdentifier> fromRawValue(std::string_view text);
+
+}  // namespace AppIdentifiers
+
+// Whether the CDN holds one package of an app per processor, or one for both.
+enum class CDNArchScope { perArch, universal };
 
 struct AppInfo {
   AppIdentifier id = AppIdentifier::brenna;
@@ -38,6 +59,24 @@ struct AppInfo {
   Path tempFilePath() const;
 
   friend bool operator==(const AppInfo&, const AppInfo&) = default;
+};
+
+// The identifiers of some apps, as messages name them. Stateless; any thread.
+struct AppInfo;
+
+// In the order of `apps`: "brenna, tolvi".
+std::string identifierList(const std::vector<AppInfo>& apps);
+
+// A source of catalog rows. Any thread.
+class AppProvider {
+ public:
+  virtual ~AppProvider() = default;
+
+  // Always the same rows, in catalog order.
+  virtual const std::vector<AppInfo>& allApps() const = 0;
+
+  // Null when this build doesn't offer the app. The row belongs to the provider.
+  virtual const AppInfo* app(AppIdentifier identifier) const = 0;
 };
 
 }  // namespace installer

@@ -46,4 +46,11 @@ struct PackageMeta {
   friend bool operator==(const PackageMeta&, const PackageMeta&) = default;
 };
 
+// A package that is about to be fetched.
+struct VersionInfo {
+  std::string version;  // empty when the metadata names none
+  URL downloadURL;
+  std::string checksum;  // always one that can be verified
+};
+
 }  // namespace installer

@@ -1,6 +1,90 @@
 #include "Models/PackageProvider.h"
 
+#include <fmt/format.h>
+#include <utility>
+
 namespace installer {
+
+std::string_view rawValue(RetirementReason reason) {
+  switch (reason) {
+    case RetirementReason::expired: return "expired";
+    case RetirementReason::sourceUnavailable: return "source-unavailable";
+  }
+  return {};
+}
+
+ProviderError ProviderError::versionCheckFailed(std::string reason) {
+  return ProviderError{Case::versionCheckFailed, std::move(reason)};
+}
+
+ProviderError ProviderError::downloadFailed(std::string reason) {
+  return ProviderError{Case::downloadFailed, std::move(reason)};
+}
+
+ProviderError ProviderError::fileSaveFailed(std::string reason) {
+  return ProviderError{Case::fileSaveFailed, std::move(reason)};
+}
+
+ProviderError ProviderError::packageNotFound(std::string name) {
+  return ProviderError{Case::packageNotFound, std::move(name)};
+}
+
+ProviderError ProviderError::untrustedDownloadURL(std::string host) {
+  return ProviderError{Case::untrustedDownloadURL, std::move(host)};
+}
+
+ProviderError ProviderError::unsupportedChecksum(std::string algorithm) {
+  return ProviderError{Case::unsupportedChecksum, std::move(algorithm)};
+}
+
+ProviderError ProviderError::sourceRetired(InstallerRetirement retirement) {
+  ProviderError error{Case::sourceRetired};
+  error.retirement_ = std::move(retirement);
+  return error;
+}
+
+ProviderError ProviderError::invalidResponse() {
+  return ProviderError{Case::invalidResponse};
+}
+
+ProviderError ProviderError::invalidVersionFormat() {
+  return ProviderError{Case::invalidVersionFormat};
+}
+
+std::string_view ProviderError::code() const {
+  switch (kind_) {
+    case Case::versionCheckFailed: return "NETWORK_UNAVAILABLE";
+    case Case::downloadFailed: return "DOWNLOAD_FAILED";
+    case Case::fileSaveFailed: return "FILE_SAVE_FAILED";
+    case Case::packageNotFound: return "PACKAGE_NOT_FOUND";
+    case Case::untrustedDownloadURL: return "UNTRUSTED_SOURCE";
+    case Case::unsupportedChecksum: return "VERIFY_FAILED";
+    case Case::sourceRetired: return "SOURCE_UNAVAILABLE";
+    case Case::invalidResponse:
+    case Case::invalidVersionFormat: return "METADATA_INVALID";
+  }
+  return {};
+}
+
+std::string ProviderError::errorDescription() const {
+  switch (kind_) {
+    case Case::versionCheckFailed: return "Failed to check for updates: " + payload_;
+    case Case::downloadFailed: return "Download failed: " + payload_;
+    case Case::fileSaveFailed: return "Failed to save downloaded file: " + payload_;
+    case Case::packageNotFound: return "Package not found: " + payload_;
+    case Case::untrustedDownloadURL:
+      return fmt::format("Download from '{}' was blocked — domain not in trusted list", payload_);
+    case Case::unsupportedChecksum:
+      return fmt::format(
+          "Package metadata uses an unsupported checksum algorithm '{}' — the download cannot be verified",
+          payload_);
+    case Case::sourceRetired:
+      return "This installer's download location is no longer available — download a current installer";
+    case Case::invalidResponse: return "Invalid package metadata response";
+    case Case::invalidVersionFormat: return "Invalid package metadata format";
+  }
+  return {};
+}
 
 std::optional<std::string_view> code(const AcquisitionError& error) {
   const auto* const ours = std::get_if<ProviderError>(&error);

@@ -10,11 +10,83 @@
 #include <variant>
 
 #include "Base/Error.h"
-#include "Models/AcquiredPackage.h"
+#include "Base/Path.h"
 #include "Models/AppInfo.h"
-#include "Models/ProviderError.h"
 
 namespace installer {
+
+// The verdict that this installer as a whole is stale, and where a current one is to be had.
+enum class RetirementReason {
+  expired,           // the build's last day of validity has passed
+  sourceUnavailable  // the CDN tree is gone while the outside world can be reached
+};
+
+// "expired" or "source-unavailable".
+std::string_view rawValue(RetirementReason reason);
+
+struct InstallerRetirement {
+  RetirementReason reason = RetirementReason::expired;
+  std::string downloadURL;               // the configured download page, as text
+  std::optional<std::string> expiresOn;  // the date as configured; absent for `sourceUnavailable`
+
+  friend bool operator==(const InstallerRetirement&, const InstallerRetirement&) = default;
+};
+
+// Why a package source couldn't deliver: an enumeration with payloads, a stable code for machines and a
+// sentence for people.
+class ProviderError {
+ public:
+  enum class Case {
+    versionCheckFailed,
+    downloadFailed,
+    fileSaveFailed,
+    packageNotFound,
+    untrustedDownloadURL,
+    unsupportedChecksum,
+    sourceRetired,
+    invalidResponse,
+    invalidVersionFormat
+  };
+
+  static ProviderError versionCheckFailed(std::string reason);
+  static ProviderError downloadFailed(std::string reason);
+  static ProviderError fileSaveFailed(std::string reason);
+  static ProviderError packageNotFound(std::string name);
+  static ProviderError untrustedDownloadURL(std::string host);
+  static ProviderError unsupportedChecksum(std::string algorithm);
+  static ProviderError sourceRetired(InstallerRetirement retirement);
+  static ProviderError invalidResponse();
+  static ProviderError invalidVersionFormat();
+
+  Case kind() const { return kind_; }
+  // Empty for the cases without a text.
+  const std::string& payload() const { return payload_; }
+  // Present for `sourceRetired` only.
+  const std::optional<InstallerRetirement>& retirement() const { return retirement_; }
+
+  // Such as "DOWNLOAD_FAILED". An unreachable metadata server is a network failure, by intent.
+  std::string_view code() const;
+  std::string errorDescription() const;
+
+  friend bool operator==(const ProviderError&, const ProviderError&) = default;
+
+ private:
+  explicit ProviderError(Case kind, std::string payload = {}) : kind_{kind}, payload_{std::move(payload)} {}
+
+  Case kind_;
+  std::string payload_;
+  std::optional<InstallerRetirement> retirement_;
+};
+
+// What a package source hands over: a file on this disk and what is to be expected of it.
+struct AcquiredPackage {
+  Path fileURL;                         // a local file, as a path
+  std::optional<std::string> checksum;  // the expected digest; absent means that none can be verified
+  bool skipGatekeeper = false;          // true for an image from the resources, which is never deleted either
+  std::optional<std::string> version;
+
+  friend bool operator==(const AcquiredPackage&, const AcquiredPackage&) = default;
+};
 
 // The sources of this engine fail with a `ProviderError`. A failure of any other kind has no code of its own.
 using AcquisitionError = std::variant<ProviderError, Error>;

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "Base/Text.h"
-#include "Models/IdentifierList.h"
+#include "Models/AppInfo.h"
 #include "Utils/InstallerConfig.h"
 #include "Utils/KeloAppProvider.h"
 

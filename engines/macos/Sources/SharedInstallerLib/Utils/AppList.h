@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Models/AppIdentifier.h"
+#include "Models/AppInfo.h"
 
 namespace installer {
 

@@ -10,7 +10,7 @@
 #include "Models/AppInfo.h"
 #include "Models/CDNLayout.h"
 #include "Models/ReleaseNotes.h"
-#include "Utils/CDNSource+Fetch.h"
+#include "Utils/CDNFetch.h"
 #include "Utils/InstallerConfig.h"
 #include "Utils/Log.h"
 #include "Utils/SystemUtils.h"

@@ -9,11 +9,31 @@
 #include <optional>
 #include <string_view>
 
+#include "Base/URL.h"
+#include "Models/PackageMeta.h"
 #include "Platform/Dispatch.h"
-#include "Utils/CDNFetchError.h"
-#include "Utils/CDNPackage.h"
 
 namespace installer {
+
+// Why a file of the content delivery network couldn't be read. The three kinds have different consequences.
+enum class CDNFetchError {
+  notFound,   // the server or its name says that there is no such file; perhaps the tree is gone
+  transient,  // the attempt failed and may work later; a network problem
+  untrusted   // the address, a redirect or the final host isn't one that the build names
+};
+
+// A package as the content delivery network describes it.
+struct CDNPackage {
+  URL folderURL;  // the folder that held `meta.json`; the package lies beside it
+  PackageMeta meta;
+
+  // Absent when the metadata names no destination.
+  std::optional<URL> downloadURL() const {
+    if (!meta.destination) return std::nullopt;
+    return folderURL.appendingPathComponent(*meta.destination);
+  }
+  std::optional<URL> alternateDownloadURL() const { return meta.alternateDownloadURL; }
+};
 
 struct AppInfo;
 struct ReleaseNotes;

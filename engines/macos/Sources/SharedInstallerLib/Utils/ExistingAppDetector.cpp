@@ -6,7 +6,6 @@
 
 #include "Base/ProcessWide.h"
 #include "Platform/Machine.h"
-#include "Utils/AppStoreReceipt.h"
 #include "Utils/Log.h"
 
 namespace installer {

@@ -6,12 +6,25 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "Models/AppIdentifier.h"
-#include "Models/CDNDataCenter.h"
+#include "Models/AppInfo.h"
 
 namespace installer {
+
+// Which of the configured base addresses packages come from.
+enum class CDNDataCenter { us, cn, local };
+
+// "us", "cn" or "local": the key in the configuration.
+std::string_view rawValue(CDNDataCenter dataCenter);
+
+namespace CDNDataCenters {
+
+// Exact and case-sensitive.
+std::optional<CDNDataCenter> fromRawValue(std::string_view text);
+
+}  // namespace CDNDataCenters
 
 // One entry of `apps`.
 struct AppBundleConfig {

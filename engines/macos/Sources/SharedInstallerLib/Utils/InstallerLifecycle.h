@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include "Models/InstallerRetirement.h"
+#include "Models/PackageProvider.h"
 
 namespace installer::InstallerLifecycle {
 

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "Models/AppProvider.h"
+#include "Models/AppInfo.h"
 
 namespace installer {
 

@@ -10,7 +10,6 @@
 #include "Utils/LogExportTexts.h"
 #include "Utils/Logger.h"
 #include "Utils/SystemUtils.h"
-#include "Utils/ToolWords.h"
 
 namespace installer::LogExport {
 

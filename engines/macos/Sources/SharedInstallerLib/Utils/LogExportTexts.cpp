@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "Base/Text.h"
-#include "Models/EngineVersion.h"
+#include "Models/AppConstants.h"
 #include "Utils/LocalTime.h"
 
 namespace installer::LogExportTexts {

@@ -1,9 +1,9 @@
-#include "Platform/Linux/LinuxDigest.h"
-
 #include <cstdio>
 #include <cstdlib>
 #include <fmt/core.h>
 #include <openssl/evp.h>
+
+#include "Platform/Linux/LinuxServices.h"
 
 namespace installer {
 

@@ -1,12 +1,10 @@
-#include "Platform/Linux/LinuxSystemInfo.h"
-
 #include <cerrno>
 #include <csignal>
 #include <fmt/format.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
-#include "Platform/Linux/Files/LinuxFileSystem.h"
+#include "Platform/Linux/LinuxServices.h"
 
 namespace installer {
 

@@ -1,8 +1,13 @@
-#include "Platform/Linux/Files/LinuxBundles.h"
+#include <nlohmann/json.hpp>
 
-#include "Platform/Linux/Files/LinuxFileSystem.h"
+#include "Base/POSIX/PropertyListReader.h"
+#include "Platform/Linux/LinuxServices.h"
 
 namespace installer {
+
+Result<Json> LinuxPropertyList::parse(std::string_view bytes) {
+  return readPropertyList(bytes);
+}
 
 std::shared_ptr<const Bundle> LinuxBundles::read(const Path& path) {
   LinuxFileSystem files;

@@ -3,8 +3,8 @@
 #include "Base/POSIX/FileErrors.h"
 #include "Base/POSIX/FileTree.h"
 #include "Base/POSIX/StagedCopy.h"
-#include "Platform/Linux/Files/LinuxFileSystem.h"
 #include "Platform/Linux/Files/TreeCopier.h"
+#include "Platform/Linux/LinuxServices.h"
 #include "Platform/POSIX/POSIXFileSystem.h"
 
 namespace installer {

@@ -4,7 +4,7 @@
 #include "Base/POSIX/FileTree.h"
 #include "Base/POSIX/HiddenSibling.h"
 #include "Base/POSIX/StagedRemoval.h"
-#include "Platform/Linux/Files/LinuxFileSystem.h"
+#include "Platform/Linux/LinuxServices.h"
 
 namespace installer {
 

@@ -3,7 +3,7 @@
 
 #include "Base/POSIX/FileErrors.h"
 #include "Base/POSIX/FileTree.h"
-#include "Platform/Linux/Files/LinuxFileSystem.h"
+#include "Platform/Linux/LinuxServices.h"
 
 namespace installer {
 

@@ -1,5 +1,3 @@
-#include "Platform/Linux/Files/LinuxFileSystem.h"
-
 #include <climits>
 #include <fcntl.h>
 #include <optional>
@@ -9,6 +7,7 @@
 #include "Base/POSIX/FileErrors.h"
 #include "Base/POSIX/FileTree.h"
 #include "Base/POSIX/WholeFile.h"
+#include "Platform/Linux/LinuxServices.h"
 #include "Platform/POSIX/POSIXFileSystem.h"
 
 namespace installer {

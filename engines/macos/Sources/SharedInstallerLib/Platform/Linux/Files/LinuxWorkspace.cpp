@@ -1,7 +1,5 @@
-#include "Platform/Linux/Files/LinuxWorkspace.h"
-
 #include "Platform/Bundles.h"
-#include "Platform/Linux/Files/LinuxFileSystem.h"
+#include "Platform/Linux/LinuxServices.h"
 
 namespace installer {
 

@@ -1,5 +1,3 @@
-#include "Platform/Linux/HTTP/LinuxURLSessions.h"
-
 #include <algorithm>
 #include <mutex>
 #include <utility>
@@ -11,6 +9,7 @@
 #include "Platform/Linux/HTTP/LinuxDownloadTask.h"
 #include "Platform/Linux/HTTP/PartialFile.h"
 #include "Platform/Linux/HTTP/URLSessionCore.h"
+#include "Platform/Linux/LinuxServices.h"
 
 namespace installer {
 

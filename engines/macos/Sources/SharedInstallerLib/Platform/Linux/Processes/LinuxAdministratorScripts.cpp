@@ -1,8 +1,7 @@
-#include "Platform/Linux/Processes/LinuxAdministratorScripts.h"
-
 #include <nlohmann/json.hpp>
 #include <string_view>
 
+#include "Platform/Linux/LinuxServices.h"
 #include "Platform/Linux/Processes/PrivilegedShell.h"
 
 namespace installer {

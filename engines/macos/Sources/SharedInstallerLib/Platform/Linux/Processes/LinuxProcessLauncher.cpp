@@ -1,6 +1,5 @@
-#include "Platform/Linux/Processes/LinuxProcessLauncher.h"
-
 #include "Base/POSIX/OutputDrain.h"
+#include "Platform/Linux/LinuxServices.h"
 #include "Platform/Linux/Processes/ProcessHandle.h"
 #include "Platform/Linux/Processes/Spawn.h"
 

@@ -1,8 +1,7 @@
-#include "Platform/Linux/Processes/LinuxRunningApplications.h"
-
 #include <csignal>
 
 #include "Platform/Bundles.h"
+#include "Platform/Linux/LinuxServices.h"
 #include "Platform/Linux/Processes/ProcessHandle.h"
 #include "Platform/Linux/Processes/ProcessTable.h"
 

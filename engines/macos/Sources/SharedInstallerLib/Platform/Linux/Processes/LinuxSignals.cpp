@@ -1,5 +1,3 @@
-#include "Platform/Linux/Processes/LinuxSignals.h"
-
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -8,6 +6,7 @@
 #include <unistd.h>
 
 #include "Platform/Linux/Dispatch/LinuxDispatch.h"
+#include "Platform/Linux/LinuxServices.h"
 
 namespace installer {
 

@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 
 #include "Base/POSIX/FileTree.h"
-#include "Platform/Linux/Files/LinuxFileSystem.h"
+#include "Platform/Linux/LinuxServices.h"
 
 namespace installer {
 

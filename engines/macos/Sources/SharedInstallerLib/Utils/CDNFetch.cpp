@@ -1,13 +1,45 @@
+#include "Utils/CDNFetch.h"
+
 #include <fmt/format.h>
 #include <memory>
 #include <optional>
 
 #include "Base/ProcessWide.h"
+#include "Base/Text.h"
 #include "Platform/Machine.h"
-#include "Utils/CDNSource+Fetch.h"
+#include "Utils/InstallerConfig.h"
 #include "Utils/Log.h"
-#include "Utils/TrustedRedirectDelegate.h"
 #include "Utils/URLTrust.h"
+
+namespace installer {
+
+void TrustedRedirectDelegate::willPerformHTTPRedirection(const std::shared_ptr<URLSessionTask>& task,
+                                                         const HTTPURLResponse& /*redirect*/,
+                                                         const URLRequest& newRequest,
+                                                         const RedirectDecision& decide) {
+  if (URLTrust::isTrusted(newRequest.url)) {
+    decide(newRequest);
+    return;
+  }
+  logError(
+      fmt::format("URLTrust: refusing a redirect to '{}' — not https on a host in trustedDownloadDomains {}",
+                  URLTrust::hostForLog(newRequest.url), listText(InstallerConfig::trustedDownloadDomains())));
+  {
+    // In the set before the refusal can be seen anywhere: whether the task then ends with the redirect's own
+    // answer or with a cancellation is a race.
+    const std::lock_guard guard{lock_};
+    refusedTasks_.insert(task->taskIdentifier());
+  }
+  decide(std::nullopt);
+  task->cancel();
+}
+
+bool TrustedRedirectDelegate::didRefuseRedirect(int forTask) {
+  const std::lock_guard guard{lock_};
+  return refusedTasks_.erase(forTask) > 0;
+}
+
+}  // namespace installer
 
 namespace installer::CDNSource {
 

@@ -2,11 +2,17 @@
 // told apart from a network failure. Callbacks come on the session's queue, questions from any thread.
 #pragma once
 
+#include <expected>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <string_view>
 #include <unordered_set>
 
+#include "Base/URL.h"
+#include "Platform/Dispatch.h"
 #include "Platform/URLSession.h"
+#include "Utils/CDNSource.h"
 
 namespace installer {
 
@@ -25,3 +31,12 @@ class TrustedRedirectDelegate : public URLSessionDelegate {
 };
 
 }  // namespace installer
+
+// One metadata request of the CDN source, from the trust test to the sorting of its failure.
+namespace installer::CDNSource {
+
+// The body of `url`. Blocks for at most `timeout`, whatever the request's own timer does. `label` names the
+// app in the log. A place that isn't trusted is never asked.
+std::expected<std::string, CDNFetchError> fetchJSON(const URL& url, Duration timeout, std::string_view label);
+
+}  // namespace installer::CDNSource
