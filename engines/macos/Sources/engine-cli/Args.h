@@ -1,4 +1,4 @@
-// The command line of the protocol road, taken apart.
+// The command line of the protocol mode, taken apart.
 //
 // Every option takes a value if one can follow: there is no list of plain switches and no `--key=value`.
 // So `--offline extra` swallows `extra`, and `--out=/tmp/x` is a switch of that whole name.

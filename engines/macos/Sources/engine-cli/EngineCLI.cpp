@@ -5,8 +5,8 @@
 
 #include "Models/AppConstants.h"
 #include "Platform/Machine.h"
-#include "ProtocolRoad.h"
-#include "SilentRoad.h"
+#include "ProtocolMode.h"
+#include "SilentMode.h"
 #include "Utils/Log.h"
 #include "Utils/Logger.h"
 
@@ -19,8 +19,8 @@ std::int32_t runEngineCLI(const std::vector<std::string>& argv) {
   Logger::shared().flush();
   const std::vector<std::string> flags(argv.begin() + (argv.empty() ? 0 : 1), argv.end());
   // Anywhere on the line, and in exactly this spelling, it wins over any subcommand.
-  if (std::ranges::find(flags, "--silent") != flags.end()) return takeSilentRoad(argv, flags);
-  return takeProtocolRoad(flags);
+  if (std::ranges::find(flags, "--silent") != flags.end()) return runSilentMode(argv, flags);
+  return runProtocolMode(flags);
 }
 
 }  // namespace installer

@@ -118,7 +118,7 @@ bool isSilentLine(const Tokens& tokens) {
   return sawSilent && awaited.empty();
 }
 
-// What an option of the other road is worth: each one's last value that isn't an option itself.
+// What an option of the other mode is worth: each one's last value that isn't an option itself.
 std::optional<std::string> optionIn(const Tokens& tokens, const std::string& name) {
   std::optional<std::string> value;
   for (std::size_t i = 0; i + 1 < tokens.size(); ++i) {

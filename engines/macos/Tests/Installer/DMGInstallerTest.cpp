@@ -1,4 +1,4 @@
-// The whole road, the image's own failures and the choice of the bundle.
+// A whole install, the image's own failures and the choice of the bundle.
 #include <nlohmann/json.hpp>
 
 #include "Installer/DMGInstallerStory.h"

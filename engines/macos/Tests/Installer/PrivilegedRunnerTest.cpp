@@ -150,5 +150,59 @@ TEST_F(PrivilegedCommands, BlockTheirWorkerUntilTheirEnd) {
   EXPECT_EQ(mac.dispatch.elapsed(), 30s);
 }
 
+TEST(AdminOutcome, IsReadFromTheErrorDictionary) {
+  struct Row {
+    ScriptErrorDictionary error;
+    AdminOutcome outcome;
+    Lines log;
+  };
+  const Lines dismissed{"INFO DMGInstaller: admin authorization dismissed by the user"};
+  const auto failed = [](const std::string& description) {
+    return Lines{"ERROR DMGInstaller: Admin command error: " + description};
+  };
+  const std::string key = AdministratorScript::errorNumberKey;
+  for (const auto& row : std::vector<Row>{
+           {std::nullopt, AdminOutcome::succeeded, {}},
+           {Json{{key, -128}}, AdminOutcome::cancelled, dismissed},
+           {Json{{key, -128.0}}, AdminOutcome::cancelled, dismissed},
+           {Json{{key, -1}}, AdminOutcome::failed, failed(R"({"NSAppleScriptErrorNumber":-1})")},
+           {Json{{key, 1e300}}, AdminOutcome::failed, failed(R"({"NSAppleScriptErrorNumber":1e+300})")},
+           {Json{{key, "-128"}}, AdminOutcome::failed, failed(R"({"NSAppleScriptErrorNumber":"-128"})")},
+           {Json{{key, nullptr}}, AdminOutcome::failed, failed(R"({"NSAppleScriptErrorNumber":null})")},
+           {Json{{"Message", "no"}}, AdminOutcome::failed, failed(R"({"Message":"no"})")},
+           {Json::object(), AdminOutcome::failed, failed("{}")},
+           {Json::array(), AdminOutcome::failed, failed("[]")},
+           {Json{{"Message", "\xff"}}, AdminOutcome::failed, failed("{\"Message\":\"\xEF\xBF\xBD\"}")},
+       }) {
+    SimulatedMachine mac;
+    EXPECT_EQ(adminOutcome(row.error), row.outcome) << row.log.size();
+    EXPECT_EQ(mac.logLines(), row.log);
+  }
+}
+
+TEST(ShellQuoting, MakesOneWordOfAnyPath) {
+  struct Row {
+    std::string path;
+    std::string quoted;
+  };
+  for (const auto& row : {Row{"/Applications/Brenna.app", "'/Applications/Brenna.app'"}, Row{"", "''"},
+                          Row{"/A/Kelo's.app", R"('/A/Kelo'\''s.app')"}, Row{"''", R"(''\'''\''')"},
+                          Row{"/A/$(rm -rf ~)`x`\\\"\n;&&.app", "'/A/$(rm -rf ~)`x`\\\"\n;&&.app'"}}) {
+    EXPECT_EQ(shellQuoted(row.path), row.quoted) << row.path;
+    EXPECT_EQ(shellWords(shellQuoted(row.path)), Lines{row.path}) << row.path;
+  }
+}
+
+TEST(ShellQuoting, LeavesAPlainProgramAsItStands) {
+  EXPECT_EQ(shellProgram("/usr/sbin/chown"), "/usr/sbin/chown");
+  EXPECT_EQ(shellProgram("/my tools/rm"), "'/my tools/rm'");
+  EXPECT_EQ(shellProgram("/tools;x/rm"), "'/tools;x/rm'");
+}
+
+TEST(ShellQuoting, RemovesWithTheMachinesOwnProgram) {
+  SimulatedMachine mac;
+  EXPECT_EQ(removalCommand("/Applications/Kelo's.app"), R"(/bin/rm -rf '/Applications/Kelo'\''s.app')");
+}
+
 }  // namespace
 }  // namespace installer::test

@@ -24,7 +24,7 @@ class OnlinePackageProvider : public PackageProvider {
   void acquirePackage(const AppInfo& app, const std::string& label, ProgressHandler progressHandler,
                       Completion completion) override;
 
-  // Any thread. Doesn't call the completion itself: the end comes by the usual road, as a failure or, when
+  // Any thread. Doesn't call the completion itself: the end comes in the usual way, as a failure or, when
   // the image was complete already, as a success. No transfer starts after it.
   void cancelAcquisition() override;
 

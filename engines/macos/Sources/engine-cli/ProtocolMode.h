@@ -1,4 +1,4 @@
-// The road of graphical shells: a subcommand in, events on standard output, an exit status out.
+// The mode for graphical shells: a subcommand in, events on standard output, an exit status out.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +8,6 @@
 namespace installer {
 
 // `flags` are the arguments without the program's name.
-std::int32_t takeProtocolRoad(const std::vector<std::string>& flags);
+std::int32_t runProtocolMode(const std::vector<std::string>& flags);
 
 }  // namespace installer

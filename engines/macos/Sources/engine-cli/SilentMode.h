@@ -1,4 +1,4 @@
-// The road of unattended runs: a log, a summary in it, and a deterministic exit status.
+// The unattended mode: a log, a summary in it, and a deterministic exit status.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +8,6 @@
 namespace installer {
 
 // `argv` is the whole vector; `flags` is the same without the program's name.
-std::int32_t takeSilentRoad(const std::vector<std::string>& argv, const std::vector<std::string>& flags);
+std::int32_t runSilentMode(const std::vector<std::string>& argv, const std::vector<std::string>& flags);
 
 }  // namespace installer

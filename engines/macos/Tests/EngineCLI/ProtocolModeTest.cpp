@@ -2,7 +2,7 @@
 #include <nlohmann/json.hpp>
 
 #include "EngineCLI/CommandLineFixture.h"
-#include "ProtocolRoad.h"
+#include "ProtocolMode.h"
 
 namespace installer {
 namespace {
@@ -13,7 +13,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-class ProtocolRoad : public test::CommandLineTest {
+class ProtocolMode : public test::CommandLineTest {
  protected:
   void expectRefusal(std::vector<std::string> arguments, const std::string& complaint) {
     machine.streams.forgetOutput();
@@ -35,13 +35,13 @@ constexpr auto kActionComplaint = "--action must be install, update, or uninstal
 constexpr auto kAppsComplaint =
     "Unknown app identifier in --apps. Valid values: brenna, tolvi, rulo, galdivane";
 
-TEST_F(ProtocolRoad, LogsEveryLaunchAFailingOneIncluded) {
+TEST_F(ProtocolMode, LogsEveryLaunchAFailingOneIncluded) {
   EXPECT_EQ(run({}), 3);
   EXPECT_EQ(machine.logLines(),
             (Lines{"INFO engine-cli launching — Kelo Desk Installer Version 14.5 (Build 23F79)"}));
 }
 
-TEST_F(ProtocolRoad, PrintsItsUsageWithoutASubcommand) {
+TEST_F(ProtocolMode, PrintsItsUsageWithoutASubcommand) {
   for (const auto& arguments : std::vector<std::vector<std::string>>{
            {}, {"--offline", "hello"}, {"--help"}, {"--verbose"}, {"--SILENT"}, {"--"}}) {
     const auto before = standardError().size();
@@ -51,24 +51,24 @@ TEST_F(ProtocolRoad, PrintsItsUsageWithoutASubcommand) {
   EXPECT_THAT(machine.streams.events(), IsEmpty());
 }
 
-TEST_F(ProtocolRoad, SurvivesAnEmptyArgumentVector) {
+TEST_F(ProtocolMode, SurvivesAnEmptyArgumentVector) {
   EXPECT_EQ(runEngineCLI({}), 3);
   EXPECT_EQ(standardError(), kUsage);
 }
 
-TEST_F(ProtocolRoad, RefusesAnUnknownSubcommand) {
+TEST_F(ProtocolMode, RefusesAnUnknownSubcommand) {
   for (const char* subcommand : {"HELLO", "help", "-h", "", "Run", "install"}) {
     expectRefusal({subcommand}, std::string{"Unknown subcommand '"} + subcommand +
                                     "'. Valid: hello, run, check-updates, disk-free, export-logs");
   }
 }
 
-TEST_F(ProtocolRoad, ChoosesThePackageSourceBeforeItLooksAtTheSubcommand) {
+TEST_F(ProtocolMode, ChoosesThePackageSourceBeforeItLooksAtTheSubcommand) {
   EXPECT_EQ(run({"frobnicate", "--offline"}), 3);
   EXPECT_THAT(machine.logLines(), Contains("INFO engine-cli: offline mode (--offline flag)"));
 }
 
-TEST_F(ProtocolRoad, RefusesARunWithoutAKnownAction) {
+TEST_F(ProtocolMode, RefusesARunWithoutAKnownAction) {
   expectRefusal({"run"}, kActionComplaint);
   expectRefusal({"run", "--apps", "brenna"}, kActionComplaint);
   expectRefusal({"run", "--action"}, kActionComplaint);
@@ -76,23 +76,23 @@ TEST_F(ProtocolRoad, RefusesARunWithoutAKnownAction) {
   expectRefusal({"run", "--action=install"}, kActionComplaint);
 }
 
-TEST_F(ProtocolRoad, LooksAtTheActionBeforeTheAppsAndReportsItAlone) {
+TEST_F(ProtocolMode, LooksAtTheActionBeforeTheAppsAndReportsItAlone) {
   expectRefusal({"run", "--action", "remove", "--apps", "mozi"}, kActionComplaint);
 }
 
-TEST_F(ProtocolRoad, RefusesARunOfUnknownApps) {
+TEST_F(ProtocolMode, RefusesARunOfUnknownApps) {
   expectRefusal({"run", "--action", "install", "--apps", "mozi"}, kAppsComplaint);
   expectRefusal({"run", "--action", "uninstall", "--apps", " "}, kAppsComplaint);
   expectRefusal({"check-updates", "--apps", "mozi"}, kAppsComplaint);
 }
 
-TEST_F(ProtocolRoad, TakesAnExcludedAppForUnknown) {
+TEST_F(ProtocolMode, TakesAnExcludedAppForUnknown) {
   machine.setConfiguration(R"({"apps": {"rulo": {"primaryBundleIdentifier": "r", "included": false}}})");
   expectRefusal({"run", "--action", "install", "--apps", "rulo"},
                 "Unknown app identifier in --apps. Valid values: brenna, tolvi, galdivane");
 }
 
-TEST_F(ProtocolRoad, NeverListensBeforeTheCommandLineHasProvedValid) {
+TEST_F(ProtocolMode, NeverListensBeforeTheCommandLineHasProvedValid) {
   machine.streams.feedLine(R"({"type": "cancel"})");
   run({"run", "--action", "install", "--apps", "mozi"});
   run({"hello"});
@@ -105,18 +105,18 @@ TEST_F(ProtocolRoad, NeverListensBeforeTheCommandLineHasProvedValid) {
 
 // Each subcommand.
 
-TEST_F(ProtocolRoad, SaysHello) {
+TEST_F(ProtocolMode, SaysHello) {
   EXPECT_EQ(run({"hello"}), 0);
   EXPECT_EQ(transcript(), (Lines{"hello", "done hello 0"}));
   EXPECT_EQ(machine.streams.events("hello").at(0)["mode"], "online");
 }
 
-TEST_F(ProtocolRoad, GoesOfflineOnRequestInAnyCase) {
+TEST_F(ProtocolMode, GoesOfflineOnRequestInAnyCase) {
   EXPECT_EQ(run({"hello", "--OFFLINE"}), 0);
   EXPECT_EQ(machine.streams.events("hello").at(0)["mode"], "offline");
 }
 
-TEST_F(ProtocolRoad, ChecksForUpdatesOfTheAppsGiven) {
+TEST_F(ProtocolMode, ChecksForUpdatesOfTheAppsGiven) {
   EXPECT_EQ(run({"check-updates", "--apps", "rulo,Tolvi"}), 0);
   const auto apps = machine.streams.events("update-check-result").at(0)["apps"];
   EXPECT_EQ(apps.at(0)["id"], "rulo");
@@ -124,13 +124,13 @@ TEST_F(ProtocolRoad, ChecksForUpdatesOfTheAppsGiven) {
   EXPECT_EQ(apps.size(), 2U);
 }
 
-TEST_F(ProtocolRoad, MeasuresTheDisk) {
+TEST_F(ProtocolMode, MeasuresTheDisk) {
   machine.files.addVolume("/Volumes/Data", 5000);
   EXPECT_EQ(run({"disk-free", "--path", "/Volumes/Data"}), 0);
   EXPECT_EQ(machine.streams.events("disk-free-result").at(0)["freeBytes"], 5000);
 }
 
-TEST_F(ProtocolRoad, MeasuresTheFolderOfTheAppsByDefault) {
+TEST_F(ProtocolMode, MeasuresTheFolderOfTheAppsByDefault) {
   for (const auto& arguments : std::vector<std::vector<std::string>>{
            {"disk-free"}, {"disk-free", "--path"}, {"disk-free", "--path", ""}}) {
     machine.streams.forgetOutput();
@@ -139,7 +139,7 @@ TEST_F(ProtocolRoad, MeasuresTheFolderOfTheAppsByDefault) {
   }
 }
 
-TEST_F(ProtocolRoad, ExportsLogs) {
+TEST_F(ProtocolMode, ExportsLogs) {
   EXPECT_EQ(run({"export-logs", "--out", "/Out"}), 0);
   EXPECT_THAT(machine.streams.events("export-logs-result").at(0)["path"].get<std::string>(),
               StartsWith("/Out/KeloDeskInstaller-logs-"));
@@ -149,7 +149,7 @@ TEST_F(ProtocolRoad, ExportsLogs) {
               StartsWith("/Users/tester/KeloDeskInstaller-logs-"));
 }
 
-TEST_F(ProtocolRoad, GivesTheStatusOfTheOperation) {
+TEST_F(ProtocolMode, GivesTheStatusOfTheOperation) {
   machine.programs.on(machine.paths.ditto).exits(1);
   EXPECT_EQ(run({"export-logs"}), 2);
   machine.network.setOffline();
@@ -158,17 +158,17 @@ TEST_F(ProtocolRoad, GivesTheStatusOfTheOperation) {
 
 // What stands in the log file when the process ends, without anybody waiting for the rest.
 
-TEST_F(ProtocolRoad, HasWrittenItsLaunchWhenItEndsWithItsUsage) {
+TEST_F(ProtocolMode, HasWrittenItsLaunchWhenItEndsWithItsUsage) {
   run({});
   EXPECT_THAT(machine.files.read(machine.logFile()), HasSubstr("engine-cli launching"));
 }
 
-TEST_F(ProtocolRoad, HasWrittenItsComplaintWhenItEnds) {
+TEST_F(ProtocolMode, HasWrittenItsComplaintWhenItEnds) {
   run({"frobnicate"});
   EXPECT_THAT(machine.files.read(machine.logFile()), HasSubstr("engine: Unknown subcommand 'frobnicate'"));
 }
 
-TEST_F(ProtocolRoad, HasWrittenItsLogWhenAnOperationEnds) {
+TEST_F(ProtocolMode, HasWrittenItsLogWhenAnOperationEnds) {
   machine.programs.on(machine.paths.ditto).exits(1);
   run({"export-logs"});
   EXPECT_THAT(machine.files.read(machine.logFile()), HasSubstr("exportLogs failed: ditto exited with 1"));

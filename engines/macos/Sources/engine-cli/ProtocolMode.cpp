@@ -1,4 +1,4 @@
-#include "ProtocolRoad.h"
+#include "ProtocolMode.h"
 
 #include <array>
 #include <fmt/format.h>
@@ -111,7 +111,7 @@ std::int32_t dispatch(const Controller& controller, const Args& args) {
 
 }  // namespace
 
-std::int32_t takeProtocolRoad(const std::vector<std::string>& flags) {
+std::int32_t runProtocolMode(const std::vector<std::string>& flags) {
   const Args args{flags};
   if (!args.subcommand) {
     machine().streams.writeError(usage);

@@ -1,4 +1,4 @@
-#include "SilentRoad.h"
+#include "SilentMode.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -47,7 +47,7 @@ std::int32_t refuseArguments(const std::string& complaint) {
 
 }  // namespace
 
-std::int32_t takeSilentRoad(const std::vector<std::string>& argv, const std::vector<std::string>& flags) {
+std::int32_t runSilentMode(const std::vector<std::string>& argv, const std::vector<std::string>& flags) {
   if (holds(flags, "--verbose")) turnOnVerbosity();
   const auto options = RunOptions::parse(argv);
   if (!options) return refuseArguments(options.error().description);

@@ -2,7 +2,7 @@
 #include <nlohmann/json.hpp>
 
 #include "EngineCLI/CommandLineFixture.h"
-#include "SilentRoad.h"
+#include "SilentMode.h"
 #include "Utils/RunOptions.h"
 
 namespace installer {
@@ -18,9 +18,9 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-class SilentRoad : public test::CommandLineTest {};
+class SilentMode : public test::CommandLineTest {};
 
-TEST_F(SilentRoad, WinsOverAnySubcommand) {
+TEST_F(SilentMode, WinsOverAnySubcommand) {
   for (const auto& arguments : std::vector<std::vector<std::string>>{
            {"--silent"}, {"hello", "--silent"}, {"run", "--action", "install", "--silent"}}) {
     machine.network.setOffline();
@@ -29,12 +29,12 @@ TEST_F(SilentRoad, WinsOverAnySubcommand) {
   EXPECT_THAT(machine.streams.events(), IsEmpty());
 }
 
-TEST_F(SilentRoad, IsTakenForTheExactWordOnly) {
+TEST_F(SilentMode, IsTakenForTheExactWordOnly) {
   EXPECT_EQ(run({"--SILENT"}), 3);
   EXPECT_THAT(standardError(), StartsWith("Usage: engine-cli <hello"));
 }
 
-TEST_F(SilentRoad, RefusesABadCommandLine) {
+TEST_F(SilentMode, RefusesABadCommandLine) {
   EXPECT_EQ(run({"--silent", "--mode", "x"}), 3);
   const std::string complaint = "Unknown --mode value 'x'. Valid values: install, uninstall";
   EXPECT_EQ(standardError(), "Error: " + complaint + "\n\n" + std::string{RunOptions::usageHint} + "\n");
@@ -43,52 +43,52 @@ TEST_F(SilentRoad, RefusesABadCommandLine) {
   EXPECT_TRUE(machine.streams.events().empty());
 }
 
-TEST_F(SilentRoad, StaysSilentUnlessVerbose) {
+TEST_F(SilentMode, StaysSilentUnlessVerbose) {
   addInstalled(brenna, "1.0");
   EXPECT_EQ(run({"--silent", "--mode", "uninstall", "--apps", "brenna"}), 0);
   EXPECT_TRUE(standardError().empty());
   EXPECT_TRUE(machine.streams.events().empty());
 }
 
-TEST_F(SilentRoad, EchoesTheLogWhenVerbose) {
+TEST_F(SilentMode, EchoesTheLogWhenVerbose) {
   addInstalled(brenna, "1.0");
   EXPECT_EQ(run({"--silent", "--verbose", "--mode", "uninstall", "--apps", "brenna"}), 0);
   EXPECT_THAT(standardError(), HasSubstr("Kelo Desk Apps Installer — verbose mode\n"));
   EXPECT_THAT(standardError(), HasSubstr("] --- SILENT RUN SUMMARY action=uninstall exit_code=0 ---\n"));
 }
 
-TEST_F(SilentRoad, WritesItsBannerForABadCommandLineToo) {
+TEST_F(SilentMode, WritesItsBannerForABadCommandLineToo) {
   EXPECT_EQ(run({"--silent", "--verbose", "--mode"}), 3);
   EXPECT_THAT(standardError(), StartsWith("Kelo Desk Apps Installer — verbose mode\n"));
   EXPECT_THAT(standardError(), HasSubstr("Error: --mode requires a value: install | uninstall\n\nUsage: "));
 }
 
-TEST_F(SilentRoad, WritesNoBannerForAnotherSpelling) {
+TEST_F(SilentMode, WritesNoBannerForAnotherSpelling) {
   EXPECT_EQ(run({"--silent", "--Verbose", "--mode"}), 3);
   EXPECT_THAT(standardError(), Not(HasSubstr("verbose mode")));
 }
 
-TEST_F(SilentRoad, GoesOfflineOnRequestInThatSpellingOnly) {
+TEST_F(SilentMode, GoesOfflineOnRequestInThatSpellingOnly) {
   machine.network.setOffline();
   EXPECT_EQ(run({"--silent", "--offline"}), 2);
   EXPECT_EQ(run({"--silent", "--OFFLINE"}), 5);
 }
 
-TEST_F(SilentRoad, NamesTheFlagAlsoWhenOnlyThePackagesTookItOffline) {
+TEST_F(SilentMode, NamesTheFlagAlsoWhenOnlyThePackagesTookItOffline) {
   addBesideInstaller(brenna, "2.0");
   EXPECT_EQ(run({"--silent", "--apps", "brenna"}), 0);
   EXPECT_THAT(machine.logLines("offline mode"),
               ::testing::ElementsAre("INFO engine-cli: offline mode (--offline flag)"));
 }
 
-TEST_F(SilentRoad, GivesTheStatusOfTheRun) {
+TEST_F(SilentMode, GivesTheStatusOfTheRun) {
   addBesideInstaller(brenna, "2.0");
   EXPECT_EQ(run({"--silent", "--apps", "brenna,tolvi"}), 1);
   EXPECT_EQ(run({"--silent", "--apps", "brenna,tolvi", "--strict", "true"}), 2);
   EXPECT_THAT(machine.files.read(machine.logFile()), HasSubstr("--- END SUMMARY ---"));
 }
 
-TEST_F(SilentRoad, EndsTheAppAtWorkWholeUponATerminationRequest) {
+TEST_F(SilentMode, EndsTheAppAtWorkWholeUponATerminationRequest) {
   addBesideInstaller(brenna, "2.0");
   addBesideInstaller(tolvi, "2.0");
   machine.programs.on(machine.paths.codesign).takes(10s);
@@ -108,7 +108,7 @@ TEST_F(SilentRoad, EndsTheAppAtWorkWholeUponATerminationRequest) {
              "INFO   app=\"Kelo Tolvi\" status=failed detail=\"cancelled\"", "INFO --- END SUMMARY ---"}));
 }
 
-TEST_F(SilentRoad, EndsARemovalWholeUponATerminationRequestAndStopsBeforeTheNext) {
+TEST_F(SilentMode, EndsARemovalWholeUponATerminationRequestAndStopsBeforeTheNext) {
   addInstalled(brenna, "1.0");
   addInstalled(tolvi, "1.0");
   machine.runningApps.launch(app(brenna).installerBundleIdentifier, "Brenna", 4711,
@@ -126,7 +126,7 @@ TEST_F(SilentRoad, EndsARemovalWholeUponATerminationRequestAndStopsBeforeTheNext
              "INFO   app=\"Kelo Rulo\" status=failed detail=\"cancelled\"", "INFO --- END SUMMARY ---"}));
 }
 
-TEST_F(SilentRoad, IsEndedAtOnceByASecondTerminationRequest) {
+TEST_F(SilentMode, IsEndedAtOnceByASecondTerminationRequest) {
   addBesideInstaller(brenna, "2.0");
   machine.programs.on(machine.paths.codesign).takes(10s);
   machine.signals.requestTerminationAt(5s);
@@ -135,7 +135,7 @@ TEST_F(SilentRoad, IsEndedAtOnceByASecondTerminationRequest) {
   EXPECT_TRUE(machine.signals.endedAtOnce());
 }
 
-TEST_F(SilentRoad, NeverReadsStandardInput) {
+TEST_F(SilentMode, NeverReadsStandardInput) {
   addBesideInstaller(brenna, "2.0");
   machine.streams.feedLine(R"({"type": "cancel"})");
   EXPECT_EQ(run({"--silent", "--apps", "brenna"}), 0);

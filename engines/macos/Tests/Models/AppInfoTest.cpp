@@ -28,5 +28,15 @@ TEST(AppIdentifier, IsMatchedExactlyAndCaseSensitively) {
   }
 }
 
+TEST(IdentifierList, NamesAppsInTheirOrder) {
+  AppInfo rulo;
+  rulo.id = AppIdentifier::rulo;
+  AppInfo brenna;
+  brenna.id = AppIdentifier::brenna;
+  EXPECT_EQ(identifierList({}), "");
+  EXPECT_EQ(identifierList({rulo}), "rulo");
+  EXPECT_EQ(identifierList({rulo, brenna, rulo}), "rulo, brenna, rulo");
+}
+
 }  // namespace
 }  // namespace installer
