@@ -11,8 +11,18 @@ namespace {
 
 using Options = std::map<std::string, std::string>;
 
+const std::map<std::string, PublishArguments::Command> kCommands{
+    {"publish", PublishArguments::Command::publish},
+    {"rollback", PublishArguments::Command::rollback},
+    {"withdraw", PublishArguments::Command::withdraw},
+    {"list", PublishArguments::Command::list},
+    {"verify", PublishArguments::Command::verify}};
+
 constexpr const char* kUsage =
     R"(lab-publish publish --tree DIR --app ID --version V --arch ARCH --image X.dmg [options]
+lab-publish rollback --tree DIR --app ID --version V --arch ARCH [options]
+lab-publish withdraw --tree DIR --app ID --version V --arch ARCH [options]
+lab-publish list --tree DIR [--app ID] [options]
 lab-publish verify --tree DIR [options]
 lab-publish installer --help    the bundle of a release, signed, packed and listed
 lab-publish probe --help        asks a live server for what the engine needs of it
@@ -29,6 +39,7 @@ publish puts a disk image where the engine looks for it, with the metadata that 
   --notes FILE       release notes, a JSON file that the engine can read
   --alternate URL    a second place of the same image, https on a trusted host
   --destination NAME the image's name in the folder, instead of ID-V.dmg
+  --team TEAM        image and app have to be signed by this team; for publish, rollback and verify
   --configuration F  the build's installer_config.json: its names, trusted hosts and bundle identifiers
   --distribution-root NAME, --apps-root NAME, --flavour NAME, --release NAME
                      single names of the build, instead of those in its configuration
@@ -38,6 +49,11 @@ The image has to hold the app ID in version V.
 The new package is made ready in a hidden folder beside the old one, and takes its place in one step: whoever
 reads the tree finds the old package or the new one, also when this program is killed. Images that were published
 before stay, and are never changed: downloads of them may be under way.
+
+list prints what is on offer, and which other images are there. rollback puts one of those on offer again, after the
+checks of publish; it doesn't bring back release notes (--notes does), and a newer copy on a machine stays as it is.
+withdraw removes one of them, in one step. It refuses the image on offer: without metadata, every installer in the field would
+take its source for retired. Roll back first.
 
 verify reads every package in the tree as the engine would, looks into its image, and reports what is wrong with it: also
 a folder without metadata, one that the web server's user can't enter, and an app that has another version, or
@@ -94,12 +110,15 @@ OrReason<> takePackage(Options& options, PublishArguments& arguments) {
   arguments.app = take(options, "app").value_or("");
   arguments.version = take(options, "version").value_or("");
   arguments.arch = take(options, "arch").value_or("");
-  arguments.image = take(options, "image").value_or("");
   arguments.destination =
       take(options, "destination").value_or(fmt::format("{}-{}.dmg", arguments.app, arguments.version));
-  arguments.notes = take(options, "notes");
-  arguments.alternateURL = take(options, "alternate");
-  if (arguments.image.empty()) return because("--image is missing");
+  if (arguments.command != PublishArguments::Command::withdraw) {
+    arguments.notes = take(options, "notes");
+    arguments.alternateURL = take(options, "alternate");
+  }
+  const bool takesImage = arguments.command == PublishArguments::Command::publish;
+  if (takesImage) arguments.image = take(options, "image").value_or("");
+  if (takesImage && arguments.image.empty()) return because("--image is missing");
   for (const auto& checked :
        {checkApp(arguments.app), checkVersion(arguments.version), checkArch(arguments.arch),
         checkPathComponent("--destination", arguments.destination), checkAlternate(arguments)}) {
@@ -118,17 +137,19 @@ OrReason<PublishArguments> parsePublishArguments(const std::vector<std::string>&
   PublishArguments arguments;
   const auto asksForHelp = [](const std::string& word) { return word == "--help" || word == "-h"; };
   if (std::ranges::any_of(words, asksForHelp)) return arguments;
-  if (words.empty() || (words[0] != "publish" && words[0] != "verify")) {
-    return because("say publish or verify; see --help");
-  }
+  const auto command = words.empty() ? kCommands.end() : kCommands.find(words[0]);
+  if (command == kCommands.end())
+    return because("say publish, rollback, withdraw, list or verify; see --help");
   auto options = readOptions(words);
   if (!options) return std::unexpected(options.error());
-  arguments.command =
-      words[0] == "publish" ? PublishArguments::Command::publish : PublishArguments::Command::verify;
+  arguments.command = command->second;
   arguments.tree = take(*options, "tree").value_or("");
   if (arguments.tree.empty()) return because("--tree is missing");
   if (auto taken = takeConfiguration(*options, arguments); !taken) return std::unexpected(taken.error());
-  if (arguments.command == PublishArguments::Command::publish) {
+  using enum PublishArguments::Command;
+  if (arguments.command != list && arguments.command != withdraw) arguments.team = take(*options, "team");
+  if (arguments.command == list) arguments.app = take(*options, "app").value_or("");
+  if (arguments.command != list && arguments.command != verify) {
     if (auto taken = takePackage(*options, arguments); !taken) return std::unexpected(taken.error());
   }
   if (!options->empty()) return because("--{} isn't understood; see --help", options->begin()->first);

@@ -12,14 +12,16 @@
 namespace lab {
 
 struct PublishArguments {
-  enum class Command { help, publish, verify };
+  enum class Command { help, publish, rollback, withdraw, list, verify };
 
   Command command = Command::help;
   std::filesystem::path tree;
   Configuration configuration;
   bool isConfigured = false;  // a configuration or a name of it was given
 
-  // Of `publish`.
+  std::optional<std::string> team;  // whose signatures `publish`, `rollback` and `verify` demand
+
+  // Of a package: `publish`, `rollback`, `withdraw`; the app also of `list`, where empty stands for all.
   std::string app;
   std::string version;
   std::string arch;

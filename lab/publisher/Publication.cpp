@@ -4,6 +4,7 @@
 
 #include "Models/ReleaseNotes.h"
 #include "publisher/Image.h"
+#include "publisher/Signatures.h"
 #include "publisher/StagedFolder.h"
 #include "support/Files.h"
 
@@ -62,6 +63,10 @@ OrReason<fs::path> publish(const PublishArguments& arguments) {
   const auto& identifier = arguments.configuration.bundleIdentifiers.at(arguments.app);
   if (auto held = checkBundle(arguments.image, identifier, arguments.version); !held) {
     return std::unexpected(held.error());
+  }
+  if (arguments.team) {
+    if (auto held = checkSignatures(arguments.image, *arguments.team); !held)
+      return std::unexpected(held.error());
   }
   const auto notes = readNotes(arguments.notes);
   if (!notes) return std::unexpected(notes.error());

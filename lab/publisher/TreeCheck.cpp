@@ -9,6 +9,7 @@
 #include "Models/PackageMeta.h"
 #include "Models/ReleaseNotes.h"
 #include "publisher/Image.h"
+#include "publisher/Signatures.h"
 #include "support/Files.h"
 
 namespace lab {
@@ -173,7 +174,8 @@ OrReason<std::string> TreeCheck::checkPackage(const Paths& paths) {
   for (const auto& checked :
        {compare(*meta, *facts),
         checkBundle(image, arguments_.configuration.bundleIdentifiers.at(layout->service), *meta->version),
-        checkNotes(folder / CDNLayout::releaseNotesFileName)}) {
+        checkNotes(folder / CDNLayout::releaseNotesFileName),
+        arguments_.team ? checkSignatures(image, *arguments_.team) : OrReason<>{}}) {
     if (!checked) return std::unexpected(checked.error());
   }
   for (const auto& file : fs::directory_iterator{folder}) {

@@ -10,6 +10,7 @@
 #include "publisher/Arguments.h"
 #include "publisher/Publication.h"
 #include "publisher/TreeCheck.h"
+#include "publisher/Versions.h"
 
 namespace {
 
@@ -29,10 +30,16 @@ int runVerify(const lab::PublishArguments& arguments) {
   return report->problems.empty() ? 0 : 1;
 }
 
-int runPublish(const lab::PublishArguments& arguments) {
-  const auto folder = lab::publish(arguments);
-  if (!folder) return failed(folder.error());
-  fmt::print("{}\n", folder->string());
+int runList(const lab::PublishArguments& arguments) {
+  const auto lines = lab::listVersions(arguments);
+  if (!lines) return failed(lines.error());
+  for (const auto& line : *lines) fmt::print("{}\n", line);
+  return 0;
+}
+
+int printed(const lab::OrReason<std::filesystem::path>& place) {
+  if (!place) return failed(place.error());
+  fmt::print("{}\n", place->string());
   return 0;
 }
 
@@ -57,7 +64,10 @@ int main(int argc, char** argv) {
   if (!arguments) return failed(arguments.error(), kUsageStatus);
   switch (arguments->command) {
     case lab::PublishArguments::Command::help: std::fputs(lab::publishUsage(), stdout); return 0;
-    case lab::PublishArguments::Command::publish: return runPublish(*arguments);
+    case lab::PublishArguments::Command::publish: return printed(lab::publish(*arguments));
+    case lab::PublishArguments::Command::rollback: return printed(lab::rollBack(*arguments));
+    case lab::PublishArguments::Command::withdraw: return printed(lab::withdraw(*arguments));
+    case lab::PublishArguments::Command::list: return runList(*arguments);
     case lab::PublishArguments::Command::verify: return runVerify(*arguments);
   }
 }

@@ -7,6 +7,7 @@ import hashlib
 import json
 import os
 import platform
+import shutil
 import struct
 import subprocess
 from pathlib import Path
@@ -16,6 +17,7 @@ import pytest
 BUILD = Path(os.environ.get("KELO_BUILD", Path(__file__).resolve().parents[4] / "build" / "dev"))
 PUBLISH = BUILD / "lab" / "bin" / "lab-publish"
 FIXTURE = BUILD / "lab" / "bin" / "lab-fixture"
+SIGN = BUILD / "lab" / "bin" / "lab-sign"
 FOLDER = Path("desksuite/apps/default/brenna/mac/universal/dmg/latest")
 
 
@@ -422,3 +424,117 @@ def test_helps(tmp_path):
     again = subprocess.run([PUBLISH, "publish", "--tree", tmp_path, "--help"], capture_output=True, text=True, check=False)
     assert again.stdout == done.stdout
     assert subprocess.run([PUBLISH], capture_output=True, check=False).returncode == 64
+
+
+def tool(command, tree, *options, program=PUBLISH, **changes):
+    """rollback and withdraw of Brenna 2.1, or list."""
+    package = {} if command == "list" else {"app": "brenna", "version": "2.1", "arch": "universal", **changes}
+    words = [word for name, value in package.items() for word in (f"--{name}", value)]
+    return subprocess.run([program, command, "--tree", tree, *words, *options], capture_output=True, text=True, check=False)
+
+
+@pytest.fixture
+def two_versions(tmp_path, image, newer):
+    tree = tmp_path / "tree"
+    assert publish(tree, image).returncode == publish(tree, newer, version="2.2").returncode == 0
+    return tree
+
+
+def test_lists_what_is_on_offer_and_what_else_is_there(two_versions, image):
+    assert publish(two_versions, image, app="brenna", arch="arm64").returncode == 0
+    assert tool("list", two_versions).stdout.splitlines() == [
+        "brenna arm64: 2.1 in brenna-2.1.dmg; other images: none",
+        "brenna universal: 2.2 in brenna-2.2.dmg; other images: brenna-2.1.dmg"]
+    none = tool("list", two_versions, "--app", "rulo")
+    assert (none.returncode, none.stdout) == (1, "") and "holds no such package" in none.stderr
+
+
+def test_rolls_back_to_an_image_that_is_there(two_versions):
+    done = tool("rollback", two_versions)
+    assert (done.returncode, done.stdout) == (0, f"{two_versions / FOLDER}\n"), done.stderr
+    assert json.loads((two_versions / FOLDER / "meta.json").read_text())["version"] == "2.1"
+    assert tool("list", two_versions).stdout == "brenna universal: 2.1 in brenna-2.1.dmg; other images: brenna-2.2.dmg\n"
+    assert verify(two_versions).returncode == 0
+    assert "there is no brenna-1.9.dmg" in tool("rollback", two_versions, version="1.9").stderr
+
+
+def test_does_not_roll_back_to_an_image_that_was_damaged_meanwhile(two_versions):
+    image = two_versions / FOLDER / "brenna-2.1.dmg"
+    content = bytearray(image.read_bytes())
+    content[len(content) // 2] ^= 1
+    image.write_bytes(content)
+    assert tool("rollback", two_versions).returncode == 1
+    assert json.loads((two_versions / FOLDER / "meta.json").read_text())["version"] == "2.2"
+
+
+def test_withdraws_an_image_that_is_not_on_offer(two_versions):
+    before = (two_versions / FOLDER / "meta.json").read_text()
+    done = tool("withdraw", two_versions)
+    assert (done.returncode, done.stdout) == (0, f"{two_versions / FOLDER / 'brenna-2.1.dmg'}\n"), done.stderr
+    assert sorted(path.name for path in (two_versions / FOLDER).iterdir()) == ["brenna-2.2.dmg", "meta.json"]
+    assert (two_versions / FOLDER / "meta.json").read_text() == before and verify(two_versions).returncode == 0
+    again = tool("withdraw", two_versions)
+    assert again.returncode == 1 and "there is no brenna-2.1.dmg" in again.stderr
+
+
+def test_does_not_withdraw_what_is_on_offer(two_versions):
+    done = tool("withdraw", two_versions, version="2.2")
+    assert done.returncode == 1 and "is on offer; publish another version or roll back first" in done.stderr
+    assert (two_versions / FOLDER / "brenna-2.2.dmg").exists() and verify(two_versions).returncode == 0
+
+
+@pytest.fixture(scope="module")
+def team(tmp_path_factory):
+    """An authority, and lab-publish beside a file that names it."""
+    folder = tmp_path_factory.mktemp("team")
+    subprocess.run([SIGN, "make-authority", folder / "authority", "--team", "QX7M4R2V9D"], check=True, capture_output=True)
+    (folder / "linux_host.json").write_text(json.dumps({"testAuthority": str(folder / "authority/root.pem")}))
+    shutil.copy(PUBLISH, folder)
+    return folder
+
+
+def signed_image(team, folder, bundle=("--authority",), image=("--authority",)):
+    """An image of Brenna 2.1; bundle and image signed with these options, or not at all."""
+    subprocess.run([FIXTURE, "app", "--app", "brenna", "--version", "2.1", "--output", folder / "volume"], check=True, capture_output=True)
+    for options, made in ((bundle, folder / "volume/Brenna.app"), (image, folder / "brenna.dmg")):
+        if made.suffix == ".dmg":
+            subprocess.run([PUBLISH.with_name("lab-diskimage"), "--volume-name", "Kelo Brenna", folder / "volume", made], check=True)
+        if options:
+            subprocess.run([SIGN, "sign", "--authority", team / "authority", *options[1:], made], check=True)
+    return folder / "brenna.dmg"
+
+
+@pytest.mark.parametrize("bundle, image, said", [
+    (("",), ("",), None), ((), ("",), "Brenna.app"), (("",), (), "brenna-2.1.dmg"),
+    (("", "--variant", "wrong-team"), ("",), "Brenna.app isn't signed by the expected team"),
+    (("",), ("", "--variant", "wrong-team"), "brenna-2.1.dmg isn't signed by the expected team"),
+    (("", "--variant", "self-signed"), ("",), "the signature of Brenna.app")])
+def test_verifies_signatures_when_a_team_is_expected(team, tmp_path, bundle, image, said):
+    made = signed_image(team, tmp_path, bundle, image)
+    assert publish(tmp_path / "tree", made).returncode == 0  # no team is demanded
+    with_team = ("--team", "QX7M4R2V9D")
+    checked = subprocess.run([team / "lab-publish", "verify", "--tree", tmp_path / "tree", *with_team], capture_output=True,
+                             text=True, check=False)
+    offered = subprocess.run([team / "lab-publish", "publish", "--tree", tmp_path / "strict", "--app", "brenna", "--version", "2.1",
+                              "--arch", "universal", "--image", made, *with_team], capture_output=True, text=True, check=False)
+    again = tool("rollback", tmp_path / "tree", *with_team, program=team / "lab-publish")
+    assert [checked.returncode, offered.returncode, again.returncode] == [int(bool(said))] * 3, (checked.stderr, offered.stderr)
+    if said:
+        assert said in checked.stderr
+        assert not (tmp_path / "strict" / FOLDER / "meta.json").exists()
+
+
+def test_believes_no_authority_that_the_machine_does_not_name(team, tmp_path):
+    assert publish(tmp_path / "tree", signed_image(team, tmp_path)).returncode == 0
+    done = verify(tmp_path / "tree", "--team", "QX7M4R2V9D")
+    assert done.returncode == 1 and "the signature of brenna-2.1.dmg" in done.stderr
+    for team_identifier in ('X" or true', 'X" or identifier "a'):
+        assert "is no team identifier" in verify(tmp_path / "tree", "--team", team_identifier).stderr
+
+
+def test_leaves_no_scratch_folder(team, tmp_path):
+    assert publish(tmp_path / "tree", signed_image(team, tmp_path)).returncode == 0
+    (tmp_path / "tmp").mkdir()
+    done = subprocess.run([team / "lab-publish", "verify", "--tree", tmp_path / "tree", "--team", "QX7M4R2V9D"], check=False,
+                          env={**os.environ, "TMPDIR": str(tmp_path / "tmp")}, capture_output=True)
+    assert (done.returncode, list((tmp_path / "tmp").iterdir())) == (0, [])
