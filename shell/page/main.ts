@@ -18,6 +18,7 @@ const dialog = document.getElementById('dialog') as HTMLDialogElement;
 // How often a lost stream is taken up again before the person hears of it, and how long to wait before each time.
 const attempts = 4;
 const pauseMilliseconds = 500;
+const linesKept = 8;
 
 // What a reload keeps. The address, and with it this storage, is another one for each start of the server.
 const kept = sessionStorage;
@@ -88,7 +89,12 @@ function body(): View[] {
 function announce(before: UI): void {
   if (before.state === ui.state || before.connection !== 'connected') return;
   const text = announcement(before, ui);
-  if (text) live.textContent = text;
+  if (!text) return;
+  // A line of its own for each: one that took another's place within the same moment would never be heard.
+  const line = document.createElement('p');
+  line.textContent = text;
+  live.append(line);
+  if (live.children.length > linesKept) live.firstElementChild?.remove();
 }
 
 // The control that was pressed may be gone with its screen: the new screen's heading takes the focus.

@@ -25,6 +25,9 @@ export function hello(change: Partial<HelloEvent> = {}): Event[] {
   return [{ ...event, ...change }, done!];
 }
 
+// An event that doesn't come fails the test instead of hanging it. Never a measure of speed.
+const soon = (emitter: EventEmitter, name: string) => once(emitter, name, { signal: AbortSignal.timeout(30_000) });
+
 // One process of the engine.
 export class Part {
   private readonly heard = new EventEmitter();
@@ -40,12 +43,12 @@ export class Part {
   }
 
   async input(): Promise<string> {
-    while (this.inputs.length === 0) await once(this.heard, 'heard');
+    while (this.inputs.length === 0) await soon(this.heard, 'heard');
     return this.inputs.shift()!;
   }
 
   async signal(): Promise<string> {
-    while (this.signals.length === 0) await once(this.heard, 'heard');
+    while (this.signals.length === 0) await soon(this.heard, 'heard');
     return this.signals[0]!;
   }
 
@@ -85,6 +88,7 @@ export class Stage {
   private readonly server: Server;
   private readonly entered = new EventEmitter();
   private readonly waiting: Part[] = [];
+  private readonly playing = new Set<Part>();
 
   constructor() {
     const path = join(this.folder, 'socket');
@@ -100,11 +104,13 @@ export class Stage {
     for (;;) {
       const found = this.waiting.findIndex((part) => part.words[0] === command);
       if (found >= 0) return this.waiting.splice(found, 1)[0]!;
-      await once(this.entered, 'entered');
+      await soon(this.entered, 'entered');
     }
   }
 
+  // Ends what still plays.
   close(): void {
+    for (const part of this.playing) part.die();
     this.server.close();
     rmSync(this.folder, { recursive: true });
   }
@@ -117,9 +123,11 @@ export class Stage {
       if (part) part.take(told);
       else part = this.meet(new Part(socket, told.words, told.pid));
     });
+    socket.on('close', () => part && this.playing.delete(part));
   }
 
   private meet(part: Part): Part {
+    this.playing.add(part);
     this.commandLines.push(part.words);
     const answer = this.answers[part.words[0]!];
     if (answer) part.end(...answer);

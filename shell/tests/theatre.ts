@@ -26,8 +26,8 @@ export async function openTheatre(program?: string): Promise<Theatre> {
   return {
     stage, session, address, token: address.hash.replace('#token=', ''),
     async close() {
-      await server.close();
       stage.close();
+      await server.close();
     },
   };
 }

@@ -4,7 +4,7 @@ import type { App, AppState } from '../../client/src/state.js';
 import { h, type View } from '../dom.js';
 
 export function card(id: App, state: string | false, ...parts: View[]): View {
-  return h('li', { key: id, class: state ? `app ${state}` : 'app' }, ...parts);
+  return h('li', { key: id, 'data-app': id, class: state ? `app ${state}` : 'app' }, ...parts);
 }
 
 // The first letter of the app's own name, without the maker's.

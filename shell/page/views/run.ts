@@ -63,18 +63,26 @@ function progress(percent: number | undefined, name: string): View {
   return h('progress', { key: value === undefined ? 'open' : 'measured', max: 100, value, 'aria-label': name });
 }
 
-export function conditionText(app: RunApp, run: RunState, { words, state }: UI): string {
+export function conditionText(app: RunApp, run: RunState, ui: UI): string {
+  const { words, state } = ui;
   switch (app.condition) {
     case 'waiting': return words.say('waiting');
     case 'cancelling': return words.say('cancelling');
     case 'working': return workText(app, words);
     case 'cancelled': return words.status('cancelled');
     case 'untouched': return words.say('diedUntouched');
-    case 'unknown': return words.say('diedUnknown');
+    case 'unknown': return `${words.say('diedUnknown')} ${whatIsThere(app, ui)}`.trim();
     case 'failed': return words.failure(app.errorCode ?? '', run.action, isOffline(state)).text;
     case 'skipped': return app.errorCode ? words.failure(app.errorCode, run.action, isOffline(state)).text : words.say('alreadyCurrent');
     case 'succeeded': return words.status(app.status ?? '');
   }
+}
+
+// Known once `hello` has answered after the run.
+function whatIsThere({ id }: RunApp, { words, state }: UI): string {
+  const app = state.apps.find((known) => known.id === id);
+  if (!app || state.helloNeeded) return '';
+  return app.installedVersion ? `${words.say('installedVersion', { version: app.installedVersion })}.` : `${words.say('notInstalled')}.`;
 }
 
 function workText({ stage, retrying, bytes }: RunApp, words: Words): string {

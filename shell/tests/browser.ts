@@ -1,0 +1,131 @@
+// Debian's Chromium without a window, and what is looked at in every state of the page.
+
+import axe from 'axe-core';
+import assert from 'node:assert/strict';
+import { existsSync, mkdirSync } from 'node:fs';
+import { join } from 'node:path';
+import puppeteer, { type Browser, type Page } from 'puppeteer-core';
+import { project } from './stage.js';
+
+const chromium = '/usr/bin/chromium';
+const pictures = join(project, 'build/shell/pictures');
+const usual = { width: 820, height: 760 };
+// How long a state may take to come before the test has failed. Never a measure of speed.
+const patience = 20_000;
+// A 1280-pixel screen at 400 %, and what phones have.
+const narrow = { width: 320, height: 640 };
+
+export function launch(): Promise<Browser> {
+  assert.ok(existsSync(chromium), `${chromium} is missing; as root run: apt-get install chromium fonts-inter (./dev test does)`);
+  mkdirSync(pictures, { recursive: true });
+  // Root has no sandbox in Chromium.
+  const args = process.getuid?.() === 0 ? ['--no-sandbox'] : [];
+  return puppeteer.launch({ executablePath: chromium, args: [...args, '--disable-dev-shm-usage'] });
+}
+
+// A page in a context of its own, in English. An error in the page's script or policy fails the test that closes it.
+export class Visit {
+  readonly errors: string[] = [];
+
+  private constructor(readonly page: Page) {
+    page.on('pageerror', (error) => this.errors.push(String(error)));
+    page.on('console', (message) => {
+      if (message.type() === 'error') this.errors.push(message.text());
+    });
+  }
+
+  static async pay(browser: Browser, address: URL, languages = ['en-GB']): Promise<Visit> {
+    const context = await browser.createBrowserContext();
+    const visit = new Visit(await context.newPage());
+    await visit.page.evaluateOnNewDocument((tags) => Object.defineProperty(navigator, 'languages', { get: () => tags }), languages);
+    visit.page.setDefaultTimeout(patience);
+    await visit.page.setViewport(usual);
+    await visit.page.goto(address.href);
+    return visit;
+  }
+
+  async end(): Promise<void> {
+    await this.page.browserContext().close();
+    assert.deepEqual(this.errors, []);
+  }
+
+  // Waits until the element's text has all these.
+  async reads(selector: string, ...parts: string[]): Promise<void> {
+    await this.page.waitForFunction(
+      (css, wanted) => wanted.every((part) => document.querySelector(css)?.textContent?.includes(part)), {}, selector, parts,
+    ).catch(async () => assert.fail(`${selector} doesn't read ${parts.join(', ')} but: ${await this.text(selector)}`));
+  }
+
+  async text(selector: string): Promise<string> {
+    return this.page.evaluate((css) => document.querySelector(css)?.textContent ?? 'nothing', selector);
+  }
+
+  texts(selector: string): Promise<string[]> {
+    return this.page.$$eval(selector, (elements) => elements.map((element) => element.textContent ?? ''));
+  }
+
+  // By its role and accessible name, as a screen reader finds it.
+  async press(name: string, role = 'button'): Promise<void> {
+    await this.page.locator(`::-p-aria([name="${name}"][role="${role}"])`).click();
+  }
+
+  async has(name: string, role = 'button'): Promise<boolean> {
+    return (await this.page.$(`::-p-aria([name="${name}"][role="${role}"])`)) !== null;
+  }
+
+  // Presses Tab until what has the focus has this name; each stop on the way shows where it is.
+  async tabTo(name: string): Promise<void> {
+    const passed: string[] = [];
+    while (passed.length < 40) {
+      await this.page.keyboard.press('Tab');
+      passed.push(await this.focused());
+      assert.ok(await this.focusIsVisible(), passed.at(-1));
+      if (passed.at(-1) === name) return;
+    }
+    assert.fail(`Tab doesn't reach ${name}, but: ${passed.join(', ')}`);
+  }
+
+  async focused(): Promise<string> {
+    const nodes = [await this.page.accessibility.snapshot()];
+    for (let node = nodes.pop(); node; node = nodes.pop()) {
+      if (node.focused && node.role !== 'RootWebArea') return node.name ?? '';
+      nodes.push(...(node.children ?? []));
+    }
+    return '';
+  }
+
+  private focusIsVisible(): Promise<boolean> {
+    return this.page.evaluate(() => document.activeElement === document.body || getComputedStyle(document.activeElement!).outlineStyle !== 'none');
+  }
+
+  async acceptTerms(): Promise<void> {
+    await this.press('I have read this and agree', 'checkbox');
+    await this.press('Continue');
+    await this.reads('h2', 'Choose');
+  }
+
+  // Both themes without a violation, a narrow window without anything cut off, and a picture of each.
+  async look(name: string): Promise<void> {
+    for (const theme of ['light', 'dark']) {
+      await this.page.emulateMediaFeatures([{ name: 'prefers-color-scheme', value: theme }, { name: 'prefers-reduced-motion', value: 'reduce' }]);
+      await this.expectAccessible(`${name}, ${theme}`);
+      await this.page.screenshot({ path: join(pictures, `${name}-${theme}.png`) as `${string}.png` });
+    }
+    await this.page.setViewport(narrow);
+    await this.expectNothingCutOff(name);
+    await this.page.screenshot({ path: join(pictures, `${name}-narrow.png`) as `${string}.png` });
+    await this.page.setViewport(usual);
+  }
+
+  private async expectAccessible(state: string): Promise<void> {
+    await this.page.evaluate(axe.source);
+    const { violations } = await this.page.evaluate(() => (window as unknown as { axe: typeof axe }).axe.run());
+    assert.deepEqual(violations.map(({ id, nodes }) => [id, nodes.map((node) => node.html)]), [], state);
+  }
+
+  private async expectNothingCutOff(state: string): Promise<void> {
+    const beyond = await this.page.evaluate(() => [...document.querySelectorAll('#shell *, dialog[open] *')]
+      .filter((element) => element.getBoundingClientRect().right > window.innerWidth + 0.5).map((element) => element.outerHTML.slice(0, 120)));
+    assert.deepEqual(beyond, [], state);
+  }
+}

@@ -1,0 +1,459 @@
+// The page's screens and states, with the engine played by the test.
+
+import assert from 'node:assert/strict';
+import { after, afterEach, before, beforeEach, test } from 'node:test';
+import type { Browser } from 'puppeteer-core';
+import type { CatalogApp } from '../client/src/state.js';
+import { launch, Visit } from './browser.js';
+import { hello, transcript, type Part } from './stage.js';
+import { openTheatre, type Theatre } from './theatre.js';
+
+let browser: Browser;
+let theatre: Theatre;
+let visit: Visit;
+before(async () => { browser = await launch(); });
+after(() => browser.close());
+beforeEach(async () => { theatre = await openTheatre(); });
+afterEach(async () => {
+  await visit.end();
+  await theatre.close();
+});
+
+const rows = hello()[0]!.apps as CatalogApp[];
+const done = (action: string) => ({ v: 1, type: 'done', action, exitCode: 0 });
+const withRows = (change: (row: CatalogApp) => Partial<CatalogApp>, more = {}) => hello({ apps: rows.map((row) => ({ ...row, ...change(row) })), ...more });
+const online = withRows(() => ({ updateAvailable: false, latestVersion: null }), { mode: 'online' });
+const checked = (...apps: object[]): Record<string, unknown>[] => [{ v: 1, type: 'update-check-result', apps }, done('check-updates')];
+const stage = (app: string, name: string) => ({ v: 1, type: 'stage', app, stage: name });
+const progress = (app: string, percent: number, downloadedBytes?: number) => ({
+  v: 1, type: 'progress', app, percent, indeterminate: false, detailCode: 'DOWNLOADING',
+  ...(downloadedBytes === undefined ? {} : { detailArgs: { downloadedBytes, totalBytes: 30_000_000 } }),
+});
+const result = (app: string, status: string, errorCode: string | null = null) => ({
+  v: 1, type: 'app-result', app, status, errorCode, installedPath: null, installedVersion: null,
+});
+const ended = (...results: ReturnType<typeof result>[]) => ({
+  ...done('install'), exitCode: 1,
+  results: results.map(({ v, type, app, status, errorCode }) => ({ v, type, app, status, ...(errorCode ? { errorCode } : {}) })),
+});
+const card = (app: string) => `.app[data-app=${app}]`;
+const retired = { reason: 'source-unavailable', downloadUrl: 'https://www.kelo.example/desk/' };
+
+interface Scene {
+  hello?: ReturnType<typeof hello>;
+  check?: ReturnType<typeof checked>;
+  languages?: string[];
+}
+
+// The page with this installer, before the terms.
+async function arrive(scene: Scene = {}): Promise<void> {
+  theatre.stage.answers.hello = scene.hello ?? hello();
+  if (scene.check) theatre.stage.answers['check-updates'] = scene.check;
+  theatre.session.refresh();
+  visit = await Visit.pay(browser, theatre.address, scene.languages);
+}
+
+async function choosing(scene: Scene = {}): Promise<void> {
+  await arrive(scene);
+  await visit.acceptTerms();
+}
+
+async function installing(...apps: string[]): Promise<Part> {
+  for (const app of apps) await visit.press(app, 'checkbox');
+  await visit.page.click('.bar .primary');
+  const run = await theatre.stage.next('run');
+  await visit.reads('h2', apps.length > 0 ? 'Installing' : 'Updating');
+  return run;
+}
+
+test('what is installed is shown at once, and completed by what is on offer', async () => {
+  await arrive({ hello: online });
+  await visit.acceptTerms();
+  const check = await theatre.stage.next('check-updates');
+  await visit.reads('.title p', 'Checking for updates');
+  await visit.reads(`${card('brenna')} .state`, 'Version 1.0 installed');
+  await visit.reads(`${card('tolvi')} .state`, 'Not installed · about 31.5 MB');
+  check.end(...checked(
+    { id: 'brenna', updateAvailable: true, latestVersion: '2.1', sizeBytes: 40_000_000, requiredBytes: 90_000_000 },
+    { id: 'tolvi', updateAvailable: false, latestVersion: '2.1', sizeBytes: 50_000_000, requiredBytes: 110_000_000 },
+  ));
+  await visit.reads(`${card('brenna')} .state`, 'Update available: 1.0 → 2.1 · 40 MB');
+  await visit.reads(`${card('tolvi')} .state`, 'Not installed · Version 2.1 · 50 MB');
+  await visit.reads('.bar', '1 app chosen', '40 MB to download', 'needs 90 MB, 20 GB free', 'Save your work first.');
+  await visit.press('Kelo Tolvi', 'checkbox');
+  await visit.reads('.bar', '2 apps chosen', '90 MB to download', 'needs 200 MB', 'Install and update 2 apps');
+  await visit.look('choose');
+});
+
+test('while the engine has not answered, the page says what it waits for', async () => {
+  delete theatre.stage.answers.hello;
+  theatre.session.refresh();
+  visit = await Visit.pay(browser, theatre.address);
+  await visit.reads('main', 'Looking for installed apps…');
+  await visit.look('starting');
+});
+
+test('the terms have to be accepted, once per visit', async () => {
+  await arrive();
+  await visit.reads('h2', 'Before you begin');
+  await visit.look('terms');
+  await visit.press('Continue');
+  await visit.reads('h2', 'Before you begin');
+  await visit.acceptTerms();
+  await visit.page.reload();
+  await visit.reads('h2', 'Choose');
+});
+
+test('an installer without terms shows none', async () => {
+  await arrive({ hello: hello({ capabilities: [...(hello()[0]!.capabilities as string[]), 'skip-terms'] }) });
+  await visit.reads('h2', 'Choose');
+});
+
+test('too little room is a warning and no obstacle', async () => {
+  theatre.stage.answers['disk-free']![0]!.freeBytes = 1_000_000;
+  await choosing();
+  await visit.reads('.bar .short', 'need about 47.7 MB, and only 1 MB are free');
+  await visit.look('room');
+  await installing();
+});
+
+test('release notes are text', async () => {
+  const note = '<img src=x onerror=alert(1)> <b>bold</b>';
+  await choosing({
+    hello: online,
+    check: checked({ id: 'brenna', updateAvailable: true, latestVersion: '2.1', sizeBytes: 1, releaseNotes: { releases: [{ version: '2.1', date: '2026-02-27', notes: [note] }] } }),
+  });
+  await visit.press('What’s new in Kelo Brenna', 'DisclosureTriangle');
+  await visit.reads('.releases', note, 'Version 2.1, February 27, 2026');
+  assert.equal(await visit.page.$('.releases :is(img, b)'), null);
+  await visit.look('release-notes');
+});
+
+test('only https addresses become links', async () => {
+  await choosing({ hello: withRows((row) => ({ webUrl: row.id === 'brenna' ? 'javascript:alert(1)' : row.webUrl }), { helpUrl: 'http://kelo.example/' }) });
+  assert.deepEqual((await visit.texts('a')).sort(), ['About Kelo Galdivane', 'About Kelo Rulo', 'About Kelo Tolvi', 'Contact us']);
+});
+
+test('a copy from the App Store is left to the App Store', async () => {
+  await choosing({ hello: withRows(({ id }) => (id === 'brenna' ? { source: 'appstore' } : {})) });
+  await visit.reads(`${card('brenna')} .state`, 'From the App Store. Update or remove it there.');
+  assert.equal(await visit.page.$(`${card('brenna')} :is(button, input)`), null);
+});
+
+test('an install: stages, bytes, the whole, and its end', async () => {
+  await choosing();
+  const run = await installing('Kelo Rulo');
+  assert.deepEqual(run.words, ['run', '--action', 'install', '--apps', 'brenna,rulo']);
+  await visit.reads(`${card('rulo')} .state`, 'Waiting');
+  run.say(stage('brenna', 'download'), progress('brenna', 40, 15_000_000));
+  await visit.reads(`${card('brenna')} .state`, 'Downloading · 15 MB of 30 MB');
+  assert.equal(await visit.page.$eval(`${card('brenna')} progress`, (bar) => bar.value), 40);
+  assert.equal(await visit.page.$eval('.bar progress', (bar) => bar.value), 20);
+  await visit.look('downloading');
+  run.say(stage('brenna', 'verify'));
+  await visit.reads(`${card('brenna')} .state`, 'Checking');
+  assert.equal(await visit.page.$eval(`${card('brenna')} progress`, (bar) => bar.hasAttribute('value')), false);
+  assert.equal(await visit.has('Cancel Kelo Brenna'), false);
+  run.say(stage('brenna', 'install'));
+  await visit.reads(`${card('brenna')} .state`, 'Installing');
+  await visit.look('installing');
+  run.say(result('brenna', 'installed'), stage('rulo', 'download'));
+  await visit.reads('.bar', '1 of 2 done');
+  run.end(result('rulo', 'installed'), ended(result('brenna', 'installed'), result('rulo', 'installed')));
+  await visit.reads('h2', 'All done.');
+  assert.deepEqual(await visit.texts('.app .state'), ['Installed', 'Installed']);
+  await visit.look('installed');
+  theatre.stage.answers.hello = withRows(() => ({ installedVersion: '2.0', updateAvailable: false, source: 'direct' }));
+  await visit.press('Done');
+  await visit.reads('h2', 'Choose');
+});
+
+test('a screen reader hears of stages, results and exports, and never of a percentage', async () => {
+  await choosing();
+  await visit.page.evaluate(() => {
+    const heard: string[] = [];
+    Object.assign(window, { heard });
+    const live = document.getElementById('live')!;
+    const listen = (changes: MutationRecord[]) => heard.push(...changes.flatMap((change) => [...change.addedNodes].map((node) => node.textContent ?? '')));
+    new MutationObserver(listen).observe(live, { childList: true });
+  });
+  const run = await installing('Kelo Rulo');
+  run.say(stage('brenna', 'download'), progress('brenna', 10, 3_000_000), progress('brenna', 20, 6_000_000), progress('brenna', 30, 9_000_000));
+  await visit.reads(`${card('brenna')} .state`, '9 MB of 30 MB');
+  run.say(stage('brenna', 'verify'), stage('brenna', 'install'), result('brenna', 'installed'), stage('rulo', 'download'));
+  run.end(result('rulo', 'failed', 'VERIFY_FAILED'), ended(result('brenna', 'installed'), result('rulo', 'failed', 'VERIFY_FAILED')));
+  await visit.reads('h2', 'not everything worked');
+  assert.deepEqual(await visit.page.evaluate(() => (window as unknown as { heard: string[] }).heard), [
+    'Kelo Brenna: Downloading', 'Kelo Brenna: Checking', 'Kelo Brenna: Installing', 'Kelo Brenna: Installed',
+    'Kelo Rulo: Downloading', 'Kelo Rulo: The package is damaged.',
+  ]);
+  assert.equal(await visit.page.evaluate(() => document.activeElement?.id), 'heading');
+  assert.equal(await visit.page.$$eval('[aria-live], [role=status], output', (regions) => regions.length), 1);
+});
+
+test('a retry is said, and no bar goes back', async () => {
+  await choosing();
+  const run = await installing();
+  run.say(stage('brenna', 'download'), progress('brenna', 40, 15_000_000));
+  await visit.reads(`${card('brenna')} .state`, '15 MB');
+  run.say(progress('brenna', 0));
+  await visit.reads(`${card('brenna')} .state`, 'The connection was interrupted. Trying again…');
+  assert.equal(await visit.page.$eval(`${card('brenna')} progress`, (bar) => bar.value), 40);
+  await visit.look('retrying');
+});
+
+test('one app is cancelled: asked for by name, and never shown as a failure', async () => {
+  await choosing();
+  const run = await installing('Kelo Tolvi', 'Kelo Rulo');
+  run.say(stage('brenna', 'download'), progress('brenna', 10, 3_000_000));
+  await visit.press('Cancel Kelo Brenna');
+  assert.equal(await run.input(), '{"type":"cancel","app":"brenna"}');
+  await visit.reads(`${card('brenna')} .state`, 'Cancelling…');
+  await visit.press('Cancel Kelo Rulo');
+  await visit.reads(`${card('rulo')} .state`, 'Cancelled');
+  await visit.look('cancelling');
+  run.say(result('brenna', 'failed', 'DOWNLOAD_FAILED'), result('tolvi', 'installed'));
+  run.end(result('rulo', 'cancelled'), ended(result('brenna', 'failed', 'DOWNLOAD_FAILED'), result('tolvi', 'installed'), result('rulo', 'cancelled')));
+  await visit.reads('h2', 'Cancelled. What was finished before stays.');
+  assert.deepEqual(await visit.texts('.app .state'), ['Cancelled', 'Installed', 'Cancelled']);
+  assert.equal(await visit.has('Try again'), false);
+  await visit.look('cancelled');
+});
+
+test('everything is cancelled', async () => {
+  await choosing();
+  const run = await installing('Kelo Rulo');
+  run.say(stage('brenna', 'download'));
+  await visit.press('Cancel all');
+  assert.equal(await run.input(), '{"type":"cancel"}');
+  await visit.reads('.bar', 'Cancelling…');
+  assert.equal(await visit.has('Cancel all'), false);
+  run.end(result('brenna', 'failed', 'DOWNLOAD_FAILED'), ended(result('brenna', 'failed', 'DOWNLOAD_FAILED'), result('rulo', 'cancelled')));
+  await visit.reads('h2', 'Cancelled.');
+});
+
+test('what failed has its words and its offer, and is tried again together', async () => {
+  await choosing();
+  const run = await installing('Choose all');
+  const results = [
+    result('brenna', 'installed'), result('tolvi', 'failed', 'SIGNATURE_FAILED'), result('rulo', 'failed', 'PACKAGE_NOT_FOUND'),
+    result('galdivane', 'failed', 'A_LATER_CODE'),
+  ];
+  run.end(...results, ended(...results));
+  await visit.reads('h2', 'Done, but not everything worked.');
+  assert.deepEqual(await visit.texts('.app .state'), [
+    'Installed', 'This package isn’t genuine, and was not installed.', 'This installer doesn’t contain this app.', 'The app couldn’t be installed.',
+  ]);
+  assert.equal(await visit.page.$eval(`${card('rulo')} a`, (link) => link.href), 'https://kelo.example/rulo');
+  await visit.look('failed');
+  await visit.press('Save logs for support');
+  const exported = await theatre.stage.next('export-logs');
+  await visit.reads('.bar .logs', 'Collecting the logs…');
+  const [event, end] = transcript('export-logs');
+  exported.end(event!, end!);
+  await visit.reads('.bar .logs', `The logs were saved: ${String(event!.path)}`, 'Send this file to us');
+  await visit.reads('#live', 'The logs were saved');
+  await visit.look('logs');
+  await visit.press('Try 2 apps again');
+  assert.deepEqual((await theatre.stage.next('run')).words, ['run', '--action', 'install', '--apps', 'tolvi,galdivane']);
+});
+
+test('an export that fails says so', async () => {
+  await choosing();
+  await visit.press('Save logs…');
+  (await theatre.stage.next('export-logs')).end(...transcript('export-logs-failing'));
+  await visit.reads('.bar .logs', 'The logs couldn’t be collected.');
+});
+
+test('a removal is confirmed, and then done', async () => {
+  await choosing();
+  await visit.press('Remove Kelo Brenna…');
+  await visit.reads('dialog[open] h2', 'Remove Kelo Brenna?');
+  assert.equal(await visit.page.evaluate(() => document.activeElement?.textContent), 'Keep it');
+  await visit.look('remove');
+  await visit.page.keyboard.press('Escape');
+  await visit.page.waitForSelector('dialog:not([open])');
+  assert.equal(await visit.page.evaluate(() => document.activeElement?.getAttribute('aria-label')), 'Remove Kelo Brenna…');
+  await visit.press('Remove Kelo Brenna…');
+  await visit.press('Remove');
+  const run = await theatre.stage.next('run');
+  assert.deepEqual(run.words, ['run', '--action', 'uninstall', '--apps', 'brenna']);
+  run.say(stage('brenna', 'uninstall'), { ...progress('brenna', 100), indeterminate: true, detailCode: 'UNINSTALLING' });
+  await visit.reads(`${card('brenna')} .state`, 'Removing');
+  assert.equal(await visit.page.$('progress[value]'), null);
+  assert.equal(await visit.has('Cancel'), false);
+  await visit.look('removing');
+  run.end(result('brenna', 'uninstalled'), { ...ended(result('brenna', 'uninstalled')), action: 'uninstall' });
+  await visit.reads(`${card('brenna')} .state`, 'Removed');
+});
+
+test('an expired installer says so, installs nothing, and still removes', async () => {
+  await choosing({ hello: hello({ installerRetired: { ...retired, reason: 'expired', expiresOn: '2026-01-31' } }) });
+  await visit.reads('.notice[role=alert]', 'This installer expired on January 31, 2026.', 'Get a current installer');
+  assert.equal(await visit.page.$eval('.notice a', (link) => link.href), retired.downloadUrl);
+  assert.equal(await visit.page.$('input[type=checkbox]'), null);
+  assert.equal(await visit.has('Remove Kelo Brenna…'), true);
+  await visit.look('expired');
+});
+
+test('an installer whose source is gone says so until a version is found', async () => {
+  await choosing({ hello: online, check: [{ v: 1, type: 'update-check-result', apps: [{ id: 'brenna', updateAvailable: false }], installerRetired: retired }, done('check-updates')] });
+  await visit.reads('.notice', 'its downloads are no longer there');
+  await visit.look('source-gone');
+  theatre.stage.answers['check-updates'] = checked({ id: 'brenna', updateAvailable: true, latestVersion: '2.1' });
+  theatre.session.refresh();
+  await visit.page.waitForFunction(() => document.querySelector('.notice') === null);
+});
+
+test('a check without an answer says so and can be repeated', async () => {
+  await choosing({ hello: online, check: checked({ id: 'brenna', updateAvailable: false }, { id: 'tolvi', updateAvailable: false }) });
+  await visit.reads('.title', 'Updates couldn’t be looked up.');
+  await visit.look('check-failed');
+  theatre.stage.answers['check-updates'] = checked({ id: 'brenna', updateAvailable: true, latestVersion: '2.1' });
+  await visit.press('Try again');
+  await visit.reads(`${card('brenna')} .state`, '1.0 → 2.1');
+});
+
+test('the engine is killed: what is known is said, and what is not known too', async () => {
+  await choosing();
+  const run = await installing('Kelo Tolvi', 'Kelo Rulo');
+  run.say(result('brenna', 'installed'), stage('tolvi', 'download'), stage('tolvi', 'verify'), stage('tolvi', 'install'));
+  await visit.reads(`${card('tolvi')} .state`, 'Installing');
+  run.die();
+  await visit.reads('h2', 'The installer stopped unexpectedly.');
+  await visit.reads(`${card('tolvi')} .state`, 'It isn’t known whether this was finished. Not installed.');
+  assert.deepEqual((await visit.texts('.app .state')).filter((_, place) => place !== 1), ['Installed', 'Not begun']);
+  await visit.look('died');
+  await visit.press('Try 2 apps again');
+  assert.deepEqual((await theatre.stage.next('run')).words, ['run', '--action', 'install', '--apps', 'tolvi,rulo']);
+});
+
+test('an engine that does not start is said, and tried again', async () => {
+  theatre.stage.answers.hello = [];
+  theatre.session.refresh();
+  visit = await Visit.pay(browser, theatre.address);
+  await visit.reads('h2', 'The installer couldn’t start on this Mac.');
+  await visit.look('not-started');
+  theatre.stage.answers.hello = hello();
+  await visit.press('Try again');
+  await visit.reads('h2', 'Before you begin');
+});
+
+test('an engine of a later protocol asks for a newer shell', async () => {
+  await arrive({ hello: [{ ...hello()[0], v: 2 }, { ...done('hello'), v: 2 }] });
+  await visit.reads('h2', 'This window is too old for its installer.');
+});
+
+test('a reload in mid-run shows the run, and two pages at once show the same', async () => {
+  await choosing();
+  const run = await installing('Kelo Rulo');
+  run.say(stage('brenna', 'download'), progress('brenna', 40, 15_000_000));
+  await visit.reads(`${card('brenna')} .state`, '15 MB of 30 MB');
+  await visit.page.reload();
+  await visit.reads('h2', 'Installing 2 apps');
+  await visit.reads(`${card('brenna')} .state`, '15 MB of 30 MB');
+  const other = await Visit.pay(browser, theatre.address);
+  await other.reads(`${card('brenna')} .state`, '15 MB of 30 MB');
+  await other.press('Cancel Kelo Rulo');
+  await visit.reads(`${card('rulo')} .state`, 'Cancelled');
+  run.end(result('brenna', 'installed'), ended(result('brenna', 'installed'), result('rulo', 'cancelled')));
+  await visit.press('Done');
+  await visit.reads('h2', 'Choose');
+  await other.reads('h2', 'Cancelled.');
+  await visit.page.reload();
+  await visit.reads('h2', 'Choose');
+  await other.end();
+});
+
+test('a run that another page began shows on this one', async () => {
+  await choosing();
+  theatre.session.start('update', ['brenna']);
+  await visit.reads('h2', 'Updating 1 app');
+});
+
+test('a server that has gone is said, and what was known stays', async () => {
+  await choosing();
+  await theatre.close();
+  await visit.reads('.notice[role=alert]', 'The connection to the installer was lost.');
+  assert.equal(await visit.page.$eval('.bar .primary', (button) => (button as HTMLButtonElement).disabled), true);
+  await visit.look('disconnected');
+  visit.errors.length = 0;
+  theatre = await openTheatre();
+});
+
+test('an address without its token says what is missing', async () => {
+  visit = await Visit.pay(browser, new URL('/', theatre.address));
+  await visit.reads('h2', 'This address isn’t complete.');
+  await visit.look('no-token');
+});
+
+test('German is offered, and spoken at once to whom the browser says so', async () => {
+  await arrive({ languages: ['de-AT', 'en'] });
+  await visit.reads('h2', 'Bevor es losgeht');
+  assert.equal(await visit.page.evaluate(() => document.documentElement.lang), 'de');
+  await visit.page.select('#language', 'en');
+  await visit.reads('h2', 'Before you begin');
+  await visit.acceptTerms();
+  await visit.page.select('#language', 'de');
+  await visit.reads('.bar .primary', '1 App aktualisieren');
+  await visit.look('german');
+  await visit.page.reload();
+  await visit.reads('.bar .primary', '1 App aktualisieren');
+});
+
+test('with the keyboard alone: terms, choice, notes, removal, install, cancel, done', async () => {
+  await arrive();
+  await visit.reads('h2', 'Before you begin');
+  const press = (key: 'Tab' | 'Space' | 'Enter') => visit.page.keyboard.press(key);
+  const tabTo = (name: string) => visit.tabTo(name);
+  await tabTo('I have read this and agree');
+  await press('Space');
+  await tabTo('Continue');
+  await press('Enter');
+  await visit.reads('h2', 'Choose');
+  await tabTo('Kelo Rulo');
+  await press('Space');
+  await visit.reads('.bar', '2 apps chosen');
+  await tabTo('Install and update 2 apps');
+  await press('Enter');
+  const run = await theatre.stage.next('run');
+  run.say(stage('brenna', 'download'));
+  await visit.reads(`${card('brenna')} .state`, 'Downloading');
+  await tabTo('Cancel Kelo Brenna');
+  await press('Enter');
+  assert.equal(await run.input(), '{"type":"cancel","app":"brenna"}');
+  await tabTo('Cancel all');
+  await press('Space');
+  assert.equal(await run.input(), '{"type":"cancel"}');
+  run.end(ended(result('brenna', 'failed', 'DOWNLOAD_FAILED'), result('rulo', 'cancelled')));
+  await visit.reads('h2', 'Cancelled.');
+  await tabTo('Done');
+  await press('Enter');
+  await visit.reads('h2', 'Choose');
+  await tabTo('Remove Kelo Brenna…');
+  await press('Enter');
+  await visit.page.waitForSelector('dialog[open]');
+  await tabTo('Remove');
+  await press('Enter');
+  assert.deepEqual((await theatre.stage.next('run')).words, ['run', '--action', 'uninstall', '--apps', 'brenna']);
+});
+
+test('at 200 % in a small window nothing is cut off, and the bar leaves room for the list', async () => {
+  await choosing();
+  await visit.page.setViewport({ width: 640, height: 400, deviceScaleFactor: 2 });
+  assert.equal(await visit.page.evaluate(() => document.scrollingElement!.scrollWidth), 640);
+  const share = await visit.page.$eval('.bar', (bar) => (getComputedStyle(bar).position === 'sticky' ? bar.getBoundingClientRect().height / window.innerHeight : 0));
+  assert.ok(share < 0.4, String(share));
+});
+
+test('nothing moves where the person wants no motion', async () => {
+  await choosing();
+  const run = await installing();
+  run.say(stage('brenna', 'download'), stage('brenna', 'verify'));
+  await visit.page.waitForSelector('progress:not([value])');
+  const animations = () => visit.page.evaluate(() => document.getAnimations().length);
+  await visit.page.emulateMediaFeatures([{ name: 'prefers-reduced-motion', value: 'no-preference' }]);
+  assert.notEqual(await animations(), 0);
+  await visit.page.emulateMediaFeatures([{ name: 'prefers-reduced-motion', value: 'reduce' }]);
+  assert.equal(await animations(), 0);
+});
