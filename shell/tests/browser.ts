@@ -20,7 +20,7 @@ export function launch(): Promise<Browser> {
   mkdirSync(pictures, { recursive: true });
   // Root has no sandbox in Chromium.
   const args = process.getuid?.() === 0 ? ['--no-sandbox'] : [];
-  return puppeteer.launch({ executablePath: chromium, args: [...args, '--disable-dev-shm-usage'] });
+  return puppeteer.launch({ executablePath: chromium, pipe: true, args: [...args, '--disable-dev-shm-usage'] });
 }
 
 // A page in a context of its own, in English. An error in the page's script or policy fails the test that closes it.

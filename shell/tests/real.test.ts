@@ -1,0 +1,73 @@
+// The page with the real engine, on machines of the lab.
+
+import assert from 'node:assert/strict';
+import { spawn, type ChildProcess } from 'node:child_process';
+import { once } from 'node:events';
+import { join } from 'node:path';
+import { createInterface } from 'node:readline';
+import { after, before, test } from 'node:test';
+import type { Browser } from 'puppeteer-core';
+import { launch, Visit } from './browser.js';
+import { project } from './stage.js';
+import { openTheatre } from './theatre.js';
+
+let browser: Browser;
+before(async () => { browser = await launch(); });
+after(() => browser.close());
+
+// A machine of the lab and the engine of its installer. It is there until `machine` is ended.
+async function makeMachine(mode: 'offline' | 'online'): Promise<{ machine: ChildProcess; program: string }> {
+  const machine = spawn('/usr/bin/python3', [join(project, 'shell/client/test/machine.py'), mode], { stdio: ['pipe', 'pipe', 'inherit'] });
+  const [line] = (await once(createInterface(machine.stdout), 'line')) as [string];
+  return { machine, program: (JSON.parse(line) as { program: string }).program };
+}
+
+async function onMachine(mode: 'offline' | 'online', act: (visit: Visit) => Promise<void>): Promise<void> {
+  const { machine, program } = await makeMachine(mode);
+  const theatre = await openTheatre(program);
+  theatre.session.refresh();
+  const visit = await Visit.pay(browser, theatre.address);
+  visit.page.setDefaultTimeout(180_000);
+  try {
+    await visit.acceptTerms();
+    await act(visit);
+    await visit.end();
+  } finally {
+    await theatre.close();
+    machine.stdin!.end();
+    await once(machine, 'close');
+  }
+}
+
+const state = (app: string) => `.app[data-app=${app}] .state`;
+
+test('offline: install, a damaged package, removal, logs', () => onMachine('offline', async (visit) => {
+  await visit.reads(state('brenna'), 'Not installed · Version 2.0');
+  await visit.press('Kelo Brenna', 'checkbox');
+  await visit.press('Kelo Rulo', 'checkbox');
+  await visit.press('Install 2 apps');
+  await visit.reads('h2', 'Done, but not everything worked.');
+  await visit.reads(state('brenna'), 'Installed');
+  await visit.reads(state('rulo'), 'The package is damaged.');
+  await visit.look('real-offline');
+  await visit.press('Done');
+  await visit.reads(state('brenna'), 'Version 2.0, up to date');
+  await visit.press('Remove Kelo Brenna…');
+  await visit.press('Remove');
+  await visit.reads(state('brenna'), 'Removed');
+  await visit.press('Done');
+  await visit.reads(state('brenna'), 'Not installed');
+  await visit.press('Save logs…');
+  await visit.reads('.bar .logs', 'The logs were saved: ', '.zip');
+}));
+
+test('online: an update check, a download that breaks off, and its cancel', () => onMachine('online', async (visit) => {
+  await visit.reads(state('brenna'), 'Version 2.');
+  await visit.press('Kelo Brenna', 'checkbox');
+  await visit.press('Install 1 app');
+  await visit.reads(state('brenna'), 'Downloading');
+  await visit.look('real-online');
+  await visit.press('Cancel Kelo Brenna');
+  await visit.reads('h2', 'Cancelled.');
+  assert.deepEqual(await visit.texts('.app .state'), ['Cancelled']);
+}));
