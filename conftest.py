@@ -8,12 +8,12 @@ SKIPPED = 77
 
 def pytest_addoption(parser):
     parser.addini("may_skip", "the reasons for which a test may be skipped", type="linelist")
-    parser.addoption("--part", metavar="K/N", default="1/1", help="run the Kth of N parts of the tests")
+    parser.addoption("--part", metavar="K/N", default="1/1", help="run every Nth test, beginning with the Kth")
 
 
 def pytest_collection_modifyitems(config, items):
     part, parts = map(int, config.getoption("part").split("/"))
-    items[:] = items[len(items) * (part - 1) // parts:len(items) * part // parts]
+    items[:] = items[part - 1::parts]
 
 
 def refuse_unlisted_skip(config, report):

@@ -28,7 +28,7 @@ def _expires_soon(installer, days):
         last = datetime.date.fromisoformat(installer.get("expires") or "")
     except ValueError:
         return False
-    return last - datetime.datetime.now(datetime.UTC).date() <= datetime.timedelta(days=int(days))
+    return last - datetime.datetime.now(datetime.timezone.utc).date() <= datetime.timedelta(days=int(days))
 
 
 def failures(hostvars, hosts):
