@@ -17,14 +17,15 @@ import stubs
 from description import Description
 
 ROOT = pathlib.Path(__file__).resolve().parents[3]
-PLATFORM = "engines/macos/Sources/SharedInstallerLib/Platform"
+LIBRARY = "engines/macos/Sources/SharedInstallerLib"
+PLATFORM = f"{LIBRARY}/Platform"
 UNLISTED = "packaging/macos/check/unlisted.txt"
 UNSEEN = "packaging/macos/check/unseen.txt"
 
 
 def files():
     """path -> text of the checked files."""
-    patterns = ["packaging/macos/include/**/*.h", "packaging/macos/stubs/**/*.tbd", f"{PLATFORM}/*.h",
+    patterns = ["packaging/macos/include/**/*.h", "packaging/macos/stubs/**/*.tbd", f"{LIBRARY}/Base/*.h", f"{PLATFORM}/*.h",
                 f"{PLATFORM}/Darwin/*.mm", f"{PLATFORM}/Darwin/*.h", UNLISTED, UNSEEN]
     return {str(path.relative_to(ROOT)): path.read_text() for pattern in patterns for path in ROOT.glob(pattern)}
 
@@ -44,7 +45,7 @@ def problems(texts, description, seen):
     ours = part(texts, "packaging/macos/include", ".h")
     declarations = headers.read(ours)
     host = part(texts, f"{PLATFORM}/Darwin", ".mm", ".h")
-    seam = {path: text for path, text in part(texts, PLATFORM, ".h").items() if path not in host}
+    seam = {path: text for path, text in part(texts, LIBRARY, ".h").items() if path not in host}
     linked = part(texts, "packaging/macos/stubs", ".tbd")
     unlisted = {words[0]: where for words, where in rows(texts, UNLISTED)}
     kin = {words[0]: (words[1], where) for words, where in rows(texts, UNSEEN)}

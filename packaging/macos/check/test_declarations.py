@@ -18,7 +18,7 @@ APPKIT_STUB = "packaging/macos/stubs/frameworks/AppKit.framework/AppKit.tbd"
 UNLISTED = check_declarations.UNLISTED
 UNSEEN = check_declarations.UNSEEN
 SESSIONS = f"{check_declarations.PLATFORM}/Darwin/DarwinURLSessions.mm"
-ERRORS = f"{check_declarations.PLATFORM}/Error.h"
+ERRORS = f"{check_declarations.LIBRARY}/Base/Error.h"
 SCRIPT = f"{check_declarations.PLATFORM}/AdministratorScript.h"
 
 
