@@ -22,3 +22,4 @@ for part in "$@"; do
   # shellcheck source=/dev/null
   . "$here/$part.sh"
 done
+tell "The same in a window: ./dev shell, or ./dev shell offline"

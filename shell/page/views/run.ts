@@ -81,7 +81,7 @@ export function conditionText(app: RunApp, run: RunState, ui: UI): string {
 // Known once `hello` has answered after the run.
 function whatIsThere({ id }: RunApp, { words, state }: UI): string {
   const app = state.apps.find((known) => known.id === id);
-  if (!app || state.helloNeeded) return '';
+  if (!app || state.helloNeeded || state.underWay.includes('hello')) return '';
   return app.installedVersion ? `${words.say('installedVersion', { version: app.installedVersion })}.` : `${words.say('notInstalled')}.`;
 }
 
