@@ -1,30 +1,18 @@
-#!/usr/bin/python3
-"""Measures check-updates on a slow network, with all apps and with one.
+"""A network with a long way to the CDN, and an engine in it."""
 
-  sweep_latency.py BUILD_FOLDER [--latency SECONDS] [--rounds N]
-
-A relay delays every byte by half of the latency in each direction. Prints the medians and their ratio: about 1 if the
-requests are parallel, the number of apps if they are sequential. Needs a build of the target engine-cli.
-"""
-
-import argparse
 import asyncio
+import contextlib
 import json
 import shutil
-import statistics
-import subprocess
 import sys
-import tempfile
 import threading
-import time
 from pathlib import Path
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "Tests" / "EndToEnd"))
 import hostile_cdn
 
 HOST = "cdn.kelo.example"
-CATALOG = json.loads((Path(__file__).resolve().parents[3] / "protocol/catalog.json").read_text(encoding="utf-8"))["apps"]
-APPS = {app["id"]: "x64" if app["cdnArch"] == "perArch" else app["cdnArch"] for app in CATALOG}
+APPS = {"brenna": "x64", "tolvi": "universal", "rulo": "universal", "galdivane": "x64"}
 
 
 class Relay:
@@ -54,43 +42,15 @@ class Relay:
             self._loop.call_later(self._one_way, writer.write, piece)
 
 
-def make_installer(folder, build, settings):
-    shutil.copy(build / "engines" / "macos" / "engine-cli", folder / "engine-cli")
-    (folder / "linux_host.json").write_text(json.dumps({"root": str(folder / "machine"), **settings}))
-    (folder / "installer_config.json").write_text(json.dumps(
-        {"apps": {}, "trustedDownloadDomains": ["kelo.example"], "cdn": {"domains": {"us": f"https://{HOST}"}}}))
-    return folder / "engine-cli"
-
-
-def check(engine, apps):
-    start = time.monotonic()
-    done = subprocess.run([engine, "check-updates", "--apps", ",".join(apps)], check=True, capture_output=True, text=True)
-    taken = time.monotonic() - start
-    events = [json.loads(line) for line in done.stdout.splitlines() if line.startswith("{")]
-    versions = [entry["latestVersion"] for entry in events[0]["apps"]]
-    assert versions == ["2.1"] * len(apps), done.stdout
-    return taken
-
-
-def main():
-    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("build", type=Path)
-    parser.add_argument("--latency", type=float, default=0.3)
-    parser.add_argument("--rounds", type=int, default=9)
-    arguments = parser.parse_args()
-    with tempfile.TemporaryDirectory() as name, hostile_cdn.HostileCDN(Path(name) / "cdn", [HOST]) as cdn:
+@contextlib.contextmanager
+def slow_engine(folder, build, latency):
+    """The engine of the build, and a CDN with all apps: each round trip takes `latency` seconds."""
+    with hostile_cdn.HostileCDN(folder / "cdn", [HOST]) as cdn:
         for app, arch in APPS.items():
             cdn.on(f"/desksuite/apps/default/{app}/mac/{arch}/dmg/latest/meta.json", {"text": '{"version": "2.1"}'})
-        relay = Relay(cdn.port, arguments.latency)
+        relay = Relay(cdn.port, latency)
         settings = {**cdn.host_settings, "hostAddresses": {HOST: f"127.0.0.1:{relay.port}"}}
-        engine = make_installer(Path(name), arguments.build, settings)
-        one, four = [], []
-        for _ in range(arguments.rounds):
-            one.append(check(engine, list(APPS)[:1]))
-            four.append(check(engine, list(APPS)))
-        print(f"latency {arguments.latency:.1f} s: one app {statistics.median(one):.2f} s, all apps "
-              f"{statistics.median(four):.2f} s, ratio {statistics.median(four) / statistics.median(one):.2f}")
-
-
-if __name__ == "__main__":
-    main()
+        (folder / "linux_host.json").write_text(json.dumps({"root": str(folder / "machine"), **settings}))
+        (folder / "installer_config.json").write_text(json.dumps(
+            {"apps": {}, "trustedDownloadDomains": ["kelo.example"], "cdn": {"domains": {"us": f"https://{HOST}"}}}))
+        yield shutil.copy(build / "engines/macos/engine-cli", folder / "engine-cli")

@@ -1,5 +1,5 @@
 // url-session-fetch ROOT AUTHORITY HOST=ADDRESS URL: downloads once through the host's URL session and prints
-// "seconds bytes peak-kilobytes". What throughput.py compares with curl.
+// "seconds bytes peak-kilobytes". What bench.py compares with curl.
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>

@@ -1,0 +1,90 @@
+// host-calls ROOT copy FROM TO | remove PATH | digest FILE | log THREADS LINES | events COUNT: one of the
+// engine's calls on this machine, alone. Prints "seconds peak-kilobytes" on standard error. bench.py compares
+// them with other programs.
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Base/POSIX/LinuxHostSettings.h"
+#include "Engine/EngineEmitter.h"
+#include "Engine/EngineEvent.h"
+#include "Platform/Linux/LinuxHost.h"
+#include "Platform/Machine.h"
+#include "Utils/ChecksumVerifier.h"
+#include "Utils/Log.h"
+#include "Utils/Logger.h"
+
+namespace {
+
+using namespace installer;
+
+bool logFrom(int threads, int lines) {
+  std::vector<std::jthread> writers;
+  for (int number = 0; number < threads; ++number) {
+    writers.emplace_back([=] {
+      for (int line = 0; line < lines / threads; ++line)
+        log("thread " + std::to_string(number) + ": a line of the log");
+    });
+  }
+  writers.clear();
+  Logger::shared().flush();
+  return true;
+}
+
+bool emitMany(int count) {
+  EngineEvent::Progress progress{"brenna", 0, false, "DOWNLOADING", {}};
+  for (int number = 0; number < count; ++number) {
+    progress.percent = number % 100 + 0.5;
+    progress.detailArgs =
+        std::map<std::string, std::int64_t>{{"downloadedBytes", number}, {"totalBytes", count}};
+    EngineEmitter::emit({progress});
+  }
+  return true;
+}
+
+// Anything but a digest that a file could have by chance: the whole file is read either way.
+bool digest(const Path& file) {
+  return !ChecksumVerifier::verifyFileChecksum(file, std::string(64, '0'));
+}
+
+bool run(const std::vector<std::string>& words) {
+  FileSystem& files = machine().files;
+  if (words[0] == "copy" && words.size() == 3) return files.copyItem(words[1], words[2]).has_value();
+  if (words[0] == "remove" && words.size() == 2) return files.removeItem(words[1]).has_value();
+  if (words[0] == "digest" && words.size() == 2) return digest(words[1]);
+  if (words[0] == "log" && words.size() == 3) return logFrom(std::stoi(words[1]), std::stoi(words[2]));
+  if (words[0] == "events" && words.size() == 2) return emitMany(std::stoi(words[1]));
+  return false;
+}
+
+// Of this program's own memory: getrusage would count what the process had before it became this program.
+std::string peakKilobytes() {
+  std::ifstream status{"/proc/self/status"};
+  for (std::string word; status >> word;) {
+    if (word != "VmHWM:") continue;
+    status >> word;
+    return word;
+  }
+  return "0";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 4) {
+    std::fputs("usage: host-calls ROOT copy|remove|digest|log|events ARGUMENT...\n", stderr);
+    return 2;
+  }
+  LinuxHostSettings settings;
+  settings.root = argv[1];
+  LinuxHost host{settings, std::nullopt};
+  installMachine(&host.machine());
+  const bool done = run({argv + 2, argv + argc});
+  std::fprintf(stderr, "peak %s kB\n", peakKilobytes().c_str());
+  std::fflush(nullptr);
+  std::_Exit(done ? 0 : 1);
+}
