@@ -18,7 +18,7 @@ interface Patched extends Element {
 
 const svgTags = new Set(['svg', 'path']);
 // What the person changes is a property; its attribute is only the initial value.
-const properties = new Set(['checked', 'disabled', 'selected', 'onchange', 'onclick', 'onsubmit']);
+const properties = new Set(['checked', 'selected', 'onchange', 'onclick', 'onsubmit']);
 
 // `key` tells siblings of the same tag apart. A falsy child is left out. An attribute that is undefined or false is absent.
 export function h(tag: string, attributes: Attributes & { key?: string } = {}, ...children: View[]): VirtualElement {

@@ -65,12 +65,13 @@ async function ask(path: string, body: object = {}): Promise<void> {
 function show(change: Partial<UI>): void {
   const before = ui;
   ui = { ...ui, ...change };
+  const focused = document.activeElement;
   document.documentElement.lang = ui.words.language;
   document.title = ui.words.say('title');
   patch(shell, [head(ui), h('div', { key: 'notices' }, ...notices(ui)), ...body(), about(ui)]);
   updateRemovalDialog(dialog, ui);
   announce(before);
-  moveFocus();
+  moveFocus(focused);
 }
 
 function body(): View[] {
@@ -97,13 +98,13 @@ function announce(before: UI): void {
   if (live.children.length > linesKept) live.firstElementChild?.remove();
 }
 
-// The control that was pressed may be gone with its screen: the new screen's heading takes the focus.
-function moveFocus(): void {
+// A new screen's heading takes the focus, and so it does when the control that had it is gone.
+function moveFocus(before: Element | null): void {
   const screen = screenOf(ui);
-  if (screen === shown) return;
   const first = shown === '' || shown === 'starting';
+  const changed = screen !== shown;
   shown = screen;
-  if (!first) document.getElementById('heading')?.focus();
+  if ((changed && !first) || (before && !before.isConnected)) document.getElementById('heading')?.focus();
 }
 
 function receive(message: Message): void {
@@ -114,7 +115,7 @@ function receive(message: Message): void {
   }
   const began = message.event.type === 'shell:began' && message.event.command === 'run';
   if (began) runs += 1;
-  take(next(ui.state, message.event), began ? { dismissed: false } : {});
+  take(next(ui.state, message.event), began ? { dismissed: false, refused: null } : {});
 }
 
 function take(state: State, change: Partial<UI>): void {

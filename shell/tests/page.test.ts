@@ -220,6 +220,15 @@ test('one app is cancelled: asked for by name, and never shown as a failure', as
   await visit.look('cancelled');
 });
 
+test('a download that stalls is said to', async () => {
+  await theatre.close();
+  theatre = await openTheatre({ silenceMilliseconds: 1 });
+  await choosing();
+  const run = await installing();
+  run.say(stage('brenna', 'download'), progress('brenna', 10, 3_000_000));
+  await visit.reads(`${card('brenna')} .state`, 'Nothing has arrived for a while.');
+});
+
 test('everything is cancelled', async () => {
   await choosing();
   const run = await installing('Kelo Rulo');
@@ -375,7 +384,7 @@ test('a server that has gone is said, and what was known stays', async () => {
   await choosing();
   await theatre.close();
   await visit.reads('.notice[role=alert]', 'The connection to the installer was lost.');
-  assert.equal(await visit.page.$eval('.bar .primary', (button) => (button as HTMLButtonElement).disabled), true);
+  assert.equal(await visit.page.$eval('.bar .primary', (button) => button.getAttribute('aria-disabled')), 'true');
   await visit.look('disconnected');
   visit.errors.length = 0;
   theatre = await openTheatre();
@@ -422,6 +431,8 @@ test('with the keyboard alone: terms, choice, notes, removal, install, cancel, d
   await tabTo('Cancel Kelo Brenna');
   await press('Enter');
   assert.equal(await run.input(), '{"type":"cancel","app":"brenna"}');
+  await visit.reads(`${card('brenna')} .state`, 'Cancelling…');
+  assert.equal(await visit.focused(), 'Installing 2 apps');
   await tabTo('Cancel all');
   await press('Space');
   assert.equal(await run.input(), '{"type":"cancel"}');

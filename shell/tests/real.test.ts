@@ -24,7 +24,7 @@ async function makeMachine(mode: 'offline' | 'online'): Promise<{ machine: Child
 
 async function onMachine(mode: 'offline' | 'online', act: (visit: Visit) => Promise<void>): Promise<void> {
   const { machine, program } = await makeMachine(mode);
-  const theatre = await openTheatre(program);
+  const theatre = await openTheatre({ program });
   theatre.session.refresh();
   const visit = await Visit.pay(browser, theatre.address);
   visit.page.setDefaultTimeout(180_000);

@@ -198,7 +198,7 @@ test('an export of logs runs once at a time', async () => {
 });
 
 test('an engine that is not there is a state, not the end of the server', async () => {
-  const other = await openTheatre('/nonexistent/engine-cli');
+  const other = await openTheatre({ program: '/nonexistent/engine-cli' });
   const page = await listen(other);
   other.session.refresh();
   await page.until(ended('disk-free'));

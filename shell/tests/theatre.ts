@@ -1,7 +1,7 @@
 // The server in front of a stage: what the tests of the server and of the page share.
 
 import { fileURLToPath } from 'node:url';
-import { Engine } from '../client/src/engine.js';
+import { Engine, type EngineOptions } from '../client/src/engine.js';
 import { readAssets } from '../server/assets.js';
 import { ShellServer } from '../server/server.js';
 import { Session } from '../server/session.js';
@@ -17,10 +17,10 @@ export interface Theatre {
   close(): Promise<void>;
 }
 
-// `program`: the engine; the stage's if left out.
-export async function openTheatre(program?: string): Promise<Theatre> {
+// The engine is the stage's, if `options` names no other.
+export async function openTheatre(options: Partial<EngineOptions> = {}): Promise<Theatre> {
   const stage = new Stage();
-  const session = new Session(new Engine({ program: program ?? stage.program }));
+  const session = new Session(new Engine({ program: stage.program, ...options }));
   const server = new ShellServer(session, readAssets(built));
   const address = new URL(await server.listen());
   return {

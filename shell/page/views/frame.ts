@@ -38,9 +38,10 @@ export function link(address: string, text: string, className?: string): View {
   return h('a', { href: address, target: '_blank', rel: 'noopener noreferrer', class: className }, text);
 }
 
+// Without an act it can't be used now; it keeps the focus, which a disabled one would lose.
 export function button(key: string, text: string, act: (() => void) | false, more: { class?: string; name?: string } = {}): View {
   return h('button', {
-    key, type: 'button', class: more.class, 'aria-label': more.name, disabled: !act, onclick: act ? () => act() : undefined,
+    key, type: 'button', class: more.class, 'aria-label': more.name, 'aria-disabled': act ? undefined : 'true', onclick: act ? () => act() : undefined,
   }, text);
 }
 

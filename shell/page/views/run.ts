@@ -68,7 +68,7 @@ export function conditionText(app: RunApp, run: RunState, ui: UI): string {
   switch (app.condition) {
     case 'waiting': return words.say('waiting');
     case 'cancelling': return words.say('cancelling');
-    case 'working': return workText(app, words);
+    case 'working': return workText(app, run, words);
     case 'cancelled': return words.status('cancelled');
     case 'untouched': return words.say('diedUntouched');
     case 'unknown': return `${words.say('diedUnknown')} ${whatIsThere(app, ui)}`.trim();
@@ -85,8 +85,9 @@ function whatIsThere({ id }: RunApp, { words, state }: UI): string {
   return app.installedVersion ? `${words.say('installedVersion', { version: app.installedVersion })}.` : `${words.say('notInstalled')}.`;
 }
 
-function workText({ stage, retrying, bytes }: RunApp, words: Words): string {
+function workText({ stage, retrying, bytes }: RunApp, { silent }: RunState, words: Words): string {
   if (retrying) return words.say('retrying');
+  if (silent && stage === 'download') return words.say('stalled');
   const what = words.stage(stage ?? '');
   if (stage !== 'download' || !bytes) return what;
   return `${what} · ${words.say('bytes', { done: words.bytes(bytes.downloaded), total: words.bytes(bytes.total) })}`;
