@@ -14,6 +14,7 @@ import re
 HERE = pathlib.Path(__file__).resolve().parent
 TOP = HERE.parent
 SCHEMAS = HERE / "schema"
+CONFIGURATION = TOP / "packaging/macos/bundle/installer_config.json"
 APPS = json.loads((HERE / "catalog.json").read_text(encoding="utf-8"))["apps"]
 VOCABULARY = json.loads((HERE / "vocabulary.json").read_text(encoding="utf-8"))
 OPTIONS = VOCABULARY["options"]
@@ -261,12 +262,23 @@ def with_parts(text, parts):
     return text
 
 
+def with_apps(text):
+    """The configuration of the bundle for macOS, which has no comments, with the apps of the catalog."""
+    entries = [f"""    "{app['id']}": {{
+      "primaryBundleIdentifier": "{app['installerBundleIdentifier']}",
+      "otherBundleIdentifiers": {json.dumps(app['otherBundleIdentifiers'])},
+      "included": true
+    }}""" for app in APPS]
+    return re.sub(r'(?<="apps": \{\n).*?(?=\n  \},\n)', lambda _: ",\n".join(entries), text, count=1, flags=re.DOTALL)
+
+
 def generated():
     """path -> text."""
     strict = strict_schemas()
     events = {path for path in strict if path.parent == SCHEMAS and path.name != "command.json"}
     schemas = strict | {SCHEMAS / "open" / path.name: open_schema(path.name, strict[path]) for path in events}
     texts = {path: json.dumps(schema, indent=2, ensure_ascii=False) + "\n" for path, schema in schemas.items()}
+    texts[CONFIGURATION] = with_apps(CONFIGURATION.read_text(encoding="utf-8"))
     return texts | {TOP / path: with_parts((TOP / path).read_text(encoding="utf-8"), parts) for path, parts in PARTS.items()}
 
 
