@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Models/AppIdentifier.h"
+#include "Models/AppInfo.h"
 #include "Models/PackageMeta.h"
 #include "publisher/Publication.h"
 #include "publisher/StagedFolder.h"
