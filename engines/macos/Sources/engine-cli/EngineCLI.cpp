@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <fmt/format.h>
+#include <utility>
 
 #include "Models/AppConstants.h"
 #include "Platform/Machine.h"
@@ -19,8 +20,10 @@ std::int32_t runEngineCLI(const std::vector<std::string>& argv) {
   Logger::shared().flush();
   const std::vector<std::string> flags(argv.begin() + (argv.empty() ? 0 : 1), argv.end());
   // Anywhere on the line, and in exactly this spelling, it wins over any subcommand.
-  if (std::ranges::find(flags, "--silent") != flags.end()) return runSilentMode(argv, flags);
-  return runProtocolMode(flags);
+  if (std::ranges::find(flags, "--silent") != flags.end()) {
+    return std::to_underlying(runSilentMode(argv, flags));
+  }
+  return std::to_underlying(runProtocolMode(flags));
 }
 
 }  // namespace installer

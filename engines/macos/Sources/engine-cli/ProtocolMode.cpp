@@ -10,7 +10,7 @@
 #include "Engine/EngineController.h"
 #include "Engine/EngineEmitter.h"
 #include "Engine/EngineEvent.h"
-#include "Models/AppConstants.h"
+#include "Models/Vocabulary.h"
 #include "PackageSource.h"
 #include "Platform/Machine.h"
 #include "StdinCommandListener.h"
@@ -31,30 +31,30 @@ constexpr std::string_view usage =
 using Controller = std::shared_ptr<EngineController>;
 
 // Told twice on purpose: as an event for the shell, and in plain words for a person at a terminal.
-std::int32_t refuse(const std::string& complaint) {
-  EngineEmitter::emit({EngineEvent::Log{.level = std::string{EventLevel::error}, .message = complaint}});
+ExitCode refuse(const std::string& complaint) {
+  EngineEmitter::emit({EngineEvent::Log{.level = EventLevel::error, .message = complaint}});
   machine().streams.writeError(fmt::format("Error: {}\n", complaint));
-  return AppConstants::ExitCode::invalidArguments;
+  return ExitCode::invalidArguments;
 }
 
-std::int32_t refuseApps() {
+ExitCode refuseApps() {
   return refuse("Unknown app identifier in --apps. Valid values: " + availableAppIds());
 }
 
-std::int32_t hello(const Controller& controller, const Args& /*args*/) {
+ExitCode hello(const Controller& controller, const Args& /*args*/) {
   return controller->hello();
 }
 
-std::int32_t checkUpdates(const Controller& controller, const Args& args) {
+ExitCode checkUpdates(const Controller& controller, const Args& args) {
   const auto apps = parseApps(args.value("apps").value_or(""));
   return apps ? controller->checkUpdates(*apps) : refuseApps();
 }
 
-std::int32_t diskFree(const Controller& controller, const Args& args) {
+ExitCode diskFree(const Controller& controller, const Args& args) {
   return controller->diskFree(args.value("path").value_or(machine().paths.applications));
 }
 
-std::int32_t exportLogs(const Controller& controller, const Args& args) {
+ExitCode exportLogs(const Controller& controller, const Args& args) {
   return controller->exportLogs(args.value("out"));
 }
 
@@ -68,29 +68,29 @@ void cancelOnTerminationRequest(const Controller& controller) {
   });
 }
 
-std::int32_t run(const Controller& controller, const Args& args) {
-  const auto action = lowercased(args.value("action").value_or(""));
-  if (action != "install" && action != "update" && action != "uninstall") {
+ExitCode run(const Controller& controller, const Args& args) {
+  const auto action = fromRawValue<Action>(lowercased(args.value("action").value_or("")));
+  if (action != Action::install && action != Action::update && action != Action::uninstall) {
     return refuse("--action must be install, update, or uninstall");
   }
   const auto apps = parseApps(args.value("apps").value_or(""));
   if (!apps) return refuseApps();
   if (args.has("install-dir")) {
     EngineEmitter::emit({EngineEvent::Log{
-        .level = std::string{EventLevel::warn},
+        .level = EventLevel::warn,
         .message = "--install-dir is not yet honored (Phase 1); installing to /Applications"}});
   }
   startStdinCommandListener(controller);
   cancelOnTerminationRequest(controller);
   // Meant as it is: a bare `--strict` has no value and doesn't count.
   const bool strict = lowercased(args.value("strict").value_or("")) == "true";
-  if (action == "uninstall") return controller->runUninstall(*apps, strict);
-  return controller->runInstall(*apps, action, strict);
+  if (action == Action::uninstall) return controller->runUninstall(*apps, strict);
+  return controller->runInstall(*apps, *action, strict);
 }
 
 struct Subcommand {
   std::string_view name;
-  std::int32_t (*serve)(const Controller& controller, const Args& args);
+  ExitCode (*serve)(const Controller& controller, const Args& args);
 };
 
 constexpr std::array<Subcommand, 5> subcommands{{
@@ -101,7 +101,7 @@ constexpr std::array<Subcommand, 5> subcommands{{
     {"export-logs", exportLogs},
 }};
 
-std::int32_t dispatch(const Controller& controller, const Args& args) {
+ExitCode dispatch(const Controller& controller, const Args& args) {
   for (const auto& subcommand : subcommands) {
     if (*args.subcommand == subcommand.name) return subcommand.serve(controller, args);
   }
@@ -111,11 +111,11 @@ std::int32_t dispatch(const Controller& controller, const Args& args) {
 
 }  // namespace
 
-std::int32_t runProtocolMode(const std::vector<std::string>& flags) {
+ExitCode runProtocolMode(const std::vector<std::string>& flags) {
   const Args args{flags};
   if (!args.subcommand) {
     machine().streams.writeError(usage);
-    return AppConstants::ExitCode::invalidArguments;
+    return ExitCode::invalidArguments;
   }
   // The source is chosen, and logged, before the subcommand is looked at.
   const auto controller = EngineController::make(makeProvider(args.has("offline")));

@@ -5,7 +5,6 @@
 #include <memory>
 
 #include "Installer/SilentRunner.h"
-#include "Models/AppConstants.h"
 #include "PackageSource.h"
 #include "Platform/Machine.h"
 #include "Utils/BundledPackages.h"
@@ -38,16 +37,16 @@ void cancelOnTerminationRequest(const std::shared_ptr<SilentRunner>& runner) {
   });
 }
 
-std::int32_t refuseArguments(const std::string& complaint) {
+ExitCode refuseArguments(const std::string& complaint) {
   log("engine-cli: invalid arguments: " + complaint);
   machine().streams.writeError(fmt::format("Error: {}\n\n{}\n", complaint, RunOptions::usageHint));
   Logger::shared().flush();
-  return AppConstants::ExitCode::invalidArguments;
+  return ExitCode::invalidArguments;
 }
 
 }  // namespace
 
-std::int32_t runSilentMode(const std::vector<std::string>& argv, const std::vector<std::string>& flags) {
+ExitCode runSilentMode(const std::vector<std::string>& argv, const std::vector<std::string>& flags) {
   if (holds(flags, "--verbose")) turnOnVerbosity();
   const auto options = RunOptions::parse(argv);
   if (!options) return refuseArguments(options.error().description);

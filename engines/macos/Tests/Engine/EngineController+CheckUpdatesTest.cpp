@@ -35,7 +35,7 @@ TEST_F(EngineUpdateCheck, TellsWhatIsOnOffer) {
   machine.network.on(folder("brenna", "arm64") + "release-notes.json")
       .answers(200, R"({"releases": [{"version": "2.0", "notes": ["better"]}]})");
   addInstalled(brenna, "1.0");
-  EXPECT_EQ(controller->checkUpdates({brenna}), 0);
+  EXPECT_EQ(controller->checkUpdates({brenna}), ExitCode::success);
   EXPECT_EQ(transcript(), (Lines{"update-check-result", "done check-updates 0"}));
   auto entry = entries().at(0);
   EXPECT_GE(entry["requiredBytes"].get<int>(), 1000);
@@ -68,7 +68,7 @@ TEST_F(EngineUpdateCheck, GivesTwoEntriesForAnAppNamedTwice) {
 }
 
 TEST_F(EngineUpdateCheck, AsksWhetherTheSourceIsGoneWhenEveryPackageIsMissing) {
-  EXPECT_EQ(controller->checkUpdates({}), 0);
+  EXPECT_EQ(controller->checkUpdates({}), ExitCode::success);
   const auto retired = Json::parse(R"({"reason": "source-unavailable", "downloadUrl": "https://get.test/"})");
   EXPECT_EQ(event("update-check-result")["installerRetired"], retired);
   EXPECT_EQ(event("done")["installerRetired"], retired);
@@ -86,14 +86,14 @@ TEST_F(EngineUpdateCheck, NeverAsksAboutTheSourceOfAnExpiredInstaller) {
   machine.setConfiguration(R"({"apps": {}, "trustedDownloadDomains": ["cdn.test"],
                                "downloadPageUrl": "https://get.test/", "expiresOn": {"online": "2026-02-28"},
                                "cdn": {"domains": {"us": "https://cdn.test"}}})");
-  EXPECT_EQ(controller->checkUpdates({}), 0);
+  EXPECT_EQ(controller->checkUpdates({}), ExitCode::success);
   EXPECT_EQ(event("update-check-result")["installerRetired"]["reason"], "expired");
   EXPECT_THAT(machine.network.requestLines(), Not(Contains("HEAD https://get.test/")));
 }
 
 TEST_F(EngineUpdateCheck, SucceedsWithoutANetwork) {
   machine.network.setOffline();
-  EXPECT_EQ(controller->checkUpdates({brenna}), 0);
+  EXPECT_EQ(controller->checkUpdates({brenna}), ExitCode::success);
   EXPECT_EQ(entries(), Json::parse(R"([{"id": "brenna", "updateAvailable": false}])"));
 }
 

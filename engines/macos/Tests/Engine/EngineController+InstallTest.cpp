@@ -16,7 +16,9 @@ class EngineInstall : public test::EngineControllerTest {
  protected:
   using EngineControllerTest::EngineControllerTest;
 
-  std::int32_t update(const Apps& apps) { return controller->runInstall(apps, "update", false); }
+  std::int32_t update(const Apps& apps) {
+    return std::to_underlying(controller->runInstall(apps, Action::update, false));
+  }
   void expireOn(const std::string& date) {
     machine.setConfiguration(
         R"({"apps": {}, "downloadPageUrl": "https://get.test/", "expiresOn": {"online": ")" + date +

@@ -41,7 +41,7 @@ class OfflineEngineQueries : public EngineQueries {
 TEST_F(EngineQueries, HelloAnswersWithoutANetwork) {
   machine.network.setOffline();
   addInstalled(brenna, "1.0");
-  EXPECT_EQ(controller->hello(), 0);
+  EXPECT_EQ(controller->hello(), ExitCode::success);
   EXPECT_EQ(transcript(), (Lines{"hello", "done hello 0"}));
   EXPECT_THAT(machine.network.requests(), IsEmpty());
   EXPECT_EQ(machine.dispatch.elapsed().count(), 0);
@@ -153,7 +153,7 @@ TEST_F(OfflineEngineQueries, HelloFallsBackToTheSizeOfTheCatalogWithoutResources
 
 TEST_F(EngineQueries, DiskFreeMeasuresAFolder) {
   machine.files.addVolume("/Volumes/Data", 5000);
-  EXPECT_EQ(controller->diskFree("/Volumes/Data"), 0);
+  EXPECT_EQ(controller->diskFree("/Volumes/Data"), ExitCode::success);
   EXPECT_EQ(
       event("disk-free-result"),
       Json::parse(R"({"v": 1, "type": "disk-free-result", "path": "/Volumes/Data", "freeBytes": 5000})"));
@@ -173,7 +173,7 @@ TEST_F(EngineQueries, DiskFreeMeasuresTheNearestParentThatExistsAndReportsThePat
   };
   for (const auto& [path, freeBytes] : rows) {
     machine.streams.forgetOutput();
-    EXPECT_EQ(controller->diskFree(path), 0);
+    EXPECT_EQ(controller->diskFree(path), ExitCode::success);
     EXPECT_EQ(event("disk-free-result")["path"], path);
     EXPECT_EQ(event("disk-free-result")["freeBytes"], freeBytes) << path;
   }
@@ -188,7 +188,7 @@ TEST_F(EngineQueries, DiskFreeTakesTheFolderOfTheAppsForAnEmptyPath) {
 
 TEST_F(EngineQueries, DiskFreeSucceedsWithAnUnknownSize) {
   machine.files.addVolume("/Volumes/Mute", std::nullopt);
-  EXPECT_EQ(controller->diskFree("/Volumes/Mute"), 0);
+  EXPECT_EQ(controller->diskFree("/Volumes/Mute"), ExitCode::success);
   EXPECT_TRUE(event("disk-free-result")["freeBytes"].is_null());
   EXPECT_EQ(doneEvent()["exitCode"], 0);
 }
@@ -196,7 +196,7 @@ TEST_F(EngineQueries, DiskFreeSucceedsWithAnUnknownSize) {
 // export-logs
 
 TEST_F(EngineQueries, ExportLogsGivesThePathOfTheArchive) {
-  EXPECT_EQ(controller->exportLogs("/out"), 0);
+  EXPECT_EQ(controller->exportLogs("/out"), ExitCode::success);
   const auto result = event("export-logs-result");
   EXPECT_THAT(result["path"].get<std::string>(), ::testing::StartsWith("/out/KeloDeskInstaller-logs-"));
   EXPECT_TRUE(machine.files.exists(result["path"].get<std::string>()));
@@ -206,7 +206,7 @@ TEST_F(EngineQueries, ExportLogsGivesThePathOfTheArchive) {
 
 TEST_F(EngineQueries, ExportLogsFailsWithStatusTwo) {
   machine.programs.on(machine.paths.ditto).exits(1);
-  EXPECT_EQ(controller->exportLogs(std::nullopt), 2);
+  EXPECT_EQ(controller->exportLogs(std::nullopt), ExitCode::fullFailure);
   EXPECT_EQ(event("export-logs-result"), Json::parse(R"({"v": 1, "type": "export-logs-result", "path": null,
                                                          "errorCode": "UNKNOWN"})"));
   EXPECT_EQ(transcript().back(), "done export-logs 2");

@@ -15,7 +15,7 @@ using Apps = std::vector<AppIdentifier>;
 class EngineUninstall : public test::EngineControllerTest {
  protected:
   std::int32_t uninstall(const Apps& apps, bool strict = false) {
-    return controller->runUninstall(apps, strict);
+    return std::to_underlying(controller->runUninstall(apps, strict));
   }
   void addAll() {
     for (const auto identifier : AppIdentifiers::allCases) addInstalled(identifier, "1.0");

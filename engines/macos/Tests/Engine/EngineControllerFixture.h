@@ -56,7 +56,7 @@ class EngineControllerTest : public ::testing::Test {
   }
 
   std::int32_t install(const std::vector<AppIdentifier>& apps, bool strict = false) {
-    return controller->runInstall(apps, "install", strict);
+    return std::to_underlying(controller->runInstall(apps, Action::install, strict));
   }
 
   // The first event of its type.

@@ -17,13 +17,13 @@ class EngineEmitterTest : public ::testing::Test {
  protected:
   test::SimulatedMachine machine;
 
-  static void emitLog(std::string level, std::string message) {
-    EngineEmitter::emit({EngineEvent::Log{std::move(level), std::move(message)}});
+  static void emitLog(EventLevel level, std::string message) {
+    EngineEmitter::emit({EngineEvent::Log{level, std::move(message)}});
   }
 };
 
 TEST_F(EngineEmitterTest, WritesOneLineAnEvent) {
-  EngineEmitter::emit({EngineEvent::Stage{"brenna", "download", 1, 1}});
+  EngineEmitter::emit({EngineEvent::Stage{"brenna", AppStage::download, 1, 1}});
   EngineEmitter::emit({EngineEvent::DiskFreeResult{"/", 1}});
   EXPECT_THAT(machine.streams.output(), EndsWith("\n"));
   EXPECT_EQ(machine.streams.outputLines().size(), 2U);
@@ -31,22 +31,12 @@ TEST_F(EngineEmitterTest, WritesOneLineAnEvent) {
 }
 
 TEST_F(EngineEmitterTest, ForwardsLogEventsToTheLogFileByLevel) {
-  for (const char* level : {"info", "warn", "error", "WARN", "Error", "debug", ""}) emitLog(level, level);
-  EXPECT_EQ(machine.logLines("engine: "),
-            (Lines{"INFO engine: info", "WARN engine: warn", "ERROR engine: error", "WARN engine: WARN",
-                   "ERROR engine: Error", "INFO engine: debug", "INFO engine: "}));
-}
-
-TEST_F(EngineEmitterTest, KeepsTheTextOfTheLevelOnTheWire) {
-  emitLog("WARN", "w");
-  emitLog("noise", "n");
-  ASSERT_EQ(machine.streams.events("log").size(), 2U);
-  EXPECT_EQ(machine.streams.events("log")[0]["level"], "WARN");
-  EXPECT_EQ(machine.streams.events("log")[1]["level"], "noise");
+  for (const auto level : {EventLevel::info, EventLevel::warn, EventLevel::error}) emitLog(level, "m");
+  EXPECT_EQ(machine.logLines("engine: "), (Lines{"INFO engine: m", "WARN engine: m", "ERROR engine: m"}));
 }
 
 TEST_F(EngineEmitterTest, LogsNothingOfOtherEvents) {
-  EngineEmitter::emit({EngineEvent::Stage{"brenna", "download", 1, 1}});
+  EngineEmitter::emit({EngineEvent::Stage{"brenna", AppStage::download, 1, 1}});
   EXPECT_TRUE(machine.logLines().empty());
 }
 
@@ -59,14 +49,15 @@ TEST_F(EngineEmitterTest, SwallowsAnEventThatCantBeEncoded) {
 
 TEST_F(EngineEmitterTest, OutlivesAReaderThatWentAway) {
   machine.streams.readerGoesAway();
-  emitLog("error", "nobody hears");
+  emitLog(EventLevel::error, "nobody hears");
   EXPECT_EQ(machine.logLines("nobody"), (Lines{"ERROR engine: nobody hears"}));
 }
 
 TEST_F(EngineEmitterTest, KeepsLinesWholeWhenTwoThreadsEmitAtOnce) {
   static constexpr int rounds = 500;
   const auto emitMany = [](const std::string& app) {
-    for (int i = 0; i < rounds; ++i) EngineEmitter::emit({EngineEvent::Stage{app, "download", i, rounds}});
+    for (int i = 0; i < rounds; ++i)
+      EngineEmitter::emit({EngineEvent::Stage{app, AppStage::download, i, rounds}});
   };
   std::thread first{emitMany, "brenna"};
   std::thread second{emitMany, "tolvi"};

@@ -19,7 +19,9 @@ class EngineEnvelopeTest : public ::testing::Test {
   static std::string line(const EngineEvent& event) { return EngineEnvelope::encode(event).value(); }
   static Json encoded(const EngineEvent& event) { return Json::parse(line(event)); }
   static Json expected(const char* text) { return Json::parse(text); }
-  static EngineEvent logEvent(std::string message) { return {EngineEvent::Log{"info", std::move(message)}}; }
+  static EngineEvent logEvent(std::string message) {
+    return {EngineEvent::Log{EventLevel::info, std::move(message)}};
+  }
   static std::string percentText(double percent) {
     const auto text = line({EngineEvent::Progress{{}, percent, false, {}, {}}});
     const auto start = text.find("\"percent\":") + 10;
@@ -93,16 +95,17 @@ TEST_F(EngineEnvelopeTest, WritesAnUpdateCheckResult) {
 }
 
 TEST_F(EngineEnvelopeTest, WritesAStage) {
-  EXPECT_EQ(encoded({EngineEvent::Stage{"brenna", "verify", 2, 4}}), expected(R"({
+  EXPECT_EQ(encoded({EngineEvent::Stage{"brenna", AppStage::verify, 2, 4}}), expected(R"({
     "v": 1, "type": "stage", "app": "brenna", "stage": "verify", "index": 2, "total": 4})"));
-  EXPECT_EQ(encoded({EngineEvent::Stage{"brenna", "verify", {}, {}}}),
+  EXPECT_EQ(encoded({EngineEvent::Stage{"brenna", AppStage::verify, {}, {}}}),
             expected(R"({"v": 1, "type": "stage", "app": "brenna", "stage": "verify"})"));
 }
 
 TEST_F(EngineEnvelopeTest, WritesProgress) {
-  EXPECT_EQ(encoded({EngineEvent::Progress{
-                "brenna", 42.5, true, "DOWNLOADING", {{{"downloadedBytes", 425}, {"totalBytes", 1000}}}}}),
-            expected(R"({"v": 1, "type": "progress", "app": "brenna", "percent": 42.5, "indeterminate": true,
+  EXPECT_EQ(
+      encoded({EngineEvent::Progress{
+          "brenna", 42.5, true, AppStage::download, {{{"downloadedBytes", 425}, {"totalBytes", 1000}}}}}),
+      expected(R"({"v": 1, "type": "progress", "app": "brenna", "percent": 42.5, "indeterminate": true,
                          "detailCode": "DOWNLOADING",
                          "detailArgs": {"downloadedBytes": 425, "totalBytes": 1000}})"));
   EXPECT_EQ(encoded({EngineEvent::Progress{{}, 0, false, {}, {}}}),
@@ -127,15 +130,15 @@ TEST_F(EngineEnvelopeTest, CantWriteAPercentageThatIsNoNumber) {
 AppResultEvent failedBrenna() {
   AppResultEvent event;
   event.app = "brenna";
-  event.status = "failed";
-  event.errorCode = "VERIFY_FAILED";
+  event.status = AppStatus::failed;
+  event.errorCode = ErrorCode::verifyFailed;
   return event;
 }
 
 AppResultEvent installedTolvi() {
   AppResultEvent event;
   event.app = "tolvi";
-  event.status = "installed";
+  event.status = AppStatus::installed;
   event.installedPath = "/Applications/Kelo Tolvi.app";
   event.installedVersion = "2.0";
   return event;
@@ -152,7 +155,9 @@ TEST_F(EngineEnvelopeTest, WritesNullWhereAResultOfItsOwnHasNothingToSay) {
 }
 
 TEST_F(EngineEnvelopeTest, LeavesOutWhatAResultInsideDoneHasNothingToSayAbout) {
-  EXPECT_EQ(encoded({EngineEvent::Done{"install", 1, {{failedBrenna(), installedTolvi()}}}}), expected(R"({
+  EXPECT_EQ(encoded({EngineEvent::Done{
+                Action::install, ExitCode::partialSuccess, {{failedBrenna(), installedTolvi()}}}}),
+            expected(R"({
     "v": 1, "type": "done", "action": "install", "exitCode": 1, "results": [
       {"v": 1, "type": "app-result", "app": "brenna", "status": "failed", "errorCode": "VERIFY_FAILED"},
       {"v": 1, "type": "app-result", "app": "tolvi", "status": "installed",
@@ -160,16 +165,17 @@ TEST_F(EngineEnvelopeTest, LeavesOutWhatAResultInsideDoneHasNothingToSayAbout) {
 }
 
 TEST_F(EngineEnvelopeTest, TellsARunThatDidNothingFromAQuery) {
-  EXPECT_EQ(encoded({EngineEvent::Done{"hello", 0, {}}}),
+  EXPECT_EQ(encoded({EngineEvent::Done{Action::hello, ExitCode::success, {}}}),
             expected(R"({"v": 1, "type": "done", "action": "hello", "exitCode": 0})"));
-  EXPECT_EQ(encoded({EngineEvent::Done{"install", 3, std::vector<AppResultEvent>{}}}),
+  EXPECT_EQ(encoded({EngineEvent::Done{Action::install, ExitCode::invalidArguments,
+                                       std::vector<AppResultEvent>{}}}),
             expected(R"({"v": 1, "type": "done", "action": "install", "exitCode": 3, "results": []})"));
 }
 
 TEST_F(EngineEnvelopeTest, PutsTheRetirementThatStandsIntoDone) {
   machine.setConfiguration(
       R"({"apps": {}, "downloadPageUrl": "https://d/", "expiresOn": {"online": "2026-02-28"}})");
-  EXPECT_EQ(encoded({EngineEvent::Done{"export-logs", 0, {}}})["installerRetired"],
+  EXPECT_EQ(encoded({EngineEvent::Done{Action::exportLogs, ExitCode::success, {}}})["installerRetired"],
             expected(R"({"reason": "expired", "downloadUrl": "https://d/", "expiresOn": "2026-02-28"})"));
 }
 
@@ -184,13 +190,13 @@ TEST_F(EngineEnvelopeTest, WritesADiskFreeResult) {
 TEST_F(EngineEnvelopeTest, WritesAnExportLogsResult) {
   EXPECT_EQ(encoded({EngineEvent::ExportLogsResult{"/a.zip", {}}}),
             expected(R"({"v": 1, "type": "export-logs-result", "path": "/a.zip", "errorCode": null})"));
-  EXPECT_EQ(encoded({EngineEvent::ExportLogsResult{{}, "UNKNOWN"}}),
+  EXPECT_EQ(encoded({EngineEvent::ExportLogsResult{{}, ErrorCode::unknown}}),
             expected(R"({"v": 1, "type": "export-logs-result", "path": null, "errorCode": "UNKNOWN"})"));
 }
 
 TEST_F(EngineEnvelopeTest, WritesALog) {
-  EXPECT_EQ(encoded({EngineEvent::Log{"WARN", "m"}}),
-            expected(R"({"v": 1, "type": "log", "level": "WARN", "message": "m"})"));
+  EXPECT_EQ(encoded({EngineEvent::Log{EventLevel::warn, "m"}}),
+            expected(R"({"v": 1, "type": "log", "level": "warn", "message": "m"})"));
 }
 
 // The text itself.
@@ -204,8 +210,8 @@ TEST_F(EngineEnvelopeTest, StaysOnOneLineWithoutBlanksBetweenItsParts) {
   const auto text = line(logEvent("two\nlines\r\nand\ta tab"));
   EXPECT_THAT(text, Not(HasSubstr("\n")));
   EXPECT_THAT(text, HasSubstr(R"(two\nlines\r\nand\ta tab)"));
-  EXPECT_EQ(line({EngineEvent::Stage{"a", "b", 1, 2}}),
-            R"({"v":1,"type":"stage","app":"a","stage":"b","index":1,"total":2})");
+  EXPECT_EQ(line({EngineEvent::Stage{"a", AppStage::verify, 1, 2}}),
+            R"({"v":1,"type":"stage","app":"a","stage":"verify","index":1,"total":2})");
 }
 
 TEST_F(EngineEnvelopeTest, KeepsUTF8AndReplacesWhatIsNone) {

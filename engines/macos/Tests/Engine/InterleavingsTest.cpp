@@ -21,7 +21,8 @@ class RandomRun {
   explicit RandomRun(unsigned seed) : random_{seed}, machine{seed} {
     for (const auto identifier : {brenna, tolvi, rulo}) script(identifier);
     for (unsigned i = below(3); i > 0; --i) cancelSometime();
-    exitCode = controller->runInstall({brenna, tolvi, rulo}, "install", below(2) == 1);
+    exitCode =
+        std::to_underlying(controller->runInstall({brenna, tolvi, rulo}, Action::install, below(2) == 1));
     events = machine.streams.events();
   }
 

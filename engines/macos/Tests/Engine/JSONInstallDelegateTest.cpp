@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "Engine/EngineControllerFixture.h"
@@ -11,7 +12,7 @@ using test::Lines;
 
 class JSONInstallDelegateTest : public test::EngineControllerTest {
  protected:
-  JSONInstallDelegate delegate{3, "install"};
+  JSONInstallDelegate delegate{3, Action::install};
 
   void reaches(const std::string& app, InstallStage stage, double percent = 0,
                std::optional<std::int64_t> downloaded = {}, std::optional<std::int64_t> total = {}) {
@@ -26,11 +27,11 @@ class JSONInstallDelegateTest : public test::EngineControllerTest {
             .cancelled = false,
             .alreadyCurrent = false};
   }
-  AppInstallResult failure(AppIdentifier identifier, std::optional<std::string> code) {
+  AppInstallResult failure(AppIdentifier identifier, std::optional<ErrorCode> code) {
     return {.app = app(identifier),
             .success = false,
             .errorMessage = "m",
-            .errorCode = std::move(code),
+            .errorCode = code,
             .installedPath = {},
             .cancelled = false,
             .alreadyCurrent = false};
@@ -81,23 +82,25 @@ TEST_F(JSONInstallDelegateTest, WordsResultsForTheWire) {
   const Path path = "/Applications/Brenna.app";
   auto current = success(brenna, path);
   current.alreadyCurrent = true;
-  auto cancelled = failure(brenna, "DOWNLOAD_FAILED");
+  auto cancelled = failure(brenna, ErrorCode::downloadFailed);
   cancelled.cancelled = true;
-  const auto line = [](const AppInstallResult& result, const std::string& action) {
+  const auto line = [](const AppInstallResult& result, Action action) {
     const auto event = JSONInstallDelegate::resultEvent(result, action);
-    return event.app + " " + event.status + " " + event.errorCode.value_or("-") + " " +
-           event.installedPath.value_or("-") + " " + event.installedVersion.value_or("-");
+    return fmt::format("{} {} {} {} {}", event.app, rawValue(event.status),
+                       event.errorCode ? rawValue(*event.errorCode) : "-", event.installedPath.value_or("-"),
+                       event.installedVersion.value_or("-"));
   };
-  EXPECT_EQ(line(current, "install"), "brenna skipped - " + path + " 2.0");
-  EXPECT_EQ(line(current, "update"), "brenna skipped - " + path + " 2.0");
-  EXPECT_EQ(line(success(brenna, path), "update"), "brenna updated - " + path + " 2.0");
-  EXPECT_EQ(line(success(brenna, path), "install"), "brenna installed - " + path + " 2.0");
-  EXPECT_EQ(line(success(brenna, {}), "install"), "brenna installed - - 2.0");
-  EXPECT_EQ(line(success(rulo, "/Applications/Kelo Rulo.app"), "install"),
+  EXPECT_EQ(line(current, Action::install), "brenna skipped - " + path + " 2.0");
+  EXPECT_EQ(line(current, Action::update), "brenna skipped - " + path + " 2.0");
+  EXPECT_EQ(line(success(brenna, path), Action::update), "brenna updated - " + path + " 2.0");
+  EXPECT_EQ(line(success(brenna, path), Action::install), "brenna installed - " + path + " 2.0");
+  EXPECT_EQ(line(success(brenna, {}), Action::install), "brenna installed - - 2.0");
+  EXPECT_EQ(line(success(rulo, "/Applications/Kelo Rulo.app"), Action::install),
             "rulo installed - /Applications/Kelo Rulo.app -");
-  EXPECT_EQ(line(cancelled, "install"), "brenna cancelled - - -");
-  EXPECT_EQ(line(failure(brenna, "VERIFY_FAILED"), "install"), "brenna failed VERIFY_FAILED - -");
-  EXPECT_EQ(line(failure(brenna, {}), "install"), "brenna failed INSTALL_FAILED - -");
+  EXPECT_EQ(line(cancelled, Action::install), "brenna cancelled - - -");
+  EXPECT_EQ(line(failure(brenna, ErrorCode::verifyFailed), Action::install),
+            "brenna failed VERIFY_FAILED - -");
+  EXPECT_EQ(line(failure(brenna, {}), Action::install), "brenna failed INSTALL_FAILED - -");
 }
 
 TEST_F(JSONInstallDelegateTest, ReadsTheVersionAfreshForEachResult) {

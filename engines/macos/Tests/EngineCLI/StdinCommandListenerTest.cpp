@@ -99,7 +99,7 @@ TEST_F(StdinListener, CancelsTheWholeRunForAnAppThatIsNoText) {
   provider->on(brenna).takes(60s).delivers(image(brenna, "2.0"));
   startStdinCommandListener(controller);
   machine.streams.feedLineAt(10s, R"({"type": "cancel", "app": 5})");
-  EXPECT_EQ(controller->runInstall({brenna, tolvi}, "install", false), 1);
+  EXPECT_EQ(controller->runInstall({brenna, tolvi}, Action::install, false), ExitCode::partialSuccess);
   EXPECT_EQ(transcript().back(), "done install 1: brenna cancelled, tolvi cancelled");
 }
 
@@ -108,7 +108,7 @@ TEST_F(StdinListener, CancelsOneApp) {
   provider->on(tolvi).delivers(image(tolvi, "3.0"));
   startStdinCommandListener(controller);
   machine.streams.feedLineAt(10s, R"({"type": "cancel", "app": "Brenna"})");
-  EXPECT_EQ(controller->runInstall({brenna, tolvi}, "install", false), 1);
+  EXPECT_EQ(controller->runInstall({brenna, tolvi}, Action::install, false), ExitCode::partialSuccess);
   EXPECT_EQ(transcript().back(),
             "done install 1: brenna cancelled, tolvi installed /Applications/Kelo Tolvi.app 3.0");
 }
@@ -117,7 +117,7 @@ TEST_F(StdinListener, CancelsNothingForANameThatIsNoApp) {
   provider->on(brenna).takes(60s).delivers(image(brenna, "2.0"));
   startStdinCommandListener(controller);
   machine.streams.feedLineAt(10s, R"({"type": "cancel", "app": "mozi"})");
-  EXPECT_EQ(controller->runInstall({brenna}, "install", false), 0);
+  EXPECT_EQ(controller->runInstall({brenna}, Action::install, false), ExitCode::success);
 }
 
 }  // namespace

@@ -136,7 +136,7 @@ TEST_F(CopyBundle, ThatIsNotGenuineIsRemovedAndKeepsItsQuarantineUntilThen) {
   anOldCopyIsThere();
   theCopyIsNotGenuine();
   install();
-  expectFailure(removedAgain, "SIGNATURE_FAILED");
+  expectFailure(removedAgain, ErrorCode::signatureFailed);
   expectDetachedOnce();
   EXPECT_THAT(appsFolder(), IsEmpty());
   EXPECT_THAT(mac.programs.starts(mac.paths.xattr), IsEmpty());
@@ -158,7 +158,7 @@ TEST_F(CopyBundle, ThatIsNotGenuineTakesNothingElseWithIt) {
   });
   install();
   EXPECT_EQ(looks, 1);
-  expectFailure(removedAgain, "SIGNATURE_FAILED");
+  expectFailure(removedAgain, ErrorCode::signatureFailed);
   EXPECT_EQ(mac.files.read(destination + "/Contents/MacOS/app"), "someone else's");
   EXPECT_EQ(story().back(),
             "INFO DMGInstaller: /Applications/Brenna.app is no longer the copy that was made — "
@@ -169,7 +169,7 @@ TEST_F(CopyBundle, ThatIsNotGenuineIsRemovedAsAdministratorWhenTheUserMayNot) {
   mac.files.setWritable("/Applications", false);
   theCopyIsNotGenuine();
   install();
-  expectFailure(removedAgain, "SIGNATURE_FAILED");
+  expectFailure(removedAgain, ErrorCode::signatureFailed);
   expectDetachedOnce();
   ASSERT_THAT(mac.administrator.commandLines(), SizeIs(2));
   EXPECT_EQ(mac.administrator.commandLines()[1], "/bin/rm -rf '/Applications/Brenna.app'");
@@ -185,7 +185,7 @@ TEST_F(CopyBundle, ThatIsNotGenuineAndCannotBeRemovedStaysQuarantined) {
   mac.administrator.dismissesAlways();
   mac.files.failNext(Operation::remove, destination, noWritePermission());
   install();
-  expectFailure(removedAgain, "SIGNATURE_FAILED");
+  expectFailure(removedAgain, ErrorCode::signatureFailed);
   EXPECT_THAT(mac.administrator.commandLines(), ElementsAre("/bin/rm -rf '/Applications/Brenna.app'"));
   EXPECT_EQ(story().back(), stays);
   EXPECT_TRUE(mac.files.exists(destination));
@@ -197,7 +197,7 @@ TEST_F(CopyBundle, ThatIsNotGenuineTellsWhatStoppedItsRemoval) {
   mac.files.failNext(Operation::remove, destination,
                      cocoa(CocoaError::fileWriteUnknown, "The disk is on fire."));
   install();
-  expectFailure(removedAgain, "SIGNATURE_FAILED");
+  expectFailure(removedAgain, ErrorCode::signatureFailed);
   expectDetachedOnce();
   EXPECT_THAT(mac.administrator.commandLines(), IsEmpty());
   const auto lines = story();

@@ -81,7 +81,7 @@ class DMGInstallerStory : public ::testing::Test {
     EXPECT_EQ(mac.files.read(path + "/Contents/MacOS/app"), "new binary");
     expectDetachedOnce();
   }
-  void expectFailure(const std::string& message, const std::optional<std::string>& code = std::nullopt) {
+  void expectFailure(const std::string& message, std::optional<ErrorCode> code = std::nullopt) {
     EXPECT_FALSE(result.success);
     EXPECT_FALSE(result.alreadyCurrent);
     EXPECT_EQ(result.errorMessage, message);

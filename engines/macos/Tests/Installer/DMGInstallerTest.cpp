@@ -192,7 +192,8 @@ TEST_F(InstallFromDMG, JudgesAnOnlyAppOfAnotherIdentifierByItsSignatureAlone) {
 TEST_F(InstallFromDMG, RefusesTwoAppsWithoutTheExpectedIdentifier) {
   theImageHolds({{"Brenna.app", {.identifier = federalIdentifier}}, {"Bren \"na\".app", {}}});
   install();
-  expectFailure("The package for Kelo Brenna does not contain the expected application.", "VERIFY_FAILED");
+  expectFailure("The package for Kelo Brenna does not contain the expected application.",
+                ErrorCode::verifyFailed);
   expectDetachedOnce();
   EXPECT_EQ(story().back(),
             "INFO DMGInstaller: DMG for Kelo Brenna carries 2 app bundles, none with the expected "
@@ -205,7 +206,8 @@ TEST_F(InstallFromDMG, RefusesABundleInTheImageThatAnotherTeamSigned) {
   mac.addRegisteredApp(destination, brenna("1.0", "old binary"));
   mac.verdicts.refuse(SimulatedVerdicts::Check::requirement, source);
   install();
-  expectFailure("Kelo Brenna could not be verified as genuine and was not installed.", "SIGNATURE_FAILED");
+  expectFailure("Kelo Brenna could not be verified as genuine and was not installed.",
+                ErrorCode::signatureFailed);
   expectDetachedOnce();
   EXPECT_EQ(mac.files.read(destination + "/Contents/MacOS/app"), "old binary");
   EXPECT_EQ(story().back(),
@@ -219,7 +221,8 @@ TEST_F(InstallFromDMG, RefusesALinkInTheImageHoweverGenuineWhatItLeadsTo) {
     files.addSymlink(at + "/Brenna.app", "/Users/Shared/Brenna.app");
   });
   install();
-  expectFailure("Kelo Brenna could not be verified as genuine and was not installed.", "SIGNATURE_FAILED");
+  expectFailure("Kelo Brenna could not be verified as genuine and was not installed.",
+                ErrorCode::signatureFailed);
   expectDetachedOnce();
   EXPECT_THAT(appsFolder(), IsEmpty());
   EXPECT_TRUE(mac.files.exists("/Users/Shared/Brenna.app/Contents/MacOS/app"));

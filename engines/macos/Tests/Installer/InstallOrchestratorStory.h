@@ -80,7 +80,7 @@ class RecordingDelegate : public InstallOrchestratorDelegate {
     auto text = std::string{rawValue(result.app.id)};
     text += result.cancelled ? " gave up" : result.success ? " ok" : " failed";
     if (result.alreadyCurrent) text += " already current";
-    if (result.errorCode) text += " " + *result.errorCode;
+    if (result.errorCode) text += fmt::format(" {}", rawValue(*result.errorCode));
     if (result.errorMessage) text += " '" + *result.errorMessage + "'";
     if (result.installedPath) text += " " + *result.installedPath;
     return text;

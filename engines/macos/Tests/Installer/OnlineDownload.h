@@ -1,6 +1,7 @@
 // A simulated machine with a CDN that publishes brenna, and an online provider to get it with.
 #pragma once
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
@@ -79,7 +80,8 @@ class OnlineDownload : public ::testing::Test {
       return "acquired " + outcome->fileURL + " v" + outcome->version.value_or("-") + " " +
              outcome->checksum.value_or("-").substr(0, 8) + (outcome->skipGatekeeper ? " unchecked" : "");
     }
-    return std::string{code(outcome.error()).value_or("?")} + " " + errorDescription(outcome.error());
+    const auto stableCode = code(outcome.error());
+    return fmt::format("{} {}", stableCode ? rawValue(*stableCode) : "?", errorDescription(outcome.error()));
   }
   std::string acquired() const { return "acquired " + localFile() + " v2.1 " + sha256(image).substr(0, 8); }
 

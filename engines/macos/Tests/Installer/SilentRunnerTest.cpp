@@ -15,7 +15,9 @@ using test::Lines;
 
 TEST(SilentSummary, WritesOneLineAnAppBetweenItsFrame) {
   test::SimulatedMachine machine;
-  writeSummary("install", {{"Kelo Brenna", "installed", {}}, {"Kelo Tolvi", "failed", "why \"so\""}}, 1, {});
+  writeSummary(InstallerAction::install,
+               {{"Kelo Brenna", AppStatus::installed, {}}, {"Kelo Tolvi", AppStatus::failed, "why \"so\""}},
+               ExitCode::partialSuccess, {});
   EXPECT_EQ(machine.logLines(), (Lines{"INFO --- SILENT RUN SUMMARY action=install exit_code=1 ---",
                                        "INFO   app=\"Kelo Brenna\" status=installed",
                                        "INFO   app=\"Kelo Tolvi\" status=failed detail=\"why \"so\"\"",
@@ -24,13 +26,14 @@ TEST(SilentSummary, WritesOneLineAnAppBetweenItsFrame) {
 
 TEST(SilentSummary, WritesNoDetailOfAFailureWithoutAMessage) {
   test::SimulatedMachine machine;
-  writeSummary("install", {{"Kelo Rulo", "failed", {}}}, 2, {});
+  writeSummary(InstallerAction::install, {{"Kelo Rulo", AppStatus::failed, {}}}, ExitCode::fullFailure, {});
   EXPECT_EQ(machine.logLines().at(1), "INFO   app=\"Kelo Rulo\" status=failed");
 }
 
 TEST(SilentSummary, WritesItsNoteBehindTheApps) {
   test::SimulatedMachine machine;
-  writeSummary("uninstall", {{"Kelo Rulo", "failed", ""}}, 3, "note");
+  writeSummary(InstallerAction::uninstall, {{"Kelo Rulo", AppStatus::failed, ""}}, ExitCode::invalidArguments,
+               "note");
   EXPECT_EQ(machine.logLines(), (Lines{"INFO --- SILENT RUN SUMMARY action=uninstall exit_code=3 ---",
                                        "INFO   app=\"Kelo Rulo\" status=failed detail=\"\"",
                                        "INFO   note=\"note\"", "INFO --- END SUMMARY ---"}));
@@ -58,16 +61,19 @@ class SilentRunnerTest : public ::testing::Test {
   std::shared_ptr<test::ScriptedPackageProvider> provider;
 
   std::int32_t install(const Apps& apps, bool strict = false, bool open = false) {
-    return SilentRunner{provider}.run({.action = InstallerAction::install,
-                                       .selectedApps = apps,
-                                       .openAfterInstall = open,
-                                       .strict = strict});
+    return run({.action = InstallerAction::install,
+                .selectedApps = apps,
+                .openAfterInstall = open,
+                .strict = strict});
   }
   std::int32_t uninstall(const Apps& apps, bool strict = false) {
-    return SilentRunner{provider}.run({.action = InstallerAction::uninstall,
-                                       .selectedApps = apps,
-                                       .openAfterInstall = false,
-                                       .strict = strict});
+    return run({.action = InstallerAction::uninstall,
+                .selectedApps = apps,
+                .openAfterInstall = false,
+                .strict = strict});
+  }
+  std::int32_t run(const RunOptions& options) {
+    return std::to_underlying(SilentRunner{provider}.run(options));
   }
 
   static const AppInfo& app(AppIdentifier identifier) { return *KeloAppProvider::shared().app(identifier); }

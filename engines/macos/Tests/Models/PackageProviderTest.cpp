@@ -10,23 +10,24 @@ const InstallerRetirement gone{RetirementReason::sourceUnavailable, "https://www
 TEST(ProviderError, HasAStableCodeAndASentenceForEachCase) {
   const struct {
     ProviderError error;
-    const char* code;
+    ErrorCode code;
     const char* description;
   } rows[] = {
-      {ProviderError::versionCheckFailed("no route"), "NETWORK_UNAVAILABLE",
+      {ProviderError::versionCheckFailed("no route"), ErrorCode::networkUnavailable,
        "Failed to check for updates: no route"},
-      {ProviderError::downloadFailed("HTTP 500"), "DOWNLOAD_FAILED", "Download failed: HTTP 500"},
-      {ProviderError::fileSaveFailed("disk full"), "FILE_SAVE_FAILED",
+      {ProviderError::downloadFailed("HTTP 500"), ErrorCode::downloadFailed, "Download failed: HTTP 500"},
+      {ProviderError::fileSaveFailed("disk full"), ErrorCode::fileSaveFailed,
        "Failed to save downloaded file: disk full"},
-      {ProviderError::packageNotFound("Kelo Rulo"), "PACKAGE_NOT_FOUND", "Package not found: Kelo Rulo"},
-      {ProviderError::untrustedDownloadURL("evil.example"), "UNTRUSTED_SOURCE",
+      {ProviderError::packageNotFound("Kelo Rulo"), ErrorCode::packageNotFound,
+       "Package not found: Kelo Rulo"},
+      {ProviderError::untrustedDownloadURL("evil.example"), ErrorCode::untrustedSource,
        "Download from 'evil.example' was blocked — domain not in trusted list"},
-      {ProviderError::unsupportedChecksum("md5"), "VERIFY_FAILED",
+      {ProviderError::unsupportedChecksum("md5"), ErrorCode::verifyFailed,
        "Package metadata uses an unsupported checksum algorithm 'md5' — the download cannot be verified"},
-      {ProviderError::sourceRetired(gone), "SOURCE_UNAVAILABLE",
+      {ProviderError::sourceRetired(gone), ErrorCode::sourceUnavailable,
        "This installer's download location is no longer available — download a current installer"},
-      {ProviderError::invalidResponse(), "METADATA_INVALID", "Invalid package metadata response"},
-      {ProviderError::invalidVersionFormat(), "METADATA_INVALID", "Invalid package metadata format"},
+      {ProviderError::invalidResponse(), ErrorCode::metadataInvalid, "Invalid package metadata response"},
+      {ProviderError::invalidVersionFormat(), ErrorCode::metadataInvalid, "Invalid package metadata format"},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(row.error.code(), row.code);
@@ -41,7 +42,7 @@ TEST(ProviderError, CarriesTheRetirementOfARetiredSourceOnly) {
 
 TEST(AcquisitionError, SpeaksForItsProviderError) {
   const AcquisitionError error = ProviderError::sourceRetired(gone);
-  EXPECT_EQ(code(error), "SOURCE_UNAVAILABLE");
+  EXPECT_EQ(code(error), ErrorCode::sourceUnavailable);
   EXPECT_EQ(errorDescription(error), ProviderError::sourceRetired(gone).errorDescription());
   ASSERT_NE(retirement(error), nullptr);
   EXPECT_EQ(*retirement(error), gone);

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <random>
+#include <utility>
 #include <vector>
 
 #include "Utils/RunExitCode.h"
@@ -10,6 +11,10 @@ namespace installer {
 namespace {
 
 using Statuses = std::vector<std::string>;
+
+std::int32_t numberFor(const Statuses& statuses, bool strict, bool permissionDenied) {
+  return std::to_underlying(RunExitCode::forRun(statuses, strict, permissionDenied));
+}
 
 struct Outcome {
   Statuses statuses;
@@ -45,7 +50,7 @@ TEST(RunExitCode, FollowsTheOutcomesOfTheRun) {
       {{"failed", "frobnicated"}, false, false, 2},
   };
   for (const auto& row : rows) {
-    EXPECT_EQ(RunExitCode::forRun(row.statuses, row.strict, row.permissionDenied), row.exitCode)
+    EXPECT_EQ(numberFor(row.statuses, row.strict, row.permissionDenied), row.exitCode)
         << ::testing::PrintToString(row.statuses) << " strict=" << row.strict
         << " permissionDenied=" << row.permissionDenied;
   }
@@ -82,7 +87,7 @@ TEST(RunExitCode, AgreesWithItsTableOnRandomRuns) {
     };
     const bool strict = below(2) == 1;
     const bool denied = below(2) == 1;
-    EXPECT_EQ(RunExitCode::forRun(statuses, strict, denied),
+    EXPECT_EQ(numberFor(statuses, strict, denied),
               byTable(has("failed"), std::ranges::any_of(successes, has), has("cancelled"), strict, denied))
         << ::testing::PrintToString(statuses) << " strict=" << strict << " denied=" << denied;
   }

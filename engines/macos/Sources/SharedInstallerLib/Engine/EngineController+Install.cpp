@@ -10,7 +10,6 @@
 #include "Engine/RunEvents.h"
 #include "Installer/InstallOrchestrator.h"
 #include "Installer/RunRules.h"
-#include "Models/AppConstants.h"
 #include "Models/AppInfo.h"
 #include "Models/PackageProvider.h"
 #include "Platform/Machine.h"
@@ -22,15 +21,15 @@ namespace installer {
 
 namespace {
 
-std::vector<AppResultEvent> blanketFailure(const std::vector<AppInfo>& apps, std::string_view errorCode) {
+std::vector<AppResultEvent> blanketFailure(const std::vector<AppInfo>& apps, ErrorCode errorCode) {
   std::vector<AppResultEvent> events;
   for (const auto& app : apps) events.push_back(RunEvents::emitted(RunEvents::failure(app, errorCode)));
   return events;
 }
 
 // Ends a run before it began, for a reason that holds for all of its apps.
-std::int32_t stop(const std::string& message, std::string_view errorCode, const std::vector<AppInfo>& apps,
-                  const std::string& action, std::int32_t exitCode) {
+ExitCode stop(const std::string& message, ErrorCode errorCode, const std::vector<AppInfo>& apps,
+              Action action, ExitCode exitCode) {
   RunEvents::emitLog(EventLevel::error, message);
   return RunEvents::done(action, exitCode, blanketFailure(apps, errorCode));
 }
@@ -58,8 +57,7 @@ bool hasResult(const AppInfo& app, const std::vector<AppInstallResult>& results)
 // The results in finishing order, then the apps that were never reached. After a timeout there are no
 // results, so every app counts as never reached, also one that has had a result of its own before.
 std::vector<AppResultEvent> finalEvents(const std::vector<AppInfo>& apps,
-                                        const std::vector<AppInstallResult>& results,
-                                        const std::string& action) {
+                                        const std::vector<AppInstallResult>& results, Action action) {
   std::vector<AppResultEvent> events;
   for (const auto& result : results) events.push_back(JSONInstallDelegate::resultEvent(result, action));
   for (const auto& app : apps) {
@@ -71,17 +69,16 @@ std::vector<AppResultEvent> finalEvents(const std::vector<AppInfo>& apps,
 
 }  // namespace
 
-std::int32_t EngineController::runInstall(const std::vector<AppIdentifier>& apps, const std::string& action,
-                                          bool strict) {
+ExitCode EngineController::runInstall(const std::vector<AppIdentifier>& apps, Action action, bool strict) {
   const auto resolved = RunRules::resolveApps(apps);
   if (resolved.empty()) return RunEvents::stopWithoutApps(action);
   if (const auto retirement = InstallerLifecycle::expiry()) {
     return stop(RunRules::expiryMessage(*retirement), ErrorCode::notCompatible, resolved, action,
-                AppConstants::ExitCode::fullFailure);
+                ExitCode::fullFailure);
   }
   if (!provider_->isOfflineMode() && !SystemUtils::isInternetReachable(RunRules::kConnectivityTimeout)) {
     return stop("No internet connection", ErrorCode::networkUnavailable, resolved, action,
-                AppConstants::ExitCode::networkFailure);
+                ExitCode::networkFailure);
   }
 
   const auto delegate = std::make_shared<JSONInstallDelegate>(resolved.size(), action);

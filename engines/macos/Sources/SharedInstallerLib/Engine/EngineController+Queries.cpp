@@ -5,7 +5,6 @@
 #include "Engine/RunEvents.h"
 #include "Installer/DMGInstaller.h"
 #include "Installer/RunRules.h"
-#include "Models/AppConstants.h"
 #include "Models/PackageProvider.h"
 #include "Platform/Machine.h"
 #include "Utils/InstallerConfig.h"
@@ -19,9 +18,7 @@ namespace installer {
 
 namespace {
 
-using ExitCode = std::int32_t;
-
-ExitCode done(const std::string& action, ExitCode exitCode) {
+ExitCode done(Action action, ExitCode exitCode) {
   EngineEmitter::emit({EngineEvent::Done{.action = action, .exitCode = exitCode, .results = std::nullopt}});
   return exitCode;
 }
@@ -51,7 +48,7 @@ Path nearestExisting(Path path) {
 
 }  // namespace
 
-std::int32_t EngineController::hello() {
+ExitCode EngineController::hello() {
   // Detection only, whatever the source of packages: a shell that wants to know what is on offer asks for it.
   const auto sweep = UpdateChecker::sweep(KeloAppProvider::shared().allApps(), false);
   const bool offline = provider_->isOfflineMode();
@@ -65,10 +62,10 @@ std::int32_t EngineController::hello() {
       .apps = std::move(apps),
       .retirement = InstallerRetirementEvent::of(InstallerLifecycle::expiry()),
   }});
-  return done("hello", AppConstants::ExitCode::success);
+  return done(Action::hello, ExitCode::success);
 }
 
-std::int32_t EngineController::checkUpdates(const std::vector<AppIdentifier>& apps) {
+ExitCode EngineController::checkUpdates(const std::vector<AppIdentifier>& apps) {
   const auto sweep = UpdateChecker::sweep(RunRules::resolveApps(apps), !provider_->isOfflineMode());
   EngineEvent::UpdateCheckResult event{
       .apps = {},
@@ -76,28 +73,28 @@ std::int32_t EngineController::checkUpdates(const std::vector<AppIdentifier>& ap
   };
   for (const auto& status : sweep.statuses) event.apps.push_back(UpdateEntries::updateCheckEntry(status));
   EngineEmitter::emit({std::move(event)});
-  return done("check-updates", AppConstants::ExitCode::success);
+  return done(Action::checkUpdates, ExitCode::success);
 }
 
-std::int32_t EngineController::diskFree(const std::string& path) {
+ExitCode EngineController::diskFree(const std::string& path) {
   const auto asked = path.empty() ? machine().paths.applications : path;
   EngineEmitter::emit({EngineEvent::DiskFreeResult{
       .path = asked,
       .freeBytes = DMGInstaller::volumeFreeBytes(nearestExisting(asked)),
   }});
-  return done("disk-free", AppConstants::ExitCode::success);
+  return done(Action::diskFree, ExitCode::success);
 }
 
-std::int32_t EngineController::exportLogs(const std::optional<std::string>& outDirectory) {
+ExitCode EngineController::exportLogs(const std::optional<std::string>& outDirectory) {
   const auto archive = LogExport::exportLogs(outDirectory);
   if (!archive) {
     log("exportLogs failed: " + archive.error().localizedDescription);
     EngineEmitter::emit(
-        {EngineEvent::ExportLogsResult{.path = std::nullopt, .errorCode = std::string{ErrorCode::unknown}}});
-    return done("export-logs", AppConstants::ExitCode::fullFailure);
+        {EngineEvent::ExportLogsResult{.path = std::nullopt, .errorCode = ErrorCode::unknown}});
+    return done(Action::exportLogs, ExitCode::fullFailure);
   }
   EngineEmitter::emit({EngineEvent::ExportLogsResult{.path = *archive, .errorCode = std::nullopt}});
-  return done("export-logs", AppConstants::ExitCode::success);
+  return done(Action::exportLogs, ExitCode::success);
 }
 
 }  // namespace installer

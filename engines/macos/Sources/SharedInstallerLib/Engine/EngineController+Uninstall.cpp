@@ -36,13 +36,13 @@ AppResultEvent resultEvent(const UninstallResult& result) {
 void announce(const AppInfo& app, std::size_t index, std::size_t total) {
   const std::string identifier{rawValue(app.id)};
   EngineEmitter::emit({EngineEvent::Stage{.app = identifier,
-                                          .stage = "uninstall",
+                                          .stage = AppStage::uninstall,
                                           .index = static_cast<std::int64_t>(index),
                                           .total = static_cast<std::int64_t>(total)}});
   EngineEmitter::emit({EngineEvent::Progress{.app = identifier,
                                              .percent = 100,
                                              .indeterminate = true,
-                                             .detailCode = "UNINSTALLING",
+                                             .stage = AppStage::uninstall,
                                              .detailArgs = std::nullopt}});
 }
 
@@ -54,9 +54,9 @@ bool isDeniedPermission(const AppResultEvent& event) {
 
 }  // namespace
 
-std::int32_t EngineController::runUninstall(const std::vector<AppIdentifier>& apps, bool strict) {
+ExitCode EngineController::runUninstall(const std::vector<AppIdentifier>& apps, bool strict) {
   const auto resolved = RunRules::resolveApps(apps);
-  if (resolved.empty()) return RunEvents::stopWithoutApps("uninstall");
+  if (resolved.empty()) return RunEvents::stopWithoutApps(Action::uninstall);
 
   std::vector<AppResultEvent> events;
   for (std::size_t i = 0; i < resolved.size(); ++i) {
@@ -64,7 +64,7 @@ std::int32_t EngineController::runUninstall(const std::vector<AppIdentifier>& ap
   }
   const auto exitCode = RunExitCode::forRun(RunEvents::statuses(events), strict,
                                             std::ranges::any_of(events, isDeniedPermission));
-  return RunEvents::done("uninstall", exitCode, events);
+  return RunEvents::done(Action::uninstall, exitCode, events);
 }
 
 AppResultEvent EngineController::uninstallUnlessCancelled(const AppInfo& app, std::size_t index,

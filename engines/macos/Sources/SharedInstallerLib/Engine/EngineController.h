@@ -5,13 +5,13 @@
 // and returns the exit status that the `done` carries. The cancels may come from any thread.
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "Models/AppInfo.h"
+#include "Models/Vocabulary.h"
 
 namespace installer {
 
@@ -33,26 +33,26 @@ class EngineController : public std::enable_shared_from_this<EngineController> {
   const std::shared_ptr<PackageProvider>& provider() const { return provider_; }
 
   // What this engine is, can do, and finds on the machine. Touches no network. Always 0.
-  std::int32_t hello();
+  ExitCode hello();
 
   // What the CDN offers for `apps` (empty means all of the catalog). Blocks for up to 15 seconds per app
   // behind the sweep, one after the other, for the release notes. Always 0.
-  std::int32_t checkUpdates(const std::vector<AppIdentifier>& apps);
+  ExitCode checkUpdates(const std::vector<AppIdentifier>& apps);
 
   // Room on the volume of `path`, or of its nearest parent that exists; an empty path means the folder of
   // the applications. Always 0, also when the size is unknown.
-  std::int32_t diskFree(const std::string& path);
+  ExitCode diskFree(const std::string& path);
 
   // 0, or 2 when the bundle couldn't be written.
-  std::int32_t exportLogs(const std::optional<std::string>& outDirectory);
+  ExitCode exportLogs(const std::optional<std::string>& outDirectory);
 
-  // Installs `apps` (empty means all of the catalog) one by one; `action` is "install" or "update". Turns
+  // Installs `apps` (empty means all of the catalog) one by one; `action` is `install` or `update`. Turns
   // the main run loop until the end, or until 600 seconds have passed without any sign of life.
-  std::int32_t runInstall(const std::vector<AppIdentifier>& apps, const std::string& action, bool strict);
+  ExitCode runInstall(const std::vector<AppIdentifier>& apps, Action action, bool strict);
 
   // Removes `apps` (empty means all of the catalog) one by one, on this thread; asks for an administrator's
   // password where it must.
-  std::int32_t runUninstall(const std::vector<AppIdentifier>& apps, bool strict);
+  ExitCode runUninstall(const std::vector<AppIdentifier>& apps, bool strict);
 
   // Both return at once and take effect on the main queue, if the controller still lives then. The app at
   // work ends whole. A cancel of one app stops an install of that app alone, but all that is still to come of

@@ -1,9 +1,7 @@
 #include "Engine/EngineEmitter.h"
 
 #include <string>
-#include <string_view>
 
-#include "Base/Text.h"
 #include "Engine/EngineEnvelope.h"
 #include "Engine/EngineEvent.h"
 #include "Platform/Machine.h"
@@ -13,11 +11,12 @@ namespace installer::EngineEmitter {
 
 namespace {
 
-// In any case; a word that names no level counts as info.
-LogLevel logLevel(std::string_view word) {
-  const auto level = lowercased(word);
-  if (level == EventLevel::warn) return LogLevel::warn;
-  if (level == EventLevel::error) return LogLevel::error;
+LogLevel logLevel(EventLevel level) {
+  switch (level) {
+    case EventLevel::info: return LogLevel::info;
+    case EventLevel::warn: return LogLevel::warn;
+    case EventLevel::error: return LogLevel::error;
+  }
   return LogLevel::info;
 }
 

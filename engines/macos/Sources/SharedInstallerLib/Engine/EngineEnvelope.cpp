@@ -32,6 +32,10 @@ template <class Plain>
 Object encode(const Plain& value) {
   return value;
 }
+template <HasWireTable Value>
+Object encode(const Value& value) {
+  return rawValue(value);
+}
 
 template <class Record>
 Object encodeAll(const std::vector<Record>& records) {
@@ -77,7 +81,8 @@ Object encode(const EngineEvent::UpdateCheckEntry& entry) {
 }
 
 Object encode(const AppResultEvent& result) {
-  Object object{{"v", result.v}, {"type", result.type}, {"app", result.app}, {"status", result.status}};
+  Object object{
+      {"v", result.v}, {"type", result.type}, {"app", result.app}, {"status", rawValue(result.status)}};
   putIfPresent(object, "errorCode", result.errorCode);
   putIfPresent(object, "installedPath", result.installedPath);
   putIfPresent(object, "installedVersion", result.installedVersion);
@@ -144,7 +149,7 @@ Object encodePayload(const EngineEvent::UpdateCheckResult& event) {
 Object encodePayload(const EngineEvent::Stage& event) {
   auto object = envelopeOf("stage");
   object["app"] = event.app;
-  object["stage"] = event.stage;
+  object["stage"] = rawValue(event.stage);
   putIfPresent(object, "index", event.index);
   putIfPresent(object, "total", event.total);
   return object;
@@ -162,7 +167,7 @@ Object encodePayload(const EngineEvent::Progress& event) {
   putIfPresent(object, "app", event.app);
   object["percent"] = numberOf(event.percent);
   object["indeterminate"] = event.indeterminate;
-  putIfPresent(object, "detailCode", event.detailCode);
+  if (event.stage) object["detailCode"] = detailCode(*event.stage);
   putIfPresent(object, "detailArgs", event.detailArgs);
   return object;
 }
@@ -171,7 +176,7 @@ Object encodePayload(const EngineEvent::Progress& event) {
 Object encodePayload(const EngineEvent::AppResult& event) {
   auto object = envelopeOf("app-result");
   object["app"] = event.result.app;
-  object["status"] = event.result.status;
+  object["status"] = rawValue(event.result.status);
   putOrNull(object, "errorCode", event.result.errorCode);
   putOrNull(object, "installedPath", event.result.installedPath);
   putOrNull(object, "installedVersion", event.result.installedVersion);
@@ -194,8 +199,8 @@ Object encodePayload(const EngineEvent::ExportLogsResult& event) {
 
 Object encodePayload(const EngineEvent::Done& event) {
   auto object = envelopeOf("done");
-  object["action"] = event.action;
-  object["exitCode"] = event.exitCode;
+  object["action"] = rawValue(event.action);
+  object["exitCode"] = std::to_underlying(event.exitCode);
   if (event.results) object["results"] = EventRecords::encodeAll(*event.results);
   putIfPresent(object, "installerRetired",
                InstallerRetirementEvent::of(InstallerLifecycle::currentRetirement()));
@@ -204,7 +209,7 @@ Object encodePayload(const EngineEvent::Done& event) {
 
 Object encodePayload(const EngineEvent::Log& event) {
   auto object = envelopeOf("log");
-  object["level"] = event.level;
+  object["level"] = rawValue(event.level);
   object["message"] = event.message;
   return object;
 }

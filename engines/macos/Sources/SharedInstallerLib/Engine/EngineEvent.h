@@ -6,43 +6,24 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <variant>
 #include <vector>
 
 #include "Models/AppConstants.h"
 #include "Models/ReleaseNotes.h"
+#include "Models/Vocabulary.h"
 
 namespace installer {
 
-// The fixed words of the wire that the engine's own floor speaks.
-// A shell compares them to the letter, so none may ever change its spelling.
-namespace EventLevel {
-inline constexpr std::string_view info = "info";
-inline constexpr std::string_view warn = "warn";
-inline constexpr std::string_view error = "error";
-}  // namespace EventLevel
-
-namespace ErrorCode {
-inline constexpr std::string_view networkUnavailable = "NETWORK_UNAVAILABLE";
-inline constexpr std::string_view installFailed = "INSTALL_FAILED";
-inline constexpr std::string_view notCompatible = "NOT_COMPATIBLE";
-inline constexpr std::string_view uninstallFailed = "UNINSTALL_FAILED";
-inline constexpr std::string_view uninstallPermissionDenied = "UNINSTALL_PERMISSION_DENIED";
-inline constexpr std::string_view uninstallAuthCancelled = "UNINSTALL_AUTH_CANCELLED";
-inline constexpr std::string_view skipped = "SKIPPED";
-inline constexpr std::string_view unknown = "UNKNOWN";
-}  // namespace ErrorCode
-
-// How one app of a run ended, in the words of the wire.
+// How one app of a run ended.
 // The human text of a failure is deliberately missing: it stays in the log file, and a shell words the
 // failure from `errorCode`.
 struct AppResultEvent {
   std::int64_t v = kEngineProtocolVersion;
   std::string type = "app-result";
-  std::string app;     // raw value of an AppIdentifier
-  std::string status;  // one of AppStatus
-  std::optional<std::string> errorCode;
+  std::string app;  // raw value of an AppIdentifier
+  AppStatus status = AppStatus::failed;
+  std::optional<ErrorCode> errorCode;
   std::optional<std::string> installedPath;
   std::optional<std::string> installedVersion;
 
@@ -108,16 +89,16 @@ struct EngineEvent {
   // The app has entered a stage.
   struct Stage {
     std::string app;
-    std::string stage;                  // "download", "verify", "install" or "uninstall"
+    AppStage stage = AppStage::download;
     std::optional<std::int64_t> index;  // the app's number in this run, from 1
     std::optional<std::int64_t> total;  // apps in this run
   };
 
   struct Progress {
     std::optional<std::string> app;
-    double percent = 0;          // 0 to 100 of this app's own progress
-    bool indeterminate = false;  // `percent` only fills a bar that can't measure
-    std::optional<std::string> detailCode;
+    double percent = 0;             // 0 to 100 of this app's own progress
+    bool indeterminate = false;     // `percent` only fills a bar that can't measure
+    std::optional<AppStage> stage;  // its detail code goes out
     std::optional<std::map<std::string, std::int64_t>> detailArgs;
   };
 
@@ -132,18 +113,18 @@ struct EngineEvent {
 
   struct ExportLogsResult {
     std::optional<std::string> path;  // absent on failure
-    std::optional<std::string> errorCode;
+    std::optional<ErrorCode> errorCode;
   };
 
   // The last event of every operation that gets as far as the controller.
   struct Done {
-    std::string action;
-    std::int32_t exitCode = 0;
+    Action action = Action::hello;
+    ExitCode exitCode = ExitCode::success;
     std::optional<std::vector<AppResultEvent>> results;  // of a run; absent after a query
   };
 
   struct Log {
-    std::string level;  // "info", "warn" or "error"
+    EventLevel level = EventLevel::info;
     std::string message;
   };
 

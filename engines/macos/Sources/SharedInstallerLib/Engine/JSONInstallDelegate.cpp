@@ -1,26 +1,14 @@
 #include "Engine/JSONInstallDelegate.h"
 
-#include <utility>
-
 #include "Engine/EngineEmitter.h"
 #include "Engine/EngineEvent.h"
 #include "Engine/RunEvents.h"
 #include "Platform/Machine.h"
 #include "Utils/ExistingAppDetector.h"
-#include "Utils/RunExitCode.h"
 
 namespace installer {
 
 namespace {
-
-std::string_view detailCode(InstallStage stage) {
-  switch (stage) {
-    case InstallStage::download: return "DOWNLOADING";
-    case InstallStage::verify: return "VERIFYING";
-    case InstallStage::install: return "INSTALLING";
-  }
-  return "";
-}
 
 std::optional<std::map<std::string, std::int64_t>> detailArgs(std::optional<std::int64_t> downloadedBytes,
                                                               std::optional<std::int64_t> totalBytes) {
@@ -29,18 +17,18 @@ std::optional<std::map<std::string, std::int64_t>> detailArgs(std::optional<std:
                                              {"totalBytes", *totalBytes}};
 }
 
-std::string_view successStatus(const AppInstallResult& result, const std::string& action) {
+AppStatus successStatus(const AppInstallResult& result, Action action) {
   if (result.alreadyCurrent) return AppStatus::skipped;
-  return action == "update" ? AppStatus::updated : AppStatus::installed;
+  return action == Action::update ? AppStatus::updated : AppStatus::installed;
 }
 
 }  // namespace
 
-JSONInstallDelegate::JSONInstallDelegate(std::size_t totalApps, std::string action)
-    : totalApps_{totalApps}, action_{std::move(action)}, lastActivity_{machine().dispatch.now()} {
+JSONInstallDelegate::JSONInstallDelegate(std::size_t totalApps, Action action)
+    : totalApps_{totalApps}, action_{action}, lastActivity_{machine().dispatch.now()} {
 }
 
-AppResultEvent JSONInstallDelegate::resultEvent(const AppInstallResult& result, const std::string& action) {
+AppResultEvent JSONInstallDelegate::resultEvent(const AppInstallResult& result, Action action) {
   if (result.success) {
     auto event = RunEvents::appResult(result.app, successStatus(result, action));
     event.installedPath = result.installedPath;
@@ -48,7 +36,7 @@ AppResultEvent JSONInstallDelegate::resultEvent(const AppInstallResult& result, 
     return event;
   }
   if (result.cancelled) return RunEvents::appResult(result.app, AppStatus::cancelled);
-  return RunEvents::failure(result.app, result.errorCode.value_or(std::string{ErrorCode::installFailed}));
+  return RunEvents::failure(result.app, result.errorCode.value_or(ErrorCode::installFailed));
 }
 
 void JSONInstallDelegate::noteActivity() {
@@ -62,7 +50,7 @@ void JSONInstallDelegate::enterStage(const std::string& appId, InstallStage stag
   if (!stageIndex_.contains(appId)) stageIndex_[appId] = ++order_;
   EngineEmitter::emit({EngineEvent::Stage{
       .app = appId,
-      .stage = std::string{rawValue(stage)},
+      .stage = appStage(stage),
       .index = stageIndex_[appId],
       .total = static_cast<std::int64_t>(totalApps_),
   }});
@@ -78,7 +66,7 @@ void JSONInstallDelegate::orchestratorDidUpdateApp(const std::string& appId, Ins
       .app = appId,
       .percent = percent,
       .indeterminate = indeterminate,
-      .detailCode = std::string{detailCode(stage)},
+      .stage = appStage(stage),
       .detailArgs = detailArgs(downloadedBytes, totalBytes),
   }});
 }
@@ -88,7 +76,7 @@ void JSONInstallDelegate::orchestratorDidUpdateProgress(const std::string& statu
                                                         const std::string& detailText, double /*progress*/) {
   noteActivity();
   EngineEmitter::emit({EngineEvent::Log{
-      .level = std::string{EventLevel::info},
+      .level = EventLevel::info,
       .message = detailText.empty() ? statusText : statusText + " — " + detailText,
   }});
 }

@@ -16,11 +16,11 @@ namespace installer {
 
 class JSONInstallDelegate final : public InstallOrchestratorDelegate {
  public:
-  // `action` is "install" or "update". Its creation counts as the first sign of life.
-  JSONInstallDelegate(std::size_t totalApps, std::string action);
+  // `action` is `install` or `update`. Its creation counts as the first sign of life.
+  JSONInstallDelegate(std::size_t totalApps, Action action);
 
   // How a result reads on the wire; the installed version is read afresh from the bundle on disk.
-  static AppResultEvent resultEvent(const AppInstallResult& result, const std::string& action);
+  static AppResultEvent resultEvent(const AppInstallResult& result, Action action);
 
   bool isFinished() const { return isFinished_; }
   const std::vector<AppInstallResult>& results() const { return results_; }  // empty until finished
@@ -39,7 +39,7 @@ class JSONInstallDelegate final : public InstallOrchestratorDelegate {
   void enterStage(const std::string& appId, InstallStage stage);
 
   const std::size_t totalApps_;
-  const std::string action_;
+  const Action action_;
   std::map<std::string, InstallStage> lastStage_;
   // Numbers count the apps in the order in which they first reach a stage: one that is skipped on arrival
   // gets none, and those behind it move up.

@@ -5,25 +5,23 @@
 
 #include "Engine/EngineEmitter.h"
 #include "Engine/EngineEvent.h"
-#include "Models/AppConstants.h"
 #include "Models/AppInfo.h"
 #include "Platform/Machine.h"
 #include "Utils/BundledPackages.h"
 #include "Utils/CDNSource.h"
 #include "Utils/DiskRequirement.h"
 #include "Utils/InstallerConfig.h"
-#include "Utils/RunExitCode.h"
 
 namespace installer::RunEvents {
 
-AppResultEvent appResult(const AppInfo& app, std::string_view status) {
+AppResultEvent appResult(const AppInfo& app, AppStatus status) {
   AppResultEvent event;
   event.app = rawValue(app.id);
   event.status = status;
   return event;
 }
 
-AppResultEvent failure(const AppInfo& app, std::string_view errorCode) {
+AppResultEvent failure(const AppInfo& app, ErrorCode errorCode) {
   auto event = appResult(app, AppStatus::failed);
   event.errorCode = errorCode;
   return event;
@@ -34,25 +32,25 @@ AppResultEvent emitted(AppResultEvent event) {
   return event;
 }
 
-void emitLog(std::string_view level, const std::string& message) {
-  EngineEmitter::emit({EngineEvent::Log{.level = std::string{level}, .message = message}});
+void emitLog(EventLevel level, const std::string& message) {
+  EngineEmitter::emit({EngineEvent::Log{.level = level, .message = message}});
 }
 
-std::int32_t done(const std::string& action, std::int32_t exitCode, std::vector<AppResultEvent> results) {
+ExitCode done(Action action, ExitCode exitCode, std::vector<AppResultEvent> results) {
   EngineEmitter::emit(
       {EngineEvent::Done{.action = action, .exitCode = exitCode, .results = std::move(results)}});
   return exitCode;
 }
 
-std::int32_t stopWithoutApps(const std::string& action) {
+ExitCode stopWithoutApps(Action action) {
   emitLog(EventLevel::error, "No valid app identifiers supplied");
-  return done(action, AppConstants::ExitCode::invalidArguments, {});
+  return done(action, ExitCode::invalidArguments, {});
 }
 
 std::vector<std::string> statuses(const std::vector<AppResultEvent>& events) {
   std::vector<std::string> words;
   words.reserve(events.size());
-  for (const auto& event : events) words.push_back(event.status);
+  for (const auto& event : events) words.emplace_back(rawValue(event.status));
   return words;
 }
 

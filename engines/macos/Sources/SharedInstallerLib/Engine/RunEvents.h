@@ -2,9 +2,7 @@
 // Stateless; any thread.
 #pragma once
 
-#include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "Engine/EngineEvent.h"
@@ -16,15 +14,15 @@ struct AppInfo;
 
 namespace RunEvents {
 
-AppResultEvent appResult(const AppInfo& app, std::string_view status);
-AppResultEvent failure(const AppInfo& app, std::string_view errorCode);  // with the status "failed"
+AppResultEvent appResult(const AppInfo& app, AppStatus status);
+AppResultEvent failure(const AppInfo& app, ErrorCode errorCode);  // with the status `failed`
 // Hands `event` on when it has gone out as an event of its own.
 AppResultEvent emitted(AppResultEvent event);
-void emitLog(std::string_view level, const std::string& message);
+void emitLog(EventLevel level, const std::string& message);
 // Emits the end of the run and gives its exit code.
-std::int32_t done(const std::string& action, std::int32_t exitCode, std::vector<AppResultEvent> results);
+ExitCode done(Action action, ExitCode exitCode, std::vector<AppResultEvent> results);
 // The end of a run that has no app to work on.
-std::int32_t stopWithoutApps(const std::string& action);
+ExitCode stopWithoutApps(Action action);
 std::vector<std::string> statuses(const std::vector<AppResultEvent>& events);
 
 }  // namespace RunEvents

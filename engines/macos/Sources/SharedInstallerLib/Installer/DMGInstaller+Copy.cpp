@@ -73,7 +73,7 @@ DMGInstaller::EndOfInstall DMGInstaller::verifyCopy(const InstallInProgress& ins
       fmt::format(
           "{} could not be verified after installation, so it was removed. Any previous version was replaced and is gone; download the installer again to reinstall.",
           install.app.displayName),
-      "SIGNATURE_FAILED");
+      ErrorCode::signatureFailed);
 }
 
 bool DMGInstaller::removeInstalledBundle(const Path& path) {

@@ -141,7 +141,7 @@ std::expected<std::string, InstallResult> DMGInstaller::chooseBundle(const Mount
                   app.displayName, names.size(), app.installerBundleIdentifier, listText(names)));
   return std::unexpected(InstallResult::failure(
       fmt::format("The package for {} does not contain the expected application.", app.displayName),
-      "VERIFY_FAILED"));
+      ErrorCode::verifyFailed));
 }
 
 DMGInstaller::EndOfInstall DMGInstaller::verifySource(const InstallInProgress& install) {
@@ -156,7 +156,7 @@ DMGInstaller::EndOfInstall DMGInstaller::verifySource(const InstallInProgress& i
       install.bundleName, install.app.displayName));
   return InstallResult::failure(
       fmt::format("{} could not be verified as genuine and was not installed.", install.app.displayName),
-      "SIGNATURE_FAILED");
+      ErrorCode::signatureFailed);
 }
 
 void DMGInstaller::detachDMG(const Path& mountPoint) {

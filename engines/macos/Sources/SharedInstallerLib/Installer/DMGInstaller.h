@@ -16,6 +16,7 @@
 #include "Base/Path.h"
 #include "Installer/PrivilegedRunner.h"
 #include "Models/AppInfo.h"
+#include "Models/Vocabulary.h"
 
 namespace installer {
 
@@ -24,11 +25,11 @@ struct InstallResult {
   bool success = false;  // the requested version, or something at least as new, is in place
   std::optional<std::string> errorMessage = {};  // for a person; on failure only
   std::optional<Path> installedPath = {};        // where the bundle now is; on success only
-  bool alreadyCurrent = false;  // nothing was copied: the installed version is the same or newer
-  std::optional<std::string> errorCode = {};  // stable code; absent when the failure has none of its own
+  bool alreadyCurrent = false;              // nothing was copied: the installed version is the same or newer
+  std::optional<ErrorCode> errorCode = {};  // stable code; absent when the failure has none of its own
 
-  static InstallResult failure(std::string message, std::optional<std::string> code = std::nullopt) {
-    return {false, std::move(message), std::nullopt, false, std::move(code)};
+  static InstallResult failure(std::string message, std::optional<ErrorCode> code = std::nullopt) {
+    return {false, std::move(message), std::nullopt, false, code};
   }
   static InstallResult makeSuccess(const std::string& /*appName*/, Path path) {
     return {true, std::nullopt, std::move(path), false, std::nullopt};

@@ -50,16 +50,18 @@ std::optional<InstallOrchestrator::Ending> InstallOrchestrator::verificationFail
   const std::string& name = app.displayName;
   if (package.checksum && !ChecksumVerifier::verifyFileChecksum(package.fileURL, *package.checksum)) {
     logError(fmt::format("InstallOrchestrator: Checksum failed for {}", name));
-    return Ending::failure(fmt::format("Checksum verification failed for {}", name), "VERIFY_FAILED");
+    return Ending::failure(fmt::format("Checksum verification failed for {}", name), ErrorCode::verifyFailed);
   }
   if (package.skipGatekeeper) return std::nullopt;
   if (!ChecksumVerifier::verifyGatekeeper(package.fileURL)) {
     logError(fmt::format("InstallOrchestrator: Gatekeeper failed for {}", name));
-    return Ending::failure(fmt::format("Gatekeeper verification failed for {}", name), "GATEKEEPER_FAILED");
+    return Ending::failure(fmt::format("Gatekeeper verification failed for {}", name),
+                           ErrorCode::gatekeeperFailed);
   }
   if (!ChecksumVerifier::verifySignature(package.fileURL)) {
     logError(fmt::format("InstallOrchestrator: Signature failed for {}", name));
-    return Ending::failure(fmt::format("Signature verification failed for {}", name), "SIGNATURE_FAILED");
+    return Ending::failure(fmt::format("Signature verification failed for {}", name),
+                           ErrorCode::signatureFailed);
   }
   return std::nullopt;
 }
@@ -73,7 +75,7 @@ InstallOrchestrator::Ending InstallOrchestrator::install(const AppInfo& app, con
   const auto result = DMGInstaller::installFromDMG(package.fileURL, app);
   if (!result.success) {
     return Ending::failure(result.errorMessage.value_or("Installation failed"),
-                           result.errorCode.value_or("INSTALL_FAILED"));
+                           result.errorCode.value_or(ErrorCode::installFailed));
   }
   updateProgress(fmt::format("{} installed successfully", app.displayName), "", 100);
   return {.success = true, .installedPath = result.installedPath, .alreadyCurrent = result.alreadyCurrent};

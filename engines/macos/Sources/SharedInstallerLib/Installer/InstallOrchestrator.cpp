@@ -12,8 +12,8 @@
 namespace installer {
 
 InstallOrchestrator::Ending InstallOrchestrator::Ending::failure(std::string message,
-                                                                 std::optional<std::string> code) {
-  return {.errorMessage = std::move(message), .errorCode = std::move(code)};
+                                                                 std::optional<ErrorCode> code) {
+  return {.errorMessage = std::move(message), .errorCode = code};
 }
 
 InstallOrchestrator::Ending InstallOrchestrator::Ending::givenUp() {
@@ -21,9 +21,7 @@ InstallOrchestrator::Ending InstallOrchestrator::Ending::givenUp() {
 }
 
 InstallOrchestrator::Ending InstallOrchestrator::Ending::acquisitionFailure(const AcquisitionError& error) {
-  const auto stableCode = code(error);
-  return failure(errorDescription(error),
-                 stableCode ? std::optional{std::string{*stableCode}} : std::nullopt);
+  return failure(errorDescription(error), code(error));
 }
 
 void InstallOrchestrator::startInstallation(std::vector<AppInfo> apps) {

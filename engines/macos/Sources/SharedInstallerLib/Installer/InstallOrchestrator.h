@@ -48,12 +48,12 @@ class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestra
   struct Ending {
     bool success = false;
     std::optional<std::string> errorMessage = {};
-    std::optional<std::string> errorCode = {};
+    std::optional<ErrorCode> errorCode = {};
     std::optional<std::string> installedPath = {};
     bool cancelled = false;
     bool alreadyCurrent = false;
 
-    static Ending failure(std::string message, std::optional<std::string> code);
+    static Ending failure(std::string message, std::optional<ErrorCode> code);
     static Ending givenUp();
     static Ending acquisitionFailure(const AcquisitionError& error);
   };

@@ -9,20 +9,24 @@
 #include <vector>
 
 #include "Models/AppInfo.h"
+#include "Models/Vocabulary.h"
 
 namespace installer {
 
 // Where the app being worked on stands.
 enum class InstallStage { download, verify, install };
 
-// "download", "verify" or "install": the word for the protocol and the log.
-constexpr std::string_view rawValue(InstallStage stage) {
+constexpr AppStage appStage(InstallStage stage) {
   switch (stage) {
-    case InstallStage::download: return "download";
-    case InstallStage::verify: return "verify";
-    case InstallStage::install: return "install";
+    case InstallStage::download: return AppStage::download;
+    case InstallStage::verify: return AppStage::verify;
+    case InstallStage::install: break;
   }
-  return "";
+  return AppStage::install;
+}
+
+constexpr std::string_view rawValue(InstallStage stage) {
+  return rawValue(appStage(stage));
 }
 
 // What became of one app of an install run.
@@ -30,7 +34,7 @@ struct AppInstallResult {
   AppInfo app;
   bool success = false;                           // true only if the bundle is in place
   std::optional<std::string> errorMessage = {};   // for a person; "cancelled" for a cancelled app
-  std::optional<std::string> errorCode = {};      // stable code; absent when the failure has none of its own
+  std::optional<ErrorCode> errorCode = {};        // stable code; absent when the failure has none of its own
   std::optional<std::string> installedPath = {};  // where the bundle lies, on success
   bool cancelled = false;                         // given up because of a cancel
   bool alreadyCurrent = false;  // a success without copying: the installed copy was up to date

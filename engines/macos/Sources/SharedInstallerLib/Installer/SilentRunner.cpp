@@ -8,7 +8,6 @@
 #include "Installer/AppUninstaller.h"
 #include "Installer/InstallOrchestrator.h"
 #include "Installer/RunRules.h"
-#include "Models/AppConstants.h"
 #include "Models/AppInfo.h"
 #include "Models/PackageProvider.h"
 #include "Platform/Machine.h"
@@ -35,11 +34,12 @@ void HeadlessInstallDelegate::orchestratorDidFinish(const std::vector<AppInstall
   isFinished_ = true;
 }
 
-void writeSummary(const std::string& action, const std::vector<SummaryEntry>& entries, std::int32_t exitCode,
+void writeSummary(InstallerAction action, const std::vector<SummaryEntry>& entries, ExitCode exitCode,
                   const std::optional<std::string>& note) {
-  log(fmt::format("--- SILENT RUN SUMMARY action={} exit_code={} ---", action, exitCode));
+  log(fmt::format("--- SILENT RUN SUMMARY action={} exit_code={} ---", rawValue(action),
+                  std::to_underlying(exitCode)));
   for (const auto& entry : entries) {
-    auto line = fmt::format("  app=\"{}\" status={}", entry.appName, entry.status);
+    auto line = fmt::format("  app=\"{}\" status={}", entry.appName, rawValue(entry.status));
     if (entry.detail) line += fmt::format(" detail=\"{}\"", *entry.detail);
     log(line);
   }
@@ -57,14 +57,14 @@ std::string selectionText(const std::vector<AppIdentifier>& identifiers) {
 }
 
 // Ends a run before any app was touched.
-std::int32_t stop(InstallerAction action, std::int32_t exitCode, const std::string& note) {
-  writeSummary(std::string{rawValue(action)}, {}, exitCode, note);
+ExitCode stop(InstallerAction action, ExitCode exitCode, const std::string& note) {
+  writeSummary(action, {}, exitCode, note);
   return exitCode;
 }
 
-std::int32_t stopWithoutApps(InstallerAction action) {
+ExitCode stopWithoutApps(InstallerAction action) {
   logError("SilentRunner: No valid apps resolved from --apps argument");
-  return stop(action, AppConstants::ExitCode::invalidArguments, "No valid app identifiers supplied");
+  return stop(action, ExitCode::invalidArguments, "No valid app identifiers supplied");
 }
 
 // Whoever stops waiting cancels nothing, and judges the results that there are.
@@ -78,31 +78,29 @@ void waitForEnd(const HeadlessInstallDelegate& delegate) {
   }
 }
 
-std::string statusWord(const AppInstallResult& result) {
-  if (result.success) return std::string{result.alreadyCurrent ? AppStatus::skipped : AppStatus::installed};
-  return std::string{result.cancelled ? AppStatus::cancelled : AppStatus::failed};
+AppStatus statusOf(const AppInstallResult& result) {
+  if (result.success) return result.alreadyCurrent ? AppStatus::skipped : AppStatus::installed;
+  return result.cancelled ? AppStatus::cancelled : AppStatus::failed;
 }
 
-std::string statusWord(const UninstallResult& result) {
-  if (result.success) {
-    return std::string{result.alreadyAbsent ? AppStatus::alreadyAbsent : AppStatus::uninstalled};
-  }
-  if (result.cancelled) return std::string{AppStatus::cancelled};
-  return std::string{result.skipped ? AppStatus::skipped : AppStatus::failed};
+AppStatus statusOf(const UninstallResult& result) {
+  if (result.success) return result.alreadyAbsent ? AppStatus::alreadyAbsent : AppStatus::uninstalled;
+  if (result.cancelled) return AppStatus::cancelled;
+  return result.skipped ? AppStatus::skipped : AppStatus::failed;
 }
 
 template <class Result>
 std::vector<std::string> statusWords(const std::vector<Result>& results) {
   std::vector<std::string> words;
-  for (const auto& result : results) words.push_back(statusWord(result));
+  for (const auto& result : results) words.emplace_back(rawValue(statusOf(result)));
   return words;
 }
 
-std::int32_t computeInstallExitCode(const std::vector<AppInstallResult>& results, bool strict) {
+ExitCode computeInstallExitCode(const std::vector<AppInstallResult>& results, bool strict) {
   return RunExitCode::forRun(statusWords(results), strict, RunRules::anyPermissionDenied(results));
 }
 
-std::int32_t computeUninstallExitCode(const std::vector<UninstallResult>& results, bool strict) {
+ExitCode computeUninstallExitCode(const std::vector<UninstallResult>& results, bool strict) {
   const bool permissionDenied = std::ranges::any_of(results, [](const UninstallResult& result) {
     return !result.success && !result.skipped && result.permissionDenied;
   });
@@ -112,13 +110,13 @@ std::int32_t computeUninstallExitCode(const std::vector<UninstallResult>& result
 // Coarser than the exit code on purpose: a cancelled app reads "failed", a current one "installed".
 SummaryEntry summaryEntry(const AppInstallResult& result) {
   return {.appName = result.app.displayName,
-          .status = std::string{result.success ? AppStatus::installed : AppStatus::failed},
+          .status = result.success ? AppStatus::installed : AppStatus::failed,
           .detail = result.errorMessage};
 }
 
 SummaryEntry summaryEntry(const UninstallResult& result) {
   return {.appName = result.app.displayName,
-          .status = result.cancelled ? std::string{AppStatus::failed} : statusWord(result),
+          .status = result.cancelled ? AppStatus::failed : statusOf(result),
           .detail = result.skipped ? result.skipReason : result.errorMessage};
 }
 
@@ -153,7 +151,7 @@ void openInstalledApps(const std::vector<AppInstallResult>& results) {
 SilentRunner::SilentRunner(std::shared_ptr<PackageProvider> provider) : provider_{std::move(provider)} {
 }
 
-std::int32_t SilentRunner::run(const RunOptions& options) {
+ExitCode SilentRunner::run(const RunOptions& options) {
   log(fmt::format("SilentRunner: Starting — action={} apps={} strict={} openAfterInstall={}",
                   rawValue(options.action), selectionText(options.selectedApps), options.strict,
                   options.openAfterInstall));
@@ -161,22 +159,22 @@ std::int32_t SilentRunner::run(const RunOptions& options) {
 }
 
 // The order of the stops is a contract: invalid selection, then expiry, then the network.
-std::int32_t SilentRunner::runInstall(const RunOptions& options) {
+ExitCode SilentRunner::runInstall(const RunOptions& options) {
   const auto apps = RunRules::resolveApps(options.selectedApps);
   if (apps.empty()) return stopWithoutApps(InstallerAction::install);
   log("SilentRunner: Installing " + identifierList(apps));
   if (const auto retirement = InstallerLifecycle::expiry()) {
     const auto message = RunRules::expiryMessage(*retirement);
     log("SilentRunner: " + message);
-    return stop(InstallerAction::install, AppConstants::ExitCode::fullFailure, message);
+    return stop(InstallerAction::install, ExitCode::fullFailure, message);
   }
   if (!isConnected()) {
-    return stop(InstallerAction::install, AppConstants::ExitCode::networkFailure, "No internet connection");
+    return stop(InstallerAction::install, ExitCode::networkFailure, "No internet connection");
   }
 
   const auto results = installAll(apps);
   const auto exitCode = computeInstallExitCode(results, options.strict);
-  writeSummary("install", summaryEntries(results), exitCode, std::nullopt);
+  writeSummary(InstallerAction::install, summaryEntries(results), exitCode, std::nullopt);
   if (options.openAfterInstall && !isCancelled_) openInstalledApps(results);
   return exitCode;
 }
@@ -206,13 +204,13 @@ bool SilentRunner::isConnected() const {
 }
 
 // No expiry test, no connectivity test, and nobody is asked for a password.
-std::int32_t SilentRunner::runUninstall(const RunOptions& options) {
+ExitCode SilentRunner::runUninstall(const RunOptions& options) {
   const auto apps = RunRules::resolveApps(options.selectedApps);
   if (apps.empty()) return stopWithoutApps(InstallerAction::uninstall);
   log("SilentRunner: Uninstalling " + identifierList(apps));
   const auto results = AppUninstaller::uninstallAll(apps, false, [this] { return mayGoOn(); });
   const auto exitCode = computeUninstallExitCode(results, options.strict);
-  writeSummary("uninstall", summaryEntries(results), exitCode, std::nullopt);
+  writeSummary(InstallerAction::uninstall, summaryEntries(results), exitCode, std::nullopt);
   return exitCode;
 }
 

@@ -4,7 +4,6 @@
 // Main thread. Serves one run. Never fails as a whole: what goes wrong with an app is that app's status.
 #pragma once
 
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -12,6 +11,7 @@
 
 #include "Installer/InstallOrchestratorDelegate.h"
 #include "Models/AppInfo.h"
+#include "Models/Vocabulary.h"
 #include "Platform/Dispatch.h"
 #include "Utils/RunOptions.h"
 
@@ -41,12 +41,12 @@ class HeadlessInstallDelegate final : public InstallOrchestratorDelegate {
 // The summary of an unattended run, as lines of the log that a script can find.
 struct SummaryEntry {
   std::string appName;
-  std::string status;
+  AppStatus status = AppStatus::failed;
   std::optional<std::string> detail;
 };
 
 // Values stand as they are: a quotation mark inside one isn't escaped.
-void writeSummary(const std::string& action, const std::vector<SummaryEntry>& entries, std::int32_t exitCode,
+void writeSummary(InstallerAction action, const std::vector<SummaryEntry>& entries, ExitCode exitCode,
                   const std::optional<std::string>& note);
 
 class InstallOrchestrator;
@@ -58,7 +58,7 @@ class SilentRunner {
 
   // Blocks until the run has ended, turning the main run loop meanwhile, or until an install has been silent
   // for 600 seconds.
-  std::int32_t run(const RunOptions& options);
+  ExitCode run(const RunOptions& options);
 
   // Lets the app at work end whole and leaves out the rest: in the exit code they are cancelled, in the
   // summary they failed. What was installed isn't opened any more. Main queue, during `run`.
@@ -69,9 +69,9 @@ class SilentRunner {
   std::shared_ptr<InstallOrchestrator> activeOrchestrator_;  // null but during an install
   bool isCancelled_ = false;
 
-  std::int32_t runInstall(const RunOptions& options);
+  ExitCode runInstall(const RunOptions& options);
   std::vector<AppInstallResult> installAll(const std::vector<AppInfo>& apps);
-  std::int32_t runUninstall(const RunOptions& options);
+  ExitCode runUninstall(const RunOptions& options);
   bool mayGoOn();
   bool isConnected() const;
 };

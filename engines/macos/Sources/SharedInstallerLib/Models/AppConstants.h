@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "Base/URL.h"
+#include "Models/Vocabulary.h"
 
 namespace installer::AppConstants {
 
@@ -30,14 +31,7 @@ inline constexpr std::uint64_t maxLogFileSizeBytes = 512000;
 inline constexpr std::string_view baseLogFileName = "webinstall.log";
 }  // namespace Logging
 
-namespace ExitCode {
-inline constexpr std::int32_t success = 0;
-inline constexpr std::int32_t partialSuccess = 1;
-inline constexpr std::int32_t fullFailure = 2;
-inline constexpr std::int32_t invalidArguments = 3;
-inline constexpr std::int32_t permissionDenied = 4;
-inline constexpr std::int32_t networkFailure = 5;
-}  // namespace ExitCode
+using installer::ExitCode;
 
 }  // namespace installer::AppConstants
 

@@ -51,19 +51,19 @@ ProviderError ProviderError::invalidVersionFormat() {
   return ProviderError{Case::invalidVersionFormat};
 }
 
-std::string_view ProviderError::code() const {
+ErrorCode ProviderError::code() const {
   switch (kind_) {
-    case Case::versionCheckFailed: return "NETWORK_UNAVAILABLE";
-    case Case::downloadFailed: return "DOWNLOAD_FAILED";
-    case Case::fileSaveFailed: return "FILE_SAVE_FAILED";
-    case Case::packageNotFound: return "PACKAGE_NOT_FOUND";
-    case Case::untrustedDownloadURL: return "UNTRUSTED_SOURCE";
-    case Case::unsupportedChecksum: return "VERIFY_FAILED";
-    case Case::sourceRetired: return "SOURCE_UNAVAILABLE";
+    case Case::versionCheckFailed: return ErrorCode::networkUnavailable;
+    case Case::downloadFailed: return ErrorCode::downloadFailed;
+    case Case::fileSaveFailed: return ErrorCode::fileSaveFailed;
+    case Case::packageNotFound: return ErrorCode::packageNotFound;
+    case Case::untrustedDownloadURL: return ErrorCode::untrustedSource;
+    case Case::unsupportedChecksum: return ErrorCode::verifyFailed;
+    case Case::sourceRetired: return ErrorCode::sourceUnavailable;
     case Case::invalidResponse:
-    case Case::invalidVersionFormat: return "METADATA_INVALID";
+    case Case::invalidVersionFormat: break;
   }
-  return {};
+  return ErrorCode::metadataInvalid;
 }
 
 std::string ProviderError::errorDescription() const {
@@ -86,7 +86,7 @@ std::string ProviderError::errorDescription() const {
   return {};
 }
 
-std::optional<std::string_view> code(const AcquisitionError& error) {
+std::optional<ErrorCode> code(const AcquisitionError& error) {
   const auto* const ours = std::get_if<ProviderError>(&error);
   if (ours == nullptr) return std::nullopt;
   return ours->code();

@@ -12,6 +12,7 @@
 #include "Base/Error.h"
 #include "Base/Path.h"
 #include "Models/AppInfo.h"
+#include "Models/Vocabulary.h"
 
 namespace installer {
 
@@ -64,8 +65,8 @@ class ProviderError {
   // Present for `sourceRetired` only.
   const std::optional<InstallerRetirement>& retirement() const { return retirement_; }
 
-  // Such as "DOWNLOAD_FAILED". An unreachable metadata server is a network failure, by intent.
-  std::string_view code() const;
+  // An unreachable metadata server is a network failure, by intent.
+  ErrorCode code() const;
   std::string errorDescription() const;
 
   friend bool operator==(const ProviderError&, const ProviderError&) = default;
@@ -92,7 +93,7 @@ struct AcquiredPackage {
 using AcquisitionError = std::variant<ProviderError, Error>;
 
 // The stable code; absent for a failure that isn't a `ProviderError`.
-std::optional<std::string_view> code(const AcquisitionError& error);
+std::optional<ErrorCode> code(const AcquisitionError& error);
 // The sentence for people.
 std::string errorDescription(const AcquisitionError& error);
 // Null for every failure but `sourceRetired`. Points into `error`.

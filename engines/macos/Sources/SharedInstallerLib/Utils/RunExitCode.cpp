@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "Models/AppConstants.h"
-
 namespace installer::RunExitCode {
 
 namespace {
@@ -14,17 +12,16 @@ bool isSuccess(std::string_view status) {
 
 }  // namespace
 
-std::int32_t forRun(std::span<const std::string> statuses, bool strict, bool permissionDenied) {
-  const bool anyFailed = std::ranges::count(statuses, AppStatus::failed) > 0;
-  const bool anyCancelled = std::ranges::count(statuses, AppStatus::cancelled) > 0;
+ExitCode forRun(std::span<const std::string> statuses, bool strict, bool permissionDenied) {
+  const bool anyFailed = std::ranges::count(statuses, rawValue(AppStatus::failed)) > 0;
+  const bool anyCancelled = std::ranges::count(statuses, rawValue(AppStatus::cancelled)) > 0;
   const bool anySucceeded = std::ranges::any_of(statuses, isSuccess);
-  const auto failureCode =
-      permissionDenied ? AppConstants::ExitCode::permissionDenied : AppConstants::ExitCode::fullFailure;
+  const auto failureCode = permissionDenied ? ExitCode::permissionDenied : ExitCode::fullFailure;
 
   if (strict && anyFailed) return failureCode;
-  if (!anyFailed && !anyCancelled) return AppConstants::ExitCode::success;
+  if (!anyFailed && !anyCancelled) return ExitCode::success;
   if (!anySucceeded && anyFailed) return failureCode;
-  return AppConstants::ExitCode::partialSuccess;
+  return ExitCode::partialSuccess;
 }
 
 }  // namespace installer::RunExitCode

@@ -7,14 +7,14 @@
 #include <vector>
 
 #include "Models/AppInfo.h"
+#include "Models/Vocabulary.h"
 
 namespace installer {
 
 enum class InstallerAction { install, uninstall };
 
-// "install" or "uninstall".
 constexpr std::string_view rawValue(InstallerAction action) {
-  return action == InstallerAction::install ? "install" : "uninstall";
+  return rawValue(action == InstallerAction::install ? Action::install : Action::uninstall);
 }
 
 struct RunOptions {
