@@ -83,7 +83,8 @@ class Bench:
 
     def add(self, name, goal, taken, others):
         row = {"row": name, "goal": goal, "seconds": statistics.median(run.seconds for run in taken),
-               "processor": statistics.median(run.processor for run in taken), "peak": max((run.peak for run in taken if run.peak), default=None)}
+               "processor": statistics.median(run.processor for run in taken),
+               "peak": max((run.peak for run in taken if run.peak), default=None)}
         if others:
             row["beside"] = statistics.median(run.seconds for run in others)
             row["ratio"] = row["seconds"] / row["beside"]
