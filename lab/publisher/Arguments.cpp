@@ -46,8 +46,8 @@ publish puts a disk image where the engine looks for it, with the metadata that 
 
 The image has to hold the app ID in version V.
 
-The new package is made ready in a hidden folder beside the old one, and takes its place in one step: whoever
-reads the tree finds the old package or the new one, also when this program is killed. Images that were published
+The new package is made ready in a hidden folder beside the old one, and takes its place in one step: a
+reader finds the old package or the new one, also when this program is killed. Images that were published
 before stay, and are never changed: downloads of them may be under way.
 
 list prints what is on offer, and which other images are there. rollback puts one of those on offer again, after the

@@ -15,7 +15,7 @@ The same input gives the same bytes, if the signature has no timestamp. SOURCE_D
 disk image state; without it, 1 January 2026.
 
 Without an identity the signature is ad hoc and names no one. The bundle has the hardened runtime and no entitlements: the
-engine loads only the system's libraries, makes no code at run time, and sends no Apple events.
+engine loads only the system's libraries, makes no code at run time, and controls no other application by automation.
 """
 
 import argparse

@@ -350,7 +350,8 @@ def main():
                                "processors": os.cpu_count(), "load": load, "rounds": bench.rounds, "scale": bench.scale,
                                "rows": bench.rows}) + "\n")
     print(table(bench.rows, last))
-    print(f"\n{os.cpu_count()} processors, load {load:.1f} when it began, {bench.rounds} rounds.")
+    scaled = f", inputs {bench.scale:g} of the size that is named" if bench.scale != 1 else ""
+    print(f"\n{os.cpu_count()} processors, load {load:.1f} when it began, {bench.rounds} rounds{scaled}.")
 
 
 if __name__ == "__main__":
