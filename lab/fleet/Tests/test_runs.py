@@ -95,7 +95,7 @@ def test_after_too_many_failures_no_further_host_is_begun(fakes):
 
 
 def test_a_ring_takes_only_installers_of_its_release_and_the_report_has_them(fakes):
-    soon = (datetime.datetime.now(datetime.timezone.utc) + datetime.timedelta(days=9)).strftime("%Y-%m-%d")
+    soon = (datetime.datetime.now(datetime.UTC) + datetime.timedelta(days=9)).strftime("%Y-%m-%d")
     for host, configuration in (("pilot", {"cdn": {"release": "pilot"}, "expiresOn": {"online": soon, "offline": "2001-01-01"}}),
                                 ("broad", {"expiresOn": {"online": "2999-12-31"}}), ("odd", ["no object"])):
         fakes.fake(host, DONE, brenna="2.0")

@@ -28,7 +28,7 @@ def _expires_soon(installer, days):
         last = datetime.date.fromisoformat(installer.get("expires") or "")
     except ValueError:
         return False
-    return last - datetime.datetime.now(datetime.timezone.utc).date() <= datetime.timedelta(days=int(days))
+    return last - datetime.datetime.now(datetime.UTC).date() <= datetime.timedelta(days=int(days))
 
 
 def failures(hostvars, hosts):
@@ -49,7 +49,7 @@ def table(hostvars, hosts, waiting, days):
         if _expires_soon(outcome.get("installer") or {}, days):
             rows.append((*head, "", "expires", outcome["installer"]["version"] or "", outcome["installer"]["expires"]))
     widths = [max(len(row[column]) for row in rows) for column in range(5)]
-    return ["  ".join([*(cell.ljust(width) for cell, width in zip(row, widths)), row[5]]).rstrip() for row in rows]
+    return ["  ".join([*(cell.ljust(width) for cell, width in zip(row, widths, strict=False)), row[5]]).rstrip() for row in rows]
 
 
 def report(hostvars, hosts, waiting):
