@@ -3,10 +3,10 @@
 #include "Engine/EngineEmitter.h"
 #include "Engine/EngineEvent.h"
 #include "Engine/RunEvents.h"
-#include "Installer/DMGInstaller.h"
 #include "Installer/RunRules.h"
 #include "Models/PackageProvider.h"
 #include "Platform/Machine.h"
+#include "Utils/DiskRequirement.h"
 #include "Utils/InstallerConfig.h"
 #include "Utils/InstallerLifecycle.h"
 #include "Utils/KeloAppProvider.h"
@@ -80,7 +80,7 @@ ExitCode EngineController::diskFree(const std::string& path) {
   const auto asked = path.empty() ? machine().paths.applications : path;
   EngineEmitter::emit({EngineEvent::DiskFreeResult{
       .path = asked,
-      .freeBytes = DMGInstaller::volumeFreeBytes(nearestExisting(asked)),
+      .freeBytes = DiskRequirement::volumeFreeBytes(nearestExisting(asked)),
   }});
   return done(Action::diskFree, ExitCode::success);
 }

@@ -1,10 +1,10 @@
-// The hidden name beside the bundle, and the look for what would stop its deletion.
+// The hidden name beside the bundle, the check for what would stop its deletion, the way back, and the
+// deletion as administrator.
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "Installer/AppUninstaller.h"
-#include "Installer/DMGInstaller.h"
 #include "Installer/PrivilegedRunner.h"
+#include "Installer/Removal.h"
 #include "Platform/FileSystem.h"
 #include "Platform/Machine.h"
 #include "Utils/ExistingAppDetector.h"
@@ -18,21 +18,16 @@ constexpr int stagingCandidates = 20;
 
 }  // namespace
 
-Path AppUninstaller::stagingPath(const Path& path, int number) {
-  auto name = fmt::format(".{}.kelo-uninstall", lastPathComponent(path));
+Path Removal::stagingPath(int number) const {
+  auto name = fmt::format(".{}.kelo-uninstall", lastPathComponent(path_));
   if (number > 0) name += fmt::format(".{}", number);
-  return joined(parentFolder(path), name);
+  return joined(parentFolder(path_), name);
 }
 
-void AppUninstaller::clearLeftovers(const Path& path) {
-  if (!machine().files.clearLeftovers(path)) return;
-  log(fmt::format("AppUninstaller: cleared what an interrupted run left beside {}", path));
-}
-
-std::optional<Path> AppUninstaller::claimStagingPath(const Path& path) {
+std::optional<Path> Removal::claimStagingPath() const {
   FileSystem& files = machine().files;
   for (int number = 0; number < stagingCandidates; ++number) {
-    auto candidate = stagingPath(path, number);
+    auto candidate = stagingPath(number);
     if (!files.itemExists(candidate)) return candidate;
 
     // Left by an earlier run that didn't come to its end.
@@ -42,12 +37,13 @@ std::optional<Path> AppUninstaller::claimStagingPath(const Path& path) {
     logWarn(fmt::format("AppUninstaller: could not clear {} — trying the next staging name", candidate));
     if (!removed) logWarn("AppUninstaller: " + removed.error().localizedDescription);
   }
-  logError(fmt::format("AppUninstaller: no free staging name beside {}", path));
+  logError(fmt::format("AppUninstaller: no free staging name beside {}", path_));
   return std::nullopt;
 }
 
-std::optional<Path> AppUninstaller::firstUnwritableDirectory(const Path& top) {
+std::optional<Path> Removal::firstUnwritableDirectory() const {
   FileSystem& files = machine().files;
+  const Path& top = location_;
   if (files.isSymbolicLink(top)) return std::nullopt;  // its target stays as it is
   if (!files.isWritable(top)) return top;
 
@@ -66,10 +62,9 @@ std::optional<Path> AppUninstaller::firstUnwritableDirectory(const Path& top) {
   return found;
 }
 
-// The way back, and the platform's memory of where the bundle stood.
 namespace {
 
-// The information of the bundle as it lies on disk; absent unless it is a dictionary.
+// The information of the bundle as it is on disk; absent unless it is a dictionary.
 std::optional<Json> readInfoPlist(const Path& path) {
   const auto bytes = readBoundedFile(machine().files, path, kMaximumInformationBytes);
   if (!bytes) return std::nullopt;
@@ -78,29 +73,8 @@ std::optional<Json> readInfoPlist(const Path& path) {
   return *std::move(information);
 }
 
-}  // namespace
-
-bool AppUninstaller::restore(const Path& staged, const Path& path, const AppInfo& app) {
-  if (!bundleLooksIntact(staged)) {
-    logError(fmt::format(
-        "AppUninstaller: NOT restoring {} — the staged bundle at {} is no longer complete; leaving it staged rather than putting a broken app back into /Applications",
-        app.displayName, staged));
-    unregisterFromLaunchServices(path);
-    ExistingAppDetector::forgetCachedBundle(path);
-    return false;
-  }
-  if (const auto moved = machine().files.moveItem(staged, path); !moved) {
-    logError(fmt::format("AppUninstaller: FAILED to restore {} from {} to {}: {}", app.displayName, staged,
-                         path, moved.error().localizedDescription));
-    return false;
-  }
-  ExistingAppDetector::forgetCachedBundle(path);
-  log(fmt::format("AppUninstaller: restored {} to {}", app.displayName, path));
-  return true;
-}
-
-// Looks at the two things without which a bundle can't start, and at nothing else.
-bool AppUninstaller::bundleLooksIntact(const Path& path) {
+// Checks the two things without which a bundle can't start, and nothing else.
+bool bundleLooksIntact(const Path& path) {
   const auto information = readInfoPlist(joined(path, "Contents/Info.plist"));
   if (!information) return false;
   const auto executable = information->find("CFBundleExecutable");
@@ -108,14 +82,7 @@ bool AppUninstaller::bundleLooksIntact(const Path& path) {
   return machine().files.fileExists(joined(joined(path, "Contents/MacOS"), executable->get<std::string>()));
 }
 
-void AppUninstaller::forgetBundle(const Path& path, const Path& staged) {
-  unregisterFromLaunchServices(path);
-  if (staged != path) unregisterFromLaunchServices(staged);
-  ExistingAppDetector::forgetCachedBundle(path);
-  ExistingAppDetector::forgetCachedBundle(staged);
-}
-
-void AppUninstaller::unregisterFromLaunchServices(const Path& path) {
+void unregisterFromLaunchServices(const Path& path) {
   const Path& lsregister = machine().paths.lsregister;
   if (!machine().files.isExecutable(lsregister)) return;
   const auto exit = machine().processes.run(lsregister, {"-u", path}, CapturedOutput::none);
@@ -126,47 +93,62 @@ void AppUninstaller::unregisterFromLaunchServices(const Path& path) {
   log(fmt::format("AppUninstaller: lsregister -u {} exited {}", path, exit->status));
 }
 
-// The deletion as administrator, and what a refusal or failure of it means for the bundle.
-namespace {
+}  // namespace
 
-UninstallResult loggedFailure(const AppInfo& app, std::string message) {
-  log(fmt::format("AppUninstaller: {}", message));
-  return UninstallResult::failure(app, std::move(message));
+bool Removal::restore() {
+  if (!bundleLooksIntact(location_)) {
+    logError(fmt::format(
+        "AppUninstaller: NOT restoring {} — the staged bundle at {} is no longer complete; leaving it staged rather than putting a broken app back into /Applications",
+        app_.displayName, location_));
+    unregisterFromLaunchServices(path_);
+    ExistingAppDetector::forgetCachedBundle(path_);
+    return false;
+  }
+  if (const auto moved = machine().files.moveItem(location_, path_); !moved) {
+    logError(fmt::format("AppUninstaller: FAILED to restore {} from {} to {}: {}", app_.displayName,
+                         location_, path_, moved.error().localizedDescription));
+    return false;
+  }
+  location_ = path_;
+  ExistingAppDetector::forgetCachedBundle(path_);
+  log(fmt::format("AppUninstaller: restored {} to {}", app_.displayName, path_));
+  return true;
 }
 
-UninstallResult authCancelledResult(const AppInfo& app) {
+void Removal::forgetBundle() const {
+  unregisterFromLaunchServices(path_);
+  if (location_ != path_) unregisterFromLaunchServices(location_);
+  ExistingAppDetector::forgetCachedBundle(path_);
+  ExistingAppDetector::forgetCachedBundle(location_);
+}
+
+UninstallResult Removal::escalatedRemoval() {
+  log(fmt::format("AppUninstaller: escalating removal of {} at {}", app_.displayName, location_));
+  const auto outcome = runAsAdministrator(removalCommand(location_));
+  if (outcome == AdminOutcome::succeeded && !machine().files.itemExists(location_)) {
+    log(fmt::format("AppUninstaller: Successfully removed {} from {} with admin privileges", app_.displayName,
+                    path_));
+    return succeeded();
+  }
+  if (location_ != path_ && !restore()) return partialRemovalResult();
+  return outcome == AdminOutcome::cancelled ? authCancelledResult() : privilegedRemovalFailedResult();
+}
+
+UninstallResult Removal::authCancelledResult() const {
   auto result = loggedFailure(
-      app, fmt::format("Cannot remove {0}: admin authorization was cancelled. {0} has been left installed.",
-                       app.displayName));
+      fmt::format("Cannot remove {0}: admin authorization was cancelled. {0} has been left installed.",
+                  app_.displayName));
   result.authCancelled = true;
   return result;
 }
 
-// Whatever stopped it, it is reported as a matter of permission; also an `rm` that claims a success while the
-// path is still there.
-UninstallResult privilegedRemovalFailedResult(const AppInfo& app) {
+// Reported as a matter of permission, whatever stopped it; also an `rm` that claims success while the path
+// still exists.
+UninstallResult Removal::privilegedRemovalFailedResult() const {
   auto result =
-      loggedFailure(app, fmt::format("Cannot remove {}: the privileged removal failed.", app.displayName));
+      loggedFailure(fmt::format("Cannot remove {}: the privileged removal failed.", app_.displayName));
   result.permissionDenied = true;
   return result;
-}
-
-}  // namespace
-
-UninstallResult AppUninstaller::escalatedRemoval(const AppInfo& app, const Path& path,
-                                                 const std::optional<Path>& restorePath) {
-  log(fmt::format("AppUninstaller: escalating removal of {} at {}", app.displayName, path));
-  const auto outcome = DMGInstaller::runWithAdminPrivilegesOutcome(removalCommand(path));
-  if (outcome == AdminOutcome::succeeded && !machine().files.itemExists(path)) {
-    const Path reported = restorePath.value_or(path);
-    log(fmt::format("AppUninstaller: Successfully removed {} from {} with admin privileges", app.displayName,
-                    reported));
-    forgetBundle(reported, path);
-    return UninstallResult::makeSuccess(app, false);
-  }
-  if (restorePath && !restore(path, *restorePath, app)) return partialRemovalResult(app, path);
-  if (outcome == AdminOutcome::cancelled) return authCancelledResult(app);
-  return privilegedRemovalFailedResult(app);
 }
 
 }  // namespace installer

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Installer/PrivilegedRunner.h"
+#include "Installer/Removal.h"
 #include "Installer/RunningInstances.h"
 #include "Platform/Machine.h"
 #include "Utils/ExistingAppDetector.h"
@@ -13,6 +14,16 @@
 namespace installer {
 
 using namespace std::chrono_literals;
+
+namespace {
+
+// What an install or a removal of the bundle at `path` left hidden beside it when it was killed.
+void clearLeftovers(const Path& path) {
+  if (!machine().files.clearLeftovers(path)) return;
+  log(fmt::format("AppUninstaller: cleared what an interrupted run left beside {}", path));
+}
+
+}  // namespace
 
 UninstallResult UninstallResult::makeSuccess(const AppInfo& app, bool alreadyAbsent) {
   UninstallResult result{.app = app};
@@ -41,35 +52,7 @@ UninstallResult UninstallResult::neverReached(const AppInfo& app) {
 }
 
 UninstallResult AppUninstaller::uninstall(const AppInfo& app, bool allowAdminEscalation) {
-  log(fmt::format("AppUninstaller: Starting uninstall for {}", app.displayName));
-  const auto existing = ExistingAppDetector::detect(app);
-  clearLeftovers(joined(machine().paths.applications, app.appBundleName));
-  if (!existing.primaryInstallation.isInstalled() || !existing.primaryPath) {
-    if (auto result = removeHusk(app, allowAdminEscalation)) return *std::move(result);
-    log(fmt::format("AppUninstaller: {} is not installed — nothing to remove", app.displayName));
-    return UninstallResult::makeSuccess(app, true);
-  }
-  const Path& path = *existing.primaryPath;
-  if (existing.primaryInstallation.isAppStore()) {
-    log(fmt::format("AppUninstaller: Skipping {} — MAS install at {}", app.displayName, path));
-    return UninstallResult::makeSkipped(
-        app, fmt::format("{} was installed via the Mac App Store at {}. Remove it from Launchpad instead.",
-                         app.displayName, path));
-  }
-  terminateRunningApp(app.knownBundleIdentifiers());
-  return removeBundle(app, path, allowAdminEscalation);
-}
-
-void AppUninstaller::terminateRunningApp(const std::vector<std::string>& bundleIdentifiers) {
-  const auto request = [](const RunningApplication& application) {
-    return fmt::format("Sending graceful quit to {} (pid {})", nameOf(application),
-                       application.processIdentifier);
-  };
-  quitRunningInstances(bundleIdentifiers, {.speaker = "AppUninstaller",
-                                           .request = request,
-                                           .lookInterval = 500ms,
-                                           .settlingTime = 500ms,
-                                           .settlesAfterEveryWait = true});
+  return Removal{app, allowAdminEscalation}.run();
 }
 
 std::vector<UninstallResult> AppUninstaller::uninstallAll(const std::vector<AppInfo>& apps,
@@ -84,87 +67,41 @@ std::vector<UninstallResult> AppUninstaller::uninstallAll(const std::vector<AppI
   return results;
 }
 
-UninstallResult AppUninstaller::removeBundle(const AppInfo& app, const Path& path,
-                                             bool allowAdminEscalation) {
-  clearLeftovers(path);
-  const auto staged = claimStagingPath(path);
-  if (!staged) {
-    return UninstallResult::failure(
-        app, fmt::format("Cannot remove {}: no free staging location next to {}.", app.displayName, path));
+UninstallResult Removal::run() {
+  log(fmt::format("AppUninstaller: Starting uninstall for {}", app_.displayName));
+  const auto existing = ExistingAppDetector::detect(app_);
+  const auto expectedPath = joined(machine().paths.applications, app_.appBundleName);
+  clearLeftovers(expectedPath);
+  if (!existing.primaryInstallation.isInstalled() || !existing.primaryPath) {
+    if (auto result = removeHusk(expectedPath)) return *std::move(result);
+    log(fmt::format("AppUninstaller: {} is not installed — nothing to remove", app_.displayName));
+    return UninstallResult::makeSuccess(app_, true);
   }
-  const Removal removal{app, path, *staged, allowAdminEscalation};
-  FileSystem& files = machine().files;
-
-  if (const auto moved = files.moveItem(path, *staged); !moved) return stagingFailed(removal, moved.error());
-  if (const auto obstacle = firstUnwritableDirectory(*staged)) {
-    logWarn(fmt::format(
-        "AppUninstaller: {} is not writable — an unprivileged delete of {} would stop partway, so escalating instead",
-        *obstacle, app.displayName));
-    return giveUpUntouched(removal);
+  const Path& path = *existing.primaryPath;
+  if (existing.primaryInstallation.isAppStore()) {
+    log(fmt::format("AppUninstaller: Skipping {} — MAS install at {}", app_.displayName, path));
+    return UninstallResult::makeSkipped(
+        app_, fmt::format("{} was installed via the Mac App Store at {}. Remove it from Launchpad instead.",
+                          app_.displayName, path));
   }
-  if (const auto deleted = files.removeItem(*staged); !deleted) {
-    return deletionFailed(removal, deleted.error());
-  }
-  log(fmt::format("AppUninstaller: Successfully removed {} from {}", app.displayName, path));
-  forgetBundle(path, *staged);
-  return UninstallResult::makeSuccess(app, false);
+  terminateRunningApp();
+  return removeBundle(path);
 }
 
-// Nothing has changed on disk yet.
-UninstallResult AppUninstaller::stagingFailed(const Removal& removal, const Error& error) {
-  const AppInfo& app = removal.app;
-  logError(fmt::format("AppUninstaller: could not stage {} out of {}: {}", app.displayName, removal.path,
-                       error.localizedDescription));
-  if (!isPermissionError(error)) {
-    return UninstallResult::failure(
-        app, fmt::format("Failed to remove {}: {}", app.displayName, error.localizedDescription));
-  }
-  if (removal.allowAdminEscalation) return escalatedRemoval(app, removal.path, std::nullopt);
-  return permissionDeniedResult(app);
-}
-
-// The staged bundle is still complete.
-UninstallResult AppUninstaller::giveUpUntouched(const Removal& removal) {
-  if (removal.allowAdminEscalation) return escalatedRemoval(removal.app, removal.staged, removal.path);
-  if (!restore(removal.staged, removal.path, removal.app)) {
-    return partialRemovalResult(removal.app, removal.staged);
-  }
-  return permissionDeniedResult(removal.app);
-}
-
-// Part of the staged bundle may be gone. As administrator the rest goes too, whatever stopped the deletion.
-UninstallResult AppUninstaller::deletionFailed(const Removal& removal, const Error& error) {
-  const AppInfo& app = removal.app;
-  logError(fmt::format("AppUninstaller: removing the staged {} failed: {}", app.displayName,
-                       error.localizedDescription));
-  if (removal.allowAdminEscalation) return escalatedRemoval(app, removal.staged, removal.path);
-  if (!restore(removal.staged, removal.path, app)) return partialRemovalResult(app, removal.staged);
-  if (isPermissionError(error)) return permissionDeniedResult(app);
-  return UninstallResult::failure(
-      app, fmt::format("Failed to remove {}: {}", app.displayName, error.localizedDescription));
-}
-
-UninstallResult AppUninstaller::partialRemovalResult(const AppInfo& app, const Path& remains) {
-  auto message = fmt::format(
-      "{} was removed from /Applications, but some of its files could not be deleted and remain at {}.",
-      app.displayName, remains);
-  log(fmt::format("AppUninstaller: {}", message));
-  return UninstallResult::failure(app, std::move(message));
-}
-
-UninstallResult AppUninstaller::permissionDeniedResult(const AppInfo& app) {
-  auto message = fmt::format(
-      "Cannot remove {}: permission denied. On macOS 13+, grant App Management permission in System Settings → Privacy & Security → App Management.",
-      app.displayName);
-  log(fmt::format("AppUninstaller: {}", message));
-  auto result = UninstallResult::failure(app, std::move(message));
-  result.permissionDenied = true;
-  return result;
+void Removal::terminateRunningApp() const {
+  const auto request = [](const RunningApplication& application) {
+    return fmt::format("Sending graceful quit to {} (pid {})", nameOf(application),
+                       application.processIdentifier);
+  };
+  quitRunningInstances(app_.knownBundleIdentifiers(), {.speaker = "AppUninstaller",
+                                                       .request = request,
+                                                       .lookInterval = 500ms,
+                                                       .settlingTime = 500ms,
+                                                       .settlesAfterEveryWait = true});
 }
 
 // A directory at the expected path that is no app any more, left by a removal that stopped half-way.
-std::optional<UninstallResult> AppUninstaller::removeHusk(const AppInfo& app, bool allowAdminEscalation) {
-  const auto path = joined(machine().paths.applications, app.appBundleName);
+std::optional<UninstallResult> Removal::removeHusk(const Path& path) {
   if (!machine().files.directoryExists(path)) return std::nullopt;
 
   ExistingAppDetector::forgetCachedBundle(path);
@@ -177,9 +114,81 @@ std::optional<UninstallResult> AppUninstaller::removeHusk(const AppInfo& app, bo
 
   logWarn(fmt::format(
       "AppUninstaller: found a husk of {} at {} — a previous removal left it partly deleted; clearing it",
-      app.displayName, path));
-  terminateRunningApp(app.knownBundleIdentifiers());
-  return removeBundle(app, path, allowAdminEscalation);
+      app_.displayName, path));
+  terminateRunningApp();
+  return removeBundle(path);
+}
+
+UninstallResult Removal::removeBundle(const Path& path) {
+  path_ = location_ = path;
+  clearLeftovers(path_);
+  const auto staged = claimStagingPath();
+  if (!staged) {
+    return UninstallResult::failure(
+        app_, fmt::format("Cannot remove {}: no free staging location next to {}.", app_.displayName, path_));
+  }
+  FileSystem& files = machine().files;
+  if (const auto moved = files.moveItem(path_, *staged); !moved) return stagingFailed(moved.error());
+  location_ = *staged;
+  if (const auto obstacle = firstUnwritableDirectory()) return giveUpUntouched(*obstacle);
+  if (const auto deleted = files.removeItem(location_); !deleted) return deletionFailed(deleted.error());
+  log(fmt::format("AppUninstaller: Successfully removed {} from {}", app_.displayName, path_));
+  return succeeded();
+}
+
+// Nothing has changed on disk yet.
+UninstallResult Removal::stagingFailed(const Error& error) {
+  logError(fmt::format("AppUninstaller: could not stage {} out of {}: {}", app_.displayName, path_,
+                       error.localizedDescription));
+  if (!isPermissionError(error)) return failed(error);
+  return allowAdminEscalation_ ? escalatedRemoval() : permissionDeniedResult();
+}
+
+// The staged bundle is still complete.
+UninstallResult Removal::giveUpUntouched(const Path& obstacle) {
+  logWarn(fmt::format(
+      "AppUninstaller: {} is not writable — an unprivileged delete of {} would stop partway, so escalating instead",
+      obstacle, app_.displayName));
+  if (allowAdminEscalation_) return escalatedRemoval();
+  return restore() ? permissionDeniedResult() : partialRemovalResult();
+}
+
+// Part of the staged bundle may be gone. As administrator the rest goes too, whatever stopped the deletion.
+UninstallResult Removal::deletionFailed(const Error& error) {
+  logError(fmt::format("AppUninstaller: removing the staged {} failed: {}", app_.displayName,
+                       error.localizedDescription));
+  if (allowAdminEscalation_) return escalatedRemoval();
+  if (!restore()) return partialRemovalResult();
+  return isPermissionError(error) ? permissionDeniedResult() : failed(error);
+}
+
+UninstallResult Removal::succeeded() const {
+  forgetBundle();
+  return UninstallResult::makeSuccess(app_, false);
+}
+
+UninstallResult Removal::failed(const Error& error) const {
+  return UninstallResult::failure(
+      app_, fmt::format("Failed to remove {}: {}", app_.displayName, error.localizedDescription));
+}
+
+UninstallResult Removal::loggedFailure(std::string message) const {
+  log(fmt::format("AppUninstaller: {}", message));
+  return UninstallResult::failure(app_, std::move(message));
+}
+
+UninstallResult Removal::permissionDeniedResult() const {
+  auto result = loggedFailure(fmt::format(
+      "Cannot remove {}: permission denied. On macOS 13+, grant App Management permission in System Settings → Privacy & Security → App Management.",
+      app_.displayName));
+  result.permissionDenied = true;
+  return result;
+}
+
+UninstallResult Removal::partialRemovalResult() const {
+  return loggedFailure(fmt::format(
+      "{} was removed from /Applications, but some of its files could not be deleted and remain at {}.",
+      app_.displayName, location_));
 }
 
 }  // namespace installer

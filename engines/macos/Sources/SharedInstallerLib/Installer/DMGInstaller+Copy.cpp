@@ -1,7 +1,6 @@
-// The copy, as the user or as administrator, and the proof of what was copied.
+// The copy, as the user or as administrator, and its verification.
 #include <fmt/format.h>
 
-#include "Installer/DMGInstaller.h"
 #include "Installer/Installation.h"
 #include "Installer/PrivilegedRunner.h"
 #include "Platform/Machine.h"
@@ -13,20 +12,6 @@ namespace installer {
 
 namespace {
 
-// One line, so that the whole escalation costs one prompt at most and stops at the first command that fails.
-std::string privilegedCopyCommand(const InstallInProgress& install) {
-  const SystemPaths& paths = machine().paths;
-  const auto destination = shellQuoted(install.destination);
-  std::string line;
-  if (install.removalNeedsAdministrator) line = removalCommand(install.destination) + " && ";
-  line +=
-      fmt::format("{} --noqtn {} {}", shellProgram(paths.ditto), shellQuoted(install.source), destination);
-  const auto user = machine().systemInfo.userIdentifier();
-  if (user == 0) return line;
-  return line + fmt::format(" && {} -R {}:{} {}", shellProgram(paths.chown), user,
-                            machine().systemInfo.groupIdentifier(), destination);
-}
-
 std::optional<FileIdentity> identityAt(const Path& path) {
   const auto item = machine().files.attributes(path);
   return item ? std::optional{item->identity} : std::nullopt;
@@ -34,71 +19,81 @@ std::optional<FileIdentity> identityAt(const Path& path) {
 
 }  // namespace
 
-DMGInstaller::EndOfInstall DMGInstaller::copyBundle(const InstallInProgress& install) {
-  if (install.removalNeedsAdministrator) return copyAsAdministrator(install);
-  const auto copied = machine().files.copyItem(install.source, install.destination);
+Installation::End Installation::copyBundle() const {
+  if (removalNeedsAdministrator_) return copyAsAdministrator();
+  const auto copied = machine().files.copyItem(source_, destination_);
   if (copied) return std::nullopt;
-  if (!isNoWritePermission(copied.error())) {
-    return InstallResult::failure(fmt::format("Failed to install {}: {}", install.app.displayName,
-                                              copied.error().localizedDescription));
-  }
+  if (!isNoWritePermission(copied.error())) return failed(copied.error());
   logWarn("DMGInstaller: Permission denied copying app — will retry with admin privileges");
   logWarn("DMGInstaller: " + copied.error().localizedDescription);
-  return copyAsAdministrator(install);
+  return copyAsAdministrator();
 }
 
-DMGInstaller::EndOfInstall DMGInstaller::copyAsAdministrator(const InstallInProgress& install) {
-  const auto command = privilegedCopyCommand(install);
-  log(fmt::format("DMGInstaller: Requesting admin privileges to install {}", install.app.displayName));
-  if (runWithAdminPrivilegesOutcome(command) == AdminOutcome::succeeded) return std::nullopt;
-  return InstallResult::failure(fmt::format(
-      "Admin credentials required to install {}. Installation was cancelled.", install.app.displayName));
+// One line, so that the whole escalation costs one prompt at most and stops at the first command that fails.
+std::string Installation::privilegedCopyCommand() const {
+  const SystemPaths& paths = machine().paths;
+  const auto destination = shellQuoted(destination_);
+  std::string line;
+  if (removalNeedsAdministrator_) line = removalCommand(destination_) + " && ";
+  line += fmt::format("{} --noqtn {} {}", shellProgram(paths.ditto), shellQuoted(source_), destination);
+  const auto user = machine().systemInfo.userIdentifier();
+  if (user == 0) return line;
+  return line + fmt::format(" && {} -R {}:{} {}", shellProgram(paths.chown), user,
+                            machine().systemInfo.groupIdentifier(), destination);
 }
 
-DMGInstaller::EndOfInstall DMGInstaller::verifyCopy(const InstallInProgress& install) {
-  const Path& destination = install.destination;
-  const auto copy = identityAt(destination);
-  if (ChecksumVerifier::verifyCodeRequirement(destination)) return std::nullopt;
+Installation::End Installation::copyAsAdministrator() const {
+  const auto command = privilegedCopyCommand();
+  log(fmt::format("DMGInstaller: Requesting admin privileges to install {}", app_.displayName));
+  if (runAsAdministrator(command) == AdminOutcome::succeeded) return std::nullopt;
+  return InstallResult::failure(
+      fmt::format("Admin credentials required to install {}. Installation was cancelled.", app_.displayName));
+}
+
+Installation::End Installation::verifyCopy() const {
+  const auto copy = identityAt(destination_);
+  if (ChecksumVerifier::verifyCodeRequirement(destination_)) return std::nullopt;
   logError(fmt::format(
       "DMGInstaller: the installed copy at {} does not satisfy the signing requirement — removing it rather than leaving unverified code in /Applications",
-      destination));
-  if (identityAt(destination) != copy) {
-    log(fmt::format("DMGInstaller: {} is no longer the copy that was made — leaving it alone", destination));
-  } else if (!removeInstalledBundle(destination)) {
+      destination_));
+  if (identityAt(destination_) != copy) {
+    log(fmt::format("DMGInstaller: {} is no longer the copy that was made — leaving it alone", destination_));
+  } else if (!removeInstalledBundle()) {
     logError(fmt::format(
         "DMGInstaller: could not remove {} — it remains QUARANTINED, so Gatekeeper will still challenge it on launch",
-        destination));
+        destination_));
   }
   return InstallResult::failure(
       fmt::format(
           "{} could not be verified after installation, so it was removed. Any previous version was replaced and is gone; download the installer again to reinstall.",
-          install.app.displayName),
+          app_.displayName),
       ErrorCode::signatureFailed);
 }
 
-bool DMGInstaller::removeInstalledBundle(const Path& path) {
-  const auto removed = machine().files.removeItem(path);
+bool Installation::removeInstalledBundle() const {
+  const auto removed = machine().files.removeItem(destination_);
   if (removed) return true;
   if (isNoWritePermission(removed.error())) {
-    return runWithAdminPrivilegesOutcome(removalCommand(path)) == AdminOutcome::succeeded;
+    return runAsAdministrator(removalCommand(destination_)) == AdminOutcome::succeeded;
   }
-  logWarn(fmt::format("DMGInstaller: could not remove {}: {}", path, removed.error().localizedDescription));
+  logWarn(fmt::format("DMGInstaller: could not remove {}: {}", destination_,
+                      removed.error().localizedDescription));
   return false;
 }
 
 // A copy whose quarantine stays is installed all the same.
-void DMGInstaller::removeQuarantine(const Path& destination) {
+void Installation::removeQuarantine() const {
   const auto exit = machine().processes.run(
-      machine().paths.xattr, {"-dr", "com.apple.quarantine", destination}, CapturedOutput::separate);
+      machine().paths.xattr, {"-dr", "com.apple.quarantine", destination_}, CapturedOutput::separate);
   if (!exit) {
-    logWarn(fmt::format("DMGInstaller: could not run xattr for {}: {}", destination,
+    logWarn(fmt::format("DMGInstaller: could not run xattr for {}: {}", destination_,
                         exit.error().localizedDescription));
     return;
   }
   if (exit->status == 0) return;
   log(fmt::format(
       "DMGInstaller: xattr exited {} for {} — the app is installed but may prompt on first launch",
-      exit->status, destination));
+      exit->status, destination_));
   logToolWords("DMGInstaller: xattr", exit->errorOutput);
 }
 

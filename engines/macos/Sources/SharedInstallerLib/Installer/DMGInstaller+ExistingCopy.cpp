@@ -1,8 +1,7 @@
-// What already stands on the machine, and what has to happen to it before the copy.
+// What is already on the machine, and what has to happen to it before the copy.
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include "Installer/DMGInstaller.h"
 #include "Installer/Installation.h"
 #include "Installer/PrivilegedRunner.h"
 #include "Platform/Machine.h"
@@ -16,6 +15,11 @@ namespace installer {
 namespace {
 
 constexpr std::int64_t megabyte = 1'000'000;
+
+std::optional<std::string> versionIn(const Path& bundlePath) {
+  const auto bundle = ExistingAppDetector::cachedBundle(bundlePath);
+  return bundle ? bundle->infoString("CFBundleShortVersionString") : std::nullopt;
+}
 
 // "Kelo Rulo.app" -> "Kelo Rulo 2.app", or the first higher number that is free.
 std::string freeNumberedName(const std::string& bundleName) {
@@ -36,11 +40,12 @@ std::int64_t reclaimableBytes(const AppInstallationStatus& existing) {
 
 }  // namespace
 
-DMGInstaller::EndOfInstall DMGInstaller::compareWithInstalled(const InstallInProgress& install) {
-  const auto& installed = install.existing.primaryVersion;
-  const auto& package = install.packageVersion;
+Installation::End Installation::compareWithInstalled() {
+  const auto package = versionIn(source_);
+  existing_ = ExistingAppDetector::detect(app_);
+  const auto& installed = existing_.primaryVersion;
   if (!installed || !package) return std::nullopt;
-  const std::string& name = install.app.displayName;
+  const std::string& name = app_.displayName;
 
   const auto order = compareVersion(*package, *installed);
   if (order == ComparisonResult::same) {
@@ -52,21 +57,20 @@ DMGInstaller::EndOfInstall DMGInstaller::compareWithInstalled(const InstallInPro
     log(fmt::format("DMGInstaller: Upgrading {} from v{} to v{}", name, *installed, *package));
     return std::nullopt;
   }
-  return InstallResult::makeAlreadyCurrent(install.existing.primaryPath.value_or(install.destination));
+  return InstallResult::makeAlreadyCurrent(existing_.primaryPath.value_or(destination_));
 }
 
-DMGInstaller::EndOfInstall DMGInstaller::clearCopyElsewhere(const InstallInProgress& install) {
-  const AppInfo& app = install.app;
-  const auto path = machine().workspace.applicationPath(app.installerBundleIdentifier);
-  if (!path || *path == install.destination) return std::nullopt;
+Installation::End Installation::clearCopyElsewhere() const {
+  const auto path = machine().workspace.applicationPath(app_.installerBundleIdentifier);
+  if (!path || *path == destination_) return std::nullopt;
   if (!path->starts_with(machine().paths.applications + "/")) return std::nullopt;
 
-  log(fmt::format("DMGInstaller: Found existing {} at different path: {} (bundle ID: {})", app.displayName,
-                  *path, app.installerBundleIdentifier));
+  log(fmt::format("DMGInstaller: Found existing {} at different path: {} (bundle ID: {})", app_.displayName,
+                  *path, app_.installerBundleIdentifier));
   if (hasAppStoreReceipt(*path)) {
     return InstallResult::failure(fmt::format(
         "{} is installed from the Mac App Store at {}. Please remove it from Launchpad first, then retry.",
-        app.displayName, *path));
+        app_.displayName, *path));
   }
   log(fmt::format("DMGInstaller: Removing existing copy at {}", *path));
   // A copy that can't be removed does no harm to the new one.
@@ -74,69 +78,63 @@ DMGInstaller::EndOfInstall DMGInstaller::clearCopyElsewhere(const InstallInProgr
   return std::nullopt;
 }
 
-void DMGInstaller::mentionOtherVariants(const AppInfo& app) {
-  for (const std::string& identifier : app.otherBundleIdentifiers) {
+void Installation::mentionOtherVariants() const {
+  for (const std::string& identifier : app_.otherBundleIdentifiers) {
     if (!machine().workspace.applicationPath(identifier)) continue;
-    log(fmt::format("DMGInstaller: Other variant of {} found (bundle ID: {}) — coexisting", app.displayName,
+    log(fmt::format("DMGInstaller: Other variant of {} found (bundle ID: {}) — coexisting", app_.displayName,
                     identifier));
   }
 }
 
-DMGInstaller::EndOfInstall DMGInstaller::testDiskSpace(const InstallInProgress& install) {
-  const auto needed = DiskRequirement::directorySize(install.source);
-  const auto free = volumeFreeBytes(machine().paths.applications);
+Installation::End Installation::testDiskSpace() const {
+  const auto needed = DiskRequirement::directorySize(source_);
+  const auto free = DiskRequirement::volumeFreeBytes(machine().paths.applications);
   if (!needed || !free) return std::nullopt;
-  const std::int64_t reclaimable = reclaimableBytes(install.existing);
+  const std::int64_t reclaimable = reclaimableBytes(existing_);
   const std::int64_t available = *free + reclaimable;
   if (available >= *needed) return std::nullopt;
 
   logError(fmt::format(
       "DMGInstaller: Not enough space for {}: needs {} bytes, {} free + {} reclaimable — short by {}",
-      install.app.displayName, *needed, *free, reclaimable, *needed - available));
+      app_.displayName, *needed, *free, reclaimable, *needed - available));
   return InstallResult::failure(
-      fmt::format("Not enough disk space to install {}: {} MB required, {} MB available.",
-                  install.app.displayName, *needed / megabyte, available / megabyte));
+      fmt::format("Not enough disk space to install {}: {} MB required, {} MB available.", app_.displayName,
+                  *needed / megabyte, available / megabyte));
 }
 
-DMGInstaller::EndOfInstall DMGInstaller::clearDestination(InstallInProgress& install) {
+Installation::End Installation::clearDestination() {
   FileSystem& files = machine().files;
-  if (!files.itemExists(install.destination)) return std::nullopt;
+  if (!files.itemExists(destination_)) return std::nullopt;
   // A link is replaced, whatever it leads to; its target stays as it is.
-  if (!files.isSymbolicLink(install.destination) && hasAppStoreReceipt(install.destination)) {
-    return makeRoomBesideAppStoreCopy(install);
+  if (!files.isSymbolicLink(destination_) && hasAppStoreReceipt(destination_)) {
+    return installBesideAppStoreCopy();
   }
 
-  const auto removed = files.removeItem(install.destination);
+  const auto removed = files.removeItem(destination_);
   if (removed) return std::nullopt;
   if (!isNoWritePermission(removed.error())) {
-    return InstallResult::failure(fmt::format("Failed to remove existing {}: {}", install.app.displayName,
+    return InstallResult::failure(fmt::format("Failed to remove existing {}: {}", app_.displayName,
                                               removed.error().localizedDescription));
   }
   logWarn("DMGInstaller: Permission denied removing existing app — will retry with admin privileges");
   logWarn("DMGInstaller: " + removed.error().localizedDescription);
-  install.removalNeedsAdministrator = true;
+  removalNeedsAdministrator_ = true;
   return std::nullopt;
 }
 
-DMGInstaller::EndOfInstall DMGInstaller::makeRoomBesideAppStoreCopy(InstallInProgress& install) {
-  const AppInfo& app = install.app;
-  const auto bundle = machine().bundles.read(install.destination);
+Installation::End Installation::installBesideAppStoreCopy() {
+  const auto bundle = machine().bundles.read(destination_);
   const auto identifier = bundle ? bundle->bundleIdentifier() : std::nullopt;
-  if (identifier == app.installerBundleIdentifier) {
+  if (identifier == app_.installerBundleIdentifier) {
     return InstallResult::failure(fmt::format(
         "{} is installed from the Mac App Store. Please remove it from Launchpad first, then retry.",
-        app.displayName));
+        app_.displayName));
   }
-  const auto name = freeNumberedName(install.bundleName);
+  const auto name = freeNumberedName(bundleName_);
   log(fmt::format("DMGInstaller: App Store variant at {} (bundle ID: {}). Installing as {} for coexistence.",
-                  install.destination, identifier.value_or("unknown"), name));
-  install.destination = joined(machine().paths.applications, name);
+                  destination_, identifier.value_or("unknown"), name));
+  destination_ = joined(machine().paths.applications, name);
   return std::nullopt;
-}
-
-std::optional<std::int64_t> DMGInstaller::volumeFreeBytes(const Path& path) {
-  if (const auto capacity = machine().files.volumeAvailableCapacity(path)) return capacity;
-  return machine().files.fileSystemFreeSize(path);
 }
 
 }  // namespace installer

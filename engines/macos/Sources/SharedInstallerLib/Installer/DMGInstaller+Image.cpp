@@ -1,4 +1,5 @@
 // From the attached image to the one bundle in it that may be installed.
+#include <expected>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -6,7 +7,6 @@
 #include <vector>
 
 #include "Base/Text.h"
-#include "Installer/DMGInstaller.h"
 #include "Installer/Installation.h"
 #include "Platform/Machine.h"
 #include "Utils/ChecksumVerifier.h"
@@ -41,8 +41,8 @@ std::optional<Json> listOf(const Result<ProgramExit>& exit) {
   return list ? std::optional{*std::move(list)} : std::nullopt;
 }
 
-// The mount points of images whose file has, or had, the path `dmgPath`. The system tells the real path,
-// which can have the folders of a link before ours.
+// The mount points of images whose file has, or had, the path `dmgPath`. The system reports the real path,
+// which can have a link's folders before ours.
 std::vector<Path> mountPointsOf(const Path& dmgPath) {
   const auto list =
       listOf(machine().processes.run(machine().paths.hdiutil, {"info", "-plist"}, CapturedOutput::separate));
@@ -58,8 +58,8 @@ std::vector<Path> mountPointsOf(const Path& dmgPath) {
   return mountPoints;
 }
 
-// An engine detaches its image before the file goes. Where the file is a new one and its volume had to take a
-// numbered name, another mount of the same path was left by an engine that was killed.
+// An engine detaches its image before it deletes the file. So if the volume had to take a numbered name, an
+// engine that was killed left another mount of the same path.
 void detachAbandoned(const Path& dmgPath, const Path& mountPoint) {
   const auto number = mountPoint.find_last_not_of("0123456789");
   if (number == Path::npos || number + 1 == mountPoint.size() || mountPoint[number] != ' ') return;
@@ -70,10 +70,8 @@ void detachAbandoned(const Path& dmgPath, const Path& mountPoint) {
   }
 }
 
-}  // namespace
-
-std::expected<MountedImage, std::string> MountedImage::attach(const Path& dmgPath, const AppInfo& app) {
-  log(fmt::format("Mounting DMG for {} at {}", app.displayName, dmgPath));
+// The mount point. The error is the text for the user; then nothing stays attached as far as can be known.
+std::expected<Path, std::string> attachedAt(const Path& dmgPath) {
   const auto attached = machine().processes.run(
       machine().paths.hdiutil, {"attach", dmgPath, "-nobrowse", "-noverify", "-readonly", "-plist"},
       CapturedOutput::separate);
@@ -85,26 +83,11 @@ std::expected<MountedImage, std::string> MountedImage::attach(const Path& dmgPat
     return std::unexpected(fmt::format("hdiutil attach failed with exit code {}", attached->status));
   }
   const auto list = machine().propertyList.parse(attached->output);
-  auto mountPoint = list ? mountPointIn(*list) : std::nullopt;
-  if (mountPoint) {
-    detachAbandoned(dmgPath, *mountPoint);
-    return MountedImage{*std::move(mountPoint)};
-  }
+  if (auto mountPoint = list ? mountPointIn(*list) : std::nullopt) return *std::move(mountPoint);
 
   logToolWords("DMGInstaller: hdiutil attach", attached->output);
   return std::unexpected(list ? "No mount point found" : "Failed to parse hdiutil output");
 }
-
-MountedImage::MountedImage(MountedImage&& other) noexcept
-    : mountPoint_{std::move(other.mountPoint_)}, isAttached_{std::exchange(other.isAttached_, false)} {
-}
-
-void MountedImage::detach() {
-  if (!std::exchange(isAttached_, false)) return;
-  DMGInstaller::detachDMG(mountPoint_);
-}
-
-namespace {
 
 // In listing order. The names come from the image and aren't trusted to be names.
 std::vector<std::string> appNames(const std::vector<std::string>& entries) {
@@ -115,54 +98,63 @@ std::vector<std::string> appNames(const std::vector<std::string>& entries) {
   return names;
 }
 
+// The one with the identifier. The only bundle is taken under any identifier: its signature is the judge.
+std::optional<std::string> chosenName(const Path& mountPoint, const std::vector<std::string>& names,
+                                      const std::string& identifier) {
+  for (const std::string& name : names) {
+    const auto bundle = ExistingAppDetector::cachedBundle(joined(mountPoint, name));
+    if (bundle && bundle->bundleIdentifier() == identifier) return name;
+  }
+  return names.size() == 1 ? std::optional{names.front()} : std::nullopt;
+}
+
 }  // namespace
 
-std::expected<std::string, InstallResult> DMGInstaller::chooseBundle(const MountedImage& image,
-                                                                     const AppInfo& app) {
-  const auto entries = machine().files.contentsOfDirectory(image.mountPoint());
-  if (!entries) {
-    return std::unexpected(InstallResult::failure(
-        fmt::format("Failed to install {}: {}", app.displayName, entries.error().localizedDescription)));
-  }
+Installation::End Installation::attach() {
+  log(fmt::format("Mounting DMG for {} at {}", app_.displayName, dmgPath_));
+  const auto mountPoint = attachedAt(dmgPath_);
+  if (!mountPoint) return InstallResult::failure(mountPoint.error());
+  detachAbandoned(dmgPath_, *mountPoint);
+  image_.emplace(*mountPoint);
+  return std::nullopt;
+}
+
+Installation::End Installation::chooseBundle() {
+  const Path& mountPoint = image_->mountPoint();
+  const auto entries = machine().files.contentsOfDirectory(mountPoint);
+  if (!entries) return failed(entries.error());
   const auto names = appNames(*entries);
   if (names.empty()) {
     logToolWords("DMGInstaller: the image holds", listText(*entries));
-    return std::unexpected(InstallResult::failure("No .app bundle found in DMG"));
+    return InstallResult::failure("No .app bundle found in DMG");
   }
-
-  for (const std::string& name : names) {
-    const auto bundle = ExistingAppDetector::cachedBundle(joined(image.mountPoint(), name));
-    if (bundle && bundle->bundleIdentifier() == app.installerBundleIdentifier) return name;
+  const auto chosen = chosenName(mountPoint, names, app_.installerBundleIdentifier);
+  if (!chosen) {
+    log(fmt::format(
+        "DMGInstaller: DMG for {} carries {} app bundles, none with the expected identifier {}: {}",
+        app_.displayName, names.size(), app_.installerBundleIdentifier, listText(names)));
+    return InstallResult::failure(
+        fmt::format("The package for {} does not contain the expected application.", app_.displayName),
+        ErrorCode::verifyFailed);
   }
-  // The only bundle is taken under any identifier: its signature is the judge.
-  if (names.size() == 1) return names.front();
-
-  log(fmt::format("DMGInstaller: DMG for {} carries {} app bundles, none with the expected identifier {}: {}",
-                  app.displayName, names.size(), app.installerBundleIdentifier, listText(names)));
-  return std::unexpected(InstallResult::failure(
-      fmt::format("The package for {} does not contain the expected application.", app.displayName),
-      ErrorCode::verifyFailed));
+  bundleName_ = *chosen;
+  source_ = joined(mountPoint, bundleName_);
+  destination_ = joined(machine().paths.applications, bundleName_);
+  return std::nullopt;
 }
 
-DMGInstaller::EndOfInstall DMGInstaller::verifySource(const InstallInProgress& install) {
+Installation::End Installation::verifySource() const {
   // What a link leads to can be another thing between the look and the copy, and the copy would be of the
   // link alone.
-  if (!machine().files.isSymbolicLink(install.source) &&
-      ChecksumVerifier::verifyCodeRequirement(install.source)) {
+  if (!machine().files.isSymbolicLink(source_) && ChecksumVerifier::verifyCodeRequirement(source_)) {
     return std::nullopt;
   }
   logError(fmt::format(
       "DMGInstaller: {} in the DMG for {} does not satisfy the signing requirement — refusing to install it",
-      install.bundleName, install.app.displayName));
+      bundleName_, app_.displayName));
   return InstallResult::failure(
-      fmt::format("{} could not be verified as genuine and was not installed.", install.app.displayName),
+      fmt::format("{} could not be verified as genuine and was not installed.", app_.displayName),
       ErrorCode::signatureFailed);
-}
-
-void DMGInstaller::detachDMG(const Path& mountPoint) {
-  // A volume that can't be detached changes nothing about the install.
-  (void)machine().processes.run(machine().paths.hdiutil, {"detach", mountPoint, "-force", "-quiet"},
-                                CapturedOutput::separate);
 }
 
 }  // namespace installer

@@ -5,6 +5,7 @@
 #include "Installer/Installation.h"
 #include "Installer/RunningInstances.h"
 #include "Platform/Machine.h"
+#include "Utils/DiskRequirement.h"
 #include "Utils/Log.h"
 #include "Utils/SystemUtils.h"
 
@@ -12,56 +13,65 @@ namespace installer {
 
 using namespace std::chrono_literals;
 
-namespace {
-
-std::optional<std::string> versionIn(const Path& bundlePath) {
-  const auto bundle = ExistingAppDetector::cachedBundle(bundlePath);
-  return bundle ? bundle->infoString("CFBundleShortVersionString") : std::nullopt;
+InstallResult DMGInstaller::installFromDMG(const Path& dmgPath, const AppInfo& app) {
+  return Installation{dmgPath, app}.run();
 }
 
-}  // namespace
+void DMGInstaller::detachDMG(const Path& mountPoint) {
+  // A volume that can't be detached changes nothing about the install.
+  (void)machine().processes.run(machine().paths.hdiutil, {"detach", mountPoint, "-force", "-quiet"},
+                                CapturedOutput::separate);
+}
 
-void DMGInstaller::terminateRunningApp(const std::vector<std::string>& knownBundleIdentifiers) {
+AdminOutcome DMGInstaller::runWithAdminPrivilegesOutcome(const std::string& command) {
+  return runAsAdministrator(command);
+}
+
+std::optional<std::int64_t> DMGInstaller::volumeFreeBytes(const Path& path) {
+  return DiskRequirement::volumeFreeBytes(path);
+}
+
+InstallResult Installation::run() {
+  terminateRunningApp();
+  if (auto end = attach()) return *end;
+  if (auto end = chooseBundle()) return *end;
+  if (auto end = verifySource()) return *end;
+
+  if (auto end = compareWithInstalled()) return *end;
+  if (auto end = clearCopyElsewhere()) return *end;
+  mentionOtherVariants();
+  if (auto end = testDiskSpace()) return *end;
+  if (auto end = clearDestination()) return *end;
+
+  if (auto end = copyBundle()) return *end;
+  if (auto end = verifyCopy()) return *end;
+  removeQuarantine();
+  return finish();
+}
+
+void Installation::terminateRunningApp() const {
   const auto request = [](const RunningApplication& application) {
     return fmt::format("{} is running (pid {}) — sending graceful quit", nameOf(application),
                        application.processIdentifier);
   };
-  quitRunningInstances(knownBundleIdentifiers, {.speaker = "DMGInstaller",
-                                                .request = request,
-                                                .lookInterval = 250ms,
-                                                .settlingTime = 1s,
-                                                .settlesAfterEveryWait = false});
+  quitRunningInstances(app_.knownBundleIdentifiers(), {.speaker = "DMGInstaller",
+                                                       .request = request,
+                                                       .lookInterval = 250ms,
+                                                       .settlingTime = 1s,
+                                                       .settlesAfterEveryWait = false});
 }
 
-InstallResult DMGInstaller::installFromDMG(const Path& dmgPath, const AppInfo& app) {
-  terminateRunningApp(app.knownBundleIdentifiers());
-  auto image = MountedImage::attach(dmgPath, app);  // detaches on every way out
-  if (!image) return InstallResult::failure(image.error());
+InstallResult Installation::finish() {
+  log(fmt::format("{} installed at {}", app_.displayName, destination_));
+  machine().workspace.registerBundle(destination_);
+  image_.reset();
+  Telemetry::report_to_server("macOS", "install_succeeded", "", std::string{rawValue(app_.id)});
+  return InstallResult::makeSuccess(app_.displayName, destination_);
+}
 
-  auto bundleName = chooseBundle(*image, app);
-  if (!bundleName) return bundleName.error();
-  InstallInProgress install{.app = app,
-                            .bundleName = *bundleName,
-                            .source = joined(image->mountPoint(), *bundleName),
-                            .destination = joined(machine().paths.applications, *bundleName)};
-  if (auto end = verifySource(install)) return *end;
-
-  install.packageVersion = versionIn(install.source);
-  install.existing = ExistingAppDetector::detect(app);
-  if (auto end = compareWithInstalled(install)) return *end;
-  if (auto end = clearCopyElsewhere(install)) return *end;
-  mentionOtherVariants(app);
-  if (auto end = testDiskSpace(install)) return *end;
-  if (auto end = clearDestination(install)) return *end;
-
-  if (auto end = copyBundle(install)) return *end;
-  if (auto end = verifyCopy(install)) return *end;
-  removeQuarantine(install.destination);
-  log(fmt::format("{} installed at {}", app.displayName, install.destination));
-  machine().workspace.registerBundle(install.destination);
-  image->detach();
-  Telemetry::report_to_server("macOS", "install_succeeded", "", std::string{rawValue(app.id)});
-  return InstallResult::makeSuccess(app.displayName, install.destination);
+InstallResult Installation::failed(const Error& error) const {
+  return InstallResult::failure(
+      fmt::format("Failed to install {}: {}", app_.displayName, error.localizedDescription));
 }
 
 }  // namespace installer

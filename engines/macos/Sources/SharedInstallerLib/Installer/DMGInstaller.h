@@ -8,10 +8,9 @@
 #pragma once
 
 #include <cstdint>
-#include <expected>
 #include <optional>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "Base/Path.h"
 #include "Installer/PrivilegedRunner.h"
@@ -39,9 +38,6 @@ struct InstallResult {
   }
 };
 
-class MountedImage;
-struct InstallInProgress;
-
 class DMGInstaller {
  public:
   using InstallResult = ::installer::InstallResult;
@@ -52,44 +48,14 @@ class DMGInstaller {
   // the install turns out to be a skip. The image is detached on every way out; its file is never deleted.
   static InstallResult installFromDMG(const Path& dmgPath, const AppInfo& app);
 
-  // Forces the volume off. Whether that worked is nobody's business.
+  // Forces the volume off. Failures are ignored.
   static void detachDMG(const Path& mountPoint);
 
-  // Runs one complete line for /bin/sh as administrator, asking for the password at most once per burst:
-  // the script object that the authorization hangs on lives as long as the process. Any thread; everything
-  // runs on the main thread, one command at a time, and the caller blocks until its end.
-  // Paths in the line are already quoted by the caller.
+  // Is `runAsAdministrator`.
   static AdminOutcome runWithAdminPrivilegesOutcome(const std::string& command);
 
-  // Bytes free on the volume of `path`; absent means unknown.
+  // Is `DiskRequirement::volumeFreeBytes`.
   static std::optional<std::int64_t> volumeFreeBytes(const Path& path);
-
- private:
-  // A step that ends the install gives its result; one that lets it go on gives nothing.
-  using EndOfInstall = std::optional<InstallResult>;
-
-  // Asks every instance under these identifiers to quit, waits up to five seconds, forces what remains.
-  static void terminateRunningApp(const std::vector<std::string>& knownBundleIdentifiers);
-
-  // From image to chosen bundle.
-  static std::expected<std::string, InstallResult> chooseBundle(const MountedImage& image,
-                                                                const AppInfo& app);
-  static EndOfInstall verifySource(const InstallInProgress& install);
-
-  // What is already there.
-  static EndOfInstall compareWithInstalled(const InstallInProgress& install);
-  static EndOfInstall clearCopyElsewhere(const InstallInProgress& install);
-  static void mentionOtherVariants(const AppInfo& app);
-  static EndOfInstall testDiskSpace(const InstallInProgress& install);
-  static EndOfInstall clearDestination(InstallInProgress& install);
-  static EndOfInstall makeRoomBesideAppStoreCopy(InstallInProgress& install);
-
-  // The copy.
-  static EndOfInstall copyBundle(const InstallInProgress& install);
-  static EndOfInstall copyAsAdministrator(const InstallInProgress& install);
-  static EndOfInstall verifyCopy(const InstallInProgress& install);
-  static bool removeInstalledBundle(const Path& path);
-  static void removeQuarantine(const Path& destination);
 };
 
 }  // namespace installer

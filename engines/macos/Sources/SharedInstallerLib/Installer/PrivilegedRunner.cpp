@@ -6,7 +6,6 @@
 #include <nlohmann/json.hpp>
 
 #include "Base/ProcessWide.h"
-#include "Installer/DMGInstaller.h"
 #include "Platform/Machine.h"
 #include "Utils/Log.h"
 
@@ -116,7 +115,7 @@ AdministratorScript* PrivilegedRunner::privilegedRunner() {
   return script_.get();
 }
 
-AdminOutcome DMGInstaller::runWithAdminPrivilegesOutcome(const std::string& command) {
+AdminOutcome runAsAdministrator(const std::string& command) {
   auto outcome = AdminOutcome::failed;
   const auto work = [&outcome, &command] { outcome = PrivilegedRunner::shared().run(command); };
   Dispatch& dispatch = machine().dispatch;

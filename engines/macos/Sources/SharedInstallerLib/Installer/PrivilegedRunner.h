@@ -1,5 +1,4 @@
-// The one script object that all privileged command lines of the process go through, so that one granted
-// authorization serves the whole burst. Inside the disk-image installer only.
+// Command lines that run as administrator, their quoting, and the errors that call for one.
 #pragma once
 
 #include <memory>
@@ -19,6 +18,12 @@ enum class AdminOutcome {
   cancelled,  // the prompt was dismissed; nothing ran
   failed,     // the authorization failed, the command exited non-zero, or the script could not run
 };
+
+// Runs one complete line for /bin/sh as administrator, asking for the password at most once per burst: the
+// script object that the authorization belongs to lives as long as the process. Any thread; everything runs
+// on the main thread, one command at a time, and the caller blocks until its end. The caller quotes the paths
+// in the line.
+AdminOutcome runAsAdministrator(const std::string& command);
 
 // Reads the dictionary that a script execution left, and logs what it says. No dictionary is a success.
 AdminOutcome adminOutcome(const ScriptErrorDictionary& scriptError);
@@ -46,6 +51,8 @@ inline bool isPermissionError(const Error& error) {
          error.is(ErrorDomain::posix, 1) || error.is(ErrorDomain::posix, 13);
 }
 
+// The one script object that all privileged command lines of the process go through, so that one granted
+// authorization serves the whole burst.
 class PrivilegedRunner {
  public:
   static PrivilegedRunner& shared();

@@ -48,4 +48,9 @@ std::optional<std::int64_t> DiskRequirement::directorySize(const Path& path) {
   return total;
 }
 
+std::optional<std::int64_t> DiskRequirement::volumeFreeBytes(const Path& path) {
+  if (const auto capacity = machine().files.volumeAvailableCapacity(path)) return capacity;
+  return machine().files.fileSystemFreeSize(path);
+}
+
 }  // namespace installer

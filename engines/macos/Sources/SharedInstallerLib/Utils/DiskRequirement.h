@@ -1,4 +1,5 @@
-// How much room an install takes. Sizes are bytes; absent means unknown, which isn't zero. Any thread.
+// How much disk space an install takes, and how much is free. Sizes are bytes; absent means unknown, which
+// isn't zero. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -18,5 +19,8 @@ std::int64_t peakBytes(const AppInfo& app, std::int64_t downloadBytes,
 // Allocated bytes of the regular files below `path`, hidden ones left out, links not followed. Absent when
 // there is no such directory. Walks the whole tree.
 std::optional<std::int64_t> directorySize(const Path& path);
+
+// Bytes free on the volume of `path`.
+std::optional<std::int64_t> volumeFreeBytes(const Path& path);
 
 }  // namespace installer::DiskRequirement

@@ -1,0 +1,58 @@
+// The removal of one app as a transaction. Inside the uninstaller only.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "Base/Error.h"
+#include "Base/Path.h"
+#include "Installer/AppUninstaller.h"
+#include "Models/AppInfo.h"
+
+namespace installer {
+
+class Removal {
+ public:
+  // `app` must outlive the removal.
+  Removal(const AppInfo& app, bool allowAdminEscalation)
+      : app_{app}, allowAdminEscalation_{allowAdminEscalation} {}
+
+  UninstallResult run();  // once
+
+ private:
+  const AppInfo& app_;
+  const bool allowAdminEscalation_;
+  Path path_;      // the app's own path
+  Path location_;  // where the bundle is: at `path_`, or staged beside it
+
+  // Asks every instance of the app to quit, looks for up to five seconds, forces what remains.
+  void terminateRunningApp() const;
+  // Clears what a half-finished removal left at `path`. Absent when there is nothing of the kind.
+  std::optional<UninstallResult> removeHusk(const Path& path);
+
+  UninstallResult removeBundle(const Path& path);
+  UninstallResult stagingFailed(const Error& error);
+  UninstallResult giveUpUntouched(const Path& obstacle);
+  UninstallResult deletionFailed(const Error& error);
+  UninstallResult succeeded() const;
+  UninstallResult failed(const Error& error) const;
+  UninstallResult loggedFailure(std::string message) const;
+  UninstallResult permissionDeniedResult() const;
+  UninstallResult partialRemovalResult() const;
+
+  // +Transaction. Staging names: number 0 is the name itself, the others carry their number.
+  Path stagingPath(int number) const;
+  std::optional<Path> claimStagingPath() const;
+  // Where an unprivileged delete would stop; absent when nothing was found that would stop it.
+  std::optional<Path> firstUnwritableDirectory() const;
+  // Deletes the bundle as administrator. If that fails, a staged bundle is restored.
+  UninstallResult escalatedRemoval();
+  UninstallResult authCancelledResult() const;
+  UninstallResult privilegedRemovalFailedResult() const;
+  // Moves the staged bundle back, if it would work there. False when it stays staged.
+  bool restore();
+  // Makes the platform and this process forget the bundle at both paths.
+  void forgetBundle() const;
+};
+
+}  // namespace installer
