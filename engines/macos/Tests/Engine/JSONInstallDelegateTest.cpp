@@ -18,23 +18,11 @@ class JSONInstallDelegateTest : public test::EngineControllerTest {
                std::optional<std::int64_t> downloaded = {}, std::optional<std::int64_t> total = {}) {
     delegate.orchestratorDidUpdateApp(app, stage, percent, false, downloaded, total);
   }
-  AppInstallResult success(AppIdentifier identifier, std::optional<std::string> path) {
-    return {.app = app(identifier),
-            .success = true,
-            .errorMessage = {},
-            .errorCode = {},
-            .installedPath = std::move(path),
-            .cancelled = false,
-            .alreadyCurrent = false};
+  AppInstallResult success(AppIdentifier identifier, std::optional<Path> path) {
+    return AppInstallResult::installed(app(identifier), std::move(path));
   }
   AppInstallResult failure(AppIdentifier identifier, std::optional<ErrorCode> code) {
-    return {.app = app(identifier),
-            .success = false,
-            .errorMessage = "m",
-            .errorCode = code,
-            .installedPath = {},
-            .cancelled = false,
-            .alreadyCurrent = false};
+    return AppInstallResult::failed(app(identifier), "m", code);
   }
 };
 
@@ -80,8 +68,7 @@ TEST_F(JSONInstallDelegateTest, JoinsStatusAndDetail) {
 TEST_F(JSONInstallDelegateTest, WordsResultsForTheWire) {
   addInstalled(brenna, "2.0");
   const Path path = "/Applications/Brenna.app";
-  auto current = success(brenna, path);
-  current.alreadyCurrent = true;
+  const auto current = AppInstallResult::skipped(app(brenna), path);
   auto cancelled = failure(brenna, ErrorCode::downloadFailed);
   cancelled.cancelled = true;
   const auto line = [](const AppInstallResult& result, Action action) {

@@ -65,8 +65,9 @@ TEST_F(RunRulesTest, ReadADeniedPermissionOutOfTheMessagesOfFailures) {
       {true, false, "Permission denied", false},
   };
   for (const auto& row : rows) {
-    const AppInstallResult result{
-        .app = {}, .success = row.success, .errorMessage = row.message, .cancelled = row.cancelled};
+    auto result = AppInstallResult::failed({}, row.message, {});
+    result.success = row.success;
+    result.cancelled = row.cancelled;
     EXPECT_EQ(RunRules::anyPermissionDenied(std::vector{result}), row.denied)
         << row.message.value_or("(absent)");
   }
@@ -74,8 +75,8 @@ TEST_F(RunRulesTest, ReadADeniedPermissionOutOfTheMessagesOfFailures) {
 }
 
 TEST_F(RunRulesTest, FindADeniedPermissionAmongOtherResults) {
-  const AppInstallResult good{.app = {}, .success = true};
-  const AppInstallResult denied{.app = {}, .errorMessage = "Permission denied"};
+  const auto good = AppInstallResult::installed({}, {});
+  const auto denied = AppInstallResult::failed({}, "Permission denied", {});
   EXPECT_TRUE(RunRules::anyPermissionDenied(std::vector{good, denied, good}));
 }
 

@@ -23,7 +23,7 @@ void InstallOrchestrator::verifyAndInstall(const AppInfo& app, const AcquiredPac
                                            const std::string& label) {
   if (state_.isGivenUp(app.id)) {
     discard(package);
-    return markCurrentAppComplete(Ending::givenUp());
+    return markCurrentAppComplete(AppInstallResult::givenUp(app));
   }
   state_.setStage(InstallStage::verify);
   updateProgress(fmt::format("Verifying {}...", label), "", 85);
@@ -38,47 +38,49 @@ void InstallOrchestrator::verifyAndInstall(const AppInfo& app, const AcquiredPac
       });
 }
 
-InstallOrchestrator::Ending InstallOrchestrator::verifyAndInstallOnWorker(const AppInfo& app,
-                                                                          const AcquiredPackage& package,
-                                                                          const std::string& label) {
+AppInstallResult InstallOrchestrator::verifyAndInstallOnWorker(const AppInfo& app,
+                                                               const AcquiredPackage& package,
+                                                               const std::string& label) {
   if (auto failure = verificationFailure(app, package)) return *std::move(failure);
   return install(app, package, label);
 }
 
-std::optional<InstallOrchestrator::Ending> InstallOrchestrator::verificationFailure(
-    const AppInfo& app, const AcquiredPackage& package) {
+std::optional<AppInstallResult> InstallOrchestrator::verificationFailure(const AppInfo& app,
+                                                                         const AcquiredPackage& package) {
   const std::string& name = app.displayName;
   if (package.checksum && !ChecksumVerifier::verifyFileChecksum(package.fileURL, *package.checksum)) {
     logError(fmt::format("InstallOrchestrator: Checksum failed for {}", name));
-    return Ending::failure(fmt::format("Checksum verification failed for {}", name), ErrorCode::verifyFailed);
+    return AppInstallResult::failed(app, fmt::format("Checksum verification failed for {}", name),
+                                    ErrorCode::verifyFailed);
   }
   if (package.skipGatekeeper) return std::nullopt;
   if (!ChecksumVerifier::verifyGatekeeper(package.fileURL)) {
     logError(fmt::format("InstallOrchestrator: Gatekeeper failed for {}", name));
-    return Ending::failure(fmt::format("Gatekeeper verification failed for {}", name),
-                           ErrorCode::gatekeeperFailed);
+    return AppInstallResult::failed(app, fmt::format("Gatekeeper verification failed for {}", name),
+                                    ErrorCode::gatekeeperFailed);
   }
   if (!ChecksumVerifier::verifySignature(package.fileURL)) {
     logError(fmt::format("InstallOrchestrator: Signature failed for {}", name));
-    return Ending::failure(fmt::format("Signature verification failed for {}", name),
-                           ErrorCode::signatureFailed);
+    return AppInstallResult::failed(app, fmt::format("Signature verification failed for {}", name),
+                                    ErrorCode::signatureFailed);
   }
   return std::nullopt;
 }
 
-InstallOrchestrator::Ending InstallOrchestrator::install(const AppInfo& app, const AcquiredPackage& package,
-                                                         const std::string& label) {
+AppInstallResult InstallOrchestrator::install(const AppInfo& app, const AcquiredPackage& package,
+                                              const std::string& label) {
   state_.setStage(InstallStage::install);
   // The two figures differ on purpose: one feeds the overall bar, the other the app's own.
   updateProgress(fmt::format("Installing {}...", label), "", 90);
   updateApp(app, InstallStage::install, 95, Indeterminate::yes);
   const auto result = DMGInstaller::installFromDMG(package.fileURL, app);
   if (!result.success) {
-    return Ending::failure(result.errorMessage.value_or("Installation failed"),
-                           result.errorCode.value_or(ErrorCode::installFailed));
+    return AppInstallResult::failed(app, result.errorMessage.value_or("Installation failed"),
+                                    result.errorCode.value_or(ErrorCode::installFailed));
   }
   updateProgress(fmt::format("{} installed successfully", app.displayName), "", 100);
-  return {.success = true, .installedPath = result.installedPath, .alreadyCurrent = result.alreadyCurrent};
+  return result.alreadyCurrent ? AppInstallResult::skipped(app, result.installedPath)
+                               : AppInstallResult::installed(app, result.installedPath);
 }
 
 }  // namespace installer

@@ -11,18 +11,39 @@
 
 namespace installer {
 
-InstallOrchestrator::Ending InstallOrchestrator::Ending::failure(std::string message,
-                                                                 std::optional<ErrorCode> code) {
-  return {.errorMessage = std::move(message), .errorCode = code};
+AppInstallResult AppInstallResult::installed(AppInfo app, std::optional<Path> path) {
+  AppInstallResult result{std::move(app), true};
+  result.installedPath = std::move(path);
+  return result;
 }
 
-InstallOrchestrator::Ending InstallOrchestrator::Ending::givenUp() {
-  return {.errorMessage = "cancelled", .cancelled = true};
+AppInstallResult AppInstallResult::skipped(AppInfo app, std::optional<Path> path) {
+  auto result = installed(std::move(app), std::move(path));
+  result.alreadyCurrent = true;
+  return result;
 }
 
-InstallOrchestrator::Ending InstallOrchestrator::Ending::acquisitionFailure(const AcquisitionError& error) {
-  return failure(errorDescription(error), code(error));
+AppInstallResult AppInstallResult::failed(AppInfo app, std::optional<std::string> message,
+                                          std::optional<ErrorCode> code) {
+  AppInstallResult result{std::move(app), false};
+  result.errorMessage = std::move(message);
+  result.errorCode = code;
+  return result;
 }
+
+AppInstallResult AppInstallResult::givenUp(AppInfo app) {
+  auto result = failed(std::move(app), "cancelled", std::nullopt);
+  result.cancelled = true;
+  return result;
+}
+
+namespace {
+
+AppInstallResult acquisitionFailure(const AppInfo& app, const AcquisitionError& error) {
+  return AppInstallResult::failed(app, errorDescription(error), code(error));
+}
+
+}  // namespace
 
 void InstallOrchestrator::startInstallation(std::vector<AppInfo> apps) {
   if (apps.empty()) return;
@@ -55,7 +76,7 @@ void InstallOrchestrator::takeNextStep() {
   }
   if (standing.isSkipRequested) {
     log(fmt::format("InstallOrchestrator: Skipping {} — cancelled by user", standing.app->displayName));
-    return markCurrentAppComplete(Ending::givenUp());
+    return markCurrentAppComplete(AppInstallResult::givenUp(*standing.app));
   }
   acquire(*standing.app, standing.index + 1, standing.count);
 }
@@ -94,27 +115,23 @@ PackageProvider::Completion InstallOrchestrator::makeCompletion(const AppInfo& a
     const auto self = weak.lock();
     if (self == nullptr) return;
     if (outcome) return self->verifyAndInstall(app, *outcome, label);
-    self->markCurrentAppComplete(Ending::acquisitionFailure(outcome.error()));
+    self->markCurrentAppComplete(acquisitionFailure(app, outcome.error()));
   };
 }
 
-void InstallOrchestrator::markCurrentAppComplete(const Ending& ending) {
-  const auto current = state_.standing().app;
-  if (!current) {
+void InstallOrchestrator::markCurrentAppComplete(const AppInstallResult& result) {
+  if (!state_.standing().app) {
     std::fputs("InstallOrchestrator: a source ended one acquisition twice\n", stderr);
     std::abort();  // the list can't be trusted any more
   }
-  const AppInstallResult result{
-      *current,         ending.success,       ending.errorMessage, ending.errorCode, ending.installedPath,
-      ending.cancelled, ending.alreadyCurrent};
   state_.keep(result);
   post([result](InstallOrchestratorDelegate& delegate) { delegate.orchestratorDidCompleteApp(result); });
   if (result.success) {
-    log(fmt::format("InstallOrchestrator: {} installed successfully", current->displayName));
+    log(fmt::format("InstallOrchestrator: {} installed successfully", result.app.displayName));
   } else {
     const auto message = result.errorMessage.value_or("unknown");
-    logError(fmt::format("InstallOrchestrator: {} failed: {}", current->displayName, message));
-    Telemetry::report_to_server("macOS", "install_failed", message, std::string{rawValue(current->id)});
+    logError(fmt::format("InstallOrchestrator: {} failed: {}", result.app.displayName, message));
+    Telemetry::report_to_server("macOS", "install_failed", message, std::string{rawValue(result.app.id)});
   }
   state_.advance();
   processNextApp();

@@ -44,20 +44,6 @@ class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestra
   void cancelApp(AppIdentifier app);
 
  private:
-  // How the current app ended.
-  struct Ending {
-    bool success = false;
-    std::optional<std::string> errorMessage = {};
-    std::optional<ErrorCode> errorCode = {};
-    std::optional<std::string> installedPath = {};
-    bool cancelled = false;
-    bool alreadyCurrent = false;
-
-    static Ending failure(std::string message, std::optional<ErrorCode> code);
-    static Ending givenUp();
-    static Ending acquisitionFailure(const AcquisitionError& error);
-  };
-
   // The list.
   void processNextApp();  // by the thread that holds the list, if another one does
   void takeNextStep();
@@ -65,15 +51,16 @@ class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestra
   void acquire(const AppInfo& app, std::size_t number, std::size_t count);
   PackageProvider::ProgressHandler makeProgressHandler(const AppInfo& app);
   PackageProvider::Completion makeCompletion(const AppInfo& app, const std::string& label);
-  void markCurrentAppComplete(const Ending& ending);
+  void markCurrentAppComplete(const AppInstallResult& result);
 
   // One acquired package.
   void verifyAndInstall(const AppInfo& app, const AcquiredPackage& package, const std::string& label);
-  Ending verifyAndInstallOnWorker(const AppInfo& app, const AcquiredPackage& package,
-                                  const std::string& label);
+  AppInstallResult verifyAndInstallOnWorker(const AppInfo& app, const AcquiredPackage& package,
+                                            const std::string& label);
   // Absent when the package may be installed.
-  static std::optional<Ending> verificationFailure(const AppInfo& app, const AcquiredPackage& package);
-  Ending install(const AppInfo& app, const AcquiredPackage& package, const std::string& label);
+  static std::optional<AppInstallResult> verificationFailure(const AppInfo& app,
+                                                             const AcquiredPackage& package);
+  AppInstallResult install(const AppInfo& app, const AcquiredPackage& package, const std::string& label);
 
   // Reports.
   enum class Indeterminate { no, yes };

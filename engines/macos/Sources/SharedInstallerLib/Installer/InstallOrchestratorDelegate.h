@@ -6,8 +6,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "Base/Path.h"
 #include "Models/AppInfo.h"
 #include "Models/Vocabulary.h"
 
@@ -32,12 +34,23 @@ constexpr std::string_view rawValue(InstallStage stage) {
 // What became of one app of an install run.
 struct AppInstallResult {
   AppInfo app;
-  bool success = false;                           // true only if the bundle is in place
-  std::optional<std::string> errorMessage = {};   // for a person; "cancelled" for a cancelled app
-  std::optional<ErrorCode> errorCode = {};        // stable code; absent when the failure has none of its own
-  std::optional<std::string> installedPath = {};  // where the bundle lies, on success
-  bool cancelled = false;                         // given up because of a cancel
-  bool alreadyCurrent = false;  // a success without copying: the installed copy was up to date
+  bool success;                             // true only if the bundle is in place
+  std::optional<std::string> errorMessage;  // for a person; "cancelled" for a cancelled app
+  std::optional<ErrorCode> errorCode;       // stable code; absent when the failure has none of its own
+  std::optional<Path> installedPath;        // where the bundle is, on success
+  bool cancelled = false;                   // given up because of a cancel
+  bool alreadyCurrent = false;              // a success without copying: the installed copy was up to date
+
+  static AppInstallResult installed(AppInfo app, std::optional<Path> path);
+  // The installed copy was up to date.
+  static AppInstallResult skipped(AppInfo app, std::optional<Path> path);
+  static AppInstallResult failed(AppInfo app, std::optional<std::string> message,
+                                 std::optional<ErrorCode> code);
+  // Cancelled, before or during its acquisition.
+  static AppInstallResult givenUp(AppInfo app);
+
+ private:
+  AppInstallResult(AppInfo itsApp, bool isSuccess) : app{std::move(itsApp)}, success{isSuccess} {}
 };
 
 class InstallOrchestratorDelegate {

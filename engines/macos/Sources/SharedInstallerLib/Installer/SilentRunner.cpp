@@ -131,7 +131,7 @@ std::vector<SummaryEntry> summaryEntries(const std::vector<Result>& results) {
 // the apps, so the ones without a result are the last.
 void addNeverReached(std::vector<AppInstallResult>& results, const std::vector<AppInfo>& apps) {
   while (results.size() < apps.size()) {
-    results.push_back({.app = apps[results.size()], .errorMessage = "cancelled", .cancelled = true});
+    results.push_back(AppInstallResult::givenUp(apps[results.size()]));
   }
 }
 
