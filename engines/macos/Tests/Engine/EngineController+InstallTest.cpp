@@ -36,8 +36,10 @@ constexpr auto kIdleMessage =
 
 TEST_F(EngineInstall, TellsAWholeRunInOrder) {
   provider->on(brenna)
-      .reports("Downloading Kelo Brenna (1/2)...", "500 of 1000", 50, 500, 1000)
-      .reports("Downloading Kelo Brenna (1/2)...", "", 100, 1000, 1000)
+      .reports("Downloading Kelo Brenna (1/2)...", "500 of 1000",
+               {.percent = 50, .downloadedBytes = 500, .totalBytes = 1000})
+      .reports("Downloading Kelo Brenna (1/2)...", "",
+               {.percent = 100, .downloadedBytes = 1000, .totalBytes = 1000})
       .delivers(image(brenna, "2.0"));
   provider->on(tolvi).delivers(image(tolvi, "3.1"));
   EXPECT_EQ(install({brenna, tolvi}), 0);
@@ -227,7 +229,7 @@ TEST_F(EngineInstall, HasNoResultsAtAllAfterATimeout) {
 
 TEST_F(EngineInstall, WaitsForADownloadThatKeepsReporting) {
   auto& script = provider->on(brenna);
-  for (int i = 0; i < 10; ++i) script.takes(599s).reports("Downloading...", "", i);
+  for (int i = 0; i < 10; ++i) script.takes(599s).reports("Downloading...", "", {.percent = 1.0 * i});
   script.delivers(image(brenna, "2.0"));
   EXPECT_EQ(install({brenna}), 0);
   EXPECT_EQ(outcome().back(), "done install 0: brenna installed /Applications/Brenna.app 2.0");

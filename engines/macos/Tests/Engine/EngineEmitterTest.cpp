@@ -41,7 +41,7 @@ TEST_F(EngineEmitterTest, LogsNothingOfOtherEvents) {
 }
 
 TEST_F(EngineEmitterTest, SwallowsAnEventThatCantBeEncoded) {
-  EngineEmitter::emit({EngineEvent::Progress{"brenna", std::nan(""), false, {}, {}}});
+  EngineEmitter::emit({EngineEvent::Progress{"brenna", {.percent = std::nan("")}, {}}});
   EXPECT_TRUE(machine.streams.events().empty());
   EXPECT_EQ(machine.logLines(),
             (Lines{"ERROR EngineEmitter: failed to encode event: percent isn't a finite number"}));

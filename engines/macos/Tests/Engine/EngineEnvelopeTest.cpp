@@ -23,7 +23,7 @@ class EngineEnvelopeTest : public ::testing::Test {
     return {EngineEvent::Log{EventLevel::info, std::move(message)}};
   }
   static std::string percentText(double percent) {
-    const auto text = line({EngineEvent::Progress{{}, percent, false, {}, {}}});
+    const auto text = line({EngineEvent::Progress{{}, {.percent = percent}, {}}});
     const auto start = text.find("\"percent\":") + 10;
     return text.substr(start, text.find(',', start) - start);
   }
@@ -102,13 +102,11 @@ TEST_F(EngineEnvelopeTest, WritesAStage) {
 }
 
 TEST_F(EngineEnvelopeTest, WritesProgress) {
-  EXPECT_EQ(
-      encoded({EngineEvent::Progress{
-          "brenna", 42.5, true, AppStage::download, {{{"downloadedBytes", 425}, {"totalBytes", 1000}}}}}),
-      expected(R"({"v": 1, "type": "progress", "app": "brenna", "percent": 42.5, "indeterminate": true,
+  EXPECT_EQ(encoded({EngineEvent::Progress{"brenna", {42.5, true, 425, 1000}, AppStage::download}}),
+            expected(R"({"v": 1, "type": "progress", "app": "brenna", "percent": 42.5, "indeterminate": true,
                          "detailCode": "DOWNLOADING",
                          "detailArgs": {"downloadedBytes": 425, "totalBytes": 1000}})"));
-  EXPECT_EQ(encoded({EngineEvent::Progress{{}, 0, false, {}, {}}}),
+  EXPECT_EQ(encoded({EngineEvent::Progress{}}),
             expected(R"({"v": 1, "type": "progress", "percent": 0, "indeterminate": false})"));
 }
 
@@ -121,10 +119,10 @@ TEST_F(EngineEnvelopeTest, WritesAWholePercentageWithoutAFraction) {
 TEST_F(EngineEnvelopeTest, CantWriteAPercentageThatIsNoNumber) {
   using Limits = std::numeric_limits<double>;
   for (const double percent : {Limits::quiet_NaN(), Limits::infinity(), -Limits::infinity()}) {
-    EXPECT_FALSE(EngineEnvelope::encode({EngineEvent::Progress{"brenna", percent, false, {}, {}}}))
+    EXPECT_FALSE(EngineEnvelope::encode({EngineEvent::Progress{"brenna", {.percent = percent}, {}}}))
         << percent;
   }
-  EXPECT_TRUE(EngineEnvelope::encode({EngineEvent::Progress{"brenna", Limits::max(), false, {}, {}}}));
+  EXPECT_TRUE(EngineEnvelope::encode({EngineEvent::Progress{"brenna", {.percent = Limits::max()}, {}}}));
 }
 
 AppResultEvent failedBrenna() {

@@ -50,7 +50,7 @@ class RandomRun {
   void script(AppIdentifier identifier) {
     const auto& info = *KeloAppProvider::shared().app(identifier);
     auto& script = provider->on(identifier);
-    script.takes(upTo(20)).reports("Downloading...", "", 50).takes(upTo(20));
+    script.takes(upTo(20)).reports("Downloading...", "", {.percent = 50}).takes(upTo(20));
     if (below(3) == 0) script.whenCancelled(std::unexpected(ProviderError::downloadFailed("cancelled")));
     if (below(4) == 0) {
       script.fails(ProviderError::invalidResponse());

@@ -16,7 +16,8 @@ class JSONInstallDelegateTest : public test::EngineControllerTest {
 
   void reaches(const std::string& app, InstallStage stage, double percent = 0,
                std::optional<std::int64_t> downloaded = {}, std::optional<std::int64_t> total = {}) {
-    delegate.orchestratorDidUpdateApp(app, stage, percent, false, downloaded, total);
+    delegate.orchestratorDidUpdateApp(
+        app, stage, {.percent = percent, .downloadedBytes = downloaded, .totalBytes = total});
   }
   AppInstallResult success(AppIdentifier identifier, std::optional<Path> path) {
     return AppInstallResult::installed(app(identifier), std::move(path));

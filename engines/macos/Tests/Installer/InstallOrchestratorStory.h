@@ -35,7 +35,7 @@ class DirectedProvider : public PackageProvider {
 
   void reports(const std::string& status, const std::string& detail, double percent,
                std::optional<std::int64_t> done = {}, std::optional<std::int64_t> total = {}) {
-    progress_(status, detail, percent, done, total);
+    progress_(status, detail, {.percent = percent, .downloadedBytes = done, .totalBytes = total});
   }
   // Copies the completion first: the next acquisition may begin inside it.
   void delivers(AcquiredPackage package) { Completion{completion_}(std::move(package)); }
@@ -58,13 +58,12 @@ class RecordingDelegate : public InstallOrchestratorDelegate {
                                      double progress) override {
     hear(fmt::format("{:g}% {}{}", progress, status, detail.empty() ? "" : " | " + detail));
   }
-  void orchestratorDidUpdateApp(const std::string& app, InstallStage stage, double percent,
-                                bool indeterminate, std::optional<std::int64_t> done,
-                                std::optional<std::int64_t> total) override {
-    auto line = fmt::format("{} {} {:g}", app, rawValue(stage), percent);
-    if (indeterminate) line += " indeterminate";
-    if (done) line += fmt::format(" {} bytes", *done);
-    if (total) line += fmt::format(" of {}", *total);
+  void orchestratorDidUpdateApp(const std::string& app, InstallStage stage,
+                                const Progress& progress) override {
+    auto line = fmt::format("{} {} {:g}", app, rawValue(stage), progress.percent);
+    if (progress.indeterminate) line += " indeterminate";
+    if (progress.downloadedBytes) line += fmt::format(" {} bytes", *progress.downloadedBytes);
+    if (progress.totalBytes) line += fmt::format(" of {}", *progress.totalBytes);
     hear(std::move(line));
   }
   void orchestratorDidCompleteApp(const AppInstallResult& result) override { hear("ended: " + line(result)); }

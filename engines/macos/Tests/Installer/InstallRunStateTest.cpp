@@ -112,7 +112,7 @@ TEST(InstallRunState, StartsAfresh) {
   state.cancel();
   state.requestSkip(rulo);
   state.setStage(InstallStage::install);
-  state.keep({});
+  state.keep(AppInstallResult::givenUp({}));
   state.advance();
   state.start(apps({rulo}));
   const auto standing = state.standing();

@@ -29,11 +29,10 @@ class BundledImages : public ::testing::Test {
     outcome.reset();
     provider.acquirePackage(
         *KeloAppProvider::shared().app(identifier), "Kelo Brenna (1/1)",
-        [this](const std::string& status, const std::string& detail, double percent,
-               std::optional<std::int64_t> done, std::optional<std::int64_t> total) {
+        [this](const std::string& status, const std::string& detail, const Progress& progress) {
           EXPECT_FALSE(outcome.has_value());
-          EXPECT_FALSE(done || total);
-          reports.push_back(fmt::format("{} '{}' {}", status, detail, percent));
+          EXPECT_FALSE(progress.downloadedBytes || progress.totalBytes);
+          reports.push_back(fmt::format("{} '{}' {}", status, detail, progress.percent));
         },
         [this](PackageProvider::Outcome result) {
           EXPECT_FALSE(outcome.has_value());

@@ -57,13 +57,13 @@ class OnlineDownload : public ::testing::Test {
   void acquire() {
     provider.acquirePackage(
         brenna(), "Kelo Brenna (1/1)",
-        [this](const std::string& statusText, const std::string& detailText, double percent,
-               std::optional<std::int64_t> downloaded, std::optional<std::int64_t> total) {
-          EXPECT_GE(percent, 0.0);
-          EXPECT_LE(percent, 100.0);
+        [this](const std::string& statusText, const std::string& detailText, const Progress& progress) {
+          EXPECT_GE(progress.percent, 0.0);
+          EXPECT_LE(progress.percent, 100.0);
           EXPECT_TRUE(outcomes.empty()) << "told '" << statusText << "' after the end";
           statuses.push_back(statusText);
-          feeds.push_back({detailText, percent, downloaded, total, machine.dispatch.elapsed()});
+          feeds.push_back({detailText, progress.percent, progress.downloadedBytes, progress.totalBytes,
+                           machine.dispatch.elapsed()});
         },
         [this](PackageProvider::Outcome outcome) { completed(std::move(outcome)); });
   }

@@ -473,8 +473,9 @@ TEST_F(OnlineDownload, StaysWithinZeroAndAHundredWhateverTheCountsAre) {
   std::vector<double> percents;
   const auto acquisition = std::make_shared<OnlineAcquisition>(
       brenna(), "label",
-      [&](const std::string&, const std::string&, double percent, std::optional<std::int64_t>,
-          std::optional<std::int64_t>) { percents.push_back(percent); },
+      [&](const std::string&, const std::string&, const Progress& progress) {
+        percents.push_back(progress.percent);
+      },
       [](const PackageProvider::Outcome&) {});
   const std::vector<std::pair<std::int64_t, std::int64_t>> counts{
       {0, 0},  {5, 0},   {5, -1},        {-1, 10},       {20, 10},

@@ -135,7 +135,9 @@ TEST_F(SilentRunnerTest, SaysWhatItIsAskedFor) {
 }
 
 TEST_F(SilentRunnerTest, LogsProgressOfTheWholeRun) {
-  provider->on(brenna).reports("Downloading...", "5 of 10", 50, 5, 10).delivers(image(brenna, "2.0"));
+  provider->on(brenna)
+      .reports("Downloading...", "5 of 10", {.percent = 50, .downloadedBytes = 5, .totalBytes = 10})
+      .delivers(image(brenna, "2.0"));
   EXPECT_EQ(install({brenna, tolvi}), 1);
   EXPECT_EQ(machine.logLines("SilentRunner ["),
             (Lines{"INFO SilentRunner [install 25%] Downloading... | 5 of 10",
@@ -267,7 +269,7 @@ TEST_F(SilentRunnerTest, JudgesNothingAfterTenMinutesOfSilence) {
 
 TEST_F(SilentRunnerTest, WaitsForADownloadThatKeepsReporting) {
   auto& script = provider->on(brenna);
-  for (int i = 0; i < 10; ++i) script.takes(599s).reports("Downloading...", "", i);
+  for (int i = 0; i < 10; ++i) script.takes(599s).reports("Downloading...", "", {.percent = 1.0 * i});
   script.delivers(image(brenna, "2.0"));
   EXPECT_EQ(install({brenna}), 0);
   EXPECT_EQ(summary().size(), 3U);

@@ -16,11 +16,10 @@ struct AcquisitionScript::Running {
   }
 };
 
-AcquisitionScript& AcquisitionScript::reports(std::string statusText, std::string detailText, double percent,
-                                              std::optional<std::int64_t> downloadedBytes,
-                                              std::optional<std::int64_t> totalBytes) {
+AcquisitionScript& AcquisitionScript::reports(std::string statusText, std::string detailText,
+                                              Progress progress) {
   steps_.emplace_back([=](Running& running) {
-    if (!running.ended) running.progress(statusText, detailText, percent, downloadedBytes, totalBytes);
+    if (!running.ended) running.progress(statusText, detailText, progress);
   });
   return *this;
 }

@@ -19,9 +19,7 @@ namespace installer::test {
 // What one acquisition does, step by step.
 class AcquisitionScript {
  public:
-  AcquisitionScript& reports(std::string statusText, std::string detailText = {}, double percent = 0,
-                             std::optional<std::int64_t> downloadedBytes = {},
-                             std::optional<std::int64_t> totalBytes = {});
+  AcquisitionScript& reports(std::string statusText, std::string detailText = {}, Progress progress = {});
   AcquisitionScript& takes(Duration duration);
   AcquisitionScript& delivers(AcquiredPackage package);
   AcquisitionScript& fails(AcquisitionError error);

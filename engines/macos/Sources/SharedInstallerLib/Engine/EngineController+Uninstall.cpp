@@ -39,11 +39,8 @@ void announce(const AppInfo& app, std::size_t index, std::size_t total) {
                                           .stage = AppStage::uninstall,
                                           .index = static_cast<std::int64_t>(index),
                                           .total = static_cast<std::int64_t>(total)}});
-  EngineEmitter::emit({EngineEvent::Progress{.app = identifier,
-                                             .percent = 100,
-                                             .indeterminate = true,
-                                             .stage = AppStage::uninstall,
-                                             .detailArgs = std::nullopt}});
+  EngineEmitter::emit({EngineEvent::Progress{
+      .app = identifier, .progress = {.percent = 100, .indeterminate = true}, .stage = AppStage::uninstall}});
 }
 
 // A person's refusal at the administrator prompt counts as a denied permission.

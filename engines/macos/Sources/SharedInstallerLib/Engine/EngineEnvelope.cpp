@@ -162,13 +162,19 @@ Object numberOf(double value) {
   return value;
 }
 
+// Only both counts together tell a shell anything, and only of a size above zero.
+std::optional<Object> detailArgs(const Progress& progress) {
+  if (!progress.downloadedBytes || progress.totalBytes.value_or(0) < 1) return std::nullopt;
+  return Object{{"downloadedBytes", *progress.downloadedBytes}, {"totalBytes", *progress.totalBytes}};
+}
+
 Object encodePayload(const EngineEvent::Progress& event) {
   auto object = envelopeOf("progress");
   putIfPresent(object, "app", event.app);
-  object["percent"] = numberOf(event.percent);
-  object["indeterminate"] = event.indeterminate;
+  object["percent"] = numberOf(event.progress.percent);
+  object["indeterminate"] = event.progress.indeterminate;
   if (event.stage) object["detailCode"] = detailCode(*event.stage);
-  putIfPresent(object, "detailArgs", event.detailArgs);
+  putIfPresent(object, "detailArgs", detailArgs(event.progress));
   return object;
 }
 
@@ -216,7 +222,7 @@ Object encodePayload(const EngineEvent::Log& event) {
 
 bool isEncodable(const EngineEvent::Payload& payload) {
   const auto* progress = std::get_if<EngineEvent::Progress>(&payload);
-  return progress == nullptr || std::isfinite(progress->percent);
+  return progress == nullptr || std::isfinite(progress->progress.percent);
 }
 
 // A slash can only stand inside a string of JSON text, so this needs no look at the structure.

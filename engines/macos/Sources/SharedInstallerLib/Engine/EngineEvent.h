@@ -3,13 +3,13 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "Models/AppConstants.h"
+#include "Models/PackageProvider.h"
 #include "Models/ReleaseNotes.h"
 #include "Models/Vocabulary.h"
 
@@ -96,10 +96,8 @@ struct EngineEvent {
 
   struct Progress {
     std::optional<std::string> app;
-    double percent = 0;             // 0 to 100 of this app's own progress
-    bool indeterminate = false;     // `percent` only fills a bar that can't measure
+    installer::Progress progress;   // the byte counts go out as `detailArgs`
     std::optional<AppStage> stage;  // its detail code goes out
-    std::optional<std::map<std::string, std::int64_t>> detailArgs;
   };
 
   struct AppResult {

@@ -10,13 +10,6 @@ namespace installer {
 
 namespace {
 
-std::optional<std::map<std::string, std::int64_t>> detailArgs(std::optional<std::int64_t> downloadedBytes,
-                                                              std::optional<std::int64_t> totalBytes) {
-  if (!downloadedBytes || !totalBytes || *totalBytes < 1) return std::nullopt;
-  return std::map<std::string, std::int64_t>{{"downloadedBytes", *downloadedBytes},
-                                             {"totalBytes", *totalBytes}};
-}
-
 AppStatus successStatus(const AppInstallResult& result, Action action) {
   if (result.alreadyCurrent) return AppStatus::skipped;
   return action == Action::update ? AppStatus::updated : AppStatus::installed;
@@ -57,18 +50,10 @@ void JSONInstallDelegate::enterStage(const std::string& appId, InstallStage stag
 }
 
 void JSONInstallDelegate::orchestratorDidUpdateApp(const std::string& appId, InstallStage stage,
-                                                   double percent, bool indeterminate,
-                                                   std::optional<std::int64_t> downloadedBytes,
-                                                   std::optional<std::int64_t> totalBytes) {
+                                                   const Progress& progress) {
   noteActivity();
   enterStage(appId, stage);
-  EngineEmitter::emit({EngineEvent::Progress{
-      .app = appId,
-      .percent = percent,
-      .indeterminate = indeterminate,
-      .stage = appStage(stage),
-      .detailArgs = detailArgs(downloadedBytes, totalBytes),
-  }});
+  EngineEmitter::emit({EngineEvent::Progress{.app = appId, .progress = progress, .stage = appStage(stage)}});
 }
 
 // The figure is dropped: a shell takes its percentages from the progress events alone.

@@ -29,9 +29,8 @@ class JSONInstallDelegate final : public InstallOrchestratorDelegate {
   void orchestratorDidUpdateProgress(const std::string& statusText, const std::string& detailText,
                                      double progress) override;
   void orchestratorDidFinish(const std::vector<AppInstallResult>& results) override;
-  void orchestratorDidUpdateApp(const std::string& appId, InstallStage stage, double percent,
-                                bool indeterminate, std::optional<std::int64_t> downloadedBytes,
-                                std::optional<std::int64_t> totalBytes) override;
+  void orchestratorDidUpdateApp(const std::string& appId, InstallStage stage,
+                                const Progress& progress) override;
   void orchestratorDidCompleteApp(const AppInstallResult& result) override;
 
  private:

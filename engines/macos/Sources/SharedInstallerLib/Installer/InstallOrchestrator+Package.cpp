@@ -27,7 +27,7 @@ void InstallOrchestrator::verifyAndInstall(const AppInfo& app, const AcquiredPac
   }
   state_.setStage(InstallStage::verify);
   updateProgress(fmt::format("Verifying {}...", label), "", 85);
-  updateApp(app, InstallStage::verify, 85, Indeterminate::yes);
+  updateApp(app, InstallStage::verify, {.percent = 85, .indeterminate = true});
   machine().dispatch.asyncGlobal(
       QualityOfService::userInitiated, [weak = weak_from_this(), app, package, label] {
         const auto self = weak.lock();
@@ -72,7 +72,7 @@ AppInstallResult InstallOrchestrator::install(const AppInfo& app, const Acquired
   state_.setStage(InstallStage::install);
   // The two figures differ on purpose: one feeds the overall bar, the other the app's own.
   updateProgress(fmt::format("Installing {}...", label), "", 90);
-  updateApp(app, InstallStage::install, 95, Indeterminate::yes);
+  updateApp(app, InstallStage::install, {.percent = 95, .indeterminate = true});
   const auto result = DMGInstaller::installFromDMG(package.fileURL, app);
   if (!result.success) {
     return AppInstallResult::failed(app, result.errorMessage.value_or("Installation failed"),

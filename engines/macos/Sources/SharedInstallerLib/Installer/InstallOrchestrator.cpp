@@ -91,7 +91,7 @@ void InstallOrchestrator::acquire(const AppInfo& app, std::size_t number, std::s
   const auto label = fmt::format("{} ({}/{})", app.displayName, number, count);
   log(fmt::format("InstallOrchestrator: Processing app {}/{}: {}", number, count, app.displayName));
   state_.setStage(InstallStage::download);
-  updateApp(app, InstallStage::download, 0, Indeterminate::no);
+  updateApp(app, InstallStage::download, {});
 
   provider_->acquirePackage(app, label, makeProgressHandler(app), makeCompletion(app, label));
   // A cancel that came right before the start met a source at rest, and would be lost.
@@ -100,12 +100,11 @@ void InstallOrchestrator::acquire(const AppInfo& app, std::size_t number, std::s
 
 PackageProvider::ProgressHandler InstallOrchestrator::makeProgressHandler(const AppInfo& app) {
   return [weak = weak_from_this(), app](const std::string& statusText, const std::string& detailText,
-                                        double percent, std::optional<std::int64_t> downloadedBytes,
-                                        std::optional<std::int64_t> totalBytes) {
+                                        const Progress& progress) {
     const auto self = weak.lock();
     if (self == nullptr) return;
-    self->updateProgress(statusText, detailText, percent);
-    self->updateApp(app, InstallStage::download, percent, Indeterminate::no, downloadedBytes, totalBytes);
+    self->updateProgress(statusText, detailText, progress.percent);
+    self->updateApp(app, InstallStage::download, progress);
   };
 }
 
@@ -160,12 +159,9 @@ void InstallOrchestrator::updateProgress(const std::string& statusText, const st
   });
 }
 
-void InstallOrchestrator::updateApp(const AppInfo& app, InstallStage stage, double percent,
-                                    Indeterminate indeterminate, std::optional<std::int64_t> downloadedBytes,
-                                    std::optional<std::int64_t> totalBytes) {
-  post([=, id = app.id](InstallOrchestratorDelegate& delegate) {
-    delegate.orchestratorDidUpdateApp(std::string{rawValue(id)}, stage, percent,
-                                      indeterminate == Indeterminate::yes, downloadedBytes, totalBytes);
+void InstallOrchestrator::updateApp(const AppInfo& app, InstallStage stage, const Progress& progress) {
+  post([stage, progress, id = app.id](InstallOrchestratorDelegate& delegate) {
+    delegate.orchestratorDidUpdateApp(std::string{rawValue(id)}, stage, progress);
   });
 }
 

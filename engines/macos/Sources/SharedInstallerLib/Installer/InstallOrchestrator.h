@@ -9,7 +9,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -63,11 +62,8 @@ class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestra
   AppInstallResult install(const AppInfo& app, const AcquiredPackage& package, const std::string& label);
 
   // Reports.
-  enum class Indeterminate { no, yes };
   void updateProgress(const std::string& statusText, const std::string& detailText, double appLocalProgress);
-  void updateApp(const AppInfo& app, InstallStage stage, double percent, Indeterminate indeterminate,
-                 std::optional<std::int64_t> downloadedBytes = std::nullopt,
-                 std::optional<std::int64_t> totalBytes = std::nullopt);
+  void updateApp(const AppInfo& app, InstallStage stage, const Progress& progress);
   // On the main queue; nothing happens when the delegate has gone by then.
   using Report = std::function<void(InstallOrchestratorDelegate&)>;
   void post(Report report);

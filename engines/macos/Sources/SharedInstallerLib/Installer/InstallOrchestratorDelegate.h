@@ -2,7 +2,6 @@
 // The orchestrator holds its delegate weakly; the owner of the run keeps it alive.
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -11,6 +10,7 @@
 
 #include "Base/Path.h"
 #include "Models/AppInfo.h"
+#include "Models/PackageProvider.h"
 #include "Models/Vocabulary.h"
 
 namespace installer {
@@ -65,11 +65,8 @@ class InstallOrchestratorDelegate {
   // being reached have no result.
   virtual void orchestratorDidFinish(const std::vector<AppInstallResult>& results) = 0;
 
-  // This app's own progress, 0 to 100. Byte counts are absent outside the transfer.
   virtual void orchestratorDidUpdateApp(const std::string& /*appId*/, InstallStage /*stage*/,
-                                        double /*percent*/, bool /*indeterminate*/,
-                                        std::optional<std::int64_t> /*downloadedBytes*/,
-                                        std::optional<std::int64_t> /*totalBytes*/) {}
+                                        const Progress& /*progress*/) {}
 
   virtual void orchestratorDidCompleteApp(const AppInstallResult& /*result*/) {}
 };

@@ -51,10 +51,10 @@ std::expected<std::optional<std::string>, AcquisitionError> expectedChecksum(con
 
 void OfflinePackageProvider::acquirePackage(const AppInfo& app, const std::string& label,
                                             ProgressHandler progressHandler, Completion completion) {
-  progressHandler(fmt::format("Preparing {}...", label), "", 0.0, std::nullopt, std::nullopt);
+  progressHandler(fmt::format("Preparing {}...", label), "", {});
   const auto file = locateImage(app);
   if (!file) return completion(std::unexpected(file.error()));
-  progressHandler(fmt::format("Found {}", label), "", 50.0, std::nullopt, std::nullopt);
+  progressHandler(fmt::format("Found {}", label), "", {.percent = 50});
   auto checksum = expectedChecksum(app);
   if (!checksum) return completion(std::unexpected(checksum.error()));
   completion(AcquiredPackage{

@@ -62,8 +62,9 @@ void OnlineAcquisition::didWriteData(const std::shared_ptr<URLSessionTask>& /*ta
       "Downloading " + label_,
       fmt::format("{} of {} ({}%)", byteText(totalBytesWritten),
                   isTotalKnown ? byteText(totalBytesExpectedToWrite) : "unknown", static_cast<int>(percent)),
-      percent * downloadShare, totalBytesWritten,
-      isTotalKnown ? std::optional{totalBytesExpectedToWrite} : std::nullopt);
+      {.percent = percent * downloadShare,
+       .downloadedBytes = totalBytesWritten,
+       .totalBytes = isTotalKnown ? std::optional{totalBytesExpectedToWrite} : std::nullopt});
   lastUIUpdateTime_ = machine().dispatch.now();
 }
 

@@ -48,19 +48,14 @@ void OnlineAcquisition::cancel() {
   });
 }
 
-void OnlineAcquisition::report(const std::string& statusText) {
-  report(statusText, "", 0.0, std::nullopt, std::nullopt);
-}
-
-void OnlineAcquisition::report(const std::string& statusText, const std::string& detailText, double percent,
-                               std::optional<std::int64_t> downloadedBytes,
-                               std::optional<std::int64_t> totalBytes) {
+void OnlineAcquisition::report(const std::string& statusText, const std::string& detailText,
+                               const Progress& progress) {
   PackageProvider::ProgressHandler handler;
   {
     const std::lock_guard guard{lock_};
     handler = progressHandler_;
   }
-  if (handler) handler(statusText, detailText, percent, downloadedBytes, totalBytes);
+  if (handler) handler(statusText, detailText, progress);
 }
 
 void OnlineAcquisition::fail(ProviderError error) {

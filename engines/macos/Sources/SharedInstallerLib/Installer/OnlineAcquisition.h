@@ -86,9 +86,8 @@ class OnlineAcquisition : public URLSessionDelegate, public std::enable_shared_f
 
   static constexpr const char* kCancelled = "cancelled";  // why a run failed that was given up
 
-  void report(const std::string& statusText);
-  void report(const std::string& statusText, const std::string& detailText, double percent,
-              std::optional<std::int64_t> downloadedBytes, std::optional<std::int64_t> totalBytes);
+  void report(const std::string& statusText, const std::string& detailText = {},
+              const Progress& progress = {});
   void fail(ProviderError error);
   void complete(PackageProvider::Outcome outcome);
 };

@@ -99,14 +99,21 @@ std::string errorDescription(const AcquisitionError& error);
 // Null for every failure but `sourceRetired`. Points into `error`.
 const InstallerRetirement* retirement(const AcquisitionError& error);
 
+// How far one app of a run has come. Travels unchanged from the package source to the `progress` event.
+struct Progress {
+  double percent = 0;          // 0 to 100 of this app's own progress
+  bool indeterminate = false;  // `percent` only fills a bar that can't measure
+  // Both absent outside the transfer.
+  std::optional<std::int64_t> downloadedBytes = {};
+  std::optional<std::int64_t> totalBytes = {};
+};
+
 class PackageProvider {
  public:
   // Called from any thread, and no more once the completion has run. `detailText` is a second line, often
-  // empty; `appLocalProgress` runs from 0 to 100 for this app; both byte counts are absent outside the
-  // transfer.
-  using ProgressHandler = std::function<void(
-      const std::string& statusText, const std::string& detailText, double appLocalProgress,
-      std::optional<std::int64_t> downloadedBytes, std::optional<std::int64_t> totalBytes)>;
+  // empty.
+  using ProgressHandler = std::function<void(const std::string& statusText, const std::string& detailText,
+                                             const Progress& progress)>;
 
   using Outcome = std::expected<AcquiredPackage, AcquisitionError>;
   using Completion = std::function<void(Outcome)>;
