@@ -10,9 +10,9 @@ using namespace std::chrono_literals;
 using enum AppIdentifier;
 using ::testing::IsEmpty;
 
-class InstallRun : public InstallOrchestratorStory {};
+class InstallOrchestratorTest : public InstallOrchestratorStory {};
 
-TEST_F(InstallRun, OfNoAppsIsSilent) {
+TEST_F(InstallOrchestratorTest, OfNoAppsIsSilent) {
   start({});
   mac.dispatch.advance(60s);
   EXPECT_THAT(delegate->heard, IsEmpty());
@@ -20,7 +20,7 @@ TEST_F(InstallRun, OfNoAppsIsSilent) {
   EXPECT_THAT(log(), IsEmpty());
 }
 
-TEST_F(InstallRun, OfOneAppTellsItsWholeStory) {
+TEST_F(InstallOrchestratorTest, OfOneAppTellsItsWholeStory) {
   start({brenna});
   provider->reports("Downloading Kelo Brenna...", "half", 40, 4, 10);
   provider->delivers(download(brenna));
@@ -39,14 +39,14 @@ TEST_F(InstallRun, OfOneAppTellsItsWholeStory) {
   EXPECT_FALSE(mac.files.exists(app(brenna).tempFilePath())) << "a download is removed after use";
 }
 
-TEST_F(InstallRun, SaysWhetherItsSourceIsOffline) {
+TEST_F(InstallOrchestratorTest, SaysWhetherItsSourceIsOffline) {
   provider->offline = true;
   EXPECT_TRUE(orchestrator->isOfflineMode());
   start({brenna});
   EXPECT_EQ(log().front(), "INFO InstallOrchestrator: Starting installation of 1 apps (offline=true)");
 }
 
-TEST_F(InstallRun, GoesOnAfterAnAppThatFailsItsVerification) {
+TEST_F(InstallOrchestratorTest, GoesOnAfterAnAppThatFailsItsVerification) {
   everyDownloadWorks();
   mac.verdicts.refuse(SimulatedVerdicts::Check::gatekeeper, app(rulo).tempFilePath());
   start({brenna, rulo, tolvi});
@@ -59,7 +59,7 @@ TEST_F(InstallRun, GoesOnAfterAnAppThatFailsItsVerification) {
   EXPECT_THAT(mac.files.tree(mac.paths.temporaryDirectory), IsEmpty());
 }
 
-TEST_F(InstallRun, ReportsAllAppsInOrderUnderAnySchedule) {
+TEST_F(InstallOrchestratorTest, ReportsAllAppsInOrderUnderAnySchedule) {
   for (std::uint64_t seed = 0; seed < 20; ++seed) {
     startAfresh(mac, seed);
     const auto source = std::make_shared<DirectedProvider>();
@@ -84,7 +84,7 @@ TEST_F(InstallRun, ReportsAllAppsInOrderUnderAnySchedule) {
   }
 }
 
-TEST_F(InstallRun, TakesNoMoreStackForMoreAppsThatEndAtOnce) {
+TEST_F(InstallOrchestratorTest, TakesNoMoreStackForMoreAppsThatEndAtOnce) {
   std::vector<AppIdentifier> list(500, brenna);
   list.insert(list.end(), 500, rulo);  // skipped
   list.push_back(tolvi);
@@ -101,7 +101,7 @@ TEST_F(InstallRun, TakesNoMoreStackForMoreAppsThatEndAtOnce) {
   EXPECT_EQ(frames.size(), 1U);
 }
 
-TEST_F(InstallRun, FillsTheOverallBarByTheAppsShare) {
+TEST_F(InstallOrchestratorTest, FillsTheOverallBarByTheAppsShare) {
   provider->onAcquire = [this](const AppInfo& info) {
     if (info.id == brenna) provider->fails(ProviderError::invalidResponse());
   };
@@ -111,7 +111,7 @@ TEST_F(InstallRun, FillsTheOverallBarByTheAppsShare) {
   EXPECT_THAT(delegate->heard, ::testing::Contains("37.5% Downloading"));
 }
 
-TEST_F(InstallRun, GoesOnWithoutADelegate) {
+TEST_F(InstallOrchestratorTest, GoesOnWithoutADelegate) {
   everyDownloadWorks();
   delegate.reset();
   start({brenna, rulo});
@@ -120,7 +120,7 @@ TEST_F(InstallRun, GoesOnWithoutADelegate) {
   EXPECT_TRUE(mac.files.exists("/Applications/Kelo Rulo.app"));
 }
 
-TEST_F(InstallRun, NeedsOnlyTheFirstTwoOperationsOfADelegate) {
+TEST_F(InstallOrchestratorTest, NeedsOnlyTheFirstTwoOperationsOfADelegate) {
   struct Minimal : InstallOrchestratorDelegate {
     void orchestratorDidUpdateProgress(const std::string&, const std::string&, double) override {}
     void orchestratorDidFinish(const std::vector<AppInstallResult>& all) override { count = all.size(); }
@@ -134,7 +134,7 @@ TEST_F(InstallRun, NeedsOnlyTheFirstTwoOperationsOfADelegate) {
   EXPECT_EQ(minimal->count, 1U);
 }
 
-TEST_F(InstallRun, EndsAtItsNextStepWhenItsOwnerLetsGo) {
+TEST_F(InstallOrchestratorTest, EndsAtItsNextStepWhenItsOwnerLetsGo) {
   start({brenna});
   mac.dispatch.runUntilIdle();
   const auto package = download(brenna);
@@ -146,7 +146,7 @@ TEST_F(InstallRun, EndsAtItsNextStepWhenItsOwnerLetsGo) {
   EXPECT_FALSE(mac.files.exists("/Applications/Brenna.app"));
 }
 
-TEST_F(InstallRun, CanBeFollowedByAnother) {
+TEST_F(InstallOrchestratorTest, CanBeFollowedByAnother) {
   everyDownloadWorks();
   start({brenna});
   orchestrator->cancelApp(rulo);

@@ -8,11 +8,10 @@
 #include "Engine/EngineEvent.h"
 #include "Engine/JSONInstallDelegate.h"
 #include "Engine/RunEvents.h"
-#include "Installer/InstallOrchestrator.h"
+#include "Installer/InstallRun.h"
 #include "Installer/RunRules.h"
 #include "Models/AppInfo.h"
 #include "Models/PackageProvider.h"
-#include "Platform/Machine.h"
 #include "Utils/InstallerLifecycle.h"
 #include "Utils/RunExitCode.h"
 #include "Utils/SystemUtils.h"
@@ -32,22 +31,6 @@ ExitCode stop(const std::string& message, ErrorCode errorCode, const std::vector
               Action action, ExitCode exitCode) {
   RunEvents::emitLog(EventLevel::error, message);
   return RunEvents::done(action, exitCode, blanketFailure(apps, errorCode));
-}
-
-bool isIdle(const JSONInstallDelegate& delegate) {
-  return machine().dispatch.now() >= delegate.lastActivity() + RunRules::kIdleLimit;
-}
-
-// Whoever stops waiting cancels nothing: work under way dies with the process.
-void waitForEnd(const JSONInstallDelegate& delegate) {
-  while (!delegate.isFinished()) {
-    if (isIdle(delegate)) {
-      RunEvents::emitLog(EventLevel::error,
-                         "Engine idle timeout (600s with no progress); proceeding with partial results");
-      return;
-    }
-    machine().dispatch.runMainLoop(RunRules::kRunLoopSlice);
-  }
 }
 
 bool hasResult(const AppInfo& app, const std::vector<AppInstallResult>& results) {
@@ -82,16 +65,17 @@ ExitCode EngineController::runInstall(const std::vector<AppIdentifier>& apps, Ac
   }
 
   const auto delegate = std::make_shared<JSONInstallDelegate>(resolved.size(), action);
-  activeOrchestrator_ = std::make_shared<InstallOrchestrator>(provider_);
-  activeOrchestrator_->setDelegate(delegate);
-  activeOrchestrator_->startInstallation(resolved);
-  waitForEnd(*delegate);
+  activeRun_ = std::make_shared<InstallRun>(provider_, delegate);
+  if (activeRun_->run(resolved) == InstallRun::End::idle) {
+    RunEvents::emitLog(EventLevel::error,
+                       "Engine idle timeout (600s with no progress); proceeding with partial results");
+  }
 
   const auto events = finalEvents(resolved, delegate->results(), action);
   const auto exitCode = RunExitCode::forRun(RunEvents::statuses(events), strict,
                                             RunRules::anyPermissionDenied(delegate->results()));
   RunEvents::done(action, exitCode, events);
-  activeOrchestrator_ = nullptr;
+  activeRun_ = nullptr;
   return exitCode;
 }
 

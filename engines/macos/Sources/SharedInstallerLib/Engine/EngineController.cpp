@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "Base/Text.h"
-#include "Installer/InstallOrchestrator.h"
+#include "Installer/InstallRun.h"
 #include "Models/PackageProvider.h"
 #include "Platform/Machine.h"
 
@@ -24,7 +24,7 @@ void EngineController::cancelAll() {
     const auto self = weak.lock();
     if (self == nullptr) return;
     self->uninstallCancelled_ = true;
-    if (self->activeOrchestrator_ != nullptr) self->activeOrchestrator_->cancelInstallation();
+    if (self->activeRun_ != nullptr) self->activeRun_->cancelInstallation();
   });
 }
 
@@ -36,7 +36,7 @@ void EngineController::cancelApp(const std::string& app) {
     if (self == nullptr) return;
     // Meant as it is: during an uninstall this stops every app still to come, not only the one named.
     self->uninstallCancelled_ = true;
-    if (self->activeOrchestrator_ != nullptr) self->activeOrchestrator_->cancelApp(identifier);
+    if (self->activeRun_ != nullptr) self->activeRun_->cancelApp(identifier);
   });
 }
 

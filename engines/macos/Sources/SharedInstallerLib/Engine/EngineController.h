@@ -15,7 +15,7 @@
 
 namespace installer {
 
-class InstallOrchestrator;
+class InstallRun;
 class PackageProvider;
 struct AppInfo;
 struct AppResultEvent;
@@ -63,7 +63,7 @@ class EngineController : public std::enable_shared_from_this<EngineController> {
  private:
   const std::shared_ptr<PackageProvider> provider_;
   // Both on the main thread only.
-  std::shared_ptr<InstallOrchestrator> activeOrchestrator_;  // during an install run
+  std::shared_ptr<InstallRun> activeRun_;  // null but during an install run
   bool uninstallCancelled_ = false;
 
   AppResultEvent uninstallUnlessCancelled(const AppInfo& app, std::size_t index, std::size_t total);

@@ -3,7 +3,6 @@
 #include "Engine/EngineEmitter.h"
 #include "Engine/EngineEvent.h"
 #include "Engine/RunEvents.h"
-#include "Platform/Machine.h"
 #include "Utils/ExistingAppDetector.h"
 
 namespace installer {
@@ -18,7 +17,7 @@ AppStatus successStatus(const AppInstallResult& result, Action action) {
 }  // namespace
 
 JSONInstallDelegate::JSONInstallDelegate(std::size_t totalApps, Action action)
-    : totalApps_{totalApps}, action_{action}, lastActivity_{machine().dispatch.now()} {
+    : totalApps_{totalApps}, action_{action} {
 }
 
 AppResultEvent JSONInstallDelegate::resultEvent(const AppInstallResult& result, Action action) {
@@ -30,10 +29,6 @@ AppResultEvent JSONInstallDelegate::resultEvent(const AppInstallResult& result, 
   }
   if (result.cancelled) return RunEvents::appResult(result.app, AppStatus::cancelled);
   return RunEvents::failure(result.app, result.errorCode.value_or(ErrorCode::installFailed));
-}
-
-void JSONInstallDelegate::noteActivity() {
-  lastActivity_ = machine().dispatch.now();
 }
 
 void JSONInstallDelegate::enterStage(const std::string& appId, InstallStage stage) {
@@ -69,11 +64,6 @@ void JSONInstallDelegate::orchestratorDidUpdateProgress(const std::string& statu
 void JSONInstallDelegate::orchestratorDidCompleteApp(const AppInstallResult& result) {
   noteActivity();
   EngineEmitter::emit({EngineEvent::AppResult{resultEvent(result, action_)}});
-}
-
-void JSONInstallDelegate::orchestratorDidFinish(const std::vector<AppInstallResult>& results) {
-  results_ = results;
-  isFinished_ = true;
 }
 
 }  // namespace installer

@@ -13,9 +13,7 @@
 
 namespace installer::RunRules {
 
-// An install that gives no sign of life for this long is waited for no longer.
-inline constexpr std::chrono::seconds kIdleLimit{600};
-// Whoever waits turns the main run loop in slices of this length: reports and cancels arrive there.
+// A wait serves the main run loop in slices of this length: reports and cancels arrive there.
 inline constexpr Duration kRunLoopSlice{0.05};
 inline constexpr Duration kConnectivityTimeout{5.0};
 

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "Installer/AppUninstaller.h"
-#include "Installer/InstallOrchestrator.h"
 #include "Installer/RunRules.h"
 #include "Models/AppInfo.h"
 #include "Models/PackageProvider.h"
@@ -18,20 +17,12 @@
 
 namespace installer {
 
-HeadlessInstallDelegate::HeadlessInstallDelegate() : lastActivity_{machine().dispatch.now()} {
-}
-
 void HeadlessInstallDelegate::orchestratorDidUpdateProgress(const std::string& statusText,
                                                             const std::string& detailText, double progress) {
-  lastActivity_ = machine().dispatch.now();
+  noteActivity();
   auto line = fmt::format("SilentRunner [install {:.0f}%] {}", progress, statusText);
   if (!detailText.empty()) line += " | " + detailText;
   log(line);
-}
-
-void HeadlessInstallDelegate::orchestratorDidFinish(const std::vector<AppInstallResult>& results) {
-  results_ = results;
-  isFinished_ = true;
 }
 
 void writeSummary(InstallerAction action, const std::vector<SummaryEntry>& entries, ExitCode exitCode,
@@ -65,17 +56,6 @@ ExitCode stop(InstallerAction action, ExitCode exitCode, const std::string& note
 ExitCode stopWithoutApps(InstallerAction action) {
   logError("SilentRunner: No valid apps resolved from --apps argument");
   return stop(action, ExitCode::invalidArguments, "No valid app identifiers supplied");
-}
-
-// Whoever stops waiting cancels nothing, and judges the results that there are.
-void waitForEnd(const HeadlessInstallDelegate& delegate) {
-  while (!delegate.isFinished()) {
-    if (machine().dispatch.now() >= delegate.lastActivity() + RunRules::kIdleLimit) {
-      logError("SilentRunner: Idle timeout (600 s with no progress) — proceeding with partial results");
-      return;
-    }
-    machine().dispatch.runMainLoop(RunRules::kRunLoopSlice);
-  }
 }
 
 AppStatus statusOf(const AppInstallResult& result) {
@@ -181,11 +161,11 @@ ExitCode SilentRunner::runInstall(const RunOptions& options) {
 
 std::vector<AppInstallResult> SilentRunner::installAll(const std::vector<AppInfo>& apps) {
   const auto delegate = std::make_shared<HeadlessInstallDelegate>();
-  activeOrchestrator_ = std::make_shared<InstallOrchestrator>(provider_);
-  activeOrchestrator_->setDelegate(delegate);
-  activeOrchestrator_->startInstallation(apps);
-  waitForEnd(*delegate);
-  activeOrchestrator_ = nullptr;
+  activeRun_ = std::make_shared<InstallRun>(provider_, delegate);
+  if (activeRun_->run(apps) == InstallRun::End::idle) {
+    logError("SilentRunner: Idle timeout (600 s with no progress) — proceeding with partial results");
+  }
+  activeRun_ = nullptr;
 
   auto results = delegate->results();
   if (isCancelled_) addNeverReached(results, apps);
@@ -222,7 +202,7 @@ bool SilentRunner::mayGoOn() {
 
 void SilentRunner::cancel() {
   isCancelled_ = true;
-  if (activeOrchestrator_ != nullptr) activeOrchestrator_->cancelInstallation();
+  if (activeRun_ != nullptr) activeRun_->cancelInstallation();
 }
 
 }  // namespace installer

@@ -9,33 +9,18 @@
 #include <string>
 #include <vector>
 
-#include "Installer/InstallOrchestratorDelegate.h"
+#include "Installer/InstallRun.h"
 #include "Models/AppInfo.h"
 #include "Models/Vocabulary.h"
-#include "Platform/Dispatch.h"
 #include "Utils/RunOptions.h"
 
 namespace installer {
 
-// Hears an install run that nobody watches: progress goes to the log, the results are kept for the end.
-// Main queue only. The orchestrator holds it weakly; the run that made it keeps it alive.
-class HeadlessInstallDelegate final : public InstallOrchestratorDelegate {
+// Writes the progress of an unattended run to the log. Only progress of the whole run is a sign of life.
+class HeadlessInstallDelegate final : public InstallRunDelegate {
  public:
-  // Its creation counts as the first sign of life. After that only progress of the whole run does.
-  HeadlessInstallDelegate();
-
-  bool isFinished() const { return isFinished_; }
-  const std::vector<AppInstallResult>& results() const { return results_; }  // empty until finished
-  TimePoint lastActivity() const { return lastActivity_; }
-
   void orchestratorDidUpdateProgress(const std::string& statusText, const std::string& detailText,
                                      double progress) override;
-  void orchestratorDidFinish(const std::vector<AppInstallResult>& results) override;
-
- private:
-  std::vector<AppInstallResult> results_;
-  bool isFinished_ = false;
-  TimePoint lastActivity_;
 };
 
 // The summary of an unattended run, as lines of the log that a script can find.
@@ -48,9 +33,6 @@ struct SummaryEntry {
 // Values stand as they are: a quotation mark inside one isn't escaped.
 void writeSummary(InstallerAction action, const std::vector<SummaryEntry>& entries, ExitCode exitCode,
                   const std::optional<std::string>& note);
-
-class InstallOrchestrator;
-class PackageProvider;
 
 class SilentRunner {
  public:
@@ -66,7 +48,7 @@ class SilentRunner {
 
  private:
   const std::shared_ptr<PackageProvider> provider_;
-  std::shared_ptr<InstallOrchestrator> activeOrchestrator_;  // null but during an install
+  std::shared_ptr<InstallRun> activeRun_;  // null but during an install
   bool isCancelled_ = false;
 
   ExitCode runInstall(const RunOptions& options);

@@ -1,0 +1,46 @@
+#include "Installer/InstallRun.h"
+
+#include <utility>
+
+#include "Installer/InstallOrchestrator.h"
+#include "Installer/RunRules.h"
+#include "Platform/Machine.h"
+
+namespace installer {
+
+InstallRunDelegate::InstallRunDelegate() : lastActivity_{machine().dispatch.now()} {
+}
+
+void InstallRunDelegate::noteActivity() {
+  lastActivity_ = machine().dispatch.now();
+}
+
+void InstallRunDelegate::orchestratorDidFinish(const std::vector<AppInstallResult>& results) {
+  results_ = results;
+  isFinished_ = true;
+}
+
+InstallRun::InstallRun(const std::shared_ptr<PackageProvider>& provider,
+                       std::shared_ptr<InstallRunDelegate> delegate)
+    : delegate_{std::move(delegate)}, orchestrator_{std::make_shared<InstallOrchestrator>(provider)} {
+  orchestrator_->setDelegate(delegate_);
+}
+
+InstallRun::End InstallRun::run(const std::vector<AppInfo>& apps) {
+  orchestrator_->startInstallation(apps);
+  while (!delegate_->isFinished()) {
+    if (machine().dispatch.now() >= delegate_->lastActivity() + kIdleLimit) return End::idle;
+    machine().dispatch.runMainLoop(RunRules::kRunLoopSlice);
+  }
+  return End::finished;
+}
+
+void InstallRun::cancelInstallation() {
+  orchestrator_->cancelInstallation();
+}
+
+void InstallRun::cancelApp(AppIdentifier app) {
+  orchestrator_->cancelApp(app);
+}
+
+}  // namespace installer

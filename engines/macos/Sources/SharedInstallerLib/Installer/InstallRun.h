@@ -1,0 +1,60 @@
+// One install run from its start to its results, as both drivers conduct it: the controller for a shell, and
+// the silent runner. Main thread only.
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <vector>
+
+#include "Installer/InstallOrchestratorDelegate.h"
+#include "Models/AppInfo.h"
+#include "Platform/Dispatch.h"
+
+namespace installer {
+
+class InstallOrchestrator;
+class PackageProvider;
+
+// Remembers the end of a run and its last sign of life; a driver's own delegate reports the rest.
+// Main queue only. The orchestrator holds it weakly; the run keeps it alive.
+class InstallRunDelegate : public InstallOrchestratorDelegate {
+ public:
+  bool isFinished() const { return isFinished_; }
+  const std::vector<AppInstallResult>& results() const { return results_; }  // empty until finished
+  TimePoint lastActivity() const { return lastActivity_; }
+
+  void orchestratorDidFinish(const std::vector<AppInstallResult>& results) override;
+
+ protected:
+  InstallRunDelegate();  // the first sign of life
+  void noteActivity();
+
+ private:
+  std::vector<AppInstallResult> results_;
+  bool isFinished_ = false;
+  TimePoint lastActivity_;
+};
+
+class InstallRun {
+ public:
+  // A run without any sign of life for this long is waited for no longer.
+  static constexpr std::chrono::seconds kIdleLimit{600};
+
+  enum class End { finished, idle };
+
+  InstallRun(const std::shared_ptr<PackageProvider>& provider, std::shared_ptr<InstallRunDelegate> delegate);
+
+  // Serves the main run loop until the end, or until the idle limit. That cancels nothing: work under way
+  // ends with the process. `apps` must not be empty.
+  End run(const std::vector<AppInfo>& apps);
+
+  // From within `run`, on the main queue.
+  void cancelInstallation();
+  void cancelApp(AppIdentifier app);
+
+ private:
+  const std::shared_ptr<InstallRunDelegate> delegate_;
+  const std::shared_ptr<InstallOrchestrator> orchestrator_;
+};
+
+}  // namespace installer
