@@ -1,6 +1,7 @@
 // The page and its interface, on this machine's loopback address only.
 
 import { randomBytes } from 'node:crypto';
+import { once } from 'node:events';
 import { createServer, type IncomingMessage, type Server, type ServerResponse } from 'node:http';
 import type { AddressInfo } from 'node:net';
 import type { Asset } from './assets.js';
@@ -41,7 +42,7 @@ export class ShellServer {
   // Waits for the run, which pages see to its end.
   async close(): Promise<void> {
     await this.session.close();
-    await Promise.all([...this.streams].map((stream) => new Promise<void>((flushed) => stream.end(flushed))));
+    await Promise.all([...this.streams].map(endStream));
     this.server.close();
     this.server.closeAllConnections();
   }
@@ -93,6 +94,12 @@ export class ShellServer {
       case 'refresh': return this.session.refresh();
     }
   }
+}
+
+// Waits until all is sent or the page is gone: the callback of `end` never comes for a page that has just gone.
+async function endStream(stream: ServerResponse): Promise<void> {
+  stream.end();
+  await once(stream, 'close');
 }
 
 // A refused request may have a body that is still on its way; its connection isn't used again.

@@ -18,9 +18,9 @@ const narrow = { width: 320, height: 640 };
 export function launch(): Promise<Browser> {
   assert.ok(existsSync(chromium), `${chromium} is missing; as root run: apt-get install chromium fonts-inter (./dev test does)`);
   mkdirSync(pictures, { recursive: true });
-  // Root has no sandbox in Chromium.
-  const args = process.getuid?.() === 0 ? ['--no-sandbox'] : [];
-  return puppeteer.launch({ executablePath: chromium, pipe: true, args: [...args, '--disable-dev-shm-usage'] });
+  // Root has no sandbox in Chromium. Without a screen there is no graphics processor to wait for.
+  const args = ['--disable-gpu', '--disable-dev-shm-usage', ...(process.getuid?.() === 0 ? ['--no-sandbox'] : [])];
+  return puppeteer.launch({ executablePath: chromium, pipe: true, args, protocolTimeout: 3 * patience });
 }
 
 // A page in a context of its own, in English. An error in the page's script or policy fails the test that closes it.

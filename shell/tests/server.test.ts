@@ -209,6 +209,13 @@ test('an engine that is not there is a state, not the end of the server', async 
   await other.close();
 });
 
+test('a page that leaves at the moment does not hold up the end', async () => {
+  const other = await openTheatre();
+  const streams = await Promise.all(Array.from({ length: 20 }, () => open({ path: '/api/events', method: 'GET', to: other })));
+  for (const stream of streams) stream.destroy();
+  await other.close();
+});
+
 // The server as a process of its own, as a person starts it.
 async function startServer(stage: Stage) {
   const server = spawn(process.execPath, [join(built, 'server/main.js'), '--engine', stage.program], { stdio: ['ignore', 'pipe', 'inherit'] });
