@@ -3,6 +3,7 @@
 
 #include "EngineCLI/CommandLineFixture.h"
 #include "ProtocolMode.h"
+#include "Utils/KeloAppProvider.h"
 
 namespace installer {
 namespace {
@@ -32,8 +33,10 @@ constexpr auto kUsage =
     "See protocol/README.md for the full command surface.";
 
 constexpr auto kActionComplaint = "--action must be install, update, or uninstall";
-constexpr auto kAppsComplaint =
-    "Unknown app identifier in --apps. Valid values: brenna, tolvi, rulo, galdivane";
+std::string appsComplaint() {
+  return "Unknown app identifier in --apps. Valid values: " +
+         identifierList(KeloAppProvider::shared().allApps());
+}
 
 TEST_F(ProtocolMode, LogsEveryLaunchAFailingOneIncluded) {
   EXPECT_EQ(run({}), 3);
@@ -81,9 +84,9 @@ TEST_F(ProtocolMode, LooksAtTheActionBeforeTheAppsAndReportsItAlone) {
 }
 
 TEST_F(ProtocolMode, RefusesARunOfUnknownApps) {
-  expectRefusal({"run", "--action", "install", "--apps", "mozi"}, kAppsComplaint);
-  expectRefusal({"run", "--action", "uninstall", "--apps", " "}, kAppsComplaint);
-  expectRefusal({"check-updates", "--apps", "mozi"}, kAppsComplaint);
+  expectRefusal({"run", "--action", "install", "--apps", "mozi"}, appsComplaint());
+  expectRefusal({"run", "--action", "uninstall", "--apps", " "}, appsComplaint());
+  expectRefusal({"check-updates", "--apps", "mozi"}, appsComplaint());
 }
 
 TEST_F(ProtocolMode, TakesAnExcludedAppForUnknown) {

@@ -128,7 +128,7 @@ TEST_F(SilentRunnerTest, SaysWhatItIsAskedFor) {
   EXPECT_EQ(
       machine.logLines("SilentRunner: "),
       (Lines{"INFO SilentRunner: Starting — action=uninstall apps=all strict=false openAfterInstall=false",
-             "INFO SilentRunner: Uninstalling brenna, tolvi, rulo, galdivane",
+             "INFO SilentRunner: Uninstalling " + identifierList(KeloAppProvider::shared().allApps()),
              "INFO SilentRunner: Starting — action=uninstall apps=rulo,brenna,rulo strict=true "
              "openAfterInstall=true",
              "INFO SilentRunner: Uninstalling rulo, brenna, rulo"}));
@@ -197,7 +197,8 @@ TEST_F(SilentRunnerTest, StopsWithoutAConnection) {
   EXPECT_EQ(summary(), framed("action=install exit_code=5", {"INFO   note=\"No internet connection\""}));
   EXPECT_THAT(
       machine.logLines("SilentRunner: "),
-      ElementsAre(HasSubstr("Starting"), "INFO SilentRunner: Installing brenna, tolvi, rulo, galdivane",
+      ElementsAre(HasSubstr("Starting"),
+                  "INFO SilentRunner: Installing " + identifierList(KeloAppProvider::shared().allApps()),
                   "INFO SilentRunner: Checking internet connectivity…",
                   "ERROR SilentRunner: No internet connection — aborting"));
   EXPECT_THAT(provider->calls(), IsEmpty());

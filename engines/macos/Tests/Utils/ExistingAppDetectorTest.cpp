@@ -142,7 +142,7 @@ TEST_F(Detection, FindsNoVariantsOfAnAppWithoutOtherIdentifiers) {
 TEST_F(Detection, OfAllAppsIsKeyedByIdentifier) {
   mac.addApp(expected, {.identifier = primary});
   const auto all = ExistingAppDetector::detectAll(KeloAppProvider::shared().allApps());
-  ASSERT_EQ(all.size(), 4U);
+  ASSERT_EQ(all.size(), AppIdentifiers::allCases.size());
   EXPECT_TRUE(all.at(AppIdentifier::tolvi).primaryInstallation.isInstalled());
   EXPECT_FALSE(all.at(AppIdentifier::rulo).primaryInstallation.isInstalled());
 }

@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,6 +14,7 @@ namespace {
 
 using test::Lines;
 using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
 class Catalog : public ::testing::Test {
@@ -56,8 +59,7 @@ TEST_F(Catalog, IsWhatShellAuthorsAreTold) {
 }
 
 TEST_F(Catalog, HasItsBuiltInRowsWithoutAConfiguration) {
-  EXPECT_THAT(identifiers(), ElementsAre(AppIdentifier::brenna, AppIdentifier::tolvi, AppIdentifier::rulo,
-                                         AppIdentifier::galdivane));
+  EXPECT_THAT(identifiers(), ElementsAreArray(AppIdentifiers::allCases));
   EXPECT_EQ(row(AppIdentifier::brenna).appBundleName, "Brenna.app");
   EXPECT_EQ(row(AppIdentifier::tolvi).installerBundleIdentifier, "com.kelo.ktolvimac");
   EXPECT_THAT(row(AppIdentifier::tolvi).otherBundleIdentifiers, ElementsAre("org.fed.tolvi.mac"));
@@ -77,13 +79,17 @@ TEST_F(Catalog, DropsAnExcludedApp) {
 }
 
 TEST_F(Catalog, CanBeEmpty) {
-  mac.setConfiguration(R"({"apps": {"galdivane": {"primaryBundleIdentifier": "g", "included": false},
-                                    "rulo": {"primaryBundleIdentifier": "r", "included": false},
-                                    "tolvi": {"primaryBundleIdentifier": "t", "included": false},
-                                    "brenna": {"primaryBundleIdentifier": "b", "included": false}}})");
+  auto excluded = Json::object();
+  std::vector<std::string_view> names;
+  for (const auto each : AppIdentifiers::allCases) {
+    excluded[rawValue(each)] = {{"primaryBundleIdentifier", "x"}, {"included", false}};
+    names.push_back(rawValue(each));
+  }
+  mac.setConfiguration(Json{{"apps", excluded}}.dump());
   EXPECT_THAT(KeloAppProvider::shared().allApps(), IsEmpty());
   EXPECT_EQ(mac.logLines("KeloAppProvider"),
-            Lines{"INFO KeloAppProvider: excluded by installer_config.json: brenna, tolvi, rulo, galdivane"});
+            Lines{fmt::format("INFO KeloAppProvider: excluded by installer_config.json: {}",
+                              fmt::join(names, ", "))});
 }
 
 TEST_F(Catalog, TakesConfiguredIdentifiersWhole) {
@@ -100,7 +106,7 @@ TEST_F(Catalog, IgnoresConfiguredStrangers) {
   mac.setConfiguration(
       R"({"apps": {"stranger": {"primaryBundleIdentifier": "s", "included": false},
                    "Rulo": {"primaryBundleIdentifier": "s", "included": false}}})");
-  EXPECT_EQ(KeloAppProvider::shared().allApps().size(), 4U);
+  EXPECT_EQ(KeloAppProvider::shared().allApps().size(), AppIdentifiers::allCases.size());
   EXPECT_THAT(mac.logLines("KeloAppProvider"), IsEmpty());
 }
 
@@ -114,7 +120,7 @@ TEST_F(Catalog, IsMadeOnce) {
   const auto* const first = &KeloAppProvider::shared();
   mac.setConfiguration(R"({"apps": {"rulo": {"primaryBundleIdentifier": "r", "included": false}}})");
   EXPECT_EQ(&KeloAppProvider::shared(), first);
-  EXPECT_EQ(first->allApps().size(), 4U);
+  EXPECT_EQ(first->allApps().size(), AppIdentifiers::allCases.size());
 }
 
 TEST(AppConstants, HasNowhereToReportTo) {

@@ -1,8 +1,10 @@
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "Support/SimulatedMachine.h"
+#include "Utils/KeloAppProvider.h"
 #include "Utils/RunOptions.h"
 
 namespace installer {
@@ -23,6 +25,10 @@ class RunOptionsParse : public ::testing::Test {
   static std::string failureOf(std::vector<std::string> arguments) {
     const auto options = parse(std::move(arguments));
     return options ? "no failure" : options.error().description;
+  }
+  static std::string unknownApp(const std::string& name) {
+    return fmt::format("Unknown app identifier '{}'. Valid values: {}", name,
+                       identifierList(KeloAppProvider::shared().allApps()));
   }
 };
 
@@ -61,14 +67,10 @@ TEST_F(RunOptionsParse, TellsWhatIsWrong) {
       {{"--silent", "--mode", "update"}, "Unknown --mode value 'update'. Valid values: install, uninstall"},
       {{"--silent", "--mode", " install"},
        "Unknown --mode value ' install'. Valid values: install, uninstall"},
-      {{"--silent", "--apps", "brenna, MOZI"},
-       "Unknown app identifier 'mozi'. Valid values: brenna, tolvi, rulo, galdivane"},
-      {{"--silent", "--apps", "brenna\n"},
-       "Unknown app identifier 'brenna\n'. Valid values: brenna, tolvi, rulo, galdivane"},
-      {{"--silent", "--apps", "brenna, ,tolvi"},
-       "Unknown app identifier ''. Valid values: brenna, tolvi, rulo, galdivane"},
-      {{"--silent", "--apps", "--strict", "true"},
-       "Unknown app identifier '--strict'. Valid values: brenna, tolvi, rulo, galdivane"},
+      {{"--silent", "--apps", "brenna, MOZI"}, unknownApp("mozi")},
+      {{"--silent", "--apps", "brenna\n"}, unknownApp("brenna\n")},
+      {{"--silent", "--apps", "brenna, ,tolvi"}, unknownApp("")},
+      {{"--silent", "--apps", "--strict", "true"}, unknownApp("--strict")},
       {{"--mode", "install"}, "RunOptions is the --silent argument model; --silent is required"},
       {{"silent"}, "RunOptions is the --silent argument model; --silent is required"},
   };
@@ -79,8 +81,7 @@ TEST_F(RunOptionsParse, TellsWhatIsWrong) {
 
 TEST_F(RunOptionsParse, StopsAtTheFirstFailureInTheOrderOfArguments) {
   EXPECT_EQ(failureOf({"--mode", "x"}), "Unknown --mode value 'x'. Valid values: install, uninstall");
-  EXPECT_EQ(failureOf({"--silent", "--apps", "y", "--mode", "x"}),
-            "Unknown app identifier 'y'. Valid values: brenna, tolvi, rulo, galdivane");
+  EXPECT_EQ(failureOf({"--silent", "--apps", "y", "--mode", "x"}), unknownApp("y"));
   EXPECT_EQ(failureOf({"--silent", "--mode", "x", "--apps", "y"}),
             "Unknown --mode value 'x'. Valid values: install, uninstall");
 }

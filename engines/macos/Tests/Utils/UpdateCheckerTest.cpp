@@ -90,7 +90,7 @@ TEST_F(Updates, TellsWhatIsInstalledAndWhatIsOffered) {
 
   const auto result = sweep(apps());
   EXPECT_FALSE(result.allPackagesMissing);
-  ASSERT_EQ(result.statuses.size(), 4U);
+  ASSERT_EQ(result.statuses.size(), AppIdentifiers::allCases.size());
   const auto& brenna = result.statuses[0];
   EXPECT_EQ(brenna.app.id, AppIdentifier::brenna);
   EXPECT_EQ(brenna.installedVersion, "1.0");
@@ -127,7 +127,7 @@ TEST_F(Updates, DetectsWithoutTheNetwork) {
   const auto result = sweep(apps(), false);
   EXPECT_THAT(machine.network.requests(), IsEmpty());
   EXPECT_FALSE(result.allPackagesMissing);
-  ASSERT_EQ(result.statuses.size(), 4U);
+  ASSERT_EQ(result.statuses.size(), AppIdentifiers::allCases.size());
   EXPECT_EQ(result.statuses[0].installedVersion, "1.0");
   EXPECT_EQ(result.statuses[0].latestVersion, std::nullopt);
 }
@@ -172,7 +172,7 @@ TEST_F(Updates, EndsByItselfWhenNobodyAnswers) {
 TEST_F(Updates, GivesTheStatusesAlone) {
   std::vector<AppUpdateStatus> statuses;
   machine.dispatch.runOnWorker([&] { statuses = UpdateChecker::statusAll(apps(), true); });
-  EXPECT_EQ(statuses.size(), 4U);
+  EXPECT_EQ(statuses.size(), AppIdentifiers::allCases.size());
 }
 
 TEST_F(Updates, FetchesOneLatestVersion) {

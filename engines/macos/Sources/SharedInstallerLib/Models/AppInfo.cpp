@@ -1,28 +1,33 @@
 #include "Models/AppInfo.h"
 
 #include <algorithm>
+#include <array>
 #include <fmt/format.h>
 #include <string_view>
 
+#include "Models/Vocabulary.h"
 #include "Platform/Machine.h"
 
 namespace installer {
 
+namespace {
+
+constexpr auto catalogRows = std::to_array<WireRow<AppIdentifier>>({
+#include "AppIdentifiers.inc"
+});
+static_assert(std::ranges::equal(catalogRows, AppIdentifiers::allCases, {}, &WireRow<AppIdentifier>::value),
+              "The cases of AppIdentifier are the apps of protocol/catalog.json in their order");
+
+}  // namespace
+
 std::string_view rawValue(AppIdentifier identifier) {
-  switch (identifier) {
-    case AppIdentifier::brenna: return "brenna";
-    case AppIdentifier::tolvi: return "tolvi";
-    case AppIdentifier::rulo: return "rulo";
-    case AppIdentifier::galdivane: return "galdivane";
-  }
-  return {};
+  return std::ranges::find(catalogRows, identifier, &WireRow<AppIdentifier>::value)->word;
 }
 
 std::optional<AppIdentifier> AppIdentifiers::fromRawValue(std::string_view text) {
-  const auto* const match =
-      std::ranges::find_if(allCases, [text](AppIdentifier each) { return rawValue(each) == text; });
-  if (match == allCases.end()) return std::nullopt;
-  return *match;
+  const auto* const row = std::ranges::find(catalogRows, text, &WireRow<AppIdentifier>::word);
+  if (row == catalogRows.end()) return std::nullopt;
+  return row->value;
 }
 
 std::vector<std::string> AppInfo::knownBundleIdentifiers() const {

@@ -1,5 +1,5 @@
 // The hosts and addresses of this deployment: what a build without an `installer_config.json` falls back to.
-// The only place in the engine that names them.
+// The only place in the engine that names them, except for the apps' web pages, which are in the catalog.
 #pragma once
 
 #include <array>
@@ -9,11 +9,6 @@ namespace installer::Deployment {
 
 inline constexpr std::string_view downloadPageURL = "https://www.kelo.example/download/";
 inline constexpr std::string_view feedbackURL = "https://www.kelo.example/download/contact-us.html";
-
-inline constexpr std::string_view brennaWebURL = "https://kelo.example/brenna";
-inline constexpr std::string_view tolviWebURL = "https://kelo.example/tolvi";
-inline constexpr std::string_view ruloWebURL = "https://kelo.example/rulo";
-inline constexpr std::string_view galdivaneWebURL = "https://www.kelo.example/galdivane";
 
 // The publisher's main domain, its public CDN, the local data centre's public CDN, its static-content CDN.
 inline constexpr std::array<std::string_view, 4> trustedDownloadDomains{
