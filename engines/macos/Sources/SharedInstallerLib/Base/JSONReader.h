@@ -36,7 +36,7 @@ enum class BadValues {
 
 // An object or an array, from UTF-8 without comments, trailing commas or anything behind the value.
 // Of a repeated key the last value stands.
-Result<Json> parse(std::string_view bytes, BadValues badValues = BadValues::countAsWrongType);
+[[nodiscard]] Result<Json> parse(std::string_view bytes, BadValues badValues = BadValues::countAsWrongType);
 
 // Null when `value` isn't an object or has no such key.
 const Json* member(const Json& value, std::string_view key);

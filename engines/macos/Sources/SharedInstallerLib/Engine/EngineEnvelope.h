@@ -17,7 +17,7 @@ namespace EngineEnvelope {
 
 // Fails for a percentage that isn't a finite number, and for nothing else.
 // A `done` carries the retirement that stands when it is encoded, whatever earlier events said.
-Result<std::string> encode(const EngineEvent& event);
+[[nodiscard]] Result<std::string> encode(const EngineEvent& event);
 
 }  // namespace EngineEnvelope
 

@@ -81,7 +81,7 @@ class OnlineAcquisition : public URLSessionDelegate, public std::enable_shared_f
   void retryLater(int delaySeconds);
   void logProgress(double percent);
   bool mayFeedHandler(double percent);
-  Result<> moveIntoPlace(const Path& location);
+  [[nodiscard]] Result<> moveIntoPlace(const Path& location);
   AcquiredPackage acquiredPackage() const;
 
   static constexpr const char* kCancelled = "cancelled";  // why a run failed that was given up

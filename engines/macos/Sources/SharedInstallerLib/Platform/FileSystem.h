@@ -21,7 +21,7 @@ class FileReader {
  public:
   virtual ~FileReader() = default;
   // The next bytes, at most `maximum`; empty at the end of the file and only there.
-  virtual Result<std::string> read(std::size_t maximum) = 0;
+  [[nodiscard]] virtual Result<std::string> read(std::size_t maximum) = 0;
 };
 
 // An open file being appended to. Used by one thread at a time; closes at destruction.
@@ -30,7 +30,7 @@ class FileAppender {
  public:
   virtual ~FileAppender() = default;
   // Appends all of `bytes` in one piece towards other appenders, or fails.
-  virtual Result<> write(std::string_view bytes) = 0;
+  [[nodiscard]] virtual Result<> write(std::string_view bytes) = 0;
 };
 
 // Which item a name stands for: it stays with the item through a rename, and no two items that exist at the
@@ -74,9 +74,9 @@ class FileSystem {
   virtual bool isExecutable(const Path& path) = 0;
 
   // Names without "." and "..", in the order in which the volume gives them.
-  virtual Result<std::vector<std::string>> contentsOfDirectory(const Path& path) = 0;
+  [[nodiscard]] virtual Result<std::vector<std::string>> contentsOfDirectory(const Path& path) = 0;
 
-  virtual Result<FileAttributes> attributes(const Path& path) = 0;
+  [[nodiscard]] virtual Result<FileAttributes> attributes(const Path& path) = 0;
 
   // Both look at the item itself: a name that a dangling link has is taken.
   bool itemExists(const Path& path) { return attributes(path).has_value(); }
@@ -90,29 +90,29 @@ class FileSystem {
   // sibling and is renamed. Fails with 516 if something stands at `destination`, 260 if `source` is missing,
   // 513 if the folder may not be written, 640 on a full volume; then nothing is left beside or at
   // `destination`.
-  virtual Result<> copyItem(const Path& source, const Path& destination) = 0;
+  [[nodiscard]] virtual Result<> copyItem(const Path& source, const Path& destination) = 0;
 
   // A rename; across volumes a copy followed by a removal. Never replaces: 516 if something is there.
-  virtual Result<> moveItem(const Path& source, const Path& destination) = 0;
+  [[nodiscard]] virtual Result<> moveItem(const Path& source, const Path& destination) = 0;
 
   // A file, a link (not its target), or a tree. Nothing is taken of a tree when permissions, flags or a
   // sticky folder in it would stop the removal. What another failure leaves stays under the name; what
   // someone else removes meanwhile counts as removed. A kill in mid-removal leaves all or nothing under a
   // visible name, and at most a hidden sibling, see `clearLeftovers`; under a hidden name it can leave a
   // part. 4 if nothing is there, 513 if it may not be removed.
-  virtual Result<> removeItem(const Path& path) = 0;
+  [[nodiscard]] virtual Result<> removeItem(const Path& path) = 0;
 
   enum class Intermediates { create, require };
   // With `create` an existing directory is a success.
-  virtual Result<> createDirectory(const Path& path, Intermediates intermediates) = 0;
+  [[nodiscard]] virtual Result<> createDirectory(const Path& path, Intermediates intermediates) = 0;
 
   // Whole files. `writeFile` replaces atomically: readers see the old bytes or the new ones.
-  virtual Result<std::string> readFile(const Path& path) = 0;
-  virtual Result<> writeFile(const Path& path, std::string_view bytes) = 0;
+  [[nodiscard]] virtual Result<std::string> readFile(const Path& path) = 0;
+  [[nodiscard]] virtual Result<> writeFile(const Path& path, std::string_view bytes) = 0;
 
-  virtual Result<std::unique_ptr<FileReader>> openForReading(const Path& path) = 0;
+  [[nodiscard]] virtual Result<std::unique_ptr<FileReader>> openForReading(const Path& path) = 0;
   // The file must exist; `writeFile` with no bytes makes an empty one.
-  virtual Result<std::unique_ptr<FileAppender>> openForAppending(const Path& path) = 0;
+  [[nodiscard]] virtual Result<std::unique_ptr<FileAppender>> openForAppending(const Path& path) = 0;
 
   // Walks below `top` (which itself isn't visited), parents before children. False when `top` can't be
   // opened as a directory; nothing has been visited then. A directory that can't be read is reported to
@@ -135,6 +135,7 @@ class FileSystem {
 
 // A whole file that others wrote, read no further than the limit. Fails as the file system does, and with
 // `CocoaError::fileReadCorrupt` for a longer file.
-Result<std::string> readBoundedFile(FileSystem& files, const Path& path, std::size_t maximumBytes);
+[[nodiscard]] Result<std::string> readBoundedFile(FileSystem& files, const Path& path,
+                                                  std::size_t maximumBytes);
 
 }  // namespace installer

@@ -31,11 +31,12 @@ class ProcessLauncher {
 
   // Runs to the program's end, however long that takes, draining its output meanwhile. Standard input is
   // empty. A launch error (missing, not executable) is the Result's; a non-zero status isn't an error here.
-  virtual Result<ProgramExit> run(const Path& program, const std::vector<std::string>& arguments,
-                                  CapturedOutput captured) = 0;
+  [[nodiscard]] virtual Result<ProgramExit> run(const Path& program,
+                                                const std::vector<std::string>& arguments,
+                                                CapturedOutput captured) = 0;
 
   // Starts and forgets: the program outlives the engine, and its end is nobody's business.
-  virtual Result<> launch(const Path& program, const std::vector<std::string>& arguments) = 0;
+  [[nodiscard]] virtual Result<> launch(const Path& program, const std::vector<std::string>& arguments) = 0;
 };
 
 }  // namespace installer

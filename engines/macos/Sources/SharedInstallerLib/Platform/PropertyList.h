@@ -14,7 +14,7 @@ class PropertyList {
 
   // Dictionaries, arrays, strings, booleans, integers and reals as JSON; data as a JSON binary; dates as
   // seconds since 1970. Any malformed or over-deep input is `CocoaError::fileReadCorrupt`.
-  virtual Result<Json> parse(std::string_view bytes) = 0;
+  [[nodiscard]] virtual Result<Json> parse(std::string_view bytes) = 0;
 };
 
 }  // namespace installer

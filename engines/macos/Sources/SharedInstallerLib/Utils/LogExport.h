@@ -17,6 +17,6 @@ inline constexpr std::string_view errorDomain = "LogExport";  // code: the archi
 // Blocks for as long as the archiver runs. An export without any log still succeeds. Fails when the staging
 // folder or the destination can't be made or the archiver fails; the staging folder then stays behind
 // until the next export.
-Result<Path> exportLogs(const std::optional<std::string>& outDirectory);
+[[nodiscard]] Result<Path> exportLogs(const std::optional<std::string>& outDirectory);
 
 }  // namespace installer::LogExport

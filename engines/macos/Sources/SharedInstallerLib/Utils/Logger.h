@@ -58,7 +58,7 @@ class Logger : public std::enable_shared_from_this<Logger> {
   void rotateLogFileIfNeeded();
   void reportRotation(std::int64_t sizeBefore,
                       std::source_location location = std::source_location::current());
-  Result<> replaceByNewerHalf(const Path& temporary, std::string_view content);
+  [[nodiscard]] Result<> replaceByNewerHalf(const Path& temporary, std::string_view content);
 };
 
 // "installer::DMGInstaller::detach" from what the compiler calls a function: no return type, no arguments.

@@ -27,9 +27,9 @@ class ApplicationRegistry {
   explicit ApplicationRegistry(Path file) : file_{std::move(file)} {}
 
   // Replaces what was known of that path; the entry is then the latest. A relative path is refused.
-  Result<> add(const RegisteredApplication& application);
+  [[nodiscard]] Result<> add(const RegisteredApplication& application);
   // An unknown path is a success.
-  Result<> remove(const Path& path);
+  [[nodiscard]] Result<> remove(const Path& path);
   // Earliest registration first; empty when there is no file.
   std::vector<RegisteredApplication> applications() const;
 

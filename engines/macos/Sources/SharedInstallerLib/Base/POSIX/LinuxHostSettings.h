@@ -51,10 +51,10 @@ struct LinuxHostSettings {
   // Reads `text` of a file that lies in `resources`; relative paths are relative to that folder. A wrong
   // type, an unknown key or a path that can't be one is `CocoaError::fileReadCorrupt`, and the description
   // names the key: half-read settings could send the engine to the wrong folder or the wrong network.
-  static Result<LinuxHostSettings> parse(std::string_view text, const Path& resources);
+  [[nodiscard]] static Result<LinuxHostSettings> parse(std::string_view text, const Path& resources);
 
   // Reads the file in `resources`; `defaults` when none is there. An unreadable file is an error too.
-  static Result<LinuxHostSettings> read(const Path& resources);
+  [[nodiscard]] static Result<LinuxHostSettings> read(const Path& resources);
 };
 
 }  // namespace installer

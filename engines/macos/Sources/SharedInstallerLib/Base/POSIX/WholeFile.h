@@ -12,12 +12,12 @@
 namespace installer {
 
 // The bytes of a regular file. `CocoaError::fileReadCorrupt` for a file of more than `maximumBytes`.
-Result<std::string> readWholeFile(const Path& path,
-                                  std::size_t maximumBytes = std::numeric_limits<std::size_t>::max());
+[[nodiscard]] Result<std::string> readWholeFile(
+    const Path& path, std::size_t maximumBytes = std::numeric_limits<std::size_t>::max());
 
 // Writes a hidden sibling, ".{name}.kelo-write-{process}-{number}", and renames it: `path` holds its old
 // bytes or all of the new ones. Keeps the permission bits of the file that it replaces. A link at `path` is
 // replaced, not followed.
-Result<> replaceFile(const Path& path, std::string_view bytes);
+[[nodiscard]] Result<> replaceFile(const Path& path, std::string_view bytes);
 
 }  // namespace installer

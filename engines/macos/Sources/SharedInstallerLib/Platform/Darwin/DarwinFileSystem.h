@@ -20,20 +20,20 @@ class DarwinFileSystem final : public FileSystem {
   bool isWritable(const Path& path) override;
   bool isExecutable(const Path& path) override;
 
-  Result<std::vector<std::string>> contentsOfDirectory(const Path& path) override;
-  Result<FileAttributes> attributes(const Path& path) override;
+  [[nodiscard]] Result<std::vector<std::string>> contentsOfDirectory(const Path& path) override;
+  [[nodiscard]] Result<FileAttributes> attributes(const Path& path) override;
 
-  Result<> copyItem(const Path& source, const Path& destination) override;
-  Result<> moveItem(const Path& source, const Path& destination) override;
-  Result<> removeItem(const Path& path) override;
+  [[nodiscard]] Result<> copyItem(const Path& source, const Path& destination) override;
+  [[nodiscard]] Result<> moveItem(const Path& source, const Path& destination) override;
+  [[nodiscard]] Result<> removeItem(const Path& path) override;
   bool clearLeftovers(const Path& path) override;
-  Result<> createDirectory(const Path& path, Intermediates intermediates) override;
+  [[nodiscard]] Result<> createDirectory(const Path& path, Intermediates intermediates) override;
 
-  Result<std::string> readFile(const Path& path) override;
-  Result<> writeFile(const Path& path, std::string_view bytes) override;
+  [[nodiscard]] Result<std::string> readFile(const Path& path) override;
+  [[nodiscard]] Result<> writeFile(const Path& path, std::string_view bytes) override;
 
-  Result<std::unique_ptr<FileReader>> openForReading(const Path& path) override;
-  Result<std::unique_ptr<FileAppender>> openForAppending(const Path& path) override;
+  [[nodiscard]] Result<std::unique_ptr<FileReader>> openForReading(const Path& path) override;
+  [[nodiscard]] Result<std::unique_ptr<FileAppender>> openForAppending(const Path& path) override;
 
   bool enumerate(const Path& top, HiddenEntries hidden, const Visitor& visit,
                  const ErrorHandler& onError) override;

@@ -44,7 +44,7 @@ Path resourcesOfExecutable(const Path& executable);
 // Property lists by libplist.
 class LinuxPropertyList : public PropertyList {
  public:
-  Result<Json> parse(std::string_view bytes) override;
+  [[nodiscard]] Result<Json> parse(std::string_view bytes) override;
 };
 
 // Registered applications, kept in a file of the machine's Library. An application that was copied
@@ -77,23 +77,23 @@ class LinuxFileSystem : public FileSystem {
   bool isWritable(const Path& path) override;
   bool isExecutable(const Path& path) override;
 
-  Result<std::vector<std::string>> contentsOfDirectory(const Path& path) override;
-  Result<FileAttributes> attributes(const Path& path) override;
+  [[nodiscard]] Result<std::vector<std::string>> contentsOfDirectory(const Path& path) override;
+  [[nodiscard]] Result<FileAttributes> attributes(const Path& path) override;
 
   // The hidden sibling is ".{name}.kelo-copy-{pid}". Permission bits are kept, but never set-id bits: a copy
   // belongs to the user who made it. Sockets, pipes and devices are refused.
-  Result<> copyItem(const Path& source, const Path& destination) override;
-  Result<> moveItem(const Path& source, const Path& destination) override;
-  Result<> removeItem(const Path& path) override;
+  [[nodiscard]] Result<> copyItem(const Path& source, const Path& destination) override;
+  [[nodiscard]] Result<> moveItem(const Path& source, const Path& destination) override;
+  [[nodiscard]] Result<> removeItem(const Path& path) override;
   bool clearLeftovers(const Path& path) override;
-  Result<> createDirectory(const Path& path, Intermediates intermediates) override;
+  [[nodiscard]] Result<> createDirectory(const Path& path, Intermediates intermediates) override;
 
   // A link at `path` is replaced, not followed.
-  Result<std::string> readFile(const Path& path) override;
-  Result<> writeFile(const Path& path, std::string_view bytes) override;
+  [[nodiscard]] Result<std::string> readFile(const Path& path) override;
+  [[nodiscard]] Result<> writeFile(const Path& path, std::string_view bytes) override;
 
-  Result<std::unique_ptr<FileReader>> openForReading(const Path& path) override;
-  Result<std::unique_ptr<FileAppender>> openForAppending(const Path& path) override;
+  [[nodiscard]] Result<std::unique_ptr<FileReader>> openForReading(const Path& path) override;
+  [[nodiscard]] Result<std::unique_ptr<FileAppender>> openForAppending(const Path& path) override;
 
   bool enumerate(const Path& top, HiddenEntries hidden, const Visitor& visit,
                  const ErrorHandler& onError) override;
@@ -127,9 +127,9 @@ class LinuxProcessLauncher : public ProcessLauncher {
  public:
   // A descendant that keeps the program's output open delays the answer for a moment at most: once the
   // program has ended, reading stops when the output falls silent.
-  Result<ProgramExit> run(const Path& program, const std::vector<std::string>& arguments,
-                          CapturedOutput captured) override;
-  Result<> launch(const Path& program, const std::vector<std::string>& arguments) override;
+  [[nodiscard]] Result<ProgramExit> run(const Path& program, const std::vector<std::string>& arguments,
+                                        CapturedOutput captured) override;
+  [[nodiscard]] Result<> launch(const Path& program, const std::vector<std::string>& arguments) override;
 };
 
 // The two script sources that the engine uses, understood to the letter and run by an administrator's shell.

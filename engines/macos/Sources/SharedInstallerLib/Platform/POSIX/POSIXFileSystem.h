@@ -10,6 +10,6 @@ namespace installer {
 FileIdentity identityOf(const struct stat& status);
 
 // `FileSystem::moveItem` by a rename. Across volumes `files` copies and then removes.
-Result<> moveByRename(FileSystem& files, const Path& source, const Path& destination);
+[[nodiscard]] Result<> moveByRename(FileSystem& files, const Path& source, const Path& destination);
 
 }  // namespace installer

@@ -14,7 +14,7 @@ namespace installer {
 // Open and locked, so that no two downloads write to one file. Destruction closes the file and leaves it.
 class PartialFile {
  public:
-  static Result<std::unique_ptr<PartialFile>> create(const Path& folder);
+  [[nodiscard]] static Result<std::unique_ptr<PartialFile>> create(const Path& folder);
   // Takes up the first `length` bytes of a file that `create` made in `folder`; what lies behind them goes.
   // Absent when that can't be: another name, not a plain file of this user, shorter, in use, gone.
   static std::unique_ptr<PartialFile> reopen(const Path& folder, const Path& path, std::int64_t length);
@@ -29,7 +29,7 @@ class PartialFile {
   const Path& path() const { return path_; }
   std::int64_t length() const { return length_; }
   // All of `bytes`, or a failure of `ErrorDomain::url`.
-  Result<> append(std::string_view bytes);
+  [[nodiscard]] Result<> append(std::string_view bytes);
   void remove();
 
  private:
