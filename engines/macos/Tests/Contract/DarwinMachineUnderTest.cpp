@@ -42,7 +42,7 @@ void changeMode(const Path& path, mode_t bits, bool given) {
   ::chmod(path.c_str(), static_cast<mode_t>(given ? mode | bits : mode & ~bits));
 }
 
-// As somebody whom permissions bind, which root isn't.
+// As a user whom permissions bind, which root isn't.
 bool dropRights() {
   constexpr unsigned nobody = 65534;
   return ::geteuid() != 0 ||

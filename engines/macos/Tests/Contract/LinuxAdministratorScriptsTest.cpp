@@ -1,4 +1,4 @@
-// Administrator commands behind a prompt that the test plays: a script that notes each question and then lets
+// Administrator commands with a prompt that the test plays: a script that notes each question and then lets
 // the shell in, or doesn't.
 #include <algorithm>
 #include <csignal>

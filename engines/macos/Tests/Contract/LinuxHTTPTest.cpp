@@ -220,7 +220,7 @@ TEST(CurlErrors, HaveTheCodesThatTheEngineKnows) {
   EXPECT_NE(urlError({.code = CURLE_RECV_ERROR, .osErrno = 0, .words = ""}, true).localizedDescription, "");
 }
 
-// Whoever says where hosts lie has described the network: what isn't there isn't there.
+// Host overrides describe the whole network: a name that they lack doesn't exist.
 TEST(CurlConnections, AreAClosedNetworkOnceAHostIsGivenAnAddress) {
   LinuxHostSettings settings;
   EXPECT_FALSE(CurlConnections{settings}.isClosedNetwork());

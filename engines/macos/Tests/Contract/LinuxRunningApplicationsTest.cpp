@@ -35,7 +35,7 @@ class LinuxApps : public testing::Test {
     }
   }
 
-  // A program in the bundle that does nothing until it is told to end.
+  // A program in the bundle that does nothing until it gets a signal to end.
   Path program(const Path& in) {
     const Path path = in + "/Contents/MacOS/program";
     std::filesystem::copy_file("/bin/sleep", path);

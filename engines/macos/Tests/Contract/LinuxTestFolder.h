@@ -37,7 +37,7 @@ std::vector<std::string> sortedNames(const Path& folder);
 // Runs `body` in a child process and gives its exit status, 128 + the signal's number if one ended it.
 int inChild(const std::function<int()>& body);
 // The same without rights: as a user who owns nothing here. Tests run as root in a container and as an
-// ordinary user elsewhere; both lead here to somebody whom permissions bind.
+// ordinary user elsewhere; both lead here to a user whom permissions bind.
 int withoutRights(const std::function<int()>& body);
 
 // Starts `body` in a child that the test ends or waits for itself.

@@ -43,7 +43,7 @@ sockaddr_in loopbackAddress(std::uint16_t port) {
   return address;
 }
 
-// Where shutting a listening socket down wakes nobody, a last connection does.
+// Where shutting a listening socket down wakes no thread, a last connection does.
 void wakeListener(std::uint16_t port) {
   const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
   const sockaddr_in address = loopbackAddress(port);

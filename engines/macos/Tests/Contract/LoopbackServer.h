@@ -22,7 +22,7 @@ class LoopbackTransport;
 class LoopbackServer {
  public:
   // Listens from here on as `host`, under TLS where the host under test can be made to trust the certificate,
-  // which stands for its own authority and goes to `certificateFile` in PEM.
+  // which is its own authority and is written to `certificateFile` in PEM.
   LoopbackServer(const std::string& host, const Path& certificateFile);
   LoopbackServer(const LoopbackServer&) = delete;
   LoopbackServer& operator=(const LoopbackServer&) = delete;
@@ -31,7 +31,7 @@ class LoopbackServer {
   std::string urlOf(const std::string& path) const;
   // Scripts are set before the requests that they are for.
   ServerResource& resource(const std::string& path);
-  std::vector<std::string> requests() const;  // "GET /path", with " from 700" behind a resumed one
+  std::vector<std::string> requests() const;  // "GET /path", with " from 700" after a resumed one
 
  private:
   struct Response {

@@ -107,7 +107,7 @@ class Contract : public ::testing::TestWithParam<Implementation> {
   // A bundle with this information.
   Path layBundle(const std::string& name, const std::string& identifier, const std::string& title);
   std::string bytesOf(const Path& path);
-  // Names below `folder`, sorted; a directory's with a slash behind, a link's with "@".
+  // Names below `folder`, sorted; a directory's with a slash at the end, a link's with "@".
   Lines treeOf(const Path& folder);
 
   // Turns the main run loop until `done` holds; fails the case when it doesn't come to that.

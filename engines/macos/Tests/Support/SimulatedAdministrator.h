@@ -73,7 +73,7 @@ class SimulatedAdministrator : public AdministratorScripts {
 };
 
 // The words of a shell command line, by the shell's rules for single quotes, double quotes and backslashes.
-// The word "&&" stands for itself.
+// The word "&&" is kept as an operator.
 std::vector<std::string> shellWords(const std::string& commandLine);
 
 }  // namespace installer::test

@@ -50,7 +50,7 @@ class SimulatedFileSystem : public FileSystem {
   // A new volume, mounted at `path`, with so many bytes free; absent when the volume doesn't say.
   void addVolume(const Path& path, std::optional<std::int64_t> capacity = std::int64_t{1} << 40);
   void removeVolume(const Path& path);  // and all that is on it
-  // Bytes free from now on, on the volume that `path` lies on. The engine's copies, writes and removals
+  // Bytes free from now on, on the volume of `path`. The engine's copies, writes and removals
   // change the figure; the verbs of a test don't.
   void setCapacity(const Path& path, std::int64_t bytes);
   // What the volume answers instead: nothing to the first question, `older` to `fileSystemFreeSize`.

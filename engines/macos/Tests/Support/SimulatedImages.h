@@ -1,6 +1,6 @@
 // Disk images, and the `hdiutil` that attaches and detaches them.
 //
-// An image is known by its bytes, wherever the file lies: a downloaded image can be moved and still attaches,
+// An image is known by its bytes, whatever its path: a downloaded image can be moved and still attaches,
 // and one with other bytes doesn't. Attaching mounts a read-only volume at the image's mount point.
 #pragma once
 

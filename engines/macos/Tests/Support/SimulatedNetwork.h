@@ -47,7 +47,7 @@ class SimulatedNetwork : public URLSessions {
   void setOffline(bool offline = true) { offline_ = offline; }  // everything fails with -1009
 
   const std::vector<Request>& requests() const { return requests_; }
-  // "GET https://host/path", with " from 700" behind it when a transfer was resumed there.
+  // "GET https://host/path", with " from 700" appended when a transfer was resumed there.
   std::vector<std::string> requestLines() const;
   std::int64_t bytesServed(const std::string& url) { return resources_[url].bytesServed_; }
   std::size_t sessionsMade() const { return sessions_.size(); }  // without the shared one

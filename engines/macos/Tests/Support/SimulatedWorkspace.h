@@ -1,4 +1,4 @@
-// Registrations of applications, which can be stale or lie anywhere.
+// Registrations of applications, which can be stale and name any place.
 #pragma once
 
 #include <map>
@@ -15,7 +15,7 @@ class SimulatedWorkspace : public Workspace {
  public:
   explicit SimulatedWorkspace(Bundles& bundles) : bundles_{bundles} {}
 
-  // From here on the answer for `identifier`, whether or not anything stands at `path`.
+  // From here on the answer for `identifier`, whether or not `path` exists.
   void addRegistration(const std::string& identifier, const Path& path) { registrations_[identifier] = path; }
   void removeRegistration(const std::string& identifier) { registrations_.erase(identifier); }
   // Forgets every identifier that leads to `path`.

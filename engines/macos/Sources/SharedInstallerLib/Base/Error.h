@@ -25,7 +25,7 @@ inline constexpr std::int64_t fileReadNoSuchFile = 260;    // the file to read i
 inline constexpr std::int64_t fileReadCorrupt = 259;       // the bytes aren't in the promised format
 inline constexpr std::int64_t fileWriteUnknown = 512;  // writing failed in a way without a code of its own
 inline constexpr std::int64_t fileWriteNoPermission = 513;    // may not write, remove or move it
-inline constexpr std::int64_t fileWriteFileExists = 516;      // something already stands at the destination
+inline constexpr std::int64_t fileWriteFileExists = 516;      // the destination already exists
 inline constexpr std::int64_t fileWriteOutOfSpace = 640;      // the volume is full
 inline constexpr std::int64_t fileWriteVolumeReadOnly = 642;  // the volume takes no writes
 }  // namespace CocoaError

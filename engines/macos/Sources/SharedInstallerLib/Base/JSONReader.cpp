@@ -49,7 +49,7 @@ unsigned escapedUnit(std::string_view text) {
 }
 
 // Doubles the backslash of each escape that names half of a surrogate pair without the other half, so that
-// the escape stands for its own spelling.
+// the escape is kept as it was spelled.
 std::string withLoneSurrogatesSpelled(std::string_view string) {
   std::string spelled;
   while (!string.empty()) {
@@ -88,7 +88,7 @@ bool isNumberOutOfRange(std::string_view token) {
   }
 }
 
-// `token`, or what stands in its place when no value can hold it: for a value a fraction, which is of a type
+// `token`, or its replacement when no value can hold it: for a value a fraction, which is of a type
 // that no key takes; for a key its own spelling.
 std::string withoutBadValue(std::string_view token, std::string_view rest) {
   constexpr std::string_view fraction = "0.5";

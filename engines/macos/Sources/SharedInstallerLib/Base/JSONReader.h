@@ -34,8 +34,8 @@ enum class BadValues {
   refuse,            // with the whole text
 };
 
-// An object or an array, from UTF-8 without comments, trailing commas or anything behind the value.
-// Of a repeated key the last value stands.
+// An object or an array, from UTF-8 without comments, trailing commas or anything after the value.
+// The last value of a repeated key counts.
 [[nodiscard]] Result<Json> parse(std::string_view bytes, BadValues badValues = BadValues::countAsWrongType);
 
 // Null when `value` isn't an object or has no such key.

@@ -27,19 +27,19 @@ std::string repairedUTF8(std::string_view bytes);
 std::size_t characterCount(std::string_view text);
 std::string_view firstCharacters(std::string_view text, std::size_t count);
 
-// Somebody else's words, such as a tool's, as they can stand in one log line: without blanks at the ends,
+// Text from outside, such as a tool's output, fit for one log line: without blanks at the ends,
 // line breaks and other control characters as one blank, cut to `count` characters; bytes that aren't UTF-8
 // become "?".
 std::string oneLine(std::string_view text, std::size_t count = 1000);
 
-// As a list stands in log lines: ["a", "b"], and [] when empty.
+// A list as log lines show it: ["a", "b"], and [] when empty.
 std::string listText(const std::vector<std::string>& items);
 
-// A number of seconds or per cent as it stands in log lines: always with a decimal point, "5.0" or "0.25".
+// A number of seconds or per cent as log lines show it: always with a decimal point, "5.0" or "0.25".
 std::string doubleText(double value);
 
 // Taking text apart. Stateless; any thread.
-// What lies between the separators, in order, with empty pieces left out. Views into `text`.
+// The pieces between the separators, in order, with empty pieces left out. Views into `text`.
 std::vector<std::string_view> nonEmptyPieces(std::string_view text, char separator);
 
 }  // namespace installer

@@ -1,6 +1,6 @@
 // A URL as RFC 3986 defines it, parsed strictly: what this reader can't take apart without doubt isn't a URL.
 // The host that fetches is given these parts, so that the judged address is the one that is used. `URL{}`,
-// without a scheme and a host, stands for an address that can't be read.
+// without a scheme and a host, means an address that can't be read.
 #pragma once
 
 #include <cstdint>
@@ -25,8 +25,8 @@ class URL {
   // The last segment of the path, decoded; empty when there is none.
   std::string lastPathComponent() const;
 
-  // This URL with "/" + `component` behind its path; query and fragment are dropped. What may not stand in a
-  // path is percent-encoded; a "/" in `component` separates segments.
+  // This URL with "/" + `component` appended to its path; query and fragment are dropped. What may not stand
+  // in a path is percent-encoded; a "/" in `component` separates segments.
   URL appendingPathComponent(std::string_view component) const;
 
   friend bool operator==(const URL& a, const URL& b) { return a.text_ == b.text_; }

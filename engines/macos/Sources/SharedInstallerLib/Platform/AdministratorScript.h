@@ -36,7 +36,7 @@ class AdministratorScript {
 class AdministratorScripts {
  public:
   virtual ~AdministratorScripts() = default;
-  // Null when the platform can't make a script of `source`. Nothing runs and nobody is asked yet.
+  // Null when the platform can't make a script of `source`. Nothing runs and no prompt appears yet.
   virtual std::unique_ptr<AdministratorScript> make(const std::string& source) = 0;
 };
 

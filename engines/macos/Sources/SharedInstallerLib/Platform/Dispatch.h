@@ -64,7 +64,7 @@ class Dispatch {
   virtual std::shared_ptr<Semaphore> makeSemaphore(int count) = 0;
   virtual std::unique_ptr<Timer> startTimer(Duration interval, Work handler) = 0;
 
-  // A plain thread of its own that nobody joins.
+  // Runs on a thread of its own, which is never joined.
   virtual void detachThread(Work work) = 0;
 
   virtual TimePoint now() = 0;

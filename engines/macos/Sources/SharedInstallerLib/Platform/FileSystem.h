@@ -33,7 +33,7 @@ class FileAppender {
   [[nodiscard]] virtual Result<> write(std::string_view bytes) = 0;
 };
 
-// Which item a name stands for: it stays with the item through a rename, and no two items that exist at the
+// Which item a name refers to: it stays with the item through a rename, and no two items that exist at the
 // same time share it.
 struct FileIdentity {
   std::uint64_t volume = 0;
@@ -87,7 +87,7 @@ class FileSystem {
 
   // A tree with links kept as links, modes kept, extended attributes kept where the volume takes them.
   // All or nothing at `destination`, also through a kill or a loss of power: the tree grows under a hidden
-  // sibling and is renamed. Fails with 516 if something stands at `destination`, 260 if `source` is missing,
+  // sibling and is renamed. Fails with 516 if `destination` exists, 260 if `source` is missing,
   // 513 if the folder may not be written, 640 on a full volume; then nothing is left beside or at
   // `destination`.
   [[nodiscard]] virtual Result<> copyItem(const Path& source, const Path& destination) = 0;

@@ -7,7 +7,7 @@ struct Machine;
 
 // The machine of this process, for `installMachine`. Call once, first thing in `main`: the calling thread
 // becomes the main thread, SIGPIPE is ignored, and a standard stream that is missing is made a void one. A
-// host whose own settings can't be taken as they stand writes one line to standard error and ends the
+// host whose own settings are invalid writes one line to standard error and ends the
 // process. Never destroyed: workers may use it while the process exits.
 Machine& makeHostMachine();
 

@@ -35,7 +35,7 @@ class ProcessLauncher {
                                                 const std::vector<std::string>& arguments,
                                                 CapturedOutput captured) = 0;
 
-  // Starts and forgets: the program outlives the engine, and its end is nobody's business.
+  // Starts the program and returns: it may outlive the engine, and its exit status is ignored.
   [[nodiscard]] virtual Result<> launch(const Path& program, const std::vector<std::string>& arguments) = 0;
 };
 

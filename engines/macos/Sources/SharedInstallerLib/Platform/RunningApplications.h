@@ -1,5 +1,5 @@
 // Applications that are running now, matched by the bundle identifier of the bundle they run from, wherever
-// that bundle lies. Any thread.
+// that bundle is. Any thread.
 #pragma once
 
 #include <cstdint>

@@ -12,7 +12,7 @@ class StandardStreams {
  public:
   virtual ~StandardStreams() = default;
 
-  // Writes everything, going on after short and interrupted writes; the bytes of one call stand together,
+  // Writes everything, going on after short and interrupted writes; the bytes of one call stay together,
   // whatever other threads write. A reader that went away costs the bytes and nothing else: the engine's work
   // doesn't depend on being watched.
   virtual void writeOutput(std::string_view bytes) = 0;

@@ -8,7 +8,7 @@ namespace installer {
 
 struct SystemPaths {
   Path applications;        // the folder that apps are installed into, without a trailing slash
-  Path home;                // the current user's home; logs lie below its Library/Logs
+  Path home;                // the current user's home; logs are below its Library/Logs
   Path temporaryDirectory;  // downloads and staging of log bundles; exists
   Path workingDirectory;    // of the process at its start: where relative arguments begin
 

@@ -12,7 +12,7 @@
 namespace installer {
 
 // How many folders deep a tree is walked: more than any bundle has. A copy holds two descriptors for each
-// folder that it is in, and a process may have no more than 256. What lies deeper is ENAMETOOLONG.
+// folder that it is in, and a process may have no more than 256. Deeper items fail with ENAMETOOLONG.
 inline constexpr int deepestFolder = 100;
 
 // `path` without trailing slashes, which would follow a link; absent for a path that can't be one.

@@ -16,7 +16,7 @@ namespace installer {
 
 // How an administrator's consent is asked for.
 struct AdministratorPrompt {
-  // The program and its leading arguments; "/bin/sh -c SCRIPT" is put behind them.
+  // The program and its leading arguments; "/bin/sh -c SCRIPT" is appended.
   std::vector<std::string> command{"/usr/bin/pkexec"};
   Path askpass;  // told to the program as SUDO_ASKPASS; empty for none
   // A closed setting's own prompt is asked even when the process is root already; the usual ones aren't.
@@ -48,7 +48,7 @@ struct LinuxHostSettings {
   // "programs" beside the resources.
   static LinuxHostSettings defaults(const Path& resources);
 
-  // Reads `text` of a file that lies in `resources`; relative paths are relative to that folder. A wrong
+  // Reads `text` of a file in `resources`; relative paths are relative to that folder. A wrong
   // type, an unknown key or a path that can't be one is `CocoaError::fileReadCorrupt`, and the description
   // names the key: half-read settings could send the engine to the wrong folder or the wrong network.
   [[nodiscard]] static Result<LinuxHostSettings> parse(std::string_view text, const Path& resources);

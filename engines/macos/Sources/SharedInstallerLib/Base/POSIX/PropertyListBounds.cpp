@@ -93,7 +93,7 @@ class BinaryOutline {
     return Container{first, count};
   }
 
-  // How many values the object stands for; `unbounded` when it is malformed, part of a cycle or too deep.
+  // How many values the object expands to; `unbounded` when it is malformed, part of a cycle or too deep.
   std::uint64_t weigh(std::uint64_t object, std::size_t depth) {
     if (object >= objects_ || depth > PropertyListBounds::depth) return unbounded;
     if (weights_[object] != 0) return weights_[object];
@@ -178,7 +178,7 @@ class XMLOutline {
   }
 };
 
-// UTF-16 text with a byte-order mark, with "?" for what isn't ASCII; other text as it stands.
+// UTF-16 text with a byte-order mark, with "?" for what isn't ASCII; other text unchanged.
 std::string narrowed(std::string_view bytes) {
   const bool isBigEndian = bytes.starts_with("\xFE\xFF");
   if (!isBigEndian && !bytes.starts_with("\xFF\xFE")) return std::string{bytes};

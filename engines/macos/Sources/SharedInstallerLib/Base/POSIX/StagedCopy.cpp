@@ -18,7 +18,8 @@ StagedCopy::~StagedCopy() {
 }
 
 bool StagedCopy::commit() {
-  // The bytes before the name: on a disk that loses power a name can stand without the bytes that came first.
+  // The bytes before the name: on a disk that loses power a name can survive without the bytes that were
+  // written first.
   if (!flushVolume(folder_)) return false;
   committed_ = renameWithoutReplacing(folder_, stagingName(), folder_, name_.c_str());
   // And the name before anybody relies on it, such as a move that removes the original next.

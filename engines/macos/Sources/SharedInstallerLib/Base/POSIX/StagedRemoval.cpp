@@ -45,7 +45,7 @@ bool letsGoOfAll(int parent, const struct stat& parentStatus, const char* name, 
   });
 }
 
-// Where a rename can't put a folder aside although it could be emptied where it stands: a mount point, a
+// Where a rename can't put a folder aside although it could be emptied in place: a mount point, a
 // folder of an overlay's lower layer, a volume without room for another name.
 bool isOnlyAboutRenaming(int reason) {
   return reason == EBUSY || reason == EXDEV || reason == ENOSPC || reason == EDQUOT;

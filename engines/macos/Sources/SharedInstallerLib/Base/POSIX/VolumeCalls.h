@@ -4,7 +4,7 @@
 namespace installer {
 
 // Gives the entry `oldName` of the open directory `oldFolder` the name `newName` in `newFolder`, and never
-// replaces anything. False with errno set: EEXIST when something stands at the new name, be it a link that
+// replaces anything. False with errno set: EEXIST when the new name is taken, even by a link that
 // leads nowhere. On a volume that can't do that in one step the test comes right before the rename.
 bool renameWithoutReplacing(int oldFolder, const char* oldName, int newFolder, const char* newName);
 

@@ -56,7 +56,7 @@ class DarwinSerialQueue final : public SerialQueue {
 
 class DarwinSemaphore final : public Semaphore {
  public:
-  // Made empty and then filled: the system takes it ill when a semaphore goes away below its first value.
+  // Made empty and then filled: libdispatch traps when a semaphore is freed below its initial count.
   explicit DarwinSemaphore(int count) : semaphore_{dispatch_semaphore_create(0)} {
     for (int i = 0; i < count; ++i) dispatch_semaphore_signal(semaphore_);
   }
@@ -69,7 +69,7 @@ class DarwinSemaphore final : public Semaphore {
   dispatch_semaphore_t semaphore_;
 };
 
-// An interval of nothing would keep a processor busy with doing nothing.
+// A zero interval would spin.
 constexpr std::uint64_t kShortestPause = NSEC_PER_MSEC;
 
 class DarwinTimer final : public Timer {

@@ -35,7 +35,7 @@ std::optional<DirectoryEntry> entryAt(NSURL* url, Path path) {
   return entry;
 }
 
-// The directory at `top` as the system names it, behind all links; absent when it can't be opened as one.
+// The directory at `top` as the system names it, with all links resolved; absent when it can't be opened as one.
 std::optional<Path> openableDirectory(const Path& top) {
   const auto usable = usablePath(top);
   const FileDescriptor folder{usable ? open(usable->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1};

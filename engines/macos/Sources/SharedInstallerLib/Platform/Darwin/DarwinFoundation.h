@@ -12,7 +12,7 @@
 namespace installer::darwin {
 
 // Nil for bytes that aren't UTF-8 and for text with a NUL in it, which Foundation would hand on cut short.
-// Many methods raise when they are given nil: whoever calls this decides what such text means.
+// Many methods raise when they are given nil: the caller decides what such text means.
 NSString* nsString(std::string_view text);
 std::string text(NSString* string);  // nil gives the empty string
 
@@ -22,7 +22,7 @@ std::string bytes(NSData* data);
 // Nil for a path that isn't absolute or that `nsString` refuses.
 NSURL* fileURL(std::string_view path);
 
-// Domain, code and localised description as they stand, and a download's resume data. A nil error, which a
+// Domain, code and localised description unchanged, and a download's resume data. A nil error, which a
 // method that failed may leave, is an unknown one of Cocoa's domain.
 Error error(NSError* error);
 inline std::unexpected<Error> failed(NSError* given) { return std::unexpected(error(given)); }

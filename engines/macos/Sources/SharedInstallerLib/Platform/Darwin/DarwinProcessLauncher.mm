@@ -22,7 +22,7 @@ std::unexpected<Error> launchFailure(int number, const Path& program) {
 }
 
 // Nil when the path isn't absolute, or when one of the texts isn't UTF-8 or has a NUL in it: the program
-// would get another one. All three streams are void until somebody wants them.
+// would get another one. All three streams are /dev/null until the caller replaces them.
 NSTask* taskFor(const Path& program, const std::vector<std::string>& arguments) {
   NSURL* url = fileURL(program);
   if (url == nil) return nil;

@@ -30,7 +30,7 @@ bool isBounded(std::string_view bytes) {
                                                      : isBoundedXMLPropertyList(bytes);
 }
 
-// A property list has no null: where one stands, JSON has no counterpart for what was there.
+// A property list has no null: one marks a value that JSON has no counterpart for.
 bool holdsNull(const Json& value) {
   return value.is_null() || (value.is_structured() && std::ranges::any_of(value, holdsNull));
 }

@@ -37,7 +37,7 @@ class DarwinSignals final : public Signals {
  public:
   void onTerminationRequest(Work handler) override {
     for (const int number : kRequests) {
-      // Whoever started the process so doesn't want it to hear of that.
+      // The parent process had this signal ignored, so it stays ignored.
       if (!isIgnored(number)) listen(number, handler);
     }
   }

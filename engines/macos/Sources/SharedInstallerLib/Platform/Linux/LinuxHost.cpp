@@ -36,7 +36,7 @@ SystemPaths pathsOf(const LinuxHostSettings& settings) {
           .open = program("open")};
 }
 
-// Makes the folders that are missing. Whoever needs one that couldn't be made meets the same error with a
+// Makes the folders that are missing. Code that needs one that couldn't be made gets the same error with a
 // place to report it.
 void makeFolders(const LinuxHostSettings& settings) {
   for (const Path& folder : {settings.applications(), settings.volumes(), settings.temporaryDirectory()}) {

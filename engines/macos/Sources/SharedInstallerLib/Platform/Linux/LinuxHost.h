@@ -34,8 +34,8 @@ class LinuxHost {
   std::unique_ptr<Services> services_;
 };
 
-// The exit status of a process whose `linux_host.json` can't be taken as it stands. It is no status of the
-// engine's own, so that nobody mistakes it for the result of a run.
+// The exit status of a process whose `linux_host.json` is invalid. It is no status of the
+// engine's own, so that it can't be mistaken for the result of a run.
 inline constexpr int kMalformedHostSettings = 78;
 
 }  // namespace installer

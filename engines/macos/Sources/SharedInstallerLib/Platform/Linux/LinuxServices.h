@@ -38,7 +38,7 @@ class LinuxBundles : public Bundles {
 };
 
 // The resources of the executable at `executable`: "Contents/Resources" of the bundle in whose
-// "Contents/MacOS" it lies, else its own folder.
+// "Contents/MacOS" it is, else its own folder.
 Path resourcesOfExecutable(const Path& executable);
 
 // Property lists by libplist.
@@ -149,7 +149,7 @@ class LinuxAdministratorScripts : public AdministratorScripts {
   AdministratorPrompt prompt_;
 };
 
-// Running applications by way of /proc: a process whose executable lies in the "Contents/MacOS" of a bundle
+// Running applications by way of /proc: a process whose executable is in the "Contents/MacOS" of a bundle
 // is an instance of that bundle. Scripts count by the script's own place.
 //
 // A machine ends at its root: what runs from a bundle outside belongs to another machine, of which there may

@@ -11,7 +11,7 @@ namespace installer {
 
 namespace {
 
-// Whoever shares the other end may have made it non-blocking; then we wait for it ourselves.
+// Another process that shares the stream may have made it non-blocking; then this waits for it.
 void waitUntil(short ready, int descriptor) {
   pollfd wait{descriptor, ready, 0};
   (void)::poll(&wait, 1, -1);

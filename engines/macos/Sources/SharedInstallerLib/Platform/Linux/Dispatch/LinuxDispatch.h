@@ -1,6 +1,6 @@
 // Queues, timers and the clock. The main queue is an Asio context that only `runMainLoop` serves; global
 // blocks run on a pool that grows as blocks wait; a timer thread, made with the first timer, does nothing but
-// post. The quality of service is the scheduler's affair on Linux: every worker has the process's priority.
+// post. The quality of service is ignored: every worker has the process's priority.
 #pragma once
 
 #include <memory>
@@ -13,7 +13,7 @@ class LinuxDispatch : public Dispatch {
  public:
   LinuxDispatch();
   // Stops the timers and waits for the blocks of the global and serial queues. What is left on the main queue
-  // is dropped, and so is `syncMain` work that hasn't begun: let nobody wait for it then.
+  // is dropped, and so is `syncMain` work that hasn't begun: no thread may be waiting for it then.
   ~LinuxDispatch() override;
 
   bool isMainThread() override;

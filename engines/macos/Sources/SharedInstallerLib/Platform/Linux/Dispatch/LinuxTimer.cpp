@@ -12,7 +12,7 @@ namespace installer {
 
 namespace {
 
-// An interval of nothing would keep a processor busy with doing nothing.
+// A zero interval would spin.
 constexpr std::chrono::steady_clock::duration shortestInterval = std::chrono::milliseconds{1};
 
 }  // namespace

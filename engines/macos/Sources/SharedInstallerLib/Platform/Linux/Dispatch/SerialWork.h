@@ -23,7 +23,7 @@ class SerialWork : public std::enable_shared_from_this<SerialWork> {
   bool served_ = false;  // a worker is, or is about to be, taking blocks off the queue
 
   void serve();
-  std::function<void()> next();  // empty when there is none, and then nobody serves any more
+  std::function<void()> next();  // empty when there is none; serving ends then
 };
 
 }  // namespace installer

@@ -14,7 +14,8 @@ namespace installer {
 
 namespace {
 
-// A copy belongs to whoever made it; with set-id bits kept, a copy made as root would lend out root's rights.
+// A copy belongs to the user who makes it; with set-id bits kept, a copy made as root would lend out root's
+// rights.
 mode_t keptMode(const struct stat& status) {
   return status.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO);
 }

@@ -11,10 +11,10 @@ namespace installer {
 class TreeCopier {
  public:
   // Copies `sourceName` of `sourceFolder` to the new entry `name` of `folder`. False with errno set; then a
-  // part of the copy may stand there.
+  // part of the copy may be there.
   bool copy(int sourceFolder, const char* sourceName, int folder, const char* name);
 
-  // What a failure was about: the error lies in what is read or in what is written.
+  // What a failure was about: the item that is read or the one that is written.
   bool failedReading() const { return failedReading_; }
 
  private:

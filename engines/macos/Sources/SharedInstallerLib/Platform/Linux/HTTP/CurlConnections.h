@@ -1,4 +1,4 @@
-// How this host's connections are made: whom TLS trusts, and where overridden names really lie.
+// How this host's connections are made: which authorities TLS trusts, and the addresses of overridden names.
 // Constant after construction; any thread.
 #pragma once
 
@@ -26,14 +26,14 @@ class CurlConnections {
   // This object must outlive `handle`.
   void apply(CURL* handle, const URL& url) const;
 
-  // The settings say where hosts lie: they are this machine's network, and a name that they don't have isn't
-  // there, even on a machine without any interface besides the loopback.
+  // The settings give addresses of hosts: they are this machine's network, and a name that they don't have
+  // isn't there, even on a machine without any interface besides the loopback.
   bool isClosedNetwork() const { return !overriddenHosts_.empty(); }
 
  private:
   // In PEM: the extra one, and the system's where libcurl can't look them up. Empty without an extra one.
   std::string certificateAuthorities_;
-  std::vector<std::string> overriddenHosts_;  // in lower case
+  std::vector<std::string> overriddenHosts_;  // compared without regard to case
   curl_slist* connectTo_ = nullptr;
 
   bool isOverridden(const URL& url) const;

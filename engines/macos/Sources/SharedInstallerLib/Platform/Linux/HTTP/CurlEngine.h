@@ -14,7 +14,7 @@
 
 namespace installer {
 
-// Destruction ends the thread; what still runs is dropped without a word. Not to be destroyed on it.
+// Destruction ends the thread; what still runs is dropped without `didEnd`. Not to be destroyed on it.
 class CurlEngine {
  public:
   explicit CurlEngine(const LinuxHostSettings& settings);

@@ -28,7 +28,7 @@ constexpr const char* acceptedEncodings = "identity, *;q=0.5";
 CurlTransfer::CurlTransfer(const CurlConnections& connections, HTTPRequest request,
                            std::shared_ptr<Client> client)
     : request_{std::move(request)}, client_{std::move(client)}, handle_{curl_easy_init()} {
-  // The very text that was judged, and its path as it stands: no second opinion on what the address means.
+  // Exactly the text that was judged, with its path unchanged: the address is never parsed a second time.
   curl_easy_setopt(handle_, CURLOPT_URL, request_.url.absoluteString().c_str());
   curl_easy_setopt(handle_, CURLOPT_PATH_AS_IS, 1L);
   curl_easy_setopt(handle_, CURLOPT_PROTOCOLS_STR, "https");
@@ -85,7 +85,7 @@ CurlFailure CurlTransfer::silenceFailure() const {
               fmt::format("The request timed out: nothing arrived for {} seconds", request_.silence.count())};
 }
 
-// A line with nothing on it ends a head. Interim answers and the fields behind a body aren't handed on.
+// A line with nothing on it ends a head. Interim answers and the fields after a body aren't handed on.
 std::size_t CurlTransfer::receiveHeaderLine(std::string_view line) {
   lastActivity_ = Clock::now();
   if (isHeadComplete_) return line.size();

@@ -54,7 +54,7 @@ class LinuxURLTask : public URLSessionTask,
   bool isCancelled() const { return isCancelRequested_; }
   // Tells the outside of an error; runs on the session's queue.
   virtual void deliverError(const Error& error) = 0;
-  // What a failed or cancelled task leaves behind.
+  // Deals with the files of a failed or cancelled task.
   virtual void discard(Error& /*error*/) {}
 
  private:

@@ -15,7 +15,7 @@ namespace installer {
 class PartialFile {
  public:
   [[nodiscard]] static Result<std::unique_ptr<PartialFile>> create(const Path& folder);
-  // Takes up the first `length` bytes of a file that `create` made in `folder`; what lies behind them goes.
+  // Takes up the first `length` bytes of a file that `create` made in `folder`; later bytes are cut off.
   // Absent when that can't be: another name, not a plain file of this user, shorter, in use, gone.
   static std::unique_ptr<PartialFile> reopen(const Path& folder, const Path& path, std::int64_t length);
 

@@ -1,4 +1,4 @@
-// What a download that broke off hands over to go on from: where its bytes lie, where they came from and what
+// What a download that broke off hands over to go on from: where its bytes are, where they came from and what
 // vouches for the rest. A plain value; opaque bytes above the seam.
 #pragma once
 

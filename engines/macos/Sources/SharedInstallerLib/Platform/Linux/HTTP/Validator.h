@@ -14,10 +14,10 @@ class Validator {
   // A strong entity tag, or without any tag a last-modified date that is strong: at least a second older than
   // the response. Absent when the response has neither; a weak tag vouches for no bytes.
   static std::optional<Validator> of(const ResponseHead& head);
-  // From a text that `text()` gave; absent for anything that couldn't stand in a header field.
+  // From a text that `text()` gave; absent for anything that a header field can't hold.
   static std::optional<Validator> parse(std::string_view text);
 
-  // As it stands behind "If-Range:".
+  // The value of "If-Range:".
   const std::string& text() const { return text_; }
   bool isEntityTag() const { return text_.starts_with('"'); }
 

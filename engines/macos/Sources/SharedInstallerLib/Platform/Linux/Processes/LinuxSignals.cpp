@@ -16,7 +16,7 @@ constexpr std::array requests{SIGINT, SIGTERM, SIGHUP};
 
 int event = -1;  // made before the first signal can arrive, and open for good
 
-// The first request is told to the main queue. From then on each of them has its usual effect, so that the
+// The first request is posted to the main queue. From then on each signal has its usual effect, so that the
 // second ends the process even if the main queue is never served again.
 void onRequest(int) {
   const int kept = errno;

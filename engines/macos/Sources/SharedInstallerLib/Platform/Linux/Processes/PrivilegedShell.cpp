@@ -17,9 +17,9 @@
 namespace installer {
 namespace {
 
-// The shell's own program. It says that it runs (so that whoever never says so wasn't let in), and then
-// reads one command per line, with line feeds and backslashes escaped, and tells each exit status behind
-// the command's output. A Ctrl-C at the terminal is the engine's affair, not that of a half-done command.
+// The shell's own program. It reports that it runs (without that report the prompt was refused), and then
+// reads one command per line, with line feeds and backslashes escaped, and writes each exit status after
+// the command's output. A Ctrl-C at the terminal is left to the engine; it must not cut a command short.
 constexpr auto kShellProgram = R"(trap '' INT HUP QUIT
 IFS= read -r token || exit 0
 printf '\n%s ready\n' "$token"
@@ -56,7 +56,7 @@ bool isPkexec(const AdministratorPrompt& prompt) {
   return !prompt.command.empty() && lastPathComponent(prompt.command.front()) == "pkexec";
 }
 
-// The prompt's command with our shell behind it; the shell alone when nobody needs to be asked.
+// The prompt's command followed by the shell; the shell alone when no prompt is needed.
 SpawnRequest requestFor(const AdministratorPrompt& prompt) {
   std::vector<std::string> all;
   if (::geteuid() != 0 || prompt.asksRootToo) all = prompt.command;
@@ -129,8 +129,8 @@ std::optional<PrivilegedShell::Failure> PrivilegedShell::start() {
   return refusedStart(withoutTrailingLineFeeds(answer.printed));
 }
 
-// The shell never spoke, so nobody was let in. pkexec tells a dismissal (126) from a refusal by the rules
-// of the machine; the others don't, and who can't give a password has said no.
+// The shell never reported, so the prompt gave no access. pkexec tells a dismissal (126) from a refusal by
+// the rules of the machine; the others don't, and who can't give a password has said no.
 PrivilegedShell::Failure PrivilegedShell::refusedStart(const std::string& printed) {
   const int status = end();
   const bool dismissed = !isPkexec(prompt_) || status == pkexecDismissed;

@@ -30,7 +30,7 @@ std::optional<Path> realPath(const Path& path) {
 
 std::optional<Path> executableOf(pid_t process) {
   auto path = linkTarget(fmt::format("/proc/{}/exe", process));
-  // Replaced or removed while it runs; the bundle around it may well stand.
+  // Replaced or removed while it runs; the bundle around it may still exist.
   constexpr std::string_view deleted = " (deleted)";
   if (path && path->ends_with(deleted)) path->resize(path->size() - deleted.size());
   return path;
@@ -75,7 +75,7 @@ std::optional<std::string> interpreterOf(const Path& script) {
   return lastPathComponent(parts[0]) == "env" && parts.size() > 1 ? parts[1] : parts[0];
 }
 
-// Is `executable` what `interpreter` stands for? Names are looked up where programs usually lie.
+// Is `executable` what `interpreter` names? Names are looked up in the usual folders of programs.
 bool runsAs(const Path& executable, const std::string& interpreter) {
   if (interpreter.starts_with('/')) return realPath(interpreter) == executable;
   for (const char* const folder : {"/usr/local/bin", "/usr/bin", "/bin"}) {
@@ -84,7 +84,7 @@ bool runsAs(const Path& executable, const std::string& interpreter) {
   return false;
 }
 
-// The bundle of the script that `executable` is running: an interpreter gets it as its first or, behind an
+// The bundle of the script that `executable` is running: an interpreter gets it as its first or, after an
 // option of the script's first line, second argument. An editor that has the script open isn't its
 // interpreter.
 std::optional<Path> bundleOfScript(pid_t process, const Path& executable) {

@@ -12,11 +12,11 @@ namespace installer {
 // Processes that may be asked about: the effective user's own, everybody's for root; without this one.
 std::vector<pid_t> visibleProcesses();
 
-// The bundle that `process` runs from: the innermost "X.app" in whose "Contents/MacOS" its executable lies,
+// The bundle that `process` runs from: the innermost "X.app" in whose "Contents/MacOS" its executable is,
 // or the script that its executable is interpreting. Absent for anything else.
 std::optional<Path> bundleOfProcess(pid_t process);
 
-// The innermost bundle in whose "Contents/MacOS" `executable` lies, at any depth.
+// The innermost bundle in whose "Contents/MacOS" `executable` is, at any depth.
 std::optional<Path> bundleOfExecutable(const Path& executable);
 
 }  // namespace installer

@@ -29,7 +29,7 @@ struct SpawnRequest {
 // the three.
 std::expected<pid_t, int> spawn(const SpawnRequest& request);
 
-// Starts a program that nobody waits for: it belongs to init from the start, in a session of its own. The
+// Starts a program without waiting for it: it belongs to init from the start, in a session of its own. The
 // three streams are /dev/null. Absent errno means that it runs.
 std::expected<void, int> spawnDetached(const Path& program, const std::vector<std::string>& arguments);
 
@@ -37,7 +37,7 @@ std::expected<void, int> spawnDetached(const Path& program, const std::vector<st
 Error launchError(int number, const Path& program);
 
 // Waits for the end of `child` and gives its status as a shell would: 128 + the signal's number if one ended
-// it. A status that somebody else has collected is never taken for a success.
+// it. A status that other code has collected is never taken for a success.
 inline constexpr int unknownExitStatus = 255;
 int waitForExit(pid_t child);
 // The same for what `waitpid` told.
