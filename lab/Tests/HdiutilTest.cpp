@@ -9,12 +9,12 @@
 
 #include "plist/plist.h"
 
+#include "Base/POSIX/FileDescriptor.h"
 #include "Support.h"
 #include "diskimage/DiskImage.h"
 #include "diskimage/HFSVolume.h"
 #include "diskimage/UDIFWriter.h"
 #include "support/Attributes.h"
-#include "support/Descriptor.h"
 #include "support/Files.h"
 
 namespace lab {
@@ -216,8 +216,8 @@ TEST_F(Hdiutil, HidesWhatTheVolumeKeepsForItself) {
   write("source/App.app/.journal", "a");
   ASSERT_TRUE(makeHFSVolume(folder / "source", "Kelo", folder, folder / "volume.hfs"));
   {
-    const Descriptor output{open((folder / "own.dmg").c_str(), O_WRONLY | O_CREAT, 0600)};
-    ASSERT_TRUE(writeUDIF(folder / "volume.hfs", output.number()));
+    const installer::FileDescriptor output{open((folder / "own.dmg").c_str(), O_WRONLY | O_CREAT, 0600)};
+    ASSERT_TRUE(writeUDIF(folder / "volume.hfs", output.get()));
   }
   const auto attached = attach(folder / "own.dmg");
   EXPECT_EQ(attached.status, 0) << attached.diagnostics;

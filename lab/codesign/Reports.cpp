@@ -2,6 +2,8 @@
 
 #include <fmt/chrono.h>
 
+#include "Base/Text.h"
+
 namespace lab {
 
 namespace {
@@ -39,10 +41,11 @@ std::string describe(const CodeFacts& facts, int verbosity) {
                       flagNames(facts.flags));
   if (verbosity > 1) {
     for (std::size_t i = 0; i < facts.cdhashes.size(); ++i) {
-      text += fmt::format("CandidateCDHash {}={}\n", nameOf(facts.hashTypes[i]), hex(facts.cdhashes[i]));
+      text += fmt::format("CandidateCDHash {}={}\n", nameOf(facts.hashTypes[i]),
+                          installer::hexadecimal(facts.cdhashes[i]));
     }
   }
-  text += "CDHash=" + hex(facts.cdhash()) + "\n";
+  text += "CDHash=" + installer::hexadecimal(facts.cdhash()) + "\n";
   text += describeSignature(facts);
   text += "TeamIdentifier=" + (facts.team.empty() ? "not set" : printable(facts.team)) + "\n";
   text += "Trust=" + trust(facts) + "\n";

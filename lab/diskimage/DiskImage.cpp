@@ -5,11 +5,11 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include "Base/POSIX/FileDescriptor.h"
 #include "diskimage/HFSVolume.h"
 #include "diskimage/SourceFolder.h"
 #include "diskimage/UDIFWriter.h"
 #include "support/ChildProcess.h"
-#include "support/Descriptor.h"
 #include "support/Files.h"
 #include "support/Unicode.h"
 
@@ -33,19 +33,20 @@ OrReason<> makeIn(const fs::path& scratch, const fs::path& folder, const std::st
   const auto kept = checkKept(folder, volumeFile, volumeName);
   if (!kept) return kept;
   const fs::path unfinished = scratch / "image.dmg";
-  const Descriptor output{open(unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644)};
+  const installer::FileDescriptor output{
+      open(unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644)};
   if (!output) return becauseOfErrno(unfinished.string());
-  const auto written = writeUDIF(volumeFile, output.number());
+  const auto written = writeUDIF(volumeFile, output.get());
   if (!written) return written;
   if (rename(unfinished.c_str(), image.c_str()) != 0) return becauseOfErrno(image.string());
   return {};
 }
 
-OrReason<Descriptor> openImage(const fs::path& image) {
-  Descriptor file{open(image.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
+OrReason<installer::FileDescriptor> openImage(const fs::path& image) {
+  installer::FileDescriptor file{open(image.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)};
   if (!file) return becauseOfErrno(image.string());
   struct stat status{};
-  if (fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) return because("it isn't a file");
+  if (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return because("it isn't a file");
   return file;
 }
 
@@ -68,11 +69,11 @@ OrReason<> makeDiskImage(const fs::path& folder, const std::string& volumeName, 
 OrReason<UDIFTrailer> readTrailer(const fs::path& image) {
   const auto file = openImage(image);
   if (!file) return std::unexpected(file.error());
-  const off_t size = lseek(file->number(), 0, SEEK_END);
+  const off_t size = lseek(file->get(), 0, SEEK_END);
   UDIFTrailer::Block block{};
   if (size < static_cast<off_t>(block.size())) return because("it is too short for a UDIF image");
   const off_t start = size - static_cast<off_t>(block.size());
-  if (pread(file->number(), block.data(), block.size(), start) != static_cast<ssize_t>(block.size())) {
+  if (pread(file->get(), block.data(), block.size(), start) != static_cast<ssize_t>(block.size())) {
     return becauseOfErrno(image.string());
   }
   return UDIFTrailer::parse(block, static_cast<std::uint64_t>(size));

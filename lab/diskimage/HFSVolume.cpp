@@ -5,9 +5,10 @@
 #include <cstdlib>
 #include <fcntl.h>
 
+#include "Base/POSIX/FileDescriptor.h"
+#include "Base/Text.h"
 #include "diskimage/BlockTable.h"
 #include "support/ChildProcess.h"
-#include "support/Descriptor.h"
 #include "support/Files.h"
 
 namespace lab {
@@ -22,11 +23,7 @@ struct Extent {
 std::string serialNumber(const std::string& volumeName, const char* epoch) {
   const std::string moment =
       epoch != nullptr ? epoch : std::to_string(std::chrono::system_clock::now().time_since_epoch().count());
-  std::string digits;
-  for (const char byte : sha256Prefix(volumeName + "\n" + moment, 8)) {
-    digits += fmt::format("{:02x}", static_cast<unsigned char>(byte));
-  }
-  return digits;
+  return installer::hexadecimal(sha256(volumeName + "\n" + moment)).substr(0, 16);
 }
 
 // An image that is ISO 9660 and HFS+ at once; the HFS+ one stands in a partition.
@@ -91,12 +88,13 @@ OrReason<> makeHFSVolume(const fs::path& folder, const std::string& volumeName, 
   const fs::path hybridFile = scratch / "hybrid.iso";
   const auto made = makeHybrid(folder, volumeName, hybridFile);
   if (!made) return made;
-  const Descriptor hybrid{open(hybridFile.c_str(), O_RDONLY | O_CLOEXEC)};
-  const Descriptor volume{open(volumeFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)};
+  const installer::FileDescriptor hybrid{open(hybridFile.c_str(), O_RDONLY | O_CLOEXEC)};
+  const installer::FileDescriptor volume{
+      open(volumeFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)};
   if (!hybrid || !volume) return becauseOfErrno(scratch.string());
-  const auto extent = findHFS(hybrid.number());
+  const auto extent = findHFS(hybrid.get());
   if (!extent) return std::unexpected(extent.error());
-  return copyExtent(hybrid.number(), *extent, volume.number());
+  return copyExtent(hybrid.get(), *extent, volume.get());
 }
 
 }  // namespace lab

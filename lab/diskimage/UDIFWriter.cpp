@@ -6,10 +6,10 @@
 #include <span>
 #include <zlib.h>
 
+#include "Base/POSIX/FileDescriptor.h"
 #include "diskimage/BlockTable.h"
 #include "diskimage/ResourceList.h"
 #include "diskimage/UDIFTrailer.h"
-#include "support/Descriptor.h"
 #include "support/Files.h"
 #include "support/Interruption.h"
 
@@ -102,7 +102,7 @@ OrReason<> finishImage(int image, const DataFork& fork, std::span<const BlockTab
   trailer.plistLength = list.size();
   trailer.masterChecksum = masterChecksum(tables);
   trailer.sectorCount = tables.back().firstSector + tables.back().sectorCount;
-  std::ranges::copy(sha256Prefix(list, 16), trailer.segmentID.begin());
+  std::ranges::copy_n(sha256(list).begin(), 16, trailer.segmentID.begin());
   const auto block = trailer.bytes();
   const auto written = writeAll(image, list);
   if (!written) return written;
@@ -137,7 +137,7 @@ std::string partitionScheme(std::uint64_t volumeSectors) {
 }
 
 OrReason<> writeUDIF(const fs::path& volumeFile, int image) {
-  const Descriptor volume{open(volumeFile.c_str(), O_RDONLY | O_CLOEXEC)};
+  const installer::FileDescriptor volume{open(volumeFile.c_str(), O_RDONLY | O_CLOEXEC)};
   if (!volume) return becauseOfErrno(volumeFile.string());
   std::error_code error;
   const std::uint64_t sectors = fs::file_size(volumeFile, error) / sectorSize;
@@ -150,7 +150,7 @@ OrReason<> writeUDIF(const fs::path& volumeFile, int image) {
   DataFork fork{image};
   auto added = fork.add(tables[0], std::string_view{scheme}.substr(0, sectorSize));
   if (added) added = fork.add(tables[1], std::string_view{scheme}.substr(sectorSize));
-  if (added) added = addVolume(fork, tables[2], volume.number());
+  if (added) added = addVolume(fork, tables[2], volume.get());
   if (!added) return added;
   return finishImage(image, fork, tables);
 }

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <unordered_map>
 
+#include "Base/Text.h"
 #include "support/ChildProcess.h"
 
 namespace lab {
@@ -50,12 +50,6 @@ std::string nameIn(std::string_view head) {
   return std::string{name.substr(0, name.size() - 5)};
 }
 
-std::uint64_t numberIn(std::string_view text) {
-  std::uint64_t number = 0;
-  std::from_chars(text.data(), text.data() + text.size(), number);
-  return number;
-}
-
 // The permissions in "drwxr-xr-x"; set-id and sticky letters count for the bit below them. A mode without a
 // type was never set.
 std::optional<unsigned> permissionsIn(std::string_view mode) {
@@ -71,7 +65,8 @@ std::optional<unsigned> permissionsIn(std::string_view mode) {
 // Takes over one line about the item. APFS volumes have no "Folder" lines, so the mode counts as well.
 void readLine(ListedItem& item, std::string_view line) {
   if (valueOf(line, "Folder") == "+") item.kind = ItemKind::folder;
-  if (const auto size = valueOf(line, "Size")) item.size = numberIn(*size);
+  if (const auto size = valueOf(line, "Size"))
+    item.size = installer::wholeNumber<std::uint64_t>(*size).value_or(0);
   if (const auto target = valueOf(line, "Symbolic Link"); target && !target->empty()) item.target = *target;
   const auto mode = valueOf(line, "Mode");
   if (!mode) return;

@@ -10,8 +10,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "Base/POSIX/FileDescriptor.h"
 #include "support/Attributes.h"
-#include "support/Descriptor.h"
 #include "support/Files.h"
 #include "support/Interruption.h"
 
@@ -23,11 +23,10 @@ constexpr std::string_view workPrefix = ".ditto-";
 // A folder that keeps its place while names on the way to it are exchanged. What is in it is reached by
 // `path`, one name further, without a link on the way.
 struct Pinned {
-  Descriptor folder;
+  installer::FileDescriptor folder;
   fs::path path;
 
-  explicit Pinned(int descriptor)
-      : folder{descriptor}, path{fmt::format("/proc/self/fd/{}", folder.number())} {}
+  explicit Pinned(int descriptor) : folder{descriptor}, path{fmt::format("/proc/self/fd/{}", folder.get())} {}
 };
 
 // The folder at the absolute `path`; without a descriptor when it isn't there or a link is on the way.
@@ -104,9 +103,9 @@ class Copy {
 
   OrReason<> copyFile(const fs::path& from, const fs::path& to) const {
     std::string sibling = (to.parent_path() / nameOfWork(workPrefix)).string();
-    const Descriptor output{mkostemp(sibling.data(), O_CLOEXEC)};
+    const installer::FileDescriptor output{mkostemp(sibling.data(), O_CLOEXEC)};
     if (!output) return becauseOfErrno(to.string());
-    auto copied = copyBytes(from, output.number());
+    auto copied = copyBytes(from, output.get());
     if (copied) copied = keepFacts(from, sibling);
     if (copied && rename(sibling.c_str(), to.c_str()) != 0) copied = becauseOfErrno(to.string());
     if (!copied) unlink(sibling.c_str());
@@ -115,13 +114,13 @@ class Copy {
 
   static OrReason<> copyBytes(const fs::path& from, int output) {
     const std::string name = from.filename().string();
-    const Descriptor input{open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)};
+    const installer::FileDescriptor input{open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)};
     struct stat status{};
-    if (!input || fstat(input.number(), &status) != 0) return becauseOfErrno(name);
+    if (!input || fstat(input.get(), &status) != 0) return becauseOfErrno(name);
     if (!S_ISREG(status.st_mode)) return because("{}: it isn't a file any more", name);
     std::string buffer(std::size_t{1} << 20U, '\0');
     while (true) {
-      const ssize_t count = read(input.number(), buffer.data(), buffer.size());
+      const ssize_t count = read(input.get(), buffer.data(), buffer.size());
       if (count < 0 && errno == EINTR) continue;
       if (count < 0) return becauseOfErrno(name);
       if (count == 0) return {};

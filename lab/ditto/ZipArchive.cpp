@@ -11,7 +11,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "support/Descriptor.h"
+#include "Base/POSIX/FileDescriptor.h"
 #include "support/Files.h"
 #include "support/Interruption.h"
 
@@ -88,13 +88,13 @@ class Zip {
 
   // A file that grows meanwhile is packed as long as it was; one that shrinks is a failure.
   OrReason<> addFile(const fs::path& path, const std::string& name, const struct stat& status) {
-    const Descriptor file{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW)};
+    const installer::FileDescriptor file{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW)};
     if (!file) return becauseOfErrno(path.string());
     const auto written = write(header(name, status), path);
     if (!written) return written;
     std::string buffer(std::size_t{1} << 18U, '\0');
     for (auto left = static_cast<std::uint64_t>(status.st_size); left > 0;) {
-      const ssize_t count = read(file.number(), buffer.data(), std::min<std::uint64_t>(buffer.size(), left));
+      const ssize_t count = read(file.get(), buffer.data(), std::min<std::uint64_t>(buffer.size(), left));
       if (count < 0 && errno == EINTR) continue;
       if (count < 0) return becauseOfErrno(path.string());
       if (count == 0) return because("{}: it became shorter meanwhile", path.string());
@@ -129,10 +129,10 @@ OrReason<> packZip(const fs::path& source, const fs::path& archive, Parent paren
   if (error) return because("Cannot get the real path for source '{}'", source.string());
   const fs::path target = fs::absolute(archive);
   std::string sibling = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
-  const Descriptor file{mkostemp(sibling.data(), O_CLOEXEC)};
+  const installer::FileDescriptor file{mkostemp(sibling.data(), O_CLOEXEC)};
   if (!file) return becauseOfErrno(archive.string());
-  auto packed = pack(from, file.number(), parent);
-  if (packed && (fchmod(file.number(), 0644) != 0 || rename(sibling.c_str(), target.c_str()) != 0)) {
+  auto packed = pack(from, file.get(), parent);
+  if (packed && (fchmod(file.get(), 0644) != 0 || rename(sibling.c_str(), target.c_str()) != 0)) {
     packed = becauseOfErrno(archive.string());
   }
   if (!packed) unlink(sibling.c_str());

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <fmt/format.h>
 
+#include "Base/Text.h"
+
 namespace lab {
 namespace {
 
@@ -20,16 +22,6 @@ const char* colourOf(const std::string& status) {
   if (status.starts_with("failed")) return "\033[31m";
   if (status.starts_with("cancelled") || status.starts_with("skipped")) return "\033[33m";
   return "\033[32m";
-}
-
-// Cut after `columns` characters, never inside one.
-std::string cut(const std::string& text, std::size_t columns) {
-  std::size_t characters = 0;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const bool begins = (static_cast<unsigned char>(text[i]) & 0xc0U) != 0x80U;
-    if (begins && ++characters > columns) return text.substr(0, i);
-  }
-  return text;
 }
 
 }  // namespace
@@ -66,7 +58,8 @@ std::string Board::draw(const Row& row, std::size_t columns) const {
           ? fmt::format("{:<10} [{}] {}", row.app, bar(row.percent, row.indeterminate), tail)
           : fmt::format("{:<10} [{}] {}", row.app,
                         std::string(barWidth, row.status.starts_with("failed") ? '-' : '='), tail);
-  const std::string visible = cut(text.substr(0, text.find_last_not_of(' ') + 1), columns);
+  const std::string visible{
+      installer::firstCharacters(text.substr(0, text.find_last_not_of(' ') + 1), columns)};
   return colours_ == Colours::off ? visible : colourOf(row.status) + visible + "\033[0m";
 }
 

@@ -4,15 +4,16 @@
 
 #include "nlohmann/json.hpp"
 
+#include "Base/JSONReader.h"
+
 namespace lab {
 namespace {
 
 using Json = nlohmann::json;
 
 std::optional<std::string> text(const Json& event, const char* key) {
-  const auto found = event.find(key);
-  if (found == event.end() || !found->is_string()) return std::nullopt;
-  return harmless(found->get<std::string>());
+  const auto found = installer::JSONReader::string(event, key);
+  return found ? std::optional{harmless(*found)} : std::nullopt;
 }
 
 std::string textOr(const Json& event, const char* key, const char* fallback) {
@@ -20,9 +21,8 @@ std::string textOr(const Json& event, const char* key, const char* fallback) {
 }
 
 std::optional<double> number(const Json& event, const char* key) {
-  const auto found = event.find(key);
-  if (found == event.end() || !found->is_number()) return std::nullopt;
-  return found->get<double>();
+  const Json* const found = installer::JSONReader::member(event, key);
+  return found != nullptr && found->is_number() ? std::optional{found->get<double>()} : std::nullopt;
 }
 
 std::string megabytes(double bytes) {
@@ -30,8 +30,8 @@ std::string megabytes(double bytes) {
 }
 
 std::optional<std::string> detailOf(const Json& event) {
-  const auto arguments = event.find("detailArgs");
-  if (arguments == event.end() || !arguments->is_object()) return std::nullopt;
+  const Json* const arguments = installer::JSONReader::member(event, "detailArgs");
+  if (arguments == nullptr) return std::nullopt;
   const auto done = number(*arguments, "downloadedBytes");
   const auto total = number(*arguments, "totalBytes");
   if (!done || !total) return std::nullopt;
@@ -42,9 +42,7 @@ AppStep progressOf(const Json& event) {
   AppStep step;
   step.app = textOr(event, "app", "");
   step.percent = number(event, "percent");
-  const auto indeterminate = event.find("indeterminate");
-  step.indeterminate =
-      indeterminate != event.end() && indeterminate->is_boolean() && indeterminate->get<bool>();
+  step.indeterminate = installer::JSONReader::boolean(event, "indeterminate").value_or(false);
   step.detail = detailOf(event);
   return step;
 }
@@ -69,8 +67,8 @@ std::string describeNotes(const Json& app) {
 }
 
 std::string describeRetirement(const Json& event) {
-  const auto retired = event.find("installerRetired");
-  if (retired == event.end() || !retired->is_object()) return "";
+  const Json* const retired = installer::JSONReader::member(event, "installerRetired");
+  if (retired == nullptr || !retired->is_object()) return "";
   return fmt::format("\nthis installer has gone stale ({}); a current one is at {}",
                      textOr(*retired, "reason", "?"), textOr(*retired, "downloadUrl", "?"));
 }
@@ -79,14 +77,13 @@ std::string describeApp(const Json& app) {
   std::string line = "  " + textOr(app, "displayName", textOr(app, "id", "?").c_str());
   if (const auto installed = text(app, "installedVersion")) line += ", installed " + *installed;
   if (const auto latest = text(app, "latestVersion")) line += ", latest " + *latest;
-  const auto update = app.find("updateAvailable");
-  if (update != app.end() && *update == true) line += ", update available";
+  if (installer::JSONReader::boolean(app, "updateAvailable").value_or(false)) line += ", update available";
   return line + describeNotes(app);
 }
 
 std::string describeApps(const Json& event, std::string line) {
-  const auto apps = event.find("apps");
-  if (apps == event.end() || !apps->is_array()) return line;
+  const Json* const apps = installer::JSONReader::member(event, "apps");
+  if (apps == nullptr || !apps->is_array()) return line;
   for (const Json& app : *apps) {
     if (app.is_object()) line += "\n" + describeApp(app);
   }

@@ -9,7 +9,8 @@
 
 #include "nlohmann/json.hpp"
 
-#include "support/Descriptor.h"
+#include "Base/JSONReader.h"
+#include "Base/POSIX/FileDescriptor.h"
 #include "support/Files.h"
 
 namespace lab {
@@ -17,10 +18,10 @@ namespace {
 
 using Json = nlohmann::json;
 
-OrReason<Descriptor> lock(const fs::path& file) {
-  Descriptor descriptor{open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)};
+OrReason<installer::FileDescriptor> lock(const fs::path& file) {
+  installer::FileDescriptor descriptor{open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644)};
   if (!descriptor) return becauseOfErrno(file.string());
-  while (flock(descriptor.number(), LOCK_EX) != 0) {
+  while (flock(descriptor.get(), LOCK_EX) != 0) {
     if (errno != EINTR) return becauseOfErrno(file.string());
   }
   return descriptor;
@@ -32,8 +33,7 @@ bool isMountPoint(const std::string& path) {
 }
 
 std::string textOf(const Json& object, const char* key) {
-  const auto found = object.find(key);
-  return found != object.end() && found->is_string() ? found->get<std::string>() : std::string{};
+  return installer::JSONReader::string(object, key).value_or("");
 }
 
 }  // namespace

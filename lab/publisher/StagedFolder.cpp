@@ -7,6 +7,7 @@
 #include <sys/file.h>
 #include <vector>
 
+#include "Base/POSIX/FileDescriptor.h"
 #include "support/Files.h"
 
 namespace lab {
@@ -36,9 +37,9 @@ OrReason<StagedFolder> StagedFolder::inPlaceOf(const fs::path& folder,
   // A link that stands there goes on pointing to the folder, which is what gets exchanged.
   const auto place = fs::is_symlink(folder) ? fs::weakly_canonical(folder) : folder;
   const auto parent = place.parent_path();
-  Descriptor lock{open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+  installer::FileDescriptor lock{open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
   if (!lock) return becauseOfErrno(parent.string());
-  if (flock(lock.number(), LOCK_EX | LOCK_NB) != 0) {
+  if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
     return because("another publication to {} is under way", parent.string());
   }
   StagedFolder staged{place, parent / ("." + place.filename().string() + ".publishing"), std::move(lock)};
@@ -70,13 +71,13 @@ OrReason<> StagedFolder::takeOver(const std::vector<std::string>& without) {
 
 OrReason<> StagedFolder::commit(const std::string& last) {
   // To the disk before the names are: a name never leads to less than the whole.
-  if (syncfs(lock_.number()) != 0) return becauseOfErrno(path_.string());
+  if (syncfs(lock_.get()) != 0) return becauseOfErrno(path_.string());
   const unsigned how = stands(folder_) ? RENAME_EXCHANGE : RENAME_NOREPLACE;
   if (renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, folder_.c_str(), how) != 0) {
     if (!canNotExchange(errno)) return becauseOfErrno(folder_.string());
     if (auto replaced = replaceFileByFile(last); !replaced) return replaced;
   }
-  fsync(lock_.number());
+  fsync(lock_.get());
   return {};
 }
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "support/Descriptor.h"
+#include "Base/POSIX/FileDescriptor.h"
 #include "support/OrReason.h"
 
 namespace lab {
@@ -35,12 +35,12 @@ class StagedFolder {
   OrReason<> commit(const std::string& last);
 
  private:
-  StagedFolder(std::filesystem::path folder, std::filesystem::path path, Descriptor lock)
+  StagedFolder(std::filesystem::path folder, std::filesystem::path path, installer::FileDescriptor lock)
       : folder_{std::move(folder)}, path_{std::move(path)}, lock_{std::move(lock)} {}
 
   std::filesystem::path folder_;
   std::filesystem::path path_;
-  Descriptor lock_;  // the parent, locked; absent once moved from
+  installer::FileDescriptor lock_;  // the parent, locked; absent once moved from
 
   OrReason<> takeOver(const std::vector<std::string>& without);
   OrReason<> replaceFileByFile(const std::string& last);

@@ -5,6 +5,8 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "Base/Text.h"
+
 namespace lab {
 
 namespace {
@@ -59,7 +61,7 @@ Anchors Anchors::withTestAuthority(Certificate root) {
 }
 
 std::optional<AnchorKind> Anchors::kindOf(const Certificate& root) const {
-  if (std::ranges::find(kPlatformRoots, hex(root.sha256())) != kPlatformRoots.end())
+  if (std::ranges::find(kPlatformRoots, installer::hexadecimal(root.sha256())) != kPlatformRoots.end())
     return AnchorKind::platform;
   if (testAuthority_ && testAuthority_->der() == root.der()) return AnchorKind::testAuthority;
   return std::nullopt;

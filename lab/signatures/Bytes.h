@@ -9,9 +9,10 @@
 #include <string_view>
 #include <vector>
 
+#include "support/BigEndian.h"
+
 namespace lab {
 
-using Bytes = std::vector<std::uint8_t>;
 using ByteView = std::span<const std::uint8_t>;
 
 // The `length` bytes from `offset`, or nothing when they aren't all inside `bytes`.
@@ -32,9 +33,6 @@ bool startsWith(ByteView bytes, ByteView prefix);
 ByteView viewOf(std::string_view text);
 Bytes copyOf(ByteView bytes);
 std::string textOf(ByteView bytes);
-
-// Lower-case hexadecimal, two digits a byte.
-std::string hex(ByteView bytes);
 
 // Bytes of a hexadecimal text; nothing when its length is odd or a character isn't a digit.
 std::optional<Bytes> fromHex(std::string_view text);

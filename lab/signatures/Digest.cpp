@@ -1,7 +1,6 @@
 #include "Digest.h"
 
 #include <algorithm>
-#include <openssl/evp.h>
 
 namespace lab {
 
@@ -9,27 +8,9 @@ Digest::Digest(const std::uint8_t* data, std::size_t size) : size_(std::min(size
   std::copy_n(data, size_, storage_.begin());
 }
 
-Hasher::Hasher(HashType type) : type_(type), context_(EVP_MD_CTX_new()) {
-  EVP_DigestInit_ex(context_.get(), functionOf(type), nullptr);
-}
-
-Hasher::Hasher(Hasher&&) noexcept = default;
-Hasher& Hasher::operator=(Hasher&&) noexcept = default;
-Hasher::~Hasher() = default;
-
-void Hasher::Free::operator()(evp_md_ctx_st* context) const {
-  EVP_MD_CTX_free(context);
-}
-
-void Hasher::update(ByteView bytes) {
-  EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size());
-}
-
 Digest Hasher::finish() {
-  std::array<std::uint8_t, EVP_MAX_MD_SIZE> out{};
-  EVP_DigestFinal_ex(context_.get(), out.data(), nullptr);
-  EVP_DigestInit_ex(context_.get(), nullptr, nullptr);
-  return {out.data(), digestSize(type_)};
+  const auto digest = digest_.finish<std::array<std::uint8_t, EVP_MAX_MD_SIZE>>();
+  return {digest.data(), digestSize(type_)};
 }
 
 std::size_t digestSize(HashType type) {
@@ -59,7 +40,7 @@ std::string_view nameOf(HashType type) {
   return "unknown";
 }
 
-const evp_md_st* functionOf(HashType type) {
+const EVP_MD* functionOf(HashType type) {
   // Fetched once: an implicit fetch for each of a file's thousands of pages costs more than the hash.
   static const EVP_MD* const sha1 = EVP_MD_fetch(nullptr, "SHA1", nullptr);
   static const EVP_MD* const sha256 = EVP_MD_fetch(nullptr, "SHA256", nullptr);

@@ -3,14 +3,11 @@
 #pragma once
 
 #include <array>
-#include <memory>
 #include <optional>
 #include <string_view>
 
+#include "Base/POSIX/MessageDigest.h"
 #include "Bytes.h"
-
-struct evp_md_ctx_st;
-struct evp_md_st;
 
 namespace lab {
 
@@ -29,14 +26,14 @@ class Digest {
   std::size_t size_ = 0;
 };
 
+// OpenSSL's object for the (untruncated) hash function; owned by this module.
+const EVP_MD* functionOf(HashType type);
+
 class Hasher {
  public:
-  explicit Hasher(HashType type);
-  Hasher(Hasher&&) noexcept;
-  Hasher& operator=(Hasher&&) noexcept;
-  ~Hasher();
+  explicit Hasher(HashType type) : type_(type), digest_(functionOf(type)) {}
 
-  void update(ByteView bytes);
+  void update(ByteView bytes) { digest_.update({reinterpret_cast<const char*>(bytes.data()), bytes.size()}); }
   Digest finish();  // and begins anew
 
   Digest of(ByteView bytes) {
@@ -45,11 +42,8 @@ class Hasher {
   }
 
  private:
-  struct Free {
-    void operator()(evp_md_ctx_st* context) const;
-  };
   HashType type_;
-  std::unique_ptr<evp_md_ctx_st, Free> context_;
+  installer::MessageDigest digest_;
 };
 
 // Bytes of one digest of this type: 20, 32, 20, 48, 64.
@@ -59,9 +53,6 @@ std::size_t digestSize(HashType type);
 std::optional<HashType> hashTypeOf(std::uint8_t number);
 
 std::string_view nameOf(HashType type);
-
-// OpenSSL's object for the (untruncated) hash function; owned by this module.
-const evp_md_st* functionOf(HashType type);
 
 Digest digestOf(HashType type, ByteView bytes);
 

@@ -6,26 +6,13 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
-#include <unistd.h>
 #include <utility>
+
+#include "Base/POSIX/FileDescriptor.h"
 
 namespace lab {
 
 namespace {
-
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (number_ >= 0) ::close(number_);
-  }
-  int number() const { return number_; }
-
- private:
-  int number_;
-};
 
 std::unexpected<Failure> unreadable(const std::filesystem::path& path, const char* why) {
   return std::unexpected(
@@ -36,14 +23,14 @@ std::unexpected<Failure> unreadable(const std::filesystem::path& path, const cha
 
 Outcome<MappedFile> MappedFile::open(const std::filesystem::path& path, Links links) {
   const int noFollow = links == Links::refuse ? O_NOFOLLOW : 0;
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | noFollow));
-  if (file.number() < 0) return unreadable(path, std::strerror(errno));
+  const installer::FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | noFollow));
+  if (!file) return unreadable(path, std::strerror(errno));
   struct stat status{};
-  if (::fstat(file.number(), &status) != 0) return unreadable(path, std::strerror(errno));
+  if (::fstat(file.get(), &status) != 0) return unreadable(path, std::strerror(errno));
   if (!S_ISREG(status.st_mode)) return unreadable(path, "not a regular file");
   const auto size = static_cast<std::size_t>(status.st_size);
   if (size == 0) return MappedFile(nullptr, 0);
-  void* data = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, file.number(), 0);
+  void* data = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, file.get(), 0);
   if (data == MAP_FAILED) return unreadable(path, std::strerror(errno));
   ::madvise(data, size, MADV_SEQUENTIAL);
   return MappedFile(static_cast<const std::uint8_t*>(data), size);

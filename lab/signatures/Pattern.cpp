@@ -1,9 +1,9 @@
 #include "Pattern.h"
 
 #include <cctype>
-#include <charconv>
 #include <re2/re2.h>
 
+#include "Base/Text.h"
 #include "Bytes.h"
 
 namespace lab {
@@ -63,9 +63,7 @@ class Translation {
   }
 
   static bool isCount(std::string_view digits) {
-    unsigned count = 0;
-    const auto [rest, error] = std::from_chars(digits.data(), digits.data() + digits.size(), count);
-    return error == std::errc() && rest == digits.data() + digits.size() && count <= kMostRepeats;
+    return installer::wholeNumber<unsigned>(digits).value_or(kMostRepeats + 1) <= kMostRepeats;
   }
 
   // In brackets a backslash is a character as any other.

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <optional>
 #include <utility>
+
+#include "Base/Text.h"
 
 namespace lab {
 
@@ -263,12 +264,10 @@ class Parser {
     if (take("root") || take("anchor")) return aboutCertificate(kRootSlot);
     const bool negative = take("-");
     if (current().kind != Token::Kind::word) return unexpected();
-    const std::string& digits = current().text;
-    std::int32_t slot = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), slot);
-    if (error != std::errc() || end != digits.data() + digits.size() || slot > 100) return unexpected();
+    const auto slot = installer::wholeNumber<std::int32_t>(current().text);
+    if (!slot || *slot > 100) return unexpected();
     ++at_;
-    return aboutCertificate(negative ? -slot : slot);
+    return aboutCertificate(negative ? -*slot : *slot);
   }
 
   Outcome<Requirement> aboutCertificate(std::int32_t slot) {

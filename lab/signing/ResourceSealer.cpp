@@ -4,6 +4,7 @@
 #include <chrono>
 #include <map>
 
+#include "Base/Text.h"
 #include "CodeResources.h"
 #include "DER.h"
 #include "MachO.h"
@@ -139,7 +140,8 @@ Outcome<std::string> nestedSeal(const Item& item) {
   std::string requirement;
   for (const CodeFacts& slice : report->slices) {
     for (const Bytes& hash : slice.cdhashes)
-      requirement += (requirement.empty() ? "cdhash H\"" : " or cdhash H\"") + hex(hash) + "\"";
+      requirement +=
+          (requirement.empty() ? "cdhash H\"" : " or cdhash H\"") + installer::hexadecimal(hash) + "\"";
   }
   return "<key>cdhash</key><data>" + base64(report->slices.front().cdhash()) +
          "</data><key>requirement</key><string>" + escaped(requirement) + "</string>";

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Base/Text.h"
 #include "BlobWriter.h"
 #include "CMSWriter.h"
 #include "CodeDirectory.h"
@@ -36,7 +37,7 @@ std::string quoted(const std::string& text) {
 std::string designatedText(const std::string& identifier, const SigningIdentity& identity) {
   const std::string named = "identifier " + quoted(identifier);
   if (identity.kind() == LeafKind::selfSigned)
-    return named + " and certificate leaf = H\"" + hex(identity.leafSHA1()) + "\"";
+    return named + " and certificate leaf = H\"" + installer::hexadecimal(identity.leafSHA1()) + "\"";
   return named +
          " and anchor apple generic and certificate 1[field.1.2.840.113635.100.6.2.6] and certificate "
          "leaf[field.1.2.840.113635.100.6.1.13] and certificate leaf[subject.OU] = " +

@@ -7,27 +7,15 @@
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include "support/Descriptor.h"
+#include "Base/POSIX/Spawn.h"
 #include "support/Interruption.h"
 
 namespace lab {
 namespace {
 
 constexpr std::size_t mostOutput = std::size_t{256} << 20U;
-
-struct Pipe {
-  Descriptor reading;
-  Descriptor writing;
-};
-
-OrReason<Pipe> makePipe() {
-  std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) return becauseOfErrno("pipe");
-  return Pipe{Descriptor{ends[0]}, Descriptor{ends[1]}};
-}
 
 [[noreturn]] void becomeProgram(const std::vector<std::string>& command, pid_t parent, int output,
                                 int errors) {
@@ -46,13 +34,6 @@ OrReason<Pipe> makePipe() {
   _exit(errno == ENOENT ? 127 : 126);
 }
 
-int waitFor(pid_t child) {
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
 // One read from `from` into `text`; false at the end of the stream.
 bool drain(int from, std::string& text) {
   std::array<char, 65536> buffer{};
@@ -65,8 +46,8 @@ bool drain(int from, std::string& text) {
 // Reads both streams to their ends. Fails on a request to stop and on too much output.
 OrReason<> collect(int output, int errors, Finished& finished) {
   const sigset_t set = interruptingSignals();
-  const Descriptor requests{signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK)};
-  std::array<pollfd, 3> watched{{{output, POLLIN, 0}, {errors, POLLIN, 0}, {requests.number(), POLLIN, 0}}};
+  const installer::FileDescriptor requests{signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK)};
+  std::array<pollfd, 3> watched{{{output, POLLIN, 0}, {errors, POLLIN, 0}, {requests.get(), POLLIN, 0}}};
   while (watched[0].fd >= 0 || watched[1].fd >= 0) {
     if (poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR) return becauseOfErrno("poll");
     if (interruption() != 0) return because("interrupted");
@@ -80,19 +61,19 @@ OrReason<> collect(int output, int errors, Finished& finished) {
 }  // namespace
 
 OrReason<Finished> runToEnd(const std::vector<std::string>& command) {
-  auto output = makePipe();
-  auto errors = makePipe();
-  if (!output || !errors) return because("{} can't be started: no pipe", command.front());
+  auto output = installer::makePipe();
+  auto errors = installer::makePipe();
+  if (!output.reading || !errors.reading) return because("{} can't be started: no pipe", command.front());
   const pid_t parent = getpid();
   const pid_t child = fork();
   if (child < 0) return becauseOfErrno(command.front() + " can't be started");
-  if (child == 0) becomeProgram(command, parent, output->writing.number(), errors->writing.number());
-  output->writing.reset();
-  errors->writing.reset();
+  if (child == 0) becomeProgram(command, parent, output.writing.get(), errors.writing.get());
+  output.writing.reset();
+  errors.writing.reset();
   Finished finished;
-  const auto collected = collect(output->reading.number(), errors->reading.number(), finished);
+  const auto collected = collect(output.reading.get(), errors.reading.get(), finished);
   if (!collected) kill(child, SIGKILL);
-  finished.status = waitFor(child);
+  finished.status = installer::waitForExit(child);
   if (!collected) return because("{}: {}", command.front(), collected.error());
   if (finished.status == 127 && finished.output.empty())
     return because("{} isn't installed", command.front());

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "Base/POSIX/MessageDigest.h"
 #include "support/OrReason.h"
 
 namespace lab {
@@ -33,8 +34,7 @@ void clearLeftovers(const fs::path& folder, std::string_view prefix);
 // A file's SHA-256 in lower-case hexadecimal.
 OrReason<std::string> sha256OfFile(const fs::path& file);
 
-// The first `count` bytes of the SHA-256 of `text`.
-std::string sha256Prefix(std::string_view text, std::size_t count);
+installer::SHA256Bytes sha256(std::string_view text);
 
 // True when something stands at `path`, a dangling link included.
 bool stands(const fs::path& path);

@@ -4,17 +4,14 @@
 #include <memory>
 #include <unicase.h>
 #include <uninorm.h>
-#include <unistr.h>
+
+#include "Base/Text.h"
 
 namespace lab {
 namespace {
 
 const std::uint8_t* unitsOf(std::string_view text) {
   return reinterpret_cast<const std::uint8_t*>(text.data());
-}
-
-bool isUTF8(std::string_view text) {
-  return u8_check(unitsOf(text), text.size()) == nullptr;
 }
 
 // Takes over a buffer that libunistring allocated.
@@ -27,7 +24,7 @@ std::optional<std::string> adopt(std::uint8_t* units, std::size_t length) {
 }  // namespace
 
 std::optional<std::string> composed(std::string_view name) {
-  if (!isUTF8(name)) return std::nullopt;
+  if (!installer::isUTF8(name)) return std::nullopt;
   if (name.empty()) return std::string{};
   std::size_t length = 0;
   std::uint8_t* units = u8_normalize(UNINORM_NFC, unitsOf(name), name.size(), nullptr, &length);
@@ -35,7 +32,7 @@ std::optional<std::string> composed(std::string_view name) {
 }
 
 std::optional<std::string> caseFolded(std::string_view name) {
-  if (!isUTF8(name)) return std::nullopt;
+  if (!installer::isUTF8(name)) return std::nullopt;
   if (name.empty()) return std::string{};
   std::size_t length = 0;
   std::uint8_t* units = u8_casefold(unitsOf(name), name.size(), nullptr, UNINORM_NFD, nullptr, &length);

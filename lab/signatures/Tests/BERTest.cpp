@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "BER.h"
+#include "Base/Text.h"
 
 namespace lab {
 namespace {
@@ -32,8 +33,8 @@ TEST(BER, KeepsTheRawBytesOfEachElement) {
                            "0000"
                            "ffff")
                            .value();
-  EXPECT_EQ(hex(element.raw), "30800201010401410000");
-  EXPECT_EQ(hex(element.content), "020101040141");
+  EXPECT_EQ(installer::hexadecimal(element.raw), "30800201010401410000");
+  EXPECT_EQ(installer::hexadecimal(element.content), "020101040141");
 }
 
 TEST(BER, RefusesMalformedElements) {

@@ -8,11 +8,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Base/POSIX/Spawn.h"
 #include "Contract/LinuxTestFolder.h"
 #include "Platform/Linux/LinuxServices.h"
 #include "Platform/Linux/Processes/ProcessHandle.h"
 #include "Platform/Linux/Processes/ProcessTable.h"
-#include "Platform/Linux/Processes/Spawn.h"
 
 namespace installer::test {
 namespace {

@@ -10,9 +10,9 @@
 #include <unistd.h>
 
 #include "Base/POSIX/FileDescriptor.h"
+#include "Base/POSIX/Spawn.h"
 #include "Contract/LinuxTestFolder.h"
 #include "Platform/Linux/LinuxServices.h"
-#include "Platform/Linux/Processes/Spawn.h"
 
 namespace installer::test {
 namespace {

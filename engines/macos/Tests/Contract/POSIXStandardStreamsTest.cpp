@@ -6,8 +6,8 @@
 #include <thread>
 
 #include "Base/POSIX/FileTree.h"
+#include "Base/POSIX/Spawn.h"
 #include "Contract/LinuxTestFolder.h"
-#include "Platform/Linux/Processes/Spawn.h"
 #include "Platform/POSIX/POSIXStandardStreams.h"
 
 namespace installer::test {

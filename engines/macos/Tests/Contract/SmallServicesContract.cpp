@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "Base/Text.h"
 #include "Contract/MachineUnderTest.h"
 
 namespace installer::test {
@@ -16,9 +17,7 @@ class DigestContract : public Contract {
   std::string digestOf(std::string_view bytes, std::size_t size) {
     const auto digest = machine.digest.startSHA256();
     for (std::size_t at = 0; at < bytes.size(); at += size) digest->update(bytes.substr(at, size));
-    std::string text;
-    for (const auto byte : digest->finish()) text += fmt::format("{:02x}", byte);
-    return text;
+    return hexadecimal(digest->finish());
   }
 };
 

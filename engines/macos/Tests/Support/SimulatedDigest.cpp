@@ -1,42 +1,31 @@
 #include "Support/SimulatedDigest.h"
 
-#include <fmt/format.h>
-#include <openssl/evp.h>
+#include "Base/POSIX/MessageDigest.h"
+#include "Base/Text.h"
 
 namespace installer::test {
 
 namespace {
 
-class OpenSSLDigest : public SHA256 {
+class RealSHA256 : public SHA256 {
  public:
-  OpenSSLDigest() : context_{EVP_MD_CTX_new(), &EVP_MD_CTX_free} {
-    EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr);
-  }
-  void update(std::string_view bytes) override {
-    EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size());
-  }
-  std::array<std::uint8_t, 32> finish() override {
-    std::array<std::uint8_t, 32> result{};
-    EVP_DigestFinal_ex(context_.get(), result.data(), nullptr);
-    return result;
-  }
+  void update(std::string_view bytes) override { digest_.update(bytes); }
+  std::array<std::uint8_t, 32> finish() override { return digest_.finish(); }
 
  private:
-  std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context_;
+  MessageDigest digest_;
 };
 
 }  // namespace
 
 std::unique_ptr<SHA256> SimulatedDigest::startSHA256() {
-  return std::make_unique<OpenSSLDigest>();
+  return std::make_unique<RealSHA256>();
 }
 
 std::string sha256(std::string_view bytes) {
-  OpenSSLDigest digest;
+  MessageDigest digest;
   digest.update(bytes);
-  std::string text;
-  for (const auto byte : digest.finish()) text += fmt::format("{:02x}", byte);
-  return text;
+  return hexadecimal(digest.finish());
 }
 
 }  // namespace installer::test

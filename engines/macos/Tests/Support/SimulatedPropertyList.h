@@ -1,4 +1,4 @@
-// Property lists, XML and binary, read with libplist.
+// Property lists, XML and binary.
 #pragma once
 
 #include "Platform/PropertyList.h"

@@ -1,13 +1,14 @@
 #include "Base/JSONReader.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdlib>
 #include <fmt/format.h>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <utility>
+
+#include "Base/Text.h"
 
 namespace installer::JSONReader {
 
@@ -42,10 +43,8 @@ bool nestsDeeperThan(std::size_t limit, std::string_view bytes) {
 // The code unit that an escape at the start of `text` names, as in `\u00e9`; 0 when none is there.
 unsigned escapedUnit(std::string_view text) {
   constexpr std::size_t length = 6;
-  unsigned unit = 0;
   if (text.size() < length || !text.starts_with("\\u")) return 0;
-  const char* const end = text.data() + length;
-  return std::from_chars(text.data() + 2, end, unit, 16).ptr == end ? unit : 0;
+  return wholeNumber<unsigned>(text.substr(2, length - 2), 16).value_or(0);
 }
 
 // Doubles the backslash of each escape that names half of a surrogate pair without the other half, so that

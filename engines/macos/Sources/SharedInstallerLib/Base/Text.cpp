@@ -33,20 +33,6 @@ std::size_t blankLength(auto fits) {
   return blank == kBlanks.end() ? 0 : blank->size();
 }
 
-// Bytes of the well-formed sequence at the start of `bytes`; 0 when there is none.
-std::size_t sequenceLength(std::string_view bytes) {
-  const auto at = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
-  const auto lead = at(0);
-  if (lead < 0x80U) return 1;
-  const std::size_t length = lead >= 0xF0U ? 4 : lead >= 0xE0U ? 3 : 2;
-  if (lead < 0xC2U || lead > 0xF4U || bytes.size() < length) return 0;
-  if (!std::ranges::all_of(bytes.substr(1, length - 1), isContinuation)) return 0;
-  const bool isOverlong = (lead == 0xE0U && at(1) < 0xA0U) || (lead == 0xF0U && at(1) < 0x90U);
-  const bool isSurrogate = lead == 0xEDU && at(1) > 0x9FU;
-  const bool isBeyondUnicode = lead == 0xF4U && at(1) > 0x8FU;
-  return isOverlong || isSurrogate || isBeyondUnicode ? 0 : length;
-}
-
 }  // namespace
 
 std::string lowercased(std::string_view text) {
@@ -72,9 +58,22 @@ std::string_view withoutBlanks(std::string_view text) {
   return text;
 }
 
+std::size_t characterLength(std::string_view bytes) {
+  const auto at = [&](std::size_t i) { return static_cast<unsigned char>(bytes[i]); };
+  const auto lead = at(0);
+  if (lead < 0x80U) return 1;
+  const std::size_t length = lead >= 0xF0U ? 4 : lead >= 0xE0U ? 3 : 2;
+  if (lead < 0xC2U || lead > 0xF4U || bytes.size() < length) return 0;
+  if (!std::ranges::all_of(bytes.substr(1, length - 1), isContinuation)) return 0;
+  const bool isOverlong = (lead == 0xE0U && at(1) < 0xA0U) || (lead == 0xF0U && at(1) < 0x90U);
+  const bool isSurrogate = lead == 0xEDU && at(1) > 0x9FU;
+  const bool isBeyondUnicode = lead == 0xF4U && at(1) > 0x8FU;
+  return isOverlong || isSurrogate || isBeyondUnicode ? 0 : length;
+}
+
 bool isUTF8(std::string_view bytes) {
   while (!bytes.empty()) {
-    const auto length = sequenceLength(bytes);
+    const auto length = characterLength(bytes);
     if (length == 0) return false;
     bytes.remove_prefix(length);
   }
@@ -102,7 +101,7 @@ std::string_view firstCharacters(std::string_view text, std::size_t count) {
 std::string oneLine(std::string_view text, std::size_t count) {
   std::string line;
   while (!text.empty()) {
-    const auto length = sequenceLength(text);
+    const auto length = characterLength(text);
     const auto character = length == 0 ? std::string_view{"?"} : text.substr(0, length);
     text.remove_prefix(std::max<std::size_t>(length, 1));
     if (character != " " && !isControl(character)) {
@@ -133,6 +132,10 @@ std::string doubleText(double value) {
   auto text = fmt::format("{}", value);
   const bool isWhole = std::ranges::all_of(text, [](char c) { return c == '-' || (c >= '0' && c <= '9'); });
   return isWhole ? text + ".0" : text;
+}
+
+std::string hexadecimal(std::span<const std::uint8_t> bytes) {
+  return fmt::format("{:02x}", fmt::join(bytes, ""));
 }
 
 std::vector<std::string_view> nonEmptyPieces(std::string_view text, char separator) {

@@ -1,7 +1,12 @@
 // Small operations on text that several rooms need.
 #pragma once
 
+#include <charconv>
+#include <concepts>
 #include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,6 +21,10 @@ std::string trimmed(std::string_view text);
 
 // Without blanks, those beyond ASCII included, and tabs at both ends. Line breaks stay.
 std::string_view withoutBlanks(std::string_view text);
+
+// Bytes of the well-formed sequence of UTF-8 that `bytes`, which isn't empty, begins with; 0 when there is
+// none.
+std::size_t characterLength(std::string_view bytes);
 
 // Well-formed UTF-8 throughout, empty text included: no overlong forms, no surrogates, nothing cut short.
 bool isUTF8(std::string_view bytes);
@@ -37,6 +46,19 @@ std::string listText(const std::vector<std::string>& items);
 
 // A number of seconds or per cent as log lines show it: always with a decimal point, "5.0" or "0.25".
 std::string doubleText(double value);
+
+// The number that all of `text` is, without blanks or a plus sign; absent when it doesn't fit.
+template <std::integral Number>
+std::optional<Number> wholeNumber(std::string_view text, int base = 10) {
+  Number value = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value, base);
+  if (error != std::errc{} || stop != end) return std::nullopt;
+  return value;
+}
+
+// In lower-case hexadecimal.
+std::string hexadecimal(std::span<const std::uint8_t> bytes);
 
 // Taking text apart. Stateless; any thread.
 // The pieces between the separators, in order, with empty pieces left out. Views into `text`.

@@ -1,7 +1,8 @@
 #include "Base/URL.h"
 
 #include <algorithm>
-#include <charconv>
+
+#include "Base/Text.h"
 
 namespace installer {
 
@@ -43,14 +44,9 @@ bool isScheme(std::string_view text) {
 std::string percentDecoded(std::string_view text) {
   std::string decoded;
   for (std::size_t i = 0; i < text.size(); ++i) {
-    unsigned value = 0;
-    if (text[i] == '%' && i + 2 < text.size() &&
-        std::from_chars(text.data() + i + 1, text.data() + i + 3, value, 16).ec == std::errc{}) {
-      decoded += static_cast<char>(value);
-      i += 2;
-      continue;
-    }
-    decoded += text[i];
+    const auto value = text[i] == '%' ? wholeNumber<std::uint8_t>(text.substr(i + 1, 2), 16) : std::nullopt;
+    decoded += value ? static_cast<char>(*value) : text[i];
+    if (value) i += 2;
   }
   return decoded;
 }
@@ -129,10 +125,8 @@ bool URL::parseAuthority(std::string_view authority) {
   if (!port.empty()) {
     if (port.front() != ':') return false;
     port.remove_prefix(1);
-    std::uint16_t number = 0;
-    const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), number);
-    if (!port.empty() && (error != std::errc{} || end != port.data() + port.size())) return false;
-    if (!port.empty()) port_ = number;
+    port_ = wholeNumber<std::uint16_t>(port);
+    if (!port.empty() && !port_) return false;
   }
   if (!host.empty()) host_ = std::string{host};
   return true;

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Base/JSONReader.h"
 #include "Platform/FileSystem.h"
 #include "Platform/PropertyList.h"
 
@@ -9,9 +10,7 @@ namespace installer {
 
 std::optional<std::string> Bundle::infoString(const std::string& key) const {
   if (infoDictionary == nullptr) return std::nullopt;
-  const auto entry = infoDictionary->find(key);
-  if (entry == infoDictionary->end() || !entry->is_string()) return std::nullopt;
-  return entry->get<std::string>();
+  return JSONReader::string(*infoDictionary, key);
 }
 
 std::shared_ptr<const Bundle> readBundle(FileSystem& files, PropertyList& propertyList, const Path& path) {

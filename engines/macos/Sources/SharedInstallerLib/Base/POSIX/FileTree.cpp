@@ -14,14 +14,14 @@ namespace installer {
 
 namespace {
 
-bool removeContents(int folder, TreeOwner owner, int depth) {
+bool removeContents(int folder, TreeOwner owner, int levels) {
   const auto names = namesIn(folder);
   if (!names) return false;
   return std::ranges::all_of(
-      *names, [&](const std::string& name) { return removeTree(folder, name.c_str(), owner, depth); });
+      *names, [&](const std::string& name) { return removeTree(folder, name.c_str(), owner, levels); });
 }
 
-bool removeEntry(int folder, const char* name, TreeOwner owner, int depth) {
+bool removeEntry(int folder, const char* name, TreeOwner owner, int levels) {
   if (::unlinkat(folder, name, 0) == 0) return true;
   // A directory says EISDIR on Linux and EPERM elsewhere; what it really is decides.
   const int refusal = errno;
@@ -33,7 +33,7 @@ bool removeEntry(int folder, const char* name, TreeOwner owner, int depth) {
   }
   if (::unlinkat(folder, name, AT_REMOVEDIR) == 0) return true;
   if (errno != ENOTEMPTY && errno != EEXIST) return false;
-  if (depth == deepestFolder) {
+  if (levels == 0) {
     errno = ENAMETOOLONG;
     return false;
   }
@@ -42,7 +42,7 @@ bool removeEntry(int folder, const char* name, TreeOwner owner, int depth) {
     return false;
   }
   const FileDescriptor inside = openFolder(folder, name);
-  if (!inside || !removeContents(inside.get(), owner, depth + 1)) return false;
+  if (!inside || !removeContents(inside.get(), owner, levels - 1)) return false;
   return ::unlinkat(folder, name, AT_REMOVEDIR) == 0;
 }
 
@@ -115,8 +115,8 @@ bool writeAll(int descriptor, std::string_view bytes) {
 }
 
 // Another process may be removing the same tree.
-bool removeTree(int folder, const char* name, TreeOwner owner, int depth) {
-  return removeEntry(folder, name, owner, depth) || errno == ENOENT;
+bool removeTree(int folder, const char* name, TreeOwner owner, int levels) {
+  return removeEntry(folder, name, owner, levels) || errno == ENOENT;
 }
 
 }  // namespace installer

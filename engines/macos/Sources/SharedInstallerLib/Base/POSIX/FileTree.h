@@ -40,8 +40,8 @@ bool writeAll(int descriptor, std::string_view bytes);
 
 // Removes the entry `name` of `folder` with everything beneath it; what is gone is removed. False with errno
 // set, and then what could be removed before that is gone. `ours` also opens folders that were closed to
-// their owner: for remains of our own work only.
+// their owner: for remains of our own work only. A descriptor is held for each of `levels` folders.
 enum class TreeOwner { anyone, ours };
-bool removeTree(int folder, const char* name, TreeOwner owner, int depth = 0);
+bool removeTree(int folder, const char* name, TreeOwner owner, int levels = deepestFolder);
 
 }  // namespace installer

@@ -58,18 +58,11 @@ std::string claimName(const std::string& prefix) {
   return name;
 }
 
-bool processLives(pid_t process) {
-  return ::kill(process, 0) == 0 || errno == EPERM;
-}
-
 // Is `entry` a name that begins with `prefix` and that no living process has claimed?
 bool isLeftover(const std::string& entry, const std::string& prefix) {
-  if (!entry.starts_with(prefix)) return false;
-  pid_t process = 0;
-  const char* const end = entry.data() + entry.size();
-  const auto [rest, error] = std::from_chars(entry.data() + prefix.size(), end, process);
-  if (error != std::errc{} || process <= 0 || (rest != end && *rest != '.')) return false;
-  return process == ::getpid() ? !isActive(entry) : !processLives(process);
+  const auto work = NameOfWork::parse(entry, prefix);
+  if (!work || (!work->rest.empty() && work->rest.front() != '.')) return false;
+  return work->process == ::getpid() ? !isActive(entry) : !isRunning(work->process);
 }
 
 }  // namespace
@@ -82,6 +75,19 @@ HiddenSibling::HiddenSibling(int folder, const std::string& name, const char* pu
 HiddenSibling::~HiddenSibling() {
   const std::lock_guard lock{active().mutex};
   active().names.erase(active().names.find(claimed_));
+}
+
+bool isRunning(pid_t process) {
+  return ::kill(process, 0) == 0 || errno == EPERM;
+}
+
+std::optional<NameOfWork> NameOfWork::parse(std::string_view name, std::string_view prefix) {
+  if (!name.starts_with(prefix)) return std::nullopt;
+  pid_t process = 0;
+  const char* const end = name.data() + name.size();
+  const auto [stop, error] = std::from_chars(name.data() + prefix.size(), end, process);
+  if (error != std::errc{} || process <= 0) return std::nullopt;
+  return NameOfWork{process, {stop, end}};
 }
 
 bool clearLeftovers(int folder, const std::string& name) {

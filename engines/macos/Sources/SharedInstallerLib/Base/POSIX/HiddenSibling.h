@@ -2,7 +2,10 @@
 // never holds half of anything. It tells which process works there, so that leftovers can be known.
 #pragma once
 
+#include <optional>
 #include <string>
+#include <string_view>
+#include <sys/types.h>
 
 namespace installer {
 
@@ -24,6 +27,17 @@ class HiddenSibling {
 
  private:
   std::string claimed_;
+};
+
+// True for a process that exists, another user's included.
+bool isRunning(pid_t process);
+
+// The process whose number follows `prefix` in the name of its unfinished work, and what comes after it.
+struct NameOfWork {
+  pid_t process = 0;
+  std::string_view rest;
+
+  static std::optional<NameOfWork> parse(std::string_view name, std::string_view prefix);
 };
 
 // Removes the hidden siblings of `name` in the open directory `folder`, of any purpose, whose process is

@@ -4,6 +4,7 @@
 #include <sys/utsname.h>
 #include <unistd.h>
 
+#include "Base/POSIX/HiddenSibling.h"
 #include "Platform/Linux/LinuxServices.h"
 
 namespace installer {
@@ -69,7 +70,7 @@ std::int32_t LinuxSystemInfo::processIdentifier() {
 }
 
 bool LinuxSystemInfo::isRunning(std::int32_t process) {
-  return ::kill(process, 0) == 0 || errno == EPERM;
+  return installer::isRunning(process);
 }
 
 }  // namespace installer

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
-#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
@@ -13,6 +11,7 @@
 #include <unistd.h>
 
 #include "Base/POSIX/FileErrors.h"
+#include "Base/POSIX/HiddenSibling.h"
 #include "Platform/Linux/HTTP/CurlErrors.h"
 
 namespace installer {
@@ -26,21 +25,12 @@ constexpr std::size_t randomLength = 6;
 
 // The process that made a file of that name; absent for any other name.
 std::optional<pid_t> makerOf(std::string_view name) {
-  if (!name.starts_with(prefix) || !name.ends_with(suffix)) return std::nullopt;
-  pid_t maker = 0;
-  const auto* const end = name.data() + name.size() - suffix.size();
-  const auto [stop, error] = std::from_chars(name.data() + prefix.size(), end, maker);
-  const std::string_view rest{stop, static_cast<std::size_t>(end - stop)};
-  if (error != std::errc{} || maker <= 0 || rest.size() != randomLength + 1 || rest.front() != '-') {
-    return std::nullopt;
-  }
-  const bool isPlain =
-      std::ranges::all_of(rest.substr(1), [](unsigned char c) { return std::isalnum(c) != 0; });
-  return isPlain ? std::optional{maker} : std::nullopt;
-}
-
-bool isGone(pid_t process) {
-  return kill(process, 0) != 0 && errno == ESRCH;
+  const auto work = NameOfWork::parse(name, prefix);
+  if (!work || work->rest.size() != 1 + randomLength + suffix.size()) return std::nullopt;
+  if (work->rest.front() != '-' || !work->rest.ends_with(suffix)) return std::nullopt;
+  const bool isPlain = std::ranges::all_of(work->rest.substr(1, randomLength),
+                                           [](unsigned char c) { return std::isalnum(c) != 0; });
+  return isPlain ? std::optional{work->process} : std::nullopt;
 }
 
 bool isOurPlainFile(int descriptor, std::int64_t length) {
@@ -77,7 +67,7 @@ void PartialFile::removeOrphans(const Path& folder) {
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator{folder, error}) {
     const auto maker = makerOf(entry.path().filename().string());
-    if (maker && isGone(*maker)) unlink(entry.path().c_str());
+    if (maker && !isRunning(*maker)) unlink(entry.path().c_str());
   }
 }
 

@@ -2,34 +2,18 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
-#include <charconv>
 #include <curl/curl.h>
 #include <memory>
+
+#include "Base/Text.h"
 
 namespace installer {
 
 namespace {
 
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view blanks = " \t\r\n";
-  const auto first = text.find_first_not_of(blanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
-std::string inLowerCase(std::string_view text) {
-  std::string lower{text};
-  std::ranges::transform(lower, lower.begin(),
-                         [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return lower;
-}
-
 std::optional<std::int64_t> number(std::string_view text) {
-  std::int64_t value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc{} || end != text.data() + text.size() || value < 0) return std::nullopt;
-  return value;
+  const auto value = wholeNumber<std::int64_t>(text);
+  return value >= 0 ? value : std::nullopt;
 }
 
 // A scheme makes a reference absolute; libcurl takes "data:x" for a path below the base.
@@ -57,7 +41,7 @@ std::optional<std::string> resolved(const std::string& base, const std::string& 
 }  // namespace
 
 void ResponseHead::addField(std::string_view name, std::string_view value) {
-  const auto [entry, isNew] = fields_.try_emplace(inLowerCase(name), value);
+  const auto [entry, isNew] = fields_.try_emplace(lowercased(name), value);
   if (!isNew && entry->first == "content-length" && entry->second != value) contradictsItself_ = true;
   entry->second = value;
 }
@@ -69,13 +53,13 @@ const std::string* ResponseHead::field(std::string_view name) const {
 
 bool ResponseHead::isMultipart() const {
   const auto* const type = field("content-type");
-  return type != nullptr && inLowerCase(*type).starts_with("multipart/");
+  return type != nullptr && lowercased(*type).starts_with("multipart/");
 }
 
 bool ResponseHead::isEncoded() const {
   static constexpr std::array decoded{"gzip", "x-gzip", "deflate", "br"};
   const auto* const encoding = field("content-encoding");
-  return encoding != nullptr && std::ranges::find(decoded, inLowerCase(*encoding)) != decoded.end();
+  return encoding != nullptr && std::ranges::find(decoded, lowercased(*encoding)) != decoded.end();
 }
 
 std::optional<ContentRange> ResponseHead::contentRange() const {

@@ -1,7 +1,7 @@
 #include "Base/POSIX/OutputDrain.h"
+#include "Base/POSIX/Spawn.h"
 #include "Platform/Linux/LinuxServices.h"
 #include "Platform/Linux/Processes/ProcessHandle.h"
-#include "Platform/Linux/Processes/Spawn.h"
 
 namespace installer {
 

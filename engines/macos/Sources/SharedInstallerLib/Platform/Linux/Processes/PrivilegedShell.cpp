@@ -12,7 +12,7 @@
 
 #include "Base/KeptOutput.h"
 #include "Base/POSIX/FileTree.h"
-#include "Platform/Linux/Processes/Spawn.h"
+#include "Base/POSIX/Spawn.h"
 
 namespace installer {
 namespace {

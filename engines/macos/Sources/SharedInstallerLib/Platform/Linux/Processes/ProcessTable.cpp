@@ -1,7 +1,6 @@
 #include "Platform/Linux/Processes/ProcessTable.h"
 
 #include <array>
-#include <charconv>
 #include <climits>
 #include <cstdlib>
 #include <fcntl.h>
@@ -9,6 +8,7 @@
 #include <sys/stat.h>
 
 #include "Base/POSIX/FileTree.h"
+#include "Base/Text.h"
 #include "Platform/Linux/LinuxServices.h"
 
 namespace installer {
@@ -113,12 +113,10 @@ std::vector<pid_t> visibleProcesses() {
   if (!names) return found;
   const uid_t user = ::geteuid();
   for (const std::string& name : *names) {
-    pid_t process = 0;
-    const char* const end = name.data() + name.size();
-    const auto [rest, error] = std::from_chars(name.data(), end, process);
-    if (error != std::errc{} || rest != end || process == ::getpid()) continue;
+    const auto process = wholeNumber<pid_t>(name);
+    if (!process || *process == ::getpid()) continue;
     const auto status = linkStatus(processes.get(), name.c_str());
-    if (status && (user == 0 || status->st_uid == user)) found.push_back(process);
+    if (status && (user == 0 || status->st_uid == user)) found.push_back(*process);
   }
   return found;
 }

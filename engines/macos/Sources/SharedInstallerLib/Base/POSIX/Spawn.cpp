@@ -1,4 +1,4 @@
-#include "Platform/Linux/Processes/Spawn.h"
+#include "Base/POSIX/Spawn.h"
 
 #include <algorithm>
 #include <csignal>
