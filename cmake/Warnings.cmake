@@ -11,3 +11,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   target_compile_options(kelo_warnings INTERFACE
     -Wno-restrict -Wno-maybe-uninitialized -Wno-stringop-overflow -Wno-array-bounds)
 endif()
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # That each field marked GUARDED_BY is touched under its mutex only.
+  target_compile_options(kelo_warnings INTERFACE -Wthread-safety)
+endif()

@@ -1,12 +1,11 @@
 // url-session-fetch ROOT AUTHORITY HOST=ADDRESS URL: downloads once through the host's URL session and prints
 // "seconds bytes peak-kilobytes". What bench.py compares with curl.
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <filesystem>
-#include <mutex>
 #include <sys/resource.h>
 
+#include "Base/Mutex.h"
 #include "Base/POSIX/LinuxHostSettings.h"
 #include "Platform/Linux/LinuxServices.h"
 
@@ -22,23 +21,23 @@ class Taker : public URLSessionDelegate {
   }
   void didCompleteWithError(const std::shared_ptr<URLSessionTask>& /*task*/,
                             const std::optional<Error>& failure) override {
-    const std::lock_guard guard{mutex};
+    const MutexLock guard{mutex};
     error = failure;
     isDone = true;
-    done.notify_one();
+    done.notifyOne();
   }
   void wait() {
-    std::unique_lock lock{mutex};
-    done.wait(lock, [this] { return isDone; });
+    MutexLock lock{mutex};
+    while (!isDone) done.wait(mutex);
   }
 
   std::uintmax_t bytes = 0;
   std::optional<Error> error;
 
  private:
-  std::mutex mutex;
-  std::condition_variable done;
-  bool isDone = false;
+  Mutex mutex;
+  Condition done;
+  bool isDone GUARDED_BY(mutex) = false;
 };
 
 long peakKilobytes() {

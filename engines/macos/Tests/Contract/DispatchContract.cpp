@@ -1,7 +1,7 @@
 // What every dispatcher promises. The waits are short, and no case depends on how long anything takes.
 #include <atomic>
-#include <mutex>
 
+#include "Base/Mutex.h"
 #include "Contract/MachineUnderTest.h"
 
 namespace installer::test {
@@ -12,18 +12,18 @@ using namespace std::chrono_literals;
 class DispatchContract : public Contract {
  protected:
   Dispatch& dispatch = machine.dispatch;
-  std::mutex mutex;
-  Lines transcript;
+  Mutex mutex;
+  Lines transcript GUARDED_BY(mutex);
 
   Work note(std::string text) {
     return [this, text] {
       const auto* const where = dispatch.isMainThread() ? " on main" : "";
-      const std::lock_guard lock{mutex};
+      const MutexLock lock{mutex};
       transcript.push_back(text + where);
     };
   }
   Lines written() {
-    const std::lock_guard lock{mutex};
+    const MutexLock lock{mutex};
     return transcript;
   }
 };

@@ -1,15 +1,15 @@
 // URL sessions of this host against a server that misbehaves, over real TLS on loopback.
-#include <condition_variable>
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
+#include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <mutex>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <sys/resource.h>
 
+#include "Base/Mutex.h"
 #include "Base/POSIX/ProcessStart.h"
 #include "Contract/HostileServer.h"
 #include "Platform/Linux/LinuxServices.h"
@@ -69,16 +69,20 @@ class SessionRecorder : public URLSessionDelegate {
   }
   void didCompleteWithError(const std::shared_ptr<URLSessionTask>& /*task*/,
                             const std::optional<Error>& failure) override {
-    const std::lock_guard guard{mutex};
+    const MutexLock guard{mutex};
     error = failure;
     ++completions;
-    changed.notify_all();
+    changed.notifyAll();
   }
 
   // True when the next completion came in time.
   bool waitFor(int count) {
-    std::unique_lock lock{mutex};
-    return changed.wait_for(lock, patience, [&] { return completions >= count; });
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    const MutexLock lock{mutex};
+    while (completions < count) {
+      if (!changed.waitUntil(mutex, deadline)) return completions >= count;
+    }
+    return true;
   }
 
   bool followsRedirects = true;
@@ -97,9 +101,9 @@ class SessionRecorder : public URLSessionDelegate {
   std::optional<Error> error;
 
  private:
-  std::mutex mutex;
-  std::condition_variable changed;
-  int completions = 0;
+  Mutex mutex;
+  Condition changed;
+  int completions GUARDED_BY(mutex) = 0;
 };
 
 class LinuxDownloads : public ::testing::Test {
@@ -560,20 +564,20 @@ class LinuxDataTasks : public LinuxDownloads {
     std::optional<Error> error;
   };
 
-  Answer fetch(const URLRequest& request) {
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::optional<Answer> answer;
-    const auto task = session->dataTask(request, [&](auto data, auto response, auto error) {
-      const std::lock_guard guard{mutex};
-      answer = Answer{std::move(data), std::move(response), std::move(error)};
-      changed.notify_all();
+  std::future<Answer> start(const URLRequest& request) {
+    const auto answered = std::make_shared<std::promise<Answer>>();
+    const auto task = session->dataTask(request, [answered](auto data, auto response, auto error) {
+      answered->set_value({std::move(data), std::move(response), std::move(error)});
     });
     task->resume();
-    std::unique_lock lock{mutex};
-    EXPECT_TRUE(changed.wait_for(lock, patience, [&] { return answer.has_value(); }));
-    return answer.value_or(Answer{});
+    return answered->get_future();
   }
+  static Answer await(std::future<Answer> answer) {
+    if (answer.wait_for(patience) == std::future_status::ready) return answer.get();
+    ADD_FAILURE() << "no answer came";
+    return {};
+  }
+  Answer fetch(const URLRequest& request) { return await(start(request)); }
   Answer fetch(const std::string& path) { return fetch(URLRequest{.url = cdn(path)}); }
 };
 
@@ -705,21 +709,13 @@ TEST_F(LinuxDataTasks, RunsManyAtOnceAndEachOnce) {
   json paths;
   for (int i = 0; i < 20; ++i) paths["/" + std::to_string(i)] = {{{"text", std::to_string(i)}}};
   serve(paths);
-  std::mutex mutex;
-  std::condition_variable changed;
+  std::vector<std::future<Answer>> answers;
+  for (int i = 0; i < 20; ++i) answers.push_back(start(URLRequest{.url = cdn("/" + std::to_string(i))}));
   std::vector<std::string> bodies;
-  for (int i = 0; i < 20; ++i) {
-    session
-        ->dataTask(URLRequest{.url = cdn("/" + std::to_string(i))},
-                   [&](auto data, auto, auto error) {
-                     const std::lock_guard guard{mutex};
-                     bodies.push_back(error ? error->localizedDescription : data.value_or("-"));
-                     changed.notify_all();
-                   })
-        ->resume();
+  for (auto& answer : answers) {
+    const auto [data, response, error] = await(std::move(answer));
+    bodies.push_back(error ? error->localizedDescription : data.value_or("-"));
   }
-  std::unique_lock lock{mutex};
-  EXPECT_TRUE(changed.wait_for(lock, patience, [&] { return bodies.size() == 20; }));
   std::ranges::sort(bodies);
   EXPECT_EQ(std::unique(bodies.begin(), bodies.end()), bodies.end()) << ::testing::PrintToString(bodies);
 }

@@ -70,7 +70,7 @@ LoopbackServer::LoopbackServer(const std::string& host, const Path& certificateF
 LoopbackServer::~LoopbackServer() {
   std::vector<std::thread> threads;
   {
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     stopping_ = true;
     for (const int socket : sockets_) ::shutdown(socket, SHUT_RDWR);
   }
@@ -87,12 +87,12 @@ std::string LoopbackServer::urlOf(const std::string& path) const {
 }
 
 ServerResource& LoopbackServer::resource(const std::string& path) {
-  const std::lock_guard lock{mutex_};
+  const MutexLock lock{mutex_};
   return resources_[path];
 }
 
 std::vector<std::string> LoopbackServer::requests() const {
-  const std::lock_guard lock{mutex_};
+  const MutexLock lock{mutex_};
   return requests_;
 }
 
@@ -100,7 +100,7 @@ void LoopbackServer::acceptConnections() {
   for (;;) {
     const int socket = closedInChildren(::accept(listener_, nullptr, nullptr));
     if (socket < 0) return;
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     if (stopping_) {
       ::close(socket);
       return;
@@ -124,13 +124,13 @@ void LoopbackServer::serve(int socket) {
   if (!response.bytes.empty()) connection->write(response.bytes);
   if (response.silent) (void)connection->read();  // until the other side has gone
   if (response.complete) connection->finish();
-  const std::lock_guard lock{mutex_};
+  const MutexLock lock{mutex_};
   sockets_.remove(socket);
   ::close(socket);
 }
 
 LoopbackServer::Response LoopbackServer::respond(const std::string& request) {
-  const std::lock_guard lock{mutex_};
+  const MutexLock lock{mutex_};
   const auto pathStart = request.find(' ') + 1;
   const auto path = request.substr(pathStart, request.find(' ', pathStart) - pathStart);
   auto start = rangeStart(request);

@@ -7,11 +7,11 @@
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "Base/Mutex.h"
 #include "Base/Path.h"
 #include "Support/ServerResource.h"
 
@@ -43,12 +43,12 @@ class LoopbackServer {
   std::unique_ptr<LoopbackTransport> transport_;
   int listener_ = -1;
   std::uint16_t port_ = 0;
-  mutable std::mutex mutex_;
-  std::map<std::string, ServerResource> resources_;
-  std::vector<std::string> requests_;
-  std::list<int> sockets_;
-  std::vector<std::thread> threads_;
-  bool stopping_ = false;
+  mutable Mutex mutex_;
+  std::map<std::string, ServerResource> resources_ GUARDED_BY(mutex_);
+  std::vector<std::string> requests_ GUARDED_BY(mutex_);
+  std::list<int> sockets_ GUARDED_BY(mutex_);
+  std::vector<std::thread> threads_ GUARDED_BY(mutex_);
+  bool stopping_ GUARDED_BY(mutex_) = false;
 
   void acceptConnections();
   void serve(int socket);

@@ -1,8 +1,8 @@
 // What every URL session promises: over real TLS on the loopback address, or simulated.
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 
+#include "Base/Mutex.h"
 #include "Contract/MachineUnderTest.h"
 #include "Support/ServerResource.h"
 
@@ -28,7 +28,7 @@ class Recorder : public URLSessionDelegate {
   }
   void didWriteData(const std::shared_ptr<URLSessionTask>&, std::int64_t totalWritten,
                     std::int64_t totalExpected) override {
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     EXPECT_GE(totalWritten, written_);
     written_ = totalWritten;
     expected_ = totalExpected;
@@ -36,27 +36,27 @@ class Recorder : public URLSessionDelegate {
   void didFinishDownloadingTo(const std::shared_ptr<URLSessionTask>& task, const Path& location) override {
     note("finished " + std::to_string(task->response()->statusCode) + " " +
          files_.readFile(location).value_or("(no file)"));
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     location_ = location;
   }
   void didCompleteWithError(const std::shared_ptr<URLSessionTask>&,
                             const std::optional<Error>& error) override {
     note(error ? "failed " + error->domain + " " + std::to_string(error->code) : "completed");
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     if (error) resumeData_ = error->downloadResumeData;
     ++ended_;
   }
 
   Redirects redirects = Redirects::follow;
 
-  Lines transcript() const { return locked(transcript_); }
-  int ended() const { return locked(ended_); }
-  std::int64_t written() const { return locked(written_); }
-  std::int64_t expected() const { return locked(expected_); }
-  Path location() const { return locked(location_); }
-  std::shared_ptr<const std::string> resumeData() const { return locked(resumeData_); }
+  Lines transcript() const { return locked(&Recorder::transcript_); }
+  int ended() const { return locked(&Recorder::ended_); }
+  std::int64_t written() const { return locked(&Recorder::written_); }
+  std::int64_t expected() const { return locked(&Recorder::expected_); }
+  Path location() const { return locked(&Recorder::location_); }
+  std::shared_ptr<const std::string> resumeData() const { return locked(&Recorder::resumeData_); }
   void forget() {
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     transcript_.clear();
     written_ = 0;
     ended_ = 0;
@@ -64,22 +64,22 @@ class Recorder : public URLSessionDelegate {
 
  private:
   FileSystem& files_;
-  mutable std::mutex mutex_;
-  Lines transcript_;
-  int ended_ = 0;
-  std::int64_t written_ = 0;
-  std::int64_t expected_ = 0;
-  Path location_;
-  std::shared_ptr<const std::string> resumeData_;
+  mutable Mutex mutex_;
+  Lines transcript_ GUARDED_BY(mutex_);
+  int ended_ GUARDED_BY(mutex_) = 0;
+  std::int64_t written_ GUARDED_BY(mutex_) = 0;
+  std::int64_t expected_ GUARDED_BY(mutex_) = 0;
+  Path location_ GUARDED_BY(mutex_);
+  std::shared_ptr<const std::string> resumeData_ GUARDED_BY(mutex_);
 
   void note(std::string line) {
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     transcript_.push_back(std::move(line));
   }
   template <class T>
-  T locked(const T& value) const {
-    const std::lock_guard lock{mutex_};
-    return value;
+  T locked(T Recorder::* field) const {
+    const MutexLock lock{mutex_};
+    return this->*field;
   }
 };
 
@@ -108,13 +108,13 @@ class URLSessionContract : public Contract {
   // Like "200 body", "204", "NSURLErrorDomain -1001", or "NSURLErrorDomain -1005 after 200" once a head was
   // there.
   std::string fetch(URLSession& from, const std::string& path, Duration timeout = 30s) {
-    std::mutex mutex;
+    Mutex mutex;
     Lines outcomes;
     const auto task = from.dataTask(
         URLRequest{.url = url(path), .timeoutInterval = timeout},
         [&](const std::optional<std::string>& data, const std::optional<HTTPURLResponse>& response,
             const std::optional<Error>& error) {
-          const std::lock_guard lock{mutex};
+          const MutexLock lock{mutex};
           EXPECT_TRUE(response || error);
           const auto status = response ? std::to_string(response->statusCode) : "";
           outcomes.push_back(error ? error->domain + " " + std::to_string(error->code) : status);
@@ -124,7 +124,7 @@ class URLSessionContract : public Contract {
     EXPECT_EQ(task->response(), std::nullopt);
     task->resume();
     turnUntil([&] {
-      const std::lock_guard lock{mutex};
+      const MutexLock lock{mutex};
       return !outcomes.empty();
     });
     machine.dispatch.runMainLoop(10ms);

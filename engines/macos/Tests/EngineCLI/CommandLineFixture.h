@@ -46,7 +46,7 @@ class CommandLineTest : public ::testing::Test {
   }
 
   Lines transcript() const { return test::transcript(machine.streams.events()); }
-  const std::string& standardError() const { return machine.streams.error(); }
+  std::string standardError() const { return machine.streams.error(); }
 };
 
 }  // namespace installer::test

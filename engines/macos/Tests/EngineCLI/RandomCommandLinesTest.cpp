@@ -149,7 +149,7 @@ class RandomCommandLines : public test::CommandLineTest {
   // end.
   std::optional<End> endSeen(std::int32_t status) const {
     const auto events = machine.streams.events();
-    const auto& told = machine.streams.error();
+    const auto told = machine.streams.error();
     if (events.empty() && status != 3)
       return status >= 0 && status <= 5 ? std::optional{End::silentDone} : std::nullopt;
     if (events.empty() && told.starts_with("Usage: engine-cli <hello|")) return End::usage;

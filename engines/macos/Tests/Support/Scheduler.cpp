@@ -258,17 +258,17 @@ SimulatedThread& Scheduler::workerFor(Work job) {
 void Scheduler::handTurn(SimulatedThread& self, SimulatedThread& target) {
   if (&self == &target) return;
   {
-    const std::lock_guard lock{handOver_};
+    const MutexLock lock{handOver_};
     self.turn = false;
     target.turn = true;
   }
-  target.turnCame.notify_one();
+  target.turnCame.notifyOne();
   awaitTurn(self);
 }
 
 void Scheduler::awaitTurn(SimulatedThread& self) {
-  std::unique_lock lock{handOver_};
-  self.turnCame.wait(lock, [&self] { return self.turn; });
+  MutexLock lock{handOver_};
+  while (!self.turn) self.turnCame.wait(handOver_);
 }
 
 void Scheduler::workerMain(SimulatedThread& self) {
@@ -281,10 +281,10 @@ void Scheduler::workerMain(SimulatedThread& self) {
     if (shutDown_) break;
     passTurn(self);
   }
-  const std::lock_guard lock{handOver_};
+  const MutexLock lock{handOver_};
   self.turn = false;
   main_.turn = true;
-  main_.turnCame.notify_one();
+  main_.turnCame.notifyOne();
 }
 
 void Scheduler::shutDown() {

@@ -4,20 +4,19 @@
 // hands the turn over.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <list>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <random>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "Base/Mutex.h"
 #include "Platform/Dispatch.h"
 
 namespace installer::test {
@@ -36,7 +35,7 @@ struct SimulatedThread {
   bool turn = false;
   bool idle = false;   // a worker without a block
   bool leave = false;  // ends at its next turn
-  std::condition_variable turnCame;
+  Condition turnCame;
   std::thread handle;  // not of the main thread
 };
 
@@ -84,7 +83,7 @@ class Scheduler {
   std::mt19937_64 random_;
   bool seeded_;
   std::thread::id mainIdentifier_;
-  std::mutex handOver_;
+  Mutex handOver_;  // guards every thread's `turn`
   SimulatedThread main_;
   std::list<SimulatedThread> workers_;
 

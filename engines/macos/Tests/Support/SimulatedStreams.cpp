@@ -15,12 +15,22 @@ std::vector<std::string> linesOf(std::string_view text) {
   return lines;
 }
 
+std::string SimulatedStreams::output() const {
+  const MutexLock lock{writing_};
+  return output_;
+}
+
+std::string SimulatedStreams::error() const {
+  const MutexLock lock{writing_};
+  return error_;
+}
+
 std::vector<std::string> SimulatedStreams::outputLines() const {
-  return linesOf(output_);
+  return linesOf(output());
 }
 
 std::vector<std::string> SimulatedStreams::errorLines() const {
-  return linesOf(error_);
+  return linesOf(error());
 }
 
 std::vector<Json> SimulatedStreams::events() const {
@@ -39,6 +49,7 @@ std::vector<Json> SimulatedStreams::events(std::string_view type) const {
 }
 
 void SimulatedStreams::forgetOutput() {
+  const MutexLock lock{writing_};
   output_.clear();
   error_.clear();
 }
@@ -66,12 +77,12 @@ void SimulatedStreams::announce() {
 }
 
 void SimulatedStreams::writeOutput(std::string_view bytes) {
-  const std::lock_guard lock{writing_};
+  const MutexLock lock{writing_};
   if (!readerGone_) output_.append(bytes);
 }
 
 void SimulatedStreams::writeError(std::string_view bytes) {
-  const std::lock_guard lock{writing_};
+  const MutexLock lock{writing_};
   if (!readerGone_) error_.append(bytes);
 }
 

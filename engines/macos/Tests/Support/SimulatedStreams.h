@@ -3,13 +3,13 @@
 
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "Base/JSONReader.h"
+#include "Base/Mutex.h"
 #include "Platform/StandardStreams.h"
 #include "Support/SimulatedDispatch.h"
 
@@ -19,8 +19,8 @@ class SimulatedStreams : public StandardStreams {
  public:
   explicit SimulatedStreams(SimulatedDispatch& dispatch) : dispatch_{dispatch} {}
 
-  const std::string& output() const { return output_; }
-  const std::string& error() const { return error_; }
+  std::string output() const;
+  std::string error() const;
   std::vector<std::string> outputLines() const;
   std::vector<std::string> errorLines() const;
   // The lines of standard output that are JSON objects, in order. Other lines are passed over.
@@ -44,9 +44,9 @@ class SimulatedStreams : public StandardStreams {
 
  private:
   SimulatedDispatch& dispatch_;
-  std::mutex writing_;  // of either stream
-  std::string output_;
-  std::string error_;
+  mutable Mutex writing_;  // of either stream
+  std::string output_ GUARDED_BY(writing_);
+  std::string error_ GUARDED_BY(writing_);
   std::deque<std::string> input_;
   bool closed_ = false;
   bool readerGone_ = false;

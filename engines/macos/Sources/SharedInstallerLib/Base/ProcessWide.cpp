@@ -2,13 +2,15 @@
 
 #include <vector>
 
+#include "Base/Mutex.h"
+
 namespace installer {
 
 namespace {
 
 struct Forgetters {
-  std::mutex mutex;
-  std::vector<std::function<void()>> entries;
+  Mutex mutex;
+  std::vector<std::function<void()>> entries GUARDED_BY(mutex);
 };
 
 // Never destroyed: a worker may make its first process-wide value while the process exits.
@@ -23,7 +25,7 @@ void forgetProcessWide() {
   auto& list = forgetters();
   std::vector<std::function<void()>> entries;
   {
-    const std::lock_guard lock{list.mutex};
+    const MutexLock lock{list.mutex};
     entries = std::exchange(list.entries, {});
   }
   while (!entries.empty()) {
@@ -34,7 +36,7 @@ void forgetProcessWide() {
 
 void atForgetting(std::function<void()> forget) {
   auto& list = forgetters();
-  const std::lock_guard lock{list.mutex};
+  const MutexLock lock{list.mutex};
   list.entries.push_back(std::move(forget));
 }
 

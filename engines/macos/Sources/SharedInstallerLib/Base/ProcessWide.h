@@ -7,8 +7,9 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <utility>
+
+#include "Base/Mutex.h"
 
 namespace installer {
 
@@ -28,7 +29,7 @@ class ProcessWide {
 
   // `make` may log and may use other process-wide values, but not this one.
   T& get() {
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     if (value_ == nullptr) {
       value_ = make_().release();
       atForgetting([this] { forget(); });
@@ -38,11 +39,11 @@ class ProcessWide {
 
  private:
   Make make_;
-  std::mutex mutex_;
-  T* value_ = nullptr;  // not destroyed at exit, by design
+  Mutex mutex_;
+  T* value_ GUARDED_BY(mutex_) = nullptr;  // not destroyed at exit, by design
 
   void forget() {
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     delete std::exchange(value_, nullptr);
   }
 };

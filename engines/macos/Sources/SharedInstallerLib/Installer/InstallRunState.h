@@ -5,11 +5,11 @@
 #pragma once
 
 #include <cstddef>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <vector>
 
+#include "Base/Mutex.h"
 #include "Installer/InstallOrchestratorDelegate.h"
 #include "Models/AppInfo.h"
 
@@ -55,15 +55,15 @@ class InstallRunState {
   void advance();
 
  private:
-  mutable std::mutex mutex_;
-  std::vector<AppInfo> appsToInstall_;
-  std::size_t currentAppIndex_ = 0;
-  std::vector<AppInstallResult> results_;  // in finishing order
-  bool isCancelled_ = false;
-  std::set<AppIdentifier> skipRequested_;
-  InstallStage currentStage_ = InstallStage::download;
-  int holds_ = 0;
-  bool isStepDue_ = false;  // one was asked for during a hold
+  mutable Mutex mutex_;
+  std::vector<AppInfo> appsToInstall_ GUARDED_BY(mutex_);
+  std::size_t currentAppIndex_ GUARDED_BY(mutex_) = 0;
+  std::vector<AppInstallResult> results_ GUARDED_BY(mutex_);  // in finishing order
+  bool isCancelled_ GUARDED_BY(mutex_) = false;
+  std::set<AppIdentifier> skipRequested_ GUARDED_BY(mutex_);
+  InstallStage currentStage_ GUARDED_BY(mutex_) = InstallStage::download;
+  int holds_ GUARDED_BY(mutex_) = 0;
+  bool isStepDue_ GUARDED_BY(mutex_) = false;  // one was asked for during a hold
 };
 
 }  // namespace installer

@@ -139,7 +139,7 @@ bool OnlineAcquisition::retriesAfter(const Error& error) {
 
 // False for a run that was cancelled: nothing starts any more.
 bool OnlineAcquisition::startsWaiting() {
-  const std::lock_guard guard{lock_};
+  const MutexLock guard{lock_};
   if (isCancelled_) return false;
   isWaitingToRetry_ = true;
   return true;

@@ -55,7 +55,7 @@ void OnlineAcquisition::beginDownload() {
   const auto task = resumeData_ ? session->downloadTaskWithResumeData(*resumeData_)
                                 : session->downloadTask(versionInfo_->downloadURL);
   {
-    const std::lock_guard guard{lock_};
+    const MutexLock guard{lock_};
     downloadTask_ = task;
   }
   // A cancel that came meanwhile has ended the session or the task, which then fails without a transfer.
@@ -66,7 +66,7 @@ std::shared_ptr<URLSession> OnlineAcquisition::sessionForDownload() {
   std::shared_ptr<URLSession> session;
   bool wasCancelled = false;
   {
-    const std::lock_guard guard{lock_};
+    const MutexLock guard{lock_};
     isWaitingToRetry_ = false;
     session = downloadSession_;
     wasCancelled = isCancelled_;
@@ -85,7 +85,7 @@ std::shared_ptr<URLSession> OnlineAcquisition::sessionForDownload() {
 bool OnlineAcquisition::switchToAlternate(const std::string& reason) {
   if (!alternateDownloadURL_ || !versionInfo_) return false;
   {
-    const std::lock_guard guard{lock_};
+    const MutexLock guard{lock_};
     if (isFinished_ || isCancelled_) return false;
   }
   const auto url = *std::exchange(alternateDownloadURL_, std::nullopt);

@@ -19,7 +19,7 @@ OnlineAcquisition::OnlineAcquisition(AppInfo app, std::string label,
 void OnlineAcquisition::start() {
   {
     auto session = machine().sessions.make(shared_from_this());
-    const std::lock_guard guard{lock_};
+    const MutexLock guard{lock_};
     downloadSession_ = std::move(session);
   }
   machine().dispatch.asyncGlobal(QualityOfService::userInitiated, [weakly = weak_from_this()] {
@@ -32,7 +32,7 @@ void OnlineAcquisition::cancel() {
   std::shared_ptr<URLSessionTask> task;
   bool wasWaitingToRetry = false;
   {
-    const std::lock_guard guard{lock_};
+    const MutexLock guard{lock_};
     isCancelled_ = true;
     session = downloadSession_;
     task = downloadTask_;
@@ -52,7 +52,7 @@ void OnlineAcquisition::report(const std::string& statusText, const std::string&
                                const Progress& progress) {
   PackageProvider::ProgressHandler handler;
   {
-    const std::lock_guard guard{lock_};
+    const MutexLock guard{lock_};
     handler = progressHandler_;
   }
   if (handler) handler(statusText, detailText, progress);
@@ -68,7 +68,7 @@ void OnlineAcquisition::complete(PackageProvider::Outcome outcome) {
   PackageProvider::Completion completion;
   bool isDuplicate = false;
   {
-    const std::lock_guard guard{lock_};
+    const MutexLock guard{lock_};
     isDuplicate = std::exchange(isFinished_, true);
     if (!isDuplicate) {
       session = std::exchange(downloadSession_, nullptr);

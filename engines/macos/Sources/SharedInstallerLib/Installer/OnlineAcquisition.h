@@ -10,10 +10,10 @@
 
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
+#include "Base/Mutex.h"
 #include "Models/PackageMeta.h"
 #include "Models/PackageProvider.h"
 #include "Platform/Dispatch.h"
@@ -53,14 +53,14 @@ class OnlineAcquisition : public URLSessionDelegate, public std::enable_shared_f
   std::optional<TimePoint> lastUIUpdateTime_;  // when the handler was last fed with bytes
   int lastLoggedPercentage_ = -10;             // a multiple of ten
 
-  std::mutex lock_;
-  bool isFinished_ = false;  // the completion has been taken to be run
-  bool isCancelled_ = false;
-  bool isWaitingToRetry_ = false;
-  std::shared_ptr<URLSession> downloadSession_;       // null once finished
-  std::shared_ptr<URLSessionTask> downloadTask_;      // the one last started
-  PackageProvider::ProgressHandler progressHandler_;  // empty once finished
-  PackageProvider::Completion completion_;            // empty once finished
+  Mutex lock_;
+  bool isFinished_ GUARDED_BY(lock_) = false;  // the completion has been taken to be run
+  bool isCancelled_ GUARDED_BY(lock_) = false;
+  bool isWaitingToRetry_ GUARDED_BY(lock_) = false;
+  std::shared_ptr<URLSession> downloadSession_ GUARDED_BY(lock_);       // null once finished
+  std::shared_ptr<URLSessionTask> downloadTask_ GUARDED_BY(lock_);      // the one last started
+  PackageProvider::ProgressHandler progressHandler_ GUARDED_BY(lock_);  // empty once finished
+  PackageProvider::Completion completion_ GUARDED_BY(lock_);            // empty once finished
 
   // +Resolve
   void resolvePackage();

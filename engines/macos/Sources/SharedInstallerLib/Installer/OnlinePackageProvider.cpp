@@ -14,7 +14,7 @@ void OnlinePackageProvider::acquirePackage(const AppInfo& app, const std::string
   auto acquisition =
       std::make_shared<OnlineAcquisition>(app, label, std::move(progressHandler), std::move(completion));
   {
-    const std::lock_guard guard{lock_};
+    const MutexLock guard{lock_};
     current_ = acquisition;
   }
   acquisition->start();
@@ -23,7 +23,7 @@ void OnlinePackageProvider::acquirePackage(const AppInfo& app, const std::string
 void OnlinePackageProvider::cancelAcquisition() {
   std::shared_ptr<OnlineAcquisition> acquisition;
   {
-    const std::lock_guard guard{lock_};
+    const MutexLock guard{lock_};
     acquisition = current_;
   }
   if (acquisition) acquisition->cancel();

@@ -5,9 +5,9 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 
+#include "Base/Mutex.h"
 #include "Models/PackageProvider.h"
 
 namespace installer {
@@ -31,8 +31,8 @@ class OnlinePackageProvider : public PackageProvider {
   bool isOfflineMode() const override { return false; }
 
  private:
-  std::mutex lock_;
-  std::shared_ptr<OnlineAcquisition> current_;  // the latest, finished or not
+  Mutex lock_;
+  std::shared_ptr<OnlineAcquisition> current_ GUARDED_BY(lock_);  // the latest, finished or not
 };
 
 }  // namespace installer

@@ -100,7 +100,7 @@ PrivilegedRunner& PrivilegedRunner::shared() {
 }
 
 AdminOutcome PrivilegedRunner::run(const std::string& command) {
-  const std::lock_guard lock{privilegedRunnerLock_};
+  const MutexLock lock{privilegedRunnerLock_};
   if (auto* const script = privilegedRunner()) {
     const auto error = script->callHandler(handlerName, command);
     if (error) return adminOutcome(*error);

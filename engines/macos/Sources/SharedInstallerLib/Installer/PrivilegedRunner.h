@@ -2,11 +2,11 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 
 #include "Base/Error.h"
+#include "Base/Mutex.h"
 #include "Base/Path.h"
 #include "Platform/AdministratorScript.h"
 
@@ -61,11 +61,12 @@ class PrivilegedRunner {
   AdminOutcome run(const std::string& command);
 
  private:
-  std::mutex privilegedRunnerLock_;  // held across each execution, the fallback's included
-  bool isMade_ = false;
-  std::unique_ptr<AdministratorScript> script_;  // null when the platform couldn't make it; made once
+  Mutex privilegedRunnerLock_;  // held across each execution, the fallback's included
+  bool isMade_ GUARDED_BY(privilegedRunnerLock_) = false;
+  // Made once; null when the platform couldn't make it.
+  std::unique_ptr<AdministratorScript> script_ GUARDED_BY(privilegedRunnerLock_);
 
-  AdministratorScript* privilegedRunner();
+  AdministratorScript* privilegedRunner() REQUIRES(privilegedRunnerLock_);
 };
 
 }  // namespace installer

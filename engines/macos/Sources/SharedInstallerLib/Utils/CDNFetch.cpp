@@ -27,7 +27,7 @@ void TrustedRedirectDelegate::willPerformHTTPRedirection(const std::shared_ptr<U
   {
     // In the set before the refusal can be seen anywhere: whether the task then ends with the redirect's own
     // answer or with a cancellation is a race.
-    const std::lock_guard guard{lock_};
+    const MutexLock guard{lock_};
     refusedTasks_.insert(task->taskIdentifier());
   }
   decide(std::nullopt);
@@ -35,7 +35,7 @@ void TrustedRedirectDelegate::willPerformHTTPRedirection(const std::shared_ptr<U
 }
 
 bool TrustedRedirectDelegate::didRefuseRedirect(int forTask) {
-  const std::lock_guard guard{lock_};
+  const MutexLock guard{lock_};
   return refusedTasks_.erase(forTask) > 0;
 }
 

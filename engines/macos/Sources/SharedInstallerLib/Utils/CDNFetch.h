@@ -4,11 +4,11 @@
 
 #include <expected>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_set>
 
+#include "Base/Mutex.h"
 #include "Base/URL.h"
 #include "Platform/Dispatch.h"
 #include "Platform/URLSession.h"
@@ -26,8 +26,8 @@ class TrustedRedirectDelegate : public URLSessionDelegate {
   bool didRefuseRedirect(int forTask);
 
  private:
-  std::mutex lock_;  // held for the one set operation only
-  std::unordered_set<int> refusedTasks_;
+  Mutex lock_;
+  std::unordered_set<int> refusedTasks_ GUARDED_BY(lock_);
 };
 
 }  // namespace installer

@@ -1,9 +1,9 @@
 #include "Utils/ExistingAppDetector.h"
 
 #include <fmt/format.h>
-#include <mutex>
 #include <nlohmann/json.hpp>
 
+#include "Base/Mutex.h"
 #include "Base/ProcessWide.h"
 #include "Platform/Machine.h"
 #include "Utils/Log.h"
@@ -22,22 +22,22 @@ class BundleCache {
   }
 
   std::shared_ptr<const Bundle> find(const Path& path) {
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     const auto hit = bundles_.find(path);
     return hit == bundles_.end() ? nullptr : hit->second;
   }
   void keep(const Path& path, std::shared_ptr<const Bundle> bundle) {
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     bundles_.insert_or_assign(path, std::move(bundle));
   }
   void erase(const Path& path) {
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     bundles_.erase(path);
   }
 
  private:
-  std::mutex mutex_;
-  std::map<Path, std::shared_ptr<const Bundle>> bundles_;
+  Mutex mutex_;
+  std::map<Path, std::shared_ptr<const Bundle>> bundles_ GUARDED_BY(mutex_);
 };
 
 Path expectedPath(const AppInfo& app) {

@@ -2,9 +2,9 @@
 
 #include <charconv>
 #include <fmt/format.h>
-#include <mutex>
 #include <string>
 
+#include "Base/Mutex.h"
 #include "Base/ProcessWide.h"
 #include "Base/Text.h"
 #include "Platform/Machine.h"
@@ -20,9 +20,10 @@ constexpr Duration probeLimit{8.0};
 
 // The lock is never held across the probe. Of two probes at once the later result stands.
 struct SourceVerdict {
-  std::mutex verdictLock;
-  bool reached = false;
-  std::optional<InstallerRetirement> retirement;  // absent with `reached`: not retired, for good
+  Mutex verdictLock;
+  bool reached GUARDED_BY(verdictLock) = false;
+  // Absent with `reached`: not retired, for good.
+  std::optional<InstallerRetirement> retirement GUARDED_BY(verdictLock);
 };
 
 SourceVerdict& sourceVerdict() {
@@ -150,11 +151,11 @@ std::optional<InstallerRetirement> InstallerLifecycle::expiry() {
 std::optional<InstallerRetirement> InstallerLifecycle::confirmSourceRetired() {
   auto& verdict = sourceVerdict();
   {
-    const std::lock_guard lock{verdict.verdictLock};
+    const MutexLock lock{verdict.verdictLock};
     if (verdict.reached) return verdict.retirement;
   }
   auto result = probeSourceRetired();
-  const std::lock_guard lock{verdict.verdictLock};
+  const MutexLock lock{verdict.verdictLock};
   verdict.reached = true;
   verdict.retirement = result;
   return result;
@@ -162,7 +163,7 @@ std::optional<InstallerRetirement> InstallerLifecycle::confirmSourceRetired() {
 
 std::optional<InstallerRetirement> InstallerLifecycle::reachedSourceVerdict() {
   auto& verdict = sourceVerdict();
-  const std::lock_guard lock{verdict.verdictLock};
+  const MutexLock lock{verdict.verdictLock};
   return verdict.retirement;
 }
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <map>
 #include <memory>
-#include <mutex>
 
+#include "Base/Mutex.h"
 #include "Platform/Machine.h"
 #include "Utils/CDNSource.h"
 #include "Utils/ExistingAppDetector.h"
@@ -28,17 +28,22 @@ namespace installer::UpdateChecker {
 
 namespace {
 
-// What the tasks of one sweep found. Written under the lock, read after the last task has signalled.
+// What the tasks of one sweep found.
 struct Findings {
-  std::mutex lock;
   std::map<AppIdentifier, std::string> latestVersions;
   std::map<AppIdentifier, std::int64_t> sizes;
   std::map<AppIdentifier, CDNFetchError> failures;
 };
 
-void look(const AppInfo& app, Findings& findings) {
+struct SharedFindings {
+  Mutex mutex;
+  Findings findings GUARDED_BY(mutex);
+};
+
+void look(const AppInfo& app, SharedFindings& shared) {
   const auto package = CDNSource::fetchPackage(app, CDNSource::kFetchTimeout);
-  const std::lock_guard guard{findings.lock};
+  const MutexLock lock{shared.mutex};
+  Findings& findings = shared.findings;
   if (!package) {
     findings.failures[app.id] = package.error();
     return;
@@ -48,18 +53,19 @@ void look(const AppInfo& app, Findings& findings) {
 }
 
 // One task per app, all at once; returns after the last has ended. Each ends by itself.
-std::shared_ptr<Findings> lookAtAll(const std::vector<AppInfo>& apps) {
-  auto findings = std::make_shared<Findings>();
+Findings lookAtAll(const std::vector<AppInfo>& apps) {
+  const auto shared = std::make_shared<SharedFindings>();
   auto& dispatch = machine().dispatch;
   const auto ended = dispatch.makeSemaphore(0);
   for (const auto& app : apps) {
-    dispatch.asyncGlobal(QualityOfService::userInitiated, [app, findings, ended] {
-      look(app, *findings);
+    dispatch.asyncGlobal(QualityOfService::userInitiated, [app, shared, ended] {
+      look(app, *shared);
       ended->signal();
     });
   }
   for (std::size_t i = 0; i < apps.size(); ++i) ended->wait();
-  return findings;
+  const MutexLock lock{shared->mutex};
+  return std::move(shared->findings);
 }
 
 template <class Value>
@@ -93,11 +99,11 @@ UpdateSweep sweep(const std::vector<AppInfo>& apps, bool network) {
   installed.reserve(apps.size());
   for (const auto& app : apps) installed.push_back(ExistingAppDetector::detect(app));
 
-  const auto findings = network ? lookAtAll(apps) : std::make_shared<Findings>();
+  const auto findings = network ? lookAtAll(apps) : Findings{};
 
   UpdateSweep result;
-  for (const auto& status : installed) result.statuses.push_back(statusOf(status, *findings));
-  result.allPackagesMissing = network && everyLookupFoundNothing(apps, *findings);
+  for (const auto& status : installed) result.statuses.push_back(statusOf(status, findings));
+  result.allPackagesMissing = network && everyLookupFoundNothing(apps, findings);
   return result;
 }
 

@@ -6,10 +6,10 @@
 #include <charconv>
 #include <csignal>
 #include <fmt/format.h>
-#include <mutex>
 #include <set>
 #include <unistd.h>
 
+#include "Base/Mutex.h"
 #include "Base/POSIX/FileTree.h"
 
 namespace installer {
@@ -19,8 +19,8 @@ namespace {
 // The names that this process is using. A leftover under our own process identifier stems from an earlier
 // process that bore the same number.
 struct ActiveNames {
-  std::mutex mutex;
-  std::multiset<std::string> names;
+  Mutex mutex;
+  std::multiset<std::string> names GUARDED_BY(mutex);
 };
 
 ActiveNames& active() {
@@ -29,7 +29,7 @@ ActiveNames& active() {
 }
 
 bool isActive(const std::string& name) {
-  const std::lock_guard lock{active().mutex};
+  const MutexLock lock{active().mutex};
   return active().names.contains(name);
 }
 
@@ -49,7 +49,7 @@ std::string prefixOf(const std::string& name, const char* purpose) {
 }
 
 std::string claimName(const std::string& prefix) {
-  const std::lock_guard lock{active().mutex};
+  const MutexLock lock{active().mutex};
   std::string name = fmt::format("{}{}", prefix, ::getpid());
   for (int number = 1; active().names.contains(name); ++number) {
     name = fmt::format("{}{}.{}", prefix, ::getpid(), number);
@@ -73,7 +73,7 @@ HiddenSibling::HiddenSibling(int folder, const std::string& name, const char* pu
 }
 
 HiddenSibling::~HiddenSibling() {
-  const std::lock_guard lock{active().mutex};
+  const MutexLock lock{active().mutex};
   active().names.erase(active().names.find(claimed_));
 }
 

@@ -4,8 +4,8 @@
 #include <dispatch/dispatch.h>
 
 #include <algorithm>
-#include <mutex>
 
+#include "Base/Mutex.h"
 #include "Platform/Darwin/DarwinServices.h"
 
 namespace installer::darwin {
@@ -83,7 +83,7 @@ class DarwinTimer final : public Timer {
     dispatch_source_set_timer(source_, DISPATCH_TIME_NOW, pause, 0);
     dispatch_source_set_event_handler(source_, ^{
       @autoreleasepool {
-        const std::lock_guard lock{state->mutex};
+        const MutexLock lock{state->mutex};
         if (!state->cancelled) handler();
       }
     });
@@ -96,14 +96,14 @@ class DarwinTimer final : public Timer {
   // Waits for a handler that is running on another thread; from the handler itself the lock is already held.
   void cancel() override {
     dispatch_source_cancel(source_);
-    const std::lock_guard lock{state_->mutex};
+    const MutexLock lock{state_->mutex};
     state_->cancelled = true;
   }
 
  private:
   struct State {
-    std::recursive_mutex mutex;
-    bool cancelled = false;
+    RecursiveMutex mutex;
+    bool cancelled GUARDED_BY(mutex) = false;
   };
 
   dispatch_source_t source_;

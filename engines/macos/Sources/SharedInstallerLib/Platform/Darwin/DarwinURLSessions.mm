@@ -2,8 +2,7 @@
 // the session's own.
 #import <Foundation/Foundation.h>
 
-#include <mutex>
-
+#include "Base/Mutex.h"
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
 #import "Platform/Darwin/DarwinURLTasks.h"
@@ -84,7 +83,7 @@ class DarwinURLSession final : public URLSession {
                                            DataTaskCompletion completion) override {
     @autoreleasepool {
       NSURL* url = nsURL(request.url);
-      const std::lock_guard lock{mutex_};
+      const MutexLock lock{mutex_};
       if (url == nil || invalidated_) {
         const auto problem = refusal(url);
         return failedTask([completion = std::move(completion), problem](const auto&) {
@@ -98,7 +97,7 @@ class DarwinURLSession final : public URLSession {
   std::shared_ptr<URLSessionTask> downloadTask(const URL& url) override {
     @autoreleasepool {
       NSURL* address = nsURL(url);
-      const std::lock_guard lock{mutex_};
+      const MutexLock lock{mutex_};
       if (address == nil || invalidated_) return failedDownload(refusal(address));
       return tasks_->add([session_ downloadTaskWithURL:address]);
     }
@@ -106,7 +105,7 @@ class DarwinURLSession final : public URLSession {
 
   std::shared_ptr<URLSessionTask> downloadTaskWithResumeData(const std::string& resumeData) override {
     @autoreleasepool {
-      const std::lock_guard lock{mutex_};
+      const MutexLock lock{mutex_};
       if (invalidated_) return failedDownload(urlError(URLErrorCode::cancelled, "The session has ended."));
       NSURLSessionTask* task = [session_ downloadTaskWithResumeData:nsData(resumeData)];
       if (task == nil) return failedDownload(urlError(URLErrorCode::unknown, "The resume data is unusable."));
@@ -116,7 +115,7 @@ class DarwinURLSession final : public URLSession {
 
   void finishTasksAndInvalidate() override {
     @autoreleasepool {
-      const std::lock_guard lock{mutex_};
+      const MutexLock lock{mutex_};
       invalidated_ = true;
       [session_ finishTasksAndInvalidate];
     }
@@ -124,7 +123,7 @@ class DarwinURLSession final : public URLSession {
 
   void invalidateAndCancel() override {
     @autoreleasepool {
-      const std::lock_guard lock{mutex_};
+      const MutexLock lock{mutex_};
       invalidated_ = true;
       [session_ invalidateAndCancel];
     }
@@ -149,9 +148,9 @@ class DarwinURLSession final : public URLSession {
   NSURLSession* session_;
   std::shared_ptr<TaskTable> tasks_;
   std::weak_ptr<URLSessionDelegate> delegate_;
-  std::mutex mutex_;  // guards the next two: a task asked of an invalidated session is a fault there
-  bool invalidated_ = false;
-  int failedIdentifier_ = -1;  // counts down, apart from the system's own
+  Mutex mutex_;  // guards the next two: a task asked of an invalidated session is a fault there
+  bool invalidated_ GUARDED_BY(mutex_) = false;
+  int failedIdentifier_ GUARDED_BY(mutex_) = -1;  // counts down, apart from the system's own
 };
 
 class DarwinURLSessions final : public URLSessions {

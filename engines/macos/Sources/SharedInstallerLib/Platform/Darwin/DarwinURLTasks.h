@@ -7,10 +7,10 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <utility>
 
+#include "Base/Mutex.h"
 #import "Platform/Darwin/DarwinFoundation.h"
 #import "Platform/Darwin/DarwinURLTranslation.h"
 #include "Platform/URLSession.h"
@@ -107,25 +107,25 @@ class TaskTable {
  public:
   std::shared_ptr<DarwinTask> add(NSURLSessionTask* task, DataTaskCompletion completion = nullptr) {
     auto made = std::make_shared<DarwinTask>(task, std::move(completion));
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     tasks_[task.taskIdentifier] = made;
     return made;
   }
   std::shared_ptr<DarwinTask> find(NSURLSessionTask* task) {
     {
-      const std::lock_guard lock{mutex_};
+      const MutexLock lock{mutex_};
       if (const auto found = tasks_.find(task.taskIdentifier); found != tasks_.end()) return found->second;
     }
     return std::make_shared<DarwinTask>(task);
   }
   void forget(NSUInteger identifier) {
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     tasks_.erase(identifier);
   }
 
  private:
-  std::mutex mutex_;
-  std::map<NSUInteger, std::shared_ptr<DarwinTask>> tasks_;
+  Mutex mutex_;
+  std::map<NSUInteger, std::shared_ptr<DarwinTask>> tasks_ GUARDED_BY(mutex_);
 };
 
 }  // namespace installer::darwin

@@ -55,17 +55,17 @@ std::string unlessTooLong(std::string line) {
 }  // namespace
 
 void POSIXStandardStreams::writeOutput(std::string_view bytes) {
-  const std::lock_guard lock{writingOutput_};
+  const MutexLock lock{writingOutput_};
   writeEverything(STDOUT_FILENO, bytes);
 }
 
 void POSIXStandardStreams::writeError(std::string_view bytes) {
-  const std::lock_guard lock{writingError_};
+  const MutexLock lock{writingError_};
   writeEverything(STDERR_FILENO, bytes);
 }
 
 std::optional<std::string> POSIXStandardStreams::readLine() {
-  const std::lock_guard lock{reading_};
+  const MutexLock lock{reading_};
   std::array<char, 65536> arrived;
   std::string line;
   for (;;) {

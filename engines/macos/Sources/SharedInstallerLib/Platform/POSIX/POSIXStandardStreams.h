@@ -1,8 +1,7 @@
 // The three streams by plain system calls.
 #pragma once
 
-#include <mutex>
-
+#include "Base/Mutex.h"
 #include "Platform/StandardStreams.h"
 
 namespace installer {
@@ -15,10 +14,10 @@ class POSIXStandardStreams : public StandardStreams {
   std::optional<std::string> readLine() override;
 
  private:
-  std::mutex writingOutput_;  // a write of more than a pipe takes at once is made in several pieces
-  std::mutex writingError_;
-  std::mutex reading_;
-  std::string buffer_;  // what was read beyond the last line
+  Mutex writingOutput_;  // a write of more than a pipe takes at once is made in several pieces
+  Mutex writingError_;
+  Mutex reading_;
+  std::string buffer_ GUARDED_BY(reading_);  // what was read beyond the last line
 };
 
 }  // namespace installer

@@ -1,20 +1,20 @@
 #include "Platform/Linux/Dispatch/CallbackQueue.h"
 
-#include <condition_variable>
 #include <deque>
 #include <future>
-#include <mutex>
 #include <thread>
 #include <utility>
+
+#include "Base/Mutex.h"
 
 namespace installer {
 
 struct CallbackQueue::State {
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::deque<Work> blocks;
-  bool isClosing = false;
-  std::thread thread;  // starts with the first block
+  Mutex mutex;
+  Condition changed;
+  std::deque<Work> blocks GUARDED_BY(mutex);
+  bool isClosing GUARDED_BY(mutex) = false;
+  std::thread thread GUARDED_BY(mutex);  // starts with the first block
 };
 
 CallbackQueue::CallbackQueue() : state_{std::make_shared<State>()} {
@@ -23,11 +23,11 @@ CallbackQueue::CallbackQueue() : state_{std::make_shared<State>()} {
 CallbackQueue::~CallbackQueue() {
   std::thread thread;
   {
-    const std::lock_guard guard{state_->mutex};
+    const MutexLock guard{state_->mutex};
     state_->isClosing = true;
     thread = std::move(state_->thread);
   }
-  state_->changed.notify_one();
+  state_->changed.notifyOne();
   if (!thread.joinable()) return;
   if (thread.get_id() == std::this_thread::get_id()) {
     thread.detach();
@@ -38,13 +38,13 @@ CallbackQueue::~CallbackQueue() {
 
 void CallbackQueue::async(Work work) {
   {
-    const std::lock_guard guard{state_->mutex};
+    const MutexLock guard{state_->mutex};
     state_->blocks.push_back(std::move(work));
     if (!state_->thread.joinable()) {
       state_->thread = std::thread{[state = state_] { serve(*state); }};
     }
   }
-  state_->changed.notify_one();
+  state_->changed.notifyOne();
 }
 
 void CallbackQueue::drain() {
@@ -54,9 +54,9 @@ void CallbackQueue::drain() {
 }
 
 void CallbackQueue::serve(State& state) {
-  std::unique_lock lock{state.mutex};
+  MutexLock lock{state.mutex};
   while (true) {
-    state.changed.wait(lock, [&state] { return state.isClosing || !state.blocks.empty(); });
+    while (!state.isClosing && state.blocks.empty()) state.changed.wait(state.mutex);
     if (state.blocks.empty()) return;
     const auto work = std::move(state.blocks.front());
     state.blocks.pop_front();

@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <asio.hpp>
 #include <cassert>
-#include <condition_variable>
 #include <fcntl.h>
-#include <mutex>
 #include <thread>
 
+#include "Base/Mutex.h"
 #include "Base/POSIX/FileDescriptor.h"
 #include "Platform/Linux/Dispatch/LinuxTimer.h"
 #include "Platform/Linux/Dispatch/SerialWork.h"
@@ -32,29 +31,31 @@ class LinuxSemaphore : public Semaphore {
 
   void signal() override {
     // Notified under the lock: the waiter may destroy the semaphore as soon as it is let go.
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     ++count_;
-    changed_.notify_one();
+    changed_.notifyOne();
   }
 
   void wait() override {
-    std::unique_lock lock{mutex_};
-    changed_.wait(lock, [this] { return count_ > 0; });
+    MutexLock lock{mutex_};
+    while (count_ == 0) changed_.wait(mutex_);
     --count_;
   }
 
   bool waitFor(Duration limit) override {
     const auto deadline = Clock::now() + ticks(limit);
-    std::unique_lock lock{mutex_};
-    if (!changed_.wait_until(lock, deadline, [this] { return count_ > 0; })) return false;
+    MutexLock lock{mutex_};
+    while (count_ == 0) {
+      if (!changed_.waitUntil(mutex_, deadline) && count_ == 0) return false;
+    }
     --count_;
     return true;
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  int count_;
+  Mutex mutex_;
+  Condition changed_;
+  int count_ GUARDED_BY(mutex_);
 };
 
 class LinuxSerialQueue : public SerialQueue {

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
-#include <condition_variable>
 #include <utility>
 
+#include "Base/Mutex.h"
 #include "Platform/Linux/Dispatch/WorkerPool.h"
 
 namespace installer {
@@ -19,11 +19,16 @@ constexpr std::chrono::steady_clock::duration shortestInterval = std::chrono::mi
 
 void TimerThread::stop() {
   context_.stop();
-  if (thread_.joinable()) thread_.join();
+  std::thread thread;
+  {
+    const MutexLock lock{mutex_};
+    thread = std::move(thread_);
+  }
+  if (thread.joinable()) thread.join();
 }
 
 asio::io_context& TimerThread::context() {
-  const std::lock_guard lock{mutex_};
+  const MutexLock lock{mutex_};
   if (!thread_.joinable()) {
     staysOpen_.emplace(context_.get_executor());
     thread_ = std::thread{[this] { context_.run(); }};
@@ -41,11 +46,11 @@ struct LinuxTimer::State : std::enable_shared_from_this<State> {
   const Work handler;
   asio::steady_timer wait;  // on the timer thread only
 
-  std::mutex mutex;
-  std::condition_variable idle;
-  bool cancelled = false;
-  bool posted = false;         // a firing waits for a worker or runs
-  std::thread::id firingOn{};  // the thread that is in the handler
+  Mutex mutex;
+  Condition idle;
+  bool cancelled GUARDED_BY(mutex) = false;
+  bool posted GUARDED_BY(mutex) = false;         // a firing waits for a worker or runs
+  std::thread::id firingOn GUARDED_BY(mutex){};  // the thread that is in the handler
 
   void arm() {
     wait.expires_after(interval);
@@ -57,7 +62,7 @@ struct LinuxTimer::State : std::enable_shared_from_this<State> {
   // False when there is nothing left to fire.
   bool tick() {
     {
-      const std::lock_guard lock{mutex};
+      const MutexLock lock{mutex};
       if (cancelled) return false;
       if (std::exchange(posted, true)) return true;
     }
@@ -67,25 +72,25 @@ struct LinuxTimer::State : std::enable_shared_from_this<State> {
 
   void fire() {
     {
-      const std::lock_guard lock{mutex};
+      const MutexLock lock{mutex};
       if (cancelled) return;
       firingOn = std::this_thread::get_id();
     }
     handler();
-    const std::lock_guard lock{mutex};
+    const MutexLock lock{mutex};
     firingOn = {};
     posted = false;
-    idle.notify_all();
+    idle.notifyAll();
   }
 
   void cancel() {
-    std::unique_lock lock{mutex};
+    MutexLock lock{mutex};
     if (!std::exchange(cancelled, true)) {
       // Ends the wait, and with it the hold that it has on this.
       asio::post(wait.get_executor(), [self = shared_from_this()] { self->wait.cancel(); });
     }
     if (firingOn == std::this_thread::get_id()) return;
-    idle.wait(lock, [this] { return firingOn == std::thread::id{}; });
+    while (firingOn != std::thread::id{}) idle.wait(mutex);
   }
 };
 

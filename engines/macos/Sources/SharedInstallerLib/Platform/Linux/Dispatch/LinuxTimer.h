@@ -5,10 +5,10 @@
 #include <asio/io_context.hpp>
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <thread>
 
+#include "Base/Mutex.h"
 #include "Platform/Dispatch.h"
 
 namespace installer {
@@ -31,9 +31,9 @@ class TimerThread {
 
  private:
   asio::io_context context_;
-  std::mutex mutex_;
-  std::optional<asio::executor_work_guard<asio::io_context::executor_type>> staysOpen_;
-  std::thread thread_;
+  Mutex mutex_;
+  std::optional<asio::executor_work_guard<asio::io_context::executor_type>> staysOpen_ GUARDED_BY(mutex_);
+  std::thread thread_ GUARDED_BY(mutex_);
 };
 
 // A firing that comes while the handler is still busy is left out, so firings never pile up.

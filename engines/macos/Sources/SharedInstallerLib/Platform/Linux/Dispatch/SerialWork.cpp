@@ -8,7 +8,7 @@ namespace installer {
 
 void SerialWork::post(std::function<void()> work) {
   {
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     queue_.push_back(std::move(work));
     if (std::exchange(served_, true)) return;
   }
@@ -20,7 +20,7 @@ void SerialWork::serve() {
 }
 
 std::function<void()> SerialWork::next() {
-  const std::lock_guard lock{mutex_};
+  const MutexLock lock{mutex_};
   if (queue_.empty()) {
     served_ = false;
     return {};

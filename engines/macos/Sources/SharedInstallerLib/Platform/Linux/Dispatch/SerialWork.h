@@ -4,7 +4,8 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
+
+#include "Base/Mutex.h"
 
 namespace installer {
 
@@ -18,9 +19,9 @@ class SerialWork : public std::enable_shared_from_this<SerialWork> {
 
  private:
   WorkerPool& workers_;
-  std::mutex mutex_;
-  std::deque<std::function<void()>> queue_;
-  bool served_ = false;  // a worker is, or is about to be, taking blocks off the queue
+  Mutex mutex_;
+  std::deque<std::function<void()>> queue_ GUARDED_BY(mutex_);
+  bool served_ GUARDED_BY(mutex_) = false;  // a worker is, or is about to be, taking blocks off the queue
 
   void serve();
   std::function<void()> next();  // empty when there is none; serving ends then

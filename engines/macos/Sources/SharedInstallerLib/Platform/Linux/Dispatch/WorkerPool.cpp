@@ -6,14 +6,14 @@ namespace installer {
 
 WorkerPool::~WorkerPool() {
   {
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     ending_ = true;
   }
-  changed_.notify_all();
+  changed_.notifyAll();
   for (;;) {
     std::vector<std::thread> workers;
     {
-      const std::lock_guard lock{mutex_};
+      const MutexLock lock{mutex_};
       workers.swap(workers_);
     }
     if (workers.empty()) return;
@@ -23,20 +23,20 @@ WorkerPool::~WorkerPool() {
 
 void WorkerPool::post(std::function<void()> work) {
   {
-    const std::lock_guard lock{mutex_};
+    const MutexLock lock{mutex_};
     queue_.push_back(std::move(work));
     if (queue_.size() > idle_) {
       ++idle_;  // counts from now on, so that the next block doesn't rely on the same worker
       workers_.emplace_back([this] { serve(); });
     }
   }
-  changed_.notify_one();
+  changed_.notifyOne();
 }
 
 void WorkerPool::serve() {
-  std::unique_lock lock{mutex_};
+  MutexLock lock{mutex_};
   for (;;) {
-    changed_.wait(lock, [this] { return ending_ || !queue_.empty(); });
+    while (!ending_ && queue_.empty()) changed_.wait(mutex_);
     if (queue_.empty()) return;
     auto work = std::move(queue_.front());
     queue_.pop_front();

@@ -1,12 +1,12 @@
 // Threads for blocks that may wait for each other: a block never waits for a thread.
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <thread>
 #include <vector>
+
+#include "Base/Mutex.h"
 
 namespace installer {
 
@@ -22,12 +22,12 @@ class WorkerPool {
   void post(std::function<void()> work);
 
  private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::deque<std::function<void()>> queue_;
-  std::vector<std::thread> workers_;
-  std::size_t idle_ = 0;  // workers that wait for a block
-  bool ending_ = false;
+  Mutex mutex_;
+  Condition changed_;
+  std::deque<std::function<void()>> queue_ GUARDED_BY(mutex_);
+  std::vector<std::thread> workers_ GUARDED_BY(mutex_);
+  std::size_t idle_ GUARDED_BY(mutex_) = 0;  // workers that wait for a block
+  bool ending_ GUARDED_BY(mutex_) = false;
 
   void serve();
 };

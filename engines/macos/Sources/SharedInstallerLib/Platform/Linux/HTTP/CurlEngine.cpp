@@ -30,7 +30,7 @@ CurlEngine::CurlEngine(const LinuxHostSettings& settings)
 
 CurlEngine::~CurlEngine() {
   {
-    const std::lock_guard guard{mutex_};
+    const MutexLock guard{mutex_};
     isStopping_ = true;
   }
   curl_multi_wakeup(multi_);
@@ -41,7 +41,7 @@ CurlEngine::~CurlEngine() {
 
 void CurlEngine::post(Work work) {
   {
-    const std::lock_guard guard{mutex_};
+    const MutexLock guard{mutex_};
     posted_.push_back(std::move(work));
   }
   curl_multi_wakeup(multi_);
@@ -94,7 +94,7 @@ void CurlEngine::serve() {
 bool CurlEngine::runPosted() {
   std::vector<Work> works;
   {
-    const std::lock_guard guard{mutex_};
+    const MutexLock guard{mutex_};
     if (isStopping_) return false;
     works = std::exchange(posted_, {});
   }

@@ -4,10 +4,10 @@
 #include <curl/curl.h>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <thread>
 #include <vector>
 
+#include "Base/Mutex.h"
 #include "Platform/Dispatch.h"
 #include "Platform/Linux/HTTP/CurlConnections.h"
 #include "Platform/Linux/HTTP/CurlTransfer.h"
@@ -39,9 +39,9 @@ class CurlEngine {
   CURLM* multi_;
   std::map<CURL*, std::unique_ptr<CurlTransfer>> transfers_;  // the engine's thread only
 
-  std::mutex mutex_;
-  std::vector<Work> posted_;
-  bool isStopping_ = false;
+  Mutex mutex_;
+  std::vector<Work> posted_ GUARDED_BY(mutex_);
+  bool isStopping_ GUARDED_BY(mutex_) = false;
   std::thread thread_;
 
   void serve();

@@ -124,7 +124,7 @@ void LinuxDownloadTask::succeed() {
   // After an error page or a refusal the earlier bytes can still be resumed.
   if (partial_) session().keepPartial(std::exchange(partial_, nullptr)->path());
   if (!file_) return endWith([this] { deliverRefusedRedirect(); });
-  if (progress_.written != file_->length()) postProgress(CurlTransfer::Clock::now());
+  if (lastPostedLength() != file_->length()) postProgress(CurlTransfer::Clock::now());
   const auto path = file_->path();
   file_.reset();
   endWith([this, path] { deliverFile(path); });
@@ -186,11 +186,16 @@ void LinuxDownloadTask::deliverError(const Error& error) {
   if (const auto delegate = session().delegate()) delegate->didCompleteWithError(shared_from_this(), error);
 }
 
+std::int64_t LinuxDownloadTask::lastPostedLength() {
+  const MutexLock lock{progress_.mutex};
+  return progress_.written;
+}
+
 // One callback at a time is on its way, however many pieces arrive meanwhile.
 void LinuxDownloadTask::postProgress(CurlTransfer::Clock::time_point now) {
   lastProgress_ = now;
   {
-    const std::lock_guard guard{progress_.mutex};
+    const MutexLock guard{progress_.mutex};
     progress_.written = file_->length();
     progress_.expected = total_.value_or(-1);
     if (std::exchange(progress_.isPosted, true)) return;
@@ -202,7 +207,7 @@ void LinuxDownloadTask::deliverProgress() {
   std::int64_t written = 0;
   std::int64_t expected = 0;
   {
-    const std::lock_guard guard{progress_.mutex};
+    const MutexLock guard{progress_.mutex};
     progress_.isPosted = false;
     written = progress_.written;
     expected = progress_.expected;

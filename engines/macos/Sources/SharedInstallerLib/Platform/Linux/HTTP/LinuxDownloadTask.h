@@ -5,9 +5,9 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <optional>
 
+#include "Base/Mutex.h"
 #include "Platform/Linux/HTTP/LinuxURLTask.h"
 #include "Platform/Linux/HTTP/PartialFile.h"
 #include "Platform/Linux/HTTP/ResumeData.h"
@@ -36,10 +36,10 @@ class LinuxDownloadTask : public LinuxURLTask {
   CurlTransfer::Clock::time_point lastProgress_;  // when a callback was last posted
 
   struct Progress {
-    std::mutex mutex;
-    std::int64_t written = 0;
-    std::int64_t expected = -1;
-    bool isPosted = false;  // a callback is on its way and will see the latest figures
+    Mutex mutex;
+    std::int64_t written GUARDED_BY(mutex) = 0;
+    std::int64_t expected GUARDED_BY(mutex) = -1;
+    bool isPosted GUARDED_BY(mutex) = false;  // a callback is on its way and will see the latest figures
   } progress_;
 
   std::optional<Error> prepare() override;
@@ -59,6 +59,7 @@ class LinuxDownloadTask : public LinuxURLTask {
   std::optional<ResumeData> resumable() const;
   void deliverFile(const Path& path);
   void deliverRefusedRedirect();
+  std::int64_t lastPostedLength();
   void postProgress(CurlTransfer::Clock::time_point now);
   void deliverProgress();
 };

@@ -1,8 +1,8 @@
 #include <algorithm>
-#include <mutex>
 #include <utility>
 #include <vector>
 
+#include "Base/Mutex.h"
 #include "Base/POSIX/LinuxHostSettings.h"
 #include "Platform/Linux/HTTP/CurlEngine.h"
 #include "Platform/Linux/HTTP/LinuxDataTask.h"
@@ -57,9 +57,9 @@ class LinuxURLSessions : public URLSessions {
   const URLSessionCore::Configuration configuration_;
   CurlEngine engine_;
 
-  std::mutex mutex_;
-  std::shared_ptr<URLSession> shared_;
-  std::vector<std::weak_ptr<URLSessionCore>> cores_;
+  Mutex mutex_;
+  std::shared_ptr<URLSession> shared_ GUARDED_BY(mutex_);
+  std::vector<std::weak_ptr<URLSessionCore>> cores_ GUARDED_BY(mutex_);
 };
 
 LinuxURLSessions::~LinuxURLSessions() {
@@ -73,11 +73,11 @@ LinuxURLSessions::~LinuxURLSessions() {
 
 std::shared_ptr<URLSession> LinuxURLSessions::shared() {
   {
-    const std::lock_guard guard{mutex_};
+    const MutexLock guard{mutex_};
     if (shared_) return shared_;
   }
   auto session = make(nullptr);
-  const std::lock_guard guard{mutex_};
+  const MutexLock guard{mutex_};
   if (!shared_) shared_ = std::move(session);
   return shared_;
 }
@@ -85,7 +85,7 @@ std::shared_ptr<URLSession> LinuxURLSessions::shared() {
 std::shared_ptr<URLSession> LinuxURLSessions::make(std::shared_ptr<URLSessionDelegate> delegate) {
   auto core = std::make_shared<URLSessionCore>(engine_, configuration_, std::move(delegate));
   {
-    const std::lock_guard guard{mutex_};
+    const MutexLock guard{mutex_};
     std::erase_if(cores_, [](const auto& weakly) { return weakly.expired(); });
     cores_.push_back(core);
   }

@@ -36,7 +36,7 @@ void LinuxURLTask::cancel() {
 }
 
 std::optional<HTTPURLResponse> LinuxURLTask::response() const {
-  const std::lock_guard guard{responseMutex_};
+  const MutexLock guard{responseMutex_};
   return response_;
 }
 
@@ -70,7 +70,7 @@ void LinuxURLTask::startRequest() {
 }
 
 void LinuxURLTask::setResponse(std::optional<HTTPURLResponse> response) {
-  const std::lock_guard guard{responseMutex_};
+  const MutexLock guard{responseMutex_};
   response_ = std::move(response);
 }
 

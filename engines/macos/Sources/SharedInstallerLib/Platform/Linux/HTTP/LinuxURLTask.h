@@ -6,12 +6,12 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "Base/Mutex.h"
 #include "Platform/Linux/HTTP/CurlTransfer.h"
 #include "Platform/Linux/HTTP/URLSessionCore.h"
 #include "Platform/URLSession.h"
@@ -71,8 +71,8 @@ class LinuxURLTask : public URLSessionTask,
   std::optional<URLRequest> redirect_;  // where the answer that has arrived points to
   int redirectCount_ = 0;
 
-  mutable std::mutex responseMutex_;
-  std::optional<HTTPURLResponse> response_;
+  mutable Mutex responseMutex_;
+  std::optional<HTTPURLResponse> response_ GUARDED_BY(responseMutex_);
 
   Verdict didReceiveHead(const ResponseHead& head) final;
   void didEnd(const CurlFailure& failure) final;

@@ -17,7 +17,7 @@ URLSessionCore::~URLSessionCore() {
 }
 
 std::shared_ptr<URLSessionDelegate> URLSessionCore::delegate() {
-  const std::lock_guard guard{mutex_};
+  const MutexLock guard{mutex_};
   return delegate_;
 }
 
@@ -25,7 +25,7 @@ void URLSessionCore::invalidate(Running running) {
   std::set<std::shared_ptr<LinuxURLTask>> cancelled;
   std::set<Path> partials;
   {
-    const std::lock_guard guard{mutex_};
+    const MutexLock guard{mutex_};
     isInvalidated_ = true;
     partials = std::exchange(partials_, {});
     if (running == Running::cancel) {
@@ -39,12 +39,12 @@ void URLSessionCore::invalidate(Running running) {
 }
 
 bool URLSessionCore::isInvalidated() {
-  const std::lock_guard guard{mutex_};
+  const MutexLock guard{mutex_};
   return isInvalidated_;
 }
 
 bool URLSessionCore::isCancelled() {
-  const std::lock_guard guard{mutex_};
+  const MutexLock guard{mutex_};
   return isCancelled_;
 }
 
@@ -54,13 +54,13 @@ void URLSessionCore::drain() {
 }
 
 void URLSessionCore::taskStarted(const std::shared_ptr<LinuxURLTask>& task) {
-  const std::lock_guard guard{mutex_};
+  const MutexLock guard{mutex_};
   running_.insert(task);
 }
 
 void URLSessionCore::taskEnded(const std::shared_ptr<LinuxURLTask>& task) {
   {
-    const std::lock_guard guard{mutex_};
+    const MutexLock guard{mutex_};
     running_.erase(task);
   }
   releaseDelegateIfDone();
@@ -68,7 +68,7 @@ void URLSessionCore::taskEnded(const std::shared_ptr<LinuxURLTask>& task) {
 
 void URLSessionCore::keepPartial(const Path& path) {
   {
-    const std::lock_guard guard{mutex_};
+    const MutexLock guard{mutex_};
     if (!isInvalidated_) {
       partials_.insert(path);
       return;
@@ -78,13 +78,13 @@ void URLSessionCore::keepPartial(const Path& path) {
 }
 
 void URLSessionCore::forgetPartial(const Path& path) {
-  const std::lock_guard guard{mutex_};
+  const MutexLock guard{mutex_};
   partials_.erase(path);
 }
 
 void URLSessionCore::releaseDelegateIfDone() {
   std::shared_ptr<URLSessionDelegate> released;  // goes after the lock
-  const std::lock_guard guard{mutex_};
+  const MutexLock guard{mutex_};
   if (isInvalidated_ && running_.empty()) released = std::exchange(delegate_, nullptr);
 }
 

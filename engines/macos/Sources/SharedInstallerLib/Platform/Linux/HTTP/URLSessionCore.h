@@ -3,10 +3,10 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <vector>
 
+#include "Base/Mutex.h"
 #include "Platform/Linux/Dispatch/CallbackQueue.h"
 #include "Platform/Linux/HTTP/CurlEngine.h"
 #include "Platform/URLSession.h"
@@ -59,12 +59,12 @@ class URLSessionCore : public std::enable_shared_from_this<URLSessionCore> {
   const Configuration configuration_;
   std::atomic<int> lastTaskIdentifier_{0};
 
-  std::mutex mutex_;
-  std::shared_ptr<URLSessionDelegate> delegate_;
-  bool isInvalidated_ = false;
-  bool isCancelled_ = false;
-  std::set<std::shared_ptr<LinuxURLTask>> running_;
-  std::set<Path> partials_;
+  Mutex mutex_;
+  std::shared_ptr<URLSessionDelegate> delegate_ GUARDED_BY(mutex_);
+  bool isInvalidated_ GUARDED_BY(mutex_) = false;
+  bool isCancelled_ GUARDED_BY(mutex_) = false;
+  std::set<std::shared_ptr<LinuxURLTask>> running_ GUARDED_BY(mutex_);
+  std::set<Path> partials_ GUARDED_BY(mutex_);
 
   CallbackQueue callbacks_;
 

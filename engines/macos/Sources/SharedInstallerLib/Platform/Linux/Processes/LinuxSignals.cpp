@@ -12,7 +12,7 @@ namespace installer {
 
 namespace {
 
-constexpr std::array requests{SIGINT, SIGTERM, SIGHUP};
+constexpr std::array stopSignals{SIGINT, SIGTERM, SIGHUP};
 
 int event = -1;  // made before the first signal can arrive, and open for good
 
@@ -20,7 +20,7 @@ int event = -1;  // made before the first signal can arrive, and open for good
 // second ends the process even if the main queue is never served again.
 void onRequest(int) {
   const int kept = errno;
-  for (const int signal : requests) {
+  for (const int signal : stopSignals) {
     struct sigaction current{};
     ::sigaction(signal, nullptr, &current);
     if (current.sa_handler == onRequest) ::signal(signal, SIG_DFL);
@@ -40,7 +40,7 @@ void LinuxSignals::onTerminationRequest(Work handler) {
     (void)!::read(event, &count, sizeof count);
     handler();
   });
-  for (const int signal : requests) {
+  for (const int signal : stopSignals) {
     struct sigaction current{};
     ::sigaction(signal, nullptr, &current);
     if (current.sa_handler == SIG_IGN) continue;
