@@ -519,6 +519,60 @@ TEST_P(FileSystemContract, TellsHowMuchRoomThereIs) {
   EXPECT_EQ(files.fileSystemFreeSize(at("nothing")), std::nullopt);
 }
 
+TEST_P(FileSystemContract, GivesALockToOneHolderAtATimeAndAgainWhenItIsReleased) {
+  lay("file");
+  layFolder("folder");
+  for (const auto* const name : {"file", "folder"}) {
+    auto first = files.tryLock(at(name));
+    ASSERT_TRUE(first && *first != nullptr) << name;
+    const auto second = files.tryLock(at(name));
+    EXPECT_TRUE(second && *second == nullptr) << name;
+    first->reset();
+    const auto third = files.tryLock(at(name));
+    EXPECT_TRUE(third && *third != nullptr) << name;
+  }
+}
+
+TEST_P(FileSystemContract, LocksWhatALinkLeadsToAndKeepsTheLockThroughARename) {
+  layFolder("folder");
+  under->makeLink(at("link"), "folder");
+  const auto lock = files.tryLock(at("link"));
+  ASSERT_TRUE(lock && *lock != nullptr);
+  ASSERT_TRUE(files.moveItem(at("folder"), at("renamed")));
+  const auto again = files.tryLock(at("renamed"));
+  EXPECT_TRUE(again && *again == nullptr);
+  layFolder("folder");
+  EXPECT_NE(files.tryLock(at("folder")).value(), nullptr);
+}
+
+TEST_P(FileSystemContract, LocksWhatMayBeReadAndNothingElse) {
+  lay("folder/file");
+  lay("closed");
+  under->setWritable(at("folder/file"), false);
+  under->setWritable(at("folder"), false);
+  under->setReadable(at("closed"), false);
+  const auto transcript = under->asOrdinaryUser([this] {
+    return Lines{outcomeOf(files.tryLock(at("folder"))), outcomeOf(files.tryLock(at("folder/file"))),
+                 outcomeOf(files.tryLock(at("closed"))), outcomeOf(files.tryLock(at("nothing")))};
+  });
+  EXPECT_EQ(transcript, (Lines{"ok", "ok", kUnreadable, kNothingToRead}));
+  under->setWritable(at("folder"), true);
+}
+
+TEST_P(FileSystemContract, TellsWhichFileAnAppenderWritesTo) {
+  lay("file", "12");
+  const auto appender = files.openForAppending(at("file"));
+  ASSERT_TRUE(appender);
+  const auto identity = files.attributes(at("file")).value().identity;
+  ASSERT_TRUE(files.moveItem(at("file"), at("renamed")));
+  lay("file", "another");
+  ASSERT_TRUE((*appender)->write("345"));
+  const auto open = (*appender)->attributes().value();
+  EXPECT_EQ(open.size, 5);
+  EXPECT_EQ(open.identity, identity);
+  EXPECT_NE(open.identity, files.attributes(at("file")).value().identity);
+}
+
 INSTANTIATE_CONTRACT(FileSystemContract);
 
 }  // namespace

@@ -29,9 +29,13 @@ Path logIn(const LinuxTestFolder& folder) {
   return folder / "Library/Logs/Kelo-Desk-Installer/webinstall.log";
 }
 
-int logFromAllThreads(const LinuxTestFolder& folder, int process) {
+void installHostIn(const LinuxTestFolder& folder) {
   auto* const host = new LinuxHost{settingsIn(folder), std::nullopt};  // as long as the child
   installMachine(&host->machine());
+}
+
+int logFromAllThreads(const LinuxTestFolder& folder, int process) {
+  installHostIn(folder);
   std::vector<std::jthread> running;
   for (int thread = 0; thread < threads; ++thread) {
     running.emplace_back([process, thread] {
@@ -71,6 +75,80 @@ TEST(LinuxLogFile, KeepsLinesWholeAndInOrderWhenProcessesAndThreadsWriteAtOnce) 
   EXPECT_EQ(opening, processes * 3);
   ASSERT_EQ(next.size(), static_cast<std::size_t>(processes) * threads);
   for (const auto& [writer, count] : next) EXPECT_EQ(count, entries) << writer;
+}
+
+constexpr int writers = 8;
+constexpr int entriesPerWriter = 1500;  // all of them together pass the limit several times
+
+int logAlone(const LinuxTestFolder& folder, int writer) {
+  installHostIn(folder);
+  for (int entry = 0; entry < entriesPerWriter; ++entry) {
+    log(fmt::format("writer {} entry {} {}", writer, entry, std::string(80, 'x')));
+    if (entry % 50 == 0) Logger::shared().flush();
+  }
+  for (int time = 0; time < 20; ++time) Logger::shared().flush();
+  return 0;
+}
+
+// What a rotation cuts away is the oldest part of each writer's entries; behind it none may be missing.
+TEST(LinuxLogFile, LosesNoLineWhenProcessesRotateItAtOnce) {
+  const LinuxTestFolder folder;
+  folder.write("Library/Logs/Kelo-Desk-Installer/webinstall.log", std::string(511000, 'x') + "\n");
+  std::vector<pid_t> children;
+  for (int writer = 0; writer < writers; ++writer) {
+    children.push_back(startChild([&folder, writer] { return logAlone(folder, writer); }));
+  }
+  for (const auto child : children) EXPECT_EQ(endOf(child), 0);
+
+  const std::regex entry{
+      R"(\[[-0-9]{10} [:.0-9]{12}\] \[LinuxLogFileTest\.cpp:\d+ [^\]]+\] writer (\d) entry (\d+) x{80})"};
+  std::map<std::string, int> last;
+  std::istringstream lines{textOf(logIn(folder))};
+  std::string line;
+  std::getline(lines, line);  // cut by the rotation
+  while (std::getline(lines, line)) {
+    std::smatch parts;
+    if (!std::regex_match(line, parts, entry)) {
+      EXPECT_NE(line.find("[Logger.cpp:"), std::string::npos) << line;
+      continue;
+    }
+    const int number = std::stoi(parts[2]);
+    const auto [known, isFirst] = last.try_emplace(parts[1], number);
+    if (!isFirst) {
+      EXPECT_EQ(number, known->second + 1) << line;
+    }
+    known->second = number;
+  }
+  EXPECT_FALSE(last.empty());
+  for (const auto& [writer, number] : last) EXPECT_EQ(number, entriesPerWriter - 1) << writer;
+  EXPECT_EQ(sortedNames(folder / "Library/Logs/Kelo-Desk-Installer"),
+            std::vector<std::string>{"webinstall.log"});
+}
+
+// As many runs end at the limit, and none may miss from the log: what they write together is less than a
+// rotation keeps.
+TEST(LinuxLogFile, KeepsEveryLineOfProcessesThatMeetAtTheLimit) {
+  const LinuxTestFolder folder;
+  folder.write("Library/Logs/Kelo-Desk-Installer/webinstall.log", std::string(512001, 'x') + "\n");
+  std::vector<pid_t> children;
+  for (int process = 0; process < writers; ++process) {
+    children.push_back(startChild([&folder, process] {
+      installHostIn(folder);
+      log(fmt::format("summary of {}", process));
+      Logger::shared().flush();
+      Logger::shared().flush();
+      return 0;
+    }));
+  }
+  for (const auto child : children) EXPECT_EQ(endOf(child), 0);
+  const auto content = textOf(logIn(folder));
+  for (int process = 0; process < writers; ++process) {
+    EXPECT_NE(content.find(fmt::format("] summary of {}\n", process)), std::string::npos) << process;
+  }
+  const std::string report = "Log file rotated due to size threshold";
+  const auto first = content.find(report);
+  EXPECT_NE(first, std::string::npos);
+  EXPECT_EQ(content.find(report, first + 1), std::string::npos);
 }
 
 TEST(LinuxLogFile, IsCutToItsNewerHalfOnDisk) {

@@ -25,6 +25,7 @@ struct SimulatedFileSystem::Node {
   std::uint64_t number = 0;               // stays with the node through a rename
   std::optional<std::int64_t> allocated;  // bytes on disk when they don't follow from the length
   bool allocatedUnknown = false;
+  bool locked = false;
   std::uint64_t order = 0;  // by which a directory lists it
 
   static Node file(std::string_view bytes) {

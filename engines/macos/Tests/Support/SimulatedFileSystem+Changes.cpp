@@ -38,6 +38,7 @@ class Appender : public FileAppender {
     node_->bytes.append(bytes);
     return {};
   }
+  Result<FileAttributes> attributes() override { return files_.attributesOf(*node_); }
 
  private:
   SimulatedFileSystem& files_;
@@ -45,7 +46,29 @@ class Appender : public FileAppender {
   std::shared_ptr<SimulatedFileSystem::Node> node_;
 };
 
+class Lock : public FileLock {
+ public:
+  explicit Lock(std::shared_ptr<SimulatedFileSystem::Node> node) : node_{std::move(node)} {
+    node_->locked = true;
+  }
+  Lock(const Lock&) = delete;
+  Lock& operator=(const Lock&) = delete;
+  ~Lock() override { node_->locked = false; }
+
+ private:
+  std::shared_ptr<SimulatedFileSystem::Node> node_;
+};
+
 }  // namespace
+
+Result<std::unique_ptr<FileLock>> SimulatedFileSystem::tryLock(const Path& path) {
+  if (auto wanted = injected(Operation::lock, path)) return std::unexpected(*wanted);
+  const auto* const node = find(path);
+  if (node == nullptr) return std::unexpected(error(CocoaError::fileReadNoSuchFile, path));
+  if (!node->readable && !root_) return std::unexpected(error(CocoaError::fileReadNoPermission, path));
+  if (node->locked) return nullptr;
+  return std::make_unique<Lock>(nodes_.at(resolved(path, LastLink::follow)));
+}
 
 Result<> SimulatedFileSystem::copyItem(const Path& source, const Path& destination) {
   for (const auto& path : {source, destination}) {

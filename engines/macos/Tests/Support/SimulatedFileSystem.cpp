@@ -148,6 +148,10 @@ void SimulatedFileSystem::setOwnedByAnother(const Path& path) {
   existing(path).others = true;
 }
 
+void SimulatedFileSystem::setLockedByAnother(const Path& path, bool locked) {
+  existing(path).locked = locked;
+}
+
 void SimulatedFileSystem::addLeftover(const Path& path) {
   const auto hidden = joined(parentFolder(path), "." + lastPathComponent(path) + ".leftover");
   addFile(joined(hidden, "Contents/file"));
@@ -335,7 +339,7 @@ void SimulatedFileSystem::duplicate(const Path& source, const Path& destination)
   std::ranges::sort(ordered);
   for (const auto& [order, one] : ordered) {
     Node copy = *nodes_.at(one);
-    copy.immutable = copy.sticky = copy.others = false;
+    copy.immutable = copy.sticky = copy.others = copy.locked = false;
     put(destination + one.substr(source.size()), std::move(copy));
   }
 }
@@ -445,10 +449,14 @@ Result<FileAttributes> SimulatedFileSystem::attributes(const Path& path) {
   if (auto wanted = injected(Operation::attributes, path)) return std::unexpected(*wanted);
   const auto* const node = find(path, LastLink::keep);
   if (node == nullptr) return std::unexpected(error(CocoaError::fileReadNoSuchFile, path));
-  const bool isLink = node->kind == Node::Kind::link;
-  return FileAttributes{.size = static_cast<std::int64_t>(isLink ? node->target.size() : node->bytes.size()),
+  return attributesOf(*node);
+}
+
+FileAttributes SimulatedFileSystem::attributesOf(const Node& node) {
+  const bool isLink = node.kind == Node::Kind::link;
+  return FileAttributes{.size = static_cast<std::int64_t>(isLink ? node.target.size() : node.bytes.size()),
                         .isSymbolicLink = isLink,
-                        .identity = {.volume = 1, .number = node->number}};
+                        .identity = {.volume = 1, .number = node.number}};
 }
 
 std::optional<std::int64_t> SimulatedFileSystem::volumeAvailableCapacity(const Path& path) {

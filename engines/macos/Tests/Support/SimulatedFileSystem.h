@@ -30,6 +30,7 @@ enum class Operation {
   openForAppending,
   read,    // of an open file
   append,  // to an open file
+  lock,
   enumerate,
 };
 
@@ -68,6 +69,8 @@ class SimulatedFileSystem : public FileSystem {
   // A sticky directory of another user lets only the owner of an entry remove or rename the entry.
   void setSticky(const Path& path);
   void setOwnedByAnother(const Path& path);
+  // Another process takes or releases the lock of the item.
+  void setLockedByAnother(const Path& path, bool locked = true);
   // Lays a hidden sibling of `path` as a killed copy leaves it.
   void addLeftover(const Path& path);
   // Root is refused nothing by permissions; injected failures still fail.
@@ -108,6 +111,7 @@ class SimulatedFileSystem : public FileSystem {
   Result<> copyItem(const Path& source, const Path& destination) override;
   Result<> moveItem(const Path& source, const Path& destination) override;
   Result<> removeItem(const Path& path) override;
+  Result<std::unique_ptr<FileLock>> tryLock(const Path& path) override;
   bool clearLeftovers(const Path& path) override;
   Result<> createDirectory(const Path& path, Intermediates intermediates) override;
   Result<std::string> readFile(const Path& path) override;
@@ -124,6 +128,7 @@ class SimulatedFileSystem : public FileSystem {
   struct Failures;
   // The failure that a test asked for, if any. For the handles of open files.
   std::optional<Error> injected(Operation operation, const Path& path);
+  static FileAttributes attributesOf(const Node& node);
 
  private:
   std::map<Path, std::shared_ptr<Node>> nodes_;

@@ -283,16 +283,67 @@ TEST_F(LogFile, ThatWasDeletedIsNeitherMadeAnewNorCut) {
   EXPECT_EQ(mac.streams.output(), "Created log directory: " + directory + "\n");
 }
 
-TEST_F(LogFile, ThatWasReplacedIsTakenUpOnceTheNewOneIsCut) {
+TEST_F(LogFile, ThatAnotherProcessReplacedIsTakenUpBeforeTheNextEntry) {
   start();
   mac.files.erase(file);
-  mac.files.addFile(file, "somebody else's\n");
-  write("into the old one");
-  EXPECT_EQ(content(), "somebody else's\n");
-  mac.files.addFile(file, std::string(512001, 'x'));
+  mac.files.addFile(file, "another's newer half\n");
   write("entry");
-  EXPECT_EQ(content().substr(0, 256000), std::string(256000, 'x'));
-  EXPECT_THAT(linesOf(content().substr(256000)), ElementsAre(EndsWith("] entry"), HasSubstr("rotated")));
+  EXPECT_THAT(lines(), ElementsAre("another's newer half", EndsWith("] entry")));
+}
+
+TEST_F(LogFile, ThatAnotherProcessCutMeanwhileIsNotCutAgain) {
+  start();
+  mac.files.addFile(file, std::string(512001, 'x'));
+  mac.files.setLockedByAnother(directory);
+  mac.dispatch.asyncMainAfter(Duration{0.5}, [&] {
+    mac.files.addFile(file, "another's newer half\n");
+    mac.files.setLockedByAnother(directory, false);
+  });
+  log("entry");
+  mac.dispatch.runMainLoop(Duration{2});
+  EXPECT_THAT(lines(), ElementsAre("another's newer half", EndsWith("] entry")));
+}
+
+TEST_F(LogFile, IsWrittenWithoutALockThatIsNeverReleased) {
+  start();
+  mac.files.setLockedByAnother(directory);
+  log("late");
+  mac.dispatch.runMainLoop(Duration{0.9});
+  EXPECT_EQ(lines().size(), 3U);
+  mac.dispatch.runMainLoop(Duration{0.2});
+  EXPECT_THAT(lines()[3], EndsWith("] late"));
+  write("at once");
+  EXPECT_THAT(lines()[4], EndsWith("] at once"));
+}
+
+TEST_F(LogFile, IsWrittenWhereNoLockCanBeHad) {
+  mac.files.addDirectory(directory);
+  mac.files.failAlways(Operation::lock, directory, refusal);
+  start();
+  write("entry");
+  EXPECT_EQ(mac.dispatch.elapsed(), Duration{0});
+  EXPECT_THAT(lines().back(), EndsWith("] entry"));
+  EXPECT_EQ(mac.streams.output(), "");
+}
+
+TEST_F(LogFile, ThatAKilledRotationLeftBesideItsNameIsTakenUp) {
+  mac.files.addFile(temporary, "newer half\n");
+  start();
+  EXPECT_EQ(lines().front(), "newer half");
+  EXPECT_THAT(mac.files.tree(directory), ElementsAre("webinstall.log"));
+}
+
+TEST_F(LogFile, ThatIsALinkIsCutToo) {
+  mac.files.addFile("/Users/tester/elsewhere.log", "earlier\n");
+  mac.files.addDirectory(directory);
+  mac.files.addSymlink(file, "/Users/tester/elsewhere.log");
+  start();
+  EXPECT_EQ(lines().size(), 4U);
+  write(std::string(512000, 'x'));
+  write("entry");
+  EXPECT_EQ(content().substr(0, 100), std::string(100, 'x'));
+  EXPECT_THAT(lines().back(), EndsWith("] Log file rotated due to size threshold (512 KB)"));
+  EXPECT_FALSE(mac.files.isSymbolicLink(file));
 }
 
 TEST_F(LogFile, HoldsAllThatWasLoggedOnceItIsFlushed) {

@@ -24,15 +24,6 @@ class FileReader {
   [[nodiscard]] virtual Result<std::string> read(std::size_t maximum) = 0;
 };
 
-// An open file being appended to. Used by one thread at a time; closes at destruction.
-// The handle follows the file and not its name: it goes on writing to a file that was unlinked or renamed.
-class FileAppender {
- public:
-  virtual ~FileAppender() = default;
-  // Appends all of `bytes` in one piece towards other appenders, or fails.
-  [[nodiscard]] virtual Result<> write(std::string_view bytes) = 0;
-};
-
 // Which item a name refers to: it stays with the item through a rename, and no two items that exist at the
 // same time share it.
 struct FileIdentity {
@@ -46,6 +37,23 @@ struct FileAttributes {
   std::int64_t size = 0;  // logical length in bytes
   bool isSymbolicLink = false;
   FileIdentity identity;
+};
+
+// An open file being appended to. Used by one thread at a time; closes at destruction.
+// The handle follows the file and not its name: it goes on writing to a file that was unlinked or renamed.
+class FileAppender {
+ public:
+  virtual ~FileAppender() = default;
+  // Appends all of `bytes` in one piece towards other appenders, or fails.
+  [[nodiscard]] virtual Result<> write(std::string_view bytes) = 0;
+  // Of the open file, whatever its name stands for by now.
+  [[nodiscard]] virtual Result<FileAttributes> attributes() = 0;
+};
+
+// An advisory lock of the kernel. Released at destruction, and when the process ends in any way.
+class FileLock {
+ public:
+  virtual ~FileLock() = default;
 };
 
 // One entry met by `enumerate`. Links are reported as links, never followed.
@@ -126,6 +134,11 @@ class FileSystem {
   virtual std::optional<std::int64_t> volumeAvailableCapacity(const Path& path) = 0;
   // Bytes free on the file system of `path`, by the older question; absent when it can't be told.
   virtual std::optional<std::int64_t> fileSystemFreeSize(const Path& path) = 0;
+
+  // Locks the file or folder that `path` leads to, against every other lock of it: of this process, of
+  // others and of other users'. Needs the right to read it, changes nothing on the disk and stops no reader
+  // or writer that asks for no lock. Null while another holder has it. Children don't inherit the lock.
+  [[nodiscard]] virtual Result<std::unique_ptr<FileLock>> tryLock(const Path& path) = 0;
 
   // Removes the hidden siblings that copies to `path` and removals of it left when they were killed, and no
   // sibling whose process still runs. Best effort; true when something was removed. `copyItem` and

@@ -16,6 +16,9 @@ namespace installer {
 namespace {
 
 constexpr Duration flushLimit{2.0};
+// Others hold the lock for one entry, or for a rotation. A process that was stopped holds it longer.
+constexpr Duration lockInterval{0.001};
+constexpr int lockAttempts = 1000;
 constexpr auto maximumSize = static_cast<std::int64_t>(AppConstants::Logging::maxLogFileSizeBytes);
 
 // Not the log: the log is what failed.
@@ -79,6 +82,10 @@ Logger::Logger()
       currentLogFilePath_{joined(logDirectory_, AppConstants::Logging::baseLogFileName)} {
 }
 
+Path Logger::temporaryPath() const {
+  return joined(logDirectory_, fmt::format("temp_{}", AppConstants::Logging::baseLogFileName));
+}
+
 void Logger::setupLogFile() {
   auto& files = machine().files;
   if (!files.directoryExists(logDirectory_)) {
@@ -89,18 +96,35 @@ void Logger::setupLogFile() {
     }
     print("Created log directory: " + logDirectory_);
   }
-  if (!files.fileExists(currentLogFilePath_)) createLogFile();
-  openLogFile();
+  {
+    const auto lock = lockLog();
+    if (!files.fileExists(currentLogFilePath_)) createLogFile();
+    openLogFile();
+  }
 
   logHere("Logging initialized for Kelo WebInstaller");
   logHere("System: " + machine().systemInfo.operatingSystemVersionString());
   logHere(SystemUtils::isArm64Architecture() ? "Architecture: ARM64" : "Architecture: x86_64");
 }
 
+std::unique_ptr<FileLock> Logger::lockLog() {
+  for (int attempt = 1;; ++attempt) {
+    auto lock = machine().files.tryLock(logDirectory_);
+    if (!lock) return nullptr;
+    if (*lock != nullptr || !isLockWaitedFor_ || attempt > lockAttempts) {
+      isLockWaitedFor_ = *lock != nullptr;
+      return *std::move(lock);
+    }
+    machine().dispatch.sleep(lockInterval);
+  }
+}
+
 void Logger::createLogFile() {
+  // A process that was killed in a rotation leaves the newer half beside the log.
+  auto& files = machine().files;
+  if (files.itemExists(temporaryPath()) && files.moveItem(temporaryPath(), currentLogFilePath_)) return;
   // Made beside its place and moved there, which replaces nothing: another process may have made the file
   // just now, and what that one writes must not be lost.
-  auto& files = machine().files;
   const auto beside = fmt::format("{}.{}", currentLogFilePath_, machine().systemInfo.processIdentifier());
   const auto made = files.writeFile(beside, {});
   if (made && files.moveItem(beside, currentLogFilePath_)) return;
@@ -131,6 +155,8 @@ void Logger::log(std::string_view message, LogLevel level, std::string_view file
                     where = whereText(file, line, function)] {
     const auto logger = self.lock();
     if (!logger) return;
+    const auto lock = logger->lockLog();
+    logger->reopenIfReplaced();
     logger->rotateLogFileIfNeeded();
     logger->write(message, level, where);
   });
@@ -149,14 +175,32 @@ void Logger::write(const std::string& message, LogLevel level, const std::string
   openLogFile();
 }
 
+// A log that was deleted is written on; one that has been replaced is left for the new file. What a link
+// leads to can change without the link, so that a link is followed anew each time.
+void Logger::reopenIfReplaced() {
+  const auto named = machine().files.attributes(currentLogFilePath_);
+  if (!named || logFileHandle_ == nullptr) return;
+  const auto open = logFileHandle_->attributes();
+  if (named->isSymbolicLink || !open || open->identity != named->identity) openLogFile();
+}
+
+// Absent when the log was deleted.
+std::optional<std::int64_t> Logger::logFileSize() const {
+  const auto named = machine().files.attributes(currentLogFilePath_);
+  if (!named) return std::nullopt;
+  if (!named->isSymbolicLink || logFileHandle_ == nullptr) return named->size;
+  const auto open = logFileHandle_->attributes();
+  return open ? open->size : named->size;
+}
+
+// Of a link, the newer half of its file takes the place of the link.
 void Logger::rotateLogFileIfNeeded() {
   auto& files = machine().files;
-  const auto attributes = files.attributes(currentLogFilePath_);
-  if (!attributes || attributes->size <= maximumSize) return;
+  const auto size = logFileSize();
+  if (!size || *size <= maximumSize) return;
 
   logFileHandle_.reset();
-  const auto temporary =
-      joined(logDirectory_, fmt::format("temp_{}", AppConstants::Logging::baseLogFileName));
+  const auto temporary = temporaryPath();
   // A temporary file that couldn't be made is reported by the writing that follows.
   static_cast<void>(files.writeFile(temporary, {}));
   if (const auto content = files.readFile(currentLogFilePath_)) {
@@ -167,7 +211,7 @@ void Logger::rotateLogFileIfNeeded() {
     }
   }
   openLogFile();
-  reportRotation(attributes->size);
+  reportRotation(*size);
 }
 
 void Logger::reportRotation(std::int64_t sizeBefore, std::source_location location) {
@@ -176,6 +220,8 @@ void Logger::reportRotation(std::int64_t sizeBefore, std::source_location locati
   logQueue_->async([self = weak_from_this(), sizeBefore, location] {
     const auto logger = self.lock();
     if (!logger) return;
+    const auto lock = logger->lockLog();
+    logger->reopenIfReplaced();
     const auto size = ByteCountFormatter::string(sizeBefore, ByteCountFormatter::CountStyle::file);
     logger->write(
         fmt::format("Log file rotated due to size threshold ({})", size), LogLevel::info,

@@ -1,11 +1,16 @@
 // The log file: one per user, kept small by cutting away its older half. Any thread may log and returns at
 // once; a serial queue of the logger's own does all the writing. A failure of the log is printed on standard
 // output and never stops the engine.
+//
+// Several processes write to one log. Each entry is written, and the file is cut, under a lock of the log
+// folder, so that no entry goes to a file that another process is replacing. A process that can't take the
+// lock writes without it.
 #pragma once
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <source_location>
 #include <string>
 #include <string_view>
@@ -47,7 +52,9 @@ class Logger : public std::enable_shared_from_this<Logger> {
   std::atomic<bool> echoToStandardError_{false};
   Path logDirectory_;
   Path currentLogFilePath_;
+  bool isLockWaitedFor_ = true;  // not again after a wait in vain, until the lock could be taken
 
+  Path temporaryPath() const;
   void setupLogFile();
   void createLogFile();
   void openLogFile();
@@ -55,6 +62,9 @@ class Logger : public std::enable_shared_from_this<Logger> {
 
   // On `logQueue_` only.
   void write(const std::string& message, LogLevel level, const std::string& where);
+  std::unique_ptr<FileLock> lockLog();  // null when that can't be done
+  void reopenIfReplaced();
+  std::optional<std::int64_t> logFileSize() const;
   void rotateLogFileIfNeeded();
   void reportRotation(std::int64_t sizeBefore,
                       std::source_location location = std::source_location::current());

@@ -4,9 +4,9 @@
 
 #include <cerrno>
 
+#include "Base/POSIX/FileTree.h"
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
-#include "Base/POSIX/FileTree.h"
 #include "Platform/POSIX/POSIXFileSystem.h"
 
 namespace installer::darwin {
@@ -39,6 +39,7 @@ class Appender final : public FileAppender {
     if (!writeAll(file_.get(), bytes)) return fileFailure(FileAccess::write, errno, path_, "written");
     return {};
   }
+  Result<FileAttributes> attributes() override { return attributesOf(file_.get(), path_); }
 
  private:
   FileDescriptor file_;
@@ -179,6 +180,8 @@ Result<std::unique_ptr<FileAppender>> DarwinFileSystem::openForAppending(const P
   if (!file) return fileFailure(FileAccess::write, errno, path, "opened");
   return std::make_unique<Appender>(std::move(file), path);
 }
+
+Result<std::unique_ptr<FileLock>> DarwinFileSystem::tryLock(const Path& path) { return tryFlock(path); }
 
 std::optional<std::int64_t> DarwinFileSystem::volumeAvailableCapacity(const Path& path) {
   @autoreleasepool {

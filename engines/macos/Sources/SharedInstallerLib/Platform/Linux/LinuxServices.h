@@ -85,6 +85,7 @@ class LinuxFileSystem : public FileSystem {
   [[nodiscard]] Result<> copyItem(const Path& source, const Path& destination) override;
   [[nodiscard]] Result<> moveItem(const Path& source, const Path& destination) override;
   [[nodiscard]] Result<> removeItem(const Path& path) override;
+  [[nodiscard]] Result<std::unique_ptr<FileLock>> tryLock(const Path& path) override;
   bool clearLeftovers(const Path& path) override;
   [[nodiscard]] Result<> createDirectory(const Path& path, Intermediates intermediates) override;
 

@@ -51,6 +51,7 @@ class LinuxFileAppender : public FileAppender {
     if (!writeAll(file_.get(), bytes)) return fileFailure(FileAccess::write, errno, path_, "written");
     return {};
   }
+  Result<FileAttributes> attributes() override { return attributesOf(file_.get(), path_); }
 
  private:
   FileDescriptor file_;
@@ -132,6 +133,10 @@ Result<std::unique_ptr<FileAppender>> LinuxFileSystem::openForAppending(const Pa
   FileDescriptor file{usable ? ::open(usable->c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NONBLOCK) : -1};
   if (!file) return fileFailure(FileAccess::write, errno, path, "opened");
   return std::make_unique<LinuxFileAppender>(std::move(file), path);
+}
+
+Result<std::unique_ptr<FileLock>> LinuxFileSystem::tryLock(const Path& path) {
+  return tryFlock(path);
 }
 
 std::optional<std::int64_t> LinuxFileSystem::volumeAvailableCapacity(const Path& path) {

@@ -1,0 +1,64 @@
+#include "Base/POSIX/ItemLock.h"
+
+#include <fcntl.h>
+#include <mutex>
+#include <set>
+#include <sys/file.h>
+#include <utility>
+
+#include "Base/POSIX/FileTree.h"
+
+namespace installer {
+
+namespace {
+
+using LockedItem = std::pair<dev_t, ino_t>;
+
+struct LockedItems {
+  std::mutex mutex;
+  std::set<LockedItem> items;
+};
+
+LockedItems& lockedByUs() {
+  static auto* const instance = new LockedItems;  // not destroyed at exit: a worker may still hold a lock
+  return *instance;
+}
+
+std::optional<LockedItem> itemOf(int descriptor) {
+  struct stat status{};
+  if (::fstat(descriptor, &status) != 0) return std::nullopt;
+  return LockedItem{status.st_dev, status.st_ino};
+}
+
+}  // namespace
+
+std::optional<ItemLock> ItemLock::tryTake(const Path& path) {
+  const auto usable = usablePath(path);
+  FileDescriptor item{usable ? ::open(usable->c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1};
+  if (!item) return std::nullopt;
+  if (retryInterrupted([&] { return ::flock(item.get(), LOCK_EX | LOCK_NB); }) != 0) return std::nullopt;
+  return ItemLock{std::move(item)};
+}
+
+ItemLock::ItemLock(FileDescriptor locked) : locked_{std::move(locked)} {
+  const auto item = itemOf(locked_.get());
+  const std::lock_guard lock{lockedByUs().mutex};
+  if (item) lockedByUs().items.insert(*item);
+}
+
+// Unlocked and not only closed: a child between its fork and its exec still has the descriptor.
+ItemLock::~ItemLock() {
+  if (!locked_) return;
+  const auto item = itemOf(locked_.get());
+  const std::lock_guard lock{lockedByUs().mutex};
+  if (item) lockedByUs().items.erase(*item);
+  (void)::flock(locked_.get(), LOCK_UN);
+}
+
+bool isLockedByUs(int descriptor) {
+  const auto item = itemOf(descriptor);
+  const std::lock_guard lock{lockedByUs().mutex};
+  return item && lockedByUs().items.contains(*item);
+}
+
+}  // namespace installer

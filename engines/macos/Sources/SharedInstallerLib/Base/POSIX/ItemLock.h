@@ -1,0 +1,34 @@
+// Advisory locks of the kernel on files and folders, by flock(2).
+#pragma once
+
+#include <optional>
+#include <sys/stat.h>
+
+#include "Base/POSIX/FileDescriptor.h"
+#include "Base/Path.h"
+
+namespace installer {
+
+// One lock, released at destruction and by the kernel when the process ends. Any thread.
+class ItemLock {
+ public:
+  // Locks the item that `path` leads to, against every other lock of it. Absent with errno set: EWOULDBLOCK
+  // while another holder has it.
+  static std::optional<ItemLock> tryTake(const Path& path);
+
+  ItemLock(ItemLock&&) noexcept = default;
+  ItemLock& operator=(ItemLock&&) = delete;
+  ItemLock(const ItemLock&) = delete;
+  ItemLock& operator=(const ItemLock&) = delete;
+  ~ItemLock();
+
+ private:
+  explicit ItemLock(FileDescriptor locked);
+
+  FileDescriptor locked_;
+};
+
+// Does this process hold the lock of the open item? Then no other process that asks for locks works in it.
+bool isLockedByUs(int descriptor);
+
+}  // namespace installer
