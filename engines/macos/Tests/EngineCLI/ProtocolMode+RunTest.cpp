@@ -93,7 +93,7 @@ class OnlineRun : public ProtocolRun {
     const auto bytes = image(identifier, version);
     const auto folder = fmt::format("https://cdn.test/desksuite/apps/default/{}/mac/{}/dmg/latest/",
                                     rawValue(identifier), arch);
-    const Json meta{{"version", version}, {"destination", "p.dmg"}, {"checksum", sha256(bytes)}};
+    const Json meta{{"version", version}, {"destination", "p.dmg"}, {"checksum", test::sha256(bytes)}};
     machine.network.on(folder + "meta.json").answers(200, meta.dump());
     machine.network.on(folder + "p.dmg").answers(200, bytes).inPieces(600, 2s);
   }
