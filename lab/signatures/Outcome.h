@@ -6,6 +6,8 @@
 #include <string>
 #include <utility>
 
+#include "Base/Error.h"
+
 namespace lab {
 
 enum class FailureKind {
@@ -20,7 +22,7 @@ struct Failure {
 };
 
 template <class T>
-using Outcome = std::expected<T, Failure>;
+using Outcome = installer::Expected<T, Failure>;
 
 // An invalid outcome with a formatted reason.
 template <class... Arguments>

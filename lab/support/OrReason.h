@@ -6,11 +6,13 @@
 #include <string>
 #include <utility>
 
+#include "Base/Error.h"
+
 namespace lab {
 
 // The reason is one line without a full stop.
 template <class T = void>
-using OrReason = std::expected<T, std::string>;
+using OrReason = installer::Expected<T, std::string>;
 
 template <class... Arguments>
 std::unexpected<std::string> because(fmt::format_string<Arguments...> format, Arguments&&... arguments) {

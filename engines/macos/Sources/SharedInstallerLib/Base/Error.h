@@ -66,8 +66,17 @@ struct Error {
   }
 };
 
+// A std::expected that the compiler doesn't let a caller drop.
+template <class T, class E>
+class [[nodiscard]] Expected : public std::expected<T, E> {
+ public:
+  using std::expected<T, E>::expected;
+  Expected() = default;
+  Expected(std::expected<T, E> other) : std::expected<T, E>{std::move(other)} {}
+};
+
 template <class T = void>
-using Result = std::expected<T, Error>;
+using Result = Expected<T, Error>;
 
 inline std::unexpected<Error> failure(std::string_view domain, std::int64_t code, std::string description) {
   return std::unexpected(Error{std::string{domain}, code, std::move(description), nullptr});

@@ -25,7 +25,8 @@ TEST_F(SimulatedMachineTest, AttachesAnImageByItsBytes) {
   EXPECT_EQ(printed->at("system-entities").at(1).at("mount-point"), "/Volumes/A");
   EXPECT_EQ(machine.bundles.read("/Volumes/A/A.app")->bundleIdentifier(), "test.a");
   EXPECT_FALSE(machine.files.removeItem("/Volumes/A/A.app"));
-  machine.programs.run(machine.paths.hdiutil, {"detach", "/Volumes/A", "-force"}, CapturedOutput::none);
+  EXPECT_TRUE(
+      machine.programs.run(machine.paths.hdiutil, {"detach", "/Volumes/A", "-force"}, CapturedOutput::none));
   EXPECT_FALSE(machine.files.exists("/Volumes/A"));
   EXPECT_EQ(machine.images.history(), (Lines{"attach /Volumes/A", "detach /Volumes/A"}));
 }
