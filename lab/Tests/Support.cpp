@@ -1,7 +1,6 @@
 #include "Support.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -9,9 +8,9 @@
 #include <fstream>
 #include <sstream>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "Base/POSIX/Spawn.h"
 #include "diskimage/DiskImage.h"
 #include "support/Attributes.h"
 #include "support/Files.h"
@@ -25,25 +24,19 @@ fs::path newFolder() {
   return fs::canonical(name);
 }
 
-void redirect(const fs::path& file, int to) {
-  const int descriptor = open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600);
-  if (descriptor < 0 || dup2(descriptor, to) < 0) _exit(126);
+installer::FileDescriptor appending(const fs::path& file) {
+  return installer::FileDescriptor{open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600)};
 }
 
 }  // namespace
 
-Running::Running(const Words& command, const fs::path& output, const fs::path& diagnostics)
-    : process_(fork()) {
-  if (process_ != 0) return;
-  redirect(output, 1);
-  redirect(diagnostics, 2);
-  const int nothing = open("/dev/null", O_RDONLY);
-  if (dup2(nothing, 0) < 0) _exit(126);
-  std::vector<char*> arguments;
-  for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
-  arguments.push_back(nullptr);
-  execv(arguments[0], arguments.data());
-  _exit(127);
+Running::Running(const Words& command, const fs::path& output, const fs::path& diagnostics) {
+  const auto out = appending(output);
+  const auto errors = appending(diagnostics);
+  const auto started =
+      installer::spawn({command.front(), {command.begin() + 1, command.end()}, -1, out.get(), errors.get()});
+  if (!started) throw std::runtime_error(command.front());
+  process_ = *started;
 }
 
 Running::~Running() {
@@ -57,11 +50,7 @@ void Running::signal(int number) const {
 }
 
 int Running::wait() {
-  int status = 0;
-  while (waitpid(process_, &status, 0) < 0 && errno == EINTR) {
-  }
-  process_ = -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return installer::waitForExit(std::exchange(process_, -1));
 }
 
 FolderTest::FolderTest() : folder(newFolder()) {

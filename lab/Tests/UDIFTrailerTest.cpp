@@ -1,7 +1,7 @@
 #include <functional>
 
 #include "Support.h"
-#include "diskimage/UDIFTrailer.h"
+#include "support/UDIFTrailer.h"
 
 namespace lab {
 namespace {

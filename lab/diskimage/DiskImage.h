@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <string>
 
-#include "diskimage/UDIFTrailer.h"
 #include "support/OrReason.h"
+#include "support/UDIFTrailer.h"
 
 namespace lab {
 

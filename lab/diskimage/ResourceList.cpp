@@ -3,8 +3,6 @@
 #include <cstdlib>
 #include <memory>
 
-#include "plist/plist.h"
-
 namespace lab {
 namespace {
 
@@ -30,8 +28,13 @@ std::string resourceList(std::span<const BlockTable> tables) {
   }
   plist_t fork = plist_new_dict();
   plist_dict_set_item(fork, "blkx", blocks);
-  const std::unique_ptr<void, decltype(&plist_free)> root{plist_new_dict(), &plist_free};
-  plist_dict_set_item(root.get(), "resource-fork", fork);
+  plist_t root = plist_new_dict();
+  plist_dict_set_item(root, "resource-fork", fork);
+  return xmlOf(root);
+}
+
+std::string xmlOf(plist_t list) {
+  const std::unique_ptr<void, decltype(&plist_free)> root{list, &plist_free};
   char* text = nullptr;
   std::uint32_t length = 0;
   plist_to_xml(root.get(), &text, &length);

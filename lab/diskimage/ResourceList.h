@@ -4,10 +4,15 @@
 #include <span>
 #include <string>
 
+#include "plist/plist.h"
+
 #include "diskimage/BlockTable.h"
 
 namespace lab {
 
 std::string resourceList(std::span<const BlockTable> tables);
+
+// The list as XML. Frees it.
+std::string xmlOf(plist_t list);
 
 }  // namespace lab

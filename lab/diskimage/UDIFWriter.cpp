@@ -9,9 +9,9 @@
 #include "Base/POSIX/FileDescriptor.h"
 #include "diskimage/BlockTable.h"
 #include "diskimage/ResourceList.h"
-#include "diskimage/UDIFTrailer.h"
 #include "support/Files.h"
 #include "support/Interruption.h"
+#include "support/UDIFTrailer.h"
 
 namespace lab {
 namespace {

@@ -1,9 +1,6 @@
 #include "hdiutil/Report.h"
 
-#include <cstdlib>
-#include <memory>
-
-#include "plist/plist.h"
+#include "diskimage/ResourceList.h"
 
 namespace lab {
 namespace {
@@ -40,22 +37,12 @@ plist_t entities(const Mount& mount) {
   return array;
 }
 
-// Takes the tree over.
-std::string xml(plist_t tree) {
-  const std::unique_ptr<void, decltype(&plist_free)> root{tree, &plist_free};
-  char* text = nullptr;
-  std::uint32_t length = 0;
-  plist_to_xml(root.get(), &text, &length);
-  const std::unique_ptr<char, decltype(&std::free)> owner{text, &std::free};
-  return text == nullptr ? std::string{} : std::string{text, length};
-}
-
 }  // namespace
 
 std::string attachedList(const Mount& mount) {
   plist_t root = plist_new_dict();
   plist_dict_set_item(root, "system-entities", entities(mount));
-  return xml(root);
+  return xmlOf(root);
 }
 
 std::string attachedLines(const Mount& mount) {
@@ -74,7 +61,7 @@ std::string infoList(std::span<const Mount> mounts) {
   }
   plist_t root = plist_new_dict();
   plist_dict_set_item(root, "images", images);
-  return xml(root);
+  return xmlOf(root);
 }
 
 std::string infoLines(std::span<const Mount> mounts) {

@@ -104,9 +104,9 @@ int main(int argc, char** argv) {
     fmt::print("{}", usage);
     return 0;
   }
-  const auto root = lab::machineRoot();
-  if (!root) return failed(verb, root.error());
-  const auto table = lab::MountTable::open(*root / "Volumes");
+  const auto machine = lab::machine();
+  if (!machine) return failed(verb, machine.error());
+  const auto table = lab::MountTable::open(machine->volumes());
   if (!table) return failed(verb, table.error());
   if (verb == "attach") return attachImage(*table, words);
   if (verb == "detach" || verb == "eject") return detachImage(*table, words);

@@ -63,9 +63,9 @@ int main(int argc, char** argv) {
     fmt::print(stderr, "{}", usage);
     return 1;
   }
-  const auto root = lab::machineRoot();
-  if (!root) return complain(root.error());
-  ApplicationRegistry registry{lab::applicationRegistryOf(*root).string()};
+  const auto machine = lab::machine();
+  if (!machine) return complain(machine.error());
+  ApplicationRegistry registry{machine->applicationRegistry()};
   if (verb == "-dump") return dump(registry);
   int status = 0;
   for (std::size_t i = 1; i < words.size(); ++i) {

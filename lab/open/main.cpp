@@ -20,10 +20,10 @@ once more.
 
 // A bundle that is opened becomes known; that it couldn't be written down is no reason not to start it.
 void remember(const fs::path& bundle) {
-  const auto root = lab::machineRoot();
+  const auto machine = lab::machine();
   const auto identifier = lab::bundleString(bundle, "CFBundleIdentifier");
-  if (!root || !identifier) return;
-  installer::ApplicationRegistry registry{lab::applicationRegistryOf(*root).string()};
+  if (!machine || !identifier) return;
+  installer::ApplicationRegistry registry{machine->applicationRegistry()};
   const auto added = registry.add({bundle.string(), *identifier});
   if (!added) fmt::print(stderr, "open: {}\n", added.error().localizedDescription);
 }

@@ -4,41 +4,33 @@
 
 namespace lab {
 
-namespace {
-
-constexpr std::uint32_t kMagic = 0x6b6f6c79;
-constexpr std::uint32_t kVersion = 4;
-constexpr std::ptrdiff_t kSignatureLengthAt = 304;
-
-}  // namespace
-
 Bytes ImageTrailer::sealedBytes() const {
-  Bytes sealed = bytes;
-  std::fill_n(sealed.begin() + kSignatureLengthAt, 8, std::uint8_t{0});
+  Bytes sealed = stored;
+  std::fill_n(sealed.begin() + signatureLengthAt, 8, std::uint8_t{0});
   return sealed;
 }
 
 bool isUDIF(ByteView file) {
-  return file.size() >= kImageTrailerSize && be32(file, file.size() - kImageTrailerSize) == kMagic;
+  return file.size() >= UDIFTrailer::size &&
+         be32(file, file.size() - UDIFTrailer::size) == UDIFTrailer::magic;
 }
 
 Outcome<ImageTrailer> readImageTrailer(ByteView file) {
   if (!isUDIF(file)) return refuse("file has no disk image trailer");
-  const std::uint64_t trailerAt = file.size() - kImageTrailerSize;
-  const ByteView bytes = *slice(file, trailerAt, kImageTrailerSize);
-  if (be32(bytes, 4) != kVersion || be32(bytes, 8) != kImageTrailerSize)
+  const std::uint64_t trailerAt = file.size() - UDIFTrailer::size;
+  const ByteView bytes = *slice(file, trailerAt, UDIFTrailer::size);
+  if (be32(bytes, 4) != UDIFTrailer::version || be32(bytes, 8) != UDIFTrailer::size)
     return refuse("disk image trailer is of an unknown version");
-  ImageTrailer trailer{copyOf(bytes),     *be64(bytes, 24),  *be64(bytes, 32), *be64(bytes, 216),
-                       *be64(bytes, 224), *be64(bytes, 296), *be64(bytes, 304)};
+  const ImageTrailer trailer{UDIFTrailer::decode(bytes.data()), copyOf(bytes)};
   const ByteView front = file.first(static_cast<std::size_t>(trailerAt));
   if (!slice(front, trailer.dataForkOffset, trailer.dataForkLength) ||
-      !slice(front, trailer.propertyListOffset, trailer.propertyListLength)) {
+      !slice(front, trailer.plistOffset, trailer.plistLength)) {
     return refuse("disk image trailer points outside the image");
   }
   if (!trailer.isSigned()) return trailer;
   if (!slice(front, trailer.signatureOffset, trailer.signatureLength) ||
       trailer.signatureOffset + trailer.signatureLength != trailerAt ||
-      trailer.propertyListOffset + trailer.propertyListLength != trailer.signatureOffset) {
+      trailer.plistOffset + trailer.plistLength != trailer.signatureOffset) {
     return refuse("disk image signature doesn't stand between property list and trailer");
   }
   if (!slice(front.first(static_cast<std::size_t>(trailer.signatureOffset)), trailer.dataForkOffset,

@@ -3,19 +3,12 @@
 
 #include "Bytes.h"
 #include "Outcome.h"
+#include "support/UDIFTrailer.h"
 
 namespace lab {
 
-inline constexpr std::uint64_t kImageTrailerSize = 512;
-
-struct ImageTrailer {
-  Bytes bytes;  // the 512 bytes as they stand
-  std::uint64_t dataForkOffset = 0;
-  std::uint64_t dataForkLength = 0;
-  std::uint64_t propertyListOffset = 0;
-  std::uint64_t propertyListLength = 0;
-  std::uint64_t signatureOffset = 0;  // 0 together with the length when the image isn't signed
-  std::uint64_t signatureLength = 0;
+struct ImageTrailer : UDIFTrailer {
+  Bytes stored;  // the 512 bytes as they stand
 
   bool isSigned() const { return signatureLength != 0; }
 

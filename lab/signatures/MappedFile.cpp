@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <utility>
 
 #include "Base/POSIX/FileDescriptor.h"
@@ -48,15 +47,6 @@ MappedFile& MappedFile::operator=(MappedFile&& other) noexcept {
 
 MappedFile::~MappedFile() {
   if (data_ != nullptr) ::munmap(const_cast<std::uint8_t*>(data_), size_);
-}
-
-std::optional<Bytes> MappedFile::attribute(const std::filesystem::path& path, const std::string& name) {
-  const ssize_t size = ::lgetxattr(path.c_str(), name.c_str(), nullptr, 0);
-  if (size < 0) return std::nullopt;
-  Bytes value(static_cast<std::size_t>(size));
-  const ssize_t got = ::lgetxattr(path.c_str(), name.c_str(), value.data(), value.size());
-  if (got != size) return std::nullopt;
-  return value;
 }
 
 }  // namespace lab

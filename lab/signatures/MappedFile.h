@@ -25,9 +25,6 @@ class MappedFile {
 
   ByteView bytes() const { return {data_, size_}; }
 
-  // The value of the file's extended attribute `name`; absent when there is none.
-  static std::optional<Bytes> attribute(const std::filesystem::path& path, const std::string& name);
-
  private:
   MappedFile(const std::uint8_t* data, std::size_t size) : data_(data), size_(size) {}
 

@@ -1,9 +1,10 @@
 #include "PropertyList.h"
 
 #include <algorithm>
-#include <map>
 #include <memory>
 #include <plist/plist.h>
+
+#include "Base/POSIX/PropertyListBounds.h"
 
 namespace lab {
 
@@ -13,82 +14,6 @@ constexpr int kDeepestContainer = 64;
 constexpr std::size_t kLargest = std::size_t{64} << 20U;
 // Of one dictionary: more files than any bundle seals.
 constexpr std::size_t kMostKeys = 250'000;
-
-// What the binary form would unfold into. One object may be referred to from many places, so a few
-// bytes can stand for any number of values; the reader below would build them all.
-class BinaryCensus {
- public:
-  explicit BinaryCensus(ByteView bytes) : bytes_(bytes) {}
-
-  bool isBounded() {
-    if (bytes_.size() < 40) return false;
-    const ByteView trailer = bytes_.last(32);
-    offsetSize_ = trailer[6];
-    referenceSize_ = trailer[7];
-    count_ = *be64(trailer, 8);
-    tableAt_ = *be64(trailer, 24);
-    const bool sane = isWidth(offsetSize_) && isWidth(referenceSize_) && count_ > 0 &&
-                      count_ <= bytes_.size() && slice(bytes_, tableAt_, count_ * offsetSize_);
-    return sane && unfolded(*be64(trailer, 16), 0) <= limit();
-  }
-
- private:
-  static bool isWidth(std::uint8_t size) { return size == 1 || size == 2 || size == 4 || size == 8; }
-  std::uint64_t limit() const { return std::min(bytes_.size() + 1000, 8 * kMostKeys); }
-
-  std::optional<std::uint64_t> number(std::uint64_t at, std::uint64_t size) const {
-    const auto field = slice(bytes_, at, size);
-    if (!field || size > 8) return std::nullopt;
-    std::uint64_t value = 0;
-    for (const std::uint8_t byte : *field) value = value << 8U | byte;
-    return value;
-  }
-
-  // Values below the object and itself; anything malformed, cyclic or too deep counts as beyond the limit.
-  std::uint64_t unfolded(std::uint64_t object, int depth) {
-    const std::uint64_t beyond = limit() + 1;
-    if (object >= count_ || depth > kDeepestContainer) return beyond;
-    const auto [known, isNew] = sums_.emplace(object, beyond);  // met again below itself: a cycle
-    if (!isNew) return known->second;
-    const auto at = number(tableAt_ + object * offsetSize_, offsetSize_);
-    if (!at || *at >= bytes_.size()) return beyond;
-    const std::uint8_t kind = bytes_[static_cast<std::size_t>(*at)] >> 4U;
-    std::uint64_t sum = 1;
-    if (kind == 0xA || kind == 0xC || kind == 0xD) sum = unfoldedBelow(*at, kind == 0xD, depth);
-    sums_[object] = sum;
-    return sum;
-  }
-
-  std::uint64_t unfoldedBelow(std::uint64_t at, bool isDictionary, int depth) {
-    const std::uint64_t beyond = limit() + 1;
-    std::uint64_t count = bytes_[static_cast<std::size_t>(at)] & 0xFU;
-    std::uint64_t firstReference = at + 1;
-    if (count == 0xF) {
-      const auto marker = number(at + 1, 1);
-      if (!marker || *marker >> 4U != 1 || (*marker & 0xFU) > 3) return beyond;
-      const std::uint64_t size = std::uint64_t{1} << (*marker & 0xFU);
-      const auto longCount = number(at + 2, size);
-      if (!longCount) return beyond;
-      count = *longCount;
-      firstReference = at + 2 + size;
-    }
-    if (count > bytes_.size()) return beyond;
-    if (isDictionary) count *= 2;
-    if (!slice(bytes_, firstReference, count * referenceSize_)) return beyond;
-    std::uint64_t sum = 1;
-    for (std::uint64_t i = 0; i < count && sum < beyond; ++i) {
-      sum += unfolded(*number(firstReference + i * referenceSize_, referenceSize_), depth + 1);
-    }
-    return sum;
-  }
-
-  ByteView bytes_;
-  std::uint8_t offsetSize_ = 0;
-  std::uint8_t referenceSize_ = 0;
-  std::uint64_t count_ = 0;
-  std::uint64_t tableAt_ = 0;
-  std::map<std::uint64_t, std::uint64_t> sums_;
-};
 
 // Bounds what the XML form costs before the parser sees it: the parser recurses into containers, looks
 // through a dictionary's other keys for every key, and moves the rest of a text at every entity in it.
@@ -225,7 +150,8 @@ Outcome<PropertyList> PropertyList::read(ByteView bytes) {
   const std::string text = textOf(bytes);
   const auto size = static_cast<std::uint32_t>(text.size());
   const bool isBinary = text.starts_with("bplist");
-  if (isBinary && !BinaryCensus(bytes).isBounded())
+  const std::size_t mostValues = std::min(text.size() + 1000, 8 * kMostKeys);
+  if (isBinary && !installer::isBoundedBinaryPropertyList(text, kDeepestContainer, mostValues))
     return refuse("binary property list is malformed or unfolds without bound");
   if (!isBinary && !XMLCensus(text).isBounded())
     return refuse("property list is nested too deeply or takes too long to read");

@@ -5,6 +5,7 @@
 
 #include "Digest.h"
 #include "MappedFile.h"
+#include "support/Attributes.h"
 
 namespace lab {
 
@@ -210,9 +211,8 @@ Outcome<void> checkResources(const ResourceScope& scope, const NestedCheck& chec
 }
 
 Outcome<void> checkSideband(const fs::path& file) {
-  // Extended attributes of another system stand in the namespace that users may write.
-  for (const char* name : {"user.com.apple.ResourceFork", "user.com.apple.FinderInfo"}) {
-    if (MappedFile::attribute(file, name))
+  for (const char* name : {"com.apple.ResourceFork", "com.apple.FinderInfo"}) {
+    if (attribute(file, name).value_or(std::nullopt))
       return refuse("a resource fork or Finder information isn't allowed: {}", printable(file.string()));
   }
   return {};

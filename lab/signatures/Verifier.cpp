@@ -6,6 +6,7 @@
 #include "MachO.h"
 #include "MappedFile.h"
 #include "SuperBlob.h"
+#include "support/Attributes.h"
 
 namespace lab {
 
@@ -128,9 +129,8 @@ Outcome<CodeReport> Verifier::plainFile(const std::filesystem::path& path, ByteV
        {kFirstAlternateSlot + 4, "com.apple.cs.CodeRequirements-5"}}};
   std::map<std::uint32_t, Bytes> values;
   for (const auto& [slot, name] : kAttributes) {
-    // Extended attributes of another system stand in the namespace that users may write.
-    if (auto value = MappedFile::attribute(path, std::string("user.") + name))
-      values[slot] = std::move(*value);
+    if (const auto value = attribute(path, name).value_or(std::nullopt))
+      values[slot] = copyOf(viewOf(*value));
   }
   if (!values.contains(kCodeDirectorySlot)) return notSigned();
   std::map<std::uint32_t, ByteView> blobs(values.begin(), values.end());

@@ -1,8 +1,8 @@
 #include "Signer.h"
 
 #include <array>
-#include <fstream>
 
+#include "Base/POSIX/WholeFile.h"
 #include "ImageTrailer.h"
 #include "MachO.h"
 #include "MachOWriter.h"
@@ -18,13 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kSignatureOffsetAt = 296;
-constexpr std::size_t kSignatureLengthAt = 304;
-
-void putBig64(Bytes& bytes, std::size_t at, std::uint64_t value) {
-  for (unsigned i = 0; i < 8; ++i) bytes[at + i] = static_cast<std::uint8_t>(value >> (56 - 8 * i));
-}
-
 std::unexpected<Failure> cantWrite(const fs::path& path) {
   return std::unexpected(Failure{"can't write " + path.string(), FailureKind::unreadable});
 }
@@ -39,16 +32,9 @@ SigningOptions forNested(SigningOptions options) {
 }  // namespace
 
 Outcome<void> replaceFile(const fs::path& path, ByteView content) {
-  const fs::path beside = path.string() + ".signing";
-  std::ofstream stream(beside, std::ios::binary | std::ios::trunc);
-  stream.write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
-  stream.close();
-  if (!stream) return cantWrite(beside);
-  std::error_code error;
-  const fs::file_status old = fs::status(path, error);
-  if (fs::exists(old)) fs::permissions(beside, old.permissions(), error);
-  fs::rename(beside, path, error);
-  return error ? cantWrite(path) : Outcome<void>{};
+  if (installer::replaceFile(path.string(), {reinterpret_cast<const char*>(content.data()), content.size()}))
+    return {};
+  return cantWrite(path);
 }
 
 Outcome<void> Signer::sign(const fs::path& path) const {
@@ -121,20 +107,20 @@ Outcome<Bytes> Signer::slice(ByteView bytes, const std::string& identifier,
 Outcome<Bytes> Signer::diskImage(ByteView bytes, const std::string& identifier) const {
   const auto trailer = readImageTrailer(bytes);
   if (!trailer) return handOn(trailer);
-  const std::uint64_t end = trailer->propertyListOffset + trailer->propertyListLength;
+  const std::uint64_t end = trailer->plistOffset + trailer->plistLength;
   const std::uint64_t contentEnd =
-      trailer->isSigned() ? trailer->signatureOffset : bytes.size() - kImageTrailerSize;
+      trailer->isSigned() ? trailer->signatureOffset : bytes.size() - UDIFTrailer::size;
   if (end != contentEnd) return refuse("the image's property list doesn't stand in front of its trailer");
-  Bytes newTrailer = trailer->bytes;
-  putBig64(newTrailer, kSignatureOffsetAt, end);
-  putBig64(newTrailer, kSignatureLengthAt, 0);
+  Bytes newTrailer = trailer->stored;
+  storeBig<std::uint64_t>(newTrailer.data() + UDIFTrailer::signatureOffsetAt, end);
+  storeBig<std::uint64_t>(newTrailer.data() + UDIFTrailer::signatureLengthAt, 0);
   const SigningSubject subject{identifier, bytes.first(static_cast<std::size_t>(end)),
                                0,          {{kRepresentationSlot, newTrailer}},
                                0,          false};
   const auto blobs = makeSignature(subject, identity_, options_);
   if (!blobs) return handOn(blobs);
   const Bytes signature = superBlobOf(*blobs);
-  putBig64(newTrailer, kSignatureLengthAt, signature.size());
+  storeBig<std::uint64_t>(newTrailer.data() + UDIFTrailer::signatureLengthAt, signature.size());
   Bytes result = copyOf(subject.code);
   result.insert(result.end(), signature.begin(), signature.end());
   result.insert(result.end(), newTrailer.begin(), newTrailer.end());

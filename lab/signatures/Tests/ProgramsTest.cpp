@@ -806,9 +806,9 @@ TEST_F(Programs, EveryRegionOfAnImageIsChecked) {
   const fs::path image = signedImage();
   const Bytes good = contentOf(image);
   const ImageTrailer trailer = readImageTrailer(good).value();
-  const std::uint64_t trailerAt = good.size() - kImageTrailerSize;
+  const std::uint64_t trailerAt = good.size() - UDIFTrailer::size;
   for (const std::uint64_t offset :
-       {std::uint64_t{0}, trailer.dataForkLength - 1, trailer.propertyListOffset, trailer.signatureOffset - 1,
+       {std::uint64_t{0}, trailer.dataForkLength - 1, trailer.plistOffset, trailer.signatureOffset - 1,
         trailer.signatureOffset + 200, trailerAt + 12, trailerAt + 80, trailerAt + 303, trailerAt + 311,
         trailerAt + 500}) {
     writeFile(image, good);

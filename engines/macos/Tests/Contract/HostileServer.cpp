@@ -1,15 +1,13 @@
 #include "Contract/HostileServer.h"
 
-#include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <openssl/sha.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
+
+#include "Base/POSIX/MessageDigest.h"
 
 namespace installer::test {
 
@@ -32,27 +30,20 @@ HostileServer::HostileServer(const nlohmann::json& paths, const nlohmann::json& 
   const auto plan = folder_ / "plan.json";
   std::ofstream{plan} << nlohmann::json{{"paths", paths}, {"hosts", hosts}};
 
-  int input[2];
-  int output[2];
-  EXPECT_EQ(pipe2(input, O_CLOEXEC), 0);
-  EXPECT_EQ(pipe2(output, O_CLOEXEC), 0);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, input[0], 0);
-  posix_spawn_file_actions_adddup2(&actions, output[1], 1);
-  std::vector<std::string> words{"python3", script, "--folder", folder_.path(),
-                                 "--names", names,  "--script", plan};
-  std::vector<char*> arguments;
-  for (auto& word : words) arguments.push_back(word.data());
-  arguments.push_back(nullptr);
-  EXPECT_EQ(posix_spawn(&child_, "/usr/bin/python3", &actions, nullptr, arguments.data(), environ), 0);
-  posix_spawn_file_actions_destroy(&actions);
-  close(input[0]);
-  close(output[1]);
-  input_ = input[1];
+  Pipe input = makePipe();
+  Pipe output = makePipe();
+  const auto child = spawn({"/usr/bin/python3",
+                            {script, "--folder", folder_.path(), "--names", names, "--script", plan},
+                            input.reading.get(),
+                            output.writing.get(),
+                            STDERR_FILENO});
+  EXPECT_TRUE(child);
+  if (!child) return;
+  child_ = *child;
+  output.writing.reset();
+  input_ = std::move(input.writing);
 
-  const auto ready = nlohmann::json::parse(readLine(output[0]), nullptr, false);
-  close(output[0]);
+  const auto ready = nlohmann::json::parse(readLine(output.reading.get()), nullptr, false);
   EXPECT_TRUE(ready.is_object()) << "hostile_cdn.py didn't start";
   if (!ready.is_object()) return;
   port_ = ready.at("port").get<int>();
@@ -64,10 +55,9 @@ HostileServer::~HostileServer() {
 }
 
 void HostileServer::stop() {
-  if (input_ < 0) return;
-  close(input_);
-  input_ = -1;
-  waitpid(child_, nullptr, 0);
+  if (!input_) return;
+  input_.reset();
+  (void)waitForExit(child_);
 }
 
 LinuxHostSettings HostileServer::settings() const {
@@ -101,9 +91,9 @@ std::string hostilePattern(std::size_t count, int seed) {
   std::string block;
   for (int index = 0; index < 256; ++index) {
     const auto text = fmt::format("{}:{}", seed, index);
-    unsigned char digest[SHA256_DIGEST_LENGTH];
-    SHA256(reinterpret_cast<const unsigned char*>(text.data()), text.size(), digest);
-    block.append(reinterpret_cast<const char*>(digest), sizeof digest);
+    MessageDigest digest;
+    digest.update(text);
+    std::ranges::copy(digest.finish(), std::back_inserter(block));
   }
   std::string bytes;
   while (bytes.size() < count) bytes += block;

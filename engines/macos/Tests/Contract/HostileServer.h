@@ -8,7 +8,9 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "Base/POSIX/FileDescriptor.h"
 #include "Base/POSIX/LinuxHostSettings.h"
+#include "Base/POSIX/Spawn.h"
 #include "Contract/LinuxTestFolder.h"
 
 namespace installer::test {
@@ -39,7 +41,7 @@ class HostileServer {
  private:
   LinuxTestFolder folder_;
   pid_t child_ = 0;
-  int input_ = -1;
+  FileDescriptor input_;
   int port_ = 0;
   std::string authority_;
 

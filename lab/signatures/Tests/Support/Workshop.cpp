@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "Base/POSIX/Spawn.h"
 #include "BlobWriter.h"
 #include "MappedFile.h"
 #include "Signer.h"
@@ -30,35 +31,21 @@ std::vector<std::string> assessing(const fs::path& path) {
   return {"--assess", "--type", "open", "-vvv", "--context", "context:primary-signature", path.string()};
 }
 
-[[noreturn]] void become(const fs::path& program, const std::vector<std::string>& arguments, int output) {
-  ::dup2(output, STDOUT_FILENO);
-  ::dup2(output, STDERR_FILENO);
-  std::vector<std::string> words{program.string()};
-  words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<char*> pointers;
-  for (std::string& word : words) pointers.push_back(word.data());
-  pointers.push_back(nullptr);
-  ::execv(program.c_str(), pointers.data());
-  ::_exit(126);
-}
-
 const fs::path kHost = SIGNATURE_TESTS_HOST;
 
 }  // namespace
 
 ProgramResult runProgram(const fs::path& program, const std::vector<std::string>& arguments) {
-  std::array<int, 2> ends{};
-  if (::pipe(ends.data()) != 0) return {};
-  const pid_t child = ::fork();
-  if (child == 0) become(program, arguments, ends[1]);
-  ::close(ends[1]);
+  installer::Pipe pipe = installer::makePipe();
+  const auto child =
+      installer::spawn({program.string(), arguments, -1, pipe.writing.get(), pipe.writing.get()});
+  if (!child) return {};
+  pipe.writing.reset();
   ProgramResult result;
   std::array<char, 4096> buffer{};
-  for (ssize_t got = 0; (got = ::read(ends[0], buffer.data(), buffer.size())) > 0;)
+  for (ssize_t got = 0; (got = ::read(pipe.reading.get(), buffer.data(), buffer.size())) > 0;)
     result.text.append(buffer.data(), static_cast<std::size_t>(got));
-  ::close(ends[0]);
-  int status = 0;
-  if (::waitpid(child, &status, 0) == child && WIFEXITED(status)) result.status = WEXITSTATUS(status);
+  result.status = installer::waitForExit(*child);
   return result;
 }
 

@@ -24,18 +24,21 @@ std::uint64_t bigEndian(std::string_view bytes) {
 // The offset table and the references of a binary property list, every access tested.
 class BinaryOutline {
  public:
-  explicit BinaryOutline(std::string_view bytes) : bytes_{bytes} {}
+  BinaryOutline(std::string_view bytes, std::size_t mostDepth, std::size_t mostValues)
+      : bytes_{bytes}, mostDepth_{mostDepth}, mostValues_{mostValues} {}
 
   bool isBounded() {
     if (!readTrailer()) return false;
     weights_.assign(objects_, 0);
-    return weigh(top_, 0) <= PropertyListBounds::values;
+    return weigh(top_, 0) <= mostValues_;
   }
 
  private:
   static constexpr std::uint64_t beingWeighed = unbounded;
 
   std::string_view bytes_;
+  std::size_t mostDepth_;
+  std::size_t mostValues_;
   std::size_t offsetSize_ = 0;
   std::size_t referenceSize_ = 0;
   std::uint64_t objects_ = 0;
@@ -95,7 +98,7 @@ class BinaryOutline {
 
   // How many values the object expands to; `unbounded` when it is malformed, part of a cycle or too deep.
   std::uint64_t weigh(std::uint64_t object, std::size_t depth) {
-    if (object >= objects_ || depth > PropertyListBounds::depth) return unbounded;
+    if (object >= objects_ || depth > mostDepth_) return unbounded;
     if (weights_[object] != 0) return weights_[object];
     const auto container = containerAt(bigEndian(bytes_.substr(table_ + object * offsetSize_, offsetSize_)));
     if (!container) return unbounded;
@@ -104,9 +107,9 @@ class BinaryOutline {
     for (std::uint64_t index = 0; index < container->count; ++index) {
       const auto reference = bytes_.substr(container->references + index * referenceSize_, referenceSize_);
       const std::uint64_t weight = weigh(bigEndian(reference), depth + 1);
-      if (weight > PropertyListBounds::values) return unbounded;
+      if (weight > mostValues_) return unbounded;
       sum += weight;
-      if (sum > PropertyListBounds::values) return unbounded;
+      if (sum > mostValues_) return unbounded;
     }
     return weights_[object] = sum;
   }
@@ -208,8 +211,8 @@ bool isInAnotherEncoding(std::string_view text) {
 
 }  // namespace
 
-bool isBoundedBinaryPropertyList(std::string_view bytes) {
-  return BinaryOutline{bytes}.isBounded();
+bool isBoundedBinaryPropertyList(std::string_view bytes, std::size_t depth, std::size_t values) {
+  return BinaryOutline{bytes, depth, values}.isBounded();
 }
 
 bool isBoundedXMLPropertyList(std::string_view bytes) {

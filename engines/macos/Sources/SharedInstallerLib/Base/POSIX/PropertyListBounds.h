@@ -18,7 +18,8 @@ constexpr std::string_view kBinaryPropertyListMagic = "bplist00";
 
 // True when the binary list `bytes` is well-formed as far as its offsets and references go, has no cycle and
 // stays within the bounds once every reference is followed.
-bool isBoundedBinaryPropertyList(std::string_view bytes);
+bool isBoundedBinaryPropertyList(std::string_view bytes, std::size_t depth = PropertyListBounds::depth,
+                                 std::size_t values = PropertyListBounds::values);
 
 // True when the XML list `bytes`, in UTF-8 or UTF-16, has no more containers than allowed and none too deep.
 // False also for what two parsers could read differently: another encoding, attributes, a document type of

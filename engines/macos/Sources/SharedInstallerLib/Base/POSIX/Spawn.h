@@ -21,7 +21,7 @@ struct SpawnRequest {
   int errorOutput = -1;
   // In a group of its own a Ctrl-C at the terminal doesn't reach the child.
   enum class Group { own, shared } group = Group::own;
-  std::vector<std::string> extraEnvironment;  // "NAME=value", put before what the process has
+  std::vector<std::string> extraEnvironment{};  // "NAME=value", put before what the process has
 };
 
 // The child's process identifier, to be waited for by the caller; or the errno of a start that failed, and

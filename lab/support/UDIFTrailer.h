@@ -12,6 +12,10 @@ namespace lab {
 
 struct UDIFTrailer {
   static constexpr std::size_t size = 512;
+  static constexpr std::uint32_t magic = 0x6b6f6c79;  // "koly"
+  static constexpr std::uint32_t version = 4;
+  static constexpr std::ptrdiff_t signatureOffsetAt = 296;
+  static constexpr std::ptrdiff_t signatureLengthAt = 304;
   using Block = std::array<std::uint8_t, size>;
 
   std::uint64_t dataForkOffset = 0;
@@ -30,6 +34,9 @@ struct UDIFTrailer {
   // The trailer of a file of `fileSize` bytes. Fails when these aren't a trailer, or when it speaks of bytes
   // that lie outside the file before it.
   static OrReason<UDIFTrailer> parse(const Block& block, std::uint64_t fileSize);
+
+  // What the `size` bytes at `block` say, as it stands there.
+  static UDIFTrailer decode(const std::uint8_t* block);
 };
 
 }  // namespace lab

@@ -1,11 +1,10 @@
-#include "diskimage/UDIFTrailer.h"
+#include "support/UDIFTrailer.h"
 
 #include <algorithm>
 
 namespace lab {
 namespace {
 
-constexpr std::uint32_t kKoly = 0x6b6f6c79;  // "koly"
 constexpr std::uint32_t crc32Type = 2;
 
 void storeChecksum(std::uint8_t* to, std::uint32_t crc) {
@@ -23,8 +22,8 @@ bool inside(std::uint64_t offset, std::uint64_t length, std::uint64_t end) {
 UDIFTrailer::Block UDIFTrailer::bytes() const {
   Block block{};
   std::uint8_t* at = block.data();
-  storeBig<std::uint32_t>(at, kKoly);
-  storeBig<std::uint32_t>(at + 4, 4);
+  storeBig<std::uint32_t>(at, magic);
+  storeBig(at + 4, version);
   storeBig<std::uint32_t>(at + 8, size);
   storeBig<std::uint32_t>(at + 12, 1);  // flattened: everything is in this one file
   storeBig(at + 24, dataForkOffset);
@@ -35,8 +34,8 @@ UDIFTrailer::Block UDIFTrailer::bytes() const {
   storeChecksum(at + 80, dataChecksum);
   storeBig(at + 216, plistOffset);
   storeBig(at + 224, plistLength);
-  storeBig(at + 296, signatureOffset);
-  storeBig(at + 304, signatureLength);
+  storeBig(at + signatureOffsetAt, signatureOffset);
+  storeBig(at + signatureLengthAt, signatureLength);
   storeChecksum(at + 352, masterChecksum);
   storeBig<std::uint32_t>(at + 488, 1);  // a whole device, not one partition
   storeBig(at + 492, sectorCount);
@@ -45,21 +44,11 @@ UDIFTrailer::Block UDIFTrailer::bytes() const {
 
 OrReason<UDIFTrailer> UDIFTrailer::parse(const Block& block, std::uint64_t fileSize) {
   const std::uint8_t* at = block.data();
-  if (fileSize < size || loadBig<std::uint32_t>(at) != kKoly) return because("it has no UDIF trailer");
-  if (loadBig<std::uint32_t>(at + 4) != 4 || loadBig<std::uint32_t>(at + 8) != size) {
+  if (fileSize < size || loadBig<std::uint32_t>(at) != magic) return because("it has no UDIF trailer");
+  if (loadBig<std::uint32_t>(at + 4) != version || loadBig<std::uint32_t>(at + 8) != size) {
     return because("its UDIF trailer is of an unknown version");
   }
-  UDIFTrailer trailer;
-  trailer.dataForkOffset = loadBig<std::uint64_t>(at + 24);
-  trailer.dataForkLength = loadBig<std::uint64_t>(at + 32);
-  std::copy_n(at + 64, 16, trailer.segmentID.begin());
-  trailer.dataChecksum = loadBig<std::uint32_t>(at + 88);
-  trailer.plistOffset = loadBig<std::uint64_t>(at + 216);
-  trailer.plistLength = loadBig<std::uint64_t>(at + 224);
-  trailer.signatureOffset = loadBig<std::uint64_t>(at + 296);
-  trailer.signatureLength = loadBig<std::uint64_t>(at + 304);
-  trailer.masterChecksum = loadBig<std::uint32_t>(at + 360);
-  trailer.sectorCount = loadBig<std::uint64_t>(at + 492);
+  const UDIFTrailer trailer = decode(at);
   const std::uint64_t end = fileSize - size;
   if (!inside(trailer.dataForkOffset, trailer.dataForkLength, end) ||
       !inside(trailer.plistOffset, trailer.plistLength, end) ||
@@ -67,6 +56,21 @@ OrReason<UDIFTrailer> UDIFTrailer::parse(const Block& block, std::uint64_t fileS
     return because("its UDIF trailer points outside the file");
   }
   if (trailer.plistLength == 0) return because("its UDIF trailer names no property list");
+  return trailer;
+}
+
+UDIFTrailer UDIFTrailer::decode(const std::uint8_t* at) {
+  UDIFTrailer trailer;
+  trailer.dataForkOffset = loadBig<std::uint64_t>(at + 24);
+  trailer.dataForkLength = loadBig<std::uint64_t>(at + 32);
+  std::copy_n(at + 64, 16, trailer.segmentID.begin());
+  trailer.dataChecksum = loadBig<std::uint32_t>(at + 88);
+  trailer.plistOffset = loadBig<std::uint64_t>(at + 216);
+  trailer.plistLength = loadBig<std::uint64_t>(at + 224);
+  trailer.signatureOffset = loadBig<std::uint64_t>(at + signatureOffsetAt);
+  trailer.signatureLength = loadBig<std::uint64_t>(at + signatureLengthAt);
+  trailer.masterChecksum = loadBig<std::uint32_t>(at + 360);
+  trailer.sectorCount = loadBig<std::uint64_t>(at + 492);
   return trailer;
 }
 
