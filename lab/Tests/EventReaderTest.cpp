@@ -1,3 +1,5 @@
+#include <fmt/format.h>
+
 #include "Support.h"
 #include "eventreader/Board.h"
 #include "eventreader/EventSummary.h"
@@ -26,27 +28,61 @@ AppStep stepIn(const char* line) {
 }
 
 TEST(Board, FollowsAnAppFromStageToResult) {
-  Board board{Colours::off};
-  EXPECT_TRUE(
-      board.apply(stepIn(R"({"type":"stage","app":"brenna","stage":"download","index":1,"total":2})")));
-  EXPECT_FALSE(board.apply(stepIn(
-      R"({"type":"progress","app":"brenna","percent":50,"indeterminate":false,"detailArgs":{"downloadedBytes":1500000,"totalBytes":3000000}})")));
+  Board board{Look::plain};
+  EXPECT_TRUE(board.apply(stepIn(R"({"type":"stage","app":"brenna","stage":"download","index":1,"total":2})"),
+                          Moment{}));
+  EXPECT_FALSE(board.apply(
+      stepIn(
+          R"({"type":"progress","app":"brenna","percent":50,"indeterminate":false,"detailArgs":{"downloadedBytes":1500000,"totalBytes":3000000}})"),
+      Moment{}));
   EXPECT_THAT(board.lines(100),
               ElementsAre("brenna     [############............]  50%  download  1.5 of 3.0 MB"));
-  EXPECT_TRUE(board.apply(stepIn(R"({"type":"stage","app":"tolvi","stage":"verify"})")));
-  EXPECT_FALSE(board.apply(stepIn(R"({"type":"progress","app":"tolvi","percent":0,"indeterminate":true})")));
-  EXPECT_TRUE(board.apply(stepIn(
-      R"({"type":"app-result","app":"brenna","status":"installed","errorCode":null,"installedVersion":"2.0"})")));
+  EXPECT_TRUE(board.apply(stepIn(R"({"type":"stage","app":"tolvi","stage":"verify"})"), Moment{}));
+  EXPECT_FALSE(
+      board.apply(stepIn(R"({"type":"progress","app":"tolvi","percent":0,"indeterminate":true})"), Moment{}));
   EXPECT_TRUE(board.apply(
-      stepIn(R"({"type":"app-result","app":"tolvi","status":"failed","errorCode":"VERIFY_FAILED"})")));
-  EXPECT_THAT(board.lines(100), ElementsAre("brenna     [========================] installed 2.0",
-                                            "tolvi      [------------------------] failed VERIFY_FAILED"));
+      stepIn(
+          R"({"type":"app-result","app":"brenna","status":"installed","errorCode":null,"installedVersion":"2.0"})"),
+      Moment{}));
+  EXPECT_TRUE(board.apply(
+      stepIn(R"({"type":"app-result","app":"tolvi","status":"failed","errorCode":"VERIFY_FAILED"})"),
+      Moment{}));
+  EXPECT_THAT(
+      board.lines(100),
+      ElementsAre("brenna     [========================] installed 2.0",
+                  "tolvi      [------------------------] failed: The package is damaged. (VERIFY_FAILED)"));
+}
+
+TEST(Board, GivesTheRateOnceItIsMeasured) {
+  using namespace std::chrono_literals;
+  Board board{Look::plain};
+  const auto at = [&](std::chrono::milliseconds time, int megabytesDone) {
+    board.apply(
+        stepIn(
+            fmt::format(
+                R"({{"type":"progress","app":"rulo","percent":10,"detailArgs":{{"downloadedBytes":{}000000,"totalBytes":90000000}}}})",
+                megabytesDone)
+                .c_str()),
+        Moment{time});
+    return board.lines(100).front();
+  };
+  EXPECT_THAT(at(0ms, 10), testing::EndsWith("10.0 of 90.0 MB"));
+  EXPECT_THAT(at(100ms, 11), testing::EndsWith("11.0 of 90.0 MB"));
+  EXPECT_THAT(at(2000ms, 14), testing::EndsWith("14.0 of 90.0 MB, 2.0 MB/s"));
+}
+
+TEST(Board, KeepsACodeWithoutWords) {
+  Board board{Look::plain};
+  board.apply(stepIn(R"({"type":"app-result","app":"rulo","status":"failed","errorCode":"LATER"})"),
+              Moment{});
+  EXPECT_THAT(board.lines(100), ElementsAre("rulo       [------------------------] failed: LATER"));
 }
 
 TEST(Board, FitsTheTerminalAndSurvivesOddNumbers) {
-  Board board{Colours::off};
+  Board board{Look::plain};
   for (const char* percent : {"-5", "250", "1e300"}) {
-    board.apply(stepIn((std::string{R"({"type":"progress","app":"ä","percent":)"} + percent + "}").c_str()));
+    board.apply(stepIn((std::string{R"({"type":"progress","app":"ä","percent":)"} + percent + "}").c_str()),
+                Moment{});
     EXPECT_THAT(board.lines(12), ElementsAre(testing::StartsWith("ä ")));
   }
   EXPECT_THAT(board.lines(1), ElementsAre("ä"));
@@ -83,7 +119,7 @@ TEST(EventSummary, PutsEventsIntoWords) {
       {R"({"type":"update-check-result","apps":[{"id":"rulo","releaseNotes":{"releases":7}}]})",
        "latest versions\n  rulo"},
       {R"({"type":"done","action":"update","exitCode":2,"installerRetired":{"reason":"source-unavailable","downloadUrl":"https://a/b"}})",
-       "done: update, exit code 2\nthis installer has gone stale (source-unavailable); a current one is at https://a/b"},
+       "done: update, exit code 2\nthis installer is out of date (source-unavailable); a current one is at https://a/b"},
   };
   for (const Row& row : rows) {
     const auto event = parseEvent(row.line);
@@ -104,15 +140,15 @@ a word from the logger
 {"type":"done","action":"install","exitCode":0}
 )");
   EXPECT_EQ(output,
-            "brenna     [........................]   0%  download\n"
+            "brenna: download\n"
             "a word from the logger\n"
-            "brenna     [========================] installed 2.0\n"
+            "brenna: installed 2.0\n"
             "done: install, exit code 0\n");
 }
 
 TEST_F(EventReader, ShowsTheEventsThemselvesOnRequest) {
   const std::string event = R"({"type":"done","action":"install","exitCode":0})";
-  EXPECT_EQ(read(event + "\n", "--raw"), event + "\ndone: install, exit code 0\n");
+  EXPECT_EQ(read(event + "\n", "--events"), event + "\ndone: install, exit code 0\n");
   EXPECT_THAT(read("", "--help"), HasSubstr("usage:"));
 }
 

@@ -9,15 +9,15 @@ tell() { printf '\033[2m%s\033[0m\n' "$*"; }
 # The executable inside an installer's bundle.
 engine_of() { printf '%s/Kelo-Desk-Installer.app/Contents/MacOS/engine-cli' "$1"; }
 
-# play INSTALLER ARGUMENT...: runs the engine and shows the command, its events with a bar per app, and the exit status,
-# which is also in $played.
+# play INSTALLER ARGUMENT...: runs the engine and shows the command, a board of its apps, with $events the events, and the
+# exit status, which is also in $played.
 play() {
   local engine
   engine=$(engine_of "$1")
   shift
   printf '\n\033[1m$ engine-cli %s\033[0m\n' "$*"
   set +e
-  "$engine" "$@" </dev/null | "$bin/lab-events" --raw
+  "$engine" "$@" </dev/null | "$bin/lab-events" ${events:+--events}
   played=${PIPESTATUS[0]}
   set -e
   printf '\033[1mexit status %s\033[0m\n' "$played"

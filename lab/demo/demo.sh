@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
-# demo.sh BUILD_FOLDER DEMO_FOLDER [PART...]: runs the engine on real disk images and shows its events. PART is offline,
-# signatures or online; without one, all of them.
+# demo.sh BUILD_FOLDER DEMO_FOLDER [--events] [PART...]: runs the engine on real disk images and shows what it does. PART is
+# offline, signatures or online; without one, all of them. --events shows each event, too.
 set -euo pipefail
 
 build=$1
 demo=$2
 shift 2
+events=
+if [ "${1:-}" = --events ]; then events=yes; shift; fi
 here=$(cd "$(dirname "$0")" && pwd)
 bin=$build/lab/bin
-export build demo here bin
+export build demo here bin events
 # shellcheck source=lab/demo/common.sh
 . "$here/common.sh"
 

@@ -2,42 +2,53 @@
 // A value; one thread at a time.
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "eventreader/EventSummary.h"
 
 namespace lab {
 
-enum class Colours { on, off };
+// Colours and block characters, or plain ASCII.
+enum class Look { terminal, plain };
+
+using Moment = std::chrono::steady_clock::time_point;
 
 class Board {
  public:
-  explicit Board(Colours colours) : colours_(colours) {}
+  explicit Board(Look look) : look_(look) {}
 
-  // Takes a step in. True when it begins a stage or ends an app: a change worth a line of its own.
-  bool apply(const AppStep& step);
+  // Takes in a step that came at `now`. True when it begins a stage or ends an app: a change worth a line of
+  // its own.
+  bool apply(const AppStep& step, Moment now);
 
-  // The app's line, without a line feed and at most `columns` wide.
-  std::string line(const std::string& app, std::size_t columns) const;
+  // The app's stage or end: "brenna: download".
+  std::string words(const std::string& app) const;
 
-  // All lines.
+  // One line per app, without line feeds and at most `columns` wide.
   std::vector<std::string> lines(std::size_t columns) const;
 
  private:
   struct Row {
     std::string app;
     std::string stage;
-    std::string detail;
+    std::string detail;  // "12.3 of 45.6 MB, 7.8 MB/s"
+    std::optional<std::pair<Moment, double>>
+        began;  // when the download was first measured, and its bytes then
     std::string status;
     double percent = 0;
     bool indeterminate = false;
   };
 
+  static std::string detailOf(Row& row, const AppStep& step, Moment now);
+  std::string bar(const Row& row) const;
   std::string draw(const Row& row, std::size_t columns) const;
   Row& rowOf(const std::string& app);
 
-  Colours colours_;
+  Look look_;
   std::vector<Row> rows_;
 };
 

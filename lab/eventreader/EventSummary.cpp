@@ -1,6 +1,8 @@
 #include "eventreader/EventSummary.h"
 
+#include <algorithm>
 #include <fmt/format.h>
+#include <utility>
 
 #include "nlohmann/json.hpp"
 
@@ -25,17 +27,14 @@ std::optional<double> number(const Json& event, const char* key) {
   return found != nullptr && found->is_number() ? std::optional{found->get<double>()} : std::nullopt;
 }
 
-std::string megabytes(double bytes) {
-  return fmt::format("{:.1f}", bytes / 1e6);
-}
+// What each error code means, from the protocol's vocabulary.
+constexpr std::pair<std::string_view, std::string_view> kSentences[] = {
+#include "ErrorSentences.inc"
+};
 
-std::optional<std::string> detailOf(const Json& event) {
-  const Json* const arguments = installer::JSONReader::member(event, "detailArgs");
-  if (arguments == nullptr) return std::nullopt;
-  const auto done = number(*arguments, "downloadedBytes");
-  const auto total = number(*arguments, "totalBytes");
-  if (!done || !total) return std::nullopt;
-  return fmt::format("{} of {} MB", megabytes(*done), megabytes(*total));
+std::string explained(const std::string& code) {
+  const auto known = std::ranges::find(kSentences, code, [](const auto& entry) { return entry.first; });
+  return known == std::end(kSentences) ? code : fmt::format("{} ({})", known->second, code);
 }
 
 AppStep progressOf(const Json& event) {
@@ -43,7 +42,10 @@ AppStep progressOf(const Json& event) {
   step.app = textOr(event, "app", "");
   step.percent = number(event, "percent");
   step.indeterminate = installer::JSONReader::boolean(event, "indeterminate").value_or(false);
-  step.detail = detailOf(event);
+  if (const Json* const arguments = installer::JSONReader::member(event, "detailArgs")) {
+    step.downloadedBytes = number(*arguments, "downloadedBytes");
+    step.totalBytes = number(*arguments, "totalBytes");
+  }
   return step;
 }
 
@@ -51,8 +53,8 @@ AppStep resultOf(const Json& event) {
   AppStep step;
   step.app = textOr(event, "app", "");
   step.status = textOr(event, "status", "?");
-  step.outcome = text(event, "errorCode");
-  if (!step.outcome) step.outcome = text(event, "installedVersion");
+  const auto code = text(event, "errorCode");
+  step.outcome = code ? explained(*code) : text(event, "installedVersion");
   return step;
 }
 
@@ -69,7 +71,7 @@ std::string describeNotes(const Json& app) {
 std::string describeRetirement(const Json& event) {
   const Json* const retired = installer::JSONReader::member(event, "installerRetired");
   if (retired == nullptr || !retired->is_object()) return "";
-  return fmt::format("\nthis installer has gone stale ({}); a current one is at {}",
+  return fmt::format("\nthis installer is out of date ({}); a current one is at {}",
                      textOr(*retired, "reason", "?"), textOr(*retired, "downloadUrl", "?"));
 }
 
@@ -118,6 +120,10 @@ std::optional<std::string> wordsOf(const std::string& type, const Json& event) {
 
 }  // namespace
 
+std::string megabytes(double bytes) {
+  return fmt::format("{:.1f}", bytes / 1e6);
+}
+
 std::string harmless(std::string_view text) {
   std::string kept;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -138,13 +144,16 @@ std::optional<Event> parseEvent(std::string_view line) {
   if (!event.is_object()) return std::nullopt;
   const auto type = text(event, "type");
   if (!type) return std::nullopt;
-  if (*type == "progress") return Event{progressOf(event), std::nullopt};
-  if (*type == "app-result") return Event{resultOf(event), std::nullopt};
-  if (*type != "stage") return Event{std::nullopt, wordsOf(*type, event)};
+  if (*type == "progress") return Event{.step = progressOf(event), .words = {}};
+  if (*type == "app-result") return Event{.step = resultOf(event), .words = {}};
+  if (*type != "stage") {
+    return Event{
+        .step = {}, .words = wordsOf(*type, event), .isRoutine = textOr(event, "level", "") == "info"};
+  }
   AppStep step;
   step.app = textOr(event, "app", "");
   step.stage = textOr(event, "stage", "?");
-  return Event{step, std::nullopt};
+  return Event{.step = step, .words = {}};
 }
 
 }  // namespace lab

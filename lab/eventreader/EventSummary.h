@@ -14,15 +14,20 @@ struct AppStep {
   std::optional<std::string> stage;
   std::optional<double> percent;
   bool indeterminate = false;
-  std::optional<std::string> detail;   // "12.3 of 45.6 MB"
+  std::optional<double> downloadedBytes;
+  std::optional<double> totalBytes;
   std::optional<std::string> status;   // the end: "installed", "failed", ...
-  std::optional<std::string> outcome;  // version or error code that goes with the status
+  std::optional<std::string> outcome;  // the version, or what the error code means, that goes with the status
 };
 
 struct Event {
   std::optional<AppStep> step;
   std::optional<std::string> words;  // for any other event worth a line
+  bool isRoutine = false;            // a log event of level `info`
 };
+
+// "12.3": millions.
+std::string megabytes(double bytes);
 
 // Nothing for a line that is no event of the engine.
 std::optional<Event> parseEvent(std::string_view line);

@@ -8,28 +8,30 @@
 
 namespace {
 
-constexpr const char* usage = R"(usage: engine-cli ... | lab-events [--plain] [--raw]
-Draws one progress bar per app from the engine's events on standard input. Lines that are no events pass through.
---plain  no escape codes, one line per stage and result; the way it is when standard output is no terminal
---raw    shows each event as it came, too
+constexpr const char* usage = R"(usage: engine-cli ... | lab-events [--plain] [--events]
+Draws one board from the engine's events on standard input: for each app a progress bar, the bytes and the rate, and
+what became of it. Other lines pass through.
+--plain   prints one line per stage and result, without escape codes; the default unless standard output is a terminal
+--events  also shows each event as it came
 )";
 
 struct Options {
   bool plain = false;
-  bool raw = false;
+  bool events = false;
 };
 
 void take(const std::string& line, const Options& options, lab::Board& board, lab::Screen& screen) {
   const auto event = lab::parseEvent(line);
-  if (!event || options.raw) screen.printFaint(lab::harmless(line));
+  if (!event || options.events) screen.printFaint(lab::harmless(line));
   if (!event) return;
-  if (event->words) screen.print(*event->words);
+  // On a terminal, the board says what these say.
+  if (event->words && !(event->isRoutine && screen.isTerminal())) screen.print(*event->words);
   if (!event->step) return;
-  const bool telling = board.apply(*event->step);
+  const bool telling = board.apply(*event->step, std::chrono::steady_clock::now());
   if (screen.isTerminal())
     screen.show(board.lines(screen.columns()));
   else if (telling)
-    screen.print(board.line(event->step->app, screen.columns()));
+    screen.print(board.words(event->step->app));
 }
 
 }  // namespace
@@ -40,8 +42,8 @@ int main(int argc, char** argv) {
     const std::string word = argv[i];
     if (word == "--plain")
       options.plain = true;
-    else if (word == "--raw")
-      options.raw = true;
+    else if (word == "--events")
+      options.events = true;
     else {
       const bool asked = word == "--help" || word == "-h";
       (asked ? std::cout : std::cerr) << usage;
@@ -50,7 +52,7 @@ int main(int argc, char** argv) {
   }
   const bool terminal = !options.plain && isatty(STDOUT_FILENO) == 1;
   lab::Screen screen{stdout, terminal ? lab::Screen::Kind::terminal : lab::Screen::Kind::plain};
-  lab::Board board{terminal ? lab::Colours::on : lab::Colours::off};
+  lab::Board board{terminal ? lab::Look::terminal : lab::Look::plain};
   std::ios::sync_with_stdio(false);
   for (std::string line; std::getline(std::cin, line);) take(line, options, board, screen);
   return 0;
