@@ -36,12 +36,10 @@ bool logFrom(int threads, int lines) {
 }
 
 bool emitMany(int count) {
-  EngineEvent::Progress progress{"brenna", 0, false, "DOWNLOADING", {}};
+  EngineEvent::Progress event{.app = "brenna", .progress = {}, .stage = AppStage::download};
   for (int number = 0; number < count; ++number) {
-    progress.percent = number % 100 + 0.5;
-    progress.detailArgs =
-        std::map<std::string, std::int64_t>{{"downloadedBytes", number}, {"totalBytes", count}};
-    EngineEmitter::emit({progress});
+    event.progress = {.percent = number % 100 + 0.5, .downloadedBytes = number, .totalBytes = count};
+    EngineEmitter::emit({event});
   }
   return true;
 }
