@@ -1,7 +1,6 @@
 #include "EngineCLI.h"
 
 #include <algorithm>
-#include <fmt/format.h>
 #include <utility>
 
 #include "Models/AppConstants.h"
@@ -14,8 +13,8 @@
 namespace installer {
 
 std::int32_t runEngineCLI(const std::vector<std::string>& argv) {
-  log(fmt::format("engine-cli launching — {} {}", AppConstants::Brand::installerName,
-                  machine().systemInfo.operatingSystemVersionString()));
+  log("engine-cli launching — {} {}", AppConstants::Brand::installerName,
+      machine().systemInfo.operatingSystemVersionString());
   // Written before anything else happens: the way out with the usage text doesn't wait for the log.
   Logger::shared().flush();
   const std::vector<std::string> flags(argv.begin() + (argv.empty() ? 0 : 1), argv.end());

@@ -1,7 +1,5 @@
 #include "PackageSource.h"
 
-#include <fmt/format.h>
-
 #include "Installer/OfflinePackageProvider.h"
 #include "Installer/OnlinePackageProvider.h"
 #include "Utils/BundledPackages.h"
@@ -13,7 +11,7 @@ std::shared_ptr<PackageProvider> makeProvider(bool offline) {
   if (!offline && !BundledPackages::bundledPackagesAvailable()) {
     return std::make_shared<OnlinePackageProvider>();
   }
-  log(fmt::format("engine-cli: offline mode ({})", offline ? "--offline flag" : "bundled packages detected"));
+  log("engine-cli: offline mode ({})", offline ? "--offline flag" : "bundled packages detected");
   return std::make_shared<OfflinePackageProvider>();
 }
 

@@ -1,6 +1,5 @@
 #include "StdinCommandListener.h"
 
-#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "Base/JSONReader.h"
@@ -26,11 +25,11 @@ void obeyStdinLine(std::string_view line, EngineController& controller) {
     return;
   }
   if (*type != "cancel") {
-    log(fmt::format("engine-cli: ignoring unknown stdin command '{}'", *type));
+    log("engine-cli: ignoring unknown stdin command '{}'", *type);
     return;
   }
   if (const auto app = JSONReader::string(*command, "app"); app && !app->empty()) {
-    log(fmt::format("engine-cli: stdin cancel for app '{}'", *app));
+    log("engine-cli: stdin cancel for app '{}'", *app);
     controller.cancelApp(*app);
     return;
   }

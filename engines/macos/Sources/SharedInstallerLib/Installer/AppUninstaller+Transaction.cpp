@@ -31,13 +31,13 @@ std::optional<Path> Removal::claimStagingPath() const {
     if (!files.itemExists(candidate)) return candidate;
 
     // Left by an earlier run that didn't come to its end.
-    log(fmt::format("AppUninstaller: clearing a leftover staging path at {}", candidate));
+    log("AppUninstaller: clearing a leftover staging path at {}", candidate);
     const auto removed = files.removeItem(candidate);
     if (!files.itemExists(candidate)) return candidate;
-    logWarn(fmt::format("AppUninstaller: could not clear {} — trying the next staging name", candidate));
+    logWarn("AppUninstaller: could not clear {} — trying the next staging name", candidate);
     if (!removed) logWarn("AppUninstaller: " + removed.error().localizedDescription);
   }
-  logError(fmt::format("AppUninstaller: no free staging name beside {}", path_));
+  logError("AppUninstaller: no free staging name beside {}", path_);
   return std::nullopt;
 }
 
@@ -55,7 +55,7 @@ std::optional<Path> Removal::firstUnwritableDirectory() const {
   };
   const auto onError = [&found](const Path& path, const Error& error) {
     if (found) return;  // the answer stands; the rest of the walk is of no interest
-    logWarn(fmt::format("AppUninstaller: cannot enumerate {}: {}", path, error.localizedDescription));
+    logWarn("AppUninstaller: cannot enumerate {}: {}", path, error.localizedDescription);
   };
   // Without an answer from the walk, the deletion itself will tell.
   (void)files.enumerate(top, HiddenEntries::visit, visit, onError);
@@ -87,31 +87,31 @@ void unregisterFromLaunchServices(const Path& path) {
   if (!machine().files.isExecutable(lsregister)) return;
   const auto exit = machine().processes.run(lsregister, {"-u", path}, CapturedOutput::none);
   if (!exit) {
-    logWarn(fmt::format("AppUninstaller: lsregister -u failed: {}", exit.error().localizedDescription));
+    logWarn("AppUninstaller: lsregister -u failed: {}", exit.error().localizedDescription);
     return;
   }
-  log(fmt::format("AppUninstaller: lsregister -u {} exited {}", path, exit->status));
+  log("AppUninstaller: lsregister -u {} exited {}", path, exit->status);
 }
 
 }  // namespace
 
 bool Removal::restore() {
   if (!bundleLooksIntact(location_)) {
-    logError(fmt::format(
+    logError(
         "AppUninstaller: NOT restoring {} — the staged bundle at {} is no longer complete; leaving it staged rather than putting a broken app back into /Applications",
-        app_.displayName, location_));
+        app_.displayName, location_);
     unregisterFromLaunchServices(path_);
     ExistingAppDetector::forgetCachedBundle(path_);
     return false;
   }
   if (const auto moved = machine().files.moveItem(location_, path_); !moved) {
-    logError(fmt::format("AppUninstaller: FAILED to restore {} from {} to {}: {}", app_.displayName,
-                         location_, path_, moved.error().localizedDescription));
+    logError("AppUninstaller: FAILED to restore {} from {} to {}: {}", app_.displayName, location_, path_,
+             moved.error().localizedDescription);
     return false;
   }
   location_ = path_;
   ExistingAppDetector::forgetCachedBundle(path_);
-  log(fmt::format("AppUninstaller: restored {} to {}", app_.displayName, path_));
+  log("AppUninstaller: restored {} to {}", app_.displayName, path_);
   return true;
 }
 
@@ -123,11 +123,10 @@ void Removal::forgetBundle() const {
 }
 
 UninstallResult Removal::escalatedRemoval() {
-  log(fmt::format("AppUninstaller: escalating removal of {} at {}", app_.displayName, location_));
+  log("AppUninstaller: escalating removal of {} at {}", app_.displayName, location_);
   const auto outcome = runAsAdministrator(removalCommand(location_));
   if (outcome == AdminOutcome::succeeded && !machine().files.itemExists(location_)) {
-    log(fmt::format("AppUninstaller: Successfully removed {} from {} with admin privileges", app_.displayName,
-                    path_));
+    log("AppUninstaller: Successfully removed {} from {} with admin privileges", app_.displayName, path_);
     return succeeded();
   }
   if (location_ != path_ && !restore()) return partialRemovalResult();

@@ -20,7 +20,7 @@ namespace {
 // What an install or a removal of the bundle at `path` left hidden beside it when it was killed.
 void clearLeftovers(const Path& path) {
   if (!machine().files.clearLeftovers(path)) return;
-  log(fmt::format("AppUninstaller: cleared what an interrupted run left beside {}", path));
+  log("AppUninstaller: cleared what an interrupted run left beside {}", path);
 }
 
 }  // namespace
@@ -68,18 +68,18 @@ std::vector<UninstallResult> AppUninstaller::uninstallAll(const std::vector<AppI
 }
 
 UninstallResult Removal::run() {
-  log(fmt::format("AppUninstaller: Starting uninstall for {}", app_.displayName));
+  log("AppUninstaller: Starting uninstall for {}", app_.displayName);
   const auto existing = ExistingAppDetector::detect(app_);
   const auto expectedPath = joined(machine().paths.applications, app_.appBundleName);
   clearLeftovers(expectedPath);
   if (!existing.primaryInstallation.isInstalled() || !existing.primaryPath) {
     if (auto result = removeHusk(expectedPath)) return *std::move(result);
-    log(fmt::format("AppUninstaller: {} is not installed — nothing to remove", app_.displayName));
+    log("AppUninstaller: {} is not installed — nothing to remove", app_.displayName);
     return UninstallResult::makeSuccess(app_, true);
   }
   const Path& path = *existing.primaryPath;
   if (existing.primaryInstallation.isAppStore()) {
-    log(fmt::format("AppUninstaller: Skipping {} — MAS install at {}", app_.displayName, path));
+    log("AppUninstaller: Skipping {} — MAS install at {}", app_.displayName, path);
     return UninstallResult::makeSkipped(
         app_, fmt::format("{} was installed via the Mac App Store at {}. Remove it from Launchpad instead.",
                           app_.displayName, path));
@@ -107,14 +107,13 @@ std::optional<UninstallResult> Removal::removeHusk(const Path& path) {
   ExistingAppDetector::forgetCachedBundle(path);
   const auto bundle = machine().bundles.read(path);
   if (bundle && bundle->bundleIdentifier()) {
-    log(fmt::format("AppUninstaller: {} is another app's bundle — leaving it alone", path));
+    log("AppUninstaller: {} is another app's bundle — leaving it alone", path);
     return std::nullopt;
   }
   if (hasAppStoreReceipt(path)) return std::nullopt;
 
-  logWarn(fmt::format(
-      "AppUninstaller: found a husk of {} at {} — a previous removal left it partly deleted; clearing it",
-      app_.displayName, path));
+  logWarn("AppUninstaller: found a husk of {} at {} — a previous removal left it partly deleted; clearing it",
+          app_.displayName, path);
   terminateRunningApp();
   return removeBundle(path);
 }
@@ -132,31 +131,30 @@ UninstallResult Removal::removeBundle(const Path& path) {
   location_ = *staged;
   if (const auto obstacle = firstUnwritableDirectory()) return giveUpUntouched(*obstacle);
   if (const auto deleted = files.removeItem(location_); !deleted) return deletionFailed(deleted.error());
-  log(fmt::format("AppUninstaller: Successfully removed {} from {}", app_.displayName, path_));
+  log("AppUninstaller: Successfully removed {} from {}", app_.displayName, path_);
   return succeeded();
 }
 
 // Nothing has changed on disk yet.
 UninstallResult Removal::stagingFailed(const Error& error) {
-  logError(fmt::format("AppUninstaller: could not stage {} out of {}: {}", app_.displayName, path_,
-                       error.localizedDescription));
+  logError("AppUninstaller: could not stage {} out of {}: {}", app_.displayName, path_,
+           error.localizedDescription);
   if (!isPermissionError(error)) return failed(error);
   return allowAdminEscalation_ ? escalatedRemoval() : permissionDeniedResult();
 }
 
 // The staged bundle is still complete.
 UninstallResult Removal::giveUpUntouched(const Path& obstacle) {
-  logWarn(fmt::format(
+  logWarn(
       "AppUninstaller: {} is not writable — an unprivileged delete of {} would stop partway, so escalating instead",
-      obstacle, app_.displayName));
+      obstacle, app_.displayName);
   if (allowAdminEscalation_) return escalatedRemoval();
   return restore() ? permissionDeniedResult() : partialRemovalResult();
 }
 
 // Part of the staged bundle may be gone. As administrator the rest goes too, whatever stopped the deletion.
 UninstallResult Removal::deletionFailed(const Error& error) {
-  logError(fmt::format("AppUninstaller: removing the staged {} failed: {}", app_.displayName,
-                       error.localizedDescription));
+  logError("AppUninstaller: removing the staged {} failed: {}", app_.displayName, error.localizedDescription);
   if (allowAdminEscalation_) return escalatedRemoval();
   if (!restore()) return partialRemovalResult();
   return isPermissionError(error) ? permissionDeniedResult() : failed(error);
@@ -173,7 +171,7 @@ UninstallResult Removal::failed(const Error& error) const {
 }
 
 UninstallResult Removal::loggedFailure(std::string message) const {
-  log(fmt::format("AppUninstaller: {}", message));
+  log("AppUninstaller: {}", message);
   return UninstallResult::failure(app_, std::move(message));
 }
 

@@ -44,7 +44,7 @@ std::string Installation::privilegedCopyCommand() const {
 
 Installation::End Installation::copyAsAdministrator() const {
   const auto command = privilegedCopyCommand();
-  log(fmt::format("DMGInstaller: Requesting admin privileges to install {}", app_.displayName));
+  log("DMGInstaller: Requesting admin privileges to install {}", app_.displayName);
   if (runAsAdministrator(command) == AdminOutcome::succeeded) return std::nullopt;
   return InstallResult::failure(
       fmt::format("Admin credentials required to install {}. Installation was cancelled.", app_.displayName));
@@ -53,15 +53,15 @@ Installation::End Installation::copyAsAdministrator() const {
 Installation::End Installation::verifyCopy() const {
   const auto copy = identityAt(destination_);
   if (ChecksumVerifier::verifyCodeRequirement(destination_)) return std::nullopt;
-  logError(fmt::format(
+  logError(
       "DMGInstaller: the installed copy at {} does not satisfy the signing requirement — removing it rather than leaving unverified code in /Applications",
-      destination_));
+      destination_);
   if (identityAt(destination_) != copy) {
-    log(fmt::format("DMGInstaller: {} is no longer the copy that was made — leaving it alone", destination_));
+    log("DMGInstaller: {} is no longer the copy that was made — leaving it alone", destination_);
   } else if (!removeInstalledBundle()) {
-    logError(fmt::format(
+    logError(
         "DMGInstaller: could not remove {} — it remains QUARANTINED, so Gatekeeper will still challenge it on launch",
-        destination_));
+        destination_);
   }
   return InstallResult::failure(
       fmt::format(
@@ -76,8 +76,7 @@ bool Installation::removeInstalledBundle() const {
   if (isNoWritePermission(removed.error())) {
     return runAsAdministrator(removalCommand(destination_)) == AdminOutcome::succeeded;
   }
-  logWarn(fmt::format("DMGInstaller: could not remove {}: {}", destination_,
-                      removed.error().localizedDescription));
+  logWarn("DMGInstaller: could not remove {}: {}", destination_, removed.error().localizedDescription);
   return false;
 }
 
@@ -86,14 +85,12 @@ void Installation::removeQuarantine() const {
   const auto exit = machine().processes.run(
       machine().paths.xattr, {"-dr", "com.apple.quarantine", destination_}, CapturedOutput::separate);
   if (!exit) {
-    logWarn(fmt::format("DMGInstaller: could not run xattr for {}: {}", destination_,
-                        exit.error().localizedDescription));
+    logWarn("DMGInstaller: could not run xattr for {}: {}", destination_, exit.error().localizedDescription);
     return;
   }
   if (exit->status == 0) return;
-  log(fmt::format(
-      "DMGInstaller: xattr exited {} for {} — the app is installed but may prompt on first launch",
-      exit->status, destination_));
+  log("DMGInstaller: xattr exited {} for {} — the app is installed but may prompt on first launch",
+      exit->status, destination_);
   logToolWords("DMGInstaller: xattr", exit->errorOutput);
 }
 

@@ -49,12 +49,11 @@ Installation::End Installation::compareWithInstalled() {
 
   const auto order = compareVersion(*package, *installed);
   if (order == ComparisonResult::same) {
-    log(fmt::format("DMGInstaller: {} v{} is already installed (same version) — skipping", name, *installed));
+    log("DMGInstaller: {} v{} is already installed (same version) — skipping", name, *installed);
   } else if (order == ComparisonResult::ascending) {
-    log(fmt::format("DMGInstaller: {} v{} is newer than installer v{} — skipping downgrade", name, *installed,
-                    *package));
+    log("DMGInstaller: {} v{} is newer than installer v{} — skipping downgrade", name, *installed, *package);
   } else {
-    log(fmt::format("DMGInstaller: Upgrading {} from v{} to v{}", name, *installed, *package));
+    log("DMGInstaller: Upgrading {} from v{} to v{}", name, *installed, *package);
     return std::nullopt;
   }
   return InstallResult::makeAlreadyCurrent(existing_.primaryPath.value_or(destination_));
@@ -65,14 +64,14 @@ Installation::End Installation::clearCopyElsewhere() const {
   if (!path || *path == destination_) return std::nullopt;
   if (!path->starts_with(machine().paths.applications + "/")) return std::nullopt;
 
-  log(fmt::format("DMGInstaller: Found existing {} at different path: {} (bundle ID: {})", app_.displayName,
-                  *path, app_.installerBundleIdentifier));
+  log("DMGInstaller: Found existing {} at different path: {} (bundle ID: {})", app_.displayName, *path,
+      app_.installerBundleIdentifier);
   if (hasAppStoreReceipt(*path)) {
     return InstallResult::failure(fmt::format(
         "{} is installed from the Mac App Store at {}. Please remove it from Launchpad first, then retry.",
         app_.displayName, *path));
   }
-  log(fmt::format("DMGInstaller: Removing existing copy at {}", *path));
+  log("DMGInstaller: Removing existing copy at {}", *path);
   // A copy that can't be removed does no harm to the new one.
   (void)machine().files.removeItem(*path);
   return std::nullopt;
@@ -81,8 +80,7 @@ Installation::End Installation::clearCopyElsewhere() const {
 void Installation::mentionOtherVariants() const {
   for (const std::string& identifier : app_.otherBundleIdentifiers) {
     if (!machine().workspace.applicationPath(identifier)) continue;
-    log(fmt::format("DMGInstaller: Other variant of {} found (bundle ID: {}) — coexisting", app_.displayName,
-                    identifier));
+    log("DMGInstaller: Other variant of {} found (bundle ID: {}) — coexisting", app_.displayName, identifier);
   }
 }
 
@@ -94,9 +92,8 @@ Installation::End Installation::testDiskSpace() const {
   const std::int64_t available = *free + reclaimable;
   if (available >= *needed) return std::nullopt;
 
-  logError(fmt::format(
-      "DMGInstaller: Not enough space for {}: needs {} bytes, {} free + {} reclaimable — short by {}",
-      app_.displayName, *needed, *free, reclaimable, *needed - available));
+  logError("DMGInstaller: Not enough space for {}: needs {} bytes, {} free + {} reclaimable — short by {}",
+           app_.displayName, *needed, *free, reclaimable, *needed - available);
   return InstallResult::failure(
       fmt::format("Not enough disk space to install {}: {} MB required, {} MB available.", app_.displayName,
                   *needed / megabyte, available / megabyte));
@@ -131,8 +128,8 @@ Installation::End Installation::installBesideAppStoreCopy() {
         app_.displayName));
   }
   const auto name = freeNumberedName(bundleName_);
-  log(fmt::format("DMGInstaller: App Store variant at {} (bundle ID: {}). Installing as {} for coexistence.",
-                  destination_, identifier.value_or("unknown"), name));
+  log("DMGInstaller: App Store variant at {} (bundle ID: {}). Installing as {} for coexistence.",
+      destination_, identifier.value_or("unknown"), name);
   destination_ = joined(machine().paths.applications, name);
   return std::nullopt;
 }

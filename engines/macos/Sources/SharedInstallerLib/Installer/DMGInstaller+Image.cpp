@@ -65,7 +65,7 @@ void detachAbandoned(const Path& dmgPath, const Path& mountPoint) {
   if (number == Path::npos || number + 1 == mountPoint.size() || mountPoint[number] != ' ') return;
   for (const Path& abandoned : mountPointsOf(dmgPath)) {
     if (abandoned == mountPoint) continue;
-    log(fmt::format("DMGInstaller: Detaching {}, which an interrupted run left", abandoned));
+    log("DMGInstaller: Detaching {}, which an interrupted run left", abandoned);
     DMGInstaller::detachDMG(abandoned);
   }
 }
@@ -111,7 +111,7 @@ std::optional<std::string> chosenName(const Path& mountPoint, const std::vector<
 }  // namespace
 
 Installation::End Installation::attach() {
-  log(fmt::format("Mounting DMG for {} at {}", app_.displayName, dmgPath_));
+  log("Mounting DMG for {} at {}", app_.displayName, dmgPath_);
   const auto mountPoint = attachedAt(dmgPath_);
   if (!mountPoint) return InstallResult::failure(mountPoint.error());
   detachAbandoned(dmgPath_, *mountPoint);
@@ -130,9 +130,8 @@ Installation::End Installation::chooseBundle() {
   }
   const auto chosen = chosenName(mountPoint, names, app_.installerBundleIdentifier);
   if (!chosen) {
-    log(fmt::format(
-        "DMGInstaller: DMG for {} carries {} app bundles, none with the expected identifier {}: {}",
-        app_.displayName, names.size(), app_.installerBundleIdentifier, listText(names)));
+    log("DMGInstaller: DMG for {} carries {} app bundles, none with the expected identifier {}: {}",
+        app_.displayName, names.size(), app_.installerBundleIdentifier, listText(names));
     return InstallResult::failure(
         fmt::format("The package for {} does not contain the expected application.", app_.displayName),
         ErrorCode::verifyFailed);
@@ -149,9 +148,9 @@ Installation::End Installation::verifySource() const {
   if (!machine().files.isSymbolicLink(source_) && ChecksumVerifier::verifyCodeRequirement(source_)) {
     return std::nullopt;
   }
-  logError(fmt::format(
+  logError(
       "DMGInstaller: {} in the DMG for {} does not satisfy the signing requirement — refusing to install it",
-      bundleName_, app_.displayName));
+      bundleName_, app_.displayName);
   return InstallResult::failure(
       fmt::format("{} could not be verified as genuine and was not installed.", app_.displayName),
       ErrorCode::signatureFailed);

@@ -62,7 +62,7 @@ void Installation::terminateRunningApp() const {
 }
 
 InstallResult Installation::finish() {
-  log(fmt::format("{} installed at {}", app_.displayName, destination_));
+  log("{} installed at {}", app_.displayName, destination_);
   machine().workspace.registerBundle(destination_);
   image_.reset();
   Telemetry::report_to_server("macOS", "install_succeeded", "", std::string{rawValue(app_.id)});

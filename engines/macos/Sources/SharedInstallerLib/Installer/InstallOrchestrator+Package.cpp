@@ -49,18 +49,18 @@ std::optional<AppInstallResult> InstallOrchestrator::verificationFailure(const A
                                                                          const AcquiredPackage& package) {
   const std::string& name = app.displayName;
   if (package.checksum && !ChecksumVerifier::verifyFileChecksum(package.fileURL, *package.checksum)) {
-    logError(fmt::format("InstallOrchestrator: Checksum failed for {}", name));
+    logError("InstallOrchestrator: Checksum failed for {}", name);
     return AppInstallResult::failed(app, fmt::format("Checksum verification failed for {}", name),
                                     ErrorCode::verifyFailed);
   }
   if (package.skipGatekeeper) return std::nullopt;
   if (!ChecksumVerifier::verifyGatekeeper(package.fileURL)) {
-    logError(fmt::format("InstallOrchestrator: Gatekeeper failed for {}", name));
+    logError("InstallOrchestrator: Gatekeeper failed for {}", name);
     return AppInstallResult::failed(app, fmt::format("Gatekeeper verification failed for {}", name),
                                     ErrorCode::gatekeeperFailed);
   }
   if (!ChecksumVerifier::verifySignature(package.fileURL)) {
-    logError(fmt::format("InstallOrchestrator: Signature failed for {}", name));
+    logError("InstallOrchestrator: Signature failed for {}", name);
     return AppInstallResult::failed(app, fmt::format("Signature verification failed for {}", name),
                                     ErrorCode::signatureFailed);
   }

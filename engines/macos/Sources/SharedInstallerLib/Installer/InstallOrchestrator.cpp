@@ -49,8 +49,7 @@ void InstallOrchestrator::startInstallation(std::vector<AppInfo> apps) {
   if (apps.empty()) return;
   const auto count = apps.size();
   state_.start(std::move(apps));
-  log(fmt::format("InstallOrchestrator: Starting installation of {} apps (offline={})", count,
-                  isOfflineMode()));
+  log("InstallOrchestrator: Starting installation of {} apps (offline={})", count, isOfflineMode());
   processNextApp();
 }
 
@@ -66,16 +65,15 @@ void InstallOrchestrator::processNextApp() {
 void InstallOrchestrator::takeNextStep() {
   const auto standing = state_.standing();
   if (standing.isCancelled) {
-    log(fmt::format("InstallOrchestrator: Cancelled, stopping — delivering {} collected results",
-                    standing.resultCount));
+    log("InstallOrchestrator: Cancelled, stopping — delivering {} collected results", standing.resultCount);
     return finish();
   }
   if (!standing.app) {
-    log(fmt::format("InstallOrchestrator: All {} apps processed", standing.count));
+    log("InstallOrchestrator: All {} apps processed", standing.count);
     return finish();
   }
   if (standing.isSkipRequested) {
-    log(fmt::format("InstallOrchestrator: Skipping {} — cancelled by user", standing.app->displayName));
+    log("InstallOrchestrator: Skipping {} — cancelled by user", standing.app->displayName);
     return markCurrentAppComplete(AppInstallResult::givenUp(*standing.app));
   }
   acquire(*standing.app, standing.index + 1, standing.count);
@@ -89,7 +87,7 @@ void InstallOrchestrator::finish() {
 
 void InstallOrchestrator::acquire(const AppInfo& app, std::size_t number, std::size_t count) {
   const auto label = fmt::format("{} ({}/{})", app.displayName, number, count);
-  log(fmt::format("InstallOrchestrator: Processing app {}/{}: {}", number, count, app.displayName));
+  log("InstallOrchestrator: Processing app {}/{}: {}", number, count, app.displayName);
   state_.setStage(InstallStage::download);
   updateApp(app, InstallStage::download, {});
 
@@ -126,10 +124,10 @@ void InstallOrchestrator::markCurrentAppComplete(const AppInstallResult& result)
   state_.keep(result);
   post([result](InstallOrchestratorDelegate& delegate) { delegate.orchestratorDidCompleteApp(result); });
   if (result.success) {
-    log(fmt::format("InstallOrchestrator: {} installed successfully", result.app.displayName));
+    log("InstallOrchestrator: {} installed successfully", result.app.displayName);
   } else {
     const auto message = result.errorMessage.value_or("unknown");
-    logError(fmt::format("InstallOrchestrator: {} failed: {}", result.app.displayName, message));
+    logError("InstallOrchestrator: {} failed: {}", result.app.displayName, message);
     Telemetry::report_to_server("macOS", "install_failed", message, std::string{rawValue(result.app.id)});
   }
   state_.advance();
@@ -139,16 +137,14 @@ void InstallOrchestrator::markCurrentAppComplete(const AppInstallResult& result)
 void InstallOrchestrator::cancelInstallation() {
   state_.cancel();
   if (state_.stage() == InstallStage::download) provider_->cancelAcquisition();
-  log(fmt::format("InstallOrchestrator: Installation cancelled by user (stage={})",
-                  rawValue(state_.stage())));
+  log("InstallOrchestrator: Installation cancelled by user (stage={})", rawValue(state_.stage()));
 }
 
 void InstallOrchestrator::cancelApp(AppIdentifier app) {
   // The provider's cancel is tied to no app, so it is called for the current one only; the next one waits.
   const bool isAcquiring = state_.requestSkip(app);
   if (isAcquiring) provider_->cancelAcquisition();
-  log(fmt::format("InstallOrchestrator: Cancel requested for {} (stage={})", rawValue(app),
-                  rawValue(state_.stage())));
+  log("InstallOrchestrator: Cancel requested for {} (stage={})", rawValue(app), rawValue(state_.stage()));
   if (isAcquiring && state_.release()) processNextApp();
 }
 

@@ -11,7 +11,7 @@ namespace installer {
 namespace {
 
 std::expected<Path, AcquisitionError> locateImage(const AppInfo& app) {
-  log(fmt::format("OfflinePackageProvider: Locating bundled DMG for {}", app.displayName));
+  log("OfflinePackageProvider: Locating bundled DMG for {}", app.displayName);
   const auto packages = BundledPackages::packagesFolder();
   if (!packages) {
     log("OfflinePackageProvider: Bundle resourceURL is nil");
@@ -19,10 +19,10 @@ std::expected<Path, AcquisitionError> locateImage(const AppInfo& app) {
   }
   auto file = joined(*packages, app.tempFileName);
   if (!machine().files.fileExists(file)) {
-    logError(fmt::format("OfflinePackageProvider: DMG not found at {}", file));
+    logError("OfflinePackageProvider: DMG not found at {}", file);
     return std::unexpected(ProviderError::packageNotFound(app.displayName));
   }
-  log(fmt::format("OfflinePackageProvider: Found bundled DMG at {}", file));
+  log("OfflinePackageProvider: Found bundled DMG at {}", file);
   return file;
 }
 
@@ -31,19 +31,16 @@ std::expected<std::optional<std::string>, AcquisitionError> expectedChecksum(con
   const auto& manifest = BundledPackages::manifest();
   const auto entry = manifest.find(app.tempFileName);
   if (entry == manifest.end() || !entry->second.checksum) {
-    logWarn(fmt::format("OfflinePackageProvider: No checksum entry for {} — integrity check skipped",
-                        app.tempFileName));
+    logWarn("OfflinePackageProvider: No checksum entry for {} — integrity check skipped", app.tempFileName);
     return std::nullopt;
   }
   const PackageMeta& meta = entry->second;
   if (meta.hasUnsupportedChecksum()) {
-    log(fmt::format(
-        "OfflinePackageProvider: {} records checksum algorithm '{}', which this engine cannot compute — refusing to install a payload it cannot verify",
-        app.tempFileName, meta.checksumAlgorithm));
+    log("OfflinePackageProvider: {} records checksum algorithm '{}', which this engine cannot compute — refusing to install a payload it cannot verify",
+        app.tempFileName, meta.checksumAlgorithm);
     return std::unexpected(ProviderError::unsupportedChecksum(meta.checksumAlgorithm));
   }
-  log(fmt::format("OfflinePackageProvider: {} checksum available for {}", meta.checksumAlgorithm,
-                  app.tempFileName));
+  log("OfflinePackageProvider: {} checksum available for {}", meta.checksumAlgorithm, app.tempFileName);
   return meta.checksum;
 }
 

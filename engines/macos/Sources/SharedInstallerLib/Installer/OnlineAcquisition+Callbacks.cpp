@@ -44,9 +44,9 @@ void OnlineAcquisition::willPerformHTTPRedirection(const std::shared_ptr<URLSess
     return;
   }
   const auto host = URLTrust::hostForLog(newRequest.url);
-  logError(fmt::format(
+  logError(
       "OnlinePackageProvider: refusing a redirect to '{}' — not https on a host in trustedDownloadDomains",
-      host));
+      host);
   decide(std::nullopt);
   task->cancel();
   fail(ProviderError::untrustedDownloadURL(host));
@@ -71,8 +71,7 @@ void OnlineAcquisition::didWriteData(const std::shared_ptr<URLSessionTask>& /*ta
 void OnlineAcquisition::logProgress(double percent) {
   const int tens = static_cast<int>(percent / 10.0) * 10;
   if (tens == lastLoggedPercentage_) return;
-  log(fmt::format("OnlinePackageProvider: Download progress for {}: {}%", app_.displayName,
-                  static_cast<int>(percent)));
+  log("OnlinePackageProvider: Download progress for {}: {}%", app_.displayName, static_cast<int>(percent));
   lastLoggedPercentage_ = tens;
 }
 
@@ -90,7 +89,7 @@ void OnlineAcquisition::didFinishDownloadingTo(const std::shared_ptr<URLSessionT
   }
   if (const auto response = task->response(); isHTTPError(response)) {
     const auto reason = fmt::format("HTTP {}", response->statusCode);
-    logError(fmt::format("OnlinePackageProvider: download for {} returned {}", app_.displayName, reason));
+    logError("OnlinePackageProvider: download for {} returned {}", app_.displayName, reason);
     if (!switchToAlternate(reason)) fail(ProviderError::downloadFailed(reason));
     return;
   }
@@ -99,7 +98,7 @@ void OnlineAcquisition::didFinishDownloadingTo(const std::shared_ptr<URLSessionT
     return;
   }
   resumeData_.reset();
-  log(fmt::format("OnlinePackageProvider: Download complete for {}", app_.displayName));
+  log("OnlinePackageProvider: Download complete for {}", app_.displayName);
   complete(acquiredPackage());
 }
 
@@ -122,8 +121,7 @@ AcquiredPackage OnlineAcquisition::acquiredPackage() const {
 void OnlineAcquisition::didCompleteWithError(const std::shared_ptr<URLSessionTask>& /*task*/,
                                              const std::optional<Error>& error) {
   if (!error) return;
-  logError(fmt::format("OnlinePackageProvider: Download error for {}: {}", app_.displayName,
-                       error->localizedDescription));
+  logError("OnlinePackageProvider: Download error for {}: {}", app_.displayName, error->localizedDescription);
   if (error->downloadResumeData) resumeData_ = error->downloadResumeData;
   if (retriesAfter(*error)) return;
   if (switchToAlternate(error->localizedDescription)) return;
@@ -147,8 +145,8 @@ bool OnlineAcquisition::startsWaiting() {
 
 void OnlineAcquisition::retryLater(int delaySeconds) {
   ++downloadRetryCount_;
-  logWarn(fmt::format("OnlinePackageProvider: Retrying download in {}s (attempt {}/{})", delaySeconds,
-                      downloadRetryCount_, downloadRetryTimeouts.size()));
+  logWarn("OnlinePackageProvider: Retrying download in {}s (attempt {}/{})", delaySeconds,
+          downloadRetryCount_, downloadRetryTimeouts.size());
   report(fmt::format("Connection interrupted. Retrying in {}s...", delaySeconds));
   machine().dispatch.asyncMainAfter(Duration{delaySeconds}, [weakly = weak_from_this()] {
     const auto self = weakly.lock();

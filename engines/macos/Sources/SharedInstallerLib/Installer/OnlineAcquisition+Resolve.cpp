@@ -37,8 +37,7 @@ void OnlineAcquisition::resolvePackage() {
 void OnlineAcquisition::resolveFailed(CDNFetchError error) {
   switch (error) {
     case CDNFetchError::notFound:
-      logWarn(
-          fmt::format("OnlinePackageProvider: no package metadata for {} in this tree", app_.displayName));
+      logWarn("OnlinePackageProvider: no package metadata for {} in this tree", app_.displayName);
       if (auto retirement = InstallerLifecycle::confirmSourceRetired()) {
         fail(ProviderError::sourceRetired(std::move(*retirement)));
         return;
@@ -46,13 +45,11 @@ void OnlineAcquisition::resolveFailed(CDNFetchError error) {
       fail(unreachable(app_));
       return;
     case CDNFetchError::transient:
-      logError(
-          fmt::format("OnlinePackageProvider: could not fetch package metadata for {}", app_.displayName));
+      logError("OnlinePackageProvider: could not fetch package metadata for {}", app_.displayName);
       fail(unreachable(app_));
       return;
     case CDNFetchError::untrusted:
-      logError(fmt::format("OnlinePackageProvider: package metadata for {} was refused as untrusted",
-                           app_.displayName));
+      logError("OnlinePackageProvider: package metadata for {} was refused as untrusted", app_.displayName);
       fail(ProviderError::untrustedDownloadURL(hostOfBase()));
       return;
   }
@@ -62,21 +59,20 @@ void OnlineAcquisition::judgePackage(const CDNPackage& package) {
   const auto& meta = package.meta;
   const auto url = package.downloadURL();
   if (!url) {
-    logError(fmt::format("OnlinePackageProvider: meta.json for {} has no 'destination'", app_.displayName));
+    logError("OnlinePackageProvider: meta.json for {} has no 'destination'", app_.displayName);
     fail(ProviderError::invalidResponse());
     return;
   }
   if (!meta.checksumIsVerifiable()) {
-    log(fmt::format(
-        "OnlinePackageProvider: {} meta.json checksum is unusable (algorithm '{}', checksum {}) — refusing to install unverified bytes",
-        app_.displayName, meta.checksumAlgorithm, meta.checksum ? "present" : "absent"));
+    log("OnlinePackageProvider: {} meta.json checksum is unusable (algorithm '{}', checksum {}) — refusing to install unverified bytes",
+        app_.displayName, meta.checksumAlgorithm, meta.checksum ? "present" : "absent");
     fail(ProviderError::unsupportedChecksum(meta.checksumAlgorithm));
     return;
   }
   const auto version = meta.version.value_or("");
   alternateDownloadURL_ = package.alternateDownloadURL();
-  log(fmt::format("OnlinePackageProvider: {} v{} ({} bytes) from {}", app_.displayName, version,
-                  meta.size ? std::to_string(*meta.size) : "unknown", url->absoluteString()));
+  log("OnlinePackageProvider: {} v{} ({} bytes) from {}", app_.displayName, version,
+      meta.size ? std::to_string(*meta.size) : "unknown", url->absoluteString());
   startTrustedDownload({.version = version, .downloadURL = *url, .checksum = *meta.checksum});
 }
 

@@ -26,7 +26,7 @@ void OnlineAcquisition::startDownload() {
     beginDownload();
     return;
   }
-  log(fmt::format("OnlinePackageProvider: Temp file exists for {}, verifying checksum...", app_.displayName));
+  log("OnlinePackageProvider: Temp file exists for {}, verifying checksum...", app_.displayName);
   report(fmt::format("Verifying existing file - {}...", label_));
   machine().dispatch.asyncGlobal(QualityOfService::userInitiated, [weakly = weak_from_this()] {
     if (const auto self = weakly.lock()) self->checkExistingFile();
@@ -35,8 +35,7 @@ void OnlineAcquisition::startDownload() {
 
 void OnlineAcquisition::checkExistingFile() {
   if (ChecksumVerifier::verifyFileChecksum(app_.tempFilePath(), versionInfo_->checksum)) {
-    log(fmt::format("OnlinePackageProvider: Existing file valid for {}, skipping download",
-                    app_.displayName));
+    log("OnlinePackageProvider: Existing file valid for {}, skipping download", app_.displayName);
     complete(acquiredPackage());
     return;
   }
@@ -50,8 +49,8 @@ void OnlineAcquisition::beginDownload() {
   const auto session = sessionForDownload();
   if (!session) return;
   report(fmt::format("Downloading {}...", label_));
-  log(fmt::format("OnlinePackageProvider: Starting download for {}: {}", app_.displayName,
-                  versionInfo_->downloadURL.absoluteString()));
+  log("OnlinePackageProvider: Starting download for {}: {}", app_.displayName,
+      versionInfo_->downloadURL.absoluteString());
   const auto task = resumeData_ ? session->downloadTaskWithResumeData(*resumeData_)
                                 : session->downloadTask(versionInfo_->downloadURL);
   {
@@ -91,9 +90,9 @@ bool OnlineAcquisition::switchToAlternate(const std::string& reason) {
   const auto url = *std::exchange(alternateDownloadURL_, std::nullopt);
   resumeData_.reset();  // belongs to the other location
   downloadRetryCount_ = 0;
-  logWarn(fmt::format(
+  logWarn(
       "OnlinePackageProvider: primary download failed ({}); trying the alternateDownloadUrl from meta.json: {}",
-      reason, url.absoluteString()));
+      reason, url.absoluteString());
   report("Retrying from an alternate location...");
   startTrustedDownload(
       {.version = versionInfo_->version, .downloadURL = url, .checksum = versionInfo_->checksum});

@@ -29,8 +29,8 @@ AdminOutcome adminOutcome(const ScriptErrorDictionary& scriptError) {
     log("DMGInstaller: admin authorization dismissed by the user");
     return AdminOutcome::cancelled;
   }
-  logError(fmt::format("DMGInstaller: Admin command error: {}",
-                       scriptError->dump(-1, ' ', false, Json::error_handler_t::replace)));
+  logError("DMGInstaller: Admin command error: {}",
+           scriptError->dump(-1, ' ', false, Json::error_handler_t::replace));
   return AdminOutcome::failed;
 }
 

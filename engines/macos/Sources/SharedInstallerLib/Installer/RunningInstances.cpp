@@ -1,7 +1,5 @@
 #include "Installer/RunningInstances.h"
 
-#include <fmt/format.h>
-
 #include "Platform/Machine.h"
 #include "Utils/Log.h"
 
@@ -42,15 +40,14 @@ void quitRunningInstances(const std::vector<std::string>& bundleIdentifiers, con
   const auto running = runningInstances(bundleIdentifiers);
   if (running.empty()) return;
   for (const auto& application : running) {
-    log(fmt::format("{}: {}", manner.speaker, manner.request(application)));
+    log("{}: {}", manner.speaker, manner.request(application));
     machine().runningApplications.terminate(application);
   }
   if (allQuitInTime(bundleIdentifiers, manner.lookInterval)) return;
 
   const auto remaining = runningInstances(bundleIdentifiers);
   for (const auto& application : remaining) {
-    log(fmt::format("{}: Force killing {} (pid {})", manner.speaker, nameOf(application),
-                    application.processIdentifier));
+    log("{}: Force killing {} (pid {})", manner.speaker, nameOf(application), application.processIdentifier);
     machine().runningApplications.forceTerminate(application);
   }
   if (manner.settlesAfterEveryWait || !remaining.empty()) machine().dispatch.sleep(manner.settlingTime);

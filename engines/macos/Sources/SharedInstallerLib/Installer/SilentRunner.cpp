@@ -27,14 +27,13 @@ void HeadlessInstallDelegate::orchestratorDidUpdateProgress(const std::string& s
 
 void writeSummary(InstallerAction action, const std::vector<SummaryEntry>& entries, ExitCode exitCode,
                   const std::optional<std::string>& note) {
-  log(fmt::format("--- SILENT RUN SUMMARY action={} exit_code={} ---", rawValue(action),
-                  std::to_underlying(exitCode)));
+  log("--- SILENT RUN SUMMARY action={} exit_code={} ---", rawValue(action), std::to_underlying(exitCode));
   for (const auto& entry : entries) {
     auto line = fmt::format("  app=\"{}\" status={}", entry.appName, rawValue(entry.status));
     if (entry.detail) line += fmt::format(" detail=\"{}\"", *entry.detail);
     log(line);
   }
-  if (note) log(fmt::format("  note=\"{}\"", *note));
+  if (note) log("  note=\"{}\"", *note);
   log("--- END SUMMARY ---");
 }
 
@@ -120,7 +119,7 @@ void openInstalledApps(const std::vector<AppInstallResult>& results) {
     if (!result.success) continue;
     const auto path =
         result.installedPath.value_or(joined(machine().paths.applications, result.app.appBundleName));
-    log(fmt::format("SilentRunner: Opening {} at {}", result.app.displayName, path));
+    log("SilentRunner: Opening {} at {}", result.app.displayName, path);
     // The install stands whether or not the app can be opened.
     (void)machine().processes.launch(machine().paths.open, {path});
   }
@@ -132,9 +131,8 @@ SilentRunner::SilentRunner(std::shared_ptr<PackageProvider> provider) : provider
 }
 
 ExitCode SilentRunner::run(const RunOptions& options) {
-  log(fmt::format("SilentRunner: Starting — action={} apps={} strict={} openAfterInstall={}",
-                  rawValue(options.action), selectionText(options.selectedApps), options.strict,
-                  options.openAfterInstall));
+  log("SilentRunner: Starting — action={} apps={} strict={} openAfterInstall={}", rawValue(options.action),
+      selectionText(options.selectedApps), options.strict, options.openAfterInstall);
   return options.action == InstallerAction::install ? runInstall(options) : runUninstall(options);
 }
 

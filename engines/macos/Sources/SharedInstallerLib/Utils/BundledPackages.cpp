@@ -1,7 +1,6 @@
 #include "Utils/BundledPackages.h"
 
 #include <algorithm>
-#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "Base/JSONReader.h"
@@ -21,11 +20,10 @@ void logLoaded(const Manifest& manifest) {
   const auto count = [&manifest](auto&& holds) {
     return std::ranges::count_if(manifest, [&holds](const auto& entry) { return holds(entry.second); });
   };
-  log(fmt::format(
-      "OfflinePackageProvider: Loaded {} package(s) from packages.json ({} with checksum, {} with version, {} with size)",
+  log("OfflinePackageProvider: Loaded {} package(s) from packages.json ({} with checksum, {} with version, {} with size)",
       manifest.size(), count([](const PackageMeta& meta) { return meta.checksumIsVerifiable(); }),
       count([](const PackageMeta& meta) { return meta.version.has_value(); }),
-      count([](const PackageMeta& meta) { return meta.size.has_value(); })));
+      count([](const PackageMeta& meta) { return meta.size.has_value(); }));
 }
 
 Manifest loadManifest() {

@@ -1,6 +1,5 @@
 #include "Utils/CDNFetch.h"
 
-#include <fmt/format.h>
 #include <memory>
 #include <optional>
 
@@ -21,9 +20,8 @@ void TrustedRedirectDelegate::willPerformHTTPRedirection(const std::shared_ptr<U
     decide(newRequest);
     return;
   }
-  logError(
-      fmt::format("URLTrust: refusing a redirect to '{}' — not https on a host in trustedDownloadDomains {}",
-                  URLTrust::hostForLog(newRequest.url), listText(InstallerConfig::trustedDownloadDomains())));
+  logError("URLTrust: refusing a redirect to '{}' — not https on a host in trustedDownloadDomains {}",
+           URLTrust::hostForLog(newRequest.url), listText(InstallerConfig::trustedDownloadDomains()));
   {
     // In the set before the refusal can be seen anywhere: whether the task then ends with the redirect's own
     // answer or with a cancellation is a race.
@@ -84,14 +82,14 @@ CDNFetchError classifyStatus(int status) {
 }
 
 Outcome refusedRedirect(const Fetch& fetch) {
-  logError(fmt::format("CDNSource: {} metadata fetch was refused — untrusted redirect", fetch.label));
+  logError("CDNSource: {} metadata fetch was refused — untrusted redirect", fetch.label);
   return std::unexpected(CDNFetchError::untrusted);
 }
 
 Outcome failed(const Fetch& fetch, const Error& error, bool wasRefused) {
   if (error.code == URLErrorCode::cancelled && wasRefused) return refusedRedirect(fetch);
-  logWarn(fmt::format("CDNSource: fetch failed for {} ({}): {}", fetch.label, fetch.url.lastPathComponent(),
-                      error.localizedDescription));
+  logWarn("CDNSource: fetch failed for {} ({}): {}", fetch.label, fetch.url.lastPathComponent(),
+          error.localizedDescription);
   return std::unexpected(classify(error));
 }
 
@@ -102,13 +100,12 @@ Outcome judge(const Fetch& fetch, std::optional<std::string> data,
   // A refused redirect can arrive as a plain 3xx answer too.
   if (wasRefused) return refusedRedirect(fetch);
   if (response && !URLTrust::isTrusted(response->url)) {
-    logError(fmt::format("CDNSource: {} metadata came from an untrusted host — {}", fetch.label,
-                         URLTrust::refusalReason(response->url)));
+    logError("CDNSource: {} metadata came from an untrusted host — {}", fetch.label,
+             URLTrust::refusalReason(response->url));
     return std::unexpected(CDNFetchError::untrusted);
   }
   if (response && (response->statusCode < 200 || response->statusCode > 299)) {
-    log(fmt::format("CDNSource: HTTP {} for {} at {}", response->statusCode, fetch.label,
-                    fetch.url.absoluteString()));
+    log("CDNSource: HTTP {} for {} at {}", response->statusCode, fetch.label, fetch.url.absoluteString());
     return std::unexpected(classifyStatus(response->statusCode));
   }
   return std::move(data).value_or(std::string{});
@@ -132,15 +129,14 @@ std::shared_ptr<URLSessionTask> start(const std::shared_ptr<Fetch>& fetch, Durat
 
 Outcome fetchJSON(const URL& url, Duration timeout, std::string_view label) {
   if (!URLTrust::isTrusted(url)) {
-    logError(
-        fmt::format("CDNSource: refusing to fetch {} metadata — {}", label, URLTrust::refusalReason(url)));
+    logError("CDNSource: refusing to fetch {} metadata — {}", label, URLTrust::refusalReason(url));
     return std::unexpected(CDNFetchError::untrusted);
   }
   const auto fetch = std::make_shared<Fetch>(Fetch{.url = url, .label = std::string{label}});
   const auto task = start(fetch, timeout);
   if (!fetch->done->waitFor(timeout)) {
     task->cancel();
-    logWarn(fmt::format("CDNSource: fetch timed out for {} at {}", label, url.absoluteString()));
+    logWarn("CDNSource: fetch timed out for {} at {}", label, url.absoluteString());
     return std::unexpected(CDNFetchError::transient);
   }
   return std::move(fetch->outcome);

@@ -1,7 +1,6 @@
 #include "Utils/CDNSource.h"
 
 #include <algorithm>
-#include <fmt/format.h>
 #include <iterator>
 #include <nlohmann/json.hpp>
 
@@ -36,9 +35,9 @@ std::string otherSegment(const AppInfo& app) {
 void logBeginningOf(std::string_view body) {
   constexpr std::size_t shownCharacters = 100;
   const auto json = JSONReader::parse(body);
-  log(fmt::format("CDNSource: {} The {} bytes begin with: {}",
-                  json ? "The JSON text isn't an object." : json.error().localizedDescription, body.size(),
-                  oneLine(body, shownCharacters)));
+  log("CDNSource: {} The {} bytes begin with: {}",
+      json ? "The JSON text isn't an object." : json.error().localizedDescription, body.size(),
+      oneLine(body, shownCharacters));
 }
 
 std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, std::string_view archSegment,
@@ -46,13 +45,13 @@ std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, std::s
   const auto folder = folderURL(app, archSegment);
   if (!folder) return std::unexpected(CDNFetchError::transient);
   const auto url = folder->appendingPathComponent(CDNLayout::metadataFileName);
-  log(fmt::format("CDNSource: meta URL for {}: {}", app.displayName, url.absoluteString()));
+  log("CDNSource: meta URL for {}: {}", app.displayName, url.absoluteString());
 
   const auto body = fetchJSON(url, timeout, app.displayName);
   if (!body) return std::unexpected(body.error());
   auto meta = PackageMeta::decode(*body);
   if (!meta) {
-    log(fmt::format("CDNSource: unparseable meta.json for {} at {}", app.displayName, url.absoluteString()));
+    log("CDNSource: unparseable meta.json for {} at {}", app.displayName, url.absoluteString());
     logBeginningOf(*body);
     return std::unexpected(CDNFetchError::transient);
   }
@@ -103,9 +102,8 @@ std::optional<URL> folderURL(const AppInfo& app, std::string_view archSegment) {
   const auto& baseText = InstallerConfig::cdnBaseURL();
   auto url = URL::parse(baseText);
   if (!url) {
-    logError(
-        fmt::format("CDNSource: cdn.domains['{}'] is not a valid URL: '{}' — check installer_config.json",
-                    rawValue(InstallerConfig::cdnDataCenter()), baseText));
+    logError("CDNSource: cdn.domains['{}'] is not a valid URL: '{}' — check installer_config.json",
+             rawValue(InstallerConfig::cdnDataCenter()), baseText);
     return std::nullopt;
   }
   const CDNLayout layout{.distributionRoot = InstallerConfig::cdnDistributionRoot(),
@@ -128,9 +126,9 @@ std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, Durati
   if (other == declared) return first;
   auto second = fetchPackage(app, other, timeout);
   if (!second) return first;
-  logWarn(fmt::format(
+  logWarn(
       "CDNSource: {} was NOT under the declared '{}' arch segment but IS under '{}'. The build's pullset properties and this app's cdnArch disagree — fix cdnArch in AppInfo and protocol/catalog.json to '{}'.",
-      app.displayName, declared, other, other));
+      app.displayName, declared, other, other);
   return second;
 }
 

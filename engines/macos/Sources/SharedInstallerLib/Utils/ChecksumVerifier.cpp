@@ -47,10 +47,10 @@ struct ToolTexts {
 ToolVerdict runTool(const Path& program, const std::vector<std::string>& arguments, const ToolTexts& texts) {
   const auto exit = machine().processes.run(program, arguments, CapturedOutput::merged);
   if (!exit) {
-    logError(fmt::format("{}: {}", texts.launchFailure, exit.error().localizedDescription));
+    logError("{}: {}", texts.launchFailure, exit.error().localizedDescription);
     return {};
   }
-  log(fmt::format("{}: {}", texts.output, isUTF8(exit->output) ? exit->output : ""));
+  log("{}: {}", texts.output, isUTF8(exit->output) ? exit->output : "");
   return {exit->status};
 }
 
@@ -60,21 +60,20 @@ bool ChecksumVerifier::verifyFileChecksum(const Path& filePath, std::string_view
   const auto expected = lowercased(trimmed(expectedChecksum));
   const auto length = characterCount(expected);
   if (length != digestLength) {
-    logError(fmt::format("ERROR: Expected checksum length invalid (expected 64, got {})", length));
+    logError("ERROR: Expected checksum length invalid (expected 64, got {})", length);
     return false;
   }
   const auto digest = digestOf(filePath);
   if (!digest) {
-    logError(
-        fmt::format("Error reading file for checksum verification: {}", digest.error().localizedDescription));
+    logError("Error reading file for checksum verification: {}", digest.error().localizedDescription);
     return false;
   }
   if (*digest == expected) {
     log("Checksum verification PASSED");
     return true;
   }
-  logError(fmt::format("Checksum verification FAILED — calculated: {}…, expected: {}…",
-                       firstCharacters(*digest, shownLength), firstCharacters(expected, shownLength)));
+  logError("Checksum verification FAILED — calculated: {}…, expected: {}…",
+           firstCharacters(*digest, shownLength), firstCharacters(expected, shownLength));
   return false;
 }
 
@@ -94,8 +93,7 @@ bool ChecksumVerifier::verifySignature(const Path& filePath) {
               {.launchFailure = "Error running codesign --verify", .output = "Signature integrity output"});
   if (!verdict.status) return false;
   if (!verdict.passed()) {
-    logError(fmt::format("DMG signature failed integrity verification (codesign --verify exit {})",
-                         *verdict.status));
+    logError("DMG signature failed integrity verification (codesign --verify exit {})", *verdict.status);
     return false;
   }
   return verifyCodeRequirement(filePath);
@@ -105,9 +103,9 @@ bool ChecksumVerifier::verifyCodeRequirement(const Path& filePath, const std::op
   const std::string team = teamID ? *teamID : InstallerConfig::expectedSigningTeamId();
   const auto file = lastPathComponent(filePath);
   if (team.empty()) {
-    logWarn(fmt::format(
+    logWarn(
         "Signature requirement check SKIPPED for {} — expectedSigningTeamId is empty in installer_config.json. A release build must never ship in this state.",
-        file));
+        file);
     return true;
   }
   // The leading sign tells codesign that this is a requirement's text and not a file's name.
@@ -118,8 +116,8 @@ bool ChecksumVerifier::verifyCodeRequirement(const Path& filePath, const std::op
                .output = fmt::format("Signature requirement output for {}", file)});
   if (!verdict.status) return false;
   if (verdict.passed()) return true;
-  logError(fmt::format("{} does not satisfy the signing requirement (team {}) — codesign exit {}", file, team,
-                       *verdict.status));
+  logError("{} does not satisfy the signing requirement (team {}) — codesign exit {}", file, team,
+           *verdict.status);
   return false;
 }
 

@@ -57,13 +57,13 @@ std::optional<DetectedVariant> lookupBundleID(const std::string& identifier) {
   const auto path = machine().workspace.applicationPath(identifier);
   if (!path) return std::nullopt;
   if (!path->starts_with(machine().paths.applications + "/")) {
-    log(fmt::format("ExistingAppDetector: Ignoring {} — app found outside /Applications/", identifier));
+    log("ExistingAppDetector: Ignoring {} — app found outside /Applications/", identifier);
     return std::nullopt;
   }
   if (!machine().files.fileExists(*path)) {
-    logWarn(fmt::format(
+    logWarn(
         "ExistingAppDetector: {} resolved to {} but the bundle no longer exists — treating as not installed",
-        identifier, *path));
+        identifier, *path);
     BundleCache::shared().erase(*path);
     return std::nullopt;
   }
@@ -86,17 +86,15 @@ std::string facts(const DetectedVariant& copy) {
 
 std::optional<DetectedVariant> findPrimary(const AppInfo& app) {
   if (auto registered = lookupBundleID(app.installerBundleIdentifier)) {
-    log(fmt::format("ExistingAppDetector: Found {} primary ({}) at {}", app.displayName,
-                    app.installerBundleIdentifier, facts(*registered)));
+    log("ExistingAppDetector: Found {} primary ({}) at {}", app.displayName, app.installerBundleIdentifier,
+        facts(*registered));
     return registered;
   }
   if (auto expected = lookupExpectedPath(app)) {
-    log(fmt::format("ExistingAppDetector: Found {} primary at expected path {}", app.displayName,
-                    facts(*expected)));
+    log("ExistingAppDetector: Found {} primary at expected path {}", app.displayName, facts(*expected));
     return expected;
   }
-  log(fmt::format("ExistingAppDetector: {} primary ({}) not installed", app.displayName,
-                  app.installerBundleIdentifier));
+  log("ExistingAppDetector: {} primary ({}) not installed", app.displayName, app.installerBundleIdentifier);
   return std::nullopt;
 }
 
@@ -114,8 +112,7 @@ AppInstallationStatus ExistingAppDetector::detect(const AppInfo& app) {
   for (const auto& identifier : app.otherBundleIdentifiers) {
     auto variant = lookupBundleID(identifier);
     if (!variant) continue;
-    log(fmt::format("ExistingAppDetector: Found other variant of {} at {}", app.displayName,
-                    facts(*variant)));
+    log("ExistingAppDetector: Found other variant of {} at {}", app.displayName, facts(*variant));
     status.otherVariants.push_back(*std::move(variant));
   }
   return status;

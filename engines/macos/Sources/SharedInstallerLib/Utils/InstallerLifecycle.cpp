@@ -1,7 +1,6 @@
 #include "Utils/InstallerLifecycle.h"
 
 #include <charconv>
-#include <fmt/format.h>
 #include <string>
 
 #include "Base/Mutex.h"
@@ -78,12 +77,12 @@ bool reachable(const URL& url) {
   task->resume();
   if (!answered->waitFor(probeLimit)) {
     task->cancel();
-    logWarn(fmt::format("InstallerLifecycle: control probe of {} timed out", url.absoluteString()));
+    logWarn("InstallerLifecycle: control probe of {} timed out", url.absoluteString());
     return false;
   }
   if (answer->error) {
-    logWarn(fmt::format("InstallerLifecycle: control probe of {} failed: {}", url.absoluteString(),
-                        answer->error->localizedDescription));
+    logWarn("InstallerLifecycle: control probe of {} failed: {}", url.absoluteString(),
+            answer->error->localizedDescription);
     return false;
   }
   return answer->isHTTP;
@@ -93,15 +92,15 @@ bool reachable(const URL& url) {
 std::optional<URL> probeTarget(const std::string& page) {
   auto url = URL::parse(page);
   if (!url) {
-    logWarn(fmt::format(
+    logWarn(
         "InstallerLifecycle: downloadPageUrl '{}' is not a valid URL — cannot confirm whether the CDN is retired, so treating this as a network problem",
-        page));
+        page);
     return std::nullopt;
   }
   if (lowercased(url->scheme().value_or("")) != "https") {
-    logWarn(fmt::format(
+    logWarn(
         "InstallerLifecycle: downloadPageUrl '{}' is not https — refusing to probe it, so this cannot be confirmed as a retired CDN. Fix the key in installer_config.json",
-        page));
+        page);
     return std::nullopt;
   }
   return url;
@@ -115,14 +114,14 @@ std::optional<InstallerRetirement> probeSourceRetired() {
   if (!url) return std::nullopt;
   const auto host = url->host().value_or(page);
   if (!reachable(*url)) {
-    logWarn(fmt::format(
+    logWarn(
         "InstallerLifecycle: a package lookup returned 'not found', but {} is also unreachable — this is the machine's connection, not a retired CDN",
-        host));
+        host);
     return std::nullopt;
   }
-  logError(fmt::format(
+  logError(
       "InstallerLifecycle: a package lookup returned 'not found' while {} is reachable — the CDN tree this installer was built against is gone",
-      host));
+      host);
   return InstallerRetirement{RetirementReason::sourceUnavailable, page, std::nullopt};
 }
 
@@ -139,12 +138,12 @@ std::optional<InstallerRetirement> InstallerLifecycle::expiry() {
   if (!date) return std::nullopt;
   const auto lastGoodDay = parseDate(*date);
   if (!lastGoodDay) {
-    logWarn(fmt::format("InstallerLifecycle: expiresOn '{}' is not yyyy-MM-dd — ignoring it", *date));
+    logWarn("InstallerLifecycle: expiresOn '{}' is not yyyy-MM-dd — ignoring it", *date);
     return std::nullopt;
   }
   // In whole days: the clock's own unit can't hold the far dates that stand for "never".
   if (std::chrono::floor<std::chrono::days>(machine().dispatch.now()) <= *lastGoodDay) return std::nullopt;
-  log(fmt::format("InstallerLifecycle: this installer expired on {}", *date));
+  log("InstallerLifecycle: this installer expired on {}", *date);
   return InstallerRetirement{RetirementReason::expired, InstallerConfig::downloadPageURL(), date};
 }
 

@@ -41,7 +41,7 @@ KeloAppProvider::KeloAppProvider() {
     apps_.push_back(std::move(row));
   }
   if (excluded.empty()) return;
-  log(fmt::format("KeloAppProvider: excluded by installer_config.json: {}", fmt::join(excluded, ", ")));
+  log("KeloAppProvider: excluded by installer_config.json: {}", fmt::join(excluded, ", "));
 }
 
 const AppInfo* KeloAppProvider::app(AppIdentifier identifier) const {

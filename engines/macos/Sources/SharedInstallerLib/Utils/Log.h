@@ -1,9 +1,11 @@
-// What every room of the engine logs through. Any thread; returns at once; never fails towards its caller.
+// How the engine logs. Any thread; returns at once; never fails towards its caller.
 #pragma once
 
+#include <fmt/core.h>
 #include <source_location>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace installer {
 
@@ -17,5 +19,35 @@ void log(const std::string& message, LogLevel level = LogLevel::info,
          std::source_location location = std::source_location::current());
 void logWarn(const std::string& message, std::source_location location = std::source_location::current());
 void logError(const std::string& message, std::source_location location = std::source_location::current());
+
+// A format string that the compiler holds against the types of its arguments, with the caller's location.
+template <class... Arguments>
+struct LogFormat {
+  template <class Text>
+  consteval LogFormat(const Text& string, std::source_location caller = std::source_location::current())
+      : text{string}, location{caller} {}
+
+  fmt::format_string<Arguments...> text;
+  std::source_location location;
+};
+
+template <class First, class... Rest>
+void log(LogFormat<std::type_identity_t<First>, std::type_identity_t<Rest>...> format, First&& first,
+         Rest&&... rest) {
+  log(fmt::format(format.text, std::forward<First>(first), std::forward<Rest>(rest)...), LogLevel::info,
+      format.location);
+}
+template <class First, class... Rest>
+void logWarn(LogFormat<std::type_identity_t<First>, std::type_identity_t<Rest>...> format, First&& first,
+             Rest&&... rest) {
+  log(fmt::format(format.text, std::forward<First>(first), std::forward<Rest>(rest)...), LogLevel::warn,
+      format.location);
+}
+template <class First, class... Rest>
+void logError(LogFormat<std::type_identity_t<First>, std::type_identity_t<Rest>...> format, First&& first,
+              Rest&&... rest) {
+  log(fmt::format(format.text, std::forward<First>(first), std::forward<Rest>(rest)...), LogLevel::error,
+      format.location);
+}
 
 }  // namespace installer

@@ -126,8 +126,8 @@ void writeErrorSummary(const Path& staging) {
     logWarn("Could not write the log-bundle error summary: " + written.error().localizedDescription);
     return;
   }
-  log(fmt::format("Log bundle error summary: {} WARN/ERROR line(s) across {} file(s)", digest.keptLines(),
-                  digest.files()));
+  log("Log bundle error summary: {} WARN/ERROR line(s) across {} file(s)", digest.keptLines(),
+      digest.files());
 }
 
 Path absolute(const Path& path) {
@@ -172,7 +172,7 @@ Result<Path> exportLogs(const std::optional<std::string>& outDirectory) {
 
   // The archive stands; copies left in the temporary folder are cleared by the next export or the system.
   (void)machine().files.removeItem(staging);
-  log(fmt::format("LogExport: wrote {} log file(s) to {}", collected.copied, *archive));
+  log("LogExport: wrote {} log file(s) to {}", collected.copied, *archive);
   return archive;
 }
 

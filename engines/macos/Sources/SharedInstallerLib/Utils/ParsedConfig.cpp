@@ -1,6 +1,5 @@
 #include "Utils/ParsedConfig.h"
 
-#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "Base/JSONReader.h"
@@ -45,7 +44,7 @@ std::map<std::string, AppBundleConfig> readApps(const Json& apps) {
       valid.emplace(key, *std::move(app));
       continue;
     }
-    logWarn(fmt::format("InstallerConfig: Skipping invalid entry for '{}'", key));
+    logWarn("InstallerConfig: Skipping invalid entry for '{}'", key);
   }
   return valid;
 }
@@ -74,9 +73,8 @@ CDNDataCenter readDataCenter(const Json& block) {
   if (!written) return fallback;
   const auto name = lowercased(*written);
   if (const auto known = CDNDataCenters::fromRawValue(name)) return *known;
-  log(fmt::format(
-      "InstallerConfig: unknown cdn.dataCenter '{}' — falling back to '{}'. Fix installer_config.json.", name,
-      rawValue(fallback)));
+  log("InstallerConfig: unknown cdn.dataCenter '{}' — falling back to '{}'. Fix installer_config.json.", name,
+      rawValue(fallback));
   return fallback;
 }
 
@@ -120,24 +118,21 @@ void logLoaded(const ParsedConfig& parsed) {
   const auto orElse = [](const std::string& text, const char* whenEmpty) {
     return text.empty() ? std::string{whenEmpty} : text;
   };
-  log(fmt::format("InstallerConfig: Loaded config for {} apps", parsed.apps.size()));
+  log("InstallerConfig: Loaded config for {} apps", parsed.apps.size());
   for (const auto& [id, app] : parsed.apps) {
-    log(fmt::format("  {}: primary={}, others={}", id, app.primaryBundleIdentifier,
-                    listText(app.otherBundleIdentifiers)));
+    log("  {}: primary={}, others={}", id, app.primaryBundleIdentifier, listText(app.otherBundleIdentifiers));
   }
-  log(fmt::format("InstallerConfig: installScope={}, showTermsStep={}, flavour={}", parsed.installScope,
-                  parsed.showTermsStep, parsed.flavour));
-  log(fmt::format(
-      "InstallerConfig: downloadPageUrl={}, helpUrl={}, feedbackUrl={}, expiresOn online={} offline={}",
+  log("InstallerConfig: installScope={}, showTermsStep={}, flavour={}", parsed.installScope,
+      parsed.showTermsStep, parsed.flavour);
+  log("InstallerConfig: downloadPageUrl={}, helpUrl={}, feedbackUrl={}, expiresOn online={} offline={}",
       parsed.downloadPageURL, parsed.helpURL, parsed.feedbackURL, parsed.expiresOnOnline.value_or("(never)"),
-      parsed.expiresOnOffline.value_or("(never)")));
-  log(fmt::format("InstallerConfig: expectedSigningTeamId={}",
-                  orElse(parsed.expectedSigningTeamId,
-                         "(EMPTY — installed-app signature requirement checks are DISABLED)")));
-  log(fmt::format(
-      "InstallerConfig: cdn dataCenter={}, base={}, roots={}/{}, release={}, releaseNotesEnabled={}",
+      parsed.expiresOnOffline.value_or("(never)"));
+  log("InstallerConfig: expectedSigningTeamId={}",
+      orElse(parsed.expectedSigningTeamId,
+             "(EMPTY — installed-app signature requirement checks are DISABLED)"));
+  log("InstallerConfig: cdn dataCenter={}, base={}, roots={}/{}, release={}, releaseNotesEnabled={}",
       rawValue(parsed.cdn.dataCenter), orElse(parsed.cdn.baseURL(), "(unset!)"), parsed.cdn.distributionRoot,
-      parsed.cdn.appsRoot, parsed.cdn.release, parsed.cdn.releaseNotesEnabled));
+      parsed.cdn.appsRoot, parsed.cdn.release, parsed.cdn.releaseNotesEnabled);
 }
 
 }  // namespace

@@ -100,7 +100,7 @@ std::expected<RunOptions, RunOptions::ParseError> RunOptions::parse(
     }
     const auto* const known = std::ranges::find(valueFlags, flag, &ValueFlag::name);
     if (known == valueFlags.end()) {
-      log(fmt::format("RunOptions: Ignoring unrecognised argument '{}'", arguments[i]));
+      log("RunOptions: Ignoring unrecognised argument '{}'", arguments[i]);
       continue;
     }
     // The value is whatever comes next, also when it looks like a flag.

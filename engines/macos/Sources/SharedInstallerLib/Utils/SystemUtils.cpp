@@ -61,7 +61,7 @@ bool SystemUtils::isInternetReachable(Duration timeout) {
   task->resume();
   if (!answered->waitFor(timeout + graceBeyondRequest)) {
     task->cancel();
-    logWarn(fmt::format("SystemUtils: connectivity probe timed out after {}s", doubleText(timeout.count())));
+    logWarn("SystemUtils: connectivity probe timed out after {}s", doubleText(timeout.count()));
     return false;
   }
   return *reachable;
@@ -70,8 +70,7 @@ bool SystemUtils::isInternetReachable(Duration timeout) {
 bool SystemUtils::isNetworkConnectionError(const Error& error) {
   if (error.domain != ErrorDomain::url) return false;
   if (std::ranges::find(connectionErrors, error.code) == connectionErrors.end()) return false;
-  logWarn(fmt::format("Network error detected: {} code {}: {}", error.domain, error.code,
-                      error.localizedDescription));
+  logWarn("Network error detected: {} code {}: {}", error.domain, error.code, error.localizedDescription);
   return true;
 }
 
