@@ -2,10 +2,10 @@
 
 #include <cerrno>
 
-#import "Platform/Darwin/DarwinFileSystem.h"
-#import "Platform/Darwin/DarwinFoundation.h"
 #include "Base/POSIX/FileTree.h"
 #include "Base/POSIX/StagedCopy.h"
+#import "Platform/Darwin/DarwinFileSystem.h"
+#import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/POSIX/POSIXFileSystem.h"
 
 namespace installer::darwin {

@@ -2,11 +2,11 @@
 
 #include <cerrno>
 
-#import "Platform/Darwin/DarwinFileSystem.h"
-#import "Platform/Darwin/DarwinFoundation.h"
 #include "Base/POSIX/FileTree.h"
 #include "Base/POSIX/HiddenSibling.h"
 #include "Base/POSIX/StagedRemoval.h"
+#import "Platform/Darwin/DarwinFileSystem.h"
+#import "Platform/Darwin/DarwinFoundation.h"
 
 namespace installer::darwin {
 

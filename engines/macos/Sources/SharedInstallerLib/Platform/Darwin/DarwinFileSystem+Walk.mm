@@ -3,9 +3,9 @@
 
 #include <algorithm>
 
+#include "Base/POSIX/FileTree.h"
 #import "Platform/Darwin/DarwinFileSystem.h"
 #import "Platform/Darwin/DarwinFoundation.h"
-#include "Base/POSIX/FileTree.h"
 
 namespace installer::darwin {
 
@@ -35,7 +35,8 @@ std::optional<DirectoryEntry> entryAt(NSURL* url, Path path) {
   return entry;
 }
 
-// The directory at `top` as the system names it, with all links resolved; absent when it can't be opened as one.
+// The directory at `top` as the system names it, with all links resolved; absent when it can't be opened as
+// one.
 std::optional<Path> openableDirectory(const Path& top) {
   const auto usable = usablePath(top);
   const FileDescriptor folder{usable ? open(usable->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1};

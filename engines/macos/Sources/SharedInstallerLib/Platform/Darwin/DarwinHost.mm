@@ -2,11 +2,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Base/POSIX/ProcessStart.h"
 #include "Platform/Darwin/DarwinServices.h"
 #include "Platform/Host.h"
 #include "Platform/Machine.h"
 #include "Platform/POSIX/POSIXStandardStreams.h"
-#include "Base/POSIX/ProcessStart.h"
 
 namespace installer {
 

@@ -6,10 +6,10 @@
 
 #include <cerrno>
 
-#import "Platform/Darwin/DarwinFoundation.h"
-#include "Platform/Darwin/DarwinServices.h"
 #include "Base/POSIX/FileErrors.h"
 #include "Base/POSIX/OutputDrain.h"
+#import "Platform/Darwin/DarwinFoundation.h"
+#include "Platform/Darwin/DarwinServices.h"
 
 namespace installer::darwin {
 

@@ -5,9 +5,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Base/POSIX/PropertyListBounds.h"
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
-#include "Base/POSIX/PropertyListBounds.h"
 
 namespace installer::darwin {
 

@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <csignal>
 
+#include "Base/POSIX/FileTree.h"
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
-#include "Base/POSIX/FileTree.h"
 
 namespace installer::darwin {
 
