@@ -49,7 +49,7 @@ OrReason<> putImage(const fs::path& image, const fs::path& destination, const Im
   // Whoever serves the tree is another user as a rule.
   if (!error) fs::permissions(destination, fs::perms{0644}, error);
   if (error) return because("{}: {}", destination.string(), error.message());
-  if (sha256OfFile(destination) != facts.sha256) {
+  if (const auto digest = sha256OfFile(destination); !digest || *digest != facts.sha256) {
     return because("{} changed while it was published", image.string());
   }
   return {};

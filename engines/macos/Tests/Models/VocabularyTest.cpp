@@ -51,7 +51,7 @@ TEST_F(Vocabulary, CountsThePublishedSuccessesAsSuccess) {
 TEST_F(Vocabulary, GivesEachStageItsPublishedDetailCode) {
   for (const auto& row : published.at("stages")) {
     EXPECT_EQ(detailCode(fromRawValue<AppStage>(row.at("name").get<std::string>()).value()),
-              row.at("detailCode"));
+              row.at("detailCode").get<std::string>());
   }
 }
 
