@@ -80,6 +80,11 @@ std::string textOf(ByteView bytes) {
   return {bytes.begin(), bytes.end()};
 }
 
+std::string paddedText(ByteView field) {
+  std::string text = textOf(field);
+  return text.substr(0, text.find('\0'));
+}
+
 std::optional<Bytes> fromHex(std::string_view text) {
   if (text.size() % 2 != 0) return std::nullopt;
   Bytes bytes;

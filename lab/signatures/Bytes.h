@@ -33,6 +33,8 @@ bool startsWith(ByteView bytes, ByteView prefix);
 ByteView viewOf(std::string_view text);
 Bytes copyOf(ByteView bytes);
 std::string textOf(ByteView bytes);
+// The text in a field of fixed length, without the zero bytes that fill it.
+std::string paddedText(ByteView field);
 
 // Bytes of a hexadecimal text; nothing when its length is odd or a character isn't a digit.
 std::optional<Bytes> fromHex(std::string_view text);

@@ -115,7 +115,7 @@ class SliceReader {
   Outcome<void> readSegment(ByteView command, bool wide) {
     const std::uint64_t headerSize = wide ? 72 : 56;
     if (command.size() < headerSize) return refuse("Mach-O segment command is cut short");
-    const std::string name = textOf(command.subspan(8, 16)).c_str();
+    const std::string name = paddedText(command.subspan(8, 16));
     if (name == "__LINKEDIT") {
       const std::uint64_t offset = wide ? *le64(command, 40) : *le32(command, 32);
       const std::uint64_t size = wide ? *le64(command, 48) : *le32(command, 36);
@@ -134,7 +134,7 @@ class SliceReader {
       return refuse("Mach-O segment __TEXT counts more sections than it holds");
     for (std::uint32_t i = 0; i < count; ++i) {
       const ByteView section = *slice(command, headerSize + i * sectionSize, sectionSize);
-      const std::string name = textOf(section.subspan(0, 16)).c_str();
+      const std::string name = paddedText(section.subspan(0, 16));
       if (name != "__info_plist") continue;
       const std::uint64_t size = wide ? *le64(section, 40) : *le32(section, 36);
       const std::uint64_t offset = wide ? *le32(section, 48) : *le32(section, 40);

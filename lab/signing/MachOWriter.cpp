@@ -121,7 +121,7 @@ Outcome<CommandPlaces> findCommands(ByteView slice) {
     if (size < 8) return refuse("Mach-O load command {} is malformed", i);
     if (le32(slice, at) == kCodeSignature) places.signature = at;
     if (le32(slice, at) == kSegment64) {
-      const std::string name = textOf(slice.subspan(static_cast<std::size_t>(at) + 8, 16)).c_str();
+      const std::string name = paddedText(slice.subspan(static_cast<std::size_t>(at) + 8, 16));
       if (name == "__LINKEDIT") places.linkEdit = at;
       for (std::uint32_t k = 0; name == "__TEXT" && k < le32(slice, at + 64).value_or(0); ++k) {
         places.firstContent =

@@ -56,9 +56,9 @@ TEST_P(BundlesContract, TakesADirectoryWithoutInformationForABundleThatSaysNothi
 }
 
 TEST_P(BundlesContract, TakesNoInformationFromWhatIsNoFileOfReasonableLength) {
-  const auto information = propertyListText({{"CFBundleIdentifier", "test.a"}});
+  auto information = propertyListText({{"CFBundleIdentifier", "test.a"}});
   layFolder("Folder.app/Contents/Info.plist");
-  lay("Long.app/Contents/Info.plist", information + std::string(9'000'000, ' '));
+  lay("Long.app/Contents/Info.plist", information.append(9'000'000, ' '));
   for (const auto* const name : {"Folder.app", "Long.app"}) {
     const auto bundle = bundles.read(at(name));
     ASSERT_NE(bundle, nullptr) << name;
