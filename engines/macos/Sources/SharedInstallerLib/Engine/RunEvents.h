@@ -29,7 +29,7 @@ std::vector<std::string> statuses(const std::vector<AppResultEvent>& events);
 
 }  // namespace installer
 
-// What a shell is told of one app's standing: the rows of `hello` and of `check-updates`.
+// The state of one app, for a shell: the rows of `hello` and of `check-updates`.
 // Any thread; may read the disk.
 namespace installer::UpdateEntries {
 
