@@ -52,7 +52,8 @@ Machine& DarwinHost::machine() { return services_->machine; }
 
 Machine& makeHostMachine() {
   openMissingStreams();
-  return (new DarwinHost)->machine();
+  static auto* const host = new DarwinHost;  // not destroyed at exit: a worker may still be using it
+  return host->machine();
 }
 
 }  // namespace installer

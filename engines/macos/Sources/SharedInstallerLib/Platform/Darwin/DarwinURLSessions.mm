@@ -135,11 +135,11 @@ class DarwinURLSession final : public URLSession {
     return urlError(URLErrorCode::cancelled, "The session has ended.");
   }
 
-  std::shared_ptr<URLSessionTask> failedTask(FailedTask::Deliver deliver) {
+  std::shared_ptr<URLSessionTask> failedTask(FailedTask::Deliver deliver) REQUIRES(mutex_) {
     return std::make_shared<FailedTask>(--failedIdentifier_, session_.delegateQueue, std::move(deliver));
   }
 
-  std::shared_ptr<URLSessionTask> failedDownload(const Error& problem) {
+  std::shared_ptr<URLSessionTask> failedDownload(const Error& problem) REQUIRES(mutex_) {
     return failedTask([delegate = delegate_, problem](const std::shared_ptr<URLSessionTask>& task) {
       if (const auto alive = delegate.lock()) alive->didCompleteWithError(task, problem);
     });
