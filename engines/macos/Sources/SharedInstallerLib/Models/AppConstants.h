@@ -1,4 +1,4 @@
-// What is fixed when the engine is built.
+// Values that are fixed when the engine is built.
 #pragma once
 
 #include <cstdint>
@@ -20,7 +20,7 @@ inline constexpr std::string_view appNameWithoutExtension = "Kelo-Desk-Installer
 
 namespace API {
 inline constexpr std::string_view reportURLString;
-// Always absent: there is no address to report to.
+// Always absent: this build has no report address.
 inline std::optional<URL> reportURL() {
   return URL::parse(reportURLString);
 }
@@ -37,9 +37,9 @@ using installer::ExitCode;
 
 namespace installer {
 
-// What this engine says about itself to shells and in log bundles.
-extern const std::string_view kEngineVersion;  // of project() in the top CMakeLists.txt
-// Rises only when a shell written for the old number could misread the new events.
+// The version and the protocol version that shells and log bundles show.
+extern const std::string_view kEngineVersion;  // from project() in the top CMakeLists.txt
+// Raised only for a change that a shell written for the old number could misread.
 inline constexpr std::int64_t kEngineProtocolVersion = 1;
 
 }  // namespace installer

@@ -1,4 +1,4 @@
-// One row of the catalog: what the engine knows of an application. A plain value.
+// One row of the catalog: the fixed facts of an application. A plain value.
 #pragma once
 
 #include <array>
@@ -13,11 +13,11 @@
 
 namespace installer {
 
-// The four applications of the suite. An excluded application still has its case here; whether it exists
-// for this build is the catalog's answer.
+// The four applications of the suite. An excluded application keeps its case; `AppProvider` decides whether
+// this build offers it.
 enum class AppIdentifier { brenna, tolvi, rulo, galdivane };
 
-// The identifier on every outside surface: command line, events, configuration keys, CDN paths.
+// The identifier in the command line, events, configuration keys and CDN paths.
 std::string_view rawValue(AppIdentifier identifier);
 
 namespace AppIdentifiers {
@@ -26,7 +26,7 @@ namespace AppIdentifiers {
 inline constexpr std::array allCases{AppIdentifier::brenna, AppIdentifier::tolvi, AppIdentifier::rulo,
                                      AppIdentifier::galdivane};
 
-// Exact and case-sensitive; a caller that wants leniency trims and lowercases first.
+// Exact and case-sensitive; a lenient caller trims and lowercases first.
 std::optional<AppIdentifier> fromRawValue(std::string_view text);
 
 }  // namespace AppIdentifiers
@@ -39,20 +39,20 @@ struct AppInfo {
   std::string displayName;                          // for people, and in messages
   std::string appBundleName;                        // the bundle's directory name in the applications folder
   std::string iconName;                             // an asset of the graphical shell
-  std::string installerBundleIdentifier;            // the primary one: what this installer installs
+  std::string installerBundleIdentifier;            // the primary one, which this installer installs
   std::vector<std::string> otherBundleIdentifiers;  // other variants: detected, never installed
   std::string cdnFormat;                            // file format in CDN paths
   CDNArchScope cdnArch = CDNArchScope::perArch;
   std::string tempFileName;               // of the download, and of the image beside the installer
-  std::string descriptionCode;            // key of a text that the graphical shell holds
+  std::string descriptionCode;            // key of a text in the graphical shell
   std::optional<URL> webURL;              // product page, unless the configuration names one
-  std::optional<std::int64_t> sizeBytes;  // download size while no live figure is known
-  double expansionRatio = 1.0;            // package size times this is the installed size
+  std::optional<std::int64_t> sizeBytes;  // download size until a live figure is known
+  double expansionRatio = 1.0;            // installed size divided by package size
 
   // The app's segment of CDN paths.
   std::string cdnService() const { return std::string{rawValue(id)}; }
 
-  // The primary identifier, then all others: everything that counts as this app when it runs.
+  // The primary identifier, then all others. A process with any of them counts as this app.
   std::vector<std::string> knownBundleIdentifiers() const;
 
   // `tempFileName` in the machine's temporary directory.
@@ -61,7 +61,7 @@ struct AppInfo {
   friend bool operator==(const AppInfo&, const AppInfo&) = default;
 };
 
-// The identifiers of some apps, as messages name them. Stateless; any thread.
+// App identifiers in messages. Stateless; any thread.
 struct AppInfo;
 
 // In the order of `apps`: "brenna, tolvi".
@@ -72,7 +72,7 @@ class AppProvider {
  public:
   virtual ~AppProvider() = default;
 
-  // Always the same rows, in catalog order.
+  // The same rows at every call, in catalog order.
   virtual const std::vector<AppInfo>& allApps() const = 0;
 
   // Null when this build doesn't offer the app. The row belongs to the provider.

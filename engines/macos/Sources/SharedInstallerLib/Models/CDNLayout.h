@@ -1,5 +1,5 @@
-// Where a package lies on the content delivery network, below the data centre's base address. The engine
-// that fetches and the tool that publishes both take the layout from here.
+// The path of a package on the content delivery network, below the data centre's base address. The engine
+// fetches by this layout and the publishing tool writes it.
 #pragma once
 
 #include <string>

@@ -1,5 +1,5 @@
-// The hosts and addresses of this deployment: what a build without an `installer_config.json` falls back to.
-// The only place in the engine that names them, except for the apps' web pages, which are in the catalog.
+// The hosts and addresses of this deployment, for a build without an `installer_config.json`.
+// No other file of the engine names them, except the catalog, which has the apps' web pages.
 #pragma once
 
 #include <array>
@@ -14,7 +14,7 @@ inline constexpr std::string_view feedbackURL = "https://www.kelo.example/downlo
 inline constexpr std::array<std::string_view, 4> trustedDownloadDomains{
     "kelo.example", "cdn-kelo.example", "local-cdn-kelo.example", "static-kelo.example"};
 
-// A plain page that answers from anywhere; what is asked whether the outside world can be reached.
+// A plain page that answers from any network. The connectivity probe requests it.
 inline constexpr std::string_view connectivityProbeURL = "https://www.kelo.example";
 
 inline constexpr std::string_view signingTeamId = "QX7M4R2V9D";

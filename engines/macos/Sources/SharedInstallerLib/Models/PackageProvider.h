@@ -1,4 +1,4 @@
-// Where packages come from. Two sources keep this contract: the CDN, and the installer's own resources.
+// A source of packages. Two classes implement it: one for the CDN, one for the installer's own resources.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@
 
 namespace installer {
 
-// The verdict that this installer as a whole is stale, and where a current one is to be had.
+// The verdict that the whole installer is stale, and the address of a current one.
 enum class RetirementReason {
   expired,           // the build's last day of validity has passed
   sourceUnavailable  // the CDN tree is gone while the outside world can be reached
@@ -65,7 +65,7 @@ class ProviderError {
   // Present for `sourceRetired` only.
   const std::optional<InstallerRetirement>& retirement() const { return retirement_; }
 
-  // An unreachable metadata server is a network failure, by intent.
+  // An unreachable metadata server is a network failure. This is intended.
   ErrorCode code() const;
   std::string errorDescription() const;
 
@@ -79,17 +79,17 @@ class ProviderError {
   std::optional<InstallerRetirement> retirement_;
 };
 
-// What a package source hands over: a file on this disk and what is to be expected of it.
+// A package on this disk, and what is expected of it.
 struct AcquiredPackage {
   Path fileURL;                         // a local file, as a path
   std::optional<std::string> checksum;  // the expected digest; absent means that none can be verified
-  bool skipGatekeeper = false;          // true for an image from the resources, which is never deleted either
+  bool skipGatekeeper = false;  // true for an image from the resources; such an image is never deleted
   std::optional<std::string> version;
 
   friend bool operator==(const AcquiredPackage&, const AcquiredPackage&) = default;
 };
 
-// The sources of this engine fail with a `ProviderError`. A failure of any other kind has no code of its own.
+// This engine's sources fail with a `ProviderError`. A failure of another kind has no code.
 using AcquisitionError = std::variant<ProviderError, Error>;
 
 // The stable code; absent for a failure that isn't a `ProviderError`.
@@ -99,10 +99,10 @@ std::string errorDescription(const AcquisitionError& error);
 // Null for every failure but `sourceRetired`. Points into `error`.
 const InstallerRetirement* retirement(const AcquisitionError& error);
 
-// How far one app of a run has come. Travels unchanged from the package source to the `progress` event.
+// The progress of one app of a run. Passed unchanged from the package source to the `progress` event.
 struct Progress {
   double percent = 0;          // 0 to 100 of this app's own progress
-  bool indeterminate = false;  // `percent` only fills a bar that can't measure
+  bool indeterminate = false;  // the step can't be measured; `percent` is a fixed figure
   // Both absent outside the transfer.
   std::optional<std::int64_t> downloadedBytes = {};
   std::optional<std::int64_t> totalBytes = {};
@@ -110,7 +110,7 @@ struct Progress {
 
 class PackageProvider {
  public:
-  // Called from any thread, and no more once the completion has run. `detailText` is a second line, often
+  // Called from any thread, and not after the completion has run. `detailText` is a second line, often
   // empty.
   using ProgressHandler = std::function<void(const std::string& statusText, const std::string& detailText,
                                              const Progress& progress)>;
@@ -120,13 +120,12 @@ class PackageProvider {
 
   virtual ~PackageProvider() = default;
 
-  // Gets the package of `app`; `label` names it in status texts. The completion runs at most once, on
-  // whatever thread the source is on, perhaps before this returns. One app at a time; the next call on the
-  // same object starts clean.
+  // Gets the package of `app`; `label` names it in status texts. The completion runs at most once, on any
+  // thread, perhaps before this returns. One app at a time; the next call on the same object starts clean.
   virtual void acquirePackage(const AppInfo& app, const std::string& label, ProgressHandler progressHandler,
                               Completion completion) = 0;
 
-  // Gives up the current acquisition, if any.
+  // Cancels the current acquisition, if any.
   virtual void cancelAcquisition() = 0;
 
   virtual bool isOfflineMode() const = 0;

@@ -8,7 +8,7 @@ namespace installer {
 
 namespace {
 
-// False when the key is there with another type than a string. A null counts as a missing key.
+// False when the key's value is neither a string nor null. A null counts as a missing key.
 bool readOptionalString(const Json& object, std::string_view key, std::optional<std::string>& field) {
   const auto* const entry = JSONReader::member(object, key);
   if (entry == nullptr || entry->is_null()) return true;

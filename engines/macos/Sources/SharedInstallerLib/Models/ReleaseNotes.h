@@ -1,5 +1,5 @@
-// What changed from release to release: the content of a `release-notes.json`.
-// Read strictly, unlike package metadata: a wrong type or a missing required key anywhere fails the whole.
+// The content of a `release-notes.json`: the changes of each release.
+// Reading is strict, unlike that of package metadata: a wrong type or a missing required key fails the whole.
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>

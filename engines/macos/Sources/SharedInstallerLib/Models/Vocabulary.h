@@ -1,4 +1,4 @@
-// The words of the wire: one enumeration and one table per kind. Shells and scripts compare the words
+// The words of the protocol: one enumeration and one table per kind. Shells and scripts compare the words
 // exactly, so no word may ever change. protocol/vocabulary.json lists the same words with their meanings; a
 // test compares both.
 #pragma once
@@ -28,7 +28,7 @@ enum class ErrorCode {
   metadataInvalid,
   gatekeeperFailed,
   signatureFailed,
-  installFailed,  // any failure of an install without a code of its own
+  installFailed,  // any failure of an install that has no other code
   notCompatible,
   uninstallFailed,
   uninstallPermissionDenied,
@@ -37,10 +37,10 @@ enum class ErrorCode {
   unknown
 };
 
-// How serious a message for a person is.
+// The severity of a message for a person.
 enum class EventLevel { info, warn, error };
 
-// What is being done with an app.
+// The current step of an app.
 enum class AppStage { download, verify, install, uninstall };
 
 // The exit status of the process; the numbers are fixed.
@@ -125,7 +125,7 @@ inline constexpr auto kWireTable<AppStage> = std::to_array<StageRow>({
     {{AppStage::uninstall, "uninstall"}, "UNINSTALLING"},
 });
 
-// Whether the table has one row per enumerator, in their order. `last` is the last enumerator.
+// True when the table has one row per enumerator, in their order. `last` is the last enumerator.
 template <class Value>
 consteval bool isWholeTable(Value last) {
   const auto& table = kWireTable<Value>;

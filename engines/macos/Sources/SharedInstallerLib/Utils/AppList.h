@@ -11,10 +11,10 @@
 namespace installer {
 
 // The identifiers in the order given, duplicates kept; an empty list means all apps. The error is the first
-// piece that names no app of this build, without blanks at its ends and in lower case.
+// piece that names no app of this build, trimmed and in lower case.
 std::expected<std::vector<AppIdentifier>, std::string> parseApps(std::string_view value);
 
-// What `--apps` takes, in catalog order, for people.
+// The values of `--apps` in catalog order, for messages.
 std::string availableAppIds();
 
 }  // namespace installer

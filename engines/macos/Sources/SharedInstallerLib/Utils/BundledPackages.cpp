@@ -15,7 +15,7 @@ namespace {
 
 using Manifest = std::map<std::string, PackageMeta>;
 
-// The words "OfflinePackageProvider" stand in the log: that is whose packages these are.
+// The log line names "OfflinePackageProvider", which uses these packages. This is intended.
 void logLoaded(const Manifest& manifest) {
   const auto count = [&manifest](auto&& holds) {
     return std::ranges::count_if(manifest, [&holds](const auto& entry) { return holds(entry.second); });

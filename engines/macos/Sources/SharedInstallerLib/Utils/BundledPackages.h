@@ -1,4 +1,4 @@
-// The disk images that lie in the installer's own resources, and the list of them:
+// The disk images in the installer's own resources, and their manifest:
 //   packages/packages.json     the manifest
 //   packages/{tempFileName}    one image per app
 // Any thread.
@@ -15,17 +15,17 @@
 
 namespace installer::BundledPackages {
 
-// The folder `packages` among the resources, whether it exists or not; absent without resources.
+// The path of the folder `packages` in the resources; the folder may be missing. Absent without resources.
 std::optional<Path> packagesFolder();
 
-// At least one disk image lies there, of whatever app. Looks at the disk each time.
+// True when `packagesFolder` holds a disk image of any app. Reads the folder at each call.
 bool bundledPackagesAvailable();
 
 // The manifest by `destination`, which is an app's `tempFileName`. Read once per process; empty when it
 // can't be read.
 const std::map<std::string, PackageMeta>& manifest();
 
-// From the app's entry of the manifest.
+// Both are from the app's entry in the manifest.
 std::optional<std::string> bundledVersion(const AppInfo& app);
 std::optional<std::int64_t> bundledSize(const AppInfo& app);  // bytes
 

@@ -29,7 +29,7 @@ std::string withoutTrailingZeros(std::string number) {
   return number;
 }
 
-// Nothing here has more than four digits before the point.
+// `number` has at most four digits before the point.
 std::string withThousandsComma(std::string number) {
   const auto start = number.find_first_of("0123456789");
   const auto digits = std::min(number.find('.'), number.size()) - start;
@@ -47,7 +47,7 @@ std::string ByteCountFormatter::string(std::int64_t byteCount, CountStyle countS
   auto value = static_cast<double>(byteCount);
   if (std::abs(value) < base) return withThousandsComma(std::to_string(byteCount)) + " bytes";
 
-  // A figure that rounds up to a whole next unit is written in that one: 999 999 bytes are 1 MB.
+  // A figure that rounds up to one of the next unit is written in that unit: 999 999 bytes are 1 MB.
   const auto* unit = units.begin();
   for (value /= base; std::abs(rounded(value, unit->decimals)) >= base && unit + 1 != units.end(); ++unit) {
     value /= base;

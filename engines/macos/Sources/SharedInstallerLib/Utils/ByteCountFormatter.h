@@ -1,4 +1,4 @@
-// Sizes as people read them, worded as the platform words them: "Zero KB", "1 byte", "512 KB", "1.2 MB".
+// Sizes for people, in the words of the platform: "Zero KB", "1 byte", "512 KB", "1.2 MB".
 #pragma once
 
 #include <cstdint>

@@ -23,8 +23,8 @@ void TrustedRedirectDelegate::willPerformHTTPRedirection(const std::shared_ptr<U
   logError("URLTrust: refusing a redirect to '{}' — not https on a host in trustedDownloadDomains {}",
            URLTrust::hostForLog(newRequest.url), listText(InstallerConfig::trustedDownloadDomains()));
   {
-    // In the set before the refusal can be seen anywhere: whether the task then ends with the redirect's own
-    // answer or with a cancellation is a race.
+    // Inserted before the task can end: its end races between the redirect's own answer and a cancellation,
+    // and the completion reads the set in both cases.
     const MutexLock guard{lock_};
     refusedTasks_.insert(task->taskIdentifier());
   }
@@ -45,7 +45,7 @@ namespace {
 
 using Outcome = std::expected<std::string, CDNFetchError>;
 
-// The one session of all fetches, with the delegate that remembers what it refused.
+// The session of all fetches, with the delegate that records the refused redirects.
 struct Connection {
   std::shared_ptr<TrustedRedirectDelegate> redirectDelegate = std::make_shared<TrustedRedirectDelegate>();
   std::shared_ptr<URLSession> session = machine().sessions.make(redirectDelegate);
@@ -61,7 +61,7 @@ Connection& connection() {
   return shared.get();
 }
 
-// What the completion of one fetch shares with the thread that waits for it.
+// Shared by the completion of one fetch and the thread that waits for it.
 struct Fetch {
   URL url;
   std::string label;
@@ -71,7 +71,7 @@ struct Fetch {
   Outcome outcome = std::unexpected(CDNFetchError::transient);  // read only after `done` was signalled
 };
 
-// A host name that no longer resolves counts as a missing tree; whether it is one is decided later.
+// A host name that doesn't resolve counts as a missing tree; `InstallerLifecycle` confirms or rejects it.
 CDNFetchError classify(const Error& error) {
   return error.is(ErrorDomain::url, URLErrorCode::cannotFindHost) ? CDNFetchError::notFound
                                                                   : CDNFetchError::transient;

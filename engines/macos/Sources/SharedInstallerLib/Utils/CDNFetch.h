@@ -1,5 +1,6 @@
-// Judges each redirect of the metadata fetches and remembers which tasks it stopped, so that a refusal can be
-// told apart from a network failure. Callbacks come on the session's queue, questions from any thread.
+// Checks each redirect of the metadata fetches and records the tasks that it stopped, so that the caller can
+// distinguish a refusal from a network failure. Callbacks run on the session's queue; queries from any
+// thread.
 #pragma once
 
 #include <expected>
@@ -22,7 +23,7 @@ class TrustedRedirectDelegate : public URLSessionDelegate {
                                   const HTTPURLResponse& redirect, const URLRequest& newRequest,
                                   const RedirectDecision& decide) override;
 
-  // Whether a redirect of that task was refused. Asking forgets it: true once, false from then on.
+  // True when a redirect of that task was refused. The call erases the record: a second call is false.
   bool didRefuseRedirect(int forTask);
 
  private:
@@ -32,11 +33,11 @@ class TrustedRedirectDelegate : public URLSessionDelegate {
 
 }  // namespace installer
 
-// One metadata request of the CDN source, from the trust test to the sorting of its failure.
+// One metadata request of the CDN source, from the trust test to the kind of its failure.
 namespace installer::CDNSource {
 
-// The body of `url`. Blocks for at most `timeout`, whatever the request's own timer does. `label` names the
-// app in the log. A place that isn't trusted is never asked.
+// The body of `url`. Blocks for at most `timeout`, independent of the request's own timer. `label` names the
+// app in the log. An untrusted URL is never requested.
 std::expected<std::string, CDNFetchError> fetchJSON(const URL& url, Duration timeout, std::string_view label);
 
 }  // namespace installer::CDNSource

@@ -31,7 +31,7 @@ std::string otherSegment(const AppInfo& app) {
   return app.cdnArch == CDNArchScope::universal ? machineSegment() : "universal";
 }
 
-// Tells a login page or a cut file from a mistake in the metadata.
+// The logged text shows whether the body is a login page, a truncated file or wrong metadata.
 void logBeginningOf(std::string_view body) {
   constexpr std::size_t shownCharacters = 100;
   const auto json = JSONReader::parse(body);
@@ -64,8 +64,7 @@ bool isNewer(const ReleaseNotes::Entry& one, const ReleaseNotes::Entry& other) {
   return compareVersion(one.version, other.version) == ComparisonResult::descending;
 }
 
-// Each entry moves up past those that it is newer than and no further, so that position in the file is the
-// tie-break.
+// Insertion sort. An entry moves only past entries that it is newer than, so equal entries keep their order.
 void sortShort(Releases::iterator begin, Releases::iterator end) {
   for (auto entry = begin; entry != end; ++entry) {
     auto place = entry;
@@ -74,9 +73,8 @@ void sortShort(Releases::iterator begin, Releases::iterator end) {
   }
 }
 
-// The standard sorts need an order in which "the same" carries over from one pair to the next, and it doesn't
-// here: "1.2" is the same as "1.2.1" and as "1.2.2". Merging needs none. What is longer than any history is
-// merged from short pieces, so that nobody is kept busy by it.
+// The standard sorts need a strict weak ordering. This order isn't one: "1.2" equals "1.2.1" and "1.2.2",
+// which differ. Merging doesn't need one. Long input is merged from short sorted pieces to bound the time.
 void sortNewestFirst(Releases& releases) {
   constexpr std::ptrdiff_t shortLength = 32;
   const auto count = static_cast<std::ptrdiff_t>(releases.size());
@@ -134,7 +132,7 @@ std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, Durati
 
 std::optional<ReleaseNotes> fetchReleaseNotes(const AppInfo& app, Duration timeout) {
   if (!InstallerConfig::releaseNotesEnabled()) return std::nullopt;
-  // No look under the other segment: a missing file only means that there are no notes.
+  // The other segment isn't tried: a missing file only means that there are no notes.
   const auto folder = folderURL(app, declaredSegment(app));
   if (!folder) return std::nullopt;
   const auto url = folder->appendingPathComponent(CDNLayout::releaseNotesFileName);

@@ -12,10 +12,10 @@ namespace installer {
 namespace {
 
 constexpr std::size_t digestLength = 64;     // characters
-constexpr std::size_t shownLength = 8;       // no more of a digest ever reaches the log
-constexpr std::size_t readSize = 1'048'576;  // bytes; memory stays constant whatever the size of the image
+constexpr std::size_t shownLength = 8;       // characters of a digest that the log shows
+constexpr std::size_t readSize = 1'048'576;  // bytes; bounds the memory for an image of any size
 
-// In lower-case hexadecimal.
+// The SHA-256 in lower-case hexadecimal.
 Result<std::string> digestOf(const Path& filePath) {
   const auto file = machine().files.openForReading(filePath);
   if (!file) return std::unexpected(file.error());
@@ -31,19 +31,19 @@ Result<std::string> digestOf(const Path& filePath) {
   return text;
 }
 
-// How one run of a tool ended.
+// The result of one run of a tool.
 struct ToolVerdict {
   std::optional<std::int32_t> status;  // absent when the tool couldn't be started
   bool passed() const { return status == 0; }
 };
 
-// The texts that tell one check's lines in the log from another's.
+// The texts of one check's log lines.
 struct ToolTexts {
   std::string_view launchFailure;  // followed by the error's description
   std::string output;              // followed by the tool's text
 };
 
-// The tool's text is for the log only; its status alone is the answer.
+// The tool's status is the verdict; its text goes to the log only.
 ToolVerdict runTool(const Path& program, const std::vector<std::string>& arguments, const ToolTexts& texts) {
   const auto exit = machine().processes.run(program, arguments, CapturedOutput::merged);
   if (!exit) {
@@ -108,7 +108,7 @@ bool ChecksumVerifier::verifyCodeRequirement(const Path& filePath, const std::op
         file);
     return true;
   }
-  // The leading sign tells codesign that this is a requirement's text and not a file's name.
+  // With the leading "=", codesign reads a requirement's text and not a file's name.
   const auto requirement = "=anchor apple generic and certificate leaf[subject.OU] = " + team;
   const auto verdict =
       runTool(machine().paths.codesign, {"--verify", "--strict", "-vv", "-R", requirement, filePath},

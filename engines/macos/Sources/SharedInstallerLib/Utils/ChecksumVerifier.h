@@ -1,8 +1,8 @@
-// Proves that what lies on disk is what was promised: by its digest, by Gatekeeper, by its code signature and
-// by the team that signed it.
+// Verifies a file on disk: its digest, Gatekeeper's assessment, its code signature and the team that signed
+// it.
 //
-// Stateless; any thread; blocks until it has its answer, without a time limit. Every doubt is a no. It says
-// nothing about what a no means for the run, and leaves the file as it is.
+// Stateless; any thread; blocks without a time limit. Any doubt counts as a failure. The caller decides what
+// a failure means for the run. The file is left as it is.
 #pragma once
 
 #include <optional>
@@ -25,8 +25,8 @@ class ChecksumVerifier {
   // True when the signature is intact and `verifyCodeRequirement` holds for the configured team.
   static bool verifySignature(const Path& filePath);
 
-  // True when the signature chains to the developer team. Absent, `teamID` is the configured one. An empty
-  // team is the one way to pass without a test; it is announced each time.
+  // True when the signature chains to the developer team. `teamID` defaults to the configured team. An empty
+  // team passes without a test; each such pass is logged as a warning.
   static bool verifyCodeRequirement(const Path& filePath,
                                     const std::optional<std::string>& teamID = std::nullopt);
 };

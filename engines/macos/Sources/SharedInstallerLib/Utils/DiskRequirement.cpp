@@ -16,7 +16,7 @@ std::int64_t expandedBytes(double ratio, std::int64_t downloadBytes) {
   return product < static_cast<double>(greatest) ? static_cast<std::int64_t>(product) : greatest;
 }
 
-// Of two figures that aren't negative.
+// Neither figure is negative.
 std::int64_t saturatedSum(std::int64_t a, std::int64_t b) {
   return a > greatest - b ? greatest : a + b;
 }

@@ -1,5 +1,5 @@
-// How much disk space an install takes, and how much is free. Sizes are bytes; absent means unknown, which
-// isn't zero. Any thread.
+// The disk space that an install takes, and the free space. Sizes are bytes; absent means unknown, not zero.
+// Any thread.
 #pragma once
 
 #include <cstdint>
@@ -10,14 +10,14 @@
 
 namespace installer::DiskRequirement {
 
-// What must be free at the worst moment, when image and expanded bundle are on the disk together: never less
-// than `downloadBytes`. What the copy at `existingInstallPath` occupies is taken off. A figure beyond 64
-// bits, which only absurd metadata gives, is the greatest one there is.
+// The greatest need, when the image and the expanded bundle are on the disk together: at least
+// `downloadBytes`. The size of the copy at `existingInstallPath` is subtracted. Saturates at the greatest
+// 64-bit figure, for absurd metadata.
 std::int64_t peakBytes(const AppInfo& app, std::int64_t downloadBytes,
                        const std::optional<Path>& existingInstallPath);
 
-// Allocated bytes of the regular files below `path`, hidden ones left out, links not followed. Absent when
-// there is no such directory. Walks the whole tree.
+// Allocated bytes of the regular files below `path`. Hidden files are left out, links aren't followed. Absent
+// when there is no such directory. Walks the whole tree.
 std::optional<std::int64_t> directorySize(const Path& path);
 
 // Bytes free on the volume of `path`.

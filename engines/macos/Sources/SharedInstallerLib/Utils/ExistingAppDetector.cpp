@@ -12,8 +12,8 @@ namespace installer {
 
 namespace {
 
-// Locked access by access: the main queue reads the version of a finished app while the worker is already
-// looking at the next one.
+// Each access is locked: the main queue reads the version of a finished app while the worker reads the
+// bundles of the next one.
 class BundleCache {
  public:
   static BundleCache& shared() {
@@ -70,7 +70,7 @@ std::optional<DetectedVariant> lookupBundleID(const std::string& identifier) {
   return describe(identifier, *path);
 }
 
-// A copy that isn't registered yet. Another variant under the same name isn't the primary.
+// Finds a copy that isn't registered yet. A bundle with another identifier at this path isn't the primary.
 std::optional<DetectedVariant> lookupExpectedPath(const AppInfo& app) {
   const auto path = expectedPath(app);
   if (!machine().files.fileExists(path)) return std::nullopt;

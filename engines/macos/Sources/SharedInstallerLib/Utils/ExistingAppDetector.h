@@ -1,5 +1,5 @@
-// What already stands on the machine for an application. Reads only.
-// Any thread. Keeps the bundles that it read; no answer of `detect` is kept.
+// Detects the installed copies of an application. Changes nothing on disk.
+// Any thread. Caches the bundles that it reads, but no result of `detect`.
 #pragma once
 
 #include <map>
@@ -15,8 +15,7 @@
 
 namespace installer {
 
-// What stands on the machine for one application. Plain values.
-// Whether the primary copy is there, and where it came from.
+// Whether the primary copy is installed, and its origin. A plain value.
 struct ExistingInstallationType {
   enum class Kind {
     none,     // no primary copy
@@ -37,9 +36,9 @@ struct ExistingInstallationType {
   friend bool operator==(const ExistingInstallationType&, const ExistingInstallationType&) = default;
 };
 
-// One installed copy.
+// One installed copy. A plain value.
 struct DetectedVariant {
-  std::string bundleIdentifier;  // under which the copy was found
+  std::string bundleIdentifier;  // the identifier that found the copy
   Path path;
   std::optional<std::string> version;  // absent when the bundle's information can't be read
   bool isAppStore = false;
@@ -55,7 +54,7 @@ struct AppInstallationStatus {
   std::vector<DetectedVariant> otherVariants;  // in the order of `app.otherBundleIdentifiers`
 };
 
-// What makes a copy an App Store copy: the receipt's existence. Its content is never read.
+// A copy with a receipt is an App Store copy. The receipt's content is never read.
 inline bool hasAppStoreReceipt(const Path& bundlePath) {
   return machine().files.fileExists(joined(bundlePath, "Contents/_MASReceipt/receipt"));
 }
@@ -64,20 +63,20 @@ inline bool hasAppStoreReceipt(const Path& bundlePath) {
 
 namespace installer::ExistingAppDetector {
 
-// The primary copy (as registered, else at its expected place) and the other variants (as registered).
+// The primary copy (registered, else at its expected path) and the other variants (registered only).
 AppInstallationStatus detect(const AppInfo& app);
 
-// `detect` for each, in order; of an app named twice the later answer stands.
+// `detect` for each app, in order; the later result replaces the earlier one of an app named twice.
 std::map<AppIdentifier, AppInstallationStatus> detectAll(const std::vector<AppInfo>& apps);
 
-// The version on disk now: at `path`, by default the expected place; when nothing stands there, that of the
-// primary copy that `detect` finds.
+// The version on disk now of the bundle at `path`, which defaults to the expected path; when that doesn't
+// exist, the version of the primary copy that `detect` finds.
 std::optional<std::string> installedVersion(const AppInfo& app, const std::optional<Path>& path);
 
-// The bundle at `path` as it was when it was first read; null when none is there.
+// The bundle at `path` as it was when it was first read; null when there is none.
 std::shared_ptr<const Bundle> cachedBundle(const Path& path);
 
-// The next read of `path` is of the disk. For whoever changes a bundle.
+// The next read of `path` reads the disk. Call this after changing a bundle.
 void forgetCachedBundle(const Path& path);
 
 }  // namespace installer::ExistingAppDetector

@@ -1,6 +1,6 @@
-// What `installer_config.json` among the resources says of this build. Read once per process, at the first
-// question; never written. No question fails: what is missing or bad has a default. Any thread.
-// References stay good as long as the process.
+// The configuration of this build, `installer_config.json` in the resources. Read once per process, at first
+// use; never written. No function fails: a missing or bad value has a default. Any thread.
+// References stay valid until the process exits.
 #pragma once
 
 #include <map>
@@ -13,10 +13,10 @@
 
 namespace installer {
 
-// Which of the configured base addresses packages come from.
+// Selects one of the configured base addresses for packages.
 enum class CDNDataCenter { us, cn, local };
 
-// "us", "cn" or "local": the key in the configuration.
+// The key in the configuration: "us", "cn" or "local".
 std::string_view rawValue(CDNDataCenter dataCenter);
 
 namespace CDNDataCenters {
@@ -29,11 +29,11 @@ std::optional<CDNDataCenter> fromRawValue(std::string_view text);
 // One entry of `apps`.
 struct AppBundleConfig {
   std::string primaryBundleIdentifier;
-  std::vector<std::string> otherBundleIdentifiers;  // replaces the catalog's list whole, also when empty
+  std::vector<std::string> otherBundleIdentifiers;  // replaces the catalog's whole list, also when empty
   bool included = true;
 };
 
-// The block `cdn`. A default-constructed one is what stands when there is none.
+// The block `cdn`. A missing block gives a default-constructed one.
 struct CDNConfig {
   CDNDataCenter dataCenter = CDNDataCenter::us;
   std::map<std::string, std::string> domains;  // base addresses by data centre
@@ -42,8 +42,8 @@ struct CDNConfig {
   std::string release = "latest";
   bool releaseNotesEnabled = false;
 
-  // The entry of `domains` for `dataCenter` without one trailing slash; empty when there is none. Not yet
-  // judged: it may be anything.
+  // The entry of `domains` for `dataCenter` without one trailing slash; empty when there is none. Not
+  // validated.
   std::string baseURL() const;
 };
 
@@ -53,10 +53,10 @@ namespace InstallerConfig {
 const AppBundleConfig* config(AppIdentifier identifier);
 bool isIncluded(AppIdentifier identifier);
 
-// The configured product page of an app's identifier; never empty when present.
+// The configured product page of an app's identifier. Not empty when present.
 std::optional<std::string> webURL(const std::string& identifier);
 
-// The last good day as written ("2030-01-31"), not yet tested; never empty when present.
+// The last valid day as written ("2030-01-31"). Not validated; not empty when present.
 std::optional<std::string> expiresOn(bool offline);
 
 const std::string& installScope();
@@ -66,7 +66,7 @@ const std::string& downloadPageURL();
 const std::string& helpURL();
 const std::string& feedbackURL();
 const std::vector<std::string>& trustedDownloadDomains();
-const std::string& expectedSigningTeamId();  // empty switches the signature requirement off
+const std::string& expectedSigningTeamId();  // empty disables the signature requirement
 
 CDNDataCenter cdnDataCenter();
 const std::string& cdnDistributionRoot();

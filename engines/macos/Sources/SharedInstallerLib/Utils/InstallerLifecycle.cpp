@@ -17,11 +17,11 @@ namespace {
 
 constexpr Duration probeLimit{8.0};
 
-// The lock is never held across the probe. Of two probes at once the later result stands.
+// The lock isn't held during the probe. When two probes run at once, the later result is kept.
 struct SourceVerdict {
   Mutex verdictLock;
   bool reached GUARDED_BY(verdictLock) = false;
-  // Absent with `reached`: not retired, for good.
+  // Absent while `reached` is true: not retired, for the rest of the process.
   std::optional<InstallerRetirement> retirement GUARDED_BY(verdictLock);
 };
 
@@ -30,7 +30,7 @@ SourceVerdict& sourceVerdict() {
   return instance.get();
 }
 
-// The number that `text` is written with: digits alone, at most `length` of them.
+// The value of `text`; absent unless it is 1 to `length` digits.
 std::optional<int> digits(std::string_view text, std::size_t length) {
   if (text.empty() || text.size() > length) return std::nullopt;
   if (text.find_first_not_of("0123456789") != std::string_view::npos) return std::nullopt;
@@ -39,8 +39,8 @@ std::optional<int> digits(std::string_view text, std::size_t length) {
   return value;
 }
 
-// As a date formatter for "yyyy-MM-dd" that isn't lenient: a year of one to four digits, taken as written (20
-// is the year 20), a month and a day of one or two digits, hyphens between them, and a day of the calendar.
+// Like a date formatter for "yyyy-MM-dd" that isn't lenient: a year of one to four digits, taken as written
+// (20 is the year 20), a month and a day of one or two digits, hyphens between them. The date must exist.
 std::optional<std::chrono::sys_days> parseDate(std::string_view text) {
   const auto afterYear = text.find('-');
   const auto afterMonth = text.rfind('-');
@@ -61,7 +61,7 @@ struct ProbeAnswer {
   std::optional<Error> error;
 };
 
-// Any answer at all proves that the outside world can be reached, a 404 or 500 included.
+// Any HTTP answer proves that the internet is reachable, also a 404 or 500.
 bool reachable(const URL& url) {
   const URLRequest request{url, "HEAD", CachePolicy::reloadIgnoringLocalCacheData, probeLimit};
   const auto answered = machine().dispatch.makeSemaphore(0);
@@ -88,7 +88,7 @@ bool reachable(const URL& url) {
   return answer->isHTTP;
 }
 
-// The download page's address; absent when nothing could be concluded from asking there.
+// The download page's address; absent when a probe of it would prove nothing.
 std::optional<URL> probeTarget(const std::string& page) {
   auto url = URL::parse(page);
   if (!url) {
@@ -106,8 +106,8 @@ std::optional<URL> probeTarget(const std::string& page) {
   return url;
 }
 
-// The page is a fixed, trusted, public address on another service than the CDN: this is why it can tell a
-// vanished CDN tree from a machine without a connection.
+// The page is a fixed public address on another service than the CDN. Its answer therefore distinguishes a
+// missing CDN tree from a machine without a connection.
 std::optional<InstallerRetirement> probeSourceRetired() {
   const auto& page = InstallerConfig::downloadPageURL();
   const auto url = probeTarget(page);
@@ -141,7 +141,7 @@ std::optional<InstallerRetirement> InstallerLifecycle::expiry() {
     logWarn("InstallerLifecycle: expiresOn '{}' is not yyyy-MM-dd — ignoring it", *date);
     return std::nullopt;
   }
-  // In whole days: the clock's own unit can't hold the far dates that stand for "never".
+  // In whole days: the clock's unit overflows for the far dates that mean "never".
   if (std::chrono::floor<std::chrono::days>(machine().dispatch.now()) <= *lastGoodDay) return std::nullopt;
   log("InstallerLifecycle: this installer expired on {}", *date);
   return InstallerRetirement{RetirementReason::expired, InstallerConfig::downloadPageURL(), date};

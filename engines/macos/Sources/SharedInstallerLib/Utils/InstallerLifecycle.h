@@ -1,5 +1,5 @@
-// Whether this installer is still current: by the last day of its build, and by whether the CDN tree that it
-// was built against still stands. Fails towards "not retired": only a positive proof retires. Any thread.
+// Whether this installer is retired: after the last valid day of its build, or when the CDN tree that it was
+// built for is gone. Only positive proof retires; any failure means "not retired". Any thread.
 #pragma once
 
 #include <optional>
@@ -8,18 +8,17 @@
 
 namespace installer::InstallerLifecycle {
 
-// Disk images lie among the resources. Looked up once per process.
+// True when the resources hold disk images. Determined once per process.
 bool isOfflineBuild();
 
-// The test of the date. Reads the clock; no network; cheap. The configured day is good through its whole
-// length, in UTC.
+// Checks the date. Reads the clock, not the network; cheap. The configured day is valid until its end in UTC.
 std::optional<InstallerRetirement> expiry();
 
-// To be called only after a package lookup on the CDN was answered with "not found". Asks the download page,
-// for at most 8 seconds, and blocks meanwhile; the answer is final for the process and isn't asked again.
+// Call this only after a package lookup on the CDN ended with "not found". Probes the download page and
+// blocks for at most 8 seconds. The verdict is final for the process; the probe isn't repeated.
 std::optional<InstallerRetirement> confirmSourceRetired();
 
-// What `confirmSourceRetired` decided so far; absent when nothing was decided. Never asks.
+// The verdict of `confirmSourceRetired`; absent when there is none yet. Sends no request.
 std::optional<InstallerRetirement> reachedSourceVerdict();
 
 // `expiry()`, else `reachedSourceVerdict()`.

@@ -1,5 +1,5 @@
-// The catalog: the built-in rows, narrowed and given other bundle identifiers by the configuration.
-// Built once, at first use, and constant from then on. Any thread.
+// The catalog: the built-in rows. The configuration can exclude rows and replace bundle identifiers.
+// Built once, at first use; constant afterwards. Any thread.
 #pragma once
 
 #include <vector>
@@ -10,7 +10,7 @@ namespace installer {
 
 class KeloAppProvider final : public AppProvider {
  public:
-  // Forces the load of the configuration at its first use.
+  // The first call loads the configuration.
   static const KeloAppProvider& shared();
 
   const std::vector<AppInfo>& allApps() const override { return apps_; }

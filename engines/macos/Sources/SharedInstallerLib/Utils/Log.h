@@ -1,4 +1,4 @@
-// How the engine logs. Any thread; returns at once; never fails towards its caller.
+// The engine's log functions. Any thread; they return at once and report no failure to the caller.
 #pragma once
 
 #include <fmt/core.h>
@@ -14,13 +14,13 @@ enum class LogLevel { info, warn, error };
 // "INFO", "WARN" or "ERROR".
 std::string_view rawValue(LogLevel level);
 
-// One line of the log file. `location` is the caller's, given by the compiler.
+// Writes one line of the log file. The compiler supplies the caller's `location`.
 void log(const std::string& message, LogLevel level = LogLevel::info,
          std::source_location location = std::source_location::current());
 void logWarn(const std::string& message, std::source_location location = std::source_location::current());
 void logError(const std::string& message, std::source_location location = std::source_location::current());
 
-// A format string that the compiler holds against the types of its arguments, with the caller's location.
+// A format string, checked at compile time against the types of its arguments, and the caller's location.
 template <class... Arguments>
 struct LogFormat {
   template <class Text>

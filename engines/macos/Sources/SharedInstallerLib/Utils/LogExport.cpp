@@ -24,7 +24,8 @@ bool isLog(const std::string& name) {
   return name.ends_with(".log");
 }
 
-constexpr std::string_view stagingPrefix = "KeloDeskInstaller-logexport-";  // followed by the process
+constexpr std::string_view stagingPrefix =
+    "KeloDeskInstaller-logexport-";  // followed by the process identifier
 
 Path stagingPath() {
   return joined(machine().paths.temporaryDirectory,
@@ -40,8 +41,7 @@ bool isLeftover(std::string_view name) {
          !machine().systemInfo.isRunning(process);
 }
 
-// An export that fails keeps its copies, and one that is interrupted can't clear them. What can't be removed
-// stays.
+// A failed or interrupted export leaves its copies. Failures to remove them are ignored.
 void clearLeftovers() {
   const auto& folder = machine().paths.temporaryDirectory;
   for (const auto& name : machine().files.contentsOfDirectory(folder).value_or(std::vector<std::string>{})) {
@@ -51,12 +51,12 @@ void clearLeftovers() {
 
 Result<> makeStaging(const Path& staging) {
   clearLeftovers();
-  // What an earlier process with this identifier left. If it can't go, the new copies land among it.
+  // Removes the copies of an earlier process with this identifier. If this fails, the new copies join them.
   (void)machine().files.removeItem(staging);
   return machine().files.createDirectory(staging, FileSystem::Intermediates::create);
 }
 
-// Ascending by name; absent when the folder can't be listed.
+// Ascending by name.
 Result<std::vector<std::string>> logNames(const Path& directory) {
   auto names = machine().files.contentsOfDirectory(directory);
   if (!names) return names;
@@ -70,7 +70,7 @@ bool isLink(const Path& path) {
   return attributes && attributes->isSymbolicLink;
 }
 
-// Of a link the bytes that it leads to: the link itself leads nowhere on the reader's machine.
+// Copies the target's bytes for a link: the link itself is broken on another machine.
 Result<> copyLog(const Path& source, const Path& copy) {
   if (!isLink(source)) return machine().files.copyItem(source, copy);
   const auto bytes = machine().files.readFile(source);
@@ -110,12 +110,12 @@ void writeManifest(const Path& staging, const Collected& collected) {
       .isArm64 = SystemUtils::isArm64Architecture(),
       .copied = collected.copied,
   };
-  // An archive without its manifest is still worth sending.
+  // Failures are ignored: an archive without its manifest is still useful.
   (void)machine().files.writeFile(joined(staging, "manifest.txt"),
                                   LogExportTexts::manifest(facts, collected.notes));
 }
 
-// Reads the copies and not the log folder, so that the digest is of what the archive holds.
+// Reads the copies and not the log folder, so that the digest matches the archive.
 void writeErrorSummary(const Path& staging) {
   LogExportTexts::Digest digest;
   for (const auto& name : logNames(staging).value_or(std::vector<std::string>{})) {
@@ -170,7 +170,7 @@ Result<Path> exportLogs(const std::optional<std::string>& outDirectory) {
   auto archive = compress(staging, outDirectory);
   if (!archive) return archive;
 
-  // The archive stands; copies left in the temporary folder are cleared by the next export or the system.
+  // Failures are ignored: the archive is complete, and the next export or the system removes the copies.
   (void)machine().files.removeItem(staging);
   log("LogExport: wrote {} log file(s) to {}", collected.copied, *archive);
   return archive;

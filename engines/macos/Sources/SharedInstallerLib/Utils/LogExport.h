@@ -1,5 +1,5 @@
-// Gathers the engine's logs into one zip archive that a person can send to support: the log files, a manifest
-// of what was collected, and a digest of all warnings and errors.
+// Makes a zip archive of the engine's logs for support: the log files, a manifest of them, and a digest of
+// all warnings and errors.
 #pragma once
 
 #include <optional>
@@ -12,11 +12,10 @@ namespace installer::LogExport {
 
 inline constexpr std::string_view errorDomain = "LogExport";  // code: the archiver's exit status
 
-// Returns the archive's full path. Without `outDirectory`, or with an empty one, the archive goes to the
-// user's Desktop if there is one, else to the home; a destination that doesn't exist is made.
-// Blocks for as long as the archiver runs. An export without any log still succeeds. Fails when the staging
-// folder or the destination can't be made or the archiver fails; the staging folder then stays behind
-// until the next export.
+// Returns the archive's full path. An absent or empty `outDirectory` is the user's Desktop if it exists, else
+// the home folder; a missing destination is created. Blocks while the archiver runs. An export without any
+// log succeeds. Fails when the staging folder or the destination can't be created or the archiver fails; the
+// staging folder then remains until the next export.
 [[nodiscard]] Result<Path> exportLogs(const std::optional<std::string>& outDirectory);
 
 }  // namespace installer::LogExport

@@ -10,8 +10,8 @@ namespace installer::LogExportTexts {
 
 namespace {
 
-// The tag stands right behind the timestamp. An untagged line has its source location there instead, so a
-// message that merely speaks of "[WARN]" isn't caught.
+// The tag follows the timestamp directly. An untagged line has its source location there, so a message that
+// contains "[WARN]" doesn't match.
 bool isTagged(std::string_view line) {
   const auto bracket = line.find(']');
   if (bracket == std::string_view::npos) return false;

@@ -1,5 +1,5 @@
-// The two text files of a log bundle, and the bundle's name. Pure functions of what they are given, but for
-// the machine's time zone.
+// The two text files of a log bundle, and the bundle's name. They depend only on their arguments and the
+// machine's time zone.
 #pragma once
 
 #include <string>
@@ -24,13 +24,13 @@ std::string manifest(const ManifestFacts& facts, const std::vector<std::string>&
 // Every line of the logs that is tagged as a warning or an error, in file order.
 class Digest {
  public:
-  // One log file's whole contents. Contents that aren't UTF-8 are passed over: a rotation may have cut the
-  // file in the middle of a character.
+  // Adds one log file's whole contents. Contents that aren't UTF-8 are skipped: a rotation can cut a file in
+  // the middle of a character.
   void add(const std::string& fileName, std::string_view contents);
 
   std::string text() const;
   int keptLines() const { return keptLines_; }
-  int files() const { return files_; }  // all that were added, with or without a kept line
+  int files() const { return files_; }  // all files added, with or without a kept line
 
  private:
   std::string sections_;

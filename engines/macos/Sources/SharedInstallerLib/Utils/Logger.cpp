@@ -16,12 +16,12 @@ namespace installer {
 namespace {
 
 constexpr Duration flushLimit{2.0};
-// Others hold the lock for one entry, or for a rotation. A process that was stopped holds it longer.
+// Other processes hold the lock for one entry or one rotation. A stopped process holds it longer.
 constexpr Duration lockInterval{0.001};
 constexpr int lockAttempts = 1000;
 constexpr auto maximumSize = static_cast<std::int64_t>(AppConstants::Logging::maxLogFileSizeBytes);
 
-// Not the log: the log is what failed.
+// Prints to standard output: the log itself failed.
 void print(const std::string& line) {
   machine().streams.writeOutput(line + "\n");
 }
@@ -120,15 +120,15 @@ std::unique_ptr<FileLock> Logger::lockLog() {
 }
 
 void Logger::createLogFile() {
-  // A process that was killed in a rotation leaves the newer half beside the log.
+  // A process killed during a rotation leaves the newer half in the temporary file.
   auto& files = machine().files;
   if (files.itemExists(temporaryPath()) && files.moveItem(temporaryPath(), currentLogFilePath_)) return;
-  // Made beside its place and moved there, which replaces nothing: another process may have made the file
-  // just now, and what that one writes must not be lost.
+  // The file is created under another name and moved, which replaces nothing: another process may have
+  // created the log meanwhile, and its entries must not be lost.
   const auto beside = fmt::format("{}.{}", currentLogFilePath_, machine().systemInfo.processIdentifier());
   const auto made = files.writeFile(beside, {});
   if (made && files.moveItem(beside, currentLogFilePath_)) return;
-  // A file that couldn't be made is reported by the opening that follows.
+  // Failures are ignored: `openLogFile` reports a missing file.
   if (made) static_cast<void>(files.removeItem(beside));
 }
 
@@ -149,8 +149,8 @@ void Logger::logHere(std::string_view message, std::source_location location) {
 
 void Logger::log(std::string_view message, LogLevel level, std::string_view file, unsigned line,
                  std::string_view function) {
-  // One byte that isn't UTF-8, as an argument or a file name can hold, would keep the whole file out of every
-  // digest.
+  // The message is repaired because one byte that isn't UTF-8, for example from a file name, would exclude
+  // the whole file from the digest.
   logQueue_->async([self = weak_from_this(), message = repairedUTF8(message), level,
                     where = whereText(file, line, function)] {
     const auto logger = self.lock();
@@ -175,8 +175,8 @@ void Logger::write(const std::string& message, LogLevel level, const std::string
   openLogFile();
 }
 
-// A log that was deleted is written on; one that has been replaced is left for the new file. What a link
-// leads to can change without the link, so that a link is followed anew each time.
+// Reopens a log that was replaced; a deleted log stays open. A link is always reopened, because its target
+// can change without the link.
 void Logger::reopenIfReplaced() {
   const auto named = machine().files.attributes(currentLogFilePath_);
   if (!named || logFileHandle_ == nullptr) return;
@@ -193,7 +193,7 @@ std::optional<std::int64_t> Logger::logFileSize() const {
   return open ? open->size : named->size;
 }
 
-// Of a link, the newer half of its file takes the place of the link.
+// A link is replaced by a file with the newer half of its target.
 void Logger::rotateLogFileIfNeeded() {
   auto& files = machine().files;
   const auto size = logFileSize();
@@ -201,12 +201,12 @@ void Logger::rotateLogFileIfNeeded() {
 
   logFileHandle_.reset();
   const auto temporary = temporaryPath();
-  // A temporary file that couldn't be made is reported by the writing that follows.
+  // Failures are ignored: `replaceByNewerHalf` reports them.
   static_cast<void>(files.writeFile(temporary, {}));
   if (const auto content = files.readFile(currentLogFilePath_)) {
     if (const auto replaced = replaceByNewerHalf(temporary, *content); !replaced) {
       print("Error rotating log file: " + replaced.error().localizedDescription);
-      // Drops what the log held; if this fails too, the opening reports it.
+      // Empties the log. If this fails too, `openLogFile` reports it.
       static_cast<void>(files.writeFile(currentLogFilePath_, {}));
     }
   }
@@ -215,8 +215,7 @@ void Logger::rotateLogFileIfNeeded() {
 }
 
 void Logger::reportRotation(std::int64_t sizeBefore, std::source_location location) {
-  // Unlike other entries this one never rotates: a log that can't be cut would otherwise report that for
-  // ever.
+  // This entry doesn't rotate the log: a log that can't be cut would otherwise be reported without end.
   logQueue_->async([self = weak_from_this(), sizeBefore, location] {
     const auto logger = self.lock();
     if (!logger) return;
@@ -242,12 +241,12 @@ Result<> Logger::replaceByNewerHalf(const Path& temporary, std::string_view cont
 void Logger::flush() {
   const auto written = machine().dispatch.makeSemaphore(0);
   logQueue_->async([written] { written->signal(); });
-  // Whoever exits goes on either way.
+  // A timeout is ignored: the process exits in either case.
   static_cast<void>(written->waitFor(flushLimit));
 }
 
 std::string_view qualifiedFunctionName(std::string_view compilerName) {
-  // The arguments begin at the first parenthesis that isn't part of a name or of a template's arguments.
+  // The arguments begin at the first parenthesis outside names and template arguments.
   static constexpr std::string_view anonymous = "(anonymous";
   std::size_t nameStart = 0;
   std::size_t end = compilerName.size();

@@ -1,10 +1,9 @@
-// The log file: one per user, kept small by cutting away its older half. Any thread may log and returns at
-// once; a serial queue of the logger's own does all the writing. A failure of the log is printed on standard
-// output and never stops the engine.
+// The log file: one per user; a rotation removes its older half. Any thread may log; the call returns at
+// once, and the logger's serial queue writes. A failure of the log is printed on standard output and never
+// stops the engine.
 //
-// Several processes write to one log. Each entry is written, and the file is cut, under a lock of the log
-// folder, so that no entry goes to a file that another process is replacing. A process that can't take the
-// lock writes without it.
+// Several processes write to one log. Entries and rotations take a lock on the log folder, so that no entry
+// goes to a file that another process is replacing. A process that can't take the lock writes without it.
 #pragma once
 
 #include <atomic>
@@ -25,19 +24,19 @@ namespace installer {
 
 class Logger : public std::enable_shared_from_this<Logger> {
  public:
-  // The process's one. Made, with its directory and file, at first use.
+  // The logger of this process. The first use creates it, its directory and its file.
   static Logger& shared();
 
-  // One line: "[{timestamp}] [WARN] [{file}:{line} {function}] {message}", without a tag for `info`. The time
-  // is that of writing. Of `file` the last path component counts; `function` stands as it is given. What of
-  // `message` isn't UTF-8 is written as U+FFFD.
+  // Writes one line: "[{timestamp}] [WARN] [{file}:{line} {function}] {message}", without a tag for `info`.
+  // The timestamp is the time of writing. `file` is cut to its last path component; `function` is written as
+  // given. Bytes of `message` that aren't UTF-8 are written as U+FFFD.
   void log(std::string_view message, LogLevel level, std::string_view file, unsigned line,
            std::string_view function);
 
-  // Waits, for at most 2 seconds, until all that was logged so far is written. Before each exit.
+  // Waits for at most 2 seconds until all earlier entries are written. Call this before each exit.
   void flush();
 
-  // The same lines without their source location on standard error. Set before the work starts.
+  // Also writes each line, without its source location, to standard error. Set this before the work starts.
   void setEchoToStandardError(bool echo) { echoToStandardError_ = echo; }
 
   const Path& logDirectoryPath() const { return logDirectory_; }
@@ -52,7 +51,7 @@ class Logger : public std::enable_shared_from_this<Logger> {
   std::atomic<bool> echoToStandardError_{false};
   Path logDirectory_;
   Path currentLogFilePath_;
-  bool isLockWaitedFor_ = true;  // not again after a wait in vain, until the lock could be taken
+  bool isLockWaitedFor_ = true;  // false after a timeout, until the lock can be taken again
 
   Path temporaryPath() const;
   void setupLogFile();
@@ -62,7 +61,7 @@ class Logger : public std::enable_shared_from_this<Logger> {
 
   // On `logQueue_` only.
   void write(const std::string& message, LogLevel level, const std::string& where);
-  std::unique_ptr<FileLock> lockLog();  // null when that can't be done
+  std::unique_ptr<FileLock> lockLog();  // null when the lock can't be taken
   void reopenIfReplaced();
   std::optional<std::int64_t> logFileSize() const;
   void rotateLogFileIfNeeded();
@@ -71,8 +70,8 @@ class Logger : public std::enable_shared_from_this<Logger> {
   [[nodiscard]] Result<> replaceByNewerHalf(const Path& temporary, std::string_view content);
 };
 
-// "installer::DMGInstaller::detach" from what the compiler calls a function: no return type, no arguments.
-// A lambda is named after the function that it stands in.
+// "installer::DMGInstaller::detach" from the compiler's function name: no return type, no arguments. A lambda
+// has the name of its enclosing function.
 std::string_view qualifiedFunctionName(std::string_view compilerName);
 
 }  // namespace installer

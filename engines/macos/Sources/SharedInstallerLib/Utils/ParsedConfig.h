@@ -1,5 +1,5 @@
-// The whole content of `installer_config.json` as a record, and the reading of it.
-// Everybody but the loader asks `InstallerConfig`.
+// The whole content of `installer_config.json` as a record, and its reader. All other code uses
+// `InstallerConfig`.
 #pragma once
 
 #include <map>
@@ -11,9 +11,9 @@
 
 namespace installer {
 
-// A default-constructed one is what stands when the file can't be used at all.
+// A file that can't be used gives a default-constructed record.
 struct ParsedConfig {
-  std::map<std::string, AppBundleConfig> apps;  // by whatever key the file has
+  std::map<std::string, AppBundleConfig> apps;  // by the file's keys, which aren't checked
   std::string installScope = "user";
   bool showTermsStep = true;
   std::string flavour = "default";
@@ -29,8 +29,8 @@ struct ParsedConfig {
 
   ParsedConfig();
 
-  // Reads the file among the main bundle's resources. Whatever it looks like, the result can be used; what
-  // was wrong with it stands in the log.
+  // Reads the file in the main bundle's resources. The result is always usable; faults of the file are
+  // logged.
   static ParsedConfig load();
 };
 

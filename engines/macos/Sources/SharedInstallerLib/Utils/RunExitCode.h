@@ -1,5 +1,4 @@
-// From the outcomes of a run to the exit status that a script acts on.
-// Stateless; any thread.
+// The exit status of a run, from the statuses of its apps. Stateless; any thread.
 #pragma once
 
 #include <array>
@@ -11,14 +10,14 @@
 
 namespace installer::RunExitCode {
 
-// The words that count as success. A copy that was already current, and one that was never there, are fine.
+// The statuses that count as success. They include a copy that was already current and one that was absent.
 inline constexpr std::array successStatuses{rawValue(AppStatus::installed), rawValue(AppStatus::updated),
                                             rawValue(AppStatus::uninstalled),
                                             rawValue(AppStatus::alreadyAbsent), rawValue(AppStatus::skipped)};
 
-// One status per app; words that aren't of AppStatus count for nothing. `permissionDenied` only turns a full
-// failure into a denied permission. A cancelled run without a failure is a partial success, also under
-// `strict` and also when nothing succeeded.
+// One status per app; words outside AppStatus are ignored. `permissionDenied` only turns a full failure into
+// a denied permission. A cancelled run without a failure is a partial success, also with `strict` and also
+// when nothing succeeded.
 ExitCode forRun(std::span<const std::string> statuses, bool strict, bool permissionDenied);
 
 }  // namespace installer::RunExitCode

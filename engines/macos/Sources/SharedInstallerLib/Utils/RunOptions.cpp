@@ -33,7 +33,7 @@ const std::string_view RunOptions::usageHint =
 
 namespace {
 
-using Failure = std::optional<RunOptions::ParseError>;  // absent: the value was taken
+using Failure = std::optional<RunOptions::ParseError>;  // absent: the value was accepted
 
 Failure takeMode(const std::string& value, RunOptions& options) {
   const auto mode = lowercased(value);
@@ -56,7 +56,7 @@ Failure takeApps(const std::string& value, RunOptions& options) {
   return {};
 }
 
-// Any word but "true" means false, without complaint.
+// Any word but "true" means false, without an error.
 Failure takeOpenAfterInstall(const std::string& value, RunOptions& options) {
   options.openAfterInstall = lowercased(value) == "true";
   return {};
@@ -103,7 +103,7 @@ std::expected<RunOptions, RunOptions::ParseError> RunOptions::parse(
       log("RunOptions: Ignoring unrecognised argument '{}'", arguments[i]);
       continue;
     }
-    // The value is whatever comes next, also when it looks like a flag.
+    // The value is the next argument, also when it looks like a flag.
     if (++i == arguments.size()) return invalid(known->complaintWithoutValue);
     if (auto failure = known->take(arguments[i], options)) return std::unexpected(*std::move(failure));
   }

@@ -24,12 +24,12 @@ struct RunOptions {
   bool strict = false;  // any app's failure fails the whole run
 
   struct ParseError {
-    std::string description;  // a sentence for the person who typed the line
+    std::string description;  // a sentence for the user
   };
 
   // Takes the whole argument vector, the program's name first. Stops at the first failure, in the order of
-  // the arguments. Arguments that it doesn't know are logged and skipped, so that a newer caller can pass
-  // flags that this build has never heard of. Prints nothing.
+  // the arguments. Unknown arguments are logged and skipped, so that a newer caller can pass newer flags.
+  // Prints nothing.
   static std::expected<RunOptions, ParseError> parse(const std::vector<std::string>& arguments);
 
   static const std::string_view usageHint;

@@ -23,7 +23,7 @@ constexpr std::array connectionErrors{URLErrorCode::timedOut,
                                       URLErrorCode::callIsActive,
                                       URLErrorCode::dataNotAllowed};
 
-// Beyond the request's own timeout, so that this one fires first.
+// Added to the request's own timeout, so that the request times out first.
 constexpr Duration graceBeyondRequest{1.0};
 
 ProcessWide<URL> connectivityProbeURL{
@@ -33,7 +33,7 @@ bool countsAsReachable(const std::optional<HTTPURLResponse>& response, const std
   return !error || (response && response->statusCode < 500);
 }
 
-// No warning: whoever asked tells what the answer means. A probe that was given up has been told of already.
+// Not a warning: the caller reports what the result means. A cancelled probe is already logged as a timeout.
 void logWhyUnreachable(const Error& error) {
   if (error.is(ErrorDomain::url, URLErrorCode::cancelled)) return;
   log("SystemUtils: connectivity probe failed: " + error.localizedDescription);

@@ -1,4 +1,4 @@
-// Small answers about the machine. Any thread.
+// Small facts about the machine. Any thread.
 #pragma once
 
 #include <optional>
@@ -11,21 +11,21 @@
 
 namespace installer::SystemUtils {
 
-// What the running process is told, not what the hardware is.
+// The architecture that the system reports to this process, which may differ from the hardware's.
 bool isArm64Architecture();
 
-// Whether the publisher's site answers at all. Blocks for at most `timeout` and a second.
+// Whether the publisher's site answers with a status below 500. Blocks for at most `timeout` plus a second.
 bool isInternetReachable(Duration timeout);
 
-// Whether `error` means that the connection failed, so that waiting for the network can help. Narrow on
-// purpose. Logs when it is one.
+// True when `error` is a connection failure, so that a wait for the network can help. The list of codes is
+// short on purpose. Logs a warning when true.
 bool isNetworkConnectionError(const Error& error);
 
 }  // namespace installer::SystemUtils
 
 namespace installer {
 
-// Reports of failures to the publisher. Switched off: nothing is ever sent.
+// Reports of failures to the publisher. Disabled: nothing is ever sent.
 class Telemetry {
  public:
   // Logs that it sends nothing.
@@ -33,9 +33,9 @@ class Telemetry {
                                const std::optional<std::string>& appId);
 };
 
-// What a program said, for the log: the failure's own line often names no more than its status.
-// One line at `info`, "{speaker}: {words}", whatever the words hold; none when there are none. Any thread.
-// Never a warning: the digest of warnings holds the failure's own line.
+// Logs a program's output: the line of the failure often has its status only. One line at `info`,
+// "{speaker}: {words}"; none for empty output. Any thread. Not a warning, because the digest of warnings has
+// the line of the failure.
 void logToolWords(std::string_view speaker, std::string_view words,
                   std::source_location location = std::source_location::current());
 

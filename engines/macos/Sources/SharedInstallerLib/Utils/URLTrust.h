@@ -1,5 +1,5 @@
-// The single test for a place that bytes may come from: https, on a host that the build names or on a
-// sub-domain of one. Stateless; any thread. Every surprise in the list fails closed.
+// The only test of a URL before bytes are read from it: https, on a trusted host or a sub-domain of one.
+// Stateless; any thread. A malformed entry of the list matches nothing.
 #pragma once
 
 #include <string>
@@ -10,18 +10,18 @@
 
 namespace installer::URLTrust {
 
-// The form in which hosts are compared: no blanks or tabs around it, lower case, no dots at the end.
+// The form in which hosts are compared: trimmed of blanks and tabs, lower case, without dots at the end.
 std::string normalizedHost(std::string_view host);
 
 bool isHTTPS(const URL& url);
 
 // A host is trusted when it equals an entry of `domains` or ends in a dot and the entry. Port, user and path
-// play no part, and there are no wildcards.
+// are ignored, and there are no wildcards.
 bool isTrusted(const URL& url, const std::vector<std::string>& domains);
-// The same against the build's `trustedDownloadDomains`.
+// The same for the build's `trustedDownloadDomains`.
 bool isTrusted(const URL& url);
 
-// What the log says of a host: the host as it stands, or "unknown".
+// The URL's host as written, or "unknown".
 std::string hostForLog(const URL& url);
 // A sentence for the log.
 std::string refusalReason(const URL& url);

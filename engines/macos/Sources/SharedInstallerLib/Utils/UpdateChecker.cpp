@@ -28,7 +28,7 @@ namespace installer::UpdateChecker {
 
 namespace {
 
-// What the tasks of one sweep found.
+// The results of one sweep's tasks.
 struct Findings {
   std::map<AppIdentifier, std::string> latestVersions;
   std::map<AppIdentifier, std::int64_t> sizes;
@@ -52,7 +52,7 @@ void look(const AppInfo& app, SharedFindings& shared) {
   if (package->meta.size) findings.sizes[app.id] = *package->meta.size;
 }
 
-// One task per app, all at once; returns after the last has ended. Each ends by itself.
+// One task per app, all at once. Returns after the last has ended; the time limit of a fetch bounds each.
 Findings lookAtAll(const std::vector<AppInfo>& apps) {
   const auto shared = std::make_shared<SharedFindings>();
   auto& dispatch = machine().dispatch;

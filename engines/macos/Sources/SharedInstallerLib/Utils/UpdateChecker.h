@@ -1,8 +1,8 @@
-// Answers, for a list of apps, what is installed, what the content delivery network offers, and whether the
-// source as a whole has gone missing.
+// For a list of apps: what is installed, what the content delivery network offers, and whether the whole
+// source is missing.
 //
-// Any thread but a session's own, the main one only while nothing needs its queue; blocks until it has its
-// answer, which takes at most two metadata fetches. A sweep never fails as a whole.
+// Any thread but a session's own; the main thread only while nothing needs its queue. Blocks for at most the
+// time of two metadata fetches. A sweep never fails as a whole.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@
 
 namespace installer {
 
-// What is installed of one app, and what the content delivery network offers.
+// The installed copy of one app, and what the content delivery network offers.
 struct AppUpdateStatus {
   AppInfo app;
   std::optional<std::string> installedVersion;
@@ -26,8 +26,8 @@ struct AppUpdateStatus {
   bool isAppStore = false;
 
   bool updateAvailable() const { return updateAvailable(latestVersion); }
-  // True only for an installed app whose version is known and older than `version`. Holds for a copy from
-  // the App Store too.
+  // True only for an installed app whose version is known and older than `version`, also for a copy from the
+  // App Store.
   bool updateAvailable(const std::optional<std::string>& version) const;
   // "appstore" or "direct"; absent for an app that isn't installed.
   std::optional<std::string> source() const;
@@ -35,13 +35,13 @@ struct AppUpdateStatus {
 
 struct UpdateSweep {
   std::vector<AppUpdateStatus> statuses;  // in the order of the apps given
-  // Every app was looked up and none was there: the tree as such may be gone.
+  // Every app was looked up and none was found: the whole tree may be gone.
   bool allPackagesMissing = false;
 };
 
 namespace UpdateChecker {
 
-// Without `network` only what is installed is told.
+// Without `network` only the installed copies are reported.
 UpdateSweep sweep(const std::vector<AppInfo>& apps, bool network);
 std::vector<AppUpdateStatus> statusAll(const std::vector<AppInfo>& apps, bool network);
 // Absent when the fetch fails or the metadata names no version.

@@ -21,7 +21,7 @@ std::int64_t componentValue(std::string_view text) {
   return value;
 }
 
-// Takes the part before the first point off `rest`. False when that part was the last one.
+// Moves the part before the first point from `rest` to `component`. False when it was the last part.
 bool takeComponent(std::string_view& rest, std::string_view& component) {
   const auto point = rest.find('.');
   component = rest.substr(0, point);
