@@ -1,5 +1,5 @@
-// Scripts that run one shell command line as administrator. The platform asks for the password, at its own
-// discretion; a granted authorization lives with the script object.
+// Scripts that run one shell command line as administrator. The platform decides when to prompt for the
+// password; a granted authorization lasts as long as the script object.
 #pragma once
 
 #include <expected>
@@ -12,7 +12,7 @@
 namespace installer {
 
 // Absent after a success. Otherwise an object; the number under "NSAppleScriptErrorNumber" is -128 when the
-// person dismissed the prompt. Other keys are for the log.
+// user dismissed the prompt. Other keys are for the log.
 using ScriptErrorDictionary = std::optional<Json>;
 
 // One compiled script object. Main thread only.
@@ -24,19 +24,19 @@ class AdministratorScript {
   virtual ~AdministratorScript() = default;
 
   enum class EventFailure { noTarget };  // the event couldn't be addressed to this process; nothing ran
-  // Calls the script's handler `name` with one text argument, taken as it is, without any escaping.
+  // Calls the script's handler `name` with one text argument, unchanged and without escaping.
   // Blocks until the command has ended or the prompt was dismissed.
   virtual std::expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
                                                                          const std::string& argument) = 0;
 
-  // Runs the script's own statement. Blocks likewise.
+  // Runs the script's own statement. Blocks like `callHandler`.
   virtual ScriptErrorDictionary execute() = 0;
 };
 
 class AdministratorScripts {
  public:
   virtual ~AdministratorScripts() = default;
-  // Null when the platform can't make a script of `source`. Nothing runs and no prompt appears yet.
+  // Null when the platform can't compile `source`. Nothing runs and no prompt appears yet.
   virtual std::unique_ptr<AdministratorScript> make(const std::string& source) = 0;
 };
 

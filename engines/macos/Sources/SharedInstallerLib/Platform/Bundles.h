@@ -14,10 +14,10 @@ namespace installer {
 class FileSystem;
 class PropertyList;
 
-// More than any bundle says about itself in its Info.plist.
+// More than the length of any real Info.plist.
 inline constexpr std::size_t kMaximumInformationBytes = std::size_t{8} << 20U;
 
-// What a bundle said about itself when it was read; it doesn't change with the disk.
+// A bundle's information as it was read; later changes on disk don't change it.
 struct Bundle {
   Path path;
   std::shared_ptr<const Json> infoDictionary;  // an object; null when Info.plist is missing or unreadable
@@ -31,16 +31,16 @@ class Bundles {
  public:
   virtual ~Bundles() = default;
 
-  // Reads the bundle at `path` afresh. Null when no directory is there; a directory without a readable
-  // Info.plist is a bundle that says nothing.
+  // Reads the bundle at `path` from disk. Null when `path` isn't a directory; a directory without a readable
+  // Info.plist is a bundle without information.
   virtual std::shared_ptr<const Bundle> read(const Path& path) = 0;
 
-  // The folder of the resources that travel with this executable; absent when it has none.
+  // The folder of the resources of this executable; absent when it has none.
   virtual std::optional<Path> mainResources() = 0;
 };
 
-// How every host reads a bundle. What an Info.plist says counts when it is a regular file of reasonable
-// length.
+// Reads a bundle, on every host. The Info.plist is used only when it is a regular file of at most
+// `kMaximumInformationBytes`.
 std::shared_ptr<const Bundle> readBundle(FileSystem& files, PropertyList& propertyList, const Path& path);
 
 }  // namespace installer

@@ -1,4 +1,4 @@
-// SHA-256 as it goes. Any thread; one digest belongs to one thread at a time.
+// Incremental SHA-256. Any thread; one thread at a time uses a digest.
 #pragma once
 
 #include <array>
@@ -12,7 +12,7 @@ class SHA256 {
  public:
   virtual ~SHA256() = default;
   virtual void update(std::string_view bytes) = 0;
-  // Ends the digest; the object takes no more bytes after it.
+  // Ends the digest; `update` must not be called afterwards.
   virtual std::array<std::uint8_t, 32> finish() = 0;
 };
 

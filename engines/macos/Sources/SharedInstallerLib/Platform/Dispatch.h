@@ -32,8 +32,8 @@ class Semaphore {
   virtual bool waitFor(Duration limit) = 0;
 };
 
-// Fires at once and then at every interval, on the global queue, until cancelled; never after `cancel` has
-// returned on another thread, at most once more when cancelled from its own handler. Cancels at destruction.
+// Fires at once and then at every interval, on the global queue, until cancelled: never after `cancel` has
+// returned on another thread, at most once more after a cancel in its own handler. Destruction cancels.
 class Timer {
  public:
   virtual ~Timer() = default;
@@ -53,10 +53,10 @@ class Dispatch {
   // Posts to the main queue and waits for the end of `work`. Not to be called on the main thread.
   virtual void syncMain(const Work& work) = 0;
 
-  // Serves the main queue on the main thread for `slice`, whatever arrives meanwhile.
+  // Serves the main queue on the main thread for the whole of `slice`.
   virtual void runMainLoop(Duration slice) = 0;
 
-  // Runs on some worker thread, at once if one is free; workers are made as blocks wait.
+  // Runs on a worker thread, at once if one is free; more workers are created when blocks wait.
   virtual void asyncGlobal(QualityOfService quality, Work work) = 0;
 
   virtual std::shared_ptr<SerialQueue> makeSerialQueue(const std::string& label,
@@ -64,7 +64,7 @@ class Dispatch {
   virtual std::shared_ptr<Semaphore> makeSemaphore(int count) = 0;
   virtual std::unique_ptr<Timer> startTimer(Duration interval, Work handler) = 0;
 
-  // Runs on a thread of its own, which is never joined.
+  // Runs on a new thread, which is never joined.
   virtual void detachThread(Work work) = 0;
 
   virtual TimePoint now() = 0;

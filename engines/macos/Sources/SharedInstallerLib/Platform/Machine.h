@@ -1,8 +1,8 @@
 // The machine that this process runs on: one reference per service of the seam.
 //
-// The executable installs its host's machine once, first thing in `main`, and it lives as long as the
-// process. A test installs a simulated one for its own length. `machine()` may be called from any thread
-// while a machine is installed.
+// The executable installs its host's machine once, at the start of `main`, for the life of the process. A
+// test installs a simulated one for its own duration. Any thread may call `machine()` while a machine is
+// installed.
 #pragma once
 
 #include "Platform/AdministratorScript.h"
@@ -39,12 +39,12 @@ struct Machine {
   Signals& signals;
 };
 
-// Asserts that one is installed.
+// Asserts that a machine is installed.
 Machine& machine();
 
-// Makes `installed` the machine of the process; null takes it away. Process-wide values are
-// forgotten first, while the old machine is still there. No other thread may be using the seam meanwhile. The
-// caller keeps ownership.
+// Makes `installed` the machine of the process; null removes it. Process-wide values are destroyed first,
+// while the old machine is still installed. No other thread may use the seam meanwhile. The caller keeps
+// ownership.
 void installMachine(Machine* installed);
 
 }  // namespace installer

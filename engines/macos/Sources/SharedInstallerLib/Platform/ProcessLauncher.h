@@ -12,7 +12,7 @@
 
 namespace installer {
 
-// Which of the program's streams are kept. What isn't kept is drained and dropped.
+// The program's streams that are kept. Other output is read and dropped.
 enum class CapturedOutput {
   merged,    // both streams in arrival order, in `output`
   separate,  // `output` and `errorOutput`
@@ -21,21 +21,22 @@ enum class CapturedOutput {
 
 struct ProgramExit {
   std::int32_t status = 0;  // the exit status; 128 + the signal's number when a signal ended it
-  std::string output;       // raw bytes, as `KeptOutput` keeps them
-  std::string errorOutput;  // likewise; empty unless `separate`
+  std::string output;       // raw bytes, limited by `KeptOutput`
+  std::string errorOutput;  // the same; empty unless `separate`
 };
 
 class ProcessLauncher {
  public:
   virtual ~ProcessLauncher() = default;
 
-  // Runs to the program's end, however long that takes, draining its output meanwhile. Standard input is
-  // empty. A launch error (missing, not executable) is the Result's; a non-zero status isn't an error here.
+  // Blocks until the program has ended, without a time limit, and reads its output meanwhile. Standard input
+  // is empty. Fails when the program can't be started (missing, not executable); a non-zero status isn't an
+  // error.
   [[nodiscard]] virtual Result<ProgramExit> run(const Path& program,
                                                 const std::vector<std::string>& arguments,
                                                 CapturedOutput captured) = 0;
 
-  // Starts the program and returns: it may outlive the engine, and its exit status is ignored.
+  // Starts the program and returns. The program may outlive the engine; its exit status is ignored.
   [[nodiscard]] virtual Result<> launch(const Path& program, const std::vector<std::string>& arguments) = 0;
 };
 

@@ -1,5 +1,5 @@
-// Applications that are running now, matched by the bundle identifier of the bundle they run from, wherever
-// that bundle is. Any thread.
+// The running applications, found by the identifier of the bundle that they run from, at any path. Any
+// thread.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ namespace installer {
 struct RunningApplication {
   std::optional<std::string> localizedName;  // absent when the bundle has none
   std::int32_t processIdentifier = 0;
-  // Keeps hold of the very process, so that a reused identifier is never hit. Owned by the host.
+  // Refers to the process itself, so that a reused process identifier is never signalled. Owned by the host.
   std::shared_ptr<void> handle;
 };
 
@@ -23,7 +23,7 @@ class RunningApplications {
 
   virtual std::vector<RunningApplication> instances(const std::string& bundleIdentifier) = 0;
 
-  // Asks the application to quit; it may take its time or refuse. Returns at once.
+  // Requests the application to quit; it may take long or refuse. Returns at once.
   virtual void terminate(const RunningApplication& application) = 0;
   // Ends the process. Returns at once.
   virtual void forceTerminate(const RunningApplication& application) = 0;

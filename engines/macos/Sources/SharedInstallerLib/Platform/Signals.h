@@ -1,4 +1,4 @@
-// What reaches the process from outside besides its streams.
+// Signals to this process.
 #pragma once
 
 #include "Platform/Dispatch.h"
@@ -9,9 +9,8 @@ class Signals {
  public:
   virtual ~Signals() = default;
 
-  // From here on a person's or the system's request to end (Ctrl-C, a termination request) calls `handler`
-  // on the main queue instead of ending the process. A second request while the first is being served ends
-  // the process at once. Call once, on the main thread.
+  // After this call a request to end (Ctrl-C, a termination request) runs `handler` on the main queue instead
+  // of ending the process. A second request ends the process at once. Call once, on the main thread.
   virtual void onTerminationRequest(Work handler) = 0;
 };
 

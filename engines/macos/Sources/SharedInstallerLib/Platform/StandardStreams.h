@@ -1,5 +1,5 @@
-// The three streams of the process. Any thread. No buffering in user space: the bytes have reached the pipe,
-// file or terminal when a write returns.
+// The three streams of the process. Any thread. No buffering in user space: when a write returns, the bytes
+// are in the pipe, file or terminal.
 #pragma once
 
 #include <optional>
@@ -12,14 +12,13 @@ class StandardStreams {
  public:
   virtual ~StandardStreams() = default;
 
-  // Writes everything, going on after short and interrupted writes; the bytes of one call stay together,
-  // whatever other threads write. A reader that went away costs the bytes and nothing else: the engine's work
-  // doesn't depend on being watched.
+  // Writes all bytes, also after short and interrupted writes; the bytes of one call aren't mixed with those
+  // of other threads. Failures are ignored: without a reader the bytes are dropped and the engine continues.
   virtual void writeOutput(std::string_view bytes) = 0;
   virtual void writeError(std::string_view bytes) = 0;
 
   // The next line of standard input without its line feed, blocking; absent at the end of input.
-  // A line longer than `maximumLineLength` bytes arrives empty: its beginning could read as a whole command.
+  // A line longer than `maximumLineLength` bytes gives an empty one: its beginning could be a valid command.
   static constexpr std::size_t maximumLineLength = 1 << 20;
   virtual std::optional<std::string> readLine() = 0;
 };

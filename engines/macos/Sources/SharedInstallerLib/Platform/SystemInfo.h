@@ -10,11 +10,11 @@ class SystemInfo {
  public:
   virtual ~SystemInfo() = default;
   virtual std::string machineField() = 0;                  // uname's `machine`, such as "arm64" or "x86_64"
-  virtual std::string operatingSystemVersionString() = 0;  // as the system words it for people
+  virtual std::string operatingSystemVersionString() = 0;  // the system's text for people
   virtual std::uint32_t userIdentifier() = 0;              // the real user's
   virtual std::uint32_t groupIdentifier() = 0;             // the real group's
   virtual std::int32_t processIdentifier() = 0;
-  virtual bool isRunning(std::int32_t process) = 0;  // any user's; the one fact here that changes
+  virtual bool isRunning(std::int32_t process) = 0;  // of any user; the only fact here that changes
 };
 
 }  // namespace installer

@@ -1,5 +1,5 @@
-// Where this machine keeps what the engine needs. A plain record, filled by the host before anything else
-// runs and constant from then on. No other file of the engine spells such a path.
+// The paths of this machine that the engine uses. A plain record; the host fills it before anything else
+// runs, and it is constant afterwards. No other file of the engine contains such a path.
 #pragma once
 
 #include "Base/Path.h"
@@ -10,7 +10,7 @@ struct SystemPaths {
   Path applications;        // the folder that apps are installed into, without a trailing slash
   Path home;                // the current user's home; logs are below its Library/Logs
   Path temporaryDirectory;  // downloads and staging of log bundles; exists
-  Path workingDirectory;    // of the process at its start: where relative arguments begin
+  Path workingDirectory;    // of the process at its start; the base of relative arguments
 
   // Programs, each an absolute path. A program may be missing; starting it is then a launch error.
   Path hdiutil;

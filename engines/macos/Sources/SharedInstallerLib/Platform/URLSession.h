@@ -1,10 +1,9 @@
-// HTTP over TLS: data tasks, resumable download tasks, and the question before each redirect.
+// HTTP over TLS: data tasks, resumable download tasks, and a callback before each redirect.
 //
-// Threads: any thread may make, resume and cancel tasks. Every callback of one session, completions of data
-// tasks included, comes one at a time, in order, on a queue of the session's own; never from inside the call
-// that made, resumed or cancelled the task.
-// Ownership: a session keeps its delegate alive until it is invalidated and its last task has ended.
-// Errors are `ErrorDomain::url`, with the codes of `URLErrorCode`.
+// Threads: any thread may create, resume and cancel tasks. The callbacks of one session, including
+// completions of data tasks, run one at a time, in order, on the session's own queue; never inside the call
+// that created, resumed or cancelled the task. Ownership: a session keeps its delegate alive until it is
+// invalidated and its last task has ended. Errors are `ErrorDomain::url`, with the codes of `URLErrorCode`.
 #pragma once
 
 #include <cstdint>
@@ -30,7 +29,7 @@ struct URLRequest {
   URL url;
   std::string method = "GET";
   CachePolicy cachePolicy = CachePolicy::protocolDefault;
-  Duration timeoutInterval{60.0};  // of silence: restarts with each byte that arrives
+  Duration timeoutInterval{60.0};  // of silence: each received byte restarts it
 };
 
 struct HTTPURLResponse {
@@ -44,31 +43,32 @@ class URLSessionTask {
   virtual int taskIdentifier() const = 0;  // unique in its session, known before `resume`
   virtual void resume() = 0;               // starts; a task that is never resumed does nothing
   // Ends the task with `URLErrorCode::cancelled`, unless it has ended already. The callbacks that end a task
-  // come all the same, later.
+  // still run, later.
   virtual void cancel() = 0;
   virtual std::optional<HTTPURLResponse> response() const = 0;  // absent until its head has arrived
 };
 
-// Gives the request to follow, or nothing to refuse. Refusing alone ends the task with the redirect's own
-// answer (a 3xx) as if it were the result. Called at most once, from any thread.
+// Takes the request to follow, or nothing to refuse. After a refusal the task ends with the redirect's own
+// answer (a 3xx) as its result, unless it is also cancelled. Called at most once, from any thread.
 using RedirectDecision = std::function<void(std::optional<URLRequest>)>;
 
 class URLSessionDelegate {
  public:
   virtual ~URLSessionDelegate() = default;
 
-  // Asked as soon as a redirect's head is there; what isn't a strict URL is `URL{}`. The default follows.
+  // Called when a redirect's head has arrived; a target that isn't a strict URL is `URL{}`. By default
+  // follows.
   virtual void willPerformHTTPRedirection(const std::shared_ptr<URLSessionTask>& task,
                                           const HTTPURLResponse& redirect, const URLRequest& newRequest,
                                           const RedirectDecision& decide);
 
-  // Download tasks only. `totalBytesWritten` counts bytes that a resumed transfer found already written.
-  // `totalBytesExpectedToWrite` is -1 when the server doesn't say.
+  // Download tasks only. `totalBytesWritten` includes the earlier bytes of a resumed download.
+  // `totalBytesExpectedToWrite` is -1 when the server doesn't send the length.
   virtual void didWriteData(const std::shared_ptr<URLSessionTask>& task, std::int64_t totalBytesWritten,
                             std::int64_t totalBytesExpectedToWrite);
-  // Download tasks only: a complete body, whatever the status. The file is deleted when this returns.
+  // Download tasks only: a complete body, with any status. The file is deleted when this returns.
   virtual void didFinishDownloadingTo(const std::shared_ptr<URLSessionTask>& task, const Path& location);
-  // The last callback of a task without a completion; absent error after a success.
+  // The last callback of a task without a completion; the error is absent after a success.
   virtual void didCompleteWithError(const std::shared_ptr<URLSessionTask>& task,
                                     const std::optional<Error>& error);
 };
@@ -81,29 +81,29 @@ class URLSession {
  public:
   virtual ~URLSession() = default;
 
-  // Far beyond any metadata: a server that never ends must not eat the memory.
+  // Larger than any metadata; bounds the memory for an endless body.
   static constexpr std::size_t maximumDataLength = std::size_t{8} << 20U;
 
-  // The completion runs exactly once after `resume`. The body is kept in memory; a longer one than
-  // `maximumDataLength` is `URLErrorCode::dataLengthExceedsMaximum`.
+  // The completion runs exactly once after `resume`. The body is kept in memory; a body longer than
+  // `maximumDataLength` fails with `URLErrorCode::dataLengthExceedsMaximum`.
   virtual std::shared_ptr<URLSessionTask> dataTask(const URLRequest& request,
                                                    DataTaskCompletion completion) = 0;
 
-  // Streams to a temporary file of the host's choosing.
+  // Streams the body to a temporary file.
   virtual std::shared_ptr<URLSessionTask> downloadTask(const URL& url) = 0;
-  // Goes on from `Error::downloadResumeData`. A resource that changed meanwhile is fetched afresh, from its
-  // first byte; bytes of two versions are never joined. Garbage gives a task that fails at once.
+  // Resumes from `Error::downloadResumeData`. A resource that changed meanwhile is downloaded again from its
+  // first byte; bytes of two versions are never joined. Invalid resume data gives a task that fails at once.
   virtual std::shared_ptr<URLSessionTask> downloadTaskWithResumeData(const std::string& resumeData) = 0;
 
-  // No new tasks from here on: a task made later fails with `URLErrorCode::cancelled` when resumed.
-  virtual void finishTasksAndInvalidate() = 0;  // running tasks go to their end
+  // Both end the session: a task created later fails with `URLErrorCode::cancelled` when resumed.
+  virtual void finishTasksAndInvalidate() = 0;  // running tasks finish
   virtual void invalidateAndCancel() = 0;       // running tasks are cancelled
 };
 
 class URLSessions {
  public:
   virtual ~URLSessions() = default;
-  // The process's own session without a delegate; follows redirects.
+  // The process's session without a delegate; follows redirects.
   virtual std::shared_ptr<URLSession> shared() = 0;
   virtual std::shared_ptr<URLSession> make(std::shared_ptr<URLSessionDelegate> delegate) = 0;
 };

@@ -1,4 +1,4 @@
-// Which application is registered under which bundle identifier. Any thread.
+// The registered applications by bundle identifier. Any thread.
 #pragma once
 
 #include <optional>
@@ -12,11 +12,11 @@ class Workspace {
  public:
   virtual ~Workspace() = default;
 
-  // The registered bundle of that identifier; one of several as the platform chooses. The answer can be
-  // stale: the bundle may be gone or changed since it was registered.
+  // The registered bundle of that identifier; the platform chooses one of several. The result can be stale:
+  // the bundle may have been removed or changed since it was registered.
   virtual std::optional<Path> applicationPath(const std::string& bundleIdentifier) = 0;
 
-  // Registers the bundle at `path`, replacing what was known of that path. Best effort.
+  // Registers the bundle at `path` and replaces the path's earlier registration. Failures are ignored.
   virtual void registerBundle(const Path& path) = 0;
 };
 

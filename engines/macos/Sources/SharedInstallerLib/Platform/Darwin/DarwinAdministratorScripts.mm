@@ -1,5 +1,5 @@
-// `AdministratorScripts` on NSAppleScript. A granted authorization is remembered by the system for as long as
-// the script object lives.
+// `AdministratorScripts` on NSAppleScript. The system keeps a granted authorization as long as the script
+// object exists.
 #import <Carbon/Carbon.h>
 #import <Foundation/Foundation.h>
 
@@ -16,12 +16,12 @@ ScriptErrorDictionary errorDictionary(NSDictionary* problem) {
   return json(problem);
 }
 
-// What isn't text can't be handed to a script, and must not become another command on the way.
+// A command that isn't text can't be passed to a script; a conversion could make it another command.
 ScriptErrorDictionary notText() {
   return Json{{"NSAppleScriptErrorMessage", "The command isn’t UTF-8 text."}};
 }
 
-// This very process: {0, kCurrentProcess}.
+// This process: {0, kCurrentProcess}.
 NSAppleEventDescriptor* currentProcess() {
   const ProcessSerialNumber number{0, kCurrentProcess};
   return [[NSAppleEventDescriptor alloc] initWithDescriptorType:typeProcessSerialNumber
@@ -29,7 +29,7 @@ NSAppleEventDescriptor* currentProcess() {
                                                          length:sizeof number];
 }
 
-// "Call the handler `name` with one argument", as the script's own callers would send it.
+// The event that calls the handler `name` with one argument.
 NSAppleEventDescriptor* subroutineEvent(NSAppleEventDescriptor* target, NSString* name, NSString* argument) {
   NSAppleEventDescriptor* event = [[NSAppleEventDescriptor alloc] initWithEventClass:kASAppleScriptSuite
                                                                              eventID:kASSubroutineEvent

@@ -1,6 +1,5 @@
-// `Bundles`. NSBundle hands out one object for a path for as long as it is held, and that object answers from
-// memory, so the information is read from the file each time; NSBundle only knows the resources of this
-// executable.
+// `Bundles`. NSBundle shares one object per path while it is retained and caches its information, so the file
+// is read each time. NSBundle is used only for the resources of this executable.
 #import <Foundation/Foundation.h>
 
 #import "Platform/Darwin/DarwinFoundation.h"

@@ -23,7 +23,7 @@ qos_class_t qosClass(QualityOfService quality) {
   }
 }
 
-// An endless wait written as a number mustn't overflow the clock; a negative one is over at once.
+// Clamps the duration: a very long wait must not overflow the clock, and a negative one ends at once.
 std::int64_t nanoseconds(Duration duration) {
   constexpr Duration longest = std::chrono::hours{24 * 365};
   if (!(duration > Duration::zero())) return 0;
@@ -32,8 +32,7 @@ std::int64_t nanoseconds(Duration duration) {
 
 dispatch_time_t fromNow(Duration delay) { return dispatch_time(DISPATCH_TIME_NOW, nanoseconds(delay)); }
 
-// What Foundation leaves to be released is released when the work is done, and not when the system gets to
-// it.
+// Runs `work` in an autorelease pool, so that its autoreleased objects are released when it ends.
 dispatch_block_t pooled(Work work) {
   return ^{
     @autoreleasepool {
@@ -56,7 +55,7 @@ class DarwinSerialQueue final : public SerialQueue {
 
 class DarwinSemaphore final : public Semaphore {
  public:
-  // Made empty and then filled: libdispatch traps when a semaphore is freed below its initial count.
+  // Created with 0 and then signalled: libdispatch traps when a semaphore is freed below its initial count.
   explicit DarwinSemaphore(int count) : semaphore_{dispatch_semaphore_create(0)} {
     for (int i = 0; i < count; ++i) dispatch_semaphore_signal(semaphore_);
   }

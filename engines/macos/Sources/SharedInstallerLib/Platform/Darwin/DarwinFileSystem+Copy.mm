@@ -29,8 +29,8 @@ Result<> copyStaged(NSString* from, const Path& destination) {
 
 }  // namespace
 
-// NSFileManager copies item by item and leaves what it had copied when it fails; the hidden sibling and the
-// rename make it all or nothing.
+// NSFileManager copies item by item and leaves a partial copy when it fails; the hidden sibling and the
+// rename make the copy atomic.
 Result<> DarwinFileSystem::copyItem(const Path& source, const Path& destination) {
   @autoreleasepool {
     NSString* from = nameOf(source);
@@ -47,7 +47,7 @@ Result<> DarwinFileSystem::copyItem(const Path& source, const Path& destination)
   }
 }
 
-// The system's own move would copy to the destination's name piece by piece where it crosses volumes.
+// NSFileManager's move isn't used: across volumes it copies to the destination item by item.
 Result<> DarwinFileSystem::moveItem(const Path& source, const Path& destination) {
   return moveByRename(*this, source, destination);
 }

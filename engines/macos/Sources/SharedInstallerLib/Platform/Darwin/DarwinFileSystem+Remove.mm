@@ -19,7 +19,7 @@ constexpr std::string_view kRemoved = "removed";
 Result<> DarwinFileSystem::removeItem(const Path& path) {
   @autoreleasepool {
     const auto usable = usablePath(path);
-    // The root isn't an item; removing it would begin with everything in it.
+    // The root can't be removed, but its contents would be removed first.
     if (usable == "/") return fileFailure(FileAccess::write, EPERM, path, kRemoved);
     if (!usable || nsString(*usable) == nil) return unusable(FileAccess::write, path, kRemoved);
     const Path parent = folderOf(*usable);

@@ -35,8 +35,8 @@ std::optional<DirectoryEntry> entryAt(NSURL* url, Path path) {
   return entry;
 }
 
-// The directory at `top` as the system names it, with all links resolved; absent when it can't be opened as
-// one.
+// The canonical path of the directory at `top`, with all links resolved; absent when it can't be opened as a
+// directory.
 std::optional<Path> openableDirectory(const Path& top) {
   const auto usable = usablePath(top);
   const FileDescriptor folder{usable ? open(usable->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1};
@@ -45,8 +45,8 @@ std::optional<Path> openableDirectory(const Path& top) {
   return Path{name};
 }
 
-// The last `level` names of `path`, below `top`. The system's own enumeration resolves the links on the way
-// to what it enumerates, and may spell its name in another way.
+// The last `level` names of `path`, below `top`. The system's enumeration resolves the links in the path of
+// its root, and may spell the root differently.
 Path below(const Path& top, const Path& path, NSUInteger level) {
   std::size_t start = path.size();
   for (; level > 0 && start != 0; --level) start = path.rfind('/', start - 1);

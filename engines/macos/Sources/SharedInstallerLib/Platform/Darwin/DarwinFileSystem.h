@@ -1,7 +1,7 @@
-// `FileSystem` on NSFileManager, NSFileHandle and URL resource values. A path that isn't text is refused,
-// never taken for another one.
+// `FileSystem` on NSFileManager, NSFileHandle and URL resource values. A path that isn't text is refused, so
+// that no conversion gives another path.
 //
-// DarwinFileSystem.mm answers questions and reads and writes whole files, +Copy copies and moves, +Remove
+// DarwinFileSystem.mm has the queries and reads and writes whole files, +Copy copies and moves, +Remove
 // removes, +Walk lists and enumerates. Objective-C++ only.
 #pragma once
 
@@ -45,17 +45,16 @@ class DarwinFileSystem final : public FileSystem {
 
 NSFileManager* manager();
 
-// A path as Foundation takes it; nil for one that can't be one. Without trailing slashes, which would follow
-// a link.
+// A path for Foundation, without trailing slashes, which would follow a link. Nil for an invalid path.
 NSString* nameOf(const Path& path);
 // The error of a path for which there is no `nameOf`: empty, or no text.
 std::unexpected<Error> unusable(FileAccess access, const Path& path, std::string_view deed);
 // The folder that holds the item.
 Path folderOf(const Path& path);
-// What went wrong with the hidden sibling of an item, as if it had gone wrong with the item.
+// An error of an item's hidden sibling, changed to name the item.
 Error inTheNameOf(const Path& path, const char* sibling, Error problem);
 
-// A number among the resource values; absent when it can't be had.
+// A number of the resource values; absent when it can't be read.
 std::optional<std::int64_t> sizeValue(NSURL* url, NSURLResourceKey key);
 
 }  // namespace installer::darwin

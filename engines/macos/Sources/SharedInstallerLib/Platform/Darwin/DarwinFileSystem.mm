@@ -30,7 +30,7 @@ class Reader final : public FileReader {
   NSFileHandle* handle_;
 };
 
-// Plain POSIX: a file handle knows no appending in one step.
+// Plain POSIX: NSFileHandle can't append in one step.
 class Appender final : public FileAppender {
  public:
   Appender(FileDescriptor file, Path path) : file_{std::move(file)}, path_{std::move(path)} {}

@@ -11,8 +11,8 @@
 
 namespace installer::darwin {
 
-// Nil for bytes that aren't UTF-8 and for text with a NUL in it, which Foundation would hand on cut short.
-// Many methods raise when they are given nil: the caller decides what such text means.
+// Nil for bytes that aren't UTF-8 and for text with a NUL, at which Foundation would cut it. Many methods
+// raise an exception for nil, so the caller must check.
 NSString* nsString(std::string_view text);
 std::string text(NSString* string);  // nil gives the empty string
 
@@ -22,12 +22,12 @@ std::string bytes(NSData* data);
 // Nil for a path that isn't absolute or that `nsString` refuses.
 NSURL* fileURL(std::string_view path);
 
-// Domain, code and localised description unchanged, and a download's resume data. A nil error, which a
-// method that failed may leave, is an unknown one of Cocoa's domain.
+// Domain, code and localised description unchanged, and a download's resume data. A nil error, which a failed
+// method may leave, gives an unknown error of Cocoa's domain.
 Error error(NSError* error);
 inline std::unexpected<Error> failed(NSError* given) { return std::unexpected(error(given)); }
 
-// A property-list value. What has no counterpart in JSON, and what nests deeper than 512 levels, is null.
+// A property-list value. A value without a counterpart in JSON, or nested deeper than 512 levels, is null.
 Json json(id value);
 
 }  // namespace installer::darwin

@@ -68,7 +68,7 @@ Error error(NSError* given) {
     return {std::string{ErrorDomain::cocoa}, CocoaError::fileReadUnknown, "The operation failed.", nullptr};
   }
   const auto domain = text(given.domain);
-  // With domain and code in the sentence, every log line that quotes it names the cause.
+  // The sentence has domain and code, so that every log line with it names the cause.
   Error translated{domain, given.code,
                    text(given.localizedDescription) + " (" + domain + " " + std::to_string(given.code) + ")",
                    nullptr};

@@ -1,7 +1,7 @@
-// The macOS machine: every service of the seam, each a thin translation to the system's own classes.
+// The macOS machine: every service of the seam, each a thin translation to the system's classes.
 //
-// A host owns its services; only tests destroy one. The thread that AppKit and Dispatch know as the main one
-// is the main thread. Its constructor settles the signals.
+// A host owns its services; only tests destroy one. The main thread is that of AppKit and Dispatch. The
+// constructor sets the signal dispositions.
 #pragma once
 
 #include <memory>
@@ -17,7 +17,7 @@ class DarwinHost {
   DarwinHost(const DarwinHost&) = delete;
   DarwinHost& operator=(const DarwinHost&) = delete;
 
-  // As long as the host lives. The caller installs it.
+  // Valid as long as the host exists. The caller installs it.
   Machine& machine();
 
  private:

@@ -1,4 +1,4 @@
-// `ProcessLauncher` on NSTask. Its pipes are read while the program runs, so a talkative one never blocks.
+// `ProcessLauncher` on NSTask. Its pipes are read while the program runs, so long output never blocks it.
 #import <Foundation/Foundation.h>
 
 #include <fcntl.h>
@@ -21,8 +21,8 @@ std::unexpected<Error> launchFailure(int number, const Path& program) {
                      program + ")");
 }
 
-// Nil when the path isn't absolute, or when one of the texts isn't UTF-8 or has a NUL in it: the program
-// would get another one. All three streams are /dev/null until the caller replaces them.
+// Nil when the path isn't absolute, or when a text isn't UTF-8 or has a NUL: the program would get another
+// text. All three streams are /dev/null until the caller replaces them.
 NSTask* taskFor(const Path& program, const std::vector<std::string>& arguments) {
   NSURL* url = fileURL(program);
   if (url == nil) return nil;
@@ -41,20 +41,20 @@ NSTask* taskFor(const Path& program, const std::vector<std::string>& arguments) 
   return task;
 }
 
-// A descriptor of our own for the reading end, which outlives the pipe's.
+// A duplicate descriptor of the reading end; it outlives the pipe.
 FileDescriptor readingEnd(NSPipe* pipe) {
   if (pipe == nil) return {};
   return FileDescriptor{fcntl(pipe.fileHandleForReading.fileDescriptor, F_DUPFD_CLOEXEC, 0)};
 }
 
-// Blocks until the program has ended: its end writes a byte.
+// Blocks until the program has ended: its termination handler writes a byte.
 void awaitEnd(const FileDescriptor& ended) {
   char byte = 0;
   (void)retryInterrupted([&] { return read(ended.get(), &byte, 1); });
 }
 
-// A program inherits the signals that its starter's thread blocks, and the system's worker threads block all
-// that they can.
+// A program inherits the blocked signals of the thread that starts it, and libdispatch's worker threads block
+// all signals that they can.
 class NoSignalBlocked {
  public:
   NoSignalBlocked() {
@@ -117,8 +117,8 @@ class DarwinProcessLauncher final : public ProcessLauncher {
       if (pipes.output != nil) task.standardOutput = pipes.output;
       if (captured == CapturedOutput::merged) task.standardError = pipes.output;
       if (pipes.errorOutput != nil) task.standardError = pipes.errorOutput;
-      // The task's own way of waiting turns the run loop, and with it whatever else waits for the thread.
-      // A byte and not the end of the stream, which comes late when another program has inherited the pipe.
+      // `waitUntilExit` isn't used: it runs the run loop, and with it other work of the thread. The handler
+      // writes a byte, because the end of the stream is late when another program has inherited the pipe.
       NSFileHandle* ended = pipes.ended.fileHandleForWriting;
       task.terminationHandler = ^(NSTask*) {
         (void)write(ended.fileDescriptor, "", 1);

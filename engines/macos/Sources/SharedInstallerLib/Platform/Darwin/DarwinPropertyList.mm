@@ -24,13 +24,13 @@ std::string_view withoutByteOrderMark(std::string_view bytes) {
   return bytes;
 }
 
-// The system's reader recurses over whatever it is given.
+// The system's reader recurses without a limit.
 bool isBounded(std::string_view bytes) {
   return bytes.starts_with(kBinaryPropertyListMagic) ? isBoundedBinaryPropertyList(bytes)
                                                      : isBoundedXMLPropertyList(bytes);
 }
 
-// A property list has no null: one marks a value that JSON has no counterpart for.
+// A property list has no null; a null marks a value without a counterpart in JSON.
 bool holdsNull(const Json& value) {
   return value.is_null() || (value.is_structured() && std::ranges::any_of(value, holdsNull));
 }

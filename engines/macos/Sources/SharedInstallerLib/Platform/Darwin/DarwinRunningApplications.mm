@@ -20,8 +20,8 @@ NSRunningApplication* object(const RunningApplication& application) {
   return (__bridge NSRunningApplication*)application.handle.get();
 }
 
-// The system's list is brought up to date by the main run loop, which an uninstall doesn't turn while it
-// waits for an application to quit: a process that has gone is no instance, whatever the list says.
+// The main run loop updates the system's list, and it doesn't run while an uninstall waits for an application
+// to quit. A process that has ended is therefore no instance, even if the list has it.
 bool isRunning(NSRunningApplication* application) {
   const pid_t process = application.processIdentifier;
   return process > 0 && (kill(process, 0) == 0 || errno != ESRCH);

@@ -1,5 +1,5 @@
-// One factory per service, each defined in the file of its name. Plain C++, so that the Objective-C classes
-// of a service stay private to its file.
+// One factory per service, defined in the file of the service's name. Plain C++, so that the Objective-C
+// classes of a service stay private to its file.
 #pragma once
 
 #include <memory>

@@ -14,9 +14,9 @@ namespace {
 
 constexpr std::array kRequests{SIGINT, SIGTERM, SIGHUP};
 
-// The dispatch source tells the main queue of the first request. From then on each of them has its usual
-// effect, so that the second ends the process even if the main queue is never served again. A handler and not
-// SIG_IGN, which the programs that the engine starts would inherit.
+// The dispatch source posts the first request to the main queue. Afterwards each signal has its default
+// effect, so that the second request ends the process even if the main queue is never served again. A handler
+// and not SIG_IGN, because programs that the engine starts would inherit SIG_IGN.
 void onRequest(int) {
   const int kept = errno;
   for (const int number : kRequests) {
@@ -37,7 +37,7 @@ class DarwinSignals final : public Signals {
  public:
   void onTerminationRequest(Work handler) override {
     for (const int number : kRequests) {
-      // The parent process had this signal ignored, so it stays ignored.
+      // A signal that the parent process ignored stays ignored.
       if (!isIgnored(number)) listen(number, handler);
     }
   }

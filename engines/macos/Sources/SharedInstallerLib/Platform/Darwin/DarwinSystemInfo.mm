@@ -1,4 +1,4 @@
-// `SystemInfo`, `SystemPaths`: the system's own answers and its fixed places.
+// `SystemInfo` and `SystemPaths`, from system calls and fixed paths.
 #import <Foundation/Foundation.h>
 
 #include <sys/utsname.h>

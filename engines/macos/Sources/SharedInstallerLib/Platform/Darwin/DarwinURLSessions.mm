@@ -27,7 +27,7 @@
   const auto redirect = darwin::responseOf(response).value_or(HTTPURLResponse{0, darwin::urlOf(nil)});
   URLRequest asked{darwin::urlOf(request.URL)};
   asked.method = darwin::text(request.HTTPMethod);
-  // What was asked and is allowed is the system's own request, with the headers that it has put there.
+  // An allowed redirect follows the system's own request, with the headers that the system has set.
   _engine->willPerformHTTPRedirection(
       _tasks->find(task), redirect, asked,
       [completionHandler, request, asked](const std::optional<URLRequest>& allowed) {
@@ -74,7 +74,7 @@ class DarwinURLSession final : public URLSession {
   DarwinURLSession(NSURLSession* session, std::shared_ptr<TaskTable> tasks,
                    const std::shared_ptr<URLSessionDelegate>& delegate)
       : session_{session}, tasks_{std::move(tasks)}, delegate_{delegate} {}
-  // The system's session holds its delegate until it is invalidated, by whomever.
+  // The system's session retains its delegate until it is invalidated.
   ~DarwinURLSession() override { finishTasksAndInvalidate(); }
   DarwinURLSession(const DarwinURLSession&) = delete;
   DarwinURLSession& operator=(const DarwinURLSession&) = delete;
@@ -148,14 +148,14 @@ class DarwinURLSession final : public URLSession {
   NSURLSession* session_;
   std::shared_ptr<TaskTable> tasks_;
   std::weak_ptr<URLSessionDelegate> delegate_;
-  Mutex mutex_;  // guards the next two: a task asked of an invalidated session is a fault there
+  Mutex mutex_;  // guards the next two: an invalidated session raises when it is asked for a task
   bool invalidated_ GUARDED_BY(mutex_) = false;
   int failedIdentifier_ GUARDED_BY(mutex_) = -1;  // counts down, apart from the system's own
 };
 
 class DarwinURLSessions final : public URLSessions {
  public:
-  // Not the system's own: that one has no delegate, without which the length of an answer can't be limited.
+  // Not the system's shared session: it has no delegate, which is needed to limit the length of an answer.
   std::shared_ptr<URLSession> shared() override {
     static auto* const session = new std::shared_ptr<URLSession>(make(nullptr));
     return *session;

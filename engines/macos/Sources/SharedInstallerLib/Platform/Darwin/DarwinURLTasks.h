@@ -1,4 +1,4 @@
-// The tasks of a session, as the engine holds them. Objective-C++ only.
+// The engine's objects for a session's tasks. Objective-C++ only.
 #pragma once
 
 #import <Foundation/Foundation.h>
@@ -74,7 +74,7 @@ class DarwinTask final : public URLSessionTask {
   }
 };
 
-// A task that the system can't be asked for: it fails on the session's queue once it is resumed.
+// A task that the system can't create. It fails on the session's queue after `resume`.
 class FailedTask final : public URLSessionTask, public std::enable_shared_from_this<FailedTask> {
  public:
   using Deliver = std::function<void(const std::shared_ptr<URLSessionTask>&)>;
@@ -91,7 +91,7 @@ class FailedTask final : public URLSessionTask, public std::enable_shared_from_t
       }];
     }
   }
-  // Its end comes all the same.
+  // The task's end is delivered also after a cancel.
   void cancel() override { resume(); }
   std::optional<HTTPURLResponse> response() const override { return std::nullopt; }
 
@@ -102,7 +102,7 @@ class FailedTask final : public URLSessionTask, public std::enable_shared_from_t
   std::atomic<bool> resumed_{false};
 };
 
-// The tasks of one session by identifier, so that a callback hands on the object that the caller holds.
+// The tasks of one session by identifier, so that a callback passes the object that the caller has.
 class TaskTable {
  public:
   std::shared_ptr<DarwinTask> add(NSURLSessionTask* task, DataTaskCompletion completion = nullptr) {

@@ -9,14 +9,14 @@
 
 namespace installer::darwin {
 
-// Nil when the system would read another host out of the text than the engine judged.
+// Nil when the system reads another host from the text than the one that the engine checked.
 NSURL* nsURL(const URL& url);
-// `URL{}` for an address that the strict reader can't take apart.
+// `URL{}` for an address that the strict reader can't parse.
 URL urlOf(NSURL* given);
 
 NSURLRequest* nsRequest(const URLRequest& request, NSURL* url);
-// The request to follow where `asked` was the question about the system's `request`; nil when it can't be
-// followed.
+// The request to follow: `request` itself when `allowed` equals `asked`, which was made from it. Nil when it
+// can't be followed.
 NSURLRequest* followed(const URLRequest& allowed, const URLRequest& asked, NSURLRequest* request);
 
 // Absent when the answer isn't HTTP.

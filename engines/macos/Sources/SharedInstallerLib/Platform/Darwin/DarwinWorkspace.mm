@@ -25,7 +25,7 @@ class DarwinWorkspace final : public Workspace {
     @autoreleasepool {
       NSURL* url = fileURL(path);
       if (url == nil) return;
-      // The status is of no consequence: the detector looks at the expected place as well.
+      // Failures are ignored: the detector also checks the expected path.
       (void)LSRegisterURL((__bridge CFURLRef)url, true);
     }
   }

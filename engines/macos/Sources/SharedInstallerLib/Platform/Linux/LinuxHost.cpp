@@ -36,16 +36,16 @@ SystemPaths pathsOf(const LinuxHostSettings& settings) {
           .open = program("open")};
 }
 
-// Makes the folders that are missing. Code that needs one that couldn't be made gets the same error with a
-// place to report it.
+// Creates the missing folders. Failures are ignored: code that needs a folder gets and reports the same
+// error.
 void makeFolders(const LinuxHostSettings& settings) {
   for (const Path& folder : {settings.applications(), settings.volumes(), settings.temporaryDirectory()}) {
     (void)LinuxFileSystem{}.createDirectory(folder, FileSystem::Intermediates::create);
   }
 }
 
-// Applications are known under one path each, to this process and to the programs, however the root was
-// written: without links and dots on the way.
+// Resolves links and dots in the root, so that this process and the programs use the same path for an
+// application.
 LinuxHostSettings withTrueRoot(LinuxHostSettings settings) {
   const std::unique_ptr<char, decltype(&std::free)> root{::realpath(settings.root.c_str(), nullptr),
                                                          &std::free};
@@ -95,7 +95,7 @@ struct LinuxHost::Services {
   LinuxWorkspace workspace;
   LinuxRunningApplications runningApplications;
   LinuxAdministratorScripts administratorScripts;
-  LinuxDispatch dispatch;  // ends before the services that its blocks use
+  LinuxDispatch dispatch;  // destroyed before the services that its blocks use
   LinuxSignals signals{dispatch};
   Machine machine;
 };

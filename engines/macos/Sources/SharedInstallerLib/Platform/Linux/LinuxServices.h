@@ -1,4 +1,4 @@
-// The services of this host that need no header of their own. Unless a class says otherwise it holds no
+// The services of this host without a separate header. Unless its comment says otherwise, a class has no
 // state: any number may exist, on any thread.
 #pragma once
 
@@ -47,8 +47,8 @@ class LinuxPropertyList : public PropertyList {
   [[nodiscard]] Result<Json> parse(std::string_view bytes) override;
 };
 
-// Registered applications, kept in a file of the machine's Library. An application that was copied
-// into the folder by hand isn't known until it is registered.
+// Registered applications, in a file of the machine's Library. An application that was copied into the folder
+// by hand isn't found until it is registered.
 class LinuxWorkspace : public Workspace {
  public:
   // `bundles` outlives this.
@@ -57,7 +57,7 @@ class LinuxWorkspace : public Workspace {
 
   // The most recently registered bundle that still exists; if none exists, the most recently registered one.
   std::optional<Path> applicationPath(const std::string& bundleIdentifier) override;
-  // A bundle without an identifier can't be registered, and what was known of its path is forgotten.
+  // A bundle without an identifier can't be registered; the earlier registration of its path is removed.
   void registerBundle(const Path& path) override;
 
  private:
@@ -65,10 +65,10 @@ class LinuxWorkspace : public Workspace {
   Bundles& bundles_;
 };
 
-// Files and volumes by the system's own calls. Trees are walked by descriptor, never by a path that
-// could be swapped for a link meanwhile; a path with a NUL inside is refused instead of being cut there.
+// Files and volumes by system calls. Trees are walked by descriptor, because a path could be replaced by a
+// link meanwhile. A path with a NUL is refused, because system calls would cut it there.
 //
-// LinuxFileSystem.cpp answers questions and reads and writes whole files, +Copy copies and moves, +Remove
+// LinuxFileSystem.cpp has the queries and reads and writes whole files, +Copy copies and moves, +Remove
 // removes, +Walk lists and enumerates.
 class LinuxFileSystem : public FileSystem {
  public:
@@ -112,9 +112,9 @@ class LinuxDigest : public Digest {
 // Facts about this machine and process.
 class LinuxSystemInfo : public SystemInfo {
  public:
-  // The engine asks for "arm64", which is what macOS calls the architecture that Linux calls "aarch64".
+  // "arm64" for Linux's "aarch64": the engine compares with macOS's name.
   std::string machineField() override;
-  // Such as "Debian GNU/Linux 12 (bookworm), Linux 6.1.0".
+  // For example "Debian GNU/Linux 12 (bookworm), Linux 6.1.0".
   std::string operatingSystemVersionString() override;
   std::uint32_t userIdentifier() override;
   std::uint32_t groupIdentifier() override;
@@ -122,27 +122,27 @@ class LinuxSystemInfo : public SystemInfo {
   bool isRunning(std::int32_t process) override;
 };
 
-// Starts programs in process groups of their own, so that a Ctrl-C at the terminal reaches the engine alone
-// and not a helper in the middle of its work.
+// Starts each program in its own process group, so that a Ctrl-C at the terminal interrupts only the engine
+// and not a program during its work.
 class LinuxProcessLauncher : public ProcessLauncher {
  public:
-  // A descendant that keeps the program's output open delays the answer for a moment at most: once the
-  // program has ended, reading stops when the output falls silent.
+  // A descendant that keeps the program's output open delays the result only briefly: after the program has
+  // ended, reading stops when no more output arrives.
   [[nodiscard]] Result<ProgramExit> run(const Path& program, const std::vector<std::string>& arguments,
                                         CapturedOutput captured) override;
   [[nodiscard]] Result<> launch(const Path& program, const std::vector<std::string>& arguments) override;
 };
 
-// The two script sources that the engine uses, understood to the letter and run by an administrator's shell.
+// Accepts exactly the two script sources that the engine uses and runs them in an administrator's shell.
 class LinuxAdministratorScripts : public AdministratorScripts {
  public:
   explicit LinuxAdministratorScripts(AdministratorPrompt prompt) : prompt_{std::move(prompt)} {}
 
-  // Knows a handler `runCommand` that runs its argument, and one `do shell script "..."` statement, both
+  // Accepts a handler `runCommand` that runs its argument, and one `do shell script "..."` statement, both
   // "with administrator privileges"; null for any other source.
   //
-  // A script's first command asks the person; the granted shell lives as long as the script. The error
-  // dictionary has -128 for a dismissed prompt, otherwise the command's exit status, and what was printed
+  // A script's first command prompts the user; the granted shell exists as long as the script. The error
+  // dictionary has -128 for a dismissed prompt, otherwise the command's exit status, and the printed text
   // under "NSAppleScriptErrorMessage".
   std::unique_ptr<AdministratorScript> make(const std::string& source) override;
 
@@ -150,20 +150,20 @@ class LinuxAdministratorScripts : public AdministratorScripts {
   AdministratorPrompt prompt_;
 };
 
-// Running applications by way of /proc: a process whose executable is in the "Contents/MacOS" of a bundle
-// is an instance of that bundle. Scripts count by the script's own place.
+// Running applications, from /proc: a process whose executable is in the "Contents/MacOS" of a bundle is an
+// instance of that bundle. A script counts by the path of the script.
 //
-// A machine ends at its root: what runs from a bundle outside belongs to another machine, of which there may
-// be several on one box, and is neither found nor ended here.
+// Only bundles below `root` count: a computer can have several machines, and an application of another one is
+// neither found nor ended.
 //
-// Seen are the processes of the current user, or everybody's for root; never this process itself, and never
-// one that has ended and only waits to be collected.
+// Lists the processes of the current user, or all processes for root, without this process and without
+// zombies.
 class LinuxRunningApplications : public RunningApplications {
  public:
   // `bundles` outlives this. `root` is a path without links in it.
   LinuxRunningApplications(Bundles& bundles, Path root) : bundles_{bundles}, root_{std::move(root)} {}
 
-  // A bundle says who it is by its Info.plist as it is now; one that is gone from the disk says nothing.
+  // A bundle's identifier is read from its current Info.plist; a bundle that is gone from disk has none.
   std::vector<RunningApplication> instances(const std::string& bundleIdentifier) override;
   void terminate(const RunningApplication& application) override;       // SIGTERM
   void forceTerminate(const RunningApplication& application) override;  // SIGKILL
@@ -186,8 +186,8 @@ class LinuxSignals : public Signals {
   LinuxDispatch& dispatch_;
 };
 
-// HTTP over TLS on this host. Takes what it needs from `settings`: the extra certificate authority, the
-// address overrides and the temporary directory, which exists.
+// HTTP over TLS on this host. Uses the extra certificate authority, the address overrides and the temporary
+// directory of `settings`; the directory must exist.
 std::unique_ptr<URLSessions> makeLinuxURLSessions(const LinuxHostSettings& settings);
 
 }  // namespace installer

@@ -17,7 +17,7 @@ utsname systemName() {
   return name;
 }
 
-// The value of PRETTY_NAME in os-release text, without its quotes; empty when there is none.
+// The value of PRETTY_NAME in the text of os-release, without its quotes; empty when there is none.
 std::string prettyName(std::string_view text) {
   constexpr std::string_view key = "PRETTY_NAME=";
   while (!text.empty()) {

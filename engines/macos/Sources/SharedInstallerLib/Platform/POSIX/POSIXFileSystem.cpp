@@ -50,7 +50,7 @@ Result<> moveByRename(FileSystem& files, const Path& source, const Path& destina
     return fileFailure(FileAccess::write, errno, errno == EEXIST ? destination : source, moved);
   }
   if (auto made = files.copyItem(source, destination); !made) return made;
-  // The copy is whole and stays even if the original can't be removed entirely: it may be all there is.
+  // The copy stays even if the removal of the original fails: it may be the only complete one.
   return files.removeItem(source);
 }
 

@@ -1,4 +1,4 @@
-// What the file systems of both hosts share.
+// Functions shared by the file systems of both hosts.
 #pragma once
 
 #include <sys/stat.h>

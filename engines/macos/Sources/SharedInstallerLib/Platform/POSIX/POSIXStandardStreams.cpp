@@ -11,13 +11,13 @@ namespace installer {
 
 namespace {
 
-// Another process that shares the stream may have made it non-blocking; then this waits for it.
+// Waits until the stream is ready: another process that shares it may have made it non-blocking.
 void waitUntil(short ready, int descriptor) {
   pollfd wait{descriptor, ready, 0};
   (void)::poll(&wait, 1, -1);
 }
 
-// A reader that went away (EPIPE) or a terminal that did (EIO) costs the bytes and nothing else.
+// Failures are ignored: when the reader (EPIPE) or the terminal (EIO) is gone, the bytes are dropped.
 void writeEverything(int descriptor, std::string_view bytes) {
   while (!bytes.empty()) {
     const auto written = ::write(descriptor, bytes.data(), bytes.size());
@@ -43,7 +43,7 @@ std::string_view readSome(std::array<char, 65536>& buffer) {
   }
 }
 
-// One byte beyond the limit is kept, as the mark of a line that is too long.
+// Keeps one byte beyond the limit, which marks a line that is too long.
 void appendCut(std::string& line, std::string_view more) {
   line.append(more.substr(0, StandardStreams::maximumLineLength + 1 - line.size()));
 }

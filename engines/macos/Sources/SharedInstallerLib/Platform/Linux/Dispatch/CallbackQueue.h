@@ -1,4 +1,4 @@
-// The serial queue on which one session delivers its callbacks. Any thread may post.
+// The serial queue for the callbacks of one session. Any thread may post.
 #pragma once
 
 #include <memory>
@@ -7,8 +7,9 @@
 
 namespace installer {
 
-// Runs its blocks one at a time, in order, on a thread of its own that starts with the first block.
-// Destruction lets the queued blocks run; it waits for them, unless it happens in one of them.
+// Runs its blocks one at a time, in order, on its own thread, which starts with the first block. The
+// destructor waits until the queued blocks have run, unless it is called in one of them; then it doesn't
+// wait.
 class CallbackQueue {
  public:
   CallbackQueue();
@@ -23,7 +24,7 @@ class CallbackQueue {
 
  private:
   struct State;
-  std::shared_ptr<State> state_;  // the thread holds it too
+  std::shared_ptr<State> state_;  // shared with the thread
 
   static void serve(State& state);
 };

@@ -18,7 +18,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// An endless wait written as a number mustn't overflow the clock; a negative one is over at once.
+// Clamps the duration: a very long wait must not overflow the clock, and a negative one ends at once.
 Clock::duration ticks(Duration duration) {
   constexpr Duration longest = std::chrono::hours{24 * 365};
   if (!(duration > Duration::zero())) return Clock::duration::zero();
@@ -30,7 +30,7 @@ class LinuxSemaphore : public Semaphore {
   explicit LinuxSemaphore(int count) : count_{count} {}
 
   void signal() override {
-    // Notified under the lock: the waiter may destroy the semaphore as soon as it is let go.
+    // Notified under the lock: the waiter may destroy the semaphore as soon as the lock is released.
     const MutexLock lock{mutex_};
     ++count_;
     changed_.notifyOne();
@@ -74,7 +74,7 @@ struct LinuxDispatch::Contexts {
   asio::io_context main;
   asio::executor_work_guard<asio::io_context::executor_type> mainStaysOpen{main.get_executor()};
   TimerThread timers;
-  WorkerPool workers;  // last, so that it ends first: its blocks post to the others
+  WorkerPool workers;  // last, so that it is destroyed first: its blocks post to the others
 };
 
 LinuxDispatch::LinuxDispatch() : contexts_{std::make_unique<Contexts>()} {
@@ -94,7 +94,7 @@ void LinuxDispatch::asyncMain(Work work) {
 
 void LinuxDispatch::asyncMainAfter(Duration delay, Work work) {
   const auto timer = std::make_shared<asio::steady_timer>(contexts_->main, ticks(delay));
-  // The handler holds the timer, or it would be cancelled by its end.
+  // The handler owns the timer; its destruction would cancel the wait.
   timer->async_wait([timer, work = std::move(work)](const std::error_code& error) {
     if (!error) work();
   });

@@ -1,6 +1,6 @@
 // Queues, timers and the clock. The main queue is an Asio context that only `runMainLoop` serves; global
-// blocks run on a pool that grows as blocks wait; a timer thread, made with the first timer, does nothing but
-// post. The quality of service is ignored: every worker has the process's priority.
+// blocks run on a pool that grows when blocks wait; a timer thread, created with the first timer, only posts
+// blocks. The quality of service is ignored: every worker has the process's priority.
 #pragma once
 
 #include <memory>
@@ -12,8 +12,8 @@ namespace installer {
 class LinuxDispatch : public Dispatch {
  public:
   LinuxDispatch();
-  // Stops the timers and waits for the blocks of the global and serial queues. What is left on the main queue
-  // is dropped, and so is `syncMain` work that hasn't begun: no thread may be waiting for it then.
+  // Stops the timers and waits for the blocks of the global and serial queues. The rest of the main queue is
+  // dropped, also `syncMain` work that hasn't begun: no thread may be waiting for it then.
   ~LinuxDispatch() override;
 
   bool isMainThread() override;
@@ -29,8 +29,8 @@ class LinuxDispatch : public Dispatch {
   TimePoint now() override;
   void sleep(Duration duration) override;
 
-  // Posts `work` to the main queue once, when `descriptor` has something to read. The descriptor stays the
-  // caller's and outlives the wait. For the host's own services.
+  // Posts `work` to the main queue once, when `descriptor` is readable. The caller owns the descriptor, which
+  // must outlive the wait. For the host's own services.
   void asyncMainWhenReadable(int descriptor, Work work);
 
  private:

@@ -36,7 +36,7 @@ asio::io_context& TimerThread::context() {
   return context_;
 }
 
-// Held by the timer, by the wait that is under way and by a firing that is posted or running.
+// Shared by the timer, the pending wait and a posted or running firing.
 struct LinuxTimer::State : std::enable_shared_from_this<State> {
   State(asio::io_context& context, WorkerPool& pool, std::chrono::steady_clock::duration pause, Work work)
       : workers{pool}, interval{std::max(pause, shortestInterval)}, handler{std::move(work)}, wait{context} {}
@@ -50,7 +50,7 @@ struct LinuxTimer::State : std::enable_shared_from_this<State> {
   Condition idle;
   bool cancelled GUARDED_BY(mutex) = false;
   bool posted GUARDED_BY(mutex) = false;         // a firing waits for a worker or runs
-  std::thread::id firingOn GUARDED_BY(mutex){};  // the thread that is in the handler
+  std::thread::id firingOn GUARDED_BY(mutex){};  // the thread that runs the handler
 
   void arm() {
     wait.expires_after(interval);
@@ -86,7 +86,7 @@ struct LinuxTimer::State : std::enable_shared_from_this<State> {
   void cancel() {
     MutexLock lock{mutex};
     if (!std::exchange(cancelled, true)) {
-      // Ends the wait, and with it the hold that it has on this.
+      // Ends the wait, which releases its reference to this state.
       asio::post(wait.get_executor(), [self = shared_from_this()] { self->wait.cancel(); });
     }
     if (firingOn == std::this_thread::get_id()) return;

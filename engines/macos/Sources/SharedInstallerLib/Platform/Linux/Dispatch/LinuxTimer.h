@@ -15,7 +15,7 @@ namespace installer {
 
 class WorkerPool;
 
-// The thread that keeps time; it starts with the first timer and ends with the object.
+// The thread of all timers; it starts with the first timer and ends with the object.
 class TimerThread {
  public:
   TimerThread() = default;
@@ -23,10 +23,10 @@ class TimerThread {
   TimerThread(const TimerThread&) = delete;
   TimerThread& operator=(const TimerThread&) = delete;
 
-  // Any thread. The context, being served from now on.
+  // The context; the first call starts the thread that serves it. Any thread.
   asio::io_context& context();
 
-  // Nothing fires from here on. Not from a timer's handler.
+  // No timer fires after this. Not to be called from a timer's handler.
   void stop();
 
  private:
@@ -36,7 +36,7 @@ class TimerThread {
   std::thread thread_ GUARDED_BY(mutex_);
 };
 
-// A firing that comes while the handler is still busy is left out, so firings never pile up.
+// A firing that is due while the handler runs is skipped, so firings never queue up.
 class LinuxTimer : public Timer {
  public:
   LinuxTimer(TimerThread& thread, WorkerPool& workers, std::chrono::steady_clock::duration interval,

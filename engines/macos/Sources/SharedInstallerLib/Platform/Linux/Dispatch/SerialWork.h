@@ -11,7 +11,7 @@ namespace installer {
 
 class WorkerPool;
 
-// Held by its queue and by the block that serves it, so that what is queued runs even without the queue.
+// Owned by its queue and by the block that serves it, so that queued blocks run after the queue is destroyed.
 class SerialWork : public std::enable_shared_from_this<SerialWork> {
  public:
   explicit SerialWork(WorkerPool& workers) : workers_{workers} {}
@@ -21,10 +21,10 @@ class SerialWork : public std::enable_shared_from_this<SerialWork> {
   WorkerPool& workers_;
   Mutex mutex_;
   std::deque<std::function<void()>> queue_ GUARDED_BY(mutex_);
-  bool served_ GUARDED_BY(mutex_) = false;  // a worker is, or is about to be, taking blocks off the queue
+  bool served_ GUARDED_BY(mutex_) = false;  // a worker serves the queue or is about to
 
   void serve();
-  std::function<void()> next();  // empty when there is none; serving ends then
+  std::function<void()> next();  // empty when there is none; then the worker stops serving
 };
 
 }  // namespace installer

@@ -26,7 +26,7 @@ void WorkerPool::post(std::function<void()> work) {
     const MutexLock lock{mutex_};
     queue_.push_back(std::move(work));
     if (queue_.size() > idle_) {
-      ++idle_;  // counts from now on, so that the next block doesn't rely on the same worker
+      ++idle_;  // the new worker counts as idle at once, so that the next block doesn't rely on it
       workers_.emplace_back([this] { serve(); });
     }
   }
@@ -43,7 +43,7 @@ void WorkerPool::serve() {
     --idle_;
     lock.unlock();
     work();
-    work = nullptr;  // what it holds goes before the worker counts as idle
+    work = nullptr;  // its captures are destroyed before the worker counts as idle
     lock.lock();
     ++idle_;
   }

@@ -1,4 +1,4 @@
-// Threads for blocks that may wait for each other: a block never waits for a thread.
+// Threads for blocks that may wait for each other: every block gets a thread at once.
 #pragma once
 
 #include <deque>
@@ -13,12 +13,12 @@ namespace installer {
 class WorkerPool {
  public:
   WorkerPool() = default;
-  // Lets everything that was posted run to its end, blocks posted meanwhile included, and joins.
+  // Waits until all posted blocks have run, including those posted meanwhile, and joins the threads.
   ~WorkerPool();
   WorkerPool(const WorkerPool&) = delete;
   WorkerPool& operator=(const WorkerPool&) = delete;
 
-  // Any thread. Runs at once: on an idle worker if there is one, else on a new one, which stays.
+  // Any thread. Runs at once: on an idle worker if there is one, else on a new one, which joins the pool.
   void post(std::function<void()> work);
 
  private:

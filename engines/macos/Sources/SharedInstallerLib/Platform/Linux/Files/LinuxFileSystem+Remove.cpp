@@ -10,7 +10,7 @@ namespace installer {
 
 namespace {
 
-// The parent by descriptor and the name in it, so that the last component isn't followed.
+// The parent folder's descriptor. The removal by name below it doesn't follow a link.
 FileDescriptor openParent(const Path& path) {
   const Path parent = parentFolder(path);
   return FileDescriptor{::open(parent.empty() ? "." : parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)};
@@ -20,7 +20,7 @@ FileDescriptor openParent(const Path& path) {
 
 Result<> LinuxFileSystem::removeItem(const Path& path) {
   const auto usable = usablePath(path);
-  // The root isn't an item; removing it would begin with everything in it.
+  // The root can't be removed, but its contents would be removed first.
   if (usable == "/") return fileFailure(FileAccess::write, EPERM, path, "removed");
   if (!usable) return fileFailure(FileAccess::write, errno, path, "removed");
   const FileDescriptor parent = openParent(*usable);

@@ -9,7 +9,7 @@ namespace installer {
 
 namespace {
 
-constexpr std::int64_t statusBlock = 512;  // the unit of st_blocks, whatever the volume's own
+constexpr std::int64_t statusBlock = 512;  // the unit of st_blocks, on every volume
 
 DirectoryEntry entryOf(const Path& path, const struct stat& status) {
   DirectoryEntry entry;

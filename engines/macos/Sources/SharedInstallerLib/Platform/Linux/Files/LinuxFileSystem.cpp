@@ -46,8 +46,8 @@ class LinuxFileAppender : public FileAppender {
   LinuxFileAppender(FileDescriptor file, Path path) : file_{std::move(file)}, path_{std::move(path)} {}
 
   Result<> write(std::string_view bytes) override {
-    // One call: the kernel moves to the end and writes in one step. Only a volume that fills up or a signal
-    // makes it short.
+    // One call: the kernel seeks to the end and writes in one step. Only a full volume or a signal makes the
+    // write short.
     if (!writeAll(file_.get(), bytes)) return fileFailure(FileAccess::write, errno, path_, "written");
     return {};
   }
@@ -102,7 +102,7 @@ Result<FileAttributes> LinuxFileSystem::attributes(const Path& path) {
 Result<> LinuxFileSystem::createDirectory(const Path& path, Intermediates intermediates) {
   const auto usable = usablePath(path);
   if (!usable) return fileFailure(FileAccess::write, errno, path, "created");
-  // No system call takes a longer one, and the calls below nest as deep as the path.
+  // No system call accepts a longer path, and the calls below recurse as deep as the path.
   if (usable->size() >= PATH_MAX) return fileFailure(FileAccess::write, ENAMETOOLONG, path, "created");
   if (intermediates == Intermediates::require || directoryExists(*usable)) {
     return makeOne(*usable, intermediates);

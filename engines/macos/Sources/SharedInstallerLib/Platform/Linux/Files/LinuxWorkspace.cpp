@@ -18,7 +18,8 @@ void LinuxWorkspace::registerBundle(const Path& path) {
   const auto bundle = bundles_.read(path);
   if (bundle == nullptr) return;
   const auto identifier = bundle->bundleIdentifier();
-  // Best effort by contract: an installed bundle that isn't registered is still found at its expected path.
+  // Failures are ignored by contract: an installed bundle that isn't registered is still found at its
+  // expected path.
   (void)(identifier ? registry_.add({path, *identifier}) : registry_.remove(path));
 }
 

@@ -14,13 +14,13 @@ namespace installer {
 
 namespace {
 
-// A copy belongs to the user who makes it; with set-id bits kept, a copy made as root would lend out root's
-// rights.
+// Without set-id bits: the copy belongs to the user who makes it, so a copy made as root would run with
+// root's rights.
 mode_t keptMode(const struct stat& status) {
   return status.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO);
 }
 
-// Attributes are kept where the volume takes them, so a refusal isn't a failure.
+// Failures are ignored: attributes are kept only where the volume supports them.
 void copyAttributes(int source, int target) {
   const auto size = ::flistxattr(source, nullptr, 0);
   if (size <= 0) return;
@@ -38,7 +38,7 @@ void copyAttributes(int source, int target) {
   }
 }
 
-// Last of all: the bits may take away our own right to write, and writing changes the times.
+// The last step: the mode may remove our permission to write, and writing changes the times.
 bool finish(int source, int target, const struct stat& status) {
   copyAttributes(source, target);
   const timespec times[2] = {status.st_atim, status.st_mtim};
@@ -80,7 +80,7 @@ bool TreeCopier::copyLink(int sourceFolder, const char* sourceName, int folder, 
   destination.resize(static_cast<std::size_t>(length));
   if (::symlinkat(destination.c_str(), folder, name) != 0) return false;
   const timespec times[2] = {status.st_atim, status.st_mtim};
-  // A volume that can't date links still has the link.
+  // Failures are ignored: some volumes can't set a link's times.
   (void)::utimensat(folder, name, times, AT_SYMLINK_NOFOLLOW);
   return true;
 }
@@ -108,7 +108,7 @@ bool TreeCopier::copyContents(int source, int target) {
   return true;
 }
 
-// Shares the blocks where the volume can, lets the kernel copy where it can, else copies through a buffer.
+// Clones the blocks if the volume can, else lets the kernel copy, else copies through a buffer.
 bool TreeCopier::copyBytes(int source, int target) {
   if (::ioctl(target, FICLONE, source) == 0) return true;
   constexpr std::size_t stretch = 64UL * 1024 * 1024;
@@ -120,8 +120,8 @@ bool TreeCopier::copyBytes(int source, int target) {
     if (errno == ENOSPC || errno == EDQUOT || errno == EFBIG) return false;
     break;
   }
-  // Goes on from where the kernel stopped: at the end for most files, at the start for volumes that can't,
-  // and for the kinds of file that claim to be empty until they are read.
+  // Continues where the kernel stopped: at the end for most files, at the start on volumes without the call
+  // and for files whose reported size is 0 although they have content.
   std::vector<char> buffer(1024UL * 1024);
   for (;;) {
     const auto count = retryInterrupted([&] { return ::read(source, buffer.data(), buffer.size()); });

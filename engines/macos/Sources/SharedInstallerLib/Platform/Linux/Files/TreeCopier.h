@@ -11,17 +11,17 @@ namespace installer {
 class TreeCopier {
  public:
   // Copies `sourceName` of `sourceFolder` to the new entry `name` of `folder`. False with errno set; then a
-  // part of the copy may be there.
+  // partial copy may remain.
   bool copy(int sourceFolder, const char* sourceName, int folder, const char* name);
 
-  // What a failure was about: the item that is read or the one that is written.
+  // True when the failure was with the source, false when it was with the copy.
   bool failedReading() const { return failedReading_; }
 
  private:
   bool failedReading_ = false;
-  int depth_ = 0;  // folders that are being copied around the current entry
+  int depth_ = 0;  // folders above the current entry, inside the copied tree
   bool topMade_ = false;
-  struct stat top_{};  // the first directory made: it must not be met again on the side that is read
+  struct stat top_{};  // the first directory made; the source must not contain it
 
   bool copyFile(int sourceFolder, const char* sourceName, int folder, const char* name,
                 const struct stat& status);
@@ -33,7 +33,7 @@ class TreeCopier {
   bool copyBytes(int source, int target);
   bool remember(int made);
   bool mayEnter(const struct stat& status) const;  // false with errno set
-  bool notReadable();                              // notes that the failure is the source's; always false
+  bool notReadable();                              // records that the failure is the source's; always false
 };
 
 }  // namespace installer

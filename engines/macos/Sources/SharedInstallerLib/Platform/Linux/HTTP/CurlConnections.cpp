@@ -26,7 +26,7 @@ std::string systemAuthorities(CURLINFO kind) {
   return found;
 }
 
-// Its certificates go by the hash of their names, so that only the one that is asked for is read.
+// In such a folder a certificate's file name is the hash of its subject, so only the needed one is read.
 bool isHashedFolder(const std::string& folder) {
   std::error_code error;
   return std::ranges::any_of(std::filesystem::directory_iterator{folder, error}, [](const auto& entry) {
@@ -40,7 +40,7 @@ struct HostAndPort {
   std::string port;
 };
 
-// "a", "a:1", "[::1]", "[::1]:1" or a bare "::1"; an IPv6 address comes out in brackets.
+// Reads "a", "a:1", "[::1]", "[::1]:1" or a bare "::1"; the result has an IPv6 address in brackets.
 HostAndPort split(std::string_view text) {
   const auto colon = text.rfind(':');
   if (colon == std::string_view::npos) return {std::string{text}, {}};
@@ -50,7 +50,7 @@ HostAndPort split(std::string_view text) {
   return {std::string{text.substr(0, colon)}, std::string{text.substr(colon + 1)}};
 }
 
-// The same host, spelled with the point that ends an absolute name.
+// The same host with the final point of an absolute name.
 std::string withPoint(std::string_view host) {
   const auto [name, port] = split(host);
   return fmt::format("{}.{}{}", name, port.empty() ? "" : ":", port);
@@ -67,7 +67,7 @@ std::string connectTo(std::string_view host, std::string_view address) {
 CurlConnections::CurlConnections(const LinuxHostSettings& settings) {
   if (settings.extraCertificateAuthority) {
     certificateAuthorities_ = contents(settings.extraCertificateAuthority->c_str());
-    // All of them in one text cost some 30 milliseconds with every connection.
+    // All certificates in one text would cost about 30 milliseconds per connection.
     if (!isHashedFolder(systemAuthorities(CURLINFO_CAPATH))) {
       certificateAuthorities_ += "\n" + contents(systemAuthorities(CURLINFO_CAINFO).c_str());
     }
@@ -98,7 +98,7 @@ void CurlConnections::apply(CURL* handle, const URL& url) const {
     curl_easy_setopt(handle, CURLOPT_CAINFO_BLOB, &pem);
   }
   curl_easy_setopt(handle, CURLOPT_CONNECT_TO, connectTo_);
-  // An address that was given by hand is meant; a proxy would look the name up by itself.
+  // An overridden address must be used; a proxy would resolve the name itself.
   if (isOverridden(url)) curl_easy_setopt(handle, CURLOPT_PROXY, "");
 }
 

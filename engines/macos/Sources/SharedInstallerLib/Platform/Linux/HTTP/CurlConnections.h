@@ -1,4 +1,4 @@
-// How this host's connections are made: which authorities TLS trusts, and the addresses of overridden names.
+// Connection settings of this host: the authorities that TLS trusts, and the addresses of overridden names.
 // Constant after construction; any thread.
 #pragma once
 
@@ -12,8 +12,7 @@
 
 namespace installer {
 
-// An entry of `hostAddresses` in libcurl's words, "host:port:address:port" with empty ports for "as it
-// was".
+// An entry of `hostAddresses` in libcurl's form, "host:port:address:port". An empty port means unchanged.
 std::string connectTo(std::string_view host, std::string_view address);
 
 class CurlConnections {
@@ -26,14 +25,15 @@ class CurlConnections {
   // This object must outlive `handle`.
   void apply(CURL* handle, const URL& url) const;
 
-  // The settings give addresses of hosts: they are this machine's network, and a name that they don't have
-  // isn't there, even on a machine without any interface besides the loopback.
+  // True when the settings give addresses of hosts. Then these hosts are the whole network: any other name
+  // doesn't exist, also on a machine with no interface besides the loopback.
   bool isClosedNetwork() const { return !overriddenHosts_.empty(); }
 
  private:
-  // In PEM: the extra one, and the system's where libcurl can't look them up. Empty without an extra one.
+  // In PEM: the extra authority, and the system's where libcurl can't look them up. Empty without an extra
+  // one.
   std::string certificateAuthorities_;
-  std::vector<std::string> overriddenHosts_;  // compared without regard to case
+  std::vector<std::string> overriddenHosts_;  // compared case-insensitively
   curl_slist* connectTo_ = nullptr;
 
   bool isOverridden(const URL& url) const;

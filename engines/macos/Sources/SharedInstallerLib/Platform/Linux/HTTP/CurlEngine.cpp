@@ -9,9 +9,9 @@ namespace installer {
 
 namespace {
 
-constexpr int idleMilliseconds = 60'000;  // a post wakes the thread before
+constexpr int idleMilliseconds = 60'000;  // a post wakes the thread earlier
 
-// libcurl would write the secrets of every connection to the file that this variable names.
+// The variable is removed: libcurl would write the TLS secrets of every connection to the file that it names.
 CURLcode initialize() {
   ::unsetenv("SSLKEYLOGFILE");
   return curl_global_init(CURL_GLOBAL_DEFAULT);

@@ -1,4 +1,4 @@
-// The one thread on which all transfers of the process run.
+// The thread of all transfers of the process.
 #pragma once
 
 #include <curl/curl.h>
@@ -14,7 +14,7 @@
 
 namespace installer {
 
-// Destruction ends the thread; what still runs is dropped without `didEnd`. Not to be destroyed on it.
+// The destructor ends the thread and drops running transfers without `didEnd`. Not to be destroyed on it.
 class CurlEngine {
  public:
   explicit CurlEngine(const LinuxHostSettings& settings);
@@ -22,12 +22,12 @@ class CurlEngine {
   CurlEngine(const CurlEngine&) = delete;
   CurlEngine& operator=(const CurlEngine&) = delete;
 
-  // Any thread: runs `work` on the engine's, outside every transfer, in the order of posting.
+  // Any thread. Runs `work` on the engine's thread, outside every transfer, in the order of posting.
   void post(Work work);
-  // The same, and waits for it. Not to be called on the engine's thread.
+  // Like `post`, and waits for the end of `work`. Not to be called on the engine's thread.
   void run(const Work& work);
 
-  // Any thread. Without a network a name that isn't found says nothing about the name.
+  // Any thread. Without a network, a failed name lookup doesn't prove that the name doesn't exist.
   bool hasNetwork() const { return connections_.isClosedNetwork() || hasNetworkInterface(); }
 
   // On the engine's thread only, and not from inside a transfer.

@@ -19,7 +19,7 @@ std::int64_t codeOfConnectFailure(long osErrno) {
 }
 
 // The connection was lost before TLS was set up: by a reset, or by its end, for which libcurl has only
-// OpenSSL's name. Other numbers are left from attempts at other addresses.
+// OpenSSL's name. Other errno values are from attempts at other addresses.
 bool wasLostInHandshake(const CurlFailure& failure) {
   return failure.osErrno == ECONNRESET || failure.osErrno == ECONNABORTED || failure.osErrno == EPIPE ||
          failure.osErrno == ETIMEDOUT || failure.words.find("SSL_ERROR_SYSCALL") != std::string::npos;
@@ -72,7 +72,7 @@ Error urlError(std::int64_t code, std::string_view words) {
 
 bool hasNetworkInterface() {
   ifaddrs* list = nullptr;
-  if (getifaddrs(&list) != 0) return true;  // in doubt the failure stays the name's
+  if (getifaddrs(&list) != 0) return true;  // in doubt the name is at fault
   bool found = false;
   for (const auto* entry = list; entry != nullptr && !found; entry = entry->ifa_next) {
     if (entry->ifa_addr == nullptr || (entry->ifa_flags & IFF_LOOPBACK) != 0) continue;

@@ -1,4 +1,4 @@
-// What libcurl's failures are called above the seam.
+// Translates libcurl's failures to the seam's errors.
 #pragma once
 
 #include <cstdint>
@@ -12,19 +12,19 @@ namespace installer {
 
 struct CurlFailure {
   CURLcode code = CURLE_OK;
-  long osErrno = 0;   // of the last failed connection; 0 when it says nothing
-  std::string words;  // libcurl's own; may be empty
+  long osErrno = 0;   // of the last failed connection; 0 when there is none
+  std::string words;  // libcurl's message; may be empty
 };
 
-// `isConnected` tells whether this machine has a network at all: without one, a name that isn't found says
-// nothing about the name.
+// `isConnected` is whether this machine has a network: without one, a failed name lookup is a missing
+// connection and not a missing host.
 Error urlError(const CurlFailure& failure, bool isConnected);
 
 // A failure of our own, one of URLErrorCode. The description ends with domain and code, so that every log
-// line that quotes it names the cause.
+// line with it names the cause.
 Error urlError(std::int64_t code, std::string_view words);
 
-// Some interface besides the loopback is up and has an address.
+// True when an interface besides the loopback is up and has an address.
 bool hasNetworkInterface();
 
 inline Error cancelledError() {

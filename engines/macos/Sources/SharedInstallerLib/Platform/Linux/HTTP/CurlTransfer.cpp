@@ -9,8 +9,7 @@ namespace installer {
 
 namespace {
 
-constexpr std::size_t maximumHead = std::size_t{128}
-                                    << 10U;  // a server that goes on and on mustn't eat the memory
+constexpr std::size_t maximumHead = std::size_t{128} << 10U;  // bounds the memory for an endless head
 constexpr long receiveBufferBytes = 256L * 1024L;
 
 int statusOf(CURL* handle) {
@@ -19,8 +18,8 @@ int statusOf(CURL* handle) {
   return static_cast<int>(status);
 }
 
-// A transfer of compressed bytes can't be resumed, so others are preferred. What a server stores compressed
-// is decoded.
+// A transfer of compressed bytes can't be resumed, so uncompressed bytes are preferred. A body that the
+// server sends compressed anyway is decoded.
 constexpr const char* acceptedEncodings = "identity, *;q=0.5";
 
 }  // namespace
@@ -28,15 +27,15 @@ constexpr const char* acceptedEncodings = "identity, *;q=0.5";
 CurlTransfer::CurlTransfer(const CurlConnections& connections, HTTPRequest request,
                            std::shared_ptr<Client> client)
     : request_{std::move(request)}, client_{std::move(client)}, handle_{curl_easy_init()} {
-  // Exactly the text that was judged, with its path unchanged: the address is never parsed a second time.
+  // The checked text itself, with its path unchanged: a second parse could give another address.
   curl_easy_setopt(handle_, CURLOPT_URL, request_.url.absoluteString().c_str());
   curl_easy_setopt(handle_, CURLOPT_PATH_AS_IS, 1L);
   curl_easy_setopt(handle_, CURLOPT_PROTOCOLS_STR, "https");
   curl_easy_setopt(handle_, CURLOPT_FOLLOWLOCATION, 0L);
-  // One transfer to a connection: a stalled image never holds up metadata.
+  // One transfer per connection: a stalled image never delays metadata.
   curl_easy_setopt(handle_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
   curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
-  // A name server that stays silent mustn't hold up the thread that ends this transfer.
+  // An unanswered name lookup must not block the thread that ends this transfer.
   curl_easy_setopt(handle_, CURLOPT_QUICK_EXIT, 1L);
   curl_easy_setopt(handle_, CURLOPT_USERAGENT, "Kelo-Desk-Installer");
   curl_easy_setopt(handle_, CURLOPT_ACCEPT_ENCODING, acceptedEncodings);
@@ -73,7 +72,7 @@ CurlFailure CurlTransfer::failure(CURLcode code) const {
   curl_easy_getinfo(handle_, CURLINFO_OS_ERRNO, &failure.osErrno);
   long tunnelStatus = 0;
   curl_easy_getinfo(handle_, CURLINFO_HTTP_CONNECTCODE, &tunnelStatus);
-  // libcurl calls a proxy's refusal a reception that failed.
+  // libcurl reports a proxy's refusal as a failed reception.
   if (code != CURLE_OK && tunnelStatus > 299) failure.code = CURLE_PROXY;
   return failure;
 }
@@ -85,7 +84,7 @@ CurlFailure CurlTransfer::silenceFailure() const {
               fmt::format("The request timed out: nothing arrived for {} seconds", request_.silence.count())};
 }
 
-// A line with nothing on it ends a head. Interim answers and the fields after a body aren't handed on.
+// An empty line ends a head. Interim answers and the fields after a body aren't reported.
 std::size_t CurlTransfer::receiveHeaderLine(std::string_view line) {
   lastActivity_ = Clock::now();
   if (isHeadComplete_) return line.size();
@@ -96,14 +95,14 @@ std::size_t CurlTransfer::receiveHeaderLine(std::string_view line) {
 CurlTransfer::Verdict CurlTransfer::judgeHeaderLine(std::string_view line) {
   if (headBytes_ > maximumHead) return reject("the server's answer has too long a head");
   const bool isLast = line == "\r\n" || line == "\n";
-  // In lower case libcurl doesn't read the status, and takes each for a 200.
+  // libcurl doesn't read the status after a lower-case "http/" and reports 200.
   if (std::exchange(startsHead_, isLast) && !line.starts_with("HTTP/")) {
     return reject("the server's answer has no status line");
   }
   return isLast && !isInterim() ? completeHead() : Verdict::goOn;
 }
 
-// Another head follows; for libcurl the body follows a 101 that wasn't asked for.
+// True when another head follows. libcurl reads the body after an unrequested 101.
 bool CurlTransfer::isInterim() const {
   const auto status = statusOf(handle_);
   return status < 200 && status != 101;
@@ -117,7 +116,7 @@ CurlTransfer::Verdict CurlTransfer::completeHead() {
   return client_->didReceiveHead(head);
 }
 
-// libcurl's own reading, so that there is no second one to differ from it.
+// Uses libcurl's own parse of the head, so that a second one can't differ from it.
 ResponseHead CurlTransfer::readHead() const {
   ResponseHead head;
   head.status = statusOf(handle_);

@@ -24,7 +24,7 @@ struct HTTPRequest {
   URL url;
   std::string method = "GET";
   std::vector<std::string> fields;  // whole lines, such as "Range: bytes=5-"
-  Duration silence{60.0};           // how long no byte may arrive
+  Duration silence{60.0};           // the longest time without a byte
 };
 
 class CurlTransfer {
@@ -33,14 +33,14 @@ class CurlTransfer {
 
   enum class Verdict { goOn, stop };
 
-  // Called from inside libcurl but for `didEnd`, so only `didEnd` may start or drop transfers.
+  // libcurl calls all functions except `didEnd`, so only `didEnd` may start or drop transfers.
   class Client {
    public:
     virtual ~Client() = default;
-    // Once, before the first byte of the body, and in any case before the end of a success.
+    // Called once, before the first byte of the body, and always before the end of a success.
     virtual Verdict didReceiveHead(const ResponseHead& head) = 0;
     virtual Verdict didReceiveBody(std::string_view bytes) = 0;
-    // The last call; `CURLE_OK` after a whole body. A verdict to stop ends in `CURLE_WRITE_ERROR`.
+    // The last call: `CURLE_OK` after a whole body, `CURLE_WRITE_ERROR` after a verdict to stop.
     virtual void didEnd(const CurlFailure& failure) = 0;
   };
 
@@ -51,7 +51,7 @@ class CurlTransfer {
 
   CURL* handle() const { return handle_; }
   Client& client() const { return *client_; }
-  // When the transfer has been silent for too long.
+  // The time at which the transfer fails if no byte arrives before.
   Clock::time_point deadline() const;
   CurlFailure failure(CURLcode code) const;
   CurlFailure silenceFailure() const;
@@ -62,10 +62,10 @@ class CurlTransfer {
   CURL* handle_;
   curl_slist* fields_ = nullptr;
   std::array<char, CURL_ERROR_SIZE> words_{};
-  bool startsHead_ = true;  // the next line is the first of a head
+  bool startsHead_ = true;  // the next line begins a head
   bool isHeadComplete_ = false;
-  std::size_t headBytes_ = 0;            // of all heads, interim ones included
-  std::optional<CurlFailure> rejected_;  // why the head wasn't taken
+  std::size_t headBytes_ = 0;            // of all heads, including interim ones
+  std::optional<CurlFailure> rejected_;  // why the head was rejected
   Clock::time_point lastActivity_ = Clock::now();
 
   void setFields();

@@ -9,7 +9,7 @@ namespace installer {
 
 namespace {
 
-// Each callback wakes a thread, which costs more than writing down a piece of the body.
+// Each callback wakes a thread, which costs more than writing a piece of the body.
 constexpr auto progressInterval = std::chrono::milliseconds{20};
 
 Error badServerResponse(std::string_view words) {
@@ -75,12 +75,12 @@ CurlTransfer::Verdict LinuxDownloadTask::acceptAnswerToResumption(const Response
     restarts_ = true;
     return Verdict::stop;
   }
-  // Another version, from its first byte. An answer that is no success leaves the bytes as they are.
+  // A success is another version from its first byte. Any other answer leaves the earlier bytes as they are.
   if (head.isSuccess()) forgetPartial();
   return acceptFromStart(head);
 }
 
-// The rest, all of it, and of the same version.
+// True when the body is the whole rest of the same version.
 bool LinuxDownloadTask::continuesPartial(const ResponseHead& head) const {
   const auto range = head.contentRange();
   if (head.isMultipart() || head.isEncoded() || !range || !range->total ||
@@ -137,8 +137,8 @@ void LinuxDownloadTask::deliverFile(const Path& path) {
   if (delegate) delegate->didCompleteWithError(shared_from_this(), std::nullopt);
 }
 
-// The redirect's own answer, without its body. A task that was cancelled too gets no file, because a process
-// that ends now would leave it behind.
+// Delivers the redirect's own answer, without its body. A cancelled task creates no file, because a process
+// that ends now would leave it.
 void LinuxDownloadTask::deliverRefusedRedirect() {
   if (isCancelled()) return deliverError(cancelledError());
   const auto file = PartialFile::create(session().temporaryDirectory());
@@ -163,7 +163,7 @@ void LinuxDownloadTask::forgetPartial() {
   partial_.reset();
 }
 
-// What a later task can go on from: the bytes of this body, or else those that this task itself was given.
+// The resume data for a later task: the bytes of this body, else those that this task started with.
 std::optional<ResumeData> LinuxDownloadTask::resumable() const {
   if (!file_ || !validator_ || file_->length() == 0) return partial_ ? resumed_ : std::nullopt;
   return ResumeData{url_, file_->path(), *validator_, file_->length(), total_};
@@ -191,7 +191,7 @@ std::int64_t LinuxDownloadTask::lastPostedLength() {
   return progress_.written;
 }
 
-// One callback at a time is on its way, however many pieces arrive meanwhile.
+// At most one callback is posted at a time, even when more pieces arrive meanwhile.
 void LinuxDownloadTask::postProgress(CurlTransfer::Clock::time_point now) {
   lastProgress_ = now;
   {

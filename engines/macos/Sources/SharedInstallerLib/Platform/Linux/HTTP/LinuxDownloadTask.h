@@ -1,7 +1,7 @@
-// A task whose body is streamed to a file, and which can go on from where an earlier one broke off.
+// A task that streams its body to a file and can resume an interrupted download.
 //
 // Bytes of two versions are never joined: unless the answer to the request for the rest proves that it is the
-// rest, the download starts again from its first byte, once.
+// rest, the download restarts from its first byte, once.
 #pragma once
 
 #include <memory>
@@ -24,9 +24,9 @@ class LinuxDownloadTask : public LinuxURLTask {
  private:
   const URL url_;                         // before redirects
   const bool isGarbage_ = false;          // the resume data couldn't be read
-  std::optional<ResumeData> resumed_;     // while the download may still go on from it
+  std::optional<ResumeData> resumed_;     // while the download may still resume from it
   std::unique_ptr<PartialFile> partial_;  // the file of `resumed_`
-  std::unique_ptr<PartialFile> file_;     // where the body goes
+  std::unique_ptr<PartialFile> file_;     // the file of the body
   bool continues_ = false;                // `file_` is the partial one, and the body is the rest of it
   std::optional<std::int64_t> total_;
   std::optional<Validator> validator_;  // of the body in `file_`
@@ -39,7 +39,7 @@ class LinuxDownloadTask : public LinuxURLTask {
     Mutex mutex;
     std::int64_t written GUARDED_BY(mutex) = 0;
     std::int64_t expected GUARDED_BY(mutex) = -1;
-    bool isPosted GUARDED_BY(mutex) = false;  // a callback is on its way and will see the latest figures
+    bool isPosted GUARDED_BY(mutex) = false;  // a callback is posted and will read the latest figures
   } progress_;
 
   std::optional<Error> prepare() override;

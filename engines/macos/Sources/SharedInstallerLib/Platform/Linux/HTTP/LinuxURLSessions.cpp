@@ -39,7 +39,7 @@ class LinuxURLSession : public URLSession {
   std::shared_ptr<URLSessionCore> core_;
 };
 
-// Destruction cancels what still runs and waits for the callbacks.
+// The destructor cancels the running tasks and waits for the callbacks.
 class LinuxURLSessions : public URLSessions {
  public:
   explicit LinuxURLSessions(const LinuxHostSettings& settings)

@@ -28,7 +28,7 @@ void LinuxURLTask::resume() {
   session_->engine().post([self = shared_from_this()] { self->start(); });
 }
 
-// Nothing of a cancelled task is left behind from here on, even if the process ends at once.
+// No file of a cancelled task remains after this returns, even if the process ends at once.
 void LinuxURLTask::cancel() {
   isCancelRequested_ = true;
   if (!isResumed_.exchange(true)) session_->taskStarted(shared_from_this());
@@ -74,7 +74,7 @@ void LinuxURLTask::setResponse(std::optional<HTTPURLResponse> response) {
   response_ = std::move(response);
 }
 
-// A redirect is judged by its head alone: its body may be cut off, and may never end.
+// A redirect is decided by its head alone: its body may be truncated or endless.
 CurlTransfer::Verdict LinuxURLTask::didReceiveHead(const ResponseHead& head) {
   setResponse(HTTPURLResponse{head.status, head.url});
   const auto target = head.redirectTarget();

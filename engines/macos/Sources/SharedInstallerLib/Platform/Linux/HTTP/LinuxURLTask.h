@@ -1,7 +1,7 @@
-// A task of a session on this host: from its `resume` through redirects to its one end.
+// A session's task on this host: its `resume`, its redirects and its end.
 //
-// The seam's operations may come from any thread; all else happens on the engine's thread, and every callback
-// to the outside on the session's queue.
+// Any thread may call the seam's functions. Everything else runs on the engine's thread, and every callback
+// to the caller on the session's queue.
 #pragma once
 
 #include <atomic>
@@ -35,32 +35,32 @@ class LinuxURLTask : public URLSessionTask,
   URLSessionCore& session() { return *session_; }
   const URLRequest& request() const { return request_; }  // the current one, after redirects
 
-  // Puts off the first request; an error ends the task instead.
+  // Runs before the first request; an error ends the task instead.
   virtual std::optional<Error> prepare() { return std::nullopt; }
-  // Header fields besides the usual ones, asked before each request.
+  // Additional header fields, called before each request.
   virtual std::vector<std::string> requestFields() { return {}; }
-  // The head of an answer that is no redirect to be followed.
+  // The head of an answer that isn't a redirect to follow.
   virtual Verdict acceptHead(const ResponseHead& head) = 0;
-  // A whole body has arrived; or the answer is a redirect that was refused, and no head was accepted.
+  // A whole body has arrived, or the answer is a refused redirect and no head was accepted.
   virtual void succeed() = 0;
-  // The transfer broke off. By default the task ends with that.
+  // The transfer failed. By default the task ends with that failure.
   virtual void breakOff(const CurlFailure& failure);
 
-  // Engine's thread: asks again at the current place.
+  // Engine's thread. Requests the current URL again.
   void startRequest();
-  // The end. Both do nothing after the first. `deliver` runs on the session's queue.
+  // End the task; later calls do nothing. `deliver` runs on the session's queue.
   void endWith(Error error);
   void endWith(Work deliver);
   bool isCancelled() const { return isCancelRequested_; }
-  // Tells the outside of an error; runs on the session's queue.
+  // Delivers an error to the caller; runs on the session's queue.
   virtual void deliverError(const Error& error) = 0;
-  // Deals with the files of a failed or cancelled task.
+  // Keeps or removes the files of a failed or cancelled task.
   virtual void discard(Error& /*error*/) {}
 
  private:
   const std::shared_ptr<URLSessionCore> session_;
   const int taskIdentifier_;
-  const bool wasMadeTooLate_;  // by an invalidated session
+  const bool wasMadeTooLate_;  // the session was already invalidated
   URLRequest request_;
 
   std::atomic<bool> isResumed_{false};
@@ -68,7 +68,7 @@ class LinuxURLTask : public URLSessionTask,
 
   CurlTransfer* transfer_ = nullptr;
   bool hasEnded_ = false;
-  std::optional<URLRequest> redirect_;  // where the answer that has arrived points to
+  std::optional<URLRequest> redirect_;  // the request that a received redirect asks for
   int redirectCount_ = 0;
 
   mutable Mutex responseMutex_;

@@ -23,7 +23,7 @@ constexpr std::string_view prefix = "kelo-download-";
 constexpr std::string_view suffix = ".part";
 constexpr std::size_t randomLength = 6;
 
-// The process that made a file of that name; absent for any other name.
+// The process that made a file of that name; absent for other names.
 std::optional<pid_t> makerOf(std::string_view name) {
   const auto work = NameOfWork::parse(name, prefix);
   if (!work || work->rest.size() != 1 + randomLength + suffix.size()) return std::nullopt;

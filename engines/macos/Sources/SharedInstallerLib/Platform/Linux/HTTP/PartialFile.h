@@ -1,4 +1,4 @@
-// A file in the temporary directory that a download grows in. One thread at a time.
+// The partial file of a download, in the temporary directory. One thread at a time.
 #pragma once
 
 #include <cstdint>
@@ -11,15 +11,15 @@
 
 namespace installer {
 
-// Open and locked, so that no two downloads write to one file. Destruction closes the file and leaves it.
+// Open and locked, so that no two downloads write to one file. The destructor closes the file and keeps it.
 class PartialFile {
  public:
   [[nodiscard]] static Result<std::unique_ptr<PartialFile>> create(const Path& folder);
-  // Takes up the first `length` bytes of a file that `create` made in `folder`; later bytes are cut off.
-  // Absent when that can't be: another name, not a plain file of this user, shorter, in use, gone.
+  // Opens a file that `create` made in `folder` and truncates it to `length` bytes. Null for another name,
+  // and when the file is shorter, in use, missing or not a plain file of this user.
   static std::unique_ptr<PartialFile> reopen(const Path& folder, const Path& path, std::int64_t length);
 
-  // Removes what processes that are gone have left in `folder`.
+  // Removes the files in `folder` of processes that have ended.
   static void removeOrphans(const Path& folder);
 
   ~PartialFile();
@@ -28,7 +28,7 @@ class PartialFile {
 
   const Path& path() const { return path_; }
   std::int64_t length() const { return length_; }
-  // All of `bytes`, or a failure of `ErrorDomain::url`.
+  // Appends all of `bytes`, or fails with `ErrorDomain::url`.
   [[nodiscard]] Result<> append(std::string_view bytes);
   void remove();
 

@@ -16,13 +16,13 @@ std::optional<std::int64_t> number(std::string_view text) {
   return value >= 0 ? value : std::nullopt;
 }
 
-// A scheme makes a reference absolute; libcurl takes "data:x" for a path below the base.
+// A scheme makes a reference absolute; libcurl treats "data:x" as a path below the base.
 bool isAbsoluteWithoutHost(std::string_view location) {
   const auto colon = location.find(':');
   return colon < location.find_first_of("/?#") && !location.substr(colon).starts_with("://");
 }
 
-// `location` as a browser reads it from a page at `base`.
+// `location` resolved as a browser resolves it on a page at `base`.
 std::optional<std::string> resolved(const std::string& base, const std::string& location) {
   if (isAbsoluteWithoutHost(location)) return std::nullopt;
   const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url{curl_url(), &curl_url_cleanup};

@@ -1,4 +1,4 @@
-// What the head of one HTTP response says. A plain value; libcurl has read it.
+// The head of one HTTP response, parsed by libcurl. A plain value.
 #pragma once
 
 #include <cstdint>
@@ -23,26 +23,26 @@ struct ContentRange {
 class ResponseHead {
  public:
   int status = 0;
-  URL url;                                   // that was asked
-  std::optional<std::int64_t> bodyLength{};  // as it is handed on; absent when the server doesn't say
+  URL url;                                   // of the request
+  std::optional<std::int64_t> bodyLength{};  // after decoding; absent when unknown
 
   void addField(std::string_view name, std::string_view value);
 
-  // By lower-case name; of a repeated field the last value. Null when there is none.
+  // By lower-case name; the last value of a repeated field. Null when there is none.
   const std::string* field(std::string_view name) const;
 
   bool isSuccess() const { return status >= 200 && status <= 299; }
-  // Two different lengths: where this answer ends can't be known.
+  // The head has two different lengths, so the end of the body is unknown.
   bool contradictsItself() const { return contradictsItself_; }
-  // Parts in an envelope of their own, whatever else the head says of a range.
+  // The body is a multipart envelope, even if the head also names a range.
   bool isMultipart() const;
-  // The body is stored in a coding that is decoded on its way: its length isn't the announced one, and its
-  // bytes aren't those of a range. Bodies in other codings are handed on as they come.
+  // The body has a coding that libcurl decodes: its length isn't the announced one, and its bytes aren't
+  // those of a range. Bodies in other codings are passed on unchanged.
   bool isEncoded() const;
 
   std::optional<ContentRange> contentRange() const;
-  // Where a 301, 302, 303, 307 or 308 points to, made absolute; `URL{}` for a place that isn't a strict URL.
-  // Absent for another status, and without a place.
+  // The absolute target of a 301, 302, 303, 307 or 308; `URL{}` for a target that isn't a strict URL. Absent
+  // for another status, and without a target.
   std::optional<URL> redirectTarget() const;
 
  private:

@@ -1,5 +1,5 @@
-// What a download that broke off hands over to go on from: where its bytes are, where they came from and what
-// vouches for the rest. A plain value; opaque bytes above the seam.
+// The state of an interrupted download: its partial file, its URL and its validator. A plain value; opaque
+// bytes above the seam.
 #pragma once
 
 #include <cstdint>
@@ -17,11 +17,11 @@ struct ResumeData {
   URL url;
   Path partialFile;
   Validator validator;
-  std::int64_t received = 0;          // bytes of `partialFile` that count, above zero
-  std::optional<std::int64_t> total;  // absent when the server never said
+  std::int64_t received = 0;          // valid bytes of `partialFile`, above zero
+  std::optional<std::int64_t> total;  // absent when the server didn't send it
 
   std::string encode() const;
-  // Absent for anything that `encode` can't have given.
+  // Absent for anything that isn't a result of `encode`.
   static std::optional<ResumeData> decode(std::string_view bytes);
 };
 

@@ -83,7 +83,7 @@ void URLSessionCore::forgetPartial(const Path& path) {
 }
 
 void URLSessionCore::releaseDelegateIfDone() {
-  std::shared_ptr<URLSessionDelegate> released;  // goes after the lock
+  std::shared_ptr<URLSessionDelegate> released;  // destroyed after the lock is released
   const MutexLock guard{mutex_};
   if (isInvalidated_ && running_.empty()) released = std::exchange(delegate_, nullptr);
 }

@@ -1,4 +1,4 @@
-// What a session shares with its tasks. Any thread.
+// The state that a session shares with its tasks. Any thread.
 #pragma once
 
 #include <atomic>
@@ -17,10 +17,10 @@ class LinuxURLTask;
 
 class URLSessionCore : public std::enable_shared_from_this<URLSessionCore> {
  public:
-  // What the sessions of a process have in common.
+  // Shared by the sessions of a process.
   struct Configuration {
     Path temporaryDirectory;
-    Duration requestTimeout;  // of silence, for requests that don't bring their own
+    Duration requestTimeout;  // of silence, for requests without their own
   };
 
   URLSessionCore(CurlEngine& engine, Configuration configuration,
@@ -35,7 +35,7 @@ class URLSessionCore : public std::enable_shared_from_this<URLSessionCore> {
   Duration requestTimeout() const { return configuration_.requestTimeout; }
 
   int nextTaskIdentifier() { return ++lastTaskIdentifier_; }
-  // Null without one, and once the session has let go of it.
+  // Null without one, and after the session has released it.
   std::shared_ptr<URLSessionDelegate> delegate();
 
   enum class Running { finish, cancel };
@@ -43,14 +43,14 @@ class URLSessionCore : public std::enable_shared_from_this<URLSessionCore> {
   bool isInvalidated();
   bool isCancelled();  // invalidated with `Running::cancel`
 
-  // Returns when what was posted to the engine and then to the callbacks has run.
+  // Waits until the blocks posted to the engine, and then those of the callback queue, have run.
   void drain();
 
-  // A task counts from its `resume` to its last callback.
+  // A task counts as running from its `resume` to its last callback.
   void taskStarted(const std::shared_ptr<LinuxURLTask>& task);
   void taskEnded(const std::shared_ptr<LinuxURLTask>& task);
 
-  // Partial files that wait for a resumed download. They go when the session is invalidated.
+  // Keeps a partial file for a resumed download. Invalidating the session removes it.
   void keepPartial(const Path& path);
   void forgetPartial(const Path& path);
 

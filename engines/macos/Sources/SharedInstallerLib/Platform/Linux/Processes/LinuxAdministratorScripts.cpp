@@ -38,7 +38,7 @@ std::optional<std::string> statementCommand(std::string_view source) {
   return unescaped(source);
 }
 
-// Programs print what they like; the dictionary is text that can be written as JSON.
+// A program's output may be any bytes; the dictionary must be valid UTF-8 for JSON.
 Json readableText(const std::string& bytes) {
   return Json::parse(Json(bytes).dump(-1, ' ', false, Json::error_handler_t::replace));
 }
@@ -50,7 +50,7 @@ Json errorDictionary(int number, const std::string& message) {
 
 class LinuxAdministratorScript : public AdministratorScript {
  public:
-  // Without a `statement` it is the script with the handler.
+  // Without a `statement` this is the script with the handler.
   LinuxAdministratorScript(const AdministratorPrompt& prompt, std::optional<std::string> statement)
       : shell_{prompt}, statement_{std::move(statement)} {}
 
@@ -60,7 +60,7 @@ class LinuxAdministratorScript : public AdministratorScript {
     return run(argument);
   }
 
-  // A script of handlers alone has nothing to execute, and that is no error.
+  // A script with only a handler has nothing to execute; this isn't an error.
   ScriptErrorDictionary execute() override { return statement_ ? run(*statement_) : std::nullopt; }
 
  private:

@@ -12,7 +12,7 @@ struct CapturePipes {
   Pipe errorOutput;
 };
 
-// Pipes as far as `captured` needs them.
+// Only the pipes that `captured` needs.
 Result<CapturePipes> makePipes(CapturedOutput captured, const Path& program) {
   CapturePipes pipes;
   if (captured == CapturedOutput::none) return pipes;

@@ -11,8 +11,8 @@ namespace {
 
 void send(const RunningApplication& application, int signal) {
   const auto process = std::static_pointer_cast<FileDescriptor>(application.handle);
-  // A process that has ended meanwhile needs no signal, and one that may not be signalled is met again by the
-  // caller's next look.
+  // Failures are ignored: an ended process needs no signal, and the caller's next query finds a process that
+  // may not be signalled.
   if (process != nullptr) (void)signalProcess(*process, signal);
 }
 
@@ -26,7 +26,7 @@ std::optional<std::string> nameOf(const Bundle& bundle) {
 std::vector<RunningApplication> LinuxRunningApplications::instances(const std::string& bundleIdentifier) {
   std::vector<RunningApplication> found;
   for (const pid_t process : visibleProcesses()) {
-    // Held before anything is read: if it still runs afterwards, what was read is about this very process.
+    // Opened before anything is read: if the process still runs afterwards, the values read are its own.
     auto handle = std::make_shared<FileDescriptor>(holdProcess(process));
     if (!*handle) continue;
     const auto path = bundleOfProcess(process);

@@ -14,9 +14,9 @@ namespace {
 
 constexpr std::array stopSignals{SIGINT, SIGTERM, SIGHUP};
 
-int event = -1;  // made before the first signal can arrive, and open for good
+int event = -1;  // created before the first signal can arrive; never closed
 
-// The first request is posted to the main queue. From then on each signal has its usual effect, so that the
+// The first request is posted to the main queue. Afterwards each signal has its default effect, so that the
 // second ends the process even if the main queue is never served again.
 void onRequest(int) {
   const int kept = errno;
@@ -34,7 +34,7 @@ void onRequest(int) {
 
 void LinuxSignals::onTerminationRequest(Work handler) {
   if (event < 0) event = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-  // The event is taken back, so that a later caller starts from nothing.
+  // The event is reset, so that a later caller gets only later requests.
   dispatch_.asyncMainWhenReadable(event, [handler = std::move(handler)] {
     std::uint64_t count = 0;
     (void)!::read(event, &count, sizeof count);

@@ -17,9 +17,9 @@
 namespace installer {
 namespace {
 
-// The shell's own program. It reports that it runs (without that report the prompt was refused), and then
-// reads one command per line, with line feeds and backslashes escaped, and writes each exit status after
-// the command's output. A Ctrl-C at the terminal is left to the engine; it must not cut a command short.
+// The shell's program. It reports that it runs (without that report the prompt was refused), then reads one
+// command per line, with line feeds and backslashes escaped, and writes each exit status after the command's
+// output. It ignores a Ctrl-C at the terminal, which must not interrupt a command; the engine handles it.
 constexpr auto kShellProgram = R"(trap '' INT HUP QUIT
 IFS= read -r token || exit 0
 printf '\n%s ready\n' "$token"
@@ -64,7 +64,7 @@ SpawnRequest requestFor(const AdministratorPrompt& prompt) {
   SpawnRequest request;
   request.program = all.front();
   request.arguments.assign(all.begin() + 1, all.end());
-  // In our own group, so that a prompt that asks at the terminal may read from it.
+  // In our own group, so that a prompt on the terminal may read from it.
   request.group = SpawnRequest::Group::shared;
   if (!prompt.askpass.empty()) request.extraEnvironment.push_back("SUDO_ASKPASS=" + prompt.askpass);
   return request;
@@ -100,7 +100,7 @@ std::optional<PrivilegedShell::Failure> PrivilegedShell::run(const std::string& 
 }
 
 std::optional<PrivilegedShell::Failure> PrivilegedShell::start() {
-  // sudo would end as if the person had refused.
+  // With such a helper sudo would end as after a refusal by the user.
   if (!prompt_.askpass.empty() && ::access(prompt_.askpass.c_str(), X_OK) != 0) {
     return Failure{false, cannotStart, launchError(errno, prompt_.askpass).localizedDescription};
   }
@@ -122,15 +122,15 @@ std::optional<PrivilegedShell::Failure> PrivilegedShell::start() {
   requests.reading.reset();
   unread_.clear();
   token_ = freshToken();
-  // A prompt that has ended already takes no token; then the answer is the end of its output.
+  // Failures are ignored: a prompt that has ended doesn't read the token, and its output then ends.
   (void)send(token_ + '\n');
   const Answer answer = receive();
   if (answer.line) return std::nullopt;
   return refusedStart(withoutTrailingLineFeeds(answer.printed));
 }
 
-// The shell never reported, so the prompt gave no access. pkexec tells a dismissal (126) from a refusal by
-// the rules of the machine; the others don't, and who can't give a password has said no.
+// The shell sent no report, so the prompt gave no access. pkexec distinguishes a dismissal (126) from a
+// refusal by the machine's rules; for the other prompts each refusal counts as a dismissal.
 PrivilegedShell::Failure PrivilegedShell::refusedStart(const std::string& printed) {
   const int status = end();
   const bool dismissed = !isPkexec(prompt_) || status == pkexecDismissed;
@@ -163,7 +163,7 @@ PrivilegedShell::Answer PrivilegedShell::receive() {
       unread_.erase(0, end + 1);
       return answer;
     }
-    // What can't belong to the shell's own line is the command's, and isn't searched again.
+    // Output that can't be part of the shell's own line belongs to the command and isn't searched again.
     const auto settled = std::min(at, unread_.size() - std::min(unread_.size(), beginning.size()));
     printed.append({unread_.data(), settled});
     unread_.erase(0, settled);

@@ -6,7 +6,7 @@
 
 namespace installer {
 
-// By number: the C library's own header for these calls isn't fit for C++.
+// By number: the C library's header for these calls doesn't compile as C++.
 FileDescriptor holdProcess(pid_t process) {
   return FileDescriptor{static_cast<int>(::syscall(SYS_pidfd_open, process, 0U))};
 }

@@ -1,4 +1,4 @@
-// A hold on one process by pidfd, which a reused process identifier can't fool.
+// A handle of one process by pidfd; it never refers to a later process with the same identifier.
 #pragma once
 
 #include <sys/types.h>
@@ -7,13 +7,13 @@
 
 namespace installer {
 
-// The process that bears the number now; invalid when there is none.
+// The current process with this identifier; invalid when there is none.
 FileDescriptor holdProcess(pid_t process);
 
-// True until the process has ended, whether or not it was collected.
+// True until the process has ended, also if it isn't reaped yet.
 bool isRunning(const FileDescriptor& process);
 
-// False with errno set, ESRCH when it has ended.
+// False with errno set; ESRCH when the process has ended.
 bool signalProcess(const FileDescriptor& process, int signal);
 
 }  // namespace installer

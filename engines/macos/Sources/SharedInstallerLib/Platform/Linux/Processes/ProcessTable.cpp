@@ -30,13 +30,13 @@ std::optional<Path> realPath(const Path& path) {
 
 std::optional<Path> executableOf(pid_t process) {
   auto path = linkTarget(fmt::format("/proc/{}/exe", process));
-  // Replaced or removed while it runs; the bundle around it may still exist.
+  // The executable was replaced or removed while it runs; its bundle may still exist.
   constexpr std::string_view deleted = " (deleted)";
   if (path && path->ends_with(deleted)) path->resize(path->size() - deleted.size());
   return path;
 }
 
-// The first arguments of the process; a path in them is no longer than this.
+// The first arguments of the process. The read is long enough for any path in them.
 std::vector<std::string> firstArgumentsOf(pid_t process) {
   constexpr std::size_t enough = 3UL * PATH_MAX;
   std::vector<std::string> arguments;
@@ -75,7 +75,7 @@ std::optional<std::string> interpreterOf(const Path& script) {
   return lastPathComponent(parts[0]) == "env" && parts.size() > 1 ? parts[1] : parts[0];
 }
 
-// Is `executable` what `interpreter` names? Names are looked up in the usual folders of programs.
+// True when `interpreter` names `executable`. A bare name is looked up in the usual folders of programs.
 bool runsAs(const Path& executable, const std::string& interpreter) {
   if (interpreter.starts_with('/')) return realPath(interpreter) == executable;
   for (const char* const folder : {"/usr/local/bin", "/usr/bin", "/bin"}) {
@@ -84,9 +84,9 @@ bool runsAs(const Path& executable, const std::string& interpreter) {
   return false;
 }
 
-// The bundle of the script that `executable` is running: an interpreter gets it as its first or, after an
-// option of the script's first line, second argument. An editor that has the script open isn't its
-// interpreter.
+// The bundle of the script that `executable` runs: an interpreter gets it as its first argument or, after an
+// option of the script's first line, its second. The check of the interpreter excludes an editor that has the
+// script open.
 std::optional<Path> bundleOfScript(pid_t process, const Path& executable) {
   const auto arguments = firstArgumentsOf(process);
   for (std::size_t index = 1; index < arguments.size() && index <= 2; ++index) {

@@ -1,4 +1,4 @@
-// What /proc says about processes.
+// Facts about processes from /proc.
 #pragma once
 
 #include <optional>
@@ -9,7 +9,7 @@
 
 namespace installer {
 
-// Processes that may be asked about: the effective user's own, everybody's for root; without this one.
+// The effective user's processes, or all for root; without this process.
 std::vector<pid_t> visibleProcesses();
 
 // The bundle that `process` runs from: the innermost "X.app" in whose "Contents/MacOS" its executable is,
