@@ -1,6 +1,6 @@
-// host-calls ROOT copy FROM TO | remove PATH | digest FILE | log THREADS LINES | events COUNT: one of the
-// engine's calls on this machine, alone. Prints "seconds peak-kilobytes" on standard error. bench.py compares
-// them with other programs.
+// host-calls ROOT copy FROM TO | remove PATH | digest FILE | log THREADS LINES | events COUNT: runs one of
+// the engine's calls and prints "peak N kB" on standard error. bench.py compares the figures with those of
+// other programs.
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -44,7 +44,7 @@ bool emitMany(int count) {
   return true;
 }
 
-// Anything but a digest that a file could have by chance: the whole file is read either way.
+// Compares with a digest that no file has; the whole file is read in any case.
 bool digest(const Path& file) {
   return !ChecksumVerifier::verifyFileChecksum(file, std::string(64, '0'));
 }
@@ -59,7 +59,7 @@ bool run(const std::vector<std::string>& words) {
   return false;
 }
 
-// Of this program's own memory: getrusage would count what the process had before it became this program.
+// The peak of this program's memory. getrusage also counts the process's memory before its exec.
 std::string peakKilobytes() {
   std::ifstream status{"/proc/self/status"};
   for (std::string word; status >> word;) {

@@ -1,5 +1,5 @@
 // url-session-fetch ROOT AUTHORITY HOST=ADDRESS URL: downloads once through the host's URL session and prints
-// "seconds bytes peak-kilobytes". What bench.py compares with curl.
+// "seconds bytes peak-kilobytes". bench.py compares the figures with curl's.
 #include <chrono>
 #include <cstdio>
 #include <filesystem>

@@ -1,5 +1,5 @@
-// The part of fmt that isn't templates. Its headers could carry that too, into every source that includes
-// them, at three times the time to compile; here it is compiled once.
+// The part of fmt that isn't templates, compiled once. The header-only mode would compile it in every source,
+// at three times the compile time.
 #include <fmt/format-inl.h>
 
 FMT_BEGIN_NAMESPACE

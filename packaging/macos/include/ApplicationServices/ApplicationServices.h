@@ -3,5 +3,5 @@
 
 #include <CoreServices/CoreServices.h>
 
-// The low half of a process serial number whose high half is zero: the process that asks.
+// The low half of a process serial number whose high half is zero: the calling process.
 enum { kCurrentProcess = 2 };

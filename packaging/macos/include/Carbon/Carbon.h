@@ -1,5 +1,5 @@
-// The constants of Carbon that the macOS host uses, declared in our own words: how AppleScript spells the
-// call of a handler as an Apple event. Numbers only; nothing of Carbon is linked.
+// The constants of Carbon that the macOS host uses, declared in our own words: the codes of the Apple event
+// that calls a handler of a script. Numbers only; Carbon isn't linked.
 #pragma once
 
 #include <ApplicationServices/ApplicationServices.h>

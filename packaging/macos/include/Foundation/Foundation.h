@@ -1,5 +1,5 @@
 // The classes, selectors, functions and constants of Foundation that the macOS host uses, and no others,
-// declared in our own words. On a Mac the SDK's header stands in this one's place.
+// declared in our own words. On a Mac the SDK's header is used instead.
 #pragma once
 
 #include <CoreFoundation/CoreFoundation.h>

@@ -1,4 +1,4 @@
-// A failure is a value. No exception crosses a service of the seam, and nothing drops a Result silently.
+// A failure is a value. No exception crosses a service of the seam, and a Result can't be dropped silently.
 #pragma once
 
 #include <cstdint>
@@ -9,25 +9,25 @@
 
 namespace installer {
 
-// The domains that the engine tells apart. A host maps its own failures to these.
+// The domains that the engine distinguishes. A host maps its own failures to them.
 namespace ErrorDomain {
 inline constexpr std::string_view cocoa = "NSCocoaErrorDomain";
 inline constexpr std::string_view posix = "NSPOSIXErrorDomain";
 inline constexpr std::string_view url = "NSURLErrorDomain";
 }  // namespace ErrorDomain
 
-// Codes of `ErrorDomain::cocoa` that a host gives for files.
+// The codes of `ErrorDomain::cocoa` for files.
 namespace CocoaError {
-inline constexpr std::int64_t fileNoSuchFile = 4;     // the item to remove, move or copy isn't there
-inline constexpr std::int64_t fileReadUnknown = 256;  // reading failed in a way without a code of its own
-inline constexpr std::int64_t fileReadNoPermission = 257;  // may not read it
-inline constexpr std::int64_t fileReadNoSuchFile = 260;    // the file to read isn't there
-inline constexpr std::int64_t fileReadCorrupt = 259;       // the bytes aren't in the promised format
-inline constexpr std::int64_t fileWriteUnknown = 512;  // writing failed in a way without a code of its own
-inline constexpr std::int64_t fileWriteNoPermission = 513;    // may not write, remove or move it
-inline constexpr std::int64_t fileWriteFileExists = 516;      // the destination already exists
-inline constexpr std::int64_t fileWriteOutOfSpace = 640;      // the volume is full
-inline constexpr std::int64_t fileWriteVolumeReadOnly = 642;  // the volume takes no writes
+inline constexpr std::int64_t fileNoSuchFile = 4;           // the item to remove, move or copy doesn't exist
+inline constexpr std::int64_t fileReadUnknown = 256;        // any other read failure
+inline constexpr std::int64_t fileReadNoPermission = 257;   // may not read it
+inline constexpr std::int64_t fileReadNoSuchFile = 260;     // the file to read doesn't exist
+inline constexpr std::int64_t fileReadCorrupt = 259;        // the bytes aren't in the expected format
+inline constexpr std::int64_t fileWriteUnknown = 512;       // any other write failure
+inline constexpr std::int64_t fileWriteNoPermission = 513;  // may not write, remove or move it
+inline constexpr std::int64_t fileWriteFileExists = 516;    // the destination already exists
+inline constexpr std::int64_t fileWriteOutOfSpace = 640;    // the volume is full
+inline constexpr std::int64_t fileWriteVolumeReadOnly = 642;  // the volume is read-only
 }  // namespace CocoaError
 
 // Codes of `ErrorDomain::url`.
@@ -54,11 +54,11 @@ inline constexpr std::int64_t cannotWriteToFile = -3003;
 }  // namespace URLErrorCode
 
 struct Error {
-  std::string domain;                // one of ErrorDomain, or a host's own
-  std::int64_t code = 0;             // meaningful within `domain` only
+  std::string domain;                // one of ErrorDomain, or one of the host
+  std::int64_t code = 0;             // valid within `domain` only
   std::string localizedDescription;  // a sentence for a person and for the log
-  // What a failed download hands over to go on from; null when there is nothing to resume.
-  // Opaque to the engine: it is given back to `URLSession::downloadTaskWithResumeData` as it came.
+  // The resume data of a failed download; null when it can't be resumed. Opaque to the engine, which passes
+  // it to `URLSession::downloadTaskWithResumeData` unchanged.
   std::shared_ptr<const std::string> downloadResumeData;
 
   bool is(std::string_view otherDomain, std::int64_t otherCode) const {

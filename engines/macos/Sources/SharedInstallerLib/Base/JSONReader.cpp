@@ -18,7 +18,7 @@ std::unexpected<Error> refused(std::string reason) {
   return failure(ErrorDomain::cocoa, CocoaError::fileReadCorrupt, std::move(reason));
 }
 
-// Of the string at the start of `bytes`, with its quotes; all of `bytes` when it doesn't end.
+// The length of the string at the start of `bytes`, with its quotes; all of `bytes` when it doesn't end.
 std::size_t stringLength(std::string_view bytes) {
   for (std::size_t i = 1; i < bytes.size(); ++i) {
     if (bytes[i] == '"') return i + 1;
@@ -27,8 +27,8 @@ std::size_t stringLength(std::string_view bytes) {
   return bytes.size();
 }
 
-// Counts brackets outside strings, and so needs no memory however deep they nest. Text that isn't JSON may be
-// miscounted; the parser refuses it anyway.
+// Counts brackets outside strings, which needs no memory at any depth. The count can be wrong for text that
+// isn't JSON; the parser refuses such text.
 bool nestsDeeperThan(std::size_t limit, std::string_view bytes) {
   std::size_t depth = 0;
   for (std::size_t i = 0; i < bytes.size(); ++i) {
@@ -40,15 +40,15 @@ bool nestsDeeperThan(std::size_t limit, std::string_view bytes) {
   return false;
 }
 
-// The code unit that an escape at the start of `text` names, as in `\u00e9`; 0 when none is there.
+// The code unit of the escape at the start of `text`, such as `\u00e9`; 0 when there is none.
 unsigned escapedUnit(std::string_view text) {
   constexpr std::size_t length = 6;
   if (text.size() < length || !text.starts_with("\\u")) return 0;
   return wholeNumber<unsigned>(text.substr(2, length - 2), 16).value_or(0);
 }
 
-// Doubles the backslash of each escape that names half of a surrogate pair without the other half, so that
-// the escape is kept as it was spelled.
+// Doubles the backslash of each escape of half a surrogate pair without the other half, which keeps the
+// escape's spelling as text.
 std::string withLoneSurrogatesSpelled(std::string_view string) {
   std::string spelled;
   while (!string.empty()) {
@@ -64,7 +64,7 @@ std::string withLoneSurrogatesSpelled(std::string_view string) {
   return spelled;
 }
 
-// Of the token at the start of `bytes`: a whole string, a whole number, or one character.
+// The length of the token at the start of `bytes`: a whole string, a whole number, or one character.
 std::size_t tokenLength(std::string_view bytes) {
   const char first = bytes.front();
   if (first == '"') return stringLength(bytes);
@@ -72,7 +72,7 @@ std::size_t tokenLength(std::string_view bytes) {
   return std::min(bytes.find_first_not_of("+-.0123456789eE"), bytes.size());
 }
 
-// The parser reports the range before it looks at what follows the number, so the whole token is tested
+// The parser reports the range before it checks the characters after the number, so the whole token is tested
 // first.
 bool isNumberOutOfRange(std::string_view token) {
   const std::string text{token};
@@ -87,8 +87,8 @@ bool isNumberOutOfRange(std::string_view token) {
   }
 }
 
-// `token`, or its replacement when no value can hold it: for a value a fraction, which is of a type
-// that no key takes; for a key its own spelling.
+// `token`, or its replacement when no JSON value can hold it: a fraction for a value, because no key accepts
+// one; its own spelling for a key.
 std::string withoutBadValue(std::string_view token, std::string_view rest) {
   constexpr std::string_view fraction = "0.5";
   if (token.front() != '"') return std::string{isNumberOutOfRange(token) ? fraction : token};
@@ -99,8 +99,8 @@ std::string withoutBadValue(std::string_view token, std::string_view rest) {
   return isBadValue ? std::string{fraction} : spelled;
 }
 
-// Numbers out of range and strings with half of a surrogate pair are allowed by JSON's grammar, but the
-// parser refuses the whole text for them.
+// Replaces numbers out of range and strings with half of a surrogate pair. JSON's grammar allows them, but
+// the parser refuses the whole text.
 std::string withoutBadValues(std::string_view bytes) {
   std::string text;
   while (!bytes.empty()) {
@@ -129,7 +129,7 @@ Result<Json> parse(std::string_view bytes, BadValues badValues) {
   if (bytes.size() > maximumBytes) {
     return refused(fmt::format("The JSON text of {} bytes is too long.", bytes.size()));
   }
-  // The parser takes a NUL byte for the end of the text.
+  // The parser treats a NUL byte as the end of the text.
   if (const auto nul = bytes.find('\0'); nul != std::string_view::npos) {
     return refused(fmt::format("The text isn't valid JSON around byte {}.", nul + 1));
   }

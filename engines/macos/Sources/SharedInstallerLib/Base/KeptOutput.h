@@ -6,19 +6,19 @@
 
 namespace installer {
 
-// What is kept of a program's output: all of it, or of more than `kLongest` bytes the first and the last half
-// of that, with a line between them that says how many bytes are left out.
+// A program's output, limited in length: of more than `kLongest` bytes the first and the last `kLongest` / 2
+// are kept, with a line between them that has the number of bytes left out.
 class KeptOutput {
  public:
   static constexpr std::size_t kLongest = 512UL * 1024;
 
   void append(std::string_view bytes);
-  // Takes the text out; nothing is kept afterwards.
+  // Moves the text out.
   std::string take();
 
  private:
   std::string first_;
-  std::string last_;  // up to twice its share, so that it is cut seldom
+  std::string last_;  // up to twice its share, so that it is rarely cut
   std::size_t leftOut_ = 0;
 
   void cutLast();

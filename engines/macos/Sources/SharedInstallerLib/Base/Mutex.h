@@ -1,8 +1,8 @@
-// Mutexes whose use clang checks: with -Wthread-safety, a field that is marked GUARDED_BY(mutex) can be
-// touched only where a `MutexLock` of that mutex is in scope, or in a function marked REQUIRES(mutex).
-// Constructors and destructors are exempt. Other compilers ignore the marks.
+// Mutexes whose use clang checks: with -Wthread-safety, a field marked GUARDED_BY(mutex) can be accessed only
+// while a `MutexLock` of that mutex is in scope, or in a function marked REQUIRES(mutex). Constructors and
+// destructors are exempt. Other compilers ignore the marks.
 //
-// A lambda is checked as a function of its own, so a wait is a loop around `Condition::wait`, without a
+// Clang checks a lambda as a separate function, so a wait is a loop around `Condition::wait`, without a
 // predicate.
 #pragma once
 
@@ -65,8 +65,7 @@ class THREAD_SAFETY(scoped_lockable) MutexLock {
   bool isHeld_ = true;
 };
 
-// What the holder of a mutex waits on. A wait releases the mutex meanwhile, and may end without a
-// notification.
+// A condition variable. A wait releases the mutex meanwhile, and may end without a notification.
 class Condition {
  public:
   void notifyOne() { changed_.notify_one(); }

@@ -1,5 +1,5 @@
-// Paths as text, the way every service of the seam takes them.
-// A path is absolute UTF-8 with "/" between components. Nothing here touches the disk or resolves links.
+// Paths as text, as all services of the seam use them. A path is absolute UTF-8 with "/" between components.
+// These functions don't access the disk or resolve links.
 #pragma once
 
 #include <string>
@@ -18,7 +18,7 @@ std::string lastPathComponent(std::string_view path);
 // "/a/b" -> "/a"; "/a" -> "/"; "/" -> "/"; "a" -> "".
 Path parentFolder(std::string_view path);
 
-// True for a name that stays in the folder it is joined to: not empty, no "/", no NUL, neither "." nor "..".
+// True for a name of an entry in the folder that it is joined to: not empty, no "/", no NUL, not "." or "..".
 bool isPlainFileName(std::string_view name);
 
 }  // namespace installer

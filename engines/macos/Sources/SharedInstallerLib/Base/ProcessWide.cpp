@@ -13,7 +13,7 @@ struct Forgetters {
   std::vector<std::function<void()>> entries GUARDED_BY(mutex);
 };
 
-// Never destroyed: a worker may make its first process-wide value while the process exits.
+// Never destroyed: a worker may create a process-wide value while the process exits.
 Forgetters& forgetters() {
   static auto* const instance = new Forgetters;
   return *instance;

@@ -1,8 +1,8 @@
-// A value that is made at first use and then stays as long as the process: the configuration, the catalog,
-// the manifest, the logger.
+// A value that is created at first use and exists until the process ends: the configuration, the catalog, the
+// manifest, the logger.
 //
-// Any thread may ask first; it is made once. It is never destroyed at exit, because a worker or the listener
-// may still be using it then. A test that installs another machine gets a fresh value with it.
+// Any thread may use it first; it is created once. It isn't destroyed at exit, because a worker or the
+// listener may still use it then. A test that installs another machine gets a new value.
 #pragma once
 
 #include <functional>
@@ -13,11 +13,11 @@
 
 namespace installer {
 
-// Runs `forget` once, at the next `forgetProcessWide`, the latest addition first. Any thread.
+// Runs `forget` once, at the next `forgetProcessWide`, in reverse order of the calls. Any thread.
 void atForgetting(std::function<void()> forget);
 
-// Forgets every process-wide value. No other thread may be using one. For the change of machines; a process
-// that installs one machine for life never forgets any.
+// Destroys every process-wide value. No other thread may use one meanwhile. Only a change of machines calls
+// this, so a process with one machine never does.
 void forgetProcessWide();
 
 template <class T>
@@ -40,7 +40,7 @@ class ProcessWide {
  private:
   Make make_;
   Mutex mutex_;
-  T* value_ GUARDED_BY(mutex_) = nullptr;  // not destroyed at exit, by design
+  T* value_ GUARDED_BY(mutex_) = nullptr;  // intentionally not destroyed at exit
 
   void forget() {
     const MutexLock lock{mutex_};

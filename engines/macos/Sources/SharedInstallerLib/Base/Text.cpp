@@ -15,19 +15,19 @@ bool isContinuation(char c) {
   return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
 }
 
-// A character of C0, C1 or DEL.
+// True for a character of C0 or C1, and for DEL.
 bool isControl(std::string_view character) {
   const auto first = static_cast<unsigned char>(character.front());
   if (character.size() == 1) return first < 0x20U || first == 0x7FU;
   return first == 0xC2U && static_cast<unsigned char>(character[1]) < 0xA0U;
 }
 
-// Every blank that Unicode knows, and the tab.
+// All blanks of Unicode, and the tab.
 constexpr std::array<std::string_view, 18> kBlanks{
     " ",      "\t",     "\u00A0", "\u1680", "\u2000", "\u2001", "\u2002", "\u2003", "\u2004",
     "\u2005", "\u2006", "\u2007", "\u2008", "\u2009", "\u200A", "\u202F", "\u205F", "\u3000"};
 
-// Bytes of the first blank that `fits`; 0 when none does.
+// The length in bytes of the first blank for which `fits` is true; 0 when there is none.
 std::size_t blankLength(auto fits) {
   const auto* const blank = std::ranges::find_if(kBlanks, fits);
   return blank == kBlanks.end() ? 0 : blank->size();

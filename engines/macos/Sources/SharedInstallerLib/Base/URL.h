@@ -1,6 +1,5 @@
-// A URL as RFC 3986 defines it, parsed strictly: what this reader can't take apart without doubt isn't a URL.
-// The host that fetches is given these parts, so that the judged address is the one that is used. `URL{}`,
-// without a scheme and a host, means an address that can't be read.
+// A URL of RFC 3986, parsed strictly: ambiguous text isn't a URL. The host fetches this object, so that the
+// checked address is the one used. `URL{}`, without a scheme and a host, means an unreadable address.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +15,7 @@ class URL {
   // A reference without a scheme or host is a URL whose `scheme` or `host` is absent.
   static std::optional<URL> parse(std::string_view text);
 
-  const std::string& absoluteString() const { return text_; }  // as it was written
+  const std::string& absoluteString() const { return text_; }  // as written
   const std::optional<std::string>& scheme() const { return scheme_; }
   const std::optional<std::string>& host() const { return host_; }  // without user, port and IPv6 brackets
   std::optional<std::uint16_t> port() const { return port_; }
@@ -25,8 +24,8 @@ class URL {
   // The last segment of the path, decoded; empty when there is none.
   std::string lastPathComponent() const;
 
-  // This URL with "/" + `component` appended to its path; query and fragment are dropped. What may not stand
-  // in a path is percent-encoded; a "/" in `component` separates segments.
+  // This URL with "/" + `component` appended to its path; query and fragment are dropped. Characters that a
+  // path can't have are percent-encoded; a "/" in `component` separates segments.
   URL appendingPathComponent(std::string_view component) const;
 
   friend bool operator==(const URL& a, const URL& b) { return a.text_ == b.text_; }

@@ -12,8 +12,8 @@ class PropertyList {
  public:
   virtual ~PropertyList() = default;
 
-  // Dictionaries, arrays, strings, booleans, integers and reals as JSON; data as a JSON binary; dates as
-  // seconds since 1970. Any malformed or over-deep input is `CocoaError::fileReadCorrupt`.
+  // Gives dictionaries, arrays, strings, booleans, integers and reals as JSON, data as a JSON binary, and
+  // dates as seconds since 1970. Malformed or too deep input fails with `CocoaError::fileReadCorrupt`.
   [[nodiscard]] virtual Result<Json> parse(std::string_view bytes) = 0;
 };
 

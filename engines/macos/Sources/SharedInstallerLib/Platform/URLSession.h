@@ -2,8 +2,9 @@
 //
 // Threads: any thread may create, resume and cancel tasks. The callbacks of one session, including
 // completions of data tasks, run one at a time, in order, on the session's own queue; never inside the call
-// that created, resumed or cancelled the task. Ownership: a session keeps its delegate alive until it is
-// invalidated and its last task has ended. Errors are `ErrorDomain::url`, with the codes of `URLErrorCode`.
+// that created, resumed or cancelled the task.
+// Ownership: a session keeps its delegate alive until it is invalidated and its last task has ended.
+// Errors are `ErrorDomain::url`, with the codes of `URLErrorCode`.
 #pragma once
 
 #include <cstdint>

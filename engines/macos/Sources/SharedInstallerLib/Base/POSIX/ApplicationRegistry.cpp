@@ -28,7 +28,7 @@ Path withoutTrailingSlashes(Path path) {
   return path;
 }
 
-// Held from making to destruction, among threads and processes.
+// Excludes other threads and processes from construction to destruction.
 class Lock {
  public:
   explicit Lock(const Path& file)
@@ -53,8 +53,8 @@ std::string textOf(const std::vector<RegisteredApplication>& applications) {
   for (const auto& [path, identifier] : applications) {
     list.push_back({{"path", path}, {"identifier", identifier}});
   }
-  // A name that isn't UTF-8 can't be told in JSON: it is written with replacement characters and then leads
-  // nowhere, like any stale entry.
+  // JSON can't hold a name that isn't UTF-8: it is written with replacement characters and is then a stale
+  // entry.
   return Json{{"applications", list}}.dump(2, ' ', false, Json::error_handler_t::replace) + '\n';
 }
 

@@ -24,7 +24,7 @@ class FileDescriptor {
   int get() const { return descriptor_; }
   int release() { return std::exchange(descriptor_, -1); }
 
-  // Keeps errno, so that a failure can be reported after its descriptors have gone.
+  // Keeps errno, so that a failure can be reported after its descriptors are closed.
   void reset(int descriptor = -1) {
     const int kept = errno;
     if (descriptor_ >= 0) ::close(descriptor_);
@@ -36,7 +36,7 @@ class FileDescriptor {
   int descriptor_ = -1;
 };
 
-// Repeats a system call that a signal interrupted.
+// Repeats a system call while a signal interrupts it.
 template <class Call>
 auto retryInterrupted(Call call) {
   for (;;) {

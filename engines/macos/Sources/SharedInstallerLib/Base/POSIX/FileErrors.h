@@ -9,11 +9,11 @@
 
 namespace installer {
 
-// Which codes a failure gets: EACCES is 257 while reading and 513 while writing.
+// Selects the code of a failure: EACCES is 257 for a read and 513 for a write.
 enum class FileAccess { read, write };
 
-// The error of `number` (an errno) at `path`. `deed` completes "couldn't be ...", such as "removed". The
-// description also holds the domain and the code, so that every log line that quotes it names the cause.
+// The error of `number` (an errno) at `path`. `deed` completes "couldn't be ...", for example "removed". The
+// description also has the domain and the code, so that every log line with it names the cause.
 Error fileError(FileAccess access, int number, const Path& path, std::string_view deed);
 
 inline std::unexpected<Error> fileFailure(FileAccess access, int number, const Path& path,
@@ -21,7 +21,7 @@ inline std::unexpected<Error> fileFailure(FileAccess access, int number, const P
   return std::unexpected(fileError(access, number, path, deed));
 }
 
-// What the C library says about an errno; any thread.
+// The C library's text for an errno; any thread.
 std::string errnoText(int number);
 
 }  // namespace installer

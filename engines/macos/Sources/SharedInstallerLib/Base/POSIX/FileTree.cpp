@@ -23,7 +23,7 @@ bool removeContents(int folder, TreeOwner owner, int levels) {
 
 bool removeEntry(int folder, const char* name, TreeOwner owner, int levels) {
   if (::unlinkat(folder, name, 0) == 0) return true;
-  // A directory says EISDIR on Linux and EPERM elsewhere; what it really is decides.
+  // For a directory this fails with EISDIR on Linux and EPERM elsewhere, so its type is checked instead.
   const int refusal = errno;
   const auto status = linkStatus(folder, name);
   if (!status) return false;
@@ -70,7 +70,7 @@ std::optional<struct stat> linkStatus(int folder, const char* name) {
 }
 
 std::optional<std::vector<std::string>> namesIn(int folder) {
-  // A description of its own: a duplicate would share the reading position.
+  // A new open file description: a duplicate would share the read position.
   FileDescriptor own{::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
   if (!own) return std::nullopt;
   const std::unique_ptr<DIR, int (*)(DIR*)> stream{::fdopendir(own.get()), &::closedir};
@@ -114,7 +114,7 @@ bool writeAll(int descriptor, std::string_view bytes) {
   return true;
 }
 
-// Another process may be removing the same tree.
+// ENOENT is a success: another process may be removing the same tree.
 bool removeTree(int folder, const char* name, TreeOwner owner, int levels) {
   return removeEntry(folder, name, owner, levels) || errno == ENOENT;
 }

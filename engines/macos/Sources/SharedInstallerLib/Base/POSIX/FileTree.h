@@ -1,4 +1,4 @@
-// What the parts of the file system share about paths and trees.
+// Functions for paths and trees, shared by the parts of the file system.
 #pragma once
 
 #include <optional>
@@ -11,11 +11,11 @@
 
 namespace installer {
 
-// How many folders deep a tree is walked: more than any bundle has. A copy holds two descriptors for each
-// folder that it is in, and a process may have no more than 256. Deeper items fail with ENAMETOOLONG.
+// The greatest depth of a tree, in folders; more than any bundle has. A copy holds two descriptors per level,
+// and a process may be limited to 256. Deeper items fail with ENAMETOOLONG.
 inline constexpr int deepestFolder = 100;
 
-// `path` without trailing slashes, which would follow a link; absent for a path that can't be one.
+// `path` without trailing slashes, which would follow a link; absent for an invalid path.
 std::optional<Path> usablePath(const Path& path);
 
 // The process's working directory; "/" when that was removed.
@@ -28,19 +28,18 @@ std::optional<struct stat> linkStatus(int folder, const char* name);
 // Reads from the start each time and leaves `folder` open.
 std::optional<std::vector<std::string>> namesIn(int folder);
 
-// Opens the directory `name` of `folder`, not through a link.
+// Opens the directory `name` of `folder`. Doesn't follow a link.
 FileDescriptor openFolder(int folder, const char* name);
 
-// A regular file for reading; absent with errno set. Not blocking at the opening, so that a pipe under the
-// name can't hold us up.
+// Opens a regular file for reading; absent with errno set. Doesn't block when `path` is a pipe.
 FileDescriptor openRegular(const Path& path);
 
 // Writes all of it; false with errno set.
 bool writeAll(int descriptor, std::string_view bytes);
 
-// Removes the entry `name` of `folder` with everything beneath it; what is gone is removed. False with errno
-// set, and then what could be removed before that is gone. `ours` also opens folders that were closed to
-// their owner: for remains of our own work only. A descriptor is held for each of `levels` folders.
+// Removes the entry `name` of `folder` with everything below it; missing entries are a success. False with
+// errno set, after a part may have been removed. `ours` also opens folders without permissions for their
+// owner; it is for leftovers of our own work only. Holds a descriptor for each of `levels` folders.
 enum class TreeOwner { anyone, ours };
 bool removeTree(int folder, const char* name, TreeOwner owner, int levels = deepestFolder);
 

@@ -16,8 +16,8 @@ namespace installer {
 
 namespace {
 
-// The names that this process is using. A leftover under our own process identifier stems from an earlier
-// process that bore the same number.
+// The names in use by this process. Other names with our process identifier are leftovers of an earlier
+// process with the same identifier.
 struct ActiveNames {
   Mutex mutex;
   std::multiset<std::string> names GUARDED_BY(mutex);
@@ -33,8 +33,8 @@ bool isActive(const std::string& name) {
   return active().names.contains(name);
 }
 
-// A name may be 255 bytes long; what is put around it needs a few of them. No character is cut in two: some
-// volumes refuse a name that isn't UTF-8.
+// Limits the length: a name may have 255 bytes, with the prefix and the suffix. No character is split,
+// because some volumes refuse a name that isn't UTF-8.
 std::string shortened(const std::string& name) {
   constexpr std::size_t longest = 200;
   if (name.size() <= longest) return name;
@@ -43,7 +43,8 @@ std::string shortened(const std::string& name) {
   return name.substr(0, end);
 }
 
-// What the names of `purpose` beside `name` begin with; our process follows, and a number when that is taken.
+// The prefix of the names of `purpose` beside `name`. Our process identifier follows, and a number if that
+// name is taken.
 std::string prefixOf(const std::string& name, const char* purpose) {
   return fmt::format(".{}.{}-", shortened(name), purpose);
 }
@@ -58,7 +59,7 @@ std::string claimName(const std::string& prefix) {
   return name;
 }
 
-// Is `entry` a name that begins with `prefix` and that no living process has claimed?
+// True when `entry` begins with `prefix` and isn't in use by a running process.
 bool isLeftover(const std::string& entry, const std::string& prefix) {
   const auto work = NameOfWork::parse(entry, prefix);
   if (!work || (!work->rest.empty() && work->rest.front() != '.')) return false;

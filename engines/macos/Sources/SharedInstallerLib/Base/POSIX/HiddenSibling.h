@@ -1,5 +1,5 @@
-// A hidden name beside an item, under which a copy grows or a removal goes on, so that the item's own name
-// never holds half of anything. It tells which process works there, so that leftovers can be known.
+// A hidden name beside an item for a copy or a removal in progress, so that the item's own name never has a
+// partial tree. The name contains the process identifier, so that leftovers can be recognised.
 #pragma once
 
 #include <optional>
@@ -9,12 +9,12 @@
 
 namespace installer {
 
-// What the hidden names are for, as it stands in them.
+// The purposes of the hidden names; part of the names.
 inline constexpr auto copyPurpose = "kelo-copy";
 inline constexpr auto removalPurpose = "kelo-remove";
 
-// One name beside `name` in the open directory `folder`. Claimed from construction to destruction; what
-// stands under it is its user's business. Any thread; claims of one process differ.
+// A name beside `name` in the open directory `folder`, reserved from construction to destruction. The caller
+// creates and removes the item with this name. Any thread; the reserved names of one process differ.
 class HiddenSibling {
  public:
   // `purpose` is part of the name: ".{name}.{purpose}-{process}". Clears the leftovers of `name` first.
@@ -29,10 +29,10 @@ class HiddenSibling {
   std::string claimed_;
 };
 
-// True for a process that exists, another user's included.
+// True for a process that exists, also one of another user.
 bool isRunning(pid_t process);
 
-// The process whose number follows `prefix` in the name of its unfinished work, and what comes after it.
+// The process identifier after `prefix` in the name of unfinished work, and the text after it.
 struct NameOfWork {
   pid_t process = 0;
   std::string_view rest;
@@ -40,8 +40,8 @@ struct NameOfWork {
   static std::optional<NameOfWork> parse(std::string_view name, std::string_view prefix);
 };
 
-// Removes the hidden siblings of `name` in the open directory `folder`, of any purpose, whose process is
-// gone. Best effort; true when something was removed.
+// Removes the hidden siblings of `name` in the open directory `folder`, of any purpose, whose process has
+// ended. Failures are ignored; true when something was removed.
 bool clearLeftovers(int folder, const std::string& name);
 
 }  // namespace installer

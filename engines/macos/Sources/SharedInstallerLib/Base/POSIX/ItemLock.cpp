@@ -46,7 +46,7 @@ ItemLock::ItemLock(FileDescriptor locked) : locked_{std::move(locked)} {
   if (item) lockedByUs().items.insert(*item);
 }
 
-// Unlocked and not only closed: a child between its fork and its exec still has the descriptor.
+// Unlocks before closing: a child between its fork and its exec still has the descriptor.
 ItemLock::~ItemLock() {
   if (!locked_) return;
   const auto item = itemOf(locked_.get());

@@ -9,11 +9,11 @@
 
 namespace installer {
 
-// One lock, released at destruction and by the kernel when the process ends. Any thread.
+// A lock, released at destruction, and by the kernel when the process ends. Any thread.
 class ItemLock {
  public:
-  // Locks the item that `path` leads to, against every other lock of it. Absent with errno set: EWOULDBLOCK
-  // while another holder has it.
+  // Locks the item at `path` (links are followed) against every other lock of it. Absent with errno set:
+  // EWOULDBLOCK while another holder has it.
   static std::optional<ItemLock> tryTake(const Path& path);
 
   ItemLock(ItemLock&&) noexcept = default;
@@ -28,7 +28,8 @@ class ItemLock {
   FileDescriptor locked_;
 };
 
-// Does this process hold the lock of the open item? Then no other process that asks for locks works in it.
+// True when this process holds the lock of the open item. Then no other process that uses these locks works
+// in the item.
 bool isLockedByUs(int descriptor);
 
 }  // namespace installer

@@ -18,7 +18,7 @@ std::unexpected<Error> malformed(std::string_view reason) {
                  fmt::format("{}: {}", LinuxHostSettings::fileName, reason));
 }
 
-// The home that the user database has; the environment could send the logs anywhere.
+// The home folder from the user database. The environment isn't used, because it could name any folder.
 Path homeFolder() {
   const passwd* const user = ::getpwuid(::getuid());
   return user != nullptr && user->pw_dir != nullptr ? user->pw_dir : "/";
@@ -27,7 +27,7 @@ Path homeFolder() {
 constexpr double shortestTimeout = 0.001;  // seconds
 constexpr double longestTimeout = 86'400.0;
 
-// Takes the keys of one object, and in the end knows the first thing that was wrong.
+// Reads the keys of one object and records the first fault.
 class Reader {
  public:
   Reader(const Json& object, std::string_view place, const Path& folder)
@@ -35,7 +35,7 @@ class Reader {
     if (!object.is_object()) complain(place.empty() ? "it isn't a JSON object" : "it isn't an object");
   }
 
-  // A key outside `known` is most likely one of them, mistyped.
+  // A key outside `known` is a fault, because it is probably a misspelled one.
   void allow(std::initializer_list<std::string_view> known) {
     if (!object_.is_object()) return;
     for (const auto& [key, value] : object_.items()) {
@@ -124,7 +124,7 @@ class Reader {
   std::optional<std::string> complaint_;
 };
 
-// The three ways to say how consent is asked for.
+// Reads one of the three forms of `administrator`.
 Result<AdministratorPrompt> readPrompt(const Json& value, const Path& folder) {
   Reader reader{value, "administrator", folder};
   reader.allow({"prompt", "askpass", "command"});
@@ -162,7 +162,7 @@ Result<LinuxHostSettings> LinuxHostSettings::parse(std::string_view text, const 
   const Json root = Json::parse(text, nullptr, false);
   if (root.is_discarded()) return malformed("it isn't JSON");
   Reader reader{root, "", resources};
-  // `testAuthority` is read by the lab's programs alone.
+  // Only the lab's programs read `testAuthority`.
   reader.allow({"root", "programs", "extraCertificateAuthority", "hostAddresses", "requestTimeout",
                 "administrator", "testAuthority"});
   LinuxHostSettings settings = defaults(resources);

@@ -1,4 +1,4 @@
-// Message digests by OpenSSL, as the bytes come. One thread at a time. Not for macOS, which has its own.
+// Incremental message digests by OpenSSL. One thread at a time. Not used on macOS.
 #pragma once
 
 #include <array>
@@ -23,7 +23,7 @@ class MessageDigest {
     require(EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()) == 1);
   }
 
-  // Of all bytes since the start or the last call; `Bytes` is as long as the digest or longer.
+  // The digest of all bytes since the start or the last call; `Bytes` is as long as the digest or longer.
   template <class Bytes = SHA256Bytes>
   Bytes finish() {
     Bytes digest{};
@@ -39,7 +39,7 @@ class MessageDigest {
   };
   std::unique_ptr<EVP_MD_CTX, Free> context_{EVP_MD_CTX_new()};
 
-  // A digest that can't be computed must not end as one that can be compared.
+  // Ends the process on a failure: a wrong digest must not be compared.
   static void require(bool done) {
     if (done) return;
     std::fputs("The crypto library can't compute a digest\n", stderr);

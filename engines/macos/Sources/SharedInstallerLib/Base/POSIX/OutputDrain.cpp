@@ -15,7 +15,7 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-// For descendants that outlive the program with its output open.
+// Limits for a descendant that outlives the program and has its output open.
 constexpr auto silenceAfterExit = 200ms;
 constexpr auto longestAfterExit = 2s;
 
@@ -24,7 +24,7 @@ struct Capture {
   FileDescriptor& reading;
   KeptOutput bytes;
 
-  // Takes what is there; closes at the end of the stream.
+  // Reads the available bytes; closes at the end of the stream.
   void take() {
     std::array<char, 65536> buffer;
     const auto count = retryInterrupted([&] { return ::read(reading.get(), buffer.data(), buffer.size()); });
@@ -37,7 +37,7 @@ struct Capture {
   }
 };
 
-// Drains both streams until they end, or the program has ended and they have fallen silent.
+// Reads both streams until they end, or until the program has ended and no more output arrives.
 class Drain {
  public:
   Drain(Capture& output, Capture& errorOutput, int program)
@@ -52,10 +52,10 @@ class Drain {
  private:
   Capture& output_;
   Capture& errorOutput_;
-  int program_;  // -1 once it has told the program's end, or where nothing tells
+  int program_;  // -1 after the program's end, or without a descriptor
   Clock::time_point deadline_ = Clock::time_point::max();
 
-  // The milliseconds until the silence has lasted long enough; -1 while the program runs.
+  // The longest wait for output in milliseconds; -1, without a limit, while the program runs.
   int patience() const {
     if (deadline_ == Clock::time_point::max()) return -1;
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline_ - Clock::now());
@@ -64,7 +64,7 @@ class Drain {
   }
 
   bool turn() {
-    // A negative descriptor is passed over by poll.
+    // poll ignores a negative descriptor.
     std::array<pollfd, 3> waits{pollfd{output_.reading.get(), POLLIN, 0},
                                 pollfd{errorOutput_.reading.get(), POLLIN, 0}, pollfd{program_, POLLIN, 0}};
     const int ready = retryInterrupted([&] { return ::poll(waits.data(), waits.size(), patience()); });
@@ -83,7 +83,7 @@ class Drain {
 
 void drainOutput(FileDescriptor& output, std::string& outputBytes, FileDescriptor& errorOutput,
                  std::string& errorBytes, int program) {
-  // The writing ends block, as programs expect; ours mustn't, because poll can be wrong about them.
+  // The writing ends block, as programs expect. The reading ends don't, because a read can block after poll.
   for (const FileDescriptor* reading : {&output, &errorOutput}) {
     if (*reading) ::fcntl(reading->get(), F_SETFL, O_NONBLOCK);
   }

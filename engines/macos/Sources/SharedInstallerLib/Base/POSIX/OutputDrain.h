@@ -1,4 +1,4 @@
-// What a program prints, taken while it runs, so that a talkative one never blocks.
+// Reads a program's output while it runs, so that long output never blocks it.
 #pragma once
 
 #include <string>
@@ -7,10 +7,10 @@
 
 namespace installer {
 
-// Gives what comes out of the reading ends, as `KeptOutput` keeps it, until both streams have ended, or the
-// program has ended and they have fallen silent: a descendant that outlives it with its output open is not
-// waited for. An absent reading end is a stream that isn't captured; one that has ended is closed. `program`
-// becomes readable, or hangs up, when the program ends; -1 where nothing tells.
+// Reads both streams, limited by `KeptOutput`, until they have ended, or until the program has ended and no
+// more output arrives: a descendant that has the output open isn't waited for. An absent reading end is a
+// stream that isn't captured; the reading end of an ended stream is closed. `program` becomes readable, or
+// hangs up, when the program ends; -1 without such a descriptor.
 void drainOutput(FileDescriptor& output, std::string& outputBytes, FileDescriptor& errorOutput,
                  std::string& errorBytes, int program);
 

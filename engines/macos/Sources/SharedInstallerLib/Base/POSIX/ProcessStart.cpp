@@ -7,7 +7,7 @@
 namespace installer {
 
 void settleSignals() {
-  // A handler and not SIG_IGN, which the programs that the engine starts would inherit.
+  // A handler and not SIG_IGN, because programs that the engine starts would inherit SIG_IGN.
   struct sigaction quiet{};
   quiet.sa_handler = [](int) {};
   quiet.sa_flags = SA_RESTART;

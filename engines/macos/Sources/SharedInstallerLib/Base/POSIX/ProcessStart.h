@@ -1,15 +1,15 @@
-// What a process has to set right about what it inherited, before it opens or starts anything.
+// Corrects the inherited signals and streams. Call before the process opens or starts anything.
 #pragma once
 
 namespace installer {
 
-// Writing to a reader that has gone, or beyond the limit for the size of files, fails and doesn't end the
-// process. The ends of children are reported also where the parent ignored those of its own. Programs that
-// the engine starts inherit neither.
+// Afterwards a write to a pipe without a reader, or beyond the file size limit, fails and doesn't end the
+// process. The exits of children are reported, also when the parent process ignored SIGCHLD. Programs that
+// the engine starts inherit neither setting.
 void settleSignals();
 
-// A process started without one of the three streams would give its number to the next file it opens, and
-// then write events into that. Each missing one becomes /dev/null.
+// Opens /dev/null for each missing standard stream. Otherwise the next opened file would get the stream's
+// number, and events would be written to it.
 void openMissingStreams();
 
 }  // namespace installer

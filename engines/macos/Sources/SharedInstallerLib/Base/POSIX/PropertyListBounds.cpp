@@ -21,7 +21,7 @@ std::uint64_t bigEndian(std::string_view bytes) {
   return value;
 }
 
-// The offset table and the references of a binary property list, every access tested.
+// The offset table and the references of a binary property list. Every access is checked.
 class BinaryOutline {
  public:
   BinaryOutline(std::string_view bytes, std::size_t mostDepth, std::size_t mostValues)
@@ -43,8 +43,8 @@ class BinaryOutline {
   std::size_t referenceSize_ = 0;
   std::uint64_t objects_ = 0;
   std::uint64_t top_ = 0;
-  std::uint64_t table_ = 0;             // where the offset table begins: the end of the objects
-  std::vector<std::uint64_t> weights_;  // values below each object, itself included; 0 before it is known
+  std::uint64_t table_ = 0;             // the offset of the offset table, the end of the objects
+  std::vector<std::uint64_t> weights_;  // values below each object, with itself; 0 until computed
 
   bool readTrailer() {
     if (bytes_.size() < kBinaryPropertyListMagic.size() + trailerSize) return false;
@@ -61,7 +61,7 @@ class BinaryOutline {
            objects_ <= (room - table_) / offsetSize_;
   }
 
-  // `count` bytes at `offset` of the objects; absent when they aren't all there.
+  // `count` bytes at `offset` of the objects; absent when they go beyond the end.
   std::optional<std::string_view> at(std::uint64_t offset, std::uint64_t count) const {
     if (offset > table_ || count > table_ - offset) return std::nullopt;
     return bytes_.substr(offset, count);
@@ -90,13 +90,14 @@ class BinaryOutline {
       count = bigEndian(*size);
       first += 1 + width;
     }
-    if (count > objects_ * 2 + table_) return std::nullopt;  // more than there is room for, and no overflow
+    if (count > objects_ * 2 + table_) return std::nullopt;  // more than can fit; also prevents an overflow
     if (isDictionary) count *= 2;
     if (!at(first, count * referenceSize_)) return std::nullopt;
     return Container{first, count};
   }
 
-  // How many values the object expands to; `unbounded` when it is malformed, part of a cycle or too deep.
+  // The number of values that the object expands to; `unbounded` when it is malformed, in a cycle or too
+  // deep.
   std::uint64_t weigh(std::uint64_t object, std::size_t depth) {
     if (object >= objects_ || depth > mostDepth_) return unbounded;
     if (weights_[object] != 0) return weights_[object];
@@ -123,7 +124,7 @@ bool isLetter(char character) {
   return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
 }
 
-// The tags of an XML list, as far as they tell how its containers nest.
+// The nesting of the containers in an XML list, from its tags.
 class XMLOutline {
  public:
   explicit XMLOutline(std::string_view text) : rest_{text} {}
@@ -153,7 +154,7 @@ class XMLOutline {
     return true;
   }
 
-  // What a "<" begins.
+  // Reads the markup after a "<".
   bool takeMarkup() {
     if (take("?")) return skipPast("?>");
     if (take("!--")) return skipPast("-->");
@@ -162,7 +163,7 @@ class XMLOutline {
     if (end == std::string_view::npos) return false;
     auto tag = rest_.substr(0, end);
     rest_.remove_prefix(end + 1);
-    // The head of the list: only here may quotes hide a bracket, because nothing has been opened yet.
+    // The head of the list. Only here may quotes contain a bracket, because no container is open yet.
     if (containers_ == 0 && (tag.starts_with('!') || tag.starts_with("plist"))) return !tag.contains('[');
     return takeElement(tag);
   }
@@ -194,7 +195,7 @@ std::string narrowed(std::string_view bytes) {
   return text;
 }
 
-// Does the head of the text name an encoding in which ASCII characters are other bytes than here?
+// True when the head of the text names an encoding in which ASCII characters are other bytes than in `text`.
 bool isInAnotherEncoding(std::string_view text) {
   if (!text.starts_with("<?xml")) return false;
   const auto head = text.substr(0, text.find("?>"));

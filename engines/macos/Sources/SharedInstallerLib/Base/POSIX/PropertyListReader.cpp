@@ -23,7 +23,7 @@ std::unexpected<Error> corrupt(std::string_view reason) {
 
 std::optional<Json> jsonOf(plist_t node, std::size_t depth);
 
-// JSON text is UTF-8 by definition; a serializer that meets anything else gives up.
+// Absent for text that isn't UTF-8: it can't be written as JSON.
 std::optional<Json> textOf(const char* text, std::uint64_t length) {
   if (text == nullptr) return std::nullopt;
   Json value = std::string{text, length};
@@ -88,7 +88,7 @@ Json numberOf(plist_t node) {
   return static_cast<std::int64_t>(value);
 }
 
-// Absent when the node, or one below it, has no counterpart.
+// Absent when the node, or one below it, has no counterpart in JSON.
 std::optional<Json> jsonOf(plist_t node, std::size_t depth) {
   if (depth > PropertyListBounds::depth) return std::nullopt;
   switch (plist_get_node_type(node)) {

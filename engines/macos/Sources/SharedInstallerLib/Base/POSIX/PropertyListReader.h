@@ -8,9 +8,9 @@
 
 namespace installer {
 
-// XML or binary. Dates are seconds since 2001, data is binary. Integers are signed: the library doesn't
-// distinguish one above 2^63-1 from a negative one. Malformed, also by text that isn't UTF-8 or beyond a
-// limit, is `CocoaError::fileReadCorrupt`.
+// Reads XML or binary. Dates are seconds since 1970, data is a JSON binary. Integers are signed: the library
+// doesn't distinguish one above 2^63-1 from a negative one. Malformed input, text that isn't UTF-8 and input
+// beyond a limit fail with `CocoaError::fileReadCorrupt`.
 [[nodiscard]] Result<Json> readPropertyList(std::string_view bytes);
 
 }  // namespace installer

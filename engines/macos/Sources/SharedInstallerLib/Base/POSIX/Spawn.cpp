@@ -13,7 +13,7 @@ namespace installer {
 
 namespace {
 
-// The shape that the exec family wants: pointers into strings that outlive them, closed by a null.
+// Arguments for the exec functions: pointers into `strings`, which must outlive them, and a final null.
 std::vector<char*> pointers(std::vector<std::string>& strings) {
   std::vector<char*> list;
   list.reserve(strings.size() + 1);
@@ -34,7 +34,7 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& extra) 
   return all;
 }
 
-// A path must be absolute, and text with a NUL inside would reach the program cut short.
+// The path must be absolute. A text with a NUL would be cut there.
 bool isLaunchable(const Path& program, const std::vector<std::string>& arguments) {
   const auto hasNul = [](const std::string& text) { return text.find('\0') != std::string::npos; };
   return program.starts_with('/') && !hasNul(program) && std::ranges::none_of(arguments, hasNul);
@@ -78,7 +78,7 @@ struct SpawnActions {
   }
 };
 
-// In the child of a process with threads: only calls that are safe in a signal handler, from here to the end.
+// Runs in the child of a process with threads: only async-signal-safe calls are allowed.
 [[noreturn]] void becomeDetached(char** arguments, int reportTo) {
   const auto giveUp = [&] {
     const int number = errno;
@@ -98,7 +98,7 @@ struct SpawnActions {
   sigset_t none{};
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
-  // All but the one that reports, which a successful start closes.
+  // Closes all descriptors but `reportTo`, which a successful exec closes.
   ::close_range(STDERR_FILENO + 1, static_cast<unsigned>(reportTo) - 1, 0);
   ::close_range(static_cast<unsigned>(reportTo) + 1, ~0U, 0);
   ::execv(arguments[0], arguments);
@@ -126,7 +126,7 @@ std::expected<void, int> spawnDetached(const Path& program, const std::vector<st
   const auto list = pointers(all);
   Pipe report = makePipe();
   if (!report.reading) return std::unexpected(errno);
-  // The reporting end must not be one of the streams that the child replaces.
+  // The reporting end must not have the number of a stream that the child replaces.
   FileDescriptor writing{::fcntl(report.writing.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1)};
   if (!writing) return std::unexpected(errno);
   report.writing.reset();

@@ -1,4 +1,4 @@
-// Starts a child process; the one place that does.
+// Starts child processes. No other code does.
 #pragma once
 
 #include <expected>
@@ -15,39 +15,39 @@ namespace installer {
 struct SpawnRequest {
   Path program;                        // absolute
   std::vector<std::string> arguments;  // without the program's own name
-  // What becomes the child's three streams; -1 is /dev/null. The caller keeps its descriptors.
+  // The descriptors of the child's three streams; -1 is /dev/null. The caller still owns them.
   int input = -1;
   int output = -1;
   int errorOutput = -1;
-  // In a group of its own a Ctrl-C at the terminal doesn't reach the child.
+  // A Ctrl-C at the terminal doesn't interrupt a child in its own process group.
   enum class Group { own, shared } group = Group::own;
-  std::vector<std::string> extraEnvironment{};  // "NAME=value", put before what the process has
+  std::vector<std::string> extraEnvironment{};  // "NAME=value", before the variables of this process
 };
 
-// The child's process identifier, to be waited for by the caller; or the errno of a start that failed, and
-// then there is no child. The child has the default signal dispositions, an empty mask and no descriptors but
-// the three.
+// The child's process identifier, which the caller must wait for; or the errno of a failed start, and then
+// there is no child. The child has the default signal dispositions, an empty signal mask and only the three
+// descriptors.
 std::expected<pid_t, int> spawn(const SpawnRequest& request);
 
-// Starts a program without waiting for it: it belongs to init from the start, in a session of its own. The
-// three streams are /dev/null. Absent errno means that it runs.
+// Starts a program as a child of init, in its own session; it needs no wait. The three streams are /dev/null.
+// The error is the errno of a failed start.
 std::expected<void, int> spawnDetached(const Path& program, const std::vector<std::string>& arguments);
 
-// The launch error that the engine sees.
+// The seam's error for a failed start.
 Error launchError(int number, const Path& program);
 
-// Waits for the end of `child` and gives its status as a shell would: 128 + the signal's number if one ended
-// it. A status that other code has collected is never taken for a success.
+// Waits for the end of `child` and returns its status as a shell does: 128 + the signal's number if a signal
+// ended it. `unknownExitStatus`, never a success, when other code has already reaped the child.
 inline constexpr int unknownExitStatus = 255;
 int waitForExit(pid_t child);
-// The same for what `waitpid` told.
+// The same for a status of `waitpid`.
 int exitStatusOf(int waitStatus);
 
 struct Pipe {
   FileDescriptor reading;
   FileDescriptor writing;
 };
-// Both ends closed in every child; absent ends with errno set on failure.
+// Both ends are closed in every child. The ends are absent with errno set on failure.
 Pipe makePipe();
 
 }  // namespace installer

@@ -18,11 +18,11 @@ StagedCopy::~StagedCopy() {
 }
 
 bool StagedCopy::commit() {
-  // The bytes before the name: on a disk that loses power a name can survive without the bytes that were
-  // written first.
+  // Flushes the bytes before the rename: after a loss of power the disk can have the new name without the
+  // bytes written before it.
   if (!flushVolume(folder_)) return false;
   committed_ = renameWithoutReplacing(folder_, stagingName(), folder_, name_.c_str());
-  // And the name before anybody relies on it, such as a move that removes the original next.
+  // Flushes the name too, because the caller may rely on it: a move then removes the original.
   if (committed_) flushFolder(folder_);
   return committed_;
 }

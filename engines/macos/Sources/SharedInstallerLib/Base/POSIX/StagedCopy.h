@@ -1,4 +1,4 @@
-// A copy that grows under a hidden name beside its destination and takes the destination's name at its end.
+// A copy that is written under a hidden name beside its destination and renamed when it is complete.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 namespace installer {
 
 // One copy to `name` in the open directory `folder`, which outlives it. Clears the leftovers of `name` first.
-// Destruction removes what wasn't committed. Any thread; two copies to the same name may run at once, and the
-// first to commit wins.
+// The destructor removes an uncommitted copy. Any thread; two copies to the same name may run at once, and
+// the first commit wins.
 class StagedCopy {
  public:
   StagedCopy(int folder, const std::string& name);
@@ -19,8 +19,7 @@ class StagedCopy {
 
   const char* stagingName() const { return sibling_.name(); }
 
-  // Gives the copy its real name once its bytes are on the disk. False with errno set: EEXIST when something
-  // stands there.
+  // Flushes the copy to disk and gives it its final name. False with errno set: EEXIST when the name exists.
   bool commit();
 
  private:

@@ -18,17 +18,17 @@ bool mayChange(int folder) {
   return ::faccessat(folder, ".", W_OK | X_OK, AT_EACCESS) == 0;
 }
 
-// In a sticky folder only the owner of an entry or of the folder may take the entry away.
+// In a sticky folder only the owner of an entry, the owner of the folder and root may remove the entry.
 bool isStuck(const struct stat& folder, const struct stat& entry) {
   const uid_t user = ::geteuid();
   return (folder.st_mode & S_ISVTX) != 0 && user != 0 && user != folder.st_uid && user != entry.st_uid;
 }
 
-// Would the entry and everything beneath it let itself be removed, as far as permissions, flags and sticky
-// folders tell? An empty folder needs no permission. False with errno set.
+// True when permissions, flags and sticky folders allow the removal of the entry and everything below it. An
+// empty folder needs no permission. False with errno set.
 bool letsGoOfAll(int parent, const struct stat& parentStatus, const char* name, int depth) {
   const auto status = linkStatus(parent, name);
-  if (!status) return errno == ENOENT;  // gone meanwhile
+  if (!status) return errno == ENOENT;  // removed meanwhile
   if (isStuck(parentStatus, *status) || isProtected(parent, name)) {
     errno = EPERM;
     return false;
@@ -45,13 +45,13 @@ bool letsGoOfAll(int parent, const struct stat& parentStatus, const char* name, 
   });
 }
 
-// Where a rename can't put a folder aside although it could be emptied in place: a mount point, a
-// folder of an overlay's lower layer, a volume without room for another name.
+// True for an errno with which a folder can't be renamed but can be emptied in place: a mount point, a folder
+// of an overlay's lower layer, a full volume.
 bool isOnlyAboutRenaming(int reason) {
   return reason == EBUSY || reason == EXDEV || reason == ENOSPC || reason == EDQUOT;
 }
 
-// By `removeEntry`, unless another process has removed it meanwhile.
+// Calls `removeEntry`. An entry that another process has removed meanwhile is a success.
 bool remove(int parent, const char* name, const RemoveEntry& removeEntry) {
   if (removeEntry(name)) return true;
   const int reason = errno;
@@ -60,8 +60,8 @@ bool remove(int parent, const char* name, const RemoveEntry& removeEntry) {
   return isGone;
 }
 
-// A folder with a visible name is put aside first, so that a kill in mid-removal leaves nothing half under
-// it. What can't be removed goes back, as far as it is still there.
+// A folder with a visible name is renamed first, so that a kill during the removal leaves no partial folder
+// under that name. After a failure the rest of the folder gets its name back.
 bool removeFolder(int parent, const std::string& name, const RemoveEntry& removeEntry) {
   const auto parentStatus = linkStatus(parent, ".");
   if (!parentStatus || !mayChange(parent) || !letsGoOfAll(parent, *parentStatus, name.c_str(), 0))

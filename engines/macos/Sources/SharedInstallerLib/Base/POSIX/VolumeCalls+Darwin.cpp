@@ -25,8 +25,8 @@ bool isProtected(int folder, const char* name) {
       UF_IMMUTABLE | UF_APPEND | SF_IMMUTABLE | SF_APPEND | SF_NOUNLINK | SF_RESTRICTED;
   const auto status = linkStatus(folder, name);
   if (status && (status->st_flags & kProtecting) != 0) return true;
-  // Access lists can allow or refuse what the bits don't say. A system that doesn't take this question about
-  // a link answers EINVAL, and then the removal itself has to tell.
+  // Access lists can allow or refuse more than the permission bits. EINVAL means that the system can't check
+  // a link; then only the removal itself shows it.
   return faccessat(folder, name, _DELETE_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) != 0 &&
          (errno == EPERM || errno == EACCES);
 }
@@ -34,12 +34,12 @@ bool isProtected(int folder, const char* name) {
 bool flushVolume(int folder) {
   if (fsync_volume_np(folder, SYNC_VOLUME_FULLSYNC | SYNC_VOLUME_WAIT) == 0) return true;
   if (errno == EIO) return false;
-  // Not every kind of volume answers that; what this one does, every one does.
+  // Not every volume supports that call; every volume supports sync.
   sync();
   return true;
 }
 
-// A plain fsync leaves the bytes in the drive's own memory; not every volume offers more.
+// fsync leaves the bytes in the drive's cache, so it is only used on volumes without the other calls.
 void flushFolder(int folder) {
   if (fcntl(folder, F_FULLFSYNC) == 0 || fcntl(folder, F_BARRIERFSYNC) == 0) return;
   (void)fsync(folder);

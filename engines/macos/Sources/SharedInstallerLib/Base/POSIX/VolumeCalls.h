@@ -1,22 +1,21 @@
-// What every host asks of a volume, and each by a system call of its own.
+// Volume operations with a different system call on each host.
 #pragma once
 
 namespace installer {
 
-// Gives the entry `oldName` of the open directory `oldFolder` the name `newName` in `newFolder`, and never
-// replaces anything. False with errno set: EEXIST when the new name is taken, even by a link that
-// leads nowhere. On a volume that can't do that in one step the test comes right before the rename.
+// Renames the entry `oldName` of the open directory `oldFolder` to `newName` in `newFolder` and never
+// replaces an entry. False with errno set: EEXIST when the new name exists, also as a dangling link. On a
+// volume that can't do that in one step, the test comes just before the rename.
 bool renameWithoutReplacing(int oldFolder, const char* oldName, int newFolder, const char* newName);
 
-// Has the entry `name` of the open directory `folder` flags, or an access list, that keep it from being
-// removed although the permission bits allow it? Not through a link.
+// True when flags or an access list of the entry `name` of the open directory `folder` prevent its removal
+// although the permission bits allow it. Doesn't follow a link.
 bool isProtected(int folder, const char* name);
 
-// What was written on the volume of the open directory `folder` is on the disk when this returns. False with
-// errno set.
+// Flushes all writes on the volume of the open directory `folder` to the disk. False with errno set.
 bool flushVolume(int folder);
 
-// The same of the names in the open directory `folder`, as far as its volume can promise it.
+// Flushes the names in the open directory `folder`, if its volume supports that.
 void flushFolder(int folder);
 
 }  // namespace installer

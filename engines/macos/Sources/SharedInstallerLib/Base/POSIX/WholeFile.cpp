@@ -16,13 +16,13 @@ namespace {
 
 constexpr mode_t permissionBits = S_ISUID | S_ISGID | S_ISVTX | S_IRWXU | S_IRWXG | S_IRWXO;
 
-// A hidden sibling that becomes the file by a rename; gone again if it never does.
+// A hidden sibling that a rename makes the file; the destructor removes it if it wasn't renamed.
 class Replacement {
  public:
   explicit Replacement(Path target) : target_{std::move(target)} {
     static std::atomic<unsigned> count{0};
     const Path folder = parentFolder(target_);
-    const std::string name = lastPathComponent(target_).substr(0, 200);  // names end at 255 bytes
+    const std::string name = lastPathComponent(target_).substr(0, 200);  // a name may have 255 bytes
     name_ =
         joined(folder.empty() ? "." : folder, fmt::format(".{}.kelo-write-{}-{}", name, ::getpid(), ++count));
   }
