@@ -1,5 +1,6 @@
 // An install or update run, from its prechecks to `done`.
 #include <algorithm>
+#include <cassert>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -12,6 +13,7 @@
 #include "Installer/RunRules.h"
 #include "Models/AppInfo.h"
 #include "Models/PackageProvider.h"
+#include "Platform/Machine.h"
 #include "Utils/InstallerLifecycle.h"
 #include "Utils/RunExitCode.h"
 #include "Utils/SystemUtils.h"
@@ -53,6 +55,7 @@ std::vector<AppResultEvent> finalEvents(const std::vector<AppInfo>& apps,
 }  // namespace
 
 ExitCode EngineController::runInstall(const std::vector<AppIdentifier>& apps, Action action, bool strict) {
+  assert(machine().dispatch.isMainThread());
   const auto resolved = RunRules::resolveApps(apps);
   if (resolved.empty()) return RunEvents::stopWithoutApps(action);
   if (const auto retirement = InstallerLifecycle::expiry()) {

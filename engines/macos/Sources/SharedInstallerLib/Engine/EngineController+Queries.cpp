@@ -1,4 +1,6 @@
 // What only answers a question: hello, check-updates, disk-free, export-logs.
+#include <cassert>
+
 #include "Engine/EngineController.h"
 #include "Engine/EngineEmitter.h"
 #include "Engine/EngineEvent.h"
@@ -49,6 +51,7 @@ Path nearestExisting(Path path) {
 }  // namespace
 
 ExitCode EngineController::hello() {
+  assert(machine().dispatch.isMainThread());
   // Detection only, whatever the source of packages: a shell that wants to know what is on offer asks for it.
   const auto sweep = UpdateChecker::sweep(KeloAppProvider::shared().allApps(), false);
   const bool offline = provider_->isOfflineMode();
@@ -66,6 +69,7 @@ ExitCode EngineController::hello() {
 }
 
 ExitCode EngineController::checkUpdates(const std::vector<AppIdentifier>& apps) {
+  assert(machine().dispatch.isMainThread());
   const auto sweep = UpdateChecker::sweep(RunRules::resolveApps(apps), !provider_->isOfflineMode());
   EngineEvent::UpdateCheckResult event{
       .apps = {},
@@ -77,6 +81,7 @@ ExitCode EngineController::checkUpdates(const std::vector<AppIdentifier>& apps) 
 }
 
 ExitCode EngineController::diskFree(const std::string& path) {
+  assert(machine().dispatch.isMainThread());
   const auto asked = path.empty() ? machine().paths.applications : path;
   EngineEmitter::emit({EngineEvent::DiskFreeResult{
       .path = asked,
@@ -86,6 +91,7 @@ ExitCode EngineController::diskFree(const std::string& path) {
 }
 
 ExitCode EngineController::exportLogs(const std::optional<std::string>& outDirectory) {
+  assert(machine().dispatch.isMainThread());
   const auto archive = LogExport::exportLogs(outDirectory);
   if (!archive) {
     log("exportLogs failed: " + archive.error().localizedDescription);

@@ -1,5 +1,6 @@
 // An uninstall run. No orchestrator and no precheck: an installer that has expired can still remove apps.
 #include <algorithm>
+#include <cassert>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -52,6 +53,7 @@ bool isDeniedPermission(const AppResultEvent& event) {
 }  // namespace
 
 ExitCode EngineController::runUninstall(const std::vector<AppIdentifier>& apps, bool strict) {
+  assert(machine().dispatch.isMainThread());
   const auto resolved = RunRules::resolveApps(apps);
   if (resolved.empty()) return RunEvents::stopWithoutApps(Action::uninstall);
 

@@ -1,6 +1,7 @@
 #include "Installer/PrivilegedRunner.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -100,6 +101,7 @@ PrivilegedRunner& PrivilegedRunner::shared() {
 }
 
 AdminOutcome PrivilegedRunner::run(const std::string& command) {
+  assert(machine().dispatch.isMainThread());
   const MutexLock lock{privilegedRunnerLock_};
   if (auto* const script = privilegedRunner()) {
     const auto error = script->callHandler(handlerName, command);

@@ -1,6 +1,7 @@
 #include "Installer/SilentRunner.h"
 
 #include <algorithm>
+#include <cassert>
 #include <fmt/format.h>
 #include <string>
 #include <utility>
@@ -131,6 +132,7 @@ SilentRunner::SilentRunner(std::shared_ptr<PackageProvider> provider) : provider
 }
 
 ExitCode SilentRunner::run(const RunOptions& options) {
+  assert(machine().dispatch.isMainThread());
   log("SilentRunner: Starting — action={} apps={} strict={} openAfterInstall={}", rawValue(options.action),
       selectionText(options.selectedApps), options.strict, options.openAfterInstall);
   return options.action == InstallerAction::install ? runInstall(options) : runUninstall(options);

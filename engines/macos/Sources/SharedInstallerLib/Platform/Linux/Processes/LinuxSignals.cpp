@@ -1,4 +1,5 @@
 #include <array>
+#include <cassert>
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
@@ -33,6 +34,7 @@ void onRequest(int) {
 }  // namespace
 
 void LinuxSignals::onTerminationRequest(Work handler) {
+  assert(dispatch_.isMainThread());
   if (event < 0) event = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   // The event is reset, so that a later caller gets only later requests.
   dispatch_.asyncMainWhenReadable(event, [handler = std::move(handler)] {
