@@ -71,7 +71,7 @@ class ArgumentReader {
     } else if (argument == "--display" || argument == "-d") {
       return choose(Operation::display);
     } else if (argument == "--strict" || argument.starts_with("--strict=") || argument == "--deep") {
-      // There is no laxer way here.
+      // Ignored: every verification is strict and deep.
     } else if (argument == "--verbose") {
       ++result_.verbosity;
     } else if (argument.starts_with("--verbose=") && argument.size() == 11 &&
@@ -100,7 +100,7 @@ class ArgumentReader {
     return choose(CodesignArguments::Operation::display);
   }
 
-  // Nobody may take what was only shown for verified.
+  // Two operations are refused: a display must not be mistaken for a verification.
   Outcome<void> choose(CodesignArguments::Operation operation) {
     if (operation_ && *operation_ != operation) return refuse("more than one operation");
     operation_ = operation;

@@ -1,4 +1,4 @@
-// The command line of `codesign`, as far as this one understands it.
+// The command line of `codesign`, for the supported options.
 #pragma once
 
 #include <filesystem>
@@ -21,7 +21,7 @@ struct CodesignArguments {
   std::vector<std::filesystem::path> paths;
 };
 
-// The arguments behind the program's name. A failure is a usage error.
+// Parses the arguments after the program's name. A failure is a usage error.
 Outcome<CodesignArguments> parseCodesignArguments(std::span<const std::string> arguments);
 
 extern const char* const kCodesignHelp;

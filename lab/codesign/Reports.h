@@ -1,4 +1,4 @@
-// What `codesign` writes about the code it looked at.
+// The output of `codesign` about code.
 #pragma once
 
 #include <string>
@@ -7,11 +7,11 @@
 
 namespace lab {
 
-// One line for each slice that is vouched for by a test authority or valid only by tolerance. These lines
-// are written whatever the verbosity: nobody may take such code for a release.
+// One line for each slice that is signed under a test authority or valid only by tolerance. The lines don't
+// depend on the verbosity: such code must not be mistaken for a release.
 std::string cautions(const std::string& path, const CodeReport& report);
 
-// The display of `-d`.
+// The output of `-d`.
 std::string description(const CodeReport& report, int verbosity);
 
 }  // namespace lab

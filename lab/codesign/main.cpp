@@ -19,7 +19,7 @@ void say(const std::string& text) {
   std::fputs(text.c_str(), stderr);
 }
 
-// Every slice must meet the requirement. Absent when they do, else why not.
+// Absent when every slice meets the requirement, else the reason.
 std::optional<std::string> unmet(const Requirement& requirement, const CodeReport& report) {
   for (const CodeFacts& slice : report.slices) {
     const auto met = meets(requirement, slice.subject());
@@ -43,7 +43,7 @@ int checkOwnRequirement(const std::string& name, const CodeReport& report, int v
       return kValid;
     }
     say(name + ": does not satisfy its designated Requirement\n");
-    // Ad hoc code names no signer that it could fail, and some linkers write a stale identifier.
+    // Ad hoc code has no signer to check, and some linkers write a stale identifier.
     return slice.isAdHoc() ? kValid : kRequirementFailed;
   }
   if (verbosity > 0) say(name + ": satisfies its Designated Requirement\n");
@@ -95,7 +95,7 @@ int run(std::span<const std::string> words) {
     const int status = arguments->operation == Operation::display
                            ? display(verifier, path, arguments->verbosity)
                            : verify(verifier, path, *arguments);
-    // Invalid outweighs a requirement that isn't met.
+    // An invalid signature is worse than an unmet requirement.
     if (status == kInvalid || worst == kValid) worst = status;
   }
   return worst;

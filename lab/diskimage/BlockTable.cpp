@@ -26,7 +26,7 @@ Bytes BlockTable::bytes(std::uint32_t number) const {
   storeBig<std::uint32_t>(at + 4, 1);
   storeBig(at + 8, firstSector);
   storeBig(at + 16, sectorCount);
-  storeBig<std::uint32_t>(at + 32, sectorsPerRun + 8);  // room, in sectors, that a reader needs for one run
+  storeBig<std::uint32_t>(at + 32, sectorsPerRun + 8);  // the buffer for one run, in sectors
   storeBig<std::uint32_t>(at + 36, number);
   storeBig<std::uint32_t>(at + 64, 2);  // CRC-32, of 32 bits
   storeBig<std::uint32_t>(at + 68, 32);

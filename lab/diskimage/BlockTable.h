@@ -1,5 +1,4 @@
-// The table ("blkx") that says where in a UDIF file the sectors of one partition are.
-// A value; any thread.
+// The table ("blkx") of the places of one partition's sectors in a UDIF file. A value; any thread.
 #pragma once
 
 #include <cstdint>
@@ -25,13 +24,13 @@ struct BlockTable {
   std::uint64_t sectorCount = 0;
   std::uint32_t checksum = 0;  // CRC-32 of the partition's bytes, uncompressed
   std::vector<BlockRun> runs;  // zlib each; in order, without gaps
-  std::uint64_t end = 0;       // where the last run's bytes end in the data fork
+  std::uint64_t end = 0;       // the end of the last run's bytes in the data fork
 
-  // `number` is the table's place in the image.
+  // `number` is the table's index in the image.
   Bytes bytes(std::uint32_t number) const;
 };
 
-// Sectors that one run holds at most.
+// The greatest number of sectors in a run.
 inline constexpr std::uint64_t sectorsPerRun = 512;
 
 }  // namespace lab

@@ -83,7 +83,7 @@ OrReason<> verifyChecksums(const fs::path& image) {
   const auto finished = runToEnd({"7zz", "t", "-tdmg", "-bd", "-p", "--", image.string()});
   if (!finished) return std::unexpected(finished.error());
   const std::string said = finished->output + finished->diagnostics;
-  // A checksum of the whole is a warning to 7-Zip.
+  // 7-Zip only warns about a wrong master checksum.
   const bool differs = said.contains("CRC Error") || said.contains("Master CRC error");
   if (finished->status == 0 && !differs) return {};
   return because("its data doesn't have the checksum it promises");

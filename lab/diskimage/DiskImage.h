@@ -1,4 +1,4 @@
-// A disk image from a folder, and what an image file says about itself. Blocks; any thread.
+// Makes a disk image from a folder, and reads an image's trailer and checksums. Blocks; any thread.
 #pragma once
 
 #include <filesystem>
@@ -9,17 +9,17 @@
 
 namespace lab {
 
-// Makes the image file at `image`, replacing what stands there, with the content of `folder` as its one
-// volume. What lies between, and the image until it is whole, are hidden siblings of `image`; a failure
-// leaves nothing. A volume's name has 1 to 32 bytes, neither "/" nor ":".
+// Makes or replaces the image file at `image`, with the content of `folder` as its only volume. Intermediate
+// files and the incomplete image are hidden siblings of `image`; a failure leaves nothing. A volume's name
+// has 1 to 32 bytes, without "/" and ":".
 OrReason<> makeDiskImage(const std::filesystem::path& folder, const std::string& volumeName,
                          const std::filesystem::path& image);
 
 // The trailer of the image file.
 OrReason<UDIFTrailer> readTrailer(const std::filesystem::path& image);
 
-// Whether data fork, block tables and the list of these have the CRC-32 that the image promises. Checksums
-// that aren't there, as in an image that was made without, aren't missed.
+// Checks the CRC-32 of the data fork, of the block tables and of the list of these. An image without
+// checksums passes.
 OrReason<> verifyChecksums(const std::filesystem::path& image);
 
 }  // namespace lab

@@ -19,14 +19,14 @@ struct Extent {
   std::uint64_t length = 0;
 };
 
-// Sixteen hexadecimal digits that tell volumes apart.
+// Sixteen hexadecimal digits that identify the volume.
 std::string serialNumber(const std::string& volumeName, const char* epoch) {
   const std::string moment =
       epoch != nullptr ? epoch : std::to_string(std::chrono::system_clock::now().time_since_epoch().count());
   return installer::hexadecimal(sha256(volumeName + "\n" + moment)).substr(0, 16);
 }
 
-// An image that is ISO 9660 and HFS+ at once; the HFS+ one stands in a partition.
+// Makes an image that is ISO 9660 and HFS+ at once; the HFS+ volume is in a partition.
 OrReason<> makeHybrid(const fs::path& folder, const std::string& volumeName, const fs::path& hybrid) {
   const char* epoch = std::getenv("SOURCE_DATE_EPOCH");
   std::vector<std::string> command{"xorriso",

@@ -8,7 +8,7 @@
 
 namespace lab {
 
-// Writes the volume to `volumeFile`; `scratch` is an existing folder for what lies between. With
+// Writes the volume to `volumeFile`; `scratch` is an existing folder for intermediate files. With
 // SOURCE_DATE_EPOCH set, the same content gives the same bytes.
 OrReason<> makeHFSVolume(const std::filesystem::path& folder, const std::string& volumeName,
                          const std::filesystem::path& scratch, const std::filesystem::path& volumeFile);

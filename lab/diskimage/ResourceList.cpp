@@ -13,7 +13,7 @@ plist_t entryOf(const BlockTable& table, std::uint32_t number) {
   plist_dict_set_item(entry, "CFName", plist_new_string(table.name.c_str()));
   plist_dict_set_item(entry, "Data",
                       plist_new_data(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
-  // The driver map has the number -1, and counting begins with the partition map.
+  // The driver map has the number -1, the partition map 0.
   plist_dict_set_item(entry, "ID", plist_new_string(std::to_string(static_cast<int>(number) - 1).c_str()));
   plist_dict_set_item(entry, "Name", plist_new_string(table.name.c_str()));
   return entry;

@@ -12,7 +12,7 @@ namespace lab {
 
 std::string resourceList(std::span<const BlockTable> tables);
 
-// The list as XML. Frees it.
+// The list as XML. Frees `list`.
 std::string xmlOf(plist_t list);
 
 }  // namespace lab

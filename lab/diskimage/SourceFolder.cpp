@@ -10,7 +10,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What a volume's listing says of its items, by composed path.
+// A volume's listed items, by composed path.
 using Items = std::unordered_map<std::string, ListedItem>;
 
 OrReason<ListedItem> describe(const fs::directory_entry& entry) {
@@ -24,7 +24,7 @@ OrReason<ListedItem> describe(const fs::directory_entry& entry) {
   }
 }
 
-// Takes what it finds out of `items`.
+// Removes the items that it finds from `items`.
 OrReason<> checkFolder(const fs::path& folder, const std::string& path, Items& items) {
   std::error_code error;
   for (const auto& entry : fs::directory_iterator(folder, error)) {

@@ -1,4 +1,4 @@
-// Whether a folder became a volume without anything in it changing on the way. Any thread; reads only.
+// Checks that a volume has the unchanged content of a folder. Any thread; reads only.
 #pragma once
 
 #include <filesystem>
@@ -8,9 +8,9 @@
 
 namespace lab {
 
-// The maker of HFS+ volumes changes some names silently: ":", names that differ in case or composition alone,
-// letters that were decomposed in another way when HFS+ was new. Fails, naming the culprit, where the volume
-// in `volumeFile` doesn't hold exactly the files, folders and links of `folder`, of the same sizes.
+// Fails, with the name of the item, unless the volume in `volumeFile` has exactly the files, folders and
+// links of `folder`, of the same sizes. The maker of HFS+ volumes changes some names silently: names with
+// ":", names that differ only in case or composition, and letters that early HFS+ decomposes differently.
 OrReason<> checkKept(const std::filesystem::path& folder, const std::filesystem::path& volumeFile,
                      const std::string& volumeName);
 

@@ -27,7 +27,7 @@ std::uint32_t crcOf(std::uint32_t before, std::string_view bytes) {
   return static_cast<std::uint32_t>(crc32_z(before, units(bytes), bytes.size()));
 }
 
-// The data fork as it grows.
+// The data fork while it is written.
 class DataFork {
  public:
   explicit DataFork(int image) : image_(image) {}
@@ -56,7 +56,7 @@ class DataFork {
   std::string packed_;
 };
 
-// Fills `buffer` from the file; fewer bytes at its end only.
+// Fills `buffer` from the file; gives fewer bytes only at the end of the file.
 OrReason<std::size_t> readFull(int file, std::span<char> buffer) {
   std::size_t filled = 0;
   while (filled < buffer.size()) {
@@ -92,7 +92,7 @@ std::uint32_t masterChecksum(std::span<const BlockTable> tables) {
   return crc;
 }
 
-// Property list and trailer, behind the data fork.
+// Writes property list and trailer after the data fork.
 OrReason<> finishImage(int image, const DataFork& fork, std::span<const BlockTable> tables) {
   const std::string list = resourceList(tables);
   UDIFTrailer trailer;
@@ -109,7 +109,7 @@ OrReason<> finishImage(int image, const DataFork& fork, std::span<const BlockTab
   return writeAll(image, {reinterpret_cast<const char*>(block.data()), block.size()});
 }
 
-// One 512-byte entry of the partition map.
+// Stores one 512-byte entry of the partition map.
 void storePartition(std::string& scheme, std::size_t index, std::string_view name, std::string_view type,
                     std::uint64_t first, std::uint64_t count) {
   auto* at = reinterpret_cast<std::uint8_t*>(scheme.data()) + index * sectorSize;

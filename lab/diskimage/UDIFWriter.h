@@ -9,12 +9,12 @@
 
 namespace lab {
 
-// Reads the bare volume from `volumeFile` and writes the image to the descriptor `image`, from its current
-// place, which must be the start of the file. The same volume gives the same bytes.
+// Reads the bare volume from `volumeFile` and writes the image to the descriptor `image`, which must be at
+// the start of its file. The same volume gives the same bytes.
 OrReason<> writeUDIF(const std::filesystem::path& volumeFile, int image);
 
-// Driver map and partition map of a disk whose one volume has `volumeSectors` sectors and comes right after
-// them: 64 sectors.
+// The driver map and the partition map, 64 sectors together, of a disk with one volume of `volumeSectors`
+// sectors, which follows them.
 std::string partitionScheme(std::uint64_t volumeSectors);
 
 }  // namespace lab

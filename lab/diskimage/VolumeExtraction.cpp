@@ -16,7 +16,7 @@ namespace lab {
 namespace {
 
 OrReason<> unpack(const fs::path& image, const fs::path& into) {
-  // -snld20 keeps links that point anywhere, -sns- leaves attributes in streams out.
+  // -snld20 keeps links with any target, -sns- leaves out attributes in streams.
   const auto finished = runToEnd(
       {"7zz", "x", "-snld20", "-sns-", "-bd", "-y", "-p", "-o" + into.string(), "--", image.string()});
   if (!finished) return std::unexpected(finished.error());
@@ -24,10 +24,10 @@ OrReason<> unpack(const fs::path& image, const fs::path& into) {
   return because("corrupt image ({})", lastLine(finished->diagnostics + finished->output));
 }
 
-// The texts of the links that the listing doesn't show, one after the other, as 7-Zip writes contents out.
+// The targets of the links without a target in the listing, one after the other, in 7-Zip's order.
 OrReason<std::string> linkTexts(const fs::path& image, const VolumeListing& listing,
                                 const fs::path& scratch) {
-  std::string names;  // in quotation marks, or 7-Zip cuts blanks off
+  std::string names;  // in quotation marks, because 7-Zip trims blanks
   for (const ListedItem& item : listing.items) {
     if (item.kind == ItemKind::link && !item.target) names += fmt::format("\"{}\"\n", item.path);
   }
@@ -55,20 +55,20 @@ OrReason<> readLinks(const fs::path& image, VolumeListing& listing, const fs::pa
   return {};
 }
 
-// Makes every link of the listing below `unpacked` anew: 7-Zip rewrites the texts of some and drops others.
+// Recreates every link of the listing below `unpacked`: 7-Zip changes some targets and drops some links.
 OrReason<> remakeLinks(const fs::path& unpacked, const VolumeListing& listing) {
   for (const ListedItem& item : listing.items) {
     if (item.kind != ItemKind::link) continue;
     const fs::path link = unpacked / item.path;
     const std::string& target = *item.target;
     if (target.contains('\0')) return because("{}: a link can't lead there", item.path);
-    unlink(link.c_str());  // absent where it was dropped
+    unlink(link.c_str());  // fails for a dropped link
     if (symlink(target.c_str(), link.c_str()) != 0) return becauseOfErrno(item.path);
   }
   return {};
 }
 
-// Puts right what the extraction changed, from the leaves to the root, and compares the outcome with the
+// Undoes the changes of the extraction, from the leaves to the root, and compares the result with the
 // listing.
 class Restoration {
  public:
@@ -77,7 +77,7 @@ class Restoration {
     for (const ListedItem& item : listing.items) missing_[composed(item.path).value_or("")] = item;
   }
 
-  // Restores the volume's root and gives its path, which may be another then.
+  // Restores the volume's root and returns its path, which may have changed.
   OrReason<fs::path> restoreVolume(const fs::path& root) {
     OrReason<fs::path> restored = root;
     if (format_ == VolumeFormat::hfs) restored = restore(root);
@@ -120,7 +120,7 @@ class Restoration {
     return renamed;
   }
 
-  // Takes the item that has come out as `path` off the list of those that are still missing.
+  // Removes the item extracted as `path` from the missing items.
   OrReason<ListedItem> meet(const fs::path& path) {
     const auto listed = missing_.extract(composed(path.lexically_relative(unpacked_).string()).value_or(""));
     struct stat status{};
@@ -149,7 +149,7 @@ class Restoration {
     return path;
   }
 
-  // The mode of the volume, and the mark of something that came from elsewhere.
+  // Sets the mode from the volume, and the quarantine attribute.
   OrReason<> mark(const fs::path& path, mode_t mode) const {
     chmod(path.c_str(), mode | 0200U);
     const auto marked = setAttribute(path, std::string{quarantineAttribute}, quarantine_);
@@ -164,7 +164,7 @@ class Restoration {
   std::unordered_map<std::string, ListedItem> missing_;  // by composed path
 };
 
-// An HFS+ volume comes out as a folder of its name, an APFS one without any.
+// The extraction of an HFS+ volume makes a folder with its name, that of an APFS volume doesn't.
 OrReason<fs::path> volumeRoot(const fs::path& unpacked, VolumeFormat format) {
   if (format == VolumeFormat::apfs) return unpacked;
   std::vector<fs::path> tops;

@@ -1,4 +1,4 @@
-// Takes the volume out of a disk image, as the files, folders and links that a mounted image shows. Blocks.
+// Extracts the volume of a disk image: the files, folders and links of a mounted image. Blocks.
 #pragma once
 
 #include <filesystem>
@@ -15,10 +15,10 @@ struct ExtractedVolume {
   std::filesystem::path folder;  // the volume's root, inside the scratch folder
 };
 
-// `scratch` is an empty folder of the caller's, which also clears it, after a failure too. Nothing is written
-// outside it. Names of an HFS+ volume come out composed, links and modes as they are in the volume, its
-// system's own items and the set-id bits not at all. Fails when anything that is listed comes out changed.
-// Every file and folder carries the quarantine attribute where the file system keeps such attributes.
+// `scratch` is an empty folder; nothing is written outside it. The caller removes its content, also after a
+// failure. Names of an HFS+ volume are composed, links and modes are unchanged, the system's own items and
+// set-id bits are left out. Fails when an extracted item differs from the listing. Every file and folder gets
+// the quarantine attribute where the file system supports such attributes.
 OrReason<ExtractedVolume> extractVolume(const std::filesystem::path& image,
                                         const std::filesystem::path& scratch);
 

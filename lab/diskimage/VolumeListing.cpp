@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view beginOfItems = "\n----------\n";
 
-// The value of a "Key = value" line, or nothing for another line.
+// The value of the line "{key} = value"; absent for another line.
 std::optional<std::string_view> valueOf(std::string_view line, std::string_view key) {
   if (!line.starts_with(key)) return std::nullopt;
   line.remove_prefix(key.size());
@@ -50,8 +50,8 @@ std::string nameIn(std::string_view head) {
   return std::string{name.substr(0, name.size() - 5)};
 }
 
-// The permissions in "drwxr-xr-x"; set-id and sticky letters count for the bit below them. A mode without a
-// type was never set.
+// The permissions in "drwxr-xr-x"; set-id and sticky letters count as the execute bit that they replace.
+// Absent for a mode without a type, which was never set.
 std::optional<unsigned> permissionsIn(std::string_view mode) {
   if (mode.size() < 10 || mode[0] == '0') return std::nullopt;
   unsigned bits = 0;
@@ -62,7 +62,7 @@ std::optional<unsigned> permissionsIn(std::string_view mode) {
   return bits;
 }
 
-// Takes over one line about the item. APFS volumes have no "Folder" lines, so the mode counts as well.
+// Reads one line about the item. APFS volumes have no "Folder" lines, so the mode also sets the kind.
 void readLine(ListedItem& item, std::string_view line) {
   if (valueOf(line, "Folder") == "+") item.kind = ItemKind::folder;
   if (const auto size = valueOf(line, "Size"))
@@ -133,7 +133,7 @@ OrReason<> checkListing(const VolumeListing& listing, const ListingLimits& limit
 bool isSystemsOwn(std::string_view name) {
   constexpr std::array<std::string_view, 4> names{".Trashes", ".fseventsd", ".journal",
                                                   ".journal_info_block"};
-  // The name of the second one goes on with a control character.
+  // The second of these names has a control character at its end.
   return std::ranges::find(names, name) != names.end() || name.starts_with("[HFS+ Private Data]") ||
          name.starts_with(".HFS+ Private Directory Data");
 }

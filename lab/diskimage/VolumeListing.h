@@ -1,4 +1,4 @@
-// What 7-Zip says is in a disk image, before anything of it touches the disk. Any thread.
+// 7-Zip's listing of a disk image, read before anything is extracted. Any thread.
 #pragma once
 
 #include <cstdint>
@@ -17,16 +17,16 @@ enum class ItemKind { file, folder, link };
 struct ListedItem {
   std::string path;  // within the image, "/" between components
   ItemKind kind = ItemKind::file;
-  std::uint64_t size = 0;               // in bytes; of a link, its text's
-  std::optional<unsigned> permissions;  // the nine bits; absent where the volume has none
-  std::optional<std::string> target;    // a link's text; absent where the listing doesn't show it
+  std::uint64_t size = 0;               // in bytes; for a link, of its target's text
+  std::optional<unsigned> permissions;  // the nine bits; absent when the volume has none
+  std::optional<std::string> target;    // a link's target; absent when the listing has none
 };
 
 enum class VolumeFormat { hfs, apfs };
 
 struct VolumeListing {
   VolumeFormat format = VolumeFormat::hfs;
-  std::string name;  // of an APFS volume, as a plain file name; empty when it has none such
+  std::string name;  // of an APFS volume, a plain file name; empty without a usable one
   std::vector<ListedItem> items;
 };
 
@@ -35,17 +35,17 @@ struct ListingLimits {
   std::uint64_t bytes = 0;  // of all files together
 };
 
-// Of a disk image, or of a bare volume. Blocks. Fails without an HFS+ or APFS volume.
+// Lists a disk image or a bare volume. Blocks. Fails without an HFS+ or APFS volume.
 OrReason<VolumeListing> listVolume(const std::filesystem::path& image);
 
 // The same from the text of `7zz l -slt`.
 OrReason<VolumeListing> parseListing(std::string_view text);
 
-// Whether the items can be written into a folder without leaving it and within the limits: no absolute path,
-// no "..", nothing twice, nothing below an item that isn't a folder (a link, say).
+// Checks that the items are within the limits and can't be written outside their folder: no absolute path, no
+// "..", no path twice, nothing below an item that isn't a folder (for example a link).
 OrReason<> checkListing(const VolumeListing& listing, const ListingLimits& limits);
 
-// True for an item at the top of a volume that the system keeps for itself and never shows: journal, trash.
+// True for an item at the top of a volume that belongs to the system and is never shown: journal, trash.
 bool isSystemsOwn(std::string_view name);
 
 // Drops the system's own items and everything below them.

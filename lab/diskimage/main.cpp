@@ -1,4 +1,4 @@
-// lab-diskimage: a disk image from a folder.
+// lab-diskimage: makes a disk image from a folder.
 #include <cstdio>
 #include <string>
 #include <vector>

@@ -20,8 +20,8 @@ namespace {
 
 constexpr std::string_view workPrefix = ".ditto-";
 
-// A folder that keeps its place while names on the way to it are exchanged. What is in it is reached by
-// `path`, one name further, without a link on the way.
+// A folder held by its descriptor, so that a later change of a name in its path has no effect. `path` +
+// "/name" is an entry in it, without links before the name.
 struct Pinned {
   installer::FileDescriptor folder;
   fs::path path;
@@ -29,7 +29,7 @@ struct Pinned {
   explicit Pinned(int descriptor) : folder{descriptor}, path{fmt::format("/proc/self/fd/{}", folder.get())} {}
 };
 
-// The folder at the absolute `path`; without a descriptor when it isn't there or a link is on the way.
+// The folder at the absolute `path`; without a descriptor when it doesn't exist or its path has a link.
 Pinned pinnedFolder(const fs::path& path) {
   open_how how{};
   how.flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
@@ -129,7 +129,7 @@ class Copy {
     }
   }
 
-  // Owner, attributes, mode and times, in the order in which one doesn't undo another.
+  // Copies owner, attributes, mode and times, in an order in which no step undoes another.
   OrReason<> keepFacts(const fs::path& from, const fs::path& to) const {
     const auto status = look(from);
     if (!status) return std::unexpected(status.error());
@@ -162,7 +162,7 @@ class Copy {
   QuarantineMark quarantine_;
 };
 
-// Builds the folder under a hidden name beside its place, and renames it.
+// Makes the folder under a hidden name beside its destination, and renames it.
 OrReason<> copyFolderAtOnce(const Copy& copy, const fs::path& source, const fs::path& destination) {
   std::error_code error;
   fs::create_directories(destination.parent_path(), error);
@@ -171,7 +171,7 @@ OrReason<> copyFolderAtOnce(const Copy& copy, const fs::path& source, const fs::
   auto copied = copy.merge(source, sibling);
   if (copied && rename(sibling.c_str(), destination.c_str()) != 0)
     copied = becauseOfErrno(destination.string());
-  if (!copied) (void)removeTree(sibling);  // the failure that is told is the first one
+  if (!copied) (void)removeTree(sibling);  // only the first failure is reported
   return copied;
 }
 

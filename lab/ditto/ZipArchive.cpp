@@ -40,7 +40,7 @@ class Zip {
     return because("{}: neither file, folder nor link", path.string());
   }
 
-  // The entries of `folder`, in the order of their names, below `prefix`.
+  // Adds the entries of `folder` below `prefix`, in the order of their names.
   OrReason<> addContent(const fs::path& folder, const std::string& prefix) {
     std::vector<std::string> names;
     std::error_code error;
@@ -86,7 +86,7 @@ class Zip {
     return write(entry, path);
   }
 
-  // A file that grows meanwhile is packed as long as it was; one that shrinks is a failure.
+  // A file that grows meanwhile is packed with its first length; one that shrinks is a failure.
   OrReason<> addFile(const fs::path& path, const std::string& name, const struct stat& status) {
     const installer::FileDescriptor file{open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW)};
     if (!file) return becauseOfErrno(path.string());

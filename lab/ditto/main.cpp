@@ -67,7 +67,7 @@ int main(int argc, char** argv) {
     return 0;
   }
   lab::holdInterruptions();
-  // libarchive takes file names through the locale.
+  // libarchive converts file names by the locale.
   std::setlocale(LC_ALL, "C.UTF-8");
   const auto request = parse(argc, argv);
   if (!request) {

@@ -32,7 +32,7 @@ Board::Row& Board::rowOf(const std::string& app) {
   return rows_.back();
 }
 
-// The rate is the average since the download was first measured; half a second has to have passed.
+// The rate is the average since the download was first measured, shown after half a second.
 std::string Board::detailOf(Row& row, const AppStep& step, Moment now) {
   if (!step.downloadedBytes || !step.totalBytes) return {};
   if (!row.began) row.began = {now, *step.downloadedBytes};

@@ -21,8 +21,8 @@ class Board {
  public:
   explicit Board(Look look) : look_(look) {}
 
-  // Takes in a step that came at `now`. True when it begins a stage or ends an app: a change worth a line of
-  // its own.
+  // Applies a step that arrived at `now`. True when it begins a stage or ends an app, which is printed as a
+  // line.
   bool apply(const AppStep& step, Moment now);
 
   // The app's stage or end: "brenna: download".
@@ -37,7 +37,7 @@ class Board {
     std::string stage;
     std::string detail;  // "12.3 of 45.6 MB, 7.8 MB/s"
     std::optional<std::pair<Moment, double>>
-        began;  // when the download was first measured, and its bytes then
+        began;  // the first measurement of the download: its time and bytes
     std::string status;
     double percent = 0;
     bool indeterminate = false;

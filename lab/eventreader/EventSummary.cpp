@@ -27,7 +27,7 @@ std::optional<double> number(const Json& event, const char* key) {
   return found != nullptr && found->is_number() ? std::optional{found->get<double>()} : std::nullopt;
 }
 
-// What each error code means, from the protocol's vocabulary.
+// The meanings of the error codes, from the protocol's vocabulary.
 constexpr std::pair<std::string_view, std::string_view> kSentences[] = {
 #include "ErrorSentences.inc"
 };
@@ -58,7 +58,7 @@ AppStep resultOf(const Json& event) {
   return step;
 }
 
-// A line for each note of the newest release.
+// One line for each note of the newest release.
 std::string describeNotes(const Json& app) {
   const auto notes = app.value(Json::json_pointer{"/releaseNotes/releases/0/notes"}, Json{});
   std::string lines;
@@ -129,7 +129,7 @@ std::string harmless(std::string_view text) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     const auto byte = static_cast<unsigned char>(text[i]);
     if (byte < 0x20 || byte == 0x7f) continue;
-    // The two-byte forms of the controls from U+0080 to U+009F.
+    // The two-byte sequences of the controls U+0080 to U+009F.
     if (byte == 0xc2 && i + 1 < text.size() && static_cast<unsigned char>(text[i + 1]) < 0xa0) {
       ++i;
       continue;

@@ -1,4 +1,4 @@
-// What an event of the engine says about an app's progress, and in words for a person. Pure; any thread.
+// The content of an engine's event: an app's step, and words for a person. Pure; any thread.
 #pragma once
 
 #include <optional>
@@ -7,7 +7,7 @@
 
 namespace lab {
 
-// A step of one app, as "stage", "progress" and "app-result" events tell it. What an event doesn't say is
+// A step of one app, from a "stage", "progress" or "app-result" event. Values that the event doesn't have are
 // absent.
 struct AppStep {
   std::string app;
@@ -17,22 +17,22 @@ struct AppStep {
   std::optional<double> downloadedBytes;
   std::optional<double> totalBytes;
   std::optional<std::string> status;   // the end: "installed", "failed", ...
-  std::optional<std::string> outcome;  // the version, or what the error code means, that goes with the status
+  std::optional<std::string> outcome;  // with the status: the version, or the meaning of the error code
 };
 
 struct Event {
   std::optional<AppStep> step;
-  std::optional<std::string> words;  // for any other event worth a line
+  std::optional<std::string> words;  // the line for another event
   bool isRoutine = false;            // a log event of level `info`
 };
 
 // "12.3": millions.
 std::string megabytes(double bytes);
 
-// Nothing for a line that is no event of the engine.
+// Absent for a line that isn't an event of the engine.
 std::optional<Event> parseEvent(std::string_view line);
 
-// The text without control characters, so that it can't play with the terminal.
+// The text without control characters, which could control the terminal.
 std::string harmless(std::string_view text);
 
 }  // namespace lab

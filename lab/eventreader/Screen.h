@@ -1,5 +1,5 @@
-// Where the reader prints: scrolling lines, and below them, on a terminal, a board that is drawn anew in
-// place. One thread.
+// The reader's output: scrolling lines and, on a terminal, a board below them that is redrawn in place. One
+// thread.
 #pragma once
 
 #include <cstdio>
@@ -14,7 +14,7 @@ class Screen {
 
   Screen(std::FILE* out, Kind kind) : out_(out), kind_(kind) {}
 
-  // A line that stays, above the board.
+  // Prints a permanent line above the board.
   void print(const std::string& line);
 
   // The same in a faint colour, on a terminal.

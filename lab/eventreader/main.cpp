@@ -24,7 +24,7 @@ void take(const std::string& line, const Options& options, lab::Board& board, la
   const auto event = lab::parseEvent(line);
   if (!event || options.events) screen.printFaint(lab::harmless(line));
   if (!event) return;
-  // On a terminal, the board says what these say.
+  // On a terminal, the board shows the content of routine events.
   if (event->words && !(event->isRoutine && screen.isTerminal())) screen.print(*event->words);
   if (!event->step) return;
   const bool telling = board.apply(*event->step, std::chrono::steady_clock::now());

@@ -13,7 +13,7 @@ namespace lab {
 
 namespace {
 
-// A fixed time, so that one input always takes the same path.
+// A fixed time, so that an input always takes the same code path.
 constexpr std::chrono::sys_seconds kNow{std::chrono::seconds(1780000000)};
 
 bool trySignature(const SignatureParts& parts, const SignedSurroundings& surroundings,

@@ -1,6 +1,6 @@
-// What hostile bytes are fed to: one function for each kind of input that the signature code reads.
-// None may crash, hang, or take more than a small multiple of its input's size. The fuzzers and the bounded
-// mutation test share these.
+// The functions under fuzzing: one for each kind of input of the signature code. None may crash, hang, or use
+// more memory than a small multiple of its input's size. The fuzzers and the bounded mutation test share
+// them.
 #pragma once
 
 #include "Anchors.h"

@@ -33,7 +33,7 @@ std::string freeDisk(const std::vector<Mount>& mounts) {
   }
 }
 
-// Moves the volume to the first free name, and keeps its root as it is from then on.
+// Moves the volume to the first free name and makes its root read-only.
 OrReason<std::string> moveIntoPlace(const fs::path& volumes, const ExtractedVolume& volume) {
   const std::string name = volume.name.starts_with('.') ? "untitled" : volume.name;
   for (int suffix = 0;; ++suffix) {
@@ -48,7 +48,7 @@ OrReason<std::string> moveIntoPlace(const fs::path& volumes, const ExtractedVolu
   }
 }
 
-// Stays the same while the file does; a file that takes its path, even with its inode, differs in time.
+// Identifies the file: another file at its path, even with the same inode, has another time.
 std::string fileOf(const fs::path& image) {
   struct stat status{};
   if (stat(image.c_str(), &status) != 0) return {};
@@ -77,7 +77,7 @@ OrReason<> mountVolume(const MountTable& table, const fs::path& image, const Ext
     return tell(mount);
   });
   if (!stored && !mount.mountPoint.empty())
-    (void)removeTree(mount.mountPoint);  // the failure that is told is the first one
+    (void)removeTree(mount.mountPoint);  // only the first failure is reported
   return stored;
 }
 

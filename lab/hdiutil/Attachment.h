@@ -12,18 +12,17 @@ namespace lab {
 
 enum class Checksums { verify, skip };
 
-// Tells the caller of the mount.
+// Reports the mount to the caller.
 using Tell = std::function<OrReason<>(const Mount&)>;
 
-// Opens the image at a mount point named after its volume, "{name} 1" and so on when that is taken; an image
-// that is attached already keeps its mount. The mount point appears at once and whole; a failure, or a
-// request to stop, leaves nothing new. No other process learns of a mount before `tell` has succeeded. The
-// mount point takes no new entries; what is in it has the owner and modes that it would have on a mounted
-// image.
+// Opens the image at a mount point named after its volume, or "{name} 1" and so on when that exists; an
+// attached image keeps its mount. The mount point appears in one step; a failure, or a request to stop,
+// leaves nothing new. No other process sees a mount before `tell` has succeeded. The mount point is
+// read-only; its entries have the owner and modes of a mounted image.
 OrReason<> attach(const MountTable& table, const std::filesystem::path& image, Checksums checksums,
                   const Tell& tell);
 
-// Detaches what is mounted at `mountPoint`, or is that disk ("/dev/disk4", "disk4s2"), even if it is in use.
+// Detaches the image at that mount point or with that disk ("/dev/disk4", "disk4s2"), even if it is in use.
 OrReason<Mount> detach(const MountTable& table, const std::string& mountPointOrDisk);
 
 }  // namespace lab

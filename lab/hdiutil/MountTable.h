@@ -1,7 +1,7 @@
-// Which disk images are attached to this machine, kept in the hidden folder `Volumes/.hdiutil`.
+// The disk images attached to this machine, in the hidden folder `Volumes/.hdiutil`.
 //
 // The table is a file under a lock, so that several programs can attach and detach at once. An entry whose
-// mount point is gone is forgotten at the next look.
+// mount point is gone is dropped at the next read.
 #pragma once
 
 #include <filesystem>
@@ -18,21 +18,21 @@ struct Mount {
   std::string mountPoint;  // absolute path
   std::string disk;        // "/dev/disk4"
   std::string volumeKind;  // "hfs", "apfs"
-  std::string imageFile;   // tells the file from another one that takes its path
+  std::string imageFile;   // identifies the file, unlike another one at its path
 };
 
 class MountTable {
  public:
-  // Creates the folders when they aren't there.
+  // Creates the missing folders.
   static OrReason<MountTable> open(const std::filesystem::path& volumes);
 
   OrReason<std::vector<Mount>> mounts() const;
 
-  // Gives `change` the current entries under the lock and stores what it leaves, unless it fails.
+  // Calls `change` with the current entries under the lock and stores the result, unless it fails.
   OrReason<> update(const std::function<OrReason<>(std::vector<Mount>&)>& change) const;
 
-  // A new empty hidden folder on the volumes' file system, for the purpose "attaching" or "detaching". What
-  // dead processes left is cleared on the way.
+  // A new empty hidden folder on the volumes' file system, for the purpose "attaching" or "detaching". Also
+  // removes the folders of ended processes.
   OrReason<std::filesystem::path> workingFolder(const std::string& purpose) const;
 
   const std::filesystem::path& volumes() const { return volumes_; }

@@ -1,4 +1,4 @@
-// What `hdiutil` prints about attached images. Pure; any thread.
+// The output of `hdiutil` about attached images. Pure; any thread.
 #pragma once
 
 #include <span>
@@ -17,7 +17,7 @@ std::string attachedLines(const Mount& mount);
 // The property list of `info -plist`.
 std::string infoList(std::span<const Mount> mounts);
 
-// What `info` says to a person.
+// The lines of `info` without -plist.
 std::string infoLines(std::span<const Mount> mounts);
 
 }  // namespace lab

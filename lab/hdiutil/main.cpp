@@ -1,4 +1,4 @@
-// hdiutil: attaches disk images, detaches them, says which are attached.
+// hdiutil: attaches, detaches and lists disk images.
 #include <algorithm>
 #include <cstdio>
 #include <string>
@@ -23,7 +23,7 @@ attach verifies the image's checksum unless -noverify is given; -nobrowse and -r
 detach always works as with -force.
 )";
 
-// The command line after the verb: one operand at most, and options of a known set.
+// The command line after the verb: at most one operand, and supported options.
 struct Request {
   std::string operand;
   Words options;

@@ -1,4 +1,4 @@
-// lsregister: registers applications with the machine, takes them off its list, shows the list.
+// lsregister: registers applications with the machine, unregisters them, and lists them.
 #include <cstdio>
 #include <filesystem>
 #include <string>
@@ -18,7 +18,7 @@ constexpr const char* usage = R"(usage: lsregister -f PATH...   register applica
        lsregister -dump        show the list
 )";
 
-// Links on the way are resolved as far as the path exists: a bundle is known under one path.
+// Resolves the links of the existing part of the path, so that a bundle is registered under one path.
 std::string known(const std::string& path) {
   std::error_code error;
   const fs::path resolved = fs::weakly_canonical(fs::absolute(path), error);

@@ -10,8 +10,9 @@ namespace lab {
 // The bundle's main executable, as Info.plist names it: a plain name in Contents/MacOS.
 OrReason<std::filesystem::path> mainExecutable(const std::filesystem::path& bundle);
 
-// Starts the program, by its absolute path, in a session of its own, without arguments, with nothing on its
-// streams and "/" as its folder, which becomes this process's folder too. It outlives this process.
+// Starts the program, by its absolute path, in its own session, without arguments, with /dev/null as its
+// streams and "/" as its working directory, which also becomes this process's. The program outlives this
+// process.
 OrReason<> launchDetached(const std::filesystem::path& program);
 
 }  // namespace lab

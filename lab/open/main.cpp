@@ -18,7 +18,7 @@ Registers the application bundle and starts its main executable, detached. One t
 once more.
 )";
 
-// A bundle that is opened becomes known; that it couldn't be written down is no reason not to start it.
+// Registers an opened bundle. A failure is reported but doesn't prevent the start.
 void remember(const fs::path& bundle) {
   const auto machine = lab::machine();
   const auto identifier = lab::bundleString(bundle, "CFBundleIdentifier");

@@ -19,9 +19,9 @@ struct PublishArguments {
   Configuration configuration;
   bool isConfigured = false;  // a configuration or a name of it was given
 
-  std::optional<std::string> team;  // whose signatures `publish`, `rollback` and `verify` demand
+  std::optional<std::string> team;  // the required signer for `publish`, `rollback` and `verify`
 
-  // Of a package: `publish`, `rollback`, `withdraw`; the app also of `list`, where empty stands for all.
+  // The package of `publish`, `rollback` and `withdraw`. `list` uses the app only; empty means all apps.
   std::string app;
   std::string version;
   std::string arch;

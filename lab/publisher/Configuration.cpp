@@ -13,7 +13,7 @@ namespace {
 
 using Json = nlohmann::json;
 
-// Replaces `value` by what stands at the place, if anything does.
+// Replaces `value` by the value at the place, if there is one.
 template <class Value>
 void take(const Json& file, const std::string& place, Value& value) {
   const Json::json_pointer pointer{place};

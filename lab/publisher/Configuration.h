@@ -1,5 +1,5 @@
-// What a build's installer_config.json says of packages: where they are, what they hold, who else may serve
-// them. The engine's defaults where the file, or a key, is missing.
+// The parts of a build's installer_config.json about packages: their place, their content, and the other
+// hosts that may serve them. The engine's defaults for a missing file or key.
 #pragma once
 
 #include <filesystem>
@@ -16,15 +16,15 @@ namespace lab {
 struct Configuration {
   LayoutNames names;
   std::vector<std::string> trustedDomains;
-  std::map<std::string, std::string> bundleIdentifiers;  // by app: of the bundle that its image has to hold
+  std::map<std::string, std::string> bundleIdentifiers;  // by app: of the required bundle in its image
 
   Configuration();
 
-  // Fails for a value of the wrong type, where the engine would take its default and go on.
+  // Fails for a value of the wrong type; the engine uses its default in that case.
   static OrReason<Configuration> read(const std::filesystem::path& file);
 };
 
-// Whether the engine would fetch a package from there.
+// Fails unless the engine would fetch a package from `url`.
 OrReason<> checkAlternate(const installer::URL& url, const Configuration& configuration);
 
 }  // namespace lab

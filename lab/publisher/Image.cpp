@@ -19,7 +19,7 @@ namespace JSONReader = installer::JSONReader;
 
 namespace {
 
-// A bit that fell over on the way here is found now, and not by those who download it.
+// Finds damage of the image before it is published.
 OrReason<> checkContent(const std::filesystem::path& image) {
   const auto trailer = readTrailer(image);
   if (!trailer) return because("{} is no disk image: {}", image.string(), trailer.error());
@@ -31,7 +31,7 @@ OrReason<> checkContent(const std::filesystem::path& image) {
 
 // The Info.plist of every bundle at the top of the volume, by path in the image.
 std::vector<std::string> informationPaths(const VolumeListing& listing) {
-  // An HFS+ volume's items have its name before them.
+  // The paths of an HFS+ volume's items begin with the volume's name.
   const std::ptrdiff_t slashes = listing.format == VolumeFormat::hfs ? 3 : 2;
   std::vector<std::string> paths;
   for (const ListedItem& item : listing.items) {
@@ -42,7 +42,7 @@ std::vector<std::string> informationPaths(const VolumeListing& listing) {
   return paths;
 }
 
-// Null when there is no such property list in the image, or it can't be read.
+// Null when the image has no such property list or it can't be read.
 installer::Json informationIn(const std::filesystem::path& image, const std::string& path) {
   const auto read = runToEnd({"7zz", "x", "-so", "-spd", "-p", "--", image.string(), path});
   if (!read || read->status != 0) return {};

@@ -1,4 +1,4 @@
-// What a publisher has to know of a disk image. Reads the whole file.
+// The facts of a disk image that a publisher needs. Reads the whole file.
 #pragma once
 
 #include <cstdint>
@@ -14,12 +14,13 @@ struct ImageFacts {
   std::string sha256;     // lower-case hexadecimal
 };
 
-// Fails for anything that isn't a plain file with the trailer of a disk image and the data that it speaks of.
+// Fails unless the file is a plain file with the trailer of a disk image and the data that the trailer
+// describes.
 OrReason<ImageFacts> examineImage(const std::filesystem::path& image);
 
-// Whether the image holds an app of this bundle identifier and version. The engine installs the only bundle
-// of an image under any identifier, and offers an update for ever to those who get another version than
-// promised.
+// Fails unless the image has an app with this bundle identifier and version. The engine installs the only
+// bundle of an image with any identifier; with another version than published, the app would always have an
+// update.
 OrReason<> checkBundle(const std::filesystem::path& image, const std::string& identifier,
                        const std::string& version);
 

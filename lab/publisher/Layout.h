@@ -1,4 +1,4 @@
-// Where packages lie in a tree: the engine's layout, filled from the command line. Pure.
+// The places of packages in a tree: the engine's layout, filled from the command line. Pure.
 #pragma once
 
 #include <filesystem>
@@ -22,16 +22,16 @@ installer::CDNLayout layoutOf(const LayoutNames& names, const std::string& app, 
 
 std::filesystem::path folderOf(const std::filesystem::path& tree, const installer::CDNLayout& layout);
 
-// The layout that leads to `folder`; absent when no app's does.
+// The layout whose folder is `folder`; absent when there is none.
 std::optional<installer::CDNLayout> layoutThatLeadsTo(const std::filesystem::path& tree,
                                                       const std::filesystem::path& folder);
 
-// One of the catalog's apps; "arm64", "x64" or "universal"; a name that can stand in a path.
+// The valid values: one of the catalog's apps; "arm64", "x64" or "universal"; a name that a path can have.
 OrReason<> checkApp(const std::string& app);
 OrReason<> checkArch(const std::string& arch);
 OrReason<> checkPathComponent(const std::string& what, const std::string& name);
 
-// Numbers between points: anything else has no order among versions, and would never be offered as an update.
+// Fails unless `version` is numbers between points: other text has no order and would never be an update.
 OrReason<> checkVersion(const std::string& version);
 
 }  // namespace lab

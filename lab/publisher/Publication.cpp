@@ -36,7 +36,7 @@ OrReason<std::optional<std::string>> readNotes(const std::optional<fs::path>& fi
   return std::move(*text);
 }
 
-// Checked again where it lies: what was examined is what is published.
+// Checks the copy again, because the image could change after its examination.
 OrReason<> putImage(const fs::path& image, const fs::path& destination, const ImageFacts& facts) {
   if (stands(destination)) {
     const auto published = sha256OfFile(destination);
@@ -46,7 +46,7 @@ OrReason<> putImage(const fs::path& image, const fs::path& destination, const Im
   }
   std::error_code error;
   fs::copy_file(image, destination, error);
-  // Whoever serves the tree is another user as a rule.
+  // The web server that serves the tree is usually another user.
   if (!error) fs::permissions(destination, fs::perms{0644}, error);
   if (error) return because("{}: {}", destination.string(), error.message());
   if (const auto digest = sha256OfFile(destination); !digest || *digest != facts.sha256) {
@@ -81,7 +81,7 @@ OrReason<fs::path> publish(const PublishArguments& arguments) {
   auto staged = StagedFolder::inPlaceOf(folder, {metadata, releaseNotes});
   if (!staged) return std::unexpected(staged.error());
   auto put = putImage(arguments.image, staged->path() / arguments.destination, *facts);
-  // Notes of an earlier package don't stay beside a package without any.
+  // A package without notes doesn't keep those of an earlier one.
   if (put && *notes) put = writeFile(staged->path() / releaseNotes, **notes);
   if (put) put = writeFile(staged->path() / metadata, metadataOf(arguments, *facts));
   if (put) put = staged->commit(metadata);

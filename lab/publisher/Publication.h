@@ -8,8 +8,8 @@
 
 namespace lab {
 
-// Gives the folder that now describes the package. Readers see the package that was there before or this one,
-// whole, whatever ends the process; a failure leaves everything as it was.
+// Returns the folder of the package. Readers see either the earlier package or this one, complete, also when
+// the process is killed; a failure changes nothing.
 OrReason<std::filesystem::path> publish(const PublishArguments& arguments);
 
 }  // namespace lab

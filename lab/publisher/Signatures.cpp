@@ -15,7 +15,7 @@ namespace lab {
 
 namespace {
 
-// A scratch folder; what it holds may be closed for writing.
+// A scratch folder; its content may be read-only.
 class Scratch {
  public:
   Scratch() {
@@ -24,7 +24,7 @@ class Scratch {
   }
   Scratch(const Scratch&) = delete;
   Scratch& operator=(const Scratch&) = delete;
-  ~Scratch() { static_cast<void>(removeTree(path_)); }  // a rest in the temporary folder does no harm
+  ~Scratch() { static_cast<void>(removeTree(path_)); }  // failures are ignored: it is in the temporary folder
 
   const fs::path& path() const { return path_; }
 

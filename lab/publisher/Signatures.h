@@ -1,4 +1,4 @@
-// Whether an image is signed as the engine demands. Blocks.
+// Checks that an image is signed as the engine requires. Blocks.
 #pragma once
 
 #include <filesystem>
@@ -8,8 +8,8 @@
 
 namespace lab {
 
-// The image and each application at the top of its volume have to be valid, and signed by `team` under an
-// authority that this machine believes. Takes the volume out into a scratch folder, which is removed.
+// The image and each application at the top of its volume must be valid and signed by `team` under an
+// authority that this machine trusts. Extracts the volume into a scratch folder and removes it.
 OrReason<> checkSignatures(const std::filesystem::path& image, const std::string& team);
 
 }  // namespace lab

@@ -14,7 +14,7 @@ namespace lab {
 
 namespace {
 
-// The same file under a second name, or a copy where that can't be.
+// Makes a hard link, or a copy if that fails.
 OrReason<> linkOrCopy(const fs::path& from, const fs::path& to) {
   std::error_code error;
   if (fs::is_directory(fs::symlink_status(from, error))) {
@@ -34,7 +34,7 @@ bool canNotExchange(int number) {
 
 OrReason<StagedFolder> StagedFolder::inPlaceOf(const fs::path& folder,
                                                const std::vector<std::string>& without) {
-  // A link that stands there goes on pointing to the folder, which is what gets exchanged.
+  // For a link, its target folder is replaced, and the link stays.
   const auto place = fs::is_symlink(folder) ? fs::weakly_canonical(folder) : folder;
   const auto parent = place.parent_path();
   installer::FileDescriptor lock{open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
@@ -52,7 +52,7 @@ OrReason<StagedFolder> StagedFolder::inPlaceOf(const fs::path& folder,
 }
 
 StagedFolder::~StagedFolder() {
-  // A leftover that stays is cleared by the next publication.
+  // Failures are ignored: the next publication removes the folder.
   if (lock_) static_cast<void>(removeTree(path_));
 }
 
@@ -61,7 +61,7 @@ OrReason<> StagedFolder::takeOver(const std::vector<std::string>& without) {
   std::error_code error;
   for (fs::directory_iterator entry{folder_, error}, end; !error && entry != end; entry.increment(error)) {
     const auto name = entry->path().filename().string();
-    // A hidden one was left over from a publication that was cut short.
+    // A hidden entry is a leftover of an interrupted publication.
     if (name.starts_with('.') || std::ranges::find(without, name) != without.end()) continue;
     if (auto taken = linkOrCopy(entry->path(), path_ / name); !taken) return taken;
   }
@@ -70,7 +70,7 @@ OrReason<> StagedFolder::takeOver(const std::vector<std::string>& without) {
 }
 
 OrReason<> StagedFolder::commit(const std::string& last) {
-  // To the disk before the names are: a name never leads to less than the whole.
+  // Flushes the bytes before the names, so that a name never has incomplete content.
   if (syncfs(lock_.get()) != 0) return becauseOfErrno(path_.string());
   const unsigned how = stands(folder_) ? RENAME_EXCHANGE : RENAME_NOREPLACE;
   if (renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, folder_.c_str(), how) != 0) {

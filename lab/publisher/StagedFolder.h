@@ -1,7 +1,7 @@
-// A folder that is made ready out of sight and then takes another one's place in one step.
+// A folder that is prepared under a hidden name and then replaces another one in one step.
 //
-// Whatever ends the process meanwhile, readers see the folder as it was or as it is to be. What is left over
-// is a hidden sibling, which the next publication to the same place clears.
+// Readers see the old or the new folder, also when the process is killed. The hidden sibling may then remain;
+// the next publication to the same place removes it.
 #pragma once
 
 #include <filesystem>
@@ -15,9 +15,9 @@ namespace lab {
 
 class StagedFolder {
  public:
-  // Stands beside `folder`, whose parent exists, and starts with its files but for those named in `without`.
-  // They are the same files, not copies, where the file system allows it. Only one at a time can be made for
-  // folders of one parent.
+  // Creates the staged folder beside `folder`, whose parent must exist, with the files of `folder` except
+  // those in `without`. They are hard links where the file system supports them. Only one staged folder can
+  // exist per parent.
   static OrReason<StagedFolder> inPlaceOf(const std::filesystem::path& folder,
                                           const std::vector<std::string>& without);
 
@@ -25,13 +25,13 @@ class StagedFolder {
   StagedFolder& operator=(StagedFolder&& other) = delete;
   StagedFolder(const StagedFolder&) = delete;
   StagedFolder& operator=(const StagedFolder&) = delete;
-  // Removes what wasn't committed.
+  // Removes an uncommitted folder.
   ~StagedFolder();
 
   const std::filesystem::path& path() const { return path_; }
 
-  // What was staged stands at `folder`; what stood there is gone. `last` names the file that speaks of the
-  // others: where two folders can't be exchanged in one step, it comes behind them.
+  // Replaces `folder` by the staged folder. `last` is the file that refers to the others: where two folders
+  // can't be exchanged in one step, it is replaced after them.
   OrReason<> commit(const std::string& last);
 
  private:
@@ -40,7 +40,7 @@ class StagedFolder {
 
   std::filesystem::path folder_;
   std::filesystem::path path_;
-  installer::FileDescriptor lock_;  // the parent, locked; absent once moved from
+  installer::FileDescriptor lock_;  // the locked parent; absent after a move
 
   OrReason<> takeOver(const std::vector<std::string>& without);
   OrReason<> replaceFileByFile(const std::string& last);

@@ -48,7 +48,8 @@ OrReason<> compare(const PackageMeta& meta, const ImageFacts& facts) {
   return {};
 }
 
-// What the metadata says of its own place. The engine doesn't read it, but people do.
+// Compares the metadata's own description with its place in the tree. Only people read that part, not the
+// engine.
 OrReason<> compare(const PackageMeta& meta, const CDNLayout& layout) {
   for (const auto& [key, said, is] :
        {std::tuple{"product", &meta.product, layout.service},
@@ -82,7 +83,7 @@ class TreeCheck {
   OrReason<TreeReport> run();
 
  private:
-  // A package's folder, by each of the paths that lead to it.
+  // All paths of a package's folder, with links.
   using Paths = std::vector<fs::path>;
   // app and everything of its layout but the architecture -> architecture -> version
   using Offers = std::map<std::vector<std::string>, std::map<std::string, std::string>>;
@@ -145,7 +146,7 @@ void TreeCheck::walk(const fs::path& folder) {
     visit(*entry, holdsFolders, holdsPackage);
   }
   if (error) return report(folder, error.message());
-  // A package's folder without metadata fails as many installs as one with bad metadata.
+  // A package's folder without metadata breaks installs as much as bad metadata.
   const bool isPlace = !holdsFolders && isAsDeepAsPackages(arguments_.tree, folder);
   if (holdsPackage || isPlace) packages_[fs::canonical(folder, error)].push_back(folder);
 }

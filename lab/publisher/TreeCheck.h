@@ -1,4 +1,4 @@
-// Reads a published tree as the engine would. Blocks.
+// Checks a published tree by the engine's rules. Blocks.
 #pragma once
 
 #include <string>
@@ -10,9 +10,9 @@
 namespace lab {
 
 struct TreeReport {
-  std::vector<std::string> packages;   // a line for each sound one
-  std::vector<std::string> problems;   // a line for each thing that is wrong
-  std::vector<std::string> leftovers;  // a line for each hidden rest of a publication that was cut short
+  std::vector<std::string> packages;   // a line for each valid package
+  std::vector<std::string> problems;   // a line for each fault
+  std::vector<std::string> leftovers;  // a line for each hidden leftover of an interrupted publication
 };
 
 // Fails only when the tree can't be read at all.

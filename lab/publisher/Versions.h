@@ -1,5 +1,4 @@
-// The versions of a package that a tree holds: the one on offer, and images that were published before.
-// Blocks.
+// The versions of a package in a tree: the one on offer, and the images of earlier publications. Blocks.
 #pragma once
 
 #include <filesystem>
@@ -11,15 +10,15 @@
 
 namespace lab {
 
-// A line for each package of the configuration's release, or of one app: what is on offer, and which other
-// images are there.
+// A line for each package of the configuration's release, or of one app: the version on offer, and the other
+// images.
 OrReason<std::vector<std::string>> listVersions(const PublishArguments& arguments);
 
-// Puts an image that is still in its folder on offer again. Gives the folder. Checks what `publish` checks.
+// Offers an image that is still in its folder again, after the checks of `publish`. Returns the folder.
 OrReason<std::filesystem::path> rollBack(const PublishArguments& arguments);
 
-// Removes an image that isn't on offer. Gives its former place. Refuses the one on offer: without metadata,
-// every installer in the field would take its source for retired.
+// Removes an image that isn't on offer and returns its former path. Refuses the one on offer: without its
+// metadata, all installers would consider their source retired.
 OrReason<std::filesystem::path> withdraw(const PublishArguments& arguments);
 
 }  // namespace lab

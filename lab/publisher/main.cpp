@@ -1,4 +1,4 @@
-// lab-publish: lays out what a content delivery network serves, and checks it.
+// lab-publish: writes and checks the tree of a content delivery network.
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -56,7 +56,7 @@ int runScript(char** words) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // The web server that serves the tree is another user as a rule.
+  // The web server that serves the tree is usually another user.
   umask(S_IWGRP | S_IWOTH);
   const std::string_view command = argc > 1 ? argv[1] : "";
   if (command == "installer" || command == "probe") return runScript(argv + 1);

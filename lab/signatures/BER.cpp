@@ -43,7 +43,7 @@ class ElementReader {
     element.tagClass = static_cast<BERClass>(lead >> 6U);
     element.constructed = (lead & 0x20U) != 0;
     element.tag = lead & 0x1FU;
-    // Tags of more than one byte occur nowhere in signed data.
+    // Signed data has no tags of more than one byte.
     return element.tag != 0x1F;
   }
 
@@ -83,7 +83,7 @@ class ElementReader {
   std::size_t count_ = 0;
 };
 
-// The decimal number that `count` digits of `text` make; the caller has tested that they are digits.
+// The value of `count` digits of `text`; the caller has checked that they are digits.
 int digits(std::string_view text, std::size_t from, std::size_t count) {
   int value = 0;
   for (const char c : text.substr(from, count)) value = value * 10 + (c - '0');

@@ -1,6 +1,6 @@
-// A reader for the basic encoding rules, as far as signed data uses them: definite and indefinite
-// lengths, constructed strings. Nesting and the number of elements are bounded.
-// Elements hold views into the bytes they were read from; the caller keeps those alive.
+// A reader for the part of the basic encoding rules that signed data uses: definite and indefinite lengths,
+// constructed strings. Nesting and the number of elements are bounded.
+// Elements have views into the bytes that they were read from; the caller keeps those alive.
 #pragma once
 
 #include <chrono>
@@ -29,25 +29,25 @@ struct BERElement {
   bool constructed = false;
   bool indefinite = false;
   ByteView raw;      // tag, length, content, and the end mark of an indefinite length
-  ByteView content;  // what stands between
+  ByteView content;  // the bytes between length and end
   std::vector<BERElement> children;
 
   bool is(std::uint32_t universalTag) const { return tagClass == BERClass::universal && tag == universalTag; }
   bool isContext(std::uint32_t number) const { return tagClass == BERClass::context && tag == number; }
 
-  // The child at `index`, or nothing.
+  // The child at `index`, or null.
   const BERElement* child(std::size_t index) const {
     return index < children.size() ? &children[index] : nullptr;
   }
 };
 
-// The first element of `bytes` with everything below it; what follows it isn't looked at.
+// The first element of `bytes` with everything below it; later bytes aren't read.
 Outcome<BERElement> readBER(ByteView bytes);
 
-// "1.2.840.113549.1.7.2" of an object identifier's content; nothing when it is malformed.
+// The text of an object identifier's content, such as "1.2.840.113549.1.7.2"; absent when it is malformed.
 std::optional<std::string> objectIdentifierText(ByteView content);
 
-// The text of an element that is an object identifier; empty for any other.
+// The text of an element that is an object identifier; empty for another element.
 std::string objectIdentifierOf(const BERElement* element);
 
 // An octet string's bytes, the pieces of a constructed one joined.

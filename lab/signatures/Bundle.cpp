@@ -36,7 +36,7 @@ std::string linkText(const fs::path& path) {
   return fs::read_symlink(path, error).string();
 }
 
-// What the Finder and the shell put beside the sealed parts. Never a program.
+// True for a file that the Finder or the shell makes beside the sealed parts. Never a program.
 bool isPlainCompanion(const fs::path& entry, std::initializer_list<std::string_view> names) {
   std::error_code error;
   const auto status = fs::symlink_status(entry, error);
@@ -97,7 +97,7 @@ Outcome<void> readInfoPlist(Bundle& bundle) {
   return {};
 }
 
-// True for a framework's link to what has its own name in the current version.
+// True for a framework's link to the item of the same name in the current version.
 bool leadsToNamesake(const Bundle& bundle, const fs::path& entry) {
   if (bundle.shape != Bundle::Shape::versioned) return false;
   std::string target = linkText(entry);
@@ -127,7 +127,7 @@ Outcome<void> checkSignatureFolder(const Bundle& bundle) {
       "CodeDirectory",      "CodeRequirements",   "CodeSignature",      "CodeResources",
       "CodeEntitlements",   "CodeRequirements-1", "CodeRequirements-2", "CodeRequirements-3",
       "CodeRequirements-4", "CodeRequirements-5"};
-  if (!isFolder(bundle.signatureFolder)) return {};  // its files will be missed one by one
+  if (!isFolder(bundle.signatureFolder)) return {};  // the missing files are reported later
   const auto entries = entriesOf(bundle.signatureFolder);
   if (!entries) return handOn(entries);
   for (const fs::path& entry : *entries) {
@@ -172,7 +172,7 @@ std::optional<Bundle> bundleOfMainExecutable(const fs::path& file) {
   const fs::path above = folder.parent_path();
   std::vector<fs::path> roots;
   if (folder.filename() == "MacOS" && above.filename() == "Contents") roots = {above.parent_path()};
-  // A framework's version that isn't the current one is a bundle by itself.
+  // A version of a framework that isn't the current one is a separate bundle.
   if (above.filename() == "Versions") roots = {above.parent_path(), folder};
   if (folder.has_extension()) roots.push_back(folder);
   for (const fs::path& root : roots) {

@@ -1,4 +1,4 @@
-// One X.509 certificate and what a code signature asks about it.
+// An X.509 certificate, with the properties that a code signature needs.
 // Immutable, cheap to copy (the copies share OpenSSL's object); any thread.
 #pragma once
 
@@ -19,7 +19,7 @@ namespace lab {
 class Certificate {
  public:
   static Outcome<Certificate> readDER(ByteView der);
-  // A PEM or DER file; of several PEM certificates the first.
+  // Reads a PEM or DER file; the first of several PEM certificates.
   static Outcome<Certificate> readFile(const std::filesystem::path& path);
 
   const Bytes& der() const { return *der_; }  // the bytes it was read from, not a re-encoding
@@ -27,15 +27,14 @@ class Certificate {
   Bytes sha1() const;
   Bytes sha256() const;
 
-  // All values of a subject field in the order in which they stand: "CN", "OU", "O", "C", "L", "ST", "UID",
-  // ...
+  // All values of a subject field, in their order. Fields: "CN", "OU", "O", "C", "L", "ST", "UID", ...
   std::vector<std::string> subject(std::string_view field) const;
   // The first common name, else the whole subject, printable.
   std::string displayName() const;
 
   bool hasExtension(const std::string& objectIdentifier) const;
   bool hasExtendedUsage(const std::string& objectIdentifier) const;
-  bool allowsDigitalSignature() const;  // key usage present and with that bit
+  bool allowsDigitalSignature() const;  // the key usage is present and has that bit
   bool isSelfIssued() const;
   // True when issuer and serial number (both DER elements) name this certificate.
   bool isNamedBy(ByteView issuer, ByteView serial) const;

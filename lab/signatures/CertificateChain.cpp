@@ -26,7 +26,7 @@ std::string objectText(const ASN1_OBJECT* object) {
   return length > 0 && static_cast<std::size_t>(length) < text.size() ? text.data() : "";
 }
 
-// True when every critical extension that OpenSSL doesn't understand lies in the vendor's own arc.
+// True when every critical extension that OpenSSL doesn't support is in the vendor's arc.
 bool onlyVendorExtensionsAreUnknown(const X509* certificate) {
   for (int i = 0; i < X509_get_ext_count(certificate); ++i) {
     X509_EXTENSION* extension = X509_get_ext(certificate, i);

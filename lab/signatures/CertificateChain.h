@@ -1,4 +1,4 @@
-// From a leaf certificate to a root that is believed.
+// The chain from a leaf certificate to a trusted root.
 #pragma once
 
 #include <chrono>
@@ -15,7 +15,7 @@ enum class Expiry { fatal, tolerated };
 struct CertificateChain {
   std::vector<Certificate> certificates;  // leaf first, root last
   AnchorKind anchor = AnchorKind::platform;
-  bool expired = false;  // some certificate had expired at the time it was judged at, and that was tolerated
+  bool expired = false;  // a certificate had expired at the time of the check, and that was tolerated
 
   const Certificate& leaf() const { return certificates.front(); }
   const Certificate& root() const { return certificates.back(); }
@@ -28,8 +28,8 @@ struct ChainQuestion {
   Expiry expiry = Expiry::fatal;
 };
 
-// A critical extension that isn't understood is fatal, but for the platform vendor's own arc.
-// Revocation isn't asked: there is no network here.
+// An unsupported critical extension is fatal, except in the platform vendor's arc. Revocation isn't checked,
+// because there is no network here.
 Outcome<CertificateChain> buildChain(const ChainQuestion& question, const Anchors& anchors);
 
 }  // namespace lab

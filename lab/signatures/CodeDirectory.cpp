@@ -14,7 +14,7 @@ constexpr std::uint32_t kScatterVersion = 0x20100;
 constexpr std::uint32_t kTeamVersion = 0x20200;
 constexpr std::uint32_t kLimit64Version = 0x20300;
 constexpr std::uint32_t kMostSpecials = 64;
-// Smaller pages would make hashing cost many times the file's size; larger ones nobody writes.
+// Smaller pages would make hashing cost many times the file's size; no tool writes larger ones.
 constexpr std::uint8_t kSmallestPageLog = 9;
 constexpr std::uint8_t kLargestPageLog = 20;
 
@@ -97,7 +97,7 @@ std::optional<ByteView> CodeDirectory::specialHash(std::uint32_t slot) const {
 }
 
 Digest CodeDirectory::fullHash() const {
-  // The identity is made with the untruncated function, also where the pages' digests are truncated.
+  // The identity uses the untruncated function, also when the pages' digests are truncated.
   const HashType type = hashType_ == HashType::sha256Truncated ? HashType::sha256 : hashType_;
   return digestOf(type, blob_);
 }

@@ -1,5 +1,5 @@
 // The list of digests that a code signature signs.
-// A CodeDirectory holds views into the bytes it was read from; the caller keeps those alive.
+// A CodeDirectory has views into the bytes that it was read from; the caller keeps those alive.
 #pragma once
 
 #include <string>
@@ -17,18 +17,18 @@ inline constexpr std::uint32_t kLinkerSignedFlag = 0x20000;
 
 class CodeDirectory {
  public:
-  // Refuses unknown digests, scattered code, tables that leave the blob, and a page count that
-  // doesn't follow from the limit.
+  // Refuses unknown digests, scattered code, tables outside the blob, and a page count that doesn't match the
+  // limit.
   static Outcome<CodeDirectory> read(ByteView blob);
 
   ByteView blob() const { return blob_; }
   std::uint32_t version() const { return version_; }
   std::uint32_t flags() const { return flags_; }
-  const std::string& identifier() const { return identifier_; }  // bytes as they stand, maybe not UTF-8
+  const std::string& identifier() const { return identifier_; }  // unchanged bytes, perhaps not UTF-8
   const std::string& team() const { return team_; }              // empty when there is none
   HashType hashType() const { return hashType_; }
   std::uint64_t codeLimit() const { return codeLimit_; }
-  std::uint64_t pageSize() const { return pageSize_; }  // 0: the code is one page
+  std::uint64_t pageSize() const { return pageSize_; }  // 0: the code is a single page
   std::uint32_t pageCount() const { return pageCount_; }
   std::uint32_t specialCount() const { return specialCount_; }
 
@@ -58,7 +58,7 @@ class CodeDirectory {
   std::uint64_t hashOffset_ = 0;
 };
 
-// "adhoc,runtime", "none", with what has no name here in hexadecimal.
+// "adhoc,runtime" or "none"; flags without a name in hexadecimal.
 std::string flagNames(std::uint32_t flags);
 
 }  // namespace lab

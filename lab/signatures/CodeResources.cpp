@@ -12,7 +12,7 @@ namespace lab {
 namespace {
 
 constexpr std::size_t kMostRules = 128;
-// Every path is held against every rule, so the rules together are bounded, too. The usual ones have 200.
+// Every path is matched with every rule, so the total of the rules is bounded too. The usual rules have 200.
 constexpr std::size_t kMostSteps = 2000;
 constexpr std::string_view kTakesInEverything = "^.*";
 
@@ -21,7 +21,7 @@ bool flag(const PropertyList& value, std::string_view name) {
   return found != nullptr && found->boolean() != nullptr && *found->boolean();
 }
 
-// An omission is acceptable when its expression ends in one of the usual names and can't mean another.
+// True when the omission's expression ends in one of the usual names and can't match another.
 bool isUsualOmission(std::string_view expression) {
   constexpr std::array<std::string_view, 6> endings{
       "\\.DS_Store$", "Info\\.plist$", "PkgInfo$", "locversion.plist$", "Info.plist$", "locversion\\.plist$"};
@@ -53,7 +53,7 @@ Outcome<ResourceRule> readRule(const std::string& expression, const PropertyList
   return rule;
 }
 
-// The digest of a file's seal: SHA-256, or what tools wrote that knew nothing better.
+// Reads the digest of a file's seal: SHA-256, or the SHA-1 of older tools.
 bool readDigest(const PropertyList& value, HashType weakest, ResourceSeal& seal) {
   const PropertyList* strong = value.find("hash2");
   const PropertyList* weak = value.data() != nullptr ? &value : value.find("hash");

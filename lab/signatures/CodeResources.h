@@ -1,4 +1,4 @@
-// What a bundle's signature says about the files around the main executable.
+// The seals of a bundle's files, except the main executable.
 #pragma once
 
 #include <string>
@@ -30,23 +30,23 @@ struct ResourceSeal {
   Bytes hash;  // file
   HashType hashType = HashType::sha256;
   std::string target;       // symlink: the exact text
-  std::string requirement;  // nested: text; empty when only `cdhash` is there
+  std::string requirement;  // nested: text; empty when there is only `cdhash`
   Bytes cdhash;             // nested
   bool optional = false;
 };
 
 class CodeResources {
  public:
-  // Only the second generation of rules and seals ("rules2", "files2") counts. Refuses rules that could hide
-  // something: there must be a rule that takes in everything, and only the usual files may be omitted.
-  // A file's seal is a SHA-256; where it has none, a SHA-1 counts when that is the `weakest` to be accepted.
+  // Only the second generation of rules and seals ("rules2", "files2") is used. Refuses rules that could hide
+  // files: one rule must match everything, and only the usual files may be omitted. A file's seal is a
+  // SHA-256; without one, a SHA-1 is accepted when that is the `weakest`.
   static Outcome<CodeResources> read(ByteView propertyList, HashType weakest = HashType::sha256);
 
-  // The rule that decides about a path relative to the bundle's base: the heaviest that matches, and of two
-  // as heavy the one that omits less. Null when none matches.
+  // The rule for a path relative to the bundle's base: the matching rule with the greatest weight; of two
+  // with the same weight, the one that omits less. Null when none matches.
   const ResourceRule* ruleFor(std::string_view path) const;
 
-  // By path, composed: a volume may have decomposed the names since they were sealed, or before.
+  // By composed path: a volume may have decomposed the names before or after the sealing.
   const std::unordered_map<std::string, ResourceSeal>& seals() const { return seals_; }
 
  private:
@@ -56,7 +56,7 @@ class CodeResources {
   std::unordered_map<std::string, ResourceSeal> seals_;
 };
 
-// The composed form of a path or link target; bytes that aren't UTF-8 stay as they are.
+// The composed form of a path or link target; bytes that aren't UTF-8 are unchanged.
 std::string canonicalName(const std::string& name);
 
 // True when an omission may apply to this file.

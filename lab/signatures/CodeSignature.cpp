@@ -14,7 +14,7 @@ bool isAlternate(std::uint32_t slot) {
   return slot >= kFirstAlternateSlot && slot <= kLastAlternateSlot;
 }
 
-// The magic that a slot's blob must have; 0 where any will do.
+// The required magic of a slot's blob; 0 when any is valid.
 std::uint32_t magicOf(std::uint32_t slot) {
   switch (slot) {
     case kRequirementsSlot: return kRequirementsMagic;
@@ -28,7 +28,7 @@ Outcome<void> addSealedBlob(SignatureParts& parts, std::uint32_t slot, ByteView 
   const std::uint32_t magic = magicOf(slot);
   if (magic != 0 && be32(blob, 0) != magic)
     return refuse("the blob in signature slot {} has the wrong magic number", slot);
-  // The top directory is sealed without its header, the others with it.
+  // The seal of the top directory excludes its header; the others include theirs.
   parts.sealed[slot] = slot == kTopDirectorySlot ? blob.subspan(8) : blob;
   return {};
 }
@@ -82,7 +82,7 @@ Outcome<void> readDesignated(const SignatureParts& parts, CodeFacts& facts) {
   if (!blob) return handOn(blob, "requirements");
   if (!*blob) return {};
   auto requirement = readRequirementBlob(**blob);
-  // An operation from a newer system makes the requirement unusable, not the signature invalid.
+  // An operation of a newer system makes the requirement unusable; the signature stays valid.
   if (requirement) facts.designated = std::move(*requirement);
   if (!requirement) facts.designatedProblem = requirement.error().reason;
   return {};
@@ -114,7 +114,7 @@ Outcome<SignatureParts> SignatureParts::fromBlobs(const std::map<std::uint32_t, 
     if (slot == kInfoPlistSlot || slot == kResourcesSlot || slot == kRepresentationSlot) {
       return refuse("signature holds a blob for slot {}, which belongs outside", slot);
     }
-    if (slot > kLastHashedSlot) continue;  // neither a stapled ticket nor what may come later is sealed
+    if (slot > kLastHashedSlot) continue;  // a stapled ticket and later slots aren't sealed
     if (auto added = addSealedBlob(parts, slot, blob); !added) return handOn(added);
   }
   return parts;

@@ -1,4 +1,4 @@
-// A code signature's parts, wherever they were stored, and the proof that they hold together.
+// A code signature's parts, from any storage, and the checks of their consistency.
 #pragma once
 
 #include <chrono>
@@ -20,27 +20,26 @@ namespace lab {
 // Views into bytes that the caller keeps alive.
 struct SignatureParts {
   std::vector<CodeDirectory> directories;    // the primary one first, then the alternates by slot
-  std::map<std::uint32_t, ByteView> sealed;  // what a special slot's digest is made over, by slot
+  std::map<std::uint32_t, ByteView> sealed;  // the content of a special slot's digest, by slot
   ByteView cms;                              // empty for ad hoc code
 
-  // From a SuperBlob with slack behind it, as Mach-O files and disk images carry it.
+  // From a SuperBlob with slack after it, as in Mach-O files and disk images.
   static Outcome<SignatureParts> fromSuperBlob(ByteView bytes);
 
-  // From blobs that were stored one by one, by slot; the CMS bare or in the wrapper it has in a SuperBlob.
+  // From separately stored blobs, by slot; the CMS is bare or in its wrapper of a SuperBlob.
   static Outcome<SignatureParts> fromBlobs(const std::map<std::uint32_t, ByteView>& blobs);
 };
 
-// What stands around a signature and is sealed by it.
+// The content outside a signature that it seals.
 struct SignedSurroundings {
   ByteView code;                              // the slice or the file
-  std::uint64_t limit = 0;                    // how much of it must be covered by pages
-  std::map<std::uint32_t, ByteView> outside;  // contents that don't stand in the signature itself, by slot
+  std::uint64_t limit = 0;                    // bytes that pages must cover
+  std::map<std::uint32_t, ByteView> outside;  // contents outside the signature itself, by slot
   std::set<std::uint32_t> mustBeSealed;       // slots that every directory must cover
-  const PropertyList* info =
-      nullptr;  // what Info.plist says, where many slices share it; else it is read anew
+  const PropertyList* info = nullptr;  // the parsed Info.plist, if slices share it; else it is parsed again
 };
 
-// What is known about one signed slice or file. Copies; outlives the bytes it was read from.
+// The facts of one signed slice or file. Has copies; outlives the bytes that it was read from.
 struct CodeFacts {
   std::string architecture;  // of a Mach-O slice; else empty
   std::string identifier;
@@ -49,15 +48,15 @@ struct CodeFacts {
   std::uint32_t version = 0;
   std::vector<HashType> hashTypes;       // of the directories, in their order
   std::vector<Bytes> cdhashes;           // in the same order
-  std::vector<Certificate> authorities;  // leaf first, as included; proven only when `chain` is there
+  std::vector<Certificate> authorities;  // leaf first, as included; proven only when `chain` is present
   std::optional<CertificateChain> chain;
-  std::string trustProblem;                             // why `chain` isn't there, when it was only looked at
+  std::string trustProblem;                             // why `chain` is absent after `inspect`
   std::optional<std::chrono::sys_seconds> timestamp;    // proven
-  std::optional<std::chrono::sys_seconds> claimedTime;  // only the signer's word
+  std::optional<std::chrono::sys_seconds> claimedTime;  // not proven
   bool expiredUnstamped =
-      false;  // valid, but a certificate has expired and nothing proves an earlier signing
+      false;  // valid, but a certificate has expired and no timestamp proves an earlier signing
   std::optional<Requirement> designated;
-  std::string designatedProblem;  // why there is a designated requirement that can't be read here
+  std::string designatedProblem;  // why the designated requirement can't be read
   PropertyList info;
   PropertyList entitlements;
 
@@ -67,14 +66,14 @@ struct CodeFacts {
   RequirementSubject subject() const;
 };
 
-// Every page and every special slot of every directory, and that the directories agree about the code.
+// Checks every page and every special slot of every directory, and that the directories cover the same code.
 Outcome<void> checkSeals(const SignatureParts& parts, const SignedSurroundings& surroundings);
 
-// What the signature says; nothing is proven by it.
+// The signature's unproven claims.
 Outcome<CodeFacts> readFacts(const SignatureParts& parts, const SignedSurroundings& surroundings);
 
-// Proves who signed: the CMS over the primary directory, the digests of all directories in it, timestamp,
-// certificate chain, and that the team is the leaf's. Ad hoc code has no signer and passes. Fills in the
+// Proves the signer: the CMS over the primary directory, the digests of all directories in it, timestamp,
+// certificate chain, and that the team is the leaf's. Ad hoc code has no signer and passes. Sets the proven
 // facts.
 Outcome<void> proveSigner(const SignatureParts& parts, const Anchors& anchors, std::chrono::sys_seconds now,
                           CodeFacts& facts);

@@ -41,7 +41,7 @@ std::string_view nameOf(HashType type) {
 }
 
 const EVP_MD* functionOf(HashType type) {
-  // Fetched once: an implicit fetch for each of a file's thousands of pages costs more than the hash.
+  // Fetched once: an implicit fetch per page costs more than the hash, and a file has thousands of pages.
   static const EVP_MD* const sha1 = EVP_MD_fetch(nullptr, "SHA1", nullptr);
   static const EVP_MD* const sha256 = EVP_MD_fetch(nullptr, "SHA256", nullptr);
   static const EVP_MD* const sha384 = EVP_MD_fetch(nullptr, "SHA384", nullptr);

@@ -1,5 +1,5 @@
 // The hash functions that code signatures use, over OpenSSL.
-// A Hasher belongs to one thread at a time and is reused from message to message.
+// One thread at a time uses a Hasher; it can be reused for several messages.
 #pragma once
 
 #include <array>
@@ -11,7 +11,7 @@
 
 namespace lab {
 
-// The numbers that a CodeDirectory gives to its hash functions.
+// The numbers of the hash functions in a CodeDirectory.
 enum class HashType : std::uint8_t { sha1 = 1, sha256 = 2, sha256Truncated = 3, sha384 = 4, sha512 = 5 };
 
 // A digest of at most 64 bytes, without an allocation.
@@ -26,7 +26,7 @@ class Digest {
   std::size_t size_ = 0;
 };
 
-// OpenSSL's object for the (untruncated) hash function; owned by this module.
+// OpenSSL's object of the (untruncated) hash function; owned by this module.
 const EVP_MD* functionOf(HashType type);
 
 class Hasher {
@@ -34,7 +34,7 @@ class Hasher {
   explicit Hasher(HashType type) : type_(type), digest_(functionOf(type)) {}
 
   void update(ByteView bytes) { digest_.update({reinterpret_cast<const char*>(bytes.data()), bytes.size()}); }
-  Digest finish();  // and begins anew
+  Digest finish();  // then starts a new digest
 
   Digest of(ByteView bytes) {
     update(bytes);
@@ -46,10 +46,10 @@ class Hasher {
   installer::MessageDigest digest_;
 };
 
-// Bytes of one digest of this type: 20, 32, 20, 48, 64.
+// The length of a digest of this type: 20, 32, 20, 48 or 64 bytes.
 std::size_t digestSize(HashType type);
 
-// The type that a number in a CodeDirectory names; absent for a number nobody knows.
+// The type of a number in a CodeDirectory; absent for an unknown number.
 std::optional<HashType> hashTypeOf(std::uint8_t number);
 
 std::string_view nameOf(HashType type);

@@ -1,4 +1,4 @@
-// The trailer of a UDIF disk image, and the signature in front of it.
+// The trailer of a UDIF disk image, and the signature before it.
 #pragma once
 
 #include "Bytes.h"
@@ -8,19 +8,19 @@
 namespace lab {
 
 struct ImageTrailer : UDIFTrailer {
-  Bytes stored;  // the 512 bytes as they stand
+  Bytes stored;  // the unchanged 512 bytes
 
   bool isSigned() const { return signatureLength != 0; }
 
-  // What a signature seals of the trailer: all of it, with the signature's length still zero.
+  // The bytes of the trailer that a signature seals: all, with zero as the signature's length.
   Bytes sealedBytes() const;
 };
 
 // True when the file ends in a UDIF trailer.
 bool isUDIF(ByteView file);
 
-// Refuses a signature that doesn't stand exactly between property list and trailer, and a data fork or
-// property list that leaves the part in front of it.
+// Refuses a signature that isn't exactly between property list and trailer, and a data fork or property list
+// that isn't entirely before it.
 Outcome<ImageTrailer> readImageTrailer(ByteView file);
 
 }  // namespace lab

@@ -11,7 +11,7 @@ constexpr std::uint32_t kFatMagic = 0xcafebabe;
 constexpr std::uint32_t kFatMagic64 = 0xcafebabf;
 constexpr std::uint32_t kThinMagic = 0xfeedface;
 constexpr std::uint32_t kThinMagic64 = 0xfeedfacf;
-// More slices than anybody ships; a Java class file shares the magic and starts at 45.
+// More slices than any real file has; a Java class file has the same magic and at least 45 here.
 constexpr std::uint32_t kMostSlices = 32;
 
 constexpr std::uint32_t kSegment = 0x1;
@@ -39,7 +39,7 @@ struct FatEntry {
 
 struct FatTable {
   std::vector<FatEntry> entries;
-  std::uint64_t end = 0;  // offset of the first byte behind the table
+  std::uint64_t end = 0;  // offset of the first byte after the table
 };
 
 std::optional<FatTable> readFatTable(ByteView file) {
@@ -61,7 +61,7 @@ std::optional<FatTable> readFatTable(ByteView file) {
   return fat;
 }
 
-// Walks the load commands of one slice.
+// Reads the load commands of one slice.
 class SliceReader {
  public:
   explicit SliceReader(ByteView bytes) { slice_.bytes = bytes; }

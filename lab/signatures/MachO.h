@@ -1,5 +1,5 @@
-// Mach-O files, thin and universal, as far as a code signature needs them.
-// The views point into the bytes that were given; the caller keeps those alive.
+// The parts of thin and universal Mach-O files that a code signature needs. The views point into the given
+// bytes; the caller keeps those alive.
 #pragma once
 
 #include <string>
@@ -15,17 +15,17 @@ struct MachOSlice {
   std::uint32_t cpuType = 0;
   std::uint32_t cpuSubtype = 0;
   std::uint32_t fileType = 0;
-  std::uint64_t signatureOffset = 0;  // from the start of the slice; its size when there is no signature
-  std::optional<ByteView> signature;  // what the load command spans, slack behind the SuperBlob included
+  std::uint64_t signatureOffset = 0;  // from the start of the slice; the slice's size without a signature
+  std::optional<ByteView> signature;  // the bytes of the load command, with the slack after the SuperBlob
   std::optional<ByteView> infoPlist;  // the section __TEXT,__info_plist
 };
 
-// True for a thin Mach-O file that holds code and for a universal file whose first slice does.
-// Object files and archives, even universal ones, are plain files.
+// True for a thin Mach-O file with code and for a universal file whose first slice has code. Object files and
+// archives, even universal ones, are plain files.
 bool isMachO(ByteView file);
 
-// All slices, in file order. Refuses a universal file with anything but zeros between its header and
-// slices, with bytes behind the last slice, with overlapping slices, or whose table and slices disagree;
+// All slices, in file order. Refuses a universal file with other bytes than zeros between its header and
+// slices, with bytes after the last slice, with overlapping slices, or whose table doesn't match the slices;
 // and a slice whose signature isn't the end of its __LINKEDIT.
 Outcome<std::vector<MachOSlice>> readMachO(ByteView file);
 

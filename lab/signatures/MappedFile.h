@@ -1,5 +1,5 @@
-// A regular file's bytes, mapped for reading as long as the object lives.
-// Moves, doesn't copy. Symbolic links in the last place aren't followed unless asked for.
+// A regular file's bytes, mapped for reading as long as the object exists.
+// Movable, not copyable. A symbolic link as the last component isn't followed by default.
 #pragma once
 
 #include <filesystem>
@@ -14,7 +14,7 @@ enum class Links { refuse, follow };
 
 class MappedFile {
  public:
-  // Fails for anything that isn't a regular file, without blocking on a pipe or a device.
+  // Fails unless `path` is a regular file. Doesn't block on a pipe or a device.
   static Outcome<MappedFile> open(const std::filesystem::path& path, Links links = Links::refuse);
 
   MappedFile(MappedFile&& other) noexcept;

@@ -1,4 +1,4 @@
-// How the signature code says no: a value or one line that a person can act on.
+// The result type of the signature code: a value, or a failure with one line for a person.
 #pragma once
 
 #include <expected>
@@ -11,9 +11,9 @@
 namespace lab {
 
 enum class FailureKind {
-  notSigned,  // the code carries no signature at all
-  invalid,    // there is a signature, or a structure, and it doesn't hold
-  unreadable  // the file system wouldn't let it be read
+  notSigned,  // the code has no signature
+  invalid,    // the signature or a structure is invalid
+  unreadable  // the file system refused the read
 };
 
 struct Failure {
@@ -30,13 +30,13 @@ std::unexpected<Failure> refuse(fmt::format_string<Arguments...> format, Argumen
   return std::unexpected(Failure{fmt::format(format, std::forward<Arguments>(arguments)...)});
 }
 
-// The failure of `outcome`, ready to be returned by a function with another value type.
+// The failure of `outcome`, for a function with another value type.
 template <class T>
 std::unexpected<Failure> handOn(const Outcome<T>& outcome) {
   return std::unexpected(outcome.error());
 }
 
-// The same, with where it happened put before the reason.
+// The same, with the place before the reason.
 template <class T>
 std::unexpected<Failure> handOn(const Outcome<T>& outcome, const std::string& where) {
   return std::unexpected(Failure{where + ": " + outcome.error().reason, outcome.error().kind});

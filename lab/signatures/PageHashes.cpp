@@ -12,7 +12,7 @@ namespace lab {
 
 namespace {
 
-// A multiple of every page size that CodeDirectory accepts; what one thread hashes before it asks for more.
+// The bytes that one thread hashes at a time; a multiple of every page size that CodeDirectory accepts.
 constexpr std::uint64_t kStretch = std::uint64_t{4} << 20U;
 constexpr std::size_t kMostThreads = 8;
 
@@ -37,8 +37,7 @@ Outcome<void> check(const Stretch& stretch, ByteView code) {
   return {};
 }
 
-// In the order in which the code stands, but for what can't be divided: that comes first, as it takes
-// longest.
+// In the order of the code, except that an indivisible directory comes first, because it takes longest.
 std::vector<Stretch> divide(std::span<const CodeDirectory> directories) {
   std::vector<Stretch> stretches;
   for (const CodeDirectory& directory : directories) {
@@ -53,7 +52,7 @@ std::vector<Stretch> divide(std::span<const CodeDirectory> directories) {
   return stretches;
 }
 
-// Stretches handed out to threads, and the earliest failure among them.
+// Distributes the stretches to threads and keeps the earliest failure.
 class Distribution {
  public:
   Distribution(ByteView code, std::vector<Stretch> stretches)
@@ -71,7 +70,7 @@ class Distribution {
   }
 
  private:
-  // A machine that has no more threads to give is only slower.
+  // False when no thread can be started; the check then only takes longer.
   bool addTo(std::vector<std::jthread>& helpers) {
     try {
       helpers.emplace_back([this] { work(); });
@@ -81,7 +80,7 @@ class Distribution {
     }
   }
 
-  // Stretches are taken in their order, so everything in front of a failure has been looked at in the end.
+  // Stretches are taken in order, so all of them before a failure are checked.
   void work() {
     for (std::size_t i = 0; (i = next_.fetch_add(1)) < failedAt_.load();) {
       auto same = check(stretches_[i], code_);

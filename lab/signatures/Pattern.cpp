@@ -15,8 +15,8 @@ constexpr std::size_t kLongestPattern = 1024;
 constexpr int kDeepestGroup = 32;
 constexpr unsigned kMostRepeats = 255;
 
-// Writes an expression for RE2, and refuses what RE2 takes in another sense than POSIX, or more of than is
-// reasonable. The rest of the syntax is RE2's to judge.
+// Translates an expression for RE2. Refuses syntax with another meaning in RE2 than in POSIX, and excessive
+// sizes. RE2 checks the rest of the syntax.
 class Translation {
  public:
   explicit Translation(std::string_view text) : text_(text) {}
@@ -66,7 +66,7 @@ class Translation {
     return installer::wholeNumber<unsigned>(digits).value_or(kMostRepeats + 1) <= kMostRepeats;
   }
 
-  // In brackets a backslash is a character as any other.
+  // In brackets a backslash is an ordinary character.
   bool bracket() {
     if (text_.starts_with('^')) take();
     for (bool first = true; first || !text_.starts_with(']'); first = false) {
@@ -79,7 +79,7 @@ class Translation {
     return true;
   }
 
-  // A letter behind a backslash means itself, and a digit would refer back.
+  // A letter after a backslash means itself. A digit is refused: it would be a back reference.
   bool escape() {
     if (text_.empty() || std::isdigit(static_cast<unsigned char>(text_.front())) != 0) return false;
     if (std::ispunct(static_cast<unsigned char>(text_.front())) != 0) out_ += '\\';

@@ -1,5 +1,5 @@
-// POSIX extended regular expressions from untrusted input, by RE2: matching takes time proportional to the
-// text, whatever the expression.
+// POSIX extended regular expressions from untrusted input, by RE2: the time of a match is proportional to the
+// text for every expression.
 #pragma once
 
 #include <memory>
@@ -15,14 +15,14 @@ namespace lab {
 
 class Pattern {
  public:
-  // Refuses malformed expressions, back references, collation, and expressions that grow beyond a few
-  // thousand states.
+  // Refuses malformed expressions, back references, collation, and expressions with more than a few thousand
+  // states.
   static Outcome<Pattern> compile(std::string_view expression);
 
-  // True when the expression matches somewhere in `text`, which is taken byte by byte. Any thread.
+  // True when the expression matches a part of `text`, byte by byte. Any thread.
   bool matches(std::string_view text) const;
 
-  // Instructions of the compiled expression.
+  // The number of instructions of the compiled expression.
   std::size_t size() const;
 
  private:

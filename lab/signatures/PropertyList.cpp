@@ -12,11 +12,11 @@ namespace {
 
 constexpr int kDeepestContainer = 64;
 constexpr std::size_t kLargest = std::size_t{64} << 20U;
-// Of one dictionary: more files than any bundle seals.
+// In one dictionary; more than the files of any bundle.
 constexpr std::size_t kMostKeys = 250'000;
 
-// Bounds what the XML form costs before the parser sees it: the parser recurses into containers, looks
-// through a dictionary's other keys for every key, and moves the rest of a text at every entity in it.
+// Bounds the cost of the XML form before it is parsed: the parser recurses into containers, searches a
+// dictionary's keys for every key, and moves the rest of a text at every entity.
 class XMLCensus {
  public:
   explicit XMLCensus(std::string_view text) : text_(text), mostMoves_(text.size() * 64 + (1U << 20U)) {}
@@ -31,11 +31,11 @@ class XMLCensus {
       const bool isData = text_.starts_with("![CDATA[");
       const std::string_view close = isComment ? "-->" : isData ? "]]>" : ">";
       const auto end = text_.find(close);
-      if (end == std::string_view::npos) return true;  // nothing can follow; the parser will refuse it
+      if (end == std::string_view::npos) return true;  // incomplete; the parser refuses it
       const auto tag = text_.substr(0, end);
       text_.remove_prefix(end + close.size());
       if (isData) textLength_ += tag.size();
-      if (isComment || isData) continue;  // a text goes on behind these
+      if (isComment || isData) continue;  // the text continues after these
       addTag(tag);
       if (keys_.size() > kDeepestContainer + 1 || hasTooManyKeys_ || moves_ > mostMoves_) return false;
     }
@@ -62,7 +62,7 @@ class XMLCensus {
 
   std::string_view text_;
   std::uint64_t mostMoves_;
-  std::vector<std::size_t> keys_{0};  // of the containers that are open, the outermost first
+  std::vector<std::size_t> keys_{0};  // per open container, the outermost first
   bool hasTooManyKeys_ = false;
   std::uint64_t moves_ = 0;  // bytes
   std::uint64_t entities_ = 0;
@@ -146,7 +146,7 @@ PropertyList convert(plist_t node) {
 
 Outcome<PropertyList> PropertyList::read(ByteView bytes) {
   if (bytes.size() > kLargest) return refuse("property list is too large");
-  // The parser wants a terminated text, which a mapped file isn't.
+  // The parser needs a zero-terminated text; a mapped file isn't.
   const std::string text = textOf(bytes);
   const auto size = static_cast<std::uint32_t>(text.size());
   const bool isBinary = text.starts_with("bplist");

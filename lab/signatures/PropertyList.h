@@ -16,15 +16,15 @@ class PropertyList {
  public:
   using Array = std::vector<PropertyList>;
   using Dictionary = std::vector<std::pair<std::string, PropertyList>>;
-  // Dates and identifiers of objects, which nothing here reads, become std::monostate.
+  // Dates and identifiers of objects are std::monostate; no code reads them.
   using Value =
       std::variant<std::monostate, bool, std::int64_t, double, std::string, Bytes, Array, Dictionary>;
 
   PropertyList() = default;
   explicit PropertyList(Value value) : value_(std::move(value)) {}
 
-  // XML or binary. Bounded in nesting, in what the XML form's texts cost to read and, for the binary form,
-  // where one object may be referred to many times, in the number of values it unfolds into.
+  // Reads XML or binary. Bounded in nesting, in the cost of reading the XML form's texts, and in the number
+  // of values of the binary form with all references expanded.
   static Outcome<PropertyList> read(ByteView bytes);
 
   // The value of this type, or null.
@@ -33,7 +33,7 @@ class PropertyList {
   const Array* array() const { return std::get_if<Array>(&value_); }
   const Dictionary* dictionary() const { return std::get_if<Dictionary>(&value_); }
   const bool* boolean() const { return std::get_if<bool>(&value_); }
-  // Of an integer or a real.
+  // The value of an integer or a real.
   std::optional<double> number() const;
 
   // The first value under `key`, or null when this isn't a dictionary or has no such key.

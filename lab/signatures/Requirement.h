@@ -1,4 +1,4 @@
-// A code requirement: an expression about who signed code and under which name.
+// A code requirement: an expression about the signer and the identifier of code.
 #pragma once
 
 #include <string>
@@ -26,7 +26,7 @@ struct Match {
   std::string value;
 };
 
-// Certificate slots: 0 is the leaf, 1 its issuer, and so on; -1 is the root, -2 what the root issued.
+// Certificate slots: 0 is the leaf, 1 its issuer, and so on; -1 is the root, -2 the one that the root issued.
 inline constexpr std::int32_t kLeafSlot = 0;
 inline constexpr std::int32_t kRootSlot = -1;
 
@@ -43,7 +43,7 @@ struct Requirement {
     cdhash,                // hash
     info,                  // text (key), match
     entitlement,           // text (key), match
-    notJudgeable,          // text: what it asks; neither true nor false here
+    notJudgeable,          // text: the unsupported test; neither true nor false here
     conjunction,           // operands
     disjunction,           // operands
     negation               // one operand

@@ -34,7 +34,7 @@ enum Opcode : std::uint32_t {
   opEntitlement = 16
 };
 
-// The numbers of the matches; the gap holds comparisons of dates.
+// The numbers of the matches; the gap is for comparisons of dates.
 struct MatchNumber {
   MatchKind kind;
   std::uint32_t number;
@@ -191,7 +191,7 @@ class BlobReader {
     return keyed;
   }
 
-  // The older form of an entry of Info.plist, always compared for equality.
+  // The older form of a test of Info.plist, always for equality.
   Outcome<Requirement> infoValue() {
     auto key = data();
     auto value = key ? data() : key;

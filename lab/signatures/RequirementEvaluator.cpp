@@ -6,7 +6,7 @@ namespace lab {
 
 namespace {
 
-// Compares runs of digits as numbers and the rest as text, the way versions are ordered.
+// Compares runs of digits as numbers and the rest as text, like versions.
 int compareNumerically(std::string_view left, std::string_view right) {
   const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
   const auto takeNumber = [&](std::string_view& text) {
@@ -50,7 +50,7 @@ bool matchesText(const Match& match, const std::string& text) {
 bool matchesValue(const Match& match, const PropertyList* value) {
   if (value == nullptr) return match.kind == MatchKind::absent;
   if (match.kind == MatchKind::exists) {
-    // A flag that is there but false doesn't grant anything.
+    // A flag with the value false grants nothing.
     return value->boolean() == nullptr || *value->boolean();
   }
   if (const std::string* text = value->text()) return matchesText(match, *text);
@@ -105,7 +105,7 @@ class Evaluator {
     return index < 0 || index >= count ? nullptr : &subject_->certificates[static_cast<std::size_t>(index)];
   }
 
-  // Code that the platform's vendor made itself; a test authority never stands for that.
+  // True for the platform vendor's own code; never true under a test authority.
   bool isPlatformsOwn() const {
     if (subject_->anchor != AnchorKind::platform || subject_->certificates.size() != 3) return false;
     return subject_->certificates[0].subject("CN") == std::vector<std::string>{"Software Signing"} &&
@@ -123,7 +123,7 @@ class Evaluator {
     if (one == nullptr) return false;
     const auto values = one->subject(std::string_view(requirement.text).substr(8));
     if (values.empty()) return requirement.match.kind == MatchKind::absent;
-    // A field that stands there twice could mean either value, so it means none.
+    // A field with two values is ambiguous, so it matches nothing.
     return values.size() == 1 && matchesText(requirement.match, values.front());
   }
 
@@ -136,7 +136,7 @@ class Evaluator {
     return refuse("the value of a certificate extension can't be compared here");
   }
 
-  // An operand that decides the whole decides it even when another can't be judged.
+  // A deciding operand decides the whole, also when another operand is `notJudgeable`.
   Outcome<bool> combine(const std::vector<Requirement>& operands, bool deciding) const {
     Outcome<bool> result = !deciding;
     for (const Requirement& operand : operands) {

@@ -1,4 +1,4 @@
-// Whether code meets a requirement.
+// Evaluates a requirement for code.
 #pragma once
 
 #include <span>
@@ -13,7 +13,7 @@
 
 namespace lab {
 
-// What is known and proven about a piece of code.
+// The proven facts of a piece of code.
 struct RequirementSubject {
   std::string identifier;
   std::vector<Bytes> cdhashes;
@@ -23,7 +23,7 @@ struct RequirementSubject {
   const PropertyList* entitlements = nullptr;
 };
 
-// A failure where the answer hangs on something that can't be judged here; never a pass by negation.
+// Fails when the result depends on a `notJudgeable` operand, which a negation doesn't make true.
 Outcome<bool> meets(const Requirement& requirement, const RequirementSubject& subject);
 
 }  // namespace lab

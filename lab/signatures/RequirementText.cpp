@@ -300,7 +300,7 @@ class Parser {
 
   Outcome<Requirement> keyed(Requirement::Kind kind) { return bracketed(simple(kind)); }
 
-  // [key] and the match behind it.
+  // Reads [key] and the match after it.
   Outcome<Requirement> bracketed(Requirement requirement) {
     if (!take("[")) return unexpected();
     auto key = value();

@@ -1,4 +1,4 @@
-// The requirement language as people write it.
+// The textual requirement language.
 #pragma once
 
 #include <string_view>
@@ -8,10 +8,9 @@
 
 namespace lab {
 
-// `text` without the equals sign that tells text from a file name. Bare values are letters, digits,
-// underscores and inner dots; anything else needs double quotes, or stands as its bytes: 0x and hexadecimal
-// digits, which is how a seal names code whose identifier isn't plain text. Whatever doesn't parse to its
-// very end is a failure.
+// Parses `text`, without the leading equals sign of the command line. Bare values are letters, digits,
+// underscores and inner dots; other values need double quotes or are written as bytes: 0x and hexadecimal
+// digits, which seals use for an identifier that isn't plain text. Text after the requirement is a failure.
 Outcome<Requirement> parseRequirement(std::string_view text);
 
 }  // namespace lab

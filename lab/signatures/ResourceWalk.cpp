@@ -62,7 +62,7 @@ class ResourceWalk {
     if (relative == "CodeResources") return ticket(path, type);
     if (relative == "_MASReceipt") return receipt(path, type);
     if (relative == mainExecutable_) return {};  // sealed by its own pages
-    // Sealed by a slot of its own; a framework's stands among its resources and usually has a seal, too.
+    // A special slot seals it; a framework's Info.plist is a resource too and usually also has a seal.
     if (path == bundle_->infoPlist && !resources_->seals().contains(relative)) return {};
     switch (type) {
       case fs::file_type::directory: return directory(path, relative, depth);
@@ -72,7 +72,7 @@ class ResourceWalk {
     }
   }
 
-  // The stapled ticket, or the link that older tools left there.
+  // Checks the stapled ticket, or the link of older tools.
   static Outcome<void> ticket(const fs::path& path, fs::file_type type) {
     if (type == fs::file_type::regular) return {};
     std::error_code error;
@@ -137,7 +137,8 @@ class ResourceWalk {
   bool leadsToSealed(const fs::path& folder, const std::string& target) const {
     std::error_code error;
     fs::path real = fs::canonical(folder / target, error);
-    if (error) real = fs::canonical(folder / canonicalName(target), error);  // the names may be composed
+    if (error)
+      real = fs::canonical(folder / canonicalName(target), error);  // the names on disk may be composed
     if (error) return false;
     for (const ResourceScope* scope = scope_; scope != nullptr; scope = scope->around) {
       const fs::path within = real.lexically_relative(scope->bundle->base);
@@ -154,8 +155,8 @@ class ResourceWalk {
     return rule != nullptr && !rule->omit;
   }
 
-  // Every link of the outermost bundle is tested, so that one that only climbs at its beginning, and not
-  // higher than that bundle's root, can't lead outside by way of another.
+  // True when the target has ".." only at its beginning and not above the outermost bundle's root. Every link
+  // of that bundle is checked, so such a link can't leave it through another link.
   bool staysInside(const std::string& target, int depth) const {
     if (target.starts_with('/')) {
       const bool isSystems = target.starts_with("/System/") || target.starts_with("/Library/");
@@ -184,7 +185,7 @@ class ResourceWalk {
     return checked ? checked : handOn(checked, "nested code " + printable(relative));
   }
 
-  // The seal of a path that is there, or null.
+  // The seal of an existing path, or null.
   const ResourceSeal* meet(const std::string& relative) {
     const auto found = resources_->seals().find(canonicalName(relative));
     if (found == resources_->seals().end()) return nullptr;
@@ -194,14 +195,14 @@ class ResourceWalk {
 
   const ResourceScope* scope_;
   const Bundle* bundle_;
-  int levelsAboveBase_;  // from the outermost bundle's root down to this one's base
+  int levelsAboveBase_;  // from the outermost bundle's root to this one's base
   const CodeResources* resources_;
   const NestedCheck* checkNested_;
   std::string mainExecutable_;
   std::unordered_set<std::string> met_;
   std::vector<std::string> missing_;
-  std::string strayLink_;  // the first that leads to nothing sealed; told last, because a missing item is a
-                           // cause of it
+  // The first link without a sealed target. Reported last, because a missing item can be its cause.
+  std::string strayLink_;
 };
 
 }  // namespace

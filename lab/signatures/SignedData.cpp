@@ -16,7 +16,7 @@ bool isSequence(const BERElement* element) {
   return element != nullptr && element->is(kBERSequence);
 }
 
-// The algorithm of an AlgorithmIdentifier.
+// The object identifier in an AlgorithmIdentifier.
 std::string algorithmOf(const BERElement* element) {
   return isSequence(element) ? objectIdentifierOf(element->child(0)) : std::string();
 }
@@ -34,7 +34,7 @@ Outcome<SignedData::Attributes> readAttributes(const BERElement& set) {
   return attributes;
 }
 
-// Takes the parts of a SignedData apart, in the order in which they stand.
+// Reads the parts of a SignedData, in their order.
 class SignedDataReader {
  public:
   SignedDataReader(const BERElement& root, std::span<const Certificate> others)
@@ -116,8 +116,8 @@ class SignedDataReader {
     auto read = readAttributes(attributes);
     if (!read) return handOn(read);
     data_.signedAttributes = std::move(*read);
-    // What was signed is the SET; in the message its tag is replaced by an implicit one. The bytes
-    // behind the tag are taken as they stand, because real signatures hold sets that aren't sorted.
+    // The SET was signed; the message has an implicit tag in place of the SET's. The bytes after the tag are
+    // used unchanged, because real signatures have unsorted sets.
     data_.signedBytes = copyOf(attributes.raw);
     data_.signedBytes[0] = 0x31;
     return {};
@@ -143,7 +143,7 @@ class SignedDataReader {
   SignedData data_;
 };
 
-// True when the signature algorithm is one that goes with the digest.
+// True when the signature algorithm matches the digest.
 bool algorithmFits(const std::string& algorithm, HashType digest) {
   struct Pair {
     const char* algorithm;
@@ -162,7 +162,7 @@ bool algorithmFits(const std::string& algorithm, HashType digest) {
       pairs, [&](const Pair& pair) { return pair.algorithm == algorithm && pair.digest == digest; });
 }
 
-// Content type and message digest among the signed attributes.
+// Checks the content type and the message digest in the signed attributes.
 Outcome<void> checkSignedAttributes(const SignedData& data, ByteView content) {
   if (objectIdentifierOf(data.signedValue(kContentTypeAttribute)) != data.contentType)
     return refuse("signature has the wrong content type");

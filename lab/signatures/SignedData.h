@@ -1,5 +1,5 @@
-// A CMS SignedData with exactly one signer, as code signatures and their timestamps use it.
-// Everything is copied out of, or views into, the bytes that were read; the caller keeps those alive.
+// A CMS SignedData with exactly one signer, as in code signatures and their timestamps. Some values are views
+// into the bytes that were read; the caller keeps those alive.
 #pragma once
 
 #include <map>
@@ -30,29 +30,29 @@ struct SignedData {
   std::string contentType;
   std::optional<Bytes> content;  // absent when the content is detached
   std::vector<Certificate> certificates;
-  std::optional<Certificate> signer;  // always there in what readSignedData() gives
+  std::optional<Certificate> signer;  // always present in a result of readSignedData()
   HashType digestType = HashType::sha256;
   std::string signatureAlgorithm;
-  // The signed attributes as they stand, under the tag they were signed with. Empty when there are none: then
-  // the signature is over the content itself.
+  // The unchanged bytes of the signed attributes, with the tag of their signing. Empty when there are none;
+  // then the signature is over the content itself.
   Bytes signedBytes;
   Attributes signedAttributes;
   Attributes unsignedAttributes;
   Bytes signature;
 
-  // The only value of a signed attribute; nothing when it is absent or has more values.
+  // The only value of a signed attribute; null when it is absent or has more values.
   const BERElement* signedValue(const std::string& attribute) const;
 };
 
-// `others` are certificates that stand elsewhere and may hold the signer's.
+// `others` are certificates from outside the message, which may include the signer's.
 Outcome<SignedData> readSignedData(ByteView cms, std::span<const Certificate> others = {});
 
-// Proves that the signer's key signed `content` as content of that type: content type, message digest,
-// and the signature over the signed attributes' own bytes. Plain data, and nothing else, may be signed
-// without attributes. Says nothing about whose key it is.
+// Proves that the signer's key signed `content` as content of that type: content type, message digest, and
+// the signature over the signed attributes' own bytes. Only plain data may be signed without attributes.
+// Doesn't check the owner of the key.
 Outcome<void> checkSignature(const SignedData& data, ByteView content, const std::string& contentType);
 
-// The digest that an algorithm's object identifier names; absent for one that isn't supported.
+// The digest of an algorithm's object identifier; absent for an unsupported one.
 std::optional<HashType> digestTypeOf(const std::string& objectIdentifier);
 
 }  // namespace lab

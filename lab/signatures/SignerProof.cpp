@@ -10,7 +10,7 @@ namespace {
 
 constexpr const char* kCodeSigningUsage = "1.3.6.1.5.5.7.3.3";
 
-// The property list of truncated digests: one for each directory, in their order.
+// Checks the property list of truncated digests: one per directory, in their order.
 Outcome<bool> checkHashPlist(const SignedData& data, const CodeFacts& facts) {
   if (!data.signedAttributes.contains(kHashPlistAttribute)) return false;
   const BERElement* value = data.signedValue(kHashPlistAttribute);
@@ -30,7 +30,7 @@ Outcome<bool> checkHashPlist(const SignedData& data, const CodeFacts& facts) {
   return true;
 }
 
-// The set of full digests: one for each directory.
+// Checks the set of full digests: one per directory.
 Outcome<bool> checkHashSet(const SignedData& data, const SignatureParts& parts) {
   const auto found = data.signedAttributes.find(kHashSetAttribute);
   if (found == data.signedAttributes.end()) return false;
@@ -101,7 +101,7 @@ Outcome<void> proveSigner(const SignatureParts& parts, const Anchors& anchors, s
 
   const auto timestamp = readTimestamp(*data, anchors, now);
   if (!timestamp) return handOn(timestamp);
-  // Without a timestamp an expired certificate is tolerated, unless the code itself asks for the opposite.
+  // Without a timestamp an expired certificate is tolerated, unless the code has the flag against it.
   const bool mustBeCurrent = !*timestamp && (facts.flags & kForceExpirationFlag) != 0;
   auto at = *timestamp ? (*timestamp)->time : facts.claimedTime.value_or(now);
   if (mustBeCurrent) at = now;

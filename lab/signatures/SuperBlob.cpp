@@ -7,7 +7,7 @@ namespace lab {
 
 namespace {
 
-// A full signature of today has a dozen.
+// A complete signature has about a dozen.
 constexpr std::uint32_t kMostBlobs = 64;
 
 Outcome<ByteView> blobAt(ByteView container, std::uint64_t offset, std::uint64_t indexEnd) {

@@ -1,5 +1,5 @@
-// The index of a code signature's parts, and the parts themselves.
-// Views point into the bytes that were given; the caller keeps those alive.
+// The index of a code signature's parts, and the parts. Views point into the given bytes; the caller keeps
+// those alive.
 #pragma once
 
 #include <map>
@@ -9,7 +9,7 @@
 
 namespace lab {
 
-// Magic numbers, big-endian at the head of each blob, in front of its length.
+// Magic numbers, big-endian at the start of each blob, before its length.
 inline constexpr std::uint32_t kSuperBlobMagic = 0xfade0cc0;
 inline constexpr std::uint32_t kCodeDirectoryMagic = 0xfade0c02;
 inline constexpr std::uint32_t kRequirementMagic = 0xfade0c00;
@@ -32,12 +32,13 @@ inline constexpr std::uint32_t kFirstAlternateSlot = 0x1000;
 inline constexpr std::uint32_t kLastAlternateSlot = 0x1004;
 inline constexpr std::uint32_t kSignatureSlot = 0x10000;
 
-// A blob's whole bytes (header and payload) when it has the magic and its length is exactly `bytes`.
+// A blob's bytes (header and payload); fails unless it has the magic and its length is exactly that of
+// `bytes`.
 Outcome<ByteView> wholeBlob(ByteView bytes, std::uint32_t magic, std::string_view what);
 
-// Every blob of one container (a SuperBlob or a requirement set) by its type, header included.
-// Refuses a count beyond what real signatures hold, a type that occurs twice, blobs that overlap,
-// and any offset or length that leaves the container. Bytes behind the container's length are slack.
+// Every blob of a container (a SuperBlob or a requirement set) by its type, with its header. Refuses a
+// greater count than in real signatures, a repeated type, overlapping blobs, and an offset or length beyond
+// the container. Bytes after the container's length are slack.
 Outcome<std::map<std::uint32_t, ByteView>> readBlobIndex(ByteView bytes, std::uint32_t magic);
 
 }  // namespace lab

@@ -12,7 +12,7 @@ struct TimestampInfo {
   std::chrono::sys_seconds time;
 };
 
-// TSTInfo: version, policy, messageImprint, serialNumber, genTime, and what isn't needed here.
+// Reads TSTInfo: version, policy, messageImprint, serialNumber, genTime; the rest isn't needed.
 Outcome<TimestampInfo> readInfo(ByteView content) {
   const auto root = readBER(content);
   if (!root || !root->is(kBERSequence) || root->children.size() < 5) return refuse("timestamp is malformed");

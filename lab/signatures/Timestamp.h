@@ -1,4 +1,4 @@
-// The secure timestamp that a timestamping authority put over a code signature.
+// The secure timestamp of a timestamping authority over a code signature.
 #pragma once
 
 #include <chrono>
@@ -8,7 +8,7 @@
 
 namespace lab {
 
-// How far a signing time may lie in the future of this machine, whose clock may be slow.
+// The greatest time by which a signing time may be after this machine's clock, which may be slow.
 inline constexpr std::chrono::hours kClockTolerance{24};
 
 struct Timestamp {
@@ -16,8 +16,8 @@ struct Timestamp {
   CertificateChain chain;
 };
 
-// Absent when the signature carries none. One that is there and doesn't hold is a failure: the token must
-// be for this very signature, by a timestamping certificate that chains to a believed root.
+// Absent when the signature has none. An invalid one is a failure: the token must be for this signature, by a
+// timestamping certificate that chains to a trusted root.
 Outcome<std::optional<Timestamp>> readTimestamp(const SignedData& signature, const Anchors& anchors,
                                                 std::chrono::sys_seconds now);
 

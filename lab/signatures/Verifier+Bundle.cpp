@@ -18,7 +18,7 @@ struct SignatureFile {
   const char* name;
 };
 
-// Where a bundle whose main executable can't carry a signature keeps its parts.
+// The signature's files of a bundle whose main executable can't contain one.
 constexpr std::array<SignatureFile, 9> kSignatureFiles{{{kCodeDirectorySlot, "CodeDirectory"},
                                                         {kRequirementsSlot, "CodeRequirements"},
                                                         {kEntitlementsSlot, "CodeEntitlements"},
@@ -38,7 +38,7 @@ std::map<std::uint32_t, MappedFile> openSignatureFiles(const Bundle& bundle) {
   return files;
 }
 
-// Seals of SHA-1 prove as much as the code's own pages only where those have nothing better either.
+// Seals of SHA-1 are accepted only when the code's own pages have nothing stronger either.
 HashType weakestSealOf(const CodeReport& report) {
   const auto hasOnlySHA1 = [](const CodeFacts& slice) {
     return std::ranges::all_of(slice.hashTypes, [](HashType type) { return type == HashType::sha1; });
@@ -110,7 +110,7 @@ Outcome<CodeReport> Verifier::bundleCode(const Bundle& bundle, const SignedSurro
   return CodeReport{CodeReport::Kind::bundle, "generic", {}, {std::move(*facts)}};
 }
 
-// Every version of a framework can be loaded by name, so each must hold on its own and be of the same team.
+// Every version of a framework can be loaded by name, so each must be valid by itself and of the same team.
 Outcome<void> Verifier::otherVersions(const Bundle& bundle, const CodeReport& current,
                                       const Task& task) const {
   for (const std::filesystem::path& path : bundle.otherVersions) {

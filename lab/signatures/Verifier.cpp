@@ -22,7 +22,7 @@ std::string describe(const std::vector<MachOSlice>& slices) {
   return fmt::format("Mach-O {} ({})", slices.size() > 1 ? "universal" : "thin", names);
 }
 
-// A slice of one team beside a slice of another is no single program.
+// Slices of different teams aren't one program.
 Outcome<void> checkOneSigner(const std::vector<CodeFacts>& slices) {
   for (const CodeFacts& slice : slices) {
     if (slice.team != slices.front().team || slice.isAdHoc() != slices.front().isAdHoc()) {

@@ -1,4 +1,4 @@
-// Verifies whatever can carry a code signature: Mach-O files, bundles, disk images, plain files.
+// Verifies signed code: Mach-O files, bundles, disk images, plain files.
 #pragma once
 
 #include <chrono>
@@ -19,21 +19,21 @@ struct CodeReport {
 
   Kind kind = Kind::plainFile;
   std::string format;                // for people: "app bundle with Mach-O universal (x86_64 arm64)"
-  std::filesystem::path executable;  // the file that carries the signature
+  std::filesystem::path executable;  // the file with the signature
   std::vector<CodeFacts> slices;     // never empty; one for each slice of a Mach-O file, else one
 };
 
 class Verifier {
  public:
-  // `now` is the time that unstamped signatures and timestamps are measured against.
+  // `now` is the time for the check of timestamps and of signatures without one.
   Verifier(Anchors anchors, std::chrono::sys_seconds now) : anchors_(std::move(anchors)), now_(now) {}
 
   // Verifies everything below `path`: pages, slots, signers, resources, nested code. A link at `path` itself
   // is followed.
   Outcome<CodeReport> verify(const std::filesystem::path& path) const;
 
-  // Reads what the signature says without hashing what it seals. A signer that can't be proven leaves
-  // the chain of that slice empty.
+  // Reads the signature without hashing the sealed content. The chain of a slice is absent when its signer
+  // can't be proven.
   Outcome<CodeReport> inspect(const std::filesystem::path& path) const;
 
   const Anchors& anchors() const { return anchors_; }
@@ -43,9 +43,9 @@ class Verifier {
   struct Task {
     Thoroughness thoroughness = Thoroughness::everything;
     int depth = 0;                          // of nested code
-    const ResourceScope* around = nullptr;  // the bundle that nested code stands in; null at depth 0
+    const ResourceScope* around = nullptr;  // the bundle that contains nested code; null at depth 0
 
-    // The task for code inside of the bundle.
+    // The task for code inside the bundle.
     Task inside(const ResourceScope& scope) const { return {thoroughness, depth + 1, &scope}; }
   };
 

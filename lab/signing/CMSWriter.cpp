@@ -51,7 +51,7 @@ void addSigningTime(CMS_SignerInfo* signer, std::chrono::sys_seconds time) {
   CMS_signed_add1_attr_by_NID(signer, NID_pkcs9_signingTime, ASN1_STRING_type(value.get()), value.get(), -1);
 }
 
-// A message with one signer, still to be finished with its content.
+// A message with one signer, not yet finished with its content.
 struct OpenMessage {
   CMSPointer message;
   CMS_SignerInfo* signer = nullptr;  // owned by the message

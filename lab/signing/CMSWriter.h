@@ -1,4 +1,4 @@
-// Signs code directories the way the platform's signing tool does.
+// Signs code directories like the platform's signing tool.
 #pragma once
 
 #include <span>
@@ -9,8 +9,8 @@
 
 namespace lab {
 
-// The detached CMS over the first directory, with the digests of all of them among the signed attributes,
-// and a secure timestamp when the options ask for one.
+// The detached CMS over the first directory, with the digests of all directories in the signed attributes,
+// and a secure timestamp if the options require one.
 Outcome<Bytes> signDirectories(std::span<const CodeDirectory> directories, const SigningIdentity& identity,
                                const SigningOptions& options);
 

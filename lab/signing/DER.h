@@ -1,4 +1,4 @@
-// The few encodings that signing needs and OpenSSL offers no call for.
+// Encodings that signing needs and OpenSSL has no functions for.
 #pragma once
 
 #include <chrono>

@@ -16,7 +16,7 @@ constexpr std::uint32_t kDylibIdentity = 0xd;
 constexpr std::uint32_t kMainEntry = 0x80000028;
 constexpr std::uint64_t kPage = 0x4000;
 constexpr std::uint64_t kImageBase = 0x100000000;
-// Room for a code signature command and whatever else is added later.
+// Space for a code signature command and later ones.
 constexpr std::uint64_t kCommandRoom = 0x800;
 
 std::uint64_t roundUp(std::uint64_t value, std::uint64_t to) {
@@ -104,7 +104,7 @@ void identify(CommandWriter& commands, std::uint32_t fileType, std::uint64_t ent
   }
 }
 
-// Where the load commands that matter for signing stand in a 64-bit slice.
+// The places of the load commands for signing in a 64-bit slice.
 struct CommandPlaces {
   std::optional<std::uint64_t> linkEdit;
   std::optional<std::uint64_t> signature;

@@ -1,4 +1,4 @@
-// Makes small Mach-O files for fixtures, and makes room for signatures in existing ones.
+// Makes small Mach-O files for fixtures, and makes space for signatures in existing ones.
 #pragma once
 
 #include <string>
@@ -17,17 +17,17 @@ struct MachOPlan {
   Bytes infoPlist;             // the section __TEXT,__info_plist; none when empty
 };
 
-// A well-formed, unsigned thin file. It isn't meant to run.
+// A well-formed, unsigned thin file. It can't run.
 Bytes makeMachO(const MachOPlan& plan);
 
-// Thin files joined into a universal one.
+// A universal file of the thin files.
 Bytes makeUniversal(const std::vector<Bytes>& slices);
 
-// The slice without its signature, with a load command for one of `room` bytes, which aren't there yet: the
-// signature is to be appended and padded to that size.
+// The slice without its signature, with a load command for a signature of `room` bytes. The caller appends
+// the signature and pads it to that size.
 Outcome<Bytes> prepareForSignature(ByteView slice, std::uint64_t room);
 
-// Where prepareForSignature() would put the signature.
+// The offset of the signature after prepareForSignature().
 Outcome<std::uint64_t> signatureOffsetFor(ByteView slice);
 
 // Size of the segment __TEXT; 0 when there is none.

@@ -1,4 +1,4 @@
-// OpenSSL's objects, freed with their own functions.
+// Owning pointers of OpenSSL's objects.
 #pragma once
 
 #include <memory>

@@ -66,7 +66,7 @@ std::string document(const std::string& seals) {
          seals + "\t</dict>\n" + kRules + "</dict>\n</plist>\n";
 }
 
-// The same rules that will stand in the document decide while it is made.
+// The rules of the document, which also select the files for it.
 const CodeResources& rules() {
   static const CodeResources kResources = [] {
     const std::string text = document("");
@@ -87,7 +87,7 @@ bool holdsMachO(const fs::path& path) {
   return file && isMachO(file->bytes());
 }
 
-// Everything below the base that wants a seal, in order of its name.
+// Everything below the base that needs a seal, in the order of the names.
 class Inventory {
  public:
   explicit Inventory(const Bundle& bundle) : bundle_(&bundle) {}

@@ -8,12 +8,12 @@
 
 namespace lab {
 
-// Nested code of a bundle, deepest last: what must be signed before the bundle can be sealed. Folders that
-// look like code by their name and place, and Mach-O files in places for code; not the main executable.
+// The nested code of a bundle, deepest last, which must be signed before the bundle is sealed: folders with
+// the name and place of code, and Mach-O files in places for code; not the main executable.
 Outcome<std::vector<std::filesystem::path>> findNestedCode(const Bundle& bundle);
 
-// The property list. Files are sealed by `digest`: SHA-256, or SHA-1 as tools did that knew nothing better;
-// nested code by the cdhashes it has now.
+// The property list. Files are sealed by `digest`: SHA-256, or SHA-1 like older tools; nested code by its
+// current cdhashes.
 Outcome<std::string> makeCodeResources(const Bundle& bundle, HashType digest);
 
 }  // namespace lab

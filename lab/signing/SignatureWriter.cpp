@@ -51,7 +51,7 @@ Outcome<Bytes> makeRequirements(const std::string& identifier, const SigningIden
   return writeRequirementSet({{kDesignatedType, writeRequirementBlob(*requirement)}});
 }
 
-// One code directory. `sealed` holds what each special slot's digest is made over.
+// Writes one code directory. `sealed` has the content of each special slot's digest.
 class DirectoryWriter {
  public:
   DirectoryWriter(const SigningSubject& subject, const std::map<std::uint32_t, ByteView>& sealed,
@@ -145,7 +145,7 @@ Outcome<std::map<std::uint32_t, Bytes>> makeSignature(const SigningSubject& subj
 }
 
 Bytes superBlobOf(std::map<std::uint32_t, Bytes> blobs) {
-  Bytes& cms = blobs[kSignatureSlot];  // ad hoc code gets the empty wrapper that the platform's tool writes
+  Bytes& cms = blobs[kSignatureSlot];  // ad hoc code gets an empty wrapper, as from the platform's tool
   cms = blobOf(kBlobWrapperMagic, cms);
   return blobIndexOf(kSuperBlobMagic, blobs);
 }

@@ -9,13 +9,13 @@
 
 namespace lab {
 
-// What is signed.
+// The code to sign.
 struct SigningSubject {
   std::string identifier;
-  ByteView code;                              // pages cover it up to its end
-  std::uint8_t pageLog = 12;                  // 0: one page
-  std::map<std::uint32_t, ByteView> outside;  // contents of special slots that stand outside of the signature
-  std::uint32_t execSegmentLimit = 0;         // size of __TEXT; 0 where there is none
+  ByteView code;                              // pages cover all of it
+  std::uint8_t pageLog = 12;                  // 0: a single page
+  std::map<std::uint32_t, ByteView> outside;  // contents of special slots outside the signature
+  std::uint32_t execSegmentLimit = 0;         // size of __TEXT; 0 when there is none
   bool isMainBinary = false;
 };
 
@@ -27,7 +27,7 @@ Outcome<std::map<std::uint32_t, Bytes>> makeSignature(const SigningSubject& subj
 // The same as one SuperBlob, with the CMS in its wrapper.
 Bytes superBlobOf(std::map<std::uint32_t, Bytes> blobs);
 
-// A size that makeSignature() for this subject won't exceed as a SuperBlob.
+// An upper bound for the SuperBlob of makeSignature() for this subject.
 std::uint64_t largestSignature(const SigningSubject& subject, const SigningOptions& options);
 
 }  // namespace lab

@@ -22,7 +22,7 @@ std::unexpected<Failure> cantWrite(const fs::path& path) {
   return std::unexpected(Failure{"can't write " + path.string(), FailureKind::unreadable});
 }
 
-// Options for code inside of other code: it has names and entitlements of its own.
+// Options for nested code, which has its own identifier and entitlements.
 SigningOptions forNested(SigningOptions options) {
   options.identifier.clear();
   options.entitlements.clear();
@@ -88,8 +88,8 @@ Outcome<Bytes> Signer::slice(ByteView bytes, const std::string& identifier,
   if (read && !outside.contains(kInfoPlistSlot) && read->front().infoPlist)
     subject.outside[kInfoPlistSlot] = *read->front().infoPlist;
   subject.execSegmentLimit = static_cast<std::uint32_t>(textSegmentSize(bytes));
-  // The load command says how long the signature is, and the signature covers the load command, so its size
-  // is settled before it is made.
+  // The load command has the signature's length, and the signature covers the load command, so the size is
+  // fixed before signing.
   const std::uint64_t room = (largestSignature(subject, options_) + 15) / 16 * 16;
   auto prepared = prepareForSignature(bytes, room);
   if (!prepared) return prepared;

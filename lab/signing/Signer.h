@@ -15,8 +15,8 @@ class Signer {
   Signer(SigningIdentity identity, SigningOptions options)
       : identity_(std::move(identity)), options_(std::move(options)) {}
 
-  // Replaces whatever signature is there. A file is rewritten beside itself and renamed into place; of a
-  // bundle that fails half way, the parts that were signed stay signed.
+  // Replaces an existing signature. A file is written under another name and renamed. When a bundle fails,
+  // its parts that were already signed stay signed.
   Outcome<void> sign(const std::filesystem::path& path) const;
 
  private:
@@ -35,7 +35,7 @@ class Signer {
   SigningOptions options_;
 };
 
-// Writes a file beside its place and renames it; an existing file's mode is kept.
+// Writes a file under another name beside `path` and renames it; an existing file's mode is kept.
 Outcome<void> replaceFile(const std::filesystem::path& path, ByteView content);
 
 }  // namespace lab

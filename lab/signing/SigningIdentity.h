@@ -1,4 +1,4 @@
-// Who signs, and what the signature shall look like.
+// The signer, and the options of the signature.
 #pragma once
 
 #include <chrono>
@@ -13,20 +13,20 @@
 namespace lab {
 
 struct SigningOptions {
-  std::string identifier;           // empty: taken from Info.plist, else from the file's name
-  std::optional<std::string> team;  // instead of the leaf's own; a lie unless they are the same
-  std::uint32_t flags = 0;          // of the code directory, the ad hoc flag apart
+  std::string identifier;                           // empty: from Info.plist, else from the file's name
+  std::optional<std::string> team;                  // instead of the leaf's; false unless both are the same
+  std::uint32_t flags = 0;                          // of the code directory, without the ad hoc flag
   std::vector<HashType> digests{HashType::sha256};  // one code directory each, the first is the primary one
   Bytes entitlements;                               // a property list; empty for none
   std::chrono::sys_seconds time;                    // the claimed signing time, and the timestamp's
   bool stamped = true;                              // by the test authority's own timestamping leaf
-  std::string timestampURL;                         // by this server instead; empty for none
-  bool keepNested = false;  // nested code is sealed as it stands instead of being signed again
+  std::string timestampURL;                         // timestamp by this server instead; empty for none
+  bool keepNested = false;                          // nested code is sealed unchanged and not signed again
 };
 
 class SigningIdentity {
  public:
-  // Nobody: ad hoc code.
+  // No signer: ad hoc code.
   SigningIdentity() = default;
   SigningIdentity(const TestAuthority& authority, LeafKind kind)
       : leaf_(authority.leaf(kind)),

@@ -11,7 +11,7 @@ namespace lab {
 
 namespace {
 
-// Names of the leaves' files, by LeafKind.
+// File names of the leaves, by LeafKind.
 constexpr std::array<const char*, 5> kLeafFiles{"leaf", "leaf-expired", "leaf-not-yet-valid",
                                                 "leaf-wrong-team", "self-signed"};
 
@@ -68,7 +68,7 @@ void setRandomSerial(X509* certificate) {
   ASN1_INTEGER_set_uint64(X509_get_serialNumber(certificate), serial >> 1U);
 }
 
-// A certificate for `key`, signed by `issuer`, or by itself when there is none.
+// A certificate for `key`, signed by `issuer`, or self-signed without one.
 Outcome<X509Pointer> issue(const CertificatePlan& plan, const KeyPointer& key,
                            const KeyedCertificate* issuer) {
   X509Pointer certificate = own(X509_new());
@@ -153,7 +153,7 @@ Outcome<KeyPointer> readKey(const std::filesystem::path& path) {
   return own(key);
 }
 
-// Makes the authority's parts in order; the first failure ends it.
+// Makes the authority's parts in order; stops at the first failure.
 class AuthorityMaker {
  public:
   AuthorityMaker(std::filesystem::path folder, std::string team, std::string name)

@@ -1,5 +1,5 @@
-// A certificate authority for fixtures: shaped like the platform vendor's, trusted by nobody who isn't told
-// to.
+// A certificate authority for fixtures, with the structure of the platform vendor's. Trusted only where the
+// settings name it.
 #pragma once
 
 #include <filesystem>
@@ -11,22 +11,22 @@
 
 namespace lab {
 
-// A certificate with the key that goes with it.
+// A certificate and its key.
 struct KeyedCertificate {
   X509Pointer certificate;
   KeyPointer key;
 };
 
-// Which leaf signs.
+// Selects the leaf that signs.
 enum class LeafKind { valid, expired, notYetValid, wrongTeam, selfSigned };
 
-// Team of the leaf `wrongTeam`.
+// The team of the leaf `wrongTeam`.
 inline constexpr const char* kWrongTeam = "WRONGTEAM0";
 
 class TestAuthority {
  public:
-  // Makes root, intermediate, leaves and timestamping leaf in `folder`, which is created. The keys lie there
-  // unprotected; "root.pem" is what a host file may name.
+  // Makes root, intermediate, leaves and timestamping leaf in `folder`, which is created. The keys in it
+  // aren't protected. "root.pem" is for the key "testAuthority" of the host's settings.
   static Outcome<void> make(const std::filesystem::path& folder, const std::string& team,
                             const std::string& name);
 
@@ -34,7 +34,7 @@ class TestAuthority {
 
   KeyedCertificate leaf(LeafKind kind) const;
   const KeyedCertificate& timestamper() const { return timestamper_; }
-  // What goes into a signature beside the leaf; empty for the self-signed one.
+  // The other certificates of a signature; empty for the self-signed leaf.
   std::vector<X509Pointer> issuers(LeafKind kind) const;
 
  private:

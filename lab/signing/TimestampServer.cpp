@@ -45,7 +45,7 @@ RequestPointer requestFor(ByteView signature) {
   return request;
 }
 
-// 0 stops the transfer.
+// Returns 0 to stop the transfer.
 std::size_t collect(const char* bytes, std::size_t /*one*/, std::size_t count, void* answer) {
   auto& collected = *static_cast<Bytes*>(answer);
   if (collected.size() + count > kLongestAnswer) return 0;
@@ -83,7 +83,7 @@ Outcome<Bytes> timestampFrom(const std::string& url, ByteView signature) {
   const unsigned char* from = answer->data();
   const ResponsePointer response(d2i_TS_RESP(nullptr, &from, static_cast<long>(answer->size())));
   if (!response) return refuse("timestamping server: the answer is no timestamp response");
-  // Status, imprint and nonce; not the signer.
+  // Checks status, imprint and nonce, not the signer.
   const CheckPointer check(TS_REQ_to_TS_VERIFY_CTX(request.get(), nullptr));
   if (TS_RESP_verify_response(check.get(), response.get()) != 1) {
     return refuse("timestamping server: the request is refused, or the answer is to another one");

@@ -1,4 +1,4 @@
-// Asks a timestamping server (RFC 3161) for a token.
+// Requests a token from a timestamping server (RFC 3161).
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 
 namespace lab {
 
-// The token for the SHA-256 of `signature`, with the server's certificates. Blocks for a minute at most. The
-// token is for these bytes and answers this very request; whose it is, the verifier of the signature judges.
+// The token for the SHA-256 of `signature`, with the server's certificates. Blocks for at most a minute.
+// Checks that the token is for these bytes and this request; the verifier of the signature checks its signer.
 Outcome<Bytes> timestampFrom(const std::string& url, ByteView signature);
 
 }  // namespace lab

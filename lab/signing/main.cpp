@@ -56,7 +56,7 @@ lab-sign make-macho FILE [--arch LIST] [--type execute|dylib|bundle] [--text TEX
 Exit status: 0 done, 1 failed, 2 usage.
 )";
 
-// "--name value" options and the words between them.
+// The "--name value" options and the other words.
 struct CommandLine {
   std::map<std::string, std::string> options;
   std::vector<std::string> words;

@@ -1,4 +1,4 @@
-// Whether a disk image may be opened: the question that Gatekeeper answers on the platform.
+// Assesses whether a disk image may be opened, like Gatekeeper on the platform.
 #pragma once
 
 #include <filesystem>
@@ -10,12 +10,12 @@ namespace lab {
 
 struct Assessment {
   bool accepted = false;
-  std::string source;  // whose signature the verdict rests on, or why there is none
-  std::string origin;  // the leaf's name; empty when nobody proven signed it
+  std::string source;  // the signer that the verdict is based on, or why there is none
+  std::string origin;  // the leaf's name; empty without a proven signer
 };
 
-// Accepts only a disk image that is signed itself, validly, under a Developer ID chain with a secure
-// timestamp. Every doubt is a rejection.
+// Accepts only a disk image with its own valid signature under a Developer ID chain and a secure timestamp.
+// Any doubt is a rejection.
 Assessment assess(const Verifier& verifier, const std::filesystem::path& path);
 
 }  // namespace lab

@@ -39,7 +39,7 @@ void say(const std::string& text) {
   std::fputs(text.c_str(), stderr);
 }
 
-// The value of "--name value" or "--name=value"; moves past what it took.
+// The value of "--name value" or "--name=value"; advances past the words that it read.
 std::optional<std::string> valueOf(std::string_view name, std::span<const std::string> words,
                                    std::size_t& at) {
   const std::string& word = words[at];

@@ -1,5 +1,5 @@
-// Extended attributes under their macOS names: "com.apple.quarantine" lies in Linux's user namespace.
-// Any thread. Links aren't followed; a link has no attributes here.
+// Extended attributes by their macOS names, in Linux's user namespace. Any thread. Links aren't followed; a
+// link has no attributes here.
 #pragma once
 
 #include <filesystem>
@@ -16,15 +16,15 @@ inline constexpr std::string_view quarantineAttribute = "com.apple.quarantine";
 
 OrReason<std::vector<std::string>> attributeNames(const std::filesystem::path& path);
 
-// Nothing when the attribute isn't there.
+// Absent when there is no such attribute.
 OrReason<std::optional<std::string>> attribute(const std::filesystem::path& path, const std::string& name);
 
 OrReason<> setAttribute(const std::filesystem::path& path, const std::string& name, std::string_view value);
 
-// False when the attribute wasn't there.
+// False when there was no such attribute.
 OrReason<bool> removeAttribute(const std::filesystem::path& path, const std::string& name);
 
-// True for a file system that doesn't keep such attributes at all.
+// True for a file system without support for such attributes.
 bool keepsNoAttributes(const std::filesystem::path& path);
 
 }  // namespace lab

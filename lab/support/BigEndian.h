@@ -1,4 +1,4 @@
-// Big-endian integers in byte buffers. The caller keeps inside the buffer.
+// Big-endian integers in byte buffers. The caller checks the bounds.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// What an application bundle's Info.plist says. Any thread.
+// The Info.plist of an application bundle. Any thread.
 #pragma once
 
 #include <filesystem>
@@ -7,8 +7,8 @@
 
 namespace lab {
 
-// The string under `key` of `bundle`/Contents/Info.plist, as the engine reads it and within its bounds;
-// absent when anything is missing.
+// The string under `key` of `bundle`/Contents/Info.plist, read with the engine's reader and bounds; absent
+// when the file or the key is missing.
 std::optional<std::string> bundleString(const std::filesystem::path& bundle, const std::string& key);
 
 }  // namespace lab

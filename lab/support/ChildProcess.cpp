@@ -34,7 +34,7 @@ constexpr std::size_t mostOutput = std::size_t{256} << 20U;
   _exit(errno == ENOENT ? 127 : 126);
 }
 
-// One read from `from` into `text`; false at the end of the stream.
+// Reads once from `from` into `text`; false at the end of the stream.
 bool drain(int from, std::string& text) {
   std::array<char, 65536> buffer{};
   const ssize_t count = read(from, buffer.data(), buffer.size());

@@ -1,4 +1,4 @@
-// Runs one program to its end, without a shell, and collects what it says.
+// Runs a program to its end, without a shell, and collects its output.
 #pragma once
 
 #include <string>
@@ -15,9 +15,9 @@ struct Finished {
 };
 
 // Blocks until the program has ended. `command[0]` is looked up in PATH. The program runs in a UTF-8 locale,
-// with nothing on its standard input, and dies with this process. Fails when it can't be started, when it
-// says more than 256 MiB, or when this process is asked to stop (see Interruption.h): the program is gone
-// then, too.
+// with empty standard input, and ends with this process. Fails when it can't be started, when its output is
+// longer than 256 MiB, or when this process gets a request to stop (see Interruption.h); then the program has
+// ended too.
 OrReason<Finished> runToEnd(const std::vector<std::string>& command);
 
 // The last line of `text` that isn't blank.

@@ -13,7 +13,7 @@
 namespace lab {
 namespace {
 
-// Calls `take` with one piece of the file after the other.
+// Calls `take` with each piece of the file in order.
 template <class Take>
 OrReason<> readPieces(const fs::path& file, Take take) {
   const installer::FileDescriptor descriptor{open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW)};

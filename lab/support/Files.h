@@ -1,5 +1,5 @@
-// Small file operations that the lab's programs share. Any thread. Nothing here follows a symbolic link that
-// stands in the last place of a path.
+// Small file operations of the lab's programs. Any thread. None follows a symbolic link as the last component
+// of a path.
 #pragma once
 
 #include <filesystem>
@@ -15,20 +15,20 @@ namespace fs = std::filesystem;
 
 OrReason<std::string> readFile(const fs::path& file);
 
-// Writes to a hidden sibling and renames it: `file` is either as it was or whole.
+// Writes a hidden sibling and renames it: `file` has its old or all of its new bytes.
 OrReason<> writeFile(const fs::path& file, std::string_view bytes);
 
-// Writes all of it, also through short writes and interruptions.
+// Writes all bytes, also after short writes and interruptions.
 OrReason<> writeAll(int descriptor, std::string_view bytes);
 
-// Removes whatever stands at `path`; folders without write permission for the owner are opened up first.
-// Nothing there is fine.
+// Removes the item at `path`; makes folders without write permission for the owner writable first. Succeeds
+// when there is no such item.
 OrReason<> removeTree(const fs::path& path);
 
-// A name for unfinished work of this process, "{prefix}{process}-XXXXXX", for mkstemp and mkdtemp.
+// A name for this process's unfinished work, "{prefix}{process}-XXXXXX", for mkstemp and mkdtemp.
 std::string nameOfWork(std::string_view prefix);
 
-// Removes what unfinished work with this prefix left in `folder` when its process died. Best effort.
+// Removes the unfinished work with this prefix in `folder` whose process has ended. Failures are ignored.
 void clearLeftovers(const fs::path& folder, std::string_view prefix);
 
 // A file's SHA-256 in lower-case hexadecimal.
@@ -36,7 +36,7 @@ OrReason<std::string> sha256OfFile(const fs::path& file);
 
 installer::SHA256Bytes sha256(std::string_view text);
 
-// True when something stands at `path`, a dangling link included.
+// True when `path` exists, also as a dangling link.
 bool stands(const fs::path& path);
 
 }  // namespace lab

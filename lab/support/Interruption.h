@@ -1,7 +1,7 @@
-// Asking a lab program to stop, without leaving half a result behind.
+// Requests to stop a lab program, without a partial result.
 //
-// The signals that ask a program to end (HUP, INT, TERM) are blocked from the start of `main` and looked for
-// at the places where stopping is safe; a child that is being waited for is ended at once.
+// The signals that request a program's end (HUP, INT, TERM) are blocked from the start of `main` and checked
+// where stopping is safe; a child that is waited for is ended at once.
 #pragma once
 
 #include <csignal>
@@ -11,13 +11,13 @@ namespace lab {
 // Blocks the three signals and ignores SIGPIPE. Call before any thread or child exists.
 void holdInterruptions();
 
-// The signal that waits to be obeyed, or 0. It goes on waiting: every later call sees it too.
+// The pending signal, or 0. It stays pending, so every later call returns it too.
 int interruption();
 
 // The three signals.
 sigset_t interruptingSignals();
 
-// What a program that obeyed `signal` returns from `main`.
+// The exit status of a program that stopped after `signal`.
 int exitStatusOf(int signal);
 
 }  // namespace lab

@@ -1,4 +1,4 @@
-// Where the machine's macOS-shaped places are, as the installer's bundle around this program says.
+// The settings of this program's machine, from the installer's bundle that contains the program.
 #pragma once
 
 #include "Base/POSIX/LinuxHostSettings.h"
@@ -6,8 +6,8 @@
 
 namespace lab {
 
-// What `linux_host.json` says, which is one folder above this program's own. The engine's own reader reads
-// it, so a file that the engine refuses is a failure here.
+// The content of `linux_host.json`, in the parent of this program's folder. The engine's reader reads it, so
+// a file that the engine refuses is a failure here.
 OrReason<installer::LinuxHostSettings> machine();
 
 }  // namespace lab

@@ -1,4 +1,4 @@
-// How the lab's programs say no: a value, or one line that a person can act on.
+// The result type of the lab's programs: a value, or a failure with one line for a person.
 #pragma once
 
 #include <expected>
@@ -19,7 +19,7 @@ std::unexpected<std::string> because(fmt::format_string<Arguments...> format, Ar
   return std::unexpected(fmt::format(format, std::forward<Arguments>(arguments)...));
 }
 
-// "{what}: {text of errno}", for a system call that has just failed.
+// The failure "{what}: {text of errno}", after a failed system call.
 std::unexpected<std::string> becauseOfErrno(const std::string& what);
 
 }  // namespace lab

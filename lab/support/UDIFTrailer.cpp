@@ -25,7 +25,7 @@ UDIFTrailer::Block UDIFTrailer::bytes() const {
   storeBig<std::uint32_t>(at, magic);
   storeBig(at + 4, version);
   storeBig<std::uint32_t>(at + 8, size);
-  storeBig<std::uint32_t>(at + 12, 1);  // flattened: everything is in this one file
+  storeBig<std::uint32_t>(at + 12, 1);  // flattened: all data is in this file
   storeBig(at + 24, dataForkOffset);
   storeBig(at + 32, dataForkLength);
   storeBig<std::uint32_t>(at + 56, 1);  // segment 1 of 1

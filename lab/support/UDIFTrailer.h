@@ -1,5 +1,5 @@
-// The last 512 bytes of a UDIF disk image: where everything else in the file is, and what it adds up to.
-// All numbers in the file are big-endian. Pure functions; any thread.
+// The last 512 bytes of a UDIF disk image: the places and checksums of its parts. All numbers in the file are
+// big-endian. Pure functions; any thread.
 #pragma once
 
 #include <array>
@@ -20,22 +20,22 @@ struct UDIFTrailer {
 
   std::uint64_t dataForkOffset = 0;
   std::uint64_t dataForkLength = 0;
-  std::uint32_t dataChecksum = 0;  // CRC-32 of the data fork as it lies in the file
+  std::uint32_t dataChecksum = 0;  // CRC-32 of the data fork's bytes in the file
   std::uint64_t plistOffset = 0;   // the property list with the block tables
   std::uint64_t plistLength = 0;
   std::uint64_t signatureOffset = 0;  // 0 and 0 in an unsigned image
   std::uint64_t signatureLength = 0;
   std::uint32_t masterChecksum = 0;  // CRC-32 of the block tables' checksums, one after the other
-  std::uint64_t sectorCount = 0;     // of 512 bytes, as the attached disk shows them
+  std::uint64_t sectorCount = 0;     // of 512 bytes, on the attached disk
   std::array<std::uint8_t, 16> segmentID{};
 
   Block bytes() const;
 
-  // The trailer of a file of `fileSize` bytes. Fails when these aren't a trailer, or when it speaks of bytes
-  // that lie outside the file before it.
+  // The trailer of a file of `fileSize` bytes. Fails when `block` isn't a trailer, or when it refers to bytes
+  // that aren't in the file before it.
   static OrReason<UDIFTrailer> parse(const Block& block, std::uint64_t fileSize);
 
-  // What the `size` bytes at `block` say, as it stands there.
+  // The fields of the `size` bytes at `block`, unchecked.
   static UDIFTrailer decode(const std::uint8_t* block);
 };
 

@@ -14,7 +14,7 @@ const std::uint8_t* unitsOf(std::string_view text) {
   return reinterpret_cast<const std::uint8_t*>(text.data());
 }
 
-// Takes over a buffer that libunistring allocated.
+// Copies and frees a buffer that libunistring allocated.
 std::optional<std::string> adopt(std::uint8_t* units, std::size_t length) {
   const std::unique_ptr<std::uint8_t, decltype(&std::free)> owner{units, &std::free};
   if (!owner) return std::nullopt;

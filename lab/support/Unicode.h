@@ -1,4 +1,4 @@
-// File names as HFS+ keeps them and as Linux programs expect them. Pure functions; any thread.
+// Conversions of file names between HFS+ and Linux. Pure functions; any thread.
 #pragma once
 
 #include <optional>
@@ -10,7 +10,7 @@ namespace lab {
 // The composed form; absent when the text isn't UTF-8.
 std::optional<std::string> composed(std::string_view name);
 
-// A form that is equal for names that a case-insensitive volume can't tell apart; absent when not UTF-8.
+// A form that is equal for names that a case-insensitive volume treats as the same; absent when not UTF-8.
 std::optional<std::string> caseFolded(std::string_view name);
 
 }  // namespace lab

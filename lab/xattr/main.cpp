@@ -62,7 +62,7 @@ lab::OrReason<Request> parse(std::vector<std::string> words) {
   return request;
 }
 
-// Obeys for one path after the other, and remembers whether something went wrong.
+// Executes the action for each path and records whether one failed.
 class Run {
  public:
   explicit Run(const Request& request) : request_(request) {}
@@ -99,7 +99,7 @@ class Run {
     }
   }
 
-  // -c, and the listing with and without values.
+  // For -c and for the listings with and without values.
   void forEachName(const fs::path& path) {
     const auto names = lab::attributeNames(path);
     if (!names) return complain(names.error());
