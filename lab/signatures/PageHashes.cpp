@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 #include <system_error>
 #include <thread>
 #include <tuple>
 #include <vector>
+
+#include "Base/Mutex.h"
 
 namespace lab {
 
@@ -66,6 +67,7 @@ class Distribution {
       }
       work();
     }
+    const installer::MutexLock lock(mutex_);
     return std::move(result_);
   }
 
@@ -89,7 +91,7 @@ class Distribution {
   }
 
   void fail(std::size_t index, Outcome<void> why) {
-    const std::lock_guard lock(mutex_);
+    const installer::MutexLock lock(mutex_);
     if (index >= failedAt_.load()) return;
     failedAt_ = index;
     result_ = std::move(why);
@@ -99,8 +101,8 @@ class Distribution {
   std::vector<Stretch> stretches_;
   std::atomic<std::size_t> next_ = 0;
   std::atomic<std::size_t> failedAt_;  // index of the earliest failure; the number of stretches when none
-  std::mutex mutex_;
-  Outcome<void> result_;  // guarded by mutex_ while threads run
+  installer::Mutex mutex_;
+  Outcome<void> result_ GUARDED_BY(mutex_);
 };
 
 }  // namespace

@@ -1,11 +1,11 @@
 #include "Base/POSIX/ItemLock.h"
 
 #include <fcntl.h>
-#include <mutex>
 #include <set>
 #include <sys/file.h>
 #include <utility>
 
+#include "Base/Mutex.h"
 #include "Base/POSIX/FileTree.h"
 
 namespace installer {
@@ -15,8 +15,8 @@ namespace {
 using LockedItem = std::pair<dev_t, ino_t>;
 
 struct LockedItems {
-  std::mutex mutex;
-  std::set<LockedItem> items;
+  Mutex mutex;
+  std::set<LockedItem> items GUARDED_BY(mutex);
 };
 
 LockedItems& lockedByUs() {
@@ -42,7 +42,7 @@ std::optional<ItemLock> ItemLock::tryTake(const Path& path) {
 
 ItemLock::ItemLock(FileDescriptor locked) : locked_{std::move(locked)} {
   const auto item = itemOf(locked_.get());
-  const std::lock_guard lock{lockedByUs().mutex};
+  const MutexLock lock{lockedByUs().mutex};
   if (item) lockedByUs().items.insert(*item);
 }
 
@@ -50,14 +50,14 @@ ItemLock::ItemLock(FileDescriptor locked) : locked_{std::move(locked)} {
 ItemLock::~ItemLock() {
   if (!locked_) return;
   const auto item = itemOf(locked_.get());
-  const std::lock_guard lock{lockedByUs().mutex};
+  const MutexLock lock{lockedByUs().mutex};
   if (item) lockedByUs().items.erase(*item);
   (void)::flock(locked_.get(), LOCK_UN);
 }
 
 bool isLockedByUs(int descriptor) {
   const auto item = itemOf(descriptor);
-  const std::lock_guard lock{lockedByUs().mutex};
+  const MutexLock lock{lockedByUs().mutex};
   return item && lockedByUs().items.contains(*item);
 }
 
