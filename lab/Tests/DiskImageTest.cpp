@@ -61,7 +61,7 @@ std::vector<Table> tablesOf(const std::string& image) {
   return tables;
 }
 
-// The partition's bytes, unpacked run by run.
+// The partition's bytes, decompressed run by run.
 std::string unpack(const std::string& image, const std::string& table) {
   std::string whole;
   for (std::uint32_t i = 0; i < at<std::uint32_t>(table, 200); ++i) {
@@ -189,18 +189,18 @@ TEST_F(DiskImage, HasToKeepEachOfItsChecksums) {
   EXPECT_TRUE(verifyChecksums(file));
   const std::string good = contentOf(file);
   const std::size_t trailer = good.size() - 512;
-  std::size_t blockSum = good.find("<data>") + 6;  // in the first table's base64, which has blanks in it
+  std::size_t blockSum = good.find("<data>") + 6;  // in the first table's base64, which contains blanks
   for (int digits = 0; digits <= 97; ++blockSum) digits += isgraph(good[blockSum]) != 0 ? 1 : 0;
   for (const std::size_t offset : {std::size_t{100}, trailer + 91, trailer + 363, blockSum - 1}) {
     std::string spoiled = good;
     spoiled[offset] = spoiled[offset] == 'A' ? 'B' : 'A';
-    // Without the sum of the sums, a wrong one has to be found by itself.
+    // Without the master checksum, the wrong block checksum must be found.
     if (offset == blockSum - 1) spoiled.replace(trailer + 352, 136, 136, '\0');
     EXPECT_FALSE(verifyChecksums(write("spoiled.dmg", spoiled))) << offset;
   }
 }
 
-// As plain "hdiutil create" makes them.
+// As "hdiutil create" makes them by default.
 TEST_F(DiskImage, NeedsNoChecksums) {
   ASSERT_TRUE(makeDiskImage(source(), "Kelo Brenna", file));
   std::string image = contentOf(file);

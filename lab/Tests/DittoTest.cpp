@@ -101,7 +101,7 @@ TEST_F(Ditto, DoesNotWriteThroughALinkInTheDestination) {
   EXPECT_THAT(namesIn(folder / "outside"), ElementsAre("empty"));
 }
 
-// The user whose copy root makes could exchange a name for a link to what only root may read.
+// A user could replace a name by a link to a file that only root may read, while root copies for that user.
 TEST_F(Ditto, FollowsNoLinkToItsSource) {
   const fs::path source = bundle();
   fs::create_symlink(source, folder / "link.app");

@@ -1,4 +1,4 @@
-// What lab-fixture makes, opened by hdiutil as an engine would.
+// Results of lab-fixture, opened with hdiutil like in the engine.
 #include <nlohmann/json.hpp>
 
 #include "Support.h"

@@ -1,4 +1,4 @@
-// hdiutil as the engine runs it: arguments, streams, exit statuses, what is left behind.
+// hdiutil as the engine runs it: arguments, streams, exit statuses, leftovers.
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
@@ -34,7 +34,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 namespace fs = std::filesystem;
 
-// The "mount-point" of the one entity that has one, and that entity's "dev-entry".
+// The only "mount-point" of the entities, and that entity's "dev-entry".
 struct Answer {
   std::string mountPoint;
   std::string device;
@@ -70,13 +70,13 @@ class Hdiutil : public test::ProgramTest {
   Outcome detach(const std::string& what) const {
     return lab({"hdiutil", "detach", what, "-force", "-quiet"});
   }
-  // What a person sees in Volumes.
+  // The visible names in Volumes.
   std::vector<std::string> mounted() const {
     auto names = namesIn(volumes);
     std::erase_if(names, [](const std::string& name) { return name.starts_with('.'); });
     return names;
   }
-  // Folders that an attach or a detach works in.
+  // The working folders of attach and detach.
   std::vector<std::string> underWay() const {
     auto names = namesIn(volumes / ".hdiutil");
     std::erase_if(names, [](const std::string& name) { return name == "lock" || name == "mounts.json"; });
@@ -181,8 +181,8 @@ TEST_F(Hdiutil, MarksWhatCameFromElsewhere) {
   }
 }
 
-// Made by mkapfs; the items were added to its catalog. It has no checksums, as images of "hdiutil create"
-// have none.
+// The image was made with mkapfs, with items added to its catalog. It has no checksums, like images of
+// "hdiutil create".
 TEST_F(Hdiutil, OpensAPFSVolumes) {
   const auto attached = lab({"hdiutil", "attach", LAB_TEST_DATA "/apfs.dmg"});
   EXPECT_EQ(attached.status, 0) << attached.diagnostics;
@@ -278,7 +278,7 @@ TEST_F(Hdiutil, UndoesAnAttachThatItCannotTellOf) {
   EXPECT_THAT(underWay(), IsEmpty());
 }
 
-// A 7zz that changes what it has unpacked. `SPOIL` runs in the folder of the volume.
+// A 7zz that changes its extracted files. `SPOIL` runs in the folder of the volume.
 TEST_F(Hdiutil, RefusesAVolumeThatCameOutOtherThanListed) {
   const fs::path made = source();
   write("source/text", "12345\n");
@@ -299,7 +299,7 @@ TEST_F(Hdiutil, RefusesAVolumeThatCameOutOtherThanListed) {
   }
 }
 
-// A 7zz that tells when it has been started and then stays.
+// A 7zz that reports its start and then sleeps.
 class HdiutilInterrupted : public Hdiutil {
  protected:
   void SetUp() override {

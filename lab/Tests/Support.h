@@ -1,4 +1,4 @@
-// What the lab's tests share: a folder of one's own, programs run in the layout that they are shipped in.
+// Shared by the lab's tests: a folder per test, and programs in the layout of an installer.
 #pragma once
 
 #include <filesystem>
@@ -21,11 +21,10 @@ struct Outcome {
   std::string diagnostics;
 };
 
-// A program that runs while the test goes on. Waited for at the latest by the destructor, which ends it
-// first.
+// A program that runs beside the test. The destructor ends it and waits for it.
 class Running {
  public:
-  // Standard output goes to `output`, a file or device. Nothing is read from standard input.
+  // Standard output goes to `output`, a file or device. Standard input is empty.
   Running(const Words& command, const fs::path& output, const fs::path& diagnostics);
   ~Running();
   Running(const Running&) = delete;
@@ -38,7 +37,7 @@ class Running {
   pid_t process_ = -1;
 };
 
-// A test with an empty folder that goes with it.
+// A test with its own empty folder, removed at its end.
 class FolderTest : public testing::Test {
  public:
   FolderTest();
@@ -52,16 +51,16 @@ class FolderTest : public testing::Test {
   const fs::path folder;
 };
 
-// A test with a machine and the lab's programs set up for it, as in an installer's bundle.
+// A test with a machine and the lab's programs for it, as in an installer's bundle.
 class ProgramTest : public FolderTest {
  public:
   ProgramTest();
 
  protected:
-  // The program `words[0]` of the lab.
+  // Runs the program `words[0]` of the lab.
   Outcome lab(Words words) const;
   fs::path program(const std::string& name) const { return folder / "Resources" / "programs" / name; }
-  // An image of `source` made for this test.
+  // Makes an image of `source`.
   fs::path image(const fs::path& source, const std::string& volume = "Kelo Brenna") const;
 
   const fs::path machine = folder / "machine";
@@ -70,15 +69,15 @@ class ProgramTest : public FolderTest {
 
 std::string contentOf(const fs::path& file);
 
-// Names of everything in the folder, sorted; hidden ones too.
+// All names in the folder, also hidden ones, sorted.
 std::vector<std::string> namesIn(const fs::path& folder);
 
 unsigned modeOf(const fs::path& path);
 
-// Everything below the folder, one line each: path, kind, mode of files, target or content. Sorted.
+// One line per item below the folder: path, kind, mode of files, target or content. Sorted.
 std::vector<std::string> transcriptOf(const fs::path& folder);
 
-// An extended attribute as macOS names it; "(none)" when absent.
+// An extended attribute by its macOS name; "(none)" when absent.
 std::string attributeOf(const fs::path& path, const std::string& name);
 
 }  // namespace lab::test

@@ -1,4 +1,4 @@
-// xattr as the engine runs it, and by hand.
+// xattr as the engine runs it, and its other options.
 #include "Support.h"
 #include "support/Attributes.h"
 

@@ -63,7 +63,7 @@ TEST_F(HostFile, ThatCantBeUsedAddsNothingAndSaysSo) {
   }
 }
 
-// A variable of this process's environment, put back at the end.
+// Sets a variable of this process's environment and restores it at the end.
 class Environment {
  public:
   Environment(const char* name, const std::string& value) : name_(name) {

@@ -7,7 +7,7 @@ namespace lab {
 namespace {
 
 Outcome<BERElement> read(std::string_view hexadecimal) {
-  static Bytes bytes;  // the elements view into it
+  static Bytes bytes;  // the elements are views into it
   bytes = fromHex(hexadecimal).value();
   return readBER(bytes);
 }

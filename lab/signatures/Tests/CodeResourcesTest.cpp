@@ -148,7 +148,7 @@ TEST(PropertyList, BoundsWhatTextsOfXMLCost) {
     return document + "</string></plist>";
   };
   EXPECT_EQ(PropertyList::read(viewOf(withText("a&amp;b", 300))).value().text()->size(), 900U);
-  // Each would keep the parser busy for minutes.
+  // The parser would take minutes for each.
   EXPECT_FALSE(PropertyList::read(viewOf(withText("&amp;", 400000))));
   EXPECT_FALSE(PropertyList::read(viewOf(withText("&lt;<!-- -->", 400000))));
   EXPECT_FALSE(PropertyList::read(viewOf(withText("&lt;<![CDATA[x]]>", 400000))));

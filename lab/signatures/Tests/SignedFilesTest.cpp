@@ -13,7 +13,7 @@ namespace {
 namespace fs = std::filesystem;
 using testing::HasSubstr;
 
-// The signature's parts of a plain file stand in its extended attributes.
+// The parts of a plain file's signature are in its extended attributes.
 Outcome<void> signPlainFile(const fs::path& file, const SigningOptions& options) {
   const Bytes content = contentOf(file);
   const auto blobs = makeSignature({"plain", content, 12, {}, 0, false},
@@ -36,7 +36,7 @@ Outcome<void> signPlainFile(const fs::path& file, const SigningOptions& options)
 TEST_F(Programs, APlainFileCarriesItsSignatureInExtendedAttributes) {
   SigningOptions options = bothDigests();
   options.time = currentTime();
-  const Workshop roomy("/dev/shm");  // most disks have no room for so large attributes
+  const Workshop roomy("/dev/shm");  // most file systems can't store such large attributes
   const fs::path file = roomy.write("script", viewOf("#!/bin/sh\n"));
   if (!signPlainFile(file, options)) GTEST_SKIP() << "no file system here has room for so large attributes";
   EXPECT_EQ(verifyTeam(file).status, 0) << verifyTeam(file).text;

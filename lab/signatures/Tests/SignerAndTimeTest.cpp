@@ -1,4 +1,4 @@
-// Who signed, and when.
+// Signers, and signing times.
 #include "Support/Programs.h"
 
 namespace lab {
@@ -68,7 +68,7 @@ TEST_F(Programs, ATimestampFromAnotherSignatureIsRefused) {
   plan.text = {1, 2, 3};
   const fs::path two = workshop.machO("two", plan);
   workshop.sign(two);
-  // Both timestamps have the same shape, so the one's imprint can be put in the other's place.
+  // Both timestamps have the same structure, so their imprints can be exchanged.
   const Bytes first = contentOf(one);
   Bytes second = contentOf(two);
   const Bytes mark = fromHex(

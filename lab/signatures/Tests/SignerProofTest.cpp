@@ -37,7 +37,7 @@ Bytes algorithm(const char* type) {
   return derSequence({derObjectIdentifier(type), derElement(0x05, {})});
 }
 
-// Wraps content in an element of indefinite length, as the platform's own encoder does.
+// Wraps content in an element of indefinite length, like the platform's encoder.
 Bytes indefinite(std::uint8_t tag, const std::vector<Bytes>& parts) {
   Bytes element{tag, 0x80};
   for (const Bytes& part : parts) element.insert(element.end(), part.begin(), part.end());
@@ -59,7 +59,7 @@ KeyPointer curveKey() {
   return own(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
 }
 
-// A leaf that differs from the authority's valid one in what `change` does to it.
+// The authority's valid leaf, changed by `change`.
 KeyedCertificate changedLeaf(const std::function<void(X509*)>& change) {
   const KeyedCertificate valid = testAuthority().leaf(LeafKind::valid);
   const std::string keyFile = std::string(SIGNATURE_TESTS_HOST) + "/trusting/authority/intermediate.key";
@@ -85,7 +85,7 @@ void addExtension(X509* certificate, const char* type, bool isCritical) {
   X509_add_ext(certificate, extension.get(), -1);
 }
 
-// Two code directories signed by a CMS that is written by hand, part by part.
+// Two code directories and a CMS that the test encodes part by part.
 class HandMade : public testing::Test {
  protected:
   HandMade() {
@@ -144,7 +144,7 @@ class HandMade : public testing::Test {
     return indefinite(0x30, {derObjectIdentifier(kSignedDataType), indefinite(0xA0, {body})});
   }
 
-  // Empty when the signer is proven, else why not.
+  // Empty when the signer is proven, else the reason.
   std::string judge() {
     blobs[kSignatureSlot] = message();
     return judgeBlobs();
@@ -164,7 +164,7 @@ class HandMade : public testing::Test {
   std::vector<Bytes> attributes;
   std::size_t signerCount = 1;
   const char* contentType = kDataType;
-  const char* signatureAlgorithm = "1.2.840.113549.1.1.1";  // the RSA key's own
+  const char* signatureAlgorithm = "1.2.840.113549.1.1.1";  // of the RSA key
   CodeFacts facts;
 };
 
@@ -193,7 +193,7 @@ TEST_F(HandMade, AnOldSignatureWithOneDirectoryAndNoListIsEnough) {
   EXPECT_EQ(judge(), "");
 }
 
-// As signing tools wrote them in 2013.
+// The form of signing tools of 2013.
 TEST_F(HandMade, ASignatureWithoutAttributesIsOverTheDirectoryItself) {
   attributes.clear();
   EXPECT_EQ(judge(), "the signer signed only one of several code directories");

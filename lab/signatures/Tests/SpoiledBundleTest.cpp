@@ -1,4 +1,4 @@
-// Bundles with a part changed, added, removed or out of place.
+// Bundles with a changed, added, removed or moved part.
 #include <functional>
 #include <sys/xattr.h>
 
@@ -11,7 +11,7 @@ namespace fs = std::filesystem;
 
 struct Spoiling {
   const char* name;
-  std::function<void(const fs::path&)> spoil;  // is given Contents
+  std::function<void(const fs::path&)> spoil;  // gets the path of Contents
   const char* reason;
 };
 
@@ -309,7 +309,7 @@ TEST_F(Programs, SealsOfSHA1CountOnlyForCodeThatHasNothingBetter) {
 
 TEST_F(Programs, ABundleWhoseInfoPlistIsntSealedIsRefused) {
   const fs::path app = signedApp(MainExecutable::machO);
-  // Signed on its own, away from the bundle, so that no slot covers what stands around it.
+  // Signed outside the bundle, so that no slot covers the files around it.
   const fs::path alone = workshop.folder() / "Main";
   fs::copy_file(app / "Contents/MacOS/Main", alone);
   workshop.sign(alone);

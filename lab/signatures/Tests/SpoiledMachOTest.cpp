@@ -1,4 +1,4 @@
-// Mach-O files with a byte changed in each hashed region, and slices that disagree.
+// Mach-O files with a changed byte in each hashed region, and slices that don't match.
 #include "MachO.h"
 #include "SuperBlob.h"
 #include "Support/Programs.h"
@@ -43,7 +43,7 @@ TEST_F(Programs, TheSignersSignatureIsChecked) {
   const auto blobs = readBlobIndex(*readMachO(good).value().front().signature, kSuperBlobMagic).value();
   const ByteView cms = blobs.at(kSignatureSlot).subspan(8);
   const auto at = [&](ByteView part) { return static_cast<std::uint64_t>(part.data() - good.data()); };
-  // The message digest among the signed attributes is the digest of the code directory.
+  // The message digest in the signed attributes is the digest of the code directory.
   const Digest digest = digestOf(HashType::sha256, blobs.at(kCodeDirectorySlot));
   flipByte(file, find(good, digest.bytes()));
   expectRefused(file, "message digest differs");

@@ -1,4 +1,4 @@
-// What every reader of bundles and of registrations promises.
+// The contract of readers of bundles and of registrations.
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -13,7 +13,7 @@ class BundlesContract : public Contract {
   Bundles& bundles = machine.bundles;
   Workspace& workspace = machine.workspace;
 
-  // Where registrations outlive a case and a run, no other one has registered this.
+  // A unique identifier: on some machines registrations outlive a case and a run.
   std::string ownIdentifier(const std::string& name) {
     const auto* const test = ::testing::UnitTest::GetInstance()->current_test_info();
     return fmt::format("test.{}.{}.{}", machine.systemInfo.processIdentifier(), test->line(), name);
@@ -87,7 +87,7 @@ TEST_P(BundlesContract, FindsWhatWasRegistered) {
   EXPECT_EQ(workspace.applicationPath(ownIdentifier("unknown")), std::nullopt);
 }
 
-// A platform may keep it or forget it.
+// A platform may keep or drop a stale registration.
 TEST_P(BundlesContract, FindsNothingElseWhenARegistrationHasGoneStale) {
   const auto identifier = ownIdentifier("stale");
   workspace.registerBundle(layBundle("A.app", identifier, "A"));

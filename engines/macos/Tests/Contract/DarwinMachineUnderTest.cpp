@@ -42,14 +42,14 @@ void changeMode(const Path& path, mode_t bits, bool given) {
   ::chmod(path.c_str(), static_cast<mode_t>(given ? mode | bits : mode & ~bits));
 }
 
-// As a user whom permissions bind, which root isn't.
+// Drops root's rights, so that permissions apply.
 bool dropRights() {
   constexpr unsigned nobody = 65534;
   return ::geteuid() != 0 ||
          (::setgroups(0, nullptr) == 0 && ::setregid(nobody, nobody) == 0 && ::setreuid(nobody, nobody) == 0);
 }
 
-// In a child, which has one thread only and must keep to calls that don't mind that.
+// Runs `body` in a forked child, which has one thread; `body` may only use calls that are safe there.
 int inChild(const std::function<int()>& body) {
   const pid_t child = ::fork();
   if (child == 0) ::_exit(body());
@@ -72,7 +72,7 @@ class DarwinMachineUnderTest : public MachineUnderTest {
   ~DarwinMachineUnderTest() override {
     for (const auto process : applications_) ::kill(process, SIGKILL);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) ::signal(signal, SIG_DFL);
-    // Folders that a case has closed are opened again.
+    // Restores the permissions of folders that a case has removed.
     std::system(
         fmt::format("chflags -R nouchg '{0}'; chmod -R u+rwX '{0}'; rm -rf '{0}'", temporary_).c_str());
   }
@@ -100,7 +100,7 @@ class DarwinMachineUnderTest : public MachineUnderTest {
     });
   }
 
-  // Run here, unless here is root: the system's frameworks may not be used in a child that only forked.
+  // In this process unless it is root, because a forked child may not use the system's frameworks.
   Lines asOrdinaryUser(const std::function<Lines()>& work) override {
     if (::geteuid() != 0) return work();
     const auto results = at("results");
@@ -140,8 +140,8 @@ class DarwinMachineUnderTest : public MachineUnderTest {
     return {textOf(at("stdout")), textOf(at("stderr"))};
   }
 
-  // An applet that stays open: the system knows only those as running applications that check in with it, and
-  // only those that serve events can be asked anything.
+  // Starts an applet that stays open: only a process that registers with the system is a running application,
+  // and only one that serves events gets requests to quit.
   std::int32_t startApplication(const Path& bundle, WhenAsked behaviour) override {
     const auto* const whenAsked = behaviour == WhenAsked::quits ? "continue quit" : "";
     const auto applet = at("applet.app");
@@ -185,7 +185,7 @@ class DarwinMachineUnderTest : public MachineUnderTest {
     return path;
   }
 
-  // 0 while there is none.
+  // 0 when there is no such process.
   std::int32_t processOf(const Path& executable) const {
     const auto list = at("processes");
     std::system(fmt::format("pgrep -f '^{}' >'{}'", executable, list).c_str());
@@ -208,7 +208,7 @@ Implementation realImplementation() {
           []() -> std::unique_ptr<MachineUnderTest> { return std::make_unique<DarwinMachineUnderTest>(); }};
 }
 
-// Where this is built for a Mac but not on one, the libraries that the simulation is made with aren't there.
+// A cross build for a Mac doesn't have the libraries of the simulation.
 std::vector<Implementation> implementations() {
 #ifdef KELO_SIMULATED_MACHINE
   return {{"Simulated", &makeSimulatedMachineUnderTest}, realImplementation()};

@@ -1,4 +1,4 @@
-// What every dispatcher promises. The waits are short, and no case depends on how long anything takes.
+// The contract of dispatchers. The waits are short, and no case depends on how long anything takes.
 #include <atomic>
 
 #include "Base/Mutex.h"
@@ -187,7 +187,7 @@ TEST_P(DispatchContract, MovesTheClockForward) {
 
 INSTANTIATE_CONTRACT(DispatchContract);
 
-// What only real threads can get wrong.
+// Cases for real threads only.
 class RealThreads : public Contract {
  protected:
   Dispatch& dispatch = machine.dispatch;
@@ -198,7 +198,7 @@ TEST_P(RealThreads, KeepASerialQueueInOrderUnderContention) {
   constexpr int kBlocks = 500;
   const auto queue = dispatch.makeSerialQueue("contract", QualityOfService::utility);
   const auto done = dispatch.makeSemaphore(0);
-  std::vector<int> next(kThreads, 0);  // touched on the queue alone
+  std::vector<int> next(kThreads, 0);  // used on the queue only
   bool inOrder = true;
   for (int thread = 0; thread < kThreads; ++thread) {
     dispatch.asyncGlobal(QualityOfService::standard, [&, thread] {
@@ -218,7 +218,7 @@ TEST_P(RealThreads, KeepASerialQueueInOrderUnderContention) {
 TEST_P(RealThreads, HopToTheMainThreadOneByOne) {
   constexpr int kThreads = 8;
   constexpr int kHops = 100;
-  int hops = 0;  // touched on the main thread alone
+  int hops = 0;  // used on the main thread only
   std::atomic<int> ended = 0;
   for (int thread = 0; thread < kThreads; ++thread) {
     dispatch.asyncGlobal(QualityOfService::standard, [&] {
@@ -240,7 +240,7 @@ TEST_P(RealThreads, CancelTimersWhileTheyFire) {
     });
     fired->wait();
     timer->cancel();
-    counter.reset();  // a firing after the cancellation would touch it
+    counter.reset();  // a firing after the cancellation would use it
     timer.reset();
   }
 }

@@ -1,4 +1,4 @@
-// What every file system of the seam promises.
+// The contract of file systems.
 #include <algorithm>
 
 #include "Contract/MachineUnderTest.h"

@@ -15,17 +15,17 @@
 
 namespace installer::test {
 
-// Serves "cdn.kelo.example" and "mirror.kelo.example" over TLS from its construction on. Ends the child at
-// destruction.
+// Serves "cdn.kelo.example" and "mirror.kelo.example" over TLS from construction. The destructor ends the
+// child.
 class HostileServer {
  public:
-  // What hostile_cdn.py calls answers, by path; `hosts` gives some names odd certificates.
+  // `paths` are hostile_cdn.py's answers by path; `hosts` gives some names special certificates.
   explicit HostileServer(const nlohmann::json& paths, const nlohmann::json& hosts = nlohmann::json::object());
   ~HostileServer();
   HostileServer(const HostileServer&) = delete;
   HostileServer& operator=(const HostileServer&) = delete;
 
-  // A machine's settings under which both names are reached here, and the authority is believed.
+  // A machine's settings with both names at this server and its authority trusted.
   LinuxHostSettings settings() const;
 
   struct Request {
@@ -35,7 +35,7 @@ class HostileServer {
     int status = 0;
     std::int64_t sent = 0;
   };
-  // All there were. Stops the server.
+  // All requests so far. Stops the server.
   std::vector<Request> requests();
 
  private:
@@ -48,7 +48,7 @@ class HostileServer {
   void stop();
 };
 
-// The body that hostile_cdn.py gives for {"bytes": count, "seed": seed}.
+// The body of hostile_cdn.py for {"bytes": count, "seed": seed}.
 std::string hostilePattern(std::size_t count, int seed = 0);
 
 }  // namespace installer::test

@@ -1,5 +1,5 @@
-// Administrator commands with a prompt that the test plays: a script that notes each question and then lets
-// the shell in, or doesn't.
+// Administrator commands with a script as the prompt, which records each call and starts the shell or
+// refuses.
 #include <algorithm>
 #include <csignal>
 #include <gmock/gmock.h>

@@ -88,7 +88,7 @@ TEST_F(LinuxDataTasks, CountsSilenceNotLength) {
 
 TEST_F(LinuxDataTasks, SaysThatAHostCannotBeFoundAlsoWithoutAnyNetworkButItsOwn) {
   serve({{"/m", {{{"text", "{}"}}}}});
-  // No name server is asked for a label that is too long for one.
+  // The label is too long for DNS, so no name server is asked.
   const auto nowhere = "https://" + std::string(64, 'x') + ".kelo.example/m";
   EXPECT_EQ(fetch(URLRequest{.url = *URL::parse(nowhere)}).error->code, URLErrorCode::cannotFindHost);
 }

@@ -21,7 +21,7 @@ TEST(LinuxQueues, BlocksThatWaitForEachOtherDoNotStarve) {
   constexpr std::size_t count = 64;
   std::vector<std::shared_ptr<Semaphore>> links;
   for (std::size_t index = 0; index <= count; ++index) links.push_back(dispatch.makeSemaphore(0));
-  // Each waits for the one that is posted after it.
+  // Each block waits for the one posted after it.
   for (std::size_t index = 0; index < count; ++index) {
     dispatch.asyncGlobal(global, [&links, index] {
       links[index + 1]->wait();
@@ -96,7 +96,7 @@ TEST(LinuxTimers, NothingFiresOnceCancelHasReturned) {
     });
     fired->wait();
     timer->cancel();
-    alive.reset();  // a later firing would write into freed memory, which the sanitizers see
+    alive.reset();  // a later firing would write to freed memory, which the sanitizers report
   }
 }
 
@@ -132,7 +132,7 @@ TEST(LinuxTimers, ATimerLetGoInItsHandlerEndsQuietly) {
   ended->wait();
 }
 
-// Signals change the process, so each case has a child of its own.
+// Signals change the process, so each case runs in a child.
 int servedIn(const std::function<void()>& raise, int ignored = 0) {
   return inChild([&] {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})

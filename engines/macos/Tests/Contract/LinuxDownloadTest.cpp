@@ -1,4 +1,4 @@
-// Downloads without a resumption, whole or cancelled.
+// Downloads without a resumption, complete or cancelled.
 #include "Contract/LinuxURLSessionFixture.h"
 
 namespace installer::test {

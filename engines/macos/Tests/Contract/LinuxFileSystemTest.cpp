@@ -1,4 +1,4 @@
-// What only the Linux host's files can show: kills, links, permission bits, other users.
+// Tests for the Linux host's files only: kills, links, permission bits, other users.
 #include <array>
 #include <csignal>
 #include <fcntl.h>
@@ -42,7 +42,7 @@ TEST_F(LinuxFiles, ACopyKilledHalfWayLeavesNothingUnderTheNameAndIsClearedByTheN
   }
   folder.makeFolder("Applications");
   const pid_t copying = startChild([&] {
-    if (!dieInSystemCall(SYS_fchmod)) return 1;  // when the first file has its bytes
+    if (!dieInSystemCall(SYS_fchmod)) return 1;  // after the bytes of the first file
     return LinuxFileSystem{}.copyItem(folder / "source.app", folder / "Applications/App.app") ? 0 : 1;
   });
   ASSERT_EQ(endOf(copying), 128 + SIGSYS);

@@ -1,4 +1,4 @@
-// The host's reading of HTTP, apart from any connection.
+// The host's parsing of HTTP, without a connection.
 #include <cerrno>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
@@ -196,7 +196,7 @@ TEST(CurlErrors, HaveTheCodesThatTheEngineKnows) {
       {CURLE_GOT_NOTHING, 0, true, -1005},
       {CURLE_PARTIAL_FILE, 0, true, -1005},
       {CURLE_SSL_CONNECT_ERROR, 0, true, -1200},
-      {CURLE_SSL_CONNECT_ERROR, ECONNREFUSED, true, -1200},  // of an earlier address
+      {CURLE_SSL_CONNECT_ERROR, ECONNREFUSED, true, -1200},  // from an earlier address
       {CURLE_SSL_CONNECT_ERROR, ECONNRESET, true, -1005},
       {CURLE_SSL_CONNECT_ERROR, EPIPE, true, -1005},
       {CURLE_SSL_CONNECT_ERROR, 0, true, -1005, "OpenSSL SSL_connect: SSL_ERROR_SYSCALL in connection to x"},
@@ -220,7 +220,7 @@ TEST(CurlErrors, HaveTheCodesThatTheEngineKnows) {
   EXPECT_NE(urlError({.code = CURLE_RECV_ERROR, .osErrno = 0, .words = ""}, true).localizedDescription, "");
 }
 
-// Host overrides describe the whole network: a name that they lack doesn't exist.
+// Host overrides describe the whole network: any other name doesn't exist.
 TEST(CurlConnections, AreAClosedNetworkOnceAHostIsGivenAnAddress) {
   LinuxHostSettings settings;
   EXPECT_FALSE(CurlConnections{settings}.isClosedNetwork());

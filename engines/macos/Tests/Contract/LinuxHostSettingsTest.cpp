@@ -1,4 +1,4 @@
-// What `linux_host.json` may say, and the host that is made of it.
+// The values of `linux_host.json`, and a host with them.
 #include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>

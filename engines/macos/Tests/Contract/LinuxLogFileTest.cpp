@@ -16,7 +16,7 @@ namespace {
 
 constexpr int processes = 3;
 constexpr int threads = 4;
-constexpr int entries = 100;  // all of them together stay below the size at which the file is cut
+constexpr int entries = 100;  // all entries together are shorter than the limit of the file
 
 LinuxHostSettings settingsIn(const LinuxTestFolder& folder) {
   LinuxHostSettings settings;
@@ -30,7 +30,7 @@ Path logIn(const LinuxTestFolder& folder) {
 }
 
 void installHostIn(const LinuxTestFolder& folder) {
-  auto* const host = new LinuxHost{settingsIn(folder), std::nullopt};  // as long as the child
+  auto* const host = new LinuxHost{settingsIn(folder), std::nullopt};  // exists until the child ends
   installMachine(&host->machine());
 }
 
@@ -46,7 +46,7 @@ int logFromAllThreads(const LinuxTestFolder& folder, int process) {
   }
   running.clear();
   Logger::shared().flush();
-  Logger::shared().flush();  // the first covers the entries, this one a report that writing them made
+  Logger::shared().flush();  // the first is for the entries, this one for a report made while writing them
   return 0;
 }
 
@@ -78,7 +78,7 @@ TEST(LinuxLogFile, KeepsLinesWholeAndInOrderWhenProcessesAndThreadsWriteAtOnce) 
 }
 
 constexpr int writers = 8;
-constexpr int entriesPerWriter = 1500;  // all of them together pass the limit several times
+constexpr int entriesPerWriter = 1500;  // all entries together exceed the limit several times
 
 int logAlone(const LinuxTestFolder& folder, int writer) {
   installHostIn(folder);
@@ -90,7 +90,7 @@ int logAlone(const LinuxTestFolder& folder, int writer) {
   return 0;
 }
 
-// What a rotation cuts away is the oldest part of each writer's entries; behind it none may be missing.
+// A rotation removes the oldest part of each writer's entries; no later entry may be missing.
 TEST(LinuxLogFile, LosesNoLineWhenProcessesRotateItAtOnce) {
   const LinuxTestFolder folder;
   folder.write("Library/Logs/Kelo-Desk-Installer/webinstall.log", std::string(511000, 'x') + "\n");
@@ -125,8 +125,8 @@ TEST(LinuxLogFile, LosesNoLineWhenProcessesRotateItAtOnce) {
             std::vector<std::string>{"webinstall.log"});
 }
 
-// As many runs end at the limit, and none may miss from the log: what they write together is less than a
-// rotation keeps.
+// All entries must be in the log after several processes reach the limit at once: together they are shorter
+// than the part that a rotation keeps.
 TEST(LinuxLogFile, KeepsEveryLineOfProcessesThatMeetAtTheLimit) {
   const LinuxTestFolder folder;
   folder.write("Library/Logs/Kelo-Desk-Installer/webinstall.log", std::string(512001, 'x') + "\n");

@@ -41,7 +41,7 @@ class LinuxMachineUnderTest : public MachineUnderTest {
       fs::create_directory(at(name));
       fs::permissions(at(name), fs::perms::all);
     }
-    // The person says yes until the file is there.
+    // The prompt grants until the file exists.
     const auto prompt = writeScript(at("programs/prompt"),
                                     fmt::format("[ -e '{}' ] && exit 1\nexec \"$@\"\n", at("dismissed")));
     host_.emplace(
@@ -130,7 +130,7 @@ class LinuxMachineUnderTest : public MachineUnderTest {
     return {test::textOf(at("stdout")), test::textOf(at("stderr"))};
   }
 
-  // The executable is a copy of `sleep`, so that the process really runs from within the bundle.
+  // The executable is a copy of `sleep`, so that the process runs from the bundle.
   std::int32_t startApplication(const Path& bundle, WhenAsked behaviour) override {
     const auto executable = joined(bundle, "Contents/MacOS/app");
     fs::create_directories(parentFolder(executable));
@@ -145,7 +145,7 @@ class LinuxMachineUnderTest : public MachineUnderTest {
     }
     ::close(started[1]);
     char byte = 0;
-    (void)!::read(started[0], &byte, 1);  // ends when the program has taken over
+    (void)!::read(started[0], &byte, 1);  // ends at the program's exec
     ::close(started[0]);
     applications_.push_back(child);
     return child;

@@ -1,4 +1,4 @@
-// What only real processes show: pipes that fill, descendants that stay, signals, descriptors.
+// Tests for real processes only: full pipes, remaining descendants, signals, descriptors.
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
@@ -67,10 +67,10 @@ TEST_F(LinuxPrograms, AProgramHasTheUsualSignalsAlthoughTheEngineIgnoresSome) {
 }
 
 TEST_F(LinuxPrograms, AProgramGetsNoDescriptorsButItsStreams) {
-  const int leaked = ::dup(0);  // without close-on-exec, as a careless library would
+  const int leaked = ::dup(0);  // without close-on-exec
   const auto exit = shell("echo /proc/self/fd/*");
   ::close(leaked);
-  // The shell lists its own descriptors while it has the folder itself open.
+  // The shell lists its own descriptors, and the listing has the folder open as one more.
   EXPECT_EQ(exit.output.find("/proc/self/fd/4"), std::string::npos) << exit.output;
 }
 

@@ -1,4 +1,4 @@
-// Hostile property lists: what comes out of a disk image is read before anything about it is proven.
+// Hostile property lists: those of a disk image are read before the image is verified.
 #include <fmt/format.h>
 #include <functional>
 #include <gtest/gtest.h>
@@ -24,7 +24,7 @@ std::string nested(std::size_t depth) {
   return xml(repeated("<array>", depth) + "<true/>" + repeated("</array>", depth));
 }
 
-// A binary list of one-byte references: `objects` as they are encoded, the first on top.
+// A binary list with one-byte references: the encoded `objects`, the first as the top object.
 std::string binary(const std::vector<std::string>& objects) {
   std::string bytes{kBinaryPropertyListMagic};
   std::string table;
@@ -113,7 +113,7 @@ std::string inUTF16(const std::string& text, bool isBigEndian) {
   return bytes;
 }
 
-// The bounds alone: the system's own reader on a Mac takes more forms than the library here.
+// Tests the bounds without the library: the system's reader on a Mac accepts more forms.
 TEST(XMLPropertyListBounds, CountEveryFormThatAReaderTakes) {
   const std::string declared =
       "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE plist PUBLIC \"a\" \"b\">";

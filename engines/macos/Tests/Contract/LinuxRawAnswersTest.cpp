@@ -1,4 +1,4 @@
-// Raw answers from pieces that readers of HTTP take differently.
+// Raw answers, combined from pieces that parsers of HTTP read differently.
 #include <random>
 
 #include "Contract/LinuxURLSessionFixture.h"
@@ -104,7 +104,7 @@ TEST_F(LinuxDataTasks, TakesNoRawAnswerForAnotherStatusAndReadsEachAsADownloadDo
     recorder->finishes = 0;
     download(path);
     EXPECT_EQ(recorder->finishes, recorder->error ? 0 : 1);
-    if (answers[i].status == 206 && !data.error) continue;  // a part that no download asked for
+    if (answers[i].status == 206 && !data.error) continue;  // an unrequested part
     EXPECT_EQ(recorder->error.has_value(), data.error.has_value());
     if (recorder->error || data.error) continue;
     EXPECT_EQ(recorder->status, answers[i].status);

@@ -1,4 +1,4 @@
-// Redirects of downloads: asked about, refused, in a circle.
+// Redirects of downloads: followed, refused, in a loop.
 #include "Contract/LinuxURLSessionFixture.h"
 
 namespace installer::test {
@@ -30,7 +30,7 @@ TEST_F(LinuxDownloads, EndsARefusedRedirectOnce) {
   EXPECT_EQ(server->requests().size(), 1U);
 }
 
-// The body of a redirect may break off, and may never come to its end.
+// The body of a redirect may be truncated or endless.
 TEST_F(LinuxDownloads, AsksAboutARedirectOnceItsHeadIsThere) {
   const json away{{"location", "https://evil.example/"}, {"bytes", 1000}};
   serve({{"/cut", {with(away, {{"closeAt", 10}})}},

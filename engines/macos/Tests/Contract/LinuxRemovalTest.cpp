@@ -1,4 +1,4 @@
-// What a removal leaves when something stops it: a kill, a closed folder.
+// The leftovers of a stopped removal: by a kill, by a folder without permissions.
 #include <csignal>
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -22,8 +22,7 @@ class LinuxRemoval : public testing::Test {
   LinuxTestFolder folder;
   LinuxFileSystem files;
 
-  // Removes `name` in a process that is killed when it is about to take the first thing away; gives the
-  // process.
+  // Removes `name` in a process that is killed just before its first removal; returns the process identifier.
   pid_t killRemovalOf(const std::string& name) const {
     const pid_t removing = startChild([&] {
       if (!dieInSystemCall(SYS_unlinkat)) return 1;
@@ -75,7 +74,7 @@ TEST_F(LinuxRemoval, OfAHiddenFolderKilledHalfWayLeavesTheRestUnderItsName) {
   EXPECT_EQ(sortedNames(folder.path()), Names{});
 }
 
-// With files of the user's own around the closed folder, which a removal that just starts would take.
+// Files of the user are beside the closed folder; a removal without a check would remove them.
 TEST_F(LinuxRemoval, ThatAClosedFolderWouldStopTakesNothing) {
   for (const std::string name : {"App.app", ".App.app.staged"}) {
     for (int number = 0; number < 40; ++number) {

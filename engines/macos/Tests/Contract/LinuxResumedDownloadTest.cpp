@@ -1,4 +1,4 @@
-// Downloads that go on from where an earlier one broke off.
+// Downloads that resume an interrupted one.
 #include <sys/resource.h>
 
 #include "Base/POSIX/ProcessStart.h"
@@ -11,10 +11,10 @@ using ::testing::IsEmpty;
 
 struct Resumption {
   std::string name;
-  json first;               // the answer that breaks off
+  json first;               // the interrupted answer
   std::vector<json> later;  // the answers to the resumed download
-  std::int64_t from;        // where the request for the rest starts
-  int seed = 0;             // of the body that must come out
+  std::int64_t from;        // the first byte of the request for the rest
+  int seed = 0;             // of the expected body
   int requests = 2;         // in all
 };
 
@@ -177,7 +177,7 @@ TEST_F(LinuxDownloads, FailsAtOnceOnGarbage) {
   EXPECT_THAT(server->requests(), IsEmpty());
 }
 
-// Resume data that names a file which isn't a partial download must not touch it.
+// Resume data with the path of a file that isn't a partial download must not change that file.
 TEST_F(LinuxDownloads, LeavesForeignFilesAlone) {
   serve({{"/a", {broken(), whole()}}});
   download("/a");

@@ -17,7 +17,7 @@
 namespace installer::test {
 namespace {
 
-// Each test has an identifier of its own, so that tests that run at once don't meet.
+// Each test has its own identifier, so that tests can run at the same time.
 class LinuxApps : public testing::Test {
  protected:
   LinuxTestFolder folder;
@@ -35,7 +35,7 @@ class LinuxApps : public testing::Test {
     }
   }
 
-  // A program in the bundle that does nothing until it gets a signal to end.
+  // A program in the bundle that waits for a signal to end.
   Path program(const Path& in) {
     const Path path = in + "/Contents/MacOS/program";
     std::filesystem::copy_file("/bin/sleep", path);
@@ -109,8 +109,7 @@ TEST_F(LinuxApps, AScriptOfABundleIsAnInstance) {
   const Path pipe = folder / "pipe";
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0666), 0);
   const pid_t process = start(script, {pipe});
-  // A process has no command line for a moment after its program was replaced; the open returns
-  // once the script runs.
+  // A process briefly has no command line after its exec; the open returns when the script runs.
   const FileDescriptor writer{::open(pipe.c_str(), O_WRONLY | O_CLOEXEC)};
   EXPECT_EQ(running(), std::vector{process});
 }

@@ -27,7 +27,7 @@ LinuxTestFolder::LinuxTestFolder() {
 }
 
 LinuxTestFolder::~LinuxTestFolder() {
-  // Folders that a test has closed are opened again, parents first.
+  // Restores the permissions of folders that a test has removed, parents first.
   std::error_code ignored;
   for (auto at = fs::recursive_directory_iterator{path_, ignored}; at != fs::recursive_directory_iterator{};
        at.increment(ignored)) {

@@ -1,4 +1,4 @@
-// URL sessions of this host against a server that misbehaves, over real TLS on loopback.
+// URL sessions of this host with a misbehaving server, over real TLS on loopback.
 #pragma once
 
 #include <filesystem>
@@ -21,7 +21,7 @@ namespace installer::test {
 
 using nlohmann::json;
 
-inline constexpr auto patience = std::chrono::minutes{2};  // a test that waits longer has failed
+inline constexpr auto patience = std::chrono::minutes{2};  // a longer wait fails the test
 
 inline URL cdn(const std::string& path) {
   return *URL::parse("https://cdn.kelo.example" + path);
@@ -34,7 +34,7 @@ inline std::vector<std::string> namesIn(const Path& folder) {
   return names;
 }
 
-// Keeps what a session tells, and takes downloads away as the engine does.
+// Records a session's callbacks, and moves downloads away like the engine.
 class SessionRecorder : public URLSessionDelegate {
  public:
   void willPerformHTTPRedirection(const std::shared_ptr<URLSessionTask>& task,
@@ -71,7 +71,7 @@ class SessionRecorder : public URLSessionDelegate {
     changed.notifyAll();
   }
 
-  // True when the next completion came in time.
+  // True when the next `count` completions came in time.
   bool waitFor(int count) {
     const auto deadline = std::chrono::steady_clock::now() + patience;
     const MutexLock lock{mutex};
@@ -123,7 +123,7 @@ class LinuxDownloads : public ::testing::Test {
     ASSERT_TRUE(recorder->waitFor(++ended));
   }
   void download(const std::string& path) { run(session->downloadTask(cdn(path))); }
-  // Goes on from what the last failure handed over.
+  // Resumes with the resume data of the last failure.
   void resume() {
     ASSERT_TRUE(recorder->error && recorder->error->downloadResumeData) << "nothing to resume";
     run(session->downloadTaskWithResumeData(*recorder->error->downloadResumeData));

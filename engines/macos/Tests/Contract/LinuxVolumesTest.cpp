@@ -1,6 +1,5 @@
-// What volumes of other kinds do to the host's files: a disk that loses power, an overlay as containers have
-// it. Each runs in a child with mounts of its own, which end with it; where a test may not mount, it is
-// skipped.
+// The host's files on other kinds of volumes: a disk that loses power, an overlay as in containers. Each test
+// runs in a child with its own mounts, which end with it; a test that may not mount is skipped.
 #include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
@@ -17,7 +16,7 @@
 namespace installer::test {
 namespace {
 
-// What a child's exit status means here.
+// The exit statuses of a child.
 enum Ending { good = 0, bad = 1, notPossibleHere = 77 };
 
 class LinuxVolumes : public testing::Test {
@@ -48,9 +47,9 @@ class LinuxVolumes : public testing::Test {
   }
 };
 
-// The disk keeps a record of its names, and anybody's flush writes that record out; the bytes of new files
-// follow when the system finds the time. What stands on the disk right after such a flush is what somebody
-// finds who pulls the plug then.
+// A flush by any process writes the file system's journal with the new names to the disk, but not the bytes
+// of other new files, which the system writes later. The disk's content after such a flush is its content
+// after a loss of power at that time.
 TEST_F(LinuxVolumes, ACopyIsWholeOnADiskThatLosesPowerOnceItsNameStands) {
   const std::string bytes(300'000, 'x');
   for (const char* const name : {"a", "b", "c"}) {
@@ -80,7 +79,7 @@ TEST_F(LinuxVolumes, ACopyIsWholeOnADiskThatLosesPowerOnceItsNameStands) {
   EXPECT_EQ(ending, good);
 }
 
-// A folder that came with a container's image can't be renamed there.
+// A folder of a container's image can't be renamed there.
 TEST_F(LinuxVolumes, AFolderOfAnOverlaysLowerLayerIsRemovedWhereItStands) {
   folder.write("lower/App.app/Contents/file", "bytes");
   for (const char* const name : {"upper", "work", "merged"}) folder.makeFolder(name);

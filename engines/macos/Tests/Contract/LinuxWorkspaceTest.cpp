@@ -1,4 +1,4 @@
-// The registry of applications, alone and under several processes.
+// The registry of applications, used by one and by several processes.
 #include <filesystem>
 #include <fmt/format.h>
 #include <gtest/gtest.h>

@@ -8,7 +8,7 @@ namespace installer::test {
 
 namespace {
 
-// Ending before the promised length is what a lost connection looks like.
+// An end before the announced length counts as a lost connection.
 class PlainConnection : public LoopbackConnection {
  public:
   explicit PlainConnection(int socket) : socket_{socket} {}

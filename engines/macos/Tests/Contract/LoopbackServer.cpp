@@ -16,7 +16,7 @@ namespace installer::test {
 
 namespace {
 
-// The value of a header of `request`; absent when it isn't there.
+// The value of a header of `request`; absent when there is none.
 std::optional<std::string> header(const std::string& request, const std::string& name) {
   const auto start = request.find("\r\n" + name + ": ");
   if (start == std::string::npos) return std::nullopt;
@@ -24,7 +24,7 @@ std::optional<std::string> header(const std::string& request, const std::string&
   return request.substr(value, request.find("\r\n", value) - value);
 }
 
-// The first byte that a resumed transfer asks for.
+// The first byte that a resumed transfer requests.
 std::size_t rangeStart(const std::string& request) {
   const auto range = header(request, "Range");
   return range && range->starts_with("bytes=") ? std::stoul(range->substr(6)) : 0;
@@ -43,7 +43,7 @@ sockaddr_in loopbackAddress(std::uint16_t port) {
   return address;
 }
 
-// Where shutting a listening socket down wakes no thread, a last connection does.
+// Makes a last connection, because on some systems shutting down a listening socket wakes no thread.
 void wakeListener(std::uint16_t port) {
   const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
   const sockaddr_in address = loopbackAddress(port);
@@ -75,7 +75,7 @@ LoopbackServer::~LoopbackServer() {
     for (const int socket : sockets_) ::shutdown(socket, SHUT_RDWR);
   }
   wakeListener(port_);
-  threads_.front().join();  // no new threads from here on
+  threads_.front().join();  // no new threads after this
   for (auto& thread : threads_) {
     if (thread.joinable()) thread.join();
   }
@@ -110,7 +110,7 @@ void LoopbackServer::acceptConnections() {
   }
 }
 
-// One request on each connection.
+// Serves one request per connection.
 void LoopbackServer::serve(int socket) {
   const auto connection = transport_->accept(socket);
   std::string request;
@@ -122,7 +122,7 @@ void LoopbackServer::serve(int socket) {
   Response response;
   if (request.find("\r\n\r\n") != std::string::npos) response = respond(request);
   if (!response.bytes.empty()) connection->write(response.bytes);
-  if (response.silent) (void)connection->read();  // until the other side has gone
+  if (response.silent) (void)connection->read();  // until the client has closed
   if (response.complete) connection->finish();
   const MutexLock lock{mutex_};
   sockets_.remove(socket);

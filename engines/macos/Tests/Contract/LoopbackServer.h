@@ -1,6 +1,5 @@
-// A real HTTP server on the loopback address, which reads the same scripts as the simulated network: what is
-// answered, where it is cut, redirects, silence, lengths, validators and ranges. It knows no latency and no
-// pieces.
+// A real HTTP server on the loopback address with the scripts of the simulated network: answers, lost
+// connections, redirects, silence, lengths, validators and ranges. It doesn't support latency and pieces.
 #pragma once
 
 #include <cstdint>
@@ -21,23 +20,23 @@ class LoopbackTransport;
 
 class LoopbackServer {
  public:
-  // Listens from here on as `host`, under TLS where the host under test can be made to trust the certificate,
-  // which is its own authority and is written to `certificateFile` in PEM.
+  // Starts listening as `host`, with TLS if the host under test can trust the certificate. The certificate is
+  // self-signed and is written to `certificateFile` in PEM.
   LoopbackServer(const std::string& host, const Path& certificateFile);
   LoopbackServer(const LoopbackServer&) = delete;
   LoopbackServer& operator=(const LoopbackServer&) = delete;
   ~LoopbackServer();  // ends every connection
 
   std::string urlOf(const std::string& path) const;
-  // Scripts are set before the requests that they are for.
+  // A script must be set before its requests.
   ServerResource& resource(const std::string& path);
   std::vector<std::string> requests() const;  // "GET /path", with " from 700" after a resumed one
 
  private:
   struct Response {
-    std::string bytes{};    // headers included; none for a connection that is lost before the answer
-    bool silent = false;    // keeps the connection and says nothing
-    bool complete = false;  // the connection isn't lost on the way
+    std::string bytes{};    // with the headers; empty for a connection that is lost before the answer
+    bool silent = false;    // keeps the connection open and sends nothing
+    bool complete = false;  // the connection isn't lost during the answer
   };
 
   std::unique_ptr<LoopbackTransport> transport_;

@@ -9,7 +9,7 @@ namespace installer::test {
 
 namespace {
 
-// Ending without the closing words of TLS is what a lost connection looks like.
+// An end without the closing alert of TLS counts as a lost connection.
 class TLSConnection : public LoopbackConnection {
  public:
   TLSConnection(SSL_CTX* context, int socket) : connection_{SSL_new(context)} {

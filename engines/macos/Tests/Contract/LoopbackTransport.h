@@ -1,6 +1,5 @@
-// What carries the bytes of the server on the loopback address. There are two, and the build takes one: TLS
-// under the server's own name, and plain sockets, for a host that can be given neither a name nor an
-// authority.
+// The transport of the server on the loopback address. The build selects one of two: TLS with the server's
+// name, and plain sockets, for a host that can't be configured with a name and an authority.
 #pragma once
 
 #include <memory>
@@ -10,13 +9,13 @@
 
 namespace installer::test {
 
-// One accepted socket, which the server closes afterwards. Used by one thread.
+// An accepted socket, which the server closes. Used by one thread.
 class LoopbackConnection {
  public:
   virtual ~LoopbackConnection() = default;
-  virtual std::string read() = 0;  // what arrives next; empty when nothing comes any more
+  virtual std::string read() = 0;  // the next bytes; empty at the end
   virtual void write(const std::string& bytes) = 0;
-  virtual void finish() = 0;  // says that the answer was complete; without it the connection is lost
+  virtual void finish() = 0;  // ends a complete answer; without this call the connection counts as lost
 };
 
 class LoopbackTransport {

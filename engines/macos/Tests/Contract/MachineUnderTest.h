@@ -1,5 +1,5 @@
-// The machine that a contract case runs on: simulated or real. A case speaks to the seam through `machine()`
-// and lays things out with the verbs below, which mean the same on both.
+// The machine that a contract case runs on: simulated or real. A case uses the seam through `machine()` and
+// prepares the machine with the verbs below, which mean the same on both.
 #pragma once
 
 #include <functional>
@@ -21,7 +21,7 @@ class MachineUnderTest {
   virtual ~MachineUnderTest() = default;
 
   virtual Machine& machine() = 0;
-  // A folder of the case's own, empty at first and gone afterwards; absolute, without links on its way.
+  // The folder of the case, empty at first and removed afterwards; absolute, without links in its path.
   virtual Path folder() = 0;
 
   // Files.
@@ -29,24 +29,25 @@ class MachineUnderTest {
   virtual void setWritable(const Path& path, bool writable) = 0;
   virtual void setReadable(const Path& path, bool readable) = 0;
   virtual void setExecutable(const Path& path) = 0;
-  // Where only root may do that and the tests run as someone else, the cases of these two are skipped.
+  // False when only root may do that and the tests don't run as root; then the cases of the next two are
+  // skipped.
   virtual bool laysForOthers() { return true; }
   virtual void setImmutable(const Path& path, bool immutable) = 0;
-  // Makes the folder sticky, and gives it and what is in it to another user than the ordinary one.
+  // Makes the folder sticky, and changes its owner and its entries' to another user than the ordinary one.
   virtual void makeSticky(const Path& path) = 0;
-  // Leaves what a copy to `path` leaves when it is killed.
+  // Leaves the leftovers of a killed copy to `path`.
   virtual void leaveKilledCopy(const Path& path) = 0;
-  // Runs `work` as a user whom permissions bind, perhaps in another process: what it found out comes back as
-  // the lines it gives, and expectations inside of it are lost.
+  // Runs `work` as a user to whom permissions apply, perhaps in another process. Returns the lines of `work`;
+  // expectations inside `work` are lost.
   virtual Lines asOrdinaryUser(const std::function<Lines()>& work) = 0;
 
-  // Programs. Each prints, on either stream, and exits: as a real script, or simulated.
+  // Programs. Each prints on both streams and exits; a real script, or simulated.
   virtual Path makeProgram(const std::string& name, const std::string& output, const std::string& errorOutput,
                            int status) = 0;
   // A program that prints its arguments, each on a line.
   virtual Path makeEchoProgram(const std::string& name) = 0;
 
-  // Streams. Runs `work` with this standard input, perhaps in another process, and gives what it wrote. Once
+  // Streams. Runs `work` with this standard input, perhaps in another process, and returns its output. Once
   // per case.
   struct Written {
     std::string output;
@@ -58,14 +59,14 @@ class MachineUnderTest {
   enum class WhenAsked { quits, ignores };
   virtual std::int32_t startApplication(const Path& bundle, WhenAsked behaviour) = 0;
 
-  // The administrator's prompt. Where it is a person's alone to answer, its cases are skipped.
+  // The administrator's prompt. False when only a person can answer it; then its cases are skipped.
   virtual bool promptsAreAnswered() { return true; }
   virtual void dismissPrompts() = 0;
 
   // Delivers a request to end to this process.
   virtual void requestTermination() = 0;
 
-  // What the system says of this process and its machine, asked without the seam; 64-bit ARM is "arm64".
+  // The system's facts about this process and its machine, read without the seam; 64-bit ARM is "arm64".
   struct Facts {
     std::string machineField;
     std::uint32_t user = 0;
@@ -74,23 +75,23 @@ class MachineUnderTest {
   };
   virtual Facts facts();
 
-  // The network. `serverResource` scripts one path of a server, and `urlOf` is its address.
+  // The network. `serverResource` is the script of one path of a server, `urlOf` its address.
   virtual ServerResource& serverResource(const std::string& path) = 0;
   virtual std::string urlOf(const std::string& path) = 0;
   virtual Lines requestsToServer() = 0;  // "GET /path" or "GET /path from 700"
 };
 
-// Which machines there are to test.
+// A machine to test.
 struct Implementation {
   const char* name;
   std::unique_ptr<MachineUnderTest> (*make)();
 };
 std::vector<Implementation> implementations();
-Implementation realImplementation();  // the one of them that is no simulation
+Implementation realImplementation();  // the one that isn't simulated
 
 std::unique_ptr<MachineUnderTest> makeSimulatedMachineUnderTest();
 
-// Begins a copy to `path`, for a process that ends next.
+// Begins a copy to `path`; the calling process must then end.
 void beginCopy(const Path& path);
 
 // The base of every suite.
@@ -101,16 +102,16 @@ class Contract : public ::testing::TestWithParam<Implementation> {
   FileSystem& files = machine.files;
 
   Path at(const std::string& name) { return joined(under->folder(), name); }
-  // Lays a file with the folders above it.
+  // Writes a file and creates the folders above it.
   Path lay(const std::string& name, const std::string& bytes = "bytes");
   Path layFolder(const std::string& name);
-  // A bundle with this information.
+  // Makes a bundle with this information.
   Path layBundle(const std::string& name, const std::string& identifier, const std::string& title);
   std::string bytesOf(const Path& path);
-  // Names below `folder`, sorted; a directory's with a slash at the end, a link's with "@".
+  // Names below `folder`, sorted; a directory's ends with a slash, a link's with "@".
   Lines treeOf(const Path& folder);
 
-  // Turns the main run loop until `done` holds; fails the case when it doesn't come to that.
+  // Runs the main run loop until `done` is true; fails the case if it doesn't become true.
   void turnUntil(const std::function<bool()>& done);
 };
 
@@ -120,7 +121,7 @@ std::string outcomeOf(const Result<T>& result) {
   return result ? "ok" : result.error().domain + " " + std::to_string(result.error().code);
 }
 
-// Makes SUITE run on every machine.
+// Runs SUITE on every machine.
 #define INSTANTIATE_CONTRACT(SUITE)                                                              \
   INSTANTIATE_TEST_SUITE_P(On, SUITE, ::testing::ValuesIn(::installer::test::implementations()), \
                            [](const auto& parameter) { return std::string{parameter.param.name}; })

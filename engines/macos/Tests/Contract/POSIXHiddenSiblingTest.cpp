@@ -1,4 +1,4 @@
-// The name under which work goes on beside an item, where the item's own name is long.
+// The hidden sibling's name for an item with a long name.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -14,7 +14,7 @@ std::string siblingOf(const std::string& name) {
   return HiddenSibling{folder.get(), name, "kelo-copy"}.name();
 }
 
-// A volume may refuse what isn't UTF-8.
+// A volume may refuse a name that isn't UTF-8.
 TEST(HiddenSibling, CutsALongNameBetweenItsCharacters) {
   for (std::size_t before = 190; before < 210; ++before) {
     const auto name = siblingOf(std::string(before, 'a') + "üüüüüüüüüüüüüüüüüüüü");

@@ -1,4 +1,4 @@
-// The three streams, each case in a child whose streams are pipes of the test.
+// The three streams. Each case runs in a child whose streams are pipes of the test.
 #include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>

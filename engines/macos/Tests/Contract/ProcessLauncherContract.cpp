@@ -1,4 +1,4 @@
-// What every launcher of programs promises.
+// The contract of process launchers.
 #include "Base/KeptOutput.h"
 #include "Contract/MachineUnderTest.h"
 

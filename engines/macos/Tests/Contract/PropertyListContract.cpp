@@ -1,4 +1,4 @@
-// What every reader of property lists promises.
+// The contract of readers of property lists.
 #include <nlohmann/json.hpp>
 
 #include "Contract/MachineUnderTest.h"
@@ -50,7 +50,7 @@ TEST_P(PropertyListContract, ReadsTheBinaryFormat) {
   EXPECT_EQ(parse(bytes).value(), (Json{{"a", 1}}));
 }
 
-// Readers recurse, on threads whose stacks are small.
+// Readers recurse, also on threads with small stacks.
 TEST_P(PropertyListContract, RefusesWhatNestsTooDeep) {
   EXPECT_TRUE(parseElement(nestedArrays(100)));
   for (const int depth : {200, 9999}) {

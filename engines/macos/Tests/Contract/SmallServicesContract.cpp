@@ -1,5 +1,5 @@
-// What the digest, the facts about the system, the streams, the signals, the running applications and the
-// administrator's scripts of every machine promise.
+// The contracts of the digest, the facts about the system, the streams, the signals, the running applications
+// and the administrator's scripts.
 #include <algorithm>
 #include <cstdint>
 #include <fmt/format.h>
@@ -13,7 +13,7 @@ namespace {
 
 class DigestContract : public Contract {
  protected:
-  // Fed in pieces of `size` bytes.
+  // The digest of `bytes`, updated in pieces of `size` bytes.
   std::string digestOf(std::string_view bytes, std::size_t size) {
     const auto digest = machine.digest.startSHA256();
     for (std::size_t at = 0; at < bytes.size(); at += size) digest->update(bytes.substr(at, size));
@@ -53,7 +53,7 @@ INSTANTIATE_CONTRACT(SystemInfoContract);
 
 class StandardStreamsContract : public Contract {
  protected:
-  // What `readLine` gives for `input`, one line of output each.
+  // The results of `readLine` for `input`, one per line.
   std::string linesRead(const std::string& input) {
     return under->withStandardInput(input, [this] { copyLines(); }).output;
   }
@@ -153,7 +153,7 @@ TEST_P(RunningApplicationsContract, ForcesAnApplicationThatIgnoresTheRequest) {
   EXPECT_EQ(running("test.contract.a"), std::vector{process});
   machine.runningApplications.forceTerminate(application);
   turnUntil([this] { return running("test.contract.a").empty(); });
-  machine.runningApplications.forceTerminate(application);  // gone already
+  machine.runningApplications.forceTerminate(application);  // it has already ended
 }
 
 INSTANTIATE_CONTRACT(RunningApplicationsContract);

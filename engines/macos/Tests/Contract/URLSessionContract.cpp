@@ -1,4 +1,4 @@
-// What every URL session promises: over real TLS on the loopback address, or simulated.
+// The contract of URL sessions: over the real server on the loopback address, or simulated.
 #include <algorithm>
 #include <atomic>
 
@@ -11,7 +11,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Writes every callback down, and how far a transfer got.
+// Records every callback and the progress of a transfer.
 class Recorder : public URLSessionDelegate {
  public:
   enum class Redirects { follow, refuse, refuseAndCancel };
@@ -97,7 +97,7 @@ class URLSessionContract : public Contract {
     task->resume();
     return task;
   }
-  // The transcript once `tasks` of them have ended; forgotten then.
+  // Waits for the end of `tasks` tasks, and returns and clears the transcript.
   Lines transcriptAtTheEnd(int tasks = 1) {
     turnUntil([&] { return recorder->ended() >= tasks; });
     machine.dispatch.runMainLoop(20ms);
@@ -105,8 +105,8 @@ class URLSessionContract : public Contract {
     recorder->forget();
     return lines;
   }
-  // Like "200 body", "204", "NSURLErrorDomain -1001", or "NSURLErrorDomain -1005 after 200" once a head was
-  // there.
+  // For example "200 body", "204", "NSURLErrorDomain -1001", or "NSURLErrorDomain -1005 after 200" when a
+  // head had arrived.
   std::string fetch(URLSession& from, const std::string& path, Duration timeout = 30s) {
     Mutex mutex;
     Lines outcomes;

@@ -1,4 +1,4 @@
-// Property lists as XML text, for laying out bundles and the output of programs.
+// Property lists as XML text, for bundles and the output of programs.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace installer::test {
 
-// Objects, arrays, strings, booleans, integers and reals. Anything else fails the test.
+// Accepts objects, arrays, strings, booleans, integers and reals. Another value fails the test.
 std::string propertyListText(const Json& value);
 
 }  // namespace installer::test

@@ -28,11 +28,11 @@ void runGuarded(const Work& job) {
 }  // namespace
 
 Nanoseconds toNanoseconds(Duration duration) {
-  constexpr double kLongest = 9e9;  // seconds, what 64 bits of nanoseconds hold
+  constexpr double kLongest = 9e9;  // seconds; fits in 64 bits of nanoseconds
   return std::llround(std::clamp(duration.count(), 0.0, kLongest) * 1e9);
 }
 
-// One thing that could run next.
+// A candidate to run next.
 struct Scheduler::Choice {
   enum class Kind { readyThread, mainBlock, globalBlock, serialBlock };
   std::uint64_t number;
@@ -130,7 +130,7 @@ void Scheduler::throwIfStuck() {
   throw SimulationStuck{why};
 }
 
-// Chooses what runs next and gives it the turn; returns when the turn has come back to `self`.
+// Chooses the next thread and gives it the turn; returns when `self` has the turn again.
 void Scheduler::passTurn(SimulatedThread& self) {
   for (;;) {
     if (runDue()) continue;
@@ -180,7 +180,7 @@ void Scheduler::passTurn(SimulatedThread& self) {
   }
 }
 
-// Calls the earliest thing that is due, if any is.
+// Calls the earliest due entry, if there is one.
 bool Scheduler::runDue() {
   if (timed_.empty() || timed_.begin()->first.first > now_) return false;
   auto entry = timed_.extract(timed_.begin());
@@ -213,7 +213,7 @@ Scheduler::Choice* Scheduler::choose(std::vector<Choice>& all) {
                             [](const Choice& a, const Choice& b) { return a.number < b.number; });
 }
 
-// The slice of the run loop is over once its end has come and nothing is left to run at that moment.
+// The run loop's slice ends when its time is over and nothing is left to run at that time.
 bool Scheduler::mainMayReturn() {
   return mainServes_ && mainLimit_ != nullptr && now_ >= *mainLimit_;
 }
@@ -297,7 +297,7 @@ void Scheduler::shutDown() {
   }
   workers_.clear();
   ready_.clear();
-  // Dropping a block may drop an object whose end looks at these queues, so each is emptied aside.
+  // Each queue is emptied by an exchange: a block may own an object whose destructor reads these queues.
   const auto timed = std::exchange(timed_, {});
   const auto mainBlocks = std::exchange(mainBlocks_, {});
   const auto globalBlocks = std::exchange(globalBlocks_, {});

@@ -1,7 +1,7 @@
-// The heart of the simulated dispatch: which thread runs next, and when time moves.
+// The scheduler of the simulated dispatch: it selects the next thread and advances the time.
 //
-// Exactly one simulated thread holds the turn. All state below belongs to its holder; the one mutex only
-// hands the turn over.
+// Exactly one simulated thread has the turn, and only that thread uses the state below. The mutex only guards
+// the transfer of the turn.
 #pragma once
 
 #include <cstdint>
@@ -25,13 +25,13 @@ using Nanoseconds = std::int64_t;  // of virtual time since the start
 
 Nanoseconds toNanoseconds(Duration duration);
 
-// Unwinds the stack of a simulated thread that is still blocked when its test is over.
+// Unwinds the stack of a simulated thread that is still blocked when its test ends.
 struct ThreadAbandoned {};
 
 struct SimulatedThread {
   std::string name;
-  std::string waitingFor;  // for the message about a wait that can never end
-  Work job;                // what to run when the turn comes
+  std::string waitingFor;  // for the message about an endless wait
+  Work job;                // runs when the thread gets the turn
   bool turn = false;
   bool idle = false;   // a worker without a block
   bool leave = false;  // ends at its next turn
@@ -42,7 +42,7 @@ struct SimulatedThread {
 // The blocks of one serial queue.
 struct SerialBlocks {
   std::string label;
-  std::deque<std::pair<std::uint64_t, Work>> blocks;  // with the number that orders them
+  std::deque<std::pair<std::uint64_t, Work>> blocks;  // with their order numbers
   bool busy = false;
 };
 
@@ -62,16 +62,17 @@ class Scheduler {
   void postGlobal(Work work);
   void postSerial(const std::shared_ptr<SerialBlocks>& queue, Work work);
 
-  // Calls `due` in `delay`, in the course of scheduling. The number cancels it.
+  // Calls `due` after `delay`, in the scheduler. The returned number cancels it.
   std::uint64_t postTimed(Nanoseconds delay, Work due);
   void cancelTimed(std::uint64_t number);
 
-  // Blocks the running thread until `wake` is called with the thread, which is handed to `arm` first.
+  // Blocks the running thread until `wake` is called with it. Calls `arm` with the thread first.
   void block(const std::string& description, const std::function<void(SimulatedThread&)>& arm);
   void wake(SimulatedThread& thread);
 
-  // Serves the main queue on the main thread until `until` (may be empty) holds or `limit` has passed and
-  // nothing is left to run at that moment. Without a limit, for as long as it takes. True when `until` held.
+  // Serves the main queue on the main thread until `until` (may be empty) is true, or until `limit` has
+  // passed and nothing is left to run at that time. No time limit when `limit` is null. Returns whether
+  // `until` was true.
   bool serveMain(const Nanoseconds* limit, const std::function<bool()>& until);
 
   void shutDown();
@@ -90,14 +91,14 @@ class Scheduler {
   Nanoseconds now_ = 0;
   Nanoseconds timeLimit_;
   std::uint64_t nextNumber_ = 1;
-  std::uint64_t steps_ = 0;  // since time last moved
+  std::uint64_t steps_ = 0;  // since the last advance of the time
   bool shutDown_ = false;
-  std::string stuck_;  // why the main thread has to give up
+  std::string stuck_;  // why the main thread must fail
 
   std::deque<std::pair<std::uint64_t, Work>> mainBlocks_;
   std::deque<std::pair<std::uint64_t, Work>> globalBlocks_;
   std::vector<std::shared_ptr<SerialBlocks>> serialQueues_;  // those with blocks
-  std::vector<Ready> ready_;                                 // threads whose wait is over
+  std::vector<Ready> ready_;                                 // threads whose wait has ended
   std::map<std::pair<Nanoseconds, std::uint64_t>, Work> timed_;
   std::map<std::uint64_t, Nanoseconds> timedDue_;
 

@@ -1,7 +1,7 @@
-// A package source that does what a test scripted for each app, in virtual time, on worker threads.
+// A package source with a script per app, in virtual time, on worker threads.
 //
-// The end of an acquisition comes at most once: a cancelled one that has an answer to the cancel gives that
-// one, any other goes on as if nothing had been asked. An app without a script isn't found.
+// An acquisition ends at most once. A cancelled one ends with the script's answer to a cancel; without such
+// an answer it continues. An app without a script isn't found.
 #pragma once
 
 #include <functional>
@@ -16,7 +16,7 @@
 
 namespace installer::test {
 
-// What one acquisition does, step by step.
+// The steps of one acquisition.
 class AcquisitionScript {
  public:
   AcquisitionScript& reports(std::string statusText, std::string detailText = {}, Progress progress = {});
@@ -42,7 +42,7 @@ class ScriptedPackageProvider : public PackageProvider {
 
   AcquisitionScript& on(AppIdentifier app) { return scripts_[app]; }
 
-  // What was asked for, in order, such as "acquire Kelo Brenna (1/2)" and "cancel".
+  // The calls in order, for example "acquire Kelo Brenna (1/2)" and "cancel".
   const std::vector<std::string>& calls() const { return calls_; }
 
   void acquirePackage(const AppInfo& app, const std::string& label, ProgressHandler progressHandler,

@@ -106,7 +106,7 @@ ServerResource& ServerResource::ignoresRanges() {
   return *this;
 }
 
-// A drop without an answer of its own cuts the lasting body.
+// A drop without its own answer cuts the lasting body.
 ServerAnswer ServerResource::takeNext() {
   if (next_.empty()) return lasting_;
   auto answer = std::move(next_.front());

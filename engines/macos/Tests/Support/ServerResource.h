@@ -1,5 +1,5 @@
-// What a server does with the requests for one URL. The simulated network and the real server on the loopback
-// address read the same scripts.
+// A server's behaviour for one URL. The simulated network and the real server on the loopback address use the
+// same scripts.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@
 
 namespace installer::test {
 
-// What a server does with one request.
+// A server's behaviour for one request.
 struct ServerAnswer {
   enum class Kind { answer, failure, redirect, silence };
   Kind kind = Kind::answer;
@@ -21,25 +21,25 @@ struct ServerAnswer {
   std::string location{};      // of a redirect
   std::int64_t errorCode = 0;  // of a failure, in `ErrorDomain::url`
   std::string errorDescription{};
-  std::optional<std::size_t> dropsAfter{};  // body bytes of this transfer, after which the connection is lost
+  std::optional<std::size_t> dropsAfter{};  // body bytes of this transfer before the connection is lost
   std::int64_t dropCode = URLErrorCode::networkConnectionLost;
-  bool stalls = false;  // rather than drops: silence, until the request's own timeout
+  bool stalls = false;  // instead of the loss: silence until the request's own timeout
 };
 
 ServerAnswer answering(int status, std::string body);
 ServerAnswer failing(std::int64_t code, std::string description);
 ServerAnswer redirecting(std::string location, int status);
 
-// The script of one URL. "Next" answers come first, one per request, in the order in which they were added;
-// then the lasting one, which is the latest that was set.
+// The script of one URL. "Next" answers are used first, one per request, in the order of their addition; then
+// the lasting one, which is the latest that was set.
 class ServerResource {
  public:
   ServerResource& answers(int status, std::string body = {});
   ServerResource& answersNext(int status, std::string body = {});
-  // The connection is lost after `bytes` of the body that `answers` gave (or will give), next time or always.
+  // The connection is lost after `bytes` of the body of `answers`, for the next request or always.
   ServerResource& dropsNext(std::size_t bytes, std::int64_t code = URLErrorCode::networkConnectionLost);
   ServerResource& dropsAlways(std::size_t bytes, std::int64_t code = URLErrorCode::networkConnectionLost);
-  // After `bytes` of the body nothing more comes, until the request's own timeout.
+  // After `bytes` of the body nothing arrives until the request's own timeout.
   ServerResource& stallsNext(std::size_t bytes);
   ServerResource& fails(std::int64_t code, std::string description = {});
   ServerResource& failsNext(std::int64_t code, std::string description = {});
@@ -49,11 +49,11 @@ class ServerResource {
   ServerResource& neverAnswersNext();
 
   ServerResource& takes(Duration latency);  // before the first byte of each answer
-  // Bodies arrive in pieces of `bytes`, one each `every`; unless set, in one piece at once.
+  // Bodies arrive in pieces of `bytes`, one per `every`; by default in one piece at once.
   ServerResource& inPieces(std::size_t bytes, Duration every);
-  ServerResource& withoutLength();                       // never says how long a body is
-  ServerResource& withValidator(std::string validator);  // unless set, one that changes with the body
-  ServerResource& withoutValidator();                    // dropped transfers leave nothing to resume
+  ServerResource& withoutLength();                       // never sends the length of a body
+  ServerResource& withValidator(std::string validator);  // by default one that depends on the body
+  ServerResource& withoutValidator();                    // lost transfers can't be resumed
   ServerResource& ignoresRanges();                       // answers a resumed transfer with the whole body
 
  private:

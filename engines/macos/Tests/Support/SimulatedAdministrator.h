@@ -1,8 +1,8 @@
-// The administrator's prompt: granted unless a test says otherwise.
+// The administrator's prompt. Grants by default.
 //
-// A granted command line really runs, as root, against the simulated files, as far as it consists of
-// "/bin/rm -rf", "/usr/bin/ditto --noqtn" and "/usr/sbin/chown -R" joined by " && ", with shell quoting. Any
-// other command ends the line with status 127.
+// A granted command line runs as root on the simulated files. Supported are "/bin/rm -rf", "/usr/bin/ditto
+// --noqtn" and "/usr/sbin/chown -R" joined by " && ", with shell quoting. Any other command ends the line
+// with status 127.
 #pragma once
 
 #include <deque>
@@ -22,25 +22,25 @@ class SimulatedAdministrator : public AdministratorScripts {
   SimulatedAdministrator(SimulatedDispatch& dispatch, SimulatedFileSystem& files)
       : dispatch_{dispatch}, files_{files} {}
 
-  // What the next call does, one verb per call in order; after those, the command line is granted and run.
+  // The behaviour of the next calls, one verb per call in order. Later calls grant and run the command line.
   void grantsNext();
-  void dismissesNext();                    // the person dismisses the prompt: -128
-  void failsNext(int number);              // nothing runs; this error number
-  void failsNextWithoutNumber();           // an error dictionary that says nothing of a number
-  void succeedsWithoutEffectNext();        // reports success though nothing ran
-  void failsAfterRunningNext(int number);  // runs the command line and reports a failure all the same
+  void dismissesNext();                    // the user dismisses the prompt: -128
+  void failsNext(int number);              // nothing runs; the error has this number
+  void failsNextWithoutNumber();           // an error dictionary without a number
+  void succeedsWithoutEffectNext();        // reports success although nothing ran
+  void failsAfterRunningNext(int number);  // runs the command line and reports a failure
   void dismissesAlways(bool always = true) { dismissesAlways_ = always; }
-  // How long each prompt and command takes, in virtual time.
+  // The duration of each prompt and command, in virtual time.
   void takes(Duration duration) { duration_ = duration; }
 
   void cannotMakeScripts(bool cannot = true) { cannotMake_ = cannot; }
   void noTarget(bool none = true) { noTarget_ = none; }  // handlers can't be addressed
 
-  // What happened.
+  // The record of the calls.
   std::size_t scriptsMade() const { return sources_.size(); }
   const std::vector<std::string>& sources() const { return sources_; }    // of the scripts, in order
   const std::vector<std::string>& handlers() const { return handlers_; }  // names called, in order
-  // The command lines as the shell got them, in order, whether or not they were granted.
+  // The shell's command lines in order, whether or not they were granted.
   const std::vector<std::string>& commandLines() const { return commandLines_; }
   bool calledOffMainThread() const { return calledOffMainThread_; }
 
@@ -50,7 +50,7 @@ class SimulatedAdministrator : public AdministratorScripts {
   friend class SimulatedScript;
   struct Outcome {
     bool runs = false;   // the command line is run as root
-    bool fails = false;  // and reported as failed, whatever it did
+    bool fails = false;  // the result is a failure in any case
     std::optional<int> number = {};
   };
 

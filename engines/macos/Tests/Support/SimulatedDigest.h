@@ -1,4 +1,4 @@
-// The real SHA-256, by OpenSSL.
+// SHA-256 by OpenSSL.
 #pragma once
 
 #include <string>

@@ -84,7 +84,7 @@ class SimulatedSemaphore : public Semaphore {
   }
 
  private:
-  // Takes a waiter out on every way out of its wait.
+  // Removes a waiter at every end of its wait.
   struct Withdrawal {
     Withdrawal(std::deque<SimulatedEvent*>& list, SimulatedEvent& one) : waiting{list}, event{one} {}
     Withdrawal(const Withdrawal&) = delete;

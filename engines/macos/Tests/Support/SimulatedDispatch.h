@@ -1,11 +1,11 @@
-// Queues, timers and waits under virtual time, in one deterministic order.
+// Queues, timers and waits in virtual time, in a deterministic order.
 //
-// Every simulated thread has a stack of its own, but only one of them runs at a time: the next one is chosen
-// when the running one waits or ends. Nothing is preempted, so fakes and tests need no locks. Time moves only
+// Every simulated thread has its own stack, but only one of them runs at a time: the next one is chosen when
+// the running one waits or ends. Nothing is preempted, so fakes and tests need no locks. Time advances only
 // when nothing is left to run, and then at once to the next timer, delayed block or deadline.
 //
 // The thread that constructs it is the main thread. Main-queue blocks run only while that thread is inside
-// `runMainLoop` (or one of the verbs below, which turn it), never while it is blocked in anything else.
+// `runMainLoop` (or one of the verbs below, which call it), never while it is blocked elsewhere.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +19,7 @@
 
 namespace installer::test {
 
-// Thrown on the main thread, after a test failure was recorded, when its wait can never end.
+// Thrown on the main thread, after a test failure was recorded, when its wait is endless.
 class SimulationStuck : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -27,7 +27,7 @@ class SimulationStuck : public std::runtime_error {
 
 class SimulatedDispatch : public Dispatch {
  public:
-  // Seed 0 runs what became ready first; any other seed chooses among what is ready, the same way each time.
+  // Seed 0 runs in the order of readiness; another seed gives another, equally deterministic order.
   explicit SimulatedDispatch(std::uint64_t seed = 0);
   SimulatedDispatch(const SimulatedDispatch&) = delete;
   SimulatedDispatch& operator=(const SimulatedDispatch&) = delete;
@@ -48,32 +48,32 @@ class SimulatedDispatch : public Dispatch {
 
   // Verbs for tests, on the main thread.
 
-  // Turns the main run loop for `duration` of virtual time, so that everything due meanwhile happens.
+  // Runs the main run loop for `duration` of virtual time, with everything that is due in that time.
   void advance(Duration duration) { runMainLoop(duration); }
-  // Runs all that can run now, the main queue included. Time doesn't move.
+  // Runs everything that can run now, also on the main queue. Time doesn't advance.
   void runUntilIdle() { runMainLoop(Duration{0}); }
-  // Turns the main run loop until `done` holds. Fails the test when `limit` of virtual time passes first.
+  // Runs the main run loop until `done` is true. Fails the test when `limit` of virtual time passes first.
   void runUntil(const std::function<bool()>& done, Duration limit = std::chrono::hours{1});
-  // Runs `work` on a worker thread while the main run loop turns, and returns when it has ended.
+  // Runs `work` on a worker thread while the main run loop runs, and returns when it has ended.
   void runOnWorker(const Work& work);
 
   // Virtual time since the construction.
   Duration elapsed() const;
-  // A test that lets more virtual time pass than this (two days unless set) is taken for one that hangs.
+  // A test in which more virtual time passes (by default two days) counts as hanging and fails.
   void setTimeLimit(Duration limit);
-  // Sets the clock without letting time pass, e.g. "2026-03-01T12:00:00Z" (which is also the start).
+  // Sets the clock without an advance of time, e.g. to "2026-03-01T12:00:00Z", which is also the start.
   void setNow(std::string_view iso8601);
 
   // For other fakes.
 
-  // Something that one simulated thread waits for and another makes happen, once.
+  // An event that happens once. A simulated thread waits for it, another makes it happen.
   class Event;
   std::shared_ptr<Event> makeEvent(std::string description);
-  // Runs `work` after `delay` outside of all queues, whatever the threads are doing then. It must not wait.
+  // Runs `work` after `delay` outside all queues, independent of the threads. `work` must not wait.
   void schedule(Duration delay, Work work);
 
-  // Ends every simulated thread that is still blocked and drops what is queued. The machine calls it before
-  // it goes; nothing runs afterwards.
+  // Ends every simulated thread that is still blocked and drops the queued blocks. The machine's destructor
+  // calls it first; nothing runs afterwards.
   void shutDown();
 
  private:

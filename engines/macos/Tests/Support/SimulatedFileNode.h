@@ -1,4 +1,4 @@
-// What the simulated file system is made of: files, directories, links, and volumes.
+// The nodes of the simulated file system: files, directories, links, and volumes.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 namespace installer::test {
 
-// Open files share their node with the tree, so that they follow the file and not its name.
+// Open files share their node with the tree, so that they refer to the file and not to its name.
 struct SimulatedFileSystem::Node {
   enum class Kind { file, directory, link };
   Kind kind = Kind::file;
@@ -21,12 +21,12 @@ struct SimulatedFileSystem::Node {
   std::optional<Path> leftoverOf;  // of a hidden sibling that a killed copy to that path left
   bool immutable = false;
   bool sticky = false;                    // of a directory
-  bool others = false;                    // it belongs to another user
-  std::uint64_t number = 0;               // stays with the node through a rename
-  std::optional<std::int64_t> allocated;  // bytes on disk when they don't follow from the length
+  bool others = false;                    // another user owns it
+  std::uint64_t number = 0;               // a rename keeps it
+  std::optional<std::int64_t> allocated;  // bytes on disk, if not computed from the length
   bool allocatedUnknown = false;
   bool locked = false;
-  std::uint64_t order = 0;  // by which a directory lists it
+  std::uint64_t order = 0;  // its position in a directory's list
 
   static Node file(std::string_view bytes) {
     Node node;
@@ -50,7 +50,7 @@ struct SimulatedFileSystem::Node {
 struct SimulatedFileSystem::Volume {
   std::int64_t free = std::int64_t{1} << 40;
   bool saysCapacity = true;
-  std::optional<std::int64_t> older;  // the answer to the older question when the newer has none
+  std::optional<std::int64_t> older;  // the result of `fileSystemFreeSize` when the capacity is unknown
   bool readOnly = false;
 };
 

@@ -1,4 +1,4 @@
-// The half of the simulated file system that changes files: copies, moves, removals, reading and writing.
+// The changes of the simulated file system: copies, moves, removals, reading and writing.
 #include <algorithm>
 #include <utility>
 
@@ -138,7 +138,7 @@ bool SimulatedFileSystem::clearLeftovers(const Path& path) {
   return cleared;
 }
 
-// Children first, and what is gone stays gone when one of them is made to fail.
+// Removes children first. When one of them is made to fail, the earlier ones stay removed.
 Result<> SimulatedFileSystem::removeTree(const Path& path) {
   if (auto wanted = injected(Operation::remove, path)) return std::unexpected(*wanted);
   if (nodes_.at(path)->kind == Node::Kind::directory) {

@@ -18,7 +18,7 @@ bool isBelow(const Path& path, const Path& top) {
   return path.size() > top.size() && path.starts_with(top) && path[top.size()] == '/';
 }
 
-// Without doubled or trailing slashes and "." components; ".." goes one up, lexically.
+// Without doubled or trailing slashes and "." components; ".." is resolved lexically.
 Path tidy(const Path& path) {
   Path result;
   std::size_t at = 0;
@@ -54,7 +54,7 @@ struct SimulatedFileSystem::Failures {
     Path path;
     Error error;
     bool always;
-    int callsBefore = 0;  // that pass
+    int callsBefore = 0;  // calls that succeed before
   };
   std::vector<Entry> entries;
 };
@@ -66,7 +66,7 @@ SimulatedFileSystem::SimulatedFileSystem() : failures_{std::make_unique<Failures
 
 SimulatedFileSystem::~SimulatedFileSystem() = default;
 
-// Laying things out.
+// Preparation by tests.
 
 void SimulatedFileSystem::addDirectory(const Path& path) {
   const auto place = resolved(tidy(path), LastLink::follow);
@@ -204,7 +204,7 @@ std::optional<Error> SimulatedFileSystem::injected(Operation operation, const Pa
   return failure;
 }
 
-// Looking.
+// Inspection by tests.
 
 bool SimulatedFileSystem::exists(const Path& path) const {
   return find(path, LastLink::keep) != nullptr;
@@ -266,7 +266,7 @@ Path SimulatedFileSystem::resolved(const Path& path, LastLink last) const {
     }
     if (!replaced) return whole;
   }
-  return {};  // links in a circle lead nowhere
+  return {};  // links in a loop have no target
 }
 
 SimulatedFileSystem::Node* SimulatedFileSystem::find(const Path& path, LastLink last) const {
@@ -290,7 +290,7 @@ std::vector<Path> SimulatedFileSystem::children(const Path& directory) const {
   return result;
 }
 
-// `top` and all below it, parents before children.
+// `top` and everything below it, parents before children.
 std::vector<Path> SimulatedFileSystem::subtree(const Path& top) const {
   std::vector<Path> result;
   if (nodes_.contains(top)) result.push_back(top);
@@ -344,7 +344,7 @@ void SimulatedFileSystem::duplicate(const Path& source, const Path& destination)
   }
 }
 
-// Failures in the words of the platform.
+// Failures with the texts of the platform.
 
 std::string SimulatedFileSystem::nameInQuotes(const Path& path) {
   return "“" + lastPathComponent(path) + "”";
@@ -374,7 +374,7 @@ Error SimulatedFileSystem::error(std::int64_t code, const Path& path) const {
   return {std::string{ErrorDomain::cocoa}, code, text, nullptr};
 }
 
-// May entries of the folder of `path` be made, removed or renamed?
+// Fails unless entries of the folder of `path` may be made, removed or renamed.
 Result<> SimulatedFileSystem::checkFolderForWriting(const Path& path) {
   const auto folder = parentFolder(path);
   const auto* const node = find(folder);
@@ -388,7 +388,7 @@ Result<> SimulatedFileSystem::checkFolderForWriting(const Path& path) {
   return {};
 }
 
-// May the entry leave its folder?
+// Fails unless the entry may be removed from its folder.
 Result<> SimulatedFileSystem::checkTakingAway(const Path& path) {
   if (auto checked = checkFolderForWriting(path); !checked) return checked;
   const auto& entry = *nodes_.at(path);
@@ -410,7 +410,7 @@ Result<> SimulatedFileSystem::checkSpace(const Path& destination, std::int64_t b
   return std::unexpected(error(CocoaError::fileWriteOutOfSpace, destination));
 }
 
-// The seam: questions.
+// The seam: queries.
 
 bool SimulatedFileSystem::fileExists(const Path& path) {
   return find(path) != nullptr;

@@ -1,8 +1,8 @@
 // Files and volumes in memory: links, permissions, capacity, and failures on request.
 //
-// Paths are case-sensitive. Directories list their entries in the order in which they were made. A test lays
-// things out with the verbs, which ask for no permission, fail on nothing and make missing folders; the
-// engine's own calls obey permissions, capacity and the injected failures, and are recorded as `changes`.
+// Paths are case-sensitive. Directories list their entries in the order of their creation. A test prepares
+// the files with the verbs, which ignore permissions, never fail and create missing folders. The engine's
+// calls obey permissions, capacity and the injected failures, and are recorded as `changes`.
 #pragma once
 
 #include <cstdint>
@@ -20,9 +20,9 @@ namespace installer::test {
 enum class Operation {
   list,
   attributes,
-  copy,    // fails by the path of the source or of the destination
-  move,    // likewise
-  remove,  // a path inside a tree makes the removal of the tree stop there, half-way
+  copy,    // selected by the path of the source or of the destination
+  move,    // the same
+  remove,  // a path inside a tree stops the removal of the tree there
   createDirectory,
   readFile,
   writeFile,
@@ -41,63 +41,63 @@ class SimulatedFileSystem : public FileSystem {
   SimulatedFileSystem& operator=(const SimulatedFileSystem&) = delete;
   ~SimulatedFileSystem() override;
 
-  // Laying things out.
+  // Preparation.
   void addDirectory(const Path& path);
-  void addFile(const Path& path, std::string_view bytes = {});  // replaces what was there
+  void addFile(const Path& path, std::string_view bytes = {});  // replaces an existing item
   void addProgram(const Path& path);                            // an executable file
   void addSymlink(const Path& path, const Path& target);
-  void erase(const Path& path);  // a tree; nothing happens when there is none
+  void erase(const Path& path);  // a tree; does nothing when there is none
 
-  // A new volume, mounted at `path`, with so many bytes free; absent when the volume doesn't say.
+  // A new volume, mounted at `path`, with `capacity` free bytes; absent when unknown.
   void addVolume(const Path& path, std::optional<std::int64_t> capacity = std::int64_t{1} << 40);
-  void removeVolume(const Path& path);  // and all that is on it
-  // Bytes free from now on, on the volume of `path`. The engine's copies, writes and removals
-  // change the figure; the verbs of a test don't.
+  void removeVolume(const Path& path);  // with its content
+  // Sets the free bytes of the volume of `path`. The engine's copies, writes and removals change the figure;
+  // the verbs of a test don't.
   void setCapacity(const Path& path, std::int64_t bytes);
-  // What the volume answers instead: nothing to the first question, `older` to `fileSystemFreeSize`.
+  // Makes `volumeAvailableCapacity` absent, and `older` the result of `fileSystemFreeSize`.
   void setCapacityUnknown(const Path& path, std::optional<std::int64_t> older = std::nullopt);
   void setVolumeReadOnly(const Path& path, bool readOnly = true);  // writes fail with 642
 
   // Permissions of one file or directory. A directory that isn't writable refuses changes of its entries
-  // (513); what isn't readable can't be listed or read (257).
+  // (513); an item that isn't readable can't be listed or read (257).
   void setWritable(const Path& path, bool writable);
   void setReadable(const Path& path, bool readable);
   void setExecutable(const Path& path, bool executable);
-  // An immutable item can't be removed or renamed, and an immutable directory takes no changes of its
-  // entries: 513, for root too.
+  // An immutable item can't be removed or renamed, and the entries of an immutable directory can't be
+  // changed: 513, also for root.
   void setImmutable(const Path& path, bool immutable = true);
-  // A sticky directory of another user lets only the owner of an entry remove or rename the entry.
+  // In a sticky directory of another user, only the owner of an entry may remove or rename it.
   void setSticky(const Path& path);
   void setOwnedByAnother(const Path& path);
   // Another process takes or releases the lock of the item.
   void setLockedByAnother(const Path& path, bool locked = true);
-  // Lays a hidden sibling of `path` as a killed copy leaves it.
+  // Adds the hidden sibling that a killed copy to `path` leaves.
   void addLeftover(const Path& path);
-  // Root is refused nothing by permissions; injected failures still fail.
+  // Permissions don't apply to root; injected failures do.
   void setRunsAsRoot(bool root);
   bool runsAsRoot() const;
 
-  // Bytes on disk; unless set, the length rounded up to blocks of 4096.
+  // Bytes on disk; by default the length rounded up to blocks of 4096.
   void setAllocatedSize(const Path& path, std::int64_t bytes);
-  // What `enumerate` reports for it: both figures absent.
+  // Makes both figures of `enumerate` absent.
   void setAllocatedSizeUnknown(const Path& path);
 
   // Makes the engine's next call of that kind on `path` fail; or every one until `stopFailing`.
   void failNext(Operation operation, const Path& path, Error error);
-  // The call that comes after so many of them that aren't made to fail.
+  // The call after `calls` calls that aren't made to fail.
   void failAfter(int calls, Operation operation, const Path& path, Error error);
   void failAlways(Operation operation, const Path& path, Error error);
   void stopFailing(Operation operation, const Path& path);
 
-  // Looking.
-  bool exists(const Path& path) const;       // links count themselves, also dangling ones
+  // Inspection.
+  bool exists(const Path& path) const;       // true for a link, also a dangling one
   std::string read(const Path& path) const;  // fails the test when there is no such file
   // Everything below `path`, sorted, relative to it: "Contents/", "Contents/Info.plist", "link -> target".
   std::vector<std::string> tree(const Path& path) const;
-  // Likewise with the bytes of the files: equal for equal trees.
+  // The same with the bytes of the files: equal for equal trees.
   std::map<std::string, std::string> snapshot(const Path& path) const;
-  // The engine's successful changes in order, such as "move /a -> /b", "copy /a -> /b", "remove /a",
-  // "create /a", "write /a". Appends to open files aren't among them.
+  // The engine's successful changes in order: "move /a -> /b", "copy /a -> /b", "remove /a", "create /a",
+  // "write /a". Appends to open files aren't included.
   const std::vector<std::string>& changes() const { return changes_; }
   void forgetChanges() { changes_.clear(); }
 
@@ -126,7 +126,7 @@ class SimulatedFileSystem : public FileSystem {
   struct Node;  // one file, directory or link
   struct Volume;
   struct Failures;
-  // The failure that a test asked for, if any. For the handles of open files.
+  // The injected failure, if any. For the handles of open files.
   std::optional<Error> injected(Operation operation, const Path& path);
   static FileAttributes attributesOf(const Node& node);
 

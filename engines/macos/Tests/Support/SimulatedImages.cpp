@@ -10,7 +10,7 @@ namespace installer::test {
 
 namespace {
 
-// As the real program prints it: the whole disk and the partition scheme come first, without a mount point.
+// Like the real program's output: the whole disk and the partition scheme first, without a mount point.
 std::string attachedPropertyList(const Path& mountPoint) {
   return propertyListText({{"system-entities", Json::array({{{"content-hint", "GUID_partition_scheme"},
                                                              {"dev-entry", "/dev/disk4"},

@@ -1,7 +1,7 @@
 // Disk images, and the `hdiutil` that attaches and detaches them.
 //
-// An image is known by its bytes, whatever its path: a downloaded image can be moved and still attaches,
-// and one with other bytes doesn't. Attaching mounts a read-only volume at the image's mount point.
+// An image is identified by its bytes and not by its path: a downloaded image can be moved and still
+// attaches, one with other bytes doesn't. Attaching mounts a read-only volume at the image's mount point.
 #pragma once
 
 #include <functional>
@@ -17,23 +17,23 @@ namespace installer::test {
 
 class SimulatedImages {
  public:
-  // Lays the image's contents out below the mount point.
+  // Writes the image's content below the mount point.
   using Layout = std::function<void(SimulatedFileSystem& files, const Path& mountPoint)>;
 
   SimulatedImages(SimulatedFileSystem& files, SimulatedPrograms& programs)
       : files_{files}, programs_{programs} {}
 
-  // The bytes of a new image, `size` of them at least, to be served or written anywhere.
+  // The bytes of a new image, at least `size`, for a server or a file.
   std::string make(const Path& mountPoint, Layout layout, std::size_t size = 1000);
   // Writes a new image to `path` and returns its bytes.
   std::string add(const Path& path, const Path& mountPoint, Layout layout, std::size_t size = 1000);
 
-  // Mount points that are attached now; how often each was attached and detached, in order: "attach
-  // /Volumes/X", "detach /Volumes/X".
+  // The attached mount points; and all attaches and detaches in order: "attach /Volumes/X", "detach
+  // /Volumes/X".
   std::vector<Path> attached() const { return attached_; }
   const std::vector<std::string>& history() const { return history_; }
 
-  // Gives the program at `hdiutil` its script.
+  // Sets the script of the program at `hdiutil`.
   void installTool(const Path& hdiutil);
 
  private:

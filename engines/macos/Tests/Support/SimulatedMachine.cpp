@@ -29,7 +29,8 @@ SystemPaths macOSPaths() {
           .open = "/usr/bin/open"};
 }
 
-// Takes a leading "[...] " off `line`, brackets within it included; absent when there is none.
+// Removes a leading "[...] ", which may contain brackets, from `line` and returns it; absent when there is
+// none.
 std::optional<std::string> takeTag(std::string& line) {
   int depth = 0;
   for (std::size_t at = 0; at < line.size(); ++at) {
@@ -43,8 +44,8 @@ std::optional<std::string> takeTag(std::string& line) {
   return std::nullopt;
 }
 
-// "[time] [WARN] [file:line function] message" -> "WARN message". A line of another shape, such as the rest
-// of a message with a line break, stays as it is.
+// "[time] [WARN] [file:line function] message" -> "WARN message". A line of another form, such as the rest of
+// a message with a line break, is unchanged.
 std::string withoutStamp(const std::string& line) {
   auto rest = line;
   if (!takeTag(rest)) return line;
@@ -90,7 +91,7 @@ SimulatedMachine::SimulatedMachine(std::uint64_t seed)
                .systemInfo = systemInfo,
                .digest = digest,
                .signals = signals} {
-  // Of two, either could own the values of the process, and a test of one would look at the other's.
+  // With two machines, a test of one could use the process-wide values of the other.
   if (std::exchange(isThere, true)) throw std::logic_error{"one simulated machine at a time"};
   for (const auto& folder :
        {paths.applications, paths.temporaryDirectory, joined(paths.home, "Library"), resources}) {

@@ -1,7 +1,7 @@
-// A whole machine in memory, in virtual time: the first thing in every test.
+// A whole machine in memory, in virtual time. A test constructs it first.
 //
-// Installs itself as the machine of the process at construction and takes itself away at destruction, so
-// that process-wide values are fresh in each test. One at a time: a second one throws. The thread that
+// The constructor installs it as the machine of the process and the destructor removes it, so that
+// process-wide values are new in each test. Only one can exist: a second one throws. The thread that
 // constructs it is the main thread.
 #pragma once
 
@@ -32,19 +32,19 @@ namespace installer::test {
 
 using Lines = std::vector<std::string>;
 
-// What `addApp` lays out.
+// The bundle of `addApp`.
 struct AppBundle {
   std::optional<std::string> identifier{};
   std::optional<std::string> version{};
-  std::optional<std::string> executable = "app";  // named in Info.plist and laid in Contents/MacOS
+  std::optional<std::string> executable = "app";  // named in Info.plist, in Contents/MacOS
   bool appStoreReceipt = false;
-  bool infoPlist = true;  // false: no Info.plist at all
+  bool infoPlist = true;  // false: no Info.plist
   std::string executableBytes = "binary";
 };
 
 class SimulatedMachine {
  public:
-  // Seed 0 runs in the order of posting; another seed chooses another order, the same one each time.
+  // Seed 0 runs in the order of posting; another seed gives another, equally deterministic order.
   explicit SimulatedMachine(std::uint64_t seed = 0);
   SimulatedMachine(const SimulatedMachine&) = delete;
   SimulatedMachine& operator=(const SimulatedMachine&) = delete;
@@ -69,21 +69,21 @@ class SimulatedMachine {
   SimulatedDigest digest;
   SimulatedSignals signals;
 
-  // Lays an application bundle at `path`. It isn't registered with the workspace.
+  // Makes an application bundle at `path`. It isn't registered with the workspace.
   void addApp(const Path& path, const AppBundle& app);
-  // Likewise, and registers it under its identifier.
+  // The same, and registers it with its identifier.
   void addRegisteredApp(const Path& path, const AppBundle& app);
-  // Writes `jsonText` as installer_config.json among the resources, before the engine reads it.
+  // Writes `jsonText` as installer_config.json in the resources. Call before the engine reads it.
   void setConfiguration(std::string_view jsonText);
   void noResources() { bundles.setMainResources(std::nullopt); }
-  // The user is root: refused nothing, uid and gid 0.
+  // Makes the user root: uid and gid 0, and permissions don't apply.
   void runAsRoot();
 
-  // The lines of the log file as "LEVEL message", such as "INFO Mounting DMG for Brenna at /x.dmg": the
-  // level INFO where the line has none, timestamp and source location taken off. Runs what is ready first,
-  // so that the logger has written it. The logger's own opening lines are left out.
+  // The lines of the log file as "LEVEL message", for example "INFO Mounting DMG for Brenna at /x.dmg":
+  // without timestamp and source location, INFO for a line without a level, without the logger's opening
+  // lines. Runs all ready blocks first, so that the logger has written its lines.
   Lines logLines();
-  Lines logLines(std::string_view containing);  // those that contain this text
+  Lines logLines(std::string_view containing);  // the lines that contain this text
   Path logFile() const;
 
  private:
@@ -92,7 +92,7 @@ class SimulatedMachine {
   void installTools();
 };
 
-// Ends `machine` and starts another one in its place, for the next row of a table.
+// Replaces `machine` by a new one, for the next row of a table.
 void startAfresh(SimulatedMachine& machine, std::uint64_t seed = 0);
 
 }  // namespace installer::test

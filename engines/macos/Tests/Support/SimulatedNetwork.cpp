@@ -56,7 +56,7 @@ bool SimulatedNetwork::knowsHost(const URL& url) const {
   });
 }
 
-// The script of `url`, or null and what happens without one.
+// The script of `url`; null without one, and then `otherwise` is the answer.
 ServerResource* SimulatedNetwork::find(const URL& url, ServerAnswer& otherwise) {
   if (offline_) {
     otherwise =

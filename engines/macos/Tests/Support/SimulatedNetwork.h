@@ -1,7 +1,7 @@
-// Servers that do what a script says, reached through URL sessions under virtual time.
+// Servers with scripts, used through URL sessions in virtual time.
 //
-// A URL without a script is a 404 on a host that has any other resource, and an unknown host (-1003)
-// elsewhere. Callbacks come one at a time on the session's own queue, never from inside a call.
+// A URL without a script is a 404 on a host that has another resource, else an unknown host (-1003).
+// Callbacks run one at a time on the session's own queue, never inside a call.
 #pragma once
 
 #include <cstdint>
@@ -23,18 +23,18 @@ namespace installer::test {
 
 class SimulatedNetwork : public URLSessions {
  public:
-  // One request that left the machine, redirects followed included, with the virtual time since the start.
+  // One request of the machine, also for a followed redirect, with the virtual time since the start.
   struct Request {
     std::string url;
     std::string method;
     CachePolicy cachePolicy;
     Duration timeoutInterval;
-    std::int64_t offset = 0;  // first byte asked for; not zero for a resumed transfer
+    std::int64_t offset = 0;  // first requested byte; not zero for a resumed transfer
     Duration time{0};
   };
 
-  // How a redirect ends that was refused and whose task was then cancelled: the two are a race on a real
-  // machine.
+  // The end of a task whose redirect was refused and which was then cancelled. On a real machine this is a
+  // race.
   enum class RefusalEndsAs { cancellation, plainAnswer };
 
   SimulatedNetwork(SimulatedDispatch& dispatch, SimulatedFileSystem& files, Path temporaryDirectory);
@@ -47,7 +47,7 @@ class SimulatedNetwork : public URLSessions {
   void setOffline(bool offline = true) { offline_ = offline; }  // everything fails with -1009
 
   const std::vector<Request>& requests() const { return requests_; }
-  // "GET https://host/path", with " from 700" appended when a transfer was resumed there.
+  // "GET https://host/path", followed by " from 700" for a transfer resumed at that byte.
   std::vector<std::string> requestLines() const;
   std::int64_t bytesServed(const std::string& url) { return resources_[url].bytesServed_; }
   std::size_t sessionsMade() const { return sessions_.size(); }  // without the shared one
@@ -57,7 +57,7 @@ class SimulatedNetwork : public URLSessions {
   std::shared_ptr<URLSession> shared() override;
   std::shared_ptr<URLSession> make(std::shared_ptr<URLSessionDelegate> delegate) override;
 
-  // Lets go of every delegate. The machine calls it before it goes.
+  // Releases every delegate. The machine's destructor calls it.
   void shutDown();
 
  private:

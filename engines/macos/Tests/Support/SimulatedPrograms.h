@@ -1,5 +1,5 @@
-// Programs that do what a script says. Each is a file of the simulated file system; one that isn't there, or
-// has no script, can't be launched.
+// Programs with scripts. Each is a file of the simulated file system; one without a file or a script can't be
+// started.
 #pragma once
 
 #include <deque>
@@ -16,8 +16,8 @@ namespace installer::test {
 
 using Arguments = std::vector<std::string>;
 
-// What one program does when it is started. "Next" behaviours come first, one per start, in the order in
-// which they were added; then the lasting one, which is the latest that was set.
+// The behaviour of one program. "Next" behaviours are used first, one per start, in the order of their
+// addition; then the lasting one, which is the latest that was set.
 class ProgramScript {
  public:
   using Behaviour = std::function<Result<ProgramExit>(const Arguments&)>;
@@ -28,7 +28,7 @@ class ProgramScript {
   ProgramScript& cannotLaunchNext(std::string description);
   ProgramScript& does(std::function<ProgramExit(const Arguments&)> behaviour);
   ProgramScript& doesNext(std::function<ProgramExit(const Arguments&)> behaviour);
-  // How long each start from here on runs, in virtual time, before it does what it does.
+  // The virtual time that each later start takes before its effect.
   ProgramScript& takes(Duration duration);
 
  private:
@@ -40,12 +40,12 @@ class ProgramScript {
 
 class SimulatedPrograms : public ProcessLauncher {
  public:
-  // One start, in the order in which they were asked for, failed ones included.
+  // One requested start, also a failed one.
   struct Start {
     Path program;
     Arguments arguments;
     CapturedOutput captured = CapturedOutput::none;
-    bool launched = false;  // started and forgotten
+    bool launched = false;  // started by `launch`
   };
 
   SimulatedPrograms(SimulatedDispatch& dispatch, SimulatedFileSystem& files)
@@ -53,12 +53,12 @@ class SimulatedPrograms : public ProcessLauncher {
 
   // The script of the program at `path`, which becomes an executable file if there is none yet.
   ProgramScript& on(const Path& path);
-  // Takes the file away, so that it is neither executable nor launchable.
+  // Removes the file, so that it can't be started.
   void remove(const Path& path);
 
   const std::vector<Start>& starts() const { return starts_; }
   std::vector<Start> starts(const Path& program) const;
-  // "hdiutil attach /x.dmg -plist": file name and arguments, separated by blanks; all, or one program's.
+  // "hdiutil attach /x.dmg -plist": file name and arguments, separated by blanks; of all programs or of one.
   std::vector<std::string> commandLines() const;
   std::vector<std::string> commandLines(const Path& program) const;
   void forgetStarts() { starts_.clear(); }

@@ -1,4 +1,4 @@
-// Running applications that quit at once, take their time, ignore the request or survive even force.
+// Running applications that quit at once, quit later, ignore the request or survive a forced end.
 #pragma once
 
 #include <cstdint>
@@ -11,10 +11,10 @@
 
 namespace installer::test {
 
-// What an application does when it is asked to quit.
+// An application's reaction to a request to quit.
 struct QuitBehaviour {
   std::optional<Duration> quitsAfter = Duration{0};  // absent: ignores the request
-  bool refusesForce = false;                         // goes on running even when forced
+  bool refusesForce = false;                         // survives a forced end
 
   static QuitBehaviour quits(Duration after = Duration{0}) { return {after, false}; }
   static QuitBehaviour ignoresQuit() { return {std::nullopt, false}; }

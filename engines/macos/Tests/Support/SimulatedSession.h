@@ -1,4 +1,4 @@
-// One URL session of the simulated network, and its tasks.
+// A URL session of the simulated network, and its tasks.
 #pragma once
 
 #include <functional>

@@ -1,4 +1,4 @@
-// Requests to end the process, which a test delivers.
+// Requests to end the process, made by a test.
 #pragma once
 
 #include <utility>
@@ -12,8 +12,8 @@ class SimulatedSignals : public Signals {
  public:
   explicit SimulatedSignals(SimulatedDispatch& dispatch) : dispatch_{dispatch} {}
 
-  // Asks the process to end: now, or `delay` from now. Without a handler the process would be gone, which
-  // `endedAtOnce` tells afterwards; likewise after a second request.
+  // Requests the end of the process now or after `delay`. Without a handler, and after a second request, a
+  // real process would end; then `endedAtOnce` is true.
   void requestTermination();
   void requestTerminationAt(Duration delay);
   bool hasHandler() const { return handler_ != nullptr; }

@@ -23,19 +23,19 @@ class SimulatedStreams : public StandardStreams {
   std::string error() const;
   std::vector<std::string> outputLines() const;
   std::vector<std::string> errorLines() const;
-  // The lines of standard output that are JSON objects, in order. Other lines are passed over.
+  // The lines of standard output that are JSON objects, in order. Other lines are skipped.
   std::vector<Json> events() const;
-  std::vector<Json> events(std::string_view type) const;  // those with that "type"
+  std::vector<Json> events(std::string_view type) const;  // the events of that "type"
   void forgetOutput();
 
-  // A line of standard input, without its line feed: now, or `delay` from now. `readLine` blocks its
-  // simulated thread until a line is there or the input is closed.
+  // Adds a line of standard input, without its line feed, now or after `delay`. `readLine` blocks its
+  // simulated thread until there is a line or the input is closed.
   void feedLine(std::string_view line);
   void feedLineAt(Duration delay, std::string_view line);
   void closeInput();
   void closeInputAt(Duration delay);
 
-  // From here on written bytes are lost, as when the shell has died.
+  // Later written bytes are lost, as after the end of the shell.
   void readerGoesAway() { readerGone_ = true; }
 
   void writeOutput(std::string_view bytes) override;
@@ -44,7 +44,7 @@ class SimulatedStreams : public StandardStreams {
 
  private:
   SimulatedDispatch& dispatch_;
-  mutable Mutex writing_;  // of either stream
+  mutable Mutex writing_;  // guards both streams
   std::string output_ GUARDED_BY(writing_);
   std::string error_ GUARDED_BY(writing_);
   std::deque<std::string> input_;
@@ -55,7 +55,7 @@ class SimulatedStreams : public StandardStreams {
   void announce();
 };
 
-// `text` cut at its line feeds, without an empty last line.
+// `text` split at its line feeds, without an empty last line.
 std::vector<std::string> linesOf(std::string_view text);
 
 }  // namespace installer::test

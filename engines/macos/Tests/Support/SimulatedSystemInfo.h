@@ -1,4 +1,4 @@
-// Facts about the simulated machine, each of which a test may set.
+// Facts about the simulated machine. A test may set each of them.
 #pragma once
 
 #include <set>

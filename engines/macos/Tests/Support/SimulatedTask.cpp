@@ -110,8 +110,8 @@ void SimulatedTask::redirect() {
   });
 }
 
-// A refusal alone ends the task with the redirect's own answer. A cancellation that comes with it races
-// against that, and the network says which of the two wins.
+// A refusal ends the task with the redirect's own answer. A cancellation at the same time races with that; a
+// setting of the network selects the result.
 void SimulatedTask::follow(const std::optional<URLRequest>& decision) {
   if (ended_) return;
   if (decision) {
@@ -174,7 +174,7 @@ Error SimulatedTask::lost() const {
   return error;
 }
 
-// The body is complete, or the answer is a refused redirect's own.
+// The body is complete, or the answer is that of a refused redirect.
 void SimulatedTask::finish() {
   if (ended_) return;
   if (kind_ == Kind::download) return finishDownload();

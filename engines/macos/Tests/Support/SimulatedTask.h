@@ -1,4 +1,4 @@
-// One transfer: the request, the answer's pieces as they arrive, redirects, and one end.
+// One transfer: the request, the pieces of the answer, redirects, and the end.
 #pragma once
 
 #include <memory>
@@ -16,7 +16,7 @@ class SimulatedTask : public URLSessionTask, public std::enable_shared_from_this
   SimulatedTask(SimulatedNetwork& network, std::shared_ptr<SimulatedSession> session, int identifier)
       : network_{network}, session_{std::move(session)}, identifier_{identifier} {}
 
-  // How it starts once it is resumed; exactly one of these is called before.
+  // Set the transfer that `resume` starts. Exactly one of them is called, before `resume`.
   void fetchData(const URLRequest& request, DataTaskCompletion completion);
   void download(const URLRequest& request);
   void downloadFrom(const std::string& resumeData);
@@ -36,18 +36,18 @@ class SimulatedTask : public URLSessionTask, public std::enable_shared_from_this
   DataTaskCompletion completion_;
   std::optional<std::int64_t> failsAtOnce_;
   std::optional<HTTPURLResponse> response_;
-  std::string received_;   // of the body, with what a resumed transfer had before
-  std::string validator_;  // of what was received before; empty when nothing was
+  std::string received_;   // of the body, with the earlier bytes of a resumed transfer
+  std::string validator_;  // of the earlier bytes; empty when there are none
   int redirects_ = 0;
   bool resumed_ = false;
   bool ended_ = false;
 
-  // The answer being received.
+  // The current answer.
   ServerAnswer answer_;
   ServerResource* resource_ = nullptr;
   std::int64_t expected_ = -1;
   std::size_t position_ = 0;  // in the answer's body
-  std::size_t drop_ = 0;      // where the connection is lost; beyond the body when it isn't
+  std::size_t drop_ = 0;      // where the connection is lost; beyond the body for none
 
   void request();
   void arrive();

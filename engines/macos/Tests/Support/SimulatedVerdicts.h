@@ -1,5 +1,4 @@
-// The `codesign` and `spctl` of the simulated machine: everything that is there is genuine, except what a
-// test refuses.
+// The `codesign` and `spctl` of the simulated machine: every existing item passes unless a test refuses it.
 #pragma once
 
 #include <string>
@@ -19,7 +18,7 @@ class SimulatedVerdicts {
     requirement,  // codesign with a requirement ("-R")
   };
 
-  // From here on that check of that very path exits with `status`; everything else goes on passing.
+  // Makes that check of that path exit with `status`.
   void refuse(Check check, const Path& path, int status = 3);
   void accept(Check check, const Path& path);
 

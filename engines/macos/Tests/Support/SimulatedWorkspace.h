@@ -1,4 +1,4 @@
-// Registrations of applications, which can be stale and name any place.
+// Registrations of applications. They may be stale and have any path.
 #pragma once
 
 #include <map>
@@ -15,10 +15,10 @@ class SimulatedWorkspace : public Workspace {
  public:
   explicit SimulatedWorkspace(Bundles& bundles) : bundles_{bundles} {}
 
-  // From here on the answer for `identifier`, whether or not `path` exists.
+  // Makes `path`, which may be missing, the registered path of `identifier`.
   void addRegistration(const std::string& identifier, const Path& path) { registrations_[identifier] = path; }
   void removeRegistration(const std::string& identifier) { registrations_.erase(identifier); }
-  // Forgets every identifier that leads to `path`.
+  // Removes every registration of `path`.
   void unregisterPath(const Path& path);
 
   // The paths that the engine registered, in order.

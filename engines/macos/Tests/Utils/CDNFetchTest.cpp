@@ -9,7 +9,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-// Writes down what is done to it, and whether the refusal was known by then.
+// Records the calls, and whether the refusal was recorded before them.
 class RecordingTask : public URLSessionTask {
  public:
   int taskIdentifier() const override { return 7; }
@@ -67,7 +67,7 @@ TEST_F(TrustedRedirects, NamesAPlaceWithoutHostUnknown) {
   EXPECT_EQ(machine.logLines("redirect to 'unknown'").size(), 1U);
 }
 
-// Which of the two ends is seen first is a race, so the refusal must be known before either.
+// The two ends race, so the refusal must be recorded before both.
 TEST_F(TrustedRedirects, KnowsOfTheRefusalBeforeItCanBeSeen) {
   onDecision = [this] { EXPECT_TRUE(delegate.didRefuseRedirect(7)); };
   redirectTo("https://evil.example/b");

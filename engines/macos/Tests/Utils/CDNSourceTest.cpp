@@ -41,7 +41,7 @@ class CDN : public ::testing::Test {
     return package;
   }
 
-  // What became of brenna's metadata: "found", "notFound", "transient" or "untrusted".
+  // The result of a lookup: "found", "notFound", "transient" or "untrusted".
   std::string outcome(AppIdentifier id = AppIdentifier::brenna) {
     const auto package = fetch(id);
     if (package) return "found";
@@ -212,14 +212,14 @@ TEST_F(CDN, GivesUpAtTheTimeLimit) {
   EXPECT_EQ(machine.network.bytesServed(folder("brenna", "arm64") + "meta.json"), 2);
 }
 
-// Whether the request's timer or the caller's deadline comes first makes no difference to the caller.
+// The result is the same whether the request's timer or the caller's deadline comes first.
 TEST_F(CDN, IsTransientWhenTheServerStaysSilent) {
   meta("arm64").neverAnswers();
   EXPECT_EQ(outcome(), "transient");
   EXPECT_EQ(machine.dispatch.elapsed(), 15s);
 }
 
-// A cancellation that no refusal stands behind is a failed attempt like any other.
+// A cancellation without a refusal is an ordinary failed attempt.
 TEST_F(CDN, IsTransientWhenATaskIsCancelledThatWasNotRefused) {
   meta("arm64").fails(URLErrorCode::cancelled, "cancelled");
   EXPECT_EQ(outcome(), "transient");
@@ -258,7 +258,7 @@ TEST_F(CDN, FollowsATrustedRedirect) {
   EXPECT_EQ(outcome(), "found");
 }
 
-// A refusal is remembered for its own task only.
+// A refusal is recorded for its own task only.
 TEST_F(CDN, IsFoundAgainAfterARefusal) {
   meta("arm64").redirectsNext("https://evil.example/").answers(200, "{}");
   EXPECT_EQ(outcome(), "untrusted");
@@ -310,7 +310,7 @@ TEST_F(CDN, HasNoReleaseNotesWhenTheyCannotBeRead) {
   EXPECT_THAT(machine.logLines("CDNSource"), IsEmpty());
 }
 
-// A session whose answers come from a place that no redirect has told of.
+// A session whose answers come from another URL without a redirect.
 class DisplacedSessions : public URLSessions, public URLSession {
  public:
   std::shared_ptr<URLSession> shared() override { return make(nullptr); }

@@ -31,7 +31,7 @@ class Verification : public ::testing::Test {
   void theTeamIs(const std::string& team) {
     mac.setConfiguration(Json{{"apps", Json::object()}, {"expectedSigningTeamId", team}}.dump());
   }
-  // Without what the configuration says about itself, and without the line breaks of tools.
+  // The log without the configuration's lines, and without the line breaks of tools.
   Lines log() {
     auto lines = mac.logLines();
     std::erase_if(lines, [](const std::string& line) {

@@ -20,7 +20,7 @@ class InstallerConfigFile : public ::testing::Test {
  protected:
   test::SimulatedMachine mac;
 
-  // The configuration's lines of the log, after the file was read.
+  // The configuration's log lines after reading `text`.
   Lines loaded(std::string_view text) {
     mac.setConfiguration(text);
     return loaded();
@@ -79,7 +79,7 @@ TEST_F(InstallerConfigFile, ThatCannotBeReadCostsAnErrorAndGivesTheDefaults) {
   expectAllDefaults();
 }
 
-// Reading on would fail with another error, or take all the memory there is.
+// A further read would fail with another error or use up the memory.
 TEST_F(InstallerConfigFile, ThatIsTooLongIsNotReadToItsEnd) {
   mac.setConfiguration(R"({"apps": {}})" + std::string(20UL << 20U, ' '));
   const auto path = joined(mac.resources, "installer_config.json");

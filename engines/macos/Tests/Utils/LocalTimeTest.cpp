@@ -9,7 +9,7 @@
 namespace installer {
 namespace {
 
-// The zone of the process for the length of a test.
+// The time zone of the process during a test.
 class Zone {
  public:
   explicit Zone(const char* name) {

@@ -23,7 +23,7 @@ class LogExportTest : public ::testing::Test {
   const Path logs = "/Users/tester/Library/Logs/Kelo-Desk-Installer";
   const Path staging = "/private/tmp/tester/KeloDeskInstaller-logexport-4242";
 
-  // The logger makes its own file when it starts; a test of an empty folder takes that away.
+  // The logger creates its file when it starts; a test of an empty folder removes it.
   void startLogger() { Logger::shared().flush(); }
   void emptyLogs() {
     startLogger();
@@ -33,9 +33,9 @@ class LogExportTest : public ::testing::Test {
   Path archiveIn(const Path& folder) {
     return folder + "/KeloDeskInstaller-logs-" + LocalTime::fileStamp(machine.dispatch.now()) + ".zip";
   }
-  // What the archiver was given, by name; the fake archiver copies the folder as it stands.
+  // A file of the archiver's input, by name; the fake archiver copies the whole folder.
   std::string entry(const std::string& name) {
-    machine.dispatch.advance(std::chrono::seconds{1});  // so that each archive has a name of its own
+    machine.dispatch.advance(std::chrono::seconds{1});  // so that the names of archives differ
     const auto archive = LogExport::exportLogs("/out");
     EXPECT_TRUE(archive);
     return archive ? machine.files.read(*archive + "/" + name) : "";

@@ -353,7 +353,7 @@ TEST_F(LogFile, HoldsAllThatWasLoggedOnceItIsFlushed) {
   EXPECT_EQ(mac.dispatch.elapsed(), Duration{0});
 }
 
-// A dispatch whose serial queues never get to run.
+// A dispatch whose serial queues never run.
 class BlockedQueues : public Dispatch {
  public:
   explicit BlockedQueues(Dispatch& real) : real_{real} {}

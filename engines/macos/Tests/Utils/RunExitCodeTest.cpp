@@ -62,7 +62,7 @@ TEST(RunExitCode, CountsFiveWordsAsSuccess) {
       ::testing::UnorderedElementsAre("installed", "updated", "uninstalled", "already_absent", "skipped"));
 }
 
-// The same rule said another way: by what is there, as a table of eight rows.
+// The same rule as a table of the kinds of statuses.
 std::int32_t byTable(bool anyFailed, bool anySucceeded, bool anyCancelled, bool strict, bool denied) {
   const std::int32_t x = denied ? 4 : 2;
   const std::int32_t lenient[2][2][2] = {

@@ -105,7 +105,7 @@ TEST_F(Updates, TellsWhatIsInstalledAndWhatIsOffered) {
   EXPECT_FALSE(tolvi.isInstalled);
   EXPECT_FALSE(tolvi.updateAvailable());
   EXPECT_EQ(tolvi.source(), std::nullopt);
-  // A metadata file without a version counts as no failure.
+  // A metadata file without a version isn't a failure.
   EXPECT_EQ(result.statuses[2].latestVersion, std::nullopt);
   EXPECT_EQ(result.statuses[2].downloadSizeBytes, 7);
   EXPECT_EQ(result.statuses[3].latestVersion, std::nullopt);

@@ -47,7 +47,7 @@ TEST(VersionComparison, OrdersComponentsAsNumbersAsFarAsBothSidesHaveThem) {
       {"9223372036854775807", "9223372036854775806", descending},
       {"9223372036854775808", "0", same},
       {"-9223372036854775808", "-9223372036854775807", ascending},
-      {"\xd9\xa1", "0", same},  // an Arabic-Indic one
+      {"\xd9\xa1", "0", same},  // an Arabic-Indic digit one
       {"0x10", "0", same},
       {"1e3", "0", same},
   };

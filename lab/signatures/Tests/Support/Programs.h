@@ -1,4 +1,4 @@
-// A workshop whose code is signed, for the tests of the real executables.
+// A workshop with signed code, for the tests of the real executables.
 #pragma once
 
 #include <filesystem>

@@ -1,4 +1,4 @@
-// A temporary folder where tests make, sign, spoil and verify code.
+// A temporary folder in which tests make, sign, change and verify code.
 #pragma once
 
 #include <filesystem>
@@ -20,10 +20,10 @@ struct ProgramResult {
   std::string text;  // standard output and error
 };
 
-// Runs a program with its output captured. It is waited for.
+// Runs a program, waits for its end and captures its output.
 ProgramResult runProgram(const std::filesystem::path& program, const std::vector<std::string>& arguments);
 
-// The real programs where linux_host.json names the tests' authority, and where there is no such file.
+// The real programs, with a linux_host.json that names the tests' authority, and without such a file.
 ProgramResult codesign(const std::vector<std::string>& arguments);
 ProgramResult codesignWithoutHostFile(const std::vector<std::string>& arguments);
 ProgramResult spctl(const std::vector<std::string>& arguments);
@@ -43,7 +43,7 @@ enum class MainExecutable { machO, universal, script };
 class Workshop {
  public:
   Workshop();
-  // In that folder rather than where temporary files go; there, too, when it can't be used.
+  // In `parent` instead of the temporary folder, if possible.
   explicit Workshop(const std::filesystem::path& parent);
   Workshop(const Workshop&) = delete;
   Workshop& operator=(const Workshop&) = delete;
@@ -57,10 +57,10 @@ class Workshop {
   // An unsigned application: main executable, helper tool, framework with links, resources with a link,
   // localisation.
   std::filesystem::path app(const std::string& name, MainExecutable kind = MainExecutable::machO) const;
-  // An unsigned disk image of so many random bytes.
+  // An unsigned disk image of `size` random bytes.
   std::filesystem::path diskImage(const std::string& name, std::size_t size = 100000) const;
 
-  // Signs with the tests' authority, stamped, now.
+  // Signs with the tests' authority and a timestamp of now.
   void sign(const std::filesystem::path& path, SigningOptions options = {}) const;
   void sign(const std::filesystem::path& path, LeafKind leaf, SigningOptions options = {}) const;
   void signAdHoc(const std::filesystem::path& path, SigningOptions options = {}) const;
@@ -75,7 +75,7 @@ extern const Bytes kBinaryPropertyList;
 Bytes contentOf(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, ByteView content);
 void flipByte(const std::filesystem::path& path, std::uint64_t offset);
-// Where `part` first stands in `whole`; fails the test when it doesn't.
+// The offset of the first `part` in `whole`; fails the test when there is none.
 std::size_t find(const Bytes& whole, ByteView part);
 
 std::chrono::sys_seconds currentTime();

@@ -80,7 +80,7 @@ TEST_F(SimulatedDispatchTest, CountsSignalsThatCameBeforeTheWait) {
   EXPECT_FALSE(semaphore->waitFor(0s));
 }
 
-// The inner wait ends after the outer one: a plain nesting of calls couldn't do this.
+// The inner wait ends after the outer one, which nested calls on one stack can't do.
 TEST_F(SimulatedDispatchTest, LetsWaitsEndInAnyOrder) {
   onWorker([this] {
     dispatch.sleep(1s);

@@ -10,7 +10,7 @@ using namespace std::chrono_literals;
 
 constexpr auto kURL = "https://cdn.example.test/a.dmg";
 
-// Writes down every callback, and checks what holds for all of them.
+// Records every callback, and checks the rules for all of them.
 class Recorder : public URLSessionDelegate {
  public:
   explicit Recorder(SimulatedMachine& itsMachine) : machine{itsMachine} {}
