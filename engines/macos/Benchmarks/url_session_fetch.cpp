@@ -21,23 +21,23 @@ class Taker : public URLSessionDelegate {
   }
   void didCompleteWithError(const std::shared_ptr<URLSessionTask>& /*task*/,
                             const std::optional<Error>& failure) override {
-    const MutexLock guard{mutex};
+    const MutexLock guard{mutex_};
     error = failure;
-    isDone = true;
-    done.notifyOne();
+    isDone_ = true;
+    done_.notifyOne();
   }
   void wait() {
-    MutexLock lock{mutex};
-    while (!isDone) done.wait(mutex);
+    MutexLock lock{mutex_};
+    while (!isDone_) done_.wait(mutex_);
   }
 
   std::uintmax_t bytes = 0;
   std::optional<Error> error;
 
  private:
-  Mutex mutex;
-  Condition done;
-  bool isDone GUARDED_BY(mutex) = false;
+  Mutex mutex_;
+  Condition done_;
+  bool isDone_ GUARDED_BY(mutex_) = false;
 };
 
 long peakKilobytes() {

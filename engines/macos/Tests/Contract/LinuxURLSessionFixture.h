@@ -65,18 +65,18 @@ class SessionRecorder : public URLSessionDelegate {
   }
   void didCompleteWithError(const std::shared_ptr<URLSessionTask>& /*task*/,
                             const std::optional<Error>& failure) override {
-    const MutexLock guard{mutex};
+    const MutexLock guard{mutex_};
     error = failure;
-    ++completions;
-    changed.notifyAll();
+    ++completions_;
+    changed_.notifyAll();
   }
 
   // True when the next `count` completions came in time.
   bool waitFor(int count) {
     const auto deadline = std::chrono::steady_clock::now() + patience;
-    const MutexLock lock{mutex};
-    while (completions < count) {
-      if (!changed.waitUntil(mutex, deadline)) return completions >= count;
+    const MutexLock lock{mutex_};
+    while (completions_ < count) {
+      if (!changed_.waitUntil(mutex_, deadline)) return completions_ >= count;
     }
     return true;
   }
@@ -97,9 +97,9 @@ class SessionRecorder : public URLSessionDelegate {
   std::optional<Error> error;
 
  private:
-  Mutex mutex;
-  Condition changed;
-  int completions GUARDED_BY(mutex) = 0;
+  Mutex mutex_;
+  Condition changed_;
+  int completions_ GUARDED_BY(mutex_) = 0;
 };
 
 class LinuxDownloads : public ::testing::Test {
