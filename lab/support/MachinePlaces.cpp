@@ -1,5 +1,8 @@
 #include "support/MachinePlaces.h"
 
+#include <filesystem>
+#include <system_error>
+
 namespace lab {
 
 namespace fs = std::filesystem;
