@@ -111,6 +111,25 @@ TEST_F(CopyBundle, WithARefusedPromptLeavesTheOldCopy) {
   EXPECT_EQ(mac.files.read(destination + "/Contents/MacOS/app"), "old binary");
 }
 
+TEST_F(CopyBundle, ThatTheAdministratorOnlyClaimsIsNoInstall) {
+  anOldCopyIsThere();
+  mac.files.setWritable("/Applications", false);
+  mac.administrator.succeedsWithoutEffectNext();
+  install();
+  expectFailure(refused);
+  expectDetachedOnce();
+  EXPECT_EQ(mac.files.read(destination + "/Contents/MacOS/app"), "old binary");
+}
+
+TEST_F(CopyBundle, AsAdministratorOverACopyThatSaysTheSameOfItselfIsAnInstall) {
+  theImageHolds({{"Brenna.app", brenna(std::nullopt)}});
+  mac.addRegisteredApp(destination, brenna(std::nullopt, "old binary"));
+  mac.files.setWritable("/Applications", false);
+  install();
+  expectInstalledAt(destination);
+  EXPECT_EQ(mac.files.read(destination + "/Contents/MacOS/app"), "new binary");
+}
+
 TEST_F(CopyBundle, WithAFailedCommandLineSaysTheSameAsAfterARefusal) {
   anOldCopyIsThere();
   mac.files.setWritable("/Applications", false);

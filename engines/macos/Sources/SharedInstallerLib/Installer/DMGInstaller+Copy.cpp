@@ -17,6 +17,12 @@ std::optional<FileIdentity> identityAt(const Path& path) {
   return item ? std::optional{item->identity} : std::nullopt;
 }
 
+// What the bundle at `path` says about itself on the disk; empty when it can't be read.
+std::string informationAt(const Path& path) {
+  const auto file = joined(path, "Contents/Info.plist");
+  return readBoundedFile(machine().files, file, kMaximumInformationBytes).value_or("");
+}
+
 }  // namespace
 
 Installation::End Installation::copyBundle() const {
@@ -44,8 +50,13 @@ std::string Installation::privilegedCopyCommand() const {
 
 Installation::End Installation::copyAsAdministrator() const {
   const auto command = privilegedCopyCommand();
+  const auto old = informationAt(destination_);
   log("DMGInstaller: Requesting admin privileges to install {}", app_.displayName);
-  if (runAsAdministrator(command) == AdminOutcome::succeeded) return std::nullopt;
+  const bool succeeded = runAsAdministrator(command) == AdminOutcome::succeeded;
+  // A success can be reported although nothing ran. The old copy is genuine too, so its signature won't tell.
+  const bool isUntouched =
+      !old.empty() && informationAt(destination_) == old && informationAt(source_) != old;
+  if (succeeded && !isUntouched) return std::nullopt;
   return InstallResult::failure(
       fmt::format("Admin credentials required to install {}. Installation was cancelled.", app_.displayName));
 }
