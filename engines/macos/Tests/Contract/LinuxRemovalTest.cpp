@@ -66,6 +66,34 @@ TEST_F(LinuxRemoval, OfWhatAnotherProcessHasTakenMeanwhileIsASuccess) {
   }
 }
 
+TEST_F(LinuxRemoval, ThatFailsHalfWayLeavesNothingUnderTheNameAndTheNextClearsTheRest) {
+  folder.write("App.app/Contents/Info.plist", "bytes");
+  folder.write("App.app/Contents/MacOS/app", "bytes");
+  const FileDescriptor parent{::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+  EXPECT_FALSE(removeStaged(parent.get(), "App.app", [&](const std::string& entry) {
+    EXPECT_EQ(::unlink((folder / entry + "/Contents/Info.plist").c_str()), 0);
+    errno = EIO;
+    return false;
+  }));
+  EXPECT_EQ(errno, EIO);
+  EXPECT_EQ(sortedNames(folder.path()), Names{fmt::format(".App.app.kelo-remove-{}", ::getpid())});
+  EXPECT_TRUE(files.clearLeftovers(folder / "App.app"));
+  EXPECT_EQ(sortedNames(folder.path()), Names{});
+}
+
+TEST_F(LinuxRemoval, ThatFailsBeforeAnythingIsTakenLeavesAllUnderTheName) {
+  folder.write("App.app/Contents/MacOS/app", "bytes");
+  folder.makeFolder("App.app/Contents/empty");
+  const FileDescriptor parent{::open(folder.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+  EXPECT_FALSE(removeStaged(parent.get(), "App.app", [](const char* /*entry*/) {
+    errno = EPERM;
+    return false;
+  }));
+  EXPECT_EQ(errno, EPERM);
+  EXPECT_EQ(sortedNames(folder.path()), Names{"App.app"});
+  EXPECT_EQ(textOf(folder / "App.app/Contents/MacOS/app"), "bytes");
+}
+
 TEST_F(LinuxRemoval, OfAHiddenFolderKilledHalfWayLeavesTheRestUnderItsName) {
   folder.write(".App.app.staged/Contents/old", "bytes");
   killRemovalOf(".App.app.staged");

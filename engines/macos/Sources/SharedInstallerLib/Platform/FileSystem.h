@@ -103,10 +103,10 @@ class FileSystem {
   [[nodiscard]] virtual Result<> moveItem(const Path& source, const Path& destination) = 0;
 
   // Removes a file, a link (not its target), or a tree. Nothing of a tree is removed when permissions, flags
-  // or a sticky folder in it would stop the removal. After another failure the rest stays under the name;
-  // items that other processes remove meanwhile count as removed. A kill during the removal leaves all or
-  // nothing under a visible name, and at most a hidden sibling, see `clearLeftovers`; under a hidden name it
-  // can leave a part. Fails with 4 if `path` doesn't exist, 513 if it may not be removed.
+  // or a sticky folder in it would stop the removal. Items that other processes remove meanwhile count as
+  // removed. Another failure or a kill during the removal leaves all or nothing under a visible name, and at
+  // most a hidden sibling, see `clearLeftovers`; under a hidden name it can leave a part. Fails with 4 if
+  // `path` doesn't exist, 513 if it may not be removed.
   [[nodiscard]] virtual Result<> removeItem(const Path& path) = 0;
 
   enum class Intermediates { create, require };

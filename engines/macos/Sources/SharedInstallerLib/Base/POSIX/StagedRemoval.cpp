@@ -25,10 +25,12 @@ bool isStuck(const struct stat& folder, const struct stat& entry) {
 }
 
 // True when permissions, flags and sticky folders allow the removal of the entry and everything below it. An
-// empty folder needs no permission. False with errno set.
-bool letsGoOfAll(int parent, const struct stat& parentStatus, const char* name, int depth) {
+// empty folder needs no permission. False with errno set. Adds the number of items to `count`.
+bool letsGoOfAll(int parent, const struct stat& parentStatus, const char* name, int depth,
+                 std::size_t& count) {
   const auto status = linkStatus(parent, name);
   if (!status) return errno == ENOENT;  // removed meanwhile
+  ++count;
   if (isStuck(parentStatus, *status) || isProtected(parent, name)) {
     errno = EPERM;
     return false;
@@ -41,8 +43,19 @@ bool letsGoOfAll(int parent, const struct stat& parentStatus, const char* name, 
   if (depth == deepestFolder) errno = ENAMETOOLONG;
   if (depth == deepestFolder || !mayChange(inside.get())) return false;
   return std::ranges::all_of(*names, [&](const std::string& entry) {
-    return letsGoOfAll(inside.get(), *status, entry.c_str(), depth + 1);
+    return letsGoOfAll(inside.get(), *status, entry.c_str(), depth + 1, count);
   });
+}
+
+// The number of items in the entry, itself included.
+std::size_t itemCount(int parent, const char* name) {
+  const FileDescriptor inside = openFolder(parent, name);
+  const auto names = inside ? namesIn(inside.get()) : std::nullopt;
+  std::size_t count = 1;
+  for (const std::string& entry : names.value_or(std::vector<std::string>{})) {
+    count += itemCount(inside.get(), entry.c_str());
+  }
+  return count;
 }
 
 // True for an errno with which a folder can't be renamed but can be emptied in place: a mount point, a folder
@@ -60,11 +73,12 @@ bool remove(int parent, const char* name, const RemoveEntry& removeEntry) {
   return isGone;
 }
 
-// A folder with a visible name is renamed first, so that a kill during the removal leaves no partial folder
-// under that name. After a failure the rest of the folder gets its name back.
+// A folder with a visible name is renamed first, so that a kill or a failure during the removal leaves no
+// partial folder under that name. A folder that is still complete after a failure gets its name back.
 bool removeFolder(int parent, const std::string& name, const RemoveEntry& removeEntry) {
   const auto parentStatus = linkStatus(parent, ".");
-  if (!parentStatus || !mayChange(parent) || !letsGoOfAll(parent, *parentStatus, name.c_str(), 0))
+  std::size_t count = 0;
+  if (!parentStatus || !mayChange(parent) || !letsGoOfAll(parent, *parentStatus, name.c_str(), 0, count))
     return false;
   if (name.front() == '.') return remove(parent, name.c_str(), removeEntry);
 
@@ -75,7 +89,9 @@ bool removeFolder(int parent, const std::string& name, const RemoveEntry& remove
   }
   if (remove(parent, aside.name(), removeEntry)) return true;
   const int reason = errno;
-  (void)renameWithoutReplacing(parent, aside.name(), parent, name.c_str());
+  if (itemCount(parent, aside.name()) == count) {
+    (void)renameWithoutReplacing(parent, aside.name(), parent, name.c_str());
+  }
   errno = reason;
   return false;
 }
