@@ -1,7 +1,9 @@
 // Whole command lines on a simulated machine, with the sources of packages that the executable has.
 #pragma once
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -38,6 +40,19 @@ class CommandLineTest : public ::testing::Test {
   void addBesideInstaller(AppIdentifier identifier, const std::string& version) {
     machine.files.addFile(machine.resources + "/packages/" + app(identifier).tempFileName,
                           image(identifier, version));
+  }
+  void configureCDN() {
+    machine.setConfiguration(R"({"apps": {}, "trustedDownloadDomains": ["cdn.test"],
+                                 "cdn": {"domains": {"us": "https://cdn.test"}}})");
+  }
+  // Publishes a package there that takes a few seconds to come.
+  void offer(AppIdentifier identifier, const std::string& arch, const std::string& version) {
+    const auto bytes = image(identifier, version);
+    const auto folder = fmt::format("https://cdn.test/desksuite/apps/default/{}/mac/{}/dmg/latest/",
+                                    rawValue(identifier), arch);
+    const Json meta{{"version", version}, {"destination", "p.dmg"}, {"checksum", sha256(bytes)}};
+    machine.network.on(folder + "meta.json").answers(200, meta.dump());
+    machine.network.on(folder + "p.dmg").answers(200, bytes).inPieces(600, Duration{2.0});
   }
   void addInstalled(AppIdentifier identifier, const std::string& version) {
     const auto& info = app(identifier);

@@ -82,20 +82,9 @@ TEST_F(ProtocolRun, WarnsThatTheInstallFolderCantBeChosen) {
 class OnlineRun : public ProtocolRun {
  protected:
   OnlineRun() {
-    machine.setConfiguration(R"({"apps": {}, "trustedDownloadDomains": ["cdn.test"],
-                                 "cdn": {"domains": {"us": "https://cdn.test"}}})");
+    configureCDN();
     offer(brenna, "arm64", "2.0");
     offer(tolvi, "universal", "3.0");
-  }
-
-  // A package that takes a few seconds to come.
-  void offer(AppIdentifier identifier, const std::string& arch, const std::string& version) {
-    const auto bytes = image(identifier, version);
-    const auto folder = fmt::format("https://cdn.test/desksuite/apps/default/{}/mac/{}/dmg/latest/",
-                                    rawValue(identifier), arch);
-    const Json meta{{"version", version}, {"destination", "p.dmg"}, {"checksum", test::sha256(bytes)}};
-    machine.network.on(folder + "meta.json").answers(200, meta.dump());
-    machine.network.on(folder + "p.dmg").answers(200, bytes).inPieces(600, 2s);
   }
 
   // The transcript without what the source tells while it downloads.

@@ -1,5 +1,6 @@
 #include "Support/SimulatedAdministrator.h"
 
+#include <array>
 #include <nlohmann/json.hpp>
 #include <utility>
 
@@ -56,7 +57,9 @@ class SimulatedScript : public AdministratorScript {
 
   std::expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
                                                                  const std::string& argument) override {
-    if (administrator_.noTarget_) return std::unexpected(EventFailure::noTarget);
+    if (administrator_.noTarget_ || administrator_.plan_.answersNo("isReachable", name)) {
+      return std::unexpected(EventFailure::noTarget);
+    }
     administrator_.handlers_.push_back(name);
     if (source_.find("on " + name + "(") == std::string::npos) {
       constexpr int kNoSuchHandler = -1708;
@@ -73,7 +76,7 @@ class SimulatedScript : public AdministratorScript {
 };
 
 std::unique_ptr<AdministratorScript> SimulatedAdministrator::make(const std::string& source) {
-  if (cannotMake_) return nullptr;
+  if (cannotMake_ || plan_.answersNo("makeScript", source)) return nullptr;
   sources_.push_back(source);
   return std::make_unique<SimulatedScript>(*this, source);
 }
@@ -106,6 +109,7 @@ ScriptErrorDictionary SimulatedAdministrator::perform(const std::string& command
   commandLines_.push_back(commandLine);
   calledOffMainThread_ = calledOffMainThread_ || !dispatch_.isMainThread();
   if (duration_ > Duration{0}) dispatch_.sleep(duration_);
+  takePlannedFault(commandLine);
   if (!next_.empty()) {
     const auto outcome = next_.front();
     next_.pop_front();
@@ -113,6 +117,18 @@ ScriptErrorDictionary SimulatedAdministrator::perform(const std::string& command
   }
   if (dismissesAlways_) return errorNumber(AdministratorScript::userCancelled, "User canceled.");
   return runAsRoot(commandLine);
+}
+
+void SimulatedAdministrator::takePlannedFault(const std::string& commandLine) {
+  const auto fault = plan_.faultOf("administrator", commandLine,
+                                   {"dismissed", "fails", "has no effect", "fails after its work"});
+  if (!fault) return;
+  constexpr int kFailed = 1;
+  const std::array<Outcome, 4> outcomes{{{.fails = true, .number = AdministratorScript::userCancelled},
+                                         {.fails = true, .number = kFailed},
+                                         {},
+                                         {.runs = true, .fails = true, .number = kFailed}}};
+  next_.push_front(outcomes.at(*fault));
 }
 
 ScriptErrorDictionary SimulatedAdministrator::settle(const Outcome& outcome, const std::string& commandLine) {
@@ -144,7 +160,7 @@ ScriptErrorDictionary SimulatedAdministrator::runAsRoot(const std::string& comma
 
 bool SimulatedAdministrator::runCommand(const std::vector<std::string>& words) {
   if (words.size() == 3 && words[0] == "/bin/rm" && words[1] == "-rf") {
-    return !files_.exists(words[2]) || files_.removeItem(words[2]).has_value();
+    return !files_.exists(words[2]) || files_.removeInPlace(words[2]).has_value();
   }
   if (words.size() == 4 && words[0] == "/usr/bin/ditto" && words[1] == "--noqtn") {
     return files_.copyItem(words[2], words[3]).has_value();

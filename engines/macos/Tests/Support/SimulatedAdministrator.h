@@ -19,8 +19,8 @@ namespace installer::test {
 
 class SimulatedAdministrator : public AdministratorScripts {
  public:
-  SimulatedAdministrator(SimulatedDispatch& dispatch, SimulatedFileSystem& files)
-      : dispatch_{dispatch}, files_{files} {}
+  SimulatedAdministrator(SimulatedDispatch& dispatch, SimulatedFileSystem& files, FaultPlan& plan)
+      : dispatch_{dispatch}, files_{files}, plan_{plan} {}
 
   // The behaviour of the next calls, one verb per call in order. Later calls grant and run the command line.
   void grantsNext();
@@ -56,6 +56,7 @@ class SimulatedAdministrator : public AdministratorScripts {
 
   SimulatedDispatch& dispatch_;
   SimulatedFileSystem& files_;
+  FaultPlan& plan_;
   std::deque<Outcome> next_;
   bool dismissesAlways_ = false;
   bool cannotMake_ = false;
@@ -67,6 +68,7 @@ class SimulatedAdministrator : public AdministratorScripts {
   std::vector<std::string> commandLines_;
 
   ScriptErrorDictionary perform(const std::string& commandLine);
+  void takePlannedFault(const std::string& commandLine);
   ScriptErrorDictionary settle(const Outcome& outcome, const std::string& commandLine);
   ScriptErrorDictionary runAsRoot(const std::string& commandLine);
   bool runCommand(const std::vector<std::string>& words);

@@ -66,14 +66,12 @@ Result<std::unique_ptr<FileLock>> SimulatedFileSystem::tryLock(const Path& path)
   const auto* const node = find(path);
   if (node == nullptr) return std::unexpected(error(CocoaError::fileReadNoSuchFile, path));
   if (!node->readable && !root_) return std::unexpected(error(CocoaError::fileReadNoPermission, path));
-  if (node->locked) return nullptr;
+  if (node->locked || plan_.answersNo("lockIsFree", path)) return nullptr;
   return std::make_unique<Lock>(nodes_.at(resolved(path, LastLink::follow)));
 }
 
 Result<> SimulatedFileSystem::copyItem(const Path& source, const Path& destination) {
-  for (const auto& path : {source, destination}) {
-    if (auto wanted = injected(Operation::copy, path)) return std::unexpected(*wanted);
-  }
+  if (auto wanted = injected(Operation::copy, source, destination)) return std::unexpected(*wanted);
   const auto from = resolved(source, LastLink::keep);
   const auto to = resolved(destination, LastLink::keep);
   if (!nodes_.contains(from)) return std::unexpected(error(CocoaError::fileReadNoSuchFile, source));
@@ -93,9 +91,7 @@ Result<> SimulatedFileSystem::copyItem(const Path& source, const Path& destinati
 }
 
 Result<> SimulatedFileSystem::moveItem(const Path& source, const Path& destination) {
-  for (const auto& path : {source, destination}) {
-    if (auto wanted = injected(Operation::move, path)) return std::unexpected(*wanted);
-  }
+  if (auto wanted = injected(Operation::move, source, destination)) return std::unexpected(*wanted);
   const auto from = resolved(source, LastLink::keep);
   const auto to = resolved(destination, LastLink::keep);
   if (!nodes_.contains(from)) return std::unexpected(error(CocoaError::fileNoSuchFile, source));
@@ -115,6 +111,20 @@ Result<> SimulatedFileSystem::moveItem(const Path& source, const Path& destinati
 Result<> SimulatedFileSystem::removeItem(const Path& path) {
   (void)clearLeftovers(path);
   const auto place = resolved(path, LastLink::keep);
+  const auto count = subtree(place).size();
+  auto removed = removeInPlace(path);
+  const auto rest = subtree(place).size();
+  const bool isHalf = rest > 0 && rest < count;
+  if (!removed && isHalf && !lastPathComponent(place).starts_with('.')) {
+    const auto hidden = leftoverName(place);
+    rename(place, hidden);
+    nodes_.at(hidden)->leftoverOf = place;
+  }
+  return removed;
+}
+
+Result<> SimulatedFileSystem::removeInPlace(const Path& path) {
+  const auto place = resolved(path, LastLink::keep);
   if (!nodes_.contains(place)) {
     if (auto wanted = injected(Operation::remove, path)) return std::unexpected(*wanted);
     return std::unexpected(error(CocoaError::fileNoSuchFile, path));
@@ -128,6 +138,7 @@ Result<> SimulatedFileSystem::removeItem(const Path& path) {
 }
 
 bool SimulatedFileSystem::clearLeftovers(const Path& path) {
+  if (plan_.answersNo("clearLeftovers", path)) return false;
   const auto place = resolved(path, LastLink::keep);
   bool cleared = false;
   for (const auto& sibling : children(parentFolder(place))) {

@@ -1,6 +1,7 @@
 #include "Support/SimulatedFileSystem.h"
 
 #include <algorithm>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <utility>
 
@@ -12,6 +13,28 @@ namespace {
 
 constexpr std::int64_t kBlock = 4096;
 constexpr int kMaximumLinks = 32;
+
+// What a fault plan calls each operation, and the codes with which a host can fail it.
+struct Faults {
+  const char* name;
+  std::vector<std::int64_t> codes;
+};
+const std::map<Operation, Faults> kFaults{
+    {Operation::list, {"list", {257, 256}}},
+    {Operation::attributes, {"attributes", {257}}},
+    {Operation::copy, {"copy", {513, 516, 640, 260, 512}}},
+    {Operation::move, {"move", {513, 516, 640, 4, 512}}},
+    {Operation::remove, {"remove", {513, 4, 512}}},
+    {Operation::createDirectory, {"createDirectory", {513, 640}}},
+    {Operation::readFile, {"readFile", {257, 260, 256}}},
+    {Operation::writeFile, {"writeFile", {513, 640, 512}}},
+    {Operation::openForReading, {"openForReading", {257, 260}}},
+    {Operation::openForAppending, {"openForAppending", {513, 4}}},
+    {Operation::read, {"read", {256}}},
+    {Operation::append, {"append", {640, 512}}},
+    {Operation::lock, {"lock", {257, 256}}},
+    {Operation::enumerate, {"enumerate", {257}}},
+};
 
 bool isBelow(const Path& path, const Path& top) {
   if (top == "/") return path.size() > 1;
@@ -59,7 +82,8 @@ struct SimulatedFileSystem::Failures {
   std::vector<Entry> entries;
 };
 
-SimulatedFileSystem::SimulatedFileSystem() : failures_{std::make_unique<Failures>()} {
+SimulatedFileSystem::SimulatedFileSystem(FaultPlan& plan)
+    : plan_{plan}, failures_{std::make_unique<Failures>()} {
   nodes_["/"] = std::make_shared<Node>(Node::directory());
   volumes_["/"] = Volume{};
 }
@@ -153,7 +177,7 @@ void SimulatedFileSystem::setLockedByAnother(const Path& path, bool locked) {
 }
 
 void SimulatedFileSystem::addLeftover(const Path& path) {
-  const auto hidden = joined(parentFolder(path), "." + lastPathComponent(path) + ".leftover");
+  const auto hidden = leftoverName(path);
   addFile(joined(hidden, "Contents/file"));
   existing(hidden).leftoverOf = tidy(path);
 }
@@ -192,16 +216,28 @@ void SimulatedFileSystem::stopFailing(Operation operation, const Path& path) {
   });
 }
 
-std::optional<Error> SimulatedFileSystem::injected(Operation operation, const Path& path) {
+std::optional<Error> SimulatedFileSystem::injected(Operation operation, const Path& path, const Path& other) {
+  if (auto planned = plannedFailure(operation, path, other)) return planned;
   auto& entries = failures_->entries;
   const auto found = std::ranges::find_if(entries, [&](const Failures::Entry& entry) {
-    return entry.operation == operation && entry.path == tidy(path);
+    return entry.operation == operation &&
+           (entry.path == tidy(path) || (!other.empty() && entry.path == tidy(other)));
   });
   if (found == entries.end()) return std::nullopt;
   if (found->callsBefore-- > 0) return std::nullopt;
   auto failure = found->error;
   if (!found->always) entries.erase(found);
   return failure;
+}
+
+std::optional<Error> SimulatedFileSystem::plannedFailure(Operation operation, const Path& path,
+                                                         const Path& other) {
+  const auto& [name, codes] = kFaults.at(operation);
+  std::vector<std::string> faults;
+  for (const auto code : codes) faults.push_back(std::to_string(code));
+  const auto fault = plan_.faultOf(root_ ? fmt::format("root's {}", name) : name,
+                                   other.empty() ? path : path + " -> " + other, std::move(faults));
+  return fault ? std::optional{error(codes.at(*fault), other.empty() ? path : other)} : std::nullopt;
 }
 
 // Inspection by tests.
@@ -344,6 +380,10 @@ void SimulatedFileSystem::duplicate(const Path& source, const Path& destination)
   }
 }
 
+Path SimulatedFileSystem::leftoverName(const Path& path) {
+  return joined(parentFolder(path), "." + lastPathComponent(path) + ".leftover");
+}
+
 // Failures with the texts of the platform.
 
 std::string SimulatedFileSystem::nameInQuotes(const Path& path) {
@@ -413,21 +453,25 @@ Result<> SimulatedFileSystem::checkSpace(const Path& destination, std::int64_t b
 // The seam: queries.
 
 bool SimulatedFileSystem::fileExists(const Path& path) {
+  if (plan_.answersNo("fileExists", path)) return false;
   return find(path) != nullptr;
 }
 
 bool SimulatedFileSystem::directoryExists(const Path& path) {
+  if (plan_.answersNo("directoryExists", path)) return false;
   const auto* const node = find(path);
   return node != nullptr && node->kind == Node::Kind::directory;
 }
 
 bool SimulatedFileSystem::isWritable(const Path& path) {
+  if (plan_.answersNo("isWritable", path)) return false;
   const auto* const node = find(path);
   if (node == nullptr || volumeOf(resolved(path, LastLink::follow)).readOnly) return false;
   return !node->immutable && (root_ || node->writable);
 }
 
 bool SimulatedFileSystem::isExecutable(const Path& path) {
+  if (plan_.answersNo("isExecutable", path)) return false;
   const auto* const node = find(path);
   return node != nullptr && node->executable;
 }
@@ -460,13 +504,13 @@ FileAttributes SimulatedFileSystem::attributesOf(const Node& node) {
 }
 
 std::optional<std::int64_t> SimulatedFileSystem::volumeAvailableCapacity(const Path& path) {
-  if (find(path) == nullptr) return std::nullopt;
+  if (plan_.answersNo("volumeAvailableCapacity", path) || find(path) == nullptr) return std::nullopt;
   const auto& volume = volumeOf(resolved(path, LastLink::follow));
   return volume.saysCapacity ? std::optional{volume.free} : std::nullopt;
 }
 
 std::optional<std::int64_t> SimulatedFileSystem::fileSystemFreeSize(const Path& path) {
-  if (find(path) == nullptr) return std::nullopt;
+  if (plan_.answersNo("fileSystemFreeSize", path) || find(path) == nullptr) return std::nullopt;
   const auto& volume = volumeOf(resolved(path, LastLink::follow));
   return volume.saysCapacity ? std::optional{volume.free} : volume.older;
 }

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "Platform/FileSystem.h"
+#include "Support/FaultPlan.h"
 
 namespace installer::test {
 
@@ -36,7 +37,7 @@ enum class Operation {
 
 class SimulatedFileSystem : public FileSystem {
  public:
-  SimulatedFileSystem();
+  explicit SimulatedFileSystem(FaultPlan& plan);
   SimulatedFileSystem(const SimulatedFileSystem&) = delete;
   SimulatedFileSystem& operator=(const SimulatedFileSystem&) = delete;
   ~SimulatedFileSystem() override;
@@ -96,6 +97,8 @@ class SimulatedFileSystem : public FileSystem {
   std::vector<std::string> tree(const Path& path) const;
   // The same with the bytes of the files: equal for equal trees.
   std::map<std::string, std::string> snapshot(const Path& path) const;
+  // Like `rm -rf`: what a failure leaves keeps its name.
+  Result<> removeInPlace(const Path& path);
   // The engine's successful changes in order: "move /a -> /b", "copy /a -> /b", "remove /a", "create /a",
   // "write /a". Appends to open files aren't included.
   const std::vector<std::string>& changes() const { return changes_; }
@@ -126,13 +129,14 @@ class SimulatedFileSystem : public FileSystem {
   struct Node;  // one file, directory or link
   struct Volume;
   struct Failures;
-  // The injected failure, if any. For the handles of open files.
-  std::optional<Error> injected(Operation operation, const Path& path);
+  // The injected failure of an operation on one path or two, if any. For the handles of open files.
+  std::optional<Error> injected(Operation operation, const Path& path, const Path& other = {});
   static FileAttributes attributesOf(const Node& node);
 
  private:
   std::map<Path, std::shared_ptr<Node>> nodes_;
   std::map<Path, Volume> volumes_;
+  FaultPlan& plan_;
   std::unique_ptr<Failures> failures_;
   std::vector<std::string> changes_;
   std::uint64_t nextOrder_ = 1;
@@ -156,6 +160,8 @@ class SimulatedFileSystem : public FileSystem {
   Result<> checkSpace(const Path& destination, std::int64_t bytes);
   bool visitBelow(const Path& shown, const Path& directory, HiddenEntries hidden, const Visitor& visit,
                   const ErrorHandler& onError);
+  std::optional<Error> plannedFailure(Operation operation, const Path& path, const Path& other);
+  static Path leftoverName(const Path& path);
   static std::string nameInQuotes(const Path& path);
   Error error(std::int64_t code, const Path& path) const;
 };

@@ -67,15 +67,17 @@ bool isThere = false;
 SimulatedMachine::SimulatedMachine(std::uint64_t seed)
     : paths{macOSPaths()},
       dispatch{seed},
+      files{faults},
       streams{dispatch},
-      programs{dispatch, files},
+      programs{dispatch, files, faults},
       verdicts{files},
       images{files, programs},
+      propertyList{faults},
       bundles{files, propertyList, resources},
-      workspace{bundles},
+      workspace{bundles, faults},
       runningApps{dispatch},
-      administrator{dispatch, files},
-      network{dispatch, files, paths.temporaryDirectory},
+      administrator{dispatch, files, faults},
+      network{dispatch, files, faults, paths.temporaryDirectory},
       signals{dispatch},
       machine_{.paths = paths,
                .files = files,
@@ -106,6 +108,13 @@ SimulatedMachine::~SimulatedMachine() {
   dispatch.shutDown();
   network.shutDown();
   installMachine(nullptr);
+}
+
+void SimulatedMachine::startNextProcess() {
+  dispatch.runUntilIdle();
+  ++systemInfo.process;
+  streams.forgetOutput();
+  installMachine(&machine_);
 }
 
 void startAfresh(SimulatedMachine& machine, std::uint64_t seed) {

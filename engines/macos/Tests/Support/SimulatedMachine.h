@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Platform/Machine.h"
+#include "Support/FaultPlan.h"
 #include "Support/SimulatedAdministrator.h"
 #include "Support/SimulatedBundles.h"
 #include "Support/SimulatedDigest.h"
@@ -53,6 +54,7 @@ class SimulatedMachine {
   SystemPaths paths;  // of macOS; home "/Users/tester", temporary directory "/private/tmp/tester"
   Path resources = "/Volumes/Installer/Kelo-Desk-Installer.app/Contents/Resources";
 
+  FaultPlan faults;
   SimulatedDispatch dispatch;
   SimulatedFileSystem files;
   SimulatedStreams streams;
@@ -76,6 +78,8 @@ class SimulatedMachine {
   // Writes `jsonText` as installer_config.json in the resources. Call before the engine reads it.
   void setConfiguration(std::string_view jsonText);
   void noResources() { bundles.setMainResources(std::nullopt); }
+  // Continues as the next process on the same machine: runs what is ready and forgets process-wide values.
+  void startNextProcess();
   // Makes the user root: uid and gid 0, and permissions don't apply.
   void runAsRoot();
 

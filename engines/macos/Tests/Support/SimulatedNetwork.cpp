@@ -7,9 +7,9 @@
 
 namespace installer::test {
 
-SimulatedNetwork::SimulatedNetwork(SimulatedDispatch& dispatch, SimulatedFileSystem& files,
+SimulatedNetwork::SimulatedNetwork(SimulatedDispatch& dispatch, SimulatedFileSystem& files, FaultPlan& plan,
                                    Path temporaryDirectory)
-    : dispatch_{dispatch}, files_{files}, temporaryDirectory_{std::move(temporaryDirectory)} {
+    : dispatch_{dispatch}, files_{files}, plan_{plan}, temporaryDirectory_{std::move(temporaryDirectory)} {
 }
 
 SimulatedNetwork::~SimulatedNetwork() = default;
@@ -54,6 +54,22 @@ bool SimulatedNetwork::knowsHost(const URL& url) const {
     const auto known = URL::parse(entry.first);
     return known && known->host() == url.host();
   });
+}
+
+std::optional<ServerAnswer> SimulatedNetwork::plannedFault(const URLRequest& request) {
+  const std::vector<std::pair<std::string, ServerAnswer>> answers{
+      {"offline", failing(URLErrorCode::notConnectedToInternet, {})},
+      {"connection lost", failing(URLErrorCode::networkConnectionLost, {})},
+      {"silence", {.kind = ServerAnswer::Kind::silence}},
+      {"404", answering(404, "not found")},
+      {"500", answering(500, "broken")},
+      {"an empty answer", answering(200, "")},
+      {"a wrong answer", answering(200, "<html></html>")},
+  };
+  std::vector<std::string> faults;
+  for (const auto& [name, answer] : answers) faults.push_back(name);
+  const auto fault = plan_.faultOf(request.method, request.url.absoluteString(), std::move(faults));
+  return fault ? std::optional{answers.at(*fault).second} : std::nullopt;
 }
 
 // The script of `url`; null without one, and then `otherwise` is the answer.

@@ -37,7 +37,8 @@ class SimulatedNetwork : public URLSessions {
   // race.
   enum class RefusalEndsAs { cancellation, plainAnswer };
 
-  SimulatedNetwork(SimulatedDispatch& dispatch, SimulatedFileSystem& files, Path temporaryDirectory);
+  SimulatedNetwork(SimulatedDispatch& dispatch, SimulatedFileSystem& files, FaultPlan& plan,
+                   Path temporaryDirectory);
   SimulatedNetwork(const SimulatedNetwork&) = delete;
   SimulatedNetwork& operator=(const SimulatedNetwork&) = delete;
   ~SimulatedNetwork() override;
@@ -66,6 +67,7 @@ class SimulatedNetwork : public URLSessions {
 
   SimulatedDispatch& dispatch_;
   SimulatedFileSystem& files_;
+  FaultPlan& plan_;
   Path temporaryDirectory_;
   std::map<std::string, ServerResource> resources_;
   std::vector<Request> requests_;
@@ -75,6 +77,8 @@ class SimulatedNetwork : public URLSessions {
   std::shared_ptr<URLSession> shared_;
   std::vector<std::weak_ptr<class SimulatedSession>> sessions_;
 
+  // The fault that the plan has for a request, if any, as the answer to it.
+  std::optional<ServerAnswer> plannedFault(const URLRequest& request);
   ServerResource* find(const URL& url, ServerAnswer& otherwise);
   bool knowsHost(const URL& url) const;
 };

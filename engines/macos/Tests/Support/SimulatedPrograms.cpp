@@ -1,5 +1,6 @@
 #include "Support/SimulatedPrograms.h"
 
+#include <cerrno>
 #include <utility>
 
 #include "Base/KeptOutput.h"
@@ -112,10 +113,26 @@ Result<ProgramExit> SimulatedPrograms::perform(const Path& program, const Argume
   return behaviour ? behaviour(arguments) : Result<ProgramExit>{ProgramExit{}};
 }
 
+// Like `perform`, with the fault that the plan has for it.
+Result<ProgramExit> SimulatedPrograms::performPlanned(const Path& program, const Arguments& arguments) {
+  enum Fault { notStarted, failsAtOnce, killedAtItsEnd, printsNothing };
+  const auto fault = plan_.faultOf("run", commandLine({program, arguments}),
+                                   {"not started", "fails at once", "killed at its end", "prints nothing"});
+  const FaultPlan::Pause pause{plan_};
+  if (fault == notStarted) {
+    return failure(ErrorDomain::posix, EMFILE, "Too many open files");
+  }
+  if (fault == failsAtOnce) return ProgramExit{1, "", "It didn’t work.\n"};
+  auto exit = perform(program, arguments);
+  if (!exit || !fault) return exit;
+  constexpr int kKilled = 128 + 9;
+  return ProgramExit{fault == killedAtItsEnd ? kKilled : exit->status, "", ""};
+}
+
 Result<ProgramExit> SimulatedPrograms::run(const Path& program, const std::vector<std::string>& arguments,
                                            CapturedOutput captured) {
   starts_.push_back({program, arguments, captured, false});
-  auto exit = perform(program, arguments);
+  auto exit = performPlanned(program, arguments);
   if (!exit) return exit;
   if (captured == CapturedOutput::none) exit->output.clear();
   if (captured == CapturedOutput::merged) exit->output += exit->errorOutput;
@@ -130,7 +147,7 @@ Result<ProgramExit> SimulatedPrograms::run(const Path& program, const std::vecto
 
 Result<> SimulatedPrograms::launch(const Path& program, const std::vector<std::string>& arguments) {
   starts_.push_back({program, arguments, CapturedOutput::none, true});
-  if (auto exit = perform(program, arguments); !exit) return std::unexpected(exit.error());
+  if (auto exit = performPlanned(program, arguments); !exit) return std::unexpected(exit.error());
   return {};
 }
 

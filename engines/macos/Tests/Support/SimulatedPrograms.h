@@ -48,8 +48,8 @@ class SimulatedPrograms : public ProcessLauncher {
     bool launched = false;  // started by `launch`
   };
 
-  SimulatedPrograms(SimulatedDispatch& dispatch, SimulatedFileSystem& files)
-      : dispatch_{dispatch}, files_{files} {}
+  SimulatedPrograms(SimulatedDispatch& dispatch, SimulatedFileSystem& files, FaultPlan& plan)
+      : dispatch_{dispatch}, files_{files}, plan_{plan} {}
 
   // The script of the program at `path`, which becomes an executable file if there is none yet.
   ProgramScript& on(const Path& path);
@@ -70,10 +70,12 @@ class SimulatedPrograms : public ProcessLauncher {
  private:
   SimulatedDispatch& dispatch_;
   SimulatedFileSystem& files_;
+  FaultPlan& plan_;
   std::map<Path, ProgramScript> scripts_;
   std::vector<Start> starts_;
 
   Result<ProgramExit> perform(const Path& program, const Arguments& arguments);
+  Result<ProgramExit> performPlanned(const Path& program, const Arguments& arguments);
 };
 
 }  // namespace installer::test

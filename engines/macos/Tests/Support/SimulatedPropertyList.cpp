@@ -7,6 +7,9 @@
 namespace installer::test {
 
 Result<Json> SimulatedPropertyList::parse(std::string_view bytes) {
+  if (plan_.answersNo("parse", "a property list")) {
+    return failure(ErrorDomain::cocoa, CocoaError::fileReadCorrupt, "The data isn’t in the correct format.");
+  }
   return readPropertyList(bytes);
 }
 

@@ -77,6 +77,7 @@ void SimulatedTask::request() {
                                 request_->timeoutInterval, offset, network_.dispatch_.elapsed()});
   resource_ = network_.find(request_->url, answer_);
   if (resource_ != nullptr) answer_ = resource_->takeNext();
+  if (auto fault = network_.plannedFault(*request_)) answer_ = *std::move(fault);
   const auto latency = resource_ == nullptr ? Duration{0} : resource_->latency_;
   if (answer_.kind == ServerAnswer::Kind::silence || latency > request_->timeoutInterval) {
     network_.dispatch_.schedule(request_->timeoutInterval, [self = shared_from_this()] {

@@ -8,12 +8,13 @@
 
 #include "Platform/Bundles.h"
 #include "Platform/Workspace.h"
+#include "Support/FaultPlan.h"
 
 namespace installer::test {
 
 class SimulatedWorkspace : public Workspace {
  public:
-  explicit SimulatedWorkspace(Bundles& bundles) : bundles_{bundles} {}
+  SimulatedWorkspace(Bundles& bundles, FaultPlan& plan) : bundles_{bundles}, plan_{plan} {}
 
   // Makes `path`, which may be missing, the registered path of `identifier`.
   void addRegistration(const std::string& identifier, const Path& path) { registrations_[identifier] = path; }
@@ -29,6 +30,7 @@ class SimulatedWorkspace : public Workspace {
 
  private:
   Bundles& bundles_;
+  FaultPlan& plan_;
   std::map<std::string, Path> registrations_;
   std::vector<Path> registeredBundles_;
 };

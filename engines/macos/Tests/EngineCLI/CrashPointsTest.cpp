@@ -1,0 +1,237 @@
+// Whole runs in which one call across the seam fails: each call once with each of its failures.
+#include <algorithm>
+#include <cstdlib>
+#include <fmt/format.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "EngineCLI/CommandLineFixture.h"
+#include "Support/Sample.h"
+
+namespace installer {
+namespace {
+
+using enum AppIdentifier;
+using test::Lines;
+
+// A run whose calls are made to fail one by one.
+struct Scenario {
+  std::string name;
+  std::vector<std::string> arguments;
+  std::function<void()> prepare;
+  Path appPath;  // that the run works on
+};
+
+// The machine between two runs.
+struct Disk {
+  std::map<std::string, std::string> app;  // the bundle at the app's path; empty when there is none
+  Lines names;                             // of everything on the disk
+};
+
+Lines without(Lines lines, const Lines& others) {
+  std::erase_if(lines, [&](const auto& line) { return std::ranges::find(others, line) != others.end(); });
+  return lines;
+}
+
+// "remove /Applications/Brenna.app/Contents" as "remove in /Applications", "run codesign -v /x" as "run
+// codesign".
+std::string operationOf(const std::string& call) {
+  const auto slash = call.find(" /");
+  const auto words = call.substr(0, call.find(' ', call.find(' ') + 1));
+  if (slash == std::string::npos || call.starts_with("run ")) return words;
+  for (const auto* place : {"/Library/Logs", "/Volumes", "/Applications", "/private/tmp"}) {
+    if (call.find(place, slash) != std::string::npos)
+      return fmt::format("{} in {}", call.substr(0, slash), place);
+  }
+  return call.substr(0, slash);
+}
+
+class CrashPoints : public test::CommandLineTest {
+ protected:
+  void everyFaultOf(const Scenario& scenario);
+
+ private:
+  Scenario scenario_;
+  Disk before_;
+  Disk goal_;
+  test::FaultPlan::Call call_;           // the one that fails
+  Lines wrong_;                          // what is wrong after it has failed
+  std::map<std::string, int> outcomes_;  // rows of the table, with their numbers
+  test::Sample sample_;
+
+  void expect(bool holds, const std::string& otherwise) {
+    if (!holds) wrong_.push_back(otherwise);
+  }
+  void lay();
+  std::int32_t runToItsEnd();
+  Disk look() const { return {machine.files.snapshot(scenario_.appPath), machine.files.tree("/")}; }
+  void tryFault(std::size_t index, std::size_t fault);
+  std::string judgeEvents(std::int32_t exitStatus);
+  std::string judgeDisk(const std::string& status, const Disk& disk);
+  void judgeNextRun();
+  void report(std::size_t calls) const;
+};
+
+void CrashPoints::lay() {
+  startAfresh(machine);
+  machine.network.on(std::string{Deployment::connectivityProbeURL}).answers(200);
+  scenario_.prepare();
+}
+
+std::int32_t CrashPoints::runToItsEnd() {
+  const auto exitStatus = run(scenario_.arguments);
+  machine.dispatch.runUntilIdle();
+  machine.faults.stop();
+  return exitStatus;
+}
+
+// The events and the exit status say the same. Gives the app's status.
+std::string CrashPoints::judgeEvents(std::int32_t exitStatus) {
+  const auto done = machine.streams.events("done");
+  expect(done.size() == 1, fmt::format("{} events of type done", done.size()));
+  if (done.size() != 1) return {};
+  expect(machine.streams.events().back() == done[0], "events after done");
+  expect(done[0]["exitCode"] == exitStatus, fmt::format("exit status {}", exitStatus));
+  expect(done[0]["results"].size() == 1, "not one result");
+  const auto status = done[0]["results"].at(0).value("status", "");
+  const auto results = machine.streams.events("app-result");
+  expect(results.size() == 1 && results[0]["status"] == status, "another app-result than in done");
+  expect((exitStatus == 0) == (status != "failed"), fmt::format("exit status {} for {}", exitStatus, status));
+  return status;
+}
+
+// The disk is as the status says. Gives the outcome.
+std::string CrashPoints::judgeDisk(const std::string& status, const Disk& disk) {
+  const bool isDone = disk.app == goal_.app;
+  const bool isAsBefore = disk.app == before_.app;
+  // The administrator's command line leaves what it had done when one of its commands fails.
+  const bool mayBeHalf = call_.name.starts_with("root's remove");
+  expect(isDone || isAsBefore || mayBeHalf || disk.app.empty(), "half an app");
+  expect(isDone || status == "failed", status + " is untrue");
+  const bool mountPointIsKnown = !call_.name.starts_with("run hdiutil") && !call_.name.starts_with("parse");
+  expect(!mountPointIsKnown || machine.images.attached().empty(), "an image stays attached");
+  const auto* const state = isDone ? "goal" : isAsBefore ? "as before" : disk.app.empty() ? "no app" : "half";
+  return fmt::format("{}, {}", status, state);
+}
+
+// What the fault left is cleared, and all is as it should be.
+void CrashPoints::judgeNextRun() {
+  machine.startNextProcess();
+  expect(runToItsEnd() == 0, "the next run fails");
+  const auto after = look();
+  expect(after.app == goal_.app, "the next run doesn't end in the goal state");
+  expect(machine.images.attached().empty(), "the next run leaves an image attached");
+  // A numbered copy that isn't registered isn't found again, and gets a neighbour with the next number.
+  const bool isLost = call_.name.starts_with("registerBundle") && scenario_.appPath.ends_with(" 2.app");
+  const auto left = without(after.names, goal_.names);
+  expect(isLost || left.empty(), fmt::format("the next run leaves {}", fmt::join(left, ", ")));
+  const auto lost = without(goal_.names, after.names);
+  expect(lost.empty(), fmt::format("the next run misses {}", fmt::join(lost, ", ")));
+}
+
+void CrashPoints::tryFault(std::size_t index, std::size_t fault) {
+  lay();
+  wrong_.clear();
+  machine.faults.fail(index, fault);
+  const auto exitStatus = runToItsEnd();
+  call_ = machine.faults.calls().at(index);
+  const auto events = transcript();
+  const auto outcome = judgeDisk(judgeEvents(exitStatus), look());
+  judgeNextRun();
+
+  const auto& failure = call_.faults.at(fault);
+  ++outcomes_[fmt::format("{}\t{}\t{}\t{}", scenario_.name, operationOf(call_.name), failure, outcome)];
+  if (wrong_.empty()) return;
+  ADD_FAILURE() << fmt::format("seed {}, {}, call {}: {}, failing with {}: {}\n{}\n", sample_.seed(),
+                               scenario_.name, index, call_.name, failure, fmt::join(wrong_, "; "),
+                               fmt::join(events, "\n"))
+                << machine.files.read(machine.logFile());
+}
+
+void CrashPoints::everyFaultOf(const Scenario& scenario) {
+  scenario_ = scenario;
+  lay();
+  before_ = look();
+  machine.faults.record();
+  ASSERT_EQ(runToItsEnd(), 0);
+  goal_ = look();
+  const auto calls = machine.faults.calls();
+  for (std::size_t index = 0; index < calls.size(); ++index) {
+    // A receipt that can't be seen isn't there, as far as this question tells.
+    if (calls[index].name.ends_with("_MASReceipt/receipt")) continue;
+    for (std::size_t fault = 0; fault < calls[index].faults.size(); ++fault) {
+      if (sample_.takes(4)) tryFault(index, fault);
+    }
+  }
+  report(calls.size());
+}
+
+// Adds the rows to the file that the environment names.
+void CrashPoints::report(std::size_t calls) const {
+  int runs = 0;
+  for (const auto& [row, count] : outcomes_) runs += count;
+  fmt::print("{}: {} calls, {} faults tried, seed {}\n", scenario_.name, calls, runs, sample_.seed());
+  const char* const table = std::getenv("KELO_FAULT_TABLE");
+  if (table == nullptr) return;
+  std::ofstream file{table, std::ios::app};
+  for (const auto& [row, count] : outcomes_) file << fmt::format("{}\t{}\n", row, count);
+}
+
+const Path kBrenna = "/Applications/Brenna.app";
+const std::vector<std::string> kInstall{"run", "--action", "install", "--apps", "brenna", "--offline"};
+const std::vector<std::string> kRemoval{"run", "--action", "uninstall", "--apps", "brenna"};
+
+TEST_F(CrashPoints, OfAnInstallOverNothing) {
+  everyFaultOf({"install", kInstall, [this] { addBesideInstaller(brenna, "2.0"); }, kBrenna});
+}
+
+TEST_F(CrashPoints, OfAnUpgrade) {
+  const auto prepare = [this] {
+    addInstalled(brenna, "1.0");
+    addBesideInstaller(brenna, "2.0");
+  };
+  everyFaultOf({"upgrade", kInstall, prepare, kBrenna});
+}
+
+TEST_F(CrashPoints, OfAnInstallBesideAnAppStoreVariant) {
+  const auto prepare = [this] {
+    machine.addRegisteredApp(kBrenna,
+                             {.identifier = "com.kelo.store", .version = "1.0", .appStoreReceipt = true});
+    addBesideInstaller(brenna, "2.0");
+  };
+  everyFaultOf({"install beside an App Store variant", kInstall, prepare, "/Applications/Brenna 2.app"});
+}
+
+TEST_F(CrashPoints, OfAnEscalatedInstall) {
+  const auto prepare = [this] {
+    addInstalled(brenna, "1.0");
+    addBesideInstaller(brenna, "2.0");
+    machine.files.setWritable("/Applications", false);
+  };
+  everyFaultOf({"escalated install", kInstall, prepare, kBrenna});
+}
+
+TEST_F(CrashPoints, OfARemoval) {
+  everyFaultOf({"removal", kRemoval, [this] { addInstalled(brenna, "1.0"); }, kBrenna});
+}
+
+TEST_F(CrashPoints, OfAnEscalatedRemoval) {
+  const auto prepare = [this] {
+    addInstalled(brenna, "1.0");
+    machine.files.setWritable("/Applications", false);
+  };
+  everyFaultOf({"escalated removal", kRemoval, prepare, kBrenna});
+}
+
+TEST_F(CrashPoints, OfAnOnlineInstall) {
+  const auto prepare = [this] {
+    configureCDN();
+    offer(brenna, "arm64", "2.0");
+  };
+  everyFaultOf({"online install", {"run", "--action", "install", "--apps", "brenna"}, prepare, kBrenna});
+}
+
+}  // namespace
+}  // namespace installer

@@ -1,0 +1,29 @@
+// How much of a long suite runs: all of it if the environment has KELO_ALL=1, else a sample. KELO_SEED draws
+// the sample again that a failure has named.
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <random>
+
+namespace installer::test {
+
+class Sample {
+ public:
+  bool isAll() const { return isAll_; }
+  std::uint64_t seed() const { return seed_; }
+  // True for all of a whole suite, and for one in `of` of a sample.
+  bool takes(unsigned of) { return isAll_ || random_() % of == 0; }
+
+ private:
+  static std::uint64_t chosenSeed() {
+    const char* const text = std::getenv("KELO_SEED");
+    return text != nullptr ? std::strtoull(text, nullptr, 10) : std::random_device{}();
+  }
+
+  bool isAll_ = std::getenv("KELO_ALL") != nullptr;
+  std::uint64_t seed_ = chosenSeed();
+  std::mt19937_64 random_{seed_};
+};
+
+}  // namespace installer::test
