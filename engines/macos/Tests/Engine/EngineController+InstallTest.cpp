@@ -251,5 +251,100 @@ TEST_F(EngineInstall, EmitsNothingAfterDone) {
   EXPECT_EQ(transcript(), before);
 }
 
+// Another engine at work.
+
+constexpr auto kWaitMessage =
+    "log info: Waiting for another Kelo Desk Installer, which is at work in /Applications, before Kelo Brenna";
+
+class EngineInstallInTurn : public EngineInstall {
+ protected:
+  // Another engine has the turn, and this happens when it gives it back; absent means that it never does.
+  void anotherEngineWorks(std::optional<Duration> length, Work atItsEnd = {}) {
+    machine.files.setLockedByAnother("/Applications");
+    if (!length) return;
+    machine.dispatch.schedule(*length, [this, atItsEnd] {
+      if (atItsEnd) atItsEnd();
+      machine.files.setLockedByAnother("/Applications", false);
+    });
+  }
+  Lines waits() {
+    auto lines = transcript();
+    std::erase_if(lines, [](const auto& line) { return !line.starts_with("log info: Waiting"); });
+    return lines;
+  }
+};
+
+TEST_F(EngineInstallInTurn, WaitsBeforeItAcquiresAndSaysSoOnce) {
+  anotherEngineWorks(100s);
+  provider->on(brenna).delivers(image(brenna, "2.0"));
+  EXPECT_EQ(install({brenna}), 0);
+  EXPECT_EQ(waits(), Lines{kWaitMessage});
+  EXPECT_EQ(transcript().at(0), kWaitMessage);
+  EXPECT_EQ(outcome().back(), "done install 0: brenna installed /Applications/Brenna.app 2.0");
+  EXPECT_EQ(machine.logLines("AppTurn:"),
+            Lines{"INFO AppTurn: " + std::string{kWaitMessage}.substr(std::string{"log info: "}.size())});
+}
+
+TEST_F(EngineInstallInTurn, SkipsWhatTheOtherEngineInstalledMeanwhile) {
+  anotherEngineWorks(10s, [this] { addInstalled(brenna, "2.0"); });
+  provider->on(brenna).delivers(image(brenna, "2.0"));
+  EXPECT_EQ(install({brenna}), 0);
+  EXPECT_EQ(outcome().back(), "done install 0: brenna skipped /Applications/Brenna.app 2.0");
+}
+
+TEST_F(EngineInstallInTurn, CountsTheWaitForALivingEngineAsASignOfLife) {
+  anotherEngineWorks(1700s);
+  provider->on(brenna).delivers(image(brenna, "2.0"));
+  EXPECT_EQ(install({brenna}), 0);
+  EXPECT_EQ(waits(), Lines{kWaitMessage});
+}
+
+TEST_F(EngineInstallInTurn, FailsOneAppAfterTheOtherWhenTheWaitsLimitPasses) {
+  anotherEngineWorks(std::nullopt);
+  EXPECT_EQ(install({brenna}), 2);
+  EXPECT_EQ(outcome(), (Lines{"app-result brenna failed INSTALL_FAILED",
+                              "done install 2: brenna failed INSTALL_FAILED"}));
+  EXPECT_THAT(provider->calls(), ::testing::IsEmpty());
+  EXPECT_THAT(machine.logLines("AppTurn:"),
+              ::testing::Contains(
+                  "ERROR AppTurn: Kelo Brenna was left alone: another Kelo Desk Installer has been at work "
+                  "in /Applications for 30 minutes."));
+}
+
+TEST_F(EngineInstallInTurn, EndsTheWaitAtACancelOfTheRun) {
+  anotherEngineWorks(std::nullopt);
+  machine.dispatch.schedule(20s, [this] { controller->cancelAll(); });
+  EXPECT_EQ(install({brenna, tolvi}), 1);
+  EXPECT_EQ(outcome().back(), "done install 1: brenna cancelled, tolvi cancelled");
+  EXPECT_LT(machine.dispatch.elapsed(), 21s);
+}
+
+TEST_F(EngineInstallInTurn, EndsTheWaitOfOneAppAtItsCancel) {
+  anotherEngineWorks(40s);
+  machine.dispatch.schedule(20s, [this] { controller->cancelApp("brenna"); });
+  provider->on(tolvi).delivers(image(tolvi, "3.1"));
+  EXPECT_EQ(install({brenna, tolvi}), 1);
+  EXPECT_EQ(outcome().back(),
+            "done install 1: brenna cancelled, tolvi installed /Applications/Kelo Tolvi.app 3.1");
+}
+
+TEST_F(EngineInstallInTurn, GoesOnWithoutATurnWhereTheFolderCannotBeLocked) {
+  machine.files.failAlways(test::Operation::lock, "/Applications",
+                           {"NSPOSIXErrorDomain", 45, "No locks.", nullptr});
+  provider->on(brenna).delivers(image(brenna, "2.0"));
+  EXPECT_EQ(install({brenna}), 0);
+  EXPECT_THAT(machine.logLines("AppTurn:"),
+              ElementsAre("WARN AppTurn: /Applications can't be locked, going on without: No locks."));
+}
+
+TEST_F(EngineInstallInTurn, HoldsTheTurnUntilTheDownloadIsDeleted) {
+  provider->on(brenna).delivers(image(brenna, "2.0"));
+  provider->on(tolvi).delivers(image(tolvi, "3.1"));
+  EXPECT_EQ(install({brenna, tolvi}), 0);
+  EXPECT_THAT(waits(), ::testing::IsEmpty());
+  machine.dispatch.runUntilIdle();
+  EXPECT_NE(machine.files.tryLock("/Applications").value(), nullptr);
+}
+
 }  // namespace
 }  // namespace installer

@@ -154,5 +154,39 @@ TEST_F(EngineUninstall, HearsACancelThatWasPostedBeforeItsFirstApp) {
                                  "done uninstall 1: brenna cancelled, tolvi cancelled"}));
 }
 
+// Another engine at work.
+
+TEST_F(EngineUninstall, WaitsForItsTurnAndFindsWhatTheOtherEngineLeft) {
+  addInstalled(brenna, "1.0");
+  machine.files.setLockedByAnother("/Applications");
+  machine.dispatch.schedule(100s, [this] {
+    machine.files.erase("/Applications/Brenna.app");
+    machine.files.setLockedByAnother("/Applications", false);
+  });
+  EXPECT_EQ(uninstall({brenna}), 0);
+  EXPECT_EQ(transcript(),
+            (Lines{"log info: Waiting for another Kelo Desk Installer, which is at work in "
+                   "/Applications, before Kelo Brenna",
+                   "stage brenna uninstall 1/1", "progress brenna ~100% UNINSTALLING",
+                   "app-result brenna already_absent", "done uninstall 0: brenna already_absent"}));
+}
+
+TEST_F(EngineUninstall, EndsTheWaitForItsTurnAtACancel) {
+  addInstalled(brenna, "1.0");
+  machine.files.setLockedByAnother("/Applications");
+  machine.dispatch.schedule(20s, [this] { controller->cancelAll(); });
+  EXPECT_EQ(uninstall({brenna, tolvi}), 1);
+  EXPECT_EQ(outcome().back(), "done uninstall 1: brenna cancelled, tolvi cancelled");
+  EXPECT_TRUE(machine.files.exists("/Applications/Brenna.app"));
+}
+
+TEST_F(EngineUninstall, FailsWhenTheWaitsLimitPasses) {
+  addInstalled(brenna, "1.0");
+  machine.files.setLockedByAnother("/Applications");
+  EXPECT_EQ(uninstall({brenna}), 2);
+  EXPECT_EQ(outcome().back(), "done uninstall 2: brenna failed UNINSTALL_FAILED");
+  EXPECT_TRUE(machine.files.exists("/Applications/Brenna.app"));
+}
+
 }  // namespace
 }  // namespace installer

@@ -8,6 +8,7 @@
 #include "Engine/EngineEmitter.h"
 #include "Engine/EngineEvent.h"
 #include "Engine/RunEvents.h"
+#include "Installer/AppTurn.h"
 #include "Installer/AppUninstaller.h"
 #include "Installer/RunRules.h"
 #include "Models/AppInfo.h"
@@ -44,6 +45,10 @@ void announce(const AppInfo& app, std::size_t index, std::size_t total) {
       .app = identifier, .progress = {.percent = 100, .indeterminate = true}, .stage = AppStage::uninstall}});
 }
 
+void emitWait(const std::optional<std::string>& message) {
+  if (message) RunEvents::emitLog(EventLevel::info, *message);
+}
+
 // A person's refusal at the administrator prompt counts as a denied permission.
 bool isDeniedPermission(const AppResultEvent& event) {
   return event.errorCode == ErrorCode::uninstallPermissionDenied ||
@@ -68,9 +73,19 @@ ExitCode EngineController::runUninstall(const std::vector<AppIdentifier>& apps, 
 
 AppResultEvent EngineController::uninstallUnlessCancelled(const AppInfo& app, std::size_t index,
                                                           std::size_t total) {
-  // The only moment in which a cancel can land: the removal blocks this thread.
+  // A cancel can land here and during a wait: the removal blocks this thread.
   machine().dispatch.runMainLoop(RunRules::kRunLoopSlice);
   if (uninstallCancelled_) return RunEvents::appResult(app, AppStatus::cancelled);
+  const auto turn = AppTurns::take(app, {.goesOn =
+                                             [this] {
+                                               machine().dispatch.runMainLoop(AppTurns::kLookInterval);
+                                               return !uninstallCancelled_;
+                                             },
+                                         .report = emitWait});
+  if (!turn && turn.error() == AppTurns::Denied::timedOut) {
+    return RunEvents::failure(app, ErrorCode::uninstallFailed);
+  }
+  if (!turn) return RunEvents::appResult(app, AppStatus::cancelled);
   announce(app, index, total);
   return resultEvent(AppUninstaller::uninstall(app, true));
 }

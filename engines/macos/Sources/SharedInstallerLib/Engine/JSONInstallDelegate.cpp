@@ -61,6 +61,11 @@ void JSONInstallDelegate::orchestratorDidUpdateProgress(const std::string& statu
   }});
 }
 
+void JSONInstallDelegate::orchestratorIsWaiting(const std::optional<std::string>& message) {
+  noteActivity();
+  if (message) RunEvents::emitLog(EventLevel::info, *message);
+}
+
 void JSONInstallDelegate::orchestratorDidCompleteApp(const AppInstallResult& result) {
   noteActivity();
   EngineEmitter::emit({EngineEvent::AppResult{resultEvent(result, action_)}});

@@ -25,6 +25,7 @@ class JSONInstallDelegate final : public InstallRunDelegate {
                                      double progress) override;
   void orchestratorDidUpdateApp(const std::string& appId, InstallStage stage,
                                 const Progress& progress) override;
+  void orchestratorIsWaiting(const std::optional<std::string>& message) override;
   void orchestratorDidCompleteApp(const AppInstallResult& result) override;
 
  private:

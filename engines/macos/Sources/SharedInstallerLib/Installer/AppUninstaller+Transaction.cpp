@@ -16,18 +16,33 @@ namespace {
 
 constexpr int stagingCandidates = 20;
 
+// Number 0 is the name itself, the others carry their number.
+Path stagingPath(const Path& path, int number) {
+  auto name = fmt::format(".{}.kelo-uninstall", lastPathComponent(path));
+  if (number > 0) name += fmt::format(".{}", number);
+  return joined(parentFolder(path), name);
+}
+
 }  // namespace
 
-Path Removal::stagingPath(int number) const {
-  auto name = fmt::format(".{}.kelo-uninstall", lastPathComponent(path_));
-  if (number > 0) name += fmt::format(".{}", number);
-  return joined(parentFolder(path_), name);
+void AppUninstaller::clearInterruptedWork(const AppInfo& app) {
+  FileSystem& files = machine().files;
+  const auto path = joined(machine().paths.applications, app.appBundleName);
+  Removal::clearLeftovers(path);
+  for (int number = 0; number < stagingCandidates; ++number) {
+    const auto staged = stagingPath(path, number);
+    if (!files.itemExists(staged)) continue;
+    log("AppUninstaller: clearing a leftover staging path at {}", staged);
+    if (const auto removed = files.removeItem(staged); !removed) {
+      logWarn("AppUninstaller: " + removed.error().localizedDescription);
+    }
+  }
 }
 
 std::optional<Path> Removal::claimStagingPath() const {
   FileSystem& files = machine().files;
   for (int number = 0; number < stagingCandidates; ++number) {
-    auto candidate = stagingPath(number);
+    auto candidate = stagingPath(path_, number);
     if (!files.itemExists(candidate)) return candidate;
 
     // Left by an earlier run that didn't come to its end.

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <utility>
 
+#include "Installer/AppTurn.h"
 #include "Installer/PrivilegedRunner.h"
 #include "Installer/Removal.h"
 #include "Installer/RunningInstances.h"
@@ -17,10 +18,16 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// What an install or a removal of the bundle at `path` left hidden beside it when it was killed.
-void clearLeftovers(const Path& path) {
-  if (!machine().files.clearLeftovers(path)) return;
-  log("AppUninstaller: cleared what an interrupted run left beside {}", path);
+UninstallResult uninstallInTurn(const AppInfo& app, bool allowAdminEscalation,
+                                const std::function<bool()>& mayGoOn) {
+  const auto turn = AppTurns::take(app, {.goesOn = [&] {
+                                     if (mayGoOn) return mayGoOn();
+                                     machine().dispatch.sleep(AppTurns::kLookInterval);
+                                     return true;
+                                   }});
+  if (turn) return AppUninstaller::uninstall(app, allowAdminEscalation);
+  if (turn.error() == AppTurns::Denied::givenUp) return UninstallResult::neverReached(app);
+  return UninstallResult::failure(app, AppTurns::timeoutMessage(app));
 }
 
 }  // namespace
@@ -62,9 +69,19 @@ std::vector<UninstallResult> AppUninstaller::uninstallAll(const std::vector<AppI
   bool goesOn = true;
   for (const AppInfo& app : apps) {
     goesOn = goesOn && (!mayGoOn || mayGoOn());
-    results.push_back(goesOn ? uninstall(app, allowAdminEscalation) : UninstallResult::neverReached(app));
+    if (!goesOn) {
+      results.push_back(UninstallResult::neverReached(app));
+      continue;
+    }
+    results.push_back(uninstallInTurn(app, allowAdminEscalation, mayGoOn));
+    goesOn = !results.back().cancelled;
   }
   return results;
+}
+
+void Removal::clearLeftovers(const Path& path) {
+  if (!machine().files.clearLeftovers(path)) return;
+  log("AppUninstaller: cleared what an interrupted run left beside {}", path);
 }
 
 UninstallResult Removal::run() {

@@ -43,10 +43,15 @@ class AppUninstaller {
   static UninstallResult uninstall(const AppInfo& app, bool allowAdminEscalation);
 
   // Each in turn; a failure doesn't stop the walk. Results in the order of `apps`. `mayGoOn`, if there is
-  // one, is asked before each app; from its first no on, the apps are reported as never reached.
+  // one, is asked before each app and while another engine is at work; from its first no on, the apps are
+  // reported as never reached.
   static std::vector<UninstallResult> uninstallAll(const std::vector<AppInfo>& apps,
                                                    bool allowAdminEscalation,
                                                    const std::function<bool()>& mayGoOn = {});
+
+  // Removes what a killed install or removal of the app left under hidden names beside its place. Only while
+  // no other engine can be at work there. What can't be removed stays.
+  static void clearInterruptedWork(const AppInfo& app);
 };
 
 }  // namespace installer

@@ -32,6 +32,9 @@ void InstallOrchestrator::verifyAndInstall(const AppInfo& app, const AcquiredPac
       QualityOfService::userInitiated, [weak = weak_from_this(), app, package, label] {
         const auto self = weak.lock();
         if (self == nullptr) return;
+        // A download has one name for all engines, so that the turn lasts until it is deleted.
+        const auto turn = package.skipGatekeeper ? AppTurn{} : self->turn_.value_or(AppTurn{});
+        self->turnUntilDeletion_ = turn;
         self->markCurrentAppComplete(self->verifyAndInstallOnWorker(app, package, label));
         // By now the next acquisition may have begun, or the run may have ended.
         discard(package);

@@ -76,7 +76,41 @@ void InstallOrchestrator::takeNextStep() {
     log("InstallOrchestrator: Skipping {} — cancelled by user", standing.app->displayName);
     return markCurrentAppComplete(AppInstallResult::givenUp(*standing.app));
   }
-  acquire(*standing.app, standing.index + 1, standing.count);
+  if (hasTurn(*standing.app)) acquire(*standing.app, standing.index + 1, standing.count);
+}
+
+bool InstallOrchestrator::hasTurn(const AppInfo& app) {
+  if (turn_) return true;
+  if (auto held = turnUntilDeletion_.lock()) {
+    turn_ = std::move(held);
+    return true;
+  }
+  turn_ = AppTurns::tryTake(app);
+  if (turn_) return true;
+  machine().dispatch.asyncGlobal(QualityOfService::userInitiated, [weak = weak_from_this(), app] {
+    if (const auto self = weak.lock()) self->waitForTurn(app);
+  });
+  return false;
+}
+
+// After the wait the list takes the same step again, which looks at the cancels.
+void InstallOrchestrator::waitForTurn(const AppInfo& app) {
+  auto turn = AppTurns::take(app, {.goesOn =
+                                       [&] {
+                                         machine().dispatch.sleep(AppTurns::kLookInterval);
+                                         return !state_.isGivenUp(app.id);
+                                       },
+                                   .report =
+                                       [this](const std::optional<std::string>& message) {
+                                         post([message](InstallOrchestratorDelegate& delegate) {
+                                           delegate.orchestratorIsWaiting(message);
+                                         });
+                                       }});
+  if (!turn && turn.error() == AppTurns::Denied::timedOut) {
+    return markCurrentAppComplete(Ending::failure(AppTurns::timeoutMessage(app), ErrorCode::installFailed));
+  }
+  if (turn) turn_ = *std::move(turn);
+  processNextApp();
 }
 
 void InstallOrchestrator::finish() {
@@ -130,6 +164,7 @@ void InstallOrchestrator::markCurrentAppComplete(const AppInstallResult& result)
     logError("InstallOrchestrator: {} failed: {}", result.app.displayName, message);
     Telemetry::report_to_server("macOS", "install_failed", message, std::string{rawValue(result.app.id)});
   }
+  turn_.reset();
   state_.advance();
   processNextApp();
 }

@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "Installer/AppTurn.h"
 #include "Installer/InstallOrchestratorDelegate.h"
 #include "Installer/InstallRunState.h"
 #include "Models/AppInfo.h"
@@ -46,6 +47,9 @@ class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestra
   // The list.
   void processNextApp();  // by the thread that holds the list, if another one does
   void takeNextStep();
+  // False when another engine has it; the list then goes on once it comes, or at a cancel.
+  bool hasTurn(const AppInfo& app);
+  void waitForTurn(const AppInfo& app);  // on a worker
   void finish();
   void acquire(const AppInfo& app, std::size_t number, std::size_t count);
   PackageProvider::ProgressHandler makeProgressHandler(const AppInfo& app);
@@ -71,6 +75,9 @@ class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestra
   const std::shared_ptr<PackageProvider> provider_;
   std::weak_ptr<InstallOrchestratorDelegate> delegate_;  // read on the main queue only
   InstallRunState state_;
+  // Both by the thread that holds the list.
+  std::optional<AppTurn> turn_;                // of the current app
+  std::weak_ptr<FileLock> turnUntilDeletion_;  // of the app before, until its download is deleted
 };
 
 }  // namespace installer

@@ -20,6 +20,10 @@ void InstallRunDelegate::orchestratorDidFinish(const std::vector<AppInstallResul
   isFinished_ = true;
 }
 
+void InstallRunDelegate::orchestratorIsWaiting(const std::optional<std::string>& /*message*/) {
+  noteActivity();
+}
+
 InstallRun::InstallRun(const std::shared_ptr<PackageProvider>& provider,
                        std::shared_ptr<InstallRunDelegate> delegate)
     : delegate_{std::move(delegate)}, orchestrator_{std::make_shared<InstallOrchestrator>(provider)} {

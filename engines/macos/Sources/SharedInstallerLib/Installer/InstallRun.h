@@ -24,6 +24,7 @@ class InstallRunDelegate : public InstallOrchestratorDelegate {
   TimePoint lastActivity() const { return lastActivity_; }
 
   void orchestratorDidFinish(const std::vector<AppInstallResult>& results) override;
+  void orchestratorIsWaiting(const std::optional<std::string>& message) override;  // a sign of life
 
  protected:
   InstallRunDelegate();  // the first sign of life

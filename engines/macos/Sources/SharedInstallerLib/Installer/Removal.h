@@ -19,6 +19,9 @@ class Removal {
 
   UninstallResult run();  // once
 
+  // Removes what a killed copy or deletion of the bundle at `path` left beside it, and logs it.
+  static void clearLeftovers(const Path& path);
+
  private:
   const AppInfo& app_;
   const bool allowAdminEscalation_;
@@ -40,8 +43,7 @@ class Removal {
   UninstallResult permissionDeniedResult() const;
   UninstallResult partialRemovalResult() const;
 
-  // +Transaction. Staging names: number 0 is the name itself, the others carry their number.
-  Path stagingPath(int number) const;
+  // +Transaction.
   std::optional<Path> claimStagingPath() const;
   // Where an unprivileged delete would stop; absent when nothing was found that would stop it.
   std::optional<Path> firstUnwritableDirectory() const;

@@ -16,7 +16,8 @@
 
 namespace installer {
 
-// Writes the progress of an unattended run to the log. Only progress of the whole run is a sign of life.
+// Writes the progress of an unattended run to the log. Signs of life are progress of
+// the whole run and the wait for another engine.
 class HeadlessInstallDelegate final : public InstallRunDelegate {
  public:
   void orchestratorDidUpdateProgress(const std::string& statusText, const std::string& detailText,

@@ -1,0 +1,67 @@
+#include "Installer/AppTurn.h"
+
+#include <fmt/format.h>
+#include <utility>
+
+#include "Installer/AppUninstaller.h"
+#include "Platform/Machine.h"
+#include "Utils/ExistingAppDetector.h"
+#include "Utils/KeloAppProvider.h"
+#include "Utils/Log.h"
+
+namespace installer::AppTurns {
+
+namespace {
+
+constexpr std::chrono::seconds signInterval{60};
+
+}  // namespace
+
+std::optional<AppTurn> tryTake(const AppInfo& app) {
+  const Path& folder = machine().paths.applications;
+  auto lock = machine().files.tryLock(folder);
+  if (!lock) {
+    // A machine without the folder has no app that another engine could be working on.
+    if (machine().files.directoryExists(folder)) {
+      logWarn(fmt::format("AppTurn: {} can't be locked, going on without: {}", folder,
+                          lock.error().localizedDescription));
+    }
+    return AppTurn{};
+  }
+  if (*lock == nullptr) return std::nullopt;
+  ExistingAppDetector::forgetCachedBundle(joined(folder, app.appBundleName));
+  // No engine is at work now, so that what is hidden beside an app was left by one that was killed.
+  for (const auto& each : KeloAppProvider::shared().allApps()) AppUninstaller::clearInterruptedWork(each);
+  return AppTurn{*std::move(lock)};
+}
+
+std::expected<AppTurn, Denied> take(const AppInfo& app, const Wait& wait) {
+  auto turn = tryTake(app);
+  if (turn) return *std::move(turn);
+
+  const auto message =
+      fmt::format("Waiting for another Kelo Desk Installer, which is at work in {}, before {}",
+                  machine().paths.applications, app.displayName);
+  log("AppTurn: " + message);
+  if (wait.report) wait.report(message);
+  auto& dispatch = machine().dispatch;
+  const auto limit = dispatch.now() + kWaitLimit;
+  auto nextSign = dispatch.now() + signInterval;
+  while (dispatch.now() < limit) {
+    if (!wait.goesOn()) return std::unexpected(Denied::givenUp);
+    if ((turn = tryTake(app))) return *std::move(turn);
+    if (!wait.report || dispatch.now() < nextSign) continue;
+    wait.report(std::nullopt);
+    nextSign += signInterval;
+  }
+  logError("AppTurn: " + timeoutMessage(app));
+  return std::unexpected(Denied::timedOut);
+}
+
+std::string timeoutMessage(const AppInfo& app) {
+  return fmt::format("{} was left alone: another Kelo Desk Installer has been at work in {} for {} minutes.",
+                     app.displayName, machine().paths.applications,
+                     std::chrono::duration_cast<std::chrono::minutes>(kWaitLimit).count());
+}
+
+}  // namespace installer::AppTurns
