@@ -272,17 +272,34 @@ TEST_F(LogExportTest, ClearsWhatAnEarlierExportLeft) {
 
 TEST_F(LogExportTest, ClearsWhatExportsOfEndedProcessesLeft) {
   const Path folder = "/private/tmp/tester/";
-  machine.systemInfo.otherProcesses = {17};
   for (const char* name : {"KeloDeskInstaller-logexport-16", "KeloDeskInstaller-logexport-17",
                            "KeloDeskInstaller-logexport-", "KeloDeskInstaller-logexport-16x", "16"}) {
     machine.files.addFile(folder + name + "/a.log");
   }
+  machine.files.setLockedByAnother(folder + "KeloDeskInstaller-logexport-17");
   ASSERT_TRUE(LogExport::exportLogs("/out"));
   EXPECT_FALSE(machine.files.exists(folder + "KeloDeskInstaller-logexport-16"));
   for (const char* name : {"KeloDeskInstaller-logexport-17", "KeloDeskInstaller-logexport-",
                            "KeloDeskInstaller-logexport-16x", "16"}) {
     EXPECT_TRUE(machine.files.exists(folder + name + "/a.log")) << name;
   }
+}
+
+TEST_F(LogExportTest, HoldsTheLockOfItsFolderWhileItWorks) {
+  bool wasLocked = false;
+  machine.programs.on(machine.paths.ditto).doesNext([&](const test::Arguments&) {
+    wasLocked = machine.files.tryLock(staging).value() == nullptr;
+    return ProgramExit{};
+  });
+  EXPECT_TRUE(LogExport::exportLogs("/out"));
+  EXPECT_TRUE(wasLocked);
+}
+
+TEST_F(LogExportTest, LeavesOutALinkToMoreThanALogCanBe) {
+  machine.files.addFile("/var/huge", std::string((128UL << 20U) + 1, 'x'));
+  machine.files.addSymlink(joined(logs, "huge.log"), "/var/huge");
+  const auto archive = LogExport::exportLogs("/out").value();
+  EXPECT_THAT(machine.files.tree(archive), Not(::testing::Contains("huge.log")));
 }
 
 TEST_F(LogExportTest, GoesOnWhenWhatAnEarlierExportLeftCantBeCleared) {

@@ -23,8 +23,7 @@ std::optional<AppTurn> tryTake(const AppInfo& app) {
   if (!lock) {
     // A machine without the folder has no app that another engine could be working on.
     if (machine().files.directoryExists(folder)) {
-      logWarn(fmt::format("AppTurn: {} can't be locked, going on without: {}", folder,
-                          lock.error().localizedDescription));
+      logWarn("AppTurn: {} can't be locked, going on without: {}", folder, lock.error().localizedDescription);
     }
     return AppTurn{};
   }

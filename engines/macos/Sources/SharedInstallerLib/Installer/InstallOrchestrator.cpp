@@ -107,7 +107,8 @@ void InstallOrchestrator::waitForTurn(const AppInfo& app) {
                                          });
                                        }});
   if (!turn && turn.error() == AppTurns::Denied::timedOut) {
-    return markCurrentAppComplete(Ending::failure(AppTurns::timeoutMessage(app), ErrorCode::installFailed));
+    return markCurrentAppComplete(
+        AppInstallResult::failed(app, AppTurns::timeoutMessage(app), ErrorCode::installFailed));
   }
   if (turn) turn_ = *std::move(turn);
   processNextApp();

@@ -1,7 +1,6 @@
 #include "Utils/LogExport.h"
 
 #include <algorithm>
-#include <charconv>
 #include <fmt/format.h>
 #include <vector>
 
@@ -20,6 +19,9 @@ struct Collected {
   std::vector<std::string> notes;
 };
 
+// A larger file is no log of ours: those are cut at a small part of this. It is read into memory.
+constexpr std::size_t largestLog = 128UL << 20U;
+
 bool isLog(const std::string& name) {
   return name.ends_with(".log");
 }
@@ -32,28 +34,37 @@ Path stagingPath() {
                 fmt::format("{}{}", stagingPrefix, machine().systemInfo.processIdentifier()));
 }
 
-bool isLeftover(std::string_view name) {
-  if (!name.starts_with(stagingPrefix)) return false;
-  name.remove_prefix(stagingPrefix.size());
-  std::int32_t process = 0;
-  const auto read = std::from_chars(name.data(), name.data() + name.size(), process);
-  return read.ec == std::errc{} && read.ptr == name.data() + name.size() &&
-         !machine().systemInfo.isRunning(process);
+bool isStagingName(std::string_view name) {
+  if (!name.starts_with(stagingPrefix) || name.size() == stagingPrefix.size()) return false;
+  return name.find_first_not_of("0123456789", stagingPrefix.size()) == std::string_view::npos;
 }
 
-// A failed or interrupted export leaves its copies. Failures to remove them are ignored.
+// A failed or interrupted export leaves its copies. A running export holds the lock of its folder. Failures
+// to remove are ignored.
 void clearLeftovers() {
+  auto& files = machine().files;
   const auto& folder = machine().paths.temporaryDirectory;
-  for (const auto& name : machine().files.contentsOfDirectory(folder).value_or(std::vector<std::string>{})) {
-    if (isLeftover(name)) (void)machine().files.removeItem(joined(folder, name));
+  for (const auto& name : files.contentsOfDirectory(folder).value_or(std::vector<std::string>{})) {
+    if (!isStagingName(name)) continue;
+    const auto lock = files.tryLock(joined(folder, name));
+    if (lock && *lock != nullptr) (void)files.removeItem(joined(folder, name));
   }
 }
 
-Result<> makeStaging(const Path& staging) {
+// The lock of the new folder; null where it can't be locked. Another export can clear the folder before it is
+// locked; then it is made again.
+Result<std::unique_ptr<FileLock>> makeStaging(const Path& staging) {
+  auto& files = machine().files;
   clearLeftovers();
-  // Removes the copies of an earlier process with this identifier. If this fails, the new copies join them.
-  (void)machine().files.removeItem(staging);
-  return machine().files.createDirectory(staging, FileSystem::Intermediates::create);
+  for (int attempt = 0; attempt < 10; ++attempt) {
+    if (auto made = files.createDirectory(staging, FileSystem::Intermediates::create); !made) {
+      return std::unexpected(std::move(made.error()));
+    }
+    auto lock = files.tryLock(staging);
+    const bool isBeingCleared = (lock && *lock == nullptr) || !files.directoryExists(staging);
+    if (!isBeingCleared) return lock ? *std::move(lock) : nullptr;
+  }
+  return nullptr;
 }
 
 // Ascending by name.
@@ -73,7 +84,7 @@ bool isLink(const Path& path) {
 // Copies the target's bytes for a link: the link itself is broken on another machine.
 Result<> copyLog(const Path& source, const Path& copy) {
   if (!isLink(source)) return machine().files.copyItem(source, copy);
-  const auto bytes = machine().files.readFile(source);
+  const auto bytes = readBoundedFile(machine().files, source, largestLog);
   if (!bytes) return std::unexpected(bytes.error());
   return machine().files.writeFile(copy, *bytes);
 }
@@ -119,7 +130,8 @@ void writeManifest(const Path& staging, const Collected& collected) {
 void writeErrorSummary(const Path& staging) {
   LogExportTexts::Digest digest;
   for (const auto& name : logNames(staging).value_or(std::vector<std::string>{})) {
-    digest.add(name, machine().files.readFile(joined(staging, name)).value_or(std::string{}));
+    digest.add(name,
+               readBoundedFile(machine().files, joined(staging, name), largestLog).value_or(std::string{}));
   }
   const auto written = machine().files.writeFile(joined(staging, "error-summary.txt"), digest.text());
   if (!written) {
@@ -162,7 +174,8 @@ Result<Path> compress(const Path& staging, const std::optional<std::string>& out
 Result<Path> exportLogs(const std::optional<std::string>& outDirectory) {
   Logger::shared().flush();
   const auto staging = stagingPath();
-  if (auto made = makeStaging(staging); !made) return std::unexpected(std::move(made.error()));
+  const auto lock = makeStaging(staging);
+  if (!lock) return std::unexpected(lock.error());
 
   const auto collected = collectLogs(Logger::shared().logDirectoryPath(), staging);
   writeManifest(staging, collected);

@@ -11,6 +11,7 @@
 
 #include "Base/Mutex.h"
 #include "Base/POSIX/FileTree.h"
+#include "Base/POSIX/ItemLock.h"
 
 namespace installer {
 
@@ -59,11 +60,13 @@ std::string claimName(const std::string& prefix) {
   return name;
 }
 
-// True when `entry` begins with `prefix` and isn't in use by a running process.
-bool isLeftover(const std::string& entry, const std::string& prefix) {
+// True when `entry` begins with `prefix` and isn't in use by a running process. The process number in a name
+// may belong to another process now, so while this process holds the folder's lock (`isFolderOurs`) only its
+// own names are in use.
+bool isLeftover(const std::string& entry, const std::string& prefix, bool isFolderOurs) {
   const auto work = NameOfWork::parse(entry, prefix);
   if (!work || (!work->rest.empty() && work->rest.front() != '.')) return false;
-  return work->process == ::getpid() ? !isActive(entry) : !isRunning(work->process);
+  return work->process == ::getpid() ? !isActive(entry) : isFolderOurs || !isRunning(work->process);
 }
 
 }  // namespace
@@ -94,10 +97,13 @@ std::optional<NameOfWork> NameOfWork::parse(std::string_view name, std::string_v
 bool clearLeftovers(int folder, const std::string& name) {
   const auto entries = namesIn(folder);
   if (!entries) return false;
-  const std::array prefixes{prefixOf(name, copyPurpose), prefixOf(name, removalPurpose)};
+  const std::array prefixes{prefixOf(name, copyPurpose), prefixOf(name, removalPurpose),
+                            prefixOf(name, writePurpose)};
+  const bool isFolderOurs = isLockedByUs(folder);
   bool cleared = false;
   for (const std::string& entry : *entries) {
-    if (!std::ranges::any_of(prefixes, [&](const auto& prefix) { return isLeftover(entry, prefix); }))
+    if (!std::ranges::any_of(prefixes,
+                             [&](const auto& prefix) { return isLeftover(entry, prefix, isFolderOurs); }))
       continue;
     cleared = removeTree(folder, entry.c_str(), TreeOwner::ours) || cleared;
   }

@@ -12,6 +12,7 @@ namespace installer {
 // The purposes of the hidden names; part of the names.
 inline constexpr auto copyPurpose = "kelo-copy";
 inline constexpr auto removalPurpose = "kelo-remove";
+inline constexpr auto writePurpose = "kelo-write";
 
 // A name beside `name` in the open directory `folder`, reserved from construction to destruction. The caller
 // creates and removes the item with this name. Any thread; the reserved names of one process differ.
@@ -41,7 +42,8 @@ struct NameOfWork {
 };
 
 // Removes the hidden siblings of `name` in the open directory `folder`, of any purpose, whose process has
-// ended. Failures are ignored; true when something was removed.
+// ended; while this process holds the folder's lock, those of all other processes. Failures are ignored;
+// true when something was removed.
 bool clearLeftovers(int folder, const std::string& name);
 
 }  // namespace installer

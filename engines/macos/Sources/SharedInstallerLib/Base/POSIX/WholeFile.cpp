@@ -1,6 +1,5 @@
 #include "Base/POSIX/WholeFile.h"
 
-#include <atomic>
 #include <cstdio>
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -9,6 +8,7 @@
 
 #include "Base/POSIX/FileErrors.h"
 #include "Base/POSIX/FileTree.h"
+#include "Base/POSIX/HiddenSibling.h"
 
 namespace installer {
 
@@ -19,23 +19,19 @@ constexpr mode_t permissionBits = S_ISUID | S_ISGID | S_ISVTX | S_IRWXU | S_IRWX
 // A hidden sibling that a rename makes the file; the destructor removes it if it wasn't renamed.
 class Replacement {
  public:
-  explicit Replacement(Path target) : target_{std::move(target)} {
-    static std::atomic<unsigned> count{0};
-    const Path folder = parentFolder(target_);
-    const std::string name = lastPathComponent(target_).substr(0, 200);  // a name may have 255 bytes
-    name_ =
-        joined(folder.empty() ? "." : folder, fmt::format(".{}.kelo-write-{}-{}", name, ::getpid(), ++count));
-  }
+  Replacement(int folder, std::string name)
+      : folder_{folder}, name_{std::move(name)}, sibling_{folder, name_, writePurpose} {}
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
   ~Replacement() {
-    if (made_) ::unlink(name_.c_str());
+    if (made_) ::unlinkat(folder_, sibling_.name(), 0);
   }
 
   bool write(std::string_view bytes) {
     struct stat old{};
-    const bool replaces = ::stat(target_.c_str(), &old) == 0;
-    const FileDescriptor file{::open(name_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)};
+    const bool replaces = ::fstatat(folder_, name_.c_str(), &old, 0) == 0;
+    const FileDescriptor file{
+        ::openat(folder_, sibling_.name(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)};
     if (!file) return false;
     made_ = true;
     if (replaces && S_ISREG(old.st_mode) && ::fchmod(file.get(), old.st_mode & permissionBits) != 0)
@@ -44,16 +40,22 @@ class Replacement {
   }
 
   bool commit() {
-    if (::rename(name_.c_str(), target_.c_str()) != 0) return false;
+    if (::renameat(folder_, sibling_.name(), folder_, name_.c_str()) != 0) return false;
     made_ = false;
     return true;
   }
 
  private:
-  Path target_;
-  Path name_;
+  int folder_;
+  std::string name_;
+  HiddenSibling sibling_;
   bool made_ = false;
 };
+
+FileDescriptor folderOf(const Path& path) {
+  const Path folder = parentFolder(path);
+  return FileDescriptor{::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+}
 
 }  // namespace
 
@@ -77,7 +79,9 @@ Result<std::string> readWholeFile(const Path& path, std::size_t maximumBytes) {
 Result<> replaceFile(const Path& path, std::string_view bytes) {
   const auto usable = usablePath(path);
   if (!usable) return fileFailure(FileAccess::write, errno, path, "written");
-  Replacement replacement{*usable};
+  const FileDescriptor folder = folderOf(*usable);
+  if (!folder) return fileFailure(FileAccess::write, errno, path, "written");
+  Replacement replacement{folder.get(), lastPathComponent(*usable)};
   if (!replacement.write(bytes) || !replacement.commit()) {
     return fileFailure(FileAccess::write, errno, path, "written");
   }

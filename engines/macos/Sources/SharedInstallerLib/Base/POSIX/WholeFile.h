@@ -15,8 +15,8 @@ namespace installer {
 [[nodiscard]] Result<std::string> readWholeFile(
     const Path& path, std::size_t maximumBytes = std::numeric_limits<std::size_t>::max());
 
-// Writes a hidden sibling, ".{name}.kelo-write-{process}-{number}", and renames it: `path` holds its old
-// bytes or all of the new ones. Keeps the permission bits of the file that it replaces. A link at `path` is
+// Writes a hidden sibling and renames it: `path` holds its old bytes or all of the new ones. Clears the
+// leftovers of `path` first. Keeps the permission bits of the file that it replaces. A link at `path` is
 // replaced, not followed.
 [[nodiscard]] Result<> replaceFile(const Path& path, std::string_view bytes);
 
