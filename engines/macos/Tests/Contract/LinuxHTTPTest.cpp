@@ -49,6 +49,21 @@ TEST(ResponseHead, ContradictsItselfWithTwoLengths) {
   }
 }
 
+TEST(ResponseHead, KnowsTransferCodingsThatWereNotAskedFor) {
+  const std::vector<std::pair<std::vector<std::string>, bool>> rows{
+      {{}, false},
+      {{"Transfer-Encoding: Chunked"}, false},
+      {{"Transfer-Encoding: identity"}, false},
+      {{"Transfer-Encoding: gzip"}, true},
+      {{"Transfer-Encoding: gzip, chunked"}, true},
+      {{"Transfer-Encoding: unheard-of", "Transfer-Encoding: chunked"}, true},
+      {{"Content-Encoding: gzip"}, false},
+  };
+  for (const auto& [lines, foreign] : rows) {
+    EXPECT_EQ(headOf(lines).hasForeignTransferCoding(), foreign) << ::testing::PrintToString(lines);
+  }
+}
+
 TEST(ResponseHead, KnowsPartsInAnEnvelope) {
   EXPECT_TRUE(headOf({"Content-Type: Multipart/ByteRanges; boundary=x"}).isMultipart());
   EXPECT_FALSE(headOf({"Content-Type: application/x-multipart"}).isMultipart());

@@ -43,6 +43,8 @@ std::optional<std::string> resolved(const std::string& base, const std::string& 
 void ResponseHead::addField(std::string_view name, std::string_view value) {
   const auto [entry, isNew] = fields_.try_emplace(lowercased(name), value);
   if (!isNew && entry->first == "content-length" && entry->second != value) contradictsItself_ = true;
+  const auto coding = entry->first == "transfer-encoding" ? lowercased(value) : "identity";
+  if (coding != "chunked" && coding != "identity") hasForeignTransferCoding_ = true;
   entry->second = value;
 }
 

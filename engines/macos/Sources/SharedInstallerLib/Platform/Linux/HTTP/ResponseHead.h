@@ -34,6 +34,8 @@ class ResponseHead {
   bool isSuccess() const { return status >= 200 && status <= 299; }
   // The head has two different lengths, so the end of the body is unknown.
   bool contradictsItself() const { return contradictsItself_; }
+  // The head names a transfer coding other than "chunked". No request asks for one.
+  bool hasForeignTransferCoding() const { return hasForeignTransferCoding_; }
   // The body is a multipart envelope, even if the head also names a range.
   bool isMultipart() const;
   // The body has a coding that libcurl decodes: its length isn't the announced one, and its bytes aren't
@@ -47,6 +49,7 @@ class ResponseHead {
 
  private:
   bool contradictsItself_ = false;
+  bool hasForeignTransferCoding_ = false;
   std::map<std::string, std::string, std::less<>> fields_;
 };
 
