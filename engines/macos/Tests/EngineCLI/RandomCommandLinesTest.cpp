@@ -2,13 +2,11 @@
 #include <array>
 #include <gmock/gmock.h>
 #include <map>
-#include <nlohmann/json.hpp>
-#include <optional>
 #include <random>
-#include <set>
 
 #include "Args.h"
 #include "EngineCLI/CommandLineFixture.h"
+#include "EngineCLI/CommandLineModel.h"
 #include "Utils/AppList.h"
 #include "Utils/Logger.h"
 #include "Utils/RunOptions.h"
@@ -90,77 +88,8 @@ class RandomLines {
   }
 };
 
-using Tokens = std::vector<std::string>;
-
-std::string lower(std::string text) {
-  for (char& c : text) c = static_cast<char>(c >= 'A' && c <= 'Z' ? c + 32 : c);
-  return text;
-}
-
-// The words that the random lines hold and that a list of apps may be. Noise is none of them.
-bool isListOfApps(const std::string& value) {
-  const std::set<std::string> lists{"brenna", "brenna,tolvi", " Rulo ,galdivane", ",", ""};
-  return lists.contains(value);
-}
-
-// The grammar of unattended runs once more, as a machine that waits for a value or for a flag.
-bool isSilentLine(const Tokens& tokens) {
-  std::string awaited;
-  bool sawSilent = false;
-  for (const auto& token : tokens) {
-    if (awaited == "--mode" && lower(token) != "install" && lower(token) != "uninstall") return false;
-    if (awaited == "--apps" && !isListOfApps(token)) return false;
-    const std::set<std::string> flags{"--mode", "--apps", "--strict", "--open-after-install"};
-    const auto flag = lower(token);
-    sawSilent = sawSilent || (awaited.empty() && flag == "--silent");
-    awaited = awaited.empty() && flags.contains(flag) ? flag : "";
-  }
-  return sawSilent && awaited.empty();
-}
-
-// What an option of the other mode is worth: each one's last value that isn't an option itself.
-std::optional<std::string> optionIn(const Tokens& tokens, const std::string& name) {
-  std::optional<std::string> value;
-  for (std::size_t i = 0; i + 1 < tokens.size(); ++i) {
-    if (lower(tokens[i]) == "--" + name && !tokens[i + 1].starts_with("--")) value = tokens[i + 1];
-  }
-  return value;
-}
-
-enum class End { usage, refused, done, silentRefused, silentDone };
-
-End endOf(const Tokens& tokens) {
-  if (std::ranges::count(tokens, "--silent") > 0) {
-    return isSilentLine(tokens) ? End::silentDone : End::silentRefused;
-  }
-  if (tokens.empty() || tokens.front().starts_with("--")) return End::usage;
-  const std::set<std::string> plain{"hello", "disk-free", "export-logs"};
-  if (plain.contains(tokens.front())) return End::done;
-  const std::set<std::string> actions{"install", "update", "uninstall"};
-  const bool isRun =
-      tokens.front() == "run" && actions.contains(lower(optionIn(tokens, "action").value_or("")));
-  if (!isRun && tokens.front() != "check-updates") return End::refused;
-  return isListOfApps(optionIn(tokens, "apps").value_or("")) ? End::done : End::refused;
-}
-
-class RandomCommandLines : public test::CommandLineTest {
- protected:
-  // How the run that has just ended with `status` looks from outside; nothing when it looks like no stated
-  // end.
-  std::optional<End> endSeen(std::int32_t status) const {
-    const auto events = machine.streams.events();
-    const auto told = machine.streams.error();
-    if (events.empty() && status != 3)
-      return status >= 0 && status <= 5 ? std::optional{End::silentDone} : std::nullopt;
-    if (events.empty() && told.starts_with("Usage: engine-cli <hello|")) return End::usage;
-    if (events.empty() && told.contains(std::string{RunOptions::usageHint} + "\n")) return End::silentRefused;
-    if (events.empty()) return std::nullopt;
-    const auto& last = events.back();
-    if (last["type"] == "done" && last["exitCode"] == status && status != 3) return End::done;
-    const bool isRefusal = status == 3 && last["level"] == "error" && told.starts_with("Error: ");
-    return isRefusal ? std::optional{End::refused} : std::nullopt;
-  }
-};
+using test::End;
+using RandomCommandLines = test::CommandLineTest;
 
 TEST_F(RandomCommandLines, AreTakenApartConsistently) {
   RandomLines lines{1};
@@ -187,7 +116,7 @@ TEST_F(RandomCommandLines, AreOptionsOrAComplaint) {
       return token == "--silent" || token == "--SILENT";
     });
     EXPECT_TRUE(silent || !options) << ::testing::PrintToString(tokens);
-    EXPECT_EQ(options.has_value(), isSilentLine({tokens.begin() + 1, tokens.end()}))
+    EXPECT_EQ(options.has_value(), test::silentLine({tokens.begin() + 1, tokens.end()}).has_value())
         << ::testing::PrintToString(tokens);
     EXPECT_TRUE(options || !options.error().description.empty());
   }
@@ -206,8 +135,8 @@ TEST_F(RandomCommandLines, EndInOneOfTheStatedWays) {
     const auto status = run(tokens);
     SCOPED_TRACE(::testing::PrintToString(tokens));
     EXPECT_EQ(machine.streams.events().size(), machine.streams.outputLines().size());
-    const auto end = endOf(tokens);
-    EXPECT_EQ(endSeen(status), end) << status;
+    const auto end = test::endOf(tokens);
+    EXPECT_EQ(endSeen(machine.streams, status), end) << status;
     ++met[end];
   }
   EXPECT_EQ(met.size(), 5U) << "every end was met";

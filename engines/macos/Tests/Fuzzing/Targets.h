@@ -1,0 +1,40 @@
+// What hostile bytes are fed to: one function for each kind of text that the engine reads from outside.
+// Besides crashes and hangs, each looks for a broken law, such as a value outside its documented shape, and
+// aborts at the first one.
+#pragma once
+
+#include <cstdint>
+#include <source_location>
+#include <span>
+#include <string_view>
+
+namespace installer::test {
+
+void fuzzAttachList(std::string_view text);           // what `hdiutil attach -plist` prints
+void fuzzConfiguration(std::string_view text);        // installer_config.json
+void fuzzHTTPHead(std::string_view text);             // a server's whole answer
+void fuzzInfoPlist(std::string_view text);            // a bundle's Info.plist
+void fuzzPackageIndex(std::string_view text);         // packages.json
+void fuzzPackageMeta(std::string_view text);          // meta.json
+void fuzzProtocolCommandLine(std::string_view text);  // one argument per line
+void fuzzReleaseNotes(std::string_view text);         // release-notes.json
+void fuzzShellQuoting(std::string_view text);         // one word
+void fuzzSilentCommandLine(std::string_view text);    // one argument per line
+void fuzzStdinLines(std::string_view text);           // standard input of a run
+void fuzzURLTrust(std::string_view text);             // one address
+void fuzzVersionComparison(std::string_view text);    // three versions, one per line
+
+struct FuzzTarget {
+  std::string_view name;  // also of its folder in corpus/
+  void (*run)(std::string_view text);
+};
+std::span<const FuzzTarget> fuzzTargets();
+
+// Runs the target of that name.
+void fuzz(std::string_view name, std::span<const std::uint8_t> input);
+
+// Ends the process with a message unless `holds`.
+void require(bool holds, std::string_view law,
+             const std::source_location& place = std::source_location::current());
+
+}  // namespace installer::test

@@ -1,6 +1,0 @@
-#include "Targets.h"
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  lab::trySuperBlob({data, size});
-  return 0;
-}
