@@ -62,7 +62,7 @@ TEST_F(Fixture, BundleSaysWhatItIs) {
   EXPECT_EQ(modeOf(*bundle / "Contents/MacOS" / bundleString(*bundle, "CFBundleExecutable").value_or("?")),
             0755U);
   EXPECT_EQ(fs::file_size(*bundle / "Contents/Resources/payload.bin"), 1000U);
-  EXPECT_FALSE(makeAppBundle(plan(), folder)) << "something stands there already";
+  EXPECT_FALSE(makeAppBundle(plan(), folder)) << "the path already exists";
 }
 
 TEST_F(Fixture, OddBundlesAreOddInTheirWay) {

@@ -14,16 +14,16 @@ const char* const kCodesignHelp =
     R"(codesign --verify [--strict] [--deep] [-v...] [-R REQUIREMENT] PATH...
 codesign -d [-v...] PATH...
 
-Verifies, or shows, the code signature of Mach-O files, bundles, disk images and plain files.
-Verification is always strict and always goes into nested code.
+Verifies or shows the code signature of Mach-O files, bundles, disk images and plain files.
+Verification is always strict and always includes nested code.
 
   -v, -vv, --verbose, --verbose=LEVEL   say more; -v alone means --verify
   -R REQUIREMENT       =TEXT for requirement text, else the name of a file with text or a compiled requirement;
                        also as two arguments, -R =TEXT
-  --strict, --deep     accepted; that is how it works anyway
+  --strict, --deep     accepted without an effect
 
-Believed roots are the platform's own. A test authority is believed only where linux_host.json beside this
-program, or in the folder above it, names one; the output says so.
+The platform's roots are trusted. A test authority is trusted only if linux_host.json beside this program, or
+in the folder above it, names one; the output then has a line about it.
 
 Exit status: 0 valid, 1 invalid or not signed, 2 usage, 3 valid but a requirement isn't met.
 )";

@@ -13,7 +13,7 @@ std::string showTime(std::chrono::sys_seconds time) {
 }
 
 std::string trust(const CodeFacts& facts) {
-  if (facts.isAdHoc()) return "none (ad hoc: nobody vouches for it)";
+  if (facts.isAdHoc()) return "none (ad hoc: no signer)";
   if (!facts.chain) return "not proven (" + facts.trustProblem + ")";
   if (facts.isVouchedForByTestAuthority()) {
     return fmt::format("test authority \"{}\" named by linux_host.json, not the platform's",

@@ -12,7 +12,7 @@ namespace {
 
 constexpr const char* usage = R"(usage: ditto [--noqtn] [-V] SOURCE DESTINATION
        ditto -c -k [--sequesterRsrc] [--keepParent] SOURCE ARCHIVE
-Copies SOURCE, merging into what stands at DESTINATION; --noqtn leaves the quarantine attribute behind.
+Copies SOURCE and merges it into an existing DESTINATION; --noqtn doesn't copy the quarantine attribute.
 With -c -k, packs the content of SOURCE into the PKZip file ARCHIVE. Extended attributes aren't packed.
 )";
 

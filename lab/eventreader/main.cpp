@@ -10,9 +10,9 @@ namespace {
 
 constexpr const char* usage = R"(usage: engine-cli ... | lab-events [--plain] [--events]
 Draws one board from the engine's events on standard input: for each app a progress bar, the bytes and the rate, and
-what became of it. Other lines pass through.
+its result. Other lines are printed unchanged.
 --plain   prints one line per stage and result, without escape codes; the default unless standard output is a terminal
---events  also shows each event as it came
+--events  also shows each event unchanged
 )";
 
 struct Options {

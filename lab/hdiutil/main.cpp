@@ -19,7 +19,7 @@ constexpr const char* usage = R"(usage: hdiutil attach IMAGE [-plist] [-nobrowse
        hdiutil detach MOUNT_POINT_OR_DISK [-force] [-quiet]
        hdiutil info [-plist]
 Opens UDIF disk images (HFS+ or APFS) below the machine's Volumes folder, read-only. Needs 7zz.
-attach verifies the image's checksum unless -noverify is given; -nobrowse and -readonly are always in force.
+attach verifies the image's checksum unless -noverify is given; -nobrowse and -readonly always apply.
 detach always works as with -force.
 )";
 

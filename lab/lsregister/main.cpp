@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 using installer::ApplicationRegistry;
 
 constexpr const char* usage = R"(usage: lsregister -f PATH...   register application bundles
-       lsregister -u PATH...   take them off the list; an unknown path is fine
+       lsregister -u PATH...   unregister them; an unregistered path is a success
        lsregister -dump        show the list
 )";
 

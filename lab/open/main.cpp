@@ -14,8 +14,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* usage = R"(usage: open APPLICATION
-Registers the application bundle and starts its main executable, detached. One that runs already is started
-once more.
+Registers the application bundle and starts its main executable, detached. A running application is
+started again.
 )";
 
 // Registers an opened bundle. A failure is reported but doesn't prevent the start.

@@ -24,44 +24,44 @@ lab-publish rollback --tree DIR --app ID --version V --arch ARCH [options]
 lab-publish withdraw --tree DIR --app ID --version V --arch ARCH [options]
 lab-publish list --tree DIR [--app ID] [options]
 lab-publish verify --tree DIR [options]
-lab-publish installer --help    the bundle of a release, signed, packed and listed
-lab-publish probe --help        asks a live server for what the engine needs of it
+lab-publish installer --help    makes the bundle of a release: signed, packed, with a list of its files
+lab-publish probe --help        checks whether a live server meets the engine's needs
 
-publish puts a disk image where the engine looks for it, with the metadata that proves it:
+publish writes a disk image to the engine's path for it, with its metadata:
 
   DIR/desksuite/apps/default/ID/mac/ARCH/dmg/latest/   meta.json, release-notes.json, ID-V.dmg
 
-  --tree DIR         what the web server serves at the base address (cdn.domains of installer_config.json)
+  --tree DIR         the web server's folder for the base address (cdn.domains of installer_config.json)
   --app ID           brenna, tolvi, rulo or galdivane
   --version V        numbers between points, such as 2.1
   --arch ARCH        arm64, x64 or universal
   --image X.dmg      a UDIF disk image
   --notes FILE       release notes, a JSON file that the engine can read
-  --alternate URL    a second place of the same image, https on a trusted host
+  --alternate URL    a second address of the same image, https on a trusted host
   --destination NAME the image's name in the folder, instead of ID-V.dmg
-  --team TEAM        image and app have to be signed by this team; for publish, rollback and verify
+  --team TEAM        image and app must be signed by this team; for publish, rollback and verify
   --configuration F  the build's installer_config.json: its names, trusted hosts and bundle identifiers
   --distribution-root NAME, --apps-root NAME, --flavour NAME, --release NAME
                      single names of the build, instead of those in its configuration
 
-The image has to hold the app ID in version V.
+The image must have the app ID in version V.
 
-The new package is made ready in a hidden folder beside the old one, and takes its place in one step: a
-reader finds the old package or the new one, also when this program is killed. Images that were published
-before stay, and are never changed: downloads of them may be under way.
+The new package is prepared in a hidden folder beside the old one and replaces it in one step: a reader gets
+the old package or the new one, also when this program is killed. Earlier images stay and are never changed,
+because they may still be downloaded.
 
-list prints what is on offer, and which other images are there. rollback puts one of those on offer again, after the
-checks of publish; it doesn't bring back release notes (--notes does), and a newer copy on a machine stays as it is.
-withdraw removes one of them, in one step. It refuses the image on offer: without metadata, every installer in the field would
-take its source for retired. Roll back first.
+list prints the version on offer and the other images. rollback offers one of those again, after the checks of
+publish; it doesn't restore release notes (--notes sets them), and a newer copy on a machine isn't changed.
+withdraw removes one of them, in one step. It refuses the image on offer: without its metadata, all installers
+would consider their source retired. Roll back first.
 
-verify reads every package in the tree as the engine would, looks into its image, and reports what is wrong with it: also
-a folder without metadata, one that the web server's user can't enter, and an app that has another version, or
-none, for another processor. With --configuration or a name it also reports apps that this build wouldn't find.
-What a publication that was cut short has left is reported and does no harm; the next publication to the same
-place clears it.
+verify reads every package in the tree by the engine's rules, checks its image, and reports faults: also a folder
+without metadata, one that the web server's user can't enter, and an app that has another version, or none, for
+another processor. With --configuration or a name it also reports apps that this build wouldn't find.
+The leftovers of an interrupted publication are reported and harmless; the next publication to the same place
+removes them.
 
-Exit status: 0 done or sound, 1 not, 64 usage.
+Exit status: 0 done or valid, 1 failed or invalid, 64 usage.
 )";
 
 OrReason<Options> readOptions(const std::vector<std::string>& words) {

@@ -70,7 +70,7 @@ OrReason<> checkArch(const std::string& arch) {
 
 OrReason<> checkPathComponent(const std::string& what, const std::string& name) {
   if (installer::isPlainFileName(name) && !name.starts_with('.')) return {};
-  return because("{} '{}' can't stand in a path", what, name);
+  return because("{} '{}' can't be part of a path", what, name);
 }
 
 OrReason<> checkVersion(const std::string& version) {

@@ -27,7 +27,7 @@ OrReason<PackageMeta> readMetadata(const fs::path& file, const Configuration& co
   if (!meta) return because("the metadata can't be read");
   if (!meta->destination) return because("the metadata names no destination");
   if (!installer::isPlainFileName(*meta->destination)) {
-    return because("the destination '{}' leads out of the folder", *meta->destination);
+    return because("the destination '{}' is outside the folder", *meta->destination);
   }
   if (!meta->checksumIsVerifiable()) return because("the metadata has no SHA-256");
   if (!meta->version) return because("the metadata names no version");
@@ -43,7 +43,7 @@ OrReason<> compare(const PackageMeta& meta, const ImageFacts& facts) {
     return because("the digest of '{}' is another", *meta.destination);
   }
   if (meta.size != facts.size) {
-    return because("'{}' has {} bytes, and the metadata says otherwise", *meta.destination, facts.size);
+    return because("'{}' has {} bytes, unlike in the metadata", *meta.destination, facts.size);
   }
   return {};
 }

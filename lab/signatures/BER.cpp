@@ -20,7 +20,7 @@ class ElementReader {
     if (++count_ > kMostElements) return refuse("signed data has too many elements");
     const std::size_t begin = at_;
     BERElement element;
-    if (!readTag(element, end)) return refuse("signed data is cut short");
+    if (!readTag(element, end)) return refuse("signed data is truncated");
     const auto length = readLength(element, end);
     if (!length) return refuse("signed data has a malformed length");
     const std::size_t contentBegin = at_;

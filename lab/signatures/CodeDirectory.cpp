@@ -28,7 +28,7 @@ std::uint64_t pagesIn(std::uint64_t limit, std::uint64_t pageSize) {
 Outcome<CodeDirectory> CodeDirectory::read(ByteView blob) {
   auto whole = wholeBlob(blob, kCodeDirectoryMagic, "code directory");
   if (!whole) return handOn(whole);
-  if (blob.size() < 44) return refuse("code directory is cut short");
+  if (blob.size() < 44) return refuse("code directory is truncated");
   CodeDirectory directory;
   directory.blob_ = blob;
   directory.version_ = *be32(blob, 8);
@@ -50,7 +50,7 @@ Outcome<void> CodeDirectory::readTexts() {
   identifier_ = *identifier;
   if (version_ < kTeamVersion) return {};
   const auto offset = be32(blob_, 48);
-  if (!offset) return refuse("code directory is cut short");
+  if (!offset) return refuse("code directory is truncated");
   if (*offset == 0) return {};
   const auto team = zeroTerminated(blob_, *offset);
   if (!team) return refuse("code directory's team identifier isn't terminated");
@@ -66,7 +66,7 @@ Outcome<void> CodeDirectory::readTables() {
   if (version_ >= kScatterVersion && be32(blob_, 44) != 0U) return refuse("scattered code isn't supported");
   if (version_ >= kLimit64Version) {
     const auto limit64 = be64(blob_, 56);
-    if (!limit64) return refuse("code directory is cut short");
+    if (!limit64) return refuse("code directory is truncated");
     if (*limit64 != 0) codeLimit_ = *limit64;
   }
   const std::uint8_t pageLog = blob_[39];

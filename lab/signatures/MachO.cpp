@@ -89,7 +89,7 @@ class SliceReader {
     wide_ = magic == kThinMagic64;
     const std::uint64_t headerSize = wide_ ? 32 : 28;
     const auto header = slice(slice_.bytes, 0, headerSize);
-    if (!header) return refuse("Mach-O header is cut short");
+    if (!header) return refuse("Mach-O header is truncated");
     slice_.cpuType = *le32(*header, 4);
     slice_.cpuSubtype = *le32(*header, 8);
     slice_.fileType = *le32(*header, 12);
@@ -97,7 +97,7 @@ class SliceReader {
     commandBytes_ = *le32(*header, 20);
     if (!holdsCode(slice_.fileType))
       return refuse("Mach-O file type {} holds no code to sign", slice_.fileType);
-    if (!slice(slice_.bytes, headerSize, commandBytes_)) return refuse("Mach-O load commands are cut short");
+    if (!slice(slice_.bytes, headerSize, commandBytes_)) return refuse("Mach-O load commands are truncated");
     if (commandCount_ > commandBytes_ / 8)
       return refuse("Mach-O header counts more load commands than it has room for");
     return {};
@@ -114,13 +114,12 @@ class SliceReader {
 
   Outcome<void> readSegment(ByteView command, bool wide) {
     const std::uint64_t headerSize = wide ? 72 : 56;
-    if (command.size() < headerSize) return refuse("Mach-O segment command is cut short");
+    if (command.size() < headerSize) return refuse("Mach-O segment command is truncated");
     const std::string name = paddedText(command.subspan(8, 16));
     if (name == "__LINKEDIT") {
       const std::uint64_t offset = wide ? *le64(command, 40) : *le32(command, 32);
       const std::uint64_t size = wide ? *le64(command, 48) : *le32(command, 36);
-      if (!slice(slice_.bytes, offset, size))
-        return refuse("Mach-O segment __LINKEDIT lies outside its slice");
+      if (!slice(slice_.bytes, offset, size)) return refuse("Mach-O segment __LINKEDIT is outside its slice");
       linkEditEnd_ = offset + size;
     }
     if (name == "__TEXT") return readSections(command, wide, headerSize);
@@ -139,17 +138,17 @@ class SliceReader {
       const std::uint64_t size = wide ? *le64(section, 40) : *le32(section, 36);
       const std::uint64_t offset = wide ? *le32(section, 48) : *le32(section, 40);
       slice_.infoPlist = slice(slice_.bytes, offset, size);
-      if (!slice_.infoPlist) return refuse("Mach-O section __info_plist lies outside its slice");
+      if (!slice_.infoPlist) return refuse("Mach-O section __info_plist is outside its slice");
     }
     return {};
   }
 
   Outcome<void> readSignature(ByteView command) {
-    if (command.size() < 16) return refuse("Mach-O code signature command is cut short");
+    if (command.size() < 16) return refuse("Mach-O code signature command is truncated");
     if (slice_.signature) return refuse("Mach-O slice has more than one code signature command");
     slice_.signatureOffset = *le32(command, 8);
     slice_.signature = slice(slice_.bytes, slice_.signatureOffset, *le32(command, 12));
-    if (!slice_.signature) return refuse("Mach-O code signature lies outside its slice");
+    if (!slice_.signature) return refuse("Mach-O code signature is outside its slice");
     return {};
   }
 
@@ -173,7 +172,7 @@ class SliceReader {
 
 Outcome<MachOSlice> readFatSlice(ByteView file, const FatEntry& entry) {
   const auto bytes = slice(file, entry.offset, entry.size);
-  if (!bytes) return refuse("universal slice lies outside the file");
+  if (!bytes) return refuse("universal slice is outside the file");
   auto read = SliceReader(*bytes).read();
   if (!read) return read;
   if (read->cpuType != entry.cpuType)
@@ -188,7 +187,7 @@ Outcome<std::vector<MachOSlice>> readFat(ByteView file, FatTable table) {
   for (const FatEntry& entry : table.entries) {
     if (entry.offset < end) return refuse("universal slices overlap");
     const auto gap = slice(file, end, entry.offset - end);
-    if (!gap) return refuse("universal slice lies outside the file");
+    if (!gap) return refuse("universal slice is outside the file");
     if (!allZero(*gap)) return refuse("universal file hides bytes between its slices");
     auto read = readFatSlice(file, entry);
     if (!read) return handOn(read);

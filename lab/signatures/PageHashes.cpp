@@ -109,7 +109,7 @@ class Distribution {
 
 Outcome<void> checkPages(ByteView code, std::span<const CodeDirectory> directories) {
   for (const CodeDirectory& directory : directories) {
-    if (directory.codeLimit() > code.size()) return refuse("code is shorter than its signature says");
+    if (directory.codeLimit() > code.size()) return refuse("code is shorter than in its signature");
   }
   return Distribution(code, divide(directories)).run();
 }

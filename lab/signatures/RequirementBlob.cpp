@@ -61,14 +61,14 @@ class BlobReader {
   Outcome<Requirement> read() {
     auto requirement = expression(0);
     if (requirement && at_ != expression_.size())
-      return refuse("compiled requirement has bytes behind its end");
+      return refuse("compiled requirement has bytes after its end");
     return requirement;
   }
 
  private:
   Outcome<std::uint32_t> number() {
     const auto value = be32(expression_, at_);
-    if (!value) return refuse("compiled requirement is cut short");
+    if (!value) return refuse("compiled requirement is truncated");
     at_ += 4;
     return *value;
   }
@@ -78,7 +78,7 @@ class BlobReader {
     if (!length) return handOn(length);
     const auto bytes = slice(expression_, at_, *length);
     const std::uint64_t padded = (std::uint64_t{*length} + 3) / 4 * 4;
-    if (!bytes || !slice(expression_, at_, padded)) return refuse("compiled requirement is cut short");
+    if (!bytes || !slice(expression_, at_, padded)) return refuse("compiled requirement is truncated");
     at_ += padded;
     return copyOf(*bytes);
   }
@@ -178,7 +178,7 @@ class BlobReader {
   Outcome<Requirement> withField(Requirement requirement) {
     auto keyed = withKey(std::move(requirement));
     if (keyed && !keyed->text.starts_with("subject."))
-      return refuse("compiled requirement asks for the unknown field \"{}\"", printable(keyed->text));
+      return refuse("compiled requirement has the unknown field \"{}\"", printable(keyed->text));
     return keyed;
   }
 

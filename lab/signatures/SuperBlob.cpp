@@ -41,7 +41,7 @@ Outcome<std::map<std::uint32_t, ByteView>> readBlobIndex(ByteView bytes, std::ui
   const auto length = be32(bytes, 4);
   const auto count = be32(bytes, 8);
   if (be32(bytes, 0) != magic || !length || !count)
-    return refuse("signature container has the wrong magic number or is cut short");
+    return refuse("signature container has the wrong magic number or is truncated");
   const auto container = slice(bytes, 0, *length);
   if (!container) return refuse("signature container is longer than the room it has");
   if (*count > kMostBlobs) return refuse("signature container counts {} blobs", *count);
@@ -50,7 +50,7 @@ Outcome<std::map<std::uint32_t, ByteView>> readBlobIndex(ByteView bytes, std::ui
   for (std::uint64_t at = 12; at < indexEnd; at += 8) {
     const auto type = be32(*container, at);
     const auto offset = be32(*container, at + 4);
-    if (!type || !offset) return refuse("signature container's index is cut short");
+    if (!type || !offset) return refuse("signature container's index is truncated");
     auto blob = blobAt(*container, *offset, indexEnd);
     if (!blob) return handOn(blob);
     if (!blobs.emplace(*type, *blob).second)

@@ -26,8 +26,8 @@ constexpr int kUsage = 2;
 
 constexpr const char* kHelp =
     R"(lab-sign make-authority FOLDER [--team TEAM] [--name NAME]
-    Makes a test authority: root.pem (what linux_host.json may name), an intermediate and leaves shaped like
-    Developer ID ones, a timestamping leaf, and their unprotected keys.
+    Makes a test authority: root.pem (for linux_host.json), an intermediate and leaves like Developer ID ones, a
+    timestamping leaf, and their unprotected keys.
 
 lab-sign sign --authority FOLDER [options] PATH...
 lab-sign sign --variant ad-hoc [options] PATH...
@@ -39,16 +39,16 @@ lab-sign sign --identity FILE.p12 --password-file FILE [--timestamp URL] [option
                          expired-stamped    signed and stamped before the certificate's end: valid
                          expired-unstamped  signed before the certificate's end, no timestamp: valid, expired
                          not-yet-valid      the certificate begins in 2048: invalid
-    --identity FILE.p12  a key with its certificates, in the place of the test authority's
+    --identity FILE.p12  a key with its certificates, instead of the test authority's
     --password-file FILE its first line opens the identity
-    --timestamp URL      an RFC 3161 server that stamps the signatures; without one they bear no secure time
+    --timestamp URL      an RFC 3161 server for secure timestamps; without one the signatures have none
     --identifier ID      else CFBundleIdentifier, else the file's name
     --team TEAM          written into the code directory instead of the leaf's own team
     --digests LIST       e.g. sha1,sha256; one code directory each, the first is the primary one
     --flags LIST         runtime, expires, or numbers
     --entitlements FILE  a property list
     --time TIME          signing time, e.g. 20240131120000Z; default: now
-    --keep-nested        seal nested code as it stands instead of signing it again
+    --keep-nested        seal nested code unchanged instead of signing it again
 
 lab-sign make-macho FILE [--arch LIST] [--type execute|dylib|bundle] [--text TEXT] [--size BYTES] [--info-plist FILE]
     Writes a small unsigned Mach-O file; more than one of arm64,x86_64 makes it universal.

@@ -17,11 +17,11 @@ constexpr int kRejected = 3;
 constexpr const char* kHelp =
     R"(spctl --assess --type open [-v... | --verbose=LEVEL] --context context:primary-signature PATH...
 
-Assesses disk images: accepted is one that carries a signature of its own, whose signature is valid, under a
-Developer ID chain with a secure timestamp. Notarization and revocation can't be judged on this machine.
+Assesses disk images. Accepts an image with its own valid signature, under a Developer ID chain with a secure
+timestamp. Notarization and revocation can't be checked on this machine.
 
-Believed roots are the platform's own. A test authority is believed only where linux_host.json beside this
-program, or in the folder above it, names one; the output says so.
+The platform's roots are trusted. A test authority is trusted only if linux_host.json beside this program, or in
+the folder above it, names one; the output then has a line about it.
 
 Exit status: 0 accepted, 2 usage, 3 rejected.
 )";

@@ -17,7 +17,7 @@ constexpr const char* usage = R"(usage: xattr [-l] [-r] FILE...              the
        xattr -w [-r] NAME VALUE FILE...     set
        xattr -d [-r] NAME FILE...           remove
        xattr -c [-r] FILE...                remove all
--r takes a folder's whole content too. Links are left alone. On Linux the attributes lie in the user namespace.
+-r also processes a folder's content. Links are ignored. On Linux the attributes are in the user namespace.
 )";
 
 struct Request {

@@ -114,7 +114,7 @@ TEST(CodeDirectory, RefusesWhatDoesntFitTogether) {
               {"one page too few", 28, {0, 0, 0, 2}},
               {"limit that doesn't fit the count", 32, {0, 1, 0, 0}},
               {"digest size", 36, {20}},
-              {"digest nobody knows", 37, {9}},
+              {"unknown digest", 37, {9}},
               {"tiny pages", 39, {1}},
               {"huge pages", 39, {40}},
               {"scattered code", 44, {0, 0, 0, 1}},

@@ -29,10 +29,10 @@ TEST(Text, IsUTF8OnlyWhenEveryCharacterIsWellFormed) {
   }
   const std::vector<std::pair<std::string, const char*>> rows{
       {"\xFF", "no lead"},
-      {"\x80", "a continuation alone"},
-      {"a\xC3", "cut short"},
-      {"\xE5\xA4", "cut short"},
-      {"\xF0\x9F\x98", "cut short"},
+      {"\x80", "only a continuation"},
+      {"a\xC3", "truncated"},
+      {"\xE5\xA4", "truncated"},
+      {"\xF0\x9F\x98", "truncated"},
       {"\xC3(", "no continuation"},
       {"\xC0\x80", "overlong in two"},
       {"\xC1\xBF", "overlong in two"},

@@ -291,7 +291,7 @@ TEST_P(FileSystemContract, RemovesNothingOfATreeThatHoldsAnImmutableItem) {
 }
 
 TEST_P(FileSystemContract, RemovesNothingOfATreeThatHoldsAnothersFileInAStickyFolder) {
-  if (!under->laysForOthers()) GTEST_SKIP() << "only root may lay a file for another user";
+  if (!under->laysForOthers()) GTEST_SKIP() << "only root may make a file of another user";
   for (const std::string name : {"tree", ".tree"}) {
     under->asOrdinaryUser([&] {
       for (const auto* const file : {"/a/file", "/shared/theirs", "/c"}) lay(name + file);

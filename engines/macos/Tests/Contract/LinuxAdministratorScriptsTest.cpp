@@ -52,7 +52,7 @@ class LinuxAdministrator : public testing::Test {
 
 TEST_F(LinuxAdministrator, ABurstOfCommandsCostsOnePrompt) {
   const auto shared = willing();
-  EXPECT_EQ(timesAsked(), 0U) << "nobody is asked before there is something to run";
+  EXPECT_EQ(timesAsked(), 0U) << "the prompt appeared before there was a command";
   for (const char* const name : {"brenna", "tolvi", "rulo", "galdivane"}) {
     EXPECT_EQ(call(*shared, "echo done >'" + folder / name + "'"), std::nullopt);
     EXPECT_EQ(textOf(folder / name), "done\n");

@@ -77,7 +77,7 @@ TEST_F(LinuxDataTasks, MapsFailures) {
     EXPECT_EQ(error.code, URLErrorCode::badServerResponse) << path << ": " << error.localizedDescription;
   }
   const auto garbage = fetch("/garbage");
-  EXPECT_TRUE(garbage.error) << "taken for an answer";
+  EXPECT_TRUE(garbage.error) << "treated as an answer";
   EXPECT_EQ(garbage.error->domain, ErrorDomain::url);
 }
 

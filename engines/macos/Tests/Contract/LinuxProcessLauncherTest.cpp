@@ -129,7 +129,7 @@ TEST_F(LinuxPrograms, ALaunchedProgramBelongsToNobodyHere) {
   EXPECT_GT(parent, 0);
   EXPECT_NE(parent, ::getpid());
   EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
-  EXPECT_EQ(errno, ECHILD) << "a launched program mustn't stay behind as our child";
+  EXPECT_EQ(errno, ECHILD) << "a launched program must not remain our child";
 }
 
 }  // namespace

@@ -166,7 +166,7 @@ TEST_F(Uninstall, OfSeveralAppsReportsThoseBehindTheFirstNoAsNeverReached) {
                                   *catalog.app(AppIdentifier::tolvi)};
   int asked = 0;
   const auto results = AppUninstaller::uninstallAll(apps, false, [&asked] { return ++asked != 2; });
-  EXPECT_EQ(asked, 2) << "after a no nobody is asked again";
+  EXPECT_EQ(asked, 2) << "a prompt after a refusal";
   ASSERT_EQ(results.size(), 3U);
   EXPECT_TRUE(results[0].success);
   EXPECT_TRUE(results[1].cancelled && results[2].cancelled);

@@ -60,7 +60,7 @@ class OnlineDownload : public ::testing::Test {
         [this](const std::string& statusText, const std::string& detailText, const Progress& progress) {
           EXPECT_GE(progress.percent, 0.0);
           EXPECT_LE(progress.percent, 100.0);
-          EXPECT_TRUE(outcomes.empty()) << "told '" << statusText << "' after the end";
+          EXPECT_TRUE(outcomes.empty()) << "status '" << statusText << "' after the end";
           statuses.push_back(statusText);
           feeds.push_back({detailText, progress.percent, progress.downloadedBytes, progress.totalBytes,
                            machine.dispatch.elapsed()});

@@ -291,7 +291,8 @@ TEST_F(SilentRunnerTest, OpensWhatItInstalledInOrderAndOnlyWhenAsked) {
   EXPECT_EQ(install({tolvi, rulo, brenna}, false, true), 1);
   EXPECT_EQ(machine.programs.commandLines(machine.paths.open),
             (Lines{"open /Applications/Kelo Tolvi.app", "open /Applications/Brenna.app"}));
-  EXPECT_TRUE(machine.programs.starts(machine.paths.open).at(0).launched) << "nobody waits for it";
+  EXPECT_TRUE(machine.programs.starts(machine.paths.open).at(0).launched)
+      << "the runner must not wait for it";
   EXPECT_EQ(machine.logLines("Opening"),
             (Lines{"INFO SilentRunner: Opening Kelo Tolvi at /Applications/Kelo Tolvi.app",
                    "INFO SilentRunner: Opening Kelo Brenna at /Applications/Brenna.app"}));

@@ -313,7 +313,7 @@ SimulatedFileSystem::Node* SimulatedFileSystem::find(const Path& path, LastLink 
 
 SimulatedFileSystem::Node& SimulatedFileSystem::existing(const Path& path) const {
   auto* const node = find(path, LastLink::keep);
-  if (node == nullptr) throw std::invalid_argument{"the test speaks of a file that isn't there: " + path};
+  if (node == nullptr) throw std::invalid_argument{"the test uses a missing file: " + path};
   return *node;
 }
 
