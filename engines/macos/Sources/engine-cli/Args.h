@@ -1,7 +1,8 @@
-// The command line of the protocol mode, taken apart.
+// The parsed command line of the protocol mode.
 //
-// Every option takes a value if one can follow: there is no list of plain switches and no `--key=value`.
-// So `--offline extra` swallows `extra`, and `--out=/tmp/x` is a switch of that whole name.
+// Every option takes the next word as its value unless that begins with "--": there is no list of plain
+// switches and no `--key=value`. So `extra` in `--offline extra` is a value, and `--out=/tmp/x` is a switch
+// with that whole name.
 #pragma once
 
 #include <map>
@@ -13,13 +14,13 @@
 namespace installer {
 
 struct Args {
-  // Names stand without their leading dashes and in lower case; values keep their case. Of an option given
-  // twice the last value stands, and a later bare one leaves it.
+  // Names are in lower case without their leading dashes; values keep their case. The last value of a
+  // repeated option is used; a later option without a value doesn't change it.
   std::map<std::string, std::string> values;
   std::set<std::string> switches;         // every option seen, with or without a value
   std::optional<std::string> subcommand;  // the first token, as typed, unless it begins with "--"
 
-  // `tokens` are those after the program's name.
+  // `tokens` are the words after the program's name.
   explicit Args(const std::vector<std::string>& tokens);
 
   std::optional<std::string> value(const std::string& name) const;

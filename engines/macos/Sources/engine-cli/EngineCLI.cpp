@@ -15,10 +15,10 @@ namespace installer {
 std::int32_t runEngineCLI(const std::vector<std::string>& argv) {
   log("engine-cli launching — {} {}", AppConstants::Brand::installerName,
       machine().systemInfo.operatingSystemVersionString());
-  // Written before anything else happens: the way out with the usage text doesn't wait for the log.
+  // Flushed first, because the exit with the usage text doesn't wait for the log.
   Logger::shared().flush();
   const std::vector<std::string> flags(argv.begin() + (argv.empty() ? 0 : 1), argv.end());
-  // Anywhere on the line, and in exactly this spelling, it wins over any subcommand.
+  // "--silent", spelt exactly so, anywhere on the line has precedence over any subcommand.
   if (std::ranges::find(flags, "--silent") != flags.end()) {
     return std::to_underlying(runSilentMode(argv, flags));
   }

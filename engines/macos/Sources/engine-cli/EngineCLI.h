@@ -1,4 +1,4 @@
-// The whole of the executable but for the machine that it runs on.
+// The executable without its machine.
 #pragma once
 
 #include <cstdint>
@@ -7,8 +7,8 @@
 
 namespace installer {
 
-// Serves one command line, the program's name first, and gives the exit status that the process is to end
-// with. Everything that was logged is written by then. Main thread, with a machine installed; call once.
+// Executes one command line, the program's name first, and returns the exit status for the process. Flushes
+// the log. Main thread, with an installed machine; call once.
 //
 // A worker or the listener may still be running when this returns, so the caller ends the process without
 // destroying anything.

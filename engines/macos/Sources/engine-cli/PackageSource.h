@@ -1,4 +1,4 @@
-// The choice of where packages come from, made once per process.
+// Selects the package source, once per process.
 #pragma once
 
 #include <memory>
@@ -7,8 +7,8 @@ namespace installer {
 
 class PackageProvider;
 
-// The disk images beside this installer if `offline` asks for them or if there are any, else the CDN. An
-// installer with images beside it therefore never goes to the network for packages.
+// The disk images in the resources if `offline` is true or if there are any, else the CDN. An installer with
+// images therefore never downloads packages.
 std::shared_ptr<PackageProvider> makeProvider(bool offline);
 
 }  // namespace installer

@@ -30,7 +30,7 @@ constexpr std::string_view usage =
 
 using Controller = std::shared_ptr<EngineController>;
 
-// Told twice on purpose: as an event for the shell, and in plain words for a person at a terminal.
+// Reported twice on purpose: as an event for the shell, and as text for a person at a terminal.
 ExitCode refuse(const std::string& complaint) {
   EngineEmitter::emit({EngineEvent::Log{.level = EventLevel::error, .message = complaint}});
   machine().streams.writeError(fmt::format("Error: {}\n", complaint));
@@ -58,7 +58,7 @@ ExitCode exportLogs(const Controller& controller, const Args& args) {
   return controller->exportLogs(args.value("out"));
 }
 
-// A person's Ctrl-C lets the app at work end whole and its image be detached, and stops the rest.
+// A Ctrl-C completes the current app, detaches its image, and cancels the rest.
 void cancelOnTerminationRequest(const Controller& controller) {
   machine().signals.onTerminationRequest([weak = std::weak_ptr{controller}] {
     const auto stillRunning = weak.lock();
@@ -82,7 +82,7 @@ ExitCode run(const Controller& controller, const Args& args) {
   }
   startStdinCommandListener(controller);
   cancelOnTerminationRequest(controller);
-  // Meant as it is: a bare `--strict` has no value and doesn't count.
+  // Intended: a bare `--strict` has no value and no effect.
   const bool strict = lowercased(args.value("strict").value_or("")) == "true";
   if (action == Action::uninstall) return controller->runUninstall(*apps, strict);
   return controller->runInstall(*apps, *action, strict);
@@ -117,7 +117,7 @@ ExitCode runProtocolMode(const std::vector<std::string>& flags) {
     machine().streams.writeError(usage);
     return ExitCode::invalidArguments;
   }
-  // The source is chosen, and logged, before the subcommand is looked at.
+  // The source is selected, and logged, before the subcommand is checked.
   const auto controller = EngineController::make(makeProvider(args.has("offline")));
   const auto exitCode = dispatch(controller, args);
   Logger::shared().flush();

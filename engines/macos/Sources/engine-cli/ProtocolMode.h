@@ -1,4 +1,4 @@
-// The mode for graphical shells: a subcommand in, events on standard output, an exit status out.
+// The mode for graphical shells: executes a subcommand and writes events to standard output.
 #pragma once
 
 #include <string>

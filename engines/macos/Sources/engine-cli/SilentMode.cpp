@@ -20,14 +20,14 @@ bool holds(const std::vector<std::string>& flags, std::string_view flag) {
   return std::ranges::find(flags, flag) != flags.end();
 }
 
-// Before the arguments are looked at, so that the banner stands above a complaint about them too.
+// Called before the arguments are parsed, so that the banner precedes an error about them.
 void turnOnVerbosity() {
   Logger::shared().setEchoToStandardError(true);
   machine().streams.writeError("Kelo Desk Apps Installer — verbose mode\n");
 }
 
-// A deployment tool that gives up, or a person's Ctrl-C, lets the app at work end whole and its image be
-// detached, and stops the rest.
+// A termination request, for example a Ctrl-C, completes the current app, detaches its image, and leaves out
+// the rest.
 void cancelOnTerminationRequest(const std::shared_ptr<SilentRunner>& runner) {
   machine().signals.onTerminationRequest([weak = std::weak_ptr{runner}] {
     const auto stillRunning = weak.lock();
@@ -51,7 +51,7 @@ ExitCode runSilentMode(const std::vector<std::string>& argv, const std::vector<s
   const auto options = RunOptions::parse(argv);
   if (!options) return refuseArguments(options.error().description);
 
-  // Decided here, so a run that is offline for the images beside it gives the flag as its reason in the log.
+  // Decided here, so the log of a run that is offline because of its images names the flag as the reason.
   const bool offline = holds(flags, "--offline") || BundledPackages::bundledPackagesAvailable();
   const auto runner = std::make_shared<SilentRunner>(makeProvider(offline));
   cancelOnTerminationRequest(runner);

@@ -8,7 +8,7 @@
 
 namespace installer {
 
-// `argv` is the whole vector; `flags` is the same without the program's name.
+// `argv` is the whole argument vector; `flags` is the same without the program's name.
 ExitCode runSilentMode(const std::vector<std::string>& argv, const std::vector<std::string>& flags);
 
 }  // namespace installer

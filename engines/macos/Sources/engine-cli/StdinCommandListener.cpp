@@ -16,9 +16,10 @@ void startStdinCommandListener(const std::shared_ptr<EngineController>& controll
 }
 
 void obeyStdinLine(std::string_view line, EngineController& controller) {
-  // A bad "app" must not count as none, which cancels the whole run.
+  // A text with a bad value is refused: a bad "app" must not count as a missing one, which cancels the whole
+  // run.
   const auto command = JSONReader::parse(line, JSONReader::BadValues::refuse);
-  // Anything but an object with a textual "type" has no type.
+  // Absent unless the line is an object with a string "type".
   const auto type = command ? JSONReader::string(*command, "type") : std::nullopt;
   if (!type) {
     log("engine-cli: ignoring malformed stdin line");

@@ -9,6 +9,6 @@
 int main(int argc, char** argv) {
   installer::installMachine(&installer::makeHostMachine());
   const auto exitCode = installer::runEngineCLI({argv, argv + argc});
-  // Nothing is destroyed: the listener or a worker may still be at work.
+  // Nothing is destroyed, because the listener or a worker may still run.
   std::_Exit(exitCode);
 }

@@ -57,7 +57,7 @@ TEST_F(EngineCancel, CancelsOneAppAlone) {
   provider->on(rulo).delivers(image(rulo, "4.0"));
   machine.dispatch.schedule(10s, [this] { controller->cancelApp("Tolvi"); });
   EXPECT_EQ(install({brenna, tolvi, rulo}), 1);
-  // A cancelled app gets no number, and the one behind it moves up.
+  // A cancelled app gets no number, and the next app gets the next one.
   const auto lines = transcript();
   EXPECT_THAT(lines, Contains("stage rulo download 2/3"));
   EXPECT_THAT(lines, Not(Contains(StartsWith("stage tolvi"))));

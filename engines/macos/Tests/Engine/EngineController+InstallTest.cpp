@@ -98,7 +98,7 @@ TEST_F(EngineInstall, TakesTheWholeCatalogForAnEmptyList) {
 
 TEST_F(EngineInstall, InstallsAnAppTwiceThatIsNamedTwiceAndReportsBoth) {
   auto package = image(brenna, "2.0");
-  package.skipGatekeeper = true;  // not a download of the run, so it is there for the second round too
+  package.skipGatekeeper = true;  // not removed as a download, so the second round has it too
   provider->on(brenna).delivers(package);
   EXPECT_EQ(install({brenna, brenna}), 0);
   EXPECT_THAT(provider->calls(), ElementsAre("acquire Kelo Brenna (1/2)", "acquire Kelo Brenna (2/2)"));
@@ -154,7 +154,7 @@ TEST_F(EngineInstall, DoesNotReadADeniedPermissionOutOfTheCode) {
   EXPECT_EQ(install({brenna}), 2);
 }
 
-// What stops a run before it begins.
+// Stops before the run begins.
 
 TEST_F(EngineInstall, StopsWithoutAnyValidApp) {
   machine.setConfiguration(R"({"apps": {"rulo": {"primaryBundleIdentifier": "r", "included": false}}})");

@@ -15,7 +15,7 @@ class EngineQueries : public test::EngineControllerTest {
   using EngineControllerTest::EngineControllerTest;
 
   Json doneEvent() const { return event("done"); }
-  // The catalog row of one app in the answer to `hello`.
+  // The catalog row of one app in the `hello` event.
   Json row(const std::string& id) const {
     const auto hello = event("hello");
     for (const auto& app : hello["apps"]) {
@@ -84,7 +84,7 @@ TEST_F(EngineQueries, HelloDescribesAnInstalledApp) {
   EXPECT_EQ(app["installedVersion"], "1.5");
   EXPECT_EQ(app["installedPath"], "/Applications/Kelo Rulo.app");
   EXPECT_EQ(app["source"], "direct");
-  // Image and expanded bundle less what the old copy gives back.
+  // The image and the expanded bundle, minus the size of the old copy.
   EXPECT_LT(app["requiredBytes"].get<std::int64_t>(), 116135417 + 220657292 - 100'000'000 + 1);
   EXPECT_GE(app["requiredBytes"].get<std::int64_t>(), 116135417);
 }

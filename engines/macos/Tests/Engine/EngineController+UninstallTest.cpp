@@ -20,7 +20,7 @@ class EngineUninstall : public test::EngineControllerTest {
   void addAll() {
     for (const auto identifier : AppIdentifiers::allCases) addInstalled(identifier, "1.0");
   }
-  // brenna takes three seconds to quit, and one second into them this happens.
+  // Runs `work` after one of the three seconds that brenna takes to quit.
   void whileTheFirstAppQuits(Work work) {
     machine.runningApps.launch(app(brenna).installerBundleIdentifier, "Brenna", 77,
                                test::QuitBehaviour::quits(3s));

@@ -33,7 +33,7 @@ class EngineControllerTest : public ::testing::Test {
 
   static const AppInfo& app(AppIdentifier identifier) { return *KeloAppProvider::shared().app(identifier); }
 
-  // A downloaded image that holds this version of the app.
+  // A downloaded image with this version of the app.
   AcquiredPackage image(AppIdentifier identifier, const std::string& version) {
     const auto& info = app(identifier);
     machine.images.add(info.tempFilePath(), "/Volumes/" + info.displayName,
@@ -62,7 +62,7 @@ class EngineControllerTest : public ::testing::Test {
   // The first event of its type.
   Json event(std::string_view type) const { return machine.streams.events(type).at(0); }
   Lines transcript() const { return test::transcript(machine.streams.events()); }
-  // Without what a run tells on the way.
+  // The transcript without the events during a run.
   Lines outcome() const {
     auto lines = transcript();
     std::erase_if(lines, [](const std::string& line) {

@@ -29,7 +29,7 @@ class EngineEnvelopeTest : public ::testing::Test {
   }
 };
 
-// Every event, once with everything there and once with everything absent.
+// Every event, once with all values and once with all optional values absent.
 
 TEST_F(EngineEnvelopeTest, WritesHello) {
   machine.setConfiguration(R"({"apps": {}, "helpUrl": "https://h/", "feedbackUrl": "https://f/"})");

@@ -1,4 +1,4 @@
-// Whatever order the threads take and whenever a cancel comes, a run keeps its promises.
+// The rules of a run, for many orders of its threads and times of a cancel.
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -82,7 +82,7 @@ TEST(Interleavings, EndInOneDoneWithOneResultAnApp) {
     ASSERT_EQ(done["type"], "done") << context;
     EXPECT_EQ(done["exitCode"], run.exitCode) << context;
 
-    // Each app once in the results, and each result once as an event of its own.
+    // Each app is once in the results, and each result is also one event.
     std::vector<std::string> inResults;
     for (const auto& result : done["results"]) {
       inResults.push_back(result["app"].get<std::string>() + " " + result["status"].get<std::string>());

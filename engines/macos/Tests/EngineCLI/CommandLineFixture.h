@@ -1,4 +1,4 @@
-// Whole command lines on a simulated machine, with the sources of packages that the executable has.
+// Whole command lines on a simulated machine, with the executable's package sources.
 #pragma once
 
 #include <fmt/format.h>

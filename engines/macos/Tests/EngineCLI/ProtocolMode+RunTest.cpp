@@ -1,4 +1,4 @@
-// Whole runs from their command line on.
+// Whole runs, from the command line.
 #include <algorithm>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -87,7 +87,7 @@ class OnlineRun : public ProtocolRun {
     offer(tolvi, "universal", "3.0");
   }
 
-  // The transcript without what the source tells while it downloads.
+  // The transcript without the events during a download.
   Lines milestones() const {
     auto lines = transcript();
     std::erase_if(lines, [](const std::string& line) {
@@ -141,7 +141,7 @@ TEST_F(OnlineRun, FollowsEachStatusOfItsDownloadWithTheAppsProgress) {
   EXPECT_GT(statuses, 1);
 }
 
-// Cancels from outside.
+// Cancels by standard input and by signals.
 
 TEST_F(ProtocolRun, HearsACancelOnStandardInput) {
   addBesideInstaller(brenna, "2.0");

@@ -159,7 +159,7 @@ TEST_F(ProtocolMode, GivesTheStatusOfTheOperation) {
   EXPECT_EQ(run({"run", "--action", "install"}), 5);
 }
 
-// What stands in the log file when the process ends, without anybody waiting for the rest.
+// The content of the log file at the end of the process, without a wait for the rest.
 
 TEST_F(ProtocolMode, HasWrittenItsLaunchWhenItEndsWithItsUsage) {
   run({});

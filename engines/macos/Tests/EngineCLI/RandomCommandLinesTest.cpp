@@ -1,4 +1,4 @@
-// Whatever a command line says, the process ends in one of its stated ways.
+// For every command line, the process ends in one of the specified ways.
 #include <array>
 #include <gmock/gmock.h>
 #include <map>
@@ -18,7 +18,7 @@ class RandomLines {
  public:
   explicit RandomLines(unsigned seed) : random_{seed} {}
 
-  // Every other line is nearly one that somebody would type.
+  // Every second line is almost a valid one.
   std::vector<std::string> next() {
     if (below(2) == 0) return likely();
     std::vector<std::string> tokens(below(8));
@@ -125,13 +125,13 @@ TEST_F(RandomCommandLines, AreOptionsOrAComplaint) {
 TEST_F(RandomCommandLines, EndInOneOfTheStatedWays) {
   machine.network.setOffline();
   machine.streams.closeInput();
-  run({"hello"});  // the logger tells on standard output that it has made its folder, once
+  run({"hello"});  // the logger reports its new folder once, on standard output
   RandomLines lines{3};
   std::map<End, int> met;
   for (int round = 0; round < 600; ++round) {
     const auto tokens = lines.next();
     machine.streams.forgetOutput();
-    Logger::shared().setEchoToStandardError(false);  // each line is a process of its own
+    Logger::shared().setEchoToStandardError(false);  // each line is a separate process
     const auto status = run(tokens);
     SCOPED_TRACE(::testing::PrintToString(tokens));
     EXPECT_EQ(machine.streams.events().size(), machine.streams.outputLines().size());

@@ -14,7 +14,7 @@ using ::testing::ElementsAre;
 
 class StdinListener : public test::EngineControllerTest {
  protected:
-  // What the listener logs of one line.
+  // The listener's log lines for one input line.
   Lines loggedFor(std::string_view line) {
     const auto before = machine.logLines("stdin").size();
     obeyStdinLine(line, *controller);

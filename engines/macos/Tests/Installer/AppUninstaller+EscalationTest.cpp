@@ -1,4 +1,4 @@
-// Removal as administrator: granted, refused, failed, and without the effect it claims.
+// Removal as administrator: granted, refused, failed, and reported as a success without an effect.
 #include "Installer/AppUninstallerStory.h"
 
 namespace installer::test {

@@ -1,4 +1,4 @@
-// What an earlier removal left half-way at the expected path.
+// The rest of an interrupted removal at the expected path.
 #include "Installer/AppUninstallerStory.h"
 
 namespace installer::test {

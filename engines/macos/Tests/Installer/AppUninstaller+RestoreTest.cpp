@@ -1,4 +1,4 @@
-// The way back of a bundle whose deletion failed.
+// The restoration of a bundle whose deletion failed.
 #include <nlohmann/json.hpp>
 
 #include "Installer/AppUninstallerStory.h"

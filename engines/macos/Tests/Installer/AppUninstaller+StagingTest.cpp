@@ -1,4 +1,4 @@
-// The hidden name beside the bundle, and the look for what would stop its deletion.
+// The staging name beside the bundle, and the check for obstacles to its deletion.
 #include "Installer/AppUninstallerStory.h"
 
 namespace installer::test {
@@ -100,7 +100,7 @@ TEST_F(Staging, DeletesNothingOfABundleWithAnothersFileInAStickyFolder) {
   expectUntouched();
 }
 
-// A link can go whatever its target allows.
+// A link can be removed independent of its target's permissions.
 TEST_F(Staging, RemovesALinkInTheAppsPlaceWithoutAPromptForItsTarget) {
   mac.addApp("/Users/tester/Brenna.app", brenna());
   mac.files.setWritable("/Users/tester/Brenna.app", false);

@@ -1,4 +1,4 @@
-// Each single file operation of a removal fails in turn, with each kind of error and each end of the prompt.
+// Each file operation of a removal fails in turn, with each kind of error and each result of the prompt.
 #include <fmt/format.h>
 
 #include "Installer/AppUninstallerStory.h"
@@ -83,7 +83,7 @@ class RemovalTransaction {
 
   bool leftTheApp() const { return mac_.files.exists(kBrennaPath); }
 
-  // Removed, or stranded under the staging name and said to be.
+  // The app is removed, or remains under the staging name and is reported there.
   void expectGone() const {
     const auto message = result_.errorMessage.value_or("");
     const bool isStranded = message.find("remain at " + staged + ".") != std::string::npos;
@@ -91,8 +91,8 @@ class RemovalTransaction {
     EXPECT_FALSE(result_.success && mac_.files.exists(staged));
   }
 
-  // A deletion that has begun may take parts of a bundle with it, so what is put back then has at least what
-  // it starts by.
+  // A failed deletion may have removed parts of the bundle, so a restored bundle must have at least the files
+  // that it needs to start.
   void expectKept() {
     EXPECT_FALSE(result_.success);
     EXPECT_FALSE(mac_.files.exists(staged)) << "the app is never in two places";

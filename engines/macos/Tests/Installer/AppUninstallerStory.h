@@ -1,4 +1,4 @@
-// Brenna and the machine that it is removed from, for the stories of the uninstaller.
+// Brenna and the machine that it is removed from, for the tests of the uninstaller.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -21,7 +21,7 @@ class AppUninstallerStory : public ::testing::Test {
   SimulatedMachine mac;
   const Path path = "/Applications/Brenna.app";
   const Path staged = "/Applications/.Brenna.app.kelo-uninstall";
-  std::map<std::string, std::string> before;  // the app as it was installed
+  std::map<std::string, std::string> before;  // the installed app
   UninstallResult result;
 
   static AppBundle brenna() { return {.identifier = brennaIdentifier, .version = "1.0"}; }
@@ -39,7 +39,7 @@ class AppUninstallerStory : public ::testing::Test {
     return result;
   }
 
-  // The uninstaller's own lines of the log, and those of the privileged runner.
+  // The log lines of the uninstaller and of the privileged runner.
   Lines story() {
     auto lines = mac.logLines("AppUninstaller: ");
     std::erase(lines, "INFO AppUninstaller: Starting uninstall for Kelo Brenna");

@@ -1,4 +1,4 @@
-// The transaction from the first look to its result, without an administrator.
+// The transaction from the detection to its result, without an administrator.
 #include "Installer/AppUninstallerStory.h"
 
 namespace installer::test {

@@ -1,4 +1,4 @@
-// The copy, as the user and as administrator, and what happens to a copy that isn't genuine.
+// The copy, as the user and as administrator, and the removal of an invalid copy.
 #include <fmt/format.h>
 
 #include "Installer/DMGInstallerStory.h"
@@ -133,7 +133,8 @@ TEST_F(CopyBundle, AsAdministratorOverACopyThatSaysTheSameOfItselfIsAnInstall) {
 TEST_F(CopyBundle, WithAFailedCommandLineSaysTheSameAsAfterARefusal) {
   anOldCopyIsThere();
   mac.files.setWritable("/Applications", false);
-  mac.files.failNext(Operation::copy, destination, cocoa(CocoaError::fileWriteOutOfSpace));  // ditto's turn
+  mac.files.failNext(Operation::copy, destination,
+                     cocoa(CocoaError::fileWriteOutOfSpace));  // for ditto's copy
   install();
   expectFailure(refused);
   expectDetachedOnce();
@@ -165,7 +166,7 @@ TEST_F(CopyBundle, ThatIsNotGenuineIsRemovedAndKeepsItsQuarantineUntilThen) {
             "signing requirement — removing it rather than leaving unverified code in /Applications");
 }
 
-// Another installer, or the person, may have put something else there during the verification.
+// Another installer, or the user, may have put another item there during the verification.
 TEST_F(CopyBundle, ThatIsNotGenuineTakesNothingElseWithIt) {
   int looks = 0;
   mac.programs.on(mac.paths.codesign).does([&](const Arguments& arguments) {
@@ -255,7 +256,7 @@ TEST_F(CopyBundle, DetachesBeforeItReports) {
   EXPECT_EQ(story().back(), "INFO Telemetry disabled (no user consent flow yet) — skipping report");
 }
 
-// The destination holds the old app, the new app or nothing after any single failure, never half of one.
+// After any single failure the destination has the old app, the new app or nothing, never a partial app.
 TEST_F(CopyBundle, NeverLeavesHalfAnAppWhateverFails) {
   struct Step {
     Operation operation;

@@ -1,4 +1,4 @@
-// What already stands on the machine.
+// Existing copies on the machine.
 #include "Installer/DMGInstallerStory.h"
 #include "Utils/DiskRequirement.h"
 
@@ -148,7 +148,7 @@ TEST_F(ExistingCopy, IsReplacedByTheBundleWhenItIsALinkAndItsTargetStays) {
   }
 }
 
-// What a link leads to stays, so its size isn't given back.
+// A link's target stays, so its size isn't freed.
 TEST_F(ExistingCopy, ThatIsALinkGivesNoSpaceBack) {
   theImageHoldsBrenna("2.0");
   mac.addApp("/Users/tester/Brenna.app", brenna("1.0", "old binary"));

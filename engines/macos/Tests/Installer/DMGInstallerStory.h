@@ -1,5 +1,4 @@
-// A disk image of Brenna and the machine that it is installed on, for the stories of the disk-image
-// installer.
+// A disk image of Brenna and the machine that it is installed on, for the tests of the disk-image installer.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -46,13 +45,13 @@ class DMGInstallerStory : public ::testing::Test {
 
   const AppInfo& app() { return *KeloAppProvider::shared().app(AppIdentifier::brenna); }
 
-  // As the orchestrator does it: on a worker, while the main queue is served.
+  // Installs like the orchestrator: on a worker, while the main queue is served.
   const InstallResult& install() {
     mac.dispatch.runOnWorker([this] { result = DMGInstaller::installFromDMG(image, app()); });
     return result;
   }
 
-  // The installer's own lines of the log.
+  // The log lines of the installer.
   Lines story() {
     auto lines = mac.logLines();
     std::erase_if(lines, [](const std::string& line) {

@@ -109,7 +109,7 @@ TEST_F(InstallFromDMG, TakesTheFirstMountPointThatIsText) {
 
 class AbandonedMount : public DMGInstallerStory {
  protected:
-  Json attached = Json::array();  // what `hdiutil info` lists
+  Json attached = Json::array();  // the images in the list of `hdiutil info`
 
   static Json entities(const Path& mountPoint) {
     return Json::array({Json{{"dev-entry", "/dev/disk4"}}, Json{{"mount-point", mountPoint}}});
@@ -117,7 +117,7 @@ class AbandonedMount : public DMGInstallerStory {
   void isAttached(const Path& file, const Path& mountPoint) {
     attached.push_back({{"image-path", file}, {"system-entities", entities(mountPoint)}});
   }
-  // Gives what was detached.
+  // Returns the detached mount points.
   Lines installFrom(const Path& mountPoint) {
     Lines detached;
     isAttached("/private" + image, mountPoint);

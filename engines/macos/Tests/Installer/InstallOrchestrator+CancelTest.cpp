@@ -1,4 +1,4 @@
-// What a cancel means at each point of a run.
+// The effect of a cancel at each point of a run.
 #include "Installer/InstallOrchestratorStory.h"
 
 namespace installer::test {
@@ -12,7 +12,7 @@ using ::testing::Not;
 
 class CancelledRun : public InstallOrchestratorStory {
  protected:
-  // Posts the cancel to the main queue when the installer's next step of that kind runs.
+  // Post the cancel to the main queue when the installer's next step of that kind runs.
   void whenItVerifies(const Work& cancel) { during(mac.paths.spctl, cancel); }
   void whenItInstalls(const Work& cancel) { during(mac.paths.xattr, cancel); }
 
@@ -110,7 +110,7 @@ TEST_F(CancelledRun, WhileAnAppIsAcquiredCountsAFailureOfTheSourceAsAFailure) {
                               "rulo ok /Applications/Kelo Rulo.app"}));
 }
 
-// The source begins each acquisition afresh, so a cancel that comes right before it finds nothing to cancel.
+// Each acquisition of the source starts clean, so a cancel just before it has nothing to cancel.
 TEST_F(CancelledRun, JustBeforeATransferBeginsEndsIt) {
   for (const bool wholeRun : {true, false}) {
     delegate->results.reset();
@@ -132,7 +132,7 @@ TEST_F(CancelledRun, JustBeforeATransferBeginsEndsIt) {
   }
 }
 
-// A source's cancel ends whatever it is acquiring when the call comes through.
+// A source's cancel ends the acquisition at the time of the call.
 TEST_F(CancelledRun, OfOneAppNeverMeetsTheTransferOfTheNext) {
   for (const bool isBeforeTheStart : {true, false}) {
     delegate->results.reset();
@@ -146,7 +146,7 @@ TEST_F(CancelledRun, OfOneAppNeverMeetsTheTransferOfTheNext) {
     provider->onCancel = [&] {
       if (!acquiring) return;
       provider->fails(
-          ProviderError::downloadFailed("lost"));  // by itself, just before the cancel takes effect
+          ProviderError::downloadFailed("lost"));  // fails by itself, just before the cancel takes effect
       ended.push_back(*acquiring);
     };
     start({brenna, rulo});
@@ -228,7 +228,7 @@ TEST_F(CancelledRun, OfTheLastAppEndsOnce) {
   EXPECT_EQ(endings(), Lines{"brenna gave up 'cancelled'"});
 }
 
-// Wherever the cancel falls, the run ends exactly once, and each app's result is told exactly once.
+// With a cancel at any point, the run ends exactly once, and each app's result is reported exactly once.
 TEST(CancelledRunUnderAnySchedule, EndsExactlyOnce) {
   for (std::uint64_t seed = 0; seed < 60; ++seed) {
     SimulatedMachine mac{seed};

@@ -1,4 +1,4 @@
-// What happens to one acquired package: its checks, its installation, its removal afterwards.
+// The steps for one acquired package: its checks, its installation, its removal afterwards.
 #include "Installer/InstallOrchestratorStory.h"
 
 namespace installer::test {

@@ -1,5 +1,5 @@
-// A run of the orchestrator on a simulated machine: a source of packages that a test directs, a delegate that
-// writes down what it hears, and real images for the real installer.
+// A run of the orchestrator on a simulated machine: a package source that the test controls, a delegate that
+// records its calls, and images for the real installer.
 #pragma once
 
 #include <fmt/format.h>
@@ -12,12 +12,12 @@
 
 namespace installer::test {
 
-// Hands packages over when the test says so; writes down what it is asked for.
+// Delivers packages when the test calls `delivers`; records its calls.
 class DirectedProvider : public PackageProvider {
  public:
   Lines calls;  // "acquire Kelo Brenna (1/2)", "cancel"
   bool offline = false;
-  std::function<void(const AppInfo&)> onAcquire;  // called within each acquisition, may complete it
+  std::function<void(const AppInfo&)> onAcquire;  // called in each acquisition; may complete it
   std::function<void()> onCancel;
 
   void acquirePackage(const AppInfo& app, const std::string& label, ProgressHandler progress,
@@ -113,7 +113,7 @@ class InstallOrchestratorStory : public ::testing::Test {
     orchestrator->startInstallation(apps(std::move(identifiers)));
   }
 
-  // A genuine download of that app, as the CDN's source hands it over.
+  // A valid download of that app, as from the CDN's source.
   AcquiredPackage download(AppIdentifier identifier) {
     const auto info = app(identifier);
     const auto bytes =
@@ -131,7 +131,7 @@ class InstallOrchestratorStory : public ::testing::Test {
     package.skipGatekeeper = true;
     return package;
   }
-  // Every app's package comes within its acquisition.
+  // Completes each acquisition at once, with the app's package.
   void everyDownloadWorks() {
     provider->onAcquire = [this](const AppInfo& info) { provider->delivers(download(info.id)); };
   }

@@ -1,4 +1,4 @@
-// A simulated machine with a CDN that publishes brenna, and an online provider to get it with.
+// A simulated machine with a CDN that has brenna, and an online provider.
 #pragma once
 
 #include <fmt/format.h>
@@ -38,7 +38,7 @@ class OnlineDownload : public ::testing::Test {
   ServerResource& package() { return machine.network.on(packageURL); }
   ServerResource& alternate() { return machine.network.on(alternateURL); }
 
-  // Metadata of `image`, with keys replaced; an empty text takes a key away.
+  // Publishes the metadata of `image` with changed keys; an empty text removes a key.
   void publish(const std::map<std::string, std::string>& changes) {
     std::map<std::string, std::string> keys{
         {"version", "2.1"}, {"destination", "brenna.dmg"}, {"checksum", sha256(image)}};
@@ -85,7 +85,7 @@ class OnlineDownload : public ::testing::Test {
   }
   std::string acquired() const { return "acquired " + localFile() + " v2.1 " + sha256(image).substr(0, 8); }
 
-  // Requests for the package, wherever it lies.
+  // The requests for the package, at any address.
   Lines transfers() const {
     Lines lines;
     for (const auto& line : machine.network.requestLines()) {

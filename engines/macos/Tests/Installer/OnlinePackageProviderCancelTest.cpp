@@ -1,4 +1,4 @@
-// What a cancel means wherever it lands.
+// The effect of a cancel at each point.
 #include "Installer/OnlineDownload.h"
 
 namespace installer {
@@ -121,7 +121,7 @@ TEST_F(CancelledDownload, StartsCleanAfterwards) {
   EXPECT_EQ(transfers().back(), "GET " + packageURL);
 }
 
-// Cancels that land anywhere, in many orders: the run completes once, and nothing starts afterwards.
+// Cancels at any point, in many orders: the run completes once, and nothing starts afterwards.
 class AnyInterleaving : public CancelledDownload, public ::testing::WithParamInterface<std::uint64_t> {
  protected:
   AnyInterleaving() : CancelledDownload{GetParam()} {
@@ -140,7 +140,7 @@ class AnyInterleaving : public CancelledDownload, public ::testing::WithParamInt
 TEST_P(AnyInterleaving, CompletesOnceAndStartsNothingAfterACancel) {
   acquire();
   std::optional<std::size_t> transfersAtCancel;
-  // From a worker, so that the cancel takes its turn among everything else that is ready.
+  // From a worker, so that the order of the cancel and the other ready blocks varies.
   machine.dispatch.asyncGlobal(QualityOfService::standard, [&] {
     machine.dispatch.sleep(std::chrono::milliseconds{GetParam() * 97 % 24'000});
     provider.cancelAcquisition();

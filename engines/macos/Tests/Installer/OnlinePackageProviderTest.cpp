@@ -32,7 +32,7 @@ TEST_F(OnlineDownload, HandsOverTheImage) {
                           "INFO OnlinePackageProvider: Starting download for Kelo Brenna: " + packageURL,
                           "INFO OnlinePackageProvider: Download progress for Kelo Brenna: 100%",
                           "INFO OnlinePackageProvider: Download complete for Kelo Brenna"));
-  EXPECT_EQ(machine.network.openSessions(), 1U);  // that of the metadata
+  EXPECT_EQ(machine.network.openSessions(), 1U);  // the session of the metadata
 }
 
 TEST_F(OnlineDownload, IsAnOnlineSource) {
@@ -113,7 +113,7 @@ TEST_F(OnlineDownload, IsUnreachableAfterATransientFailure) {
   EXPECT_EQ(machine.logLines("ERROR OnlinePackageProvider: could not fetch package metadata for Kelo Brenna")
                 .size(),
             1U);
-  // Nobody asks the download page: only an answer of "not found" can mean a vanished tree.
+  // The download page isn't probed: only "not found" can mean a missing tree.
   EXPECT_EQ(machine.network.requests().size(), 1U);
 }
 
@@ -189,7 +189,7 @@ TEST_F(OnlineDownload, ResumesAfterADroppedConnection) {
   EXPECT_EQ(machine.logLines("WARN OnlinePackageProvider: Retrying download in 5s (attempt 1/3)").size(), 1U);
 }
 
-// The session's own limit of sixty seconds without a byte.
+// The session's limit of sixty seconds without a byte applies.
 TEST_F(OnlineDownload, ResumesATransferThatStalls) {
   package().stallsNext(700);
   acquireToTheEnd();
@@ -206,7 +206,7 @@ TEST_F(OnlineDownload, GivesUpAServerThatNeverAnswers) {
   EXPECT_THAT(outcomes, ElementsAre(::testing::StartsWith("DOWNLOAD_FAILED Download failed: ")));
 }
 
-// Bytes that trickle in keep a transfer alive, however long it takes.
+// Slowly arriving bytes keep a transfer running for any time.
 TEST_F(OnlineDownload, WaitsForASlowDrip) {
   package().inPieces(100, 50s);
   acquireToTheEnd();
@@ -278,7 +278,7 @@ TEST_F(OnlineDownload, DoesNotRetryOtherErrors) {
   EXPECT_THAT(outcomes, ElementsAre("DOWNLOAD_FAILED Download failed: no TLS"));
 }
 
-// A name that isn't found is no connection that was lost.
+// A failed name lookup isn't a lost connection.
 TEST_F(OnlineDownload, DoesNotRetryANameThatIsNotFound) {
   package().fails(URLErrorCode::cannotFindHost, "no such host");
   acquireToTheEnd();
@@ -413,7 +413,7 @@ TEST_P(RefusedRedirect, NamesAPlaceThatIsNoStrictURLUnknown) {
 INSTANTIATE_TEST_SUITE_P(BothOrders, RefusedRedirect,
                          ::testing::Values(RefusalEndsAs::cancellation, RefusalEndsAs::plainAnswer));
 
-// The next acquisition can start from within the completion of the one before.
+// The next acquisition can start inside the completion of the previous one.
 class NextAfterRefusal : public OnlineDownload {
  protected:
   void completed(PackageProvider::Outcome outcome) override {

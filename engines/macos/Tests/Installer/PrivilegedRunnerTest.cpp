@@ -91,7 +91,7 @@ TEST_F(PrivilegedCommands, DoNotAskAgainForASharedScriptThatCouldNotBeMade) {
             (Lines{R"(do shell script "/bin/rm -rf '/b'" with administrator privileges)"}));
 }
 
-// Hops that end without their work, as at the end of a process.
+// Calls to the main queue return without running their work, as at the end of a process.
 class DispatchWithoutHops : public SimulatedDispatch {
  public:
   bool isMainThread() override { return false; }

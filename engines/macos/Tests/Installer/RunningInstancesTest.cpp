@@ -1,4 +1,4 @@
-// Quitting before an install, with the time of each look.
+// Quitting before an install, with the time of each query.
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -65,7 +65,7 @@ class QuitBeforeInstall : public DMGInstallerStory {
   void brennaRuns(int pid, QuitBehaviour behaviour, const char* identifier = brennaIdentifier) {
     mac.runningApps.launch(identifier, "Brenna", pid, behaviour);
   }
-  // Virtual time from the start to the attach, which is the next step.
+  // The virtual time from the start to the attach, which is the next step.
   Duration install() {
     Duration attachedAt{-1};
     mac.programs.on(mac.paths.hdiutil).does([&](const Arguments&) {
@@ -160,7 +160,7 @@ class QuitBeforeRemoval : public AppUninstallerStory {
   void brennaRuns(int pid, QuitBehaviour behaviour, const char* identifier = brennaIdentifier) {
     mac.runningApps.launch(identifier, "Brenna", pid, behaviour);
   }
-  // Virtual time that the removal took; only quitting takes any.
+  // The virtual time of the removal; only quitting takes time.
   Duration uninstall() {
     const auto start = mac.dispatch.elapsed();
     AppUninstallerStory::uninstall(Password::isNeverAskedFor);

@@ -96,7 +96,7 @@ class SilentRunnerTest : public ::testing::Test {
     return Error{"OtherDomain", 7, std::move(message), nullptr};
   }
 
-  // The summary without its frame is between the last two frame lines; here with it.
+  // The summary in the log, with its first and last line.
   Lines summary() {
     auto lines = machine.logLines();
     const auto first = std::ranges::find_if(
@@ -117,7 +117,7 @@ Lines framed(const std::string& actionAndCode, Lines lines) {
   return lines;
 }
 
-// What it logs on its way.
+// The log of a run.
 
 TEST_F(SilentRunnerTest, SaysWhatItIsAskedFor) {
   uninstall({});
@@ -153,7 +153,7 @@ TEST_F(SilentRunnerTest, WritesNothingToTheStreams) {
   EXPECT_TRUE(machine.streams.error().empty());
 }
 
-// The three stops, in their order.
+// The three early ends, in their order.
 
 TEST_F(SilentRunnerTest, StopsWithoutAnyApp) {
   machine.setConfiguration(R"({"apps": {

@@ -28,7 +28,7 @@ std::vector<AppResultEvent> blanketFailure(const std::vector<AppInfo>& apps, Err
   return events;
 }
 
-// Ends a run before it began, for a reason that holds for all of its apps.
+// Ends a run before it begins, for a reason that applies to all of its apps.
 ExitCode stop(const std::string& message, ErrorCode errorCode, const std::vector<AppInfo>& apps,
               Action action, ExitCode exitCode) {
   RunEvents::emitLog(EventLevel::error, message);
@@ -39,8 +39,8 @@ bool hasResult(const AppInfo& app, const std::vector<AppInstallResult>& results)
   return std::ranges::any_of(results, [&](const auto& result) { return result.app.id == app.id; });
 }
 
-// The results in finishing order, then the apps that were never reached. After a timeout there are no
-// results, so every app counts as never reached, also one that has had a result of its own before.
+// The results in finishing order, then the apps without a result. After a timeout there are no results, so
+// every app counts as never reached, also one whose result was already emitted.
 std::vector<AppResultEvent> finalEvents(const std::vector<AppInfo>& apps,
                                         const std::vector<AppInstallResult>& results, Action action) {
   std::vector<AppResultEvent> events;

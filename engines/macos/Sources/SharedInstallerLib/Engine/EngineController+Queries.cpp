@@ -1,4 +1,4 @@
-// What only answers a question: hello, check-updates, disk-free, export-logs.
+// The queries: hello, check-updates, disk-free, export-logs.
 #include <cassert>
 
 #include "Engine/EngineController.h"
@@ -26,20 +26,20 @@ ExitCode done(Action action, ExitCode exitCode) {
 }
 
 std::vector<std::string> capabilities() {
-  // What this engine can do, not what state it is in: "offline" is there in online mode too.
+  // The functions of the engine, not its state: "offline" is listed in online mode too.
   std::vector<std::string> list{"install", "update", "uninstall", "check-updates", "offline", "export-logs"};
   if (!InstallerConfig::showTermsStep()) list.emplace_back("skip-terms");
   return list;
 }
 
-// Only a sweep that found nothing at all gives reason to ask whether the source is gone.
+// Only a sweep that found no package causes the probe for a retired source.
 std::optional<InstallerRetirement> retirementAfter(const UpdateSweep& sweep) {
   if (auto expired = InstallerLifecycle::expiry()) return expired;
   return sweep.allPackagesMissing ? InstallerLifecycle::confirmSourceRetired() : std::nullopt;
 }
 
-// The path itself, or the nearest folder above it that exists; the root, or the current folder for a
-// relative path, ends the walk.
+// The path itself, or its nearest existing parent; at last the root, or the current folder for a relative
+// path.
 Path nearestExisting(Path path) {
   while (path != "/" && !machine().files.fileExists(path)) {
     path = parentFolder(path);
@@ -52,7 +52,7 @@ Path nearestExisting(Path path) {
 
 ExitCode EngineController::hello() {
   assert(machine().dispatch.isMainThread());
-  // Detection only, whatever the source of packages: a shell that wants to know what is on offer asks for it.
+  // Detection only, for every source of packages: check-updates reports the available versions.
   const auto sweep = UpdateChecker::sweep(KeloAppProvider::shared().allApps(), false);
   const bool offline = provider_->isOfflineMode();
   const auto mode =

@@ -1,4 +1,5 @@
-// An uninstall run. No orchestrator and no precheck: an installer that has expired can still remove apps.
+// An uninstall run, without an orchestrator and without a precheck: an expired installer can still remove
+// apps.
 #include <algorithm>
 #include <cassert>
 #include <nlohmann/json.hpp>
@@ -19,7 +20,7 @@ namespace installer {
 
 namespace {
 
-// The first that holds decides.
+// The first true condition decides.
 AppResultEvent resultEvent(const UninstallResult& result) {
   if (result.success) {
     return RunEvents::appResult(result.app,
@@ -49,7 +50,7 @@ void emitWait(const std::optional<std::string>& message) {
   if (message) RunEvents::emitLog(EventLevel::info, *message);
 }
 
-// A person's refusal at the administrator prompt counts as a denied permission.
+// A dismissed administrator prompt counts as a denied permission.
 bool isDeniedPermission(const AppResultEvent& event) {
   return event.errorCode == ErrorCode::uninstallPermissionDenied ||
          event.errorCode == ErrorCode::uninstallAuthCancelled;

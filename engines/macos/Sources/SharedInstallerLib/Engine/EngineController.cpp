@@ -34,7 +34,7 @@ void EngineController::cancelApp(const std::string& app) {
   machine().dispatch.asyncMain([weak = weak_from_this(), identifier = *identifier] {
     const auto self = weak.lock();
     if (self == nullptr) return;
-    // Meant as it is: during an uninstall this stops every app still to come, not only the one named.
+    // Intended: during an uninstall this stops all later apps, not only the named one.
     self->uninstallCancelled_ = true;
     if (self->activeRun_ != nullptr) self->activeRun_->cancelApp(identifier);
   });

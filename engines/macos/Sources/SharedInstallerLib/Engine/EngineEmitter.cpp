@@ -31,8 +31,8 @@ void emit(const EngineEvent& event) {
     logError("EngineEmitter: failed to encode event: " + line.error().localizedDescription);
     return;
   }
-  // In one write with its line feed: the stream keeps the bytes of one write together, so that no line of
-  // another thread, the logger's own among them, can stand within an event.
+  // One write with the line feed: the stream keeps the bytes of a write together, so that no line of another
+  // thread, for example of the logger, can be inside an event.
   *line += '\n';
   machine().streams.writeOutput(*line);
 }

@@ -1,14 +1,13 @@
-// The one way out for events: a line of JSON on standard output each.
-// Stateless; any thread.
+// Writes all events: one line of JSON each on standard output. Stateless; any thread.
 #pragma once
 
 #include "Engine/EngineEvent.h"
 
 namespace installer::EngineEmitter {
 
-// Writes `event` as one line, whole, and returns when the bytes have reached the pipe. A log event goes to
-// the log file too. Never fails towards the caller: an event that can't be encoded costs a line in the log
-// file, and nothing reaches standard output.
+// Writes `event` as one line and returns when the bytes are in the pipe. A log event is also written to the
+// log file. Reports no failure: for an event that can't be encoded it writes a line to the log file and
+// nothing to standard output.
 void emit(const EngineEvent& event);
 
 }  // namespace installer::EngineEmitter

@@ -15,16 +15,15 @@
 #include "Utils/InstallerConfig.h"
 #include "Utils/InstallerLifecycle.h"
 
-// The records inside events, each as its own JSON object, and the marks of presence.
-// For the envelope only: other code has no business with JSON.
+// The records inside events, each as its own JSON object, and the marks of presence. For the envelope only.
 namespace installer::EventRecords {
 
-// Keeps the order in which keys are put, for people who read a transcript. Readers must not rely on it.
+// Keeps the order of the keys, for people who read a transcript. Readers must not rely on it.
 using Object = nlohmann::ordered_json;
 
 Object encode(const CatalogAppEvent& app);
 Object encode(const EngineEvent::UpdateCheckEntry& entry);
-// As it stands inside a `done`: with its own version and type, and without keys for what is absent.
+// An element of `results` in a `done`: with its own version and type, and without keys for absent values.
 Object encode(const AppResultEvent& result);
 Object encode(const InstallerRetirementEvent& retirement);
 Object encode(const ReleaseNotes& notes);
@@ -155,14 +154,14 @@ Object encodePayload(const EngineEvent::Stage& event) {
   return object;
 }
 
-// A whole number goes out without a fraction, as a shell's author would write it.
+// A whole number is written without a fraction.
 Object numberOf(double value) {
   constexpr double exactIntegers = 1LL << std::numeric_limits<double>::digits;
   if (std::trunc(value) == value && std::abs(value) <= exactIntegers) return static_cast<std::int64_t>(value);
   return value;
 }
 
-// Only both counts together tell a shell anything, and only of a size above zero.
+// Absent unless both counts are known and the total is above zero.
 std::optional<Object> detailArgs(const Progress& progress) {
   if (!progress.downloadedBytes || progress.totalBytes.value_or(0) < 1) return std::nullopt;
   return Object{{"downloadedBytes", *progress.downloadedBytes}, {"totalBytes", *progress.totalBytes}};
@@ -178,7 +177,7 @@ Object encodePayload(const EngineEvent::Progress& event) {
   return object;
 }
 
-// Not the record's own encoding: the three optionals are null here and left out there.
+// Differs from the record's encoding: here the three absent values are null, there they are left out.
 Object encodePayload(const EngineEvent::AppResult& event) {
   auto object = envelopeOf("app-result");
   object["app"] = event.result.app;
@@ -225,7 +224,7 @@ bool isEncodable(const EngineEvent::Payload& payload) {
   return progress == nullptr || std::isfinite(progress->progress.percent);
 }
 
-// A slash can only stand inside a string of JSON text, so this needs no look at the structure.
+// JSON text has slashes only inside strings, so a plain replacement is correct.
 std::string withEscapedSlashes(const std::string& json) {
   std::string escaped;
   escaped.reserve(json.size() + 16);

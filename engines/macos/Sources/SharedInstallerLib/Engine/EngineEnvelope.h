@@ -1,7 +1,7 @@
-// Flattens an event into the single JSON object that goes out, with the protocol version at its top.
+// Encodes an event as the JSON object of its line, with the protocol version as its first key.
 //
-// Presence of a key is part of the format. Three marks: a key that is always there; a key that is always
-// there and null when its value is absent; a key that is left out when its value is absent.
+// The presence of a key is part of the format. There are three marks: always present; always present and null
+// when its value is absent; left out when its value is absent.
 #pragma once
 
 #include <string>
@@ -11,12 +11,12 @@
 
 namespace installer {
 
-// The result is one line of UTF-8 without its line feed, with no blanks between its parts and with slashes
-// escaped. Bytes of a value that aren't UTF-8 come out as the replacement character. Any thread.
+// The result is one line of UTF-8 without its line feed, without blanks between its parts and with escaped
+// slashes. Bytes that aren't UTF-8 become the replacement character. Any thread.
 namespace EngineEnvelope {
 
-// Fails for a percentage that isn't a finite number, and for nothing else.
-// A `done` carries the retirement that stands when it is encoded, whatever earlier events said.
+// Fails only for a percentage that isn't a finite number. A `done` has the retirement at the time of its
+// encoding, which can differ from that in earlier events.
 [[nodiscard]] Result<std::string> encode(const EngineEvent& event);
 
 }  // namespace EngineEnvelope

@@ -1,5 +1,4 @@
-// Everything that the engine can tell a shell, one payload per kind of event.
-// Plain values; how they look on the wire is EngineEnvelope's business.
+// The events of the engine, one payload per kind of event. Plain values; EngineEnvelope encodes them.
 #pragma once
 
 #include <cstdint>
@@ -15,9 +14,8 @@
 
 namespace installer {
 
-// How one app of a run ended.
-// The human text of a failure is deliberately missing: it stays in the log file, and a shell words the
-// failure from `errorCode`.
+// The result of one app of a run. It intentionally has no text of a failure: the text is in the log file, and
+// a shell has its own text for `errorCode`.
 struct AppResultEvent {
   std::int64_t v = kEngineProtocolVersion;
   std::string type = "app-result";
@@ -30,12 +28,12 @@ struct AppResultEvent {
   friend bool operator==(const AppResultEvent&, const AppResultEvent&) = default;
 };
 
-// One row of the catalog as a shell sees it: what the app is, what stands on the machine, what is on offer.
-// The first five optionals go out as null when absent, the last three leave their key out.
+// One row of the catalog for a shell: the app, its installed copy and the available version. The first five
+// optionals are null when absent; the keys of the last three are left out.
 struct CatalogAppEvent {
   std::string id;  // raw value of an AppIdentifier
   std::string displayName;
-  std::string descriptionCode;  // key of the shell's own texts
+  std::string descriptionCode;  // key of a text in the shell
   std::string iconName;
   bool updateAvailable = false;
   std::optional<std::string> installedVersion;
@@ -43,19 +41,19 @@ struct CatalogAppEvent {
   std::optional<std::int64_t> sizeBytes;  // of the download
   std::optional<std::string> source;      // "direct" or "appstore"; absent when not installed
   std::optional<std::string> webUrl;
-  std::optional<std::int64_t> requiredBytes;  // peak need of disk space while installing
+  std::optional<std::int64_t> requiredBytes;  // peak disk space during an install
   std::optional<std::string> installedPath;
   std::optional<ReleaseNotes> releaseNotes;
 
   friend bool operator==(const CatalogAppEvent&, const CatalogAppEvent&) = default;
 };
 
-// The verdict that this installer is stale, as it goes out on the wire.
+// The verdict that this installer is stale, for an event.
 struct InstallerRetirement;
 
 struct InstallerRetirementEvent {
   std::string reason;                    // "expired" or "source-unavailable"
-  std::string downloadUrl;               // where a current installer can be had
+  std::string downloadUrl;               // the address of a current installer
   std::optional<std::string> expiresOn;  // the last valid day, yyyy-MM-dd
 
   static InstallerRetirementEvent of(const InstallerRetirement& retirement);
@@ -70,7 +68,7 @@ struct EngineEvent {
     bool updateAvailable = false;
     std::optional<std::string> latestVersion;
     std::optional<std::int64_t> sizeBytes;      // of the download
-    std::optional<std::int64_t> requiredBytes;  // peak need of disk space while installing
+    std::optional<std::int64_t> requiredBytes;  // peak disk space during an install
     std::optional<ReleaseNotes> releaseNotes;
   };
 
@@ -86,7 +84,7 @@ struct EngineEvent {
     std::optional<InstallerRetirementEvent> retirement;
   };
 
-  // The app has entered a stage.
+  // An app has entered a stage.
   struct Stage {
     std::string app;
     AppStage stage = AppStage::download;
@@ -96,8 +94,8 @@ struct EngineEvent {
 
   struct Progress {
     std::optional<std::string> app;
-    installer::Progress progress;   // the byte counts go out as `detailArgs`
-    std::optional<AppStage> stage;  // its detail code goes out
+    installer::Progress progress;   // the byte counts are encoded as `detailArgs`
+    std::optional<AppStage> stage;  // encoded as its detail code
   };
 
   struct AppResult {
@@ -105,7 +103,7 @@ struct EngineEvent {
   };
 
   struct DiskFreeResult {
-    std::string path;  // as the operation received it
+    std::string path;  // as passed to the operation
     std::optional<std::int64_t> freeBytes;
   };
 
@@ -114,7 +112,7 @@ struct EngineEvent {
     std::optional<ErrorCode> errorCode;
   };
 
-  // The last event of every operation that gets as far as the controller.
+  // The last event of every operation of the controller.
   struct Done {
     Action action = Action::hello;
     ExitCode exitCode = ExitCode::success;

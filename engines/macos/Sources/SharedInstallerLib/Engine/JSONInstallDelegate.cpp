@@ -51,7 +51,7 @@ void JSONInstallDelegate::orchestratorDidUpdateApp(const std::string& appId, Ins
   EngineEmitter::emit({EngineEvent::Progress{.app = appId, .progress = progress, .stage = appStage(stage)}});
 }
 
-// The figure is dropped: a shell takes its percentages from the progress events alone.
+// The percentage is dropped: a shell reads percentages only from progress events.
 void JSONInstallDelegate::orchestratorDidUpdateProgress(const std::string& statusText,
                                                         const std::string& detailText, double /*progress*/) {
   noteActivity();

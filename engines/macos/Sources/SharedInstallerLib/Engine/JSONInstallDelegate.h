@@ -1,5 +1,5 @@
-// Turns what the orchestrator reports into events of the protocol. Every report is a sign of life.
-// Main queue only.
+// Converts the orchestrator's reports to events of the protocol. Every report counts as progress. Main queue
+// only.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ class JSONInstallDelegate final : public InstallRunDelegate {
   // `action` is `install` or `update`.
   JSONInstallDelegate(std::size_t totalApps, Action action);
 
-  // How a result reads on the wire; the installed version is read afresh from the bundle on disk.
+  // The event of a result; the installed version is read from the bundle on disk.
   static AppResultEvent resultEvent(const AppInstallResult& result, Action action);
 
   void orchestratorDidUpdateProgress(const std::string& statusText, const std::string& detailText,
@@ -34,10 +34,10 @@ class JSONInstallDelegate final : public InstallRunDelegate {
   const std::size_t totalApps_;
   const Action action_;
   std::map<std::string, InstallStage> lastStage_;
-  // Numbers count the apps in the order in which they first reach a stage: one that is skipped on arrival
-  // gets none, and those behind it move up.
+  // Numbers count the apps in the order in which they first reach a stage. An app that is skipped before its
+  // first stage gets no number, and the next app gets the next one.
   std::map<std::string, std::int64_t> stageIndex_;
-  std::int64_t order_ = 0;  // the last number given out
+  std::int64_t order_ = 0;  // the last assigned number
 };
 
 }  // namespace installer

@@ -60,7 +60,7 @@ namespace installer::UpdateEntries {
 
 namespace {
 
-// Nothing of an App Store copy can be reclaimed: it stays where it is.
+// An App Store copy isn't subtracted, because it stays on the disk.
 std::optional<std::int64_t> requiredBytes(const AppUpdateStatus& status,
                                           std::optional<std::int64_t> downloadBytes) {
   if (!downloadBytes) return std::nullopt;
@@ -74,7 +74,7 @@ std::optional<std::string> webUrl(const AppInfo& app) {
   return app.webURL->absoluteString();
 }
 
-// As the manifest says, else as the image itself is.
+// From the manifest, else the size of the image file.
 std::optional<std::int64_t> bundledPackageSize(const AppInfo& app, PackageSourceMode mode) {
   if (mode == PackageSourceMode::online) return std::nullopt;
   if (const auto size = BundledPackages::bundledSize(app)) return size;

@@ -1,4 +1,4 @@
-// The hidden name beside the bundle, the check for what would stop its deletion, the way back, and the
+// The staging name beside the bundle, the check for obstacles to its deletion, the restoration, and the
 // deletion as administrator.
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -45,7 +45,7 @@ std::optional<Path> Removal::claimStagingPath() const {
     auto candidate = stagingPath(path_, number);
     if (!files.itemExists(candidate)) return candidate;
 
-    // Left by an earlier run that didn't come to its end.
+    // A leftover of an interrupted run.
     log("AppUninstaller: clearing a leftover staging path at {}", candidate);
     const auto removed = files.removeItem(candidate);
     if (!files.itemExists(candidate)) return candidate;
@@ -59,7 +59,7 @@ std::optional<Path> Removal::claimStagingPath() const {
 std::optional<Path> Removal::firstUnwritableDirectory() const {
   FileSystem& files = machine().files;
   const Path& top = location_;
-  if (files.isSymbolicLink(top)) return std::nullopt;  // its target stays as it is
+  if (files.isSymbolicLink(top)) return std::nullopt;  // its target isn't changed
   if (!files.isWritable(top)) return top;
 
   std::optional<Path> found;
@@ -69,17 +69,17 @@ std::optional<Path> Removal::firstUnwritableDirectory() const {
     return found ? Descend::no : Descend::yes;
   };
   const auto onError = [&found](const Path& path, const Error& error) {
-    if (found) return;  // the answer stands; the rest of the walk is of no interest
+    if (found) return;  // the result is final; the rest of the walk doesn't matter
     logWarn("AppUninstaller: cannot enumerate {}: {}", path, error.localizedDescription);
   };
-  // Without an answer from the walk, the deletion itself will tell.
+  // Failures are ignored: the deletion then fails and reports the reason.
   (void)files.enumerate(top, HiddenEntries::visit, visit, onError);
   return found;
 }
 
 namespace {
 
-// The information of the bundle as it is on disk; absent unless it is a dictionary.
+// The Info.plist at `path`, read from disk; absent unless it is a dictionary.
 std::optional<Json> readInfoPlist(const Path& path) {
   const auto bytes = readBoundedFile(machine().files, path, kMaximumInformationBytes);
   if (!bytes) return std::nullopt;
@@ -88,7 +88,7 @@ std::optional<Json> readInfoPlist(const Path& path) {
   return *std::move(information);
 }
 
-// Checks the two things without which a bundle can't start, and nothing else.
+// Checks only the two files that a bundle needs to start.
 bool bundleLooksIntact(const Path& path) {
   const auto information = readInfoPlist(joined(path, "Contents/Info.plist"));
   if (!information) return false;
@@ -156,8 +156,7 @@ UninstallResult Removal::authCancelledResult() const {
   return result;
 }
 
-// Reported as a matter of permission, whatever stopped it; also an `rm` that claims success while the path
-// still exists.
+// Reported as a denied permission for any reason, also when `rm` succeeded and the path still exists.
 UninstallResult Removal::privilegedRemovalFailedResult() const {
   auto result =
       loggedFailure(fmt::format("Cannot remove {}: the privileged removal failed.", app_.displayName));

@@ -117,7 +117,7 @@ void Removal::terminateRunningApp() const {
                                                        .settlesAfterEveryWait = true});
 }
 
-// A directory at the expected path that is no app any more, left by a removal that stopped half-way.
+// Removes a directory at the expected path that is no longer an app: the rest of an interrupted removal.
 std::optional<UninstallResult> Removal::removeHusk(const Path& path) {
   if (!machine().files.directoryExists(path)) return std::nullopt;
 
@@ -152,7 +152,7 @@ UninstallResult Removal::removeBundle(const Path& path) {
   return succeeded();
 }
 
-// Nothing has changed on disk yet.
+// The bundle is still unchanged at its path.
 UninstallResult Removal::stagingFailed(const Error& error) {
   logError("AppUninstaller: could not stage {} out of {}: {}", app_.displayName, path_,
            error.localizedDescription);
@@ -169,7 +169,7 @@ UninstallResult Removal::giveUpUntouched(const Path& obstacle) {
   return restore() ? permissionDeniedResult() : partialRemovalResult();
 }
 
-// Part of the staged bundle may be gone. As administrator the rest goes too, whatever stopped the deletion.
+// A part of the staged bundle may be deleted. The rest is deleted as administrator, for any kind of failure.
 UninstallResult Removal::deletionFailed(const Error& error) {
   logError("AppUninstaller: removing the staged {} failed: {}", app_.displayName, error.localizedDescription);
   if (allowAdminEscalation_) return escalatedRemoval();

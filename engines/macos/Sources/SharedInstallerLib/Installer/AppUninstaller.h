@@ -1,6 +1,6 @@
-// Removes installed applications, each as a transaction: the bundle first moves to a hidden name in the same
-// folder, everything that may fail happens to it there, and on failure it is moved back if it is still whole.
-// So the app's own path holds the complete old app or nothing. App Store copies are never touched.
+// Removes installed applications, each as a transaction: the bundle is first moved to a hidden name in the
+// same folder, deleted there, and moved back after a failure if it is still complete. So the app's path has
+// the complete old app or nothing. App Store copies are never changed.
 //
 // Static operations only; synchronous; one app at a time.
 #pragma once
@@ -14,18 +14,18 @@
 
 namespace installer {
 
-// What became of one app that was to be removed.
+// The result of the removal of one app.
 struct UninstallResult {
   AppInfo app;
-  bool success = false;                          // the app is gone, or was never there
-  bool alreadyAbsent = false;                    // with `success`: there was nothing to remove
-  bool skipped = false;                          // deliberately not removed; `success` is false
+  bool success = false;                          // the app was removed, or wasn't installed
+  bool alreadyAbsent = false;                    // with `success`: the app wasn't installed
+  bool skipped = false;                          // intentionally not removed; `success` is false
   std::optional<std::string> skipReason = {};    // for a person; with `skipped`
   std::optional<std::string> errorMessage = {};  // for a person; on failure
-  // The failure calls for a permission that the person can grant, or the privileged removal failed.
+  // The failure is a permission that the user can grant, or the privileged removal failed.
   bool permissionDenied = false;
-  bool authCancelled = false;  // the person refused the administrator prompt
-  bool cancelled = false;      // never reached: the run was cancelled before
+  bool authCancelled = false;  // the user dismissed the administrator prompt
+  bool cancelled = false;      // the run was cancelled before this app
 
   static UninstallResult makeSuccess(const AppInfo& app, bool alreadyAbsent);
   static UninstallResult makeSkipped(const AppInfo& app, std::string reason);
@@ -37,9 +37,9 @@ class AppUninstaller {
  public:
   using UninstallResult = ::installer::UninstallResult;
 
-  // Removes the primary copy; other variants are quit but stay. Without `allowAdminEscalation` nobody is ever
-  // asked for a password, and the result says `permissionDenied` instead. With it, a caller off the main
-  // thread has to keep the main queue served.
+  // Removes the primary copy; other variants are quit but stay. Without `allowAdminEscalation` there is no
+  // password prompt, and the result has `permissionDenied` instead. With it, the main queue must be served if
+  // the caller isn't the main thread.
   static UninstallResult uninstall(const AppInfo& app, bool allowAdminEscalation);
 
   // Each in turn; a failure doesn't stop the walk. Results in the order of `apps`. `mayGoOn`, if there is

@@ -35,7 +35,7 @@ Installation::End Installation::copyBundle() const {
   return copyAsAdministrator();
 }
 
-// One line, so that the whole escalation costs one prompt at most and stops at the first command that fails.
+// One command line, so that the escalation needs at most one prompt and stops at the first failing command.
 std::string Installation::privilegedCopyCommand() const {
   const SystemPaths& paths = machine().paths;
   const auto destination = shellQuoted(destination_);
@@ -91,7 +91,7 @@ bool Installation::removeInstalledBundle() const {
   return false;
 }
 
-// A copy whose quarantine stays is installed all the same.
+// Failures are ignored: a copy that keeps its quarantine is still installed.
 void Installation::removeQuarantine() const {
   const auto exit = machine().processes.run(
       machine().paths.xattr, {"-dr", "com.apple.quarantine", destination_}, CapturedOutput::separate);

@@ -1,4 +1,4 @@
-// What is already on the machine, and what has to happen to it before the copy.
+// The existing copies, and their treatment before the copy.
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -21,7 +21,7 @@ std::optional<std::string> versionIn(const Path& bundlePath) {
   return bundle ? bundle->infoString("CFBundleShortVersionString") : std::nullopt;
 }
 
-// "Kelo Rulo.app" -> "Kelo Rulo 2.app", or the first higher number that is free.
+// "Kelo Rulo.app" -> "Kelo Rulo 2.app", or the first higher number without an item.
 std::string freeNumberedName(const std::string& bundleName) {
   std::string base = bundleName;
   for (auto at = base.find(".app"); at != std::string::npos; at = base.find(".app", at)) base.erase(at, 4);
@@ -31,7 +31,7 @@ std::string freeNumberedName(const std::string& bundleName) {
   }
 }
 
-// What the removal of the primary copy will give back. Of a link only the link goes.
+// The bytes that the removal of the primary copy frees; 0 for a link, whose target stays.
 std::int64_t reclaimableBytes(const AppInstallationStatus& existing) {
   if (existing.primaryInstallation.isAppStore() || !existing.primaryPath) return 0;
   if (machine().files.isSymbolicLink(*existing.primaryPath)) return 0;
@@ -72,7 +72,7 @@ Installation::End Installation::clearCopyElsewhere() const {
         app_.displayName, *path));
   }
   log("DMGInstaller: Removing existing copy at {}", *path);
-  // A copy that can't be removed does no harm to the new one.
+  // Failures are ignored: the other copy doesn't affect the new one.
   (void)machine().files.removeItem(*path);
   return std::nullopt;
 }
@@ -102,7 +102,7 @@ Installation::End Installation::testDiskSpace() const {
 Installation::End Installation::clearDestination() {
   FileSystem& files = machine().files;
   if (!files.itemExists(destination_)) return std::nullopt;
-  // A link is replaced, whatever it leads to; its target stays as it is.
+  // A link is replaced for any target; the target isn't changed.
   if (!files.isSymbolicLink(destination_) && hasAppStoreReceipt(destination_)) {
     return installBesideAppStoreCopy();
   }

@@ -1,4 +1,4 @@
-// From the attached image to the one bundle in it that may be installed.
+// Attaches the image, chooses the bundle in it and verifies that bundle.
 #include <expected>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -18,7 +18,8 @@ namespace installer {
 
 namespace {
 
-// The first mount point that `hdiutil attach` lists; absent when the list has another shape or names none.
+// The first mount point in the list of `hdiutil attach`; absent when the list has another form or no mount
+// point.
 std::optional<Path> mountPointIn(const Json& attached) {
   if (!attached.is_object()) return std::nullopt;
   const auto entities = attached.find("system-entities");
@@ -34,15 +35,15 @@ std::optional<Path> mountPointIn(const Json& attached) {
   return mountPoint;
 }
 
-// The property list that `hdiutil` printed, if it ended well.
+// The property list of `hdiutil`; absent after a failure.
 std::optional<Json> listOf(const Result<ProgramExit>& exit) {
   if (!exit || exit->status != 0) return std::nullopt;
   auto list = machine().propertyList.parse(exit->output);
   return list ? std::optional{*std::move(list)} : std::nullopt;
 }
 
-// The mount points of images whose file has, or had, the path `dmgPath`. The system reports the real path,
-// which can have a link's folders before ours.
+// The mount points of images whose file has, or had, the path `dmgPath`. The system reports the path without
+// links, which can begin with other folders than ours.
 std::vector<Path> mountPointsOf(const Path& dmgPath) {
   const auto list =
       listOf(machine().processes.run(machine().paths.hdiutil, {"info", "-plist"}, CapturedOutput::separate));
@@ -58,8 +59,8 @@ std::vector<Path> mountPointsOf(const Path& dmgPath) {
   return mountPoints;
 }
 
-// An engine detaches its image before it deletes the file. So if the volume had to take a numbered name, an
-// engine that was killed left another mount of the same path.
+// An engine detaches its image before it deletes the file. If the volume got a numbered name, another mount
+// of the same path can therefore only be from a killed engine.
 void detachAbandoned(const Path& dmgPath, const Path& mountPoint) {
   const auto number = mountPoint.find_last_not_of("0123456789");
   if (number == Path::npos || number + 1 == mountPoint.size() || mountPoint[number] != ' ') return;
@@ -70,7 +71,7 @@ void detachAbandoned(const Path& dmgPath, const Path& mountPoint) {
   }
 }
 
-// The mount point. The error is the text for the user; then nothing stays attached as far as can be known.
+// Attaches the image and returns the mount point. The error is the text for the user.
 std::expected<Path, std::string> attachedAt(const Path& dmgPath) {
   const auto attached = machine().processes.run(
       machine().paths.hdiutil, {"attach", dmgPath, "-nobrowse", "-noverify", "-readonly", "-plist"},
@@ -89,7 +90,7 @@ std::expected<Path, std::string> attachedAt(const Path& dmgPath) {
   return std::unexpected(list ? "No mount point found" : "Failed to parse hdiutil output");
 }
 
-// In listing order. The names come from the image and aren't trusted to be names.
+// In listing order. The names are from the image, so they are checked.
 std::vector<std::string> appNames(const std::vector<std::string>& entries) {
   std::vector<std::string> names;
   for (const std::string& entry : entries) {
@@ -98,7 +99,8 @@ std::vector<std::string> appNames(const std::vector<std::string>& entries) {
   return names;
 }
 
-// The one with the identifier. The only bundle is taken under any identifier: its signature is the judge.
+// The bundle with the identifier. A single bundle is chosen with any identifier; its signature is checked
+// later.
 std::optional<std::string> chosenName(const Path& mountPoint, const std::vector<std::string>& names,
                                       const std::string& identifier) {
   for (const std::string& name : names) {
@@ -143,8 +145,8 @@ Installation::End Installation::chooseBundle() {
 }
 
 Installation::End Installation::verifySource() const {
-  // What a link leads to can be another thing between the look and the copy, and the copy would be of the
-  // link alone.
+  // A link is refused: its target can change between this check and the copy, and only the link would be
+  // copied.
   if (!machine().files.isSymbolicLink(source_) && ChecksumVerifier::verifyCodeRequirement(source_)) {
     return std::nullopt;
   }

@@ -18,7 +18,7 @@ InstallResult DMGInstaller::installFromDMG(const Path& dmgPath, const AppInfo& a
 }
 
 void DMGInstaller::detachDMG(const Path& mountPoint) {
-  // A volume that can't be detached changes nothing about the install.
+  // Failures are ignored: the result of the install doesn't depend on the detach.
   (void)machine().processes.run(machine().paths.hdiutil, {"detach", mountPoint, "-force", "-quiet"},
                                 CapturedOutput::separate);
 }

@@ -1,10 +1,9 @@
-// Takes a verified disk image and ends with the application bundle among the applications, or with a reason
-// why not. Meets what is already on the machine: running copies, other versions, App Store copies, variants
-// under other identifiers, a full disk, a folder that may not be written.
+// Installs the application bundle of a verified disk image into the applications folder. Handles running
+// copies, other versions, App Store copies, variants with other identifiers, a full disk and a folder without
+// write permission.
 //
-// A sceptic towards code on disk: the bundle in the image is verified before it is copied, the copy after,
-// and a copy that fails is removed again. Static operations only. One install at a time: nothing here guards
-// two installs of the same app against each other.
+// The bundle in the image is verified before it is copied, the copy afterwards, and an invalid copy is
+// removed. Static operations only. One install at a time: two installs of the same app aren't synchronised.
 #pragma once
 
 #include <cstdint>
@@ -21,11 +20,11 @@ namespace installer {
 
 // The result of one install from a disk image.
 struct InstallResult {
-  bool success = false;  // the requested version, or something at least as new, is in place
+  bool success = false;                          // the package's version or a newer one is installed
   std::optional<std::string> errorMessage = {};  // for a person; on failure only
-  std::optional<Path> installedPath = {};        // where the bundle now is; on success only
+  std::optional<Path> installedPath = {};        // the bundle's path; on success only
   bool alreadyCurrent = false;              // nothing was copied: the installed version is the same or newer
-  std::optional<ErrorCode> errorCode = {};  // stable code; absent when the failure has none of its own
+  std::optional<ErrorCode> errorCode = {};  // stable code; absent when the failure has no code
 
   static InstallResult failure(std::string message, std::optional<ErrorCode> code = std::nullopt) {
     return {false, std::move(message), std::nullopt, false, code};
@@ -43,18 +42,18 @@ class DMGInstaller {
   using InstallResult = ::installer::InstallResult;
   using AdminOutcome = ::installer::AdminOutcome;
 
-  // Any thread; blocks for as long as the install takes. Off the main thread, the main queue must be served
-  // meanwhile, because privileged commands run there. Quits running copies before anything else, also when
-  // the install turns out to be a skip. The image is detached on every way out; its file is never deleted.
+  // Any thread; blocks until the install has ended. If the caller isn't the main thread, the main queue must
+  // be served meanwhile, because privileged commands run there. Quits running copies first, also when nothing
+  // is copied afterwards. The image is always detached; its file is never deleted.
   static InstallResult installFromDMG(const Path& dmgPath, const AppInfo& app);
 
-  // Forces the volume off. Failures are ignored.
+  // Detaches the volume by force. Failures are ignored.
   static void detachDMG(const Path& mountPoint);
 
-  // Is `runAsAdministrator`.
+  // The same as `runAsAdministrator`.
   static AdminOutcome runWithAdminPrivilegesOutcome(const std::string& command);
 
-  // Is `DiskRequirement::volumeFreeBytes`.
+  // The same as `DiskRequirement::volumeFreeBytes`.
   static std::optional<std::int64_t> volumeFreeBytes(const Path& path);
 };
 

@@ -1,4 +1,4 @@
-// What happens to one acquired package: verified, installed, and removed afterwards if it was a download.
+// The steps for one acquired package: verification, installation, and removal of a downloaded file.
 #include <fmt/format.h>
 
 #include "Installer/DMGInstaller.h"
@@ -11,10 +11,11 @@ namespace installer {
 
 namespace {
 
-// An image from the resources stays; any other is a download of ours.
+// Removes a downloaded image; an image from the resources stays.
 void discard(const AcquiredPackage& package) {
   if (package.skipGatekeeper) return;
-  (void)machine().files.removeItem(package.fileURL);  // a file that stays does no harm in a temporary folder
+  (void)machine().files.removeItem(
+      package.fileURL);  // failures are ignored: the file is in a temporary folder
 }
 
 }  // namespace
@@ -36,7 +37,7 @@ void InstallOrchestrator::verifyAndInstall(const AppInfo& app, const AcquiredPac
         const auto turn = package.skipGatekeeper ? AppTurn{} : self->turn_.value_or(AppTurn{});
         self->turnUntilDeletion_ = turn;
         self->markCurrentAppComplete(self->verifyAndInstallOnWorker(app, package, label));
-        // By now the next acquisition may have begun, or the run may have ended.
+        // At this time the next acquisition may have begun, or the run may have ended.
         discard(package);
       });
 }
@@ -73,7 +74,7 @@ std::optional<AppInstallResult> InstallOrchestrator::verificationFailure(const A
 AppInstallResult InstallOrchestrator::install(const AppInfo& app, const AcquiredPackage& package,
                                               const std::string& label) {
   state_.setStage(InstallStage::install);
-  // The two figures differ on purpose: one feeds the overall bar, the other the app's own.
+  // The two figures differ on purpose: the first is for the run's progress, the second for the app's.
   updateProgress(fmt::format("Installing {}...", label), "", 90);
   updateApp(app, InstallStage::install, {.percent = 95, .indeterminate = true});
   const auto result = DMGInstaller::installFromDMG(package.fileURL, app);

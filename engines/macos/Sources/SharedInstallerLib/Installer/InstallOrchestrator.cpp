@@ -1,4 +1,4 @@
-// The list: which app comes next, how each one's end is told, and what a cancel does.
+// The list of apps: the next app, the report of each result, and cancels.
 #include "Installer/InstallOrchestrator.h"
 
 #include <cstdio>
@@ -53,8 +53,8 @@ void InstallOrchestrator::startInstallation(std::vector<AppInfo> apps) {
   processNextApp();
 }
 
-// A loop and not a chain of calls: an app that ends within its own step would otherwise cost stack for each
-// app of the list.
+// A loop instead of recursion: an app can end within its own step, and recursion would use stack for each
+// such app.
 void InstallOrchestrator::processNextApp() {
   while (state_.hold()) {
     takeNextStep();
@@ -127,7 +127,7 @@ void InstallOrchestrator::acquire(const AppInfo& app, std::size_t number, std::s
   updateApp(app, InstallStage::download, {});
 
   provider_->acquirePackage(app, label, makeProgressHandler(app), makeCompletion(app, label));
-  // A cancel that came right before the start met a source at rest, and would be lost.
+  // Repeats a cancel that came just before the start, when the source had nothing to cancel.
   if (state_.isDownloadGivenUp(number - 1)) provider_->cancelAcquisition();
 }
 
@@ -154,7 +154,7 @@ PackageProvider::Completion InstallOrchestrator::makeCompletion(const AppInfo& a
 void InstallOrchestrator::markCurrentAppComplete(const AppInstallResult& result) {
   if (!state_.standing().app) {
     std::fputs("InstallOrchestrator: a source ended one acquisition twice\n", stderr);
-    std::abort();  // the list can't be trusted any more
+    std::abort();  // the state of the list is invalid
   }
   state_.keep(result);
   post([result](InstallOrchestratorDelegate& delegate) { delegate.orchestratorDidCompleteApp(result); });
@@ -177,7 +177,8 @@ void InstallOrchestrator::cancelInstallation() {
 }
 
 void InstallOrchestrator::cancelApp(AppIdentifier app) {
-  // The provider's cancel is tied to no app, so it is called for the current one only; the next one waits.
+  // The provider's cancel isn't for a specific app, so it is called only for the current one; the list is
+  // held meanwhile, so that the next app can't begin.
   const bool isAcquiring = state_.requestSkip(app);
   if (isAcquiring) provider_->cancelAcquisition();
   log("InstallOrchestrator: Cancel requested for {} (stage={})", rawValue(app), rawValue(state_.stage()));

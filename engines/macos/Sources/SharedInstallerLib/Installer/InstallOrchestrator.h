@@ -1,11 +1,10 @@
-// Takes a list of apps through download, verification and installation, one app at a time, and tells a
-// delegate what happens. A failing app never stops the list; only a whole-run cancel does.
+// Downloads, verifies and installs a list of apps, one at a time, and reports to a delegate. A failing app
+// doesn't stop the list; only a cancel of the whole run does.
 //
-// Held by a shared_ptr. Work in flight holds the orchestrator weakly, so dropping the last reference ends the
-// run at its next step. The list advances on a chain of calls that hop between threads: there is one worker
-// at a time, and nothing starts the next step until the previous one has ended. An app that ends during a
-// call to the provider is followed by the next one when that call has returned, on the calling thread. The
-// main queue must be served during a run, or no delegate call ever arrives.
+// Owned by a shared_ptr. Pending work holds weak references, so releasing the last strong one ends the run at
+// its next step. Steps run on different threads, one at a time: a step starts when the previous one has
+// ended. When an app ends during a call to the provider, the next one begins after that call has returned, on
+// the calling thread. The main queue must be served during a run, because it delivers all delegate calls.
 #pragma once
 
 #include <cstddef>
@@ -28,24 +27,24 @@ class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestra
  public:
   explicit InstallOrchestrator(std::shared_ptr<PackageProvider> provider) : provider_{std::move(provider)} {}
 
-  // Main thread, between construction and start. Held weakly.
+  // Main thread, between construction and start. The reference is weak.
   void setDelegate(std::weak_ptr<InstallOrchestratorDelegate> delegate) { delegate_ = std::move(delegate); }
 
   bool isOfflineMode() const { return provider_->isOfflineMode(); }
 
-  // Begins a run and returns at once, or as soon as the first acquisition has returned. An empty list does
-  // nothing at all: no log line and no delegate call, so whoever waits for the end must not start one.
+  // Begins a run and returns when the first call to the provider has returned. An empty list does nothing: no
+  // log line and no delegate call, so a caller that waits for the end must not pass one.
   void startInstallation(std::vector<AppInfo> apps);
 
-  // Main queue. The run stops before the next app. A cancel never interrupts verification or installation:
-  // an app at work there runs to its true end.
+  // Main queue. The run stops before the next app. A cancel doesn't interrupt verification or installation:
+  // the current app is completed.
   void cancelInstallation();
-  // Main queue. An app still to come is skipped in its turn; one being acquired has its transfer cancelled.
+  // Main queue. A later app is skipped in its turn; the transfer of an app in its download is cancelled.
   void cancelApp(AppIdentifier app);
 
  private:
-  // The list.
-  void processNextApp();  // by the thread that holds the list, if another one does
+  // The list of apps.
+  void processNextApp();  // on the thread that holds the list, if another one does
   void takeNextStep();
   // False when another engine has it; the list then goes on once it comes, or at a cancel.
   bool hasTurn(const AppInfo& app);
@@ -68,12 +67,12 @@ class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestra
   // Reports.
   void updateProgress(const std::string& statusText, const std::string& detailText, double appLocalProgress);
   void updateApp(const AppInfo& app, InstallStage stage, const Progress& progress);
-  // On the main queue; nothing happens when the delegate has gone by then.
+  // Runs on the main queue; does nothing when the delegate no longer exists.
   using Report = std::function<void(InstallOrchestratorDelegate&)>;
   void post(Report report);
 
   const std::shared_ptr<PackageProvider> provider_;
-  std::weak_ptr<InstallOrchestratorDelegate> delegate_;  // read on the main queue only
+  std::weak_ptr<InstallOrchestratorDelegate> delegate_;  // used on the main queue only
   InstallRunState state_;
   // Both by the thread that holds the list.
   std::optional<AppTurn> turn_;                // of the current app

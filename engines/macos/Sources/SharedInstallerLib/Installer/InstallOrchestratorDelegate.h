@@ -1,5 +1,5 @@
-// Hears what an install run does. Every call comes on the main queue, in the order in which things happened.
-// The orchestrator holds its delegate weakly; the owner of the run keeps it alive.
+// Gets the reports of an install run. Every call is on the main queue, in the order of the events. The
+// orchestrator has a weak reference to its delegate; the owner of the run keeps it alive.
 #pragma once
 
 #include <optional>
@@ -15,7 +15,7 @@
 
 namespace installer {
 
-// Where the app being worked on stands.
+// The stage of the current app.
 enum class InstallStage { download, verify, install };
 
 constexpr AppStage appStage(InstallStage stage) {
@@ -31,18 +31,18 @@ constexpr std::string_view rawValue(InstallStage stage) {
   return rawValue(appStage(stage));
 }
 
-// What became of one app of an install run.
+// The result of one app of an install run.
 struct AppInstallResult {
   AppInfo app;
-  bool success;                             // true only if the bundle is in place
+  bool success;                             // true only if the bundle is installed
   std::optional<std::string> errorMessage;  // for a person; "cancelled" for a cancelled app
-  std::optional<ErrorCode> errorCode;       // stable code; absent when the failure has none of its own
-  std::optional<Path> installedPath;        // where the bundle is, on success
-  bool cancelled = false;                   // given up because of a cancel
-  bool alreadyCurrent = false;              // a success without copying: the installed copy was up to date
+  std::optional<ErrorCode> errorCode;       // stable code; absent when the failure has no code
+  std::optional<Path> installedPath;        // the bundle's path, on success
+  bool cancelled = false;                   // ended by a cancel
+  bool alreadyCurrent = false;              // a success without a copy: the installed version was current
 
   static AppInstallResult installed(AppInfo app, std::optional<Path> path);
-  // The installed copy was up to date.
+  // The installed version was current.
   static AppInstallResult skipped(AppInfo app, std::optional<Path> path);
   static AppInstallResult failed(AppInfo app, std::optional<std::string> message,
                                  std::optional<ErrorCode> code);
@@ -61,8 +61,8 @@ class InstallOrchestratorDelegate {
   virtual void orchestratorDidUpdateProgress(const std::string& statusText, const std::string& detailText,
                                              double progress) = 0;
 
-  // Once per run, after the last app's result. In finishing order; apps that a whole-run cancel kept from
-  // being reached have no result.
+  // Called once per run, after the last app's result. The results are in finishing order; apps after a cancel
+  // of the whole run have none.
   virtual void orchestratorDidFinish(const std::vector<AppInstallResult>& results) = 0;
 
   virtual void orchestratorDidUpdateApp(const std::string& /*appId*/, InstallStage /*stage*/,

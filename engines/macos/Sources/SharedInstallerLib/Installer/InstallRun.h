@@ -1,5 +1,5 @@
-// One install run from its start to its results, as both drivers conduct it: the controller for a shell, and
-// the silent runner. Main thread only.
+// One install run from its start to its results, for both drivers: the controller and the silent runner. Main
+// thread only.
 #pragma once
 
 #include <chrono>
@@ -15,8 +15,8 @@ namespace installer {
 class InstallOrchestrator;
 class PackageProvider;
 
-// Remembers the end of a run and its last sign of life; a driver's own delegate reports the rest.
-// Main queue only. The orchestrator holds it weakly; the run keeps it alive.
+// Records the end of a run and the time of its last progress; a driver's own delegate reports the rest. Main
+// queue only. The orchestrator has a weak reference; the run keeps the delegate alive.
 class InstallRunDelegate : public InstallOrchestratorDelegate {
  public:
   bool isFinished() const { return isFinished_; }
@@ -27,7 +27,7 @@ class InstallRunDelegate : public InstallOrchestratorDelegate {
   void orchestratorIsWaiting(const std::optional<std::string>& message) override;  // a sign of life
 
  protected:
-  InstallRunDelegate();  // the first sign of life
+  InstallRunDelegate();  // starts the idle time
   void noteActivity();
 
  private:
@@ -38,18 +38,18 @@ class InstallRunDelegate : public InstallOrchestratorDelegate {
 
 class InstallRun {
  public:
-  // A run without any sign of life for this long is waited for no longer.
+  // The longest time without progress; then the wait for the run ends.
   static constexpr std::chrono::seconds kIdleLimit{600};
 
   enum class End { finished, idle };
 
   InstallRun(const std::shared_ptr<PackageProvider>& provider, std::shared_ptr<InstallRunDelegate> delegate);
 
-  // Serves the main run loop until the end, or until the idle limit. That cancels nothing: work under way
-  // ends with the process. `apps` must not be empty.
+  // Serves the main run loop until the end of the run or the idle limit. The limit cancels nothing: running
+  // work ends with the process. `apps` must not be empty.
   End run(const std::vector<AppInfo>& apps);
 
-  // From within `run`, on the main queue.
+  // Called during `run`, on the main queue.
   void cancelInstallation();
   void cancelApp(AppIdentifier app);
 

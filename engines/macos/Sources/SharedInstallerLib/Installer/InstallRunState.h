@@ -1,7 +1,7 @@
-// Where an install run stands. Inside the orchestrator only.
+// The state of an install run. Used by the orchestrator only.
 //
-// Any thread: the worker advances it while the main queue writes cancels and reads the stage, so each
-// operation locks for itself, and none calls anything outside.
+// Any thread: the worker advances it while the main queue records cancels and reads the stage. Each operation
+// locks, and none calls other code.
 #pragma once
 
 #include <cstddef>
@@ -19,7 +19,7 @@ class InstallRunState {
  public:
   void start(std::vector<AppInfo> apps);
 
-  // One consistent look, for the decision what comes next.
+  // A consistent snapshot, to decide the next step.
   struct Standing {
     std::optional<AppInfo> app;  // the current one; absent at the end of the list
     std::size_t index = 0;       // of the current app, from 0
@@ -30,24 +30,24 @@ class InstallRunState {
   };
   Standing standing() const;
 
-  // The run's progress in per cent when the current app stands at `appLocalProgress` per cent.
+  // The run's progress in per cent when the current app's is `appLocalProgress` per cent.
   double overallProgress(double appLocalProgress) const;
 
   void setStage(InstallStage stage);
   InstallStage stage() const;
 
   void cancel();
-  // True when the app is the current one and still in its download. The list then stands still until
-  // `release`, so that a cancel of the transfer can't meet the next app's.
+  // True when the app is the current one and still in its download. Then holds the list until `release`, so
+  // that a cancel of the transfer can't affect the next app's.
   bool requestSkip(AppIdentifier app);
   bool isGivenUp(AppIdentifier app) const;  // by either cancel
-  // True when the app at `index` is the current one, still in its download and given up.
+  // True when the app at `index` is the current one, still in its download and cancelled.
   bool isDownloadGivenUp(std::size_t index) const;
 
-  // Makes the list stand still for its next step. False when it does so already: the step is left to the last
-  // `release`.
+  // Holds the list for its next step. False when it is already held; then the last `release` reports the step
+  // as due.
   bool hold();
-  // True when a step was left to this call.
+  // True when the caller must take the due step.
   bool release();
 
   void keep(const AppInstallResult& result);
@@ -63,7 +63,7 @@ class InstallRunState {
   std::set<AppIdentifier> skipRequested_ GUARDED_BY(mutex_);
   InstallStage currentStage_ GUARDED_BY(mutex_) = InstallStage::download;
   int holds_ GUARDED_BY(mutex_) = 0;
-  bool isStepDue_ GUARDED_BY(mutex_) = false;  // one was asked for during a hold
+  bool isStepDue_ GUARDED_BY(mutex_) = false;  // a step became due during a hold
 };
 
 }  // namespace installer

@@ -1,4 +1,4 @@
-// One install from a disk image, step by step. Inside the disk-image installer only.
+// The steps of one install from a disk image. Used by the disk-image installer only.
 #pragma once
 
 #include <optional>
@@ -12,7 +12,7 @@
 
 namespace installer {
 
-// The volume of an attached image; detaches it at its end.
+// The volume of an attached image; the destructor detaches it.
 class MountedImage {
  public:
   explicit MountedImage(Path mountPoint) : mountPoint_{std::move(mountPoint)} {}
@@ -31,11 +31,11 @@ class Installation {
   // Both references must outlive the installation.
   Installation(const Path& dmgPath, const AppInfo& app) : dmgPath_{dmgPath}, app_{app} {}
 
-  // Once. The image is detached on every way out, at the latest by the destructor.
+  // Call once. The image is always detached, at the latest by the destructor.
   InstallResult run();
 
  private:
-  // A step that ends the install gives its result; one that lets it go on gives nothing.
+  // A step that ends the install returns its result; otherwise absent.
   using End = std::optional<InstallResult>;
 
   const Path& dmgPath_;
@@ -43,20 +43,20 @@ class Installation {
   std::optional<MountedImage> image_;
   std::string bundleName_;  // file name of the chosen bundle in the image
   Path source_;
-  Path destination_;  // changes when an App Store copy keeps the first choice
+  Path destination_;  // changed when an App Store copy has this path
   AppInstallationStatus existing_;
-  // Set when the old copy at the destination could only be removed as administrator.
+  // True when only an administrator can remove the old copy at the destination.
   bool removalNeedsAdministrator_ = false;
 
-  // Asks every instance of the app to quit, waits up to five seconds, forces what remains.
+  // Requests all instances of the app to quit, waits up to five seconds, and ends the rest by force.
   void terminateRunningApp() const;
 
-  // +Image: from the file to the one bundle in it that may be installed.
+  // +Image: attaches the image, chooses the bundle and verifies it.
   End attach();
   End chooseBundle();
   End verifySource() const;
 
-  // +ExistingCopy: what is on the machine, and what has to happen to it before the copy.
+  // +ExistingCopy: the existing copies, and their treatment before the copy.
   End compareWithInstalled();
   End clearCopyElsewhere() const;
   void mentionOtherVariants() const;
@@ -73,7 +73,7 @@ class Installation {
   void removeQuarantine() const;
 
   InstallResult finish();
-  // The failure that names the app and what the system says about `error`.
+  // The failure with the app's name and the system's description of `error`.
   InstallResult failed(const Error& error) const;
 };
 

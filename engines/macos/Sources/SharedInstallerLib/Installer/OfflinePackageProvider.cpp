@@ -26,7 +26,7 @@ std::expected<Path, AcquisitionError> locateImage(const AppInfo& app) {
   return file;
 }
 
-// The digest to expect of the app's image; nothing when none is recorded.
+// The expected digest of the app's image; absent when none is recorded.
 std::expected<std::optional<std::string>, AcquisitionError> expectedChecksum(const AppInfo& app) {
   const auto& manifest = BundledPackages::manifest();
   const auto entry = manifest.find(app.tempFileName);

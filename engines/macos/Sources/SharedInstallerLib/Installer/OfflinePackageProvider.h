@@ -1,8 +1,8 @@
-// The source of an offline installer: the disk images lie among its own resources. Acquiring a package means
-// finding its file and saying which digest to expect; nothing is copied.
+// The package source of an offline installer: the disk images in its own resources. An acquisition finds the
+// file and its expected digest; nothing is copied.
 //
-// Any thread; everything happens on the caller's, and handler and completion run before the call returns.
-// A missing checksum is only warned about here; one in an unknown algorithm refuses the package.
+// Any thread; the handler and the completion run on the caller's thread before the call returns. A missing
+// checksum is logged as a warning; with an unknown algorithm the acquisition fails.
 #pragma once
 
 #include <string>
@@ -15,7 +15,7 @@ class OfflinePackageProvider final : public PackageProvider {
  public:
   void acquirePackage(const AppInfo& app, const std::string& label, ProgressHandler progressHandler,
                       Completion completion) override;
-  // There is never anything under way to give up.
+  // Does nothing: an acquisition has always ended before this call.
   void cancelAcquisition() override;
   bool isOfflineMode() const override { return true; }
 };

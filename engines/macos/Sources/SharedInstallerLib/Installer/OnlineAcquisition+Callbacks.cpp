@@ -1,4 +1,4 @@
-// What the session tells of a running transfer.
+// The session's callbacks about a running transfer.
 #include <algorithm>
 #include <array>
 #include <fmt/format.h>
@@ -135,7 +135,7 @@ bool OnlineAcquisition::retriesAfter(const Error& error) {
   return true;
 }
 
-// False for a run that was cancelled: nothing starts any more.
+// False after a cancel: then there is no retry.
 bool OnlineAcquisition::startsWaiting() {
   const MutexLock guard{lock_};
   if (isCancelled_) return false;

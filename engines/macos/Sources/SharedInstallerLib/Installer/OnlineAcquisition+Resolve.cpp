@@ -1,4 +1,4 @@
-// From the metadata to a package that may be fetched.
+// Reads the metadata and determines the package to fetch.
 #include <fmt/format.h>
 
 #include "Installer/OnlineAcquisition.h"
@@ -11,7 +11,7 @@ namespace installer {
 
 namespace {
 
-// The host that was refused, as far as the configured base address names one.
+// The refused host, from the configured base address.
 std::string hostOfBase() {
   const auto base = InstallerConfig::cdnBaseURL();
   const auto url = URL::parse(base);

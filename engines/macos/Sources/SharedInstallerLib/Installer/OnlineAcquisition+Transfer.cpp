@@ -1,4 +1,4 @@
-// From a package that may be fetched to a running transfer.
+// Checks for an existing file and starts the transfer.
 #include <fmt/format.h>
 #include <utility>
 
@@ -39,7 +39,7 @@ void OnlineAcquisition::checkExistingFile() {
     complete(acquiredPackage());
     return;
   }
-  // A file that stays is met again, and told, when the finished download takes its place.
+  // Failures are ignored: `moveIntoPlace` reports them.
   static_cast<void>(machine().files.removeItem(app_.tempFilePath()));
   resumeData_.reset();
   beginDownload();
@@ -57,7 +57,7 @@ void OnlineAcquisition::beginDownload() {
     const MutexLock guard{lock_};
     downloadTask_ = task;
   }
-  // A cancel that came meanwhile has ended the session or the task, which then fails without a transfer.
+  // After a cancel meanwhile, the session or the task has ended, and the task fails without a transfer.
   task->resume();
 }
 
@@ -70,7 +70,7 @@ std::shared_ptr<URLSession> OnlineAcquisition::sessionForDownload() {
     session = downloadSession_;
     wasCancelled = isCancelled_;
   }
-  // A retry timer or a late hand-over can arrive here after the end.
+  // A retry timer or a late step can call this after the end.
   if (!session) {
     log("OnlinePackageProvider: ignoring a download start after the run already finished");
     return nullptr;

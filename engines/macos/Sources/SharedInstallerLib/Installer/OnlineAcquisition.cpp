@@ -42,7 +42,7 @@ void OnlineAcquisition::cancel() {
   if (session) session->invalidateAndCancel();
   log("OnlinePackageProvider: Acquisition cancelled");
   if (!wasWaitingToRetry) return;
-  // No task is there to report the cancel, and nobody should have to wait for the timer to learn of it.
+  // No task reports this cancel, so it is reported here; the retry timer may fire much later.
   machine().dispatch.asyncMain([weakly = weak_from_this()] {
     if (const auto self = weakly.lock()) self->fail(ProviderError::downloadFailed(kCancelled));
   });

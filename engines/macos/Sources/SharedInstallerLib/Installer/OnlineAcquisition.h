@@ -1,11 +1,11 @@
-// One run of the online package source, from the metadata to the image in its place:
+// One acquisition of the online package source, from the metadata to the image at its path:
 //
-//   resolve -> check a file that lies there already -> transfer <-> wait to retry -> finished
+//   resolve -> check an existing file -> transfer <-> wait to retry -> finished
 //
-// A connection that drops is retried after 5, 10 and 15 seconds; what else fails goes to the alternate
-// location, once. Steps follow one another, each started by the one before; only a cancel overlaps them. What
-// both touch is guarded by `lock_`, which is never held across a call to anything else.
-// The completion runs exactly once. The session keeps the object alive until then.
+// A lost connection is retried after 5, 10 and 15 seconds; after any other failure the alternate location is
+// tried, once. Each step starts the next one; only a cancel runs at the same time. `lock_` guards the fields
+// that both use and isn't held during calls to other code. The completion runs exactly once. The session
+// keeps the object alive until then.
 #pragma once
 
 #include <cstddef>
@@ -45,20 +45,20 @@ class OnlineAcquisition : public URLSessionDelegate, public std::enable_shared_f
   const AppInfo app_;
   const std::string label_;
 
-  // Touched by one step at a time, each of which is started by the one before.
-  std::optional<VersionInfo> versionInfo_;   // what is being fetched, and from where
+  // Used by one step at a time; each step starts the next one.
+  std::optional<VersionInfo> versionInfo_;   // the package being fetched, and its address
   std::optional<URL> alternateDownloadURL_;  // the second location, until it is used
   std::shared_ptr<const std::string> resumeData_;
   std::size_t downloadRetryCount_ = 0;         // at the current location
-  std::optional<TimePoint> lastUIUpdateTime_;  // when the handler was last fed with bytes
+  std::optional<TimePoint> lastUIUpdateTime_;  // the time of the last report of bytes
   int lastLoggedPercentage_ = -10;             // a multiple of ten
 
   Mutex lock_;
-  bool isFinished_ GUARDED_BY(lock_) = false;  // the completion has been taken to be run
+  bool isFinished_ GUARDED_BY(lock_) = false;  // the completion has been moved out to run
   bool isCancelled_ GUARDED_BY(lock_) = false;
   bool isWaitingToRetry_ GUARDED_BY(lock_) = false;
   std::shared_ptr<URLSession> downloadSession_ GUARDED_BY(lock_);       // null once finished
-  std::shared_ptr<URLSessionTask> downloadTask_ GUARDED_BY(lock_);      // the one last started
+  std::shared_ptr<URLSessionTask> downloadTask_ GUARDED_BY(lock_);      // the last one
   PackageProvider::ProgressHandler progressHandler_ GUARDED_BY(lock_);  // empty once finished
   PackageProvider::Completion completion_ GUARDED_BY(lock_);            // empty once finished
 
@@ -84,7 +84,7 @@ class OnlineAcquisition : public URLSessionDelegate, public std::enable_shared_f
   [[nodiscard]] Result<> moveIntoPlace(const Path& location);
   AcquiredPackage acquiredPackage() const;
 
-  static constexpr const char* kCancelled = "cancelled";  // why a run failed that was given up
+  static constexpr const char* kCancelled = "cancelled";  // the reason of a cancelled acquisition's failure
 
   void report(const std::string& statusText, const std::string& detailText = {},
               const Progress& progress = {});

@@ -1,7 +1,7 @@
-// The package source of an online build: gets an app's disk image from the content delivery network.
+// The package source of an online build: fetches an app's disk image from the content delivery network.
 //
-// One app at a time. Each call of `acquirePackage` is an `OnlineAcquisition` of its own, so that what arrives
-// late of an earlier one can't touch the next.
+// One app at a time. Each call of `acquirePackage` makes an `OnlineAcquisition`, so that late callbacks of an
+// earlier one can't affect the next.
 #pragma once
 
 #include <memory>
@@ -19,13 +19,13 @@ class OnlinePackageProvider : public PackageProvider {
   OnlinePackageProvider();
   ~OnlinePackageProvider() override;
 
-  // Returns at once; everything else happens on other threads. The image is handed over at
-  // `AppInfo::tempFilePath`, and a sound one that lies there already is used without a transfer.
+  // Returns at once; the work is done on other threads. The image is at `AppInfo::tempFilePath`; a valid one
+  // that already exists there is used without a transfer.
   void acquirePackage(const AppInfo& app, const std::string& label, ProgressHandler progressHandler,
                       Completion completion) override;
 
-  // Any thread. Doesn't call the completion itself: the end comes in the usual way, as a failure or, when
-  // the image was complete already, as a success. No transfer starts after it.
+  // Any thread. Doesn't call the completion itself: the acquisition ends with a failure or, when the image
+  // was already complete, with a success. No transfer starts after this call.
   void cancelAcquisition() override;
 
   bool isOfflineMode() const override { return false; }

@@ -14,7 +14,7 @@ namespace installer {
 
 namespace {
 
-// The number may come as an integer or as a real.
+// The number may be an integer or a real.
 bool isUserCancelled(const Json& scriptError) {
   if (!scriptError.is_object()) return false;
   const auto number = scriptError.find(AdministratorScript::errorNumberKey);
@@ -75,7 +75,8 @@ constexpr const char* sharedSource =
 
 constinit ProcessWide<PrivilegedRunner> runner{[] { return std::make_unique<PrivilegedRunner>(); }};
 
-// For a string literal of the script language; backslashes first, so that those of the quotes stay single.
+// For a string literal of the script language. Backslashes are escaped first, so that those of the quotes
+// stay single.
 std::string escapedForScript(const std::string& command) {
   std::string escaped;
   for (const char c : command) {
@@ -85,8 +86,8 @@ std::string escapedForScript(const std::string& command) {
   return escaped;
 }
 
-// Each such script asks anew. One that can't be made counts as a success although nothing ran: the callers
-// look at the effect afterwards.
+// Each such script prompts again. A script that can't be made counts as a success although nothing ran: the
+// callers check the effect afterwards.
 AdminOutcome runWithAdminPrivilegesOneShot(const std::string& command) {
   const auto script = machine().administratorScripts.make("do shell script \"" + escapedForScript(command) +
                                                           "\" with administrator privileges");

@@ -1,4 +1,4 @@
-// Command lines that run as administrator, their quoting, and the errors that call for one.
+// Command lines that run as administrator, their quoting, and the errors that require one.
 #pragma once
 
 #include <memory>
@@ -12,47 +12,44 @@
 
 namespace installer {
 
-// How a command line that was to run as administrator ended.
+// The result of a command line as administrator.
 enum class AdminOutcome {
   succeeded,  // it ran and exited with status 0
   cancelled,  // the prompt was dismissed; nothing ran
   failed,     // the authorization failed, the command exited non-zero, or the script could not run
 };
 
-// Runs one complete line for /bin/sh as administrator, asking for the password at most once per burst: the
-// script object that the authorization belongs to lives as long as the process. Any thread; everything runs
-// on the main thread, one command at a time, and the caller blocks until its end. The caller quotes the paths
-// in the line.
+// Runs one complete line for /bin/sh as administrator. Prompts at most once for a series of commands: the
+// script object with the authorization exists as long as the process. Any thread; commands run on the main
+// thread, one at a time, and the caller blocks until the end. The caller quotes the paths in the line.
 AdminOutcome runAsAdministrator(const std::string& command);
 
-// Reads the dictionary that a script execution left, and logs what it says. No dictionary is a success.
+// Reads and logs the error dictionary of a script execution. No dictionary is a success.
 AdminOutcome adminOutcome(const ScriptErrorDictionary& scriptError);
 
-// Text that goes into a command line for /bin/sh.
-// One word for the shell, whatever it holds: in single quotes, each single quote inside written as '\''.
+// Any text as one word of a command line for /bin/sh: in single quotes, with '\'' for each single quote.
 std::string shellQuoted(std::string_view text);
 
-// A program's path as the first word of a command: as it stands when the shell would read it as such,
-// quoted otherwise.
+// A program's path as the first word of a command: unchanged if the shell reads it as one word, else quoted.
 std::string shellProgram(std::string_view path);
 
-// Removes whatever stands at `path`, with all beneath it, asking nothing.
+// A command that removes the item at `path` and everything below it without confirmation.
 std::string removalCommand(const Path& path);
 
-// Which file errors are about permission. Told by domain and code, never by text.
-// The one failure that the installer meets with an administrator prompt.
+// File errors about permission, identified by domain and code, never by text.
+// The only failure after which the installer runs a command as administrator.
 inline bool isNoWritePermission(const Error& error) {
   return error.is(ErrorDomain::cocoa, CocoaError::fileWriteNoPermission);
 }
 
-// The failures that the uninstaller takes for a missing permission: no write, no read, EPERM, EACCES.
+// The failures that the uninstaller treats as a missing permission: no write, no read, EPERM, EACCES.
 inline bool isPermissionError(const Error& error) {
   return isNoWritePermission(error) || error.is(ErrorDomain::cocoa, CocoaError::fileReadNoPermission) ||
          error.is(ErrorDomain::posix, 1) || error.is(ErrorDomain::posix, 13);
 }
 
-// The one script object that all privileged command lines of the process go through, so that one granted
-// authorization serves the whole burst.
+// The script object of all privileged command lines of the process, so that one authorization is enough for a
+// series of commands.
 class PrivilegedRunner {
  public:
   static PrivilegedRunner& shared();
@@ -61,9 +58,9 @@ class PrivilegedRunner {
   AdminOutcome run(const std::string& command);
 
  private:
-  Mutex privilegedRunnerLock_;  // held across each execution, the fallback's included
+  Mutex privilegedRunnerLock_;  // held during each execution, also the fallback's
   bool isMade_ GUARDED_BY(privilegedRunnerLock_) = false;
-  // Made once; null when the platform couldn't make it.
+  // Created once; null when the platform can't create it.
   std::unique_ptr<AdministratorScript> script_ GUARDED_BY(privilegedRunnerLock_);
 
   AdministratorScript* privilegedRunner() REQUIRES(privilegedRunnerLock_);

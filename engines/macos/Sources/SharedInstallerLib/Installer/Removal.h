@@ -1,4 +1,4 @@
-// The removal of one app as a transaction. Inside the uninstaller only.
+// The removal of one app as a transaction. Used by the uninstaller only.
 #pragma once
 
 #include <optional>
@@ -28,9 +28,9 @@ class Removal {
   Path path_;      // the app's own path
   Path location_;  // where the bundle is: at `path_`, or staged beside it
 
-  // Asks every instance of the app to quit, looks for up to five seconds, forces what remains.
+  // Requests all instances of the app to quit, waits up to five seconds, and ends the rest by force.
   void terminateRunningApp() const;
-  // Clears what a half-finished removal left at `path`. Absent when there is nothing of the kind.
+  // Removes the rest of an interrupted removal at `path`. Absent when there is none.
   std::optional<UninstallResult> removeHusk(const Path& path);
 
   UninstallResult removeBundle(const Path& path);
@@ -45,15 +45,15 @@ class Removal {
 
   // +Transaction.
   std::optional<Path> claimStagingPath() const;
-  // Where an unprivileged delete would stop; absent when nothing was found that would stop it.
+  // The first directory that would stop an unprivileged delete; absent when there is none.
   std::optional<Path> firstUnwritableDirectory() const;
   // Deletes the bundle as administrator. If that fails, a staged bundle is restored.
   UninstallResult escalatedRemoval();
   UninstallResult authCancelledResult() const;
   UninstallResult privilegedRemovalFailedResult() const;
-  // Moves the staged bundle back, if it would work there. False when it stays staged.
+  // Moves the staged bundle back if it is still complete. False when it stays staged.
   bool restore();
-  // Makes the platform and this process forget the bundle at both paths.
+  // Unregisters the bundle at both paths and removes it from the cache.
   void forgetBundle() const;
 };
 

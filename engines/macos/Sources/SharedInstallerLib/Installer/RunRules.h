@@ -1,5 +1,4 @@
-// What a run for a shell and an unattended run have in common.
-// Stateless; any thread.
+// Rules of runs for a shell and of unattended runs. Stateless; any thread.
 #pragma once
 
 #include <span>
@@ -13,19 +12,19 @@
 
 namespace installer::RunRules {
 
-// A wait serves the main run loop in slices of this length: reports and cancels arrive there.
+// A wait serves the main run loop in slices of this length; it delivers reports and cancels.
 inline constexpr Duration kRunLoopSlice{0.05};
 inline constexpr Duration kConnectivityTimeout{5.0};
 
-// The rows of the catalog for `identifiers`, in that order, duplicates kept; all of it when there are none.
-// An app that this build doesn't offer is dropped without a word.
+// The rows of the catalog for `identifiers`, in that order, with duplicates; the whole catalog when there are
+// none. An app that this build doesn't offer is left out without a message.
 std::vector<AppInfo> resolveApps(const std::vector<AppIdentifier>& identifiers);
 
-// The sentence for people when the build's last day has passed.
+// The sentence for people about an expired installer.
 std::string expiryMessage(const InstallerRetirement& retirement);
 
-// True when some app failed, not by a cancel, with a message that has the word "permission" in it in any
-// case. Reads the message on purpose: a failed install carries no such flag.
+// True when an app failed, without a cancel, with a message that contains the word "permission" in any case.
+// Reads the message on purpose: a failed install has no such flag.
 bool anyPermissionDenied(std::span<const AppInstallResult> results);
 
 }  // namespace installer::RunRules

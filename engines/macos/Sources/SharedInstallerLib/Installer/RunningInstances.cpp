@@ -9,7 +9,7 @@ namespace {
 
 constexpr Duration kGracePeriod{5.0};
 
-// True as soon as a look finds nothing running; false when the grace period ran out.
+// True when no instance runs any more; false when the grace period is over.
 bool allQuitInTime(const std::vector<std::string>& bundleIdentifiers, Duration lookInterval) {
   Dispatch& dispatch = machine().dispatch;
   const auto deadline = dispatch.now() + std::chrono::duration_cast<TimePoint::duration>(kGracePeriod);

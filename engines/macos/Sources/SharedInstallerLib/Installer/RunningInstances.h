@@ -1,4 +1,4 @@
-// The running instances of an app, and how they are made to quit before their bundle is replaced or removed.
+// The running instances of an app, and their end before the bundle is replaced or removed.
 #pragma once
 
 #include <string>
@@ -10,25 +10,25 @@
 
 namespace installer {
 
-// Those of each identifier in turn, wherever their bundles lie. Not de-duplicated.
+// The instances of each identifier in order, with bundles at any path. Not de-duplicated.
 std::vector<RunningApplication> runningInstances(const std::vector<std::string>& bundleIdentifiers);
 
-// For the log.
+// The application's name for the log.
 std::string nameOf(const RunningApplication& application);
 
-// How one caller of `quitRunningInstances` waits and what it logs.
+// The waits and log texts of one caller of `quitRunningInstances`.
 struct QuitManner {
-  std::string_view speaker;  // starts each log line
-  // The rest of the line about an instance that is asked to quit.
+  std::string_view speaker;  // the first word of each log line
+  // The rest of the line about a request to quit.
   std::string (*request)(const RunningApplication& application);
-  Duration lookInterval;  // between two looks at what still runs
-  Duration settlingTime;  // what the system gets to release forced processes
-  // Whether a wait that ran out settles even when the last look finds nothing to force.
+  Duration lookInterval;  // between two queries of the running instances
+  Duration settlingTime;  // the wait after instances were ended by force
+  // True: waits for `settlingTime` after every expired wait, also when no instance was left to end by force.
   bool settlesAfterEveryWait;
 };
 
-// Asks every instance under these identifiers to quit, looks for up to five seconds, forces what remains.
-// Blocks; not on the main thread while something needs its queue.
+// Requests all instances with these identifiers to quit, waits up to five seconds, and ends the rest by
+// force. Blocks; not on the main thread while something needs its queue.
 void quitRunningInstances(const std::vector<std::string>& bundleIdentifiers, const QuitManner& manner);
 
 }  // namespace installer

@@ -47,7 +47,7 @@ std::string selectionText(const std::vector<AppIdentifier>& identifiers) {
   return fmt::format("{}", fmt::join(values, ","));
 }
 
-// Ends a run before any app was touched.
+// Ends a run before any app is changed.
 ExitCode stop(InstallerAction action, ExitCode exitCode, const std::string& note) {
   writeSummary(action, {}, exitCode, note);
   return exitCode;
@@ -87,7 +87,7 @@ ExitCode computeUninstallExitCode(const std::vector<UninstallResult>& results, b
   return RunExitCode::forRun(statusWords(results), strict, permissionDenied);
 }
 
-// Coarser than the exit code on purpose: a cancelled app reads "failed", a current one "installed".
+// Less detailed than the exit code on purpose: a cancelled app is "failed", a current one "installed".
 SummaryEntry summaryEntry(const AppInstallResult& result) {
   return {.appName = result.app.displayName,
           .status = result.success ? AppStatus::installed : AppStatus::failed,
@@ -107,8 +107,8 @@ std::vector<SummaryEntry> summaryEntries(const std::vector<Result>& results) {
   return entries;
 }
 
-// A run that was cut short is no success, even if all that it did went well. The results are in the order of
-// the apps, so the ones without a result are the last.
+// Makes a cancelled run a partial success even if all earlier apps succeeded. The results are in the order of
+// the apps, so the apps without a result are the last ones.
 void addNeverReached(std::vector<AppInstallResult>& results, const std::vector<AppInfo>& apps) {
   while (results.size() < apps.size()) {
     results.push_back(AppInstallResult::givenUp(apps[results.size()]));
@@ -121,7 +121,7 @@ void openInstalledApps(const std::vector<AppInstallResult>& results) {
     const auto path =
         result.installedPath.value_or(joined(machine().paths.applications, result.app.appBundleName));
     log("SilentRunner: Opening {} at {}", result.app.displayName, path);
-    // The install stands whether or not the app can be opened.
+    // Failures are ignored: the app is installed even if it can't be opened.
     (void)machine().processes.launch(machine().paths.open, {path});
   }
 }
@@ -138,7 +138,7 @@ ExitCode SilentRunner::run(const RunOptions& options) {
   return options.action == InstallerAction::install ? runInstall(options) : runUninstall(options);
 }
 
-// The order of the stops is a contract: invalid selection, then expiry, then the network.
+// The order of the checks is a contract: invalid selection, then expiry, then the network.
 ExitCode SilentRunner::runInstall(const RunOptions& options) {
   const auto apps = RunRules::resolveApps(options.selectedApps);
   if (apps.empty()) return stopWithoutApps(InstallerAction::install);
@@ -183,7 +183,7 @@ bool SilentRunner::isConnected() const {
   return true;
 }
 
-// No expiry test, no connectivity test, and nobody is asked for a password.
+// Without a check of the expiry or the network, and without a password prompt.
 ExitCode SilentRunner::runUninstall(const RunOptions& options) {
   const auto apps = RunRules::resolveApps(options.selectedApps);
   if (apps.empty()) return stopWithoutApps(InstallerAction::uninstall);
@@ -195,7 +195,7 @@ ExitCode SilentRunner::runUninstall(const RunOptions& options) {
 }
 
 bool SilentRunner::mayGoOn() {
-  // The only moment in which a cancel can land: a removal blocks this thread.
+  // Cancels are delivered only here, because a removal blocks this thread.
   machine().dispatch.runMainLoop(RunRules::kRunLoopSlice);
   return !isCancelled_;
 }

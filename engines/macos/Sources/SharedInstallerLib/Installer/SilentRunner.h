@@ -1,7 +1,7 @@
-// Drives a whole run without a person and without events: everything goes to the log, and the exit code says
-// how it ended. A summary for scripts stands at the end of the log on every path, a cancelled run included.
+// Conducts an unattended run, without events: it reports to the log and by its exit code. Every run, also a
+// cancelled one, ends with a summary for scripts in the log.
 //
-// Main thread. Serves one run. Never fails as a whole: what goes wrong with an app is that app's status.
+// Main thread. For one run. Never fails as a whole: a failure of an app is that app's status.
 #pragma once
 
 #include <memory>
@@ -24,14 +24,14 @@ class HeadlessInstallDelegate final : public InstallRunDelegate {
                                      double progress) override;
 };
 
-// The summary of an unattended run, as lines of the log that a script can find.
+// One app's entry in the summary of an unattended run.
 struct SummaryEntry {
   std::string appName;
   AppStatus status = AppStatus::failed;
   std::optional<std::string> detail;
 };
 
-// Values stand as they are: a quotation mark inside one isn't escaped.
+// Writes the summary to the log. Values aren't escaped, also quotation marks in them.
 void writeSummary(InstallerAction action, const std::vector<SummaryEntry>& entries, ExitCode exitCode,
                   const std::optional<std::string>& note);
 
@@ -39,17 +39,17 @@ class SilentRunner {
  public:
   explicit SilentRunner(std::shared_ptr<PackageProvider> provider);
 
-  // Blocks until the run has ended, turning the main run loop meanwhile, or until an install has been silent
-  // for 600 seconds.
+  // Blocks until the run has ended, or until an install has made no progress for 600 seconds. Serves the main
+  // run loop meanwhile.
   ExitCode run(const RunOptions& options);
 
-  // Lets the app at work end whole and leaves out the rest: in the exit code they are cancelled, in the
-  // summary they failed. What was installed isn't opened any more. Main queue, during `run`.
+  // Completes the current app and leaves out the rest: they count as cancelled in the exit code and as failed
+  // in the summary. Installed apps aren't opened. Main queue, during `run`.
   void cancel();
 
  private:
   const std::shared_ptr<PackageProvider> provider_;
-  std::shared_ptr<InstallRun> activeRun_;  // null but during an install
+  std::shared_ptr<InstallRun> activeRun_;  // null except during an install
   bool isCancelled_ = false;
 
   ExitCode runInstall(const RunOptions& options);
