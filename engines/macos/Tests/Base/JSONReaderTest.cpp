@@ -61,9 +61,10 @@ TEST(JSONReader, LosesOnlyTheValueThatCannotBeHeld) {
 
 TEST(JSONReader, RefusesFaultsBesideAValueThatCannotBeHeld) {
   for (const std::string text :
-       {"[1e400", "[01e400]", "[1.e400]", "[1e400+]", "[1e400+5]", "[1e400.5]", "[1e400 1]", "[\"\\ud800]",
-        "[\"\\ud800\\x\"]", "[\"\\ud8\"]", "[\"\\u-800\"]", "1e400", "\"\\ud800\"", "[\"\\ud800\n\"]",
-        "[\"\\ud800", "[\"\\"}) {
+       {"[1e400",        "[01e400]",       "[1.e400]",       "[1e400+]",         "[1e400+5]",
+        "[1e400.5]",     "[1e400 1]",      "[\"\\ud800]",    "[\"\\ud800\\x\"]", "[\"\\ud8\"]",
+        "[\"\\u-800\"]", "1e400",          "\"\\ud800\"",    "[\"\\ud800\n\"]",  "[\"\\ud800",
+        "[\"\\",         R"(["\udc00"7])", R"([7"\udc00"])", R"([-"\udc00"])",   R"(["\udc00"e5])"}) {
     EXPECT_FALSE(JSONReader::parse(text)) << text;
   }
 }

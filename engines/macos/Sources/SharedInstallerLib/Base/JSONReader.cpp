@@ -88,9 +88,9 @@ bool isNumberOutOfRange(std::string_view token) {
 }
 
 // `token`, or its replacement when no JSON value can hold it: a fraction for a value, because no key accepts
-// one; its own spelling for a key.
+// one; its own spelling for a key. The blanks keep the fraction apart from digits or a sign beside the token.
 std::string withoutBadValue(std::string_view token, std::string_view rest) {
-  constexpr std::string_view fraction = "0.5";
+  constexpr std::string_view fraction = " 0.5 ";
   if (token.front() != '"') return std::string{isNumberOutOfRange(token) ? fraction : token};
   auto spelled = withLoneSurrogatesSpelled(token);
   const auto next = rest.find_first_not_of(" \t\r\n");
