@@ -2,13 +2,21 @@
 // bad value costs what its file's page says.
 #include <algorithm>
 #include <array>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
 #include <utility>
 
 #include "JSONLaws.h"
 #include "Models/PackageMeta.h"
 #include "Models/ReleaseNotes.h"
+#include "Support/SimulatedMachine.h"
 #include "Targets.h"
+#include "Utils/BundledPackages.h"
+#include "Utils/CDNSource.h"
+#include "Utils/KeloAppProvider.h"
+#include "Utils/VersionComparison.h"
 
 namespace installer::test {
 
@@ -72,6 +80,21 @@ void requireThatABadValueCostsItself(std::string_view text, const Json& json, co
   decodesAs("checksum", expected);
 }
 
+// What an installer with this list beside it offers.
+void requireManifestOf(std::string_view text, const std::map<std::string, PackageMeta>& index) {
+  SimulatedMachine machine;
+  machine.files.addFile(joined(machine.resources, "packages/packages.json"), text);
+  const auto& manifest = BundledPackages::manifest();
+  for (const auto& [destination, meta] : manifest) {
+    require(meta.destination == destination, "a package is listed by its file's name");
+    require(std::ranges::any_of(index, [&meta](const auto& entry) { return entry.second == meta; }),
+            "a package is one of the list");
+  }
+  for (const auto& [key, meta] : index) {
+    require(!meta.destination || manifest.contains(*meta.destination), "no package with a file is lost");
+  }
+}
+
 }  // namespace
 
 void fuzzPackageMeta(std::string_view text) {
@@ -101,6 +124,7 @@ void fuzzPackageIndex(std::string_view text) {
             "a bad entry costs that entry and nothing else");
   }
   require(index.size() == objects, "only objects are entries");
+  requireManifestOf(text, index);
 }
 
 namespace {
@@ -114,6 +138,37 @@ bool isRelease(const Json& json) {
   const auto& notes = json["notes"];
   return json["version"].is_string() && isOptionalText(json, "date") && notes.is_array() &&
          std::ranges::all_of(notes, [](const Json& note) { return note.is_string(); });
+}
+
+// What a shell is shown of the file `text`.
+std::optional<ReleaseNotes> fetched(std::string_view text) {
+  SimulatedMachine machine;
+  machine.setConfiguration(
+      R"({"apps": {}, "trustedDownloadDomains": ["kelo.example"],
+          "cdn": {"domains": {"us": "https://kelo.example"}, "releaseNotesEnabled": true}})");
+  for (const std::string arch : {"arm64", "x64", "universal"}) {
+    machine.network
+        .on("https://kelo.example/desksuite/apps/default/brenna/mac/" + arch +
+            "/dmg/latest/release-notes.json")
+        .answers(200, std::string{text});
+  }
+  std::optional<ReleaseNotes> notes;
+  machine.dispatch.runOnWorker([&notes] {
+    notes = CDNSource::fetchReleaseNotes(*KeloAppProvider::shared().app(AppIdentifier::brenna),
+                                         CDNSource::kFetchTimeout);
+  });
+  return notes;
+}
+
+void requireNewestFirst(std::string_view text, const ReleaseNotes& notes) {
+  const auto shown = fetched(text);
+  require(shown.has_value(), "what is read is shown");
+  const auto& releases = shown->releases;
+  require(std::ranges::is_permutation(releases, notes.releases), "the same releases are shown");
+  const auto isOlder = [](const auto& one, const auto& next) {
+    return compareVersion(one.version, next.version) == ComparisonResult::ascending;
+  };
+  require(std::ranges::adjacent_find(releases, isOlder) == releases.end(), "no release follows an older one");
 }
 
 bool isReleaseNotes(const Json& json) {
@@ -130,6 +185,7 @@ void fuzzReleaseNotes(std::string_view text) {
   require(notes.has_value() == isReleaseNotes(json), "exactly what has the documented shape is read");
   if (!notes) return;
   require(notes->releases.size() == json["releases"].size(), "no release is lost");
+  requireNewestFirst(text, *notes);
   require(ReleaseNotes::decode(notes->encode().dump()) == notes, "what is written again reads the same");
   require(ReleaseNotes::decode(withMember(text, "unknown", badValue(text))) == notes,
           "unknown keys are ignored");

@@ -34,8 +34,8 @@ std::size_t countOf(const Json& value) {
 
 // The list in its binary form, by the library that it is read with. XML has no form for control characters.
 std::string rewritten(std::string_view bytes) {
-  const bool isBinary = bytes.starts_with(kBinaryPropertyListMagic);
   if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
+  const bool isBinary = bytes.starts_with(kBinaryPropertyListMagic);
   plist_t list = nullptr;
   (isBinary ? plist_from_bin : plist_from_xml)(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &list);
   const std::unique_ptr<void, decltype(&plist_free)> owner{list, &plist_free};
