@@ -251,14 +251,15 @@ TEST_F(EngineInstall, EmitsNothingAfterDone) {
   EXPECT_EQ(transcript(), before);
 }
 
-// Another engine at work.
+// Waits for another engine.
 
 constexpr auto kWaitMessage =
     "log info: Waiting for another Kelo Desk Installer, which is at work in /Applications, before Kelo Brenna";
 
 class EngineInstallInTurn : public EngineInstall {
  protected:
-  // Another engine has the turn, and this happens when it gives it back; absent means that it never does.
+  // Another engine has the turn for `length`, then runs `atItsEnd` and releases it. It never releases the
+  // turn when `length` is absent.
   void anotherEngineWorks(std::optional<Duration> length, Work atItsEnd = {}) {
     machine.files.setLockedByAnother("/Applications");
     if (!length) return;

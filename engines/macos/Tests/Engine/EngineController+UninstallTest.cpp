@@ -154,7 +154,7 @@ TEST_F(EngineUninstall, HearsACancelThatWasPostedBeforeItsFirstApp) {
                                  "done uninstall 1: brenna cancelled, tolvi cancelled"}));
 }
 
-// Another engine at work.
+// Waits for another engine.
 
 TEST_F(EngineUninstall, WaitsForItsTurnAndFindsWhatTheOtherEngineLeft) {
   addInstalled(brenna, "1.0");

@@ -45,7 +45,7 @@ class CommandLineTest : public ::testing::Test {
     machine.setConfiguration(R"({"apps": {}, "trustedDownloadDomains": ["cdn.test"],
                                  "cdn": {"domains": {"us": "https://cdn.test"}}})");
   }
-  // Publishes a package there that takes a few seconds to come.
+  // Publishes a package whose download takes a few seconds.
   void offer(AppIdentifier identifier, const std::string& arch, const std::string& version) {
     const auto bytes = image(identifier, version);
     const auto folder = fmt::format("https://cdn.test/desksuite/apps/default/{}/mac/{}/dmg/latest/",

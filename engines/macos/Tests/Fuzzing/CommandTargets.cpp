@@ -1,4 +1,4 @@
-// Both command lines and the lines on standard input, through whole runs on a simulated machine.
+// Both command lines and the lines on standard input, in whole runs on a simulated machine.
 #include <algorithm>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -22,7 +22,7 @@ namespace {
 void requireAStatedEnd(SimulatedMachine& machine, const Tokens& tokens) {
   machine.network.setOffline();
   machine.streams.closeInput();
-  runEngineCLI({"engine-cli", "hello"});  // what the first run says about the log isn't looked at
+  runEngineCLI({"engine-cli", "hello"});  // the first run's lines about the log are ignored
   machine.streams.forgetOutput();
   auto arguments = tokens;
   arguments.insert(arguments.begin(), "engine-cli");

@@ -1,4 +1,4 @@
-// The installer's configuration: whatever the file holds, each key has its value or its default.
+// The installer's configuration: for any file, each key has its value or its default.
 #include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
@@ -22,7 +22,7 @@ Json encoded(const CDNConfig& cdn) {
           {"releaseNotesEnabled", cdn.releaseNotesEnabled}};
 }
 
-// As a file that reads the same.
+// The configuration as JSON that reads as the same configuration.
 Json encoded(const ParsedConfig& config) {
   auto apps = Json::object();
   for (const auto& [id, app] : config.apps) {
@@ -65,7 +65,7 @@ void requireShape(const Json& config) {
   }
 }
 
-// As `json` says it where that is well formed.
+// Each well-formed value of `json` must be in `config`.
 void requireThatGoodValuesCount(const Json& json, const Json& config) {
   for (const char* key : {"installScope", "flavour", "expectedSigningTeamId"}) {
     if (json.contains(key) && json[key].is_string())

@@ -1,4 +1,4 @@
-// Every input of the corpora, fed to its target. A broken law ends the program.
+// Runs each target on every input of its corpus. A broken law ends the program.
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>

@@ -34,7 +34,7 @@ std::span<const FuzzTarget> fuzzTargets() {
 }
 
 void fuzz(std::string_view name, std::span<const std::uint8_t> input) {
-  GTEST_FLAG_SET(break_on_failure, true);  // what a fake reports ends the process too
+  GTEST_FLAG_SET(break_on_failure, true);  // a failure reported by a fake also ends the process
   const std::string text{input.begin(), input.end()};
   std::ranges::find(kTargets, name, &FuzzTarget::name)->run(text);
 }

@@ -11,12 +11,12 @@ namespace installer::test {
 
 namespace {
 
-// The grammar of JSON once more, by recursive descent. Says nothing about what a value is.
+// A second implementation of JSON's grammar, by recursive descent. Only accepts or refuses; makes no values.
 class Grammar {
  public:
   explicit Grammar(std::string_view text) : rest_{text} {}
 
-  // An object or an array, and nothing after it.
+  // True for an object or an array with nothing after it.
   bool isText() {
     (void)take("\xEF\xBB\xBF");
     skipBlanks();
@@ -33,7 +33,7 @@ class Grammar {
     return true;
   }
 
-  // One of `set`, whose size is at most `most`.
+  // Takes characters of `set`, at most `most`, and returns their number.
   std::size_t takeAll(std::string_view set, std::size_t most = std::string_view::npos) {
     const auto count = std::min({rest_.find_first_not_of(set), rest_.size(), most});
     rest_.remove_prefix(count);
@@ -56,7 +56,7 @@ class Grammar {
     return take("true") || take("false") || take("null") || takeNumber();
   }
 
-  // Of an array or an object, whose opening bracket has been taken.
+  // Takes the rest of an array or an object after its opening bracket.
   bool takeRest(char close, std::size_t depth, auto&& takeItem) {
     if (depth > JSONReader::maximumDepth) return false;
     skipBlanks();

@@ -1,4 +1,4 @@
-// What holds for every JSON file that the engine reads, and how the targets spoil one.
+// Laws for every JSON file that the engine reads, and changes of such files by the targets.
 #pragma once
 
 #include <string>
@@ -8,14 +8,14 @@
 
 namespace installer::test {
 
-// What the engine reads of `text`; null when it refuses it. Exactly what the grammar of JSON allows is read,
-// and what was read and is written again reads the same.
+// The engine's value of `text`; null when it refuses it. Requires that exactly the texts of JSON's grammar
+// are accepted, and that the value, written and read again, is the same.
 Json readJSON(std::string_view text);
 
-// `text`, which is an object, with one more member at its end: the last one of its name counts.
+// `text`, which is an object, with an additional last member. The last member of a name is the valid one.
 std::string withMember(std::string_view text, const std::string& key, std::string_view value);
 
-// One of the values that no key takes. `text` determines which.
+// A value that no key accepts, selected by `text`.
 std::string_view badValue(std::string_view text);
 
 }  // namespace installer::test

@@ -1,4 +1,4 @@
-// The property lists that come from a disk image and from the tool that attaches it.
+// The property lists in a disk image and of the tool that attaches it.
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
@@ -32,7 +32,7 @@ std::size_t countOf(const Json& value) {
   return count;
 }
 
-// The list in its binary form, by the library that it is read with. XML has no form for control characters.
+// The list in its binary form, written with the library that reads it. XML can't contain control characters.
 std::string rewritten(std::string_view bytes) {
   if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
   const bool isBinary = bytes.starts_with(kBinaryPropertyListMagic);
@@ -76,7 +76,7 @@ void fuzzInfoPlist(std::string_view text) {
           "a bundle says what its list says");
   if (!list) return;
   requireBounds(*list);
-  // As text, because a number that is none isn't equal to itself.
+  // Compared as text, because NaN isn't equal to itself.
   require(readPropertyList(rewritten(text)).value_or(nullptr).dump() == list->dump(),
           "a list that is written again reads the same");
   if (!list->is_object()) return require(!bundle->bundleIdentifier(), "only a dictionary names a bundle");

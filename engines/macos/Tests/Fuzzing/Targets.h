@@ -1,6 +1,5 @@
-// What hostile bytes are fed to: one function for each kind of text that the engine reads from outside.
-// Besides crashes and hangs, each looks for a broken law, such as a value outside its documented shape, and
-// aborts at the first one.
+// The functions under fuzzing: one for each kind of text that the engine reads from outside. Besides crashes
+// and hangs, each checks laws, for example a value's documented form, and aborts at the first broken one.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +9,7 @@
 
 namespace installer::test {
 
-void fuzzAttachList(std::string_view text);           // what `hdiutil attach -plist` prints
+void fuzzAttachList(std::string_view text);           // the output of `hdiutil attach -plist`
 void fuzzConfiguration(std::string_view text);        // installer_config.json
 void fuzzHTTPHead(std::string_view text);             // a server's whole answer
 void fuzzInfoPlist(std::string_view text);            // a bundle's Info.plist
@@ -25,7 +24,7 @@ void fuzzURLTrust(std::string_view text);             // one address
 void fuzzVersionComparison(std::string_view text);    // three versions, one per line
 
 struct FuzzTarget {
-  std::string_view name;  // also of its folder in corpus/
+  std::string_view name;  // also the name of its folder in corpus/
   void (*run)(std::string_view text);
 };
 std::span<const FuzzTarget> fuzzTargets();

@@ -1,4 +1,4 @@
-// Version strings beside a naive model, and shell words through the real /bin/sh.
+// Version strings, compared with a naive model, and shell words, read by the real /bin/sh.
 #include <algorithm>
 #include <string>
 #include <utility>
@@ -13,7 +13,7 @@ namespace installer::test {
 
 namespace {
 
-// The pieces between the separators, empty ones included.
+// The pieces between the separators, also empty ones.
 std::vector<std::string> pieces(std::string_view text, char separator) {
   std::vector<std::string> all{""};
   for (const char c : text) {
@@ -26,7 +26,7 @@ std::vector<std::string> pieces(std::string_view text, char separator) {
   return all;
 }
 
-// A component as its sign and its digits without leading zeros, so that no width of an integer plays a part.
+// A component as its sign and its digits without leading zeros, without a limit of an integer type.
 struct NaiveNumber {
   bool isNegative = false;
   std::string digits;
@@ -85,7 +85,7 @@ void fuzzVersionComparison(std::string_view text) {
   const auto& c = versions[2];
   for (const auto& [left, right] : {std::pair{a, b}, std::pair{b, c}, std::pair{a, c}})
     requireLaws(left, right);
-  // "The same" doesn't carry over: "1.1" and "1.2" are both the same as "1".
+  // "The same" isn't transitive: "1.1" and "1.2" are both the same as "1".
   if (compareVersion(a, b) == ascending && compareVersion(b, c) == ascending) {
     require(compareVersion(a, c) == ascending, "older than an older one is older");
   }
@@ -93,11 +93,10 @@ void fuzzVersionComparison(std::string_view text) {
 
 namespace {
 
-// What /bin/sh makes of `word`, which has to be one argument; through the shell that runs an administrator's
-// commands.
+// The argument that /bin/sh reads from `word`, through the shell that runs an administrator's commands.
 std::string readByShell(const std::string& word) {
-  // A new one each time: the fuzzer looks into comparisons and finds out what the shell's own lines begin
-  // with.
+  // A new shell each time, because the fuzzer traces comparisons and finds the token of the shell's own
+  // lines.
   PrivilegedShell shell{{.command = {}, .askpass = {}}};
   const auto failure = shell.run("set -- " + word + "; printf '%d %s.' $# \"$1\"; exit 3");
   require(failure && failure->number == 3, "the command ends by itself");
@@ -108,7 +107,7 @@ std::string readByShell(const std::string& word) {
 
 void fuzzShellQuoting(std::string_view text) {
   std::string word{text};
-  std::erase(word, '\0');  // which no argument can hold
+  std::erase(word, '\0');  // an argument can't contain NUL
   require(readByShell(shellQuoted(word)) == "1 " + word + ".",
           "the word that comes back is the one that went in");
   const auto program = "/" + word;

@@ -1,4 +1,4 @@
-// The calls of the engine across the seam that can fail, in order, and one of them made to fail.
+// Records the engine's calls across the seam that can fail, in order, and makes one of them fail.
 #pragma once
 
 #include <optional>
@@ -15,20 +15,20 @@ class FaultPlan {
     std::vector<std::string> faults;  // the ways in which it can fail, at least one
   };
 
-  // Starts the list afresh. From here on every call is in it, and none fails.
+  // Clears the list. Afterwards every call is added to it, and none fails.
   void record();
-  // Likewise, and the call at `index` of the list has the fault at `fault` of its own.
+  // The same, and the call at `index` of the list fails with its fault at `fault`.
   void fail(std::size_t index, std::size_t fault);
-  void stop();  // lists and fails nothing any more
+  void stop();  // afterwards no call is listed, and none fails
   const std::vector<Call>& calls() const { return calls_; }
 
-  // For the fakes, once in each call: the index of the fault to have, if any.
+  // Called by the fakes once in each call: the index of the fault to have, if any.
   std::optional<std::size_t> faultOf(std::string_view service, std::string_view what,
                                      std::vector<std::string> faults);
-  // Of a question with a bare yes or no: is this one answered by no?
+  // For a call with a boolean result: true when the plan makes it false.
   bool answersNo(std::string_view question, std::string_view what);
 
-  // What a program does is the program's: its calls of the other fakes aren't in the list.
+  // While it exists, calls aren't listed: a simulated program's calls of the other fakes aren't the engine's.
   class Pause {
    public:
     explicit Pause(FaultPlan& plan) : plan_{plan} { ++plan_.pauses_; }

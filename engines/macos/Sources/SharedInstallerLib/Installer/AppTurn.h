@@ -1,10 +1,10 @@
-// One engine at a time works on the installed apps. An engine takes the turn before it acquires, installs or
-// removes an app, and gives it back at that app's end.
+// The turn: only one engine at a time works on the installed apps. An engine takes the turn before it
+// acquires, installs or removes an app, and releases it at that app's end.
 //
-// The turn is a lock of the kernel on the folder of the applications: it needs no file, works across users,
-// and ends with the process. It covers all apps and not one, because a lock for each app would need a file
-// for each that outlives its process. An engine holds no other lock while it waits for the turn, so that two
-// never wait for each other. A folder that can't be locked gives the turn to everyone.
+// The turn is a kernel lock on the applications folder: it needs no file, works across users, and ends with
+// the process. It is for all apps, because a lock per app would need a file per app that outlives its
+// process. An engine holds no other lock while it waits for the turn, so that no deadlock is possible. If the
+// folder can't be locked, every engine gets the turn.
 #pragma once
 
 #include <expected>
@@ -19,29 +19,30 @@
 
 namespace installer {
 
-// Given back when the last reference goes away. Null where the folder can't be locked.
+// Released with the last reference. Null when the folder can't be locked.
 using AppTurn = std::shared_ptr<FileLock>;
 
 namespace AppTurns {
 
-// Longer than an engine can be silent before it ends by its own rule.
+// Longer than an engine's idle limit.
 inline constexpr std::chrono::seconds kWaitLimit{1800};
 inline constexpr Duration kLookInterval{0.05};
 
-// Absent while another engine has the turn. What this process knew of the app's bundle is forgotten.
+// Absent while another engine has the turn. With the turn, removes the app's bundle from the cache and clears
+// the leftovers of killed engines.
 std::optional<AppTurn> tryTake(const AppInfo& app);
 
 enum class Denied { givenUp, timedOut };
 
-// `goesOn` pauses, for `kLookInterval` or so, and tells whether the wait goes on. `report` hears of the wait
-// at its begin, with the sentence that is also logged, and then once a minute without one: that another
-// engine lives and works is a sign of life.
+// `goesOn` pauses for about `kLookInterval` and returns whether to wait further. `report` is called when the
+// wait begins, with the sentence that is also logged, and then once a minute without one, because a wait for
+// another engine counts as progress.
 struct Wait {
   std::function<bool()> goesOn;
   std::function<void(const std::optional<std::string>& message)> report = {};
 };
 
-// Waits until the other engine has given the turn back. Logs why, once.
+// Waits until the other engine has released the turn. Logs the reason once.
 std::expected<AppTurn, Denied> take(const AppInfo& app, const Wait& wait);
 
 // The sentence for `Denied::timedOut`.

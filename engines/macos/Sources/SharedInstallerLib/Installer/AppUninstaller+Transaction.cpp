@@ -16,7 +16,7 @@ namespace {
 
 constexpr int stagingCandidates = 20;
 
-// Number 0 is the name itself, the others carry their number.
+// Number 0 is the plain name, the others contain their number.
 Path stagingPath(const Path& path, int number) {
   auto name = fmt::format(".{}.kelo-uninstall", lastPathComponent(path));
   if (number > 0) name += fmt::format(".{}", number);

@@ -42,15 +42,15 @@ class AppUninstaller {
   // the caller isn't the main thread.
   static UninstallResult uninstall(const AppInfo& app, bool allowAdminEscalation);
 
-  // Each in turn; a failure doesn't stop the walk. Results in the order of `apps`. `mayGoOn`, if there is
-  // one, is asked before each app and while another engine is at work; from its first no on, the apps are
-  // reported as never reached.
+  // Removes the apps in order; a failure doesn't stop the others. Results in the order of `apps`. `mayGoOn`,
+  // if not empty, is called before each app and during a wait for another engine; after its first false, the
+  // remaining apps are reported as never reached.
   static std::vector<UninstallResult> uninstallAll(const std::vector<AppInfo>& apps,
                                                    bool allowAdminEscalation,
                                                    const std::function<bool()>& mayGoOn = {});
 
-  // Removes what a killed install or removal of the app left under hidden names beside its place. Only while
-  // no other engine can be at work there. What can't be removed stays.
+  // Removes the hidden siblings that a killed install or removal of the app left. Only while no other engine
+  // can work on the app. Failures are ignored.
   static void clearInterruptedWork(const AppInfo& app);
 };
 

@@ -17,7 +17,7 @@ std::optional<FileIdentity> identityAt(const Path& path) {
   return item ? std::optional{item->identity} : std::nullopt;
 }
 
-// What the bundle at `path` says about itself on the disk; empty when it can't be read.
+// The Info.plist of the bundle at `path`; empty when it can't be read.
 std::string informationAt(const Path& path) {
   const auto file = joined(path, "Contents/Info.plist");
   return readBoundedFile(machine().files, file, kMaximumInformationBytes).value_or("");
@@ -53,7 +53,8 @@ Installation::End Installation::copyAsAdministrator() const {
   const auto old = informationAt(destination_);
   log("DMGInstaller: Requesting admin privileges to install {}", app_.displayName);
   const bool succeeded = runAsAdministrator(command) == AdminOutcome::succeeded;
-  // A success can be reported although nothing ran. The old copy is genuine too, so its signature won't tell.
+  // A success can be reported although nothing ran. The old copy is also validly signed, so its signature
+  // doesn't show this.
   const bool isUntouched =
       !old.empty() && informationAt(destination_) == old && informationAt(source_) != old;
   if (succeeded && !isUntouched) return std::nullopt;

@@ -33,7 +33,8 @@ void InstallOrchestrator::verifyAndInstall(const AppInfo& app, const AcquiredPac
       QualityOfService::userInitiated, [weak = weak_from_this(), app, package, label] {
         const auto self = weak.lock();
         if (self == nullptr) return;
-        // A download has one name for all engines, so that the turn lasts until it is deleted.
+        // Downloads of an app have the same path in all engines, so the turn is kept until the file is
+        // deleted.
         const auto turn = package.skipGatekeeper ? AppTurn{} : self->turn_.value_or(AppTurn{});
         self->turnUntilDeletion_ = turn;
         self->markCurrentAppComplete(self->verifyAndInstallOnWorker(app, package, label));

@@ -93,7 +93,7 @@ bool InstallOrchestrator::hasTurn(const AppInfo& app) {
   return false;
 }
 
-// After the wait the list takes the same step again, which looks at the cancels.
+// After the wait the list repeats the same step, which checks for cancels.
 void InstallOrchestrator::waitForTurn(const AppInfo& app) {
   auto turn = AppTurns::take(app, {.goesOn =
                                        [&] {

@@ -46,7 +46,7 @@ class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestra
   // The list of apps.
   void processNextApp();  // on the thread that holds the list, if another one does
   void takeNextStep();
-  // False when another engine has it; the list then goes on once it comes, or at a cancel.
+  // False when another engine has the turn; the list then continues with the turn or at a cancel.
   bool hasTurn(const AppInfo& app);
   void waitForTurn(const AppInfo& app);  // on a worker
   void finish();
@@ -74,9 +74,9 @@ class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestra
   const std::shared_ptr<PackageProvider> provider_;
   std::weak_ptr<InstallOrchestratorDelegate> delegate_;  // used on the main queue only
   InstallRunState state_;
-  // Both by the thread that holds the list.
+  // Both are used on the thread that holds the list.
   std::optional<AppTurn> turn_;                // of the current app
-  std::weak_ptr<FileLock> turnUntilDeletion_;  // of the app before, until its download is deleted
+  std::weak_ptr<FileLock> turnUntilDeletion_;  // of the previous app, until its download is deleted
 };
 
 }  // namespace installer

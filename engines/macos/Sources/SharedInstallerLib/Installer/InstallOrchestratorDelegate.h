@@ -68,7 +68,8 @@ class InstallOrchestratorDelegate {
   virtual void orchestratorDidUpdateApp(const std::string& /*appId*/, InstallStage /*stage*/,
                                         const Progress& /*progress*/) {}
 
-  // Another engine is at work: at the begin of the wait with a sentence for people, then once a minute.
+  // The run waits for another engine: called when the wait begins, with a sentence for people, then once a
+  // minute.
   virtual void orchestratorIsWaiting(const std::optional<std::string>& /*message*/) {}
 
   virtual void orchestratorDidCompleteApp(const AppInstallResult& /*result*/) {}

@@ -24,7 +24,7 @@ class InstallRunDelegate : public InstallOrchestratorDelegate {
   TimePoint lastActivity() const { return lastActivity_; }
 
   void orchestratorDidFinish(const std::vector<AppInstallResult>& results) override;
-  void orchestratorIsWaiting(const std::optional<std::string>& message) override;  // a sign of life
+  void orchestratorIsWaiting(const std::optional<std::string>& message) override;  // counts as progress
 
  protected:
   InstallRunDelegate();  // starts the idle time

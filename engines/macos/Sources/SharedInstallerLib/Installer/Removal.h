@@ -19,7 +19,7 @@ class Removal {
 
   UninstallResult run();  // once
 
-  // Removes what a killed copy or deletion of the bundle at `path` left beside it, and logs it.
+  // Removes the hidden siblings that a killed copy or deletion of the bundle at `path` left, and logs it.
   static void clearLeftovers(const Path& path);
 
  private:

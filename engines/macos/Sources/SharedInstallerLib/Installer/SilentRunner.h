@@ -16,8 +16,8 @@
 
 namespace installer {
 
-// Writes the progress of an unattended run to the log. Signs of life are progress of
-// the whole run and the wait for another engine.
+// Writes the progress of an unattended run to the log. Progress of the whole run and the wait for another
+// engine restart the idle time.
 class HeadlessInstallDelegate final : public InstallRunDelegate {
  public:
   void orchestratorDidUpdateProgress(const std::string& statusText, const std::string& detailText,

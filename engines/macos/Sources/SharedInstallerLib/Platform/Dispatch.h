@@ -1,4 +1,4 @@
-// Queues, timers, waiting and the clock. All time in the engine comes from here.
+// Queues, timers, waiting and the clock. The engine uses no other clock.
 #pragma once
 
 #include <chrono>

@@ -74,7 +74,8 @@ class URLSessionDelegate {
                                     const std::optional<Error>& error);
 };
 
-// A success is a response, with data unless empty; a failure is an error, with the response if one came.
+// A success has a response, and data unless the body is empty; a failure has an error, and the response if
+// one arrived.
 using DataTaskCompletion = std::function<void(
     std::optional<std::string> data, std::optional<HTTPURLResponse> response, std::optional<Error> error)>;
 

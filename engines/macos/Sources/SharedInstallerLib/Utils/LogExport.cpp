@@ -19,7 +19,7 @@ struct Collected {
   std::vector<std::string> notes;
 };
 
-// A larger file is no log of ours: those are cut at a small part of this. It is read into memory.
+// Bounds the memory for a log. The engine's own logs are much shorter.
 constexpr std::size_t largestLog = 128UL << 20U;
 
 bool isLog(const std::string& name) {
@@ -39,8 +39,8 @@ bool isStagingName(std::string_view name) {
   return name.find_first_not_of("0123456789", stagingPrefix.size()) == std::string_view::npos;
 }
 
-// A failed or interrupted export leaves its copies. A running export holds the lock of its folder. Failures
-// to remove are ignored.
+// Removes the copies of failed and interrupted exports; a running export holds the lock of its folder.
+// Failures are ignored.
 void clearLeftovers() {
   auto& files = machine().files;
   const auto& folder = machine().paths.temporaryDirectory;
@@ -51,8 +51,8 @@ void clearLeftovers() {
   }
 }
 
-// The lock of the new folder; null where it can't be locked. Another export can clear the folder before it is
-// locked; then it is made again.
+// Creates the folder and returns its lock; null when it can't be locked. Another export can remove the folder
+// before it is locked; then it is created again.
 Result<std::unique_ptr<FileLock>> makeStaging(const Path& staging) {
   auto& files = machine().files;
   clearLeftovers();
