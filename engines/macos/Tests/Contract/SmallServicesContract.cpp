@@ -45,8 +45,6 @@ TEST_P(SystemInfoContract, GivesTheFactsOfTheProcessAndItsMachine) {
   EXPECT_EQ(info.userIdentifier(), facts.user);
   EXPECT_EQ(info.groupIdentifier(), facts.group);
   EXPECT_EQ(info.processIdentifier(), facts.process);
-  EXPECT_TRUE(info.isRunning(facts.process));
-  EXPECT_FALSE(info.isRunning(INT32_MAX));
 }
 
 INSTANTIATE_CONTRACT(SystemInfoContract);

@@ -4,7 +4,9 @@ import json
 import os
 import shutil
 import signal
+import subprocess
 
+from online_machine import TIME_LIMIT
 from support import without_leftovers
 
 RACES = int(os.environ.get("KELO_RACES", "3"))
@@ -45,6 +47,18 @@ def test_two_online_installs_end_as_installed_and_skipped(stage):
         rounds.append(sorted(ends))
     assert bad(rounds, [["installed", "skipped"]]) == []
     stage.leaves_nothing_behind()
+
+
+def test_the_next_run_detaches_the_download_of_a_killed_engine(stage):
+    download = stage.machine.root / "tmp" / "brenna_installer.dmg"
+    download.parent.mkdir(parents=True)
+    download.write_bytes(stage.workshop.image)
+    hdiutil = stage.machine.installer / "Contents" / "Resources" / "programs" / "hdiutil"
+    subprocess.run([hdiutil, "attach", download, "-nobrowse", "-noverify", "-readonly", "-plist"], check=True, capture_output=True)
+    assert list(stage.machine.root.glob("Volumes/[!.]*"))
+    process = stage.machine.start("run", "--action", "uninstall", "--apps", "rulo")
+    assert '"already_absent"' in process.communicate(timeout=TIME_LIMIT)[0]
+    assert not list(stage.machine.root.glob("Volumes/[!.]*"))
 
 
 def test_two_installs_over_an_older_copy_leave_the_newer_one(installation):

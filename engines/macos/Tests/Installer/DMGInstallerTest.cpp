@@ -1,6 +1,7 @@
 // A whole install, the image's own failures and the choice of the bundle.
 #include <nlohmann/json.hpp>
 
+#include "Installer/AppTurn.h"
 #include "Installer/DMGInstallerStory.h"
 #include "Support/PropertyListText.h"
 
@@ -144,6 +145,19 @@ TEST_F(AbandonedMount, IsNotLookedForWhenTheVolumeHasItsOwnName) {
   isAttached("/private" + image, "/Volumes/Something else");
   EXPECT_EQ(installFrom("/Volumes/Kelo Brenna2"), Lines{"/Volumes/Kelo Brenna2"});
   EXPECT_THAT(mac.programs.commandLines(), ::testing::Not(::testing::Contains("hdiutil info -plist")));
+}
+
+TEST_F(AbandonedMount, OfAKilledDownloadIsDetachedInAnyAppsTurn) {
+  theImageHoldsBrenna();
+  ASSERT_TRUE(machine().processes.run(mac.paths.hdiutil, {"attach", image}, CapturedOutput::none));
+  const auto& other = *KeloAppProvider::shared().app(AppIdentifier::rulo);
+  mac.files.moveItem(image, "/elsewhere").value();
+  EXPECT_TRUE(AppTurns::tryTake(other));
+  EXPECT_THAT(mac.programs.commandLines(), ::testing::Not(::testing::Contains("hdiutil info -plist")));
+
+  mac.files.addFile(image, "downloaded");
+  EXPECT_TRUE(AppTurns::tryTake(other));
+  EXPECT_THAT(mac.images.attached(), ::testing::IsEmpty());
 }
 
 TEST_F(AbandonedMount, IsNoneWhenTheListHasAnotherShape) {

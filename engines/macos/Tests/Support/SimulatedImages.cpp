@@ -41,6 +41,7 @@ void SimulatedImages::installTool(const Path& hdiutil) {
   programs_.on(hdiutil).does([this](const Arguments& arguments) {
     if (arguments.size() >= 2 && arguments[0] == "attach") return attach(arguments[1]);
     if (arguments.size() >= 2 && arguments[0] == "detach") return detach(arguments[1]);
+    if (!arguments.empty() && arguments[0] == "info") return info();
     return ProgramExit{1, "", "hdiutil: unknown verb\n"};
   });
 }
@@ -57,9 +58,19 @@ ProgramExit SimulatedImages::attach(const Path& file) {
     layout(files_, mountPoint);
     files_.setVolumeReadOnly(mountPoint);
     attached_.push_back(mountPoint);
+    attachedFiles_[mountPoint] = file;
   }
   history_.push_back("attach " + mountPoint);
   return {0, attachedPropertyList(mountPoint), ""};
+}
+
+ProgramExit SimulatedImages::info() const {
+  auto images = Json::array();
+  for (const Path& mountPoint : attached_) {
+    images.push_back({{"image-path", attachedFiles_.at(mountPoint)},
+                      {"system-entities", Json::array({{{"mount-point", mountPoint}}})}});
+  }
+  return {0, propertyListText({{"images", std::move(images)}}), ""};
 }
 
 ProgramExit SimulatedImages::detach(const Path& mountPoint) {

@@ -46,9 +46,11 @@ class SimulatedImages {
   SimulatedPrograms& programs_;
   std::map<std::string, Image, std::less<>> images_;  // by their bytes
   std::vector<Path> attached_;
+  std::map<Path, Path> attachedFiles_;  // by mount point
   std::vector<std::string> history_;
 
   ProgramExit attach(const Path& file);
+  ProgramExit info() const;
   ProgramExit detach(const Path& mountPoint);
 };
 

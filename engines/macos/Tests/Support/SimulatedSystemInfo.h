@@ -1,7 +1,6 @@
 // Facts about the simulated machine. A test may set each of them.
 #pragma once
 
-#include <set>
 
 #include "Platform/SystemInfo.h"
 
@@ -14,14 +13,12 @@ class SimulatedSystemInfo : public SystemInfo {
   std::uint32_t user = 501;
   std::uint32_t group = 20;
   std::int32_t process = 4242;
-  std::set<std::int32_t> otherProcesses;
 
   std::string machineField() override { return machine; }
   std::string operatingSystemVersionString() override { return operatingSystemVersion; }
   std::uint32_t userIdentifier() override { return user; }
   std::uint32_t groupIdentifier() override { return group; }
   std::int32_t processIdentifier() override { return process; }
-  bool isRunning(std::int32_t asked) override { return asked == process || otherProcesses.contains(asked); }
 };
 
 }  // namespace installer::test

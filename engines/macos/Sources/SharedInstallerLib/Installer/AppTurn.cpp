@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Installer/AppUninstaller.h"
+#include "Installer/DMGInstaller.h"
 #include "Platform/Machine.h"
 #include "Utils/ExistingAppDetector.h"
 #include "Utils/KeloAppProvider.h"
@@ -29,8 +30,11 @@ std::optional<AppTurn> tryTake(const AppInfo& app) {
   }
   if (*lock == nullptr) return std::nullopt;
   ExistingAppDetector::forgetCachedBundle(joined(folder, app.appBundleName));
-  // No engine is at work now, so that what is hidden beside an app was left by one that was killed.
-  for (const auto& each : KeloAppProvider::shared().allApps()) AppUninstaller::clearInterruptedWork(each);
+  // No other engine is at work now, so all unfinished work was left by engines that were killed.
+  for (const auto& each : KeloAppProvider::shared().allApps()) {
+    AppUninstaller::clearInterruptedWork(each);
+    DMGInstaller::detachInterruptedDownload(each);
+  }
   return AppTurn{*std::move(lock)};
 }
 

@@ -59,16 +59,20 @@ std::vector<Path> mountPointsOf(const Path& dmgPath) {
   return mountPoints;
 }
 
+void detachAll(const Path& dmgPath, const Path& butNot) {
+  for (const Path& abandoned : mountPointsOf(dmgPath)) {
+    if (abandoned == butNot) continue;
+    log("DMGInstaller: Detaching {}, which an interrupted run left", abandoned);
+    DMGInstaller::detachDMG(abandoned);
+  }
+}
+
 // An engine detaches its image before it deletes the file. If the volume got a numbered name, another mount
 // of the same path can therefore only be from a killed engine.
 void detachAbandoned(const Path& dmgPath, const Path& mountPoint) {
   const auto number = mountPoint.find_last_not_of("0123456789");
   if (number == Path::npos || number + 1 == mountPoint.size() || mountPoint[number] != ' ') return;
-  for (const Path& abandoned : mountPointsOf(dmgPath)) {
-    if (abandoned == mountPoint) continue;
-    log("DMGInstaller: Detaching {}, which an interrupted run left", abandoned);
-    DMGInstaller::detachDMG(abandoned);
-  }
+  detachAll(dmgPath, mountPoint);
 }
 
 // Attaches the image and returns the mount point. The error is the text for the user.
@@ -111,6 +115,11 @@ std::optional<std::string> chosenName(const Path& mountPoint, const std::vector<
 }
 
 }  // namespace
+
+void DMGInstaller::detachInterruptedDownload(const AppInfo& app) {
+  // An engine deletes its download after it has detached it.
+  if (machine().files.itemExists(app.tempFilePath())) detachAll(app.tempFilePath(), {});
+}
 
 Installation::End Installation::attach() {
   log("Mounting DMG for {} at {}", app_.displayName, dmgPath_);

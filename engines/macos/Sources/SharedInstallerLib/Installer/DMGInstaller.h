@@ -3,7 +3,7 @@
 // write permission.
 //
 // The bundle in the image is verified before it is copied, the copy afterwards, and an invalid copy is
-// removed. Static operations only. One install at a time: two installs of the same app aren't synchronised.
+// removed. Static operations only. The caller holds the app's turn (`AppTurn`).
 #pragma once
 
 #include <cstdint>
@@ -49,6 +49,11 @@ class DMGInstaller {
 
   // Detaches the volume by force. Failures are ignored.
   static void detachDMG(const Path& mountPoint);
+
+  // Detaches the app's downloaded image, which a killed engine left attached. Only while no other engine can
+  // be using it. An image beside the installer isn't looked for: people attach those too, and the app's next
+  // install attaches and detaches it.
+  static void detachInterruptedDownload(const AppInfo& app);
 
   // The same as `runAsAdministrator`.
   static AdminOutcome runWithAdminPrivilegesOutcome(const std::string& command);

@@ -14,7 +14,6 @@ class SystemInfo {
   virtual std::uint32_t userIdentifier() = 0;              // the real user's
   virtual std::uint32_t groupIdentifier() = 0;             // the real group's
   virtual std::int32_t processIdentifier() = 0;
-  virtual bool isRunning(std::int32_t process) = 0;  // of any user; the only fact here that changes
 };
 
 }  // namespace installer

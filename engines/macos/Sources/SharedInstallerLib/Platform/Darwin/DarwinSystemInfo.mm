@@ -3,8 +3,6 @@
 
 #include <sys/utsname.h>
 #include <unistd.h>
-#include <cerrno>
-#include <csignal>
 
 #include "Base/POSIX/FileTree.h"
 #import "Platform/Darwin/DarwinFoundation.h"
@@ -31,7 +29,6 @@ class DarwinSystemInfo final : public SystemInfo {
   std::uint32_t userIdentifier() override { return getuid(); }
   std::uint32_t groupIdentifier() override { return getgid(); }
   std::int32_t processIdentifier() override { return getpid(); }
-  bool isRunning(std::int32_t process) override { return kill(process, 0) == 0 || errno == EPERM; }
 };
 
 }  // namespace

@@ -119,7 +119,6 @@ class LinuxSystemInfo : public SystemInfo {
   std::uint32_t userIdentifier() override;
   std::uint32_t groupIdentifier() override;
   std::int32_t processIdentifier() override;
-  bool isRunning(std::int32_t process) override;
 };
 
 // Starts each program in its own process group, so that a Ctrl-C at the terminal interrupts only the engine

@@ -1,10 +1,7 @@
-#include <cerrno>
-#include <csignal>
 #include <fmt/format.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
-#include "Base/POSIX/HiddenSibling.h"
 #include "Platform/Linux/LinuxServices.h"
 
 namespace installer {
@@ -67,10 +64,6 @@ std::uint32_t LinuxSystemInfo::groupIdentifier() {
 
 std::int32_t LinuxSystemInfo::processIdentifier() {
   return ::getpid();
-}
-
-bool LinuxSystemInfo::isRunning(std::int32_t process) {
-  return installer::isRunning(process);
 }
 
 }  // namespace installer
