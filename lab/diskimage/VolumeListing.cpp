@@ -133,7 +133,7 @@ OrReason<> checkListing(const VolumeListing& listing, const ListingLimits& limit
 bool isSystemsOwn(std::string_view name) {
   constexpr std::array<std::string_view, 4> names{".Trashes", ".fseventsd", ".journal",
                                                   ".journal_info_block"};
-  // The second of these names has a control character at its end.
+  // The names of the two private folders have control characters.
   return std::ranges::find(names, name) != names.end() || name.starts_with("[HFS+ Private Data]") ||
          name.starts_with(".HFS+ Private Directory Data");
 }

@@ -14,7 +14,7 @@ namespace installer::SystemUtils {
 // The architecture that the system reports to this process, which may differ from the hardware's.
 bool isArm64Architecture();
 
-// Whether the publisher's site answers with a status below 500. Blocks for at most `timeout` plus a second.
+// True when the publisher's site answers. Blocks for at most `timeout` plus a second.
 bool isInternetReachable(Duration timeout);
 
 // True when `error` is a connection failure, so that a wait for the network can help. The list of codes is
