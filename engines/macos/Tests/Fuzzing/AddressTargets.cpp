@@ -1,4 +1,4 @@
-// Addresses, beside libcurl's reading of the same text.
+// Addresses, compared with libcurl's parse of the same text.
 #include <algorithm>
 #include <curl/curl.h>
 #include <memory>
@@ -15,11 +15,11 @@ namespace installer::test {
 
 namespace {
 
-// What libcurl makes of an address, the part that it would connect to.
+// libcurl's parse of an address, for the parts of a connection.
 struct CurlReading {
   std::string scheme;
   std::string host;  // in lower case, without dots at its end
-  std::string port;  // empty when the address names none
+  std::string port;  // empty when the address has none
 
   friend bool operator==(const CurlReading&, const CurlReading&) = default;
 };
@@ -36,7 +36,7 @@ std::string withoutDots(std::string host) {
   return host.substr(0, host.find_last_not_of('.') + 1);
 }
 
-// Absent when libcurl refuses the address, and so never fetches it.
+// Absent when libcurl refuses the address; then it is never fetched.
 std::optional<CurlReading> readByCurl(const std::string& text) {
   const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url{curl_url(), &curl_url_cleanup};
   if (curl_url_set(url.get(), CURLUPART_URL, text.c_str(), 0) != CURLUE_OK) return std::nullopt;
@@ -48,7 +48,8 @@ std::optional<CurlReading> readByCurl(const std::string& text) {
 // Names only: libcurl writes numbers in another form.
 const std::vector<std::string> kDomains{
     "kelo.example", "\t CDN.Example.org. ", "*.wild.example", ".lead.example", "...", "", "localhost"};
-// A leading point of an entry stays: only a host with two points in a row is below it, and that is no name.
+// The leading point of an entry is kept: only a host with two consecutive points is below it, which isn't a
+// name.
 constexpr std::string_view kTrusted[]{"kelo.example", "cdn.example.org", ".lead.example", "localhost"};
 
 bool isBelowTrusted(const std::string& host) {
@@ -81,7 +82,7 @@ void fuzzURLTrust(std::string_view text) {
   const auto reading = readByCurl(std::string{text});
   if (!reading) return;
   if (isTrusted) requireSameReading(*url, *reading);
-  // libcurl takes a path for a host.
+  // libcurl reads a path as a host.
   if (!url->host()) return require(!isTrusted, "an address without a host isn't trusted");
   require(isTrusted == (reading->scheme == "https" && isBelowTrusted(reading->host)),
           "the verdict is that on the host that libcurl connects to");

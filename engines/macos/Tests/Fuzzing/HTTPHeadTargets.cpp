@@ -1,4 +1,4 @@
-// What a server answers, beside the verdict of a libcurl that has none of the engine's rules.
+// A server's answers, compared with the verdict of libcurl without the engine's rules.
 #include <algorithm>
 #include <cstddef>
 #include <curl/curl.h>
@@ -23,11 +23,11 @@ namespace {
 
 constexpr const char* kAddress = "http://kelo.example/folder/file?query";
 
-// A server that gives each connection the same bytes, whatever is asked, and ends its side.
+// A server that sends the same bytes on each connection, for any request, and closes its side.
 class Server {
  public:
   Server() : name_{fmt::format("kelo-fuzzing-{}", ::getpid())} {
-    // The leading NUL of the path keeps it out of the file system.
+    // The leading NUL makes the address abstract: it isn't in the file system.
     sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
     name_.copy(&address.sun_path[1], sizeof address.sun_path - 1);
     const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name_.size());
@@ -35,7 +35,7 @@ class Server {
     require(isBound && ::listen(listener_.get(), 1) == 0, "a server can be made");
   }
 
-  // What a request on `handle` receives.
+  // Executes a request on `handle` with `bytes` as the answer.
   CURLcode answer(CURL* handle, std::string_view bytes) {
     bytes_ = bytes;
     curl_easy_setopt(handle, CURLOPT_PROTOCOLS_STR, "http");
@@ -72,14 +72,14 @@ Server& server() {
   return instance;
 }
 
-// What libcurl alone says of an answer.
+// libcurl's verdict about an answer.
 struct Verdict {
   CURLcode code = CURLE_OK;
   int status = 0;
   curl_off_t length = -1;
   std::string body;
-  std::string redirect;           // where it would go; empty for nowhere
-  std::set<std::string> lengths;  // as the head says them
+  std::string redirect;           // the target; empty without one
+  std::set<std::string> lengths;  // the different lengths in the head
 };
 
 std::size_t append(char* bytes, std::size_t size, std::size_t count, void* body) {
@@ -135,7 +135,7 @@ CurlFailure receive(std::string_view answer, const std::shared_ptr<Receiver>& re
   return transfer.failure(server().answer(transfer.handle(), answer));
 }
 
-// The refusals that are the engine's own.
+// True for a refusal by the engine's rules.
 bool isOwnRefusal(const CurlFailure& failure) {
   return failure.words == "the server says two lengths" ||
          failure.words.starts_with("the server's answer has ");

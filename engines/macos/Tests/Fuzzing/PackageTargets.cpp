@@ -1,5 +1,5 @@
-// The files that describe packages and releases. What was read and is written again reads the same, and one
-// bad value costs what its file's page says.
+// The files that describe packages and releases. A value, written and read again, is the same, and one bad
+// value has the documented effect.
 #include <algorithm>
 #include <array>
 #include <map>
@@ -80,7 +80,7 @@ void requireThatABadValueCostsItself(std::string_view text, const Json& json, co
   decodesAs("checksum", expected);
 }
 
-// What an installer with this list beside it offers.
+// Checks the packages that an installer with this list offers.
 void requireManifestOf(std::string_view text, const std::map<std::string, PackageMeta>& index) {
   SimulatedMachine machine;
   machine.files.addFile(joined(machine.resources, "packages/packages.json"), text);
@@ -140,7 +140,7 @@ bool isRelease(const Json& json) {
          std::ranges::all_of(notes, [](const Json& note) { return note.is_string(); });
 }
 
-// What a shell is shown of the file `text`.
+// The release notes for a shell from the file `text`.
 std::optional<ReleaseNotes> fetched(std::string_view text) {
   SimulatedMachine machine;
   machine.setConfiguration(

@@ -22,7 +22,7 @@ std::optional<AppTurn> tryTake(const AppInfo& app) {
   const Path& folder = machine().paths.applications;
   auto lock = machine().files.tryLock(folder);
   if (!lock) {
-    // A machine without the folder has no app that another engine could be working on.
+    // Without the folder there is no app that another engine could work on, so this isn't logged.
     if (machine().files.directoryExists(folder)) {
       logWarn("AppTurn: {} can't be locked, going on without: {}", folder, lock.error().localizedDescription);
     }
@@ -30,7 +30,7 @@ std::optional<AppTurn> tryTake(const AppInfo& app) {
   }
   if (*lock == nullptr) return std::nullopt;
   ExistingAppDetector::forgetCachedBundle(joined(folder, app.appBundleName));
-  // No other engine is at work now, so all unfinished work was left by engines that were killed.
+  // No other engine works now, so all unfinished work is from killed engines.
   for (const auto& each : KeloAppProvider::shared().allApps()) {
     AppUninstaller::clearInterruptedWork(each);
     DMGInstaller::detachInterruptedDownload(each);

@@ -117,7 +117,7 @@ std::optional<std::string> chosenName(const Path& mountPoint, const std::vector<
 }  // namespace
 
 void DMGInstaller::detachInterruptedDownload(const AppInfo& app) {
-  // An engine deletes its download after it has detached it.
+  // An engine deletes its download after the detach, so without the file nothing is attached.
   if (machine().files.itemExists(app.tempFilePath())) detachAll(app.tempFilePath(), {});
 }
 

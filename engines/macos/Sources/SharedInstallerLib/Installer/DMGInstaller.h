@@ -50,9 +50,9 @@ class DMGInstaller {
   // Detaches the volume by force. Failures are ignored.
   static void detachDMG(const Path& mountPoint);
 
-  // Detaches the app's downloaded image, which a killed engine left attached. Only while no other engine can
-  // be using it. An image beside the installer isn't looked for: people attach those too, and the app's next
-  // install attaches and detaches it.
+  // Detaches the app's downloaded image if a killed engine left it attached. Only while no other engine can
+  // use it. An image beside the installer isn't detached, because users attach those too, and the app's next
+  // install detaches it.
   static void detachInterruptedDownload(const AppInfo& app);
 
   // The same as `runAsAdministrator`.
