@@ -20,7 +20,7 @@ UDIFTrailer sample() {
   return trailer;
 }
 
-constexpr std::uint64_t sampleFileSize = 1300 + 512;
+constexpr std::uint64_t kSampleFileSize = 1300 + 512;
 
 TEST(UDIFTrailer, StandsWhereTheFormatSays) {
   const auto block = sample().bytes();
@@ -44,7 +44,7 @@ TEST(UDIFTrailer, StandsWhereTheFormatSays) {
 }
 
 TEST(UDIFTrailer, IsReadAsItWasWritten) {
-  const auto parsed = UDIFTrailer::parse(sample().bytes(), sampleFileSize);
+  const auto parsed = UDIFTrailer::parse(sample().bytes(), kSampleFileSize);
   ASSERT_TRUE(parsed) << parsed.error();
   EXPECT_EQ(parsed->bytes(), sample().bytes());
 }
@@ -69,7 +69,7 @@ TEST(UDIFTrailer, RefusesWhatIsNone) {
   for (const Row& row : rows) {
     auto block = sample().bytes();
     row.spoil(block);
-    EXPECT_FALSE(UDIFTrailer::parse(block, sampleFileSize)) << row.name;
+    EXPECT_FALSE(UDIFTrailer::parse(block, kSampleFileSize)) << row.name;
   }
   EXPECT_FALSE(UDIFTrailer::parse(sample().bytes(), 511));
 }

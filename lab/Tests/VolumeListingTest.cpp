@@ -6,7 +6,7 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr const char* sampleFolder = R"(
+constexpr const char* kSampleFolder = R"(
 Listing archive: image.dmg
 
 --
@@ -41,7 +41,7 @@ ListedItem file(const std::string& path, std::uint64_t size) {
 }
 
 TEST(VolumeListing, TellsFormatFoldersAndSizes) {
-  const auto listing = parseListing(sampleFolder);
+  const auto listing = parseListing(kSampleFolder);
   ASSERT_TRUE(listing) << listing.error();
   EXPECT_EQ(listing->format, VolumeFormat::hfs);
   ASSERT_EQ(listing->items.size(), 2U);

@@ -10,7 +10,7 @@ using test::Words;
 using testing::HasSubstr;
 namespace fs = std::filesystem;
 
-constexpr const char* quarantine = "com.apple.quarantine";
+constexpr const char* kQuarantine = "com.apple.quarantine";
 
 class Xattr : public test::ProgramTest {
  protected:
@@ -20,7 +20,7 @@ class Xattr : public test::ProgramTest {
     fs::create_symlink("absent", app / "Contents/dangling");
     fs::create_symlink("..", app / "Contents/loop");
     for (const fs::path& path : {app, app / "Contents", app / "Contents/It's"}) {
-      ASSERT_TRUE(setAttribute(path, quarantine, "0083;x"));
+      ASSERT_TRUE(setAttribute(path, kQuarantine, "0083;x"));
     }
   }
   const fs::path app = folder / "App.app";
@@ -28,11 +28,11 @@ class Xattr : public test::ProgramTest {
 
 TEST_F(Xattr, RemovesTheQuarantineMarkFromAWholeBundle) {
   ASSERT_TRUE(setAttribute(app / "Contents/It's", "com.example.kept", "yes"));
-  const auto removed = lab({"xattr", "-dr", quarantine, app});
+  const auto removed = lab({"xattr", "-dr", kQuarantine, app});
   EXPECT_EQ(removed.status, 0);
   EXPECT_EQ(removed.output + removed.diagnostics, "");
   for (const fs::path& path : {app, app / "Contents", app / "Contents/It's"}) {
-    EXPECT_EQ(attributeOf(path, quarantine), "(none)") << path;
+    EXPECT_EQ(attributeOf(path, kQuarantine), "(none)") << path;
   }
   EXPECT_EQ(attributeOf(app / "Contents/It's", "com.example.kept"), "yes");
 }
@@ -45,22 +45,22 @@ TEST_F(Xattr, MissesNoMarkWhenRecursive) {
 }
 
 TEST_F(Xattr, FailsOnAMissingPath) {
-  const auto missing = lab({"xattr", "-dr", quarantine, folder / "absent"});
+  const auto missing = lab({"xattr", "-dr", kQuarantine, folder / "absent"});
   EXPECT_EQ(missing.status, 1);
   EXPECT_EQ(missing.diagnostics, "xattr: No such file: " + (folder / "absent").string() + "\n");
 }
 
 TEST_F(Xattr, GoesOnAfterAMissingPath) {
-  EXPECT_EQ(lab({"xattr", "-dr", quarantine, folder / "absent", app}).status, 1);
-  EXPECT_EQ(attributeOf(app / "Contents/It's", quarantine), "(none)");
+  EXPECT_EQ(lab({"xattr", "-dr", kQuarantine, folder / "absent", app}).status, 1);
+  EXPECT_EQ(attributeOf(app / "Contents/It's", kQuarantine), "(none)");
 }
 
 TEST_F(Xattr, DoesNotReachThroughLinks) {
   write("outside", "x");
-  ASSERT_TRUE(setAttribute(folder / "outside", quarantine, "0083"));
+  ASSERT_TRUE(setAttribute(folder / "outside", kQuarantine, "0083"));
   fs::create_symlink(folder / "outside", app / "Contents/out");
-  EXPECT_EQ(lab({"xattr", "-dr", quarantine, app}).status, 0);
-  EXPECT_EQ(attributeOf(folder / "outside", quarantine), "0083");
+  EXPECT_EQ(lab({"xattr", "-dr", kQuarantine, app}).status, 0);
+  EXPECT_EQ(attributeOf(folder / "outside", kQuarantine), "0083");
 }
 
 TEST_F(Xattr, SetsShowsAndLists) {

@@ -31,6 +31,6 @@ struct BlockTable {
 };
 
 // The greatest number of sectors in a run.
-inline constexpr std::uint64_t sectorsPerRun = 512;
+inline constexpr std::uint64_t kSectorsPerRun = 512;
 
 }  // namespace lab

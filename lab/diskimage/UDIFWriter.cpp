@@ -16,8 +16,8 @@
 namespace lab {
 namespace {
 
-constexpr std::uint64_t schemeSectors = 64;
-constexpr std::size_t runBytes = sectorsPerRun * sectorSize;
+constexpr std::uint64_t kSchemeSectors = 64;
+constexpr std::size_t kRunBytes = kSectorsPerRun * sectorSize;
 
 const Bytef* units(std::string_view bytes) {
   return reinterpret_cast<const Bytef*>(bytes.data());
@@ -70,7 +70,7 @@ OrReason<std::size_t> readFull(int file, std::span<char> buffer) {
 }
 
 OrReason<> addVolume(DataFork& fork, BlockTable& table, int volume) {
-  std::string buffer(runBytes, '\0');
+  std::string buffer(kRunBytes, '\0');
   while (true) {
     const auto count = readFull(volume, buffer);
     if (!count) return std::unexpected(count.error());
@@ -126,13 +126,13 @@ void storePartition(std::string& scheme, std::size_t index, std::string_view nam
 }  // namespace
 
 std::string partitionScheme(std::uint64_t volumeSectors) {
-  std::string scheme(schemeSectors * sectorSize, '\0');
+  std::string scheme(kSchemeSectors * sectorSize, '\0');
   auto* at = reinterpret_cast<std::uint8_t*>(scheme.data());
   storeBig<std::uint16_t>(at, 0x4552);  // "ER"
   storeBig<std::uint16_t>(at + 2, sectorSize);
-  storeBig(at + 4, static_cast<std::uint32_t>(schemeSectors + volumeSectors));
-  storePartition(scheme, 1, "Apple", "Apple_partition_map", 1, schemeSectors - 1);
-  storePartition(scheme, 2, "disk image", "Apple_HFS", schemeSectors, volumeSectors);
+  storeBig(at + 4, static_cast<std::uint32_t>(kSchemeSectors + volumeSectors));
+  storePartition(scheme, 1, "Apple", "Apple_partition_map", 1, kSchemeSectors - 1);
+  storePartition(scheme, 2, "disk image", "Apple_HFS", kSchemeSectors, volumeSectors);
   return scheme;
 }
 
@@ -141,12 +141,12 @@ OrReason<> writeUDIF(const fs::path& volumeFile, int image) {
   if (!volume) return becauseOfErrno(volumeFile.string());
   std::error_code error;
   const std::uint64_t sectors = fs::file_size(volumeFile, error) / sectorSize;
-  if (error || sectors == 0 || sectors > UINT32_MAX - schemeSectors)
+  if (error || sectors == 0 || sectors > UINT32_MAX - kSchemeSectors)
     return because("the volume has no usable size");
   const std::string scheme = partitionScheme(sectors);
   std::vector<BlockTable> tables{{"Driver Descriptor Map (DDM : 0)", 0, 0, 0, {}, 0},
                                  {"Apple (Apple_partition_map : 1)", 1, 0, 0, {}, 0},
-                                 {"disk image (Apple_HFS : 2)", schemeSectors, 0, 0, {}, 0}};
+                                 {"disk image (Apple_HFS : 2)", kSchemeSectors, 0, 0, {}, 0}};
   DataFork fork{image};
   auto added = fork.add(tables[0], std::string_view{scheme}.substr(0, sectorSize));
   if (added) added = fork.add(tables[1], std::string_view{scheme}.substr(sectorSize));

@@ -12,7 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view beginOfItems = "\n----------\n";
+constexpr std::string_view kBeginOfItems = "\n----------\n";
 
 // The value of the line "{key} = value"; absent for another line.
 std::optional<std::string_view> valueOf(std::string_view line, std::string_view key) {
@@ -89,12 +89,12 @@ bool staysInside(std::string_view path) {
 }  // namespace
 
 OrReason<VolumeListing> parseListing(std::string_view text) {
-  const std::size_t head = text.find(beginOfItems);
+  const std::size_t head = text.find(kBeginOfItems);
   if (head == std::string_view::npos) return because("no mountable file systems");
   const auto format = formatIn(text.substr(0, head));
   if (!format) return std::unexpected(format.error());
   VolumeListing listing{*format, nameIn(text.substr(0, head)), {}};
-  forEachLine(text.substr(head + beginOfItems.size()), [&](std::string_view line) {
+  forEachLine(text.substr(head + kBeginOfItems.size()), [&](std::string_view line) {
     if (const auto path = valueOf(line, "Path")) listing.items.emplace_back().path = *path;
     if (!listing.items.empty()) readLine(listing.items.back(), line);
   });

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr const char* usage = R"(usage: lab-diskimage --volume-name NAME FOLDER IMAGE
+constexpr const char* kUsage = R"(kUsage: lab-diskimage --volume-name NAME FOLDER IMAGE
 Makes the disk image file IMAGE (UDIF, zlib-compressed, HFS+) with the content of FOLDER as its volume NAME.
 With SOURCE_DATE_EPOCH set, the same content gives the same bytes. Needs xorriso.
 )";
@@ -18,11 +18,11 @@ With SOURCE_DATE_EPOCH set, the same content gives the same bytes. Needs xorriso
 int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + 1, argv + argc);
   if (arguments.size() == 1 && (arguments[0] == "--help" || arguments[0] == "-h")) {
-    fmt::print("{}", usage);
+    fmt::print("{}", kUsage);
     return 0;
   }
   if (arguments.size() != 4 || arguments[0] != "--volume-name") {
-    fmt::print(stderr, "{}", usage);
+    fmt::print(stderr, "{}", kUsage);
     return 64;
   }
   lab::holdInterruptions();

@@ -18,7 +18,7 @@
 namespace lab {
 namespace {
 
-constexpr std::string_view workPrefix = ".ditto-";
+constexpr std::string_view kWorkPrefix = ".ditto-";
 
 // A folder held by its descriptor, so that a later change of a name in its path has no effect. `path` +
 // "/name" is an entry in it, without links before the name.
@@ -88,7 +88,7 @@ class Copy {
   OrReason<> copyFolder(const fs::path& from, const fs::path& to) const {
     if (mkdir(to.c_str(), 0700) == 0) return merge(from, to);
     if (errno != EEXIST || !isFolder(to)) return becauseOfErrno(to.string());
-    clearLeftovers(to, workPrefix);
+    clearLeftovers(to, kWorkPrefix);
     return merge(from, to);
   }
 
@@ -102,7 +102,7 @@ class Copy {
   }
 
   OrReason<> copyFile(const fs::path& from, const fs::path& to) const {
-    std::string sibling = (to.parent_path() / nameOfWork(workPrefix)).string();
+    std::string sibling = (to.parent_path() / nameOfWork(kWorkPrefix)).string();
     const installer::FileDescriptor output{mkostemp(sibling.data(), O_CLOEXEC)};
     if (!output) return becauseOfErrno(to.string());
     auto copied = copyBytes(from, output.get());
@@ -166,7 +166,7 @@ class Copy {
 OrReason<> copyFolderAtOnce(const Copy& copy, const fs::path& source, const fs::path& destination) {
   std::error_code error;
   fs::create_directories(destination.parent_path(), error);
-  std::string sibling = (destination.parent_path() / nameOfWork(workPrefix)).string();
+  std::string sibling = (destination.parent_path() / nameOfWork(kWorkPrefix)).string();
   if (mkdtemp(sibling.data()) == nullptr) return becauseOfErrno(destination.string());
   auto copied = copy.merge(source, sibling);
   if (copied && rename(sibling.c_str(), destination.c_str()) != 0)
@@ -187,14 +187,14 @@ OrReason<> copyLikeDitto(const fs::path& source, const fs::path& destination, Qu
     return because("Cannot get the real path for source '{}'", source.string());
   fs::path to = fs::absolute(destination).lexically_normal();
   if (!to.has_filename()) to = to.parent_path();
-  clearLeftovers(to.parent_path(), workPrefix);
+  clearLeftovers(to.parent_path(), kWorkPrefix);
   const Copy copy{quarantine};
   if (!isFolder(from))
     return copy.copyEntry(from, fs::is_directory(to, error) ? to / absolute.filename() : to);
   if (isBelow(fs::weakly_canonical(to, error), fs::weakly_canonical(absolute, error)))
     return because("{}: a folder can't be copied into itself", to.string());
   if (fs::is_directory(to, error)) {
-    clearLeftovers(to, workPrefix);
+    clearLeftovers(to, kWorkPrefix);
     return copy.merge(from, to);
   }
   if (stands(to)) return because("{}: Not a directory", to.string());

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr const char* usage = R"(usage: ditto [--noqtn] [-V] SOURCE DESTINATION
+constexpr const char* kUsage = R"(kUsage: ditto [--noqtn] [-V] SOURCE DESTINATION
        ditto -c -k [--sequesterRsrc] [--keepParent] SOURCE ARCHIVE
 Copies SOURCE and merges it into an existing DESTINATION; --noqtn doesn't copy the quarantine attribute.
 With -c -k, packs the content of SOURCE into the PKZip file ARCHIVE. Extended attributes aren't packed.
@@ -63,7 +63,7 @@ lab::OrReason<> obey(const Request& request) {
 
 int main(int argc, char** argv) {
   if (argc == 2 && (std::string{argv[1]} == "--help" || std::string{argv[1]} == "-h")) {
-    fmt::print("{}", usage);
+    fmt::print("{}", kUsage);
     return 0;
   }
   lab::holdInterruptions();
@@ -71,7 +71,7 @@ int main(int argc, char** argv) {
   std::setlocale(LC_ALL, "C.UTF-8");
   const auto request = parse(argc, argv);
   if (!request) {
-    fmt::print(stderr, "ditto: {}\n{}", request.error(), usage);
+    fmt::print(stderr, "ditto: {}\n{}", request.error(), kUsage);
     return 1;
   }
   const auto done = obey(*request);

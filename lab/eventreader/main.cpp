@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr const char* usage = R"(usage: engine-cli ... | lab-events [--plain] [--events]
+constexpr const char* kUsage = R"(kUsage: engine-cli ... | lab-events [--plain] [--events]
 Draws one board from the engine's events on standard input: for each app a progress bar, the bytes and the rate, and
 its result. Other lines are printed unchanged.
 --plain   prints one line per stage and result, without escape codes; the default unless standard output is a terminal
@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
       options.events = true;
     else {
       const bool asked = word == "--help" || word == "-h";
-      (asked ? std::cout : std::cerr) << usage;
+      (asked ? std::cout : std::cerr) << kUsage;
       return asked ? 0 : 64;
     }
   }

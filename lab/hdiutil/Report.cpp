@@ -5,8 +5,8 @@
 namespace lab {
 namespace {
 
-constexpr const char* mapHint = "Apple_partition_map";
-constexpr const char* schemeHint = "Apple_partition_scheme";
+constexpr const char* kMapHint = "Apple_partition_map";
+constexpr const char* kSchemeHint = "Apple_partition_scheme";
 
 const char* volumeHint(const Mount& mount) {
   return mount.volumeKind == "apfs" ? "Apple_APFS" : "Apple_HFS";
@@ -31,8 +31,8 @@ plist_t volumeEntity(const Mount& mount) {
 
 plist_t entities(const Mount& mount) {
   plist_t array = plist_new_array();
-  plist_array_append_item(array, entity(mount.disk, schemeHint));
-  plist_array_append_item(array, entity(mount.disk + "s1", mapHint));
+  plist_array_append_item(array, entity(mount.disk, kSchemeHint));
+  plist_array_append_item(array, entity(mount.disk + "s1", kMapHint));
   plist_array_append_item(array, volumeEntity(mount));
   return array;
 }
@@ -46,8 +46,8 @@ std::string attachedList(const Mount& mount) {
 }
 
 std::string attachedLines(const Mount& mount) {
-  return fmt::format("{:<20}\t{:<31}\t\n{:<20}\t{:<31}\t\n{:<20}\t{:<31}\t{}\n", mount.disk, schemeHint,
-                     mount.disk + "s1", mapHint, mount.disk + "s2", volumeHint(mount), mount.mountPoint);
+  return fmt::format("{:<20}\t{:<31}\t\n{:<20}\t{:<31}\t\n{:<20}\t{:<31}\t{}\n", mount.disk, kSchemeHint,
+                     mount.disk + "s1", kMapHint, mount.disk + "s2", volumeHint(mount), mount.mountPoint);
 }
 
 std::string infoList(std::span<const Mount> mounts) {

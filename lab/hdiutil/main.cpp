@@ -15,7 +15,7 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-constexpr const char* usage = R"(usage: hdiutil attach IMAGE [-plist] [-nobrowse] [-noverify] [-readonly]
+constexpr const char* kUsage = R"(kUsage: hdiutil attach IMAGE [-plist] [-nobrowse] [-noverify] [-readonly]
        hdiutil detach MOUNT_POINT_OR_DISK [-force] [-quiet]
        hdiutil info [-plist]
 Opens UDIF disk images (HFS+ or APFS) below the machine's Volumes folder, read-only. Needs 7zz.
@@ -52,7 +52,7 @@ int failed(const std::string& what, const std::string& reason) {
 }
 
 int misused(const std::string& reason) {
-  fmt::print(stderr, "hdiutil: {}\n{}", reason, usage);
+  fmt::print(stderr, "hdiutil: {}\n{}", reason, kUsage);
   return 1;
 }
 
@@ -101,7 +101,7 @@ int main(int argc, char** argv) {
   const std::string verb = words.front();
   words.erase(words.begin());
   if (verb == "help" || verb == "--help" || verb == "-h") {
-    fmt::print("{}", usage);
+    fmt::print("{}", kUsage);
     return 0;
   }
   const auto machine = lab::machine();

@@ -13,7 +13,7 @@ namespace {
 namespace fs = std::filesystem;
 using installer::ApplicationRegistry;
 
-constexpr const char* usage = R"(usage: lsregister -f PATH...   register application bundles
+constexpr const char* kUsage = R"(kUsage: lsregister -f PATH...   register application bundles
        lsregister -u PATH...   unregister them; an unregistered path is a success
        lsregister -dump        show the list
 )";
@@ -55,12 +55,12 @@ int main(int argc, char** argv) {
   const std::vector<std::string> words(argv + 1, argv + argc);
   const std::string verb = words.empty() ? "" : words[0];
   if (verb == "--help" || verb == "-h") {
-    fmt::print("{}", usage);
+    fmt::print("{}", kUsage);
     return 0;
   }
   const bool takesPaths = verb == "-f" || verb == "-u";
   if ((takesPaths && words.size() < 2) || (!takesPaths && (verb != "-dump" || words.size() > 1))) {
-    fmt::print(stderr, "{}", usage);
+    fmt::print(stderr, "{}", kUsage);
     return 1;
   }
   const auto machine = lab::machine();

@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* usage = R"(usage: open APPLICATION
+constexpr const char* kUsage = R"(kUsage: open APPLICATION
 Registers the application bundle and starts its main executable, detached. A running application is
 started again.
 )";
@@ -44,11 +44,11 @@ lab::OrReason<> openBundle(const fs::path& path) {
 int main(int argc, char** argv) {
   const std::string word = argc == 2 ? argv[1] : "";
   if (word == "--help" || word == "-h") {
-    fmt::print("{}", usage);
+    fmt::print("{}", kUsage);
     return 0;
   }
   if (word.empty() || word.starts_with('-')) {
-    fmt::print(stderr, "{}", usage);
+    fmt::print(stderr, "{}", kUsage);
     return 1;
   }
   const auto opened = openBundle(word);

@@ -76,8 +76,8 @@ OrReason<fs::path> publish(const PublishArguments& arguments) {
   std::error_code error;
   fs::create_directories(folder.parent_path(), error);
   if (error) return because("{}: {}", folder.parent_path().string(), error.message());
-  const std::string metadata{CDNLayout::metadataFileName};
-  const std::string releaseNotes{CDNLayout::releaseNotesFileName};
+  const std::string metadata{CDNLayout::kMetadataFileName};
+  const std::string releaseNotes{CDNLayout::kReleaseNotesFileName};
   auto staged = StagedFolder::inPlaceOf(folder, {metadata, releaseNotes});
   if (!staged) return std::unexpected(staged.error());
   auto put = putImage(arguments.image, staged->path() / arguments.destination, *facts);

@@ -127,7 +127,7 @@ void TreeCheck::visit(const fs::directory_entry& entry, bool& holdsFolders, bool
   const auto type = fs::status(path, error).type();
   if (type == fs::file_type::not_found) return report(path, "the link leads nowhere");
   if (type != fs::file_type::directory) {
-    holdsPackage = holdsPackage || name == CDNLayout::metadataFileName;
+    holdsPackage = holdsPackage || name == CDNLayout::kMetadataFileName;
     return;
   }
   holdsFolders = true;
@@ -159,7 +159,7 @@ OrReason<std::string> TreeCheck::checkPackage(const Paths& paths) {
     if (const auto layout = layoutThatLeadsTo(arguments_.tree, path)) layouts.push_back(*layout);
   }
   if (layouts.empty()) return because("no installer looks for a package here");
-  const auto meta = readMetadata(folder / CDNLayout::metadataFileName, arguments_.configuration);
+  const auto meta = readMetadata(folder / CDNLayout::kMetadataFileName, arguments_.configuration);
   if (!meta) return std::unexpected(meta.error());
   const auto fits = [&](const CDNLayout& layout) { return compare(*meta, layout).has_value(); };
   const auto layout = std::ranges::find_if(layouts, fits);
@@ -175,7 +175,7 @@ OrReason<std::string> TreeCheck::checkPackage(const Paths& paths) {
   for (const auto& checked :
        {compare(*meta, *facts),
         checkBundle(image, arguments_.configuration.bundleIdentifiers.at(layout->service), *meta->version),
-        checkNotes(folder / CDNLayout::releaseNotesFileName),
+        checkNotes(folder / CDNLayout::kReleaseNotesFileName),
         arguments_.team ? checkSignatures(image, *arguments_.team) : OrReason<>{}}) {
     if (!checked) return std::unexpected(checked.error());
   }

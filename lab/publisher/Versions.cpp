@@ -20,7 +20,7 @@ fs::path placeOf(const PublishArguments& arguments, const std::string& app, cons
 }
 
 OrReason<PackageMeta> offerIn(const fs::path& folder) {
-  const auto text = readFile(folder / CDNLayout::metadataFileName);
+  const auto text = readFile(folder / CDNLayout::kMetadataFileName);
   if (!text) return std::unexpected(text.error());
   auto meta = PackageMeta::decode(*text);
   if (!meta) return because("{}: the metadata can't be read", folder.string());
@@ -85,7 +85,7 @@ OrReason<fs::path> withdraw(const PublishArguments& arguments) {
   }
   auto staged = StagedFolder::inPlaceOf(folder, {arguments.destination});
   if (!staged) return std::unexpected(staged.error());
-  if (auto done = staged->commit(std::string{CDNLayout::metadataFileName}); !done)
+  if (auto done = staged->commit(std::string{CDNLayout::kMetadataFileName}); !done)
     return std::unexpected(done.error());
   return image;
 }

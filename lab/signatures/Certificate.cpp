@@ -39,9 +39,9 @@ std::string textOfValue(const ASN1_STRING* value) {
 }
 
 std::chrono::sys_seconds timeOfASN1(const ASN1_TIME* time) {
-  std::tm fields{};
-  if (ASN1_TIME_to_tm(time, &fields) != 1) return {};
-  return std::chrono::sys_seconds(std::chrono::seconds(::timegm(&fields)));
+  std::tm kFields{};
+  if (ASN1_TIME_to_tm(time, &kFields) != 1) return {};
+  return std::chrono::sys_seconds(std::chrono::seconds(::timegm(&kFields)));
 }
 
 int fieldNumber(std::string_view field) {
@@ -49,17 +49,17 @@ int fieldNumber(std::string_view field) {
     std::string_view name;
     int number;
   };
-  static constexpr std::array<Field, 9> fields{{{"CN", NID_commonName},
-                                                {"C", NID_countryName},
-                                                {"D", NID_description},
-                                                {"L", NID_localityName},
-                                                {"O", NID_organizationName},
-                                                {"OU", NID_organizationalUnitName},
-                                                {"ST", NID_stateOrProvinceName},
-                                                {"STREET", NID_streetAddress},
-                                                {"UID", NID_userId}}};
-  const auto* found = std::ranges::find(fields, field, &Field::name);
-  return found == fields.end() ? NID_undef : found->number;
+  static constexpr std::array<Field, 9> kFields{{{"CN", NID_commonName},
+                                                 {"C", NID_countryName},
+                                                 {"D", NID_description},
+                                                 {"L", NID_localityName},
+                                                 {"O", NID_organizationName},
+                                                 {"OU", NID_organizationalUnitName},
+                                                 {"ST", NID_stateOrProvinceName},
+                                                 {"STREET", NID_streetAddress},
+                                                 {"UID", NID_userId}}};
+  const auto* found = std::ranges::find(kFields, field, &Field::name);
+  return found == kFields.end() ? NID_undef : found->number;
 }
 
 }  // namespace

@@ -6,20 +6,20 @@ namespace lab {
 
 Bytes ImageTrailer::sealedBytes() const {
   Bytes sealed = stored;
-  std::fill_n(sealed.begin() + signatureLengthAt, 8, std::uint8_t{0});
+  std::fill_n(sealed.begin() + kSignatureLengthAt, 8, std::uint8_t{0});
   return sealed;
 }
 
 bool isUDIF(ByteView file) {
-  return file.size() >= UDIFTrailer::size &&
-         be32(file, file.size() - UDIFTrailer::size) == UDIFTrailer::magic;
+  return file.size() >= UDIFTrailer::kSize &&
+         be32(file, file.size() - UDIFTrailer::kSize) == UDIFTrailer::kMagic;
 }
 
 Outcome<ImageTrailer> readImageTrailer(ByteView file) {
   if (!isUDIF(file)) return refuse("file has no disk image trailer");
-  const std::uint64_t trailerAt = file.size() - UDIFTrailer::size;
-  const ByteView bytes = *slice(file, trailerAt, UDIFTrailer::size);
-  if (be32(bytes, 4) != UDIFTrailer::version || be32(bytes, 8) != UDIFTrailer::size)
+  const std::uint64_t trailerAt = file.size() - UDIFTrailer::kSize;
+  const ByteView bytes = *slice(file, trailerAt, UDIFTrailer::kSize);
+  if (be32(bytes, 4) != UDIFTrailer::kVersion || be32(bytes, 8) != UDIFTrailer::kSize)
     return refuse("disk image trailer is of an unknown version");
   const ImageTrailer trailer{UDIFTrailer::decode(bytes.data()), copyOf(bytes)};
   const ByteView front = file.first(static_cast<std::size_t>(trailerAt));

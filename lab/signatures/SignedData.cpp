@@ -149,17 +149,17 @@ bool algorithmFits(const std::string& algorithm, HashType digest) {
     const char* algorithm;
     HashType digest;
   };
-  static constexpr std::array<Pair, 8> pairs{{{"1.2.840.113549.1.1.5", HashType::sha1},
-                                              {"1.2.840.113549.1.1.11", HashType::sha256},
-                                              {"1.2.840.113549.1.1.12", HashType::sha384},
-                                              {"1.2.840.113549.1.1.13", HashType::sha512},
-                                              {"1.2.840.10045.4.1", HashType::sha1},
-                                              {"1.2.840.10045.4.3.2", HashType::sha256},
-                                              {"1.2.840.10045.4.3.3", HashType::sha384},
-                                              {"1.2.840.10045.4.3.4", HashType::sha512}}};
+  static constexpr std::array<Pair, 8> kPairs{{{"1.2.840.113549.1.1.5", HashType::sha1},
+                                               {"1.2.840.113549.1.1.11", HashType::sha256},
+                                               {"1.2.840.113549.1.1.12", HashType::sha384},
+                                               {"1.2.840.113549.1.1.13", HashType::sha512},
+                                               {"1.2.840.10045.4.1", HashType::sha1},
+                                               {"1.2.840.10045.4.3.2", HashType::sha256},
+                                               {"1.2.840.10045.4.3.3", HashType::sha384},
+                                               {"1.2.840.10045.4.3.4", HashType::sha512}}};
   if (algorithm == "1.2.840.113549.1.1.1" || algorithm == "1.2.840.10045.2.1") return true;  // the key's own
   return std::ranges::any_of(
-      pairs, [&](const Pair& pair) { return pair.algorithm == algorithm && pair.digest == digest; });
+      kPairs, [&](const Pair& pair) { return pair.algorithm == algorithm && pair.digest == digest; });
 }
 
 // Checks the content type and the message digest in the signed attributes.

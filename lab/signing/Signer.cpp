@@ -109,18 +109,18 @@ Outcome<Bytes> Signer::diskImage(ByteView bytes, const std::string& identifier) 
   if (!trailer) return handOn(trailer);
   const std::uint64_t end = trailer->plistOffset + trailer->plistLength;
   const std::uint64_t contentEnd =
-      trailer->isSigned() ? trailer->signatureOffset : bytes.size() - UDIFTrailer::size;
+      trailer->isSigned() ? trailer->signatureOffset : bytes.size() - UDIFTrailer::kSize;
   if (end != contentEnd) return refuse("the image's property list doesn't stand in front of its trailer");
   Bytes newTrailer = trailer->stored;
-  storeBig<std::uint64_t>(newTrailer.data() + UDIFTrailer::signatureOffsetAt, end);
-  storeBig<std::uint64_t>(newTrailer.data() + UDIFTrailer::signatureLengthAt, 0);
+  storeBig<std::uint64_t>(newTrailer.data() + UDIFTrailer::kSignatureOffsetAt, end);
+  storeBig<std::uint64_t>(newTrailer.data() + UDIFTrailer::kSignatureLengthAt, 0);
   const SigningSubject subject{identifier, bytes.first(static_cast<std::size_t>(end)),
                                0,          {{kRepresentationSlot, newTrailer}},
                                0,          false};
   const auto blobs = makeSignature(subject, identity_, options_);
   if (!blobs) return handOn(blobs);
   const Bytes signature = superBlobOf(*blobs);
-  storeBig<std::uint64_t>(newTrailer.data() + UDIFTrailer::signatureLengthAt, signature.size());
+  storeBig<std::uint64_t>(newTrailer.data() + UDIFTrailer::kSignatureLengthAt, signature.size());
   Bytes result = copyOf(subject.code);
   result.insert(result.end(), signature.begin(), signature.end());
   result.insert(result.end(), newTrailer.begin(), newTrailer.end());

@@ -7,10 +7,10 @@
 namespace lab {
 namespace {
 
-constexpr std::string_view userNamespace = "user.";
+constexpr std::string_view kUserNamespace = "user.";
 
 std::string onLinux(const std::string& name) {
-  return std::string{userNamespace} + name;
+  return std::string{kUserNamespace} + name;
 }
 
 bool isLink(const std::filesystem::path& path) {
@@ -40,7 +40,7 @@ OrReason<std::vector<std::string>> attributeNames(const std::filesystem::path& p
   std::vector<std::string> names;
   for (std::size_t at = 0; at < static_cast<std::size_t>(size);) {
     const std::string name = list.c_str() + at;
-    if (name.starts_with(userNamespace)) names.push_back(name.substr(userNamespace.size()));
+    if (name.starts_with(kUserNamespace)) names.push_back(name.substr(kUserNamespace.size()));
     at += name.size() + 1;
   }
   return names;

@@ -15,7 +15,7 @@
 namespace lab {
 namespace {
 
-constexpr std::size_t mostOutput = std::size_t{256} << 20U;
+constexpr std::size_t kMostOutput = std::size_t{256} << 20U;
 
 [[noreturn]] void becomeProgram(const std::vector<std::string>& command, pid_t parent, int output,
                                 int errors) {
@@ -53,7 +53,8 @@ OrReason<> collect(int output, int errors, Finished& finished) {
     if (interruption() != 0) return because("interrupted");
     if (watched[0].revents != 0 && !drain(output, finished.output)) watched[0].fd = -1;
     if (watched[1].revents != 0 && !drain(errors, finished.diagnostics)) watched[1].fd = -1;
-    if (finished.output.size() + finished.diagnostics.size() > mostOutput) return because("it says too much");
+    if (finished.output.size() + finished.diagnostics.size() > kMostOutput)
+      return because("it says too much");
   }
   return {};
 }

@@ -5,10 +5,10 @@
 namespace lab {
 namespace {
 
-constexpr std::uint32_t crc32Type = 2;
+constexpr std::uint32_t kCrc32Type = 2;
 
 void storeChecksum(std::uint8_t* to, std::uint32_t crc) {
-  storeBig<std::uint32_t>(to, crc32Type);
+  storeBig<std::uint32_t>(to, kCrc32Type);
   storeBig<std::uint32_t>(to + 4, 32);
   storeBig<std::uint32_t>(to + 8, crc);
 }
@@ -22,9 +22,9 @@ bool inside(std::uint64_t offset, std::uint64_t length, std::uint64_t end) {
 UDIFTrailer::Block UDIFTrailer::bytes() const {
   Block block{};
   std::uint8_t* at = block.data();
-  storeBig<std::uint32_t>(at, magic);
-  storeBig(at + 4, version);
-  storeBig<std::uint32_t>(at + 8, size);
+  storeBig<std::uint32_t>(at, kMagic);
+  storeBig(at + 4, kVersion);
+  storeBig<std::uint32_t>(at + 8, kSize);
   storeBig<std::uint32_t>(at + 12, 1);  // flattened: all data is in this file
   storeBig(at + 24, dataForkOffset);
   storeBig(at + 32, dataForkLength);
@@ -34,8 +34,8 @@ UDIFTrailer::Block UDIFTrailer::bytes() const {
   storeChecksum(at + 80, dataChecksum);
   storeBig(at + 216, plistOffset);
   storeBig(at + 224, plistLength);
-  storeBig(at + signatureOffsetAt, signatureOffset);
-  storeBig(at + signatureLengthAt, signatureLength);
+  storeBig(at + kSignatureOffsetAt, signatureOffset);
+  storeBig(at + kSignatureLengthAt, signatureLength);
   storeChecksum(at + 352, masterChecksum);
   storeBig<std::uint32_t>(at + 488, 1);  // a whole device, not one partition
   storeBig(at + 492, sectorCount);
@@ -44,12 +44,12 @@ UDIFTrailer::Block UDIFTrailer::bytes() const {
 
 OrReason<UDIFTrailer> UDIFTrailer::parse(const Block& block, std::uint64_t fileSize) {
   const std::uint8_t* at = block.data();
-  if (fileSize < size || loadBig<std::uint32_t>(at) != magic) return because("it has no UDIF trailer");
-  if (loadBig<std::uint32_t>(at + 4) != version || loadBig<std::uint32_t>(at + 8) != size) {
+  if (fileSize < kSize || loadBig<std::uint32_t>(at) != kMagic) return because("it has no UDIF trailer");
+  if (loadBig<std::uint32_t>(at + 4) != kVersion || loadBig<std::uint32_t>(at + 8) != kSize) {
     return because("its UDIF trailer is of an unknown version");
   }
   const UDIFTrailer trailer = decode(at);
-  const std::uint64_t end = fileSize - size;
+  const std::uint64_t end = fileSize - kSize;
   if (!inside(trailer.dataForkOffset, trailer.dataForkLength, end) ||
       !inside(trailer.plistOffset, trailer.plistLength, end) ||
       !inside(trailer.signatureOffset, trailer.signatureLength, end)) {
@@ -67,8 +67,8 @@ UDIFTrailer UDIFTrailer::decode(const std::uint8_t* at) {
   trailer.dataChecksum = loadBig<std::uint32_t>(at + 88);
   trailer.plistOffset = loadBig<std::uint64_t>(at + 216);
   trailer.plistLength = loadBig<std::uint64_t>(at + 224);
-  trailer.signatureOffset = loadBig<std::uint64_t>(at + signatureOffsetAt);
-  trailer.signatureLength = loadBig<std::uint64_t>(at + signatureLengthAt);
+  trailer.signatureOffset = loadBig<std::uint64_t>(at + kSignatureOffsetAt);
+  trailer.signatureLength = loadBig<std::uint64_t>(at + kSignatureLengthAt);
   trailer.masterChecksum = loadBig<std::uint32_t>(at + 360);
   trailer.sectorCount = loadBig<std::uint64_t>(at + 492);
   return trailer;

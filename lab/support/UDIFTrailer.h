@@ -11,12 +11,12 @@
 namespace lab {
 
 struct UDIFTrailer {
-  static constexpr std::size_t size = 512;
-  static constexpr std::uint32_t magic = 0x6b6f6c79;  // "koly"
-  static constexpr std::uint32_t version = 4;
-  static constexpr std::ptrdiff_t signatureOffsetAt = 296;
-  static constexpr std::ptrdiff_t signatureLengthAt = 304;
-  using Block = std::array<std::uint8_t, size>;
+  static constexpr std::size_t kSize = 512;
+  static constexpr std::uint32_t kMagic = 0x6b6f6c79;  // "koly"
+  static constexpr std::uint32_t kVersion = 4;
+  static constexpr std::ptrdiff_t kSignatureOffsetAt = 296;
+  static constexpr std::ptrdiff_t kSignatureLengthAt = 304;
+  using Block = std::array<std::uint8_t, kSize>;
 
   std::uint64_t dataForkOffset = 0;
   std::uint64_t dataForkLength = 0;
@@ -35,7 +35,7 @@ struct UDIFTrailer {
   // that aren't in the file before it.
   static OrReason<UDIFTrailer> parse(const Block& block, std::uint64_t fileSize);
 
-  // The fields of the `size` bytes at `block`, unchecked.
+  // The fields of the `kSize` bytes at `block`, unchecked.
   static UDIFTrailer decode(const std::uint8_t* block);
 };
 

@@ -12,7 +12,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* usage = R"(usage: xattr [-l] [-r] FILE...              the names, with -l the values too
+constexpr const char* kUsage =
+    R"(kUsage: xattr [-l] [-r] FILE...              the names, with -l the values too
        xattr -p [-r] NAME FILE...           the value
        xattr -w [-r] NAME VALUE FILE...     set
        xattr -d [-r] NAME FILE...           remove
@@ -155,12 +156,12 @@ class Run {
 int main(int argc, char** argv) {
   const std::vector<std::string> words(argv + 1, argv + argc);
   if (words.size() == 1 && (words[0] == "--help" || words[0] == "-h")) {
-    fmt::print("{}", usage);
+    fmt::print("{}", kUsage);
     return 0;
   }
   const auto request = parse(words);
   if (!request) {
-    fmt::print(stderr, "xattr: {}\n{}", request.error(), usage);
+    fmt::print(stderr, "xattr: {}\n{}", request.error(), kUsage);
     return 1;
   }
   return Run{*request}.all();

@@ -90,7 +90,7 @@ TEST_F(Programs, EveryRegionOfAnImageIsChecked) {
   const fs::path image = signedImage();
   const Bytes good = contentOf(image);
   const ImageTrailer trailer = readImageTrailer(good).value();
-  const std::uint64_t trailerAt = good.size() - UDIFTrailer::size;
+  const std::uint64_t trailerAt = good.size() - UDIFTrailer::kSize;
   for (const std::uint64_t offset :
        {std::uint64_t{0}, trailer.dataForkLength - 1, trailer.plistOffset, trailer.signatureOffset - 1,
         trailer.signatureOffset + 200, trailerAt + 12, trailerAt + 80, trailerAt + 303, trailerAt + 311,

@@ -22,7 +22,7 @@ namespace installer {
 
 namespace {
 
-constexpr std::string_view usage =
+constexpr std::string_view kUsage =
     "Usage: engine-cli <hello|run|check-updates|disk-free|export-logs> [flags]\n"
     "       engine-cli --silent --mode install|uninstall --apps brenna,tolvi,rulo,galdivane\n"
     "\n"
@@ -93,7 +93,7 @@ struct Subcommand {
   ExitCode (*serve)(const Controller& controller, const Args& args);
 };
 
-constexpr std::array<Subcommand, 5> subcommands{{
+constexpr std::array<Subcommand, 5> kSubcommands{{
     {"hello", hello},
     {"run", run},
     {"check-updates", checkUpdates},
@@ -102,7 +102,7 @@ constexpr std::array<Subcommand, 5> subcommands{{
 }};
 
 ExitCode dispatch(const Controller& controller, const Args& args) {
-  for (const auto& subcommand : subcommands) {
+  for (const auto& subcommand : kSubcommands) {
     if (*args.subcommand == subcommand.name) return subcommand.serve(controller, args);
   }
   return refuse(fmt::format(
@@ -114,7 +114,7 @@ ExitCode dispatch(const Controller& controller, const Args& args) {
 ExitCode runProtocolMode(const std::vector<std::string>& flags) {
   const Args args{flags};
   if (!args.subcommand) {
-    machine().streams.writeError(usage);
+    machine().streams.writeError(kUsage);
     return ExitCode::invalidArguments;
   }
   // The source is selected, and logged, before the subcommand is checked.

@@ -74,12 +74,12 @@ TEST(JSONReader, LetsTheLastOfARepeatedKeyStand) {
 }
 
 TEST(JSONReader, BoundsTheDepth) {
-  EXPECT_TRUE(JSONReader::parse(nested(JSONReader::maximumDepth)));
-  EXPECT_FALSE(JSONReader::parse(nested(JSONReader::maximumDepth + 1)));
+  EXPECT_TRUE(JSONReader::parse(nested(JSONReader::kMaximumDepth)));
+  EXPECT_FALSE(JSONReader::parse(nested(JSONReader::kMaximumDepth + 1)));
 }
 
 TEST(JSONReader, CountsNoBracketsInsideStrings) {
-  const auto brackets = std::string(JSONReader::maximumDepth + 1, '[');
+  const auto brackets = std::string(JSONReader::kMaximumDepth + 1, '[');
   EXPECT_TRUE(JSONReader::parse("[\"" + brackets + "\"]"));
   EXPECT_TRUE(JSONReader::parse("[\"\\\"" + brackets + "\"]"));
   EXPECT_FALSE(JSONReader::parse("[\"\\\\\"," + brackets));
@@ -89,14 +89,14 @@ TEST(JSONReader, RefusesEndlessNestingWithoutBuildingIt) {
   std::string endless;
   endless.assign(50'000'000, '[');
   EXPECT_FALSE(JSONReader::parse(endless));
-  EXPECT_FALSE(JSONReader::parse(std::string(JSONReader::maximumBytes, '[')));
-  EXPECT_FALSE(JSONReader::parse(std::string(JSONReader::maximumBytes, '{')));
+  EXPECT_FALSE(JSONReader::parse(std::string(JSONReader::kMaximumBytes, '[')));
+  EXPECT_FALSE(JSONReader::parse(std::string(JSONReader::kMaximumBytes, '{')));
 }
 
 TEST(JSONReader, BoundsTheLength) {
   const auto text = [](std::size_t bytes) { return "[]" + std::string(bytes - 2, ' '); };
-  EXPECT_TRUE(JSONReader::parse(text(JSONReader::maximumBytes)));
-  EXPECT_FALSE(JSONReader::parse(text(JSONReader::maximumBytes + 1)));
+  EXPECT_TRUE(JSONReader::parse(text(JSONReader::kMaximumBytes)));
+  EXPECT_FALSE(JSONReader::parse(text(JSONReader::kMaximumBytes + 1)));
 }
 
 TEST(JSONReader, ReadsMembersInTheAskedTypeOnly) {

@@ -13,9 +13,9 @@ namespace installer::test {
 
 namespace {
 
-constexpr const char* names = "cdn.kelo.example,mirror.kelo.example,odd.kelo.example";
+constexpr const char* kNames = "cdn.kelo.example,mirror.kelo.example,odd.kelo.example";
 
-constexpr const char* script = KELO_TESTS_FOLDER "/EndToEnd/hostile_cdn.py";
+constexpr const char* kScript = KELO_TESTS_FOLDER "/EndToEnd/hostile_cdn.py";
 
 std::string readLine(int descriptor) {
   std::string line;
@@ -33,7 +33,7 @@ HostileServer::HostileServer(const nlohmann::json& paths, const nlohmann::json& 
   Pipe input = makePipe();
   Pipe output = makePipe();
   const auto child = spawn({"/usr/bin/python3",
-                            {script, "--folder", folder_.path(), "--names", names, "--script", plan},
+                            {kScript, "--folder", folder_.path(), "--names", kNames, "--script", plan},
                             input.reading.get(),
                             output.writing.get(),
                             STDERR_FILENO});

@@ -15,7 +15,7 @@
 namespace installer::test {
 namespace {
 
-constexpr auto sharedSource =
+constexpr auto kSharedSource =
     "on runCommand(cmd)\n    do shell script cmd with administrator privileges\nend runCommand";
 
 class LinuxAdministrator : public testing::Test {
@@ -26,7 +26,7 @@ class LinuxAdministrator : public testing::Test {
   LinuxAdministrator() { ::signal(SIGPIPE, SIG_IGN); }  // as the host does
 
   std::unique_ptr<AdministratorScript> script(const std::string& answer,
-                                              const std::string& source = sharedSource,
+                                              const std::string& source = kSharedSource,
                                               const std::string& promptName = "prompt") {
     AdministratorPrompt prompt;
     prompt.command = {
@@ -42,7 +42,7 @@ class LinuxAdministrator : public testing::Test {
     return answer.value_or(std::nullopt);
   }
   static int numberOf(const ScriptErrorDictionary& error) {
-    return error ? error->value(AdministratorScript::errorNumberKey, 0) : 0;
+    return error ? error->value(AdministratorScript::kErrorNumberKey, 0) : 0;
   }
   std::size_t timesAsked() const {
     const std::string text = textOf(questions);
@@ -63,14 +63,14 @@ TEST_F(LinuxAdministrator, ABurstOfCommandsCostsOnePrompt) {
 TEST_F(LinuxAdministrator, ARefusedPromptIsMinus128AndRunsNothing) {
   const auto shared = script("echo 'Not authorized' >&2; exit 1");
   const auto error = call(*shared, "echo ran >'" + folder / "ran" + "'");
-  EXPECT_EQ(numberOf(error), AdministratorScript::userCancelled);
+  EXPECT_EQ(numberOf(error), AdministratorScript::kUserCancelled);
   EXPECT_EQ(error->value("NSAppleScriptErrorMessage", ""), "Not authorized");
   EXPECT_EQ(textOf(folder / "ran"), "");
 }
 
 TEST_F(LinuxAdministrator, ARefusalDoesNotLastAndTheNextCommandAsksAgain) {
   const auto shared = script("[ -e '" + folder / "granted" + "' ] || exit 1\nexec \"$@\"");
-  EXPECT_EQ(numberOf(call(*shared, "true")), AdministratorScript::userCancelled);
+  EXPECT_EQ(numberOf(call(*shared, "true")), AdministratorScript::kUserCancelled);
   folder.write("granted", "");
   EXPECT_EQ(call(*shared, "true"), std::nullopt);
   EXPECT_EQ(timesAsked(), 2U);
@@ -92,16 +92,16 @@ TEST_F(LinuxAdministrator, ACommandThatFailsWithPkexecsNumbersIsNotARefusal) {
 }
 
 TEST_F(LinuxAdministrator, PkexecTellsADismissalFromARefusalOfTheMachine) {
-  EXPECT_EQ(numberOf(call(*script("exit 126", sharedSource, "pkexec"), "true")),
-            AdministratorScript::userCancelled);
-  EXPECT_EQ(numberOf(call(*script("exit 127", sharedSource, "pkexec"), "true")), 127);
+  EXPECT_EQ(numberOf(call(*script("exit 126", kSharedSource, "pkexec"), "true")),
+            AdministratorScript::kUserCancelled);
+  EXPECT_EQ(numberOf(call(*script("exit 127", kSharedSource, "pkexec"), "true")), 127);
 }
 
 TEST_F(LinuxAdministrator, APromptThatIsNotThereIsAFailureAndNoRefusal) {
   AdministratorPrompt prompt;
   prompt.command = {folder / "missing"};
   prompt.asksRootToo = true;
-  const auto error = call(*LinuxAdministratorScripts{prompt}.make(sharedSource), "true");
+  const auto error = call(*LinuxAdministratorScripts{prompt}.make(kSharedSource), "true");
   ASSERT_TRUE(error);
   EXPECT_EQ(numberOf(error), -1);
 }
@@ -113,7 +113,7 @@ TEST_F(LinuxAdministrator, AnAskpassThatCannotBeRunIsAFailureAndNoRefusal) {
   for (const char* const askpass : {"missing", "no-program"}) {
     if (askpass == std::string_view{"no-program"}) ::chmod(folder.write(askpass, "").c_str(), 0644);
     prompt.askpass = folder / askpass;
-    const auto error = call(*LinuxAdministratorScripts{prompt}.make(sharedSource), "true");
+    const auto error = call(*LinuxAdministratorScripts{prompt}.make(kSharedSource), "true");
     EXPECT_EQ(numberOf(error), -1) << askpass;
     EXPECT_THAT(error->value("NSAppleScriptErrorMessage", ""), testing::HasSubstr(askpass));
   }
@@ -205,7 +205,7 @@ TEST_F(LinuxAdministrator, OnlyTheTwoKnownSourcesAreScripts) {
       "do shell script \" with administrator privileges",
       "do shell script \"a\" with administrator privileges\n",
       "tell application \"Finder\" to quit",
-      std::string{sharedSource} + "\n",
+      std::string{kSharedSource} + "\n",
   };
   for (const auto& source : rows) EXPECT_EQ(script("exit 1", source), nullptr) << source;
   EXPECT_EQ(timesAsked(), 0U);

@@ -14,7 +14,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto global = QualityOfService::standard;
+constexpr auto kGlobal = QualityOfService::standard;
 
 TEST(LinuxQueues, BlocksThatWaitForEachOtherDoNotStarve) {
   LinuxDispatch dispatch;
@@ -23,12 +23,12 @@ TEST(LinuxQueues, BlocksThatWaitForEachOtherDoNotStarve) {
   for (std::size_t index = 0; index <= count; ++index) links.push_back(dispatch.makeSemaphore(0));
   // Each block waits for the one posted after it.
   for (std::size_t index = 0; index < count; ++index) {
-    dispatch.asyncGlobal(global, [&links, index] {
+    dispatch.asyncGlobal(kGlobal, [&links, index] {
       links[index + 1]->wait();
       links[index]->signal();
     });
   }
-  dispatch.asyncGlobal(global, [&links] { links[count]->signal(); });
+  dispatch.asyncGlobal(kGlobal, [&links] { links[count]->signal(); });
   links[0]->wait();
 }
 
@@ -36,7 +36,7 @@ TEST(LinuxQueues, AQueueThatIsLetGoStillRunsWhatItHolds) {
   std::vector<int> order;
   {
     LinuxDispatch dispatch;
-    auto queue = dispatch.makeSerialQueue("test", global);
+    auto queue = dispatch.makeSerialQueue("test", kGlobal);
     for (int number = 0; number < 1000; ++number) queue->async([&order, number] { order.push_back(number); });
     queue.reset();
   }
@@ -48,7 +48,7 @@ TEST(LinuxQueues, AWorkerReachesTheMainThreadWhileItTurns) {
   LinuxDispatch dispatch;
   std::atomic<bool> done{false};
   bool onMain = false;
-  dispatch.asyncGlobal(global, [&] {
+  dispatch.asyncGlobal(kGlobal, [&] {
     dispatch.syncMain([&] { onMain = dispatch.isMainThread(); });
     done = true;
   });
@@ -61,7 +61,7 @@ TEST(LinuxQueues, WhatAnotherThreadPostsIsServedWithinTheSameTurn) {
   const auto turning = dispatch.makeSemaphore(0);
   bool served = false;
   dispatch.asyncMain([&] { turning->signal(); });
-  dispatch.asyncGlobal(global, [&] {
+  dispatch.asyncGlobal(kGlobal, [&] {
     turning->wait();
     dispatch.asyncMain([&] {
       served = true;

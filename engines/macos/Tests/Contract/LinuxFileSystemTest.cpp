@@ -292,7 +292,7 @@ TEST_F(LinuxFiles, APathWithANULIsNoPath) {
 
 TEST_F(LinuxFiles, ATreeAsDeepAsAllowedIsWalkedWith256Descriptors) {
   std::string deep = "deep";
-  for (int depth = 1; depth < deepestFolder; ++depth) deep += "/d";
+  for (int depth = 1; depth < kDeepestFolder; ++depth) deep += "/d";
   folder.makeFolder(deep);
   const int status = inChild([&] {
     const rlimit usual{256, 256};

@@ -14,9 +14,9 @@
 namespace installer::test {
 namespace {
 
-constexpr int processes = 3;
-constexpr int threads = 4;
-constexpr int entries = 100;  // all entries together are shorter than the limit of the file
+constexpr int kProcesses = 3;
+constexpr int kThreads = 4;
+constexpr int kEntries = 100;  // all entries together are shorter than the limit of the file
 
 LinuxHostSettings settingsIn(const LinuxTestFolder& folder) {
   LinuxHostSettings settings;
@@ -37,9 +37,9 @@ void installHostIn(const LinuxTestFolder& folder) {
 int logFromAllThreads(const LinuxTestFolder& folder, int process) {
   installHostIn(folder);
   std::vector<std::jthread> running;
-  for (int thread = 0; thread < threads; ++thread) {
+  for (int thread = 0; thread < kThreads; ++thread) {
     running.emplace_back([process, thread] {
-      for (int entry = 0; entry < entries; ++entry) {
+      for (int entry = 0; entry < kEntries; ++entry) {
         log(fmt::format("process {} thread {} entry {}", process, thread, entry));
       }
     });
@@ -53,7 +53,7 @@ int logFromAllThreads(const LinuxTestFolder& folder, int process) {
 TEST(LinuxLogFile, KeepsLinesWholeAndInOrderWhenProcessesAndThreadsWriteAtOnce) {
   const LinuxTestFolder folder;
   std::vector<pid_t> children;
-  for (int process = 0; process < processes; ++process) {
+  for (int process = 0; process < kProcesses; ++process) {
     children.push_back(startChild([&folder, process] { return logFromAllThreads(folder, process); }));
   }
   for (const auto child : children) EXPECT_EQ(endOf(child), 0);
@@ -72,17 +72,17 @@ TEST(LinuxLogFile, KeepsLinesWholeAndInOrderWhenProcessesAndThreadsWriteAtOnce) 
     }
     EXPECT_EQ(std::stoi(parts[2]), next[parts[1]]++) << line;
   }
-  EXPECT_EQ(opening, processes * 3);
-  ASSERT_EQ(next.size(), static_cast<std::size_t>(processes) * threads);
-  for (const auto& [writer, count] : next) EXPECT_EQ(count, entries) << writer;
+  EXPECT_EQ(opening, kProcesses * 3);
+  ASSERT_EQ(next.size(), static_cast<std::size_t>(kProcesses) * kThreads);
+  for (const auto& [writer, count] : next) EXPECT_EQ(count, kEntries) << writer;
 }
 
-constexpr int writers = 8;
-constexpr int entriesPerWriter = 1500;  // all entries together exceed the limit several times
+constexpr int kWriters = 8;
+constexpr int kEntriesPerWriter = 1500;  // all entries together exceed the limit several times
 
 int logAlone(const LinuxTestFolder& folder, int writer) {
   installHostIn(folder);
-  for (int entry = 0; entry < entriesPerWriter; ++entry) {
+  for (int entry = 0; entry < kEntriesPerWriter; ++entry) {
     log(fmt::format("writer {} entry {} {}", writer, entry, std::string(80, 'x')));
     if (entry % 50 == 0) Logger::shared().flush();
   }
@@ -95,7 +95,7 @@ TEST(LinuxLogFile, LosesNoLineWhenProcessesRotateItAtOnce) {
   const LinuxTestFolder folder;
   folder.write("Library/Logs/Kelo-Desk-Installer/webinstall.log", std::string(511000, 'x') + "\n");
   std::vector<pid_t> children;
-  for (int writer = 0; writer < writers; ++writer) {
+  for (int writer = 0; writer < kWriters; ++writer) {
     children.push_back(startChild([&folder, writer] { return logAlone(folder, writer); }));
   }
   for (const auto child : children) EXPECT_EQ(endOf(child), 0);
@@ -120,7 +120,7 @@ TEST(LinuxLogFile, LosesNoLineWhenProcessesRotateItAtOnce) {
     known->second = number;
   }
   EXPECT_FALSE(last.empty());
-  for (const auto& [writer, number] : last) EXPECT_EQ(number, entriesPerWriter - 1) << writer;
+  for (const auto& [writer, number] : last) EXPECT_EQ(number, kEntriesPerWriter - 1) << writer;
   EXPECT_EQ(sortedNames(folder / "Library/Logs/Kelo-Desk-Installer"),
             std::vector<std::string>{"webinstall.log"});
 }
@@ -131,7 +131,7 @@ TEST(LinuxLogFile, KeepsEveryLineOfProcessesThatMeetAtTheLimit) {
   const LinuxTestFolder folder;
   folder.write("Library/Logs/Kelo-Desk-Installer/webinstall.log", std::string(512001, 'x') + "\n");
   std::vector<pid_t> children;
-  for (int process = 0; process < writers; ++process) {
+  for (int process = 0; process < kWriters; ++process) {
     children.push_back(startChild([&folder, process] {
       installHostIn(folder);
       log(fmt::format("summary of {}", process));
@@ -142,7 +142,7 @@ TEST(LinuxLogFile, KeepsEveryLineOfProcessesThatMeetAtTheLimit) {
   }
   for (const auto child : children) EXPECT_EQ(endOf(child), 0);
   const auto content = textOf(logIn(folder));
-  for (int process = 0; process < writers; ++process) {
+  for (int process = 0; process < kWriters; ++process) {
     EXPECT_NE(content.find(fmt::format("] summary of {}\n", process)), std::string::npos) << process;
   }
   const std::string report = "Log file rotated due to size threshold";

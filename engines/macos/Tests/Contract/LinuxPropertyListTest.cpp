@@ -141,7 +141,7 @@ TEST(XMLPropertyListBounds, RefuseWhatNestsTooDeepHoweverItIsDisguised) {
 }
 
 TEST_F(LinuxPlists, AnOverlongListIsRefused) {
-  expectCorrupt(xml("<string>" + std::string(PropertyListBounds::bytes, 'x') + "</string>"), "17 MB");
+  expectCorrupt(xml("<string>" + std::string(PropertyListBounds::kBytes, 'x') + "</string>"), "17 MB");
 }
 
 TEST_F(LinuxPlists, ABinaryListThatContainsItselfIsRefused) {

@@ -15,7 +15,7 @@ namespace installer::test {
 
 void beginCopy(const Path& path) {
   const FileDescriptor folder{::open(parentFolder(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-  const HiddenSibling sibling{folder.get(), lastPathComponent(path), copyPurpose};
+  const HiddenSibling sibling{folder.get(), lastPathComponent(path), kCopyPurpose};
   ::mkdirat(folder.get(), sibling.name(), 0755);
 }
 

@@ -51,7 +51,7 @@ class FolderWithLeftovers : public ::testing::Test {
 };
 
 TEST_F(FolderWithLeftovers, IsClearedOfALivingProcesssNamesOnlyByTheHolderOfItsLock) {
-  for (const char* const purpose : {copyPurpose, removalPurpose, writePurpose}) {
+  for (const char* const purpose : {kCopyPurpose, kRemovalPurpose, kWritePurpose}) {
     const auto left = lay(purpose);
     EXPECT_FALSE(clear()) << purpose;
     EXPECT_TRUE(std::filesystem::exists(left)) << purpose;
@@ -70,7 +70,7 @@ TEST_F(FolderWithLeftovers, IsClearedOfALivingProcesssNamesOnlyByTheHolderOfItsL
 TEST_F(FolderWithLeftovers, KeepsTheNamesOfItsOwnProcessUnderItsLock) {
   const auto lock = ItemLock::tryTake(folder);
   const FileDescriptor open{::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-  const HiddenSibling ours{open.get(), "app", copyPurpose};
+  const HiddenSibling ours{open.get(), "app", kCopyPurpose};
   ASSERT_TRUE(replaceFile(joined(folder, ours.name()), "bytes"));
   EXPECT_FALSE(clear());
   EXPECT_TRUE(std::filesystem::exists(joined(folder, ours.name())));

@@ -57,7 +57,7 @@ TEST(POSIXStreams, LinesEndAtLineFeedsAndTheLastMayLackOne) {
 }
 
 TEST(POSIXStreams, ALineBeyondTheLimitArrivesEmpty) {
-  const std::string limit(StandardStreams::maximumLineLength, 'x');
+  const std::string limit(StandardStreams::kMaximumLineLength, 'x');
   EXPECT_TRUE(bracketedLines(limit + "\nnext\n") == "[" + limit + "][next]");
   EXPECT_TRUE(bracketedLines(limit) == "[" + limit + "]");
   EXPECT_EQ(bracketedLines(limit + "y\nnext\n"), "[][next]");
@@ -81,14 +81,14 @@ TEST(POSIXStreams, OutputArrivesWholeAlsoWhereTheOtherEndMadeItNonBlocking) {
 }
 
 TEST(POSIXStreams, LinesLongerThanAPipeTakesStayWholeWhenTwoThreadsWrite) {
-  static constexpr int rounds = 50;
+  static constexpr int kRounds = 50;
   Pipe out = makePipe();
   const pid_t child = startChild([&] {
     ::dup2(out.writing.get(), STDOUT_FILENO);
     out = {};
     POSIXStandardStreams streams;
     const auto writeMany = [&](char letter) {
-      for (int i = 0; i < rounds; ++i) streams.writeOutput(std::string(200'000, letter) + '\n');
+      for (int i = 0; i < kRounds; ++i) streams.writeOutput(std::string(200'000, letter) + '\n');
     };
     std::thread first{writeMany, 'a'};
     writeMany('b');
@@ -101,7 +101,7 @@ TEST(POSIXStreams, LinesLongerThanAPipeTakesStayWholeWhenTwoThreadsWrite) {
   for (std::string line; std::getline(lines, line); ++count) {
     ASSERT_TRUE(line == std::string(200'000, line.front())) << "line " << count << " is torn";
   }
-  EXPECT_EQ(count, 2 * rounds);
+  EXPECT_EQ(count, 2 * kRounds);
   EXPECT_EQ(endOf(child), 0);
 }
 

@@ -76,7 +76,7 @@ TEST_P(StandardStreamsContract, ReadsALastLineWithoutALineFeed) {
 }
 
 TEST_P(StandardStreamsContract, ReadsALineThatIsTooLongAsAnEmptyOne) {
-  const std::string limit(StandardStreams::maximumLineLength, 'x');
+  const std::string limit(StandardStreams::kMaximumLineLength, 'x');
   EXPECT_EQ(linesRead(limit + "\n" + limit + "x\nnext\n"), "1048576 xxxxxxxxxx\n0 \n4 next\nend\n");
 }
 
@@ -167,7 +167,7 @@ class AdministratorScriptContract : public Contract {
 
   static bool isDismissal(const ScriptErrorDictionary& error) {
     return error &&
-           error->value(AdministratorScript::errorNumberKey, 0) == AdministratorScript::userCancelled;
+           error->value(AdministratorScript::kErrorNumberKey, 0) == AdministratorScript::kUserCancelled;
   }
 };
 
@@ -201,7 +201,7 @@ TEST_P(AdministratorScriptContract, StopsAChainAtTheFirstFailure) {
       script->callHandler("runCommand", "/bin/nothing-of-that-name && /bin/rm -rf '" + at("file") + "'")
           .value();
   ASSERT_TRUE(error.has_value());
-  EXPECT_TRUE(error->at(AdministratorScript::errorNumberKey).is_number_integer());
+  EXPECT_TRUE(error->at(AdministratorScript::kErrorNumberKey).is_number_integer());
   EXPECT_FALSE(isDismissal(error));
   EXPECT_TRUE(files.fileExists(at("file")));
 }

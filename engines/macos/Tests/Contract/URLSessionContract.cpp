@@ -145,7 +145,7 @@ TEST_P(URLSessionContract, FetchesData) {
 }
 
 TEST_P(URLSessionContract, FetchesNoMoreDataThanItKeepsInMemory) {
-  const std::string most(URLSession::maximumDataLength, 'x');
+  const std::string most(URLSession::kMaximumDataLength, 'x');
   under->serverResource("/most").answers(200, most);
   under->serverResource("/more").answers(200, most + "x");
   EXPECT_EQ(fetch(*session, "/most").size(), most.size() + 4);

@@ -54,10 +54,10 @@ TEST_F(EngineEmitterTest, OutlivesAReaderThatWentAway) {
 }
 
 TEST_F(EngineEmitterTest, KeepsLinesWholeWhenTwoThreadsEmitAtOnce) {
-  static constexpr int rounds = 500;
+  static constexpr int kRounds = 500;
   const auto emitMany = [](const std::string& app) {
-    for (int i = 0; i < rounds; ++i)
-      EngineEmitter::emit({EngineEvent::Stage{app, AppStage::download, i, rounds}});
+    for (int i = 0; i < kRounds; ++i)
+      EngineEmitter::emit({EngineEvent::Stage{app, AppStage::download, i, kRounds}});
   };
   std::thread first{emitMany, "brenna"};
   std::thread second{emitMany, "tolvi"};
@@ -70,7 +70,7 @@ TEST_F(EngineEmitterTest, KeepsLinesWholeWhenTwoThreadsEmitAtOnce) {
     ASSERT_FALSE(event.is_discarded()) << text;
     EXPECT_EQ(event["index"], next[event["app"]]++);
   }
-  EXPECT_EQ(next, (std::map<std::string, int>{{"brenna", rounds}, {"tolvi", rounds}}));
+  EXPECT_EQ(next, (std::map<std::string, int>{{"brenna", kRounds}, {"tolvi", kRounds}}));
 }
 
 }  // namespace

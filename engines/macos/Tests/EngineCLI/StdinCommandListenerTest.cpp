@@ -78,7 +78,7 @@ TEST_F(StdinListener, ReadsOnPastLinesThatItDoesNotUnderstand) {
 TEST_F(StdinListener, ObeysNoLineBeyondTheLimitHoweverItBegins) {
   startStdinCommandListener(controller);
   const std::string cancel = R"({"type": "cancel"})";
-  const std::string blanks(StandardStreams::maximumLineLength - cancel.size(), ' ');
+  const std::string blanks(StandardStreams::kMaximumLineLength - cancel.size(), ' ');
   machine.streams.feedLine(cancel + blanks + "x");
   machine.streams.feedLine(cancel + blanks);
   machine.dispatch.runUntilIdle();

@@ -58,7 +58,7 @@ class Grammar {
 
   // Takes the rest of an array or an object after its opening bracket.
   bool takeRest(char close, std::size_t depth, auto&& takeItem) {
-    if (depth > JSONReader::maximumDepth) return false;
+    if (depth > JSONReader::kMaximumDepth) return false;
     skipBlanks();
     if (take({&close, 1})) return true;
     while (takeItem()) {
@@ -125,8 +125,8 @@ std::string withMember(std::string_view text, const std::string& key, std::strin
 }
 
 std::string_view badValue(std::string_view text) {
-  static constexpr std::array bad{"null", "0.5", "1e999", R"("\udc00")", R"([{"a":[]}])"};
-  return bad.at(text.size() % bad.size());
+  static constexpr std::array kBad{"null", "0.5", "1e999", R"("\udc00")", R"([{"a":[]}])"};
+  return kBad.at(text.size() % kBad.size());
 }
 
 }  // namespace installer::test

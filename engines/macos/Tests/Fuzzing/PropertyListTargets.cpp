@@ -47,8 +47,8 @@ std::string rewritten(std::string_view bytes) {
 }
 
 void requireBounds(const Json& list) {
-  require(depthOf(list) <= PropertyListBounds::depth + 1, "a list is no deeper than allowed");
-  require(countOf(list) <= PropertyListBounds::values, "a list has no more values than allowed");
+  require(depthOf(list) <= PropertyListBounds::kDepth + 1, "a list is no deeper than allowed");
+  require(countOf(list) <= PropertyListBounds::kValues, "a list has no more values than allowed");
 }
 
 // The first mount point of the list; absent also when an entity isn't a dictionary.

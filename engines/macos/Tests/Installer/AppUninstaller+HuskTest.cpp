@@ -17,7 +17,7 @@ class Husk : public AppUninstallerStory {
 
 TEST_F(Husk, WithoutInformationIsRemovedLikeAnApp) {
   mac.addApp(path, {.infoPlist = false});
-  mac.runningApps.launch(brennaIdentifier, "Brenna", 1);
+  mac.runningApps.launch(kBrennaIdentifier, "Brenna", 1);
   uninstall(Password::isNeverAskedFor);
   expectRemoved();
   EXPECT_FALSE(mac.runningApps.isRunning(1));
@@ -54,7 +54,7 @@ TEST_F(Husk, ThatIsNotRestoredWhenItsDeletionFailsStaysStaged) {
 }
 
 TEST_F(Husk, IsNoneWhenItIsACompleteBundleOfSomethingElse) {
-  mac.addApp(path, {.identifier = federalIdentifier});
+  mac.addApp(path, {.identifier = kFederalIdentifier});
   uninstall(Password::mayBeAskedFor);
   expectAlreadyAbsent();
   EXPECT_TRUE(mac.files.exists(path + "/Contents/MacOS/app"));
@@ -83,7 +83,7 @@ TEST_F(Husk, IsRecognisedFromTheDiskAndNotFromAnEarlierReading) {
   brennaIsInstalled();
   ASSERT_NE(ExistingAppDetector::cachedBundle(path), nullptr);
   mac.files.erase(path + "/Contents/Info.plist");
-  mac.workspace.removeRegistration(brennaIdentifier);
+  mac.workspace.removeRegistration(kBrennaIdentifier);
   uninstall(Password::isNeverAskedFor);
   expectRemoved();
 }

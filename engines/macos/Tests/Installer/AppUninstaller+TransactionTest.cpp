@@ -7,7 +7,7 @@ namespace installer::test {
 namespace {
 
 const Path kBrennaPath = "/Applications/Brenna.app";
-const Path staged = "/Applications/.Brenna.app.kelo-uninstall";
+const Path kStaged = "/Applications/.Brenna.app.kelo-uninstall";
 
 enum class Prompt { never, granted, dismissed, failed, withoutEffect };
 
@@ -29,11 +29,11 @@ struct Attempt {
 std::vector<Attempt> fileOperations() {
   std::vector<Attempt> attempts{{Operation::move, kBrennaPath},
                                 {Operation::move, kBrennaPath, 1},
-                                {Operation::openForReading, staged + "/Contents/Info.plist"}};
+                                {Operation::openForReading, kStaged + "/Contents/Info.plist"}};
   for (const std::string part : {"", "/Contents", "/Contents/Info.plist", "/Contents/MacOS",
                                  "/Contents/MacOS/app", "/Contents/Resources", "/Contents/Resources/text"}) {
-    attempts.push_back({Operation::remove, staged + part});
-    attempts.push_back({Operation::enumerate, staged + part});
+    attempts.push_back({Operation::remove, kStaged + part});
+    attempts.push_back({Operation::enumerate, kStaged + part});
   }
   return attempts;
 }
@@ -86,16 +86,16 @@ class RemovalTransaction {
   // The app is removed, or remains under the staging name and is reported there.
   void expectGone() const {
     const auto message = result_.errorMessage.value_or("");
-    const bool isStranded = message.find("remain at " + staged + ".") != std::string::npos;
+    const bool isStranded = message.find("remain at " + kStaged + ".") != std::string::npos;
     EXPECT_NE(result_.success, isStranded);
-    EXPECT_FALSE(result_.success && mac_.files.exists(staged));
+    EXPECT_FALSE(result_.success && mac_.files.exists(kStaged));
   }
 
   // A failed deletion may have removed parts of the bundle, so a restored bundle must have at least the files
   // that it needs to start.
   void expectKept() {
     EXPECT_FALSE(result_.success);
-    EXPECT_FALSE(mac_.files.exists(staged)) << "the app is never in two places";
+    EXPECT_FALSE(mac_.files.exists(kStaged)) << "the app is never in two places";
     const bool deletionBegan = !mac_.logLines("removing the staged").empty();
     EXPECT_TRUE(deletionBegan || mac_.files.snapshot(kBrennaPath) == before_);
     EXPECT_TRUE(mac_.files.exists(kBrennaPath + "/Contents/Info.plist"));

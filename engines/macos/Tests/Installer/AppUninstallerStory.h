@@ -15,8 +15,8 @@ enum class Password { mayBeAskedFor, isNeverAskedFor };
 
 class AppUninstallerStory : public ::testing::Test {
  protected:
-  static constexpr const char* brennaIdentifier = "com.kelo.brenna.mac";
-  static constexpr const char* federalIdentifier = "com.kelo.brenna.mac.fed";
+  static constexpr const char* kBrennaIdentifier = "com.kelo.brenna.mac";
+  static constexpr const char* kFederalIdentifier = "com.kelo.brenna.mac.fed";
 
   SimulatedMachine mac;
   const Path path = "/Applications/Brenna.app";
@@ -24,7 +24,7 @@ class AppUninstallerStory : public ::testing::Test {
   std::map<std::string, std::string> before;  // the installed app
   UninstallResult result;
 
-  static AppBundle brenna() { return {.identifier = brennaIdentifier, .version = "1.0"}; }
+  static AppBundle brenna() { return {.identifier = kBrennaIdentifier, .version = "1.0"}; }
   const AppInfo& app() { return *KeloAppProvider::shared().app(AppIdentifier::brenna); }
 
   void brennaIsInstalled() {

@@ -22,7 +22,7 @@ TEST_F(Uninstall, StagesDeletesAndForgetsTheApp) {
       ElementsAre("INFO AppUninstaller: Successfully removed Kelo Brenna from /Applications/Brenna.app",
                   "INFO AppUninstaller: lsregister -u /Applications/Brenna.app exited 0",
                   "INFO AppUninstaller: lsregister -u " + staged + " exited 0"));
-  EXPECT_EQ(mac.workspace.applicationPath(brennaIdentifier), std::nullopt);
+  EXPECT_EQ(mac.workspace.applicationPath(kBrennaIdentifier), std::nullopt);
 }
 
 TEST_F(Uninstall, BeginsWithALine) {
@@ -42,7 +42,7 @@ TEST_F(Uninstall, LeavesAnAppStoreCopyAloneAndRunning) {
   bundle.appStoreReceipt = true;
   mac.addRegisteredApp(path, bundle);
   before = mac.files.snapshot(path);
-  mac.runningApps.launch(brennaIdentifier, "Brenna", 1);
+  mac.runningApps.launch(kBrennaIdentifier, "Brenna", 1);
   uninstall(Password::mayBeAskedFor);
   EXPECT_FALSE(result.success);
   EXPECT_TRUE(result.skipped);
@@ -59,8 +59,8 @@ TEST_F(Uninstall, LeavesAnAppStoreCopyAloneAndRunning) {
 
 TEST_F(Uninstall, QuitsAllVariantsButRemovesThePrimaryOnly) {
   brennaIsInstalled();
-  mac.addRegisteredApp("/Applications/Brenna Fed.app", {.identifier = federalIdentifier});
-  mac.runningApps.launch(federalIdentifier, "Brenna Fed", 2);
+  mac.addRegisteredApp("/Applications/Brenna Fed.app", {.identifier = kFederalIdentifier});
+  mac.runningApps.launch(kFederalIdentifier, "Brenna Fed", 2);
   uninstall(Password::isNeverAskedFor);
   EXPECT_TRUE(result.success);
   EXPECT_FALSE(mac.runningApps.isRunning(2));
@@ -70,7 +70,7 @@ TEST_F(Uninstall, QuitsAllVariantsButRemovesThePrimaryOnly) {
 TEST_F(Uninstall, ReadsTheDiskAfreshAfterwards) {
   brennaIsInstalled();
   uninstall(Password::isNeverAskedFor);
-  mac.addRegisteredApp(path, {.identifier = brennaIdentifier, .version = "7.0"});
+  mac.addRegisteredApp(path, {.identifier = kBrennaIdentifier, .version = "7.0"});
   EXPECT_EQ(ExistingAppDetector::detect(app()).primaryVersion, "7.0");
 }
 

@@ -10,7 +10,7 @@ using ::testing::IsEmpty;
 
 class ExistingCopy : public DMGInstallerStory {
  protected:
-  static constexpr const char* mountLine =
+  static constexpr const char* kMountLine =
       "INFO Mounting DMG for Kelo Brenna at /private/tmp/tester/brenna_installer.dmg";
 
   void expectNothingCopied(const Path& path) {
@@ -26,7 +26,7 @@ class ExistingCopy : public DMGInstallerStory {
 TEST_F(ExistingCopy, OfTheSameVersionIsQuitAndKept) {
   theImageHoldsBrenna("2.0");
   mac.addRegisteredApp("/Applications/Tools/Brenna.app", brenna("2.0", "old binary"));
-  mac.runningApps.launch(brennaIdentifier, "Kelo Brenna", 4711);
+  mac.runningApps.launch(kBrennaIdentifier, "Kelo Brenna", 4711);
   install();
   expectNothingCopied("/Applications/Tools/Brenna.app");
   EXPECT_FALSE(mac.runningApps.isRunning(4711));
@@ -59,7 +59,7 @@ TEST_F(ExistingCopy, OfAnOlderVersionIsReplaced) {
   install();
   expectInstalledAt(destination);
   EXPECT_FALSE(mac.files.exists(destination + "/Contents/Resources/old.txt"));
-  EXPECT_THAT(story(), ElementsAre(mountLine, "INFO DMGInstaller: Upgrading Kelo Brenna from v1.9 to v2.0",
+  EXPECT_THAT(story(), ElementsAre(kMountLine, "INFO DMGInstaller: Upgrading Kelo Brenna from v1.9 to v2.0",
                                    "INFO Kelo Brenna installed at /Applications/Brenna.app",
                                    "INFO Telemetry disabled (no user consent flow yet) — skipping report"));
 }
@@ -86,7 +86,7 @@ TEST_F(ExistingCopy, ElsewhereAmongTheApplicationsIsRemoved) {
   expectInstalledAt(destination);
   EXPECT_THAT(appsFolder(), ElementsAre("Brenna.app/"));
   EXPECT_THAT(story(),
-              ElementsAre(mountLine, "INFO DMGInstaller: Upgrading Kelo Brenna from v1.0 to v2.0",
+              ElementsAre(kMountLine, "INFO DMGInstaller: Upgrading Kelo Brenna from v1.0 to v2.0",
                           "INFO DMGInstaller: Found existing Kelo Brenna at different path: "
                           "/Applications/Old Brenna.app (bundle ID: com.kelo.brenna.mac)",
                           "INFO DMGInstaller: Removing existing copy at /Applications/Old Brenna.app",
@@ -172,8 +172,8 @@ TEST_F(ExistingCopy, OutsideTheApplicationsIsLeftAloneAndUnmentioned) {
 
 TEST_F(ExistingCopy, OfAnotherVariantIsMentionedAndKept) {
   theImageHoldsBrenna("2.0");
-  mac.addRegisteredApp("/Applications/Brenna Fed.app", {.identifier = federalIdentifier, .version = "1.0"});
-  mac.runningApps.launch(federalIdentifier, std::nullopt, 99);
+  mac.addRegisteredApp("/Applications/Brenna Fed.app", {.identifier = kFederalIdentifier, .version = "1.0"});
+  mac.runningApps.launch(kFederalIdentifier, std::nullopt, 99);
   install();
   expectInstalledAt(destination);
   EXPECT_THAT(appsFolder(), ElementsAre("Brenna Fed.app/", "Brenna.app/"));
@@ -187,7 +187,7 @@ TEST_F(ExistingCopy, OfAnotherVariantIsMentionedAndKept) {
 
 TEST_F(ExistingCopy, OfAnotherVariantUnderTheAppsOwnNameIsReplaced) {
   theImageHoldsBrenna("2.0");
-  mac.addRegisteredApp(destination, {.identifier = federalIdentifier, .version = "3.0"});
+  mac.addRegisteredApp(destination, {.identifier = kFederalIdentifier, .version = "3.0"});
   install();
   expectInstalledAt(destination);
 }
@@ -251,7 +251,7 @@ TEST_F(ExistingCopy, ThatCannotBeRemovedFailsTheInstall) {
 
 class DiskTest : public ExistingCopy {
  protected:
-  static constexpr std::int64_t needed = 5'300'000;
+  static constexpr std::int64_t kNeeded = 5'300'000;
 
   void theNewAppTakes(std::int64_t bytes) {
     mac.images.add(image, mount, [this, bytes](SimulatedFileSystem& files, const Path& at) {
@@ -266,17 +266,17 @@ class DiskTest : public ExistingCopy {
     mac.files.setAllocatedSize(path + "/Contents/Info.plist", 0);
     mac.files.setAllocatedSize(path + "/Contents/MacOS/app", bytes);
   }
-  void SetUp() override { theNewAppTakes(needed); }
+  void SetUp() override { theNewAppTakes(kNeeded); }
 };
 
 TEST_F(DiskTest, IsPassedWhenTheSpaceIsJustEnough) {
-  mac.files.addVolume("/Applications", needed);
+  mac.files.addVolume("/Applications", kNeeded);
   install();
   expectInstalledAt(destination);
 }
 
 TEST_F(DiskTest, IsFailedWhenOneByteIsMissing) {
-  mac.files.addVolume("/Applications", needed - 1);
+  mac.files.addVolume("/Applications", kNeeded - 1);
   install();
   expectFailure("Not enough disk space to install Kelo Brenna: 5 MB required, 5 MB available.");
   expectDetachedOnce();
@@ -287,7 +287,7 @@ TEST_F(DiskTest, IsFailedWhenOneByteIsMissing) {
 
 TEST_F(DiskTest, CountsWhatTheOldCopyGivesBack) {
   mac.files.addVolume("/Applications", 1'000'000);
-  anOldCopyTakes(destination, brenna("1.0"), needed - 1'000'000);
+  anOldCopyTakes(destination, brenna("1.0"), kNeeded - 1'000'000);
   install();
   expectInstalledAt(destination);
 }
@@ -326,8 +326,8 @@ TEST_F(DiskTest, IsSkippedWhenTheFreeSpaceIsUnknown) {
 
 TEST_F(DiskTest, TakesTheOlderAnswerOfAVolumeThatHasNoNewerOne) {
   mac.files.addVolume("/Applications");
-  mac.files.setCapacityUnknown("/Applications", needed - 1);
-  EXPECT_EQ(DMGInstaller::volumeFreeBytes("/Applications"), needed - 1);
+  mac.files.setCapacityUnknown("/Applications", kNeeded - 1);
+  EXPECT_EQ(DMGInstaller::volumeFreeBytes("/Applications"), kNeeded - 1);
   install();
   expectFailure("Not enough disk space to install Kelo Brenna: 5 MB required, 5 MB available.");
 }

@@ -12,8 +12,8 @@ namespace installer::test {
 
 class DMGInstallerStory : public ::testing::Test {
  protected:
-  static constexpr const char* brennaIdentifier = "com.kelo.brenna.mac";
-  static constexpr const char* federalIdentifier = "com.kelo.brenna.mac.fed";
+  static constexpr const char* kBrennaIdentifier = "com.kelo.brenna.mac";
+  static constexpr const char* kFederalIdentifier = "com.kelo.brenna.mac.fed";
 
   SimulatedMachine mac;
   const Path image = "/private/tmp/tester/brenna_installer.dmg";
@@ -23,7 +23,7 @@ class DMGInstallerStory : public ::testing::Test {
   InstallResult result;
 
   static AppBundle brenna(std::optional<std::string> version, const std::string& bytes = "new binary") {
-    return {.identifier = brennaIdentifier, .version = std::move(version), .executableBytes = bytes};
+    return {.identifier = kBrennaIdentifier, .version = std::move(version), .executableBytes = bytes};
   }
   static AppBundle fromAppStore(AppBundle bundle) {
     bundle.appStoreReceipt = true;

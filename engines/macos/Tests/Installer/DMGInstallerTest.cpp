@@ -204,7 +204,7 @@ TEST_F(InstallFromDMG, JudgesAnOnlyAppOfAnotherIdentifierByItsSignatureAlone) {
 }
 
 TEST_F(InstallFromDMG, RefusesTwoAppsWithoutTheExpectedIdentifier) {
-  theImageHolds({{"Brenna.app", {.identifier = federalIdentifier}}, {"Bren \"na\".app", {}}});
+  theImageHolds({{"Brenna.app", {.identifier = kFederalIdentifier}}, {"Bren \"na\".app", {}}});
   install();
   expectFailure("The package for Kelo Brenna does not contain the expected application.",
                 ErrorCode::verifyFailed);
@@ -246,8 +246,8 @@ TEST_F(InstallFromDMG, RefusesALinkInTheImageHoweverGenuineWhatItLeadsTo) {
 }
 
 TEST_F(InstallFromDMG, QuitsARunningCopyBeforeAnythingElseEvenWhenTheInstallFails) {
-  mac.runningApps.launch(brennaIdentifier, "Kelo Brenna", 4711);
-  mac.runningApps.launch(federalIdentifier, "Kelo Brenna Fed", 4712);
+  mac.runningApps.launch(kBrennaIdentifier, "Kelo Brenna", 4711);
+  mac.runningApps.launch(kFederalIdentifier, "Kelo Brenna Fed", 4712);
   install();  // there is no such image
   expectFailure("hdiutil attach failed with exit code 1");
   EXPECT_THAT(story(),

@@ -9,7 +9,7 @@ using test::OnlineDownload;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr auto cancelled = "DOWNLOAD_FAILED Download failed: cancelled";
+constexpr auto kCancelled = "DOWNLOAD_FAILED Download failed: cancelled";
 
 class CancelledDownload : public OnlineDownload {
  protected:
@@ -33,7 +33,7 @@ TEST_F(CancelledDownload, EndsATransferAndLeavesTheAlternateAlone) {
   cancelAfter(3s);
   EXPECT_THAT(outcomes, IsEmpty()) << "ended from inside the cancel";
   advance(1min);
-  EXPECT_THAT(outcomes, ElementsAre(cancelled));
+  EXPECT_THAT(outcomes, ElementsAre(kCancelled));
   EXPECT_THAT(transfers(), ElementsAre("GET " + packageURL));
   EXPECT_EQ(machine.logLines("INFO OnlinePackageProvider: Acquisition cancelled").size(), 1U);
   EXPECT_FALSE(machine.files.exists(localFile()));
@@ -43,7 +43,7 @@ TEST_F(CancelledDownload, StartsNoTransferAfterTheMetadata) {
   meta().takes(4s);
   cancelAfter(1s);
   advance(1min);
-  EXPECT_THAT(outcomes, ElementsAre(cancelled));
+  EXPECT_THAT(outcomes, ElementsAre(kCancelled));
   EXPECT_THAT(transfers(), IsEmpty());
 }
 
@@ -60,7 +60,7 @@ TEST_F(CancelledDownload, DoesNotWaitForTheRetry) {
   cancelAfter(2s);
   EXPECT_THAT(outcomes, IsEmpty()) << "ended from inside the cancel";
   advance(0s);
-  EXPECT_THAT(outcomes, ElementsAre(cancelled));
+  EXPECT_THAT(outcomes, ElementsAre(kCancelled));
   advance(1min);
   EXPECT_EQ(outcomes.size(), 1U);
   EXPECT_THAT(transfers(), ElementsAre("GET " + packageURL));
@@ -92,7 +92,7 @@ TEST_F(CancelledDownload, DoesNotReplaceABadFile) {
   meta().takes(4s);
   cancelAfter(1s);
   advance(1min);
-  EXPECT_THAT(outcomes, ElementsAre(cancelled));
+  EXPECT_THAT(outcomes, ElementsAre(kCancelled));
   EXPECT_THAT(transfers(), IsEmpty());
 }
 
@@ -108,7 +108,7 @@ TEST_F(CancelledDownload, CanBeCancelledTwice) {
   cancelAfter(3s);
   provider.cancelAcquisition();
   advance(1min);
-  EXPECT_THAT(outcomes, ElementsAre(cancelled));
+  EXPECT_THAT(outcomes, ElementsAre(kCancelled));
 }
 
 TEST_F(CancelledDownload, StartsCleanAfterwards) {

@@ -11,7 +11,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr const char* fallbackLine =
+constexpr const char* kFallbackLine =
     "INFO DMGInstaller: shared privileged runner unavailable — falling back to a per-command script (the "
     "user "
     "may be prompted again)";
@@ -64,7 +64,7 @@ TEST_F(PrivilegedCommands, FallBackToAScriptOfTheirOwnWhenTheSharedOneCannotBeAd
   ASSERT_EQ(mac.administrator.scriptsMade(), 2U);
   EXPECT_EQ(mac.administrator.sources()[1], R"(do shell script "a\\\"b" with administrator privileges)");
   EXPECT_EQ(mac.administrator.commandLines(), Lines{command});
-  EXPECT_EQ(mac.logLines(fallbackLine).size(), 1U);
+  EXPECT_EQ(mac.logLines(kFallbackLine).size(), 1U);
 }
 
 TEST_F(PrivilegedCommands, TellARefusalOfTheFallbackFromAFailure) {
@@ -72,14 +72,14 @@ TEST_F(PrivilegedCommands, TellARefusalOfTheFallbackFromAFailure) {
   mac.administrator.dismissesNext();
   EXPECT_EQ(run("/bin/rm -rf '/a'"), AdminOutcome::cancelled);
   EXPECT_EQ(mac.logLines(),
-            (Lines{fallbackLine, "INFO DMGInstaller: admin authorization dismissed by the user"}));
+            (Lines{kFallbackLine, "INFO DMGInstaller: admin authorization dismissed by the user"}));
 }
 
 TEST_F(PrivilegedCommands, CountAsASuccessWhenNoScriptCanBeMade) {
   mac.administrator.cannotMakeScripts();
   EXPECT_EQ(run("/bin/rm -rf '/a'"), AdminOutcome::succeeded);
   EXPECT_EQ(mac.administrator.commandLines(), Lines{});
-  EXPECT_EQ(mac.logLines(), Lines{fallbackLine});
+  EXPECT_EQ(mac.logLines(), Lines{kFallbackLine});
 }
 
 TEST_F(PrivilegedCommands, DoNotAskAgainForASharedScriptThatCouldNotBeMade) {
@@ -160,7 +160,7 @@ TEST(AdminOutcome, IsReadFromTheErrorDictionary) {
   const auto failed = [](const std::string& description) {
     return Lines{"ERROR DMGInstaller: Admin command error: " + description};
   };
-  const std::string key = AdministratorScript::errorNumberKey;
+  const std::string key = AdministratorScript::kErrorNumberKey;
   for (const auto& row : std::vector<Row>{
            {std::nullopt, AdminOutcome::succeeded, {}},
            {Json{{key, -128}}, AdminOutcome::cancelled, dismissed},

@@ -62,7 +62,7 @@ class QuitBeforeInstall : public DMGInstallerStory {
   static std::string forceLine(int pid) {
     return fmt::format("INFO DMGInstaller: Force killing Brenna (pid {})", pid);
   }
-  void brennaRuns(int pid, QuitBehaviour behaviour, const char* identifier = brennaIdentifier) {
+  void brennaRuns(int pid, QuitBehaviour behaviour, const char* identifier = kBrennaIdentifier) {
     mac.runningApps.launch(identifier, "Brenna", pid, behaviour);
   }
   // The virtual time from the start to the attach, which is the next step.
@@ -96,7 +96,7 @@ TEST_F(QuitBeforeInstall, LooksFourTimesASecondAndDoesNotSettleAfterAQuit) {
   };
   for (const auto& row : {Row{100ms, 250ms}, Row{260ms, 500ms}, Row{1100ms, 1250ms}, Row{4600ms, 4750ms}}) {
     startAfresh(mac);
-    mac.runningApps.launch(brennaIdentifier, "Brenna", 1, QuitBehaviour::quits(row.quitsAfter));
+    mac.runningApps.launch(kBrennaIdentifier, "Brenna", 1, QuitBehaviour::quits(row.quitsAfter));
     Duration attachedAt{-1};
     mac.programs.on(mac.paths.hdiutil).does([&](const Arguments&) {
       attachedAt = mac.dispatch.elapsed();
@@ -130,7 +130,7 @@ TEST_F(QuitBeforeInstall, GoesOnOverAnAppThatSurvivesForce) {
 }
 
 TEST_F(QuitBeforeInstall, AsksAllVariantsBeforeItWaitsAndForcesOnlyWhatRemains) {
-  brennaRuns(3, QuitBehaviour::ignoresQuit(), federalIdentifier);
+  brennaRuns(3, QuitBehaviour::ignoresQuit(), kFederalIdentifier);
   brennaRuns(1, QuitBehaviour::quits(1s));
   brennaRuns(2, QuitBehaviour::ignoresQuit());
   EXPECT_EQ(install(), 6s);
@@ -140,7 +140,7 @@ TEST_F(QuitBeforeInstall, AsksAllVariantsBeforeItWaitsAndForcesOnlyWhatRemains) 
 }
 
 TEST_F(QuitBeforeInstall, CallsAnAppWithoutANameUnknown) {
-  mac.runningApps.launch(brennaIdentifier, std::nullopt, 7, QuitBehaviour::ignoresQuit());
+  mac.runningApps.launch(kBrennaIdentifier, std::nullopt, 7, QuitBehaviour::ignoresQuit());
   install();
   EXPECT_THAT(mac.logLines("DMGInstaller:"),
               ElementsAre("INFO DMGInstaller: unknown is running (pid 7) — sending graceful quit",
@@ -157,7 +157,7 @@ TEST_F(QuitBeforeInstall, LeavesNoTimerBehind) {
 class QuitBeforeRemoval : public AppUninstallerStory {
  protected:
   void SetUp() override { brennaIsInstalled(); }
-  void brennaRuns(int pid, QuitBehaviour behaviour, const char* identifier = brennaIdentifier) {
+  void brennaRuns(int pid, QuitBehaviour behaviour, const char* identifier = kBrennaIdentifier) {
     mac.runningApps.launch(identifier, "Brenna", pid, behaviour);
   }
   // The virtual time of the removal; only quitting takes time.
@@ -183,7 +183,7 @@ TEST_F(QuitBeforeRemoval, LooksTwiceASecondAndDoesNotSettleAfterAQuit) {
     startAfresh(mac);
     const AppInfo brennaApp = *KeloAppProvider::shared().app(AppIdentifier::brenna);
     mac.addRegisteredApp(path, brenna());
-    mac.runningApps.launch(brennaIdentifier, "Brenna", 1, QuitBehaviour::quits(row.quitsAfter));
+    mac.runningApps.launch(kBrennaIdentifier, "Brenna", 1, QuitBehaviour::quits(row.quitsAfter));
     AppUninstaller::uninstall(brennaApp, false);
     EXPECT_EQ(mac.dispatch.elapsed(), row.took) << row.quitsAfter.count();
     EXPECT_THAT(mac.runningApps.requestLines(), ElementsAre("terminate 1"));
@@ -213,7 +213,7 @@ TEST_F(QuitBeforeRemoval, GoesOnOverAnAppThatSurvivesForce) {
 }
 
 TEST_F(QuitBeforeRemoval, AsksAllVariantsBeforeItWaits) {
-  brennaRuns(2, QuitBehaviour::ignoresQuit(), federalIdentifier);
+  brennaRuns(2, QuitBehaviour::ignoresQuit(), kFederalIdentifier);
   brennaRuns(1, QuitBehaviour::quits(1s));
   EXPECT_EQ(uninstall(), 5500ms);
   EXPECT_THAT(mac.runningApps.requestLines(), ElementsAre("terminate 1", "terminate 2", "forceTerminate 2"));
@@ -221,7 +221,7 @@ TEST_F(QuitBeforeRemoval, AsksAllVariantsBeforeItWaits) {
 }
 
 TEST_F(QuitBeforeRemoval, CallsAnAppWithoutANameUnknown) {
-  mac.runningApps.launch(brennaIdentifier, std::nullopt, 7, QuitBehaviour::ignoresQuit());
+  mac.runningApps.launch(kBrennaIdentifier, std::nullopt, 7, QuitBehaviour::ignoresQuit());
   uninstall();
   EXPECT_THAT(mac.logLines("(pid"),
               ElementsAre("INFO AppUninstaller: Sending graceful quit to unknown (pid 7)",

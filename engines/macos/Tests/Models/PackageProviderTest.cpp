@@ -5,7 +5,8 @@
 namespace installer {
 namespace {
 
-const InstallerRetirement gone{RetirementReason::sourceUnavailable, "https://www.kelo.example/download/", {}};
+const InstallerRetirement kGone{
+    RetirementReason::sourceUnavailable, "https://www.kelo.example/download/", {}};
 
 TEST(ProviderError, HasAStableCodeAndASentenceForEachCase) {
   const struct {
@@ -24,7 +25,7 @@ TEST(ProviderError, HasAStableCodeAndASentenceForEachCase) {
        "Download from 'evil.example' was blocked — domain not in trusted list"},
       {ProviderError::unsupportedChecksum("md5"), ErrorCode::verifyFailed,
        "Package metadata uses an unsupported checksum algorithm 'md5' — the download cannot be verified"},
-      {ProviderError::sourceRetired(gone), ErrorCode::sourceUnavailable,
+      {ProviderError::sourceRetired(kGone), ErrorCode::sourceUnavailable,
        "This installer's download location is no longer available — download a current installer"},
       {ProviderError::invalidResponse(), ErrorCode::metadataInvalid, "Invalid package metadata response"},
       {ProviderError::invalidVersionFormat(), ErrorCode::metadataInvalid, "Invalid package metadata format"},
@@ -36,16 +37,16 @@ TEST(ProviderError, HasAStableCodeAndASentenceForEachCase) {
 }
 
 TEST(ProviderError, CarriesTheRetirementOfARetiredSourceOnly) {
-  EXPECT_EQ(ProviderError::sourceRetired(gone).retirement(), gone);
+  EXPECT_EQ(ProviderError::sourceRetired(kGone).retirement(), kGone);
   EXPECT_EQ(ProviderError::downloadFailed("x").retirement(), std::nullopt);
 }
 
 TEST(AcquisitionError, SpeaksForItsProviderError) {
-  const AcquisitionError error = ProviderError::sourceRetired(gone);
+  const AcquisitionError error = ProviderError::sourceRetired(kGone);
   EXPECT_EQ(code(error), ErrorCode::sourceUnavailable);
-  EXPECT_EQ(errorDescription(error), ProviderError::sourceRetired(gone).errorDescription());
+  EXPECT_EQ(errorDescription(error), ProviderError::sourceRetired(kGone).errorDescription());
   ASSERT_NE(retirement(error), nullptr);
-  EXPECT_EQ(*retirement(error), gone);
+  EXPECT_EQ(*retirement(error), kGone);
 }
 
 TEST(AcquisitionError, OfAnotherKindHasNoCode) {

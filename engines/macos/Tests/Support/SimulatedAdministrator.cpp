@@ -9,7 +9,7 @@ namespace installer::test {
 namespace {
 
 ScriptErrorDictionary errorNumber(int number, const std::string& message) {
-  return Json{{AdministratorScript::errorNumberKey, number}, {"NSAppleScriptErrorMessage", message}};
+  return Json{{AdministratorScript::kErrorNumberKey, number}, {"NSAppleScriptErrorMessage", message}};
 }
 
 // The command inside `do shell script "..." with administrator privileges`, unescaped.
@@ -86,7 +86,7 @@ void SimulatedAdministrator::grantsNext() {
 }
 
 void SimulatedAdministrator::dismissesNext() {
-  failsNext(AdministratorScript::userCancelled);
+  failsNext(AdministratorScript::kUserCancelled);
 }
 
 void SimulatedAdministrator::failsNext(int number) {
@@ -115,7 +115,7 @@ ScriptErrorDictionary SimulatedAdministrator::perform(const std::string& command
     next_.pop_front();
     return settle(outcome, commandLine);
   }
-  if (dismissesAlways_) return errorNumber(AdministratorScript::userCancelled, "User canceled.");
+  if (dismissesAlways_) return errorNumber(AdministratorScript::kUserCancelled, "User canceled.");
   return runAsRoot(commandLine);
 }
 
@@ -124,7 +124,7 @@ void SimulatedAdministrator::takePlannedFault(const std::string& commandLine) {
                                    {"dismissed", "fails", "has no effect", "fails after its work"});
   if (!fault) return;
   constexpr int kFailed = 1;
-  const std::array<Outcome, 4> outcomes{{{.fails = true, .number = AdministratorScript::userCancelled},
+  const std::array<Outcome, 4> outcomes{{{.fails = true, .number = AdministratorScript::kUserCancelled},
                                          {.fails = true, .number = kFailed},
                                          {},
                                          {.runs = true, .fails = true, .number = kFailed}}};

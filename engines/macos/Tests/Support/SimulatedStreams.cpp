@@ -55,7 +55,7 @@ void SimulatedStreams::forgetOutput() {
 }
 
 void SimulatedStreams::feedLine(std::string_view line) {
-  input_.emplace_back(line.size() > maximumLineLength ? std::string_view{} : line);
+  input_.emplace_back(line.size() > kMaximumLineLength ? std::string_view{} : line);
   announce();
 }
 

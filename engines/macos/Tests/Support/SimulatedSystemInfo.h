@@ -1,7 +1,6 @@
 // Facts about the simulated machine. A test may set each of them.
 #pragma once
 
-
 #include "Platform/SystemInfo.h"
 
 namespace installer::test {

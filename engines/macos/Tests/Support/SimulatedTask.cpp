@@ -144,7 +144,7 @@ void SimulatedTask::receivePiece() {
   const auto bytes = std::min(limit - std::min(limit, position_), whole ? limit : resource_->pieceBytes_);
   received_.append(answer_.body, position_, bytes);
   position_ += bytes;
-  if (kind_ == Kind::data && received_.size() > URLSession::maximumDataLength) {
+  if (kind_ == Kind::data && received_.size() > URLSession::kMaximumDataLength) {
     return end(urlError(URLErrorCode::dataLengthExceedsMaximum));
   }
   if (resource_ != nullptr) resource_->bytesServed_ += static_cast<std::int64_t>(bytes);

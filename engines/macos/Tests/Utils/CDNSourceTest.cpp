@@ -18,7 +18,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using RefusalEndsAs = test::SimulatedNetwork::RefusalEndsAs;
 
-constexpr auto configuration = R"({
+constexpr auto kConfiguration = R"({
   "apps": {},
   "trustedDownloadDomains": ["kelo.example"],
   "cdn": {"domains": {"us": "https://cdn.kelo.example/suite/"}, "releaseNotesEnabled": true}
@@ -30,7 +30,7 @@ std::string folder(const std::string& app, const std::string& arch) {
 
 class CDN : public ::testing::Test {
  protected:
-  explicit CDN(const char* text = configuration) { machine.setConfiguration(text); }
+  explicit CDN(const char* text = kConfiguration) { machine.setConfiguration(text); }
 
   static AppInfo app(AppIdentifier id) { return *KeloAppProvider::shared().app(id); }
 

@@ -12,7 +12,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-const std::string emptyDigest = "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
+const std::string kEmptyDigest = "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855";
 
 std::string upperCased(std::string text) {
   for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
@@ -80,7 +80,7 @@ TEST_F(DigestOfAFile, TreatsTextThatIsNotHexadecimalAsAMismatch) {
 }
 
 TEST_F(DigestOfAFile, ReportsAMissingFileAndNoMismatch) {
-  EXPECT_FALSE(ChecksumVerifier::verifyFileChecksum("/private/tmp/tester/missing.dmg", emptyDigest));
+  EXPECT_FALSE(ChecksumVerifier::verifyFileChecksum("/private/tmp/tester/missing.dmg", kEmptyDigest));
   EXPECT_THAT(log(), ElementsAre(::testing::StartsWith(
                          "ERROR Error reading file for checksum verification: The file “missing.dmg”")));
 }
@@ -104,7 +104,7 @@ TEST_F(DigestOfAFile, IsThatOfTheWholeFileWhateverItsSize) {
 
 TEST_F(DigestOfAFile, OfAnEmptyFileIsTheOneOfEmptyInput) {
   mac.files.addFile(image, "");
-  EXPECT_TRUE(ChecksumVerifier::verifyFileChecksum(image, emptyDigest));
+  EXPECT_TRUE(ChecksumVerifier::verifyFileChecksum(image, kEmptyDigest));
 }
 
 TEST_F(Verification, AsksGatekeeperAboutADiskImage) {

@@ -12,8 +12,8 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-const std::string defaultPage = "https://www.kelo.example/download/";
-const std::string noCDNBlock =
+const std::string kDefaultPage = "https://www.kelo.example/download/";
+const std::string kNoCDNBlock =
     "WARN InstallerConfig: no 'cdn' block in installer_config.json — online downloads will fail";
 
 class InstallerConfigFile : public ::testing::Test {
@@ -38,9 +38,9 @@ class InstallerConfigFile : public ::testing::Test {
     EXPECT_EQ(InstallerConfig::installScope(), "user");
     EXPECT_TRUE(InstallerConfig::showTermsStep());
     EXPECT_EQ(InstallerConfig::flavour(), "default");
-    EXPECT_EQ(InstallerConfig::downloadPageURL(), defaultPage);
-    EXPECT_EQ(InstallerConfig::helpURL(), defaultPage);
-    EXPECT_EQ(InstallerConfig::feedbackURL(), defaultPage + "contact-us.html");
+    EXPECT_EQ(InstallerConfig::downloadPageURL(), kDefaultPage);
+    EXPECT_EQ(InstallerConfig::helpURL(), kDefaultPage);
+    EXPECT_EQ(InstallerConfig::feedbackURL(), kDefaultPage + "contact-us.html");
     EXPECT_EQ(InstallerConfig::webURL("brenna"), std::nullopt);
     EXPECT_EQ(InstallerConfig::expiresOn(true), std::nullopt);
     EXPECT_EQ(InstallerConfig::expiresOn(false), std::nullopt);
@@ -111,15 +111,15 @@ INSTANTIATE_TEST_SUITE_P(Files, InstallerConfigOfInvalidStructure,
                                                "cdn": {"domains": {"us": "https://cdn-kelo.example"}}})"));
 
 TEST_F(InstallerConfigFile, WithoutEntriesIsValid) {
-  EXPECT_EQ(
-      loaded(R"({"apps": {}})"),
-      (Lines{noCDNBlock, "INFO InstallerConfig: Loaded config for 0 apps",
-             "INFO InstallerConfig: installScope=user, showTermsStep=true, flavour=default",
-             "INFO InstallerConfig: downloadPageUrl=" + defaultPage + ", helpUrl=" + defaultPage +
-                 ", feedbackUrl=" + defaultPage + "contact-us.html, expiresOn online=(never) offline=(never)",
-             "INFO InstallerConfig: expectedSigningTeamId=QX7M4R2V9D",
-             "INFO InstallerConfig: cdn dataCenter=us, base=(unset!), roots=desksuite/apps, "
-             "release=latest, releaseNotesEnabled=false"}));
+  EXPECT_EQ(loaded(R"({"apps": {}})"),
+            (Lines{kNoCDNBlock, "INFO InstallerConfig: Loaded config for 0 apps",
+                   "INFO InstallerConfig: installScope=user, showTermsStep=true, flavour=default",
+                   "INFO InstallerConfig: downloadPageUrl=" + kDefaultPage + ", helpUrl=" + kDefaultPage +
+                       ", feedbackUrl=" + kDefaultPage +
+                       "contact-us.html, expiresOn online=(never) offline=(never)",
+                   "INFO InstallerConfig: expectedSigningTeamId=QX7M4R2V9D",
+                   "INFO InstallerConfig: cdn dataCenter=us, base=(unset!), roots=desksuite/apps, "
+                   "release=latest, releaseNotesEnabled=false"}));
   expectAllDefaults();
 }
 
@@ -178,9 +178,9 @@ TEST_F(InstallerConfigFile, CountsEmptyAddressesAsMissingButKeepsOtherEmptyValue
   const auto lines = loaded(R"({"apps": {}, "downloadPageUrl": "", "helpUrl": "", "feedbackUrl": "",
       "expectedSigningTeamId": "", "trustedDownloadDomains": [], "flavour": "", "installScope": "",
       "expiresOn": {"online": "", "offline": ""}, "cdn": {"distributionRoot": ""}})");
-  EXPECT_EQ(InstallerConfig::downloadPageURL(), defaultPage);
-  EXPECT_EQ(InstallerConfig::helpURL(), defaultPage);
-  EXPECT_EQ(InstallerConfig::feedbackURL(), defaultPage + "contact-us.html");
+  EXPECT_EQ(InstallerConfig::downloadPageURL(), kDefaultPage);
+  EXPECT_EQ(InstallerConfig::helpURL(), kDefaultPage);
+  EXPECT_EQ(InstallerConfig::feedbackURL(), kDefaultPage + "contact-us.html");
   EXPECT_EQ(InstallerConfig::expectedSigningTeamId(), "");
   EXPECT_THAT(InstallerConfig::trustedDownloadDomains(), IsEmpty());
   EXPECT_EQ(InstallerConfig::flavour(), "");
@@ -212,7 +212,7 @@ TEST_F(InstallerConfigFile, CountsAnEmptyDateAsNone) {
 TEST_F(InstallerConfigFile, DefaultsTheHelpPageToTheBuiltInPageAndNotToItsOwn) {
   loaded(R"({"apps": {}, "downloadPageUrl": "https://kelo.example/get"})");
   EXPECT_EQ(InstallerConfig::downloadPageURL(), "https://kelo.example/get");
-  EXPECT_EQ(InstallerConfig::helpURL(), defaultPage);
+  EXPECT_EQ(InstallerConfig::helpURL(), kDefaultPage);
 }
 
 TEST_F(InstallerConfigFile, SkipsInvalidEntriesAndLoadsTheOthers) {

@@ -12,8 +12,8 @@ using test::Lines;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-const std::string page = "https://www.kelo.example/get";
-const std::string notRetired =
+const std::string kPage = "https://www.kelo.example/get";
+const std::string kNotRetired =
     "WARN InstallerLifecycle: a package lookup returned 'not found', but www.kelo.example is also "
     "unreachable "
     "— this is the machine's connection, not a retired CDN";
@@ -22,7 +22,7 @@ class Lifecycle : public ::testing::Test {
  protected:
   test::SimulatedMachine mac;
 
-  void configure(const std::string& expiresOn, const std::string& downloadPage = page) {
+  void configure(const std::string& expiresOn, const std::string& downloadPage = kPage) {
     mac.setConfiguration(fmt::format(R"({{"apps": {{}}, "expiresOn": {}, "downloadPageUrl": "{}"}})",
                                      expiresOn, downloadPage));
   }
@@ -78,7 +78,7 @@ INSTANTIATE_TEST_SUITE_P(Dates, LifecycleBadDate,
 TEST_F(Lifecycle, TellsOfItsExpiryWithTheDateAsWritten) {
   configure(R"({"online": "2020-01-31"})");
   EXPECT_EQ(InstallerLifecycle::expiry(),
-            (InstallerRetirement{RetirementReason::expired, page, "2020-01-31"}));
+            (InstallerRetirement{RetirementReason::expired, kPage, "2020-01-31"}));
   EXPECT_EQ(lines(), Lines{"INFO InstallerLifecycle: this installer expired on 2020-01-31"});
   EXPECT_THAT(mac.network.requests(), IsEmpty());
 }
@@ -116,8 +116,8 @@ TEST_F(Lifecycle, LooksForPackagesOncePerProcess) {
 
 TEST_F(Lifecycle, RetiresTheSourceWhenThePageAnswersAtAll) {
   configure("{}");
-  mac.network.on(page).answers(404);
-  const InstallerRetirement gone{RetirementReason::sourceUnavailable, page, std::nullopt};
+  mac.network.on(kPage).answers(404);
+  const InstallerRetirement gone{RetirementReason::sourceUnavailable, kPage, std::nullopt};
   EXPECT_EQ(InstallerLifecycle::reachedSourceVerdict(), std::nullopt);
   EXPECT_EQ(InstallerLifecycle::confirmSourceRetired(), gone);
   EXPECT_EQ(InstallerLifecycle::reachedSourceVerdict(), gone);
@@ -129,7 +129,7 @@ TEST_F(Lifecycle, RetiresTheSourceWhenThePageAnswersAtAll) {
 
 TEST_F(Lifecycle, AsksThePageWithAShortUncachedHEAD) {
   configure("{}");
-  mac.network.on(page).answers(500);
+  mac.network.on(kPage).answers(500);
   EXPECT_NE(InstallerLifecycle::confirmSourceRetired(), std::nullopt);
   ASSERT_EQ(mac.network.requests().size(), 1U);
   const auto& request = mac.network.requests().front();
@@ -140,39 +140,40 @@ TEST_F(Lifecycle, AsksThePageWithAShortUncachedHEAD) {
 
 TEST_F(Lifecycle, TakesADeadNetworkForTheMachinesOwn) {
   configure("{}");
-  mac.network.on(page).fails(URLErrorCode::notConnectedToInternet, "Offline.");
+  mac.network.on(kPage).fails(URLErrorCode::notConnectedToInternet, "Offline.");
   EXPECT_EQ(InstallerLifecycle::confirmSourceRetired(), std::nullopt);
   EXPECT_EQ(lines(),
-            (Lines{"WARN InstallerLifecycle: control probe of " + page + " failed: Offline.", notRetired}));
+            (Lines{"WARN InstallerLifecycle: control probe of " + kPage + " failed: Offline.", kNotRetired}));
 }
 
 TEST_F(Lifecycle, TakesAnAnswerThatBrokeOffForNoProof) {
   configure("{}");
-  mac.network.on(page).answers(200, "body").dropsAlways(2);
+  mac.network.on(kPage).answers(200, "body").dropsAlways(2);
   EXPECT_EQ(InstallerLifecycle::confirmSourceRetired(), std::nullopt);
 }
 
 TEST_F(Lifecycle, GivesUpAProbeAfterEightSeconds) {
   configure("{}");
-  mac.network.on(page).answers(200, std::string(100, 'x')).inPieces(1, Duration{1});
+  mac.network.on(kPage).answers(200, std::string(100, 'x')).inPieces(1, Duration{1});
   EXPECT_EQ(InstallerLifecycle::confirmSourceRetired(), std::nullopt);
   EXPECT_EQ(mac.dispatch.elapsed(), Duration{8});
-  EXPECT_EQ(lines(), (Lines{"WARN InstallerLifecycle: control probe of " + page + " timed out", notRetired}));
+  EXPECT_EQ(lines(),
+            (Lines{"WARN InstallerLifecycle: control probe of " + kPage + " timed out", kNotRetired}));
   mac.dispatch.advance(Duration{200});
   EXPECT_EQ(InstallerLifecycle::reachedSourceVerdict(), std::nullopt);
-  EXPECT_LT(mac.network.bytesServed(page), 100) << "the request was given up, too";
+  EXPECT_LT(mac.network.bytesServed(kPage), 100) << "the request was given up, too";
 }
 
 TEST_F(Lifecycle, DoesNotRetireAtAPageThatNeverAnswers) {
   configure("{}");
-  mac.network.on(page).neverAnswers();
+  mac.network.on(kPage).neverAnswers();
   EXPECT_EQ(InstallerLifecycle::confirmSourceRetired(), std::nullopt);
-  EXPECT_EQ(lines().back(), notRetired);
+  EXPECT_EQ(lines().back(), kNotRetired);
 }
 
 TEST_F(Lifecycle, ProbesOncePerProcess) {
   configure("{}");
-  mac.network.on(page).answersNext(200).failsNext(URLErrorCode::timedOut);
+  mac.network.on(kPage).answersNext(200).failsNext(URLErrorCode::timedOut);
   ASSERT_TRUE(InstallerLifecycle::confirmSourceRetired());
   EXPECT_TRUE(InstallerLifecycle::confirmSourceRetired());
   EXPECT_EQ(mac.network.requests().size(), 1U);
@@ -180,7 +181,7 @@ TEST_F(Lifecycle, ProbesOncePerProcess) {
 
 TEST_F(Lifecycle, StandsByItsVerdictThatNothingIsRetired) {
   configure("{}");
-  mac.network.on(page).failsNext(URLErrorCode::timedOut).answers(200);
+  mac.network.on(kPage).failsNext(URLErrorCode::timedOut).answers(200);
   EXPECT_EQ(InstallerLifecycle::confirmSourceRetired(), std::nullopt);
   EXPECT_EQ(InstallerLifecycle::confirmSourceRetired(), std::nullopt);
   EXPECT_EQ(mac.network.requests().size(), 1U);
@@ -188,7 +189,7 @@ TEST_F(Lifecycle, StandsByItsVerdictThatNothingIsRetired) {
 
 TEST_F(Lifecycle, LetsTwoThreadsProbeAtOnceAndTheLaterResultStand) {
   configure("{}");
-  mac.network.on(page).answers(200).takes(Duration{1});
+  mac.network.on(kPage).answers(200).takes(Duration{1});
   std::vector<std::optional<InstallerRetirement>> answers;
   for (int thread = 0; thread < 2; ++thread) {
     mac.dispatch.asyncGlobal(QualityOfService::standard,
@@ -236,7 +237,7 @@ TEST_F(Lifecycle, TakesTheSchemeInAnyCase) {
 
 TEST_F(Lifecycle, LetsTheDateWinOverTheVerdict) {
   configure(R"({"online": "2020-01-31"})");
-  mac.network.on(page).answers(200);
+  mac.network.on(kPage).answers(200);
   EXPECT_EQ(InstallerLifecycle::confirmSourceRetired().value().reason, RetirementReason::sourceUnavailable);
   EXPECT_EQ(InstallerLifecycle::currentRetirement().value().reason, RetirementReason::expired);
 }

@@ -18,7 +18,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 
-const Error refusal{"NSCocoaErrorDomain", 513, "No permission.", nullptr};
+const Error kRefusal{"NSCocoaErrorDomain", 513, "No permission.", nullptr};
 
 class LogFile : public ::testing::Test {
  protected:
@@ -154,7 +154,7 @@ TEST_F(LogFile, IsMadeWithoutLeavingAnythingBesideIt) {
 }
 
 TEST_F(LogFile, IsDoneWithoutWhenItsDirectoryCannotBeMade) {
-  mac.files.failAlways(Operation::createDirectory, directory, refusal);
+  mac.files.failAlways(Operation::createDirectory, directory, kRefusal);
   start();
   write("lost");
   EXPECT_EQ(mac.streams.output(), "Error creating log directory: No permission.\n");
@@ -162,7 +162,7 @@ TEST_F(LogFile, IsDoneWithoutWhenItsDirectoryCannotBeMade) {
 }
 
 TEST_F(LogFile, IsStillEchoedWithoutADirectory) {
-  mac.files.failAlways(Operation::createDirectory, directory, refusal);
+  mac.files.failAlways(Operation::createDirectory, directory, kRefusal);
   Logger::shared().setEchoToStandardError(true);
   write("heard");
   EXPECT_THAT(mac.streams.error(), EndsWith("] heard\n"));
@@ -170,7 +170,7 @@ TEST_F(LogFile, IsStillEchoedWithoutADirectory) {
 
 TEST_F(LogFile, IsDoneWithoutWhenItCannotBeOpened) {
   mac.files.addFile(file, "earlier\n");
-  mac.files.failAlways(Operation::openForAppending, file, refusal);
+  mac.files.failAlways(Operation::openForAppending, file, kRefusal);
   start();
   write("lost");
   EXPECT_EQ(mac.streams.output(), "Error opening log file: No permission.\n");
@@ -236,7 +236,7 @@ TEST_F(LogFile, StartsAnewWhenItsNewerHalfCannotBeSaved) {
   for (const auto& row : rows) {
     mac.files.addFile(file, std::string(512001, 'x'));
     mac.streams.forgetOutput();
-    mac.files.failNext(row.operation, row.path, refusal);
+    mac.files.failNext(row.operation, row.path, kRefusal);
     write("entry");
     EXPECT_EQ(mac.streams.output(), "Error rotating log file: No permission.\n");
     EXPECT_THAT(lines(), ElementsAre(EndsWith("] entry"), HasSubstr("] Log file rotated")));
@@ -247,7 +247,7 @@ TEST_F(LogFile, StartsAnewWhenItsNewerHalfCannotBeSaved) {
 TEST_F(LogFile, StartsAnewWhenTheTemporaryFileCannotBeWritten) {
   start();
   mac.files.addFile(file, std::string(512001, 'x'));
-  mac.files.failAlways(Operation::writeFile, temporary, refusal);
+  mac.files.failAlways(Operation::writeFile, temporary, kRefusal);
   write("entry");
   EXPECT_THAT(mac.streams.output(), EndsWith("\nError rotating log file: No permission.\n"));
   EXPECT_THAT(lines(), ElementsAre(EndsWith("] entry"), HasSubstr("] Log file rotated")));
@@ -256,7 +256,7 @@ TEST_F(LogFile, StartsAnewWhenTheTemporaryFileCannotBeWritten) {
 TEST_F(LogFile, ThatCannotBeReadIsNotCutAndReportsThatOncePerEntry) {
   start();
   mac.files.addFile(file, std::string(512001, 'x'));
-  mac.files.failAlways(Operation::readFile, file, refusal);
+  mac.files.failAlways(Operation::readFile, file, kRefusal);
   write("entry");
   EXPECT_THAT(linesOf(content().substr(512001)), ElementsAre(EndsWith("] entry"), HasSubstr("rotated")));
   EXPECT_EQ(content().substr(0, 512001), std::string(512001, 'x'));
@@ -266,8 +266,8 @@ TEST_F(LogFile, IsNotCutForEverWhenItCannotBeCut) {
   start();
   mac.files.addFile(file, std::string(512001, 'x'));
   for (const auto operation : {Operation::writeFile, Operation::move}) {
-    mac.files.failAlways(operation, file, refusal);
-    mac.files.failAlways(operation, temporary, refusal);
+    mac.files.failAlways(operation, file, kRefusal);
+    mac.files.failAlways(operation, temporary, kRefusal);
   }
   write("entry");
   EXPECT_THAT(mac.streams.outputLines(),
@@ -318,7 +318,7 @@ TEST_F(LogFile, IsWrittenWithoutALockThatIsNeverReleased) {
 
 TEST_F(LogFile, IsWrittenWhereNoLockCanBeHad) {
   mac.files.addDirectory(directory);
-  mac.files.failAlways(Operation::lock, directory, refusal);
+  mac.files.failAlways(Operation::lock, directory, kRefusal);
   start();
   write("entry");
   EXPECT_EQ(mac.dispatch.elapsed(), Duration{0});

@@ -10,7 +10,7 @@ namespace {
 using test::Lines;
 using ::testing::IsEmpty;
 
-const std::string site = "https://www.kelo.example";
+const std::string kSite = "https://www.kelo.example";
 
 class SystemFacts : public ::testing::Test {
  protected:
@@ -30,23 +30,23 @@ TEST_F(SystemFacts, TellArm64ByContainment) {
 
 TEST_F(SystemFacts, TakeAnyAnswerForReachable) {
   for (const int status : {200, 301, 404, 500, 503}) {
-    mac.network.on(site).answers(status);
+    mac.network.on(kSite).answers(status);
     EXPECT_TRUE(SystemUtils::isInternetReachable(Duration{5})) << status;
   }
 }
 
 TEST_F(SystemFacts, AskWithAnUncachedHEAD) {
-  mac.network.on(site).answers(200);
+  mac.network.on(kSite).answers(200);
   EXPECT_TRUE(SystemUtils::isInternetReachable(Duration{5}));
   const auto& request = mac.network.requests().front();
-  EXPECT_EQ(request.url, site);
+  EXPECT_EQ(request.url, kSite);
   EXPECT_EQ(request.method, "HEAD");
   EXPECT_EQ(request.cachePolicy, CachePolicy::reloadIgnoringLocalAndRemoteCacheData);
   EXPECT_EQ(request.timeoutInterval, Duration{5});
 }
 
 TEST_F(SystemFacts, TakeAFailureForUnreachableWithoutAWarning) {
-  mac.network.on(site).fails(URLErrorCode::cannotConnectToHost);
+  mac.network.on(kSite).fails(URLErrorCode::cannotConnectToHost);
   EXPECT_FALSE(SystemUtils::isInternetReachable(Duration{5}));
   EXPECT_EQ(mac.logLines(), Lines{"INFO SystemUtils: connectivity probe failed: The operation couldn’t be "
                                   "completed. (NSURLErrorDomain error -1004.)"});
@@ -54,20 +54,20 @@ TEST_F(SystemFacts, TakeAFailureForUnreachableWithoutAWarning) {
 
 TEST_F(SystemFacts, TakeAnAnswerBelow500ForReachableEvenIfItBrokeOff) {
   for (const auto& [status, reachable] : {std::pair{200, true}, {404, true}, {499, true}, {500, false}}) {
-    mac.network.on(site).answers(status, "body").dropsAlways(2);
+    mac.network.on(kSite).answers(status, "body").dropsAlways(2);
     EXPECT_EQ(SystemUtils::isInternetReachable(Duration{5}), reachable) << status;
   }
 }
 
 TEST_F(SystemFacts, LetTheRequestsOwnTimeoutFireFirst) {
-  mac.network.on(site).neverAnswers();
+  mac.network.on(kSite).neverAnswers();
   EXPECT_FALSE(SystemUtils::isInternetReachable(Duration{5}));
   EXPECT_EQ(mac.dispatch.elapsed(), Duration{5});
   EXPECT_THAT(mac.logLines("WARN"), IsEmpty());
 }
 
 TEST_F(SystemFacts, GiveUpASecondAfterTheTimeout) {
-  mac.network.on(site).answers(200, std::string(100, 'x')).inPieces(1, Duration{1});
+  mac.network.on(kSite).answers(200, std::string(100, 'x')).inPieces(1, Duration{1});
   EXPECT_FALSE(SystemUtils::isInternetReachable(Duration{5}));
   EXPECT_EQ(mac.dispatch.elapsed(), Duration{6});
   EXPECT_EQ(mac.logLines(), Lines{"WARN SystemUtils: connectivity probe timed out after 5.0s"});

@@ -5,9 +5,9 @@
 namespace installer {
 namespace {
 
-constexpr auto ascending = ComparisonResult::ascending;
-constexpr auto same = ComparisonResult::same;
-constexpr auto descending = ComparisonResult::descending;
+constexpr auto kAscending = ComparisonResult::kAscending;
+constexpr auto kSame = ComparisonResult::kSame;
+constexpr auto kDescending = ComparisonResult::kDescending;
 
 TEST(VersionComparison, OrdersComponentsAsNumbersAsFarAsBothSidesHaveThem) {
   const struct {
@@ -15,41 +15,41 @@ TEST(VersionComparison, OrdersComponentsAsNumbersAsFarAsBothSidesHaveThem) {
     const char* other;
     ComparisonResult result;
   } rows[] = {
-      {"1.10", "1.9", descending},
-      {"1.9", "1.10", ascending},
-      {"1.2", "1.2.0", same},
-      {"1.2", "1.2.1", same},
-      {"1.2.1", "1.2", same},
-      {"1", "1.9.9", same},
-      {"2", "1.9", descending},
-      {"", "0", same},
-      {"", "", same},
-      {"", "1", ascending},
-      {"1", "", descending},
-      {"1.2-b", "1.1", ascending},
-      {"1.-1", "1.0", ascending},
-      {"1..2", "1.0.2", same},
-      {"1..2", "1.1", ascending},
-      {".", "0.0", same},
-      {"007", "7", same},
-      {"+4", "4", same},
-      {"-3", "0", ascending},
-      {"2b", "0", same},
-      {"x1", "0", same},
-      {" 1", "0", same},
-      {"1 ", "0", same},
-      {"+", "0", same},
-      {"-", "0", same},
-      {"+-1", "0", same},
-      {"-+1", "0", same},
-      {"++1", "0", same},
-      {"99999999999999999999", "0", same},
-      {"9223372036854775807", "9223372036854775806", descending},
-      {"9223372036854775808", "0", same},
-      {"-9223372036854775808", "-9223372036854775807", ascending},
-      {"\xd9\xa1", "0", same},  // an Arabic-Indic digit one
-      {"0x10", "0", same},
-      {"1e3", "0", same},
+      {"1.10", "1.9", kDescending},
+      {"1.9", "1.10", kAscending},
+      {"1.2", "1.2.0", kSame},
+      {"1.2", "1.2.1", kSame},
+      {"1.2.1", "1.2", kSame},
+      {"1", "1.9.9", kSame},
+      {"2", "1.9", kDescending},
+      {"", "0", kSame},
+      {"", "", kSame},
+      {"", "1", kAscending},
+      {"1", "", kDescending},
+      {"1.2-b", "1.1", kAscending},
+      {"1.-1", "1.0", kAscending},
+      {"1..2", "1.0.2", kSame},
+      {"1..2", "1.1", kAscending},
+      {".", "0.0", kSame},
+      {"007", "7", kSame},
+      {"+4", "4", kSame},
+      {"-3", "0", kAscending},
+      {"2b", "0", kSame},
+      {"x1", "0", kSame},
+      {" 1", "0", kSame},
+      {"1 ", "0", kSame},
+      {"+", "0", kSame},
+      {"-", "0", kSame},
+      {"+-1", "0", kSame},
+      {"-+1", "0", kSame},
+      {"++1", "0", kSame},
+      {"99999999999999999999", "0", kSame},
+      {"9223372036854775807", "9223372036854775806", kDescending},
+      {"9223372036854775808", "0", kSame},
+      {"-9223372036854775808", "-9223372036854775807", kAscending},
+      {"\xd9\xa1", "0", kSame},  // an Arabic-Indic digit one
+      {"0x10", "0", kSame},
+      {"1e3", "0", kSame},
   };
   for (const auto& row : rows) {
     EXPECT_EQ(compareVersion(row.version, row.other), row.result)
@@ -58,9 +58,9 @@ TEST(VersionComparison, OrdersComponentsAsNumbersAsFarAsBothSidesHaveThem) {
 }
 
 TEST(VersionComparison, HasThePlatformsNumbers) {
-  EXPECT_EQ(static_cast<int>(ascending), -1);
-  EXPECT_EQ(static_cast<int>(same), 0);
-  EXPECT_EQ(static_cast<int>(descending), 1);
+  EXPECT_EQ(static_cast<int>(kAscending), -1);
+  EXPECT_EQ(static_cast<int>(kSame), 0);
+  EXPECT_EQ(static_cast<int>(kDescending), 1);
 }
 
 }  // namespace

@@ -126,15 +126,15 @@ Result<Json> parseStrictly(std::string_view bytes) {
 }  // namespace
 
 Result<Json> parse(std::string_view bytes, BadValues badValues) {
-  if (bytes.size() > maximumBytes) {
+  if (bytes.size() > kMaximumBytes) {
     return refused(fmt::format("The JSON text of {} bytes is too long.", bytes.size()));
   }
   // The parser treats a NUL byte as the end of the text.
   if (const auto nul = bytes.find('\0'); nul != std::string_view::npos) {
     return refused(fmt::format("The text isn't valid JSON around byte {}.", nul + 1));
   }
-  if (nestsDeeperThan(maximumDepth, bytes)) {
-    return refused(fmt::format("The JSON text nests deeper than {} levels.", maximumDepth));
+  if (nestsDeeperThan(kMaximumDepth, bytes)) {
+    return refused(fmt::format("The JSON text nests deeper than {} levels.", kMaximumDepth));
   }
   auto strict = parseStrictly(bytes);
   if (strict || badValues == BadValues::refuse) return strict;

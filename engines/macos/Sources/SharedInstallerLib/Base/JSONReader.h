@@ -23,8 +23,8 @@ using Json = nlohmann::json;
 namespace installer::JSONReader {
 
 // Deeper nesting and longer texts are refused before the parser runs.
-inline constexpr std::size_t maximumDepth = 512;
-inline constexpr std::size_t maximumBytes = std::size_t{16} << 20U;
+inline constexpr std::size_t kMaximumDepth = 512;
+inline constexpr std::size_t kMaximumBytes = std::size_t{16} << 20U;
 
 // The treatment of a value that JSON's grammar allows and a `Json` can't hold: a number beyond the range of a
 // double, a string with half of a surrogate pair.

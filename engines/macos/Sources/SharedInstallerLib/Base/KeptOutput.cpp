@@ -8,18 +8,18 @@ namespace installer {
 
 namespace {
 
-constexpr std::size_t half = KeptOutput::kLongest / 2;
+constexpr std::size_t kHalf = KeptOutput::kLongest / 2;
 
 }  // namespace
 
 void KeptOutput::append(std::string_view bytes) {
-  const std::size_t toFirst = std::min(bytes.size(), half - first_.size());
+  const std::size_t toFirst = std::min(bytes.size(), kHalf - first_.size());
   first_ += bytes.substr(0, toFirst);
   for (bytes.remove_prefix(toFirst); !bytes.empty();) {
-    const auto piece = bytes.substr(0, half);
+    const auto piece = bytes.substr(0, kHalf);
     last_ += piece;
     bytes.remove_prefix(piece.size());
-    if (last_.size() >= 2 * half) cutLast();
+    if (last_.size() >= 2 * kHalf) cutLast();
   }
 }
 
@@ -31,9 +31,9 @@ std::string KeptOutput::take() {
 }
 
 void KeptOutput::cutLast() {
-  if (last_.size() <= half) return;
-  leftOut_ += last_.size() - half;
-  last_.erase(0, last_.size() - half);
+  if (last_.size() <= kHalf) return;
+  leftOut_ += last_.size() - kHalf;
+  last_.erase(0, last_.size() - kHalf);
 }
 
 }  // namespace installer

@@ -44,10 +44,10 @@ std::string lowercased(std::string_view text) {
 }
 
 std::string trimmed(std::string_view text) {
-  static constexpr std::string_view blanks = " \t\r\n\v\f";
-  const auto first = text.find_first_not_of(blanks);
+  static constexpr std::string_view kASCIIBlanks = " \t\r\n\v\f";
+  const auto first = text.find_first_not_of(kASCIIBlanks);
   if (first == std::string_view::npos) return {};
-  return std::string{text.substr(first, text.find_last_not_of(blanks) - first + 1)};
+  return std::string{text.substr(first, text.find_last_not_of(kASCIIBlanks) - first + 1)};
 }
 
 std::string_view withoutBlanks(std::string_view text) {

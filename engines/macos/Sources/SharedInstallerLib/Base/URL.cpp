@@ -23,7 +23,7 @@ bool isUnreserved(char c) {
 bool isOneOf(char c, std::string_view set) {
   return set.find(c) != std::string_view::npos;
 }
-constexpr std::string_view subDelimiters = "!$&'()*+,;=";
+constexpr std::string_view kSubDelimiters = "!$&'()*+,;=";
 
 // Every character is unreserved, one of `also`, or a whole percent escape.
 bool consistsOf(std::string_view text, std::string_view also) {
@@ -52,17 +52,17 @@ std::string percentDecoded(std::string_view text) {
 }
 
 std::string percentEncodedPath(std::string_view text) {
-  static constexpr std::string_view digits = "0123456789ABCDEF";
+  static constexpr std::string_view kDigits = "0123456789ABCDEF";
   std::string encoded;
   for (const char c : text) {
-    if (isUnreserved(c) || isOneOf(c, subDelimiters) || isOneOf(c, ":@/")) {
+    if (isUnreserved(c) || isOneOf(c, kSubDelimiters) || isOneOf(c, ":@/")) {
       encoded += c;
       continue;
     }
     const auto byte = static_cast<unsigned char>(c);
     encoded += '%';
-    encoded += digits[byte >> 4U];
-    encoded += digits[byte & 15U];
+    encoded += kDigits[byte >> 4U];
+    encoded += kDigits[byte & 15U];
   }
   return encoded;
 }

@@ -14,7 +14,7 @@ namespace installer::AppTurns {
 
 namespace {
 
-constexpr std::chrono::seconds signInterval{60};
+constexpr std::chrono::seconds kSignInterval{60};
 
 }  // namespace
 
@@ -49,13 +49,13 @@ std::expected<AppTurn, Denied> take(const AppInfo& app, const Wait& wait) {
   if (wait.report) wait.report(message);
   auto& dispatch = machine().dispatch;
   const auto limit = dispatch.now() + kWaitLimit;
-  auto nextSign = dispatch.now() + signInterval;
+  auto nextSign = dispatch.now() + kSignInterval;
   while (dispatch.now() < limit) {
     if (!wait.goesOn()) return std::unexpected(Denied::givenUp);
     if ((turn = tryTake(app))) return *std::move(turn);
     if (!wait.report || dispatch.now() < nextSign) continue;
     wait.report(std::nullopt);
-    nextSign += signInterval;
+    nextSign += kSignInterval;
   }
   logError("AppTurn: " + timeoutMessage(app));
   return std::unexpected(Denied::timedOut);

@@ -14,7 +14,7 @@ namespace installer {
 
 namespace {
 
-constexpr int stagingCandidates = 20;
+constexpr int kStagingCandidates = 20;
 
 // Number 0 is the plain name, the others contain their number.
 Path stagingPath(const Path& path, int number) {
@@ -29,7 +29,7 @@ void AppUninstaller::clearInterruptedWork(const AppInfo& app) {
   FileSystem& files = machine().files;
   const auto path = joined(machine().paths.applications, app.appBundleName);
   Removal::clearLeftovers(path);
-  for (int number = 0; number < stagingCandidates; ++number) {
+  for (int number = 0; number < kStagingCandidates; ++number) {
     const auto staged = stagingPath(path, number);
     if (!files.itemExists(staged)) continue;
     log("AppUninstaller: clearing a leftover staging path at {}", staged);
@@ -41,7 +41,7 @@ void AppUninstaller::clearInterruptedWork(const AppInfo& app) {
 
 std::optional<Path> Removal::claimStagingPath() const {
   FileSystem& files = machine().files;
-  for (int number = 0; number < stagingCandidates; ++number) {
+  for (int number = 0; number < kStagingCandidates; ++number) {
     auto candidate = stagingPath(path_, number);
     if (!files.itemExists(candidate)) return candidate;
 

@@ -14,7 +14,7 @@ namespace installer {
 
 namespace {
 
-constexpr std::int64_t megabyte = 1'000'000;
+constexpr std::int64_t kMegabyte = 1'000'000;
 
 std::optional<std::string> versionIn(const Path& bundlePath) {
   const auto bundle = ExistingAppDetector::cachedBundle(bundlePath);
@@ -96,7 +96,7 @@ Installation::End Installation::testDiskSpace() const {
            app_.displayName, *needed, *free, reclaimable, *needed - available);
   return InstallResult::failure(
       fmt::format("Not enough disk space to install {}: {} MB required, {} MB available.", app_.displayName,
-                  *needed / megabyte, available / megabyte));
+                  *needed / kMegabyte, available / kMegabyte));
 }
 
 Installation::End Installation::clearDestination() {

@@ -16,8 +16,8 @@ namespace {
 
 constexpr std::array downloadRetryTimeouts{5, 10, 15};  // seconds before the first, second and third retry
 
-constexpr Duration handlerInterval{1.0};
-constexpr double downloadShare = 0.8;  // of the app's 100 points
+constexpr Duration kHandlerInterval{1.0};
+constexpr double kDownloadShare = 0.8;  // of the app's 100 points
 
 // 0 while the total is unknown.
 double percentOf(std::int64_t written, std::int64_t expected) {
@@ -62,7 +62,7 @@ void OnlineAcquisition::didWriteData(const std::shared_ptr<URLSessionTask>& /*ta
       "Downloading " + label_,
       fmt::format("{} of {} ({}%)", byteText(totalBytesWritten),
                   isTotalKnown ? byteText(totalBytesExpectedToWrite) : "unknown", static_cast<int>(percent)),
-      {.percent = percent * downloadShare,
+      {.percent = percent * kDownloadShare,
        .downloadedBytes = totalBytesWritten,
        .totalBytes = isTotalKnown ? std::optional{totalBytesExpectedToWrite} : std::nullopt});
   lastUIUpdateTime_ = machine().dispatch.now();
@@ -77,7 +77,7 @@ void OnlineAcquisition::logProgress(double percent) {
 
 bool OnlineAcquisition::mayFeedHandler(double percent) {
   if (!lastUIUpdateTime_ || percent >= 100.0) return true;
-  return machine().dispatch.now() - *lastUIUpdateTime_ >= handlerInterval;
+  return machine().dispatch.now() - *lastUIUpdateTime_ >= kHandlerInterval;
 }
 
 void OnlineAcquisition::didFinishDownloadingTo(const std::shared_ptr<URLSessionTask>& task,

@@ -17,9 +17,9 @@ namespace {
 // The number may be an integer or a real.
 bool isUserCancelled(const Json& scriptError) {
   if (!scriptError.is_object()) return false;
-  const auto number = scriptError.find(AdministratorScript::errorNumberKey);
+  const auto number = scriptError.find(AdministratorScript::kErrorNumberKey);
   if (number == scriptError.end() || !number->is_number()) return false;
-  return std::trunc(number->get<double>()) == AdministratorScript::userCancelled;
+  return std::trunc(number->get<double>()) == AdministratorScript::kUserCancelled;
 }
 
 }  // namespace
@@ -67,8 +67,8 @@ std::string removalCommand(const Path& path) {
 
 namespace {
 
-constexpr const char* handlerName = "runCommand";
-constexpr const char* sharedSource =
+constexpr const char* kHandlerName = "runCommand";
+constexpr const char* kSharedSource =
     "on runCommand(cmd)\n"
     "    do shell script cmd with administrator privileges\n"
     "end runCommand";
@@ -105,7 +105,7 @@ AdminOutcome PrivilegedRunner::run(const std::string& command) {
   assert(machine().dispatch.isMainThread());
   const MutexLock lock{privilegedRunnerLock_};
   if (auto* const script = privilegedRunner()) {
-    const auto error = script->callHandler(handlerName, command);
+    const auto error = script->callHandler(kHandlerName, command);
     if (error) return adminOutcome(*error);
   }
   log("DMGInstaller: shared privileged runner unavailable — falling back to a per-command script (the user may be prompted again)");
@@ -113,7 +113,7 @@ AdminOutcome PrivilegedRunner::run(const std::string& command) {
 }
 
 AdministratorScript* PrivilegedRunner::privilegedRunner() {
-  if (!isMade_) script_ = machine().administratorScripts.make(sharedSource);
+  if (!isMade_) script_ = machine().administratorScripts.make(kSharedSource);
   isMade_ = true;
   return script_.get();
 }

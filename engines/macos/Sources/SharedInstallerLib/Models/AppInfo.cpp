@@ -12,21 +12,21 @@ namespace installer {
 
 namespace {
 
-constexpr auto catalogRows = std::to_array<WireRow<AppIdentifier>>({
+constexpr auto kCatalogRows = std::to_array<WireRow<AppIdentifier>>({
 #include "AppIdentifiers.inc"
 });
-static_assert(std::ranges::equal(catalogRows, AppIdentifiers::allCases, {}, &WireRow<AppIdentifier>::value),
+static_assert(std::ranges::equal(kCatalogRows, AppIdentifiers::allCases, {}, &WireRow<AppIdentifier>::value),
               "The cases of AppIdentifier are the apps of protocol/catalog.json in their order");
 
 }  // namespace
 
 std::string_view rawValue(AppIdentifier identifier) {
-  return std::ranges::find(catalogRows, identifier, &WireRow<AppIdentifier>::value)->word;
+  return std::ranges::find(kCatalogRows, identifier, &WireRow<AppIdentifier>::value)->word;
 }
 
 std::optional<AppIdentifier> AppIdentifiers::fromRawValue(std::string_view text) {
-  const auto* const row = std::ranges::find(catalogRows, text, &WireRow<AppIdentifier>::word);
-  if (row == catalogRows.end()) return std::nullopt;
+  const auto* const row = std::ranges::find(kCatalogRows, text, &WireRow<AppIdentifier>::word);
+  if (row == kCatalogRows.end()) return std::nullopt;
   return row->value;
 }
 

@@ -9,8 +9,8 @@
 namespace installer {
 
 struct CDNLayout {
-  static constexpr std::string_view metadataFileName = "meta.json";
-  static constexpr std::string_view releaseNotesFileName = "release-notes.json";
+  static constexpr std::string_view kMetadataFileName = "meta.json";
+  static constexpr std::string_view kReleaseNotesFileName = "release-notes.json";
 
   std::string distributionRoot;
   std::string appsRoot;

@@ -18,8 +18,8 @@ using ScriptErrorDictionary = std::optional<Json>;
 // One compiled script object. Main thread only.
 class AdministratorScript {
  public:
-  static constexpr const char* errorNumberKey = "NSAppleScriptErrorNumber";
-  static constexpr int userCancelled = -128;
+  static constexpr const char* kErrorNumberKey = "NSAppleScriptErrorNumber";
+  static constexpr int kUserCancelled = -128;
 
   virtual ~AdministratorScript() = default;
 

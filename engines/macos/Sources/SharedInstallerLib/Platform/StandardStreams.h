@@ -18,8 +18,8 @@ class StandardStreams {
   virtual void writeError(std::string_view bytes) = 0;
 
   // The next line of standard input without its line feed, blocking; absent at the end of input.
-  // A line longer than `maximumLineLength` bytes gives an empty one: its beginning could be a valid command.
-  static constexpr std::size_t maximumLineLength = 1 << 20;
+  // A line longer than `kMaximumLineLength` bytes gives an empty one: its beginning could be a valid command.
+  static constexpr std::size_t kMaximumLineLength = 1 << 20;
   virtual std::optional<std::string> readLine() = 0;
 };
 

@@ -84,10 +84,10 @@ class URLSession {
   virtual ~URLSession() = default;
 
   // Larger than any metadata; bounds the memory for an endless body.
-  static constexpr std::size_t maximumDataLength = std::size_t{8} << 20U;
+  static constexpr std::size_t kMaximumDataLength = std::size_t{8} << 20U;
 
   // The completion runs exactly once after `resume`. The body is kept in memory; a body longer than
-  // `maximumDataLength` fails with `URLErrorCode::dataLengthExceedsMaximum`.
+  // `kMaximumDataLength` fails with `URLErrorCode::dataLengthExceedsMaximum`.
   virtual std::shared_ptr<URLSessionTask> dataTask(const URLRequest& request,
                                                    DataTaskCompletion completion) = 0;
 

@@ -30,7 +30,7 @@ Manifest loadManifest() {
   const auto folder = BundledPackages::packagesFolder();
   if (!folder) return {};
   const auto bytes =
-      readBoundedFile(machine().files, joined(*folder, "packages.json"), JSONReader::maximumBytes);
+      readBoundedFile(machine().files, joined(*folder, "packages.json"), JSONReader::kMaximumBytes);
   if (!bytes) {
     logWarn("OfflinePackageProvider: packages.json not found or unreadable — skipping checksum verification");
     log("OfflinePackageProvider: " + bytes.error().localizedDescription);

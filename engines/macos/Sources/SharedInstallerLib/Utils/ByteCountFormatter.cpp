@@ -15,7 +15,7 @@ struct Unit {
   std::string_view name;
   int decimals;
 };
-constexpr std::array<Unit, 6> units{{{"KB", 0}, {"MB", 1}, {"GB", 2}, {"TB", 2}, {"PB", 2}, {"EB", 2}}};
+constexpr std::array<Unit, 6> kUnits{{{"KB", 0}, {"MB", 1}, {"GB", 2}, {"TB", 2}, {"PB", 2}, {"EB", 2}}};
 
 double rounded(double value, int decimals) {
   const double scale = std::pow(10.0, decimals);
@@ -48,8 +48,8 @@ std::string ByteCountFormatter::string(std::int64_t byteCount, CountStyle countS
   if (std::abs(value) < base) return withThousandsComma(std::to_string(byteCount)) + " bytes";
 
   // A figure that rounds up to one of the next unit is written in that unit: 999 999 bytes are 1 MB.
-  const auto* unit = units.begin();
-  for (value /= base; std::abs(rounded(value, unit->decimals)) >= base && unit + 1 != units.end(); ++unit) {
+  const auto* unit = kUnits.begin();
+  for (value /= base; std::abs(rounded(value, unit->decimals)) >= base && unit + 1 != kUnits.end(); ++unit) {
     value /= base;
   }
   const auto number = fmt::format("{:.{}f}", rounded(value, unit->decimals), unit->decimals);

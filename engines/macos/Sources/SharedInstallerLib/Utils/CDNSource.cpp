@@ -44,7 +44,7 @@ std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, std::s
                                                       Duration timeout) {
   const auto folder = folderURL(app, archSegment);
   if (!folder) return std::unexpected(CDNFetchError::transient);
-  const auto url = folder->appendingPathComponent(CDNLayout::metadataFileName);
+  const auto url = folder->appendingPathComponent(CDNLayout::kMetadataFileName);
   log("CDNSource: meta URL for {}: {}", app.displayName, url.absoluteString());
 
   const auto body = fetchJSON(url, timeout, app.displayName);
@@ -135,7 +135,7 @@ std::optional<ReleaseNotes> fetchReleaseNotes(const AppInfo& app, Duration timeo
   // The other segment isn't tried: a missing file only means that there are no notes.
   const auto folder = folderURL(app, declaredSegment(app));
   if (!folder) return std::nullopt;
-  const auto url = folder->appendingPathComponent(CDNLayout::releaseNotesFileName);
+  const auto url = folder->appendingPathComponent(CDNLayout::kReleaseNotesFileName);
   const auto body = fetchJSON(url, timeout, app.displayName);
   if (!body) return std::nullopt;
   auto notes = ReleaseNotes::decode(*body);

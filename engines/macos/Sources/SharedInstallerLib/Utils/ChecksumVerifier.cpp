@@ -11,9 +11,9 @@ namespace installer {
 
 namespace {
 
-constexpr std::size_t digestLength = 64;     // characters
-constexpr std::size_t shownLength = 8;       // characters of a digest that the log shows
-constexpr std::size_t readSize = 1'048'576;  // bytes; bounds the memory for an image of any size
+constexpr std::size_t kDigestLength = 64;     // characters
+constexpr std::size_t kShownLength = 8;       // characters of a digest that the log shows
+constexpr std::size_t kReadSize = 1'048'576;  // bytes; bounds the memory for an image of any size
 
 // The SHA-256 in lower-case hexadecimal.
 Result<std::string> digestOf(const Path& filePath) {
@@ -21,7 +21,7 @@ Result<std::string> digestOf(const Path& filePath) {
   if (!file) return std::unexpected(file.error());
   const auto digest = machine().digest.startSHA256();
   while (true) {
-    const auto bytes = (*file)->read(readSize);
+    const auto bytes = (*file)->read(kReadSize);
     if (!bytes) return std::unexpected(bytes.error());
     if (bytes->empty()) break;
     digest->update(*bytes);
@@ -59,7 +59,7 @@ ToolVerdict runTool(const Path& program, const std::vector<std::string>& argumen
 bool ChecksumVerifier::verifyFileChecksum(const Path& filePath, std::string_view expectedChecksum) {
   const auto expected = lowercased(trimmed(expectedChecksum));
   const auto length = characterCount(expected);
-  if (length != digestLength) {
+  if (length != kDigestLength) {
     logError("ERROR: Expected checksum length invalid (expected 64, got {})", length);
     return false;
   }
@@ -73,7 +73,7 @@ bool ChecksumVerifier::verifyFileChecksum(const Path& filePath, std::string_view
     return true;
   }
   logError("Checksum verification FAILED — calculated: {}…, expected: {}…",
-           firstCharacters(*digest, shownLength), firstCharacters(expected, shownLength));
+           firstCharacters(*digest, kShownLength), firstCharacters(expected, kShownLength));
   return false;
 }
 

@@ -9,16 +9,16 @@ namespace installer {
 
 namespace {
 
-constexpr auto greatest = std::numeric_limits<std::int64_t>::max();
+constexpr auto kGreatest = std::numeric_limits<std::int64_t>::max();
 
 std::int64_t expandedBytes(double ratio, std::int64_t downloadBytes) {
   const double product = ratio * static_cast<double>(downloadBytes);
-  return product < static_cast<double>(greatest) ? static_cast<std::int64_t>(product) : greatest;
+  return product < static_cast<double>(kGreatest) ? static_cast<std::int64_t>(product) : kGreatest;
 }
 
 // Neither figure is negative.
 std::int64_t saturatedSum(std::int64_t a, std::int64_t b) {
-  return a > greatest - b ? greatest : a + b;
+  return a > kGreatest - b ? kGreatest : a + b;
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ namespace installer {
 
 namespace {
 
-constexpr Duration probeLimit{8.0};
+constexpr Duration kProbeLimit{8.0};
 
 // The lock isn't held during the probe. When two probes run at once, the later result is kept.
 struct SourceVerdict {
@@ -63,7 +63,7 @@ struct ProbeAnswer {
 
 // Any HTTP answer proves that the internet is reachable, also a 404 or 500.
 bool reachable(const URL& url) {
-  const URLRequest request{url, "HEAD", CachePolicy::reloadIgnoringLocalCacheData, probeLimit};
+  const URLRequest request{url, "HEAD", CachePolicy::reloadIgnoringLocalCacheData, kProbeLimit};
   const auto answered = machine().dispatch.makeSemaphore(0);
   const auto answer = std::make_shared<ProbeAnswer>();  // outlives the wait: a late completion still writes
   const auto task = machine().sessions.shared()->dataTask(
@@ -75,7 +75,7 @@ bool reachable(const URL& url) {
         answered->signal();
       });
   task->resume();
-  if (!answered->waitFor(probeLimit)) {
+  if (!answered->waitFor(kProbeLimit)) {
     task->cancel();
     logWarn("InstallerLifecycle: control probe of {} timed out", url.absoluteString());
     return false;

@@ -20,23 +20,23 @@ struct Collected {
 };
 
 // Bounds the memory for a log. The engine's own logs are much shorter.
-constexpr std::size_t largestLog = 128UL << 20U;
+constexpr std::size_t kLargestLog = 128UL << 20U;
 
 bool isLog(const std::string& name) {
   return name.ends_with(".log");
 }
 
-constexpr std::string_view stagingPrefix =
+constexpr std::string_view kStagingPrefix =
     "KeloDeskInstaller-logexport-";  // followed by the process identifier
 
 Path stagingPath() {
   return joined(machine().paths.temporaryDirectory,
-                fmt::format("{}{}", stagingPrefix, machine().systemInfo.processIdentifier()));
+                fmt::format("{}{}", kStagingPrefix, machine().systemInfo.processIdentifier()));
 }
 
 bool isStagingName(std::string_view name) {
-  if (!name.starts_with(stagingPrefix) || name.size() == stagingPrefix.size()) return false;
-  return name.find_first_not_of("0123456789", stagingPrefix.size()) == std::string_view::npos;
+  if (!name.starts_with(kStagingPrefix) || name.size() == kStagingPrefix.size()) return false;
+  return name.find_first_not_of("0123456789", kStagingPrefix.size()) == std::string_view::npos;
 }
 
 // Removes the copies of failed and interrupted exports; a running export holds the lock of its folder.
@@ -84,7 +84,7 @@ bool isLink(const Path& path) {
 // Copies the target's bytes for a link: the link itself is broken on another machine.
 Result<> copyLog(const Path& source, const Path& copy) {
   if (!isLink(source)) return machine().files.copyItem(source, copy);
-  const auto bytes = readBoundedFile(machine().files, source, largestLog);
+  const auto bytes = readBoundedFile(machine().files, source, kLargestLog);
   if (!bytes) return std::unexpected(bytes.error());
   return machine().files.writeFile(copy, *bytes);
 }
@@ -131,7 +131,7 @@ void writeErrorSummary(const Path& staging) {
   LogExportTexts::Digest digest;
   for (const auto& name : logNames(staging).value_or(std::vector<std::string>{})) {
     digest.add(name,
-               readBoundedFile(machine().files, joined(staging, name), largestLog).value_or(std::string{}));
+               readBoundedFile(machine().files, joined(staging, name), kLargestLog).value_or(std::string{}));
   }
   const auto written = machine().files.writeFile(joined(staging, "error-summary.txt"), digest.text());
   if (!written) {

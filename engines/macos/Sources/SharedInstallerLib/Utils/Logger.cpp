@@ -15,11 +15,11 @@ namespace installer {
 
 namespace {
 
-constexpr Duration flushLimit{2.0};
+constexpr Duration kFlushLimit{2.0};
 // Other processes hold the lock for one entry or one rotation. A stopped process holds it longer.
-constexpr Duration lockInterval{0.001};
-constexpr int lockAttempts = 1000;
-constexpr auto maximumSize = static_cast<std::int64_t>(AppConstants::Logging::maxLogFileSizeBytes);
+constexpr Duration kLockInterval{0.001};
+constexpr int kLockAttempts = 1000;
+constexpr auto kMaximumSize = static_cast<std::int64_t>(AppConstants::Logging::maxLogFileSizeBytes);
 
 // Prints to standard output: the log itself failed.
 void print(const std::string& line) {
@@ -111,11 +111,11 @@ std::unique_ptr<FileLock> Logger::lockLog() {
   for (int attempt = 1;; ++attempt) {
     auto lock = machine().files.tryLock(logDirectory_);
     if (!lock) return nullptr;
-    if (*lock != nullptr || !isLockWaitedFor_ || attempt > lockAttempts) {
+    if (*lock != nullptr || !isLockWaitedFor_ || attempt > kLockAttempts) {
       isLockWaitedFor_ = *lock != nullptr;
       return *std::move(lock);
     }
-    machine().dispatch.sleep(lockInterval);
+    machine().dispatch.sleep(kLockInterval);
   }
 }
 
@@ -197,7 +197,7 @@ std::optional<std::int64_t> Logger::logFileSize() const {
 void Logger::rotateLogFileIfNeeded() {
   auto& files = machine().files;
   const auto size = logFileSize();
-  if (!size || *size <= maximumSize) return;
+  if (!size || *size <= kMaximumSize) return;
 
   logFileHandle_.reset();
   const auto temporary = temporaryPath();
@@ -229,7 +229,7 @@ void Logger::reportRotation(std::int64_t sizeBefore, std::source_location locati
 }
 
 Result<> Logger::replaceByNewerHalf(const Path& temporary, std::string_view content) {
-  constexpr std::size_t kept = maximumSize / 2;
+  constexpr std::size_t kept = kMaximumSize / 2;
   if (content.size() > kept) content.remove_prefix(content.size() - kept);
 
   auto& files = machine().files;
@@ -242,12 +242,12 @@ void Logger::flush() {
   const auto written = machine().dispatch.makeSemaphore(0);
   logQueue_->async([written] { written->signal(); });
   // A timeout is ignored: the process exits in either case.
-  static_cast<void>(written->waitFor(flushLimit));
+  static_cast<void>(written->waitFor(kFlushLimit));
 }
 
 std::string_view qualifiedFunctionName(std::string_view compilerName) {
   // The arguments begin at the first parenthesis outside names and template arguments.
-  static constexpr std::string_view anonymous = "(anonymous";
+  static constexpr std::string_view kAnonymous = "(anonymous";
   std::size_t nameStart = 0;
   std::size_t end = compilerName.size();
   int depth = 0;
@@ -256,7 +256,7 @@ std::string_view qualifiedFunctionName(std::string_view compilerName) {
     if (c == '<') ++depth;
     if (c == '>') --depth;
     if (depth > 0) continue;
-    if (compilerName.substr(i).starts_with(anonymous)) {
+    if (compilerName.substr(i).starts_with(kAnonymous)) {
       i += compilerName.substr(i).find(')');
       continue;
     }

@@ -24,7 +24,7 @@ std::optional<Path> findFile() {
 }
 
 Result<Json> readFile(const Path& path) {
-  const auto bytes = readBoundedFile(machine().files, path, JSONReader::maximumBytes);
+  const auto bytes = readBoundedFile(machine().files, path, JSONReader::kMaximumBytes);
   if (!bytes) return std::unexpected(bytes.error());
   return JSONReader::parse(*bytes);
 }

@@ -73,7 +73,7 @@ struct ValueFlag {
   Failure (*take)(const std::string& value, RunOptions& options);
 };
 
-constexpr std::array<ValueFlag, 4> valueFlags{{
+constexpr std::array<ValueFlag, 4> kValueFlags{{
     {"--mode", "--mode requires a value: install | uninstall", takeMode},
     {"--apps", "--apps requires a value: comma-separated list (e.g. brenna,tolvi,rulo,galdivane)", takeApps},
     {"--open-after-install", "--open-after-install requires a value: true | false", takeOpenAfterInstall},
@@ -98,8 +98,8 @@ std::expected<RunOptions, RunOptions::ParseError> RunOptions::parse(
       sawSilent = true;
       continue;
     }
-    const auto* const known = std::ranges::find(valueFlags, flag, &ValueFlag::name);
-    if (known == valueFlags.end()) {
+    const auto* const known = std::ranges::find(kValueFlags, flag, &ValueFlag::name);
+    if (known == kValueFlags.end()) {
       log("RunOptions: Ignoring unrecognised argument '{}'", arguments[i]);
       continue;
     }

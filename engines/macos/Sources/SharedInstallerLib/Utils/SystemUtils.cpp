@@ -15,16 +15,16 @@ namespace installer {
 
 namespace {
 
-constexpr std::array connectionErrors{URLErrorCode::timedOut,
-                                      URLErrorCode::cannotConnectToHost,
-                                      URLErrorCode::networkConnectionLost,
-                                      URLErrorCode::notConnectedToInternet,
-                                      URLErrorCode::internationalRoamingOff,
-                                      URLErrorCode::callIsActive,
-                                      URLErrorCode::dataNotAllowed};
+constexpr std::array kConnectionErrors{URLErrorCode::timedOut,
+                                       URLErrorCode::cannotConnectToHost,
+                                       URLErrorCode::networkConnectionLost,
+                                       URLErrorCode::notConnectedToInternet,
+                                       URLErrorCode::internationalRoamingOff,
+                                       URLErrorCode::callIsActive,
+                                       URLErrorCode::dataNotAllowed};
 
 // Added to the request's own timeout, so that the request times out first.
-constexpr Duration graceBeyondRequest{1.0};
+constexpr Duration kGraceBeyondRequest{1.0};
 
 ProcessWide<URL> connectivityProbeURL{
     [] { return std::make_unique<URL>(URL::parse(Deployment::connectivityProbeURL).value()); }};
@@ -59,7 +59,7 @@ bool SystemUtils::isInternetReachable(Duration timeout) {
         answered->signal();
       });
   task->resume();
-  if (!answered->waitFor(timeout + graceBeyondRequest)) {
+  if (!answered->waitFor(timeout + kGraceBeyondRequest)) {
     task->cancel();
     logWarn("SystemUtils: connectivity probe timed out after {}s", doubleText(timeout.count()));
     return false;
@@ -69,7 +69,7 @@ bool SystemUtils::isInternetReachable(Duration timeout) {
 
 bool SystemUtils::isNetworkConnectionError(const Error& error) {
   if (error.domain != ErrorDomain::url) return false;
-  if (std::ranges::find(connectionErrors, error.code) == connectionErrors.end()) return false;
+  if (std::ranges::find(kConnectionErrors, error.code) == kConnectionErrors.end()) return false;
   logWarn("Network error detected: {} code {}: {}", error.domain, error.code, error.localizedDescription);
   return true;
 }

@@ -92,7 +92,7 @@ TEST_F(SimulatedMachineTest, DismissesThePromptWithoutRunningAnything) {
   machine.administrator.dismissesNext();
   const auto script = machine.administrator.make("on runCommand(cmd)");
   const auto outcome = script->callHandler("runCommand", "/bin/rm -rf /Applications/a");
-  EXPECT_EQ(outcome.value()->at(AdministratorScript::errorNumberKey), -128);
+  EXPECT_EQ(outcome.value()->at(AdministratorScript::kErrorNumberKey), -128);
   EXPECT_TRUE(machine.files.exists("/Applications/a"));
 }
 

@@ -13,7 +13,7 @@ namespace installer {
 
 // The greatest depth of a tree, in folders; more than any bundle has. A copy holds two descriptors per level,
 // and a process may be limited to 256. Deeper items fail with ENAMETOOLONG.
-inline constexpr int deepestFolder = 100;
+inline constexpr int kDeepestFolder = 100;
 
 // `path` without trailing slashes, which would follow a link; absent for an invalid path.
 std::optional<Path> usablePath(const Path& path);
@@ -41,6 +41,6 @@ bool writeAll(int descriptor, std::string_view bytes);
 // errno set, after a part may have been removed. `ours` also opens folders without permissions for their
 // owner; it is for leftovers of our own work only. Holds a descriptor for each of `levels` folders.
 enum class TreeOwner { anyone, ours };
-bool removeTree(int folder, const char* name, TreeOwner owner, int levels = deepestFolder);
+bool removeTree(int folder, const char* name, TreeOwner owner, int levels = kDeepestFolder);
 
 }  // namespace installer

@@ -97,8 +97,8 @@ std::optional<NameOfWork> NameOfWork::parse(std::string_view name, std::string_v
 bool clearLeftovers(int folder, const std::string& name) {
   const auto entries = namesIn(folder);
   if (!entries) return false;
-  const std::array prefixes{prefixOf(name, copyPurpose), prefixOf(name, removalPurpose),
-                            prefixOf(name, writePurpose)};
+  const std::array prefixes{prefixOf(name, kCopyPurpose), prefixOf(name, kRemovalPurpose),
+                            prefixOf(name, kWritePurpose)};
   const bool isFolderOurs = isLockedByUs(folder);
   bool cleared = false;
   for (const std::string& entry : *entries) {

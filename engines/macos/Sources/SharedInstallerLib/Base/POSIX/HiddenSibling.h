@@ -10,9 +10,9 @@
 namespace installer {
 
 // The purposes of the hidden names; part of the names.
-inline constexpr auto copyPurpose = "kelo-copy";
-inline constexpr auto removalPurpose = "kelo-remove";
-inline constexpr auto writePurpose = "kelo-write";
+inline constexpr auto kCopyPurpose = "kelo-copy";
+inline constexpr auto kRemovalPurpose = "kelo-remove";
+inline constexpr auto kWritePurpose = "kelo-write";
 
 // A name beside `name` in the open directory `folder`, reserved from construction to destruction. The caller
 // creates and removes the item with this name. Any thread; the reserved names of one process differ.

@@ -15,7 +15,7 @@ namespace {
 
 std::unexpected<Error> malformed(std::string_view reason) {
   return failure(ErrorDomain::cocoa, CocoaError::fileReadCorrupt,
-                 fmt::format("{}: {}", LinuxHostSettings::fileName, reason));
+                 fmt::format("{}: {}", LinuxHostSettings::kFileName, reason));
 }
 
 // The home folder from the user database. The environment isn't used, because it could name any folder.
@@ -24,8 +24,8 @@ Path homeFolder() {
   return user != nullptr && user->pw_dir != nullptr ? user->pw_dir : "/";
 }
 
-constexpr double shortestTimeout = 0.001;  // seconds
-constexpr double longestTimeout = 86'400.0;
+constexpr double kShortestTimeout = 0.001;  // seconds
+constexpr double kLongestTimeout = 86'400.0;
 
 // Reads the keys of one object and records the first fault.
 class Reader {
@@ -62,7 +62,7 @@ class Reader {
     const Json* const value = find(key);
     if (value == nullptr) return std::nullopt;
     const double number = value->is_number() ? value->get<double>() : 0.0;
-    if (number > longestTimeout || number < shortestTimeout) {
+    if (number > kLongestTimeout || number < kShortestTimeout) {
       complain("it must be a number of seconds, from 0.001 to 86400", key);
       return std::nullopt;
     }
@@ -182,7 +182,7 @@ Result<LinuxHostSettings> LinuxHostSettings::parse(std::string_view text, const 
 
 Result<LinuxHostSettings> LinuxHostSettings::read(const Path& resources) {
   constexpr std::size_t maximumBytes = std::size_t{1} << 20U;
-  const auto text = readWholeFile(joined(resources, fileName), maximumBytes);
+  const auto text = readWholeFile(joined(resources, kFileName), maximumBytes);
   if (text) return parse(*text, resources);
   if (text.error().is(ErrorDomain::cocoa, CocoaError::fileReadNoSuchFile)) return defaults(resources);
   return std::unexpected(text.error());

@@ -24,7 +24,7 @@ struct AdministratorPrompt {
 };
 
 struct LinuxHostSettings {
-  static constexpr std::string_view fileName = "linux_host.json";
+  static constexpr std::string_view kFileName = "linux_host.json";
 
   Path root;                                      // contains Applications, Volumes, Library and tmp; absolute
   Path programs;                                  // the folder of hdiutil, codesign and the others; absolute

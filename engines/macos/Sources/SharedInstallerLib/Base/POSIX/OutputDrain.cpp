@@ -16,8 +16,8 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 // Limits for a descendant that outlives the program and has its output open.
-constexpr auto silenceAfterExit = 200ms;
-constexpr auto longestAfterExit = 2s;
+constexpr auto kSilenceAfterExit = 200ms;
+constexpr auto kLongestAfterExit = 2s;
 
 // The reading end of one captured stream.
 struct Capture {
@@ -60,7 +60,7 @@ class Drain {
     if (deadline_ == Clock::time_point::max()) return -1;
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline_ - Clock::now());
     return static_cast<int>(
-        std::max(0ms, std::min<std::chrono::milliseconds>(left, silenceAfterExit)).count());
+        std::max(0ms, std::min<std::chrono::milliseconds>(left, kSilenceAfterExit)).count());
   }
 
   bool turn() {
@@ -73,7 +73,7 @@ class Drain {
     if (waits[1].revents != 0) errorOutput_.take();
     if (waits[2].revents != 0) {
       program_ = -1;
-      deadline_ = Clock::now() + longestAfterExit;
+      deadline_ = Clock::now() + kLongestAfterExit;
     }
     return Clock::now() < deadline_;
   }

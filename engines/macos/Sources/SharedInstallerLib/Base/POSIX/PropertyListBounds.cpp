@@ -12,8 +12,8 @@ namespace installer {
 
 namespace {
 
-constexpr std::size_t trailerSize = 32;
-constexpr std::uint64_t unbounded = std::numeric_limits<std::uint64_t>::max();
+constexpr std::size_t kTrailerSize = 32;
+constexpr std::uint64_t kUnbounded = std::numeric_limits<std::uint64_t>::max();
 
 std::uint64_t bigEndian(std::string_view bytes) {
   std::uint64_t value = 0;
@@ -34,7 +34,7 @@ class BinaryOutline {
   }
 
  private:
-  static constexpr std::uint64_t beingWeighed = unbounded;
+  static constexpr std::uint64_t kBeingWeighed = kUnbounded;
 
   std::string_view bytes_;
   std::size_t mostDepth_;
@@ -47,14 +47,14 @@ class BinaryOutline {
   std::vector<std::uint64_t> weights_;  // values below each object, with itself; 0 until computed
 
   bool readTrailer() {
-    if (bytes_.size() < kBinaryPropertyListMagic.size() + trailerSize) return false;
-    const auto trailer = bytes_.substr(bytes_.size() - trailerSize);
+    if (bytes_.size() < kBinaryPropertyListMagic.size() + kTrailerSize) return false;
+    const auto trailer = bytes_.substr(bytes_.size() - kTrailerSize);
     offsetSize_ = static_cast<std::uint8_t>(trailer[6]);
     referenceSize_ = static_cast<std::uint8_t>(trailer[7]);
     objects_ = bigEndian(trailer.substr(8, 8));
     top_ = bigEndian(trailer.substr(16, 8));
     table_ = bigEndian(trailer.substr(24, 8));
-    const std::uint64_t room = bytes_.size() - trailerSize;
+    const std::uint64_t room = bytes_.size() - kTrailerSize;
     const auto isSize = [](std::size_t size) { return size >= 1 && size <= 8; };
     return isSize(offsetSize_) && isSize(referenceSize_) && objects_ > 0 && top_ < objects_ &&
            table_ >= kBinaryPropertyListMagic.size() && table_ < room &&
@@ -96,21 +96,21 @@ class BinaryOutline {
     return Container{first, count};
   }
 
-  // The number of values that the object expands to; `unbounded` when it is malformed, in a cycle or too
+  // The number of values that the object expands to; `kUnbounded` when it is malformed, in a cycle or too
   // deep.
   std::uint64_t weigh(std::uint64_t object, std::size_t depth) {
-    if (object >= objects_ || depth > mostDepth_) return unbounded;
+    if (object >= objects_ || depth > mostDepth_) return kUnbounded;
     if (weights_[object] != 0) return weights_[object];
     const auto container = containerAt(bigEndian(bytes_.substr(table_ + object * offsetSize_, offsetSize_)));
-    if (!container) return unbounded;
-    weights_[object] = beingWeighed;
+    if (!container) return kUnbounded;
+    weights_[object] = kBeingWeighed;
     std::uint64_t sum = 1;
     for (std::uint64_t index = 0; index < container->count; ++index) {
       const auto reference = bytes_.substr(container->references + index * referenceSize_, referenceSize_);
       const std::uint64_t weight = weigh(bigEndian(reference), depth + 1);
-      if (weight > mostValues_) return unbounded;
+      if (weight > mostValues_) return kUnbounded;
       sum += weight;
-      if (sum > mostValues_) return unbounded;
+      if (sum > mostValues_) return kUnbounded;
     }
     return weights_[object] = sum;
   }
@@ -177,8 +177,8 @@ class XMLOutline {
     if (!std::ranges::all_of(tag, isLetter)) return false;
     if (tag != "dict" && tag != "array") return true;
     if (closes) return depth_-- > 0;
-    if (++containers_ > PropertyListBounds::containers) return false;
-    return isEmpty || ++depth_ <= PropertyListBounds::depth;
+    if (++containers_ > PropertyListBounds::kContainers) return false;
+    return isEmpty || ++depth_ <= PropertyListBounds::kDepth;
   }
 };
 

@@ -8,18 +8,18 @@
 namespace installer {
 
 struct PropertyListBounds {
-  static constexpr std::size_t bytes = 16UL * 1024 * 1024;
-  static constexpr std::size_t depth = 128;         // containers within containers
-  static constexpr std::size_t containers = 10000;  // in XML
-  static constexpr std::size_t values = 200000;     // in a binary list, with every reference expanded
+  static constexpr std::size_t kBytes = 16UL * 1024 * 1024;
+  static constexpr std::size_t kDepth = 128;         // containers within containers
+  static constexpr std::size_t kContainers = 10000;  // in XML
+  static constexpr std::size_t kValues = 200000;     // in a binary list, with every reference expanded
 };
 
 constexpr std::string_view kBinaryPropertyListMagic = "bplist00";
 
 // True when the offsets and references of the binary list `bytes` are well-formed, it has no cycle and it is
 // within the bounds with every reference expanded.
-bool isBoundedBinaryPropertyList(std::string_view bytes, std::size_t depth = PropertyListBounds::depth,
-                                 std::size_t values = PropertyListBounds::values);
+bool isBoundedBinaryPropertyList(std::string_view bytes, std::size_t depth = PropertyListBounds::kDepth,
+                                 std::size_t values = PropertyListBounds::kValues);
 
 // True when the XML list `bytes`, in UTF-8 or UTF-16, is within the bounds for containers and depth. False
 // also for text that two parsers could read differently: another encoding, attributes, an internal document

@@ -14,7 +14,7 @@ namespace installer {
 namespace {
 
 using Node = std::unique_ptr<void, decltype(&plist_free)>;
-constexpr std::int64_t secondsFrom1970To2001 = 978307200;
+constexpr std::int64_t kSecondsFrom1970To2001 = 978307200;
 
 std::unexpected<Error> corrupt(std::string_view reason) {
   return failure(ErrorDomain::cocoa, CocoaError::fileReadCorrupt,
@@ -39,7 +39,7 @@ Json dateOf(plist_t node) {
   std::int32_t seconds = 0;
   std::int32_t microseconds = 0;
   plist_get_date_val(node, &seconds, &microseconds);
-  return static_cast<double>(secondsFrom1970To2001 + seconds) + microseconds / 1e6;
+  return static_cast<double>(kSecondsFrom1970To2001 + seconds) + microseconds / 1e6;
 }
 
 std::optional<Json> dataOf(plist_t node) {
@@ -90,7 +90,7 @@ Json numberOf(plist_t node) {
 
 // Absent when the node, or one below it, has no counterpart in JSON.
 std::optional<Json> jsonOf(plist_t node, std::size_t depth) {
-  if (depth > PropertyListBounds::depth) return std::nullopt;
+  if (depth > PropertyListBounds::kDepth) return std::nullopt;
   switch (plist_get_node_type(node)) {
     case PLIST_BOOLEAN: {
       std::uint8_t value = 0;
@@ -138,7 +138,7 @@ std::string_view withoutByteOrderMark(std::string_view bytes) {
 Result<Json> readPropertyList(std::string_view bytes) {
   bytes = withoutByteOrderMark(bytes);
   if (bytes.empty()) return corrupt("it is empty");
-  if (bytes.size() > PropertyListBounds::bytes) return corrupt("it is too long");
+  if (bytes.size() > PropertyListBounds::kBytes) return corrupt("it is too long");
   const Node root = parsed(bytes);
   if (root == nullptr) return corrupt("it is malformed");
   auto value = jsonOf(root.get(), 0);

@@ -158,7 +158,7 @@ int exitStatusOf(int waitStatus) {
 
 int waitForExit(pid_t child) {
   int status = 0;
-  if (retryInterrupted([&] { return ::waitpid(child, &status, 0); }) != child) return unknownExitStatus;
+  if (retryInterrupted([&] { return ::waitpid(child, &status, 0); }) != child) return kUnknownExitStatus;
   return exitStatusOf(status);
 }
 

@@ -37,8 +37,8 @@ std::expected<void, int> spawnDetached(const Path& program, const std::vector<st
 Error launchError(int number, const Path& program);
 
 // Waits for the end of `child` and returns its status as a shell does: 128 + the signal's number if a signal
-// ended it. `unknownExitStatus`, never a success, when other code has already reaped the child.
-inline constexpr int unknownExitStatus = 255;
+// ended it. `kUnknownExitStatus`, never a success, when other code has already reaped the child.
+inline constexpr int kUnknownExitStatus = 255;
 int waitForExit(pid_t child);
 // The same for a status of `waitpid`.
 int exitStatusOf(int waitStatus);

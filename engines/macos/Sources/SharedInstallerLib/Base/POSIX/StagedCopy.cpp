@@ -8,7 +8,7 @@
 namespace installer {
 
 StagedCopy::StagedCopy(int folder, const std::string& name)
-    : folder_{folder}, name_{name}, sibling_{folder, name, copyPurpose} {
+    : folder_{folder}, name_{name}, sibling_{folder, name, kCopyPurpose} {
 }
 
 StagedCopy::~StagedCopy() {

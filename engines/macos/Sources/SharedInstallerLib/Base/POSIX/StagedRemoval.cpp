@@ -40,8 +40,8 @@ bool letsGoOfAll(int parent, const struct stat& parentStatus, const char* name, 
   const auto names = inside ? namesIn(inside.get()) : std::nullopt;
   if (!names) return errno == ENOENT;
   if (names->empty()) return true;
-  if (depth == deepestFolder) errno = ENAMETOOLONG;
-  if (depth == deepestFolder || !mayChange(inside.get())) return false;
+  if (depth == kDeepestFolder) errno = ENAMETOOLONG;
+  if (depth == kDeepestFolder || !mayChange(inside.get())) return false;
   return std::ranges::all_of(*names, [&](const std::string& entry) {
     return letsGoOfAll(inside.get(), *status, entry.c_str(), depth + 1, count);
   });
@@ -82,7 +82,7 @@ bool removeFolder(int parent, const std::string& name, const RemoveEntry& remove
     return false;
   if (name.front() == '.') return remove(parent, name.c_str(), removeEntry);
 
-  const HiddenSibling aside{parent, name, removalPurpose};
+  const HiddenSibling aside{parent, name, kRemovalPurpose};
   if (!renameWithoutReplacing(parent, name.c_str(), parent, aside.name())) {
     if (errno == ENOENT) return true;
     return isOnlyAboutRenaming(errno) && remove(parent, name.c_str(), removeEntry);

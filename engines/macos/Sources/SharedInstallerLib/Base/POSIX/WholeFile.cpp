@@ -14,13 +14,13 @@ namespace installer {
 
 namespace {
 
-constexpr mode_t permissionBits = S_ISUID | S_ISGID | S_ISVTX | S_IRWXU | S_IRWXG | S_IRWXO;
+constexpr mode_t kPermissionBits = S_ISUID | S_ISGID | S_ISVTX | S_IRWXU | S_IRWXG | S_IRWXO;
 
 // A hidden sibling that a rename makes the file; the destructor removes it if it wasn't renamed.
 class Replacement {
  public:
   Replacement(int folder, std::string name)
-      : folder_{folder}, name_{std::move(name)}, sibling_{folder, name_, writePurpose} {}
+      : folder_{folder}, name_{std::move(name)}, sibling_{folder, name_, kWritePurpose} {}
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
   ~Replacement() {
@@ -34,7 +34,7 @@ class Replacement {
         ::openat(folder_, sibling_.name(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)};
     if (!file) return false;
     made_ = true;
-    if (replaces && S_ISREG(old.st_mode) && ::fchmod(file.get(), old.st_mode & permissionBits) != 0)
+    if (replaces && S_ISREG(old.st_mode) && ::fchmod(file.get(), old.st_mode & kPermissionBits) != 0)
       return false;
     return writeAll(file.get(), bytes) && ::fsync(file.get()) == 0;
   }

@@ -43,7 +43,7 @@ class DarwinTask final : public URLSessionTask {
   // whose end goes to the engine's own delegate.
   void receive(NSData* data) {
     if (isTooLong_) return;
-    isTooLong_ = body_.size() + data.length > URLSession::maximumDataLength;
+    isTooLong_ = body_.size() + data.length > URLSession::kMaximumDataLength;
     if (isTooLong_) return cancel();
     body_ += bytes(data);
   }

@@ -45,11 +45,11 @@ std::string_view readSome(std::array<char, 65536>& buffer) {
 
 // Keeps one byte beyond the limit, which marks a line that is too long.
 void appendCut(std::string& line, std::string_view more) {
-  line.append(more.substr(0, StandardStreams::maximumLineLength + 1 - line.size()));
+  line.append(more.substr(0, StandardStreams::kMaximumLineLength + 1 - line.size()));
 }
 
 std::string unlessTooLong(std::string line) {
-  return line.size() > StandardStreams::maximumLineLength ? std::string{} : line;
+  return line.size() > StandardStreams::kMaximumLineLength ? std::string{} : line;
 }
 
 }  // namespace

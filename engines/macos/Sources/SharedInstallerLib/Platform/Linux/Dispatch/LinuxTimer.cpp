@@ -13,7 +13,7 @@ namespace installer {
 namespace {
 
 // A zero interval would spin.
-constexpr std::chrono::steady_clock::duration shortestInterval = std::chrono::milliseconds{1};
+constexpr std::chrono::steady_clock::duration kShortestInterval = std::chrono::milliseconds{1};
 
 }  // namespace
 
@@ -39,7 +39,10 @@ asio::io_context& TimerThread::context() {
 // Shared by the timer, the pending wait and a posted or running firing.
 struct LinuxTimer::State : std::enable_shared_from_this<State> {
   State(asio::io_context& context, WorkerPool& pool, std::chrono::steady_clock::duration pause, Work work)
-      : workers{pool}, interval{std::max(pause, shortestInterval)}, handler{std::move(work)}, wait{context} {}
+      : workers{pool},
+        interval{std::max(pause, kShortestInterval)},
+        handler{std::move(work)},
+        wait{context} {}
 
   WorkerPool& workers;
   const std::chrono::steady_clock::duration interval;

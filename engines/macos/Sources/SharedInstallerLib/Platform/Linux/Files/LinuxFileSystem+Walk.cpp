@@ -9,7 +9,7 @@ namespace installer {
 
 namespace {
 
-constexpr std::int64_t statusBlock = 512;  // the unit of st_blocks, on every volume
+constexpr std::int64_t kStatusBlock = 512;  // the unit of st_blocks, on every volume
 
 DirectoryEntry entryOf(const Path& path, const struct stat& status) {
   DirectoryEntry entry;
@@ -18,7 +18,7 @@ DirectoryEntry entryOf(const Path& path, const struct stat& status) {
   entry.isSymbolicLink = S_ISLNK(status.st_mode);
   entry.isRegularFile = S_ISREG(status.st_mode);
   if (!entry.isDirectory) {
-    entry.fileAllocatedSize = static_cast<std::int64_t>(status.st_blocks) * statusBlock;
+    entry.fileAllocatedSize = static_cast<std::int64_t>(status.st_blocks) * kStatusBlock;
     entry.totalFileAllocatedSize = entry.fileAllocatedSize;
   }
   return entry;
@@ -50,7 +50,7 @@ struct Walk {
     if (!status) return;
     const DirectoryEntry found = entryOf(path, *status);
     if (visit(found) == Descend::no || !found.isDirectory) return;
-    const bool tooDeep = depth == deepestFolder;
+    const bool tooDeep = depth == kDeepestFolder;
     const FileDescriptor inside = tooDeep ? FileDescriptor{} : openFolder(folder.get(), name.c_str());
     if (tooDeep) errno = ENAMETOOLONG;
     if (!inside) {

@@ -140,7 +140,7 @@ bool TreeCopier::remember(int made) {
 bool TreeCopier::mayEnter(const struct stat& status) const {
   const bool isOurOwn = topMade_ && status.st_dev == top_.st_dev && status.st_ino == top_.st_ino;
   errno = isOurOwn ? EINVAL : ENAMETOOLONG;
-  return !isOurOwn && depth_ < deepestFolder;
+  return !isOurOwn && depth_ < kDeepestFolder;
 }
 
 }  // namespace installer

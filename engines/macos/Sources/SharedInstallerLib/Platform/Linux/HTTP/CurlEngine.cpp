@@ -9,7 +9,7 @@ namespace installer {
 
 namespace {
 
-constexpr int idleMilliseconds = 60'000;  // a post wakes the thread earlier
+constexpr int kIdleMilliseconds = 60'000;  // a post wakes the thread earlier
 
 // The variable is removed: libcurl would write the TLS secrets of every connection to the file that it names.
 CURLcode initialize() {
@@ -122,7 +122,7 @@ void CurlEngine::endSilent() {
 
 int CurlEngine::untilNextDeadline() const {
   using std::chrono::milliseconds;
-  auto wait = milliseconds{idleMilliseconds};
+  auto wait = milliseconds{kIdleMilliseconds};
   const auto now = CurlTransfer::Clock::now();
   for (const auto& [handle, transfer] : transfers_) {
     wait = std::min(wait, std::chrono::ceil<milliseconds>(transfer->deadline() - now));

@@ -9,8 +9,8 @@ namespace installer {
 
 namespace {
 
-constexpr std::size_t maximumHead = std::size_t{128} << 10U;  // bounds the memory for an endless head
-constexpr long receiveBufferBytes = 256L * 1024L;
+constexpr std::size_t kMaximumHead = std::size_t{128} << 10U;  // bounds the memory for an endless head
+constexpr long kReceiveBufferBytes = 256L * 1024L;
 
 int statusOf(CURL* handle) {
   long status = 0;
@@ -20,7 +20,7 @@ int statusOf(CURL* handle) {
 
 // A transfer of compressed bytes can't be resumed, so uncompressed bytes are preferred. A body that the
 // server sends compressed anyway is decoded.
-constexpr const char* acceptedEncodings = "identity, *;q=0.5";
+constexpr const char* kAcceptedEncodings = "identity, *;q=0.5";
 
 }  // namespace
 
@@ -38,8 +38,8 @@ CurlTransfer::CurlTransfer(const CurlConnections& connections, HTTPRequest reque
   // An unanswered name lookup must not block the thread that ends this transfer.
   curl_easy_setopt(handle_, CURLOPT_QUICK_EXIT, 1L);
   curl_easy_setopt(handle_, CURLOPT_USERAGENT, "Kelo-Desk-Installer");
-  curl_easy_setopt(handle_, CURLOPT_ACCEPT_ENCODING, acceptedEncodings);
-  curl_easy_setopt(handle_, CURLOPT_BUFFERSIZE, receiveBufferBytes);
+  curl_easy_setopt(handle_, CURLOPT_ACCEPT_ENCODING, kAcceptedEncodings);
+  curl_easy_setopt(handle_, CURLOPT_BUFFERSIZE, kReceiveBufferBytes);
   curl_easy_setopt(handle_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   curl_easy_setopt(handle_, CURLOPT_ERRORBUFFER, words_.data());
   curl_easy_setopt(handle_, CURLOPT_HEADERFUNCTION, &CurlTransfer::onHeader);
@@ -93,7 +93,7 @@ std::size_t CurlTransfer::receiveHeaderLine(std::string_view line) {
 }
 
 CurlTransfer::Verdict CurlTransfer::judgeHeaderLine(std::string_view line) {
-  if (headBytes_ > maximumHead) return reject("the server's answer has too long a head");
+  if (headBytes_ > kMaximumHead) return reject("the server's answer has too long a head");
   const bool isLast = line == "\r\n" || line == "\n";
   // libcurl doesn't read the status after a lower-case "http/" and reports 200.
   if (std::exchange(startsHead_, isLast) && !line.starts_with("HTTP/")) {

@@ -15,7 +15,7 @@ CurlTransfer::Verdict LinuxDataTask::acceptHead(const ResponseHead& /*head*/) {
 }
 
 CurlTransfer::Verdict LinuxDataTask::didReceiveBody(std::string_view bytes) {
-  isTooLong_ = body_.size() + bytes.size() > URLSession::maximumDataLength;
+  isTooLong_ = body_.size() + bytes.size() > URLSession::kMaximumDataLength;
   if (isTooLong_) return Verdict::stop;
   body_ += bytes;
   return Verdict::goOn;

@@ -10,7 +10,7 @@ namespace installer {
 namespace {
 
 // Each callback wakes a thread, which costs more than writing a piece of the body.
-constexpr auto progressInterval = std::chrono::milliseconds{20};
+constexpr auto kProgressInterval = std::chrono::milliseconds{20};
 
 Error badServerResponse(std::string_view words) {
   return urlError(URLErrorCode::badServerResponse, words);
@@ -108,7 +108,7 @@ CurlTransfer::Verdict LinuxDownloadTask::didReceiveBody(std::string_view bytes) 
   }
   if (auto written = file_->append(bytes); !written) return stopWith(written.error());
   const auto now = CurlTransfer::Clock::now();
-  if (now - lastProgress_ >= progressInterval) postProgress(now);
+  if (now - lastProgress_ >= kProgressInterval) postProgress(now);
   return Verdict::goOn;
 }
 

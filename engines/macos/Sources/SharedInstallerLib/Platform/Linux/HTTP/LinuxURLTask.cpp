@@ -7,7 +7,7 @@ namespace installer {
 
 namespace {
 
-constexpr int maximumRedirects = 20;
+constexpr int kMaximumRedirects = 20;
 
 bool isHTTPS(const URL& url) {
   return url.scheme() && url.host() && strcasecmp(url.scheme()->c_str(), "https") == 0;
@@ -96,7 +96,7 @@ void LinuxURLTask::breakOff(const CurlFailure& failure) {
 }
 
 void LinuxURLTask::askAboutRedirect() {
-  if (++redirectCount_ > maximumRedirects) {
+  if (++redirectCount_ > kMaximumRedirects) {
     endWith(
         urlError({.code = CURLE_TOO_MANY_REDIRECTS, .osErrno = 0, .words = "too many HTTP redirects"}, true));
     return;

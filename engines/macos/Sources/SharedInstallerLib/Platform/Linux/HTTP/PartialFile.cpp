@@ -19,16 +19,16 @@ namespace installer {
 namespace {
 
 // kelo-download-{pid}-{six characters}.part
-constexpr std::string_view prefix = "kelo-download-";
-constexpr std::string_view suffix = ".part";
-constexpr std::size_t randomLength = 6;
+constexpr std::string_view kPrefix = "kelo-download-";
+constexpr std::string_view kSuffix = ".part";
+constexpr std::size_t kRandomLength = 6;
 
 // The process that made a file of that name; absent for other names.
 std::optional<pid_t> makerOf(std::string_view name) {
-  const auto work = NameOfWork::parse(name, prefix);
-  if (!work || work->rest.size() != 1 + randomLength + suffix.size()) return std::nullopt;
-  if (work->rest.front() != '-' || !work->rest.ends_with(suffix)) return std::nullopt;
-  const bool isPlain = std::ranges::all_of(work->rest.substr(1, randomLength),
+  const auto work = NameOfWork::parse(name, kPrefix);
+  if (!work || work->rest.size() != 1 + kRandomLength + kSuffix.size()) return std::nullopt;
+  if (work->rest.front() != '-' || !work->rest.ends_with(kSuffix)) return std::nullopt;
+  const bool isPlain = std::ranges::all_of(work->rest.substr(1, kRandomLength),
                                            [](unsigned char c) { return std::isalnum(c) != 0; });
   return isPlain ? std::optional{work->process} : std::nullopt;
 }
@@ -42,8 +42,8 @@ bool isOurPlainFile(int descriptor, std::int64_t length) {
 }  // namespace
 
 Result<std::unique_ptr<PartialFile>> PartialFile::create(const Path& folder) {
-  auto path = joined(folder, fmt::format("{}{}-XXXXXX{}", prefix, getpid(), suffix));
-  const int descriptor = mkostemps(path.data(), static_cast<int>(suffix.size()), O_CLOEXEC);
+  auto path = joined(folder, fmt::format("{}{}-XXXXXX{}", kPrefix, getpid(), kSuffix));
+  const int descriptor = mkostemps(path.data(), static_cast<int>(kSuffix.size()), O_CLOEXEC);
   if (descriptor < 0) {
     return std::unexpected(
         urlError(URLErrorCode::cannotCreateFile,

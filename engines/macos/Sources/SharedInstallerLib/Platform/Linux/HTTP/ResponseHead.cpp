@@ -59,9 +59,9 @@ bool ResponseHead::isMultipart() const {
 }
 
 bool ResponseHead::isEncoded() const {
-  static constexpr std::array decoded{"gzip", "x-gzip", "deflate", "br"};
+  static constexpr std::array kDecoded{"gzip", "x-gzip", "deflate", "br"};
   const auto* const encoding = field("content-encoding");
-  return encoding != nullptr && std::ranges::find(decoded, lowercased(*encoding)) != decoded.end();
+  return encoding != nullptr && std::ranges::find(kDecoded, lowercased(*encoding)) != kDecoded.end();
 }
 
 std::optional<ContentRange> ResponseHead::contentRange() const {
@@ -81,8 +81,8 @@ std::optional<ContentRange> ResponseHead::contentRange() const {
 }
 
 std::optional<URL> ResponseHead::redirectTarget() const {
-  static constexpr std::array redirects{301, 302, 303, 307, 308};
-  if (std::ranges::find(redirects, status) == redirects.end()) return std::nullopt;
+  static constexpr std::array kRedirects{301, 302, 303, 307, 308};
+  if (std::ranges::find(kRedirects, status) == kRedirects.end()) return std::nullopt;
   const auto* const location = field("location");
   if (location == nullptr) return std::nullopt;
   const auto absolute = resolved(url.absoluteString(), *location);

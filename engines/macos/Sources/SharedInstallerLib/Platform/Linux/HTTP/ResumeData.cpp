@@ -8,12 +8,12 @@ namespace installer {
 
 namespace {
 
-constexpr const char* format = "kelo-download-1";
+constexpr const char* kFormat = "kelo-download-1";
 
 }  // namespace
 
 std::string ResumeData::encode() const {
-  Json json{{"format", format},
+  Json json{{"format", kFormat},
             {"url", url.absoluteString()},
             {"file", partialFile},
             {"validator", validator.text()},
@@ -25,7 +25,7 @@ std::string ResumeData::encode() const {
 std::optional<ResumeData> ResumeData::decode(std::string_view bytes) {
   using namespace JSONReader;
   const auto json = Json::parse(bytes, nullptr, false);
-  if (!json.is_object() || string(json, "format") != format) return std::nullopt;
+  if (!json.is_object() || string(json, "format") != kFormat) return std::nullopt;
   const auto url = URL::parse(string(json, "url").value_or(""));
   const auto file = string(json, "file");
   const auto validator = Validator::parse(string(json, "validator").value_or(""));

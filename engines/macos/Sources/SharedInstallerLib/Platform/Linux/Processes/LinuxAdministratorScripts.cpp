@@ -8,12 +8,12 @@ namespace installer {
 
 namespace {
 
-constexpr std::string_view handlerSource =
+constexpr std::string_view kHandlerSource =
     "on runCommand(cmd)\n    do shell script cmd with administrator privileges\nend runCommand";
-constexpr std::string_view handlerName = "runCommand";
-constexpr std::string_view statementStart = "do shell script \"";
-constexpr std::string_view statementEnd = "\" with administrator privileges";
-constexpr int noSuchHandler = -1708;  // "event not handled"
+constexpr std::string_view kHandlerName = "runCommand";
+constexpr std::string_view kStatementStart = "do shell script \"";
+constexpr std::string_view kStatementEnd = "\" with administrator privileges";
+constexpr int kNoSuchHandler = -1708;  // "event not handled"
 
 // The text of a string literal without its quotes; absent when the literal ends early or escapes anything
 // but a quote or a backslash.
@@ -31,10 +31,10 @@ std::optional<std::string> unescaped(std::string_view literal) {
 
 // The command of the one-statement source; absent when `source` isn't one.
 std::optional<std::string> statementCommand(std::string_view source) {
-  if (!source.starts_with(statementStart)) return std::nullopt;
-  source.remove_prefix(statementStart.size());
-  if (!source.ends_with(statementEnd)) return std::nullopt;
-  source.remove_suffix(statementEnd.size());
+  if (!source.starts_with(kStatementStart)) return std::nullopt;
+  source.remove_prefix(kStatementStart.size());
+  if (!source.ends_with(kStatementEnd)) return std::nullopt;
+  source.remove_suffix(kStatementEnd.size());
   return unescaped(source);
 }
 
@@ -44,7 +44,7 @@ Json readableText(const std::string& bytes) {
 }
 
 Json errorDictionary(int number, const std::string& message) {
-  return {{AdministratorScript::errorNumberKey, number},
+  return {{AdministratorScript::kErrorNumberKey, number},
           {"NSAppleScriptErrorMessage", readableText(message)}};
 }
 
@@ -56,7 +56,8 @@ class LinuxAdministratorScript : public AdministratorScript {
 
   std::expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
                                                                  const std::string& argument) override {
-    if (statement_ || name != handlerName) return errorDictionary(noSuchHandler, "There is no such handler");
+    if (statement_ || name != kHandlerName)
+      return errorDictionary(kNoSuchHandler, "There is no such handler");
     return run(argument);
   }
 
@@ -70,14 +71,14 @@ class LinuxAdministratorScript : public AdministratorScript {
   ScriptErrorDictionary run(const std::string& command) {
     const auto failed = shell_.run(command);
     if (!failed) return std::nullopt;
-    return errorDictionary(failed->dismissed ? userCancelled : failed->number, failed->message);
+    return errorDictionary(failed->dismissed ? kUserCancelled : failed->number, failed->message);
   }
 };
 
 }  // namespace
 
 std::unique_ptr<AdministratorScript> LinuxAdministratorScripts::make(const std::string& source) {
-  if (source == handlerSource) return std::make_unique<LinuxAdministratorScript>(prompt_, std::nullopt);
+  if (source == kHandlerSource) return std::make_unique<LinuxAdministratorScript>(prompt_, std::nullopt);
   auto command = statementCommand(source);
   if (!command) return nullptr;
   return std::make_unique<LinuxAdministratorScript>(prompt_, std::move(command));

@@ -13,7 +13,7 @@ namespace installer {
 
 namespace {
 
-constexpr std::array stopSignals{SIGINT, SIGTERM, SIGHUP};
+constexpr std::array kStopSignals{SIGINT, SIGTERM, SIGHUP};
 
 int event = -1;  // created before the first signal can arrive; never closed
 
@@ -21,7 +21,7 @@ int event = -1;  // created before the first signal can arrive; never closed
 // second ends the process even if the main queue is never served again.
 void onRequest(int) {
   const int kept = errno;
-  for (const int signal : stopSignals) {
+  for (const int signal : kStopSignals) {
     struct sigaction current{};
     ::sigaction(signal, nullptr, &current);
     if (current.sa_handler == onRequest) ::signal(signal, SIG_DFL);
@@ -42,7 +42,7 @@ void LinuxSignals::onTerminationRequest(Work handler) {
     (void)!::read(event, &count, sizeof count);
     handler();
   });
-  for (const int signal : stopSignals) {
+  for (const int signal : kStopSignals) {
     struct sigaction current{};
     ::sigaction(signal, nullptr, &current);
     if (current.sa_handler == SIG_IGN) continue;

@@ -29,8 +29,8 @@ while IFS= read -r escaped; do
   printf '\n%s %d\n' "$token" "$?"
 done)";
 
-constexpr int pkexecDismissed = 126;
-constexpr int cannotStart = -1;
+constexpr int kPkexecDismissed = 126;
+constexpr int kCannotStart = -1;
 
 std::string escaped(const std::string& commandLine) {
   std::string text;
@@ -90,10 +90,10 @@ std::optional<PrivilegedShell::Failure> PrivilegedShell::run(const std::string& 
   const Answer answer = sent ? receive() : Answer{};
   if (!answer.line) {
     const int status = end();
-    return Failure{false, status != 0 ? status : unknownExitStatus,
+    return Failure{false, status != 0 ? status : kUnknownExitStatus,
                    fmt::format("{}The administrator’s shell ended before the command did", answer.printed)};
   }
-  int status = unknownExitStatus;
+  int status = kUnknownExitStatus;
   (void)std::from_chars(answer.line->data(), answer.line->data() + answer.line->size(), status);
   if (status == 0) return std::nullopt;
   return Failure{false, status, withoutTrailingLineFeeds(answer.printed)};
@@ -102,18 +102,18 @@ std::optional<PrivilegedShell::Failure> PrivilegedShell::run(const std::string& 
 std::optional<PrivilegedShell::Failure> PrivilegedShell::start() {
   // With such a helper sudo would end as after a refusal by the user.
   if (!prompt_.askpass.empty() && ::access(prompt_.askpass.c_str(), X_OK) != 0) {
-    return Failure{false, cannotStart, launchError(errno, prompt_.askpass).localizedDescription};
+    return Failure{false, kCannotStart, launchError(errno, prompt_.askpass).localizedDescription};
   }
   Pipe requests = makePipe();
   Pipe answers = makePipe();
-  if (!requests.reading || !answers.reading) return Failure{false, cannotStart, "No pipe to be had"};
+  if (!requests.reading || !answers.reading) return Failure{false, kCannotStart, "No pipe to be had"};
   SpawnRequest request = requestFor(prompt_);
   request.input = requests.reading.get();
   request.output = answers.writing.get();
   request.errorOutput = answers.writing.get();
   const auto child = spawn(request);
   if (!child) {
-    return Failure{false, cannotStart, launchError(child.error(), request.program).localizedDescription};
+    return Failure{false, kCannotStart, launchError(child.error(), request.program).localizedDescription};
   }
   process_ = *child;
   requests_ = std::move(requests.writing);
@@ -133,8 +133,8 @@ std::optional<PrivilegedShell::Failure> PrivilegedShell::start() {
 // refusal by the machine's rules; for the other prompts each refusal counts as a dismissal.
 PrivilegedShell::Failure PrivilegedShell::refusedStart(const std::string& printed) {
   const int status = end();
-  const bool dismissed = !isPkexec(prompt_) || status == pkexecDismissed;
-  return {dismissed, status != 0 ? status : unknownExitStatus, printed};
+  const bool dismissed = !isPkexec(prompt_) || status == kPkexecDismissed;
+  return {dismissed, status != 0 ? status : kUnknownExitStatus, printed};
 }
 
 bool PrivilegedShell::isAlive() {
