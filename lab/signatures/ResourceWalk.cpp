@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <unordered_set>
 
-#include "Digest.h"
-#include "MappedFile.h"
+#include "SealedContents.h"
 #include "support/Attributes.h"
 
 namespace lab {
@@ -26,7 +25,10 @@ class ResourceWalk {
         mainExecutable_(bundle_->relative(bundle_->mainExecutable)) {}
 
   Outcome<void> run() {
-    if (auto walked = folder(bundle_->base, "", 0); !walked) return walked;
+    const auto walked = folder(bundle_->base, "", 0);
+    // Of files that the walk met before it ended, so their failures come first.
+    if (auto intact = contents_.check(); !intact) return intact;
+    if (!walked) return walked;
     for (const auto& [path, seal] : resources_->seals()) {
       if (!seal.optional && !met_.contains(path)) missing_.push_back(path);
     }
@@ -105,18 +107,20 @@ class ResourceWalk {
   }
 
   Outcome<void> file(const fs::path& path, const std::string& relative) {
-    const ResourceRule* rule = resources_->ruleFor(relative);
     const ResourceSeal* seal = meet(relative);
-    if (seal == nullptr && rule != nullptr && rule->omit && mayBeOmitted(relative)) return {};
+    if (seal == nullptr && isOmitted(relative)) return {};
     if (seal == nullptr) return refuse("a file has been added: {}", printable(relative));
     if (seal->kind == ResourceSeal::Kind::nested) return nested(path, relative, *seal);
     if (seal->kind != ResourceSeal::Kind::file)
       return refuse("a sealed link has become a file: {}", printable(relative));
     if (auto plain = checkSideband(path); !plain) return plain;
-    const auto content = MappedFile::open(path);
-    if (!content) return handOn(content);
-    if (equal(digestOf(seal->hashType, content->bytes()).bytes(), seal->hash)) return {};
-    return refuse("a sealed resource has been modified: {}", printable(relative));
+    contents_.add(path, relative, *seal);
+    return {};
+  }
+
+  bool isOmitted(const std::string& relative) const {
+    const ResourceRule* rule = resources_->ruleFor(relative);
+    return rule != nullptr && rule->omit && mayBeOmitted(relative);
   }
 
   Outcome<void> link(const fs::path& path, const std::string& relative, int depth) {
@@ -200,6 +204,7 @@ class ResourceWalk {
   const NestedCheck* checkNested_;
   std::string mainExecutable_;
   std::unordered_set<std::string> met_;
+  SealedContents contents_;
   std::vector<std::string> missing_;
   // The first link without a sealed target. Reported last, because a missing item can be its cause.
   std::string strayLink_;
@@ -212,6 +217,8 @@ Outcome<void> checkResources(const ResourceScope& scope, const NestedCheck& chec
 }
 
 Outcome<void> checkSideband(const fs::path& file) {
+  // Most files have no attribute, which one call shows.
+  if (const auto names = attributeNames(file); names && names->empty()) return {};
   for (const char* name : {"com.apple.ResourceFork", "com.apple.FinderInfo"}) {
     if (attribute(file, name).value_or(std::nullopt))
       return refuse("a resource fork or Finder information isn't allowed: {}", printable(file.string()));

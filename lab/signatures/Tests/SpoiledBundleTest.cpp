@@ -45,6 +45,18 @@ const std::vector<Spoiling>& spoilings() {
        "a sealed resource has been modified: Resources/data.txt"},
       {"changed deep resource", [](const fs::path& c) { flipByte(c / "Resources/deep/er/more.txt", 0); },
        "modified: Resources/deep/er/more.txt"},
+      {"changed resource before an added one",
+       [](const fs::path& c) {
+         flipByte(c / "Resources/data.txt", 0);
+         writeText(c / "Resources/data.txt.evil", "x");
+       },
+       "modified: Resources/data.txt"},
+      {"changed resource after an added one",
+       [](const fs::path& c) {
+         flipByte(c / "Resources/data.txt", 0);
+         writeText(c / "Resources/a.evil", "x");
+       },
+       "a file has been added: Resources/a.evil"},
       {"added resource", [](const fs::path& c) { writeText(c / "Resources/new.txt", "x"); },
        "a file has been added: Resources/new.txt"},
       {"added beside the executable", [](const fs::path& c) { writeText(c / "MacOS/libevil.dylib", "x"); },
@@ -295,6 +307,21 @@ TEST_F(Programs, NamesAndLinksMayHaveBeenDecomposedByAVolume) {
   EXPECT_EQ(verifyCode(app).status, 0) << verifyCode(app).text;
   flipByte(resources / "U\u0308ber.txt", 0);
   EXPECT_EQ(verifyCode(app).status, 1);
+}
+
+// Several threads read the contents; a large file is read in pieces.
+TEST_F(Programs, TheFirstOfSeveralChangedResourcesIsNamed) {
+  const fs::path app = workshop.app("A.app");
+  const fs::path resources = app / "Contents/Resources";
+  const std::size_t large = 300'000;
+  for (int number = 100; number < 200; ++number)
+    writeText(resources / fmt::format("part-{}", number), std::string(large, 'x').c_str());
+  workshop.sign(app);
+  EXPECT_EQ(verifyCode(app).status, 0) << verifyCode(app).text;
+  for (const int number : {199, 198, 171, 170, 150}) {
+    flipByte(resources / fmt::format("part-{}", number), large - 1);
+    expectRefused(app, fmt::format("a sealed resource has been modified: Resources/part-{}", number).c_str());
+  }
 }
 
 TEST_F(Programs, SealsOfSHA1CountOnlyForCodeThatHasNothingBetter) {
