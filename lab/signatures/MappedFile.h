@@ -33,8 +33,8 @@ class MappedFile {
   std::size_t size_ = 0;
 };
 
-// The digest of a regular file's bytes; fails as `MappedFile::open` does. `piece` is memory to read into, not
-// empty. For files that are read once, this is faster than a mapping of each.
+// The digest of a regular file's bytes; fails like `MappedFile::open`. `piece` is the read buffer; it isn't
+// empty. For files that are read once, this is faster than a mapping per file.
 Outcome<Digest> digestOfFile(const std::filesystem::path& path, HashType type, Bytes& piece);
 
 }  // namespace lab

@@ -26,7 +26,7 @@ class ResourceWalk {
 
   Outcome<void> run() {
     const auto walked = folder(bundle_->base, "", 0);
-    // Of files that the walk met before it ended, so their failures come first.
+    // These files come before the end of the walk, so their failures are reported first.
     if (auto intact = contents_.check(); !intact) return intact;
     if (!walked) return walked;
     for (const auto& [path, seal] : resources_->seals()) {
@@ -217,7 +217,7 @@ Outcome<void> checkResources(const ResourceScope& scope, const NestedCheck& chec
 }
 
 Outcome<void> checkSideband(const fs::path& file) {
-  // Most files have no attribute, which one call shows.
+  // Most files have no attributes, so one call is usually enough.
   if (const auto names = attributeNames(file); names && names->empty()) return {};
   for (const char* name : {"com.apple.ResourceFork", "com.apple.FinderInfo"}) {
     if (attribute(file, name).value_or(std::nullopt))

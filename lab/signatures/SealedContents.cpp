@@ -14,7 +14,7 @@ namespace {
 constexpr std::size_t kMostThreads = 8;
 constexpr std::size_t kPieceBytes = std::size_t{128} << 10U;
 
-// Runs `work` on `count` threads, this one included; on fewer when the system allows no more.
+// Runs `work` on `count` threads, including this one; on fewer when the system allows no more.
 template <class Work>
 void runAtOnce(std::size_t count, const Work& work) {
   std::vector<std::jthread> others;
@@ -35,7 +35,8 @@ Outcome<void> SealedContents::check() const {
   std::vector<Outcome<void>> outcomes(files_.size());
   std::atomic<std::size_t> next = 0;
   std::atomic<bool> hasFailed = false;
-  // A file that is taken is always checked, so every file before a failed one has its outcome.
+  // Files are taken in order, and a taken file is always checked, so every file before a failed one has its
+  // result.
   const auto work = [&] {
     Bytes piece(kPieceBytes);
     while (!hasFailed) {

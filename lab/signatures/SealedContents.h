@@ -1,4 +1,4 @@
-// Compares files with the digests in their seals, several at once.
+// Compares files with the digests in their seals, on several threads.
 #pragma once
 
 #include <filesystem>
@@ -11,10 +11,10 @@ namespace lab {
 
 class SealedContents {
  public:
-  // `seal` is of the kind `file` and outlives this object. Nothing is read yet.
+  // `seal` has the kind `file` and must outlive this object. The file isn't read yet.
   void add(std::filesystem::path file, std::string relative, const ResourceSeal& seal);
 
-  // The failure of the first such file in the order of the additions, whichever thread reads it.
+  // The first failure in the order of the additions, independent of the threads.
   Outcome<void> check() const;
 
  private:
