@@ -153,6 +153,16 @@ TEST_F(LogFile, IsMadeWithoutLeavingAnythingBesideIt) {
   EXPECT_THAT(mac.files.tree(directory), ElementsAre("webinstall.log"));
 }
 
+TEST_F(LogFile, ThatAKilledProcessWasMakingIsMadeWithoutLeavingAnythingBesideIt) {
+  mac.files.failNext(Operation::move, file, {"NSCocoaErrorDomain", 512, "Failed.", nullptr});
+  mac.files.failNext(Operation::remove, file + ".new", {"NSCocoaErrorDomain", 512, "Failed.", nullptr});
+  start();
+  EXPECT_THAT(mac.files.tree(directory), ElementsAre("webinstall.log.new"));
+  mac.startNextProcess();
+  start();
+  EXPECT_THAT(mac.files.tree(directory), ElementsAre("webinstall.log"));
+}
+
 TEST_F(LogFile, IsDoneWithoutWhenItsDirectoryCannotBeMade) {
   mac.files.failAlways(Operation::createDirectory, directory, kRefusal);
   start();

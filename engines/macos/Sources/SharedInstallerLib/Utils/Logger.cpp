@@ -124,8 +124,9 @@ void Logger::createLogFile() {
   auto& files = machine().files;
   if (files.itemExists(temporaryPath()) && files.moveItem(temporaryPath(), currentLogFilePath_)) return;
   // The file is created under another name and moved, which replaces nothing: another process may have
-  // created the log meanwhile, and its entries must not be lost.
-  const auto beside = fmt::format("{}.{}", currentLogFilePath_, machine().systemInfo.processIdentifier());
+  // created the log meanwhile, and its entries must not be lost. The name is the same in each process, so
+  // that what a killed one left is used by the next.
+  const auto beside = currentLogFilePath_ + ".new";
   const auto made = files.writeFile(beside, {});
   if (made && files.moveItem(beside, currentLogFilePath_)) return;
   // Failures are ignored: `openLogFile` reports a missing file.
