@@ -45,11 +45,14 @@ class CommandLineTest : public ::testing::Test {
     machine.setConfiguration(R"({"apps": {}, "trustedDownloadDomains": ["cdn.test"],
                                  "cdn": {"domains": {"us": "https://cdn.test"}}})");
   }
+  static std::string offeredAt(AppIdentifier identifier, const std::string& arch) {
+    return fmt::format("https://cdn.test/desksuite/apps/default/{}/mac/{}/dmg/latest/", rawValue(identifier),
+                       arch);
+  }
   // Publishes a package whose download takes a few seconds.
   void offer(AppIdentifier identifier, const std::string& arch, const std::string& version) {
     const auto bytes = image(identifier, version);
-    const auto folder = fmt::format("https://cdn.test/desksuite/apps/default/{}/mac/{}/dmg/latest/",
-                                    rawValue(identifier), arch);
+    const auto folder = offeredAt(identifier, arch);
     const Json meta{{"version", version}, {"destination", "p.dmg"}, {"checksum", sha256(bytes)}};
     machine.network.on(folder + "meta.json").answers(200, meta.dump());
     machine.network.on(folder + "p.dmg").answers(200, bytes).inPieces(600, Duration{2.0});

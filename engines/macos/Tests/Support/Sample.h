@@ -1,5 +1,5 @@
-// How much of a long suite runs: all of it if the environment has KELO_ALL=1, else a sample. KELO_SEED draws
-// the sample again that a failure has named.
+// How much of a long suite runs: all of it if the environment has KELO_ALL, otherwise a sample. KELO_SEED
+// repeats what a failure named.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +11,7 @@ namespace installer::test {
 class Sample {
  public:
   bool isAll() const { return isAll_; }
+  bool isRepeated() const { return std::getenv("KELO_SEED") != nullptr; }
   std::uint64_t seed() const { return seed_; }
   // True for all of a whole suite, and for one in `of` of a sample.
   bool takes(unsigned of) { return isAll_ || random_() % of == 0; }
