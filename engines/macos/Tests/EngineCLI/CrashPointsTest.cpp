@@ -35,17 +35,21 @@ Lines without(Lines lines, const Lines& others) {
   return lines;
 }
 
-// "remove /Applications/Brenna.app/Contents" as "remove in /Applications", "run codesign -v /x" as "run
-// codesign".
+// "copy /Volumes/X/X.app -> /Applications/X.app" as "copy in /Applications", "run hdiutil attach /x.dmg" as
+// "run hdiutil attach", "GET https://host/folder/x.dmg" as "GET x.dmg".
 std::string operationOf(const std::string& call) {
-  const auto slash = call.find(" /");
-  const auto words = call.substr(0, call.find(' ', call.find(' ') + 1));
-  if (slash == std::string::npos || call.starts_with("run ")) return words;
-  for (const auto* place : {"/Library/Logs", "/Volumes", "/Applications", "/private/tmp"}) {
-    if (call.find(place, slash) != std::string::npos)
-      return fmt::format("{} in {}", call.substr(0, slash), place);
+  const auto service = call.substr(0, call.find(' '));
+  if (service == "GET" || service == "HEAD") return service + " " + lastPathComponent(call);
+  if (service == "administrator" || service == "makeScript") return service;
+  if (service == "run") return call.substr(0, call.find_first_of("-/", service.size()) - 1);
+  const auto path = call.rfind(" /");
+  if (path == std::string::npos) return call;
+  const auto operation = call.substr(0, std::min(path, call.find(" /")));
+  for (const auto* place :
+       {"/Library/Logs", "/Volumes/Installer", "/Volumes", "/Applications", "/private/tmp"}) {
+    if (call.find(place, path) != std::string::npos) return fmt::format("{} in {}", operation, place);
   }
-  return call.substr(0, slash);
+  return operation;
 }
 
 class CrashPoints : public test::CommandLineTest {
@@ -70,7 +74,7 @@ class CrashPoints : public test::CommandLineTest {
   void tryFault(std::size_t index, std::size_t fault);
   std::string judgeEvents(std::int32_t exitStatus);
   std::string judgeDisk(const std::string& status, const Disk& disk);
-  void judgeNextRun();
+  void judgeNextRun(const Disk& disk);
   void report(std::size_t calls) const;
 };
 
@@ -116,8 +120,8 @@ std::string CrashPoints::judgeDisk(const std::string& status, const Disk& disk) 
   return fmt::format("{}, {}", status, state);
 }
 
-// What the fault left is cleared, and all is as it should be.
-void CrashPoints::judgeNextRun() {
+// What the fault left on `disk` is cleared and was named, and all is as it should be.
+void CrashPoints::judgeNextRun(const Disk& disk) {
   machine.startNextProcess();
   expect(runToItsEnd() == 0, "the next run fails");
   const auto after = look();
@@ -129,6 +133,14 @@ void CrashPoints::judgeNextRun() {
   expect(isLost || left.empty(), fmt::format("the next run leaves {}", fmt::join(left, ", ")));
   const auto lost = without(goal_.names, after.names);
   expect(lost.empty(), fmt::format("the next run misses {}", fmt::join(lost, ", ")));
+
+  const auto remains = without(without(disk.names, before_.names), goal_.names);
+  if (remains.empty() || call_.name.find(machine.logFile()) != std::string::npos) return;
+  const auto name = lastPathComponent(remains[0].substr(0, remains[0].find_last_not_of('/') + 1));
+  const auto log = machine.files.read(machine.logFile());
+  const bool isNamed = log.find(name) != std::string::npos ||
+                       log.find("left beside " + scenario_.appPath) != std::string::npos;
+  expect(isNamed, name + " isn't in the log");
 }
 
 void CrashPoints::tryFault(std::size_t index, std::size_t fault) {
@@ -138,8 +150,9 @@ void CrashPoints::tryFault(std::size_t index, std::size_t fault) {
   const auto exitStatus = runToItsEnd();
   call_ = machine.faults.calls().at(index);
   const auto events = transcript();
-  const auto outcome = judgeDisk(judgeEvents(exitStatus), look());
-  judgeNextRun();
+  const auto disk = look();
+  const auto outcome = judgeDisk(judgeEvents(exitStatus), disk);
+  judgeNextRun(disk);
 
   const auto& failure = call_.faults.at(fault);
   ++outcomes_[fmt::format("{}\t{}\t{}\t{}", scenario_.name, operationOf(call_.name), failure, outcome)];
@@ -223,6 +236,14 @@ TEST_F(CrashPoints, OfAnEscalatedRemoval) {
     machine.files.setWritable("/Applications", false);
   };
   everyFaultOf({"escalated removal", kRemoval, prepare, kBrenna});
+}
+
+TEST_F(CrashPoints, OfARemovalEscalatedWhenStaged) {
+  const auto prepare = [this] {
+    addInstalled(brenna, "1.0");
+    machine.files.setWritable(joined(kBrenna, "Contents/MacOS"), false);
+  };
+  everyFaultOf({"removal escalated when staged", kRemoval, prepare, kBrenna});
 }
 
 TEST_F(CrashPoints, OfAnOnlineInstall) {
