@@ -253,7 +253,7 @@ TEST_F(InstallerConfigFile, FallsBackFromAnUnknownDataCentreAndReadsTheRestOfThe
 }
 
 TEST_F(InstallerConfigFile, WarnsOfACDNBlockThatIsNoObject) {
-  EXPECT_THAT(loaded(R"({"apps": {}, "cdn": "https://u.example"})"), Contains(noCDNBlock));
+  EXPECT_THAT(loaded(R"({"apps": {}, "cdn": "https://u.example"})"), Contains(kNoCDNBlock));
   expectDefaultCDN();
 }
 

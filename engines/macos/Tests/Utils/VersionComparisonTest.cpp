@@ -5,9 +5,9 @@
 namespace installer {
 namespace {
 
-constexpr auto kAscending = ComparisonResult::kAscending;
-constexpr auto kSame = ComparisonResult::kSame;
-constexpr auto kDescending = ComparisonResult::kDescending;
+constexpr auto kAscending = ComparisonResult::ascending;
+constexpr auto kSame = ComparisonResult::same;
+constexpr auto kDescending = ComparisonResult::descending;
 
 TEST(VersionComparison, OrdersComponentsAsNumbersAsFarAsBothSidesHaveThem) {
   const struct {
