@@ -1,4 +1,4 @@
-// Whole runs in which one call across the seam fails: each call once with each of its failures.
+// Whole runs in which one call across the seam fails: a run for each failure of each call.
 #include <algorithm>
 #include <cstdlib>
 #include <fmt/format.h>
@@ -16,18 +16,18 @@ namespace {
 using enum AppIdentifier;
 using test::Lines;
 
-// A run whose calls are made to fail one by one.
+// A run whose calls fail one by one.
 struct Scenario {
   std::string name;
   std::vector<std::string> arguments;
   std::function<void()> prepare;
-  Path appPath;  // that the run works on
+  Path appPath;  // the path of the run's app
 };
 
-// The machine between two runs.
+// The disk between two runs.
 struct Disk {
   std::map<std::string, std::string> app;  // the bundle at the app's path; empty when there is none
-  Lines names;                             // of everything on the disk
+  Lines names;                             // of all items on the disk
 };
 
 Lines without(Lines lines, const Lines& others) {
@@ -35,8 +35,8 @@ Lines without(Lines lines, const Lines& others) {
   return lines;
 }
 
-// "copy /Volumes/X/X.app -> /Applications/X.app" as "copy in /Applications", "run hdiutil attach /x.dmg" as
-// "run hdiutil attach", "GET https://host/folder/x.dmg" as "GET x.dmg".
+// Shortens a call: "copy /Volumes/X/X.app -> /Applications/X.app" to "copy in /Applications", "run hdiutil
+// attach /x.dmg" to "run hdiutil attach", "GET https://host/folder/x.dmg" to "GET x.dmg".
 std::string operationOf(const std::string& call) {
   const auto service = call.substr(0, call.find(' '));
   if (service == "GET" || service == "HEAD") return service + " " + lastPathComponent(call);
@@ -60,8 +60,8 @@ class CrashPoints : public test::CommandLineTest {
   Scenario scenario_;
   Disk before_;
   Disk goal_;
-  test::FaultPlan::Call call_;           // the one that fails
-  Lines wrong_;                          // what is wrong after it has failed
+  test::FaultPlan::Call call_;           // the failing call
+  Lines wrong_;                          // the faults found after its failure
   std::map<std::string, int> outcomes_;  // rows of the table, with their numbers
   test::Sample sample_;
 
@@ -91,7 +91,7 @@ std::int32_t CrashPoints::runToItsEnd() {
   return exitStatus;
 }
 
-// The events and the exit status say the same. Gives the app's status.
+// Checks that the events and the exit status agree. Returns the app's status.
 std::string CrashPoints::judgeEvents(std::int32_t exitStatus) {
   const auto done = machine.streams.events("done");
   expect(done.size() == 1, fmt::format("{} events of type done", done.size()));
@@ -106,11 +106,11 @@ std::string CrashPoints::judgeEvents(std::int32_t exitStatus) {
   return status;
 }
 
-// The disk is as the status says. Gives the outcome.
+// Checks that the disk agrees with the status. Returns the outcome.
 std::string CrashPoints::judgeDisk(const std::string& status, const Disk& disk) {
   const bool isDone = disk.app == goal_.app;
   const bool isAsBefore = disk.app == before_.app;
-  // The administrator's command line leaves what it had done when one of its commands fails.
+  // A failing command of the administrator's command line doesn't undo the earlier ones.
   const bool mayBeHalf = call_.name.starts_with("root's remove");
   expect(isDone || isAsBefore || mayBeHalf || disk.app.empty(), "half an app");
   expect(isDone || status == "failed", status + " is untrue");
@@ -120,14 +120,15 @@ std::string CrashPoints::judgeDisk(const std::string& status, const Disk& disk) 
   return fmt::format("{}, {}", status, state);
 }
 
-// What the fault left on `disk` is cleared and was named, and all is as it should be.
+// Checks that the next run reaches the goal and removes the fault's leftovers on `disk`, and that the log has
+// their names.
 void CrashPoints::judgeNextRun(const Disk& disk) {
   machine.startNextProcess();
   expect(runToItsEnd() == 0, "the next run fails");
   const auto after = look();
   expect(after.app == goal_.app, "the next run doesn't end in the goal state");
   expect(machine.images.attached().empty(), "the next run leaves an image attached");
-  // A numbered copy that isn't registered isn't found again, and gets a neighbour with the next number.
+  // The next run doesn't find a numbered copy that isn't registered, and makes one with the next number.
   const bool isLost = call_.name.starts_with("registerBundle") && scenario_.appPath.ends_with(" 2.app");
   const auto left = without(after.names, goal_.names);
   expect(isLost || left.empty(), fmt::format("the next run leaves {}", fmt::join(left, ", ")));
@@ -172,7 +173,7 @@ void CrashPoints::everyFaultOf(const Scenario& scenario) {
   goal_ = look();
   const auto calls = machine.faults.calls();
   for (std::size_t index = 0; index < calls.size(); ++index) {
-    // A receipt that can't be seen isn't there, as far as this question tells.
+    // The engine can't distinguish an unreadable receipt from a missing one.
     if (calls[index].name.ends_with("_MASReceipt/receipt")) continue;
     for (std::size_t fault = 0; fault < calls[index].faults.size(); ++fault) {
       if (sample_.takes(4)) tryFault(index, fault);
@@ -181,7 +182,7 @@ void CrashPoints::everyFaultOf(const Scenario& scenario) {
   report(calls.size());
 }
 
-// Adds the rows to the file that the environment names.
+// Appends the rows to the file of the variable KELO_FAULT_TABLE.
 void CrashPoints::report(std::size_t calls) const {
   int runs = 0;
   for (const auto& [row, count] : outcomes_) runs += count;

@@ -1,5 +1,5 @@
-// Runs with random servers, programs, copies, cancels and orders of the threads. Whatever happens, the
-// events, the exit status and the disk agree.
+// Runs with random servers, programs, copies, cancels and orders of the threads. In each of them the events,
+// the exit status and the disk must agree.
 #include <algorithm>
 #include <fmt/format.h>
 #include <functional>
@@ -33,7 +33,7 @@ class Interleavings : public test::CommandLineTest {
 
   std::mt19937 random_;
   std::vector<std::string> arguments_;
-  std::set<std::string> cancelled_;  // the apps that a cancel was asked for
+  std::set<std::string> cancelled_;  // the apps with a requested cancel
   std::map<AppIdentifier, Bundle> old_;
   Lines wrong_;
 
@@ -56,9 +56,9 @@ class Interleavings : public test::CommandLineTest {
   void judgeResult(const Json& result, bool isIdle);
   void judgeRest(bool isIdle);
 
-  // One of two.
+  // One of two engines.
   struct Engine {
-    Action action = Action::install;  // which tells its events from the other's
+    Action action = Action::install;  // identifies its events
     std::shared_ptr<EngineController> controller = nullptr;
     std::int32_t exitStatus = -1;
     bool isCancelled = false;
@@ -129,7 +129,7 @@ void Interleavings::cancelSometime() {
   const auto when = upTo(oneIn(2) ? 100 : 15);
   const auto which = below(5);
   for (const auto identifier : apps) {
-    // During a removal, each cancel is one of the whole run.
+    // During a removal, each cancel is for the whole run.
     const bool isMeant = which >= apps.size() || apps.at(which) == identifier || arguments_[2] == "uninstall";
     if (isMeant) cancelled_.emplace(rawValue(identifier));
   }
@@ -143,7 +143,7 @@ void Interleavings::cancelSometime() {
 
 std::string resultText(const Json& result) {
   std::string text;
-  // Without the version, which is read afresh for `done`; another engine can have removed the app by then.
+  // Without the version, which is read again for `done`; another engine can have removed the app meanwhile.
   for (const auto* key : {"app", "status", "errorCode", "installedPath"}) {
     text += result.value(key, Json{}).dump() + " ";
   }
@@ -166,7 +166,7 @@ void Interleavings::judge(std::int32_t exitStatus) {
   std::multiset<std::string> alone;
   for (const auto& event : machine.streams.events("app-result")) alone.insert(resultText(event));
   expect(inDone.size() == apps.size(), fmt::format("{} results", inDone.size()));
-  // After an idle end an app that had its result already has another one.
+  // After an idle end, an app that already had its result gets another one.
   expect(isIdle ? std::ranges::includes(alone, inDone) : alone == inDone, "other app-results than in done");
   judgeRest(isIdle);
 }
@@ -180,14 +180,14 @@ void Interleavings::judgeResult(const Json& result, bool isIdle) {
   const bool isNew = !now.empty() && now.at("Contents/Info.plist").find(">2.0<") != std::string::npos;
   const auto claim = fmt::format("{} is {}", name, status);
   expect(status != "cancelled" || isIdle || cancelled_.contains(name), claim + " without a cancel");
-  if (isIdle) return;  // the app at work goes on until the process ends
+  if (isIdle) return;  // the current app continues until the process ends
   if (status == "installed" || status == "updated") expect(isNew, claim + " but not on the disk");
   if (status == "skipped" || status == "cancelled") expect(isOld, claim + " but changed on the disk");
   if (status == "uninstalled" || status == "already_absent") expect(now.empty(), claim + " but on the disk");
   if (status == "failed") expect(isOld || isNew || now.empty(), claim + " with half a bundle");
 }
 
-// What is left when all that was started has ended, which the end of a process after an idle run cuts short.
+// Checks the leftovers after all started work has ended. After an idle run, the work ends with the process.
 void Interleavings::judgeRest(bool isIdle) {
   const auto count = machine.streams.events().size();
   machine.dispatch.advance(3h);
@@ -224,8 +224,8 @@ void Interleavings::runOne(unsigned seed) {
   complain(seed);
 }
 
-// Two engines on one machine, the second inside the run loop of the first. They share what a process knows,
-// so that a stale value in the memory of one of them isn't seen here.
+// Two engines on one machine, the second inside the run loop of the first. They share the process-wide
+// values, so this doesn't find a stale value in one of them.
 
 void Interleavings::prepareTwo() {
   const bool online = oneIn(2);
@@ -282,7 +282,7 @@ void Interleavings::judgeTwo(const std::array<Engine, 2>& engines) {
   judgeRest(false);
 }
 
-// How often each end is reported fits with the state at the start and at the end.
+// Checks that the number of each result matches the states at the start and at the end.
 void Interleavings::judgeApp(AppIdentifier identifier) {
   int balance = old_[identifier].empty() ? 0 : 1;
   for (const auto& event : machine.streams.events("app-result")) {
@@ -310,7 +310,7 @@ void Interleavings::runTwo(unsigned seed) {
   complain(seed);
 }
 
-// Runs `one` with `count` seeds, with a sample of them, or with the one that is asked for.
+// Runs `one` with `count` seeds, with a sample of them, or with the requested seed.
 void Interleavings::runSeeds(unsigned count, const std::function<void(unsigned seed)>& one) {
   const test::Sample sample;
   const auto seed = static_cast<unsigned>(sample.seed());

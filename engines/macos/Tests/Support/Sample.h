@@ -1,5 +1,5 @@
-// How much of a long suite runs: all of it if the environment has KELO_ALL, otherwise a sample. KELO_SEED
-// repeats what a failure named.
+// Selects the part of a long suite to run: the whole with the variable KELO_ALL, otherwise a sample.
+// KELO_SEED, with the seed in a failure's message, repeats that sample.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ class Sample {
   bool isAll() const { return isAll_; }
   bool isRepeated() const { return std::getenv("KELO_SEED") != nullptr; }
   std::uint64_t seed() const { return seed_; }
-  // True for all of a whole suite, and for one in `of` of a sample.
+  // True always for a whole suite, and for one in `of` calls for a sample.
   bool takes(unsigned of) { return isAll_ || random_() % of == 0; }
 
  private:

@@ -124,8 +124,8 @@ void Logger::createLogFile() {
   auto& files = machine().files;
   if (files.itemExists(temporaryPath()) && files.moveItem(temporaryPath(), currentLogFilePath_)) return;
   // The file is created under another name and moved, which replaces nothing: another process may have
-  // created the log meanwhile, and its entries must not be lost. The name is the same in each process, so
-  // that what a killed one left is used by the next.
+  // created the log meanwhile, and its entries must not be lost. All processes use the same name, so that the
+  // next one uses the leftover of a killed one.
   const auto beside = currentLogFilePath_ + ".new";
   const auto made = files.writeFile(beside, {});
   if (made && files.moveItem(beside, currentLogFilePath_)) return;
