@@ -278,7 +278,7 @@ TEST_F(Hdiutil, UndoesAnAttachThatItCannotTellOf) {
   EXPECT_THAT(underWay(), IsEmpty());
 }
 
-// A 7zz that changes its extracted files. `SPOIL` runs in the folder of the volume.
+// A 7zz that changes its extracted files. `spoil` runs in the folder of the volume.
 TEST_F(Hdiutil, RefusesAVolumeThatCameOutOtherThanListed) {
   const fs::path made = source();
   write("source/text", "12345\n");
