@@ -10,6 +10,7 @@
 #include "Base/POSIX/PropertyListBounds.h"
 #include "Base/POSIX/PropertyListReader.h"
 #include "Installer/DMGInstaller.h"
+#include "Support/PropertyListText.h"
 #include "Support/SimulatedMachine.h"
 #include "Targets.h"
 #include "Utils/KeloAppProvider.h"
@@ -46,6 +47,20 @@ std::string rewritten(std::string_view bytes) {
   return {text, size};
 }
 
+// Consists of containers, booleans, integers and text without control characters, which XML holds without
+// loss.
+bool isPlain(const Json& value) {
+  if (value.is_array()) return std::ranges::all_of(value, isPlain);
+  if (value.is_object()) {
+    for (const auto& [key, item] : value.items()) {
+      if (!isPlain(Json(key)) || !isPlain(item)) return false;
+    }
+    return true;
+  }
+  if (!value.is_string()) return value.is_boolean() || value.is_number_integer();
+  return std::ranges::none_of(value.get_ref<const std::string&>(), [](unsigned char c) { return c < ' '; });
+}
+
 void requireBounds(const Json& list) {
   require(depthOf(list) <= PropertyListBounds::kDepth + 1, "a list is no deeper than allowed");
   require(countOf(list) <= PropertyListBounds::kValues, "a list has no more values than allowed");
@@ -79,6 +94,10 @@ void fuzzInfoPlist(std::string_view text) {
   // Compared as text, because NaN isn't equal to itself.
   require(readPropertyList(rewritten(text)).value_or(nullptr).dump() == list->dump(),
           "a list that is written again reads the same");
+  if (isPlain(*list)) {
+    require(readPropertyList(propertyListText(*list)).value_or(nullptr) == *list,
+            "a list that is written as XML reads the same");
+  }
   if (!list->is_object()) return require(!bundle->bundleIdentifier(), "only a dictionary names a bundle");
   const auto identifier = list->find("CFBundleIdentifier");
   const bool isText = identifier != list->end() && identifier->is_string();
