@@ -63,6 +63,9 @@ TEST_F(LinuxDataTasks, MapsFailures) {
          {"/stall", {{{"bytes", 1000}, {"stallAt", 10}}}},
          {"/lengths", {{{"head", {"HTTP/1.1 200 OK\r\nContent-Length: 5\r\nContent-Length: 6\r\n\r\n"}}}}},
          {"/coding", {{{"head", {"HTTP/1.1 200 OK\r\nTransfer-Encoding: unheard-of\r\n\r\n"}}}}},
+         {"/line",
+          {{{"head",
+             {"HTTP/1.1 100 Continue\r\n\rX\r\nhttp/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n"}}}}},
          {"/flood", {{{"head", {"HTTP/1.1 200 OK\r\n", {"X: 1\r\n", 100'000}}}}}},
          {"/interim",
           {{{"head", json::array({json::array({"HTTP/1.1 103 Early Hints\r\n\r\n", 100'000})})}}}}});
@@ -72,7 +75,7 @@ TEST_F(LinuxDataTasks, MapsFailures) {
   const auto stalled = fetch(URLRequest{.url = cdn("/stall"), .timeoutInterval = Duration{0.2}});
   EXPECT_EQ(stalled.error->code, URLErrorCode::timedOut);
   EXPECT_THAT(stalled.error->localizedDescription, HasSubstr("0.2 seconds"));
-  for (const auto* const path : {"/lengths", "/coding", "/flood", "/interim"}) {
+  for (const auto* const path : {"/lengths", "/coding", "/line", "/flood", "/interim"}) {
     const auto error = fetch(path).error.value_or(Error{});
     EXPECT_EQ(error.code, URLErrorCode::badServerResponse) << path << ": " << error.localizedDescription;
   }

@@ -84,7 +84,8 @@ CurlFailure CurlTransfer::silenceFailure() const {
               fmt::format("The request timed out: nothing arrived for {} seconds", request_.silence.count())};
 }
 
-// An empty line ends a head. Interim answers and the fields after a body aren't reported.
+// A line that begins with a line break ends a head, as in libcurl. Interim answers and the fields after a
+// body aren't reported.
 std::size_t CurlTransfer::receiveHeaderLine(std::string_view line) {
   lastActivity_ = Clock::now();
   if (isHeadComplete_) return line.size();
@@ -94,7 +95,7 @@ std::size_t CurlTransfer::receiveHeaderLine(std::string_view line) {
 
 CurlTransfer::Verdict CurlTransfer::judgeHeaderLine(std::string_view line) {
   if (headBytes_ > kMaximumHead) return reject("the server's answer has too long a head");
-  const bool isLast = line == "\r\n" || line == "\n";
+  const bool isLast = line.starts_with('\r') || line.starts_with('\n');
   // libcurl doesn't read the status after a lower-case "http/" and reports 200.
   if (std::exchange(startsHead_, isLast) && !line.starts_with("HTTP/")) {
     return reject("the server's answer has no status line");
