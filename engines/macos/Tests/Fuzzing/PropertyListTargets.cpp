@@ -47,8 +47,8 @@ std::string rewritten(std::string_view bytes) {
   return {text, size};
 }
 
-// Consists of containers, booleans, integers and text without control characters, which XML holds without
-// loss.
+// True when the value has only containers, booleans, integers and text without control characters, which XML
+// can represent without loss.
 bool isPlain(const Json& value) {
   if (value.is_array()) return std::ranges::all_of(value, isPlain);
   if (value.is_object()) {

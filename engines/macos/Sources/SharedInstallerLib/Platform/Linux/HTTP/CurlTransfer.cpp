@@ -113,7 +113,7 @@ CurlTransfer::Verdict CurlTransfer::completeHead() {
   isHeadComplete_ = true;
   const auto head = readHead();
   if (head.contradictsItself()) return reject("the server says two lengths");
-  // Without the decoding of contents libcurl doesn't decode or refuse these either.
+  // Without content decoding, libcurl neither decodes nor refuses these codings.
   if (head.hasForeignTransferCoding())
     return reject("the server's answer has a transfer coding that wasn't asked for");
   if (!head.isEncoded()) curl_easy_setopt(handle_, CURLOPT_HTTP_CONTENT_DECODING, 0L);
