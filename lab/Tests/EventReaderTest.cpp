@@ -149,7 +149,7 @@ a word from the logger
 TEST_F(EventReader, ShowsTheEventsThemselvesOnRequest) {
   const std::string event = R"({"type":"done","action":"install","exitCode":0})";
   EXPECT_EQ(read(event + "\n", "--events"), event + "\ndone: install, exit code 0\n");
-  EXPECT_THAT(read("", "--help"), HasSubstr("usage:"));
+  EXPECT_THAT(read("", "--help"), HasSubstr("Usage:"));
 }
 
 TEST_F(EventReader, TakesALastLineWithoutALineFeed) {

@@ -1,32 +1,20 @@
 // lab-diskimage: makes a disk image from a folder.
-#include <cstdio>
-#include <string>
-#include <vector>
-
 #include "diskimage/DiskImage.h"
+#include "support/CommandLine.h"
 #include "support/Interruption.h"
 
-namespace {
-
-constexpr const char* kUsage = R"(kUsage: lab-diskimage --volume-name NAME FOLDER IMAGE
-Makes the disk image file IMAGE (UDIF, zlib-compressed, HFS+) with the content of FOLDER as its volume NAME.
-With SOURCE_DATE_EPOCH set, the same content gives the same bytes. Needs xorriso.
-)";
-
-}  // namespace
-
 int main(int argc, char** argv) {
-  const std::vector<std::string> arguments(argv + 1, argv + argc);
-  if (arguments.size() == 1 && (arguments[0] == "--help" || arguments[0] == "-h")) {
-    fmt::print("{}", kUsage);
-    return 0;
-  }
-  if (arguments.size() != 4 || arguments[0] != "--volume-name") {
-    fmt::print(stderr, "{}", kUsage);
-    return 64;
-  }
+  std::string volume, folder, image;
+  CLI::App program{
+      "Makes a disk image (UDIF, zlib-compressed, HFS+) with the content of a folder. Needs xorriso.",
+      "lab-diskimage"};
+  program.add_option("--volume-name", volume, "the volume's name")->required();
+  program.add_option("FOLDER", folder, "the content of the volume")->required();
+  program.add_option("IMAGE", image, "the file to make")->required();
+  program.footer("With SOURCE_DATE_EPOCH set, the same content gives the same bytes.");
+  if (const auto ended = lab::readCommandLine(program, argc, argv)) return *ended;
   lab::holdInterruptions();
-  const auto made = lab::makeDiskImage(arguments[2], arguments[1], arguments[3]);
+  const auto made = lab::makeDiskImage(folder, volume, image);
   if (made) return 0;
   fmt::print(stderr, "lab-diskimage: {}\n", made.error());
   return lab::interruption() != 0 ? lab::exitStatusOf(lab::interruption()) : 1;

@@ -5,15 +5,9 @@
 
 #include "eventreader/Board.h"
 #include "eventreader/Screen.h"
+#include "support/CommandLine.h"
 
 namespace {
-
-constexpr const char* kUsage = R"(kUsage: engine-cli ... | lab-events [--plain] [--events]
-Draws one board from the engine's events on standard input: for each app a progress bar, the bytes and the rate, and
-its result. Other lines are printed unchanged.
---plain   prints one line per stage and result, without escape codes; the default unless standard output is a terminal
---events  also shows each event unchanged
-)";
 
 struct Options {
   bool plain = false;
@@ -38,18 +32,16 @@ void take(const std::string& line, const Options& options, lab::Board& board, la
 
 int main(int argc, char** argv) {
   Options options;
-  for (int i = 1; i < argc; ++i) {
-    const std::string word = argv[i];
-    if (word == "--plain")
-      options.plain = true;
-    else if (word == "--events")
-      options.events = true;
-    else {
-      const bool asked = word == "--help" || word == "-h";
-      (asked ? std::cout : std::cerr) << kUsage;
-      return asked ? 0 : 64;
-    }
-  }
+  CLI::App program{
+      "Draws one board from the engine's events on standard input: for each app a progress bar, the "
+      "bytes and the rate, and\nits result. Other lines are printed unchanged.",
+      "lab-events"};
+  program.add_flag("--plain", options.plain,
+                   "print a line per stage and result, without escape codes;\n"
+                   "the default unless standard output is a terminal");
+  program.add_flag("--events", options.events, "also show each event unchanged");
+  program.footer("Example:\n  engine-cli run --action install --offline | lab-events --events");
+  if (const auto ended = lab::readCommandLine(program, argc, argv)) return *ended;
   const bool terminal = !options.plain && isatty(STDOUT_FILENO) == 1;
   lab::Screen screen{stdout, terminal ? lab::Screen::Kind::terminal : lab::Screen::Kind::plain};
   lab::Board board{terminal ? lab::Look::terminal : lab::Look::plain};

@@ -1,20 +1,15 @@
-// The command line of lab-publish. Pure.
+// The arguments of lab-publish. A plain record.
 #pragma once
 
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "publisher/Configuration.h"
-#include "support/OrReason.h"
 
 namespace lab {
 
 struct PublishArguments {
-  enum class Command { help, publish, rollback, withdraw, list, verify };
-
-  Command command = Command::help;
   std::filesystem::path tree;
   Configuration configuration;
   bool isConfigured = false;  // a configuration or a name of it was given
@@ -26,13 +21,9 @@ struct PublishArguments {
   std::string version;
   std::string arch;
   std::filesystem::path image;
-  std::string destination;  // "{app}-{version}.dmg" unless given
+  std::string destination;
   std::optional<std::filesystem::path> notes;
   std::optional<std::string> alternateURL;
 };
-
-const char* publishUsage();
-
-OrReason<PublishArguments> parsePublishArguments(const std::vector<std::string>& words);
 
 }  // namespace lab

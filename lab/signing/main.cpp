@@ -1,13 +1,7 @@
 // lab-sign: makes a test authority, signs fixtures with it, and makes small Mach-O files to sign.
-#include <algorithm>
 #include <chrono>
-#include <cstdio>
-#include <fmt/format.h>
 #include <fstream>
-#include <functional>
 #include <map>
-#include <span>
-#include <sstream>
 #include <tuple>
 
 #include "BER.h"
@@ -15,257 +9,229 @@
 #include "MachOWriter.h"
 #include "MappedFile.h"
 #include "Signer.h"
+#include "support/CommandLine.h"
 
 namespace {
 
 using namespace lab;
 
-constexpr int kDone = 0;
 constexpr int kFailed = 1;
 constexpr int kUsage = 2;
 
-constexpr const char* kHelp =
-    R"(lab-sign make-authority FOLDER [--team TEAM] [--name NAME]
-    Makes a test authority: root.pem (for linux_host.json), an intermediate and leaves like Developer ID ones, a
-    timestamping leaf, and their unprotected keys.
+constexpr const char* kFooter = R"(Each subcommand has its own --help. Examples:
+  lab-sign make-authority authority --team TEAMID0000
+  lab-sign make-macho Some.app/Contents/MacOS/Some --arch x86_64,arm64
+  lab-sign sign --authority authority Some.app Package.dmg
+  lab-sign sign --variant ad-hoc Some.app
+  lab-sign sign --identity release.p12 --password-file password --timestamp http://time.example Some.app
 
-lab-sign sign --authority FOLDER [options] PATH...
-lab-sign sign --variant ad-hoc [options] PATH...
-lab-sign sign --identity FILE.p12 --password-file FILE [--timestamp URL] [options] PATH...
-    Signs Mach-O files (thin and universal), bundles from the inside out (also those whose main executable is a
-    script), and UDIF disk images, in place.
-    --variant V          valid (default), unstamped, ad-hoc, self-signed, wrong-team,
-                         expired            signed after the certificate's end, stamped then: invalid
-                         expired-stamped    signed and stamped before the certificate's end: valid
-                         expired-unstamped  signed before the certificate's end, no timestamp: valid, expired
-                         not-yet-valid      the certificate begins in 2048: invalid
-    --identity FILE.p12  a key with its certificates, instead of the test authority's
-    --password-file FILE its first line opens the identity
-    --timestamp URL      an RFC 3161 server for secure timestamps; without one the signatures have none
-    --identifier ID      else CFBundleIdentifier, else the file's name
-    --team TEAM          written into the code directory instead of the leaf's own team
-    --digests LIST       e.g. sha1,sha256; one code directory each, the first is the primary one
-    --flags LIST         runtime, expires, or numbers
-    --entitlements FILE  a property list
-    --time TIME          signing time, e.g. 20240131120000Z; default: now
-    --keep-nested        seal nested code unchanged instead of signing it again
+Exit status: 0 done, 1 failed, 2 usage.)";
 
-lab-sign make-macho FILE [--arch LIST] [--type execute|dylib|bundle] [--text TEXT] [--size BYTES] [--info-plist FILE]
-    Writes a small unsigned Mach-O file; more than one of arm64,x86_64 makes it universal.
-
-Exit status: 0 done, 1 failed, 2 usage.
-)";
-
-// The "--name value" options and the other words.
-struct CommandLine {
-  std::map<std::string, std::string> options;
-  std::vector<std::string> words;
-
-  std::string option(const std::string& name, const std::string& otherwise = {}) const {
-    const auto found = options.find(name);
-    return found == options.end() ? otherwise : found->second;
-  }
-};
-
-Outcome<CommandLine> parse(std::span<const std::string> arguments, const std::vector<std::string>& known) {
-  CommandLine line;
-  for (std::size_t i = 0; i < arguments.size(); ++i) {
-    const std::string& word = arguments[i];
-    if (!word.starts_with("--")) {
-      line.words.push_back(word);
-      continue;
-    }
-    if (std::ranges::find(known, word) == known.end()) return refuse("unknown option {}", word);
-    if (word == "--keep-nested") {
-      line.options[word] = "yes";
-    } else if (++i < arguments.size()) {
-      line.options[word] = arguments[i];
-    } else {
-      return refuse("{} needs a value", word);
-    }
-  }
-  return line;
-}
-
-std::vector<std::string> split(const std::string& list) {
-  std::vector<std::string> parts;
-  std::istringstream stream(list);
-  for (std::string part; std::getline(stream, part, ',');) parts.push_back(part);
-  return parts;
-}
+constexpr const char* kVariantHelp = R"(valid (default), unstamped, ad-hoc, self-signed, wrong-team,
+expired            signed after the certificate's end, stamped then: invalid
+expired-stamped    signed and stamped before the certificate's end: valid
+expired-unstamped  signed before the certificate's end, no timestamp: valid, expired
+not-yet-valid      the certificate begins in 2048: invalid)";
 
 struct Variant {
-  const char* name;
-  LeafKind leaf;
-  bool stamped;
-  bool beforeExpiry;  // signed while the expired leaf was still valid
+  std::optional<LeafKind> leaf;  // none for ad hoc code
+  bool stamped = false;
+  bool beforeExpiry = false;  // signed while the expired leaf was still valid
 };
 
-constexpr Variant kVariants[] = {{"valid", LeafKind::valid, true, false},
-                                 {"unstamped", LeafKind::valid, false, false},
-                                 {"self-signed", LeafKind::selfSigned, false, false},
-                                 {"wrong-team", LeafKind::wrongTeam, true, false},
-                                 {"expired", LeafKind::expired, true, false},
-                                 {"expired-stamped", LeafKind::expired, true, true},
-                                 {"expired-unstamped", LeafKind::expired, false, true},
-                                 {"not-yet-valid", LeafKind::notYetValid, true, false}};
+const std::map<std::string, Variant> kVariants{{"valid", {LeafKind::valid, true}},
+                                               {"unstamped", {LeafKind::valid}},
+                                               {"ad-hoc", {}},
+                                               {"self-signed", {LeafKind::selfSigned}},
+                                               {"wrong-team", {LeafKind::wrongTeam, true}},
+                                               {"expired", {LeafKind::expired, true}},
+                                               {"expired-stamped", {LeafKind::expired, true, true}},
+                                               {"expired-unstamped", {LeafKind::expired, false, true}},
+                                               {"not-yet-valid", {LeafKind::notYetValid, true}}};
 
-Outcome<std::chrono::sys_seconds> parseTime(const std::string& text) {
-  if (text.empty()) return std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-  BERElement element;
-  element.tag = kBERGeneralizedTime;
-  element.content = viewOf(text);
-  const auto time = timeOf(element);
-  if (!time) return refuse("{} isn't a time like 20240131120000Z", text);
-  return *time;
+const std::map<std::string, HashType> kDigests{{"sha1", HashType::sha1},
+                                               {"sha256", HashType::sha256},
+                                               {"sha256t", HashType::sha256Truncated},
+                                               {"sha384", HashType::sha384}};
+
+const std::map<std::string, std::uint32_t> kFlags{{"runtime", kHardenedRuntimeFlag},
+                                                  {"expires", kForceExpirationFlag}};
+
+const std::map<std::string, std::uint32_t> kTypes{{"execute", 2}, {"dylib", 6}, {"bundle", 8}};
+
+const std::map<std::string, std::pair<std::uint32_t, std::uint32_t>> kProcessors{{"arm64", {0x0100000c, 0}},
+                                                                                 {"x86_64", {0x01000007, 3}}};
+
+// The help of the options lists the names.
+template <class Names>
+CLI::Validator oneOf(const Names& names) {
+  return CLI::IsMember(names).description("");
 }
 
-Outcome<std::vector<HashType>> parseDigests(const std::string& list) {
-  std::vector<HashType> digests;
-  for (const std::string& name : split(list)) {
-    const std::size_t before = digests.size();
-    for (const HashType type :
-         {HashType::sha1, HashType::sha256, HashType::sha256Truncated, HashType::sha384}) {
-      if (name == nameOf(type)) digests.push_back(type);
+// Each subcommand adds itself to the program, and leaves its outcome.
+class MakeAuthority {
+ public:
+  MakeAuthority(CLI::App& program, Outcome<void>& outcome) {
+    auto& command = *program.add_subcommand(
+        "make-authority",
+        "Makes a test authority: root.pem (for linux_host.json), an intermediate and leaves like Developer ID ones, a\n"
+        "timestamping leaf, and their unprotected keys.");
+    command.add_option("FOLDER", folder_, "created if missing")->required();
+    command.add_option("--team", team_, "the leaves' team")->capture_default_str();
+    command.add_option("--name", name_, "part of the certificates' names")->capture_default_str();
+    command.callback([&] { outcome = TestAuthority::make(folder_, team_, name_); });
+  }
+
+ private:
+  std::string folder_, team_ = "LABTEAM001", name_ = "Lab Test";
+};
+
+class Sign {
+ public:
+  Sign(CLI::App& program, Outcome<void>& outcome) {
+    auto& command = *program.add_subcommand(
+        "sign",
+        "Signs Mach-O files (thin and universal), bundles from the inside out (also those whose main "
+        "executable is a\nscript), and UDIF disk images, in place.");
+    command.add_option("PATH", paths_, "what to sign")->required();
+    command.add_option("--authority", authority_, "the folder of a test authority");
+    command.add_option("--variant", variant_, kVariantHelp)->check(oneOf(kVariants));
+    command.add_option("--identity", identity_,
+                       "a .p12 key with its certificates, instead of a test authority's");
+    command.add_option("--password-file", passwordFile_, "its first line opens the identity");
+    command.add_option("--timestamp", options_.timestampURL,
+                       "an RFC 3161 server for secure timestamps; without one the signatures have none");
+    command.add_option("--identifier", options_.identifier, "else CFBundleIdentifier, else the file's name");
+    command.add_option("--team", options_.team,
+                       "written into the code directory instead of the leaf's own team");
+    command
+        .add_option("--digests", digests_,
+                    "of sha1,sha256,sha256t,sha384; one code directory each, the first is the primary one")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(oneOf(kDigests));
+    command.add_option("--flags", flags_, "runtime, expires, or numbers")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->transform(CLI::Transformer(kFlags).description(""));
+    command.add_option("--entitlements", entitlements_, "a property list")->check(CLI::ExistingFile);
+    command.add_option_function<std::string>(
+        "--time", [this](const std::string& text) { takeTime(text); },
+        "signing time, e.g. 20240131120000Z; default: now");
+    command.add_flag("--keep-nested", options_.keepNested,
+                     "seal nested code unchanged instead of signing it again");
+    command.callback([&] { outcome = run(); });
+  }
+
+ private:
+  void takeTime(const std::string& text) {
+    BERElement element;
+    element.tag = kBERGeneralizedTime;
+    element.content = viewOf(text);
+    time_ = timeOf(element);
+    if (!time_) throw CLI::ValidationError(text + " isn't a time like 20240131120000Z");
+  }
+
+  Outcome<void> run() {
+    using namespace std::chrono;
+    const Variant& variant = kVariants.at(variant_);
+    options_.stamped = variant.stamped;
+    options_.time = time_.value_or(variant.beforeExpiry ? sys_days{2021y / June / 1}
+                                                        : floor<seconds>(system_clock::now()));
+    for (const std::uint32_t flag : flags_) options_.flags |= flag;
+    options_.digests.clear();
+    for (const std::string& name : digests_) options_.digests.push_back(kDigests.at(name));
+    if (!entitlements_.empty()) {
+      const auto file = MappedFile::open(entitlements_, Links::follow);
+      if (!file) return handOn(file);
+      options_.entitlements = copyOf(file->bytes());
     }
-    if (digests.size() == before) return refuse("unknown digest {}", name);
-  }
-  if (digests.empty()) return refuse("no digest given");
-  return digests;
-}
-
-std::uint32_t parseFlags(const std::string& list) {
-  std::uint32_t flags = 0;
-  for (const std::string& name : split(list)) {
-    if (name == "runtime") flags |= kHardenedRuntimeFlag;
-    if (name == "expires") flags |= kForceExpirationFlag;
-    if (!name.empty() && name.find_first_not_of("0123456789xabcdefABCDEF") == std::string::npos &&
-        name[0] >= '0' && name[0] <= '9') {
-      flags |= static_cast<std::uint32_t>(std::stoul(name, nullptr, 0));
+    const auto identity = readIdentity(variant.leaf);
+    if (!identity) return handOn(identity);
+    const Signer signer(*identity, options_);
+    for (const std::string& path : paths_) {
+      if (auto done = signer.sign(path); !done) return done;
     }
+    return {};
   }
-  return flags;
-}
 
-Outcome<SigningOptions> readOptions(const CommandLine& line, const Variant* variant) {
-  SigningOptions options;
-  options.identifier = line.option("--identifier");
-  if (line.options.contains("--team")) options.team = line.option("--team");
-  options.flags = parseFlags(line.option("--flags"));
-  options.keepNested = line.options.contains("--keep-nested");
-  options.stamped = variant != nullptr && variant->stamped;
-  options.timestampURL = line.option("--timestamp");
-  const auto digests = parseDigests(line.option("--digests", "sha256"));
-  if (!digests) return handOn(digests);
-  options.digests = *digests;
-  const auto time =
-      parseTime(line.option("--time", variant != nullptr && variant->beforeExpiry ? "20210601000000Z" : ""));
-  if (!time) return handOn(time);
-  options.time = *time;
-  if (line.options.contains("--entitlements")) {
-    const auto file = MappedFile::open(line.option("--entitlements"), Links::follow);
-    if (!file) return handOn(file);
-    options.entitlements = copyOf(file->bytes());
+  Outcome<SigningIdentity> readIdentity(std::optional<LeafKind> leaf) const {
+    if (!leaf) return {};
+    if (!identity_.empty()) {
+      std::ifstream file(passwordFile_);
+      std::string password;
+      if (!std::getline(file, password)) return refuse("--password-file holds no password");
+      return SigningIdentity::fromPKCS12(identity_, password);
+    }
+    const auto authority = TestAuthority::load(authority_);
+    if (!authority) return handOn(authority);
+    return SigningIdentity(*authority, *leaf);
   }
-  return options;
-}
 
-int fail(const Failure& failure, int status) {
-  std::fputs(("error: " + failure.reason + "\n").c_str(), stderr);
-  return status;
-}
+  std::string authority_, variant_ = "valid", identity_, passwordFile_, entitlements_;
+  std::vector<std::string> paths_, digests_{"sha256"};
+  std::vector<std::uint32_t> flags_;
+  std::optional<std::chrono::sys_seconds> time_;
+  SigningOptions options_;
+};
 
-int makeAuthority(std::span<const std::string> arguments) {
-  const auto line = parse(arguments, {"--team", "--name"});
-  if (!line) return fail(line.error(), kUsage);
-  if (line->words.size() != 1) return fail({"make-authority takes one folder"}, kUsage);
-  const auto made = TestAuthority::make(line->words.front(), line->option("--team", "LABTEAM001"),
-                                        line->option("--name", "Lab Test"));
-  return made ? kDone : fail(made.error(), kFailed);
-}
-
-Outcome<SigningIdentity> readIdentity(const CommandLine& line, LeafKind kind) {
-  if (line.options.contains("--identity")) {
-    std::ifstream file(line.option("--password-file"));
-    std::string password;
-    if (!std::getline(file, password)) return refuse("--password-file holds no password");
-    return SigningIdentity::fromPKCS12(line.option("--identity"), password);
+class MakeMachO {
+ public:
+  MakeMachO(CLI::App& program, Outcome<void>& outcome) {
+    auto& command = *program.add_subcommand("make-macho", "Writes a small unsigned Mach-O file.");
+    command.add_option("FILE", path_, "made or replaced")->required();
+    command.add_option("--arch", processors_, "arm64 (default), x86_64 or arm64,x86_64 for a universal file")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->check(oneOf(kProcessors));
+    command.add_option("--type", type_, "execute (default), dylib or bundle")->check(oneOf(kTypes));
+    command.add_option("--text", text_, "the content of the section __text")->capture_default_str();
+    command.add_option("--size", size_, "of that section, in bytes");
+    command.add_option("--info-plist", infoPlist_, "the content of the section __info_plist")
+        ->check(CLI::ExistingFile);
+    command.callback([&] { outcome = run(); });
   }
-  const auto authority = TestAuthority::load(line.option("--authority"));
-  if (!authority) return handOn(authority);
-  return SigningIdentity(*authority, kind);
-}
 
-int sign(std::span<const std::string> arguments) {
-  const auto line = parse(
-      arguments, {"--authority", "--variant", "--identity", "--password-file", "--timestamp", "--identifier",
-                  "--team", "--digests", "--flags", "--entitlements", "--time", "--keep-nested"});
-  if (!line) return fail(line.error(), kUsage);
-  if (line->words.empty()) return fail({"no path given"}, kUsage);
-  const std::string name = line->option("--variant", "valid");
-  const auto* variant = std::ranges::find_if(kVariants, [&](const Variant& one) { return name == one.name; });
-  const bool isAdHoc = name == "ad-hoc";
-  if (!isAdHoc && variant == std::end(kVariants)) return fail({"unknown variant " + name}, kUsage);
-  auto options = readOptions(*line, isAdHoc ? nullptr : variant);
-  if (!options) return fail(options.error(), kUsage);
-  const auto identity = isAdHoc ? Outcome<SigningIdentity>() : readIdentity(*line, variant->leaf);
-  if (!identity) return fail(identity.error(), kFailed);
-  const Signer signer(*identity, *options);
-  for (const std::string& path : line->words) {
-    if (const auto done = signer.sign(path); !done) return fail(done.error(), kFailed);
+ private:
+  Outcome<void> run() const {
+    MachOPlan plan;
+    plan.fileType = kTypes.at(type_);
+    plan.text = copyOf(viewOf(text_));
+    if (size_) plan.text.resize(*size_, 0x90);
+    if (!infoPlist_.empty()) {
+      const auto file = MappedFile::open(infoPlist_, Links::follow);
+      if (!file) return handOn(file);
+      plan.infoPlist = copyOf(file->bytes());
+    }
+    std::vector<Bytes> slices;
+    for (const std::string& name : processors_) {
+      std::tie(plan.cpuType, plan.cpuSubtype) = kProcessors.at(name);
+      slices.push_back(makeMachO(plan));
+    }
+    if (auto written = replaceFile(path_, slices.size() == 1 ? slices.front() : makeUniversal(slices));
+        !written)
+      return written;
+    std::error_code error;
+    std::filesystem::permissions(path_, std::filesystem::perms(0755), error);
+    return {};
   }
-  return kDone;
-}
 
-Outcome<Bytes> planMachO(const CommandLine& line) {
-  static const std::map<std::string, std::uint32_t> kTypes{{"execute", 2}, {"dylib", 6}, {"bundle", 8}};
-  static const std::map<std::string, std::pair<std::uint32_t, std::uint32_t>> kProcessors{
-      {"arm64", {0x0100000c, 0}}, {"x86_64", {0x01000007, 3}}};
-  MachOPlan plan;
-  const auto type = kTypes.find(line.option("--type", "execute"));
-  if (type == kTypes.end()) return refuse("unknown type {}", line.option("--type"));
-  plan.fileType = type->second;
-  plan.text = copyOf(viewOf(line.option("--text", "fixture")));
-  if (line.options.contains("--size"))
-    plan.text.resize(std::strtoull(line.option("--size").c_str(), nullptr, 10), 0x90);
-  if (line.options.contains("--info-plist")) {
-    const auto file = MappedFile::open(line.option("--info-plist"), Links::follow);
-    if (!file) return handOn(file);
-    plan.infoPlist = copyOf(file->bytes());
-  }
-  std::vector<Bytes> slices;
-  for (const std::string& name : split(line.option("--arch", "arm64"))) {
-    const auto processor = kProcessors.find(name);
-    if (processor == kProcessors.end()) return refuse("unknown processor {}", name);
-    std::tie(plan.cpuType, plan.cpuSubtype) = processor->second;
-    slices.push_back(makeMachO(plan));
-  }
-  return slices.size() == 1 ? slices.front() : makeUniversal(slices);
-}
-
-int makeMachOFile(std::span<const std::string> arguments) {
-  const auto line = parse(arguments, {"--arch", "--type", "--text", "--size", "--info-plist"});
-  if (!line) return fail(line.error(), kUsage);
-  if (line->words.size() != 1) return fail({"make-macho takes one file"}, kUsage);
-  const auto file = planMachO(*line);
-  if (!file) return fail(file.error(), kUsage);
-  const std::filesystem::path path = line->words.front();
-  if (const auto written = replaceFile(path, *file); !written) return fail(written.error(), kFailed);
-  std::error_code error;
-  std::filesystem::permissions(path, std::filesystem::perms(0755), error);
-  return kDone;
-}
+  std::string path_, type_ = "execute", text_ = "fixture", infoPlist_;
+  std::vector<std::string> processors_{"arm64"};
+  std::optional<std::size_t> size_;
+};
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
-  const std::string command = words.empty() ? "" : words.front();
-  const auto rest = std::span<const std::string>(words).subspan(std::min<std::size_t>(1, words.size()));
-  if (command == "make-authority") return makeAuthority(rest);
-  if (command == "sign") return sign(rest);
-  if (command == "make-macho") return makeMachOFile(rest);
-  const bool wantsHelp = command == "--help" || command == "-h";
-  std::fputs(kHelp, wantsHelp ? stdout : stderr);
-  return wantsHelp ? kDone : kUsage;
+  CLI::App program{"Makes test authorities, Mach-O files, and signatures.", "lab-sign"};
+  program.require_subcommand(1)->footer(kFooter);
+  Outcome<void> outcome;
+  const MakeAuthority makeAuthority{program, outcome};
+  const Sign sign{program, outcome};
+  const MakeMachO makeMachO{program, outcome};
+  if (const auto ended = readCommandLine(program, argc, argv, kUsage)) return *ended;
+  if (outcome) return 0;
+  fmt::print(stderr, "lab-sign: {}\n", outcome.error().reason);
+  return kFailed;
 }
