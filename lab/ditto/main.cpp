@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr const char* kUsage = R"(kUsage: ditto [--noqtn] [-V] SOURCE DESTINATION
+constexpr const char* kUsage = R"(usage: ditto [--noqtn] [-V] SOURCE DESTINATION
        ditto -c -k [--sequesterRsrc] [--keepParent] SOURCE ARCHIVE
 Copies SOURCE and merges it into an existing DESTINATION; --noqtn doesn't copy the quarantine attribute.
 With -c -k, packs the content of SOURCE into the PKZip file ARCHIVE. Extended attributes aren't packed.

@@ -15,7 +15,7 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-constexpr const char* kUsage = R"(kUsage: hdiutil attach IMAGE [-plist] [-nobrowse] [-noverify] [-readonly]
+constexpr const char* kUsage = R"(usage: hdiutil attach IMAGE [-plist] [-nobrowse] [-noverify] [-readonly]
        hdiutil detach MOUNT_POINT_OR_DISK [-force] [-quiet]
        hdiutil info [-plist]
 Opens UDIF disk images (HFS+ or APFS) below the machine's Volumes folder, read-only. Needs 7zz.

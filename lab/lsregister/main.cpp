@@ -13,7 +13,7 @@ namespace {
 namespace fs = std::filesystem;
 using installer::ApplicationRegistry;
 
-constexpr const char* kUsage = R"(kUsage: lsregister -f PATH...   register application bundles
+constexpr const char* kUsage = R"(usage: lsregister -f PATH...   register application bundles
        lsregister -u PATH...   unregister them; an unregistered path is a success
        lsregister -dump        show the list
 )";

@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kUsage = R"(kUsage: open APPLICATION
+constexpr const char* kUsage = R"(usage: open APPLICATION
 Registers the application bundle and starts its main executable, detached. A running application is
 started again.
 )";

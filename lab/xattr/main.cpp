@@ -13,7 +13,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kUsage =
-    R"(kUsage: xattr [-l] [-r] FILE...              the names, with -l the values too
+    R"(usage: xattr [-l] [-r] FILE...              the names, with -l the values too
        xattr -p [-r] NAME FILE...           the value
        xattr -w [-r] NAME VALUE FILE...     set
        xattr -d [-r] NAME FILE...           remove
