@@ -12,7 +12,9 @@
 #include "Engine/EngineController.h"
 #include "EngineCLI/CommandLineFixture.h"
 #include "PackageSource.h"
+#include "StdinCommandListener.h"
 #include "Support/Sample.h"
+#include "Support/ScriptedPackageProvider.h"
 
 namespace installer {
 namespace {
@@ -25,6 +27,7 @@ class Interleavings : public test::CommandLineTest {
  protected:
   void runSeeds(unsigned count, const std::function<void(unsigned seed)>& one);
   void runOne(unsigned seed);
+  void runLateSource(unsigned seed);
   void runTwo(unsigned seed);
 
  private:
@@ -224,6 +227,38 @@ void Interleavings::runOne(unsigned seed) {
   complain(seed);
 }
 
+// A source that delivers its packages whatever is cancelled meanwhile.
+void Interleavings::runLateSource(unsigned seed) {
+  startSeed(seed);
+  arguments_ = {"run", "--action", "install"};
+  const auto source = std::make_shared<test::ScriptedPackageProvider>(machine.dispatch);
+  for (const auto identifier : apps) {
+    old_[identifier] = {};
+    const auto path = app(identifier).tempFilePath();
+    machine.files.addFile(path, image(identifier, "2.0"));
+    source->on(identifier)
+        .takes(upTo(20))
+        .reports("Downloading...")
+        .takes(upTo(20))
+        .delivers({.fileURL = path, .checksum = {}, .skipGatekeeper = false, .version = {}});
+  }
+  preparePrograms();
+  for (unsigned count = below(4); count > 0; --count) cancelSometime();
+  const auto controller = EngineController::make(source);
+  startStdinCommandListener(controller);
+  machine.signals.onTerminationRequest([controller] { controller->cancelAll(); });
+  const auto exitCode = controller->runInstall({apps.begin(), apps.end()}, Action::install, false);
+  for (const auto identifier : apps) {
+    const auto acquired = [name = app(identifier).displayName](const std::string& call) {
+      return call.starts_with("acquire " + name);
+    };
+    // A package that wasn't asked for wasn't downloaded.
+    if (std::ranges::none_of(source->calls(), acquired)) machine.files.erase(app(identifier).tempFilePath());
+  }
+  judge(std::to_underlying(exitCode));
+  complain(seed);
+}
+
 // Two engines on one machine, the second inside the run loop of the first. They share the process-wide
 // values, so this doesn't find a stale value in one of them.
 
@@ -321,6 +356,10 @@ void Interleavings::runSeeds(unsigned count, const std::function<void(unsigned s
 
 TEST_F(Interleavings, EndInOneDoneThatIsTrue) {
   runSeeds(10'000, [this](unsigned seed) { runOne(seed); });
+}
+
+TEST_F(Interleavings, OfCancelsAndASourceThatDeliversNevertheless) {
+  runSeeds(10'000, [this](unsigned seed) { runLateSource(seed); });
 }
 
 TEST_F(Interleavings, OfTwoEnginesEndInTwoDonesThatAreTrue) {
