@@ -1,4 +1,5 @@
 // Downloads that resume an interrupted one.
+#include <map>
 #include <sys/resource.h>
 
 #include "Base/POSIX/ProcessStart.h"
@@ -210,17 +211,23 @@ TEST_F(LinuxDownloads, RemovesWhatCouldBeResumedWithTheSession) {
   EXPECT_THAT(temporaryFiles(), IsEmpty());
 }
 
+// In the middle of a body, in its last bytes, and in the last ones before a lost connection.
 TEST_F(LinuxDownloads, FailsAtTheLimitForTheSizeOfFiles) {
-  serve({{"/a", {whole()}}});
+  serve({{"/middle", {whole()}}, {"/last", {whole()}}, {"/lost", {broken()}}});
   settleSignals();
   rlimit usual{};
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &usual), 0);
-  const rlimit limited{.rlim_cur = 100'000, .rlim_max = usual.rlim_max};
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
-  download("/a");
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &usual), 0);
-  EXPECT_EQ(errorCode(), URLErrorCode::cannotWriteToFile);
-  EXPECT_THAT(temporaryFiles(), IsEmpty());
+  const std::map<std::string, rlim_t> limits{
+      {"/middle", 100'000}, {"/last", kBodySize - 1}, {"/lost", 50'000}};
+  for (const auto& [path, bytes] : limits) {
+    const rlimit limited{.rlim_cur = bytes, .rlim_max = usual.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
+    recorder->error.reset();
+    download(path);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &usual), 0);
+    EXPECT_EQ(errorCode(), URLErrorCode::cannotWriteToFile) << path;
+    EXPECT_THAT(temporaryFiles(), IsEmpty()) << path;
+  }
 }
 
 TEST_F(LinuxDownloads, RemovesWhatADeadProcessLeft) {

@@ -112,6 +112,13 @@ CurlTransfer::Verdict LinuxDownloadTask::didReceiveBody(std::string_view bytes) 
   return Verdict::goOn;
 }
 
+// Writes the last bytes of the body; false, with `ownFailure_`, when that fails.
+bool LinuxDownloadTask::completeFile() {
+  const auto written = file_ ? file_->flush() : Result<>{};
+  if (!written) ownFailure_ = written.error();
+  return written.has_value();
+}
+
 CurlTransfer::Verdict LinuxDownloadTask::stopWith(Error error) {
   ownFailure_ = std::move(error);
   return Verdict::stop;
@@ -121,6 +128,7 @@ void LinuxDownloadTask::succeed() {
   if (continues_ && total_ != file_->length()) {
     return breakOff({.code = CURLE_PARTIAL_FILE, .osErrno = 0, .words = "the transfer ended early"});
   }
+  if (!completeFile()) return breakOff({});
   // After an error page or a refusal the earlier bytes can still be resumed.
   if (partial_) session().keepPartial(std::exchange(partial_, nullptr)->path());
   if (!file_) return endWith([this] { deliverRefusedRedirect(); });
@@ -152,7 +160,7 @@ void LinuxDownloadTask::breakOff(const CurlFailure& failure) {
     startRequest();
     return;
   }
-  if (ownFailure_) return endWith(std::move(*ownFailure_));
+  if (ownFailure_ || !completeFile()) return endWith(std::move(*ownFailure_));
   LinuxURLTask::breakOff(failure);
 }
 

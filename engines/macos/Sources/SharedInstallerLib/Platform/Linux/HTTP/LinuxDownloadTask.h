@@ -55,6 +55,7 @@ class LinuxDownloadTask : public LinuxURLTask {
   Verdict acceptFromStart(const ResponseHead& head);
   bool continuesPartial(const ResponseHead& head) const;
   void forgetPartial();
+  bool completeFile();
   Verdict stopWith(Error error);
   std::optional<ResumeData> resumable() const;
   void deliverFile(const Path& path);

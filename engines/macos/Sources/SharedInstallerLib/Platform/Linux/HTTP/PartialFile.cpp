@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "Base/POSIX/FileErrors.h"
+#include "Base/POSIX/FileTree.h"
 #include "Base/POSIX/HiddenSibling.h"
 #include "Platform/Linux/HTTP/CurlErrors.h"
 
@@ -22,6 +23,8 @@ namespace {
 constexpr std::string_view kPrefix = "kelo-download-";
 constexpr std::string_view kSuffix = ".part";
 constexpr std::size_t kRandomLength = 6;
+// A piece of a body has 16 kB. The system writes several of them in one call with half of the work.
+constexpr std::size_t kBufferBytes = std::size_t{128} << 10U;
 
 // The process that made a file of that name; absent for other names.
 std::optional<pid_t> makerOf(std::string_view name) {
@@ -76,16 +79,23 @@ PartialFile::~PartialFile() {
 }
 
 Result<> PartialFile::append(std::string_view bytes) {
+  length_ += static_cast<std::int64_t>(bytes.size());
   while (!bytes.empty()) {
-    const auto written = write(descriptor_, bytes.data(), bytes.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) {
-      return std::unexpected(urlError(URLErrorCode::cannotWriteToFile,
-                                      fmt::format("cannot write to {}: {}", path_, errnoText(errno))));
-    }
-    length_ += written;
-    bytes.remove_prefix(static_cast<std::size_t>(written));
+    const auto next = bytes.substr(0, kBufferBytes - unwritten_.size());
+    unwritten_ += next;
+    bytes.remove_prefix(next.size());
+    if (unwritten_.size() < kBufferBytes) continue;
+    if (auto written = flush(); !written) return written;
   }
+  return {};
+}
+
+Result<> PartialFile::flush() {
+  if (!writeAll(descriptor_, unwritten_)) {
+    return std::unexpected(urlError(URLErrorCode::cannotWriteToFile,
+                                    fmt::format("cannot write to {}: {}", path_, errnoText(errno))));
+  }
+  unwritten_.clear();
   return {};
 }
 

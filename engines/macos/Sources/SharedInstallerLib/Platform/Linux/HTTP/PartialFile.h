@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "Base/Error.h"
@@ -27,9 +28,12 @@ class PartialFile {
   PartialFile& operator=(const PartialFile&) = delete;
 
   const Path& path() const { return path_; }
+  // With the bytes that aren't written yet.
   std::int64_t length() const { return length_; }
-  // Appends all of `bytes`, or fails with `ErrorDomain::url`.
+  // Appends all of `bytes`. They are written when there are enough of them, or by `flush`, which must precede
+  // every other use of the file. Both fail with `ErrorDomain::url`.
   [[nodiscard]] Result<> append(std::string_view bytes);
+  [[nodiscard]] Result<> flush();
   void remove();
 
  private:
@@ -39,6 +43,7 @@ class PartialFile {
   int descriptor_;
   Path path_;
   std::int64_t length_;
+  std::string unwritten_;
 };
 
 }  // namespace installer
