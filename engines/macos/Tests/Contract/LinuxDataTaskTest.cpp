@@ -66,6 +66,7 @@ TEST_F(LinuxDataTasks, MapsFailures) {
          {"/line",
           {{{"head",
              {"HTTP/1.1 100 Continue\r\n\rX\r\nhttp/1.1 404 Not Found\r\nContent-Length: 0\r\n\r\n"}}}}},
+         {"/return", {{{"head", {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r5\r\n\r\n0\r\n\r\n"}}}}},
          {"/flood", {{{"head", {"HTTP/1.1 200 OK\r\n", {"X: 1\r\n", 100'000}}}}}},
          {"/interim",
           {{{"head", json::array({json::array({"HTTP/1.1 103 Early Hints\r\n\r\n", 100'000})})}}}}});
@@ -75,7 +76,7 @@ TEST_F(LinuxDataTasks, MapsFailures) {
   const auto stalled = fetch(URLRequest{.url = cdn("/stall"), .timeoutInterval = Duration{0.2}});
   EXPECT_EQ(stalled.error->code, URLErrorCode::timedOut);
   EXPECT_THAT(stalled.error->localizedDescription, HasSubstr("0.2 seconds"));
-  for (const auto* const path : {"/lengths", "/coding", "/line", "/flood", "/interim"}) {
+  for (const auto* const path : {"/lengths", "/coding", "/line", "/return", "/flood", "/interim"}) {
     const auto error = fetch(path).error.value_or(Error{});
     EXPECT_EQ(error.code, URLErrorCode::badServerResponse) << path << ": " << error.localizedDescription;
   }

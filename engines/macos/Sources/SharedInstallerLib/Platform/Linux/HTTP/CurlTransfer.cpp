@@ -84,8 +84,7 @@ CurlFailure CurlTransfer::silenceFailure() const {
               fmt::format("The request timed out: nothing arrived for {} seconds", request_.silence.count())};
 }
 
-// A line that begins with a line break ends a head, as in libcurl. Interim answers and the fields after a
-// body aren't reported.
+// An empty line ends a head. Interim answers and the fields after a body aren't reported.
 std::size_t CurlTransfer::receiveHeaderLine(std::string_view line) {
   lastActivity_ = Clock::now();
   if (isHeadComplete_) return line.size();
@@ -95,7 +94,13 @@ std::size_t CurlTransfer::receiveHeaderLine(std::string_view line) {
 
 CurlTransfer::Verdict CurlTransfer::judgeHeaderLine(std::string_view line) {
   if (headBytes_ > kMaximumHead) return reject("the server's answer has too long a head");
-  const bool isLast = line.starts_with('\r') || line.starts_with('\n');
+  // libcurl ends the head at a line that begins with one, and reports another value of a field than it acts
+  // on.
+  const auto carriageReturn = line.find('\r');
+  if (carriageReturn != std::string_view::npos && line.substr(carriageReturn) != "\r\n") {
+    return reject("the server's answer has a carriage return within a line");
+  }
+  const bool isLast = line == "\r\n" || line == "\n";
   // libcurl doesn't read the status after a lower-case "http/" and reports 200.
   if (std::exchange(startsHead_, isLast) && !line.starts_with("HTTP/")) {
     return reject("the server's answer has no status line");
