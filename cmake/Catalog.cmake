@@ -1,5 +1,5 @@
-# Writes the apps of protocol/catalog.json as rows of C++ tables into KELO_GENERATED: AppIdentifiers.inc and AppInfos.inc for
-# the engine, LabCatalog.inc for the lab.
+# Writes the apps of protocol/catalog.json into KELO_GENERATED: AppIdentifiers.inc with their names as enumerators, and the rows
+# of C++ tables: AppIdentifierRows.inc and AppInfos.inc for the engine, LabCatalog.inc for the lab.
 set(KELO_GENERATED ${CMAKE_BINARY_DIR}/generated)
 set(CATALOG_FILE ${PROJECT_SOURCE_DIR}/protocol/catalog.json)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CATALOG_FILE})
@@ -17,7 +17,8 @@ foreach(INDEX RANGE ${LAST_APP})
     set(FIRST_OTHER "")
   endif()
   string(REGEX REPLACE "\\.app$" "" EXECUTABLE ${appBundleName})
-  string(APPEND APP_IDENTIFIERS "{AppIdentifier::${id}, \"${id}\"},\n")
+  string(APPEND APP_IDENTIFIERS "${id},\n")
+  string(APPEND APP_IDENTIFIER_ROWS "{AppIdentifier::${id}, \"${id}\"},\n")
   string(APPEND APP_INFOS "{.id = AppIdentifier::${id},
  .displayName = \"${displayName}\",
  .appBundleName = \"${appBundleName}\",
@@ -40,5 +41,6 @@ foreach(INDEX RANGE ${LAST_APP})
  .packageName = \"${tempFileName}\"},\n")
 endforeach()
 file(CONFIGURE OUTPUT ${KELO_GENERATED}/AppIdentifiers.inc CONTENT "${APP_IDENTIFIERS}" @ONLY)
+file(CONFIGURE OUTPUT ${KELO_GENERATED}/AppIdentifierRows.inc CONTENT "${APP_IDENTIFIER_ROWS}" @ONLY)
 file(CONFIGURE OUTPUT ${KELO_GENERATED}/AppInfos.inc CONTENT "${APP_INFOS}" @ONLY)
 file(CONFIGURE OUTPUT ${KELO_GENERATED}/LabCatalog.inc CONTENT "${LAB_CATALOG}" @ONLY)

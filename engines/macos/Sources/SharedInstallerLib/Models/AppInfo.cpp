@@ -13,10 +13,8 @@ namespace installer {
 namespace {
 
 constexpr auto kCatalogRows = std::to_array<WireRow<AppIdentifier>>({
-#include "AppIdentifiers.inc"
+#include "AppIdentifierRows.inc"
 });
-static_assert(std::ranges::equal(kCatalogRows, AppIdentifiers::allCases, {}, &WireRow<AppIdentifier>::value),
-              "The cases of AppIdentifier are the apps of protocol/catalog.json in their order");
 
 }  // namespace
 

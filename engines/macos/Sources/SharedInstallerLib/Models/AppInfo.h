@@ -13,9 +13,11 @@
 
 namespace installer {
 
-// The four applications of the suite. An excluded application keeps its case; `AppProvider` decides whether
+// The apps of protocol/catalog.json. An excluded application keeps its case; `AppProvider` decides whether
 // this build offers it.
-enum class AppIdentifier { brenna, tolvi, rulo, galdivane };
+enum class AppIdentifier {
+#include "AppIdentifiers.inc"
+};
 
 // The identifier in the command line, events, configuration keys and CDN paths.
 std::string_view rawValue(AppIdentifier identifier);
@@ -23,8 +25,12 @@ std::string_view rawValue(AppIdentifier identifier);
 namespace AppIdentifiers {
 
 // In the order of the catalog.
-inline constexpr std::array allCases{AppIdentifier::brenna, AppIdentifier::tolvi, AppIdentifier::rulo,
-                                     AppIdentifier::galdivane};
+inline constexpr auto allCases = [] {
+  using enum AppIdentifier;
+  return std::array{
+#include "AppIdentifiers.inc"
+  };
+}();
 
 // Exact and case-sensitive; a lenient caller trims and lowercases first.
 std::optional<AppIdentifier> fromRawValue(std::string_view text);
