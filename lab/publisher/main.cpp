@@ -113,7 +113,7 @@ class CommandLine {
     addOffer(addChange("rollback", "Offers an earlier image again.", runChange<lab::rollBack>));
     addChange("withdraw", "Removes an earlier image.", runChange<lab::withdraw>);
     add("list", "Prints the version on offer and the other images.", runList)
-        .add_option("--app", arguments_.app, "brenna, tolvi, rulo or galdivane; all by default");
+        .add_option("--app", arguments_.app, "an app of the catalog, such as brenna; all by default");
     addTeam(add("verify", "Checks every package in the tree by the engine's rules.", runVerify));
     addScript("installer", "Makes the bundle of a release: signed, packed, with a list of its files.");
     addScript("probe", "Checks whether a live server meets the engine's needs.");
@@ -151,7 +151,7 @@ class CommandLine {
 
   CLI::App& addChange(const char* name, const char* description, int (*act)(PublishArguments&)) {
     auto& command = add(name, description, act);
-    command.add_option("--app", arguments_.app, "brenna, tolvi, rulo or galdivane")->required();
+    command.add_option("--app", arguments_.app, "an app of the catalog, such as brenna")->required();
     command.add_option("--version", arguments_.version, "numbers between points, such as 2.1")->required();
     command.add_option("--arch", arguments_.arch, "arm64, x64 or universal")->required();
     command.add_option("--destination", arguments_.destination,

@@ -32,7 +32,7 @@ TEST_F(ProtocolRun, TakesTheActionInAnyCaseAndReportsItInLowerCase) {
 TEST_F(ProtocolRun, InstallsAllAppsForAListWithoutPieces) {
   addBesideInstaller(rulo, "2.0");
   EXPECT_EQ(run({"run", "--action", "install", "--apps", ","}), 1);
-  EXPECT_EQ(machine.streams.events("done").at(0)["results"].size(), 4U);
+  EXPECT_EQ(machine.streams.events("done").at(0)["results"].size(), AppIdentifiers::allCases.size());
 }
 
 TEST_F(ProtocolRun, Uninstalls) {
