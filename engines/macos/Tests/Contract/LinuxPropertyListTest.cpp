@@ -144,6 +144,13 @@ TEST_F(LinuxPlists, AnOverlongListIsRefused) {
   expectCorrupt(xml("<string>" + std::string(PropertyListBounds::kBytes, 'x') + "</string>"), "17 MB");
 }
 
+TEST_F(LinuxPlists, AKeyWithANulIsRefused) {
+  expectCorrupt(binary({"\xD1\x01\x02", std::string{"\x53k\0y", 4}, "\x09"}), "ASCII");
+  expectCorrupt(binary({"\xD1\x01\x02", std::string{"\x62\0k\0\0", 5}, "\x09"}), "UTF-16");
+  EXPECT_EQ(lists.parse(binary({"\xD1\x01\x02", std::string{"\x61\0k", 3}, "\x09"})).value_or(nullptr),
+            (Json{{"k", true}}));
+}
+
 TEST_F(LinuxPlists, ABinaryListThatContainsItselfIsRefused) {
   expectCorrupt(binary({std::string{"\xA1\x00", 2}}), "an array of itself");
   expectCorrupt(binary({"\xA1\x01", std::string{"\xA1\x00", 2}}), "two arrays of each other");

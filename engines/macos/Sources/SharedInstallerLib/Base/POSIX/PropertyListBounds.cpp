@@ -67,33 +67,54 @@ class BinaryOutline {
     return bytes_.substr(offset, count);
   }
 
-  struct Container {
-    std::uint64_t references = 0;  // offset of the first
+  // The object's kind, and its bytes or references after the marker and the count.
+  struct Extent {
+    unsigned kind = 0;
+    std::uint64_t first = 0;
     std::uint64_t count = 0;
   };
 
-  // The references of the object at `offset`; none for a plain value; absent when it is malformed.
-  std::optional<Container> containerAt(std::uint64_t offset) const {
+  // Absent when the object is malformed.
+  std::optional<Extent> extentOf(std::uint64_t object) const {
+    const auto offset = bigEndian(bytes_.substr(table_ + object * offsetSize_, offsetSize_));
     const auto marker = at(offset, 1);
     if (!marker) return std::nullopt;
-    const unsigned kind = static_cast<std::uint8_t>((*marker)[0]) >> 4U;
-    std::uint64_t count = static_cast<std::uint8_t>((*marker)[0]) & 0x0FU;
-    const bool isDictionary = kind == 0xD;
-    if (!isDictionary && kind != 0xA && kind != 0xB && kind != 0xC) return Container{};
-    std::uint64_t first = offset + 1;
-    if (count == 0x0F) {
-      const auto sizeMarker = at(first, 1);
-      if (!sizeMarker) return std::nullopt;
-      const std::size_t width = std::size_t{1} << (static_cast<std::uint8_t>((*sizeMarker)[0]) & 0x0FU);
-      const auto size = at(first + 1, width);
-      if (!size || width > 8) return std::nullopt;
-      count = bigEndian(*size);
-      first += 1 + width;
+    const unsigned byte = static_cast<std::uint8_t>((*marker)[0]);
+    Extent extent{byte >> 4U, offset + 1, byte & 0x0FU};
+    if (extent.kind < 4 || extent.count != 0x0F) return extent;
+    const auto sizeMarker = at(extent.first, 1);
+    if (!sizeMarker) return std::nullopt;
+    const std::size_t width = std::size_t{1} << (static_cast<std::uint8_t>((*sizeMarker)[0]) & 0x0FU);
+    const auto size = at(extent.first + 1, width);
+    if (!size || width > 8) return std::nullopt;
+    extent.count = bigEndian(*size);
+    extent.first += 1 + width;
+    if (extent.count > objects_ * 2 + table_)
+      return std::nullopt;  // more than can fit; also prevents an overflow
+    return extent;
+  }
+
+  // The references of the object; none for a plain value; absent when it is malformed.
+  std::optional<Extent> containerOf(std::uint64_t object) const {
+    auto extent = extentOf(object);
+    if (!extent) return std::nullopt;
+    const bool isDictionary = extent->kind == 0xD;
+    if (!isDictionary && extent->kind != 0xA && extent->kind != 0xB && extent->kind != 0xC) return Extent{};
+    if (isDictionary) extent->count *= 2;
+    if (!at(extent->first, extent->count * referenceSize_)) return std::nullopt;
+    return extent;
+  }
+
+  // Text of ASCII or UTF-16 without a NUL. The library ends the process at a key with one.
+  bool isKey(std::uint64_t object) const {
+    const auto extent = object < objects_ ? extentOf(object) : std::nullopt;
+    if (!extent || (extent->kind != 5 && extent->kind != 6)) return false;
+    const std::size_t width = extent->kind == 6 ? 2 : 1;
+    const auto text = at(extent->first, extent->count * width);
+    for (std::size_t index = 0; text && index < text->size(); index += width) {
+      if (bigEndian(text->substr(index, width)) == 0) return false;
     }
-    if (count > objects_ * 2 + table_) return std::nullopt;  // more than can fit; also prevents an overflow
-    if (isDictionary) count *= 2;
-    if (!at(first, count * referenceSize_)) return std::nullopt;
-    return Container{first, count};
+    return text.has_value();
   }
 
   // The number of values that the object expands to; `kUnbounded` when it is malformed, in a cycle or too
@@ -101,13 +122,15 @@ class BinaryOutline {
   std::uint64_t weigh(std::uint64_t object, std::size_t depth) {
     if (object >= objects_ || depth > mostDepth_) return kUnbounded;
     if (weights_[object] != 0) return weights_[object];
-    const auto container = containerAt(bigEndian(bytes_.substr(table_ + object * offsetSize_, offsetSize_)));
+    const auto container = containerOf(object);
     if (!container) return kUnbounded;
+    const std::uint64_t keys = container->kind == 0xD ? container->count / 2 : 0;
     weights_[object] = kBeingWeighed;
     std::uint64_t sum = 1;
     for (std::uint64_t index = 0; index < container->count; ++index) {
-      const auto reference = bytes_.substr(container->references + index * referenceSize_, referenceSize_);
-      const std::uint64_t weight = weigh(bigEndian(reference), depth + 1);
+      const auto item = bigEndian(bytes_.substr(container->first + index * referenceSize_, referenceSize_));
+      if (index < keys && !isKey(item)) return kUnbounded;
+      const std::uint64_t weight = weigh(item, depth + 1);
       if (weight > mostValues_) return kUnbounded;
       sum += weight;
       if (sum > mostValues_) return kUnbounded;
