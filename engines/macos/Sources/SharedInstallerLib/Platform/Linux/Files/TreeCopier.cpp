@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <memory>
 #include <sys/ioctl.h>
 #include <sys/xattr.h>
 #include <vector>
@@ -121,13 +122,15 @@ bool TreeCopier::copyBytes(int source, int target) {
     break;
   }
   // Continues where the kernel stopped: at the end for most files, at the start on volumes without the call
-  // and for files whose reported size is 0 although they have content.
-  std::vector<char> buffer(1024UL * 1024);
+  // and for files whose reported size is 0 although they have content. The buffer isn't filled with zeroes,
+  // which would take a fifth of the time for small files.
+  constexpr std::size_t size = 1024UL * 1024;
+  const auto buffer = std::make_unique_for_overwrite<char[]>(size);
   for (;;) {
-    const auto count = retryInterrupted([&] { return ::read(source, buffer.data(), buffer.size()); });
+    const auto count = retryInterrupted([&] { return ::read(source, buffer.get(), size); });
     if (count < 0) return notReadable();
     if (count == 0) return true;
-    if (!writeAll(target, {buffer.data(), static_cast<std::size_t>(count)})) return false;
+    if (!writeAll(target, {buffer.get(), static_cast<std::size_t>(count)})) return false;
   }
 }
 
