@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "Base/POSIX/FileDescriptor.h"
+#include "Base/Text.h"
 #include "Platform/Linux/HTTP/CurlConnections.h"
 #include "Platform/Linux/HTTP/CurlTransfer.h"
 #include "Platform/Linux/HTTP/Validator.h"
@@ -79,6 +80,7 @@ struct Verdict {
   curl_off_t length = -1;
   std::string body;
   std::string redirect;           // the target; empty without one
+  bool hasSeveralPlaces = false;  // then libcurl takes the first one, and the host the last one
   std::set<std::string> lengths;  // the different lengths in the head
 };
 
@@ -102,6 +104,8 @@ Verdict verdictOfCurl(std::string_view answer) {
   curl_easy_getinfo(handle.get(), CURLINFO_REDIRECT_URL, &redirect);
   verdict.redirect = redirect == nullptr ? "" : redirect;
   curl_header* field = nullptr;
+  const auto words = lowercased(answer);
+  verdict.hasSeveralPlaces = words.find("location") != words.rfind("location");
   for (std::size_t i = 0;
        curl_easy_header(handle.get(), "Content-Length", i, CURLH_HEADER, -1, &field) == CURLHE_OK; ++i) {
     verdict.lengths.insert(field->value);
@@ -167,7 +171,7 @@ void requireValidatorLaws(const ResponseHead& head) {
 
 void requireRedirectLaws(const ResponseHead& head, const Verdict& verdict) {
   const auto target = head.redirectTarget();
-  if (!target) return;
+  if (!target || verdict.hasSeveralPlaces) return;
   require(target->absoluteString().empty() || target->scheme().has_value(),
           "a redirect leads to an absolute address");
   require(target->absoluteString().empty() || target->absoluteString() == verdict.redirect,
