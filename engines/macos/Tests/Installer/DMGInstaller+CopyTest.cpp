@@ -185,6 +185,21 @@ TEST_F(CopyBundle, ThatIsNotGenuineTakesNothingElseWithIt) {
             "leaving it alone");
 }
 
+// Another process replaces the bundle after its verification; the link's target could change afterwards.
+TEST_F(CopyBundle, ThatIsALinkIsRemovedHoweverGenuineItsTarget) {
+  const Path elsewhere = "/Users/tester/Brenna.app";
+  mac.addApp(elsewhere, brenna("2.0"));
+  mac.programs.on(mac.paths.codesign).doesNext([&](const Arguments& /*arguments*/) {
+    mac.files.erase(source);
+    mac.files.addSymlink(source, elsewhere);
+    return ProgramExit{};
+  });
+  install();
+  expectFailure(removedAgain, ErrorCode::signatureFailed);
+  EXPECT_FALSE(mac.files.exists(destination));
+  EXPECT_EQ(mac.files.read(elsewhere + "/Contents/MacOS/app"), "new binary");
+}
+
 TEST_F(CopyBundle, ThatIsNotGenuineIsRemovedAsAdministratorWhenTheUserMayNot) {
   mac.files.setWritable("/Applications", false);
   theCopyIsNotGenuine();

@@ -7,6 +7,7 @@ namespace installer::test {
 void FaultPlan::record() {
   calls_.clear();
   index_.reset();
+  act_ = nullptr;
   isRecording_ = true;
 }
 
@@ -14,6 +15,12 @@ void FaultPlan::fail(std::size_t index, std::size_t fault) {
   record();
   index_ = index;
   fault_ = fault;
+}
+
+void FaultPlan::interfere(std::size_t index, std::function<void()> act) {
+  record();
+  index_ = index;
+  act_ = std::move(act);
 }
 
 void FaultPlan::stop() {
@@ -24,7 +31,11 @@ std::optional<std::size_t> FaultPlan::faultOf(std::string_view service, std::str
                                               std::vector<std::string> faults) {
   if (!isRecording_ || pauses_ > 0) return std::nullopt;
   calls_.push_back({std::string{service} + " " + std::string{what}, std::move(faults)});
-  return calls_.size() - 1 == index_ ? std::optional{fault_} : std::nullopt;
+  if (calls_.size() - 1 != index_) return std::nullopt;
+  if (!act_) return fault_;
+  const Pause pause{*this};
+  act_();
+  return std::nullopt;
 }
 
 bool FaultPlan::answersNo(std::string_view question, std::string_view what) {

@@ -1,6 +1,8 @@
-// Records the engine's calls across the seam that can fail, in order, and makes one of them fail.
+// Records the engine's calls across the seam that can fail, in order. Makes one of them fail, or changes the
+// machine before one of them.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,6 +21,8 @@ class FaultPlan {
   void record();
   // The same, and the call at `index` of the list fails with its fault at `fault`.
   void fail(std::size_t index, std::size_t fault);
+  // The same, and `act` runs before the call at `index`, which then has its usual result.
+  void interfere(std::size_t index, std::function<void()> act);
   void stop();  // afterwards no call is listed, and none fails
   const std::vector<Call>& calls() const { return calls_; }
 
@@ -46,6 +50,7 @@ class FaultPlan {
   int pauses_ = 0;
   std::optional<std::size_t> index_;
   std::size_t fault_ = 0;
+  std::function<void()> act_;  // empty: the call at `index_` fails
 };
 
 }  // namespace installer::test

@@ -163,7 +163,7 @@ bool SimulatedAdministrator::runCommand(const std::vector<std::string>& words) {
     return !files_.exists(words[2]) || files_.removeInPlace(words[2]).has_value();
   }
   if (words.size() == 4 && words[0] == "/usr/bin/ditto" && words[1] == "--noqtn") {
-    return files_.copyItem(words[2], words[3]).has_value();
+    return files_.mergeTree(words[2], words[3]).has_value();
   }
   if (words.size() == 4 && words[0] == "/usr/sbin/chown" && words[1] == "-R") return files_.exists(words[3]);
   return false;

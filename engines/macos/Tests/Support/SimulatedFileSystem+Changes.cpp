@@ -72,11 +72,19 @@ Result<std::unique_ptr<FileLock>> SimulatedFileSystem::tryLock(const Path& path)
 
 Result<> SimulatedFileSystem::copyItem(const Path& source, const Path& destination) {
   if (auto wanted = injected(Operation::copy, source, destination)) return std::unexpected(*wanted);
+  return copyTree(source, destination);
+}
+
+Result<> SimulatedFileSystem::copyTree(const Path& source, const Path& destination) {
   const auto from = resolved(source, LastLink::keep);
   const auto to = resolved(destination, LastLink::keep);
-  if (!nodes_.contains(from)) return std::unexpected(error(CocoaError::fileReadNoSuchFile, source));
-  if (auto checked = checkDestination(to); !checked) return checked;
+  const auto checkEnds = [&]() -> Result<> {
+    if (!nodes_.contains(from)) return std::unexpected(error(CocoaError::fileReadNoSuchFile, source));
+    return checkDestination(to);
+  };
+  if (auto checked = checkEnds(); !checked) return checked;
   (void)clearLeftovers(destination);
+  if (auto checked = checkEnds(); !checked) return checked;  // another process may have changed them
   for (const auto& one : subtree(from)) {
     if (!nodes_.at(one)->readable && !root_) {
       return std::unexpected(error(CocoaError::fileReadNoPermission, one));
@@ -152,13 +160,32 @@ bool SimulatedFileSystem::clearLeftovers(const Path& path) {
 // Removes children first. When one of them is made to fail, the earlier ones stay removed.
 Result<> SimulatedFileSystem::removeTree(const Path& path) {
   if (auto wanted = injected(Operation::remove, path)) return std::unexpected(*wanted);
-  if (nodes_.at(path)->kind == Node::Kind::directory) {
-    for (const auto& child : children(path)) {
-      if (auto removed = removeTree(child); !removed) return removed;
-    }
+  if (!nodes_.contains(path)) return {};
+  const auto node = nodes_.at(path);
+  for (const auto& child : children(path)) {
+    if (auto removed = removeTree(child); !removed) return removed;
+    // Another process may have removed or replaced the folder.
+    if (!nodes_.contains(path)) return {};
+    if (nodes_.at(path) != node) return std::unexpected(error(CocoaError::fileWriteUnknown, path));
   }
   volumeOf(path).free += allocatedSize(path);
   nodes_.erase(path);
+  return {};
+}
+
+Result<> SimulatedFileSystem::mergeTree(const Path& source, const Path& destination) {
+  if (auto wanted = injected(Operation::copy, source, destination)) return std::unexpected(*wanted);
+  const auto* const old = find(destination);
+  if (old == nullptr || old->kind != Node::Kind::directory) return copyTree(source, destination);
+  const auto from = resolved(source, LastLink::keep);
+  const auto to = resolved(destination, LastLink::follow);
+  for (const auto& one : subtree(from)) {
+    const auto place = to + one.substr(from.size());
+    const auto found = nodes_.find(place);
+    const bool isKept = found != nodes_.end() && found->second->kind == Node::Kind::directory;
+    if (!isKept) put(place, Node{*nodes_.at(one)});
+  }
+  changes_.push_back("copy " + source + " -> " + destination);
   return {};
 }
 

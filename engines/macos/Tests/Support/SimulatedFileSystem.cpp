@@ -527,7 +527,8 @@ bool SimulatedFileSystem::visitBelow(const Path& shown, const Path& directory, H
                                      const Visitor& visit, const ErrorHandler& onError) {
   for (const auto& path : children(directory)) {
     const auto name = lastPathComponent(path);
-    if (hidden == HiddenEntries::skip && name.starts_with('.')) continue;
+    const bool isGone = !nodes_.contains(path);
+    if (isGone || (hidden == HiddenEntries::skip && name.starts_with('.'))) continue;
     const auto node = nodes_.at(path);
     DirectoryEntry entry{.path = joined(shown, name),
                          .isDirectory = node->kind == Node::Kind::directory,

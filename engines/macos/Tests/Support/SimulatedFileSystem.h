@@ -99,6 +99,8 @@ class SimulatedFileSystem : public FileSystem {
   std::map<std::string, std::string> snapshot(const Path& path) const;
   // Like `rm -rf`: what a failure leaves keeps its name.
   Result<> removeInPlace(const Path& path);
+  // Like `ditto`: copies into an existing folder, also into that of a link.
+  Result<> mergeTree(const Path& source, const Path& destination);
   // The engine's successful changes in order: "move /a -> /b", "copy /a -> /b", "remove /a", "create /a",
   // "write /a". Appends to open files aren't included.
   const std::vector<std::string>& changes() const { return changes_; }
@@ -153,6 +155,7 @@ class SimulatedFileSystem : public FileSystem {
   std::shared_ptr<Node> put(const Path& path, Node node);
   void rename(const Path& source, const Path& destination);
   void duplicate(const Path& source, const Path& destination);
+  Result<> copyTree(const Path& source, const Path& destination);
   Result<> removeTree(const Path& path);
   Result<> checkFolderForWriting(const Path& path);
   Result<> checkTakingAway(const Path& path);

@@ -12,9 +12,12 @@ namespace installer {
 
 namespace {
 
-std::optional<FileIdentity> identityAt(const Path& path) {
-  const auto item = machine().files.attributes(path);
+std::optional<FileIdentity> identityOf(const Result<FileAttributes>& item) {
   return item ? std::optional{item->identity} : std::nullopt;
+}
+
+bool isLink(const Result<FileAttributes>& item) {
+  return item && item->isSymbolicLink;
 }
 
 // The Info.plist of the bundle at `path`; empty when it can't be read.
@@ -63,12 +66,18 @@ Installation::End Installation::copyAsAdministrator() const {
 }
 
 Installation::End Installation::verifyCopy() const {
-  const auto copy = identityAt(destination_);
-  if (ChecksumVerifier::verifyCodeRequirement(destination_)) return std::nullopt;
+  // A link is refused, as in `verifySource`: only its target is verified, which can change afterwards.
+  FileSystem& files = machine().files;
+  const auto copy = files.attributes(destination_);
+  const bool isGenuine = !isLink(copy) && ChecksumVerifier::verifyCodeRequirement(destination_);
+  const auto verified = files.attributes(destination_);
+  const bool isReplaced = identityOf(verified) != identityOf(copy);
+  const bool isUnknown = !copy || !verified;
+  if (isGenuine && !isLink(verified) && (!isReplaced || isUnknown)) return std::nullopt;
   logError(
       "DMGInstaller: the installed copy at {} does not satisfy the signing requirement — removing it rather than leaving unverified code in /Applications",
       destination_);
-  if (identityAt(destination_) != copy) {
+  if (isReplaced) {
     log("DMGInstaller: {} is no longer the copy that was made — leaving it alone", destination_);
   } else if (!removeInstalledBundle()) {
     logError(
