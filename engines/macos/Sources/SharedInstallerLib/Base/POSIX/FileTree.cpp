@@ -37,8 +37,9 @@ bool removeEntry(int folder, const char* name, TreeOwner owner, int levels) {
     errno = ENAMETOOLONG;
     return false;
   }
+  // Another process may replace the folder by a link, whose target must keep its mode.
   if (owner == TreeOwner::ours && (status->st_mode & S_IRWXU) != S_IRWXU &&
-      ::fchmodat(folder, name, S_IRWXU, 0) != 0) {
+      ::fchmodat(folder, name, S_IRWXU, AT_SYMLINK_NOFOLLOW) != 0) {
     return false;
   }
   const FileDescriptor inside = openFolder(folder, name);

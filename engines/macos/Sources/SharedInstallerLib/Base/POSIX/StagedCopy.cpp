@@ -17,14 +17,18 @@ StagedCopy::~StagedCopy() {
   errno = kept;
 }
 
-bool StagedCopy::commit() {
+bool StagedCopy::commit(const struct stat& made) {
   // Flushes the bytes before the rename: after a loss of power the disk can have the new name without the
   // bytes written before it.
   if (!flushVolume(folder_)) return false;
   committed_ = renameWithoutReplacing(folder_, stagingName(), folder_, name_.c_str());
+  if (!committed_) return false;
   // Flushes the name too, because the caller may rely on it: a move then removes the original.
-  if (committed_) flushFolder(folder_);
-  return committed_;
+  flushFolder(folder_);
+  const auto found = linkStatus(folder_, name_.c_str());
+  if (found && found->st_dev == made.st_dev && found->st_ino == made.st_ino) return true;
+  errno = EEXIST;
+  return false;
 }
 
 }  // namespace installer

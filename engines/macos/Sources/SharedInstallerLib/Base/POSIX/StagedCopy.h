@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <sys/stat.h>
 
 #include "Base/POSIX/HiddenSibling.h"
 
@@ -19,8 +20,9 @@ class StagedCopy {
 
   const char* stagingName() const { return sibling_.name(); }
 
-  // Flushes the copy to disk and gives it its final name. False with errno set: EEXIST when the name exists.
-  bool commit();
+  // Flushes the copy `made` to disk and gives it its final name. False with errno set: EEXIST when the name
+  // exists, also when it has another item afterwards because the staging name was replaced.
+  bool commit(const struct stat& made);
 
  private:
   int folder_;

@@ -23,7 +23,8 @@ Result<> copyStaged(NSString* from, const Path& destination) {
   if (![manager() copyItemAtPath:from toPath:nsString(joined(parent, staged.stagingName())) error:&problem]) {
     return std::unexpected(inTheNameOf(destination, staged.stagingName(), error(problem)));
   }
-  if (!staged.commit()) return fileFailure(FileAccess::write, errno, destination, kCopied);
+  const auto made = linkStatus(folder.get(), staged.stagingName());
+  if (!made || !staged.commit(*made)) return fileFailure(FileAccess::write, errno, destination, kCopied);
   return {};
 }
 

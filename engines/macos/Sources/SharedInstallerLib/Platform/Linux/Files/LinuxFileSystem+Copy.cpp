@@ -37,7 +37,7 @@ Result<> LinuxFileSystem::copyItem(const Path& source, const Path& destination) 
     return copier.failedReading() ? fileFailure(FileAccess::read, errno, source, kCopied)
                                   : fileFailure(FileAccess::write, errno, destination, kCopied);
   }
-  if (!staged.commit()) return fileFailure(FileAccess::write, errno, destination, kCopied);
+  if (!staged.commit(copier.made())) return fileFailure(FileAccess::write, errno, destination, kCopied);
   return {};
 }
 

@@ -7,6 +7,7 @@
 #include <memory>
 #include <sys/ioctl.h>
 #include <sys/xattr.h>
+#include <utility>
 #include <vector>
 
 #include "Base/POSIX/FileTree.h"
@@ -69,7 +70,7 @@ bool TreeCopier::copyFile(int sourceFolder, const char* sourceName, int folder, 
       ::openat(sourceFolder, sourceName, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK)};
   if (!source) return notReadable();
   const FileDescriptor target{::openat(folder, name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)};
-  if (!target) return false;
+  if (!target || !remember(target.get())) return false;
   return copyBytes(source.get(), target.get()) && finish(source.get(), target.get(), status);
 }
 
@@ -79,7 +80,7 @@ bool TreeCopier::copyLink(int sourceFolder, const char* sourceName, int folder, 
   const auto length = ::readlinkat(sourceFolder, sourceName, destination.data(), destination.size());
   if (length < 0) return notReadable();
   destination.resize(static_cast<std::size_t>(length));
-  if (::symlinkat(destination.c_str(), folder, name) != 0) return false;
+  if (::symlinkat(destination.c_str(), folder, name) != 0 || !remember(folder, name)) return false;
   const timespec times[2] = {status.st_atim, status.st_mtim};
   // Failures are ignored: some volumes can't set a link's times.
   (void)::utimensat(folder, name, times, AT_SYMLINK_NOFOLLOW);
@@ -134,10 +135,9 @@ bool TreeCopier::copyBytes(int source, int target) {
   }
 }
 
-bool TreeCopier::remember(int made) {
-  if (topMade_) return true;
-  topMade_ = true;
-  return ::fstat(made, &top_) == 0;
+bool TreeCopier::remember(int made, const char* name) {
+  if (std::exchange(topMade_, true)) return true;
+  return ::fstatat(made, name, &top_, AT_EMPTY_PATH | AT_SYMLINK_NOFOLLOW) == 0;
 }
 
 bool TreeCopier::mayEnter(const struct stat& status) const {
