@@ -117,8 +117,9 @@ export class Stage {
 
   private enter(socket: Socket): void {
     let part: Part | undefined;
+    // A process can end before it has read what the test says. The lines report the socket's errors, too.
     socket.on('error', () => undefined);
-    createInterface(socket).on('line', (line) => {
+    createInterface(socket).on('error', () => undefined).on('line', (line) => {
       const told = JSON.parse(line) as Told & { words: string[]; pid: number };
       if (part) part.take(told);
       else part = this.meet(new Part(socket, told.words, told.pid));
