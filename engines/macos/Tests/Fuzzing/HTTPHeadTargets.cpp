@@ -169,11 +169,19 @@ void requireValidatorLaws(const ResponseHead& head) {
           "a validator is one line of a request");
 }
 
-// The scheme, the host and the port.
-std::string origin(std::string_view address) {
-  const auto host = address.find("://");
-  return lowercased(
-      address.substr(0, address.find_first_of("/?#", host == std::string_view::npos ? 0 : host + 3)));
+// The scheme, the host and the port, as libcurl reads them when it follows a redirect.
+std::string origin(const std::string& address) {
+  const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url{curl_url(), &curl_url_cleanup};
+  curl_url_set(url.get(), CURLUPART_URL, kAddress, 0);  // libcurl can leave out the scheme
+  curl_url_set(url.get(), CURLUPART_URL, address.c_str(), CURLU_NON_SUPPORT_SCHEME | CURLU_URLENCODE);
+  std::string parts;
+  for (const auto part : {CURLUPART_SCHEME, CURLUPART_HOST, CURLUPART_PORT}) {
+    char* text = nullptr;
+    if (curl_url_get(url.get(), part, &text, CURLU_DEFAULT_PORT) == CURLUE_OK) parts += lowercased(text);
+    curl_free(text);
+    parts += ' ';
+  }
+  return parts;
 }
 
 void requireRedirectLaws(const ResponseHead& head, const Verdict& verdict) {
@@ -195,7 +203,8 @@ void fuzzHTTPHead(std::string_view text) {
   const auto& head = receiver->head;
   const bool isEncoded = head && head->isEncoded();
   if (failure.code != CURLE_OK) {
-    const bool isCurls = verdict.code != CURLE_OK || isEncoded;
+    // Without the engine's options libcurl passes on a body in a coding that it doesn't know.
+    const bool isCurls = verdict.code != CURLE_OK || isEncoded || failure.code == CURLE_BAD_CONTENT_ENCODING;
     const bool isHeadCut = !head && failure.code == CURLE_WEIRD_SERVER_REPLY && failure.words.empty();
     return require(isCurls || isHeadCut || isOwnRefusal(failure),
                    "what libcurl takes is refused for a known reason only");
