@@ -320,7 +320,7 @@ TEST_F(Programs, TheFirstOfSeveralChangedResourcesIsNamed) {
   EXPECT_EQ(verifyCode(app).status, 0) << verifyCode(app).text;
   for (const int number : {199, 198, 171, 170, 150}) {
     flipByte(resources / fmt::format("part-{}", number), large - 1);
-    expectRefused(app, fmt::format("a sealed resource has been modified: Resources/part-{}", number).c_str());
+    expectRefused(app, fmt::format("a sealed resource has been modified: Resources/part-{}", number));
   }
 }
 

@@ -53,7 +53,7 @@ Json loaded(SimulatedMachine& machine, std::string_view text) {
 }
 
 bool isEmptyText(const Json& text) {
-  return text == "";
+  return text.is_string() && text.get<std::string>().empty();
 }
 
 void requireShape(const Json& config) {
