@@ -22,7 +22,8 @@ class PromptServer:
         self._socket.bind(self.path)
         os.chmod(self.path, 0o777)
         self._socket.listen()
-        threading.Thread(target=self._serve, daemon=True).start()
+        self._thread = threading.Thread(target=self._serve, daemon=True)
+        self._thread.start()
 
     def _serve(self):
         while True:
@@ -49,4 +50,7 @@ class PromptServer:
             connection.sendall(bytes([status & 0xFF]))
 
     def close(self):
+        # A thread that still waits for this descriptor would take the connections of the next socket with its number.
+        self._socket.shutdown(socket.SHUT_RDWR)
+        self._thread.join()
         self._socket.close()
