@@ -1,4 +1,4 @@
-"""Rules of every Python suite: unlisted skips fail, and a suite can run in parts."""
+"""Rules for every Python suite: unlisted skips fail, and a suite can run in parts."""
 
 import pytest
 

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Writes into the tree what follows from catalog.json, vocabulary.json and the strict schemas.
+"""Generates schemas and parts of other files from catalog.json, vocabulary.json and the strict schemas.
 
-The strict schemas say what this engine writes; their lists of words come from the catalog and the vocabulary. The open
-schemas also accept what a later engine of the same protocol version may add: keys, words and kinds of event. In other
-files, a generated part is enclosed by comments: "generated: NAME" and "end".
+The strict schemas describe the events of this engine; their lists of words come from the catalog and the vocabulary. The
+open schemas also accept the additions of a later engine with the same protocol version: keys, words and kinds of event. In
+other files, the comments "generated: NAME" and "end" enclose a generated part.
 """
 
 import copy
@@ -82,7 +82,7 @@ def opened(node):
     made = {key: value if key == "if" else opened(value) for key, value in node.items()}
     if made.get("additionalProperties") is False:
         del made["additionalProperties"]
-    # What only some events have now, others may have later.
+    # A later engine may add a key to events that don't have it now.
     made.pop("else", None)
     if made.get("type") == "integer":
         made.pop("maximum", None)
@@ -93,7 +93,7 @@ def opened(node):
 
 
 def any_event(strict):
-    """Without the discriminator, which refuses unknown kinds of event; one more case accepts them."""
+    """The schema of all events, without the discriminator, which refuses unknown kinds, and with a case for these."""
     made = copy.deepcopy(strict)
     del made["discriminator"]
     made["oneOf"].append({

@@ -1,6 +1,6 @@
 """The lab's certificate authority, and certificates for the CDN's names.
 
-Made with openssl. The engine trusts the authority only if linux_host.json has it.
+The engine trusts the authority only if linux_host.json names it.
 """
 
 import subprocess

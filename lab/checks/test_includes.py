@@ -1,4 +1,4 @@
-"""Includes run one way, from the command line down to Base; the lab takes from the engine only what it shares with it."""
+"""A layer of the engine includes only itself and lower layers, and the lab includes only the headers that it shares."""
 
 import pathlib
 import re
@@ -7,7 +7,7 @@ TOP = pathlib.Path(__file__).resolve().parents[2]
 LIBRARY = TOP / "engines/macos/Sources/SharedInstallerLib"
 LAYERS = ["Base", "Platform", "Models", "Utils", "Installer", "Engine"]  # each may include itself and those before it
 HOSTS = ("Platform/Linux/", "Platform/Darwin/")
-# What a publisher's tool has to read and judge as the engine does.
+# The parts of the engine with which the publisher's tools read and check files.
 SHARED_WITH_THE_LAB = re.compile(r"Base/|Models/|Utils/URLTrust\.h")
 INCLUDE = re.compile(r'^#(?:include|import) "([A-Z]\w*/[^"]+)"', re.MULTILINE)
 

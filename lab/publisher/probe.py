@@ -1,12 +1,12 @@
 #!/usr/bin/python3
-"""lab-publish probe URL: asks a live tree what the engine needs of it, and says what is missing.
+"""lab-publish probe URL: checks that a live tree meets the engine's requirements, and prints the problems.
 
-URL is the base address of the build, as in cdn.domains of its installer_config.json. Every package is looked for where the
-engine looks; for each that is there, probe asks about metadata, image, byte ranges, validators, codings, lifetimes, redirects,
-and how a missing file is answered. It transfers less than a few megabytes per package; --download fetches the images whole and
-compares their digests.
+URL is the base address of the build, as in cdn.domains of its installer_config.json. probe requests each package where the
+engine does. For each package found it checks metadata, image, byte ranges, validators, codings, lifetimes, redirects and the
+answer for a missing file. It transfers at most a few megabytes per package; --download fetches whole images and compares
+their digests.
 
-Exit status: 0 sound, 1 not, 64 usage.
+Exit status: 0 no problems, 1 problems, 64 usage.
 """
 
 import argparse
@@ -34,7 +34,7 @@ CHECKSUM = re.compile(r"\s*[0-9a-fA-F]{64}\s*")
 
 
 class UnreachableError(Exception):
-    """No answer that could be judged."""
+    """There is no usable answer."""
 
 
 class Answer:
@@ -44,7 +44,7 @@ class Answer:
 
     @property
     def lifetime(self):
-        """Seconds for which a cache may answer without asking; None if the server leaves that to the cache."""
+        """Seconds for which a cache may answer without revalidation; None if the answer doesn't limit them."""
         directives = dict(part.strip().lower().partition("=")[::2] for part in self.header("Cache-Control").split(","))
         if "no-cache" in directives or "no-store" in directives:
             return 0
@@ -53,7 +53,7 @@ class Answer:
 
     @property
     def validator(self):
-        """What a resumed download can name: a strong tag, else a date."""
+        """The validator for If-Range: a strong tag, else a date."""
         tag = self.header("ETag")
         return tag if tag.startswith('"') else self.header("Last-Modified")
 
@@ -104,7 +104,7 @@ class Server:
 
 
 class Package:
-    """One place where the engine looks, and what is wrong with it."""
+    """One place where the engine looks for a package, and its problems."""
 
     def __init__(self, server, folder, downloads):
         self.server, self.folder, self.downloads = server, folder, downloads
@@ -199,8 +199,8 @@ def arguments_of():
     parser.add_argument("--configuration", type=Path, help="the build's installer_config.json: names and trusted hosts")
     parser.add_argument("--app", action="append", choices=APPS, help="only this app; can be repeated")
     parser.add_argument("--download", action="store_true", help="fetch the images whole")
-    parser.add_argument("--ca", metavar="PEM", help="believe these authorities instead of the system's")
-    parser.add_argument("--connect", action="append", default=[], metavar="HOST=ADDRESS:PORT", help="where HOST really is")
+    parser.add_argument("--ca", metavar="PEM", help="trust these authorities instead of the system's")
+    parser.add_argument("--connect", action="append", default=[], metavar="HOST=ADDRESS:PORT", help="connect to this address for HOST")
     return parser.parse_args()
 
 

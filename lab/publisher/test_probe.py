@@ -1,4 +1,4 @@
-"""lab-publish probe, against nginx that is set up as packaging/cdn.md says, and in every way that it warns of."""
+"""lab-publish probe, with nginx configured as in packaging/cdn.md, and with each fault that the page warns of."""
 
 import json
 import os
@@ -30,7 +30,7 @@ def tree(tmp_path_factory):
 
 @pytest.fixture
 def probed(tree, tmp_path):
-    """probed(locations, *options): what probe says of nginx with these directives."""
+    """probed(locations, *options): the result of probe for nginx with these directives."""
     started = []
 
     def probe(locations=WELL, *options, base=f"https://{HOST}", served=tree):

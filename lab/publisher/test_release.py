@@ -1,4 +1,4 @@
-"""lab-publish installer: a release made from scratch with an identity of our own, and taken apart by other readers."""
+"""lab-publish installer: a release made with a test identity, and read with other programs."""
 
 import hashlib
 import http.server
@@ -67,7 +67,7 @@ def release(workshop, tmp_path_factory):
 
 @pytest.fixture(scope="module")
 def codesign(workshop, tmp_path_factory):
-    """Our reader of signatures, which believes the workshop's authority."""
+    """A copy of the lab's codesign that trusts the workshop's authority."""
     folder = tmp_path_factory.mktemp("codesign")
     shutil.copy(LAB / "codesign", folder)
     (folder / "linux_host.json").write_text(json.dumps({"testAuthority": str(workshop / "authority/root.pem")}))
@@ -163,7 +163,7 @@ def test_without_identity_and_images_it_is_an_online_installer_signed_by_no_one(
 
 @pytest.mark.parametrize("change, said", [
     ({"version": "2.2"}, "holds version 2.1, not 2.2"), ({"apps": ("tolvi",)}, "tolvi.dmg isn't there"),
-    ({"engine": "password"}, "no universal executable"), ({"configuration": '{"installScope": 7}'}, "7"),
+    ({"engine": "password"}, "isn't a universal executable"), ({"configuration": '{"installScope": 7}'}, "7"),
     ({"configuration": "{"}, "Expecting"), ({"options": ["--image", "brenna=2.1=x"]}, "names an app twice"),
     ({"options": ["--image", "other=2.1=x"]}, "isn't APP=VERSION=FILE"), ({"options": ["--timestamp", "http://127.0.0.1:9/"]}, "server")])
 def test_refuses_and_leaves_nothing(workshop, tmp_path, change, said):
@@ -199,7 +199,7 @@ def test_spares_a_folder_that_is_no_earlier_output(workshop, tmp_path):
 
 @pytest.fixture
 def timestamps(workshop, tmp_path):
-    """A server on loopback that stamps what it is sent, and the number of requests."""
+    """A timestamp server on loopback, which counts the requests."""
     (tmp_path / "serial").write_text("01\n")
     (tmp_path / "ts.cnf").write_text(
         f"[tsa]\ndefault_tsa = ours\n[ours]\nserial = {tmp_path}/serial\nsigner_cert = {workshop}/authority/timestamp.pem\n"

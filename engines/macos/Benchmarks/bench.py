@@ -1,12 +1,12 @@
 #!/usr/bin/python3
-"""What the engine costs beside what a person would use instead, on the same inputs, in turn.
+"""Compares the engine with common programs for the same task, on the same inputs, in alternating runs.
 
   bench.py BUILD_FOLDER [--rows NAME,...] [--rounds N] [--scale FACTOR] [--work FOLDER]
 
-Prints a table in Markdown: medians of both, the ratio of the medians with the quartiles of the single rounds' ratios, the
-ratio of processor times, which other work on the machine changes less, and the peak memory of
-ours where it is one process of the benchmarks' own. Appends the figures to
-WORK/history.jsonl, and shows each ratio of the last run there beside the new one. --scale makes all inputs smaller.
+Prints a table in Markdown: the medians of both, the ratio of the medians with the quartiles of the rounds' ratios, the
+ratio of the processor times, which depends less on other load, and the peak memory of host-calls where that program
+makes the calls. Appends the figures to WORK/history.jsonl and shows the previous ratio of each row from that file.
+--scale multiplies the size of the inputs.
 """
 
 import argparse
@@ -36,7 +36,7 @@ ARCHITECTURES = {"brenna": ("arm64", "x64"), "tolvi": ("universal",), "rulo": ("
 
 
 class Run:
-    """What one child process, with those it waited for, took."""
+    """Duration, processor time and peak memory of a child process. The processor time includes its own children."""
 
     def __init__(self, words, environment=None):
         with open(os.devnull, "r+b") as nothing:
@@ -48,7 +48,7 @@ class Run:
             child.returncode = os.waitstatus_to_exitcode(status)
         self.seconds = time.perf_counter() - start
         self.processor = usage.ru_utime + usage.ru_stime
-        # The process's own word: the usage of a child counts what it had as a part of this program.
+        # Printed by the process, because wait4 also counts this program's memory, which the child has before its exec.
         told = re.search(rb"^peak (\d+) kB$", said, re.MULTILINE)
         self.peak = int(told[1]) if told else None
         if child.returncode:
@@ -71,7 +71,7 @@ class Bench:
         return [self.calls, self.inputs / "calls", *words]
 
     def compare(self, name, goal, ours, beside=None, before=lambda: None):
-        """`before` prepares each single run. Without `beside` the figures stand alone."""
+        """`before` prepares each run. Without `beside` nothing is compared."""
         taken, others = [], []
         for _ in range(self.rounds):
             before()
@@ -105,7 +105,7 @@ class Bench:
         return path
 
     def bundle(self, files=BUNDLE_FILES, name="bundle"):
-        """An application with so many files, signed ad hoc."""
+        """An application with that many files, times the scale, signed ad hoc."""
         folder = self.inputs / name
         app = folder / "Brenna.app"
         if not app.exists():
@@ -259,7 +259,7 @@ class Bench:
         folder.mkdir()
         with slow_network.slow_engine(folder, self.build, 0.3) as engine:
             one, four = ([engine, "check-updates", "--apps", ",".join(list(slow_network.APPS)[:count])] for count in (1, 4))
-            self.compare("sweep of four apps behind 300 ms beside one app", 1.05, four, one)
+            self.compare("sweep of four apps, round trips of 300 ms, beside one app", 1.05, four, one)
 
     def bulk(self):
         count = max(4, int(1_000_000 * self.scale))
@@ -302,7 +302,7 @@ def served(folder, tree, names):
 
 
 def last_ratios(history):
-    """row -> ratio, of the newest run that has it."""
+    """row -> its ratio in the latest run that has it."""
     found = {}
     for line in history.read_text().splitlines() if history.exists() else []:
         found.update({row["row"]: row["ratio"] for row in json.loads(line)["rows"] if "ratio" in row})
@@ -350,8 +350,8 @@ def main():
                                "processors": os.cpu_count(), "load": load, "rounds": bench.rounds, "scale": bench.scale,
                                "rows": bench.rows}) + "\n")
     print(table(bench.rows, last))
-    scaled = f", inputs {bench.scale:g} of the size that is named" if bench.scale != 1 else ""
-    print(f"\n{os.cpu_count()} processors, load {load:.1f} when it began, {bench.rounds} rounds{scaled}.")
+    scaled = f", inputs scaled by {bench.scale:g}" if bench.scale != 1 else ""
+    print(f"\n{os.cpu_count()} processors, load {load:.1f} at the start, {bench.rounds} rounds{scaled}.")
 
 
 if __name__ == "__main__":

@@ -1,4 +1,4 @@
-"""A network with a long way to the CDN, and an engine in it."""
+"""A CDN with a high latency, and an engine that uses it."""
 
 import asyncio
 import contextlib
@@ -44,7 +44,7 @@ class Relay:
 
 @contextlib.contextmanager
 def slow_engine(folder, build, latency):
-    """The engine of the build, and a CDN with all apps: each round trip takes `latency` seconds."""
+    """A copy of the built engine, configured for a CDN with all apps. Each round trip takes `latency` seconds."""
     with hostile_cdn.HostileCDN(folder / "cdn", [HOST]) as cdn:
         for app, arch in APPS.items():
             cdn.on(f"/desksuite/apps/default/{app}/mac/{arch}/dmg/latest/meta.json", {"text": '{"version": "2.1"}'})

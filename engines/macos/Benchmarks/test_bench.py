@@ -1,4 +1,4 @@
-"""bench.py does what it says on small inputs. How long anything takes isn't judged."""
+"""bench.py prints its table and writes its history, on small inputs. Durations aren't checked."""
 
 import json
 import os

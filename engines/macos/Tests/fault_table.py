@@ -9,7 +9,7 @@ import sys
 
 
 def rows(lines):
-    """operation, faults with the same outcomes, these outcomes, number of runs."""
+    """(operation, faults with the same outcomes, these outcomes, number of runs)."""
     outcomes = collections.defaultdict(set)
     runs = collections.Counter()
     for line in lines:

@@ -33,8 +33,8 @@ class Fleet:
         return place / BUNDLE / "Contents/Resources"
 
     def fake(self, host, silent, brenna=None, offers=None, source="direct", retired=False):
-        """A host with a fake engine, which records its command lines. `silent` is the log of an unattended run, `brenna` and
-        `source` the version and source of its only app, `offers` app -> version on the CDN."""
+        """Adds a host with a fake engine, which records its command lines. `silent` has the log lines of an unattended run,
+        `brenna` and `source` are the version and the source of its only app, `offers` maps apps to versions on the CDN."""
         place = self.folder / host
         place.mkdir()
         rows = [{"id": "brenna", "displayName": "Kelo Brenna", "installedVersion": brenna, "source": brenna and source,
@@ -57,12 +57,12 @@ class Fleet:
         self.hosts[host] = {"kelo_desk_engine": str(engine)}
 
     def runs(self, host):
-        """The apps of the unattended runs of a fake engine."""
+        """The --apps of each unattended run of a fake engine."""
         lines = (self.folder / host / "started").read_text().splitlines()
         return [line.split()[5] for line in lines if line.startswith("--silent")]
 
     def behind(self, host, *command):
-        """Starts the host's engine with a command."""
+        """Starts the host's engine through this command."""
         engine = Path(self.hosts[host]["kelo_desk_engine"])
         wrapper = self.folder / f"{host}-engine"
         wrapper.write_text(f'#!/bin/sh\nexec {" ".join(command)} {engine} "$@"\n')

@@ -12,7 +12,7 @@ from fleet import Fleet, counts, result_of
 # A shell that evaluates this path creates the file `injected`.
 INJECTION = "fresh 'n \"odd\" $(touch injected) `touch injected`; touch injected"
 
-# Whether this machine lets users have an empty network namespace.
+# Whether users of this machine can make a network namespace.
 CAN_CUT = subprocess.run(["unshare", "--user", "--map-current-user", "--net", "true"], capture_output=True).returncode == 0
 
 
@@ -72,7 +72,7 @@ def test_a_host_that_had_them_is_ok(fleet, first):
     assert counts(first, "current") == {}
     assert first["report"]["current"]["exit_status"] is None
     assert {app["status"] for app in first["report"]["current"]["apps"].values()} == {"current"}
-    # Only the run that installed them.
+    # The only run is the fixture's install.
     assert fleet.log("current").count("SilentRunner: Starting") == 1
 
 

@@ -29,7 +29,7 @@ def test_only_what_is_absent_or_older_is_run(fakes):
         "older": ["brenna"], "current": [], "store": [], "absent": ["brenna"]}
     assert [fakes.report[host]["verdict"] for host in ("current", "store")] == ["ok", "ok"]
     assert fakes.statuses("store") == {"brenna": "app_store"} and fakes.statuses("current") == {"brenna": "current"}
-    # The engine reported "installed", but there is no app.
+    # The engine reports "installed", but there is no app.
     assert fakes.statuses("absent") == {"brenna": "absent afterwards"}
     assert counts(told, "absent") == {"failures": 1}
 
@@ -45,7 +45,7 @@ def test_an_app_whose_version_on_offer_is_unknown_is_left_alone_and_told(fakes):
     assert "brenna no answer" in result_of(told, "Give the verdict", "partly")["msg"]
     told = fakes.play(kelo_desk_apps=["brenna"], hosts=["dark", "retired"])
     assert (fakes.runs("dark"), counts(told, "dark")) == ([], {"unreachable": 1})
-    # The note is the engine's.
+    # The engine ran and gave the note.
     assert (fakes.runs("retired"), fakes.report["retired"]["note"]) == (["brenna"], "expired")
 
 
@@ -122,7 +122,7 @@ def test_a_ring_takes_only_installers_of_its_release_and_the_report_has_them(fak
 
 @pytest.fixture(scope="module")
 def reading(tmp_path_factory):
-    """The plugin as a module. Importing Ansible creates a folder, by default in the home folder."""
+    """The plugin as a module. The import of Ansible creates a folder, by default in the home folder."""
     os.environ["ANSIBLE_LOCAL_TEMP"] = str(tmp_path_factory.mktemp("ansible"))
     spec = importlib.util.spec_from_file_location("run", FLEET / "roles/kelo_desk/action_plugins/kelo_desk_run.py")
     module = importlib.util.module_from_spec(spec)

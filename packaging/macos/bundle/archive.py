@@ -8,7 +8,7 @@ import pathlib
 import sys
 import zipfile
 
-TIME = (1980, 1, 1, 0, 0, 0)  # the earliest of the format
+TIME = (1980, 1, 1, 0, 0, 0)  # the earliest time of the format
 DIRECTORY, FILE, EXECUTABLE = 0o040755, 0o100644, 0o100755
 UNIX, MSDOS_DIRECTORY = 3, 0x10
 

@@ -5,7 +5,7 @@ import re
 
 from description import NUMBER, SELF
 
-# The files of the description that one import covers.
+# The files of the description that are part of one framework.
 BRINGS = {
     "Foundation": ["Foundation", "CoreFoundation", "Runtime"],
     "CoreFoundation": ["CoreFoundation", "Runtime"],
@@ -14,7 +14,7 @@ BRINGS = {
     "Carbon": ["Carbon"],
     "AppKit": ["AppKit"],
 }
-# Protocols with the name of a class have another name in the description.
+# A protocol with the name of a class has another name in the description.
 PROTOCOL_NAMES = {"NSObject": "NSObjectProtocol"}
 
 
@@ -31,7 +31,7 @@ class Comparison:
         self._description, self._names_nearest = description, names_nearest
         self.problems = []
 
-    # The declarations that a framework can use.
+    # Declarations that a framework can use.
 
     def _frameworks(self, declared):
         return [self._description.framework(name) for name in BRINGS[declared.framework]]

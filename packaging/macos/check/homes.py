@@ -1,7 +1,7 @@
 """Compares the stubs with the libraries to which real executables bind their symbols.
 
-Foundation reexports CoreFoundation's symbols and not the reverse. So a symbol in the wrong stub links, and the program doesn't
-start on a Mac. Every Mach-O file from Apple's linker has the library of each symbol.
+With a symbol in the wrong stub, the program links but doesn't start on a Mac: Foundation reexports CoreFoundation's
+symbols, but not the reverse. Every Mach-O file from Apple's linker names the library of each symbol.
 """
 
 import collections

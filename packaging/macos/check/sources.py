@@ -1,7 +1,6 @@
-"""Compares the host's sources with our declarations where the compiler doesn't.
+"""Checks what the compiler doesn't check in the host's sources.
 
-A misspelt method of a delegate is never called, a key or selector in quotes is only text, and an unused declaration is
-untested.
+A misspelt delegate method is never called, a key or selector in quotes is only text, and an unused declaration is untested.
 """
 
 import collections

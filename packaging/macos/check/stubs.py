@@ -1,6 +1,6 @@
 """Compares the stubs with our declarations: both have the same symbols.
 
-A class needs a symbol if the sources send messages to it or inherit from it, but not if it is only the type of an object.
+A class needs a symbol if the sources send a message to it or inherit from it, but not if it is only the type of an object.
 """
 
 import difflib

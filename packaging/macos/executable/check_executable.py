@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """check_executable.py EXECUTABLE STUBS LIBSYSTEM [FORBIDDEN...]: checks the linked engine without a Mac.
 
-Checks that it has both architectures, requires macOS 12.0 at least, is position-independent, has an LC_UUID, and links
-exactly the libraries of the stubs below STUBS and the system's own (LIBSYSTEM is its stub); that every undefined symbol
-is found in the library that it is bound to; and that it contains none of the texts FORBIDDEN, such as the build folder.
+Checks that it has both architectures, is built for macOS 12.0 and later, is position-independent, has an LC_UUID, and links
+exactly the libraries of the stubs below STUBS and libSystem (LIBSYSTEM is its stub); that the stub of its library has every
+undefined symbol; and that it contains none of the texts FORBIDDEN, such as the build folder.
 """
 
 import pathlib
@@ -32,7 +32,7 @@ def slice_problems(code, libraries):
     if not code.is_position_independent():
         yield "isn't position-independent"
     if len(code.commands("LC_UUID")) != 1:
-        yield "has no LC_UUID, which matches crash reports with symbols"
+        yield "has no LC_UUID, by which crash reports find its symbols"
     linked = code.libraries()
     for name in sorted(set(libraries) - set(linked)):
         yield f"isn't linked against {name}"

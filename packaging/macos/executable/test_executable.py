@@ -1,4 +1,4 @@
-"""check_executable.py finds faults of the linked engine: each test makes one."""
+"""check_executable.py finds faults of the linked engine. Each test makes one fault."""
 
 import pathlib
 import re
@@ -109,7 +109,7 @@ def test_a_fixed_address(folder, tmp_path):
 def test_no_identifier_of_the_build(folder, tmp_path):
     # Replaces LC_UUID, with its length, by an unknown command.
     executable = changed_twice(rb"\x1b\0\0\0(\x18\0\0\0)", b"\x70\0\0\0\\1", tmp_path / "nameless")
-    assert found(folder, executable) == [f"{each} has no LC_UUID, which matches crash reports with symbols"
+    assert found(folder, executable) == [f"{each} has no LC_UUID, by which crash reports find its symbols"
                                          for each in ("arm64", "x86_64")]
 
 

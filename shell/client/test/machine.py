@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""A machine and an installer for it, until standard input is closed.
+"""Makes a machine and an installer for it, and removes them when standard input closes.
 
   machine.py offline    has version 2.0 of all apps beside the installer; the package of rulo is damaged
   machine.py online     has a CDN with brenna only, which stalls in the middle of the first two downloads

@@ -28,7 +28,7 @@ def workshop():
 
 @pytest.fixture(scope="session")
 def installer_of(workshop):
-    """version -> the folder of an offline installer with images of that version, made once."""
+    """version -> the folder of an offline installer with images of that version. Each is made once."""
     made = {}
 
     def make(version, *options):
@@ -78,7 +78,7 @@ def prompt(workshop):
         path = installation.folder / f"prompt-{len(servers)}"
         server = PromptServer(path, answer)
         servers.append(server)
-        # With this name the host interprets the exit statuses 126 and 127.
+        # The host interprets the exit statuses 126 and 127 only from a program of this name.
         client = installation.folder / "pkexec"
         shutil.copy(pathlib.Path(__file__).parent / "prompt_client.py", client)
         client.chmod(0o755)

@@ -12,18 +12,18 @@ requests to DIR/requests.json. FILE holds {"hosts": {NAME: KIND}, "paths": {PATH
 An answer is a dict. Each answer of a path is used once; the last one is repeated. Keys:
 
   text, file, or bytes and seed
-                            the body: UTF-8 text, a file, or that many reproducible bytes of pattern `seed`
+                            the body: UTF-8 text, a file, or that many bytes of the pattern `seed`
   status                    200 by default
   headers                   additional fields; None removes a default one
-  etag                      literal, with quotes; None for none. Derived from the body by default
+  etag                      literal, with quotes; None omits it. Derived from the body by default
   ranges                    the answer to a range request:
                             "honour" (206 if If-Range matches, else 200; the default), "ignore",
                             "wrongStart", "shortRange", "wrongTotal", "noContentRange", "wrongLength", "changedTag",
                             "always" (206 regardless of If-Range), or a status such as 412
   unasked                   a 206 without a range request
   location                  a redirect, with status 302 by default
-  resetAt, closeAt          after that many bytes of the body: a reset, or an orderly end
-  stallAt                   after that many bytes of the body: silence until the client disconnects
+  resetAt, closeAt          after that many bytes of the body: a reset, or an orderly close
+  stallAt                   after that many bytes of the body: nothing more until the client disconnects
   drip                      [bytes, seconds]: that many bytes per interval
   length                    "none", "chunked", or a false Content-Length
   extra                     bytes after the announced body
@@ -32,9 +32,9 @@ An answer is a dict. Each answer of a path is used once; the last one is repeate
   head                      the literal head instead of the default one: a list of texts and of [text, count],
                             which is repeated
   encoding                  "gzip": a compressed body, declared in the head
-  gate                      [name, count]: no answer before that many requests wait at the gate of that name
+  gate                      [name, count]: no answer until that many requests wait at the gate of that name
 
-Kinds of hosts: "otherName" has a certificate for another name, "stranger" one of an unknown authority; "hangUp" and
+Kinds of hosts: "otherName" has a certificate for another name, "stranger" one from an unknown authority; "hangUp" and
 "reset" disconnect during the handshake, "alert" ends it with a TLS alert, and "plain" uses HTTP without TLS.
 """
 
@@ -173,7 +173,7 @@ class Answer:
         if self.wire is not None:
             pieces = ([piece, 1] if isinstance(piece, str) else piece for piece in self.wire)
             return "".join(text * count for text, count in pieces).encode("latin-1")
-        lines = [f"HTTP/1.1 {self.status} Told"] + [f"{name}: {value}" for name, value in self.fields.items()]
+        lines = [f"HTTP/1.1 {self.status} Scripted"] + [f"{name}: {value}" for name, value in self.fields.items()]
         return ("\r\n".join(lines) + "\r\n\r\n").encode("latin-1")
 
 

@@ -25,7 +25,7 @@ def run(*words):
 
 
 class Workshop:
-    """Shared by the tests of a file: an authority, a signed image, and an installer to copy."""
+    """What the tests of a file share: an authority, a signed image, and an installer to copy."""
 
     def __init__(self, folder):
         self.folder = folder
@@ -63,7 +63,7 @@ class OnlineMachine:
         """Changes keys of a JSON file in the resources; None removes a key."""
         file = self.installer / "Contents" / "Resources" / name
         values = {**json.loads(file.read_text()), **changes}
-        file.unlink()  # a link to the workshop's
+        file.unlink()  # it is a link to the workshop's file
         file.write_text(json.dumps({key: value for key, value in values.items() if value is not None}))
 
     def start(self, *words, **options):
@@ -72,7 +72,7 @@ class OnlineMachine:
                                 env={"HOME": str(self.root), "PATH": "/usr/bin:/bin", **self.environment}, **options)
 
     def install(self):
-        """Runs the engine to its end and checks what always holds."""
+        """Runs the engine to its end and checks the invariants of every run."""
         process = self.start("run", "--action", "install", "--apps", "brenna")
         output, errors = process.communicate(timeout=TIME_LIMIT)
         return Outcome(self, process.returncode, output, errors)

@@ -50,7 +50,7 @@ class PromptServer:
             connection.sendall(bytes([status & 0xFF]))
 
     def close(self):
-        # A thread that still waits for this descriptor would take the connections of the next socket with its number.
+        # If the thread still waited on this descriptor, it would accept the connections of the next socket with that number.
         self._socket.shutdown(socket.SHUT_RDWR)
         self._thread.join()
         self._socket.close()

@@ -7,7 +7,7 @@ import jsonschema
 
 PROTOCOL = pathlib.Path(__file__).resolve().parents[4] / "protocol"
 SCHEMAS = PROTOCOL / "schema"
-# The schemas for shells, and those of the files beside the engine.
+# The schemas for shells, and those of the installer's files.
 OPEN = SCHEMAS / "open"
 FILES = SCHEMAS / "files"
 SHARED = ("common.json", "event.json", "command.json")

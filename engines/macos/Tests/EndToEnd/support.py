@@ -1,7 +1,7 @@
-"""The verbs of the end-to-end suite: an installer on disk, its machine, and runs of the real executable.
+"""Fixtures of the end-to-end suite: an installer on disk, its machine, and runs of the real executable.
 
 Everything is in a new folder that an unprivileged user can access. If the suite runs as root, the engine runs as that
-user, because root is never refused anything.
+user, because no permission is denied to root.
 """
 
 import contextlib
@@ -214,7 +214,7 @@ class Installation:
         """Waits until the log file has these words."""
         deadline = time.monotonic() + HANG
         while words not in self.log:
-            assert time.monotonic() < deadline, f"{words!r} never came into the log:\n{self.log}"
+            assert time.monotonic() < deadline, f"the log lacks {words!r}:\n{self.log}"
             time.sleep(0.02)
 
     def app(self, name):

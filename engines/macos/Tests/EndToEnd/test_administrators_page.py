@@ -1,4 +1,4 @@
-"""Types every console block of protocol/administrators.md, in order, in one shell, on one machine.
+"""Runs every console block of protocol/administrators.md, in order, on one machine.
 
 The output has to equal the page's, except for times and paths.
 """

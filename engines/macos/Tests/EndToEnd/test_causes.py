@@ -1,7 +1,7 @@
-"""A log bundle has the cause of every failure, in the words of the failing program or system call.
+"""A log bundle has the cause of every failure, with the text of the failing program or system call.
 
 Each row causes one fault, runs the engine, exports the logs with `export-logs`, and reads only the archive. Texts of the
-system or of a program have to be literal.
+system or of a program have to appear literally.
 """
 
 import json

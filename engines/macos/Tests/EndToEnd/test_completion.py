@@ -18,7 +18,7 @@ _engine_cli engine-cli "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]
 [ ${#COMPREPLY[@]} = 0 ] || printf '%s\n' "${COMPREPLY[@]}"
 """
 
-# The line editor starts with the line, completes it, and the shell ends. compadd sees every match.
+# The line editor starts with the line and completes it, and the shell exits. compadd receives every match.
 ZSH = r"""
 fpath=($COMPLETION $fpath)
 autoload -Uz compinit; compinit -D -u

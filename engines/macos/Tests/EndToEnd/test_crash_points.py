@@ -1,7 +1,7 @@
 """Engines that are killed before and after each of their calls that change the disk, and the next run.
 
-By default, each scenario tries a sample. KELO_ALL=1 tries all; KELO_SEED, with the seed that a failure names, draws the
-same sample again. KELO_FAULT_TABLE=FILE appends the outcomes to FILE.
+By default, each scenario tries a sample. KELO_ALL=1 tries all. KELO_SEED draws the same sample again; a failure prints
+its seed. KELO_FAULT_TABLE=FILE appends the outcomes to FILE.
 """
 
 import collections
@@ -24,7 +24,7 @@ needs_root = pytest.mark.skipif(not RUNNING_AS_ROOT, reason="an administrator pr
 
 
 class Sweep:
-    """A run that is repeated from the same state of its machine and killed at another call each time."""
+    """A run that is repeated from the same state of its machine and killed at a different call each time."""
 
     def __init__(self, name, command, root, app, **options):
         self.name = name
@@ -37,7 +37,7 @@ class Sweep:
         subprocess.run(["cp", "-a", str(root), str(self.saved)], check=True)
         self.before = self.content()
         self.outcomes = collections.Counter()
-        self.may_leave = ()  # beginnings of names
+        self.may_leave = ()  # prefixes of names
 
     def run(self, **environment):
         environment = {**self.options.get("env", os.environ), **environment}
@@ -48,7 +48,7 @@ class Sweep:
         return tree(self.app) if self.app.exists() else None
 
     def names(self):
-        """Of everything on the machine but the platform's registry, which a run that finds the app in place doesn't write."""
+        """The names of all files except the platform's registry, which isn't written if the app is already in place."""
         names = (str(path.relative_to(self.root)) for path in self.root.rglob("*"))
         return {name for name in names if not name.startswith("Library/LaunchServices")}
 
@@ -57,7 +57,7 @@ class Sweep:
         subprocess.run(["cp", "-a", str(self.saved), str(self.root)], check=True)
 
     def calls(self):
-        """Those of an undisturbed run, which reaches the goal."""
+        """The calls of a run that isn't killed. Its result is the goal of the other runs."""
         self.points.touch()
         self.points.chmod(0o666)
         run = self.run(LD_PRELOAD=str(LIBRARY), KELO_POINTS=str(self.points))
@@ -66,7 +66,7 @@ class Sweep:
         return self.points.read_text().splitlines()
 
     def kill(self, when, number, call):
-        """The run with the kill and the run after it; gives what is wrong."""
+        """Does a run that is killed and a second one that isn't. Returns the problem, or None."""
         self.start_again()
         killed = self.run(LD_PRELOAD=str(LIBRARY), KELO_KILL=f"{when}:{number}")
         left = self.content()
@@ -74,14 +74,14 @@ class Sweep:
             return f"ended with {killed.status}: {killed.output}{killed.errors}"
         self.outcomes[call, f"killed {when}", self.state_of(left)] += 1
         if left not in (None, self.before, self.goal):
-            return "half an app"
+            return "the app is incomplete"
         after = self.run()
         if after.status != 0:
             return f"the next run ends with {after.status}: {after.output}{after.errors}"
         if self.content() != self.goal:
-            return "the next run misses the goal"
+            return "the next run doesn't reach the goal"
         others = {name for name in self.names() ^ self.goal_names if not name.startswith(self.may_leave)}
-        return f"the next run leaves or misses {others}" if others else None
+        return f"after the next run there are extra or missing files: {others}" if others else None
 
     def state_of(self, content):
         states = [("goal", self.goal), ("as before", self.before), ("no app", None)]
@@ -106,9 +106,9 @@ class Sweep:
 
 
 class PowerLoss(Sweep):
-    """The same on a disk of its own, whose content at the time of the kill is all that the next run finds.
+    """The same on a separate disk. The next run finds only what was on that disk at the time of the kill.
 
-    Another process's flush writes the file system's journal, and so the names of new files, but not their bytes.
+    A flush by another process writes the file system's journal, and so the names of new files, but not their bytes.
     """
 
     def __init__(self, *arguments, **options):
@@ -120,12 +120,12 @@ class PowerLoss(Sweep):
             pytest.skip("this machine doesn't let the suite mount a small volume")
 
     def make_disk(self):
-        """With the content of the root."""
+        """Makes a file system with the content of the root."""
         subprocess.run(["mkfs.ext4", "-q", "-F", "-d", str(self.root), str(self.disk), "64M"], check=True,
                        capture_output=True)
 
     def on_disk(self, disk, script):
-        """Runs the script while the root is that disk; $0 is the engine, $1 and so on its arguments."""
+        """Runs the script with that disk mounted at the root. $0 is the engine, and $@ are its arguments."""
         mount = f"mount -o loop {disk} {self.root} && {script}"
         done = subprocess.run(["unshare", "--mount", "sh", "-c", mount, *self.command], check=False, capture_output=True,
                               text=True, timeout=TIME_LIMIT)
@@ -145,9 +145,9 @@ class PowerLoss(Sweep):
         left = self.content_of(self.found)
         self.outcomes[call, "power lost after", self.state_of(left)] += 1
         if left not in (None, self.before, self.goal):
-            return "half an app"
+            return "the app is incomplete"
         if after.status != 0 or self.content_of(self.found / "after") != self.goal:
-            return f"the next run misses the goal: {after.output}{after.errors}"
+            return f"the next run doesn't reach the goal: {after.output}{after.errors}"
         hidden = [path.name for path in (self.found / "after").iterdir() if path.name.startswith(".")]
         return f"the next run leaves {hidden}" if hidden else None
 
@@ -179,7 +179,7 @@ def test_of_an_install_beside_an_app_store_variant(installation):
     run = sweep("install beside an App Store variant", machine, "install")
     run.app = machine.applications / "Kelo Rulo 2.app"
     run.before = None
-    # A copy that isn't registered isn't found again, and gets a neighbour with the next number.
+    # The next run doesn't find a copy that isn't registered, and installs another one with the next number.
     run.may_leave = "Applications/Kelo Rulo 3.app"
     run.run_all()
 

@@ -151,7 +151,7 @@ def test_3_when_every_app_is_excluded(installation, action):
     assert silent(machine, action) == (3, {}, '  note="No valid app identifiers supplied"')
 
 
-# 4: as 2, and at least one failure was a denied permission.
+# 4: like 2, and permission was denied at least once.
 
 def test_4_when_a_removal_would_need_an_administrator(installation):
     machine = installation("2.0")

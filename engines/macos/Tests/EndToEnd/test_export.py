@@ -1,4 +1,4 @@
-"""The exported archive, read with other programs than the engine."""
+"""The exported archive, read with programs other than the engine."""
 
 import datetime
 import os
@@ -55,7 +55,7 @@ def staging(machine):
 
 
 def digest_of(logs):
-    """The error summary of these logs (name -> bytes), computed independently."""
+    """The error summary of these logs (name -> bytes), computed without the engine."""
     sections = ""
     for name in sorted(logs, key=os.fsencode):
         try:
@@ -86,7 +86,7 @@ def test_every_reader_takes_the_archive(machine):
         assert archive.testzip() is None
     readers = [[name, *words] for name, *words in (["7zz", "t"], ["unzip", "-tq"], ["bsdtar", "-tf"])
                if shutil.which(name)]
-    assert readers, "no reader but python's own"
+    assert readers, "no program but Python reads archives here"
     for command in readers:
         done = subprocess.run([*command, path], capture_output=True, text=True)
         assert done.returncode == 0, done.stdout + done.stderr
@@ -123,8 +123,8 @@ def test_entries_are_plain_files_with_their_times_and_modes(machine):
     for name, entry in entries.items():
         mode = entry.external_attr >> 16
         assert stat.S_ISREG(mode) and mode & 0o600 == 0o600 and not mode & 0o7111, (name, oct(mode))
-        assert not entry.flag_bits & 0x1, "nothing is encrypted"
-        assert bool(entry.flag_bits & 0x800) == (not name.isascii()), "names that need it are marked as UTF-8"
+        assert not entry.flag_bits & 0x1, "an entry is encrypted"
+        assert bool(entry.flag_bits & 0x800) == (not name.isascii()), "only names beyond ASCII must have the UTF-8 flag"
         assert entry.compress_type in (zipfile.ZIP_STORED, zipfile.ZIP_DEFLATED)
         assert not entry.is_dir() and not entry.filename.startswith(("/", ".."))
     assert entries["old.log"].compress_size < entries["old.log"].file_size == 5000
@@ -285,7 +285,7 @@ def test_the_archive_lands_where_it_should(machine):
 
 
 def test_without_a_log_directory_the_engine_runs_on_and_says_so(machine):
-    (machine.root / "Library").write_text("a file stands where the folder should")
+    (machine.root / "Library").write_text("a file in place of the folder")
     run = machine.install("--apps", "brenna")
     assert (run.status, run.statuses) == (0, {"brenna": "installed"})
     folder = machine.log_file.parent

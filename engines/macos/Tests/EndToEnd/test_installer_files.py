@@ -1,4 +1,4 @@
-"""The files of an installer: the engine uses what their schemas accept, and ignores what they refuse.
+"""The files of an installer: the engine uses values that their schemas accept, and ignores values that they refuse.
 
 `TAKEN` marks the cases in which the engine accepts more than the schemas.
 """
@@ -227,7 +227,7 @@ PACKAGES = [
 
 @pytest.fixture
 def index(installation):
-    """An entry of packages.json -> what the engine reads from it."""
+    """An entry of packages.json -> the values that the engine reads from it."""
     machine = installation("2.0")
 
     def read(package):

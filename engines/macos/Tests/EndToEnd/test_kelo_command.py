@@ -1,4 +1,4 @@
-"""kelo, the script that starts engine-cli only if it knows every word, and quits no app unasked."""
+"""kelo, the script that starts engine-cli only with valid arguments, and quits no app without --quit-apps."""
 
 import json
 import os
@@ -15,8 +15,8 @@ KELO = HOME / "packaging/command/kelo"
 
 @pytest.fixture
 def bundle(tmp_path):
-    """A bundle with kelo and an engine that repeats its words, one per line, and ends with 42. It answers questions with
-    what the files hello and check-updates beside it hold."""
+    """A bundle with kelo and a fake engine, which prints its arguments, one per line, and exits with 42. For hello and
+    check-updates it also prints the answers that `answers` has written."""
     contents = tmp_path / "a folder/Kelo-Desk-Installer.app/Contents"
     for folder in ("MacOS", "Resources/bin"):
         (contents / folder).mkdir(parents=True)
@@ -30,7 +30,7 @@ def bundle(tmp_path):
 
 
 def answers(contents, *rows, latest=None, **facts):
-    """What the engine says is installed, and what is on offer on the network."""
+    """Sets the fake engine's answers to hello and check-updates. `rows` are apps, `facts` other keys of hello."""
     hello = {"type": "hello", "engineVersion": "7.8", "mode": "offline", "apps": rows, **facts}
     news = {"type": "update-check-result", "apps": [{**row, "latestVersion": latest, "updateAvailable": True} for row in rows]}
     for command, event in (("hello", hello), ("check-updates", news)):
@@ -179,7 +179,7 @@ def test_a_dry_run_says_what_would_happen_and_starts_nothing(bundle, running):
 
 
 def read_from(terminal):
-    """The next bytes on the screen; none once every writer has gone."""
+    """The next bytes of the terminal's output; none after the last writer has closed it."""
     try:
         return os.read(terminal, 4096)
     except OSError:

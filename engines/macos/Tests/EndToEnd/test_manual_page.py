@@ -1,4 +1,4 @@
-"""The manual page: well-formed, complete, and true; its examples run."""
+"""The manual page is well-formed, complete and correct, and its examples run."""
 
 import os
 import re
@@ -61,7 +61,7 @@ def test_the_log_is_cut_where_the_page_says(installation):
     machine.run("hello")
     machine.log_file.write_text("x" * limit)
     machine.run("hello")
-    assert 0 < machine.log.index("[") < kept, "one entry goes before the cut"
+    assert 0 < machine.log.index("[") < kept, "the first entry must be written before the cut"
     machine.log_file.write_text("x" * (limit + 1))
     machine.run("hello")
     assert machine.log.index("[") == kept

@@ -1,7 +1,7 @@
 """The engine with a CDN that misbehaves, over TLS.
 
-In every case, there is one result and percentages are from 0 to 100; the engine fetches no unneeded bytes, and Applications
-has only the promised bytes.
+In every case, there is one result, percentages are from 0 to 100, the engine downloads no unneeded bytes, and Applications
+has only the expected bytes.
 """
 
 import shutil
@@ -237,7 +237,7 @@ def test_refuses_a_foreign_alternate(stage):
     stage.fails_with("UNTRUSTED_SOURCE")
 
 
-# Cancelling and coming back.
+# Cancelling, and the next run.
 
 def test_ends_a_cancelled_transfer(stage):
     stage.package(stage.image(stallAt=1000))

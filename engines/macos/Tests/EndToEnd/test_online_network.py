@@ -9,7 +9,7 @@ from connect_proxy import ConnectProxy
 from online_machine import FOLDER, META, MIRROR
 from support import APPS, CATALOG
 
-# The label is too long, so no name server is asked.
+# The label is too long for DNS, so the resolver sends no query.
 NOWHERE = "x" * 64 + ".kelo.example"
 
 

@@ -1,6 +1,6 @@
-"""The engine with servers that break HTTP, and with unusual correct ones, over TLS.
+"""The engine with servers that violate HTTP, and with unusual valid answers, over TLS.
 
-Each run has one result and no leftovers, and Applications has only the promised bytes.
+Each run has one result and leaves no temporary files, and Applications has only the expected bytes.
 """
 
 import json
@@ -13,7 +13,7 @@ from online_machine import FOLDER, META, MIRROR, NAMES, PACKAGE, Stage
 OK = "HTTP/1.1 200 OK\r\n"
 
 
-# Heads of the answer before the image's bytes. SIZE is replaced by their number.
+# Heads of the image's response. SIZE stands for the size of the image.
 
 TAKEN = {
     "an_older_http": ["HTTP/1.0 200 OK\r\n\r\n"],

@@ -86,7 +86,8 @@ def spoiled(event):
 
 
 def same_type(value, other):
-    """Whether the mutation keeps the JSON type, so that it proves nothing; null can become any value of its key's type."""
+    """Whether the mutation keeps the JSON type, so that the schema may accept it. The type of a null's key is unknown, so a
+    string or a number counts as the same."""
     if value is None:
         return isinstance(other, (str, int)) and not isinstance(other, bool)
     if isinstance(value, bool) or isinstance(other, bool):

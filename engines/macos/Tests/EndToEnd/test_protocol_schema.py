@@ -1,4 +1,4 @@
-"""The schemas state which keys are present, the page for authors of shells has every word, and generated files are current."""
+"""The schemas require the right keys, the page for shell authors has every word, and the generated files are current."""
 
 import copy
 import json

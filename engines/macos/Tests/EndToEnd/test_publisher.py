@@ -1,4 +1,4 @@
-"""lab-publish: what it publishes, and what it refuses."""
+"""lab-publish: publishing, checking, rolling back and withdrawing packages."""
 
 import ctypes
 import errno
@@ -23,7 +23,7 @@ FOLDER = Path("desksuite/apps/default/brenna/mac/universal/dmg/latest")
 
 @pytest.fixture(autouse=True)
 def served(tmp_path):
-    """The folder of a test is a tree in many tests, so other users may enter it."""
+    """Many tests use tmp_path as the tree, which other users must be able to enter."""
     tmp_path.chmod(0o755)
 
 
@@ -244,7 +244,7 @@ def test_takes_names_hosts_and_identifiers_from_the_configuration(tmp_path, imag
     assert done.returncode == 0, done.stderr
     assert (tree / "desksuite/a/blue/brenna/mac/universal/dmg/gamma/meta.json").exists()
     assert "trustedDownloadDomains" in verify(tree).stderr
-    # The configuration leads to "beta".
+    # The release of the configuration is "beta".
     assert "brenna: there is no package where the configuration looks" in verify(tree, "--configuration", path).stderr
     sound = verify(tree, "--configuration", path, "--release", "gamma")
     assert (sound.returncode, sound.stderr) == (0, "")
@@ -280,9 +280,9 @@ BY_PATH = 0xFFFFFF9C  # AT_FDCWD
 
 
 def meeting(call, action):
-    """For a child process: makes that system call kill it, or fail."""
+    """A preexec_fn: installs a filter that lets this system call kill the process or fail."""
     number = NUMBERS[platform.machine()][call]
-    # ThreadSanitizer's runtime unlinks one of its files by path before main; the publisher uses descriptors.
+    # Excludes unlinks by path: ThreadSanitizer's runtime makes one before main, and the publisher makes none.
     spared = [(0x20, 0, 0, 16), (0x15, 1, 0, BY_PATH)] if call == "unlinkat" else []
     rules = b"".join(struct.pack("HBBI", *rule) for rule in
                      [(0x20, 0, 0, 0), (0x15, 0, 1 + len(spared), number), *spared,
@@ -351,7 +351,7 @@ def test_keeps_the_images_that_were_published_before(tmp_path, image, newer):
     before = (tmp_path / FOLDER / "brenna-2.1.dmg").stat()
     assert publish(tmp_path, newer, version="2.2").returncode == 0
     after = (tmp_path / FOLDER / "brenna-2.1.dmg").stat()
-    # The same file, so that running downloads keep their validator.
+    # The inode and the time are unchanged, so that running downloads can resume with their validator.
     assert (after.st_ino, after.st_mtime_ns, after.st_nlink) == (before.st_ino, before.st_mtime_ns, 1)
 
 
@@ -485,7 +485,7 @@ def test_does_not_withdraw_what_is_on_offer(two_versions):
 
 @pytest.fixture(scope="module")
 def team(tmp_path_factory):
-    """An authority, and lab-publish beside a file that names it."""
+    """An authority, and a copy of lab-publish whose linux_host.json trusts it."""
     folder = tmp_path_factory.mktemp("team")
     subprocess.run([SIGN, "make-authority", folder / "authority", "--team", "QX7M4R2V9D"], check=True, capture_output=True)
     (folder / "linux_host.json").write_text(json.dumps({"testAuthority": str(folder / "authority/root.pem")}))

@@ -1,4 +1,4 @@
-"""Two engines at once on one machine. KELO_RACES=200 runs as many races of each kind instead of a few."""
+"""Two engines at once on one machine. KELO_RACES sets the number of races of each kind."""
 
 import json
 import os
@@ -13,13 +13,13 @@ RACES = int(os.environ.get("KELO_RACES", "3"))
 
 
 def race(machines, *words):
-    """Starts the same command on all of these at once; returns how they ended."""
+    """Starts the same command on all machines at once; returns the runs."""
     sessions = [machine.start(*words) for machine in machines]
     return [session.finish() for session in sessions]
 
 
 def outcomes(runs, app="rulo"):
-    """Statuses, a failure with its code."""
+    """The sorted statuses of one app, failures with their code."""
     return sorted(f"failed {run.codes[app]}" if run.statuses[app] == "failed" else run.statuses[app] for run in runs)
 
 
@@ -117,7 +117,7 @@ def test_an_engine_that_waits_says_so_and_can_be_cancelled(installation):
     machine = installation("2.0")
     first = machine.start("run", "--action", "install", "--offline", "--apps", "rulo")
     first.wait_for(type="stage", stage="verify", app="rulo")
-    os.kill(first.process.pid, signal.SIGSTOP)  # it lives and holds its turn
+    os.kill(first.process.pid, signal.SIGSTOP)  # it keeps its lock while it is stopped
     try:
         message = f"Waiting for another Kelo Desk Installer, which is at work in {machine.applications}, before Kelo Rulo"
         cancelled = machine.start("run", "--action", "install", "--offline", "--apps", "rulo")

@@ -1,4 +1,4 @@
-"""The runs that protocol/README.md shows, with fixed values instead of those of this machine and these fixtures.
+"""The runs that protocol/README.md shows. Values of this machine and of the fixtures are replaced by fixed ones.
 
 A scenario returns (command line, exit status, lines); each line is one event.
 """
@@ -30,7 +30,7 @@ def steady_need(match):
 
 
 def steady_needs(text):
-    """Replaces them in each row that has both, in either order."""
+    """Replaces `requiredBytes` in each app that also has `sizeBytes`, in either order."""
     inside = r'(?:(?!\{"id":).)*?'
     before = rf'((?=\{{"id":"(\w+)"{inside}"sizeBytes":(?P<size>\d+))\{{"id":{inside}"requiredBytes":)(?P<need>\d+)'
     return re.sub(before, steady_need, text)
@@ -119,7 +119,7 @@ class Online:
         return self.run("run", "--action", "install", "--apps", "brenna", **options)
 
     def run(self, *arguments, after=None, say="", **options):
-        """Runs to the end; when a line has `after`, writes `say` to standard input."""
+        """Runs to the end. After a line that contains `after`, writes `say` to standard input."""
         process = self.machine.start(*arguments, **options)
         lines = []
         for line in process.stdout if after else ():
@@ -209,7 +209,7 @@ def expired(tools):
 
 def no_network(tools):
     with tools.online() as online:
-        pass  # without the CDN, no host answers
+        pass  # the CDN has stopped, so no host answers
     return online.run("run", "--action", "install", "--apps", "brenna,tolvi")
 
 
@@ -284,7 +284,7 @@ def skip_terms(tools):
 
 
 def removal_without_rights(tools, status):
-    """A removal that needs the administrator's prompt, which ends with this status."""
+    """A removal that needs an administrator's prompt. The prompt exits with this status."""
     offline = Offline(tools.installation)
     offline.run("run", "--action", "install", "--apps", "brenna,rulo")
     prompt = offline.machine.folder / "pkexec"  # with this name the host interprets the statuses

@@ -1,8 +1,8 @@
 """Runs engine-cli unattended on a host, and reports the state of each app.
 
-It first asks the engine for the installed and available versions, and installs only absent and older apps, because an install
-downloads a current app and quits it too. It asks again after the run, because the summary of an install says "installed" for
-current apps too. Commands are lists of words, without a shell.
+It first queries the installed and available versions, and installs only absent and older apps, because an install also
+downloads and quits a current app. It queries them again after the run, because the summary of an install has the status
+"installed" for current apps too. Commands are lists of arguments and use no shell.
 
 The action doesn't fail if the run fails; `verdict` in the result is
   changed     something was installed, updated or removed, and nothing failed
@@ -11,9 +11,9 @@ The action doesn't fail if the run fails; `verdict` in the result is
   no_network  the host has no network; nothing was touched
   held        too many other hosts have failed; this one wasn't contacted
 
-`installer` in the result has the engine's version, its release and its last day, as far as they are known.
+`installer` in the result has the version, the release and the last day of the installer, as far as they are known.
 
-In check mode only queries run, and `verdict` predicts the run.
+In check mode only queries run, and `verdict` is a prediction.
 """
 
 import base64
@@ -75,7 +75,7 @@ def summary_of(echo):
 
 
 def rows_of(hello):
-    """id -> the installed copy, and the status from an offline installer's offer."""
+    """id -> the installed copy, and its status before an install, if the installer is an offline one."""
     return {row["id"]: {"name": row["displayName"], "version": row.get("installedVersion"),
                         "path": row.get("installedPath"), "source": row.get("source"),
                         **offer_of(row, "not offered")} for row in hello["apps"]}
@@ -89,7 +89,7 @@ def offer_of(row, unknown):
 
 
 def judged(entry, before, after):
-    """The status for the report, and whether the app has changed."""
+    """The status in the report, and whether the app has changed."""
     moved = (before["version"], before["path"]) != (after["version"], after["path"])
     if entry is None:
         return "no result", moved
@@ -99,12 +99,12 @@ def judged(entry, before, after):
         return "absent afterwards", moved
     if before["path"] is None:
         return "installed", True
-    # An app without a version may have been replaced by the same one.
+    # Without a version, a replacement by the same version can't be excluded.
     return ("updated", True) if moved or after["version"] is None else ("current", False)
 
 
 def predicted(mode, before):
-    """What a run would do to an app; begins with "would" if it would change it."""
+    """The expected result for an app; begins with "would" if the run would change the app."""
     if mode == "uninstall":
         return "already_absent" if before["path"] is None else "would be uninstalled"
     if before["path"] is None:
@@ -122,7 +122,7 @@ def verdict_of(status, apps):
 
 
 def facts_of(hello, configuration):
-    """The installer's entry in the report. An unreadable configuration is no error."""
+    """The installer's entry in the report. An unreadable configuration isn't an error."""
     try:
         given = json.loads(configuration)
     except ValueError:
@@ -237,7 +237,7 @@ class ActionModule(ActionBase):
 
     def _outcome(self, before):
         left = {app: predicted(self._mode, before[app]) for app in self._apps}
-        # A removal doesn't harm absent apps and removes leftovers. The engine reports a retired installer.
+        # A removal ignores absent apps and removes leftovers. A retired installer's engine gives the reason in its note.
         if self._mode == "uninstall" or self._retired:
             left = {}
         left = {app: status for app, status in left.items() if not status.startswith("would")}
@@ -260,7 +260,7 @@ class ActionModule(ActionBase):
             entry = entries.get(before[app]["name"])
             return *judged(entry, before[app], after[app]), entry and entry["detail"]
 
-        # A run that couldn't begin has no lines for apps. A success without lines isn't one.
+        # A run that couldn't begin has no lines for apps. A success without lines counts as a failure.
         apps = self._rows(before, after, judge) if entries or status == 0 else {}
         return {**self._told(apps, status, note, verdict_of(status, apps)), "echo": echo}
 

@@ -1,6 +1,6 @@
-"""Gives a host the result of its run: ok, failed, or unreachable if it had no network.
+"""Sets the result of a host: ok, failed, or unreachable.
 
-A host without a network, or held back, counts as unreachable, because it only needs another try.
+A host without a network, or one that was held, counts as unreachable, because a later run can succeed without a change.
 """
 
 from ansible.plugins.action import ActionBase

@@ -6,7 +6,7 @@ import json
 from ansible.errors import AnsibleFilterError
 
 def _outcome(hostvars, host, waiting):
-    """A host without an outcome hasn't begun if it is in `waiting`, the hosts that the play hasn't given up."""
+    """A host's outcome. Without one, the host hasn't begun if it is in `waiting`, the hosts that remain in the play."""
     outcome = dict(hostvars[host].get("kelo_desk_outcome") or {})
     if "verdict" in outcome:
         return outcome
@@ -23,7 +23,7 @@ def _versions(app):
 
 
 def _expires_soon(installer, days):
-    """Whether the last day is near or past. An unreadable date counts as none."""
+    """Whether the last day is at most `days` away or past. An invalid date counts as absent."""
     try:
         last = datetime.date.fromisoformat(installer.get("expires") or "")
     except ValueError:
