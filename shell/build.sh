@@ -1,6 +1,6 @@
 #!/bin/sh
-# build.sh [tests]: compiles the page and its server, or these and their tests, and puts the page's other files beside
-# them, under build/shell/out.
+# build.sh [tests]: compiles the page and its server, and with `tests` also their tests, into build/shell/out, and copies the
+# page's other files there.
 set -eu
 cd "$(dirname "$0")"
 built=../build/shell
@@ -10,7 +10,7 @@ compiler=$built/client/node_modules/typescript/bin/tsc
   exit 1
 }
 if [ "${1:-}" = tests ] && [ ! -d $built/node_modules ]; then
-  echo "what drives a browser isn't under build/shell: ./dev test installs it from npm" >&2
+  echo "the browser driver isn't under build/shell: ./dev test installs it from npm" >&2
   exit 1
 fi
 rm -rf $built/out

@@ -1,6 +1,6 @@
 #!/bin/sh
-# verify-against-digest.sh BIN [BYTES] [ROUNDS]: compares verifying a large signed Mach-O file with digesting it, and prints
-# the ratio of the best times.
+# verify-against-digest.sh BIN [BYTES] [ROUNDS]: compares the verification of a large signed Mach-O file with a digest of it, and
+# prints the ratio of the best times.
 #   BIN    the folder with lab-sign and codesign
 #   BYTES  size of the code, default 180 MB
 # The file is signed ad hoc, which needs no authority. A signer adds three milliseconds for any size.
@@ -16,7 +16,7 @@ cp "$folder/one" "$folder/two"
 "$bin/lab-sign" sign --variant ad-hoc "$folder/one"
 "$bin/lab-sign" sign --variant ad-hoc --digests sha1,sha256 "$folder/two"
 
-# Takes the fastest of several runs, in turns, so that other load affects both.
+# Takes the fastest of several runs of each command. The runs alternate, so that other load affects all commands.
 python3 - "$bin/codesign" "$folder" "$rounds" <<'PYTHON'
 import subprocess, sys, time
 

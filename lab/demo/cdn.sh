@@ -31,12 +31,12 @@ publish_all() {
   "$bin/lab-publish" verify --tree "$part/tree"
 }
 
-# start_cdn RATE: starts the CDN with RATE bytes a second for each transfer (0: no limit). Its settings are in $part/cdn.json.
+# start_cdn RATE: starts the CDN with RATE bytes per second for each transfer (0: no limit). Its settings are in $part/cdn.json.
 start_cdn() {
   "$cdn" start --folder "$part/cdn" --tree "$part/tree" --names "$names" --rate "$1" >"$part/cdn.json"
 }
 
-# change_json FILE PYTHON: runs PYTHON on the file's object `o`; `settings` is what lab-cdn printed.
+# change_json FILE PYTHON: runs PYTHON on the file's object `o`; `settings` is the object that lab-cdn printed.
 change_json() {
   /usr/bin/python3 -c "import json,sys
 o=json.load(open(sys.argv[1])); settings=json.load(open(sys.argv[2]))
@@ -44,7 +44,7 @@ $2
 json.dump(o,open(sys.argv[1],'w'),indent=2)" "$1" "$part/cdn.json"
 }
 
-# make_online_installer VERSION: the online installer is publish_all's bundle without packages, configured for the CDN.
+# make_online_installer VERSION: makes an online installer from publish_all's bundle: removes its packages, and configures the CDN.
 make_online_installer() {
   local resources=$part/installer/Kelo-Desk-Installer.app/Contents/Resources
   mkdir -p "$part/installer"

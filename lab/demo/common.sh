@@ -9,8 +9,8 @@ tell() { printf '\033[2m%s\033[0m\n' "$*"; }
 # The executable inside an installer's bundle.
 engine_of() { printf '%s/Kelo-Desk-Installer.app/Contents/MacOS/engine-cli' "$1"; }
 
-# play INSTALLER ARGUMENT...: runs the engine and shows the command, a board of its apps, with $events the events, and the
-# exit status, which is also in $played.
+# play INSTALLER ARGUMENT...: runs the engine. Shows the command, the apps, the events if $events is set, and the exit status,
+# and stores the status in $played.
 play() {
   local engine
   engine=$(engine_of "$1")
@@ -23,7 +23,7 @@ play() {
   printf '\033[1mexit status %s\033[0m\n' "$played"
 }
 
-# expect STATUS: stops the demo unless the last command ended with STATUS.
+# expect STATUS: ends the demo unless the last command had this exit status.
 expect() {
   [ "$played" = "$1" ] && return
   printf '\033[1;31mdemo: expected exit status %s, got %s\033[0m\n' "$1" "$played" >&2
@@ -32,7 +32,7 @@ expect() {
 
 show_applications() {
   local app
-  tell "$1/Applications holds:"
+  tell "$1/Applications contains:"
   for app in "$1"/Applications/*.app; do
     [ -e "$app" ] || { tell "  nothing"; return; }
     tell "  $(basename "$app")  $(sed -n '/CFBundleShortVersionString/{n;s/.*<string>\(.*\)<\/string>.*/\1/p}' "$app/Contents/Info.plist")"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # desk.sh BUILD_FOLDER DESK_FOLDER [COMMAND...]: makes a machine for trying the administrators' recipes, and runs a shell or
-# COMMAND there as its user anna. Her home is the machine's root. The engine, kelo and DESK_FOLDER/bin are in her PATH.
+# COMMAND on it. HOME is the machine's root. The engine, kelo and DESK_FOLDER/bin are in the PATH.
 set -euo pipefail
 
 build=$1

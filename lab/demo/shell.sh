@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# shell.sh BUILD_FOLDER FOLDER PAGE_FOLDER [online|offline] [OPTION...]: a fresh machine with an older copy of one app
-# and an App Store copy of another, an installer of version 2.0, and the reference shell for it, until Ctrl-C.
-# The installer is slowed down, so that there is time to press Cancel. The options go to the shell's server.
+# shell.sh BUILD_FOLDER FOLDER PAGE_FOLDER [online|offline] [OPTION...]: makes a machine with an older copy of one app and an
+# App Store copy of another, and an installer of version 2.0, and runs the reference shell's server with the options until Ctrl-C.
+# The installer is slow, so that there is time to press Cancel.
 set -euo pipefail
 
 build=$1
@@ -18,7 +18,7 @@ team=QX7M4R2V9D
 # shellcheck source=lab/demo/cdn.sh
 . "$here/cdn.sh"
 
-case "$mode" in online | offline) ;; *) echo "shell: there is online and offline, not '$mode'" >&2; exit 2 ;; esac
+case "$mode" in online | offline) ;; *) echo "shell: the mode must be online or offline, not '$mode'" >&2; exit 2 ;; esac
 
 make_installer() {
   "$bin/lab-fixture" offline-installer --engine "$build/engines/macos/engine-cli" --programs "$bin" \
@@ -64,7 +64,7 @@ tell "the machine  $root  (Applications, Library)"
 tell "the log      $root/Library/Logs/Kelo-Desk-Installer/webinstall.log"
 [ "$mode" = offline ] || tell "to cut the network: $cdn stop --folder $part/cdn"
 tell "Ctrl-C ends it. An app that is being installed is finished first."
-# A terminal's Ctrl-C reaches the server as well: it ends when its run has ended.
+# Ctrl-C in the terminal also signals the server, which ends after its run.
 HOME=$root node "$page/server/main.js" --engine "$(engine_of "$part/installer")" "$@" &
 server=$!
 trap : INT

@@ -1,4 +1,4 @@
-# Forged packages, and how the engine refuses them. Sourced by demo.sh.
+# Shows how the engine refuses forged packages. Sourced by demo.sh.
 # shellcheck shell=bash
 # demo.sh sets the variables that aren't set here.
 # shellcheck disable=SC2154
@@ -7,7 +7,7 @@ root=$part/machine
 team=QX7M4R2V9D
 sign="$bin/lab-sign sign --authority $part/authority"
 
-# refused_installer NAME BUNDLE_SIGNER CHANGE: makes an installer for Kelo Rulo. Its image holds a bundle that BUNDLE_SIGNER
+# refused_installer NAME BUNDLE_SIGNER CHANGE: makes an installer for Kelo Rulo. Its image contains a bundle that BUNDLE_SIGNER
 # signed and CHANGE changed afterwards.
 refused_installer() {
   local installer=$part/$1 volume=$part/$1-volume
@@ -20,7 +20,7 @@ refused_installer() {
   "$bin/lab-diskimage" --volume-name "Kelo Rulo" "$volume" "$packages/rulo_installer.dmg"
 }
 
-# why PATTERN [COUNT]: the log's last lines that match, without time and source location.
+# why PATTERN [COUNT]: shows the last lines of the log that match, without time and source location.
 why() {
   tell "from the log:"
   grep -E "$1" "$root/Library/Logs/Kelo-Desk-Installer/webinstall.log" | tail -n "${2:-1}" \
@@ -59,8 +59,8 @@ expect 2
 why 'Signature requirement output|codesign exit' 2
 
 title "A copy that is altered before the second check"
-cp -a "$part/genuine" "$part/quick-hands"
-programs=$part/quick-hands/Kelo-Desk-Installer.app/Contents/Resources/programs
+cp -a "$part/genuine" "$part/altered-copy"
+programs=$part/altered-copy/Kelo-Desk-Installer.app/Contents/Resources/programs
 mv "$programs/codesign" "$programs/codesign-itself"
 cat >"$programs/codesign" <<SCRIPT
 #!/bin/sh
@@ -69,7 +69,7 @@ case "\$path" in "$root/Applications/"*) echo altered >>"\$path/Contents/Resourc
 exec "$programs/codesign-itself" "\$@"
 SCRIPT
 chmod +x "$programs/codesign"
-play "$part/quick-hands" run --action install --apps rulo
+play "$part/altered-copy" run --action install --apps rulo
 expect 2
 why 'the installed copy at'
 show_applications "$root"

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# smoke.sh APP [EXECUTABLE]: tries the installer bundle APP on this machine, unattended and without a network. Makes an
-# application around EXECUTABLE (APP's by default), an image of it, and a copy of APP with that image, all signed ad hoc.
-# Then queries, installs, exports the logs and removes. Prints a line per check, and ends with 1 at the first failure, or at
-# once if Brenna is installed, because the install would replace it.
+# smoke.sh APP [EXECUTABLE]: tests the installer bundle APP on this machine, unattended and without a network. Makes an
+# application with EXECUTABLE (APP's by default), an image of it, and a copy of APP with that image, all signed ad hoc. Then
+# queries, installs, exports the logs and removes. Prints a line per check. Exits with 1 at the first failure, or before the
+# install if Brenna is installed, because the install would replace it.
 set -euo pipefail
 
 work=$(mktemp -d)
@@ -19,7 +19,7 @@ fail() {
   exit 1
 }
 
-# check WHAT STATUS PATTERN WORD...: runs the engine, which has to end with STATUS and print a line with PATTERN.
+# check WHAT STATUS PATTERN ARGUMENT...: runs the engine, which has to exit with STATUS and print a line that matches PATTERN.
 check() {
   local what=$1 expected=$2 pattern=$3 status=0
   shift 3
@@ -64,7 +64,7 @@ PLIST
   hdiutil create -quiet -volname "Kelo Brenna" -srcfolder "$work/volume" -format UDZO "$contents/Resources/packages/brenna_installer.dmg"
 }
 
-# The image beside the installer, its entry, and no team that its signature would have to be of.
+# Adds the image and its entry to a copy of the installer, and removes the required team, because the image is signed ad hoc.
 make_installer() {
   cp -R "$1" "$app"
   make_image "${2:-$engine}"
@@ -82,7 +82,7 @@ make_installer "$@"
 is_signed "$app" "the bundle with an image"
 
 check "hello" 0 '"mode":"offline"' hello
-! grep -q '"id":"brenna"[^}]*"installedPath"' "$work/events" || fail "Brenna is installed here already"
+! grep -q '"id":"brenna"[^}]*"installedPath"' "$work/events" || fail "Brenna is already installed"
 check "disk-free" 0 '"freeBytes":[1-9]' disk-free
 check "an install" 0 '"status":"installed"' run --action install --apps brenna
 installed=$(sed -n 's/.*"installedPath":"\([^"]*\)".*/\1/p' "$work/events" | head -n 1 | sed 's|\\/|/|g')
@@ -94,6 +94,6 @@ pass "the image is detached"
 check "a second install" 0 '"status":"skipped"' run --action install --apps brenna
 check "an archive of the logs" 0 '"path":"' export-logs --out "$work"
 check "a removal" 0 '"status":"uninstalled"' run --action uninstall --apps brenna
-[ ! -e "$installed" ] || fail "the application is still there"
+[ ! -e "$installed" ] || fail "the application still exists"
 check "a wrong command line" 3 'Unknown subcommand' frobnicate
 pass "all"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# make.sh LAB ARM64 X86_64 OUTPUT: joins two slices of the engine, and has lab-publish of the build LAB make an online
-# installer of this deployment in OUTPUT, signed ad hoc. The same slices give the same bytes.
+# make.sh LAB ARM64 X86_64 OUTPUT: joins two slices of the engine, and makes an online installer of this deployment in OUTPUT
+# with lab-publish from the folder LAB, signed ad hoc. The same slices give the same bytes.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 lab=$1 arm64=$2 x86_64=$3 output=$4

@@ -175,7 +175,7 @@ def test_a_dry_run_says_what_would_happen_and_starts_nothing(bundle, running):
     answers(bundle, app("tolvi", "1.0", latest=None), mode="online", latest="3.0")
     assert kelo(program, "--apps", "tolvi", "--dry-run").stdout == "Kelo Tolvi: would be updated from version 1.0 to 3.0\n"
     answers(bundle, app("tolvi", "1.0", latest=None))
-    assert kelo(program, "--apps", "tolvi", "--dry-run").stdout == "Kelo Tolvi: no version on offer is known\n"
+    assert kelo(program, "--apps", "tolvi", "--dry-run").stdout == "Kelo Tolvi: the available version is unknown\n"
 
 
 def read_from(terminal):
