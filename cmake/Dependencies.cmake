@@ -5,8 +5,8 @@ if(NOT CMAKE_CROSSCOMPILING)
   return()
 endif()
 
-# A cross build uses only their headers. They are copied, because this system's headers in the same folder must not be
-# found.
+# A cross build uses only their headers. It copies them, because the compiler must not find this system's other headers in the
+# same folder.
 set(HEADERS ${CMAKE_BINARY_DIR}/headers)
 file(COPY /usr/include/nlohmann /usr/include/fmt DESTINATION ${HEADERS})
 

@@ -1,7 +1,7 @@
-# Fuzzers on clang's libFuzzer, which the preset `sanitize` builds.
+# Fuzzers with clang's libFuzzer. The preset `sanitize` builds them.
 option(KELO_FUZZ "Build the libFuzzer targets (clang only)" OFF)
 
-# kelo_fuzzed(LIBRARY...): the fuzzers use the coverage of these libraries.
+# kelo_fuzzed(LIBRARY...): instruments these libraries for the fuzzers.
 function(kelo_fuzzed)
   foreach(LIBRARY ${ARGN})
     target_compile_options(${LIBRARY} PRIVATE -fsanitize=fuzzer-no-link)
@@ -10,13 +10,13 @@ endfunction()
 
 # kelo_fuzzer(NAME CALL LIBRARY CORPUS [OPTION...]): adds the program fuzz-NAME, which makes the C++ call CALL from Targets.h
 # of LIBRARY with `data` and `size`, and the test Fuzzing.NAME, which runs it for some seconds from the inputs in the folder
-# CORPUS. What the test finds is in found/NAME until its next run.
+# CORPUS. New inputs, and those that fail, are in found/NAME until the next run.
 function(kelo_fuzzer NAME CALL LIBRARY CORPUS)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/Fuzzer.cpp.in ${CMAKE_CURRENT_BINARY_DIR}/Fuzz${NAME}.cpp @ONLY)
   add_executable(fuzz-${NAME} ${CMAKE_CURRENT_BINARY_DIR}/Fuzz${NAME}.cpp)
   target_link_options(fuzz-${NAME} PRIVATE -fsanitize=fuzzer)
   target_link_libraries(fuzz-${NAME} PRIVATE ${LIBRARY} kelo_warnings)
-  # The first limit counts, runs or seconds; a busy machine makes fewer runs.
+  # Ends at the first limit, runs or seconds. A busy machine makes fewer runs.
   set(FOUND ${CMAKE_CURRENT_BINARY_DIR}/found/${NAME})
   add_test(NAME Fuzzing.${NAME}
     COMMAND sh -c "rm -rf \"$0\" && mkdir -p \"$0\" && exec \"$@\"" ${FOUND}

@@ -1,5 +1,5 @@
 # kelo_precompile(TARGET HEADER...): precompiles large headers that most sources of TARGET include. A source still includes
-# what it uses. Not for <nlohmann/json.hpp>: g++ would instantiate its parser in every source.
+# the headers that it uses. Not for <nlohmann/json.hpp>: g++ would instantiate its parser in every source.
 function(kelo_precompile TARGET)
   target_precompile_headers(${TARGET} PRIVATE
     <chrono> <expected> <functional> <map> <memory> <optional> <string> <string_view> <vector>

