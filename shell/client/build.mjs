@@ -1,5 +1,5 @@
-// build.mjs [FOLDER]: makes the package in FOLDER, which holds its npm packages: CommonJS and ES modules, their types and
-// the README. FOLDER is the folder of this script if it is left out, as it is in `npm pack`.
+// build.mjs [FOLDER]: makes the package in FOLDER, which has the installed npm packages: CommonJS and ES modules, their types
+// and the README. FOLDER defaults to the folder of this script, for `npm pack`.
 import { spawnSync } from 'node:child_process';
 import { copyFileSync, existsSync, mkdirSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { dirname, join, resolve } from 'node:path';

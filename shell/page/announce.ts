@@ -1,11 +1,11 @@
-// What a screen reader says on its own: an app's new stage or its end, and what became of an export. Never a number that grows.
+// The text that a screen reader announces: an app's new stage or its result, and the result of an export. Never a growing number.
 
 import type { RunApp, State } from '../client/src/state.js';
 import { nameOf, type UI } from './ui.js';
 import { exportText } from './views/frame.js';
 import { conditionText } from './views/run.js';
 
-// The empty text if there is nothing new.
+// Empty if there is nothing new.
 export function announcement(before: UI, ui: UI): string {
   return [runNews(before.state, ui), exportNews(before, ui)].filter(Boolean).join(' ');
 }

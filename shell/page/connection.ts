@@ -1,9 +1,9 @@
-// What the page and its server say to each other. The token stands in the address's fragment, which browsers keep to
-// themselves; an EventSource can't send it in a header, so the stream is read by fetch.
+// The connection from the page to its server. The token is in the address's fragment, which browsers don't send. The stream
+// is read with fetch, because an EventSource can't send the token in a header.
 
 import type { ShellEvent, State } from '../client/src/state.js';
 
-// The first message of a stream is the state of then, with the number of runs since the server began.
+// The first message of a stream has the current state and the number of runs since the start of the server.
 export type Message = { state: State; runs: number } | { event: ShellEvent };
 
 export class Connection {
@@ -13,17 +13,17 @@ export class Connection {
     return this.token !== '';
   }
 
-  // Posts one request. The status of the answer; 0 if there is none.
+  // Posts one request. Returns the status of the answer; 0 if there is none.
   async post(path: string, body: object = {}): Promise<number> {
     const headers = { ...this.headers(), 'Content-Type': 'application/json' };
     const answer = await fetch(path, { method: 'POST', headers, body: JSON.stringify(body) }).catch(() => undefined);
     return answer?.status ?? 0;
   }
 
-  // Hands over each message of the stream; returns when the stream has ended, for whatever reason.
+  // Passes each message of the stream to `receive`, and returns at its end. Throws if the stream is refused or breaks off.
   async follow(receive: (message: Message) => void): Promise<void> {
     const answer = await fetch('api/events', { headers: this.headers() });
-    if (!answer.ok || !answer.body) throw new Error(`the server answers ${answer.status}`);
+    if (!answer.ok || !answer.body) throw new Error(`the server refused the stream: status ${answer.status}`);
     const reader = answer.body.pipeThrough(new TextDecoderStream()).getReader();
     let rest = '';
     for (let piece = await reader.read(); !piece.done; piece = await reader.read()) {

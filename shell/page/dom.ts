@@ -1,5 +1,5 @@
 // A view is a plain tree; `patch` makes the document equal to it.
-// An element that keeps its tag and key is updated in place, so focus, open details and selections stay.
+// An element that keeps its tag and key is updated in place and so keeps its focus, open details and selection.
 
 type Attributes = Record<string, string | number | boolean | undefined | ((event: Event) => void)>;
 export type View = VirtualElement | string | false | undefined;
@@ -17,10 +17,10 @@ interface Patched extends Element {
 }
 
 const svgTags = new Set(['svg', 'path']);
-// What the person changes is a property; its attribute is only the initial value.
+// Set as properties: what the user can change, because the attribute is only its initial value, and handlers.
 const properties = new Set(['checked', 'selected', 'onchange', 'onclick', 'onsubmit']);
 
-// `key` tells siblings of the same tag apart. A falsy child is left out. An attribute that is undefined or false is absent.
+// `key` distinguishes siblings of the same tag. A falsy child is omitted, and so is an attribute that is undefined or false.
 export function h(tag: string, attributes: Attributes & { key?: string } = {}, ...children: View[]): VirtualElement {
   const { key, ...rest } = attributes;
   return { tag, key, attributes: rest, children };

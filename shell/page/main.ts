@@ -1,4 +1,4 @@
-// One page: follows the installer's events, keeps what is this page's own, and shows both.
+// One page: follows the installer's events, has its own state, and shows both.
 
 import { initialState, next, type App, type State } from '../client/src/state.js';
 import { announcement } from './announce.js';
@@ -15,16 +15,16 @@ const connection = new Connection();
 const shell = document.getElementById('shell')!;
 const live = document.getElementById('live')!;
 const dialog = document.getElementById('dialog') as HTMLDialogElement;
-// How often a lost stream is taken up again before the person hears of it, and how long to wait before each time.
+// The number of attempts to reopen a lost stream before the page reports the loss, and the pause before each.
 const attempts = 4;
 const pauseMilliseconds = 500;
 const linesKept = 8;
 
-// What a reload keeps. The address, and with it this storage, is another one for each start of the server.
+// The state that a reload keeps. Each start of the server has another origin, and so another storage.
 const kept = sessionStorage;
 let runs = 0;
 let shown = '';
-// Apps whose update has been proposed once: what the person then unticks stays unticked.
+// Apps whose update has been preselected once. If the user deselects it, it stays deselected.
 const proposed = new Set<App>();
 
 const act: Acts = {
@@ -91,14 +91,14 @@ function announce(before: UI): void {
   if (before.state === ui.state || before.connection !== 'connected') return;
   const text = announcement(before, ui);
   if (!text) return;
-  // A line of its own for each: one that took another's place within the same moment would never be heard.
+  // Each text gets a new element. A text that is replaced at once isn't announced.
   const line = document.createElement('p');
   line.textContent = text;
   live.append(line);
   if (live.children.length > linesKept) live.firstElementChild?.remove();
 }
 
-// A new screen's heading takes the focus, and so it does when the control that had it is gone.
+// Focuses the heading of a new screen, except of the first, and if the focused control has disappeared.
 function moveFocus(before: Element | null): void {
   const screen = screenOf(ui);
   const first = shown === '' || shown === 'starting';

@@ -1,4 +1,4 @@
-// What one page shows: the installer's state, which all pages share, and what belongs to this page alone.
+// The state that one page shows: the installer's, which all pages share, and the page's own.
 
 import { roomFor, type App, type AppState, type Room, type RunAction, type RunApp, type RunState, type State } from '../client/src/state.js';
 import type { Language, Words } from './words.js';
@@ -9,11 +9,11 @@ export interface UI {
   readonly connection: 'none' | 'connected' | 'lost';
   readonly termsAccepted: boolean;
   readonly chosen: ReadonlySet<App>;
-  // The ended run has been put away.
+  // The result of the last run has been closed.
   readonly dismissed: boolean;
-  // The app that the person is asked about before it is removed.
+  // The app whose removal the user has to confirm.
   readonly removing: App | null;
-  // A request that the server refused.
+  // Why the server refused the last request.
   readonly refused: 'busy' | 'refused' | null;
   readonly act: Acts;
 }
@@ -44,13 +44,13 @@ export const isIdle = ({ state, connection }: UI) => connection === 'connected' 
 export const nameOf = (state: State, id: App) => state.apps.find((app) => app.id === id)?.displayName ?? id;
 export const isOffline = (state: State) => state.installer?.mode === 'offline';
 
-// What choosing this app would do; null if there is nothing to choose.
+// The action for this app if it is chosen; null if it can't be chosen.
 export const choiceOf = (app: AppState) => app.offers.find((offer) => offer !== 'uninstall') ?? null;
 export const choosable = (state: State) => state.apps.filter((app) => choiceOf(app) !== null);
 
 export interface Choice {
   apps: AppState[];
-  // One run serves all: `install` updates as well.
+  // Of one run for all apps. `install` also updates.
   action: RunAction;
   mixed: boolean;
   bytes: number;
@@ -71,18 +71,18 @@ export function choiceIn({ state, chosen }: UI): Choice {
   };
 }
 
-// Online, the size is the engine's estimate until the server has said it.
+// Online, the size is an estimate of the engine until `check-updates` has it from the network.
 export function isEstimated(app: AppState, state: State): boolean {
   return app.sizeBytes === null || (!isOffline(state) && app.check?.sizeBytes === undefined);
 }
 
-// Asked for and not answered: no version of any app is known.
+// `check-updates` has ended and no app has an available version.
 export function checkFailed({ installer, underWay, apps, retired }: State): boolean {
   if (installer?.mode !== 'online' || retired || underWay.includes('check-updates')) return false;
   return apps.some((app) => app.check) && apps.every((app) => app.check?.latestVersion === undefined);
 }
 
-// The failed apps for which trying again is on offer, and those that the engine didn't come to.
+// The failed apps for which the page offers a retry, and the apps whose result the engine didn't report.
 export function retryable(run: RunState, { words, state }: UI): App[] {
   const retries = (app: RunApp) => app.condition === 'unknown' || app.condition === 'untouched'
     || (app.condition === 'failed' && words.failure(app.errorCode ?? '', run.action, isOffline(state)).offer.includes('retry'));
@@ -101,7 +101,7 @@ export function outcomeOf(run: RunState): Outcome {
   return has('succeeded') ? 'good' : 'nothing';
 }
 
-// Addresses come from the installer's configuration; only https ones become links.
+// The addresses come from the installer's configuration. Only https addresses become links.
 export function httpsOnly(address: string | null | undefined): string | undefined {
   return address && URL.canParse(address) && new URL(address).protocol === 'https:' ? address : undefined;
 }

@@ -1,4 +1,4 @@
-// The texts of one language, and numbers, dates and sizes as that language writes them.
+// The texts of one language, and its formats of numbers, dates and sizes.
 
 import type english from '../texts/en.json';
 
@@ -18,7 +18,7 @@ export function preferredLanguage(wanted: readonly string[]): Language {
 export class Words {
   constructor(readonly language: Language, private readonly texts: Texts) {}
 
-  // The page's text `key`, with {name} replaced by the argument of that name. `count` chooses between one and other.
+  // The page's text `key`, with each {name} replaced by the argument of that name. `count` selects the plural form.
   say(key: Exclude<keyof Texts['page'], 'termsText'>, given: Arguments = {}): string {
     const text: string | Plural = this.texts.page[key];
     return fill(typeof text === 'string' ? text : text[this.pluralOf(given.count as number)], given);
@@ -45,7 +45,7 @@ export class Words {
     return lookUp(this.texts.retired, reason) ?? this.texts.retired['source-unavailable'];
   }
 
-  // A code that a later engine added counts as the failure of its action.
+  // The code of a later engine counts as the general failure of the action.
   failure(code: string, action: string, offline: boolean): { text: string; offer: Offer[] } {
     const codes: Record<string, { text: string; offer: string[]; offerOffline?: string[] }> = this.texts.codes;
     const { INSTALL_FAILED, UNINSTALL_FAILED } = this.texts.codes;

@@ -1,4 +1,4 @@
-// The files of the page, read once. A path of a request is looked up in this list and never reaches the file system.
+// The files of the page, read once. A request's path is looked up in this map and never used as a path of a file.
 
 import { readdirSync, readFileSync } from 'node:fs';
 import { extname, join } from 'node:path';
@@ -18,7 +18,7 @@ const types: Record<string, string> = {
 
 const folders = ['client/src', 'page', 'page/views', 'texts'];
 
-// By path; `root` is the folder that the build has made.
+// path -> file. `root` is the output folder of the build.
 export function readAssets(root: string): Map<string, Asset> {
   const assets = new Map(folders.flatMap((folder) => assetsIn(root, folder)));
   assets.set('/', assets.get('/page/index.html')!);

@@ -1,5 +1,5 @@
-// Which requests are answered at all. Everything that a page of another origin, another program's guess or a rebound
-// name could send is refused before a byte of its body is read.
+// Decides which requests are accepted. Requests from other origins, with a wrong token or with another host name, as after DNS
+// rebinding, are refused before their body is read.
 
 import { timingSafeEqual } from 'node:crypto';
 import type { IncomingMessage } from 'node:http';
@@ -13,7 +13,7 @@ export function originOf(port: number): string {
   return `http://127.0.0.1:${port}`;
 }
 
-// The status to refuse this request with; undefined if it may pass.
+// The status with which this request is refused; undefined if it is accepted.
 export function refusal(request: IncomingMessage, door: Door): number | undefined {
   if (!fromOurPage(request, door.port)) return 403;
   if (!isInterface(request)) return request.method === 'GET' ? undefined : 405;

@@ -1,4 +1,4 @@
-// main.js --engine FILE [--offline]: serves the page for one installer, prints its address, and ends on a signal.
+// main.js --engine FILE [--offline]: serves the page for one installer, prints its address, and ends after a signal.
 
 import { fileURLToPath } from 'node:url';
 import { parseArgs } from 'node:util';
@@ -17,7 +17,7 @@ const session = new Session(new Engine({ program: values.engine, offline: values
 const server = new ShellServer(session, readAssets(fileURLToPath(new URL('..', import.meta.url))));
 let ending = false;
 
-// A second signal leaves at once. The engine, in a process group of its own, finishes its app all the same.
+// A second signal exits at once. The engine still finishes its current app, because it has its own process group.
 async function leave(): Promise<void> {
   if (ending) process.exit(1);
   ending = true;

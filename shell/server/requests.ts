@@ -1,4 +1,4 @@
-// What a page may ask for. Nothing of a request is handed on: words are chosen from lists by what it says.
+// The requests of a page. No text of a request is passed on: it only selects words from lists.
 
 import type { App, RunAction } from '../client/src/state.js';
 
@@ -10,7 +10,7 @@ export type Request =
 
 const actions: readonly RunAction[] = ['install', 'update', 'uninstall'];
 
-// The request of a path and its body; undefined if the body isn't one. `known`: the apps on offer, in their order.
+// The request of a path and its body; undefined if the body is invalid. `known`: the installer's apps, in their order.
 export function readRequest(path: string, body: string, known: readonly App[]): Request | undefined {
   const given = readObject(body);
   if (!given) return undefined;

@@ -1,4 +1,4 @@
-// The page and its interface, on this machine's loopback address only.
+// Serves the page and its interface, on the loopback address only.
 
 import { randomBytes } from 'node:crypto';
 import { once } from 'node:events';
@@ -10,7 +10,7 @@ import { readRequest, requestPaths, type Request } from './requests.js';
 import type { Session } from './session.js';
 
 export const longestBody = 4096;
-// A page that doesn't read is cut off here; when it comes back, it begins with the state of then.
+// The limit of unsent bytes, at which a page that doesn't read is disconnected. A new connection begins with the current state.
 const longestBacklog = 4 * 1024 * 1024;
 
 const headers = {
@@ -32,14 +32,14 @@ export class ShellServer {
     this.server = createServer((request, response) => void this.answer(request, response));
   }
 
-  // Listens on a port that the system chooses. The address for a person to open.
+  // Listens on a port that the system chooses. Returns the address to open.
   async listen(): Promise<string> {
     await new Promise<void>((ready) => this.server.listen(0, '127.0.0.1', ready));
     this.door.port = (this.server.address() as AddressInfo).port;
     return `${originOf(this.door.port)}/#token=${this.door.token}`;
   }
 
-  // Waits for the run, which pages see to its end.
+  // Cancels the run and waits for its end. The pages get all its events.
   async close(): Promise<void> {
     await this.session.close();
     await Promise.all([...this.streams].map(endStream));
@@ -96,19 +96,19 @@ export class ShellServer {
   }
 }
 
-// Waits until all is sent or the page is gone: the callback of `end` never comes for a page that has just gone.
+// Waits until everything is sent or the page has disconnected. After a disconnection, `end` doesn't call its callback.
 async function endStream(stream: ServerResponse): Promise<void> {
   stream.end();
   await once(stream, 'close');
 }
 
-// A refused request may have a body that is still on its way; its connection isn't used again.
+// Closes the connection of a refused request, because its body may not have been read.
 function end(response: ServerResponse, status: number): void {
   if (status >= 400) response.setHeader('Connection', 'close');
   response.writeHead(status).end();
 }
 
-// Undefined if it is too long.
+// The body; undefined if it is too long.
 async function readBody(request: IncomingMessage): Promise<string | undefined> {
   const pieces: Buffer[] = [];
   let length = 0;

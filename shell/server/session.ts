@@ -1,4 +1,4 @@
-// The one installer that all pages look at: its state, its run, and who listens.
+// The installer that all pages share: its state, its run, and its listeners.
 
 import type { Engine, EngineProcess, Run } from '../client/src/engine.js';
 import { initialState, next, type App, type RunAction, type ShellEvent, type State } from '../client/src/state.js';
@@ -10,7 +10,7 @@ export class Session {
   private state: State = initialState;
   private runs = 0;
   private run: Run | undefined;
-  // Until the listeners have heard of the run's end.
+  // Settles when the listeners have the run's last event and the queries after it have ended.
   private finished = Promise.resolve();
   private looking = false;
   private closing = false;
@@ -23,14 +23,14 @@ export class Session {
     return this.state.apps.map((app) => app.id);
   }
 
-  // The listener gets what is known now, and then each event. Returns what ends that.
+  // Calls the listener with the current state, and then with each event. Returns a function that removes it.
   listen(listener: Listener): () => void {
     listener({ state: this.state, runs: this.runs });
     this.listeners.add(listener);
     return () => this.listeners.delete(listener);
   }
 
-  // What is installed at once; what is on offer when the network has answered. False if that is under way already.
+  // Starts queries of the installed apps, and then of the available versions. False if they are already under way.
   refresh(): boolean {
     if (this.looking) return false;
     this.looking = true;
@@ -60,7 +60,7 @@ export class Session {
     return true;
   }
 
-  // Asks a run to end, once, and waits until it has. What only asks is ended at once.
+  // Kills the queries, cancels the run, and waits for its end.
   async close(): Promise<void> {
     this.closing = true;
     for (const query of this.queries) query.kill();

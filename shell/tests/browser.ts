@@ -1,4 +1,4 @@
-// Debian's Chromium without a window, and what is looked at in every state of the page.
+// Runs Debian's Chromium without a window, and has the checks for every state of the page.
 
 import axe from 'axe-core';
 import assert from 'node:assert/strict';
@@ -10,20 +10,20 @@ import { project } from './stage.js';
 const chromium = '/usr/bin/chromium';
 const pictures = join(project, 'build/shell/pictures');
 const usual = { width: 820, height: 760 };
-// How long a state may take to come before the test has failed. Never a measure of speed.
+// The limit after which a missing state fails the test. It doesn't measure speed.
 const patience = 20_000;
-// A 1280-pixel screen at 400 %, and what phones have.
+// As a 1280-pixel screen at 400 %, and as phones.
 const narrow = { width: 320, height: 640 };
 
 export function launch(): Promise<Browser> {
   assert.ok(existsSync(chromium), `${chromium} is missing; as root run: apt-get install chromium fonts-inter (./dev test does)`);
   mkdirSync(pictures, { recursive: true });
-  // Root has no sandbox in Chromium. Without a screen there is no graphics processor to wait for.
+  // Chromium's sandbox doesn't work for root. Without a screen, the graphics processor isn't needed.
   const args = ['--disable-gpu', '--disable-dev-shm-usage', ...(process.getuid?.() === 0 ? ['--no-sandbox'] : [])];
   return puppeteer.launch({ executablePath: chromium, pipe: true, args, protocolTimeout: 3 * patience });
 }
 
-// A page in a context of its own, in English. An error in the page's script or policy fails the test that closes it.
+// A page in a separate context, by default in English. `end` fails after an error of the page's script or policy.
 export class Visit {
   readonly errors: string[] = [];
 
@@ -49,11 +49,11 @@ export class Visit {
     assert.deepEqual(this.errors, []);
   }
 
-  // Waits until the element's text has all these.
+  // Waits until the element's text contains all parts.
   async reads(selector: string, ...parts: string[]): Promise<void> {
     await this.page.waitForFunction(
       (css, wanted) => wanted.every((part) => document.querySelector(css)?.textContent?.includes(part)), {}, selector, parts,
-    ).catch(async () => assert.fail(`${selector} doesn't read ${parts.join(', ')} but: ${await this.text(selector)}`));
+    ).catch(async () => assert.fail(`${selector} lacks ${parts.join(', ')} in: ${await this.text(selector)}`));
   }
 
   async text(selector: string): Promise<string> {
@@ -64,7 +64,7 @@ export class Visit {
     return this.page.$$eval(selector, (elements) => elements.map((element) => element.textContent ?? ''));
   }
 
-  // By its role and accessible name, as a screen reader finds it.
+  // Finds the element by its role and accessible name, as a screen reader does.
   async press(name: string, role = 'button'): Promise<void> {
     await this.page.locator(`::-p-aria([name="${name}"][role="${role}"])`).click();
   }
@@ -73,7 +73,7 @@ export class Visit {
     return (await this.page.$(`::-p-aria([name="${name}"][role="${role}"])`)) !== null;
   }
 
-  // Presses Tab until what has the focus has this name; each stop on the way shows where it is.
+  // Presses Tab until the element with this name has the focus. The focus must be visible at each step.
   async tabTo(name: string): Promise<void> {
     const passed: string[] = [];
     while (passed.length < 40) {
@@ -82,7 +82,7 @@ export class Visit {
       assert.ok(await this.focusIsVisible(), passed.at(-1));
       if (passed.at(-1) === name) return;
     }
-    assert.fail(`Tab doesn't reach ${name}, but: ${passed.join(', ')}`);
+    assert.fail(`Tab doesn't reach ${name}; it reaches ${passed.join(', ')}`);
   }
 
   async focused(): Promise<string> {
@@ -104,7 +104,7 @@ export class Visit {
     await this.reads('h2', 'Choose');
   }
 
-  // Both themes without a violation, a narrow window without anything cut off, and a picture of each.
+  // Checks accessibility in both themes and that a narrow window cuts nothing off. Takes a picture of each.
   async look(name: string): Promise<void> {
     for (const theme of ['light', 'dark']) {
       await this.page.emulateMediaFeatures([{ name: 'prefers-color-scheme', value: theme }, { name: 'prefers-reduced-motion', value: 'reduce' }]);

@@ -1,4 +1,4 @@
-// The page's screens and states, with the engine played by the test.
+// The page's screens and states, with a fake engine that the test controls.
 
 import assert from 'node:assert/strict';
 import { after, afterEach, before, beforeEach, test } from 'node:test';

@@ -1,5 +1,5 @@
-// player.js SOCKET WORD...: stands in for the engine. Tells the stage its command line, its standard input and its
-// signals, and does what the stage says. See stage.ts.
+// player.js SOCKET WORD...: a process of the fake engine. Sends its command line, its standard input and its signals to the
+// stage, and writes the output that the stage sends. See stage.ts.
 
 import { connect } from 'node:net';
 import { createInterface } from 'node:readline';

@@ -15,7 +15,7 @@ let browser: Browser;
 before(async () => { browser = await launch(); });
 after(() => browser.close());
 
-// A machine of the lab and the engine of its installer. It is there until `machine` is ended.
+// Makes a machine of the lab, which exists until the process `machine` ends, and returns the engine of its installer.
 async function makeMachine(mode: 'offline' | 'online'): Promise<{ machine: ChildProcess; program: string }> {
   const machine = spawn('/usr/bin/python3', [join(project, 'shell/client/test/machine.py'), mode], { stdio: ['pipe', 'pipe', 'inherit'] });
   const [line] = (await once(createInterface(machine.stdout), 'line')) as [string];

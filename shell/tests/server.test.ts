@@ -1,4 +1,4 @@
-// What the server refuses, and how it deals with the engine.
+// The server: refused requests, and its processes of the engine.
 
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
@@ -31,7 +31,7 @@ interface Asked {
   to?: Theatre;
 }
 
-// Sends the path as it stands. A header that is undefined is left out.
+// Sends the path unchanged. Omits headers that are undefined.
 async function open({ path, method = 'POST', headers = {}, body = '', to = theatre }: Asked): Promise<IncomingMessage> {
   const usual = {
     host: to.address.host, origin: to.address.origin, authorization: `Bearer ${to.token}`,
@@ -56,11 +56,11 @@ const post = async (path: string, body: unknown, to = theatre) => (await ask({ p
 
 interface Listener {
   beginning: State;
-  // Reads on until one of the events is enough; all that came since the beginning.
+  // Reads until an event is `enough`. Returns all events since the first message.
   until(enough: (event: ShellEvent) => boolean): Promise<ShellEvent[]>;
 }
 
-// As a page does. The server has answered when this returns, so nothing that happens afterwards is missed.
+// Opens a stream as a page does. Has read the first message when it returns, so it misses no later event.
 async function listen(to = theatre): Promise<Listener> {
   const response = await open({ path: '/api/events', method: 'GET', to });
   const lines = createInterface(response)[Symbol.asyncIterator]();
@@ -216,7 +216,7 @@ test('a page that leaves at the moment does not hold up the end', async () => {
   await other.close();
 });
 
-// The server as a process of its own, as a person starts it.
+// The server as a separate process, as from the command line.
 async function startServer(stage: Stage) {
   const server = spawn(process.execPath, [join(built, 'server/main.js'), '--engine', stage.program], { stdio: ['ignore', 'pipe', 'inherit'] });
   const [line] = (await once(createInterface(server.stdout), 'line')) as [string];

@@ -1,4 +1,4 @@
-// A stage on which the test plays the engine: each process that the shell starts reports here and does what it is told.
+// A fake engine: each process that the shell starts connects to the stage, reports its inputs, and writes the test's output.
 
 import { once, EventEmitter } from 'node:events';
 import { chmodSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
@@ -19,16 +19,16 @@ export function transcript(name: string): Event[] {
   return text.trimEnd().split('\n').map((line) => JSON.parse(line) as Event);
 }
 
-// The installer of the transcript, otherwise than there in what `change` says.
+// The `hello` of the transcript, with the values in `change` replaced.
 export function hello(change: Partial<HelloEvent> = {}): Event[] {
   const [event, done] = transcript('hello');
   return [{ ...event, ...change }, done!];
 }
 
-// An event that doesn't come fails the test instead of hanging it. Never a measure of speed.
+// The limit makes a missing event fail the test instead of blocking it. It doesn't measure speed.
 const soon = (emitter: EventEmitter, name: string) => once(emitter, name, { signal: AbortSignal.timeout(30_000) });
 
-// One process of the engine.
+// One process of the fake engine.
 export class Part {
   private readonly heard = new EventEmitter();
   readonly inputs: string[] = [];
@@ -56,12 +56,12 @@ export class Part {
     this.tell({ write: events.map((event) => `${JSON.stringify(event)}\n`).join('') });
   }
 
-  // Ends as a crashed engine does.
+  // Ends without further output, like a crash.
   die(): void {
     process.kill(this.pid, 'SIGKILL');
   }
 
-  // Says the rest and ends with the status of its `done`.
+  // Writes the last events and ends with the exit code of `done`.
   end(...events: Event[]): void {
     this.say(...events);
     this.tell({ exit: Number(events.at(-1)?.exitCode ?? 0) });
@@ -73,7 +73,7 @@ export class Part {
 }
 
 export class Stage {
-  // What queries are answered at once. A command without an answer here waits for the test to take it by `next`.
+  // command -> events that answer it at once. Other commands wait until the test takes them with `next`.
   readonly answers: Record<string, Event[]> = {
     hello: hello(),
     'disk-free': [
@@ -99,7 +99,7 @@ export class Stage {
     this.server = createServer((socket) => this.enter(socket)).listen(path);
   }
 
-  // The next process with this command that no answer was ready for.
+  // The next process with this command that `answers` doesn't answer.
   async next(command: string): Promise<Part> {
     for (;;) {
       const found = this.waiting.findIndex((part) => part.words[0] === command);
@@ -108,7 +108,7 @@ export class Stage {
     }
   }
 
-  // Ends what still plays.
+  // Ends the remaining processes.
   close(): void {
     for (const part of this.playing) part.die();
     this.server.close();
@@ -117,7 +117,7 @@ export class Stage {
 
   private enter(socket: Socket): void {
     let part: Part | undefined;
-    // A process can end before it has read what the test says. The lines report the socket's errors, too.
+    // A process can end before it has read its output from the socket. The line reader emits the socket's errors too.
     socket.on('error', () => undefined);
     createInterface(socket).on('error', () => undefined).on('line', (line) => {
       const told = JSON.parse(line) as Told & { words: string[]; pid: number };

@@ -1,4 +1,4 @@
-// Both languages have a text for everything that the protocol can say, and the page says nothing that isn't there.
+// Both languages have a text for every word of the protocol, and the page uses every text.
 
 import assert from 'node:assert/strict';
 import { readdirSync, readFileSync } from 'node:fs';

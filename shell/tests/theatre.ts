@@ -1,4 +1,4 @@
-// The server in front of a stage: what the tests of the server and of the page share.
+// The server with a fake engine, for the tests of the server and of the page.
 
 import { fileURLToPath } from 'node:url';
 import { Engine, type EngineOptions } from '../client/src/engine.js';
@@ -17,7 +17,7 @@ export interface Theatre {
   close(): Promise<void>;
 }
 
-// The engine is the stage's, if `options` names no other.
+// Uses the stage's engine unless `options` has another one.
 export async function openTheatre(options: Partial<EngineOptions> = {}): Promise<Theatre> {
   const stage = new Stage();
   const session = new Session(new Engine({ program: stage.program, ...options }));

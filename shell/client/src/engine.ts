@@ -8,9 +8,9 @@ import type { App, Command } from './types.generated.js';
 export interface EngineOptions {
   /** The executable inside the installer's bundle. */
   readonly program: string;
-  /** Take packages from the installer's own folder only. */
+  /** Use only the packages in the installer's bundle. */
   readonly offline?: boolean;
-  /** How long the engine may write nothing before `shell:silent` is yielded; 30 seconds if left out. */
+  /** The time without output after which `shell:silent` is yielded; 30 seconds by default. */
   readonly silenceMilliseconds?: number;
 }
 
@@ -21,24 +21,24 @@ export class Engine {
     return this.start('hello', []);
   }
 
-  /** Asks for all apps if `apps` is left out. Can take more than a minute; `kill()` is safe. */
+  /** Queries all apps if `apps` is omitted. Can take more than a minute; `kill()` is safe. */
   checkUpdates(apps?: readonly App[]): EngineProcess {
     return this.start('check-updates', apps ? ['--apps', list(apps)] : []);
   }
 
-  /** Passes each app once. Start a run only after the one before has ended. */
+  /** Ignores repeated apps. Start a run only after the previous one has ended. */
   run(action: RunAction, apps: readonly App[], { strict = false } = {}): Run {
     const chosen = [...new Set(apps)];
     const words = ['run', '--action', action, '--apps', list(chosen), ...(strict ? ['--strict', 'true'] : [])];
     return new Run(this.options, words, { type: 'shell:began', command: 'run', action, apps: chosen });
   }
 
-  /** Measures the volume of `path`, or of `/Applications`. */
+  /** Measures the volume of `path`, by default of `/Applications`. */
   diskFree(path?: string): EngineProcess {
     return this.start('disk-free', path === undefined ? [] : ['--path', resolve(path)]);
   }
 
-  /** Writes the archive into `folder`, or onto the Desktop. */
+  /** Writes the archive into `folder`, by default onto the Desktop. */
   exportLogs(folder?: string): EngineProcess {
     return this.start('export-logs', folder === undefined ? [] : ['--out', resolve(folder)]);
   }
@@ -50,22 +50,22 @@ export class Engine {
 
 const isApp = (app: unknown) => typeof app === 'string' && app.trim() !== '' && !app.includes(',') && !app.startsWith('--');
 
-// The engine takes an empty list for all apps of the catalog, also in a removal.
+// Refuses an empty list, which the engine takes for all apps of the catalog, even in a removal.
 function list(apps: readonly App[]): string {
   if (apps.length === 0 || !apps.every(isApp)) throw new RangeError(`not a list of apps: ${JSON.stringify(apps)}`);
   return apps.join(',');
 }
 
 const endOfErrors = 4096;
-/** How long to wait for more output after the process has ended. Another process may have inherited the pipe. */
+/** The time to wait for the end of the output after the process has ended. Another process may have inherited the pipe. */
 const inheritedOutput = 1000;
 
 /**
- * A process of the engine and its events, from `shell:began` to `shell:ended`. Iterate it once. The output is read all
- * the time, also without an iteration. Leaving the loop doesn't end the process.
+ * A process of the engine and its events, from `shell:began` to `shell:ended`. Iterate it once. The output is always read,
+ * even without an iteration. Leaving the loop doesn't end the process.
  */
 export class EngineProcess implements AsyncIterable<ShellEvent> {
-  /** What `shell:ended` says, once the output and the process have ended. Never rejects. */
+  /** The event `shell:ended`, after the end of the output and of the process. Never rejects. */
   readonly ended: Promise<EndedEvent>;
 
   protected process: ChildProcessWithoutNullStreams | undefined;
@@ -86,11 +86,11 @@ export class EngineProcess implements AsyncIterable<ShellEvent> {
     this.add(began);
     this.ended = new Promise((settle) => {
       try {
-        // In a process group of its own, Ctrl-C in the shell's terminal doesn't reach it.
+        // In a separate process group, it gets no signal from Ctrl-C in the shell's terminal.
         this.process = spawn(program, [...words, ...(offline ? ['--offline'] : [])], { detached: true });
         this.listen(this.process, settle);
       } catch (error) {
-        // Node throws some failures of a start and emits others.
+        // Node throws some errors of the start and emits others.
         this.startFailure = String(error);
         queueMicrotask(() => settle(this.end(null, null)));
       }
@@ -159,13 +159,13 @@ export class EngineProcess implements AsyncIterable<ShellEvent> {
   }
 }
 
-/** A run can be cancelled. */
+/** A process that can be cancelled. */
 export class Run extends EngineProcess {
   private terminated = false;
 
-  /** Cancels one app, or the whole run if `app` is left out. The events tell what became of it; see `RunApp.condition`. */
+  /** Cancels one app, or the whole run if `app` is omitted. The events have the result; see `RunApp.condition`. */
   cancel(app?: App): void {
-    // The engine takes anything but a non-empty text for the whole run.
+    // The engine takes anything except a non-empty text for a cancel of the whole run.
     if (app !== undefined && !isApp(app)) throw new RangeError(`not an app: ${JSON.stringify(app)}`);
     const command: Command = { type: 'cancel', ...(app === undefined ? {} : { app }) };
     this.process?.stdin.write(`${JSON.stringify(command)}\n`);

@@ -1,4 +1,4 @@
-// What a command yields: the engine's events, and events of this library about the process and the stream.
+// The events of a command: the engine's, and those of this library about the process and the stream.
 // The library's own types begin with "shell:", which no type of the protocol does.
 import type { App, EngineEvent } from './types.generated.js';
 
@@ -15,13 +15,13 @@ export interface BeganEvent {
   readonly apps?: readonly App[];
 }
 
-/** The person asked to cancel one app, or the whole run if `app` is left out. */
+/** The user requested to cancel one app, or the whole run if `app` is omitted. */
 export interface CancelAskedEvent {
   readonly type: 'shell:cancel-asked';
   readonly app?: App;
 }
 
-/** The engine has written nothing for this long. Yielded once until it writes again. */
+/** The engine has written nothing for this duration. Yielded once until it writes again. */
 export interface SilentEvent {
   readonly type: 'shell:silent';
   readonly command: CommandName;

@@ -5,14 +5,14 @@ import type {
 } from './types.generated.js';
 
 /**
- * - `waiting`: its turn comes later.
+ * - `waiting`: not begun.
  * - `working`: see `stage`.
- * - `cancelling`: the person cancelled its download, and the engine hasn't answered yet.
- * - `cancelled`: nothing was done. `cancelAsked` tells whether the person asked for it.
+ * - `cancelling`: the user cancelled its download, and the engine hasn't answered yet.
+ * - `cancelled`: nothing was done. `cancelAsked` is true if the user requested it.
  * - `succeeded`, `failed`: see `status` and `errorCode`.
- * - `skipped`: left as it was, because it was current or because it is from the App Store (`SKIPPED`).
- * - `unknown`: the engine ended during its work on this app. `hello` tells what is installed.
- * - `untouched`: the engine ended before its turn.
+ * - `skipped`: unchanged, because it was current or because it is from the App Store (`SKIPPED`).
+ * - `unknown`: the engine ended during its work on this app. `hello` has the installed version.
+ * - `untouched`: the engine ended before it began this app.
  */
 export type RunAppCondition =
   'waiting' | 'working' | 'cancelling' | 'cancelled' | 'succeeded' | 'skipped' | 'failed' | 'unknown' | 'untouched';
@@ -23,7 +23,7 @@ export interface RunApp {
   readonly stage: Stage | null;
   /** 0 to 100; never decreases. 0 during a removal, which has no measurable progress. */
   readonly percent: number;
-  /** Show a bar without a value. */
+  /** Show an indeterminate progress bar. */
   readonly indeterminate: boolean;
   /** Null until both numbers are known. */
   readonly bytes: { readonly downloaded: number; readonly total: number } | null;
@@ -32,7 +32,7 @@ export interface RunApp {
   readonly cancelAsked: boolean;
   /** A cancel of this app alone would have an effect now. */
   readonly canCancel: boolean;
-  /** The engine's word; null before the result. */
+  /** The engine's status; null before the result. */
   readonly status: Status | null;
   /** The reason of a failure or of `skipped`; null for a cancel. */
   readonly errorCode: ErrorCode | null;
@@ -57,7 +57,7 @@ export interface RunState {
   readonly canCancel: boolean;
   /** The engine has written nothing for a while, as during a stalled download. */
   readonly silent: boolean;
-  /** The newest message of level `error`, in English. It tells why a run couldn't begin. */
+  /** The newest message of level `error`, in English. It has the reason if a run couldn't begin. */
   readonly errorMessage: string | null;
   readonly exitCode: number | null;
   /** The number of apps, as the engine counts them. */
@@ -149,7 +149,7 @@ function endedAs(app: RunApp, { status, errorCode }: AppResultEvent | Result): R
   return status === 'failed' || errorCode ? 'failed' : 'succeeded';
 }
 
-// After 600 seconds without progress, the engine reports every app as cancelled, also one that it was installing.
+// After 600 seconds without progress, the engine reports every app as cancelled, even the one that it is installing.
 function wasLeftAtWork(app: RunApp): boolean {
   return app.stage === 'verify' || app.stage === 'install';
 }
@@ -194,7 +194,7 @@ function leftAlone(app: RunApp): RunApp {
 const isAtWork = (app: RunApp) => app.condition === 'working' || app.condition === 'cancelling';
 const isCancellable = (app: RunApp) => app.condition === 'waiting' || (app.condition === 'working' && app.stage === 'download');
 
-/** Computes again what follows from the apps. */
+/** Computes the values that depend on the apps. */
 function derived(run: RunState): RunState {
   const running = run.phase === 'running';
   const alone = running && run.action !== 'uninstall';

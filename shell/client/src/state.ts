@@ -12,7 +12,7 @@ export * from './run.js';
 export { eventOf, parseLine } from './lines.js';
 export type * from './types.generated.js';
 
-/** One app of the catalog: its row in `hello`, completed by its row in `check-updates`. */
+/** One app of the catalog: its row in `hello`, with the values of its row in `check-updates`. */
 export interface AppState {
   readonly id: App;
   readonly displayName: string;
@@ -57,9 +57,9 @@ export interface State {
   readonly run: RunState | null;
   /** The commands whose processes haven't ended. */
   readonly underWay: readonly CommandName[];
-  /** `hello` should be asked: for the first time, or after a run. */
+  /** `hello` should be started: for the first time, or after a run. */
   readonly helloNeeded: boolean;
-  /** `check-updates` should be asked: packages come from the network, and it wasn't asked yet. */
+  /** `check-updates` should be started: packages come from the network, and it hasn't been started yet. */
   readonly checkNeeded: boolean;
   /** The engine uses a newer version of the protocol. The shell must be updated. */
   readonly shellOutdated: boolean;
@@ -155,7 +155,7 @@ function take(state: State, { status, app: id }: AppResultEvent | Result): State
   return sourceFound({ ...state, apps });
 }
 
-/** An expired installer stays expired. A missing source can be found again. */
+/** An expired installer stays expired. A missing source can return. */
 function retire(state: State, retired: InstallerRetired | undefined): State {
   if (!retired || (state.retired?.reason === 'expired' && retired.reason !== 'expired')) return state;
   return { ...state, retired };
@@ -191,7 +191,7 @@ function offersFor(hello: CatalogApp, check: UpdateCheckEntry | null, state: Sta
 }
 
 export interface Room {
-  /** The sum for the chosen apps; only of the known values if `complete` is false. */
+  /** The sum of the chosen apps; without the unknown values if `complete` is false. */
   readonly requiredBytes: number;
   readonly complete: boolean;
   readonly freeBytes: number | null;
@@ -199,7 +199,7 @@ export interface Room {
   readonly enough: boolean | null;
 }
 
-/** The disk room that these apps need together. */
+/** The disk room that these apps need in total. */
 export function roomFor(state: State, ids: readonly App[]): Room {
   const needs = ids.map((id) => state.apps.find((app) => app.id === id)?.requiredBytes ?? null);
   const requiredBytes = needs.reduce<number>((sum, bytes) => sum + (bytes ?? 0), 0);

@@ -1,4 +1,4 @@
-// The library and the playing engine.
+// The library with the fake engine.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { closeSync, openSync, writeFileSync } from 'node:fs';

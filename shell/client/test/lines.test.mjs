@@ -1,4 +1,4 @@
-// Bytes to lines, lines to events.
+// Splitting bytes into lines, and parsing lines as events.
 import assert from 'node:assert/strict';
 import { readdirSync } from 'node:fs';
 import test from 'node:test';

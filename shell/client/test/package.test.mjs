@@ -13,7 +13,7 @@ function succeed(place, ...words) {
   return run.stdout;
 }
 
-/** An empty folder with nothing but the package, for all tests of this file. */
+/** A folder with only the package, for all tests of this file. */
 const place = folder(test);
 const [packed] = JSON.parse(succeed(packageFolder, 'npm', 'pack', '--json', '--ignore-scripts', '--pack-destination', place));
 writeFileSync(join(place, 'package.json'), '{ "private": true }');

@@ -1,10 +1,10 @@
-// player.mjs PLAN WORDS...: an engine that plays what PLAN says for the subcommand, step by step:
-//   { transcript, lines? }   writes a transcript of protocol/, or so many of its lines
+// player.mjs PLAN WORDS...: a fake engine that runs the steps of PLAN for the subcommand:
+//   { transcript, lines? }   writes a transcript of protocol/, or its first `lines` lines
 //   { text }, { hex }        writes characters or bytes
 //   { errors }               writes on standard error
-//   { await }                waits for this command on standard input
+//   { await }                waits until standard input has this command
 //   { inherited }            starts a process that inherits the output, until this named pipe is closed
-//   { signal }, { exit }     ends
+//   { signal }, { exit }     ends with this signal or status
 // Ends with status 0 after the last step.
 import { spawn } from 'node:child_process';
 import { readFileSync, writeSync } from 'node:fs';

@@ -1,4 +1,4 @@
-// The library and the real engine, on machines of their own.
+// The library with the real engine, each test on its own machine.
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';

@@ -178,7 +178,7 @@ test('a cancel of one app in a removal stops all that have not begun', () => {
   assert.deepEqual(conditions(state), { brenna: 'working', rulo: 'cancelled', tolvi: 'cancelled' });
 });
 
-/** What the person cancels, the events until then, the engine's answer, and what is shown. */
+/** What the user cancels, the events up to the cancel, the engine's answer, and the resulting condition of brenna. */
 const cancels = [
   ['its download, which fails by that', [stage('brenna', 'download'), cancel('brenna')], result('brenna', 'failed', 'DOWNLOAD_FAILED'), 'cancelled'],
   ['the whole run while it downloads', [stage('brenna', 'download'), cancel()], result('brenna', 'failed', 'DOWNLOAD_FAILED'), 'cancelled'],
@@ -416,7 +416,7 @@ function mutated(event, random, pick, values) {
   return { ...event, [key]: pick(values) };
 }
 
-/** Reproducible numbers, each below the bound of the call. */
+/** Returns a generator of reproducible numbers. Each call takes an upper bound. */
 function sequence(seed) {
   let last32 = seed;
   return (bound) => {

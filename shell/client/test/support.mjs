@@ -36,7 +36,7 @@ export function folder(t) {
   return made;
 }
 
-/** The executable of an engine that plays `plan`: subcommand -> steps, see player.mjs. */
+/** The executable of a fake engine with this plan: subcommand -> steps, see player.mjs. */
 export function player(t, plan) {
   const place = folder(t);
   const program = join(place, 'engine-cli');

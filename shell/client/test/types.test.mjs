@@ -1,4 +1,4 @@
-// Generated types, and what the modules import.
+// The generated types, and the imports of the modules.
 import assert from 'node:assert/strict';
 import { execFileSync } from 'node:child_process';
 import { readFileSync } from 'node:fs';

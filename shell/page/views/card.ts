@@ -7,7 +7,7 @@ export function card(id: App, state: string | false, ...parts: View[]): View {
   return h('li', { key: id, 'data-app': id, class: state ? `app ${state}` : 'app' }, ...parts);
 }
 
-// The first letter of the app's own name, without the maker's.
+// The first letter of the last word of the name, because each name begins with the maker's.
 export function icon({ displayName, iconName }: Pick<AppState, 'displayName' | 'iconName'>): View {
   const letter = displayName.split(' ').pop()?.slice(0, 1) ?? '';
   return h('div', { class: `icon ${iconName}`, 'aria-hidden': 'true' }, letter);
@@ -23,7 +23,7 @@ const shapes = {
 };
 export type Mark = keyof typeof shapes;
 
-// Says with a shape what the words beside it say as well.
+// A shape for the state. The text beside it states the same.
 export function mark(kind: Mark): View {
   return h('div', { class: `mark ${kind}`, 'aria-hidden': 'true' }, h('svg', { viewBox: '0 0 20 20' }, h('path', { d: shapes[kind] })));
 }

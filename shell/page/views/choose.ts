@@ -1,4 +1,4 @@
-// The screen on which the person chooses.
+// The screen for choosing apps.
 
 import type { AppState, ReleaseNotes } from '../../client/src/state.js';
 import { h, type View } from '../dom.js';

@@ -1,4 +1,4 @@
-// What stands around every screen: the head, notices, the foot, and the screens that are a few sentences.
+// The parts around every screen: head, notices and foot. Also the screens that have only a few sentences.
 
 import { h, type View } from '../dom.js';
 import { httpsOnly, screenOf, type UI } from '../ui.js';
@@ -38,7 +38,7 @@ export function link(address: string, text: string, className?: string): View {
   return h('a', { href: address, target: '_blank', rel: 'noopener noreferrer', class: className }, text);
 }
 
-// Without an act it can't be used now; it keeps the focus, which a disabled one would lose.
+// Without `act` it is marked as disabled but keeps the focus, which a really disabled button would lose.
 export function button(key: string, text: string, act: (() => void) | false, more: { class?: string; name?: string } = {}): View {
   return h('button', {
     key, type: 'button', class: more.class, 'aria-label': more.name, 'aria-disabled': act ? undefined : 'true', onclick: act ? () => act() : undefined,
@@ -62,7 +62,7 @@ function exportButton({ words, state, connection, act }: UI): View {
   return button('export', words.say('exportLogs'), ready && (() => act.exportLogs()));
 }
 
-// The bar at the lower edge stays in view, and with it what became of an export.
+// The bar at the lower edge, which is always visible. It also shows the result of an export.
 export function bar(ui: UI, name: 'chosenLabel' | 'progressOfAll' | 'next', ...parts: View[]): View {
   const { words, state: { logs, installer } } = ui;
   const text = exportText(ui);

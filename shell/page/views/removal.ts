@@ -1,4 +1,4 @@
-// The question before an app is removed, in the browser's own modal dialog.
+// The question before an app is removed, in the browser's modal dialog.
 
 import { h, patch } from '../dom.js';
 import { nameOf, type UI } from '../ui.js';

@@ -1,4 +1,4 @@
-// A run under way, and what became of it.
+// A run and its result.
 
 import type { RunApp, RunAppCondition, RunState } from '../../client/src/state.js';
 import { h, type View } from '../dom.js';
@@ -57,7 +57,7 @@ const marks: Record<RunAppCondition, Mark> = {
 };
 const tones: Partial<Record<RunAppCondition, string>> = { succeeded: 'good', failed: 'bad', unknown: 'bad' };
 
-// A bar without a value moves without saying how far it is.
+// Without a value, the bar is indeterminate.
 function progress(percent: number | undefined, name: string): View {
   const value = percent === undefined ? undefined : Math.round(percent * 10) / 10;
   return h('progress', { key: value === undefined ? 'open' : 'measured', max: 100, value, 'aria-label': name });
@@ -78,7 +78,7 @@ export function conditionText(app: RunApp, run: RunState, ui: UI): string {
   }
 }
 
-// Known once `hello` has answered after the run.
+// The installed version. Empty until `hello` has ended after the run.
 function whatIsThere({ id }: RunApp, { words, state }: UI): string {
   const app = state.apps.find((known) => known.id === id);
   if (!app || state.helloNeeded || state.underWay.includes('hello')) return '';
@@ -103,7 +103,7 @@ function actions(app: RunApp, run: RunState, ui: UI): View[] {
   return words.failure(app.errorCode ?? '', run.action, isOffline(state)).offer.map((offer) => offered(offer, app, ui));
 }
 
-// Trying again is offered once for all, below.
+// The bar has one retry button for all apps, so a row has none.
 function offered(offer: Offer, app: RunApp, { words, state, connection, act }: UI): View {
   if (offer === 'retry') return undefined;
   if (offer === 'logs') {
