@@ -66,7 +66,7 @@ async function installing(...apps: string[]): Promise<Part> {
   return run;
 }
 
-test('what is installed is shown at once, and completed by what is on offer', async () => {
+test('the installed versions are shown at once, and then the available versions', async () => {
   await arrive({ hello: online });
   await visit.acceptTerms();
   const check = await theatre.stage.next('check-updates');
@@ -85,7 +85,7 @@ test('what is installed is shown at once, and completed by what is on offer', as
   await visit.look('choose');
 });
 
-test('while the engine has not answered, the page says what it waits for', async () => {
+test('before the engine answers, the page shows what it is waiting for', async () => {
   delete theatre.stage.answers.hello;
   theatre.session.refresh();
   visit = await Visit.pay(browser, theatre.address);
@@ -109,7 +109,7 @@ test('an installer without terms shows none', async () => {
   await visit.reads('h2', 'Choose');
 });
 
-test('too little room is a warning and no obstacle', async () => {
+test('too little disk room gives a warning and does not prevent the run', async () => {
   theatre.stage.answers['disk-free']![0]!.freeBytes = 1_000_000;
   await choosing();
   await visit.reads('.bar .short', 'need about 47.7 MB, and only 1 MB are free');
@@ -134,13 +134,13 @@ test('only https addresses become links', async () => {
   assert.deepEqual((await visit.texts('a')).sort(), ['About Kelo Galdivane', 'About Kelo Rulo', 'About Kelo Tolvi', 'Contact us']);
 });
 
-test('a copy from the App Store is left to the App Store', async () => {
+test('a copy from the App Store can only be changed by the App Store', async () => {
   await choosing({ hello: withRows(({ id }) => (id === 'brenna' ? { source: 'appstore' } : {})) });
   await visit.reads(`${card('brenna')} .state`, 'From the App Store. Update or remove it there.');
   assert.equal(await visit.page.$(`${card('brenna')} :is(button, input)`), null);
 });
 
-test('an install: stages, bytes, the whole, and its end', async () => {
+test('an install: stages, bytes, overall progress, and result', async () => {
   await choosing();
   const run = await installing('Kelo Rulo');
   assert.deepEqual(run.words, ['run', '--action', 'install', '--apps', 'brenna,rulo']);
@@ -168,7 +168,7 @@ test('an install: stages, bytes, the whole, and its end', async () => {
   await visit.reads('h2', 'Choose');
 });
 
-test('a screen reader hears of stages, results and exports, and never of a percentage', async () => {
+test('stages, results and exports are announced to screen readers, and percentages are not', async () => {
   await choosing();
   await visit.page.evaluate(() => {
     const heard: string[] = [];
@@ -191,7 +191,7 @@ test('a screen reader hears of stages, results and exports, and never of a perce
   assert.equal(await visit.page.$$eval('[aria-live], [role=status], output', (regions) => regions.length), 1);
 });
 
-test('a retry is said, and no bar goes back', async () => {
+test('a retry is shown, and no progress bar decreases', async () => {
   await choosing();
   const run = await installing();
   run.say(stage('brenna', 'download'), progress('brenna', 40, 15_000_000));
@@ -202,7 +202,7 @@ test('a retry is said, and no bar goes back', async () => {
   await visit.look('retrying');
 });
 
-test('one app is cancelled: asked for by name, and never shown as a failure', async () => {
+test('one app is cancelled: requested by name, and not shown as a failure', async () => {
   await choosing();
   const run = await installing('Kelo Tolvi', 'Kelo Rulo');
   run.say(stage('brenna', 'download'), progress('brenna', 10, 3_000_000));
@@ -220,7 +220,7 @@ test('one app is cancelled: asked for by name, and never shown as a failure', as
   await visit.look('cancelled');
 });
 
-test('a download that stalls is said to', async () => {
+test('a stalled download is shown as stalled', async () => {
   await theatre.close();
   theatre = await openTheatre({ silenceMilliseconds: 1 });
   await choosing();
@@ -241,7 +241,7 @@ test('everything is cancelled', async () => {
   await visit.reads('h2', 'Cancelled.');
 });
 
-test('what failed has its words and its offer, and is tried again together', async () => {
+test('a failure has its text and its actions, and all failures have one retry', async () => {
   await choosing();
   const run = await installing('Choose all');
   const results = [
@@ -267,7 +267,7 @@ test('what failed has its words and its offer, and is tried again together', asy
   assert.deepEqual((await theatre.stage.next('run')).words, ['run', '--action', 'install', '--apps', 'tolvi,galdivane']);
 });
 
-test('an export that fails says so', async () => {
+test('a failed export is shown', async () => {
   await choosing();
   await visit.press('Save logs…');
   (await theatre.stage.next('export-logs')).end(...transcript('export-logs-failing'));
@@ -296,7 +296,7 @@ test('a removal is confirmed, and then done', async () => {
   await visit.reads(`${card('brenna')} .state`, 'Removed');
 });
 
-test('an expired installer says so, installs nothing, and still removes', async () => {
+test('an expired installer shows that, installs nothing, and still removes', async () => {
   await choosing({ hello: hello({ installerRetired: { ...retired, reason: 'expired', expiresOn: '2026-01-31' } }) });
   await visit.reads('.notice[role=alert]', 'This installer expired on January 31, 2026.', 'Get a current installer');
   assert.equal(await visit.page.$eval('.notice a', (link) => link.href), retired.downloadUrl);
@@ -305,7 +305,7 @@ test('an expired installer says so, installs nothing, and still removes', async 
   await visit.look('expired');
 });
 
-test('an installer whose source is gone says so until a version is found', async () => {
+test('a missing source is shown until a version is found', async () => {
   await choosing({ hello: online, check: [{ v: 1, type: 'update-check-result', apps: [{ id: 'brenna', updateAvailable: false }], installerRetired: retired }, done('check-updates')] });
   await visit.reads('.notice', 'its downloads are no longer there');
   await visit.look('source-gone');
@@ -314,7 +314,7 @@ test('an installer whose source is gone says so until a version is found', async
   await visit.page.waitForFunction(() => document.querySelector('.notice') === null);
 });
 
-test('a check without an answer says so and can be repeated', async () => {
+test('an update check without an answer is shown and can be repeated', async () => {
   await choosing({ hello: online, check: checked({ id: 'brenna', updateAvailable: false }, { id: 'tolvi', updateAvailable: false }) });
   await visit.reads('.title', 'Updates couldn’t be looked up.');
   await visit.look('check-failed');
@@ -323,7 +323,7 @@ test('a check without an answer says so and can be repeated', async () => {
   await visit.reads(`${card('brenna')} .state`, '1.0 → 2.1');
 });
 
-test('the engine is killed: what is known is said, and what is not known too', async () => {
+test('the engine is killed: the page shows the known and the unknown results', async () => {
   await choosing();
   const run = await installing('Kelo Tolvi', 'Kelo Rulo');
   run.say(result('brenna', 'installed'), stage('tolvi', 'download'), stage('tolvi', 'verify'), stage('tolvi', 'install'));
@@ -337,7 +337,7 @@ test('the engine is killed: what is known is said, and what is not known too', a
   assert.deepEqual((await theatre.stage.next('run')).words, ['run', '--action', 'install', '--apps', 'tolvi,rulo']);
 });
 
-test('an engine that does not start is said, and tried again', async () => {
+test('an engine that does not start is shown, and can be started again', async () => {
   theatre.stage.answers.hello = [];
   theatre.session.refresh();
   visit = await Visit.pay(browser, theatre.address);
@@ -348,12 +348,12 @@ test('an engine that does not start is said, and tried again', async () => {
   await visit.reads('h2', 'Before you begin');
 });
 
-test('an engine of a later protocol asks for a newer shell', async () => {
+test('with an engine of a later protocol, the page requires a newer shell', async () => {
   await arrive({ hello: [{ ...hello()[0], v: 2 }, { ...done('hello'), v: 2 }] });
   await visit.reads('h2', 'This window is too old for its installer.');
 });
 
-test('a reload in mid-run shows the run, and two pages at once show the same', async () => {
+test('after a reload the page shows the current run, and two pages show the same', async () => {
   await choosing();
   const run = await installing('Kelo Rulo');
   run.say(stage('brenna', 'download'), progress('brenna', 40, 15_000_000));
@@ -374,13 +374,13 @@ test('a reload in mid-run shows the run, and two pages at once show the same', a
   await other.end();
 });
 
-test('a run that another page began shows on this one', async () => {
+test('a page shows a run that another page started', async () => {
   await choosing();
   theatre.session.start('update', ['brenna']);
   await visit.reads('h2', 'Updating 1 app');
 });
 
-test('a server that has gone is said, and what was known stays', async () => {
+test('a lost server is shown, and the last state remains', async () => {
   await choosing();
   await theatre.close();
   await visit.reads('.notice[role=alert]', 'The connection to the installer was lost.');
@@ -390,13 +390,13 @@ test('a server that has gone is said, and what was known stays', async () => {
   theatre = await openTheatre();
 });
 
-test('an address without its token says what is missing', async () => {
+test('for an address without a token, the page shows what is missing', async () => {
   visit = await Visit.pay(browser, new URL('/', theatre.address));
   await visit.reads('h2', 'This address isn’t complete.');
   await visit.look('no-token');
 });
 
-test('German is offered, and spoken at once to whom the browser says so', async () => {
+test('the page is in German if the browser prefers it, and offers it otherwise', async () => {
   await arrive({ languages: ['de-AT', 'en'] });
   await visit.reads('h2', 'Bevor es losgeht');
   assert.equal(await visit.page.evaluate(() => document.documentElement.lang), 'de');
@@ -457,7 +457,7 @@ test('at 200 % in a small window nothing is cut off, and the bar leaves room for
   assert.ok(share < 0.4, String(share));
 });
 
-test('nothing moves where the person wants no motion', async () => {
+test('there is no animation if the user prefers reduced motion', async () => {
   await choosing();
   const run = await installing();
   run.say(stage('brenna', 'download'), stage('brenna', 'verify'));

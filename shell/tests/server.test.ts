@@ -95,7 +95,7 @@ test('the page and its files are served without a token, with a strict policy', 
   }
 });
 
-test('no answer holds the token', async () => {
+test('no answer contains the token', async () => {
   for (const path of ['/', '/page/main.js', '/api/nothing']) {
     const { text, headers } = await ask({ path, method: 'GET' });
     assert.ok(!(text + JSON.stringify(headers)).includes(theatre.token), path);
@@ -149,11 +149,11 @@ for (const body of malformed) {
 
 test('no run: a body that is not JSON', async () => assert.equal((await ask({ path: '/api/run', body: '{"action":' })).status, 400));
 
-test('no cancel: an app that is not on offer, an unknown key', async () => {
+test('no cancel: an app that the installer lacks, an unknown key', async () => {
   for (const body of [{ app: 'x' }, { app: null }, { app: ['brenna'] }, { everything: true }]) assert.equal(await post('/api/cancel', body), 400);
 });
 
-test('after all that the engine was asked two questions and nothing else', () => {
+test('the refused requests started no process of the engine', () => {
   assert.deepEqual(theatre.stage.commandLines, [['hello'], ['disk-free']]);
 });
 
@@ -171,7 +171,7 @@ test('a run has the apps in the order of the catalog, and only one is under way'
 
 test('nothing to cancel: no run', async () => assert.equal(await post('/api/cancel', {}), 409));
 
-test('a page that comes in mid-run gets the state of then, and two pages get the same events', async () => {
+test('a page that connects during a run gets the current state, and two pages get the same events', async () => {
   assert.equal(await post('/api/run', { action: 'install', apps: ['brenna', 'rulo'] }), 202);
   const run = await theatre.stage.next('run');
   const first = await listen();
@@ -187,7 +187,7 @@ test('a page that comes in mid-run gets the state of then, and two pages get the
   assert.deepEqual(seen.slice(0, 2).map((event) => event.type), ['done', 'shell:ended']);
 });
 
-test('an export of logs runs once at a time', async () => {
+test('only one export of logs runs at a time', async () => {
   assert.equal(await post('/api/export-logs', {}), 202);
   const exported = await theatre.stage.next('export-logs');
   assert.equal(await post('/api/export-logs', {}), 409);
@@ -197,7 +197,7 @@ test('an export of logs runs once at a time', async () => {
   assert.deepEqual(exported.words, ['export-logs']);
 });
 
-test('an engine that is not there is a state, not the end of the server', async () => {
+test('a missing engine becomes a state and doesn\'t end the server', async () => {
   const other = await openTheatre({ program: '/nonexistent/engine-cli' });
   const page = await listen(other);
   other.session.refresh();
@@ -209,7 +209,7 @@ test('an engine that is not there is a state, not the end of the server', async 
   await other.close();
 });
 
-test('a page that leaves at the moment does not hold up the end', async () => {
+test('a page that disconnects during the shutdown does not delay it', async () => {
   const other = await openTheatre();
   const streams = await Promise.all(Array.from({ length: 20 }, () => open({ path: '/api/events', method: 'GET', to: other })));
   for (const stream of streams) stream.destroy();
@@ -227,7 +227,7 @@ async function startServer(stage: Stage) {
   return { server, to };
 }
 
-test('a signal asks the run to end, once, and the server waits for it', async () => {
+test('a signal terminates the run once, and the server waits for its end', async () => {
   const stage = new Stage();
   const { server, to } = await startServer(stage);
   assert.equal(await post('/api/run', { action: 'install', apps: ['brenna'] }, to), 202);
@@ -244,7 +244,7 @@ test('a signal asks the run to end, once, and the server waits for it', async ()
   stage.close();
 });
 
-test('a second signal leaves at once, and the engine goes on', async () => {
+test('after a second signal the server exits at once and the engine continues', async () => {
   const stage = new Stage();
   const { server, to } = await startServer(stage);
   assert.equal(await post('/api/run', { action: 'install', apps: ['brenna'] }, to), 202);

@@ -29,7 +29,7 @@ for (const [language, text] of Object.entries(texts)) {
     for (const [path, leaf] of leaves(text)) assert.match(leaf, /^[^'"]+$/, path);
   });
 
-  test(`${language}: what is offered for a code is what the protocol's page says`, () => {
+  test(`${language}: the actions for a code agree with the protocol's page`, () => {
     for (const [code, { offer, offerOffline }] of Object.entries(text.codes as Rows)) {
       const advice = adviceOf(code);
       const offered = new Set([...offer, ...(offerOffline ?? [])]);
@@ -53,7 +53,7 @@ function leaves(value: unknown, path = ''): [string, string][] {
   return Object.entries(value as object).flatMap(([key, part]) => leaves(part, `${path}/${key}`));
 }
 
-test('both languages have the same keys, with the same places for arguments', () => {
+test('both languages have the same keys, with the same arguments', () => {
   const shape = (text: Texts) => leaves(text).map(([path, leaf]) => `${path} ${sorted(leaf.match(/\{\w+\}/g) ?? []).join()}`);
   assert.deepEqual(sorted(shape(texts.de)), sorted(shape(texts.en)));
 });
@@ -76,7 +76,7 @@ for (const [count, english, german] of bytes) {
   });
 }
 
-test('a word that a later engine adds has a text all the same', () => {
+test('the words of a later engine have a text', () => {
   const english = new Words('en', texts.en);
   assert.equal(english.failure('LATER', 'install', false).text, texts.en.codes.INSTALL_FAILED.text);
   assert.equal(english.failure('LATER', 'uninstall', false).text, texts.en.codes.UNINSTALL_FAILED.text);

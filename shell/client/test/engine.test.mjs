@@ -31,7 +31,7 @@ test('each command gives its events between a beginning and an end', async (t) =
   }
 });
 
-test('what is asked for reaches the command line as whole words', async (t) => {
+test('each request becomes whole arguments of the command line', async (t) => {
   const place = folder(t);
   const program = join(place, 'engine-cli');
   writeFileSync(program, '#!/bin/sh\nprintf \'%s\\n\' "$@"\n', { mode: 0o755 });
@@ -59,7 +59,7 @@ test('a list that the engine would take for all apps, or for an option, is refus
   for (const app of ['', ' ', null, 5, {}]) assert.throws(() => run.cancel(app), RangeError, JSON.stringify(app));
 });
 
-test('noise among the events changes nothing', async (t) => {
+test('other lines among the events change nothing', async (t) => {
   const first = lines('install').slice(0, 3).map((line) => `${line}\n`).join('');
   const rest = lines('install').slice(3).map((line) => `${line}\n`).join('');
   const noise = [{ text: 'Created log directory: /x\n\n[]\n{"type":' }, { text: '\n' }, { hex: 'fffe0a' }, { text: '{"v":1,"type":"weather"}\n' }];
@@ -71,7 +71,7 @@ test('noise among the events changes nothing', async (t) => {
   assert.deepEqual(conditions(state), { brenna: 'succeeded', rulo: 'succeeded' });
 });
 
-test('a cancel reaches the engine, and the person sees it as one', async (t) => {
+test('a cancel reaches the engine, and its result is shown as cancelled', async (t) => {
   const [head, tail] = [8, lines('cancel-all').length].map((count, index, all) => lines('cancel-all').slice(all[index - 1] ?? 0, count));
   const text = (list) => ({ text: list.map((line) => `${line}\n`).join('') });
   const playing = engine(t, { run: [text(head), cancel('brenna'), cancel(), text(tail), { exit: 2 }] });
@@ -89,7 +89,7 @@ test('a cancel reaches the engine, and the person sees it as one', async (t) => 
   assert.equal(state.run.exitCode, 2);
 });
 
-test('a cancel that meets an engine that has ended does nothing', async (t) => {
+test('a cancel after the engine has ended does nothing', async (t) => {
   const run = engine(t, { run: [{ transcript: 'install' }] }).run('install', ['brenna', 'rulo']);
   await run.ended;
   run.cancel();
@@ -99,7 +99,7 @@ test('a cancel that meets an engine that has ended does nothing', async (t) => {
   assert.ok(!taken.some((event) => event.type === 'shell:cancel-asked'));
 });
 
-test('a cancel that meets a closed standard input does nothing', async (t) => {
+test('a cancel with a closed standard input does nothing', async (t) => {
   const program = join(folder(t), 'engine-cli');
   writeFileSync(program, '#!/bin/sh\nexec <&-\necho ready\n', { mode: 0o755 });
   const run = new Engine({ program }).run('install', ['brenna']);
@@ -122,7 +122,7 @@ test('silence is reported once and ends with the next line', async (t) => {
   assert.deepEqual(conditions(state), { brenna: 'succeeded', rulo: 'succeeded' });
 });
 
-test('an engine that dies leaves what is known, and a cut line', async (t) => {
+test('a killed engine leaves the earlier events and a cut line', async (t) => {
   const steps = [{ transcript: 'install', lines: 20 }, { text: '{"v":1,"type":"stage","app":"ru' }, { signal: 'SIGKILL' }];
   const { events: taken, state } = await follow(engine(t, { run: steps }).run('install', ['brenna', 'rulo', 'tolvi']));
   assert.deepEqual(taken.at(-2), { type: 'shell:line', text: '{"v":1,"type":"stage","app":"ru' });
@@ -143,7 +143,7 @@ test('the reason for a bad command line is kept', async (t) => {
   assert.match(state.run.errorMessage, /Unknown app identifier/);
 });
 
-test('a program that cannot be started gives an end and a reason', async (t) => {
+test('a program that cannot be started gives shell:ended with a reason', async (t) => {
   const place = folder(t);
   writeFileSync(join(place, 'text'), 'no program', { mode: 0o644 });
   for (const program of [join(place, 'missing'), place, join(place, 'text'), join(place, 'text/engine-cli'), `/${'x'.repeat(5000)}`, '']) {
@@ -157,7 +157,7 @@ test('a program that cannot be started gives an end and a reason', async (t) => 
   }
 });
 
-test('an ended command leaves no timer, and has had a process group of its own', async (t) => {
+test('a command runs in a separate process group and leaves no timer', async (t) => {
   const program = join(folder(t), 'engine-cli');
   writeFileSync(program, '#!/bin/sh\ncut -d " " -f 1,5 /proc/$$/stat\nread line\necho one\nread line\necho two\n', { mode: 0o755 });
   const run = new Engine({ program }).run('install', ['brenna']);

@@ -11,7 +11,7 @@ function read(chunks) {
   return [...chunks.flatMap((chunk) => reader.read(chunk)), ...reader.end()];
 }
 
-test('a stream that is cut anywhere, also inside a character, gives the same lines', () => {
+test('a stream that is split anywhere, even inside a character, gives the same lines', () => {
   const text = lines('retry').slice(6, 9);
   assert.ok(text.join('').includes('—'), 'the text has a character of more than one byte');
   const bytes = Buffer.from(`${text.join('\n')}\n`);

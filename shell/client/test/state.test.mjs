@@ -52,7 +52,7 @@ const runs = {
 const queries = ['app-store', 'bad-command-line', 'check-updates', 'disk-free', 'export-logs', 'export-logs-failing', 'hello',
   'skip-terms', 'source-gone-on-check'];
 
-test('every transcript has its expectations', () => {
+test('every transcript has expectations', () => {
   assert.deepEqual(readdirSync(transcripts).sort(), [...Object.keys(runs), ...queries].map((name) => `${name}.jsonl`).sort());
 });
 
@@ -70,19 +70,19 @@ for (const [name, [action, became, exitCode]] of Object.entries(runs)) {
     assertNothingGoesOn(state);
   });
 
-  test(`${name}: no bar goes back, and what is shown is plain data`, () => {
+  test(`${name}: no percentage decreases, and the state is plain data`, () => {
     const states = play(whole);
     assertForward(states);
     for (const state of states) assert.deepEqual(JSON.parse(JSON.stringify(state)), state);
   });
 
-  test(`${name}: without its beginning it ends alike`, () => {
+  test(`${name}: without its beginning the result is the same`, () => {
     const { apps, phase } = last(events(name)).run;
     assert.deepEqual(apps.map((one) => [one.id, one.condition]).sort(), Object.entries(conditions(last(whole))).sort());
     assert.equal(phase, 'done');
   });
 
-  test(`${name}: wherever the engine dies, no app is left at work`, () => {
+  test(`${name}: whenever the engine is killed, no app remains in the condition working`, () => {
     for (let count = 1; count < whole.length - 2; ++count) {
       const before = last(whole.slice(0, count));
       const state = next(before, died('run'));
@@ -114,7 +114,7 @@ function assertForward(states) {
 
 // Progress
 
-test('an install shows what the engine says, a whole run the share of each app', () => {
+test('an app has the percentage of the engine, and the run has the average of its apps', () => {
   const states = play([began('install', 'brenna', 'tolvi'), stage('brenna', 'download', { index: 1, total: 2 }), progress('brenna', 40, bytes(400)),
     stage('brenna', 'verify'), progress('brenna', 85, { indeterminate: true }), result('brenna', 'installed'), stage('tolvi', 'download'),
     progress('tolvi', 20, bytes(100, 500))]);
@@ -123,20 +123,20 @@ test('an install shows what the engine says, a whole run the share of each app',
   assert.deepEqual(runApp(states.at(-1), 'tolvi').bytes, { downloaded: 100, total: 500 });
 });
 
-test('a run whose beginning was not seen counts as the engine does', () => {
+test('without its beginning, a run takes the number of apps from the engine', () => {
   const counted = play([stage('brenna', 'download', { total: 4 }), result('brenna', 'installed'), stage('tolvi', 'download')]);
   assert.deepEqual(counted.map((state) => state.run.percent), [0, 25, 25]);
   const uncounted = play([stage('brenna', 'download'), stage('tolvi', 'download'), result('tolvi', 'installed')]);
   assert.deepEqual(uncounted.map((state) => state.run.percent), [0, 0, 50]);
 });
 
-test('a removal shows a bar without a value', () => {
+test('a removal has an indeterminate progress bar', () => {
   const states = play([began('uninstall', 'brenna', 'rulo', 'tolvi'), ...events('uninstall').slice(0, 3)]);
   assert.deepEqual(states.map((state) => Math.round(state.run.percent)), [0, 0, 0, 33]);
   assert.deepEqual(states.map((state) => runApp(state, 'brenna').indeterminate), [false, true, true, false]);
 });
 
-test('a retry holds the bar and says so until bytes come again', () => {
+test('a retry keeps the percentage and is shown until bytes arrive', () => {
   const states = play([began('install', 'brenna'), ...events('retry')]);
   const seen = states.map((state) => (runApp(state, 'brenna').retrying ? 'retrying' : 'not'));
   assert.deepEqual(seen.filter((word, index) => word !== seen[index - 1]), ['not', 'retrying', 'not']);
@@ -173,7 +173,7 @@ test('a removal offers to cancel the whole run only', () => {
     ['waiting waiting', 'working waiting', 'working cancelled', 'succeeded cancelled', 'succeeded cancelled']);
 });
 
-test('a cancel of one app in a removal stops all that have not begun', () => {
+test('a cancel of one app in a removal cancels all apps that have not begun', () => {
   const state = last([began('uninstall', 'brenna', 'rulo', 'tolvi'), stage('brenna', 'uninstall'), cancel('tolvi')]);
   assert.deepEqual(conditions(state), { brenna: 'working', rulo: 'cancelled', tolvi: 'cancelled' });
 });
@@ -194,7 +194,7 @@ const cancels = [
 ];
 
 for (const [what, before, answer, shown] of cancels) {
-  test(`the person cancels ${what}: ${shown}`, () => {
+  test(`the user cancels ${what}: ${shown}`, () => {
     const final = done('install', 2, { ...answer, installedPath: undefined });
     for (const list of [[answer], [answer, final], [final]]) {
       const { condition, errorCode } = runApp(last([began('install', 'brenna', 'tolvi'), ...before, ...list]), 'brenna');
@@ -228,7 +228,7 @@ test('a cancel shows at once', () => {
 
 // The end
 
-test('the list in done is the final word', () => {
+test('the results in done replace earlier ones', () => {
   const all = ['brenna', 'tolvi', 'rulo'];
   // The engine's report after ten minutes without progress.
   const state = last([began('install', ...all), stage('brenna', 'install'), result('brenna', 'installed'), stage('tolvi', 'verify'),
@@ -249,13 +249,13 @@ test('a command line that is refused leaves everything untouched', () => {
   assert.equal(state.problem.status, 3);
 });
 
-test('status 3 after a beginning is no refusal', () => {
+test('status 3 after a stage is not a refusal', () => {
   assert.deepEqual(conditions(last([began('install', 'brenna'), done('install', 3)])), { brenna: 'untouched' });
   const state = last([began('install', 'brenna'), stage('brenna', 'install'), ended('run', { done: false, status: 3 })]);
   assert.deepEqual([state.run.phase, conditions(state)], ['died', { brenna: 'unknown' }]);
 });
 
-test('a query that dies leaves what is known, and is a problem until it is asked again', () => {
+test('a killed query keeps the state, and is a problem until it is started again', () => {
   const before = last([asked('hello'), ...events('hello'), ended('hello')]);
   const after = last([asked('hello'), died('hello')], before);
   assert.deepEqual(after.apps, before.apps);
@@ -303,7 +303,7 @@ test('online, check-updates completes hello', () => {
   assert.equal(app(next(states.at(-1), other), 'brenna').latestVersion, '2.1');
 });
 
-test('what was updated is not offered again, with or without its result', () => {
+test('an updated app is not offered again, with or without its result', () => {
   const online = (version) => hello({ mode: 'online' }, { brenna: { updateAvailable: false, installedVersion: version } });
   const [check] = events('check-updates');
   const before = last([online('1.0'), check, began('update', 'brenna'), stage('brenna', 'install')]);
@@ -312,7 +312,7 @@ test('what was updated is not offered again, with or without its result', () => 
   assert.deepEqual(app(last([died('run'), online('1.0')], before), 'brenna').offers, ['update', 'uninstall']);
 });
 
-test('a copy from the App Store is offered nothing', () => {
+test('a copy from the App Store has no offers', () => {
   const [event] = events('app-store');
   assert.ok(event.apps.find((row) => row.id === 'rulo').updateAvailable, 'the engine sees an update for it');
   const state = next(initialState, event);
@@ -325,7 +325,7 @@ test('only capabilities are offered', () => {
   assert.deepEqual(state.apps.map((one) => one.offers), [[], ['install'], ['install'], ['install']]);
 });
 
-test('the room is the sum of what the chosen apps need', () => {
+test('the required room is the sum over the chosen apps', () => {
   const state = last([hello({}, { rulo: { requiredBytes: undefined } }), ...events('disk-free')]);
   const [brenna, tolvi] = ['brenna', 'tolvi'].map((id) => app(state, id).requiredBytes);
   const freeBytes = 214748364800;

@@ -13,7 +13,7 @@ test('types.generated.ts is current', () => {
   assert.equal(readFileSync(join(sources, 'src/types.generated.ts'), 'utf8'), made, 'run ./dev generate');
 });
 
-test('the modules of the state use nothing of Node', () => {
+test('the modules of the state import nothing of Node', () => {
   const seen = new Set();
   const visit = (name) => {
     if (seen.has(name)) return;
