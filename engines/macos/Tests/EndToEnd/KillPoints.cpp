@@ -129,26 +129,29 @@ extern "C" int posix_spawn(pid_t* process, const char* path, const posix_spawn_f
   return itself(process, path, actions, attributes, arguments, environment);
 }
 
-extern "C" int openat(int folder, const char* path, int flags, ...) {
-  mode_t mode = 0;
-  if ((flags & O_CREAT) != 0) {
-    va_list rest;
-    va_start(rest, flags);
-    mode = va_arg(rest, mode_t);
-    va_end(rest);
-  }
+namespace {
+
+int openAt(int folder, const char* path, int flags, va_list rest) {
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
   const Point point{"open to write", (flags & (O_CREAT | O_TRUNC)) != 0};
   static auto* const itself = next<int(int, const char*, int, ...)>("openat");
   return itself(folder, path, flags, mode);
 }
 
+}  // namespace
+
+extern "C" int openat(int folder, const char* path, int flags, ...) {
+  va_list rest;
+  va_start(rest, flags);
+  const int file = openAt(folder, path, flags, rest);
+  va_end(rest);
+  return file;
+}
+
 extern "C" int open(const char* path, int flags, ...) {
-  mode_t mode = 0;
-  if ((flags & O_CREAT) != 0) {
-    va_list rest;
-    va_start(rest, flags);
-    mode = va_arg(rest, mode_t);
-    va_end(rest);
-  }
-  return openat(AT_FDCWD, path, flags, mode);
+  va_list rest;
+  va_start(rest, flags);
+  const int file = openAt(AT_FDCWD, path, flags, rest);
+  va_end(rest);
+  return file;
 }
