@@ -76,6 +76,14 @@ TEST_F(LinuxRegistry, LosesNothingWhenTwoProcessesRegisterAtOnce) {
   EXPECT_EQ(paths.size(), 2U * each);
 }
 
+// The first process has the number in the name.
+TEST_F(LinuxRegistry, ClearsWhatAKilledChangeLeftUnderTheNumberOfALivingProcess) {
+  folder.write("Library/LaunchServices/.registered-applications.json.kelo-write-1", "half");
+  ASSERT_TRUE(registry.add({"/a.app", "one"}));
+  EXPECT_EQ(sortedNames(folder / "Library/LaunchServices"),
+            std::vector<std::string>{"registered-applications.json"});
+}
+
 TEST_F(LinuxRegistry, TheWorkspaceAnswersWithTheBundleRegisteredLastThatExists) {
   const Path first = folder.makeBundle("First.app", "com.example.brenna", "First");
   const Path second = folder.makeBundle("Second.app", "com.example.brenna", "Second");

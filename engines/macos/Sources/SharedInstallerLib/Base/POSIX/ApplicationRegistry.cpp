@@ -1,18 +1,15 @@
 #include "Base/POSIX/ApplicationRegistry.h"
 
 #include <cerrno>
-#include <fcntl.h>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
 
 #include "Base/JSONReader.h"
-#include "Base/POSIX/FileDescriptor.h"
+#include "Base/POSIX/ItemLock.h"
 #include "Base/POSIX/WholeFile.h"
 
 namespace installer {
@@ -27,19 +24,6 @@ Path withoutTrailingSlashes(Path path) {
   while (path.size() > 1 && path.back() == '/') path.pop_back();
   return path;
 }
-
-// Excludes other threads and processes from construction to destruction.
-class Lock {
- public:
-  explicit Lock(const Path& file)
-      : descriptor_{::open((file + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666)},
-        held_{descriptor_ && retryInterrupted([&] { return ::flock(descriptor_.get(), LOCK_EX); }) == 0} {}
-  explicit operator bool() const { return held_; }
-
- private:
-  FileDescriptor descriptor_;
-  bool held_;
-};
 
 std::optional<RegisteredApplication> entryOf(const Json& value) {
   const auto path = JSONReader::string(value, "path");
@@ -61,8 +45,9 @@ std::string textOf(const std::vector<RegisteredApplication>& applications) {
 template <class Change>
 Result<> changeUnderLock(const ApplicationRegistry& registry, const Path& file, Change change) {
   std::error_code made;
-  std::filesystem::create_directories(std::filesystem::path{file}.parent_path(), made);
-  const Lock lock{file};
+  const Path folder = parentFolder(file);
+  std::filesystem::create_directories(folder, made);
+  const auto lock = ItemLock::take(folder);
   if (!lock) return refused(file, made ? made.value() : errno);
   auto applications = registry.applications();
   change(applications);

@@ -1,7 +1,7 @@
 // The file of the registered application bundles and their identifiers. The host and the program lsregister
 // share it.
 //
-// Any thread and any process: a change takes a lock beside the file and replaces the file atomically, so that
+// Any thread and any process: a change locks the file's folder and replaces the file atomically, so that
 // readers never see a partial file. Only `remove` removes an entry; the entry of a deleted bundle stays. An
 // invalid file counts as empty, and the next change writes a valid one.
 #pragma once

@@ -33,10 +33,18 @@ std::optional<LockedItem> itemOf(int descriptor) {
 }  // namespace
 
 std::optional<ItemLock> ItemLock::tryTake(const Path& path) {
+  return take(path, LOCK_EX | LOCK_NB);
+}
+
+std::optional<ItemLock> ItemLock::take(const Path& path) {
+  return take(path, LOCK_EX);
+}
+
+std::optional<ItemLock> ItemLock::take(const Path& path, int operation) {
   const auto usable = usablePath(path);
   FileDescriptor item{usable ? ::open(usable->c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1};
   if (!item) return std::nullopt;
-  if (retryInterrupted([&] { return ::flock(item.get(), LOCK_EX | LOCK_NB); }) != 0) return std::nullopt;
+  if (retryInterrupted([&] { return ::flock(item.get(), operation); }) != 0) return std::nullopt;
   return ItemLock{std::move(item)};
 }
 

@@ -15,6 +15,8 @@ class ItemLock {
   // Locks the item at `path` (links are followed) against every other lock of it. Absent with errno set:
   // EWOULDBLOCK while another holder has it.
   static std::optional<ItemLock> tryTake(const Path& path);
+  // Waits for the other holder.
+  static std::optional<ItemLock> take(const Path& path);
 
   ItemLock(ItemLock&&) noexcept = default;
   ItemLock& operator=(ItemLock&&) = delete;
@@ -24,6 +26,7 @@ class ItemLock {
 
  private:
   explicit ItemLock(FileDescriptor locked);
+  static std::optional<ItemLock> take(const Path& path, int operation);
 
   FileDescriptor locked_;
 };
