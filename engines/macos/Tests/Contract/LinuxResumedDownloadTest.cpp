@@ -1,9 +1,15 @@
 // Downloads that resume an interrupted one.
+#include <atomic>
+#include <fmt/format.h>
 #include <map>
+#include <set>
 #include <sys/resource.h>
+#include <thread>
 
+#include "Base/POSIX/ItemLock.h"
 #include "Base/POSIX/ProcessStart.h"
 #include "Contract/LinuxURLSessionFixture.h"
+#include "Platform/Linux/HTTP/PartialFile.h"
 
 namespace installer::test {
 namespace {
@@ -230,15 +236,55 @@ TEST_F(LinuxDownloads, FailsAtTheLimitForTheSizeOfFiles) {
   }
 }
 
-TEST_F(LinuxDownloads, RemovesWhatADeadProcessLeft) {
+// The number of the first process, which lives, and one that no process has.
+TEST_F(LinuxDownloads, RemovesWhatADeadProcessLeftUnderAnyProcessNumber) {
   serve(json::object());
   const auto folder = server->settings().temporaryDirectory();
-  std::ofstream{joined(folder, "kelo-download-4194305-abcdef.part")} << "x";
-  std::ofstream{joined(folder, "kelo-download-1-abcdef.part")} << "x";
-  std::ofstream{joined(folder, "kelo-download-notes.part")} << "x";
+  for (const char* const name : {"1-unlock", "1-locked", "4194305-unlock", "4194305-locked", "notes"}) {
+    std::ofstream{fmt::format("{}/kelo-download-{}.part", folder, name)} << "x";
+  }
+  const auto first = ItemLock::tryTake(joined(folder, "kelo-download-1-locked.part"));
+  const auto second = ItemLock::tryTake(joined(folder, "kelo-download-4194305-locked.part"));
   const auto another = makeLinuxURLSessions(server->settings());
-  EXPECT_THAT(temporaryFiles(),
-              ::testing::UnorderedElementsAre("kelo-download-1-abcdef.part", "kelo-download-notes.part"));
+  EXPECT_THAT(temporaryFiles(), ::testing::UnorderedElementsAre("kelo-download-1-locked.part",
+                                                                "kelo-download-4194305-locked.part",
+                                                                "kelo-download-notes.part"));
+}
+
+// The lock lasts through the pause before a retry.
+TEST_F(LinuxDownloads, KeepsItsInterruptedDownloadFromAnotherEngine) {
+  serve({{"/a", {broken(), whole()}}});
+  download("/a");
+  const auto another = makeLinuxURLSessions(server->settings());
+  resume();
+  EXPECT_EQ(server->requests().at(1).from, 100'000);
+}
+
+TEST_F(LinuxDownloads, KeepsItsCompleteDownloadFromAnotherEngine) {
+  serve({{"/a", {whole()}}});
+  recorder->beforeReading = [&] { (void)makeLinuxURLSessions(server->settings()); };
+  download("/a");
+  EXPECT_TRUE(recorder->body == hostilePattern(kBodySize));
+}
+
+// Engines that start remove orphans while this one creates files.
+TEST_F(LinuxDownloads, LosesNoNewFileToAnotherEngine) {
+  serve(json::object());
+  const auto folder = server->settings().temporaryDirectory();
+  std::atomic<bool> ends{false};
+  std::thread others{[&] {
+    while (!ends) PartialFile::removeOrphans(folder);
+  }};
+  std::set<Path> lost;
+  for (int number = 0; number < 2000; ++number) {
+    const auto file = PartialFile::create(folder);
+    ASSERT_TRUE(file) << file.error().localizedDescription;
+    if (!std::filesystem::exists((*file)->path())) lost.insert((*file)->path());
+    (*file)->remove();
+  }
+  ends = true;
+  others.join();
+  EXPECT_THAT(lost, IsEmpty());
 }
 
 }  // namespace

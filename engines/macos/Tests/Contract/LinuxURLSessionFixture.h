@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <future>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -59,6 +60,7 @@ class SessionRecorder : public URLSessionDelegate {
   }
   void didFinishDownloadingTo(const std::shared_ptr<URLSessionTask>& task, const Path& location) override {
     status = task->response()->statusCode;
+    if (beforeReading) beforeReading();
     std::ifstream file{location, std::ios::binary};
     body = std::string{std::istreambuf_iterator<char>{file}, {}};
     ++finishes;
@@ -86,6 +88,7 @@ class SessionRecorder : public URLSessionDelegate {
   std::shared_ptr<URLSession> invalidates;  // after a refusal
   Path folder;
   std::optional<std::int64_t> cancelsAt;
+  std::function<void()> beforeReading;  // of a complete download
 
   std::vector<std::string> redirects;
   std::vector<std::string> filesAfterRefusal{"nothing was refused"};

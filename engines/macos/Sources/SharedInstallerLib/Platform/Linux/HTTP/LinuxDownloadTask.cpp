@@ -1,6 +1,5 @@
 #include "Platform/Linux/HTTP/LinuxDownloadTask.h"
 
-#include <unistd.h>
 #include <utility>
 
 #include "Platform/Linux/HTTP/CurlErrors.h"
@@ -47,9 +46,8 @@ LinuxDownloadTask::LinuxDownloadTask(const std::shared_ptr<URLSessionCore>& sess
 std::optional<Error> LinuxDownloadTask::prepare() {
   if (isGarbage_) return urlError(URLErrorCode::unknown, "the resume data can't be read");
   if (!resumed_) return std::nullopt;
-  partial_ = PartialFile::reopen(session().temporaryDirectory(), resumed_->partialFile, resumed_->received);
-  if (partial_) session().forgetPartial(partial_->path());
-  if (!partial_) resumed_.reset();
+  partial_ = session().takePartial(resumed_->partialFile);
+  if (!partial_ || !partial_->goBackTo(resumed_->received)) forgetPartial();
   return std::nullopt;
 }
 
@@ -130,18 +128,16 @@ void LinuxDownloadTask::succeed() {
   }
   if (!completeFile()) return breakOff({});
   // After an error page or a refusal the earlier bytes can still be resumed.
-  if (partial_) session().keepPartial(std::exchange(partial_, nullptr)->path());
+  if (partial_) session().keepPartial(std::move(partial_));
   if (!file_) return endWith([this] { deliverRefusedRedirect(); });
   if (lastPostedLength() != file_->length()) postProgress(CurlTransfer::Clock::now());
-  const auto path = file_->path();
-  file_.reset();
-  endWith([this, path] { deliverFile(path); });
+  endWith([this, file = std::shared_ptr{std::move(file_)}] { deliverFile(*file); });
 }
 
-void LinuxDownloadTask::deliverFile(const Path& path) {
+void LinuxDownloadTask::deliverFile(PartialFile& file) {
   const auto delegate = session().delegate();
-  if (delegate) delegate->didFinishDownloadingTo(shared_from_this(), path);
-  unlink(path.c_str());
+  if (delegate) delegate->didFinishDownloadingTo(shared_from_this(), file.path());
+  file.remove();
   if (delegate) delegate->didCompleteWithError(shared_from_this(), std::nullopt);
 }
 
@@ -151,7 +147,7 @@ void LinuxDownloadTask::deliverRefusedRedirect() {
   if (isCancelled()) return deliverError(cancelledError());
   const auto file = PartialFile::create(session().temporaryDirectory());
   if (!file) return deliverError(file.error());
-  deliverFile((*file)->path());
+  deliverFile(**file);
 }
 
 void LinuxDownloadTask::breakOff(const CurlFailure& failure) {
@@ -182,11 +178,14 @@ void LinuxDownloadTask::discard(Error& error) {
   const auto resume = isLost ? resumable() : std::nullopt;
   if (resume) {
     error.downloadResumeData = std::make_shared<const std::string>(resume->encode());
-    session().keepPartial(resume->partialFile);
   }
   for (auto* const file : {&file_, &partial_}) {
-    if (*file && !(resume && resume->partialFile == (*file)->path())) (*file)->remove();
-    file->reset();
+    if (!*file) continue;
+    if (resume && resume->partialFile == (*file)->path()) {
+      session().keepPartial(std::move(*file));
+    } else {
+      std::exchange(*file, nullptr)->remove();
+    }
   }
 }
 

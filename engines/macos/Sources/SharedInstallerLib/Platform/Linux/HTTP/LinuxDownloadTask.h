@@ -58,7 +58,7 @@ class LinuxDownloadTask : public LinuxURLTask {
   bool completeFile();
   Verdict stopWith(Error error);
   std::optional<ResumeData> resumable() const;
-  void deliverFile(const Path& path);
+  void deliverFile(PartialFile& file);
   void deliverRefusedRedirect();
   std::int64_t lastPostedLength();
   void postProgress(CurlTransfer::Clock::time_point now);

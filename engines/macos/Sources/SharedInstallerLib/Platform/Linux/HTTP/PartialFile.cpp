@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fmt/format.h>
+#include <optional>
 #include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -13,6 +14,7 @@
 #include "Base/POSIX/FileErrors.h"
 #include "Base/POSIX/FileTree.h"
 #include "Base/POSIX/HiddenSibling.h"
+#include "Base/POSIX/ItemLock.h"
 #include "Platform/Linux/HTTP/CurlErrors.h"
 
 namespace installer {
@@ -26,56 +28,50 @@ constexpr std::size_t kRandomLength = 6;
 // A piece of a body has 16 kB. The system writes several of them in one call with half of the work.
 constexpr std::size_t kBufferBytes = std::size_t{128} << 10U;
 
-// The process that made a file of that name; absent for other names.
-std::optional<pid_t> makerOf(std::string_view name) {
+bool isNameOfOurs(std::string_view name) {
   const auto work = NameOfWork::parse(name, kPrefix);
-  if (!work || work->rest.size() != 1 + kRandomLength + kSuffix.size()) return std::nullopt;
-  if (work->rest.front() != '-' || !work->rest.ends_with(kSuffix)) return std::nullopt;
-  const bool isPlain = std::ranges::all_of(work->rest.substr(1, kRandomLength),
-                                           [](unsigned char c) { return std::isalnum(c) != 0; });
-  return isPlain ? std::optional{work->process} : std::nullopt;
+  if (!work || work->rest.size() != 1 + kRandomLength + kSuffix.size()) return false;
+  if (work->rest.front() != '-' || !work->rest.ends_with(kSuffix)) return false;
+  return std::ranges::all_of(work->rest.substr(1, kRandomLength),
+                             [](unsigned char c) { return std::isalnum(c) != 0; });
 }
 
-bool isOurPlainFile(int descriptor, std::int64_t length) {
+// The length of an open file; absent when it was deleted.
+std::optional<std::int64_t> lengthOf(const FileDescriptor& file) {
   struct stat status{};
-  return fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == geteuid() &&
-         status.st_nlink == 1 && status.st_size >= length;
+  if (fstat(file.get(), &status) != 0 || status.st_nlink == 0) return std::nullopt;
+  return status.st_size;
+}
+
+// Locks a file that was just created. False when another process took it for an orphan before it was locked.
+// Without locks, as on some network volumes, no process takes a file for an orphan.
+bool lockNewFile(const FileDescriptor& file) {
+  const bool isTaken = flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  return !isTaken && lengthOf(file);
 }
 
 }  // namespace
 
 Result<std::unique_ptr<PartialFile>> PartialFile::create(const Path& folder) {
-  auto path = joined(folder, fmt::format("{}{}-XXXXXX{}", kPrefix, getpid(), kSuffix));
-  const int descriptor = mkostemps(path.data(), static_cast<int>(kSuffix.size()), O_CLOEXEC);
-  if (descriptor < 0) {
-    return std::unexpected(
-        urlError(URLErrorCode::cannotCreateFile,
-                 fmt::format("cannot create a temporary file in {}: {}", folder, errnoText(errno))));
+  for (;;) {
+    auto path = joined(folder, fmt::format("{}{}-XXXXXX{}", kPrefix, getpid(), kSuffix));
+    FileDescriptor file{mkostemps(path.data(), static_cast<int>(kSuffix.size()), O_CLOEXEC)};
+    if (!file) {
+      return std::unexpected(
+          urlError(URLErrorCode::cannotCreateFile,
+                   fmt::format("cannot create a temporary file in {}: {}", folder, errnoText(errno))));
+    }
+    if (!lockNewFile(file)) continue;
+    return std::unique_ptr<PartialFile>{new PartialFile{std::move(file), std::move(path)}};
   }
-  flock(descriptor, LOCK_EX | LOCK_NB);
-  return std::unique_ptr<PartialFile>{new PartialFile{descriptor, std::move(path), 0}};
-}
-
-std::unique_ptr<PartialFile> PartialFile::reopen(const Path& folder, const Path& path, std::int64_t length) {
-  if (parentFolder(path) != folder || !makerOf(lastPathComponent(path))) return nullptr;
-  const int descriptor = open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  if (descriptor < 0) return nullptr;
-  std::unique_ptr<PartialFile> file{new PartialFile{descriptor, path, length}};
-  if (!isOurPlainFile(descriptor, length) || flock(descriptor, LOCK_EX | LOCK_NB) != 0) return nullptr;
-  if (ftruncate(descriptor, length) != 0 || lseek(descriptor, length, SEEK_SET) != length) return nullptr;
-  return file;
 }
 
 void PartialFile::removeOrphans(const Path& folder) {
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator{folder, error}) {
-    const auto maker = makerOf(entry.path().filename().string());
-    if (maker && !isRunning(*maker)) unlink(entry.path().c_str());
+    if (!isNameOfOurs(entry.path().filename().string())) continue;
+    if (const auto lock = ItemLock::tryTake(entry.path())) unlink(entry.path().c_str());
   }
-}
-
-PartialFile::~PartialFile() {
-  close(descriptor_);
 }
 
 Result<> PartialFile::append(std::string_view bytes) {
@@ -91,12 +87,18 @@ Result<> PartialFile::append(std::string_view bytes) {
 }
 
 Result<> PartialFile::flush() {
-  if (!writeAll(descriptor_, unwritten_)) {
+  if (!writeAll(file_.get(), unwritten_)) {
     return std::unexpected(urlError(URLErrorCode::cannotWriteToFile,
                                     fmt::format("cannot write to {}: {}", path_, errnoText(errno))));
   }
   unwritten_.clear();
   return {};
+}
+
+bool PartialFile::goBackTo(std::int64_t length) {
+  if (lengthOf(file_).value_or(-1) < length || ftruncate(file_.get(), length) != 0) return false;
+  length_ = length;
+  return lseek(file_.get(), length, SEEK_SET) == length;
 }
 
 void PartialFile::remove() {

@@ -1,29 +1,27 @@
-// The partial file of a download, in the temporary directory. One thread at a time.
+// The file of a download, in the temporary directory. One thread at a time.
 #pragma once
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 
 #include "Base/Error.h"
+#include "Base/POSIX/FileDescriptor.h"
 #include "Base/Path.h"
 
 namespace installer {
 
-// Open and locked, so that no two downloads write to one file. The destructor closes the file and keeps it.
+// Open and locked from its creation to the destructor, which keeps the file. An unlocked file was therefore
+// left by a killed process.
 class PartialFile {
  public:
   [[nodiscard]] static Result<std::unique_ptr<PartialFile>> create(const Path& folder);
-  // Opens a file that `create` made in `folder` and truncates it to `length` bytes. Null for another name,
-  // and when the file is shorter, in use, missing or not a plain file of this user.
-  static std::unique_ptr<PartialFile> reopen(const Path& folder, const Path& path, std::int64_t length);
 
-  // Removes the files in `folder` of processes that have ended.
+  // Removes the files in `folder` that killed processes left.
   static void removeOrphans(const Path& folder);
 
-  ~PartialFile();
+  ~PartialFile() = default;
   PartialFile(const PartialFile&) = delete;
   PartialFile& operator=(const PartialFile&) = delete;
 
@@ -34,15 +32,17 @@ class PartialFile {
   // every other use of the file. Both fail with `ErrorDomain::url`.
   [[nodiscard]] Result<> append(std::string_view bytes);
   [[nodiscard]] Result<> flush();
+  // Truncates the file to `length` bytes, for a download that continues there. False when it is shorter, or
+  // deleted.
+  bool goBackTo(std::int64_t length);
   void remove();
 
  private:
-  PartialFile(int descriptor, Path path, std::int64_t length)
-      : descriptor_{descriptor}, path_{std::move(path)}, length_{length} {}
+  PartialFile(FileDescriptor file, Path path) : file_{std::move(file)}, path_{std::move(path)} {}
 
-  int descriptor_;
+  FileDescriptor file_;
   Path path_;
-  std::int64_t length_;
+  std::int64_t length_ = 0;
   std::string unwritten_;
 };
 

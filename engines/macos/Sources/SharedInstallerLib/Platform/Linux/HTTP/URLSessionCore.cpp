@@ -1,6 +1,5 @@
 #include "Platform/Linux/HTTP/URLSessionCore.h"
 
-#include <unistd.h>
 #include <utility>
 
 #include "Platform/Linux/HTTP/LinuxURLTask.h"
@@ -13,7 +12,7 @@ URLSessionCore::URLSessionCore(CurlEngine& engine, Configuration configuration,
 }
 
 URLSessionCore::~URLSessionCore() {
-  for (const auto& path : partials_) unlink(path.c_str());
+  for (const auto& [path, file] : partials_) file->remove();
 }
 
 std::shared_ptr<URLSessionDelegate> URLSessionCore::delegate() {
@@ -23,7 +22,7 @@ std::shared_ptr<URLSessionDelegate> URLSessionCore::delegate() {
 
 void URLSessionCore::invalidate(Running running) {
   std::set<std::shared_ptr<LinuxURLTask>> cancelled;
-  std::set<Path> partials;
+  Partials partials;
   {
     const MutexLock guard{mutex_};
     isInvalidated_ = true;
@@ -33,7 +32,7 @@ void URLSessionCore::invalidate(Running running) {
       cancelled = running_;
     }
   }
-  for (const auto& path : partials) unlink(path.c_str());
+  for (const auto& [path, file] : partials) file->remove();
   for (const auto& task : cancelled) task->cancel();
   releaseDelegateIfDone();
 }
@@ -66,20 +65,17 @@ void URLSessionCore::taskEnded(const std::shared_ptr<LinuxURLTask>& task) {
   releaseDelegateIfDone();
 }
 
-void URLSessionCore::keepPartial(const Path& path) {
-  {
-    const MutexLock guard{mutex_};
-    if (!isInvalidated_) {
-      partials_.insert(path);
-      return;
-    }
-  }
-  unlink(path.c_str());
+void URLSessionCore::keepPartial(std::unique_ptr<PartialFile> file) {
+  const MutexLock guard{mutex_};
+  if (isInvalidated_) return file->remove();
+  const auto& path = file->path();
+  partials_[path] = std::move(file);
 }
 
-void URLSessionCore::forgetPartial(const Path& path) {
+std::unique_ptr<PartialFile> URLSessionCore::takePartial(const Path& path) {
   const MutexLock guard{mutex_};
-  partials_.erase(path);
+  const auto kept = partials_.extract(path);
+  return kept ? std::move(kept.mapped()) : nullptr;
 }
 
 void URLSessionCore::releaseDelegateIfDone() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <map>
 #include <memory>
 #include <set>
 #include <vector>
@@ -9,6 +10,7 @@
 #include "Base/Mutex.h"
 #include "Platform/Linux/Dispatch/CallbackQueue.h"
 #include "Platform/Linux/HTTP/CurlEngine.h"
+#include "Platform/Linux/HTTP/PartialFile.h"
 #include "Platform/URLSession.h"
 
 namespace installer {
@@ -50,11 +52,14 @@ class URLSessionCore : public std::enable_shared_from_this<URLSessionCore> {
   void taskStarted(const std::shared_ptr<LinuxURLTask>& task);
   void taskEnded(const std::shared_ptr<LinuxURLTask>& task);
 
-  // Keeps a partial file for a resumed download. Invalidating the session removes it.
-  void keepPartial(const Path& path);
-  void forgetPartial(const Path& path);
+  // Keeps a partial file, and its lock, for a resumed download. Invalidating the session removes it.
+  void keepPartial(std::unique_ptr<PartialFile> file);
+  // The kept file; null without one.
+  std::unique_ptr<PartialFile> takePartial(const Path& path);
 
  private:
+  using Partials = std::map<Path, std::unique_ptr<PartialFile>>;
+
   CurlEngine& engine_;
   const Configuration configuration_;
   std::atomic<int> lastTaskIdentifier_{0};
@@ -64,7 +69,7 @@ class URLSessionCore : public std::enable_shared_from_this<URLSessionCore> {
   bool isInvalidated_ GUARDED_BY(mutex_) = false;
   bool isCancelled_ GUARDED_BY(mutex_) = false;
   std::set<std::shared_ptr<LinuxURLTask>> running_ GUARDED_BY(mutex_);
-  std::set<Path> partials_ GUARDED_BY(mutex_);
+  Partials partials_ GUARDED_BY(mutex_);
 
   CallbackQueue callbacks_;
 
