@@ -18,9 +18,19 @@ LIBRARY = BUILD / "engines/macos/Tests/libkill-points.so"
 SEED = int(os.environ.get("KELO_SEED", "1"))
 SAMPLE = 5
 TIME_LIMIT = 240
-KILLED = -9
+KILLED = (-9, 128 + 9)  # for the parent, and as the shell's exit status
+
+SUCCESSES = {"installed", "skipped", "uninstalled", "already_absent"}
+
+# Calls that each run of this action makes.
+STEPS = {"install": {"start hdiutil", "start xattr", "renameat2"}, "uninstall": {"start lsregister", "renameat2"}}
 
 needs_root = pytest.mark.skipif(not RUNNING_AS_ROOT, reason="an administrator prompt can be played by root only")
+
+
+def attached_in(root):
+    """The mount points of the attached images."""
+    return [path.name for path in (root / "Volumes").iterdir() if not path.name.startswith(".")]
 
 
 class Sweep:
@@ -29,6 +39,7 @@ class Sweep:
     def __init__(self, name, command, root, app, **options):
         self.name = name
         self.command = [str(word) for word in command]
+        self.steps = STEPS[self.command[self.command.index("--action") + 1]]
         self.root = root
         self.app = root / "Applications" / app
         self.options = {"cwd": "/", "stdin": subprocess.DEVNULL, "capture_output": True, "timeout": TIME_LIMIT, **options}
@@ -37,6 +48,7 @@ class Sweep:
         subprocess.run(["cp", "-a", str(root), str(self.saved)], check=True)
         self.before = self.content()
         self.outcomes = collections.Counter()
+        self.missed = 0  # kills at calls that the run didn't reach
         self.may_leave = ()  # prefixes of names
 
     def run(self, **environment):
@@ -61,27 +73,44 @@ class Sweep:
         self.points.touch()
         self.points.chmod(0o666)
         run = self.run(LD_PRELOAD=str(LIBRARY), KELO_POINTS=str(self.points))
-        assert run.status == 0, run.output + run.errors
         self.goal, self.goal_names = self.content(), self.names()
-        return self.points.read_text().splitlines()
+        self.check_end(run, self.goal, attached_in(self.root))
+        calls = self.points.read_text().splitlines()
+        assert self.steps <= set(calls), f"{LIBRARY} isn't loaded, or the run has other calls: {calls}"
+        return calls
 
     def kill(self, when, number, call):
-        """Does a run that is killed and a second one that isn't. Returns the problem, or None."""
+        """Does a run that is killed and a second one that isn't."""
         self.start_again()
         killed = self.run(LD_PRELOAD=str(LIBRARY), KELO_KILL=f"{when}:{number}")
-        left = self.content()
-        if killed.status not in (KILLED, 0):  # 0: this run made fewer calls
-            return f"ended with {killed.status}: {killed.output}{killed.errors}"
-        self.outcomes[call, f"killed {when}", self.state_of(left)] += 1
-        if left not in (None, self.before, self.goal):
-            return "the app is incomplete"
-        after = self.run()
-        if after.status != 0:
-            return f"the next run ends with {after.status}: {after.output}{after.errors}"
-        if self.content() != self.goal:
-            return "the next run doesn't reach the goal"
+        self.note(call, f"killed {when}", killed, self.content())
+        self.check_end(self.run(), self.content(), attached_in(self.root))
         others = {name for name in self.names() ^ self.goal_names if not name.startswith(self.may_leave)}
-        return f"after the next run there are extra or missing files: {others}" if others else None
+        assert not others, "after the next run there are extra or missing files"
+
+    def note(self, call, fault, killed, left):
+        """Counts the outcome of a killed run and checks it."""
+        assert killed.status in (*KILLED, 0), killed.output + killed.errors
+        is_missed = killed.status == 0  # this run made fewer calls
+        self.missed += is_missed
+        self.outcomes[call, "ended before it" if is_missed else fault, self.state_of(left)] += 1
+        assert left in (None, self.before, self.goal), "the app is incomplete"
+        self.check_results(killed, left)
+
+    def check_results(self, run, content):
+        """Every reported result is that of a success, and the disk agrees with it."""
+        results = run.of_type("app-result")
+        assert not results or content == self.goal, "a result is untrue"
+        assert {result["status"] for result in results} <= SUCCESSES
+        return results
+
+    def check_end(self, run, content, attached):
+        """Checks a run that wasn't killed."""
+        assert run.status == 0 == run.done["exitCode"], run.output + run.errors
+        assert content == self.goal, "the next run doesn't reach the goal"
+        assert {result["app"]: result["status"] for result in self.check_results(run, content)} == run.statuses
+        assert len(run.statuses) == 1
+        assert attached == [], "the next run leaves an image attached"
 
     def state_of(self, content):
         states = [("goal", self.goal), ("as before", self.before), ("no app", None)]
@@ -91,12 +120,26 @@ class Sweep:
         calls = self.calls()
         points = [(when, number, call) for number, call in enumerate(calls, 1) for when in whens]
         if "KELO_ALL" not in os.environ:
-            points = random.Random(SEED).sample(points, min(SAMPLE, len(points)))
-        wrong = [f"{when} call {number}, {call}: {complaint}" for when, number, call in points
-                 if (complaint := self.kill(when, number, call))]
+            points = self.sample(points)
+        wrong = [f"{when} call {number}, {call}: {problem}" for when, number, call in points
+                 if (problem := self.problem(when, number, call))]
         self.report()
-        print(f"{self.name}: {len(calls)} calls, {len(points)} kills, seed {SEED}")
+        print(f"{self.name}: {len(calls)} calls, {len(points)} kills, {self.missed} of them missed, seed {SEED}")
+        assert self.missed * 2 < len(points), f"{self.name}: {self.missed} of {len(points)} kills missed"
         assert not wrong, "\n".join([f"KELO_SEED={SEED}: {self.name}", *wrong])
+
+    def sample(self, points):
+        """Points of different calls, others in each scenario, because most points are of the same few calls."""
+        draw = random.Random(f"{SEED} {self.name}")
+        by_call = {point[2]: point for point in draw.sample(points, len(points))}
+        return draw.sample(list(by_call.values()), min(SAMPLE, len(by_call)))
+
+    def problem(self, *point):
+        try:
+            self.kill(*point)
+        except AssertionError as problem:
+            return problem
+        return None
 
     def report(self):
         if "KELO_FAULT_TABLE" not in os.environ:
@@ -136,20 +179,17 @@ class PowerLoss(Sweep):
         crashed = self.disk.with_name("crashed.img")
         self.make_disk()
         engine = f'setpriv --reuid={NOBODY} --regid={NOBODY} --clear-groups "$0" "$@"'
-        self.on_disk(self.disk, f"LD_PRELOAD={LIBRARY} KELO_KILL={when}:{number} {engine}; "
-                     f"dd if=/dev/zero of={self.root}/others bs=1 count=1 conv=fsync && cp {self.disk} {crashed}")
+        killed = self.on_disk(
+            self.disk, f"LD_PRELOAD={LIBRARY} KELO_KILL={when}:{number} {engine}; status=$?; "
+            f"dd if=/dev/zero of={self.root}/others bs=1 count=1 conv=fsync && cp {self.disk} {crashed} && exit $status")
         # Nothing is mounted after a loss of power.
-        keep = f"rm -rf {self.found} && cp -a {self.root}/Applications {self.found}"
+        keep = f"rm -rf {self.found} && mkdir -p {self.found}/after && cp -a {self.root}/Applications {self.found}/left"
         after = self.on_disk(crashed, f"rm -rf {self.root}/Volumes/*; {keep}; {engine}; status=$?; "
-                             f"cp -a {self.root}/Applications {self.found}/after; exit $status")
-        left = self.content_of(self.found)
-        self.outcomes[call, "power lost after", self.state_of(left)] += 1
-        if left not in (None, self.before, self.goal):
-            return "the app is incomplete"
-        if after.status != 0 or self.content_of(self.found / "after") != self.goal:
-            return f"the next run doesn't reach the goal: {after.output}{after.errors}"
-        hidden = [path.name for path in (self.found / "after").iterdir() if path.name.startswith(".")]
-        return f"the next run leaves {hidden}" if hidden else None
+                             f"cp -a {self.root}/Applications {self.root}/Volumes {self.found}/after; exit $status")
+        self.note(call, "power lost after", killed, self.content_of(self.found / "left"))
+        applications = self.found / "after/Applications"
+        self.check_end(after, self.content_of(applications), attached_in(self.found / "after"))
+        assert not [path.name for path in applications.iterdir() if path.name.startswith(".")], "the next run leaves files"
 
     def content_of(self, applications):
         app = applications / self.app.name
@@ -198,7 +238,9 @@ def test_of_an_escalated_run(installation, prompt, action):
     new = installation("2.0", machine=old)
     os.chown(old.applications, 0, 0)
     prompt(new, "accept")
-    sweep(f"escalated {action}", new, action).run_all()
+    run = sweep(f"escalated {action}", new, action)
+    run.steps = run.steps - {"renameat2"} | {"start pkexec"}
+    run.run_all()
 
 
 def test_of_an_online_install(stage):
