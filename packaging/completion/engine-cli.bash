@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# Completion of engine-cli for bash, 3.2 and later. Source it, or install it where bash-completion looks.
-# It never starts the engine: every start leaves lines in the log.
+# Completion of engine-cli for bash, 3.2 and later. Source it, or install it in a folder that bash-completion searches.
+# It doesn't start the engine, because each start writes to the log.
 
 # generated: words
 _engine_cli_subcommands='hello run check-updates disk-free export-logs'
@@ -30,8 +30,8 @@ _engine_cli_values() {
 }
 # end
 
-# The form of the line: --silent or a subcommand. --silent counts anywhere but in the word being completed. A line whose
-# first word is an option can only become an unattended one.
+# Prints the form of the line: --silent or a subcommand. --silent can be anywhere except in the word being completed. A line
+# that begins with an option can only be an unattended run.
 _engine_cli_form() {
   local i
   for ((i = 1; i < ${#COMP_WORDS[@]}; i++)); do
@@ -41,7 +41,7 @@ _engine_cli_form() {
   case ${COMP_WORDS[1]} in --*) echo --silent ;; *) echo "${COMP_WORDS[1]}" ;; esac
 }
 
-# The lists that "brenna,tol" can become with one more app. No app occurs twice.
+# Prints the lists to which one more app can complete a list such as "brenna,tol". No app occurs twice.
 _engine_cli_app_lists() {
   local named='' app
   case $1 in *,*) named=${1%,*}, ;; esac
@@ -50,7 +50,7 @@ _engine_cli_app_lists() {
   done
 }
 
-# Options of the form that the line doesn't have yet.
+# Prints the options of the form that the line doesn't have yet.
 _engine_cli_options_left() {
   local option word
   for option in $(_engine_cli_options "$1"); do
@@ -75,7 +75,7 @@ _engine_cli_words() {
 _engine_cli() {
   local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} form kind=
   form=$(_engine_cli_form)
-  # A word that begins like an option is completed as one, whatever precedes it.
+  # A word that begins like an option is completed as an option, after any other word.
   case $word in --*) before= ;; esac
   case $form:$before in disk-free:--path) kind=-f ;; export-logs:--out) kind=-d ;; esac
 

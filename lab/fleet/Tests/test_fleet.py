@@ -97,7 +97,7 @@ def test_a_host_without_network_counts_as_unreachable(first):
     assert (installer["release"], installer["expires"]) == ("latest", None)
 
 
-@pytest.mark.skipif(not CAN_CUT, reason="this machine gives its users no network namespace")
+@pytest.mark.skipif(not CAN_CUT, reason="users of this machine can't make a network namespace")
 def test_a_host_in_a_network_of_its_own_counts_as_unreachable(first):
     assert counts(first, "cut") == {"unreachable": 1}
     assert first["report"]["cut"]["exit_status"] == 5

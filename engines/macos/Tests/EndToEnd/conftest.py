@@ -74,7 +74,7 @@ def prompt(workshop):
 
     def make(installation, answer):
         if not RUNNING_AS_ROOT:
-            pytest.skip("an administrator prompt can be played by root only")
+            pytest.skip("only root can simulate an administrator prompt")
         path = installation.folder / f"prompt-{len(servers)}"
         server = PromptServer(path, answer)
         servers.append(server)

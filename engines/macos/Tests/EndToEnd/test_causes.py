@@ -41,7 +41,7 @@ def exported(events):
 
 
 def fault(name, words, arrange, *, command=INSTALL, root=False):
-    marks = [pytest.mark.skipif(not RUNNING_AS_ROOT, reason="another user's folders can be made by root only")]
+    marks = [pytest.mark.skipif(not RUNNING_AS_ROOT, reason="only root can make another user's folders")]
     return pytest.param(arrange, command, words, id=name, marks=marks if root else [])
 
 
@@ -205,7 +205,7 @@ def full_disk(machine, _):
     made = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k,mode=777", "none", str(machine.applications)],
                           capture_output=True)
     if made.returncode != 0:
-        pytest.skip("this machine doesn't let the suite mount a small volume")
+        pytest.skip("the suite can't mount a small volume on this machine")
     return lambda: subprocess.run(["umount", str(machine.applications)], check=True)
 
 

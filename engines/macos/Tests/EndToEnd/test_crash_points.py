@@ -25,7 +25,7 @@ SUCCESSES = {"installed", "skipped", "uninstalled", "already_absent"}
 # Calls that each run of this action makes.
 STEPS = {"install": {"start hdiutil", "start xattr", "renameat2"}, "uninstall": {"start lsregister", "renameat2"}}
 
-needs_root = pytest.mark.skipif(not RUNNING_AS_ROOT, reason="an administrator prompt can be played by root only")
+needs_root = pytest.mark.skipif(not RUNNING_AS_ROOT, reason="only root can simulate an administrator prompt")
 
 
 def attached_in(root):
@@ -160,7 +160,7 @@ class PowerLoss(Sweep):
         self.found = self.root.with_name("found")
         self.make_disk()
         if self.on_disk(self.disk, "true").status != 0:
-            pytest.skip("this machine doesn't let the suite mount a small volume")
+            pytest.skip("the suite can't mount a small volume on this machine")
 
     def make_disk(self):
         """Makes a file system with the content of the root."""

@@ -15,7 +15,7 @@ import zipfile
 import pytest
 from support import RUNNING_AS_ROOT, VERSION, Gate, give_away
 
-needs_root = pytest.mark.skipif(not RUNNING_AS_ROOT, reason="another user's folders can be made by root only")
+needs_root = pytest.mark.skipif(not RUNNING_AS_ROOT, reason="only root can make another user's folders")
 
 RULE = "=" * 47
 DIGEST_HEAD = ("Kelo Desk Apps Installer — WARN/ERROR digest\n" + RULE + "\n\n"

@@ -8,7 +8,7 @@ import time
 import pytest
 from support import APPS, NOBODY, RUNNING_AS_ROOT, give_away, tree, without_leftovers
 
-needs_root = pytest.mark.skipif(not RUNNING_AS_ROOT, reason="another user's folders can be made by root only")
+needs_root = pytest.mark.skipif(not RUNNING_AS_ROOT, reason="only root can make another user's folders")
 
 
 def receipt(app):
@@ -240,7 +240,7 @@ def test_a_full_disk_is_told_before_anything_is_removed(installation):
     small = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256k,mode=777", "none", str(machine.applications)],
                            capture_output=True)
     if small.returncode != 0:
-        pytest.skip("this machine doesn't let the suite mount a small volume")
+        pytest.skip("the suite can't mount a small volume on this machine")
     try:
         run = machine.install("--apps", "rulo")
         assert (run.status, run.codes) == (2, {"rulo": "INSTALL_FAILED"})
