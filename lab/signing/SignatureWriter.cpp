@@ -34,14 +34,19 @@ std::string quoted(const std::string& text) {
   return result + "\"";
 }
 
+// Names the team where the chain allows it, so that code signed with the team's next certificate meets it
+// too.
 std::string designatedText(const std::string& identifier, const SigningIdentity& identity) {
   const std::string named = "identifier " + quoted(identifier);
-  if (identity.kind() == LeafKind::selfSigned)
+  const std::string ofTeam = " and certificate leaf[subject.OU] = " + quoted(identity.team());
+  if (identity.isDeveloperID()) {
+    return fmt::format(
+        "{} and anchor apple generic and certificate 1[field.{}] and certificate leaf[field.{}]{}", named,
+        kDeveloperIDIntermediate, kDeveloperIDLeaf, ofTeam);
+  }
+  if (identity.team().empty() || identity.issuers().empty())
     return named + " and certificate leaf = H\"" + installer::hexadecimal(identity.leafSHA1()) + "\"";
-  return named +
-         " and anchor apple generic and certificate 1[field.1.2.840.113635.100.6.2.6] and certificate "
-         "leaf[field.1.2.840.113635.100.6.1.13] and certificate leaf[subject.OU] = " +
-         quoted(identity.team());
+  return named + " and certificate 1 = H\"" + installer::hexadecimal(identity.issuerSHA1()) + "\"" + ofTeam;
 }
 
 Outcome<Bytes> makeRequirements(const std::string& identifier, const SigningIdentity& identity) {

@@ -1,7 +1,10 @@
 #include "SigningIdentity.h"
 
+#include <algorithm>
+#include <fmt/chrono.h>
 #include <openssl/err.h>
 #include <openssl/pkcs12.h>
+#include <openssl/provider.h>
 
 #include "Certificate.h"
 #include "DER.h"
@@ -18,6 +21,40 @@ void freeStack(STACK_OF(X509) * certificates) {
 }
 using StackPointer = std::unique_ptr<STACK_OF(X509), FreeBy<freeStack>>;
 
+Certificate parsed(const X509Pointer& certificate) {
+  return Certificate::readDER(derOf(certificate.get())).value();
+}
+
+// The chain above `top`, in order, as far as `found` has it.
+std::vector<X509Pointer> chainAbove(X509Pointer top, const std::vector<X509Pointer>& found) {
+  std::vector<X509Pointer> chain;
+  while (chain.size() < found.size() && !parsed(top).isSelfIssued()) {
+    const auto issuer = std::ranges::find_if(
+        found, [&](const X509Pointer& one) { return X509_check_issued(one.get(), top.get()) == X509_V_OK; });
+    if (issuer == found.end()) break;
+    top = chain.emplace_back(*issuer);
+  }
+  return chain;
+}
+
+std::string issuerName(const X509Pointer& certificate) {
+  const X509_NAME* name = X509_get_issuer_name(certificate.get());
+  const BIOPointer text(BIO_new(BIO_s_mem()));
+  X509_NAME_print_ex(text.get(), name, 0, XN_FLAG_ONELINE);
+  const char* start = nullptr;
+  const auto length = BIO_get_mem_data(text.get(), &start);
+  return {start, static_cast<std::size_t>(length)};
+}
+
+std::unexpected<Failure> lacksIssuer(const X509Pointer& certificate) {
+  return refuse("the identity lacks the certificate \"{}\", which issued \"{}\"", issuerName(certificate),
+                parsed(certificate).displayName());
+}
+
+std::string showTime(std::chrono::sys_seconds time) {
+  return fmt::format("{:%Y-%m-%d %H:%M:%S} UTC", fmt::gmtime(std::chrono::system_clock::to_time_t(time)));
+}
+
 }  // namespace
 
 Outcome<SigningIdentity> SigningIdentity::fromPKCS12(const std::filesystem::path& file,
@@ -27,6 +64,8 @@ Outcome<SigningIdentity> SigningIdentity::fromPKCS12(const std::filesystem::path
   const unsigned char* from = content->bytes().data();
   const PKCS12Pointer sealed(d2i_PKCS12(nullptr, &from, static_cast<long>(content->bytes().size())));
   if (!sealed) return refuse("{} is no PKCS#12 file", file.string());
+  // Some programs still export with algorithms that only this provider has.
+  OSSL_PROVIDER_try_load(nullptr, "legacy", 1);
   EVP_PKEY* key = nullptr;
   X509* leaf = nullptr;
   STACK_OF(X509)* others = nullptr;
@@ -36,21 +75,44 @@ Outcome<SigningIdentity> SigningIdentity::fromPKCS12(const std::filesystem::path
   const StackPointer issuers(others);
   SigningIdentity identity;
   identity.leaf_ = {own(leaf), own(key)};
-  for (int at = 0; at < sk_X509_num(others); ++at)
-    identity.issuers_.push_back(own(sk_X509_value(others, at)));
+  std::vector<X509Pointer> found;
+  for (int at = 0; at < sk_X509_num(others); ++at) found.push_back(own(sk_X509_value(others, at)));
   if (key == nullptr || leaf == nullptr) return refuse("{} holds no key with its certificate", file.string());
-  return identity;
+  identity.issuers_ = chainAbove(identity.leaf_.certificate, found);
+  const bool isComplete = !identity.issuers_.empty() || parsed(identity.leaf_.certificate).isSelfIssued();
+  return isComplete ? Outcome<SigningIdentity>(identity) : lacksIssuer(identity.leaf_.certificate);
 }
 
 std::string SigningIdentity::team() const {
   if (isAdHoc()) return {};
-  const auto leaf = Certificate::readDER(derOf(leaf_.certificate.get()));
-  const auto units = leaf ? leaf->subject("OU") : std::vector<std::string>();
+  const auto units = parsed(leaf_.certificate).subject("OU");
   return units.empty() ? std::string() : units.front();
 }
 
 Bytes SigningIdentity::leafSHA1() const {
-  return copyOf(digestOf(HashType::sha1, derOf(leaf_.certificate.get())).bytes());
+  return parsed(leaf_.certificate).sha1();
+}
+
+Bytes SigningIdentity::issuerSHA1() const {
+  return issuers_.empty() ? Bytes() : parsed(issuers_.front()).sha1();
+}
+
+bool SigningIdentity::isDeveloperID() const {
+  return !issuers_.empty() && parsed(issuers_.front()).hasExtension(kDeveloperIDIntermediate) &&
+         parsed(leaf_.certificate).hasExtension(kDeveloperIDLeaf);
+}
+
+Outcome<void> SigningIdentity::checkTime(std::chrono::sys_seconds time) const {
+  const Certificate leaf = parsed(leaf_.certificate);
+  if (leaf.notBefore() <= time && time <= leaf.notAfter()) return {};
+  return refuse("the certificate \"{}\" is valid from {} to {}, but the signing time is {}",
+                leaf.displayName(), showTime(leaf.notBefore()), showTime(leaf.notAfter()), showTime(time));
+}
+
+Outcome<void> SigningIdentity::writeRoot(const std::filesystem::path& file) const {
+  const X509Pointer& top = issuers_.empty() ? leaf_.certificate : issuers_.back();
+  if (!parsed(top).isSelfIssued()) return lacksIssuer(top);
+  return writeCertificate(file, top);
 }
 
 }  // namespace lab

@@ -34,16 +34,24 @@ class SigningIdentity {
         timestamper_(authority.timestamper()),
         kind_(kind) {}
 
-  // The key and the certificates of a PKCS#12 file.
+  // The key and the certificates of a PKCS#12 file, which must hold the leaf's issuer unless the leaf is
+  // self-signed. Certificates outside the leaf's chain are left out.
   static Outcome<SigningIdentity> fromPKCS12(const std::filesystem::path& file, const std::string& password);
 
   bool isAdHoc() const { return leaf_.certificate == nullptr; }
   LeafKind kind() const { return kind_; }
   const KeyedCertificate& leaf() const { return leaf_; }
+  // The chain above the leaf, in order; the root may be missing.
   const std::vector<X509Pointer>& issuers() const { return issuers_; }
   const KeyedCertificate& timestamper() const { return timestamper_; }
   std::string team() const;  // the leaf's organizational unit; empty for ad hoc
   Bytes leafSHA1() const;
+  Bytes issuerSHA1() const;    // empty for a self-signed leaf
+  bool isDeveloperID() const;  // leaf and issuer have the extensions that mark a Developer ID
+  // A failure unless the leaf is valid at `time`.
+  Outcome<void> checkTime(std::chrono::sys_seconds time) const;
+  // Writes the root as PEM; a failure if the chain has none.
+  Outcome<void> writeRoot(const std::filesystem::path& file) const;
 
  private:
   KeyedCertificate leaf_;

@@ -15,9 +15,6 @@ namespace {
 constexpr std::array<const char*, 5> kLeafFiles{"leaf", "leaf-expired", "leaf-not-yet-valid",
                                                 "leaf-wrong-team", "self-signed"};
 
-constexpr const char* kDeveloperIDIntermediate = "1.2.840.113635.100.6.2.6";
-constexpr const char* kDeveloperIDLeaf = "1.2.840.113635.100.6.1.13";
-
 struct Extension {
   int number;
   const char* value;
@@ -119,13 +116,6 @@ Outcome<FilePointer> openFile(const std::filesystem::path& path, const char* mod
   return file;
 }
 
-Outcome<void> writeCertificate(const std::filesystem::path& path, const X509Pointer& certificate) {
-  auto file = openFile(path, "w");
-  if (!file) return handOn(file);
-  if (PEM_write_X509(file->get(), certificate.get()) != 1) return refuse("can't write {}", path.string());
-  return {};
-}
-
 Outcome<void> writeKey(const std::filesystem::path& path, const KeyPointer& key) {
   auto file = openFile(path, "w");
   if (!file) return handOn(file);
@@ -215,6 +205,13 @@ class AuthorityMaker {
 };
 
 }  // namespace
+
+Outcome<void> writeCertificate(const std::filesystem::path& path, const X509Pointer& certificate) {
+  auto file = openFile(path, "w");
+  if (!file) return handOn(file);
+  if (PEM_write_X509(file->get(), certificate.get()) != 1) return refuse("can't write {}", path.string());
+  return {};
+}
 
 Outcome<void> TestAuthority::make(const std::filesystem::path& folder, const std::string& team,
                                   const std::string& name) {

@@ -17,6 +17,13 @@ struct KeyedCertificate {
   KeyPointer key;
 };
 
+// Extensions that mark the certificates of a Developer ID.
+inline constexpr const char* kDeveloperIDIntermediate = "1.2.840.113635.100.6.2.6";
+inline constexpr const char* kDeveloperIDLeaf = "1.2.840.113635.100.6.1.13";
+
+// As PEM.
+Outcome<void> writeCertificate(const std::filesystem::path& path, const X509Pointer& certificate);
+
 // Selects the leaf that signs.
 enum class LeafKind { valid, expired, notYetValid, wrongTeam, selfSigned };
 

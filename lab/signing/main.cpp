@@ -99,6 +99,7 @@ class Sign {
     command.add_option("--identity", identity_,
                        "a .p12 key with its certificates, instead of a test authority's");
     command.add_option("--password-file", passwordFile_, "its first line opens the identity");
+    command.add_option("--write-root", rootFile_, "write the identity's root certificate to this PEM file");
     command.add_option("--timestamp", options_.timestampURL,
                        "an RFC 3161 server for secure timestamps; without one the signatures have none");
     command.add_option("--identifier", options_.identifier, "else CFBundleIdentifier, else the file's name");
@@ -148,11 +149,19 @@ class Sign {
     }
     const auto identity = readIdentity(variant.leaf);
     if (!identity) return handOn(identity);
+    if (auto suits = checkIdentity(*identity); !suits) return suits;
     const Signer signer(*identity, options_);
     for (const std::string& path : paths_) {
       if (auto done = signer.sign(path); !done) return done;
     }
     return {};
+  }
+
+  // The variants of a test authority include invalid ones, so only another identity is checked.
+  Outcome<void> checkIdentity(const SigningIdentity& identity) const {
+    if (identity_.empty() || identity.isAdHoc()) return {};
+    if (auto valid = identity.checkTime(options_.time); !valid) return valid;
+    return rootFile_.empty() ? Outcome<void>() : identity.writeRoot(rootFile_);
   }
 
   Outcome<SigningIdentity> readIdentity(std::optional<LeafKind> leaf) const {
@@ -168,7 +177,7 @@ class Sign {
     return SigningIdentity(*authority, *leaf);
   }
 
-  std::string authority_, variant_ = "valid", identity_, passwordFile_, entitlements_;
+  std::string authority_, variant_ = "valid", identity_, passwordFile_, rootFile_, entitlements_;
   std::vector<std::string> paths_, digests_{"sha256"};
   std::vector<std::uint32_t> flags_;
   std::optional<std::chrono::sys_seconds> time_;
