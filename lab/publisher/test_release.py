@@ -10,6 +10,7 @@ import shutil
 import stat
 import subprocess
 import threading
+import time
 import zipfile
 
 import pytest
@@ -46,6 +47,28 @@ def workshop(tmp_path_factory):
     return folder
 
 
+@pytest.fixture(scope="module")
+def own(tmp_path_factory):
+    """Identities of an authority without the marks of a Developer ID, which began to be valid just now."""
+    folder = tmp_path_factory.mktemp("own")
+    (folder / "conf").write_text("[req]\ndistinguished_name = dn\n[dn]\n")
+    issuer = None
+    for name, *extensions in (("root", "basicConstraints=critical,CA:TRUE"), ("intermediate", "basicConstraints=critical,CA:TRUE"),
+                              ("leaf", "keyUsage=critical,digitalSignature", "extendedKeyUsage=critical,codeSigning")):
+        chained = ["-CA", folder / f"{issuer}.pem", "-CAkey", folder / f"{issuer}.key"] if issuer else []
+        run("openssl", "req", "-x509", "-newkey", "rsa:2048", "-noenc", "-config", folder / "conf", "-days", "30",
+            "-subj", f"/CN=Own {name}/OU={TEAM}", "-keyout", folder / f"{name}.key", "-out", folder / f"{name}.pem", *chained,
+            *(word for extension in extensions for word in ("-addext", extension)))
+        issuer = name
+    for file, names, options in (("whole", ("intermediate", "root"), ["-legacy"]), ("without-root", ("intermediate",), []),
+                                 ("without-intermediate", ("root",), [])):
+        (folder / "others.pem").write_text("".join((folder / f"{name}.pem").read_text() for name in names))
+        run("openssl", "pkcs12", "-export", "-inkey", folder / "leaf.key", "-in", folder / "leaf.pem", "-certfile",
+            folder / "others.pem", "-passout", "pass:not a secret", "-out", folder / f"{file}.p12", *options)
+    (folder / "password").write_text("not a secret\n")
+    return folder
+
+
 def installer(workshop, output, *options, apps=("brenna", "rulo"), version="2.1", identity=True, configuration=CONFIGURATION,
               engine=None):
     words = [LAB / "lab-publish", "installer", "--engine", engine or workshop / "engine-cli", "--configuration", configuration,
@@ -57,6 +80,14 @@ def installer(workshop, output, *options, apps=("brenna", "rulo"), version="2.1"
     return subprocess.run([str(word) for word in words], capture_output=True, text=True, check=False)
 
 
+def online_installer(workshop, own, output, *options, identity="whole", **environment):
+    """An online installer that an identity of `own` signs."""
+    words = [LAB / "lab-publish", "installer", "--engine", workshop / "engine-cli", "--configuration", CONFIGURATION, "--output", output,
+             "--identity", own / f"{identity}.p12", "--password-file", own / "password", *options]
+    kept = {name: value for name, value in os.environ.items() if name != "SOURCE_DATE_EPOCH"}
+    return subprocess.run([str(word) for word in words], capture_output=True, text=True, check=False, env={**kept, **environment})
+
+
 @pytest.fixture(scope="module")
 def release(workshop, tmp_path_factory):
     output = tmp_path_factory.mktemp("release") / "out"
@@ -65,13 +96,16 @@ def release(workshop, tmp_path_factory):
     return output
 
 
+def codesign_that_trusts(root, folder):
+    shutil.copy(LAB / "codesign", folder)
+    (folder / "linux_host.json").write_text(json.dumps({"testAuthority": str(root)}))
+    return lambda *words: subprocess.run([folder / "codesign", *words], capture_output=True, text=True, check=False)
+
+
 @pytest.fixture(scope="module")
 def codesign(workshop, tmp_path_factory):
     """A copy of the lab's codesign that trusts the workshop's authority."""
-    folder = tmp_path_factory.mktemp("codesign")
-    shutil.copy(LAB / "codesign", folder)
-    (folder / "linux_host.json").write_text(json.dumps({"testAuthority": str(workshop / "authority/root.pem")}))
-    return lambda *words: subprocess.run([folder / "codesign", *words], capture_output=True, text=True, check=False)
+    return codesign_that_trusts(workshop / "authority/root.pem", tmp_path_factory.mktemp("codesign"))
 
 
 def test_the_bundle_holds_what_an_offline_installer_needs(release):
@@ -145,13 +179,43 @@ def test_the_sbom_names_files_images_and_linked_libraries(release):
     assert {end for link in sbom["relationships"] for end in (link["spdxElementId"], link["relatedSpdxElement"])} <= known
 
 
-def test_the_same_input_gives_the_same_bytes_in_another_folder(workshop, release, tmp_path):
-    again = tmp_path / "another name"
-    assert installer(workshop, again).returncode == 0
-    assert (again / "manifest.sha256").read_text() == (release / "manifest.sha256").read_text()
+def test_the_same_input_gives_the_same_bytes_in_another_folder(workshop, own, tmp_path):
+    once, again = tmp_path / "out", tmp_path / "another name"
+    for output in (once, again):
+        assert installer(workshop, output, identity=False).returncode == 0
+    assert (again / "manifest.sha256").read_text() == (once / "manifest.sha256").read_text()
     (again / "left over").write_text("x")
-    assert installer(workshop, again).returncode == 0  # replaces its own output
+    now = str(int(time.time()))
+    for output in (once, again):  # replaces its own output
+        assert online_installer(workshop, own, output, SOURCE_DATE_EPOCH=now).returncode == 0
+    assert (again / "manifest.sha256").read_text() == (once / "manifest.sha256").read_text()
     assert not (again / "left over").exists()
+
+
+@pytest.mark.parametrize("identity, options", [("whole", ()), ("without-root", ("--test-authority", "root.pem"))])
+def test_an_identity_of_an_authority_of_ones_own_makes_valid_signatures(workshop, own, tmp_path, identity, options):
+    done = online_installer(workshop, own, tmp_path / "out", *(own / word if "." in word else word for word in options), identity=identity)
+    assert done.returncode == 0, done.stderr
+    assert ("a Mac doesn't trust the root" in done.stderr) == (not options)
+    judge = codesign_that_trusts(own / "root.pem", tmp_path)
+    for made in (tmp_path / "out" / APP, tmp_path / "out/Kelo-Desk-Installer.dmg"):
+        judged = judge("--verify", "--strict", "-vv", made)
+        assert judged.returncode == 0 and "satisfies its Designated Requirement" in judged.stderr, judged.stderr
+
+
+@pytest.mark.parametrize("identity, epoch, said", [
+    ("whole", "1767225600", 'the certificate "Own leaf" is valid from '), ("whole", "4102444800", "but the signing time is 2100-01-01"),
+    ("whole", "yesterday", "SOURCE_DATE_EPOCH is 'yesterday'"),
+    ("without-intermediate", "", 'lacks the certificate "CN = Own intermediate, OU = QX7M4R2V9D", which issued "Own leaf"'),
+    ("without-root", "", 'lacks the certificate "CN = Own root, OU = QX7M4R2V9D", which issued "Own intermediate"')])
+def test_refuses_an_identity_that_signs_nothing_valid(workshop, own, tmp_path, identity, epoch, said):
+    done = online_installer(workshop, own, tmp_path / "out", identity=identity, SOURCE_DATE_EPOCH=epoch)
+    assert done.returncode == 1 and said in done.stderr and not (tmp_path / "out").exists(), done.stderr
+
+
+def test_refuses_an_identity_whose_signatures_its_verifier_refuses(workshop, own, tmp_path):
+    done = online_installer(workshop, own, tmp_path / "out", "--test-authority", workshop / "authority/root.pem")
+    assert done.returncode == 1 and "root certificate isn't trusted" in done.stderr and not (tmp_path / "out").exists()
 
 
 def test_without_identity_and_images_it_is_an_online_installer_signed_by_no_one(workshop, tmp_path, codesign):
