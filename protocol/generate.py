@@ -227,7 +227,8 @@ def command_words():
             values.setdefault(option["name"], {})[f"{option['name']}={value}"] = True
     patterns = [f"    {' | '.join(taken)}) ;;" for taken in values.values()]
     is_app = ["is_app() {", f"  case $1 in {' | '.join(IDENTIFIERS)}) ;; *) return 1 ;; esac", "}"]
-    return [f"apps='{', '.join(IDENTIFIERS)}'", "", *is_app, "",
+    bundles = [f"    {app['id']}) echo {' '.join([app['installerBundleIdentifier'], *app['otherBundleIdentifiers']])} ;;" for app in APPS]
+    return [f"apps='{', '.join(IDENTIFIERS)}'", "", *is_app, "", "bundles_of() {", "  case $1 in", *bundles, "  esac", "}", "",
             *shell_options("options_of"), "", "takes() {", "  case $1=$2 in", *patterns, "    *) return 1 ;;", "  esac", "}"]
 
 

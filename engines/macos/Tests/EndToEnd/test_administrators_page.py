@@ -176,6 +176,20 @@ def test_a_sweep_over_current_apps_quits_none_and_mounts_nothing(desk):
         running.wait()
 
 
+def test_kelo_spares_a_running_copy_that_the_engine_would_quit(desk):
+    desk.type("$ kelo --apps brenna\n")
+    copy = shutil.copytree(desk.machine.app("brenna"), desk.machine.root / "Users/anna/Another Brenna.app")
+    (program,) = (copy / "Contents/MacOS").iterdir()
+    running = subprocess.Popen([program], cwd="/", **unprivileged())
+    try:
+        assert (desk.run(["kelo", "--apps", "brenna", "--offline"]).returncode, running.poll()) == (75, None)
+        assert desk.run(["kelo", "--quit-apps", "--apps", "brenna"]).returncode == 0
+        assert running.wait(timeout=HANG) is not None
+    finally:
+        running.kill()
+        running.wait()
+
+
 def test_a_summary_is_there_when_the_log_is_not(desk):
     desk.type("$ kelo --apps brenna\n")
     shutil.rmtree(desk.machine.log_file.parent)

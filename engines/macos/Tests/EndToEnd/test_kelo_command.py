@@ -2,6 +2,7 @@
 
 import json
 import os
+import plistlib
 import pty
 import shutil
 import subprocess
@@ -77,7 +78,8 @@ def test_understood_words_reach_the_engine_and_its_status_comes_back(bundle, lin
     (["--apps", "rulo", "--apps", "brenna"], "--apps is given twice"),
     (["--apps", "rulo", "--VERBOSE"], "'--VERBOSE' isn't understood"),
     (["--apps", "rulo", "--verbose --offline"], "--verbose --offline has no value"), (["-silent"], "'-silent' isn't understood"),
-    (["run", "--action", "install"], "--apps is missing"), (["run", "--silent"], "'--silent' isn't understood"),
+    (["run", "--action", "install"], "--apps is missing"), (["run", "--apps", "rulo"], "--action is missing"),
+    (["run", "--dry-run", "--apps", "rulo"], "--action is missing"), (["run", "--silent"], "'--silent' isn't understood"),
     (["run", "--action", "install", "--apps", "rulo", NOT_HONOURED, "/"], f"'{NOT_HONOURED}' isn't understood"),
     (["hello", "--apps", "rulo"], "'--apps' isn't understood"), (["disk-free", "--path", ""], "--path doesn't take ''"),
     (["brenna"], "'brenna' isn't understood"), (["HELLO"], "'HELLO' isn't understood"),
@@ -92,6 +94,8 @@ def test_it_explains_itself(bundle):
     program = bundle / "Resources/bin/kelo"
     asked = kelo(program, "--help")
     assert (asked.returncode, asked.stderr) == (0, "") and asked.stdout.startswith("Usage: kelo")
+    for words in (["run", "--help"], ["inventory", "-h"], ["--apps", "rulo", "--help"]):
+        assert kelo(program, *words).stdout == asked.stdout
     without = kelo(program)
     assert (without.returncode, without.stdout, without.stderr) == (3, "", asked.stdout)
 
@@ -116,20 +120,40 @@ def test_it_says_the_engines_version_and_an_inventory(bundle):
         '{"apps": {},\n "expiresOn": {"online": "2031-01-31",\n "offline" : "2030-12-31"}}')
     assert kelo(program, "--version").stdout == "engine-cli 7.8\n"
     assert kelo(program, "inventory").stdout == "engine 7.8; brenna 1.0; tolvi -; rulo -; galdivane 2.0; expires 2030-12-31\n"
+    assert kelo(program, "inventory", "--offline").stdout == kelo(program, "inventory").stdout
     (bundle / "Resources/installer_config.json").unlink()
-    assert kelo(program, "inventory").stdout.endswith("; expires -\n")
+    without = kelo(program, "inventory")
+    assert without.stdout.endswith("; expires -\n") and without.stderr == ""
 
 
 @pytest.fixture
-def running(tmp_path):
-    """An application whose executable runs until the test's end."""
-    executable = tmp_path / "Brenna's \"own\".app/Contents/MacOS/Brenna"
-    executable.parent.mkdir(parents=True)
-    shutil.copy("/usr/bin/cat", executable)
-    process = subprocess.Popen([executable], stdin=subprocess.PIPE)
-    yield executable.parents[2]
-    process.stdin.close()
-    process.wait()
+def starts(bundle, tmp_path):
+    """starts(identifier): an application with this bundle identifier, which runs until the test's end."""
+    processes = []
+    machine = tmp_path / "the machine"
+    (bundle / "Resources/linux_host.json").write_text(json.dumps({"root": str(machine)}))
+
+    def start(identifier="com.kelo.brenna.mac", folder=machine / "Applications", script=False):
+        contents = folder / "Brenna's \"own\".app/Contents"
+        executable = contents / "MacOS/Brenna"
+        executable.parent.mkdir(parents=True)
+        (contents / "Info.plist").write_bytes(plistlib.dumps({"CFBundleIdentifier": identifier, "CFBundleName": "com.kelo.rulo"}))
+        executable.write_text("#!/bin/sh\nread line\n")
+        executable.chmod(0o755)
+        if not script:
+            shutil.copy("/usr/bin/cat", executable)
+        processes.append(subprocess.Popen([executable], stdin=subprocess.PIPE))
+        return contents.parent
+
+    yield start
+    for process in processes:
+        process.stdin.close()
+        process.wait()
+
+
+@pytest.fixture
+def running(starts):
+    return starts()
 
 
 def test_a_running_app_is_left_out_and_the_others_are_not(bundle, running):
@@ -137,6 +161,32 @@ def test_a_running_app_is_left_out_and_the_others_are_not(bundle, running):
     done = kelo(bundle / "Resources/bin/kelo", "--mode", "install", "--apps", "brenna,tolvi", "--strict", "true")
     assert done.stdout.split() == ["--silent", "--mode", "install", "--apps", "tolvi", "--strict", "true"]
     assert (done.returncode, done.stderr) == (42, "Kelo Brenna: is running, left alone; --quit-apps quits it\n")
+
+
+@pytest.mark.parametrize("identifier, where, status", [
+    ("com.kelo.brenna.mac", "the machine/a copy", 75), ("com.kelo.brenna.mac.fed", "the machine/a variant", 75),
+    ("com.kelo.brenna.mac.other", "the machine/another app", 42), ("com.kelo.brenna.mac", "another machine", 42)])
+@pytest.mark.parametrize("script", [False, True])
+def test_a_copy_or_variant_elsewhere_counts_as_running_as_it_does_for_the_engine(bundle, starts, tmp_path, identifier, where, status, script):
+    starts(identifier, tmp_path / where, script)
+    answers(bundle, app("brenna", "1.0"))
+    assert kelo(bundle / "Resources/bin/kelo", "--apps", "brenna").returncode == status
+
+
+def test_a_copy_that_was_moved_while_it_runs_counts(bundle, running, tmp_path):
+    (tmp_path / "the machine/moved").mkdir()
+    running.rename(tmp_path / "the machine/moved/Brenna.app")
+    answers(bundle, app("brenna"))
+    assert kelo(bundle / "Resources/bin/kelo", "--apps", "brenna").returncode == 75
+
+
+def test_on_a_mac_the_system_is_asked_too(bundle, tmp_path):
+    (tmp_path / "lsappinfo").write_text(
+        '#!/bin/sh\n[ "$*" != "find bundleid=com.kelo.rulo.fed" ] || echo \'ASN:0x0-0x1b01b-"Kelo Rulo":\'\n')
+    (tmp_path / "lsappinfo").chmod(0o755)
+    answers(bundle, app("rulo"), app("brenna"))
+    for name, status in (("rulo", 75), ("brenna", 42)):
+        assert kelo(bundle / "Resources/bin/kelo", "--apps", name, path=f"{tmp_path}:/usr/bin:/bin").returncode == status
 
 
 def test_with_nothing_else_to_do_the_status_says_try_again(bundle, running):
@@ -172,6 +222,9 @@ def test_a_dry_run_says_what_would_happen_and_starts_nothing(bundle, running):
     assert kelo(program, "--mode", "uninstall", "--apps", "brenna,tolvi,rulo", "--dry-run", "--quit-apps").stdout.splitlines() == [
         "Kelo Brenna: would be removed; is running, would be quit", "Kelo Tolvi: isn't installed",
         "Kelo Rulo: a copy from the App Store, left alone"]
+    assert kelo(program, "run", "--action", "update", "--apps", "brenna", "--dry-run").stdout == (
+        "Kelo Brenna: would be updated from version 1.0 to 2.0; is running, would be left alone\n")
+    assert kelo(program, "run", "--action", "uninstall", "--apps", "galdivane", "--dry-run").stdout == "Kelo Galdivane: would be removed\n"
     answers(bundle, app("tolvi", "1.0", latest=None), mode="online", latest="3.0")
     assert kelo(program, "--apps", "tolvi", "--dry-run").stdout == "Kelo Tolvi: would be updated from version 1.0 to 3.0\n"
     answers(bundle, app("tolvi", "1.0", latest=None))
@@ -210,6 +263,14 @@ def test_a_person_at_a_terminal_reads_one_line_an_app(installation):
     assert at_a_terminal("--apps", "tolvi") == (0, ["Kelo Tolvi: current, version 2.0"])
     assert at_a_terminal("--mode", "uninstall", "--apps", "tolvi,rulo") == (0, [
         "Kelo Tolvi: uninstalled", "Kelo Rulo: already absent"])
+    assert at_a_terminal("run", "--action", "install", "--apps", "brenna,tolvi,rulo") == (1, [
+        "Kelo Brenna: current, version 2.0", "Kelo Tolvi: installed, version 2.0", "Kelo Rulo: failed: VERIFY_FAILED"])
+    machine.configuration(expiresOn={"offline": "2020-01-01"})
+    note = "  note=A current installer is at https://www.kelo.example/desk/"
+    assert at_a_terminal("run", "--action", "update", "--apps", "brenna") == (2, [
+        "Kelo Brenna: failed, version 2.0: NOT_COMPATIBLE", note])
+    assert at_a_terminal("run", "--action", "uninstall", "--apps", "brenna,rulo") == (0, [
+        "Kelo Brenna: uninstalled", "Kelo Rulo: already absent", note])
 
 
 def test_it_knows_every_option_and_app(bundle):
