@@ -10,6 +10,7 @@ Exit status: 0 no problems, 1 problems, 64 usage.
 """
 
 import argparse
+import contextlib
 import hashlib
 import http.client
 import json
@@ -49,7 +50,7 @@ class Answer:
         if "no-cache" in directives or "no-store" in directives:
             return 0
         age = directives.get("s-maxage") or directives.get("max-age") or ""
-        return int(age) if age.isdigit() else None
+        return int(age) if age.isdecimal() else None
 
     @property
     def validator(self):
@@ -61,8 +62,8 @@ class Answer:
 class Server:
     def __init__(self, arguments, domains):
         self.context = ssl.create_default_context(cafile=arguments.ca)
-        self.addresses = dict(pair.rsplit("=", 1) for pair in arguments.connect)
-        self.domains = [domain.lower().strip(".") for domain in domains]
+        self.addresses = dict(arguments.connect)
+        self.domains = [domain.strip(".") for domain in domains]
 
     def is_trusted(self, place):
         parts = urlsplit(place)
@@ -71,6 +72,12 @@ class Server:
 
     def get(self, place, consume=None, **headers):
         """The answer after trusted redirects. `consume` gets the pieces of the body, which is read up to a limit otherwise."""
+        try:
+            return self.follow(place, consume, headers)
+        except ValueError as failure:  # from an address that can't be parsed
+            raise UnreachableError(f"leads to an unusable address: {failure}") from failure
+
+    def follow(self, place, consume, headers):
         for _ in range(REDIRECTS + 1):
             if not self.is_trusted(place):
                 raise UnreachableError(f"leads to {place}, which isn't https on a host of trustedDownloadDomains")
@@ -83,24 +90,21 @@ class Server:
     def once(self, place, consume, headers):
         parts = urlsplit(place)
         host, port = parts.hostname, parts.port or 443
-        address, _, other = self.addresses.get(host, f"{host}:{port}").rpartition(":")
-        connection = http.client.HTTPSConnection(host, port, context=self.context, timeout=PATIENCE)
         try:
-            raw = socket.create_connection((address, int(other)), PATIENCE)
-            connection.sock = self.context.wrap_socket(raw, server_hostname=host)
-            names = {name.replace("_", "-"): value for name, value in headers.items()}
-            connection.request("GET", parts.path + (f"?{parts.query}" if parts.query else ""),
-                               headers={"Accept-Encoding": "identity", **names})
-            response = connection.getresponse()
-            if consume and response.status == 200:
-                while piece := response.read(1 << 20):
-                    consume(piece)
-                return Answer(response, place, b"")
-            return Answer(response, place, response.read(LONGEST_METADATA))
+            with contextlib.closing(http.client.HTTPSConnection(host, port, context=self.context, timeout=PATIENCE)) as connection:
+                raw = socket.create_connection(self.addresses.get(host, (host, port)), PATIENCE)
+                connection.sock = self.context.wrap_socket(raw, server_hostname=host)
+                names = {name.replace("_", "-"): value for name, value in headers.items()}
+                connection.request("GET", parts.path + (f"?{parts.query}" if parts.query else ""),
+                                   headers={"Accept-Encoding": "identity", **names})
+                response = connection.getresponse()
+                if consume and response.status == 200:
+                    while piece := response.read(1 << 20):
+                        consume(piece)
+                    return Answer(response, place, b"")
+                return Answer(response, place, response.read(LONGEST_METADATA))
         except (OSError, http.client.HTTPException) as failure:
             raise UnreachableError(f"{host}: {failure}") from failure
-        finally:
-            connection.close()
 
 
 class Package:
@@ -144,7 +148,10 @@ class Package:
             return self.wrong("meta.json lacks a destination, version or checksum, or isn't JSON")
         if not sound:
             return self.wrong("meta.json has a destination or a SHA-256 that the engine refuses")
-        for place in (self.folder + name, meta.get("alternateDownloadUrl")):
+        alternate = meta.get("alternateDownloadUrl")
+        if not isinstance(alternate, (str, type(None))):
+            alternate = self.wrong("meta.json has an alternateDownloadUrl that isn't a string")
+        for place in (self.folder + name, alternate):
             if place:
                 self.check_image(place, meta)
         return None
@@ -191,41 +198,67 @@ class Package:
             self.wrong(f"a missing file is answered with status {answer.status}: 404, so that the engine sees what is gone")
 
 
+def base_address(text):
+    try:
+        _ = urlsplit(text).port
+    except ValueError as failure:
+        raise argparse.ArgumentTypeError(f"'{text}' isn't an address: {failure}") from failure
+    return text.rstrip("/")
+
+
+def connection(text):
+    match = re.fullmatch(r"([^=]+)=(.+):([0-9]{1,5})", text)
+    if not match or not 0 < int(match[3]) < 65536:
+        raise argparse.ArgumentTypeError(f"'{text}' isn't HOST=ADDRESS:PORT")
+    return match[1], (match[2].strip("[]"), int(match[3]))
+
+
 def arguments_of():
     parser = argparse.ArgumentParser(prog="lab-publish probe", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.error = lambda reason: (parser.print_usage(sys.stderr), parser.exit(64, f"lab-publish: {reason}\n"))
-    parser.add_argument("url")
+    parser.add_argument("url", type=base_address)
     parser.add_argument("--configuration", type=Path, help="the build's installer_config.json: names and trusted hosts")
     parser.add_argument("--app", action="append", choices=APPS, help="only this app; can be repeated")
     parser.add_argument("--download", action="store_true", help="fetch the images whole")
     parser.add_argument("--ca", metavar="PEM", help="trust these authorities instead of the system's")
-    parser.add_argument("--connect", action="append", default=[], metavar="HOST=ADDRESS:PORT", help="connect to this address for HOST")
+    parser.add_argument("--connect", action="append", default=[], type=connection, metavar="HOST=ADDRESS:PORT",
+                        help="connect to this address for HOST")
     return parser.parse_args()
+
+
+def folders(configuration, given):
+    """(app, architecture, address of the folder) of each place where the engine looks."""
+    cdn = configuration.get("cdn", {})
+    return [(app, architecture, "/".join((given.url, cdn.get("distributionRoot", "desksuite"), cdn.get("appsRoot", "apps"),
+                                          configuration.get("flavour", "default"), app, "mac", architecture, "dmg",
+                                          cdn.get("release", "latest"))) + "/")
+            for app in given.app or APPS for architecture in ARCHITECTURES]
 
 
 def main():
     given = arguments_of()
     try:
         configuration = json.loads(given.configuration.read_text()) if given.configuration else {}
-    except (OSError, ValueError) as failure:
-        sys.exit(f"lab-publish: {given.configuration}: {failure}")
-    cdn = configuration.get("cdn", {})
-    server = Server(given, configuration.get("trustedDownloadDomains") or DEFAULT_DOMAINS)
+        domains = [domain.lower() for domain in configuration.get("trustedDownloadDomains") or DEFAULT_DOMAINS]
+        places = folders(configuration, given)
+    except (OSError, ValueError, AttributeError, TypeError) as failure:
+        sys.exit(f"lab-publish: {given.configuration}: not a usable configuration: {failure}")
+    try:
+        server = Server(given, domains)
+    except OSError as failure:
+        sys.exit(f"lab-publish: {given.ca}: {failure}")
     found = wrong = 0
-    for app in given.app or APPS:
-        for architecture in ARCHITECTURES:
-            names = (cdn.get("distributionRoot", "desksuite"), cdn.get("appsRoot", "apps"), configuration.get("flavour", "default"),
-                     app, "mac", architecture, "dmg", cdn.get("release", "latest"))
-            package = Package(server, "/".join((given.url.rstrip("/"), *names)) + "/", given.download)
-            if not package.check():
-                continue
-            found += 1
-            wrong += bool(package.problems)
-            if not package.problems:
-                print(f"{app} {architecture} {package.version}: sound")
-            for problem in package.problems:
-                print(f"lab-publish: {app} {architecture}: {problem}", file=sys.stderr)
+    for app, architecture, folder in places:
+        package = Package(server, folder, given.download)
+        if not package.check():
+            continue
+        found += 1
+        wrong += bool(package.problems)
+        if not package.problems:
+            print(f"{app} {architecture} {package.version}: sound")
+        for problem in package.problems:
+            print(f"lab-publish: {app} {architecture}: {problem}", file=sys.stderr)
     if not found:
         print("lab-publish: no package is there", file=sys.stderr)
     sys.exit(1 if wrong or not found else 0)

@@ -116,12 +116,40 @@ def test_a_download_that_arrives_changed_is_found(probed, tree):
         os.utime(image, ns=(image_time.st_atime_ns, image_time.st_mtime_ns))
 
 
-def test_metadata_that_the_engine_refuses_is_found(probed, tmp_path):
+SOUND = {"version": "2.1", "destination": "x.dmg", "checksum": "0" * 64}
+
+
+@pytest.mark.parametrize("metadata, said", [
+    ({"version": "2.1", "destination": "../x.dmg", "checksum": "00"}, "a destination or a SHA-256 that the engine refuses"),
+    ({**SOUND, "alternateDownloadUrl": 7}, "an alternateDownloadUrl that isn't a string"),
+    ({**SOUND, "alternateDownloadUrl": {"a": 1}}, "an alternateDownloadUrl that isn't a string"),
+    ({**SOUND, "alternateDownloadUrl": f"https://{HOST}:x/"}, "leads to an unusable address"),
+    ({**SOUND, "alternateDownloadUrl": "https://[x/"}, "leads to an unusable address"),
+    ({**SOUND, "alternateDownloadUrl": f"https://a b.{HOST}/"}, "can't contain"),
+    ({**SOUND, "alternateDownloadUrl": f"https://{HOST}/\u00e4\u20ac"}, "leads to an unusable address"),
+    ([], "or isn't JSON"), (None, "or isn't JSON")])
+def test_metadata_that_the_engine_refuses_is_found(probed, tmp_path, metadata, said):
     folder = tmp_path / "tree" / FOLDER
     folder.mkdir(parents=True)
-    (folder / "meta.json").write_text('{"version": "2.1", "destination": "../x.dmg", "checksum": "00"}')
+    (folder / "meta.json").write_text(json.dumps(metadata))
+    (folder / "x.dmg").write_text("x")
     done = probed(WELL, served=tmp_path / "tree")
-    assert done.returncode == 1 and "a destination or a SHA-256 that the engine refuses" in done.stderr
+    assert done.returncode == 1 and said in done.stderr and "Traceback" not in done.stderr, done.stderr
+
+
+@pytest.mark.parametrize("options, status, said", [
+    (["--connect", "bad"], 64, "'bad' isn't HOST=ADDRESS:PORT"), (["--connect", f"{HOST}=127.0.0.1:http"], 64, "isn't HOST=ADDRESS:PORT"),
+    (["--connect", f"{HOST}=127.0.0.1:70000"], 64, "isn't HOST=ADDRESS:PORT"),
+    ([f"https://{HOST}:x"], 64, f"'https://{HOST}:x' isn't an address"),
+    (["--ca", "absent.pem"], 1, "absent.pem: "), (["--ca", "list.json"], 1, "list.json: "),
+    (["--configuration", "absent.json"], 1, "absent.json: "), (["--configuration", "list.json"], 1, "list.json: "),
+    (["--configuration", "domains.json"], 1, "domains.json: "), (["--configuration", "cdn.json"], 1, "cdn.json: ")])
+def test_unusable_arguments_get_a_sentence(tmp_path, options, status, said):
+    for name, content in (("list", []), ("domains", {"trustedDownloadDomains": [7]}), ("cdn", {"cdn": {"release": 7}})):
+        (tmp_path / f"{name}.json").write_text(json.dumps(content))
+    words = options if options[0].startswith("https") else [f"https://{HOST}", *options]
+    done = subprocess.run([LAB / "lab-publish", "probe", *words], capture_output=True, text=True, check=False, cwd=tmp_path)
+    assert (done.returncode, done.stdout) == (status, "") and said in done.stderr and "Traceback" not in done.stderr, done.stderr
 
 
 def test_an_empty_tree_and_a_server_that_is_not_there_are_not_sound(probed, tmp_path):

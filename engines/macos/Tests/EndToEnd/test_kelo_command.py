@@ -167,7 +167,7 @@ def test_a_running_app_is_left_out_and_the_others_are_not(bundle, running):
     ("com.kelo.brenna.mac", "the machine/a copy", 75), ("com.kelo.brenna.mac.fed", "the machine/a variant", 75),
     ("com.kelo.brenna.mac.other", "the machine/another app", 42), ("com.kelo.brenna.mac", "another machine", 42)])
 @pytest.mark.parametrize("script", [False, True])
-def test_a_copy_or_variant_elsewhere_counts_as_running_as_it_does_for_the_engine(bundle, starts, tmp_path, identifier, where, status, script):
+def test_a_copy_or_variant_elsewhere_counts_as_running(bundle, starts, tmp_path, identifier, where, status, script):
     starts(identifier, tmp_path / where, script)
     answers(bundle, app("brenna", "1.0"))
     assert kelo(bundle / "Resources/bin/kelo", "--apps", "brenna").returncode == status
