@@ -15,7 +15,10 @@ SOURCE_DATE_EPOCH is the time in signatures and disk image; the default is now w
 With the same time the same input gives the same bytes, unless the signature has a timestamp.
 
 Without an identity the signature is ad hoc and has no signer. Every signature made is verified with the lab's codesign, which
-trusts the identity's root for that. The bundle has the hardened runtime and no entitlements: the
+trusts the identity's root for that.
+
+Stapling changes the bundle or the disk image. --stapled app makes archive, disk image and lists again from the bundle in OUTPUT;
+--stapled image makes the lists again. The bundle has the hardened runtime and no entitlements: the
 engine loads only the system's libraries, generates no code at run time, and doesn't automate other applications.
 """
 
@@ -69,8 +72,8 @@ def image_option(text):
 def arguments_of(words):
     parser = argparse.ArgumentParser(prog="lab-publish installer", description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--engine", required=True, type=pathlib.Path, help="engine-cli with an arm64 and an x86_64 slice")
-    parser.add_argument("--configuration", required=True, type=pathlib.Path, help="the build's installer_config.json")
+    parser.add_argument("--engine", type=pathlib.Path, help="engine-cli with an arm64 and an x86_64 slice; required without --stapled")
+    parser.add_argument("--configuration", type=pathlib.Path, help="the build's installer_config.json; required without --stapled")
     parser.add_argument("--output", required=True, type=pathlib.Path, help="folder; replaced if it is an earlier output")
     parser.add_argument("--image", action="append", default=[], type=image_option, metavar="APP=VERSION=FILE",
                         help="a disk image for an offline installer; once per app")
@@ -79,8 +82,15 @@ def arguments_of(words):
     parser.add_argument("--timestamp", metavar="URL", help="RFC 3161 server that stamps the signatures")
     parser.add_argument("--test-authority", type=pathlib.Path, metavar="PEM",
                         help="root that the trial trusts besides the platform's, for an identity of a test authority")
+    parser.add_argument("--stapled", choices=("app", "image"), help="what was stapled in OUTPUT, an earlier output")
     parser.error = lambda reason: (parser.print_usage(sys.stderr), parser.exit(64, f"lab-publish: {reason}\n"))
     arguments = parser.parse_args(words)
+    if arguments.stapled and (arguments.engine or arguments.configuration or arguments.image):
+        parser.error("--stapled takes the bundle in OUTPUT, without --engine, --configuration and --image")
+    if not arguments.stapled and not (arguments.engine and arguments.configuration):
+        parser.error("--engine and --configuration are required")
+    if arguments.stapled and bool(arguments.identity) != (arguments.stapled == "app"):
+        parser.error("--stapled app needs --identity for the new disk image; --stapled image signs nothing")
     if bool(arguments.identity) != bool(arguments.password_file):
         parser.error("--identity and --password-file go together")
     if arguments.timestamp and not arguments.identity:
@@ -110,6 +120,7 @@ class Release:
         self.given, self.output, self.scratch = arguments, output, scratch
         self.app = output / f"{NAME}.app"
         self.contents = self.app / "Contents"
+        self.archive, self.image = output / f"{NAME}.zip", output / f"{NAME}.dmg"
         self.epoch = epoch_of(arguments)
         self.root = arguments.test_authority
 
@@ -121,7 +132,21 @@ class Release:
             self.try_out()
         if "vouched for by" in self.sign(self.app) and not self.given.test_authority:
             print("lab-publish: note: a Mac doesn't trust the root of this identity by itself", file=sys.stderr)
-        archive.pack(self.app, self.output / f"{NAME}.zip")
+        self.pack()
+
+    def make_again(self, earlier):
+        """From an earlier output in which the bundle or the disk image was stapled."""
+        shutil.copytree(earlier / self.app.name, self.app, symlinks=True)
+        if self.given.stapled == "app":
+            self.pack()
+            self.verify(self.app)
+            return
+        for made in (self.archive, self.image):
+            shutil.copy(earlier / made.name, made)
+        self.write_lists()
+
+    def pack(self):
+        archive.pack(self.app, self.archive)
         self.make_image()
         self.write_lists()
 
@@ -133,7 +158,6 @@ class Release:
         shutil.copyfile(self.given.engine, self.contents / "MacOS/engine-cli")
         (self.contents / "MacOS/engine-cli").chmod(0o755)
         shutil.copyfile(BUILD / "packaging/Info.plist", self.contents / "Info.plist")
-        self.version = plistlib.loads((self.contents / "Info.plist").read_bytes())["CFBundleShortVersionString"]
 
     def put_resources(self):
         # The engine ignores keys that the schema refuses, so they must not reach a release.
@@ -212,11 +236,10 @@ class Release:
         folder = self.scratch / "volume"
         folder.mkdir()
         shutil.copytree(self.app, folder / self.app.name)
-        image = self.output / f"{NAME}.dmg"
-        run(LAB / "lab-diskimage", "--volume-name", "Kelo Desk Installer", folder, image,
+        run(LAB / "lab-diskimage", "--volume-name", "Kelo Desk Installer", folder, self.image,
             env={**os.environ, "SOURCE_DATE_EPOCH": str(self.epoch)})
         if self.given.identity:
-            self.sign(image)
+            self.sign(self.image)
 
     def files(self):
         return [path for path in sorted(self.output.rglob("*")) if path.is_file()]
@@ -244,7 +267,14 @@ def linked_libraries():
             ("libc++", compiler, "Apache-2.0 WITH LLVM-exception")]
 
 
+def images_in(contents):
+    """(app, version) of each image."""
+    listed = contents / "Resources/packages/packages.json"
+    return [(app, entry["version"]) for app, entry in json.loads(listed.read_text()).items()] if listed.exists() else []
+
+
 def sbom(release):
+    installer_version = plistlib.loads((release.contents / "Info.plist").read_bytes())["CFBundleShortVersionString"]
     files = [{"SPDXID": f"SPDXRef-File-{number}", "fileName": "./" + path.relative_to(release.output).as_posix(),
               "checksums": [{"algorithm": name, "checksumValue": digest(path, name.lower())} for name in ("SHA1", "SHA256")],
               "licenseConcluded": "NOASSERTION", "copyrightText": "NOASSERTION"}
@@ -260,8 +290,8 @@ def sbom(release):
     libraries = [package(f"Library-{name.replace('+', 'x')}", name, version, licence, filesAnalyzed=False)
                  for name, version, licence in linked_libraries()]
     images = [package(f"Image-{app}", CATALOG[app]["displayName"], version, "NOASSERTION", filesAnalyzed=False)
-              for app, version, _ in release.given.image]
-    whole = package("Installer", NAME, release.version, "NOASSERTION", filesAnalyzed=True,
+              for app, version in images_in(release.contents)]
+    whole = package("Installer", NAME, installer_version, "NOASSERTION", filesAnalyzed=True,
                     packageVerificationCode={"packageVerificationCodeValue": code})
     related = [("SPDXRef-DOCUMENT", "DESCRIBES", whole["SPDXID"])]
     related += [(whole["SPDXID"], "CONTAINS", file["SPDXID"]) for file in inside]
@@ -271,8 +301,8 @@ def sbom(release):
         if file not in inside:
             related += [("SPDXRef-DOCUMENT", "DESCRIBES", file["SPDXID"]), (file["SPDXID"], "GENERATED_FROM", whole["SPDXID"])]
     return {"spdxVersion": "SPDX-2.3", "dataLicense": "CC0-1.0", "SPDXID": "SPDXRef-DOCUMENT",
-            "name": f"{NAME}-{release.version}",
-            "documentNamespace": f"https://www.kelo.example/spdx/{NAME}-{release.version}-{code}",
+            "name": f"{NAME}-{installer_version}",
+            "documentNamespace": f"https://www.kelo.example/spdx/{NAME}-{installer_version}-{code}",
             "creationInfo": {"created": created, "creators": ["Tool: lab-publish"]},
             "packages": [whole, *libraries, *images], "files": files,
             "relationships": [{"spdxElementId": one, "relationshipType": kind, "relatedSpdxElement": other}
@@ -284,13 +314,19 @@ def main():
     output = given.output.absolute()
     if output.exists() and any(output.iterdir()) and not (output / "manifest.sha256").is_file():
         refuse(f"{output} isn't empty and isn't an earlier output")
+    if given.stapled and not (output / "manifest.sha256").is_file():
+        refuse(f"{output} isn't an earlier output")
     os.umask(0o022)
     output.parent.mkdir(parents=True, exist_ok=True)
     with tempfile.TemporaryDirectory(prefix=".installer.", dir=output.parent) as name:
         made, scratch = pathlib.Path(name) / "made", pathlib.Path(name) / "scratch"
         made.mkdir()
         scratch.mkdir()
-        Release(given, made, scratch).make()
+        release = Release(given, made, scratch)
+        if given.stapled:
+            release.make_again(output)
+        else:
+            release.make()
         if output.exists():
             output.rename(scratch / "old")
         made.rename(output)

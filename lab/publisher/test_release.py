@@ -218,6 +218,45 @@ def test_refuses_an_identity_whose_signatures_its_verifier_refuses(workshop, own
     assert done.returncode == 1 and "root certificate isn't trusted" in done.stderr and not (tmp_path / "out").exists()
 
 
+def test_stapling_changes_what_the_lists_say_and_they_are_made_again(workshop, tmp_path):
+    output = tmp_path / "out"
+
+    def again(*options, identity=True):
+        words = [LAB / "lab-publish", "installer", "--output", output, *options]
+        signer = ["--identity", workshop / "identity.p12", "--password-file", workshop / "password"] if identity else []
+        return subprocess.run([str(word) for word in (*words, *signer)], capture_output=True, text=True, check=False)
+
+    assert again("--stapled", "app").returncode == 1 and not output.exists()
+    assert installer(workshop, output).returncode == 0
+    (output / APP / "Contents/CodeResources").write_bytes(b"a ticket")  # the name that stapler gives to it
+    made = again("--stapled", "app")
+    assert made.returncode == 0, made.stderr
+    test_archive_and_disk_image_hold_the_bundle(output, tmp_path)
+    assert (tmp_path / "zip" / APP / "Contents/CodeResources").read_bytes() == b"a ticket"
+    test_the_manifest_has_every_file_and_another_program_agrees(output)
+    test_the_sbom_names_files_images_and_linked_libraries(output)
+    with (output / "Kelo-Desk-Installer.dmg").open("ab") as image:
+        image.write(b"a ticket")
+    stapled = (output / "Kelo-Desk-Installer.dmg").read_bytes()
+    assert again("--stapled", "image", identity=False).returncode == 0
+    assert (output / "Kelo-Desk-Installer.dmg").read_bytes() == stapled
+    test_the_manifest_has_every_file_and_another_program_agrees(output)
+    test_the_sbom_names_files_images_and_linked_libraries(output)
+    (output / APP / "Contents/Resources/installer_config.json").write_text("{}")
+    refused = again("--stapled", "app")
+    assert refused.returncode == 1 and "the signature is no good" in refused.stderr
+
+
+@pytest.mark.parametrize("options, said", [
+    ([], "--engine and --configuration are required"), (["--stapled", "app"], "needs --identity"),
+    (["--stapled", "image", "--identity", "x", "--password-file", "y"], "signs nothing"),
+    (["--stapled", "image", "--engine", "x"], "takes the bundle in OUTPUT"), (["--stapled", "zip"], "invalid choice")])
+def test_unusable_options_are_refused(tmp_path, options, said):
+    done = subprocess.run([LAB / "lab-publish", "installer", "--output", tmp_path / "out", *options], capture_output=True, text=True,
+                          check=False)
+    assert done.returncode == 64 and said in done.stderr
+
+
 def test_without_identity_and_images_it_is_an_online_installer_signed_by_no_one(workshop, tmp_path, codesign):
     assert installer(workshop, tmp_path / "out", apps=(), identity=False).returncode == 0
     assert not (tmp_path / "out" / APP / "Contents/Resources/packages").exists()
