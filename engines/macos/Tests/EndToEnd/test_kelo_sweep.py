@@ -100,7 +100,8 @@ def test_a_detail_of_two_lines_is_whole(engine):
     (["work"], 139, 139, "this run wrote no summary; its status is 139"),
     (FULL[:2], 137, 137, "this run wrote no summary; its status is 137"),
     (FULL, 137, 137, "the summary has exit_code 0, but the status is 137"),
-    (["--- SILENT RUN SUMMARY action=install exit_code=2 ---", FULL[1], FULL[2]], 0, 70, "the summary has exit_code 2, but the status is 0"),
+    (["--- SILENT RUN SUMMARY action=install exit_code=2 ---", FULL[1], FULL[2]], 0, 70,
+     "the summary has exit_code 2, but the status is 0"),
     ([FULL[0], FULL[2]], 0, 70, "the run ended without a result for any app"),
 ])
 def test_a_run_without_a_summary_that_agrees_is_no_success(engine, messages, status, ends, complaint):
