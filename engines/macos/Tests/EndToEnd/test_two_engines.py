@@ -137,6 +137,19 @@ def test_an_engine_that_waits_says_so_and_can_be_cancelled(installation):
     assert first.finish().statuses == {"rulo": "installed"}
 
 
+def test_an_engine_that_waits_works_before_the_other_ones_next_app(installation):
+    machine = installation("2.0")
+    first = machine.start("run", "--action", "install", "--offline", "--apps", "rulo,tolvi")
+    first.wait_for(type="stage", stage="verify", app="rulo")
+    os.kill(first.process.pid, signal.SIGSTOP)
+    second = machine.start("run", "--action", "uninstall", "--apps", "rulo")
+    second.wait_for(type="log", level="info")
+    os.kill(first.process.pid, signal.SIGCONT)
+    assert first.finish().statuses == {"rulo": "installed", "tolvi": "installed"}
+    assert second.finish().statuses == {"rulo": "uninstalled"}
+    assert machine.log.index("AppUninstaller: Successfully removed Kelo Rulo") < machine.log.index("Processing app 2/2")
+
+
 def test_a_turn_ends_with_a_killed_engine(installation):
     machine = installation("2.0")
     first = machine.start("run", "--action", "install", "--offline", "--apps", "rulo")

@@ -338,6 +338,33 @@ TEST_F(EngineInstallInTurn, GoesOnWithoutATurnWhereTheFolderCannotBeLocked) {
               ElementsAre("WARN AppTurn: /Applications can't be locked, going on without: No locks."));
 }
 
+TEST_F(EngineInstallInTurn, LetsAWaitingEngineWorkBetweenTwoApps) {
+  provider->on(brenna).takes(10s).delivers(image(brenna, "2.0"));
+  provider->on(tolvi).delivers(image(tolvi, "3.1"));
+  machine.dispatch.schedule(5s, [this] { machine.files.setLockedByAnother("/"); });  // begins to wait
+  machine.dispatch.schedule(20s, [this] {
+    EXPECT_THAT(provider->calls(), ElementsAre("acquire Kelo Brenna (1/2)"));
+    EXPECT_NE(machine.files.tryLock("/Applications").value(), nullptr);
+    machine.files.setLockedByAnother("/Applications");
+    machine.files.setLockedByAnother("/", false);
+  });
+  machine.dispatch.schedule(50s, [this] {
+    EXPECT_THAT(provider->calls(), ElementsAre("acquire Kelo Brenna (1/2)"));
+    machine.files.setLockedByAnother("/Applications", false);
+  });
+  EXPECT_EQ(install({brenna, tolvi}), 0);
+  EXPECT_THAT(waits(), ElementsAre("log info: Waiting for another Kelo Desk Installer, which is at work in "
+                                   "/Applications, before Kelo Tolvi"));
+}
+
+TEST_F(EngineInstallInTurn, ClearsTheLogCopiesOfAnInterruptedExport) {
+  const Path staging = "/private/tmp/tester/KeloDeskInstaller-logexport-16";
+  machine.files.addFile(staging + "/a.log");
+  provider->on(brenna).delivers(image(brenna, "2.0"));
+  EXPECT_EQ(install({brenna}), 0);
+  EXPECT_FALSE(machine.files.exists(staging));
+}
+
 TEST_F(EngineInstallInTurn, HoldsTheTurnUntilTheDownloadIsDeleted) {
   provider->on(brenna).delivers(image(brenna, "2.0"));
   provider->on(tolvi).delivers(image(tolvi, "3.1"));

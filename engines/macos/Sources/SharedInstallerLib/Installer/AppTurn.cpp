@@ -9,6 +9,7 @@
 #include "Utils/ExistingAppDetector.h"
 #include "Utils/KeloAppProvider.h"
 #include "Utils/Log.h"
+#include "Utils/LogExport.h"
 
 namespace installer::AppTurns {
 
@@ -16,9 +17,16 @@ namespace {
 
 constexpr std::chrono::seconds kSignInterval{60};
 
-}  // namespace
+// Absent while another engine has it. Null, as for a turn, when it can't be locked.
+std::optional<AppTurn> tryTakePlace() {
+  auto lock = machine().files.tryLock(parentFolder(machine().paths.applications));
+  if (!lock) return AppTurn{};
+  if (*lock == nullptr) return std::nullopt;
+  return AppTurn{*std::move(lock)};
+}
 
-std::optional<AppTurn> tryTake(const AppInfo& app) {
+// For an engine that has the place.
+std::optional<AppTurn> tryTakeFromPlace(const AppInfo& app) {
   const Path& folder = machine().paths.applications;
   auto lock = machine().files.tryLock(folder);
   if (!lock) {
@@ -35,11 +43,24 @@ std::optional<AppTurn> tryTake(const AppInfo& app) {
     AppUninstaller::clearInterruptedWork(each);
     DMGInstaller::detachInterruptedDownload(each);
   }
+  LogExport::clearInterruptedExports();
   return AppTurn{*std::move(lock)};
 }
 
+}  // namespace
+
+std::optional<AppTurn> tryTake(const AppInfo& app) {
+  const auto place = tryTakePlace();
+  return place ? tryTakeFromPlace(app) : std::nullopt;
+}
+
+bool isAwaited() {
+  return !tryTakePlace();
+}
+
 std::expected<AppTurn, Denied> take(const AppInfo& app, const Wait& wait) {
-  auto turn = tryTake(app);
+  auto place = tryTakePlace();
+  auto turn = place ? tryTakeFromPlace(app) : std::nullopt;
   if (turn) return *std::move(turn);
 
   const auto message =
@@ -52,7 +73,8 @@ std::expected<AppTurn, Denied> take(const AppInfo& app, const Wait& wait) {
   auto nextSign = dispatch.now() + kSignInterval;
   while (dispatch.now() < limit) {
     if (!wait.goesOn()) return std::unexpected(Denied::givenUp);
-    if ((turn = tryTake(app))) return *std::move(turn);
+    if (!place) place = tryTakePlace();
+    if (place && (turn = tryTakeFromPlace(app))) return *std::move(turn);
     if (!wait.report || dispatch.now() < nextSign) continue;
     wait.report(std::nullopt);
     nextSign += kSignInterval;

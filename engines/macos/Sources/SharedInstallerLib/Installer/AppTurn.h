@@ -3,8 +3,12 @@
 //
 // The turn is a kernel lock on the applications folder: it needs no file, works across users, and ends with
 // the process. It is for all apps, because a lock per app would need a file per app that outlives its
-// process. An engine holds no other lock while it waits for the turn, so that no deadlock is possible. If the
-// folder can't be locked, every engine gets the turn.
+// process. If the folder can't be locked, every engine gets the turn.
+//
+// A waiting engine holds a second lock, its place, on the folder that contains the applications folder. To
+// take the turn, every engine needs the place first, so that a run of several apps can't take the turn again
+// before the engine that waits. A deadlock isn't possible: an engine that has the turn doesn't wait for the
+// place.
 #pragma once
 
 #include <expected>
@@ -28,9 +32,12 @@ namespace AppTurns {
 inline constexpr std::chrono::seconds kWaitLimit{1800};
 inline constexpr Duration kLookInterval{0.05};
 
-// Absent while another engine has the turn. With the turn, removes the app's bundle from the cache and clears
-// the leftovers of killed engines.
+// Absent while another engine has the turn or waits for it. With the turn, removes the app's bundle from the
+// cache and clears the leftovers of killed engines.
 std::optional<AppTurn> tryTake(const AppInfo& app);
+
+// Whether another engine waits for the turn.
+bool isAwaited();
 
 enum class Denied { givenUp, timedOut };
 

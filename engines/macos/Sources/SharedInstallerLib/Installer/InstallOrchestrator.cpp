@@ -81,7 +81,7 @@ void InstallOrchestrator::takeNextStep() {
 
 bool InstallOrchestrator::hasTurn(const AppInfo& app) {
   if (turn_) return true;
-  if (auto held = turnUntilDeletion_.lock()) {
+  if (auto held = turnUntilDeletion_.lock(); held && !AppTurns::isAwaited()) {
     turn_ = std::move(held);
     return true;
   }

@@ -39,23 +39,11 @@ bool isStagingName(std::string_view name) {
   return name.find_first_not_of("0123456789", kStagingPrefix.size()) == std::string_view::npos;
 }
 
-// Removes the copies of failed and interrupted exports; a running export holds the lock of its folder.
-// Failures are ignored.
-void clearLeftovers() {
-  auto& files = machine().files;
-  const auto& folder = machine().paths.temporaryDirectory;
-  for (const auto& name : files.contentsOfDirectory(folder).value_or(std::vector<std::string>{})) {
-    if (!isStagingName(name)) continue;
-    const auto lock = files.tryLock(joined(folder, name));
-    if (lock && *lock != nullptr) (void)files.removeItem(joined(folder, name));
-  }
-}
-
 // Creates the folder and returns its lock; null when it can't be locked. Another export can remove the folder
 // before it is locked; then it is created again.
 Result<std::unique_ptr<FileLock>> makeStaging(const Path& staging) {
   auto& files = machine().files;
-  clearLeftovers();
+  clearInterruptedExports();
   for (int attempt = 0; attempt < 10; ++attempt) {
     if (auto made = files.createDirectory(staging, FileSystem::Intermediates::create); !made) {
       return std::unexpected(std::move(made.error()));
@@ -187,6 +175,16 @@ Result<Path> exportLogs(const std::optional<std::string>& outDirectory) {
   (void)machine().files.removeItem(staging);
   log("LogExport: wrote {} log file(s) to {}", collected.copied, *archive);
   return archive;
+}
+
+void clearInterruptedExports() {
+  auto& files = machine().files;
+  const auto& folder = machine().paths.temporaryDirectory;
+  for (const auto& name : files.contentsOfDirectory(folder).value_or(std::vector<std::string>{})) {
+    if (!isStagingName(name)) continue;
+    const auto lock = files.tryLock(joined(folder, name));
+    if (lock && *lock != nullptr) (void)files.removeItem(joined(folder, name));
+  }
 }
 
 }  // namespace installer::LogExport
