@@ -36,6 +36,18 @@ def test_the_newest_section_of_the_changelog_is_of_this_version():
     assert re.search(r"^## (\S+)", (ROOT / "CHANGELOG.md").read_text(), re.MULTILINE)[1] == VERSION
 
 
+def test_fixtures_and_the_client_of_shells_have_this_version(tmp_path):
+    lab = BUILD / "lab/bin"
+    subprocess.run([lab / "lab-fixture", "offline-installer", "--engine", BUILD / "engines/macos/engine-cli", "--programs", lab,
+                    "--machine", tmp_path / "machine", "--apps", "rulo", "--output", tmp_path], check=True, capture_output=True)
+    made, shipped = (plistlib.loads(path.read_bytes()) for path in (
+        tmp_path / "Kelo-Desk-Installer.app/Contents/Info.plist", BUILD / "packaging/Info.plist"))
+    keys = ("CFBundleIdentifier", "CFBundleShortVersionString", "CFBundleVersion", "CFBundleExecutable", "CFBundlePackageType")
+    assert {key: made[key] for key in keys} == {key: shipped[key] for key in keys}
+    for file in ("package.json", "package-lock.json"):
+        assert json.loads((ROOT / "shell/client" / file).read_text())["version"] == VERSION
+
+
 @pytest.fixture(scope="module")
 def installed(tmp_path_factory):
     prefix = tmp_path_factory.mktemp("a prefix")
