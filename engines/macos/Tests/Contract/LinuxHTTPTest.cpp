@@ -5,6 +5,7 @@
 
 #include "Platform/Linux/HTTP/CurlConnections.h"
 #include "Platform/Linux/HTTP/CurlErrors.h"
+#include "Platform/Linux/HTTP/CurlLibrary.h"
 #include "Platform/Linux/HTTP/ResponseHead.h"
 #include "Platform/Linux/HTTP/ResumeData.h"
 #include "Platform/Linux/HTTP/Validator.h"
@@ -228,7 +229,7 @@ TEST(CurlErrors, HaveTheCodesThatTheEngineKnows) {
   for (const auto& row : rows) {
     const auto error =
         urlError({.code = row.code, .osErrno = row.osErrno, .words = row.words}, row.isConnected);
-    EXPECT_EQ(error.code, row.expected) << curl_easy_strerror(row.code);
+    EXPECT_EQ(error.code, row.expected) << curl().easy_strerror(row.code);
     EXPECT_EQ(error.domain, ErrorDomain::url);
     EXPECT_EQ(error.localizedDescription, fmt::format("{} (NSURLErrorDomain {})", row.words, row.expected));
   }

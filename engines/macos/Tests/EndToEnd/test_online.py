@@ -151,6 +151,15 @@ def test_writes_down_no_secrets_of_its_connections(stage):
     assert not secrets.exists()
 
 
+def test_loads_libcurl_for_a_connection_only(stage):
+    stage.machine.environment.update(LD_DEBUG="files", LD_DEBUG_OUTPUT=str(stage.folder / "loads"))
+    for words, loads in (("hello", False), ("disk-free", False), ("check-updates", True)):
+        process = stage.machine.start(words)
+        process.communicate(timeout=online_machine.TIME_LIMIT)
+        assert process.returncode == 0
+        assert ("libcurl.so" in (stage.folder / f"loads.{process.pid}").read_text()) == loads
+
+
 def test_follows_a_trusted_redirect(stage):
     stage.package({"location": f"https://mirror.kelo.example{MIRROR}"})
     stage.cdn.on(MIRROR, stage.image())

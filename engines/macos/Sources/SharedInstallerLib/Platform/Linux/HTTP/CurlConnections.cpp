@@ -7,6 +7,8 @@
 #include <iterator>
 #include <strings.h>
 
+#include "Platform/Linux/HTTP/CurlLibrary.h"
+
 namespace installer {
 
 namespace {
@@ -18,11 +20,11 @@ std::string contents(const char* path) {
 
 // Where libcurl looks for the system's authorities: `CURLINFO_CAPATH` a folder, `CURLINFO_CAINFO` one file.
 std::string systemAuthorities(CURLINFO kind) {
-  CURL* const handle = curl_easy_init();
+  CURL* const handle = curl().easy_init();
   const char* path = nullptr;
-  curl_easy_getinfo(handle, kind, &path);
+  curl().easy_getinfo(handle, kind, &path);
   std::string found = path == nullptr ? "" : path;
-  curl_easy_cleanup(handle);
+  curl().easy_cleanup(handle);
   return found;
 }
 
@@ -73,15 +75,15 @@ CurlConnections::CurlConnections(const LinuxHostSettings& settings) {
     }
   }
   for (const auto& [host, address] : settings.hostAddresses) {
-    connectTo_ = curl_slist_append(connectTo_, connectTo(host, address).c_str());
-    connectTo_ = curl_slist_append(connectTo_, connectTo(withPoint(host), address).c_str());
+    connectTo_ = curl().slist_append(connectTo_, connectTo(host, address).c_str());
+    connectTo_ = curl().slist_append(connectTo_, connectTo(withPoint(host), address).c_str());
     overriddenHosts_.push_back(split(host).host);
     overriddenHosts_.push_back(split(withPoint(host)).host);
   }
 }
 
 CurlConnections::~CurlConnections() {
-  curl_slist_free_all(connectTo_);
+  curl().slist_free_all(connectTo_);
 }
 
 bool CurlConnections::isOverridden(const URL& url) const {
@@ -95,11 +97,11 @@ void CurlConnections::apply(CURL* handle, const URL& url) const {
     curl_blob pem{.data = const_cast<char*>(certificateAuthorities_.data()),
                   .len = certificateAuthorities_.size(),
                   .flags = CURL_BLOB_NOCOPY};
-    curl_easy_setopt(handle, CURLOPT_CAINFO_BLOB, &pem);
+    curl().easy_setopt(handle, CURLOPT_CAINFO_BLOB, &pem);
   }
-  curl_easy_setopt(handle, CURLOPT_CONNECT_TO, connectTo_);
+  curl().easy_setopt(handle, CURLOPT_CONNECT_TO, connectTo_);
   // An overridden address must be used; a proxy would resolve the name itself.
-  if (isOverridden(url)) curl_easy_setopt(handle, CURLOPT_PROXY, "");
+  if (isOverridden(url)) curl().easy_setopt(handle, CURLOPT_PROXY, "");
 }
 
 }  // namespace installer

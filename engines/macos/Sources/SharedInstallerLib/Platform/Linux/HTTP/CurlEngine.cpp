@@ -1,9 +1,10 @@
 #include "Platform/Linux/HTTP/CurlEngine.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <future>
 #include <utility>
+
+#include "Platform/Linux/HTTP/CurlLibrary.h"
 
 namespace installer {
 
@@ -11,21 +12,10 @@ namespace {
 
 constexpr int kIdleMilliseconds = 60'000;  // a post wakes the thread earlier
 
-// The variable is removed: libcurl would write the TLS secrets of every connection to the file that it names.
-CURLcode initialize() {
-  ::unsetenv("SSLKEYLOGFILE");
-  return curl_global_init(CURL_GLOBAL_DEFAULT);
-}
-
-void initializeOnce() {
-  static const auto initialized = initialize();
-  static_cast<void>(initialized);
-}
-
 }  // namespace
 
 CurlEngine::CurlEngine(const LinuxHostSettings& settings)
-    : connections_{(initializeOnce(), settings)}, multi_{curl_multi_init()}, thread_{[this] { serve(); }} {
+    : connections_{settings}, multi_{curl().multi_init()}, thread_{[this] { serve(); }} {
 }
 
 CurlEngine::~CurlEngine() {
@@ -33,10 +23,10 @@ CurlEngine::~CurlEngine() {
     const MutexLock guard{mutex_};
     isStopping_ = true;
   }
-  curl_multi_wakeup(multi_);
+  curl().multi_wakeup(multi_);
   thread_.join();
   while (!transfers_.empty()) drop(transfers_.begin()->second.get());
-  curl_multi_cleanup(multi_);
+  curl().multi_cleanup(multi_);
 }
 
 void CurlEngine::post(Work work) {
@@ -44,7 +34,7 @@ void CurlEngine::post(Work work) {
     const MutexLock guard{mutex_};
     posted_.push_back(std::move(work));
   }
-  curl_multi_wakeup(multi_);
+  curl().multi_wakeup(multi_);
 }
 
 void CurlEngine::run(const Work& work) {
@@ -60,7 +50,7 @@ CurlTransfer* CurlEngine::start(HTTPRequest request, std::shared_ptr<CurlTransfe
   auto transfer = std::make_unique<CurlTransfer>(connections_, std::move(request), std::move(client));
   auto* const started = transfer.get();
   transfers_[started->handle()] = std::move(transfer);
-  curl_multi_add_handle(multi_, started->handle());
+  curl().multi_add_handle(multi_, started->handle());
   return started;
 }
 
@@ -70,7 +60,7 @@ void CurlEngine::drop(CurlTransfer* transfer) {
 
 std::unique_ptr<CurlTransfer> CurlEngine::take(CURL* handle) {
   const auto entry = transfers_.find(handle);
-  curl_multi_remove_handle(multi_, handle);
+  curl().multi_remove_handle(multi_, handle);
   auto transfer = std::move(entry->second);
   transfers_.erase(entry);
   return transfer;
@@ -84,10 +74,10 @@ void CurlEngine::end(CURL* handle, const CurlFailure& failure) {
 void CurlEngine::serve() {
   while (runPosted()) {
     int running = 0;
-    curl_multi_perform(multi_, &running);
+    curl().multi_perform(multi_, &running);
     endFinished();
     endSilent();
-    curl_multi_poll(multi_, nullptr, 0, untilNextDeadline(), nullptr);
+    curl().multi_poll(multi_, nullptr, 0, untilNextDeadline(), nullptr);
   }
 }
 
@@ -104,7 +94,7 @@ bool CurlEngine::runPosted() {
 
 void CurlEngine::endFinished() {
   int left = 0;
-  while (const auto* const message = curl_multi_info_read(multi_, &left)) {
+  while (const auto* const message = curl().multi_info_read(multi_, &left)) {
     if (message->msg != CURLMSG_DONE) continue;
     auto* const handle = message->easy_handle;
     end(handle, transfers_.at(handle)->failure(message->data.result));

@@ -5,6 +5,8 @@
 #include <ifaddrs.h>
 #include <net/if.h>
 
+#include "Platform/Linux/HTTP/CurlLibrary.h"
+
 namespace installer {
 
 namespace {
@@ -62,7 +64,7 @@ std::int64_t codeOf(const CurlFailure& failure, bool isConnected) {
 
 Error urlError(const CurlFailure& failure, bool isConnected) {
   return urlError(codeOf(failure, isConnected),
-                  failure.words.empty() ? curl_easy_strerror(failure.code) : failure.words);
+                  failure.words.empty() ? curl().easy_strerror(failure.code) : failure.words);
 }
 
 Error urlError(std::int64_t code, std::string_view words) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Platform/Linux/HTTP/CurlConnections.h"
+#include "Platform/Linux/HTTP/CurlLibrary.h"
 
 namespace installer {
 
@@ -14,7 +15,7 @@ constexpr long kReceiveBufferBytes = 256L * 1024L;
 
 int statusOf(CURL* handle) {
   long status = 0;
-  curl_easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
+  curl().easy_getinfo(handle, CURLINFO_RESPONSE_CODE, &status);
   return static_cast<int>(status);
 }
 
@@ -26,39 +27,39 @@ constexpr const char* kAcceptedEncodings = "identity, *;q=0.5";
 
 CurlTransfer::CurlTransfer(const CurlConnections& connections, HTTPRequest request,
                            std::shared_ptr<Client> client)
-    : request_{std::move(request)}, client_{std::move(client)}, handle_{curl_easy_init()} {
+    : request_{std::move(request)}, client_{std::move(client)}, handle_{curl().easy_init()} {
   // The checked text itself, with its path unchanged: a second parse could give another address.
-  curl_easy_setopt(handle_, CURLOPT_URL, request_.url.absoluteString().c_str());
-  curl_easy_setopt(handle_, CURLOPT_PATH_AS_IS, 1L);
-  curl_easy_setopt(handle_, CURLOPT_PROTOCOLS_STR, "https");
-  curl_easy_setopt(handle_, CURLOPT_FOLLOWLOCATION, 0L);
+  curl().easy_setopt(handle_, CURLOPT_URL, request_.url.absoluteString().c_str());
+  curl().easy_setopt(handle_, CURLOPT_PATH_AS_IS, 1L);
+  curl().easy_setopt(handle_, CURLOPT_PROTOCOLS_STR, "https");
+  curl().easy_setopt(handle_, CURLOPT_FOLLOWLOCATION, 0L);
   // One transfer per connection: a stalled image never delays metadata.
-  curl_easy_setopt(handle_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-  curl_easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
+  curl().easy_setopt(handle_, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  curl().easy_setopt(handle_, CURLOPT_NOSIGNAL, 1L);
   // An unanswered name lookup must not block the thread that ends this transfer.
-  curl_easy_setopt(handle_, CURLOPT_QUICK_EXIT, 1L);
-  curl_easy_setopt(handle_, CURLOPT_USERAGENT, "Kelo-Desk-Installer");
-  curl_easy_setopt(handle_, CURLOPT_ACCEPT_ENCODING, kAcceptedEncodings);
-  curl_easy_setopt(handle_, CURLOPT_BUFFERSIZE, kReceiveBufferBytes);
-  curl_easy_setopt(handle_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-  curl_easy_setopt(handle_, CURLOPT_ERRORBUFFER, words_.data());
-  curl_easy_setopt(handle_, CURLOPT_HEADERFUNCTION, &CurlTransfer::onHeader);
-  curl_easy_setopt(handle_, CURLOPT_HEADERDATA, this);
-  curl_easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &CurlTransfer::onBody);
-  curl_easy_setopt(handle_, CURLOPT_WRITEDATA, this);
+  curl().easy_setopt(handle_, CURLOPT_QUICK_EXIT, 1L);
+  curl().easy_setopt(handle_, CURLOPT_USERAGENT, "Kelo-Desk-Installer");
+  curl().easy_setopt(handle_, CURLOPT_ACCEPT_ENCODING, kAcceptedEncodings);
+  curl().easy_setopt(handle_, CURLOPT_BUFFERSIZE, kReceiveBufferBytes);
+  curl().easy_setopt(handle_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  curl().easy_setopt(handle_, CURLOPT_ERRORBUFFER, words_.data());
+  curl().easy_setopt(handle_, CURLOPT_HEADERFUNCTION, &CurlTransfer::onHeader);
+  curl().easy_setopt(handle_, CURLOPT_HEADERDATA, this);
+  curl().easy_setopt(handle_, CURLOPT_WRITEFUNCTION, &CurlTransfer::onBody);
+  curl().easy_setopt(handle_, CURLOPT_WRITEDATA, this);
   connections.apply(handle_, request_.url);
   setFields();
 }
 
 CurlTransfer::~CurlTransfer() {
-  curl_easy_cleanup(handle_);
-  curl_slist_free_all(fields_);
+  curl().easy_cleanup(handle_);
+  curl().slist_free_all(fields_);
 }
 
 void CurlTransfer::setFields() {
-  if (request_.method == "HEAD") curl_easy_setopt(handle_, CURLOPT_NOBODY, 1L);
-  for (const auto& field : request_.fields) fields_ = curl_slist_append(fields_, field.c_str());
-  curl_easy_setopt(handle_, CURLOPT_HTTPHEADER, fields_);
+  if (request_.method == "HEAD") curl().easy_setopt(handle_, CURLOPT_NOBODY, 1L);
+  for (const auto& field : request_.fields) fields_ = curl().slist_append(fields_, field.c_str());
+  curl().easy_setopt(handle_, CURLOPT_HTTPHEADER, fields_);
 }
 
 CurlTransfer::Clock::time_point CurlTransfer::deadline() const {
@@ -69,9 +70,9 @@ CurlFailure CurlTransfer::failure(CURLcode code) const {
   if (rejected_) return *rejected_;
   if (code == CURLE_OK && !isHeadComplete_) code = CURLE_WEIRD_SERVER_REPLY;
   CurlFailure failure{.code = code, .osErrno = 0, .words = words_.data()};
-  curl_easy_getinfo(handle_, CURLINFO_OS_ERRNO, &failure.osErrno);
+  curl().easy_getinfo(handle_, CURLINFO_OS_ERRNO, &failure.osErrno);
   long tunnelStatus = 0;
-  curl_easy_getinfo(handle_, CURLINFO_HTTP_CONNECTCODE, &tunnelStatus);
+  curl().easy_getinfo(handle_, CURLINFO_HTTP_CONNECTCODE, &tunnelStatus);
   // libcurl reports a proxy's refusal as a failed reception.
   if (code != CURLE_OK && tunnelStatus > 299) failure.code = CURLE_PROXY;
   return failure;
@@ -121,7 +122,7 @@ CurlTransfer::Verdict CurlTransfer::completeHead() {
   // Without content decoding, libcurl neither decodes nor refuses these codings.
   if (head.hasForeignTransferCoding())
     return reject("the server's answer has a transfer coding that wasn't asked for");
-  if (!head.isEncoded()) curl_easy_setopt(handle_, CURLOPT_HTTP_CONTENT_DECODING, 0L);
+  if (!head.isEncoded()) curl().easy_setopt(handle_, CURLOPT_HTTP_CONTENT_DECODING, 0L);
   return client_->didReceiveHead(head);
 }
 
@@ -130,14 +131,14 @@ ResponseHead CurlTransfer::readHead() const {
   ResponseHead head;
   head.status = statusOf(handle_);
   const char* url = nullptr;
-  curl_easy_getinfo(handle_, CURLINFO_EFFECTIVE_URL, &url);
+  curl().easy_getinfo(handle_, CURLINFO_EFFECTIVE_URL, &url);
   head.url = URL::parse(url == nullptr ? "" : url).value_or(URL{});
   curl_header* field = nullptr;
-  while ((field = curl_easy_nextheader(handle_, CURLH_HEADER, -1, field)) != nullptr) {
+  while ((field = curl().easy_nextheader(handle_, CURLH_HEADER, -1, field)) != nullptr) {
     head.addField(field->name, field->value);
   }
   curl_off_t length = -1;
-  curl_easy_getinfo(handle_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+  curl().easy_getinfo(handle_, CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
   if (length >= 0 && !head.isEncoded()) head.bodyLength = length;
   return head;
 }

@@ -1,4 +1,6 @@
 #include <algorithm>
+#include <cstdlib>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -39,12 +41,14 @@ class LinuxURLSession : public URLSession {
   std::shared_ptr<URLSessionCore> core_;
 };
 
-// The destructor cancels the running tasks and waits for the callbacks.
+// The engine is created with the first session. The destructor cancels the running tasks and waits for the
+// callbacks.
 class LinuxURLSessions : public URLSessions {
  public:
-  explicit LinuxURLSessions(const LinuxHostSettings& settings)
-      : configuration_{settings.temporaryDirectory(), settings.requestTimeout}, engine_{settings} {
-    PartialFile::removeOrphans(configuration_.temporaryDirectory);
+  explicit LinuxURLSessions(const LinuxHostSettings& settings) : settings_{settings} {
+    // libcurl would write the TLS secrets of every connection to the file that the variable names.
+    ::unsetenv("SSLKEYLOGFILE");
+    PartialFile::removeOrphans(settings_.temporaryDirectory());
   }
   ~LinuxURLSessions() override;
   LinuxURLSessions(const LinuxURLSessions&) = delete;
@@ -54,10 +58,10 @@ class LinuxURLSessions : public URLSessions {
   std::shared_ptr<URLSession> make(std::shared_ptr<URLSessionDelegate> delegate) override;
 
  private:
-  const URLSessionCore::Configuration configuration_;
-  CurlEngine engine_;
+  const LinuxHostSettings settings_;
 
   Mutex mutex_;
+  std::optional<CurlEngine> engine_ GUARDED_BY(mutex_);
   std::shared_ptr<URLSession> shared_ GUARDED_BY(mutex_);
   std::vector<std::weak_ptr<URLSessionCore>> cores_ GUARDED_BY(mutex_);
 };
@@ -83,12 +87,13 @@ std::shared_ptr<URLSession> LinuxURLSessions::shared() {
 }
 
 std::shared_ptr<URLSession> LinuxURLSessions::make(std::shared_ptr<URLSessionDelegate> delegate) {
-  auto core = std::make_shared<URLSessionCore>(engine_, configuration_, std::move(delegate));
-  {
-    const MutexLock guard{mutex_};
-    std::erase_if(cores_, [](const auto& weakly) { return weakly.expired(); });
-    cores_.push_back(core);
-  }
+  const MutexLock guard{mutex_};
+  if (!engine_) engine_.emplace(settings_);
+  auto core = std::make_shared<URLSessionCore>(
+      *engine_, URLSessionCore::Configuration{settings_.temporaryDirectory(), settings_.requestTimeout},
+      std::move(delegate));
+  std::erase_if(cores_, [](const auto& weakly) { return weakly.expired(); });
+  cores_.push_back(core);
   return std::make_shared<LinuxURLSession>(std::move(core));
 }
 

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <curl/curl.h>
 #include <memory>
 
 #include "Base/Text.h"
+#include "Platform/Linux/HTTP/CurlLibrary.h"
 
 namespace installer {
 
@@ -25,16 +25,16 @@ bool isAbsoluteWithoutHost(std::string_view location) {
 // `location` resolved as a browser resolves it on a page at `base`.
 std::optional<std::string> resolved(const std::string& base, const std::string& location) {
   if (isAbsoluteWithoutHost(location)) return std::nullopt;
-  const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url{curl_url(), &curl_url_cleanup};
+  const std::unique_ptr<CURLU, decltype(&curl_url_cleanup)> url{curl().url(), curl().url_cleanup};
   constexpr unsigned anyScheme = CURLU_NON_SUPPORT_SCHEME;
-  if (curl_url_set(url.get(), CURLUPART_URL, base.c_str(), anyScheme) != CURLUE_OK) return std::nullopt;
-  if (curl_url_set(url.get(), CURLUPART_URL, location.c_str(), anyScheme | CURLU_URLENCODE) != CURLUE_OK) {
+  if (curl().url_set(url.get(), CURLUPART_URL, base.c_str(), anyScheme) != CURLUE_OK) return std::nullopt;
+  if (curl().url_set(url.get(), CURLUPART_URL, location.c_str(), anyScheme | CURLU_URLENCODE) != CURLUE_OK) {
     return std::nullopt;
   }
   char* text = nullptr;
-  if (curl_url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) return std::nullopt;
+  if (curl().url_get(url.get(), CURLUPART_URL, &text, 0) != CURLUE_OK) return std::nullopt;
   std::string result{text};
-  curl_free(text);
+  curl().free(text);
   return result;
 }
 

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <ctime>
-#include <curl/curl.h>
+
+#include "Platform/Linux/HTTP/CurlLibrary.h"
 
 namespace installer {
 
@@ -20,7 +21,7 @@ bool isStrongTag(std::string_view text) {
 
 std::optional<std::time_t> date(const std::string* text) {
   if (text == nullptr) return std::nullopt;
-  const auto time = curl_getdate(text->c_str(), nullptr);
+  const auto time = curl().getdate(text->c_str(), nullptr);
   if (time == -1) return std::nullopt;
   return time;
 }
