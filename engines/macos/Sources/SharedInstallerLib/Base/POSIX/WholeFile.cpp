@@ -62,7 +62,7 @@ FileDescriptor folderOf(const Path& path) {
 Result<std::string> readWholeFile(const Path& path, std::size_t maximumBytes) {
   const FileDescriptor file = openRegular(path);
   if (!file) return fileFailure(FileAccess::read, errno, path, "read");
-  constexpr std::size_t piece = 256UL * 1024;
+  constexpr std::size_t piece = 16UL * 1024;  // `resize` fills it with zeroes
   std::string bytes;
   while (bytes.size() <= maximumBytes) {
     const std::size_t have = bytes.size();
