@@ -19,23 +19,24 @@ bool mayChange(int folder) {
 }
 
 // In a sticky folder only the owner of an entry, the owner of the folder and root may remove the entry.
-bool isStuck(const struct stat& folder, const struct stat& entry) {
+bool isStuck(const RemovalFacts& folder, const RemovalFacts& entry) {
+  if ((folder.mode & S_ISVTX) == 0) return false;
   const uid_t user = ::geteuid();
-  return (folder.st_mode & S_ISVTX) != 0 && user != 0 && user != folder.st_uid && user != entry.st_uid;
+  return user != 0 && user != folder.owner && user != entry.owner;
 }
 
 // True when permissions, flags and sticky folders allow the removal of the entry and everything below it. An
 // empty folder needs no permission. False with errno set. Adds the number of items to `count`.
-bool letsGoOfAll(int parent, const struct stat& parentStatus, const char* name, int depth,
+bool letsGoOfAll(int parent, const RemovalFacts& parentFacts, const char* name, int depth,
                  std::size_t& count) {
-  const auto status = linkStatus(parent, name);
-  if (!status) return errno == ENOENT;  // removed meanwhile
+  const auto facts = removalFacts(parent, name);
+  if (!facts) return errno == ENOENT;  // removed meanwhile
   ++count;
-  if (isStuck(parentStatus, *status) || isProtected(parent, name)) {
+  if (isStuck(parentFacts, *facts) || facts->isProtected) {
     errno = EPERM;
     return false;
   }
-  if (!S_ISDIR(status->st_mode)) return true;
+  if (!S_ISDIR(facts->mode)) return true;
   const FileDescriptor inside = openFolder(parent, name);
   const auto names = inside ? namesIn(inside.get()) : std::nullopt;
   if (!names) return errno == ENOENT;
@@ -43,7 +44,7 @@ bool letsGoOfAll(int parent, const struct stat& parentStatus, const char* name, 
   if (depth == kDeepestFolder) errno = ENAMETOOLONG;
   if (depth == kDeepestFolder || !mayChange(inside.get())) return false;
   return std::ranges::all_of(*names, [&](const std::string& entry) {
-    return letsGoOfAll(inside.get(), *status, entry.c_str(), depth + 1, count);
+    return letsGoOfAll(inside.get(), *facts, entry.c_str(), depth + 1, count);
   });
 }
 
@@ -76,9 +77,9 @@ bool remove(int parent, const char* name, const RemoveEntry& removeEntry) {
 // A folder with a visible name is renamed first, so that a kill or a failure during the removal leaves no
 // partial folder under that name. A folder that is still complete after a failure gets its name back.
 bool removeFolder(int parent, const std::string& name, const RemoveEntry& removeEntry) {
-  const auto parentStatus = linkStatus(parent, ".");
+  const auto parentFacts = removalFacts(parent, ".");
   std::size_t count = 0;
-  if (!parentStatus || !mayChange(parent) || !letsGoOfAll(parent, *parentStatus, name.c_str(), 0, count))
+  if (!parentFacts || !mayChange(parent) || !letsGoOfAll(parent, *parentFacts, name.c_str(), 0, count))
     return false;
   if (name.front() == '.') return remove(parent, name.c_str(), removeEntry);
 

@@ -20,15 +20,17 @@ bool renameWithoutReplacing(int oldFolder, const char* oldName, int newFolder, c
   return renameat(oldFolder, oldName, newFolder, newName) == 0;
 }
 
-bool isProtected(int folder, const char* name) {
+std::optional<RemovalFacts> removalFacts(int folder, const char* name) {
   constexpr std::uint32_t kProtecting =
       UF_IMMUTABLE | UF_APPEND | SF_IMMUTABLE | SF_APPEND | SF_NOUNLINK | SF_RESTRICTED;
   const auto status = linkStatus(folder, name);
-  if (status && (status->st_flags & kProtecting) != 0) return true;
+  if (!status) return std::nullopt;
   // Access lists can allow or refuse more than the permission bits. EINVAL means that the system can't check
   // a link; then only the removal itself shows it.
-  return faccessat(folder, name, _DELETE_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) != 0 &&
-         (errno == EPERM || errno == EACCES);
+  const bool isProtected = (status->st_flags & kProtecting) != 0 ||
+                           (faccessat(folder, name, _DELETE_OK, AT_EACCESS | AT_SYMLINK_NOFOLLOW) != 0 &&
+                            (errno == EPERM || errno == EACCES));
+  return RemovalFacts{status->st_mode, status->st_uid, isProtected};
 }
 
 bool flushVolume(int folder) {

@@ -20,11 +20,13 @@ bool renameWithoutReplacing(int oldFolder, const char* oldName, int newFolder, c
   return ::renameat(oldFolder, oldName, newFolder, newName) == 0;
 }
 
-bool isProtected(int folder, const char* name) {
+// A stat has no flags, so it would take a second call for each entry.
+std::optional<RemovalFacts> removalFacts(int folder, const char* name) {
   constexpr std::uint64_t protecting = STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND;
+  constexpr unsigned wanted = STATX_TYPE | STATX_MODE | STATX_UID;
   struct statx status{};
-  return ::statx(folder, name, AT_SYMLINK_NOFOLLOW, 0, &status) == 0 &&
-         (status.stx_attributes & protecting) != 0;
+  if (::statx(folder, name, AT_SYMLINK_NOFOLLOW, wanted, &status) != 0) return std::nullopt;
+  return RemovalFacts{status.stx_mode, status.stx_uid, (status.stx_attributes & protecting) != 0};
 }
 
 bool flushVolume(int folder) {

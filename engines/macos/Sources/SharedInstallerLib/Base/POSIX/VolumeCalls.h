@@ -1,6 +1,9 @@
 // Volume operations with a different system call on each host.
 #pragma once
 
+#include <optional>
+#include <sys/types.h>
+
 namespace installer {
 
 // Renames the entry `oldName` of the open directory `oldFolder` to `newName` in `newFolder` and never
@@ -8,9 +11,16 @@ namespace installer {
 // volume that can't do that in one step, the test comes just before the rename.
 bool renameWithoutReplacing(int oldFolder, const char* oldName, int newFolder, const char* newName);
 
-// True when flags or an access list of the entry `name` of the open directory `folder` prevent its removal
-// although the permission bits allow it. Doesn't follow a link.
-bool isProtected(int folder, const char* name);
+// What the removal of an entry depends on besides the permissions of its folder.
+struct RemovalFacts {
+  mode_t mode = 0;
+  uid_t owner = 0;
+  // Flags or an access list prevent the removal although the permission bits allow it.
+  bool isProtected = false;
+};
+
+// The facts of the entry `name` of the open directory `folder`; absent with errno set. Doesn't follow a link.
+std::optional<RemovalFacts> removalFacts(int folder, const char* name);
 
 // Flushes all writes on the volume of the open directory `folder` to the disk. False with errno set.
 bool flushVolume(int folder);
