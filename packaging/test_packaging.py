@@ -77,6 +77,23 @@ def test_the_installed_bundle_states_the_version_and_lacks_nothing(installed):
         assert (installed / "share" / page).is_file(), page
 
 
+def test_the_recipe_of_a_package_links_to_files_of_the_released_bundle(tmp_path):
+    recipe = re.search(r"^```sh\n(root=.*?)^```$", (ROOT / "protocol/administrators.md").read_text(), re.MULTILINE | re.DOTALL)[1]
+    lab = BUILD / "lab/bin"
+    subprocess.run([lab / "lab-sign", "make-macho", tmp_path / "engine", "--arch", "arm64,x86_64"], check=True)
+    subprocess.run([lab / "lab-publish", "installer", "--engine", tmp_path / "engine", "--output", tmp_path / "release", "--configuration",
+                    ROOT / "packaging/macos/bundle/installer_config.json"], check=True, capture_output=True)
+    (tmp_path / "ditto").write_text('#!/bin/sh\n[ "$1 $2" = "-x -k" ] && exec unzip -q "$3" -d "$4"\n')
+    (tmp_path / "ditto").chmod(0o755)
+    subprocess.run(["sh", "-euc", re.sub("^root=.*", "root=../root", recipe)], cwd=tmp_path / "release", check=True,
+                   env={"PATH": f"{tmp_path}:/usr/bin:/bin"})
+    links = {path.relative_to(tmp_path / "root/usr/local").as_posix(): tmp_path / "root" / os.readlink(path).lstrip("/")
+             for path in (tmp_path / "root").rglob("*") if path.is_symlink()}
+    assert sorted(links) == ["bin/kelo", "share/bash-completion/completions/kelo", "share/man/man1/engine-cli.1",
+                             "share/zsh/site-functions/_engine-cli"]
+    assert all(target.is_file() for target in links.values())
+
+
 # The macOS commands that packaging/macos/smoke.sh uses and that aren't installed.
 MAKERS = {
     "hdiutil": 'if [ "$1" = create ]; then shift; exec "{lab}/lab-diskimage" --volume-name "$3" "$5" "$8"; fi',

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Completion of engine-cli for bash, 3.2 and later. Source it, or install it in a folder that bash-completion searches.
+# Completion of engine-cli and kelo for bash, 3.2 and later. Source it, or install it in a folder that bash-completion searches.
 # It doesn't start the engine, because each start writes to the log.
 
 # generated: words
@@ -92,4 +92,4 @@ _engine_cli() {
     < <(compgen -W "$(_engine_cli_words "$form" "$before" "$word")" -- "$word")
 }
 
-complete -F _engine_cli engine-cli
+complete -F _engine_cli engine-cli kelo

@@ -7,6 +7,7 @@ import plistlib
 import re
 import shutil
 import subprocess
+from xml.etree import ElementTree
 
 import pytest
 from command_surface import HOME
@@ -215,8 +216,7 @@ def test_a_sweep_leaves_the_copies_of_the_store_to_the_store(desk):
 
 
 def test_launchd_finds_a_property_list_whose_program_works(desk):
-    (text,) = blocks_of("xml")
-    job = plistlib.loads(text.encode())
+    job = plistlib.loads(blocks_of("xml")[0].encode())
     program, *words = job["ProgramArguments"]
     assert program == "/Applications/Kelo-Desk-Installer.app/Contents/Resources/bin/kelo-sweep" and words == ["1800"]
     assert job["UserName"] == "anna" and job["StandardErrorPath"] == job["StandardOutPath"]
@@ -227,6 +227,40 @@ def test_launchd_finds_a_property_list_whose_program_works(desk):
     done = subprocess.run([desk.scripts / "kelo-sweep"], env={"HOME": str(desk.machine.root), "PATH": desk.path}, cwd="/",
                           capture_output=True, text=True, timeout=HANG, **unprivileged())
     assert (done.returncode, done.stdout, done.stderr) == (0, "", "")
+
+
+def of_a_server(desk, script, *words):
+    """The status of a script of the page, which finds the bundle on the desk."""
+    text = script.replace("/Applications/Kelo-Desk-Installer.app/Contents/Resources/bin", str(desk.scripts))
+    assert text != script
+    return desk.run(["sh", "-c", text, "script", *words]).returncode
+
+
+def test_munki_finds_the_item_due_installs_and_removes_it(desk):
+    item = plistlib.loads(blocks_of("xml")[1].encode())
+    due, install, is_there, remove = (lambda name=name: of_a_server(desk, item[f"{name}_script"])
+                                      for name in ("installcheck", "preinstall", "uninstallcheck", "uninstall"))
+    assert (item["installer_type"], item["uninstall_method"]) == ("nopkg", "uninstall_script")
+    assert (due(), is_there(), install(), due(), is_there()) == (0, 1, 0, 1, 0)
+    desk.publish()
+    (program,) = (desk.machine.app("brenna") / "Contents/MacOS").iterdir()
+    running = subprocess.Popen([program], cwd="/", **unprivileged())
+    try:
+        assert (due(), install(), due()) == (0, 0, 1)  # Tolvi only
+        assert (installed_version(desk), running.poll()) == ("brenna 1.0", None)
+    finally:
+        running.kill()
+        running.wait()
+    assert (due(), remove(), is_there()) == (0, 0, 1)
+
+
+def test_jamf_runs_a_script_that_installs_the_apps_of_its_policy(desk):
+    policy = ElementTree.fromstring(blocks_of("xml")[2])
+    (script,) = (block for block in blocks_of("sh") if '"$4"' in block)
+    words = ("/", "a Mac", "anna", policy.findtext("scripts/script/parameter4"))
+    assert [of_a_server(desk, script, *words) for _ in range(2)] == [0, 0]
+    assert desk.machine.log.count("SilentRunner: Starting") == 1
+    assert desk.type("$ versions\n")[0][1][:2] == ["brenna 1.0", "tolvi 1.0"]
 
 
 @pytest.mark.skipif(not shutil.which("systemd-analyze"), reason="systemd isn't installed on this machine")

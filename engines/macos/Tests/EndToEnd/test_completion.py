@@ -12,7 +12,7 @@ COMPLETION = HOME / "packaging/completion"
 
 BASH = r"""
 source "$1"; shift
-[ "$(complete -p engine-cli)" = 'complete -F _engine_cli engine-cli' ] || exit 1
+[ "$(complete -p "$1")" = "complete -F _engine_cli $1" ] || exit 1
 COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); COMP_LINE="$*"; COMP_POINT=${#COMP_LINE}
 _engine_cli engine-cli "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}"
 [ ${#COMPREPLY[@]} = 0 ] || printf '%s\n' "${COMPREPLY[@]}"
@@ -72,6 +72,10 @@ def offered(request, tmp_path):
     (tmp_path / "a folder").mkdir()
     (tmp_path / "a file").touch()
     return lambda typed: request.param(typed, tmp_path)
+
+
+def test_the_script_kelo_is_completed_too(offered):
+    assert offered("kelo --apps ru") == offered("engine-cli --apps ru") == ["rulo"]
 
 
 def test_the_first_word_is_a_subcommand_or_the_unattended_mode(offered):

@@ -216,14 +216,14 @@ def test_a_dry_run_says_what_would_happen_and_starts_nothing(bundle, running):
     answers(bundle, app("brenna", "1.0", path=running), app("tolvi"), app("rulo", "1.0", source="appstore"),
             app("galdivane", "2.0"))
     assert kelo(program, "--dry-run", "--apps", "brenna,tolvi,rulo,galdivane").stdout.splitlines() == [
-        "Kelo Brenna: would be updated from version 1.0 to 2.0; is running, would be left alone",
+        "Kelo Brenna: would be updated from version 1.0 to 2.0; is running, left alone",
         "Kelo Tolvi: would be installed, version 2.0", "Kelo Rulo: a copy from the App Store, left alone",
         "Kelo Galdivane: current, version 2.0"]
     assert kelo(program, "--mode", "uninstall", "--apps", "brenna,tolvi,rulo", "--dry-run", "--quit-apps").stdout.splitlines() == [
-        "Kelo Brenna: would be removed; is running, would be quit", "Kelo Tolvi: isn't installed",
+        "Kelo Brenna: would be removed; is running, quit first", "Kelo Tolvi: isn't installed",
         "Kelo Rulo: a copy from the App Store, left alone"]
     assert kelo(program, "run", "--action", "update", "--apps", "brenna", "--dry-run").stdout == (
-        "Kelo Brenna: would be updated from version 1.0 to 2.0; is running, would be left alone\n")
+        "Kelo Brenna: would be updated from version 1.0 to 2.0; is running, left alone\n")
     assert kelo(program, "run", "--action", "uninstall", "--apps", "galdivane", "--dry-run").stdout == "Kelo Galdivane: would be removed\n"
     answers(bundle, app("tolvi", "1.0", latest=None), mode="online", latest="3.0")
     assert kelo(program, "--apps", "tolvi", "--dry-run").stdout == "Kelo Tolvi: would be updated from version 1.0 to 3.0\n"
