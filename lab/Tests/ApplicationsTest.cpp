@@ -74,7 +74,7 @@ TEST_F(Applications, AreNotRegisteredBySettingsThatTheEngineRefuses) {
   write("Resources/linux_host.json", R"({"root": "../machine", "Root": "/"})");
   const auto outcome = lab({"lsregister", "-f", app});
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_EQ(outcome.diagnostics, "lsregister: linux_host.json: Root: there is no such key\n");
+  EXPECT_EQ(outcome.diagnostics, "lsregister: linux_host.json: Root: the key is unknown\n");
 }
 
 TEST_F(Applications, AreStartedAndBecomeKnown) {

@@ -73,8 +73,8 @@ TEST(LinuxSettings, WhatCannotBeTakenAsItStandsIsRefusedAndTheKeyNamed) {
       {R"({"root":""})", "root: it must be a text that isn't empty"},
       {R"({"root":null})", "root: it must be a text that isn't empty"},
       {R"({"root":"/a\u0000b"})", "root: it isn't a path"},
-      {R"({"Root":"/a"})", "Root: there is no such key"},
-      {R"({"hostAdresses":{}})", "hostAdresses: there is no such key"},
+      {R"({"Root":"/a"})", "Root: the key is unknown"},
+      {R"({"hostAdresses":{}})", "hostAdresses: the key is unknown"},
       {R"({"hostAddresses":[]})", "hostAddresses: it must be an object of texts"},
       {R"({"hostAddresses":{"a":1}})", "hostAddresses: it must be an object of texts"},
       {R"({"requestTimeout":"60"})", "requestTimeout: it must be a number of seconds, from 0.001 to 86400"},
@@ -85,12 +85,13 @@ TEST(LinuxSettings, WhatCannotBeTakenAsItStandsIsRefusedAndTheKeyNamed) {
       {R"({"administrator":{"prompt":"su"}})", "administrator.prompt: it must be \"pkexec\" or \"sudo\""},
       {R"({"administrator":{"prompt":"sudo"}})", "administrator.askpass: sudo needs one"},
       {R"({"administrator":{"prompt":"pkexec","askpass":"/a"}})",
-       "administrator.askpass: pkexec asks by itself"},
+       "administrator.askpass: pkexec doesn't use one"},
       {R"({"administrator":{"command":[]}})",
        "administrator.command: it must be a list of texts that isn't empty"},
       {R"({"administrator":{"command":["a",1]}})",
        "administrator.command: it must be a list of texts that isn't empty"},
-      {R"({"administrator":{"command":["a"],"prompt":"sudo"}})", "administrator.command: it stands alone"},
+      {R"({"administrator":{"command":["a"],"prompt":"sudo"}})",
+       "administrator.command: it excludes the other keys"},
   };
   for (const auto& row : rows) {
     const auto settings = LinuxHostSettings::parse(row.text, "/r");

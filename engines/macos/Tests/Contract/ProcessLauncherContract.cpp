@@ -54,7 +54,7 @@ TEST_P(ProcessLauncherContract, KeepsTheFirstAndTheLastPartOfEndlessOutput) {
     const auto output = first + std::string(tooMuch, 'x') + last;
     const auto program = under->makeProgram("endless" + std::to_string(tooMuch), output, output, 0);
     const auto exit = processes.run(program, {}, CapturedOutput::separate);
-    const auto expected = first + "\n[" + std::to_string(tooMuch) + " bytes are left out here]\n" + last;
+    const auto expected = first + "\n[" + std::to_string(tooMuch) + " bytes omitted]\n" + last;
     EXPECT_TRUE(exit->output == expected) << exit->output.size();
     EXPECT_TRUE(exit->errorOutput == expected) << exit->errorOutput.size();
   }

@@ -385,7 +385,7 @@ ONLINE_FAULTS = {
                             ["Network error detected: NSURLErrorDomain code -1005: ", "Retrying download in 5s (attempt 1/3)"]),
     "an-answer-that-is-not-http": (answers(PACKAGE, {"garbage": True}), ["NSURLErrorDomain"]),
     "an-unrequested-part": (answers(PACKAGE, {"bytes": 5000, "unasked": True}),
-                                     ["the server sent a part that nobody asked for (NSURLErrorDomain -1011)"]),
+                                     ["the server sent a partial response to a request without a range (NSURLErrorDomain -1011)"]),
     "a-redirect-to-a-stranger": (answers(PACKAGE, {"location": "https://evil.example/x.dmg"}),
                                  ["refusing a redirect to 'evil.example'"]),
     "a-redirect-to-http": (answers(PACKAGE, {"location": "http://cdn.kelo.example/x.dmg"}),

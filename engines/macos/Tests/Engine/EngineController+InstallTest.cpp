@@ -308,7 +308,7 @@ TEST_F(EngineInstallInTurn, FailsOneAppAfterTheOtherWhenTheWaitsLimitPasses) {
   EXPECT_THAT(provider->calls(), ::testing::IsEmpty());
   EXPECT_THAT(machine.logLines("AppTurn:"),
               ::testing::Contains(
-                  "ERROR AppTurn: Kelo Brenna was left alone: another Kelo Desk Installer has been at work "
+                  "ERROR AppTurn: Kelo Brenna was not changed: another Kelo Desk Installer has been at work "
                   "in /Applications for 30 minutes."));
 }
 
@@ -334,8 +334,9 @@ TEST_F(EngineInstallInTurn, GoesOnWithoutATurnWhereTheFolderCannotBeLocked) {
                            {"NSPOSIXErrorDomain", 45, "No locks.", nullptr});
   provider->on(brenna).delivers(image(brenna, "2.0"));
   EXPECT_EQ(install({brenna}), 0);
-  EXPECT_THAT(machine.logLines("AppTurn:"),
-              ElementsAre("WARN AppTurn: /Applications can't be locked, going on without: No locks."));
+  EXPECT_THAT(
+      machine.logLines("AppTurn:"),
+      ElementsAre("WARN AppTurn: /Applications can't be locked, continuing without a lock: No locks."));
 }
 
 TEST_F(EngineInstallInTurn, LetsAWaitingEngineWorkBetweenTwoApps) {

@@ -141,8 +141,7 @@ CurlFailure receive(std::string_view answer, const std::shared_ptr<Receiver>& re
 
 // True for a refusal by the engine's rules.
 bool isOwnRefusal(const CurlFailure& failure) {
-  return failure.words == "the server says two lengths" ||
-         failure.words.starts_with("the server's answer has ");
+  return failure.words.starts_with("the response has ");
 }
 
 std::string text(const ContentRange& range) {

@@ -64,7 +64,7 @@ TEST_F(Staging, ClearsWhatAKilledInstallLeftHidden) {
     EXPECT_EQ(result.alreadyAbsent, !installed);
     EXPECT_THAT(appsFolder(), IsEmpty()) << installed;
     EXPECT_THAT(story(),
-                Contains("INFO AppUninstaller: cleared what an interrupted run left beside " + path));
+                Contains("INFO AppUninstaller: removed leftovers of an interrupted run beside " + path));
   }
 }
 

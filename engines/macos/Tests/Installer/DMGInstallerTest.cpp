@@ -138,7 +138,7 @@ TEST_F(AbandonedMount, OfAnEarlierFileUnderTheSamePathIsDetached) {
   isAttached("/Users/tester/other.dmg", "/Volumes/Kelo Brenna 2");
   EXPECT_EQ(installFrom(mount + " 1"), (Lines{mount, mount + " 1"}));
   EXPECT_THAT(mac.logLines("Detaching"),
-              ElementsAre("INFO DMGInstaller: Detaching " + mount + ", which an interrupted run left"));
+              ElementsAre("INFO DMGInstaller: Detaching " + mount + ", left by an interrupted run"));
 }
 
 TEST_F(AbandonedMount, IsNotLookedForWhenTheVolumeHasItsOwnName) {
@@ -182,8 +182,9 @@ TEST_F(InstallFromDMG, NeedsAnAppInTheImage) {
   theImageHolds({{"Brenna.pkg", {}}, {"Applications", {}}, {"Brenna.APP", brenna("2.0")}});
   install();
   expectFailure("No .app bundle found in DMG");
-  EXPECT_EQ(mac.logLines("the image holds"),
-            (Lines{R"(INFO DMGInstaller: the image holds: ["Brenna.pkg", "Applications", "Brenna.APP"])"}));
+  EXPECT_EQ(
+      mac.logLines("the image contains"),
+      (Lines{R"(INFO DMGInstaller: the image contains: ["Brenna.pkg", "Applications", "Brenna.APP"])"}));
   expectDetachedOnce();
   EXPECT_THAT(appsFolder(), IsEmpty());
 }

@@ -119,7 +119,7 @@ Result<Json> parseStrictly(std::string_view bytes) {
   } catch (const Json::parse_error& error) {
     return refused(fmt::format("The text isn't valid JSON around byte {}.", error.byte));
   } catch (const Json::exception&) {
-    return refused("The JSON text holds a number that is out of range.");
+    return refused("The JSON text contains a number that is out of range.");
   }
 }
 

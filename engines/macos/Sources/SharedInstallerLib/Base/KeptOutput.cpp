@@ -26,7 +26,7 @@ void KeptOutput::append(std::string_view bytes) {
 std::string KeptOutput::take() {
   cutLast();
   std::string text = std::exchange(first_, {});
-  if (leftOut_ > 0) text += fmt::format("\n[{} bytes are left out here]\n", std::exchange(leftOut_, 0));
+  if (leftOut_ > 0) text += fmt::format("\n[{} bytes omitted]\n", std::exchange(leftOut_, 0));
   return text += std::exchange(last_, {});
 }
 

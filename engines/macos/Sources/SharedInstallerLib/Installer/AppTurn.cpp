@@ -32,7 +32,8 @@ std::optional<AppTurn> tryTakeFromPlace(const AppInfo& app) {
   if (!lock) {
     // Without the folder there is no app that another engine could work on, so this isn't logged.
     if (machine().files.directoryExists(folder)) {
-      logWarn("AppTurn: {} can't be locked, going on without: {}", folder, lock.error().localizedDescription);
+      logWarn("AppTurn: {} can't be locked, continuing without a lock: {}", folder,
+              lock.error().localizedDescription);
     }
     return AppTurn{};
   }
@@ -84,7 +85,7 @@ std::expected<AppTurn, Denied> take(const AppInfo& app, const Wait& wait) {
 }
 
 std::string timeoutMessage(const AppInfo& app) {
-  return fmt::format("{} was left alone: another Kelo Desk Installer has been at work in {} for {} minutes.",
+  return fmt::format("{} was not changed: another Kelo Desk Installer has been at work in {} for {} minutes.",
                      app.displayName, machine().paths.applications,
                      std::chrono::duration_cast<std::chrono::minutes>(kWaitLimit).count());
 }

@@ -81,7 +81,7 @@ std::vector<UninstallResult> AppUninstaller::uninstallAll(const std::vector<AppI
 
 void Removal::clearLeftovers(const Path& path) {
   if (!machine().files.clearLeftovers(path)) return;
-  log("AppUninstaller: cleared what an interrupted run left beside {}", path);
+  log("AppUninstaller: removed leftovers of an interrupted run beside {}", path);
 }
 
 UninstallResult Removal::run() {

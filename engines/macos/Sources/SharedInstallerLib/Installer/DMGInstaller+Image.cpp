@@ -62,7 +62,7 @@ std::vector<Path> mountPointsOf(const Path& dmgPath) {
 void detachAll(const Path& dmgPath, const Path& butNot) {
   for (const Path& abandoned : mountPointsOf(dmgPath)) {
     if (abandoned == butNot) continue;
-    log("DMGInstaller: Detaching {}, which an interrupted run left", abandoned);
+    log("DMGInstaller: Detaching {}, left by an interrupted run", abandoned);
     DMGInstaller::detachDMG(abandoned);
   }
 }
@@ -136,7 +136,7 @@ Installation::End Installation::chooseBundle() {
   if (!entries) return failed(entries.error());
   const auto names = appNames(*entries);
   if (names.empty()) {
-    logToolWords("DMGInstaller: the image holds", listText(*entries));
+    logToolWords("DMGInstaller: the image contains", listText(*entries));
     return InstallResult::failure("No .app bundle found in DMG");
   }
   const auto chosen = chosenName(mountPoint, names, app_.installerBundleIdentifier);

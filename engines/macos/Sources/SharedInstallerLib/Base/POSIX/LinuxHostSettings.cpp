@@ -39,7 +39,7 @@ class Reader {
   void allow(std::initializer_list<std::string_view> known) {
     if (!object_.is_object()) return;
     for (const auto& [key, value] : object_.items()) {
-      if (std::find(known.begin(), known.end(), key) == known.end()) complain("there is no such key", key);
+      if (std::find(known.begin(), known.end(), key) == known.end()) complain("the key is unknown", key);
     }
   }
 
@@ -132,7 +132,7 @@ Result<AdministratorPrompt> readPrompt(const Json& value, const Path& folder) {
   const auto name = reader.text("prompt");
   const auto askpass = reader.path("askpass");
   if (auto command = reader.list("command"); command && !command->empty()) {
-    if (name || askpass) reader.complain("it stands alone", "command");
+    if (name || askpass) reader.complain("it excludes the other keys", "command");
     prompt.command = *std::move(command);
     prompt.command.front() = reader.absolute(prompt.command.front());
     prompt.asksRootToo = true;
@@ -143,7 +143,7 @@ Result<AdministratorPrompt> readPrompt(const Json& value, const Path& folder) {
   } else if (name != "pkexec") {
     reader.complain("it must be \"pkexec\" or \"sudo\"", "prompt");
   } else if (askpass) {
-    reader.complain("pkexec asks by itself", "askpass");
+    reader.complain("pkexec doesn't use one", "askpass");
   }
   if (reader.complaint()) return malformed(*reader.complaint());
   return prompt;

@@ -142,7 +142,7 @@ Result<Json> readPropertyList(std::string_view bytes) {
   const Node root = parsed(bytes);
   if (root == nullptr) return corrupt("it is malformed");
   auto value = jsonOf(root.get(), 0);
-  if (!value) return corrupt("it holds what a property list can’t hold");
+  if (!value) return corrupt("it contains a value of an unsupported type");
   return *std::move(value);
 }
 

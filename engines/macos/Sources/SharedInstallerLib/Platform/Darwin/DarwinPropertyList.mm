@@ -59,7 +59,7 @@ class DarwinPropertyList final : public PropertyList {
     // In the oldest format almost any word is a string.
     if (format == NSPropertyListOpenStepFormat) return corrupt("it is malformed");
     Json value = json(found);
-    if (holdsNull(value)) return corrupt("it holds what a property list can’t hold");
+    if (holdsNull(value)) return corrupt("it contains a value of an unsupported type");
     return value;
   }
 };

@@ -94,17 +94,17 @@ std::size_t CurlTransfer::receiveHeaderLine(std::string_view line) {
 }
 
 CurlTransfer::Verdict CurlTransfer::judgeHeaderLine(std::string_view line) {
-  if (headBytes_ > kMaximumHead) return reject("the server's answer has too long a head");
+  if (headBytes_ > kMaximumHead) return reject("the response has a head that is too long");
   // libcurl ends the head at a line that begins with one, and reports another value of a field than it acts
   // on.
   const auto carriageReturn = line.find('\r');
   if (carriageReturn != std::string_view::npos && line.substr(carriageReturn) != "\r\n") {
-    return reject("the server's answer has a carriage return within a line");
+    return reject("the response has a carriage return within a line");
   }
   const bool isLast = line == "\r\n" || line == "\n";
   // libcurl doesn't read the status after a lower-case "http/" and reports 200.
   if (std::exchange(startsHead_, isLast) && !line.starts_with("HTTP/")) {
-    return reject("the server's answer has no status line");
+    return reject("the response has no status line");
   }
   return isLast && !isInterim() ? completeHead() : Verdict::goOn;
 }
@@ -118,10 +118,10 @@ bool CurlTransfer::isInterim() const {
 CurlTransfer::Verdict CurlTransfer::completeHead() {
   isHeadComplete_ = true;
   const auto head = readHead();
-  if (head.contradictsItself()) return reject("the server says two lengths");
+  if (head.contradictsItself()) return reject("the response has two different lengths");
   // Without content decoding, libcurl neither decodes nor refuses these codings.
   if (head.hasForeignTransferCoding())
-    return reject("the server's answer has a transfer coding that wasn't asked for");
+    return reject("the response has a transfer coding that wasn't requested");
   if (!head.isEncoded()) curl().easy_setopt(handle_, CURLOPT_HTTP_CONTENT_DECODING, 0L);
   return client_->didReceiveHead(head);
 }

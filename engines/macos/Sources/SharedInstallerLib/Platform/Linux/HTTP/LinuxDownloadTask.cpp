@@ -91,7 +91,8 @@ bool LinuxDownloadTask::continuesPartial(const ResponseHead& head) const {
 }
 
 CurlTransfer::Verdict LinuxDownloadTask::acceptFromStart(const ResponseHead& head) {
-  if (head.status == 206) return stopWith(badServerResponse("the server sent a part that nobody asked for"));
+  if (head.status == 206)
+    return stopWith(badServerResponse("the server sent a partial response to a request without a range"));
   auto file = PartialFile::create(session().temporaryDirectory());
   if (!file) return stopWith(file.error());
   file_ = std::move(*file);

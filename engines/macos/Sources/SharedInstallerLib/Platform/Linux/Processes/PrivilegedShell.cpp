@@ -82,7 +82,8 @@ PrivilegedShell::~PrivilegedShell() {
 }
 
 std::optional<PrivilegedShell::Failure> PrivilegedShell::run(const std::string& commandLine) {
-  if (commandLine.find('\0') != std::string::npos) return Failure{false, EINVAL, "The command holds a NUL"};
+  if (commandLine.find('\0') != std::string::npos)
+    return Failure{false, EINVAL, "The command contains a NUL"};
   if (!isAlive()) {
     if (auto refused = start()) return refused;
   }
@@ -106,7 +107,7 @@ std::optional<PrivilegedShell::Failure> PrivilegedShell::start() {
   }
   Pipe requests = makePipe();
   Pipe answers = makePipe();
-  if (!requests.reading || !answers.reading) return Failure{false, kCannotStart, "No pipe to be had"};
+  if (!requests.reading || !answers.reading) return Failure{false, kCannotStart, "No pipe could be created"};
   SpawnRequest request = requestFor(prompt_);
   request.input = requests.reading.get();
   request.output = answers.writing.get();
