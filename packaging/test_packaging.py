@@ -36,6 +36,13 @@ def test_the_newest_section_of_the_changelog_is_of_this_version():
     assert re.search(r"^## (\S+)", (ROOT / "CHANGELOG.md").read_text(), re.MULTILINE)[1] == VERSION
 
 
+def test_every_link_of_an_installed_page_leads_to_an_installed_file(installed):
+    pages = list((installed / "share/doc").rglob("*.md"))
+    links = {(page, target) for page in pages for target in re.findall(r"\]\((?!https?:|#)([^)#]+)", page.read_text())}
+    assert len(pages) == 3 and len(links) > 20
+    assert [(page.name, target) for page, target in links if not (page.parent / target).exists()] == []
+
+
 def test_fixtures_and_the_client_of_shells_have_this_version(tmp_path):
     lab = BUILD / "lab/bin"
     subprocess.run([lab / "lab-fixture", "offline-installer", "--engine", BUILD / "engines/macos/engine-cli", "--programs", lab,

@@ -4,6 +4,7 @@ import hashlib
 import json
 import pathlib
 import plistlib
+import re
 import stat
 import sys
 import zipfile
@@ -23,7 +24,8 @@ def files_of_the_app():
 ADMINISTRATION = {  # in Contents/Resources -> its source
     **{f"bin/{name}": f"packaging/command/{name}" for name in ("kelo", "kelo-summary", "kelo-sweep")},
     "share/bash-completion/completions/engine-cli": "packaging/completion/engine-cli.bash",
-    **{f"share/doc/engine-cli/protocol/{page}.md": f"protocol/{page}.md" for page in ("README", "administrators")},
+    **{f"share/doc/engine-cli/{path.relative_to(ROOT)}": path.relative_to(ROOT).as_posix() for path in (
+        *ROOT.glob("protocol/**/*.md"), *ROOT.glob("protocol/**/*.json*"), ROOT / "packaging/macos/app-management.mobileconfig")},
     "share/man/man1/engine-cli.1": "engines/macos/Sources/engine-cli/engine-cli.1",
     "share/zsh/site-functions/_engine-cli": "packaging/completion/_engine-cli",
 }
@@ -35,7 +37,9 @@ def test_the_bundle_holds_the_engine_its_configuration_the_administrators_files_
         "Info.plist", "MacOS/engine-cli", "Resources/installer_config.json", "_CodeSignature/CodeResources",
         *(f"Resources/{name}" for name in ADMINISTRATION)))
     for name, source in ADMINISTRATION.items():
-        assert (APP / "Contents/Resources" / name).read_bytes() == (ROOT / source).read_bytes(), name
+        installed, written = ((path / file).read_text() for path, file in ((APP / "Contents/Resources", name), (ROOT, source)))
+        links_out = re.compile(r"!?\[([^]]*)\]\(\.\./(lab|shell)/.*?\)")
+        assert re.sub(r" \(`.*?` in the source tree\)", "", installed) == links_out.sub(r"\1", written), name
 
 
 def test_the_information_names_the_executable_the_least_system_and_the_engines_version():
