@@ -25,13 +25,14 @@ using namespace std::chrono_literals;
 
 class Interleavings : public test::CommandLineTest {
  protected:
-  void runSeeds(unsigned count, const std::function<void(unsigned seed)>& one);
+  void runSeeds(unsigned sampleSize, const std::function<void(unsigned seed)>& one);
   void runOne(unsigned seed);
   void runLateSource(unsigned seed);
   void runTwo(unsigned seed);
 
  private:
   static constexpr std::array apps{brenna, tolvi, rulo};
+  static constexpr unsigned kSeeds = 10'000;
   using Bundle = std::map<std::string, std::string>;
 
   std::mt19937 random_;
@@ -54,10 +55,12 @@ class Interleavings : public test::CommandLineTest {
   void prepareApp(AppIdentifier identifier, bool online);
   void prepareServer(AppIdentifier identifier);
   void preparePrograms();
+  void holdTurn();
   void cancelSometime();
   void judge(std::int32_t exitStatus);
   void judgeResult(const Json& result, bool isIdle);
   void judgeRest(bool isIdle);
+  bool endedIdle() const;
 
   // One of two engines.
   struct Engine {
@@ -66,6 +69,7 @@ class Interleavings : public test::CommandLineTest {
     std::int32_t exitStatus = -1;
     bool isCancelled = false;
   };
+  bool mayFail_ = false;
   void prepareTwo();
   void startEngine(Engine& engine);
   void judgeTwo(const std::array<Engine, 2>& engines);
@@ -84,6 +88,7 @@ void Interleavings::prepare() {
   arguments_ = {"run", "--action", action, "--apps", "brenna,tolvi,rulo"};
   if (!online) arguments_.emplace_back("--offline");
   if (oneIn(2)) arguments_.insert(arguments_.end(), {"--strict", "true"});
+  if (oneIn(4)) holdTurn();
   for (unsigned count = below(4); count > 0; --count) cancelSometime();
 }
 
@@ -128,6 +133,12 @@ void Interleavings::preparePrograms() {
   if (oneIn(3)) machine.administrator.dismissesNext();
 }
 
+// A third engine has the turn for some time, in some runs for longer than the others wait.
+void Interleavings::holdTurn() {
+  std::shared_ptr<FileLock> turn = *machine.files.tryLock(machine.paths.applications);
+  machine.dispatch.schedule(upTo(oneIn(20) ? 3600 : 60), [turn]() mutable { turn.reset(); });
+}
+
 void Interleavings::cancelSometime() {
   const auto when = upTo(oneIn(2) ? 100 : 15);
   const auto which = below(5);
@@ -153,14 +164,18 @@ std::string resultText(const Json& result) {
   return text;
 }
 
+bool Interleavings::endedIdle() const {
+  return std::ranges::any_of(
+      transcript(), [](const auto& line) { return line.starts_with("log error: Engine idle timeout"); });
+}
+
 void Interleavings::judge(std::int32_t exitStatus) {
   const auto events = machine.streams.events();
   const auto done = machine.streams.events("done");
   expect(done.size() == 1 && events.back() == done[0], "not one done at the end");
   if (done.empty()) return;
   expect(done[0]["exitCode"] == exitStatus, fmt::format("exit status {}", exitStatus));
-  const bool isIdle = std::ranges::any_of(
-      transcript(), [](const auto& line) { return line.starts_with("log error: Engine idle timeout"); });
+  const bool isIdle = endedIdle();
   std::multiset<std::string> inDone;
   for (const auto& result : done[0]["results"]) {
     inDone.insert(resultText(result));
@@ -264,16 +279,19 @@ void Interleavings::runLateSource(unsigned seed) {
 
 void Interleavings::prepareTwo() {
   const bool online = oneIn(2);
+  mayFail_ = oneIn(2);
   if (online) configureCDN();
   for (const auto identifier : apps) {
     if (oneIn(2)) addInstalled(identifier, oneIn(2) ? "1.0" : "2.0");
     old_[identifier] = bundle(identifier);
     if (!online) addBesideInstaller(identifier, "2.0");
     if (online) offer(identifier, identifier == brenna ? "arm64" : "universal", "2.0");
+    if (online && mayFail_) prepareServer(identifier);
   }
   for (const auto& program : {machine.paths.hdiutil, machine.paths.codesign}) {
-    machine.programs.on(program).takes(upTo(20));
+    machine.programs.on(program).takes(upTo(mayFail_ && oneIn(40) ? 900 : 20));
   }
+  if (mayFail_ && oneIn(3)) holdTurn();
   if (oneIn(3)) machine.files.setWritable(machine.paths.applications, false);
   machine.administrator.takes(upTo(20));
 }
@@ -296,6 +314,7 @@ void Interleavings::startEngine(Engine& engine) {
 }
 
 void Interleavings::judgeTwo(const std::array<Engine, 2>& engines) {
+  const bool isIdle = endedIdle();
   std::multiset<std::string> inDone;
   for (const auto& engine : engines) {
     for (const auto& done : machine.streams.events("done")) {
@@ -304,17 +323,20 @@ void Interleavings::judgeTwo(const std::array<Engine, 2>& engines) {
       for (const auto& result : done["results"]) {
         inDone.insert(resultText(result));
         const auto status = result["status"].get<std::string>();
-        const bool isWrong = status == "failed" || (status == "cancelled" && !engine.isCancelled);
-        expect(engine.isCancelled || !isWrong, result.dump());
+        expect(status != "failed" || mayFail_ || engine.isCancelled, result.dump());
+        expect(status != "cancelled" || isIdle || engine.isCancelled, result.dump());
       }
     }
   }
   std::multiset<std::string> alone;
   for (const auto& event : machine.streams.events("app-result")) alone.insert(resultText(event));
   expect(machine.streams.events("done").size() == 2 && inDone.size() == 6, "not two whole runs");
-  expect(alone == inDone, "other app-results than in done");
-  for (const auto identifier : apps) judgeApp(identifier);
-  judgeRest(false);
+  expect(isIdle ? std::ranges::includes(alone, inDone) : alone == inDone, "other app-results than in done");
+  // After an idle end, an app's work continues here, but not on a real machine, where the process ends.
+  for (const auto identifier : apps) {
+    if (!isIdle) judgeApp(identifier);
+  }
+  judgeRest(isIdle);
 }
 
 // Checks that the number of each result matches the states at the start and at the end.
@@ -345,25 +367,25 @@ void Interleavings::runTwo(unsigned seed) {
   complain(seed);
 }
 
-// Runs `one` with `count` seeds, with a sample of them, or with the requested seed.
-void Interleavings::runSeeds(unsigned count, const std::function<void(unsigned seed)>& one) {
+// Runs `one` with ten thousand seeds, with a sample of them, or with the requested seed.
+void Interleavings::runSeeds(unsigned sampleSize, const std::function<void(unsigned seed)>& one) {
   const test::Sample sample;
   const auto seed = static_cast<unsigned>(sample.seed());
   if (sample.isRepeated()) return one(seed);
-  const auto first = sample.isAll() ? 1 : seed % count + 1;
-  for (unsigned i = 0; i < (sample.isAll() ? count : count / 50); ++i) one(first + i);
+  const auto first = sample.isAll() ? 1 : seed % kSeeds + 1;
+  for (unsigned i = 0; i < (sample.isAll() ? kSeeds : sampleSize); ++i) one(first + i);
 }
 
 TEST_F(Interleavings, EndInOneDoneThatIsTrue) {
-  runSeeds(10'000, [this](unsigned seed) { runOne(seed); });
+  runSeeds(200, [this](unsigned seed) { runOne(seed); });
 }
 
 TEST_F(Interleavings, OfCancelsAndASourceThatDeliversNevertheless) {
-  runSeeds(10'000, [this](unsigned seed) { runLateSource(seed); });
+  runSeeds(200, [this](unsigned seed) { runLateSource(seed); });
 }
 
 TEST_F(Interleavings, OfTwoEnginesEndInTwoDonesThatAreTrue) {
-  runSeeds(2'000, [this](unsigned seed) { runTwo(seed); });
+  runSeeds(40, [this](unsigned seed) { runTwo(seed); });
 }
 
 }  // namespace
