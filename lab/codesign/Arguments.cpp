@@ -126,7 +126,7 @@ class ArgumentReader {
   }
 
   Outcome<CodesignArguments> finish() {
-    if (!operation_ && !sawVerbose_) return refuse("no operation: say --verify or -d");
+    if (!operation_ && !sawVerbose_) return refuse("no operation: use --verify or -d");
     result_.operation = operation_.value_or(CodesignArguments::Operation::verify);
     if (result_.operation != CodesignArguments::Operation::help && result_.paths.empty())
       return refuse("no path given");

@@ -39,7 +39,7 @@ int checkOwnRequirement(const std::string& name, const CodeReport& report, int v
     const auto met = meetsItsOwn(slice);
     if (met && *met) continue;
     if (!met) {
-      say(name + ": designated Requirement can't be judged here (" + met.error().reason + ")\n");
+      say(name + ": designated Requirement can't be evaluated here (" + met.error().reason + ")\n");
       return kValid;
     }
     say(name + ": does not satisfy its designated Requirement\n");

@@ -86,7 +86,7 @@ OrReason<> verifyChecksums(const fs::path& image) {
   // 7-Zip only warns about a wrong master checksum.
   const bool differs = said.contains("CRC Error") || said.contains("Master CRC error");
   if (finished->status == 0 && !differs) return {};
-  return because("its data doesn't have the checksum it promises");
+  return because("its data doesn't match its checksum");
 }
 
 }  // namespace lab

@@ -20,7 +20,7 @@ OrReason<ListedItem> describe(const fs::directory_entry& entry) {
     case fs::file_type::directory: return ListedItem{{}, ItemKind::folder, 0, {}, {}};
     case fs::file_type::symlink:
       return ListedItem{{}, ItemKind::link, fs::read_symlink(entry, error).string().size(), {}, {}};
-    default: return because("{}: only files, folders and links go into an image", entry.path().string());
+    default: return because("{}: an image can contain only files, folders and links", entry.path().string());
   }
 }
 
@@ -51,7 +51,8 @@ OrReason<> checkKept(const fs::path& folder, const fs::path& volumeFile, const s
   Items items;
   for (ListedItem& item : listing->items) {
     std::string path = composed(item.path).value_or("");
-    if (!items.emplace(std::move(path), std::move(item)).second) return because("two names are one on HFS+");
+    if (!items.emplace(std::move(path), std::move(item)).second)
+      return because("two names are equal on HFS+");
   }
   if (items.erase(composed(volumeName).value_or("")) == 0)
     return because("\"{}\" can't be a volume's name", volumeName);

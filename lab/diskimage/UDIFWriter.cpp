@@ -75,7 +75,7 @@ OrReason<> addVolume(DataFork& fork, BlockTable& table, int volume) {
     const auto count = readFull(volume, buffer);
     if (!count) return std::unexpected(count.error());
     if (*count == 0) return {};
-    if (*count % sectorSize != 0) return because("the volume isn't made of whole sectors");
+    if (*count % sectorSize != 0) return because("the volume's size isn't a multiple of the sector size");
     if (interruption() != 0) return because("interrupted");
     const auto added = fork.add(table, std::string_view{buffer.data(), *count});
     if (!added) return added;

@@ -61,7 +61,7 @@ OrReason<> remakeLinks(const fs::path& unpacked, const VolumeListing& listing) {
     if (item.kind != ItemKind::link) continue;
     const fs::path link = unpacked / item.path;
     const std::string& target = *item.target;
-    if (target.contains('\0')) return because("{}: a link can't lead there", item.path);
+    if (target.contains('\0')) return because("{}: its target contains a NUL", item.path);
     unlink(link.c_str());  // fails for a dropped link
     if (symlink(target.c_str(), link.c_str()) != 0) return becauseOfErrno(item.path);
   }
@@ -86,7 +86,7 @@ class Restoration {
       if (!below) return std::unexpected(below.error());
     }
     if (restored && !missing_.empty())
-      return because("{} didn't come out of the image", missing_.begin()->first);
+      return because("{} wasn't extracted from the image", missing_.begin()->first);
     return restored;
   }
 
@@ -115,7 +115,7 @@ class Restoration {
     if (!name) return because("{}: a name isn't UTF-8", path.parent_path().string());
     if (format_ != VolumeFormat::hfs || *name == path.filename()) return path;
     const fs::path renamed = path.parent_path() / *name;
-    if (stands(renamed)) return because("{}: two names are one when composed", renamed.string());
+    if (stands(renamed)) return because("{}: two names are equal when composed", renamed.string());
     if (rename(path.c_str(), renamed.c_str()) != 0) return becauseOfErrno(path.string());
     return renamed;
   }
@@ -130,7 +130,8 @@ class Restoration {
                                      (type == S_IFLNK && listed.mapped().kind == ItemKind::link) ||
                                      (type == S_IFREG && listed.mapped().kind == ItemKind::file &&
                                       static_cast<std::uint64_t>(status.st_size) == listed.mapped().size));
-    if (!isListed) return because("{} came out of the image changed", path.filename().string());
+    if (!isListed)
+      return because("the extracted {} doesn't match the image's list", path.filename().string());
     return listed.mapped();
   }
 

@@ -114,10 +114,9 @@ OrReason<> checkListing(const VolumeListing& listing, const ListingLimits& limit
   std::unordered_map<std::string_view, ItemKind> kinds;
   std::uint64_t bytes = 0;
   for (const ListedItem& item : listing.items) {
-    if (!staysInside(item.path)) return because("the volume holds an item outside itself");
+    if (!staysInside(item.path)) return because("the volume has an item with a path outside of it");
     if (!kinds.emplace(item.path, item.kind).second) return because("the volume holds {} twice", item.path);
-    if (item.size > limits.bytes - bytes)
-      return because("the volume's files are larger than there is room for");
+    if (item.size > limits.bytes - bytes) return because("the volume's files exceed the size limit");
     bytes += item.size;
   }
   for (const ListedItem& item : listing.items) {
@@ -125,7 +124,7 @@ OrReason<> checkListing(const VolumeListing& listing, const ListingLimits& limit
     if (slash == std::string::npos) continue;
     const auto parent = kinds.find(std::string_view{item.path}.substr(0, slash));
     if (parent == kinds.end() || parent->second != ItemKind::folder)
-      return because("the volume holds {} below no folder", item.path);
+      return because("the volume has {}, whose parent isn't a folder", item.path);
   }
   return {};
 }

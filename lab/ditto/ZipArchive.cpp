@@ -97,7 +97,7 @@ class Zip {
       const ssize_t count = read(file.get(), buffer.data(), std::min<std::uint64_t>(buffer.size(), left));
       if (count < 0 && errno == EINTR) continue;
       if (count < 0) return becauseOfErrno(path.string());
-      if (count == 0) return because("{}: it became shorter meanwhile", path.string());
+      if (count == 0) return because("{}: it became shorter while it was packed", path.string());
       if (archive_write_data(writer_.get(), buffer.data(), static_cast<std::size_t>(count)) < 0) {
         return lastError(path.string());
       }

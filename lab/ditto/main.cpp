@@ -46,7 +46,7 @@ lab::OrReason<Request> parse(int argc, char** argv) {
       request.operands.push_back(word);
   }
   if (request.operands.size() != 2) return lab::because("a source and a destination are needed");
-  if (request.create != request.zip) return lab::because("only -c and -k together are known");
+  if (request.create != request.zip) return lab::because("only -c together with -k is supported");
   return request;
 }
 

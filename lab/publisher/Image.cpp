@@ -22,7 +22,7 @@ namespace {
 // Finds damage of the image before it is published.
 OrReason<> checkContent(const std::filesystem::path& image) {
   const auto trailer = readTrailer(image);
-  if (!trailer) return because("{} is no disk image: {}", image.string(), trailer.error());
+  if (!trailer) return because("{} isn't a disk image: {}", image.string(), trailer.error());
   if (auto sound = verifyChecksums(image); !sound) {
     return because("{} is damaged: {}", image.string(), sound.error());
   }
@@ -75,7 +75,7 @@ OrReason<ImageFacts> examineImage(const std::filesystem::path& image) {
   std::error_code error;
   if (!stands(image)) return because("{} isn't there", image.string());
   if (!std::filesystem::is_regular_file(std::filesystem::symlink_status(image, error))) {
-    return because("{} is no plain file", image.string());
+    return because("{} isn't a regular file", image.string());
   }
   const auto size = std::filesystem::file_size(image, error);
   if (error) return because("{}: {}", image.string(), error.message());

@@ -60,12 +60,12 @@ OrReason<> checkApp(const std::string& app) {
   for (const auto id : installer::AppIdentifiers::allCases) {
     known += (known.empty() ? "" : ", ") + std::string{rawValue(id)};
   }
-  return because("'{}' is no app of the catalog ({})", app, known);
+  return because("'{}' isn't an app of the catalog ({})", app, known);
 }
 
 OrReason<> checkArch(const std::string& arch) {
   if (std::ranges::find(kArchs, arch) != kArchs.end()) return {};
-  return because("'{}' is no architecture (arm64, x64 or universal)", arch);
+  return because("'{}' isn't an architecture (arm64, x64 or universal)", arch);
 }
 
 OrReason<> checkPathComponent(const std::string& what, const std::string& name) {
@@ -78,7 +78,7 @@ OrReason<> checkVersion(const std::string& version) {
   while (true) {
     const auto point = rest.find('.');
     if (!isNumber(rest.substr(0, point))) {
-      return because("'{}' is no version: numbers between points are asked for, such as 2.1", version);
+      return because("'{}' isn't a version: use numbers separated by points, such as 2.1", version);
     }
     if (point == std::string_view::npos) return {};
     rest.remove_prefix(point + 1);

@@ -49,7 +49,8 @@ OrReason<> checkSignatures(const fs::path& image, const std::string& team) {
   const auto requirement =
       parseRequirement(fmt::format("anchor apple generic and certificate leaf[subject.OU] = \"{}\"", team));
   const auto isPlain = [](unsigned char c) { return std::isalnum(c) != 0; };
-  if (!requirement || !std::ranges::all_of(team, isPlain)) return because("'{}' is no team identifier", team);
+  if (!requirement || !std::ranges::all_of(team, isPlain))
+    return because("'{}' isn't a team identifier", team);
   const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
   const Verifier verifier{Anchors::ofThisProgram(), now};
   if (auto held = checkSigned(verifier, *requirement, image); !held) return held;

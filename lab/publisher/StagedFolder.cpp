@@ -18,7 +18,7 @@ namespace {
 OrReason<> linkOrCopy(const fs::path& from, const fs::path& to) {
   std::error_code error;
   if (fs::is_directory(fs::symlink_status(from, error))) {
-    return because("{} is a folder, and none belongs there", from.string());
+    return because("{} is a folder instead of a file", from.string());
   }
   fs::create_hard_link(from, to, error);
   if (error) fs::copy(from, to, fs::copy_options::copy_symlinks, error);

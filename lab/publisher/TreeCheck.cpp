@@ -25,12 +25,12 @@ OrReason<PackageMeta> readMetadata(const fs::path& file, const Configuration& co
   if (!text) return std::unexpected(text.error());
   auto meta = PackageMeta::decode(*text);
   if (!meta) return because("the metadata can't be read");
-  if (!meta->destination) return because("the metadata names no destination");
+  if (!meta->destination) return because("the metadata has no destination");
   if (!installer::isPlainFileName(*meta->destination)) {
     return because("the destination '{}' is outside the folder", *meta->destination);
   }
   if (!meta->checksumIsVerifiable()) return because("the metadata has no SHA-256");
-  if (!meta->version) return because("the metadata names no version");
+  if (!meta->version) return because("the metadata has no version");
   if (auto version = checkVersion(*meta->version); !version) return std::unexpected(version.error());
   if (!meta->alternateDownloadURL) return std::move(*meta);
   auto alternate = checkAlternate(*meta->alternateDownloadURL, configuration);
@@ -40,10 +40,10 @@ OrReason<PackageMeta> readMetadata(const fs::path& file, const Configuration& co
 
 OrReason<> compare(const PackageMeta& meta, const ImageFacts& facts) {
   if (installer::lowercased(installer::trimmed(*meta.checksum)) != facts.sha256) {
-    return because("the digest of '{}' is another", *meta.destination);
+    return because("the digest of '{}' isn't the one in the metadata", *meta.destination);
   }
   if (meta.size != facts.size) {
-    return because("'{}' has {} bytes, unlike in the metadata", *meta.destination, facts.size);
+    return because("'{}' has {} bytes, and the metadata has another size", *meta.destination, facts.size);
   }
   return {};
 }
@@ -112,20 +112,19 @@ void TreeCheck::checkReadable(const fs::path& path) {
   const bool isFolder = status.type() == fs::file_type::directory;
   const auto needed = isFolder ? fs::perms::others_read | fs::perms::others_exec : fs::perms::others_read;
   if ((status.permissions() & needed) == needed) return;
-  report(path, isFolder ? "others may not enter it" : "others may not read it");
+  report(path, isFolder ? "other users can't enter it" : "other users can't read it");
 }
 
 void TreeCheck::visit(const fs::directory_entry& entry, bool& holdsFolders, bool& holdsPackage) {
   const auto& path = entry.path();
   const auto name = path.filename().string();
   if (name.starts_with('.')) {
-    report_.leftovers.push_back(
-        fmt::format("{}: left over from a publication that was cut short", path.string()));
+    report_.leftovers.push_back(fmt::format("{}: left by an interrupted publication", path.string()));
     return;
   }
   std::error_code error;
   const auto type = fs::status(path, error).type();
-  if (type == fs::file_type::not_found) return report(path, "the link leads nowhere");
+  if (type == fs::file_type::not_found) return report(path, "the link's target doesn't exist");
   if (type != fs::file_type::directory) {
     holdsPackage = holdsPackage || name == CDNLayout::kMetadataFileName;
     return;
@@ -133,7 +132,8 @@ void TreeCheck::visit(const fs::directory_entry& entry, bool& holdsFolders, bool
   holdsFolders = true;
   const auto leadsTo = fs::canonical(path, error);
   const auto here = fs::canonical(path.parent_path(), error);
-  if (std::ranges::mismatch(leadsTo, here).in1 == leadsTo.end()) return report(path, "the link leads back");
+  if (std::ranges::mismatch(leadsTo, here).in1 == leadsTo.end())
+    return report(path, "the link leads to one of its own parent folders");
   walk(path);
 }
 
@@ -158,7 +158,7 @@ OrReason<std::string> TreeCheck::checkPackage(const Paths& paths) {
   for (const auto& path : paths) {
     if (const auto layout = layoutThatLeadsTo(arguments_.tree, path)) layouts.push_back(*layout);
   }
-  if (layouts.empty()) return because("no installer looks for a package here");
+  if (layouts.empty()) return because("no installer reads packages from this folder");
   const auto meta = readMetadata(folder / CDNLayout::kMetadataFileName, arguments_.configuration);
   if (!meta) return std::unexpected(meta.error());
   const auto fits = [&](const CDNLayout& layout) { return compare(*meta, layout).has_value(); };
@@ -209,14 +209,15 @@ void TreeCheck::lookForConfigured() {
     if (std::ranges::none_of(offers_, isApps)) continue;
     if (offers_.contains({names.distributionRoot, names.appsRoot, names.flavour, app, names.release}))
       continue;
-    report(app, fmt::format("there is no package where the configuration looks, {}",
+    report(app, fmt::format("the place in the configuration has no package: {}",
                             folderOf(arguments_.tree, layoutOf(names, app, "*")).string()));
   }
 }
 
 OrReason<TreeReport> TreeCheck::run() {
   std::error_code error;
-  if (!fs::is_directory(arguments_.tree, error)) return because("{} is no folder", arguments_.tree.string());
+  if (!fs::is_directory(arguments_.tree, error))
+    return because("{} isn't a folder", arguments_.tree.string());
   walk(arguments_.tree);
   for (const auto& [_, paths] : packages_) {
     auto line = checkPackage(paths);

@@ -71,7 +71,7 @@ lab::OrReason<> checkAlternate(const PublishArguments& arguments) {
   if (!arguments.alternateURL) return {};
   const auto url = installer::URL::parse(*arguments.alternateURL);
   if (url) return checkAlternate(*url, arguments.configuration);
-  return lab::because("'{}' is no https address", *arguments.alternateURL);
+  return lab::because("'{}' isn't an https address", *arguments.alternateURL);
 }
 
 // Runs `publish`, `rollBack` or `withdraw`.
@@ -116,7 +116,7 @@ class CommandLine {
         .add_option("--app", arguments_.app, "an app of the catalog, such as brenna; all by default");
     addTeam(add("verify", "Checks every package in the tree by the engine's rules.", runVerify));
     addScript("installer", "Makes the bundle of a release: signed, packed, with a list of its files.");
-    addScript("probe", "Checks whether a live server meets the engine's needs.");
+    addScript("probe", "Checks whether a live server meets the engine's requirements.");
   }
 
   int run(int argc, char** argv) {
@@ -152,7 +152,8 @@ class CommandLine {
   CLI::App& addChange(const char* name, const char* description, int (*act)(PublishArguments&)) {
     auto& command = add(name, description, act);
     command.add_option("--app", arguments_.app, "an app of the catalog, such as brenna")->required();
-    command.add_option("--version", arguments_.version, "numbers between points, such as 2.1")->required();
+    command.add_option("--version", arguments_.version, "numbers separated by points, such as 2.1")
+        ->required();
     command.add_option("--arch", arguments_.arch, "arm64, x64 or universal")->required();
     command.add_option("--destination", arguments_.destination,
                        "the image's name, instead of APP-VERSION.dmg");

@@ -360,7 +360,7 @@ def test_the_signer_takes_no_wrong_password_and_no_file_that_is_no_identity(work
     code = shutil.copy(workshop / "engine-cli", tmp_path / "code")
     (tmp_path / "wrong").write_text("a guess\n")
     for identity, password, said in (("identity.p12", tmp_path / "wrong", "can't be opened with this password"),
-                                     ("engine-cli", workshop / "password", "is no PKCS#12 file"),
+                                     ("engine-cli", workshop / "password", "isn't a PKCS#12 file"),
                                      ("identity.p12", tmp_path / "absent", "holds no password")):
         done = subprocess.run([LAB / "lab-sign", "sign", "--identity", workshop / identity, "--password-file", password, code],
                               capture_output=True, text=True, check=False)

@@ -63,7 +63,7 @@ Outcome<void> readVersions(Bundle& bundle) {
   std::string current = linkText(versions / "Current");
   if (current.starts_with("./")) current.erase(0, 2);
   if (!isPlainName(current) || !isFolder(versions / current))
-    return refuse("framework's Versions/Current doesn't lead to a version");
+    return refuse("framework's Versions/Current isn't a link to a version");
   bundle.base = versions / current;
   const auto entries = entriesOf(versions);
   if (!entries) return handOn(entries);

@@ -73,7 +73,7 @@ Outcome<Certificate> Certificate::readDER(ByteView der) {
   X509* parsed = d2i_X509(nullptr, &at, static_cast<long>(der.size()));
   if (parsed == nullptr) return refuse("a certificate is malformed");
   const std::shared_ptr<x509_st> handle(parsed, X509_free);
-  if (at != der.data() + der.size()) return refuse("a certificate has bytes behind its end");
+  if (at != der.data() + der.size()) return refuse("a certificate has bytes after its end");
   return Certificate(copyOf(der), handle);
 }
 

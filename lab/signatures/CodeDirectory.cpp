@@ -78,7 +78,7 @@ Outcome<void> CodeDirectory::readTables() {
   const std::uint64_t size = digestSize(hashType_);
   if (specialCount_ > kMostSpecials || hashOffset_ < specialCount_ * size ||
       !slice(blob_, hashOffset_, pageCount_ * size)) {
-    return refuse("code directory's digests leave the blob");
+    return refuse("code directory's digests exceed the blob");
   }
   return {};
 }

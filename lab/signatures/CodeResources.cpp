@@ -98,12 +98,12 @@ Outcome<void> CodeResources::addRules(const PropertyList& rules) {
     steps += rule->pattern.size();
     rules_.push_back(std::move(*rule));
   }
-  if (steps > kMostSteps) return refuse("CodeResources has rules that take too long");
+  if (steps > kMostSteps) return refuse("CodeResources has rules that are too long");
   const auto takesInEverything = [](const ResourceRule& rule) {
     return rule.expression == kTakesInEverything && !rule.omit && !rule.optional;
   };
   if (std::ranges::none_of(rules_, takesInEverything))
-    return refuse("resource rules could hide files: none takes in everything");
+    return refuse("resource rules could hide files: no rule includes all of them");
   return {};
 }
 

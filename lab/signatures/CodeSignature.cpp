@@ -112,7 +112,7 @@ Outcome<SignatureParts> SignatureParts::fromBlobs(const std::map<std::uint32_t, 
       continue;
     }
     if (slot == kInfoPlistSlot || slot == kResourcesSlot || slot == kRepresentationSlot) {
-      return refuse("signature holds a blob for slot {}, which belongs outside", slot);
+      return refuse("signature holds a blob for slot {}, which must be outside of it", slot);
     }
     if (slot > kLastHashedSlot) continue;  // a stapled ticket and later slots aren't sealed
     if (auto added = addSealedBlob(parts, slot, blob); !added) return handOn(added);
@@ -127,7 +127,7 @@ Outcome<void> checkSeals(const SignatureParts& parts, const SignedSurroundings& 
       return refuse("the signature's code directories name different code");
     }
     if ((directory.flags() & kAdHocFlag) != (primary.flags() & kAdHocFlag))
-      return refuse("the signature's code directories disagree about having a signer");
+      return refuse("only some of the signature's code directories have a signer");
     if (auto holds = checkDirectory(directory, parts, surroundings); !holds) return holds;
   }
   return checkPages(surroundings.code, parts.directories);

@@ -31,7 +31,7 @@ Outcome<ImageTrailer> readImageTrailer(ByteView file) {
   if (!slice(front, trailer.signatureOffset, trailer.signatureLength) ||
       trailer.signatureOffset + trailer.signatureLength != trailerAt ||
       trailer.plistOffset + trailer.plistLength != trailer.signatureOffset) {
-    return refuse("disk image signature doesn't stand between property list and trailer");
+    return refuse("disk image signature isn't between property list and trailer");
   }
   if (!slice(front.first(static_cast<std::size_t>(trailer.signatureOffset)), trailer.dataForkOffset,
              trailer.dataForkLength)) {

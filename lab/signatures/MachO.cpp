@@ -99,7 +99,7 @@ class SliceReader {
       return refuse("Mach-O file type {} holds no code to sign", slice_.fileType);
     if (!slice(slice_.bytes, headerSize, commandBytes_)) return refuse("Mach-O load commands are truncated");
     if (commandCount_ > commandBytes_ / 8)
-      return refuse("Mach-O header counts more load commands than it has room for");
+      return refuse("Mach-O header counts more load commands than it contains");
     return {};
   }
 
@@ -158,7 +158,7 @@ class SliceReader {
       return slice_;
     }
     const std::uint64_t end = slice_.signatureOffset + slice_.signature->size();
-    if (end != slice_.bytes.size()) return refuse("Mach-O slice goes on behind its code signature");
+    if (end != slice_.bytes.size()) return refuse("Mach-O slice continues after its code signature");
     if (end != linkEditEnd_) return refuse("Mach-O code signature isn't the end of __LINKEDIT");
     return slice_;
   }
@@ -188,7 +188,7 @@ Outcome<std::vector<MachOSlice>> readFat(ByteView file, FatTable table) {
     if (entry.offset < end) return refuse("universal slices overlap");
     const auto gap = slice(file, end, entry.offset - end);
     if (!gap) return refuse("universal slice is outside the file");
-    if (!allZero(*gap)) return refuse("universal file hides bytes between its slices");
+    if (!allZero(*gap)) return refuse("universal file has bytes between its slices");
     auto read = readFatSlice(file, entry);
     if (!read) return handOn(read);
     const auto same = [&](const MachOSlice& other) {
@@ -198,7 +198,7 @@ Outcome<std::vector<MachOSlice>> readFat(ByteView file, FatTable table) {
     slices.push_back(*read);
     end = entry.offset + entry.size;
   }
-  if (end != file.size()) return refuse("universal file goes on behind its last slice");
+  if (end != file.size()) return refuse("universal file continues after its last slice");
   return slices;
 }
 

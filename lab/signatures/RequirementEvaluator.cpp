@@ -81,7 +81,7 @@ class Evaluator {
       case info: return matchesValue(requirement.match, found(subject_->info, requirement.text));
       case entitlement:
         return matchesValue(requirement.match, found(subject_->entitlements, requirement.text));
-      case notJudgeable: return refuse("\"{}\" can't be judged on this machine", requirement.text);
+      case notJudgeable: return refuse("\"{}\" can't be evaluated on this machine", requirement.text);
       case conjunction: return combine(requirement.operands, false);
       case disjunction: return combine(requirement.operands, true);
       case negation: return negate(evaluate(requirement.operands.front()));

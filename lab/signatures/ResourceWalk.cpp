@@ -35,7 +35,7 @@ class ResourceWalk {
     if (!missing_.empty())
       return refuse("a sealed resource is missing: {}", printable(*std::ranges::min_element(missing_)));
     if (strayLink_.empty()) return {};
-    return refuse("a link leads to nothing that is sealed: {}", printable(strayLink_));
+    return refuse("a link's target isn't sealed: {}", printable(strayLink_));
   }
 
  private:
@@ -102,7 +102,7 @@ class ResourceWalk {
     const ResourceSeal* seal = meet(relative);
     if (seal == nullptr) return refuse("nested code has been added: {}", printable(relative));
     if (seal->kind != ResourceSeal::Kind::nested)
-      return refuse("nested code isn't sealed as such: {}", printable(relative));
+      return refuse("nested code is sealed as a file or link: {}", printable(relative));
     return nested(path, relative, *seal);
   }
 
@@ -132,7 +132,8 @@ class ResourceWalk {
     const std::string target = fs::read_symlink(path, error).string();
     if (canonicalName(target) != canonicalName(seal->target))
       return refuse("a sealed link has been changed: {}", printable(relative));
-    if (!staysInside(target, depth)) return refuse("a link leaves the bundle: {}", printable(relative));
+    if (!staysInside(target, depth))
+      return refuse("a link points out of the bundle: {}", printable(relative));
     if (strayLink_.empty() && !target.starts_with('/') && !leadsToSealed(path.parent_path(), target))
       strayLink_ = relative;
     return {};

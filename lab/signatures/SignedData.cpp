@@ -185,7 +185,7 @@ const BERElement* SignedData::signedValue(const std::string& attribute) const {
 Outcome<SignedData> readSignedData(ByteView cms, std::span<const Certificate> others) {
   const auto root = readBER(cms);
   if (!root) return handOn(root);
-  if (!allZero(cms.subspan(root->raw.size()))) return refuse("signed data has bytes behind its end");
+  if (!allZero(cms.subspan(root->raw.size()))) return refuse("signed data has bytes after its end");
   return SignedDataReader(*root, others).read();
 }
 
@@ -206,7 +206,7 @@ Outcome<void> checkSignature(const SignedData& data, ByteView content, const std
   const ByteView bytes = signsContent ? content : ByteView(data.signedBytes);
   const int verdict = EVP_DigestVerify(context.get(), data.signature.data(), data.signature.size(),
                                        bytes.data(), bytes.size());
-  if (verdict != 1) return refuse("the signer's signature doesn't hold");
+  if (verdict != 1) return refuse("the signer's signature is invalid");
   return {};
 }
 

@@ -52,7 +52,7 @@ Outcome<bool> checkHashSet(const SignedData& data, const SignatureParts& parts) 
 
 Outcome<void> checkSignedDirectories(const SignedData& data, const SignatureParts& parts,
                                      const CodeFacts& facts) {
-  if (data.content) return refuse("signature carries content of its own");
+  if (data.content) return refuse("signature contains content");
   if (auto holds = checkSignature(data, parts.directories.front().blob(), kDataType); !holds) return holds;
   const auto plist = checkHashPlist(data, facts);
   if (!plist) return handOn(plist);
@@ -90,7 +90,7 @@ std::vector<Certificate> leafFirst(const SignedData& data) {
 
 Outcome<void> proveSigner(const SignatureParts& parts, const Anchors& anchors, std::chrono::sys_seconds now,
                           CodeFacts& facts) {
-  if (facts.isAdHoc()) return parts.cms.empty() ? Outcome<void>{} : refuse("ad hoc code carries a signer");
+  if (facts.isAdHoc()) return parts.cms.empty() ? Outcome<void>{} : refuse("ad hoc code has a signer");
   if (parts.cms.empty()) return refuse("signature has no signer and isn't marked as ad hoc");
   const auto data = readSignedData(parts.cms);
   if (!data) return handOn(data);
@@ -105,7 +105,7 @@ Outcome<void> proveSigner(const SignatureParts& parts, const Anchors& anchors, s
   const bool mustBeCurrent = !*timestamp && (facts.flags & kForceExpirationFlag) != 0;
   auto at = *timestamp ? (*timestamp)->time : facts.claimedTime.value_or(now);
   if (mustBeCurrent) at = now;
-  if (at > now + kClockTolerance) return refuse("the claimed signing time lies in the future");
+  if (at > now + kClockTolerance) return refuse("the claimed signing time is in the future");
   const Expiry expiry = *timestamp || mustBeCurrent ? Expiry::fatal : Expiry::tolerated;
   auto chain = buildChain({*data->signer, data->certificates, at, expiry}, anchors);
   if (!chain) return handOn(chain);

@@ -14,7 +14,7 @@ Outcome<ByteView> blobAt(ByteView container, std::uint64_t offset, std::uint64_t
   const auto length = be32(container, offset + 4);
   if (offset < indexEnd || !length || *length < 8) return refuse("a signature blob is malformed");
   const auto blob = slice(container, offset, *length);
-  if (!blob) return refuse("a signature blob leaves its container");
+  if (!blob) return refuse("a signature blob exceeds its container");
   return *blob;
 }
 
@@ -43,7 +43,7 @@ Outcome<std::map<std::uint32_t, ByteView>> readBlobIndex(ByteView bytes, std::ui
   if (be32(bytes, 0) != magic || !length || !count)
     return refuse("signature container has the wrong magic number or is truncated");
   const auto container = slice(bytes, 0, *length);
-  if (!container) return refuse("signature container is longer than the room it has");
+  if (!container) return refuse("signature container is longer than the space for it");
   if (*count > kMostBlobs) return refuse("signature container counts {} blobs", *count);
   const std::uint64_t indexEnd = 12 + std::uint64_t{*count} * 8;
   std::map<std::uint32_t, ByteView> blobs;

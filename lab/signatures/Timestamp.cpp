@@ -38,7 +38,7 @@ Outcome<Timestamp> checkToken(const SignedData& signature, ByteView token, const
   if (!info) return handOn(info);
   if (!equal(info->imprint, digestOf(info->imprintType, signature.signature).bytes()))
     return refuse("timestamp is for another signature");
-  if (info->time > now + kClockTolerance) return refuse("timestamp lies in the future");
+  if (info->time > now + kClockTolerance) return refuse("timestamp is in the future");
   if (!data->signer->hasExtendedUsage(kTimestampingUsage))
     return refuse("timestamp's certificate isn't for timestamping");
   std::vector<Certificate> others = data->certificates;

@@ -97,7 +97,7 @@ Outcome<Bytes> Signer::slice(ByteView bytes, const std::string& identifier,
   const auto blobs = makeSignature(subject, identity_, options_);
   if (!blobs) return handOn(blobs);
   const Bytes signature = superBlobOf(*blobs);
-  if (signature.size() > room) return refuse("the signature is larger than foreseen");
+  if (signature.size() > room) return refuse("the signature is larger than the space reserved for it");
   const std::size_t end = prepared->size() + static_cast<std::size_t>(room);
   prepared->insert(prepared->end(), signature.begin(), signature.end());
   prepared->resize(end);
@@ -110,7 +110,7 @@ Outcome<Bytes> Signer::diskImage(ByteView bytes, const std::string& identifier) 
   const std::uint64_t end = trailer->plistOffset + trailer->plistLength;
   const std::uint64_t contentEnd =
       trailer->isSigned() ? trailer->signatureOffset : bytes.size() - UDIFTrailer::kSize;
-  if (end != contentEnd) return refuse("the image's property list doesn't stand in front of its trailer");
+  if (end != contentEnd) return refuse("the image's property list isn't directly before its trailer");
   Bytes newTrailer = trailer->stored;
   storeBig<std::uint64_t>(newTrailer.data() + UDIFTrailer::kSignatureOffsetAt, end);
   storeBig<std::uint64_t>(newTrailer.data() + UDIFTrailer::kSignatureLengthAt, 0);

@@ -63,7 +63,7 @@ Outcome<SigningIdentity> SigningIdentity::fromPKCS12(const std::filesystem::path
   if (!content) return handOn(content);
   const unsigned char* from = content->bytes().data();
   const PKCS12Pointer sealed(d2i_PKCS12(nullptr, &from, static_cast<long>(content->bytes().size())));
-  if (!sealed) return refuse("{} is no PKCS#12 file", file.string());
+  if (!sealed) return refuse("{} isn't a PKCS#12 file", file.string());
   // Some programs still export with algorithms that only this provider has.
   OSSL_PROVIDER_try_load(nullptr, "legacy", 1);
   EVP_PKEY* key = nullptr;

@@ -82,7 +82,7 @@ Outcome<Bytes> timestampFrom(const std::string& url, ByteView signature) {
   if (!answer) return handOn(answer);
   const unsigned char* from = answer->data();
   const ResponsePointer response(d2i_TS_RESP(nullptr, &from, static_cast<long>(answer->size())));
-  if (!response) return refuse("timestamping server: the answer is no timestamp response");
+  if (!response) return refuse("timestamping server: the answer isn't a timestamp response");
   // Checks status, imprint and nonce, not the signer.
   const CheckPointer check(TS_REQ_to_TS_VERIFY_CTX(request.get(), nullptr));
   if (TS_RESP_verify_response(check.get(), response.get()) != 1) {

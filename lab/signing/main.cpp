@@ -98,7 +98,7 @@ class Sign {
     command.add_option("--variant", variant_, kVariantHelp)->check(oneOf(kVariants));
     command.add_option("--identity", identity_,
                        "a .p12 key with its certificates, instead of a test authority's");
-    command.add_option("--password-file", passwordFile_, "its first line opens the identity");
+    command.add_option("--password-file", passwordFile_, "file whose first line is the identity's password");
     command.add_option("--write-root", rootFile_, "write the identity's root certificate to this PEM file");
     command.add_option("--timestamp", options_.timestampURL,
                        "an RFC 3161 server for secure timestamps; without one the signatures have none");

@@ -77,7 +77,7 @@ Outcome<Arguments> parse(std::span<const std::string> words) {
   }
   if (arguments.help) return arguments;
   if (!arguments.assess || !arguments.hasType || !arguments.hasContext)
-    return refuse("say --assess --type open --context context:primary-signature");
+    return refuse("use --assess --type open --context context:primary-signature");
   if (arguments.paths.empty()) return refuse("no path given");
   return arguments;
 }
@@ -89,7 +89,7 @@ bool assessOne(const Verifier& verifier, const std::filesystem::path& path, int 
     say(name + ": " + (assessment.accepted ? "accepted" : "rejected") + "\n");
   say("source=" + assessment.source + "\n");
   if (!assessment.origin.empty() && verbosity > 0) say("origin=" + assessment.origin + "\n");
-  if (assessment.accepted) say("note: notarization and revocation can't be judged on this machine\n");
+  if (assessment.accepted) say("note: notarization and revocation can't be evaluated on this machine\n");
   return assessment.accepted;
 }
 

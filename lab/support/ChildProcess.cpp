@@ -54,7 +54,7 @@ OrReason<> collect(int output, int errors, Finished& finished) {
     if (watched[0].revents != 0 && !drain(output, finished.output)) watched[0].fd = -1;
     if (watched[1].revents != 0 && !drain(errors, finished.diagnostics)) watched[1].fd = -1;
     if (finished.output.size() + finished.diagnostics.size() > kMostOutput)
-      return because("it says too much");
+      return because("its output is too long");
   }
   return {};
 }
@@ -64,7 +64,8 @@ OrReason<> collect(int output, int errors, Finished& finished) {
 OrReason<Finished> runToEnd(const std::vector<std::string>& command) {
   auto output = installer::makePipe();
   auto errors = installer::makePipe();
-  if (!output.reading || !errors.reading) return because("{} can't be started: no pipe", command.front());
+  if (!output.reading || !errors.reading)
+    return because("{} can't be started: no pipe could be created", command.front());
   const pid_t parent = getpid();
   const pid_t child = fork();
   if (child < 0) return becauseOfErrno(command.front() + " can't be started");

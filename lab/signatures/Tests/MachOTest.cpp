@@ -75,7 +75,7 @@ TEST(MachO, RefusesBytesHiddenBetweenHeaderAndSlices) {
   file[0x1000] = 1;
   const auto read = readMachO(file);
   ASSERT_FALSE(read);
-  EXPECT_EQ(read.error().reason, "universal file hides bytes between its slices");
+  EXPECT_EQ(read.error().reason, "universal file has bytes between its slices");
 }
 
 TEST(MachO, RefusesBytesBehindTheLastSlice) {
@@ -83,7 +83,7 @@ TEST(MachO, RefusesBytesBehindTheLastSlice) {
   file.push_back(0);
   const auto read = readMachO(file);
   ASSERT_FALSE(read);
-  EXPECT_EQ(read.error().reason, "universal file goes on behind its last slice");
+  EXPECT_EQ(read.error().reason, "universal file continues after its last slice");
 }
 
 TEST(MachO, RefusesATableThatNamesAnotherProcessor) {
@@ -114,7 +114,7 @@ TEST(MachO, RefusesASignatureThatIsntTheEndOfLinkEdit) {
   ASSERT_TRUE(readMachO(file));
   Bytes longer = file;
   longer.push_back(0);
-  EXPECT_EQ(readMachO(longer).error().reason, "Mach-O slice goes on behind its code signature");
+  EXPECT_EQ(readMachO(longer).error().reason, "Mach-O slice continues after its code signature");
   Bytes shorterLinkEdit = file;
   const std::string name = "__LINKEDIT";
   shorterLinkEdit[find(file, viewOf(name)) + 40] ^= 1;  // low byte of the segment's size

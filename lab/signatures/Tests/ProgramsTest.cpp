@@ -98,8 +98,9 @@ TEST_F(Programs, ADesignatedRequirementThatCantBeReadIsSaidAndDoesntCount) {
   writeFile(file, changed);
   const ProgramResult result = verifyCode(file);
   EXPECT_EQ(result.status, 0) << result.text;
-  EXPECT_THAT(result.text, HasSubstr("designated Requirement can't be judged here (compiled requirement uses "
-                                     "the unsupported operation 99)"));
+  EXPECT_THAT(result.text,
+              HasSubstr("designated Requirement can't be evaluated here (compiled requirement uses "
+                        "the unsupported operation 99)"));
   EXPECT_THAT(result.text, Not(HasSubstr("satisfies its Designated Requirement")));
 }
 

@@ -55,7 +55,7 @@ TEST_F(Programs, ASignedImageIsAcceptedAndTheSourceIsNamed) {
   EXPECT_EQ(result.status, 0) << result.text;
   EXPECT_THAT(result.text, HasSubstr(": accepted\nsource=Developer ID of the test authority \"Tests Root\""));
   EXPECT_THAT(result.text, HasSubstr("origin=Developer ID Application: Tests (KELOTEAM01)"));
-  EXPECT_THAT(result.text, HasSubstr("notarization and revocation can't be judged on this machine"));
+  EXPECT_THAT(result.text, HasSubstr("notarization and revocation can't be evaluated on this machine"));
   EXPECT_THAT(spctl({"--assess", "--verbose=4", "--type", "open", "--context", "context:primary-signature",
                      image.string()})
                   .text,
@@ -107,7 +107,7 @@ TEST_F(Programs, BytesBetweenAnImagesPartsAreRefused) {
   Bytes bytes = contentOf(image);
   bytes.insert(bytes.end() - 512, 16, 0);
   writeFile(image, bytes);
-  expectRefused(image, "doesn't stand between property list and trailer");
+  expectRefused(image, "isn't between property list and trailer");
 }
 
 TEST_F(Programs, WhatIsntASignedImageIsRejected) {

@@ -45,9 +45,9 @@ TEST_F(Programs, ExpiryAndTimestamps) {
       {"stamped before it began", LeafKind::notYetValid, true, currentTime(), 0, 1, "wasn't valid yet"},
       {"signed before it began", LeafKind::notYetValid, false, currentTime(), 0, 1, "wasn't valid yet"},
       {"claims a signing time in the future", LeafKind::notYetValid, false, sys_days(2048y / June / 1d), 0, 1,
-       "lies in the future"},
+       "is in the future"},
       {"stamped in the future", LeafKind::notYetValid, true, sys_days(2048y / June / 1d), 0, 1,
-       "timestamp lies in the future"}};
+       "timestamp is in the future"}};
   for (const auto& row : rows) {
     const fs::path file = workshop.machO("code");
     SigningOptions options;

@@ -201,7 +201,7 @@ TEST_F(HandMade, ASignatureWithoutAttributesIsOverTheDirectoryItself) {
   EXPECT_EQ(judge(), "");
   EXPECT_FALSE(facts.claimedTime);
   blobs[0].back() ^= 1;
-  EXPECT_EQ(judgeBlobs(), "the signer's signature doesn't hold");
+  EXPECT_EQ(judgeBlobs(), "the signer's signature is invalid");
   contentType = kTimestampInfoType;
   EXPECT_EQ(judge(), "signature has the wrong content type");
 }
@@ -252,7 +252,7 @@ TEST_F(HandMade, BytesBehindTheMessageAreRefusedUnlessZero) {
   blobs[kSignatureSlot].resize(blobs[kSignatureSlot].size() + 100);
   EXPECT_EQ(judgeBlobs(), "");
   blobs[kSignatureSlot].push_back(1);
-  EXPECT_EQ(judgeBlobs(), "signed data has bytes behind its end");
+  EXPECT_EQ(judgeBlobs(), "signed data has bytes after its end");
 }
 
 TEST_F(HandMade, ACriticalExtensionOfTheVendorsArcIsUnderstood) {
@@ -298,7 +298,7 @@ TEST_F(HandMade, AdHocCodeWithASignerIsAContradiction) {
   const auto adHoc = makeSignature(subject, {}, {}).value();
   blobs.erase(0x1000);
   blobs[0] = adHoc.at(0);
-  EXPECT_EQ(judge(), "ad hoc code carries a signer");
+  EXPECT_EQ(judge(), "ad hoc code has a signer");
   blobs.erase(kSignatureSlot);
   EXPECT_EQ(judgeBlobs(), "");
 }
@@ -322,7 +322,7 @@ TEST_F(HandMade, ASignerMayHaveAnEllipticCurveKey) {
   EXPECT_EQ(judge(), "signature algorithm 1.2.840.10045.4.3.3 isn't supported") << "it goes with SHA-384";
   signatureAlgorithm = "1.2.840.10045.4.3.2";
   signer.key = curveKey();
-  EXPECT_EQ(judge(), "the signer's signature doesn't hold");
+  EXPECT_EQ(judge(), "the signer's signature is invalid");
 }
 
 TEST_F(HandMade, OnlyBelievedRootsCount) {

@@ -126,7 +126,7 @@ const std::vector<Spoiling>& spoilings() {
        "nested code Frameworks/Kit.framework: in architecture arm64: Info.plist has been modified"},
       {"framework without its links",
        [](const fs::path& c) { fs::remove(c / "Frameworks/Kit.framework/Versions/Current"); },
-       "Versions/Current doesn't lead to a version"},
+       "Versions/Current isn't a link to a version"},
       {"framework with a stray file",
        [](const fs::path& c) { writeText(c / "Frameworks/Kit.framework/evil", "x"); },
        "unsealed contents in the bundle's root: evil"},
@@ -216,7 +216,7 @@ TEST_F(Programs, ALinkThatLeavesTheBundleIsRefusedThoughItIsSealed) {
     const fs::path app = workshop.app("A.app");
     fs::create_symlink(target, app / "Contents/Resources/out");
     workshop.sign(app);
-    expectRefused(app, "a link leaves the bundle: Resources/out");
+    expectRefused(app, "a link points out of the bundle: Resources/out");
     fs::remove_all(app);
   }
   for (const char* target : {"/System/Library/x", "/Library/x", "../MacOS/helper", "../MacOS/Main",
@@ -238,7 +238,7 @@ TEST_F(Programs, ALinkToNothingThatIsSealedIsRefused) {
     writeFile(app / "Contents/PkgInfo", viewOf("p"));
     writeFile(app / "Contents/CodeResources", viewOf("t"));
     writeFile(app / "Contents/Resources/.DS_Store", viewOf("d"));
-    expectRefused(app, "a link leads to nothing that is sealed: Resources/out");
+    expectRefused(app, "a link's target isn't sealed: Resources/out");
     fs::remove_all(app);
   }
 }
@@ -290,7 +290,7 @@ TEST_F(Programs, ALinkOfNestedCodeMayLeadToItsNeighboursButNotOutside) {
     fs::create_symlink(target, kit / "Versions/A/Resources/out");
     workshop.sign(app);
     EXPECT_EQ(verifyCode(app).status, status) << target << verifyCode(app).text;
-    expectRefused(kit, "a link leaves the bundle: Resources/out");
+    expectRefused(kit, "a link points out of the bundle: Resources/out");
     fs::remove_all(app);
   }
 }

@@ -149,7 +149,7 @@ def test_finds_wrong_metadata(tmp_path, image, change):
 def test_finds_a_package_where_nobody_looks(tmp_path, image):
     publish(tmp_path, image)
     (tmp_path / FOLDER).rename(tmp_path / "elsewhere")
-    assert "no installer looks" in verify(tmp_path).stderr
+    assert "no installer reads" in verify(tmp_path).stderr
 
 
 def test_finds_a_folder_without_metadata(tmp_path, image):
@@ -176,9 +176,9 @@ def test_finds_a_wrong_folder_with_or_without_metadata(tmp_path, image, folder):
     wrong = tmp_path / "desksuite/apps/default" / folder
     wrong.parent.mkdir(parents=True, exist_ok=True)
     (tmp_path / FOLDER).rename(wrong)
-    assert "no installer looks" in verify(tmp_path).stderr
+    assert "no installer reads" in verify(tmp_path).stderr
     (wrong / "meta.json").unlink()
-    assert "no installer looks" in verify(tmp_path).stderr
+    assert "no installer reads" in verify(tmp_path).stderr
 
 
 def test_finds_uneven_architectures(tmp_path, image, newer):
@@ -196,8 +196,8 @@ def test_finds_what_others_may_not_read(tmp_path, image):
     (tmp_path / FOLDER / "meta.json").chmod(0o640)
     checked = verify(tmp_path)
     assert checked.returncode == 1
-    assert f"{FOLDER.parent}: others may not enter it" in checked.stderr
-    assert f"{FOLDER}/meta.json: others may not read it" in checked.stderr
+    assert f"{FOLDER.parent}: other users can't enter it" in checked.stderr
+    assert f"{FOLDER}/meta.json: other users can't read it" in checked.stderr
 
 
 # The contents of the image.
@@ -245,7 +245,7 @@ def test_takes_names_hosts_and_identifiers_from_the_configuration(tmp_path, imag
     assert (tree / "desksuite/a/blue/brenna/mac/universal/dmg/gamma/meta.json").exists()
     assert "trustedDownloadDomains" in verify(tree).stderr
     # The release of the configuration is "beta".
-    assert "brenna: there is no package where the configuration looks" in verify(tree, "--configuration", path).stderr
+    assert "brenna: the place in the configuration has no package" in verify(tree, "--configuration", path).stderr
     sound = verify(tree, "--configuration", path, "--release", "gamma")
     assert (sound.returncode, sound.stderr) == (0, "")
     path = configuration(apps={"brenna": {"primaryBundleIdentifier": "com.other"}})
@@ -320,7 +320,7 @@ def test_leaves_the_old_or_the_new_package_whole_when_killed_at(tmp_path, image,
     tree, notes = tmp_path / "tree", tmp_path / "notes.json"
     call, version = KILLED_AT[place]
     assert publish_twice(tree, (image, newer), notes, child=meeting(call, KILL)).returncode < 0
-    assert "cut short" in holds_whole(tree, version).stderr
+    assert "left by an interrupted publication" in holds_whole(tree, version).stderr
     assert publish(tree, newer, version="2.2", notes=notes).returncode == 0
     assert holds_whole(tree, "2.2").stderr == ""
     assert (tree / FOLDER / "brenna-2.1.dmg").exists()
@@ -377,7 +377,7 @@ def test_verifies_what_a_link_leads_to(tmp_path, image):
     (tmp_path / "desksuite/loop").symlink_to("..")
     (folder.parent / "older").symlink_to("nowhere")
     problems = verify(tmp_path).stderr
-    assert "loop: the link leads back" in problems and "older: the link leads nowhere" in problems
+    assert "loop: the link leads to one of its own parent folders" in problems and "older: the link's target doesn't exist" in problems
 
 
 def test_follows_a_link_out_of_the_tree(tmp_path, image):
@@ -408,7 +408,7 @@ def test_refuses_to_touch_a_folder_that_is_no_publication(tmp_path, image, newer
     assert publish(tmp_path, image).returncode == 0
     (tmp_path / FOLDER / "mine").mkdir()
     done = publish(tmp_path, newer, version="2.2")
-    assert done.returncode == 1 and "none belongs there" in done.stderr
+    assert done.returncode == 1 and "is a folder instead of a file" in done.stderr
     assert (tmp_path / FOLDER / "mine").is_dir()
     assert verify(tmp_path).stdout.startswith("brenna universal 2.1: ")
 
@@ -529,7 +529,7 @@ def test_believes_no_authority_that_the_machine_does_not_name(team, tmp_path):
     done = verify(tmp_path / "tree", "--team", "QX7M4R2V9D")
     assert done.returncode == 1 and "the signature of brenna-2.1.dmg" in done.stderr
     for team_identifier in ('X" or true', 'X" or identifier "a'):
-        assert "is no team identifier" in verify(tmp_path / "tree", "--team", team_identifier).stderr
+        assert "isn't a team identifier" in verify(tmp_path / "tree", "--team", team_identifier).stderr
 
 
 def test_leaves_no_scratch_folder(team, tmp_path):
