@@ -239,6 +239,16 @@ def read_from(terminal):
         return b""
 
 
+def at_a_terminal(*words):
+    """The status and the lines on the screen."""
+    here, there = pty.openpty()
+    done = subprocess.run(words, stdout=there, stderr=there, stdin=subprocess.DEVNULL, start_new_session=True)
+    os.close(there)
+    screen = b"".join(iter(lambda: read_from(here), b""))
+    os.close(here)
+    return done.returncode, screen.decode().replace("\r\n", "\n").splitlines()
+
+
 def test_a_person_at_a_terminal_reads_one_line_an_app(installation):
     machine = installation("1.0")
     machine.install("--apps", "brenna")
@@ -249,28 +259,34 @@ def test_a_person_at_a_terminal_reads_one_line_an_app(installation):
         shutil.copy(KELO.with_name(script), scripts / script)
     (machine.packages / "rulo_installer.dmg").write_bytes(b"not what was promised")
 
-    def at_a_terminal(*words):
-        here, there = pty.openpty()
-        done = subprocess.run([scripts / "kelo", *words], stdout=there, stderr=there, stdin=subprocess.DEVNULL)
-        os.close(there)
-        screen = b"".join(iter(lambda: read_from(here), b""))
-        os.close(here)
-        return done.returncode, screen.decode().replace("\r\n", "\n").splitlines()
+    def kelo_says(*words):
+        return at_a_terminal(scripts / "kelo", *words)
 
-    assert at_a_terminal("--apps", "brenna,tolvi,rulo") == (1, [
+    assert kelo_says("--apps", "brenna,tolvi,rulo") == (1, [
         "Kelo Brenna: updated from 1.0, version 2.0", "Kelo Tolvi: installed, version 2.0",
         "Kelo Rulo: failed: Checksum verification failed for Kelo Rulo"])
-    assert at_a_terminal("--apps", "tolvi") == (0, ["Kelo Tolvi: current, version 2.0"])
-    assert at_a_terminal("--mode", "uninstall", "--apps", "tolvi,rulo") == (0, [
+    assert kelo_says("--apps", "tolvi") == (0, ["Kelo Tolvi: current, version 2.0"])
+    assert kelo_says("--mode", "uninstall", "--apps", "tolvi,rulo") == (0, [
         "Kelo Tolvi: uninstalled", "Kelo Rulo: already absent"])
-    assert at_a_terminal("run", "--action", "install", "--apps", "brenna,tolvi,rulo") == (1, [
+    assert kelo_says("run", "--action", "install", "--apps", "brenna,tolvi,rulo") == (1, [
         "Kelo Brenna: current, version 2.0", "Kelo Tolvi: installed, version 2.0", "Kelo Rulo: failed: VERIFY_FAILED"])
     machine.configuration(expiresOn={"offline": "2020-01-01"})
     note = "  note=A current installer is at https://www.kelo.example/desk/"
-    assert at_a_terminal("run", "--action", "update", "--apps", "brenna") == (2, [
+    assert kelo_says("run", "--action", "update", "--apps", "brenna") == (2, [
         "Kelo Brenna: failed, version 2.0: NOT_COMPATIBLE", note])
-    assert at_a_terminal("run", "--action", "uninstall", "--apps", "brenna,rulo") == (0, [
+    assert kelo_says("run", "--action", "uninstall", "--apps", "brenna,rulo") == (0, [
         "Kelo Brenna: uninstalled", "Kelo Rulo: already absent", note])
+
+
+@pytest.mark.parametrize("event, said", [
+    ({"type": "done", "results": [{"type": "app-result", "app": "tolvi", "status": "cancelled"}]}, "Kelo Tolvi: cancelled"),
+    ({"type": "log"}, "kelo: the engine gave no result")])
+def test_a_person_who_interrupts_a_run_still_reads_its_result(bundle, event, said):
+    answers(bundle, app("tolvi"))
+    (bundle / "MacOS/engine-cli").write_text(
+        '#!/bin/sh\n[ "$1" = run ] || { cat "$0.$1"; exit; }\ntrap \'cat "$0.run"; exit 2\' INT\nkill -INT 0\n')
+    (bundle / "MacOS/engine-cli.run").write_text(json.dumps(event, separators=(",", ":")) + "\n")
+    assert at_a_terminal(bundle / "Resources/bin/kelo", "run", "--action", "install", "--apps", "tolvi") == (2, [said])
 
 
 def test_it_knows_every_option_and_app(bundle):
