@@ -1,10 +1,7 @@
 // host-calls ROOT copy FROM TO | remove PATH | digest FILE | log THREADS LINES | events COUNT: runs one of
-// the engine's calls and prints "peak N kB" on standard error. bench.py compares the figures with those of
-// other programs.
+// the engine's calls. bench.py compares it with other programs.
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -59,17 +56,6 @@ bool run(const std::vector<std::string>& words) {
   return false;
 }
 
-// The peak of this program's memory. getrusage also counts the process's memory before its exec.
-std::string peakKilobytes() {
-  std::ifstream status{"/proc/self/status"};
-  for (std::string word; status >> word;) {
-    if (word != "VmHWM:") continue;
-    status >> word;
-    return word;
-  }
-  return "0";
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -82,7 +68,6 @@ int main(int argc, char** argv) {
   LinuxHost host{settings, std::nullopt};
   installMachine(&host.machine());
   const bool done = run({argv + 2, argv + argc});
-  std::fprintf(stderr, "peak %s kB\n", peakKilobytes().c_str());
   std::fflush(nullptr);
   std::_Exit(done ? 0 : 1);
 }

@@ -1,9 +1,7 @@
-// url-session-fetch ROOT AUTHORITY HOST=ADDRESS URL: downloads once through the host's URL session and prints
-// "seconds bytes peak-kilobytes". bench.py compares the figures with curl's.
-#include <chrono>
+// url-session-fetch ROOT AUTHORITY HOST=ADDRESS URL: downloads once through the host's URL session.
+// bench.py compares it with curl.
 #include <cstdio>
 #include <filesystem>
-#include <sys/resource.h>
 
 #include "Base/Mutex.h"
 #include "Base/POSIX/LinuxHostSettings.h"
@@ -15,10 +13,6 @@ using namespace installer;
 
 class Taker : public URLSessionDelegate {
  public:
-  void didFinishDownloadingTo(const std::shared_ptr<URLSessionTask>& /*task*/,
-                              const Path& location) override {
-    bytes = std::filesystem::file_size(location);
-  }
   void didCompleteWithError(const std::shared_ptr<URLSessionTask>& /*task*/,
                             const std::optional<Error>& failure) override {
     const MutexLock guard{mutex_};
@@ -31,7 +25,6 @@ class Taker : public URLSessionDelegate {
     while (!isDone_) done_.wait(mutex_);
   }
 
-  std::uintmax_t bytes = 0;
   std::optional<Error> error;
 
  private:
@@ -39,12 +32,6 @@ class Taker : public URLSessionDelegate {
   Condition done_;
   bool isDone_ GUARDED_BY(mutex_) = false;
 };
-
-long peakKilobytes() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return usage.ru_maxrss;
-}
 
 }  // namespace
 
@@ -65,14 +52,11 @@ int main(int argc, char** argv) {
   const auto sessions = makeLinuxURLSessions(settings);
   const auto taker = std::make_shared<Taker>();
   const auto session = sessions->make(taker);
-  const auto start = std::chrono::steady_clock::now();
   session->downloadTask(*url)->resume();
   taker->wait();
-  const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
   if (taker->error) {
     std::fprintf(stderr, "%s\n", taker->error->localizedDescription.c_str());
     return 1;
   }
-  std::printf("%.4f %ju %ld\n", elapsed.count(), taker->bytes, peakKilobytes());
   return 0;
 }
