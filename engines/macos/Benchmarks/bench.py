@@ -334,7 +334,8 @@ def table(rows, last):
         beside = f"{row['beside']:.3f} s" if "beside" in row else ""
         memory = f"{row['peak'] / 1024:.0f} MB"
         previous = f"{last[row['row']]:.2f}" if row["row"] in last else ""
-        cells = (row["row"], f"{row['seconds']:.3f} s", beside, ratio, shown("goal", ".2f"), shown("processorRatio", ".2f"), memory, previous)
+        cells = (row["row"], f"{row['seconds']:.3f} s", beside, ratio, shown("goal", ".2f"), shown("processorRatio", ".2f"), memory,
+                 previous)
         lines.append("| " + " | ".join(cells) + " |")
     return "\n".join(lines)
 
