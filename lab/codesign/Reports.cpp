@@ -1,16 +1,10 @@
 #include "Reports.h"
 
-#include <fmt/chrono.h>
-
 #include "Base/Text.h"
 
 namespace lab {
 
 namespace {
-
-std::string showTime(std::chrono::sys_seconds time) {
-  return fmt::format("{:%Y-%m-%d %H:%M:%S} UTC", fmt::gmtime(std::chrono::system_clock::to_time_t(time)));
-}
 
 std::string trust(const CodeFacts& facts) {
   if (facts.isAdHoc()) return "none (ad hoc: no signer)";

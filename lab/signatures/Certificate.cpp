@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
+#include <fmt/chrono.h>
 #include <openssl/bio.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
@@ -170,6 +171,10 @@ std::chrono::sys_seconds Certificate::notBefore() const {
 
 std::chrono::sys_seconds Certificate::notAfter() const {
   return timeOfASN1(X509_get0_notAfter(handle_.get()));
+}
+
+std::string showTime(std::chrono::sys_seconds time) {
+  return fmt::format("{:%Y-%m-%d %H:%M:%S} UTC", fmt::gmtime(std::chrono::system_clock::to_time_t(time)));
 }
 
 }  // namespace lab

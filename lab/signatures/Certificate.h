@@ -50,4 +50,7 @@ class Certificate {
   std::shared_ptr<x509_st> handle_;
 };
 
+// As "2026-01-31 12:00:00 UTC".
+std::string showTime(std::chrono::sys_seconds time);
+
 }  // namespace lab

@@ -1,7 +1,6 @@
 #include "SigningIdentity.h"
 
 #include <algorithm>
-#include <fmt/chrono.h>
 #include <openssl/err.h>
 #include <openssl/pkcs12.h>
 #include <openssl/provider.h>
@@ -49,10 +48,6 @@ std::string issuerName(const X509Pointer& certificate) {
 std::unexpected<Failure> lacksIssuer(const X509Pointer& certificate) {
   return refuse("the identity lacks the certificate \"{}\", which issued \"{}\"", issuerName(certificate),
                 parsed(certificate).displayName());
-}
-
-std::string showTime(std::chrono::sys_seconds time) {
-  return fmt::format("{:%Y-%m-%d %H:%M:%S} UTC", fmt::gmtime(std::chrono::system_clock::to_time_t(time)));
 }
 
 }  // namespace
