@@ -319,4 +319,6 @@ extern NSString* const NSURLSessionDownloadTaskResumeData;
 - (NSAppleEventDescriptor*)executeAndReturnError:(NSDictionary**)errorInfo;
 @end
 
-static inline const void* CFBridgingRetain(id object) { return (__bridge_retained const void*)object; }
+static inline const void* CFBridgingRetain(id object) {
+  return (__bridge_retained const void*)object;
+}

@@ -2,8 +2,8 @@
 // object exists.
 #import <Carbon/Carbon.h>
 #import <Foundation/Foundation.h>
-
 #include <nlohmann/json.hpp>
+
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
 

@@ -30,6 +30,8 @@ class DarwinBundles final : public Bundles {
 
 }  // namespace
 
-std::unique_ptr<Bundles> makeBundles() { return std::make_unique<DarwinBundles>(); }
+std::unique_ptr<Bundles> makeBundles() {
+  return std::make_unique<DarwinBundles>();
+}
 
 }  // namespace installer::darwin

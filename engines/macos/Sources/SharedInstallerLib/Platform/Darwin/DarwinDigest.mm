@@ -1,6 +1,5 @@
 // `Digest` on CommonCrypto.
 #include <CommonCrypto/CommonDigest.h>
-
 #include <algorithm>
 #include <limits>
 
@@ -40,6 +39,8 @@ class DarwinDigest final : public Digest {
 
 }  // namespace
 
-std::unique_ptr<Digest> makeDigest() { return std::make_unique<DarwinDigest>(); }
+std::unique_ptr<Digest> makeDigest() {
+  return std::make_unique<DarwinDigest>();
+}
 
 }  // namespace installer::darwin

@@ -1,9 +1,7 @@
 // `Dispatch` on Grand Central Dispatch, NSRunLoop and NSThread.
 #import <Foundation/Foundation.h>
-
-#include <dispatch/dispatch.h>
-
 #include <algorithm>
+#include <dispatch/dispatch.h>
 
 #include "Base/Mutex.h"
 #include "Platform/Darwin/DarwinServices.h"
@@ -14,12 +12,9 @@ namespace {
 
 qos_class_t qosClass(QualityOfService quality) {
   switch (quality) {
-    case QualityOfService::utility:
-      return QOS_CLASS_UTILITY;
-    case QualityOfService::userInitiated:
-      return QOS_CLASS_USER_INITIATED;
-    case QualityOfService::standard:
-      return QOS_CLASS_DEFAULT;
+    case QualityOfService::utility: return QOS_CLASS_UTILITY;
+    case QualityOfService::userInitiated: return QOS_CLASS_USER_INITIATED;
+    case QualityOfService::standard: return QOS_CLASS_DEFAULT;
   }
 }
 
@@ -30,7 +25,9 @@ std::int64_t nanoseconds(Duration duration) {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(std::min(duration, longest)).count();
 }
 
-dispatch_time_t fromNow(Duration delay) { return dispatch_time(DISPATCH_TIME_NOW, nanoseconds(delay)); }
+dispatch_time_t fromNow(Duration delay) {
+  return dispatch_time(DISPATCH_TIME_NOW, nanoseconds(delay));
+}
 
 // Runs `work` in an autorelease pool, so that its autoreleased objects are released when it ends.
 dispatch_block_t pooled(Work work) {
@@ -161,6 +158,8 @@ class DarwinDispatch final : public Dispatch {
 
 }  // namespace
 
-std::unique_ptr<Dispatch> makeDispatch() { return std::make_unique<DarwinDispatch>(); }
+std::unique_ptr<Dispatch> makeDispatch() {
+  return std::make_unique<DarwinDispatch>();
+}
 
 }  // namespace installer::darwin

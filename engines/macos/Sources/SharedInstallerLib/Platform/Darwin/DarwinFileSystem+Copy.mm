@@ -1,6 +1,5 @@
-#include <fcntl.h>
-
 #include <cerrno>
+#include <fcntl.h>
 
 #include "Base/POSIX/FileTree.h"
 #include "Base/POSIX/StagedCopy.h"

@@ -1,7 +1,6 @@
+#include <algorithm>
 #include <fcntl.h>
 #include <limits.h>
-
-#include <algorithm>
 
 #include "Base/POSIX/FileTree.h"
 #import "Platform/Darwin/DarwinFileSystem.h"
@@ -53,7 +52,9 @@ Path below(const Path& top, const Path& path, NSUInteger level) {
   return start < path.size() ? joined(top, path.substr(start + 1)) : top;
 }
 
-NSUInteger namesIn(const Path& path) { return static_cast<NSUInteger>(std::ranges::count(path, '/')); }
+NSUInteger namesIn(const Path& path) {
+  return static_cast<NSUInteger>(std::ranges::count(path, '/'));
+}
 
 NSDirectoryEnumerator<NSURL*>* entriesBelow(NSURL* url, HiddenEntries hidden,
                                             BOOL (^onError)(NSURL*, NSError*)) {

@@ -1,8 +1,7 @@
 #import "Platform/Darwin/DarwinFileSystem.h"
 
-#include <fcntl.h>
-
 #include <cerrno>
+#include <fcntl.h>
 
 #include "Base/POSIX/FileTree.h"
 #import "Platform/Darwin/DarwinFoundation.h"
@@ -55,7 +54,9 @@ NSFileHandle* readingHandle(const Path& path) {
 
 }  // namespace
 
-NSFileManager* manager() { return [NSFileManager defaultManager]; }
+NSFileManager* manager() {
+  return [NSFileManager defaultManager];
+}
 
 NSString* nameOf(const Path& path) {
   const auto usable = usablePath(path);
@@ -181,7 +182,9 @@ Result<std::unique_ptr<FileAppender>> DarwinFileSystem::openForAppending(const P
   return std::make_unique<Appender>(std::move(file), path);
 }
 
-Result<std::unique_ptr<FileLock>> DarwinFileSystem::tryLock(const Path& path) { return tryFlock(path); }
+Result<std::unique_ptr<FileLock>> DarwinFileSystem::tryLock(const Path& path) {
+  return tryFlock(path);
+}
 
 std::optional<std::int64_t> DarwinFileSystem::volumeAvailableCapacity(const Path& path) {
   @autoreleasepool {
@@ -200,6 +203,8 @@ std::optional<std::int64_t> DarwinFileSystem::fileSystemFreeSize(const Path& pat
   }
 }
 
-std::unique_ptr<FileSystem> makeFileSystem() { return std::make_unique<DarwinFileSystem>(); }
+std::unique_ptr<FileSystem> makeFileSystem() {
+  return std::make_unique<DarwinFileSystem>();
+}
 
 }  // namespace installer::darwin

@@ -2,7 +2,6 @@
 #pragma once
 
 #import <Foundation/Foundation.h>
-
 #include <string>
 #include <string_view>
 
@@ -25,7 +24,9 @@ NSURL* fileURL(std::string_view path);
 // Domain, code and localised description unchanged, and a download's resume data. A nil error, which a failed
 // method may leave, gives an unknown error of Cocoa's domain.
 Error error(NSError* error);
-inline std::unexpected<Error> failed(NSError* given) { return std::unexpected(error(given)); }
+inline std::unexpected<Error> failed(NSError* given) {
+  return std::unexpected(error(given));
+}
 
 // A property-list value. A value without a counterpart in JSON, or nested deeper than 512 levels, is null.
 Json json(id value);

@@ -51,7 +51,9 @@ std::string text(NSString* string) {
   return bytes([string dataUsingEncoding:NSUTF8StringEncoding allowLossyConversion:YES]);
 }
 
-NSData* nsData(std::string_view bytes) { return [NSData dataWithBytes:bytes.data() length:bytes.size()]; }
+NSData* nsData(std::string_view bytes) {
+  return [NSData dataWithBytes:bytes.data() length:bytes.size()];
+}
 
 std::string bytes(NSData* data) {
   if (data == nil || data.length == 0) return {};
@@ -79,6 +81,8 @@ Error error(NSError* given) {
   return translated;
 }
 
-Json json(id value) { return jsonAtDepth(value, 0); }
+Json json(id value) {
+  return jsonAtDepth(value, 0);
+}
 
 }  // namespace installer::darwin

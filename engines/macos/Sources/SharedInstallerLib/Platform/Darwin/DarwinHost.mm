@@ -48,7 +48,9 @@ DarwinHost::DarwinHost() {
 
 DarwinHost::~DarwinHost() = default;
 
-Machine& DarwinHost::machine() { return services_->machine; }
+Machine& DarwinHost::machine() {
+  return services_->machine;
+}
 
 Machine& makeHostMachine() {
   openMissingStreams();

@@ -1,10 +1,8 @@
 // `ProcessLauncher` on NSTask. Its pipes are read while the program runs, so long output never blocks it.
 #import <Foundation/Foundation.h>
-
+#include <cerrno>
 #include <fcntl.h>
 #include <signal.h>
-
-#include <cerrno>
 
 #include "Base/POSIX/FileErrors.h"
 #include "Base/POSIX/OutputDrain.h"
@@ -144,6 +142,8 @@ class DarwinProcessLauncher final : public ProcessLauncher {
 
 }  // namespace
 
-std::unique_ptr<ProcessLauncher> makeProcessLauncher() { return std::make_unique<DarwinProcessLauncher>(); }
+std::unique_ptr<ProcessLauncher> makeProcessLauncher() {
+  return std::make_unique<DarwinProcessLauncher>();
+}
 
 }  // namespace installer::darwin

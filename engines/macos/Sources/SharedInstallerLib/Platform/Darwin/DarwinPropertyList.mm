@@ -1,8 +1,6 @@
 // `PropertyList` on NSPropertyListSerialization.
 #import <Foundation/Foundation.h>
-
 #include <algorithm>
-
 #include <nlohmann/json.hpp>
 
 #include "Base/POSIX/PropertyListBounds.h"
@@ -66,6 +64,8 @@ class DarwinPropertyList final : public PropertyList {
 
 }  // namespace
 
-std::unique_ptr<PropertyList> makePropertyList() { return std::make_unique<DarwinPropertyList>(); }
+std::unique_ptr<PropertyList> makePropertyList() {
+  return std::make_unique<DarwinPropertyList>();
+}
 
 }  // namespace installer::darwin

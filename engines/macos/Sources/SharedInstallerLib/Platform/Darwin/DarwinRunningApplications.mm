@@ -1,9 +1,7 @@
 // `RunningApplications` on NSRunningApplication.
 #import <AppKit/AppKit.h>
-
-#include <signal.h>
-
 #include <cerrno>
+#include <signal.h>
 
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"

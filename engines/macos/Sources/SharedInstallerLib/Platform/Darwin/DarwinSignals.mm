@@ -1,9 +1,8 @@
 // `Signals` on dispatch sources.
-#include <dispatch/dispatch.h>
-#include <signal.h>
-
 #include <array>
 #include <cerrno>
+#include <dispatch/dispatch.h>
+#include <signal.h>
 #include <vector>
 
 #include "Platform/Darwin/DarwinServices.h"
@@ -65,6 +64,8 @@ class DarwinSignals final : public Signals {
 
 }  // namespace
 
-std::unique_ptr<Signals> makeSignals() { return std::make_unique<DarwinSignals>(); }
+std::unique_ptr<Signals> makeSignals() {
+  return std::make_unique<DarwinSignals>();
+}
 
 }  // namespace installer::darwin

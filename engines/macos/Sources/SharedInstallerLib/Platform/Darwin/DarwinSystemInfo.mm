@@ -1,6 +1,5 @@
 // `SystemInfo` and `SystemPaths`, from system calls and fixed paths.
 #import <Foundation/Foundation.h>
-
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -33,7 +32,9 @@ class DarwinSystemInfo final : public SystemInfo {
 
 }  // namespace
 
-std::unique_ptr<SystemInfo> makeSystemInfo() { return std::make_unique<DarwinSystemInfo>(); }
+std::unique_ptr<SystemInfo> makeSystemInfo() {
+  return std::make_unique<DarwinSystemInfo>();
+}
 
 SystemPaths systemPaths() {
   @autoreleasepool {

@@ -181,6 +181,8 @@ class DarwinURLSessions final : public URLSessions {
 
 }  // namespace
 
-std::unique_ptr<URLSessions> makeURLSessions() { return std::make_unique<DarwinURLSessions>(); }
+std::unique_ptr<URLSessions> makeURLSessions() {
+  return std::make_unique<DarwinURLSessions>();
+}
 
 }  // namespace installer::darwin

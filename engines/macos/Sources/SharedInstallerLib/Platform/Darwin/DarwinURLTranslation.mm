@@ -17,10 +17,8 @@ URL urlOf(NSURL* given) {
 
 static NSURLRequestCachePolicy policyOf(CachePolicy policy) {
   switch (policy) {
-    case CachePolicy::protocolDefault:
-      return NSURLRequestUseProtocolCachePolicy;
-    case CachePolicy::reloadIgnoringLocalCacheData:
-      return NSURLRequestReloadIgnoringLocalCacheData;
+    case CachePolicy::protocolDefault: return NSURLRequestUseProtocolCachePolicy;
+    case CachePolicy::reloadIgnoringLocalCacheData: return NSURLRequestReloadIgnoringLocalCacheData;
     case CachePolicy::reloadIgnoringLocalAndRemoteCacheData:
       return NSURLRequestReloadIgnoringLocalAndRemoteCacheData;
   }

@@ -33,6 +33,8 @@ class DarwinWorkspace final : public Workspace {
 
 }  // namespace
 
-std::unique_ptr<Workspace> makeWorkspace() { return std::make_unique<DarwinWorkspace>(); }
+std::unique_ptr<Workspace> makeWorkspace() {
+  return std::make_unique<DarwinWorkspace>();
+}
 
 }  // namespace installer::darwin
