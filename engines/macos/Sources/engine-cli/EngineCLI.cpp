@@ -1,6 +1,7 @@
 #include "EngineCLI.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
 
 #include "Models/AppConstants.h"
@@ -13,6 +14,7 @@
 namespace installer {
 
 std::int32_t runEngineCLI(const std::vector<std::string>& argv) {
+  assert(machine().dispatch.isMainThread());
   log("engine-cli launching — {} {}", AppConstants::Brand::installerName,
       machine().systemInfo.operatingSystemVersionString());
   // Flushed first, because the exit with the usage text doesn't wait for the log.

@@ -1,6 +1,7 @@
 // The list of apps: the next app, the report of each result, and cancels.
 #include "Installer/InstallOrchestrator.h"
 
+#include <cassert>
 #include <cstdio>
 #include <cstdlib>
 #include <fmt/format.h>
@@ -44,6 +45,11 @@ AppInstallResult acquisitionFailure(const AppInfo& app, const AcquisitionError& 
 }
 
 }  // namespace
+
+void InstallOrchestrator::setDelegate(std::weak_ptr<InstallOrchestratorDelegate> delegate) {
+  assert(machine().dispatch.isMainThread());
+  delegate_ = std::move(delegate);
+}
 
 void InstallOrchestrator::startInstallation(std::vector<AppInfo> apps) {
   if (apps.empty()) return;

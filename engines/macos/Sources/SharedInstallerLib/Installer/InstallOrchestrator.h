@@ -28,7 +28,7 @@ class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestra
   explicit InstallOrchestrator(std::shared_ptr<PackageProvider> provider) : provider_{std::move(provider)} {}
 
   // Main thread, between construction and start. The reference is weak.
-  void setDelegate(std::weak_ptr<InstallOrchestratorDelegate> delegate) { delegate_ = std::move(delegate); }
+  void setDelegate(std::weak_ptr<InstallOrchestratorDelegate> delegate);
 
   bool isOfflineMode() const { return provider_->isOfflineMode(); }
 

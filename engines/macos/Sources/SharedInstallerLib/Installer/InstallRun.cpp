@@ -1,5 +1,6 @@
 #include "Installer/InstallRun.h"
 
+#include <cassert>
 #include <utility>
 
 #include "Installer/InstallOrchestrator.h"
@@ -31,6 +32,7 @@ InstallRun::InstallRun(const std::shared_ptr<PackageProvider>& provider,
 }
 
 InstallRun::End InstallRun::run(const std::vector<AppInfo>& apps) {
+  assert(machine().dispatch.isMainThread());
   orchestrator_->startInstallation(apps);
   while (!delegate_->isFinished()) {
     if (machine().dispatch.now() >= delegate_->lastActivity() + kIdleLimit) return End::idle;
@@ -40,10 +42,12 @@ InstallRun::End InstallRun::run(const std::vector<AppInfo>& apps) {
 }
 
 void InstallRun::cancelInstallation() {
+  assert(machine().dispatch.isMainThread());
   orchestrator_->cancelInstallation();
 }
 
 void InstallRun::cancelApp(AppIdentifier app) {
+  assert(machine().dispatch.isMainThread());
   orchestrator_->cancelApp(app);
 }
 

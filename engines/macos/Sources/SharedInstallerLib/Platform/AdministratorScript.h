@@ -15,7 +15,7 @@ namespace installer {
 // user dismissed the prompt. Other keys are for the log.
 using ScriptErrorDictionary = std::optional<Json>;
 
-// One compiled script object. Main thread only.
+// One compiled script object. One thread at a time; on macOS the main thread only.
 class AdministratorScript {
  public:
   static constexpr const char* kErrorNumberKey = "NSAppleScriptErrorNumber";

@@ -2,6 +2,7 @@
 // object exists.
 #import <Carbon/Carbon.h>
 #import <Foundation/Foundation.h>
+#include <cassert>
 #include <nlohmann/json.hpp>
 
 #import "Platform/Darwin/DarwinFoundation.h"
@@ -50,6 +51,7 @@ class DarwinAdministratorScript final : public AdministratorScript {
 
   std::expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
                                                                  const std::string& argument) override {
+    assert([NSThread isMainThread]);
     @autoreleasepool {
       NSString* handler = nsString(name);
       NSString* command = nsString(argument);
@@ -63,6 +65,7 @@ class DarwinAdministratorScript final : public AdministratorScript {
   }
 
   ScriptErrorDictionary execute() override {
+    assert([NSThread isMainThread]);
     @autoreleasepool {
       NSDictionary* problem = nil;
       [script_ executeAndReturnError:&problem];

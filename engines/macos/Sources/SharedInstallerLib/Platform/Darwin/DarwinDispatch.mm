@@ -1,6 +1,7 @@
 // `Dispatch` on Grand Central Dispatch, NSRunLoop and NSThread.
 #import <Foundation/Foundation.h>
 #include <algorithm>
+#include <cassert>
 #include <dispatch/dispatch.h>
 
 #include "Base/Mutex.h"
@@ -117,6 +118,7 @@ class DarwinDispatch final : public Dispatch {
   }
 
   void syncMain(const Work& work) override {
+    assert(!isMainThread());
     const Work* const borrowed = &work;
     dispatch_sync(dispatch_get_main_queue(), ^{
       @autoreleasepool {
@@ -126,6 +128,7 @@ class DarwinDispatch final : public Dispatch {
   }
 
   void runMainLoop(Duration slice) override {
+    assert(isMainThread());
     @autoreleasepool {
       [[NSRunLoop mainRunLoop] runUntilDate:[NSDate dateWithTimeIntervalSinceNow:slice.count()]];
     }

@@ -1,5 +1,7 @@
 // `Signals` on dispatch sources.
+#import <Foundation/Foundation.h>
 #include <array>
+#include <cassert>
 #include <cerrno>
 #include <dispatch/dispatch.h>
 #include <signal.h>
@@ -35,6 +37,7 @@ bool isIgnored(int number) {
 class DarwinSignals final : public Signals {
  public:
   void onTerminationRequest(Work handler) override {
+    assert([NSThread isMainThread]);
     for (const int number : kRequests) {
       // A signal that the parent process ignored stays ignored.
       if (!isIgnored(number)) listen(number, handler);
