@@ -5,7 +5,6 @@
 #include "Base/POSIX/StagedCopy.h"
 #import "Platform/Darwin/DarwinFileSystem.h"
 #import "Platform/Darwin/DarwinFoundation.h"
-#include "Platform/POSIX/POSIXFileSystem.h"
 
 namespace installer::darwin {
 
@@ -45,11 +44,6 @@ Result<> DarwinFileSystem::copyItem(const Path& source, const Path& destination)
     }
     return copyStaged(from, *to);
   }
-}
-
-// NSFileManager's move isn't used: across volumes it copies to the destination item by item.
-Result<> DarwinFileSystem::moveItem(const Path& source, const Path& destination) {
-  return moveByRename(*this, source, destination);
 }
 
 }  // namespace installer::darwin

@@ -1,19 +1,19 @@
 // `FileSystem` on NSFileManager, NSFileHandle and URL resource values. A path that isn't text is refused, so
 // that no conversion gives another path.
 //
-// DarwinFileSystem.mm has the queries and reads and writes whole files, +Copy copies and moves, +Remove
-// removes, +Walk lists and enumerates. Objective-C++ only.
+// DarwinFileSystem.mm has the queries and reads and writes whole files, +Copy copies, +Remove removes, +Walk
+// lists and enumerates. Objective-C++ only.
 #pragma once
 
 #import <Foundation/Foundation.h>
 
 #include "Base/POSIX/FileErrors.h"
-#include "Platform/FileSystem.h"
+#include "Platform/POSIX/POSIXFileSystem.h"
 
 namespace installer::darwin {
 
 // Holds no state: any number may exist, on any thread.
-class DarwinFileSystem final : public FileSystem {
+class DarwinFileSystem final : public POSIXFileSystem {
  public:
   bool fileExists(const Path& path) override;
   bool directoryExists(const Path& path) override;
@@ -24,9 +24,7 @@ class DarwinFileSystem final : public FileSystem {
   [[nodiscard]] Result<FileAttributes> attributes(const Path& path) override;
 
   [[nodiscard]] Result<> copyItem(const Path& source, const Path& destination) override;
-  [[nodiscard]] Result<> moveItem(const Path& source, const Path& destination) override;
   [[nodiscard]] Result<> removeItem(const Path& path) override;
-  [[nodiscard]] Result<std::unique_ptr<FileLock>> tryLock(const Path& path) override;
   bool clearLeftovers(const Path& path) override;
   [[nodiscard]] Result<> createDirectory(const Path& path, Intermediates intermediates) override;
 
@@ -34,7 +32,6 @@ class DarwinFileSystem final : public FileSystem {
   [[nodiscard]] Result<> writeFile(const Path& path, std::string_view bytes) override;
 
   [[nodiscard]] Result<std::unique_ptr<FileReader>> openForReading(const Path& path) override;
-  [[nodiscard]] Result<std::unique_ptr<FileAppender>> openForAppending(const Path& path) override;
 
   bool enumerate(const Path& top, HiddenEntries hidden, const Visitor& visit,
                  const ErrorHandler& onError) override;

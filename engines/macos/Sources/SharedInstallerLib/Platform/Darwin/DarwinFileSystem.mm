@@ -6,7 +6,6 @@
 #include "Base/POSIX/FileTree.h"
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
-#include "Platform/POSIX/POSIXFileSystem.h"
 
 namespace installer::darwin {
 
@@ -27,22 +26,6 @@ class Reader final : public FileReader {
 
  private:
   NSFileHandle* handle_;
-};
-
-// Plain POSIX: NSFileHandle can't append in one step.
-class Appender final : public FileAppender {
- public:
-  Appender(FileDescriptor file, Path path) : file_{std::move(file)}, path_{std::move(path)} {}
-
-  Result<> write(std::string_view bytes) override {
-    if (!writeAll(file_.get(), bytes)) return fileFailure(FileAccess::write, errno, path_, "written");
-    return {};
-  }
-  Result<FileAttributes> attributes() override { return attributesOf(file_.get(), path_); }
-
- private:
-  FileDescriptor file_;
-  Path path_;
 };
 
 // Nil with errno set.
@@ -173,17 +156,6 @@ Result<std::unique_ptr<FileReader>> DarwinFileSystem::openForReading(const Path&
     if (handle == nil) return fileFailure(FileAccess::read, errno, path, "opened");
     return std::make_unique<Reader>(handle);
   }
-}
-
-Result<std::unique_ptr<FileAppender>> DarwinFileSystem::openForAppending(const Path& path) {
-  const auto usable = usablePath(path);
-  FileDescriptor file{usable ? open(usable->c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NONBLOCK) : -1};
-  if (!file) return fileFailure(FileAccess::write, errno, path, "opened");
-  return std::make_unique<Appender>(std::move(file), path);
-}
-
-Result<std::unique_ptr<FileLock>> DarwinFileSystem::tryLock(const Path& path) {
-  return tryFlock(path);
 }
 
 std::optional<std::int64_t> DarwinFileSystem::volumeAvailableCapacity(const Path& path) {

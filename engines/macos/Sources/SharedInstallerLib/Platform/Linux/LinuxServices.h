@@ -11,7 +11,7 @@
 #include "Platform/AdministratorScript.h"
 #include "Platform/Bundles.h"
 #include "Platform/Digest.h"
-#include "Platform/FileSystem.h"
+#include "Platform/POSIX/POSIXFileSystem.h"
 #include "Platform/ProcessLauncher.h"
 #include "Platform/PropertyList.h"
 #include "Platform/RunningApplications.h"
@@ -68,9 +68,9 @@ class LinuxWorkspace : public Workspace {
 // Files and volumes by system calls. Trees are walked by descriptor, because a path could be replaced by a
 // link meanwhile. A path with a NUL is refused, because system calls would cut it there.
 //
-// LinuxFileSystem.cpp has the queries and reads and writes whole files, +Copy copies and moves, +Remove
-// removes, +Walk lists and enumerates.
-class LinuxFileSystem : public FileSystem {
+// LinuxFileSystem.cpp has the queries and reads and writes whole files, +Copy copies, +Remove removes, +Walk
+// lists and enumerates.
+class LinuxFileSystem : public POSIXFileSystem {
  public:
   bool fileExists(const Path& path) override;
   bool directoryExists(const Path& path) override;
@@ -83,9 +83,7 @@ class LinuxFileSystem : public FileSystem {
   // The hidden sibling is ".{name}.kelo-copy-{pid}". Permission bits are kept, but never set-id bits: a copy
   // belongs to the user who made it. Sockets, pipes and devices are refused.
   [[nodiscard]] Result<> copyItem(const Path& source, const Path& destination) override;
-  [[nodiscard]] Result<> moveItem(const Path& source, const Path& destination) override;
   [[nodiscard]] Result<> removeItem(const Path& path) override;
-  [[nodiscard]] Result<std::unique_ptr<FileLock>> tryLock(const Path& path) override;
   bool clearLeftovers(const Path& path) override;
   [[nodiscard]] Result<> createDirectory(const Path& path, Intermediates intermediates) override;
 
@@ -94,7 +92,6 @@ class LinuxFileSystem : public FileSystem {
   [[nodiscard]] Result<> writeFile(const Path& path, std::string_view bytes) override;
 
   [[nodiscard]] Result<std::unique_ptr<FileReader>> openForReading(const Path& path) override;
-  [[nodiscard]] Result<std::unique_ptr<FileAppender>> openForAppending(const Path& path) override;
 
   bool enumerate(const Path& top, HiddenEntries hidden, const Visitor& visit,
                  const ErrorHandler& onError) override;

@@ -12,6 +12,28 @@ namespace installer {
 
 namespace {
 
+class Appender final : public FileAppender {
+ public:
+  Appender(FileDescriptor file, Path path) : file_{std::move(file)}, path_{std::move(path)} {}
+
+  Result<> write(std::string_view bytes) override {
+    // One call: the kernel seeks to the end and writes in one step. Only a full volume or a signal makes the
+    // write short.
+    if (!writeAll(file_.get(), bytes)) return fileFailure(FileAccess::write, errno, path_, "written");
+    return {};
+  }
+
+  Result<FileAttributes> attributes() override {
+    struct stat status{};
+    if (::fstat(file_.get(), &status) != 0) return fileFailure(FileAccess::read, errno, path_, "examined");
+    return FileAttributes{.size = status.st_size, .identity = identityOf(status)};
+  }
+
+ private:
+  FileDescriptor file_;
+  Path path_;
+};
+
 class DescriptorLock final : public FileLock {
  public:
   explicit DescriptorLock(ItemLock lock) : lock_{std::move(lock)} {}
@@ -27,19 +49,7 @@ FileIdentity identityOf(const struct stat& status) {
           .number = static_cast<std::uint64_t>(status.st_ino)};
 }
 
-Result<FileAttributes> attributesOf(int descriptor, const Path& path) {
-  struct stat status{};
-  if (::fstat(descriptor, &status) != 0) return fileFailure(FileAccess::read, errno, path, "examined");
-  return FileAttributes{.size = status.st_size, .identity = identityOf(status)};
-}
-
-Result<std::unique_ptr<FileLock>> tryFlock(const Path& path) {
-  if (auto lock = ItemLock::tryTake(path)) return std::make_unique<DescriptorLock>(*std::move(lock));
-  if (errno == EWOULDBLOCK) return nullptr;
-  return fileFailure(FileAccess::read, errno, path, "locked");
-}
-
-Result<> moveByRename(FileSystem& files, const Path& source, const Path& destination) {
+Result<> POSIXFileSystem::moveItem(const Path& source, const Path& destination) {
   constexpr auto moved = "moved";
   const auto from = usablePath(source);
   if (!from) return fileFailure(FileAccess::write, errno, source, moved);
@@ -49,9 +59,22 @@ Result<> moveByRename(FileSystem& files, const Path& source, const Path& destina
   if (errno != EXDEV) {
     return fileFailure(FileAccess::write, errno, errno == EEXIST ? destination : source, moved);
   }
-  if (auto made = files.copyItem(source, destination); !made) return made;
+  if (auto made = copyItem(source, destination); !made) return made;
   // The copy stays even if the removal of the original fails: it may be the only complete one.
-  return files.removeItem(source);
+  return removeItem(source);
+}
+
+Result<std::unique_ptr<FileAppender>> POSIXFileSystem::openForAppending(const Path& path) {
+  const auto usable = usablePath(path);
+  FileDescriptor file{usable ? ::open(usable->c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NONBLOCK) : -1};
+  if (!file) return fileFailure(FileAccess::write, errno, path, "opened");
+  return std::make_unique<Appender>(std::move(file), path);
+}
+
+Result<std::unique_ptr<FileLock>> POSIXFileSystem::tryLock(const Path& path) {
+  if (auto lock = ItemLock::tryTake(path)) return std::make_unique<DescriptorLock>(*std::move(lock));
+  if (errno == EWOULDBLOCK) return nullptr;
+  return fileFailure(FileAccess::read, errno, path, "locked");
 }
 
 }  // namespace installer

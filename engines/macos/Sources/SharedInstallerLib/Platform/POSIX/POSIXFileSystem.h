@@ -1,4 +1,4 @@
-// Functions shared by the file systems of both hosts.
+// The part of both hosts' file systems that needs system calls only.
 #pragma once
 
 #include <sys/stat.h>
@@ -9,13 +9,15 @@ namespace installer {
 
 FileIdentity identityOf(const struct stat& status);
 
-// `FileSystem::attributes` of an open file.
-Result<FileAttributes> attributesOf(int descriptor, const Path& path);
-
-// `FileSystem::tryLock` by flock(2).
-Result<std::unique_ptr<FileLock>> tryFlock(const Path& path);
-
-// `FileSystem::moveItem` by a rename. Across volumes `files` copies and then removes.
-[[nodiscard]] Result<> moveByRename(FileSystem& files, const Path& source, const Path& destination);
+// Holds no state.
+class POSIXFileSystem : public FileSystem {
+ public:
+  // By a rename. Across volumes by `copyItem` and `removeItem`, so that `destination` never has a partial
+  // copy.
+  [[nodiscard]] Result<> moveItem(const Path& source, const Path& destination) override;
+  [[nodiscard]] Result<std::unique_ptr<FileAppender>> openForAppending(const Path& path) override;
+  // By flock(2).
+  [[nodiscard]] Result<std::unique_ptr<FileLock>> tryLock(const Path& path) override;
+};
 
 }  // namespace installer

@@ -5,7 +5,6 @@
 #include "Base/POSIX/StagedCopy.h"
 #include "Platform/Linux/Files/TreeCopier.h"
 #include "Platform/Linux/LinuxServices.h"
-#include "Platform/POSIX/POSIXFileSystem.h"
 
 namespace installer {
 
@@ -39,10 +38,6 @@ Result<> LinuxFileSystem::copyItem(const Path& source, const Path& destination) 
   }
   if (!staged.commit(copier.made())) return fileFailure(FileAccess::write, errno, destination, kCopied);
   return {};
-}
-
-Result<> LinuxFileSystem::moveItem(const Path& source, const Path& destination) {
-  return moveByRename(*this, source, destination);
 }
 
 }  // namespace installer

@@ -8,7 +8,6 @@
 #include "Base/POSIX/FileTree.h"
 #include "Base/POSIX/WholeFile.h"
 #include "Platform/Linux/LinuxServices.h"
-#include "Platform/POSIX/POSIXFileSystem.h"
 
 namespace installer {
 
@@ -35,23 +34,6 @@ class LinuxFileReader : public FileReader {
     bytes.resize(static_cast<std::size_t>(count));
     return bytes;
   }
-
- private:
-  FileDescriptor file_;
-  Path path_;
-};
-
-class LinuxFileAppender : public FileAppender {
- public:
-  LinuxFileAppender(FileDescriptor file, Path path) : file_{std::move(file)}, path_{std::move(path)} {}
-
-  Result<> write(std::string_view bytes) override {
-    // One call: the kernel seeks to the end and writes in one step. Only a full volume or a signal makes the
-    // write short.
-    if (!writeAll(file_.get(), bytes)) return fileFailure(FileAccess::write, errno, path_, "written");
-    return {};
-  }
-  Result<FileAttributes> attributes() override { return attributesOf(file_.get(), path_); }
 
  private:
   FileDescriptor file_;
@@ -126,17 +108,6 @@ Result<std::unique_ptr<FileReader>> LinuxFileSystem::openForReading(const Path& 
   FileDescriptor file = openRegular(path);
   if (!file) return fileFailure(FileAccess::read, errno, path, "opened");
   return std::make_unique<LinuxFileReader>(std::move(file), path);
-}
-
-Result<std::unique_ptr<FileAppender>> LinuxFileSystem::openForAppending(const Path& path) {
-  const auto usable = usablePath(path);
-  FileDescriptor file{usable ? ::open(usable->c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NONBLOCK) : -1};
-  if (!file) return fileFailure(FileAccess::write, errno, path, "opened");
-  return std::make_unique<LinuxFileAppender>(std::move(file), path);
-}
-
-Result<std::unique_ptr<FileLock>> LinuxFileSystem::tryLock(const Path& path) {
-  return tryFlock(path);
 }
 
 std::optional<std::int64_t> LinuxFileSystem::volumeAvailableCapacity(const Path& path) {
