@@ -7,16 +7,12 @@ namespace lab {
 
 namespace {
 
-constexpr std::uint32_t kFatMagic = 0xcafebabe;
-constexpr std::uint32_t kFatMagic64 = 0xcafebabf;
-constexpr std::uint32_t kThinMagic = 0xfeedface;
-constexpr std::uint32_t kThinMagic64 = 0xfeedfacf;
+constexpr std::uint32_t kUniversalMagic64 = 0xcafebabf;
+constexpr std::uint32_t kMachOMagic = 0xfeedface;
 // More slices than any real file has; a Java class file has the same magic and at least 45 here.
 constexpr std::uint32_t kMostSlices = 32;
 
-constexpr std::uint32_t kSegment = 0x1;
-constexpr std::uint32_t kSegment64 = 0x19;
-constexpr std::uint32_t kCodeSignature = 0x1d;
+constexpr std::uint32_t kSegmentCommand = 0x1;
 
 bool holdsCode(std::uint32_t fileType) {
   constexpr std::array<std::uint32_t, 6> types{2, 5, 6, 7, 8, 11};
@@ -25,7 +21,7 @@ bool holdsCode(std::uint32_t fileType) {
 
 bool isThinCode(ByteView slice) {
   const auto magic = le32(slice, 0);
-  if (magic != kThinMagic && magic != kThinMagic64) return false;
+  if (magic != kMachOMagic && magic != kMachOMagic64) return false;
   const auto type = le32(slice, 12);
   return type && holdsCode(*type);
 }
@@ -45,9 +41,9 @@ struct FatTable {
 std::optional<FatTable> readFatTable(ByteView file) {
   const auto magic = be32(file, 0);
   const auto count = be32(file, 4);
-  if (!count || (magic != kFatMagic && magic != kFatMagic64)) return std::nullopt;
+  if (!count || (magic != kUniversalMagic && magic != kUniversalMagic64)) return std::nullopt;
   if (*count == 0 || *count > kMostSlices) return std::nullopt;
-  const bool wide = magic == kFatMagic64;
+  const bool wide = magic == kUniversalMagic64;
   const std::uint64_t entrySize = wide ? 32 : 20;
   const auto table = slice(file, 8, *count * entrySize);
   if (!table) return std::nullopt;
@@ -84,9 +80,9 @@ class SliceReader {
  private:
   Outcome<void> readHeader() {
     const auto magic = le32(slice_.bytes, 0);
-    if (magic != kThinMagic && magic != kThinMagic64)
+    if (magic != kMachOMagic && magic != kMachOMagic64)
       return refuse("slice isn't a little-endian Mach-O file");
-    wide_ = magic == kThinMagic64;
+    wide_ = magic == kMachOMagic64;
     const std::uint64_t headerSize = wide_ ? 32 : 28;
     const auto header = slice(slice_.bytes, 0, headerSize);
     if (!header) return refuse("Mach-O header is truncated");
@@ -105,9 +101,9 @@ class SliceReader {
 
   Outcome<void> readCommand(ByteView command) {
     switch (*le32(command, 0)) {
-      case kSegment: return readSegment(command, false);
-      case kSegment64: return readSegment(command, true);
-      case kCodeSignature: return readSignature(command);
+      case kSegmentCommand: return readSegment(command, false);
+      case kSegmentCommand64: return readSegment(command, true);
+      case kCodeSignatureCommand: return readSignature(command);
       default: return {};
     }
   }

@@ -10,6 +10,12 @@
 
 namespace lab {
 
+// Magic numbers and load commands.
+inline constexpr std::uint32_t kUniversalMagic = 0xcafebabe;
+inline constexpr std::uint32_t kMachOMagic64 = 0xfeedfacf;
+inline constexpr std::uint32_t kSegmentCommand64 = 0x19;
+inline constexpr std::uint32_t kCodeSignatureCommand = 0x1d;
+
 struct MachOSlice {
   ByteView bytes;  // the whole slice
   std::uint32_t cpuType = 0;

@@ -9,9 +9,6 @@ namespace lab {
 
 namespace {
 
-constexpr std::uint32_t kMagic64 = 0xfeedfacf;
-constexpr std::uint32_t kSegment64 = 0x19;
-constexpr std::uint32_t kCodeSignature = 0x1d;
 constexpr std::uint32_t kDylibIdentity = 0xd;
 constexpr std::uint32_t kMainEntry = 0x80000028;
 constexpr std::uint64_t kPage = 0x4000;
@@ -52,7 +49,7 @@ class CommandWriter {
 
   void segment(const std::string& segmentName, std::uint64_t offset, std::uint64_t size, std::uint64_t memory,
                std::uint32_t protection, std::uint32_t sections) {
-    number(kSegment64);
+    number(kSegmentCommand64);
     number(72 + sections * 80);
     name(segmentName);
     number64(kImageBase + offset);
@@ -113,14 +110,14 @@ struct CommandPlaces {
 };
 
 Outcome<CommandPlaces> findCommands(ByteView slice) {
-  if (le32(slice, 0) != kMagic64) return refuse("only 64-bit Mach-O files can be signed here");
+  if (le32(slice, 0) != kMachOMagic64) return refuse("only 64-bit Mach-O files can be signed here");
   CommandPlaces places;
   std::uint64_t at = 32;
   for (std::uint32_t i = 0; i < le32(slice, 16).value_or(0); ++i) {
     const std::uint32_t size = le32(slice, at + 4).value_or(0);
     if (size < 8) return refuse("Mach-O load command {} is malformed", i);
-    if (le32(slice, at) == kCodeSignature) places.signature = at;
-    if (le32(slice, at) == kSegment64) {
+    if (le32(slice, at) == kCodeSignatureCommand) places.signature = at;
+    if (le32(slice, at) == kSegmentCommand64) {
       const std::string name = paddedText(slice.subspan(static_cast<std::size_t>(at) + 8, 16));
       if (name == "__LINKEDIT") places.linkEdit = at;
       for (std::uint32_t k = 0; name == "__TEXT" && k < le32(slice, at + 64).value_or(0); ++k) {
@@ -152,7 +149,7 @@ Bytes makeMachO(const MachOPlan& plan) {
   identify(commands, plan.fileType, textAt);
 
   Bytes file(static_cast<std::size_t>(textEnd + linkEditSize));
-  const std::uint32_t header[] = {kMagic64,        plan.cpuType,
+  const std::uint32_t header[] = {kMachOMagic64,   plan.cpuType,
                                   plan.cpuSubtype, plan.fileType,
                                   commands.count,  static_cast<std::uint32_t>(commands.bytes().size()),
                                   0x00200085U,     0};
@@ -165,7 +162,7 @@ Bytes makeMachO(const MachOPlan& plan) {
 
 Bytes makeUniversal(const std::vector<Bytes>& slices) {
   BlobWriter header;
-  header.number(0xcafebabe);
+  header.number(kUniversalMagic);
   header.number(static_cast<std::uint32_t>(slices.size()));
   std::uint64_t offset = kPage;
   for (const Bytes& slice : slices) {
@@ -207,7 +204,7 @@ Outcome<Bytes> prepareForSignature(ByteView slice, std::uint64_t room) {
     put32(prepared, 16, *le32(prepared, 16) + 1);
     put32(prepared, 20, *le32(prepared, 20) + 16);
   }
-  put32(prepared, command, kCodeSignature);
+  put32(prepared, command, kCodeSignatureCommand);
   put32(prepared, command + 4, 16);
   put32(prepared, command + 8, static_cast<std::uint32_t>(*offset));
   put32(prepared, command + 12, static_cast<std::uint32_t>(room));
@@ -223,7 +220,7 @@ std::uint64_t textSegmentSize(ByteView slice) {
   for (std::uint32_t i = 0; i < le32(slice, 16).value_or(0); ++i) {
     const std::uint32_t size = le32(slice, at + 4).value_or(0);
     const bool isText =
-        le32(slice, at) == kSegment64 && zeroTerminated(slice, at + 8).value_or("") == "__TEXT";
+        le32(slice, at) == kSegmentCommand64 && zeroTerminated(slice, at + 8).value_or("") == "__TEXT";
     if (isText) return le64(slice, at + 48).value_or(0);
     if (size < 8) return 0;
     at += size;
