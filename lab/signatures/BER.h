@@ -1,5 +1,9 @@
 // A reader for the part of the basic encoding rules that signed data uses: definite and indefinite lengths,
 // constructed strings. Nesting and the number of elements are bounded.
+//
+// Ours because a signature covers the written bytes of its attributes, and OpenSSL's structures of signed
+// data don't keep them.
+//
 // Elements have views into the bytes that they were read from; the caller keeps those alive.
 #pragma once
 
