@@ -48,6 +48,26 @@ std::optional<std::string> valueOf(std::string_view name, std::span<const std::s
   return std::nullopt;
 }
 
+// The level after `word`, one of "-v", "-vv", ..., "--verbose" and "--verbose=DIGIT"; absent for another
+// word.
+std::optional<int> verbosityAfter(const std::string& word, int before) {
+  if (word == "--verbose") return before + 1;
+  if (word.starts_with("-v") && word.find_first_not_of('v', 1) == std::string::npos)
+    return before + static_cast<int>(word.size()) - 1;
+  if (word.starts_with("--verbose=") && word.size() == 11 &&
+      std::isdigit(static_cast<unsigned char>(word.back())) != 0)
+    return word.back() - '0';
+  return std::nullopt;
+}
+
+Outcome<Arguments> ifComplete(Arguments arguments) {
+  if (arguments.help) return arguments;
+  if (!arguments.assess || !arguments.hasType || !arguments.hasContext)
+    return refuse("use --assess --type open --context context:primary-signature");
+  if (arguments.paths.empty()) return refuse("no path given");
+  return arguments;
+}
+
 Outcome<Arguments> parse(std::span<const std::string> words) {
   Arguments arguments;
   for (std::size_t at = 0; at < words.size(); ++at) {
@@ -63,23 +83,15 @@ Outcome<Arguments> parse(std::span<const std::string> words) {
       if (*context != "context:primary-signature")
         return refuse("only the context \"context:primary-signature\" is known here");
       arguments.hasContext = true;
-    } else if (word == "--verbose" ||
-               (word.starts_with("-v") && word.find_first_not_of('v', 1) == std::string::npos)) {
-      arguments.verbosity += word == "--verbose" ? 1 : static_cast<int>(word.size()) - 1;
-    } else if (word.starts_with("--verbose=") && word.size() == 11 &&
-               std::isdigit(static_cast<unsigned char>(word.back())) != 0) {
-      arguments.verbosity = word.back() - '0';
+    } else if (const auto verbosity = verbosityAfter(word, arguments.verbosity)) {
+      arguments.verbosity = *verbosity;
     } else if (word.starts_with('-')) {
       return refuse("unrecognized option {}", printable(word));
     } else {
       arguments.paths.emplace_back(word);
     }
   }
-  if (arguments.help) return arguments;
-  if (!arguments.assess || !arguments.hasType || !arguments.hasContext)
-    return refuse("use --assess --type open --context context:primary-signature");
-  if (arguments.paths.empty()) return refuse("no path given");
-  return arguments;
+  return ifComplete(std::move(arguments));
 }
 
 bool assessOne(const Verifier& verifier, const std::filesystem::path& path, int verbosity) {

@@ -67,6 +67,35 @@ std::string percentEncodedPath(std::string_view text) {
   return encoded;
 }
 
+// Removes `mark` and the text after it. False when that text is malformed.
+bool dropAfter(std::string_view& text, char mark) {
+  const auto at = text.find(mark);
+  if (at == std::string_view::npos) return true;
+  const auto dropped = text.substr(at + 1);
+  text = text.substr(0, at);
+  return consistsOf(dropped, "!$&'()*+,;=:@/?");
+}
+
+struct HostAndPort {
+  std::string_view host;  // without brackets
+  std::string_view port;  // with the text before it, which must be ":"; empty without one
+};
+
+// Absent for a malformed host.
+std::optional<HostAndPort> hostAndPort(std::string_view text) {
+  if (!text.starts_with('[')) {
+    const auto host = text.substr(0, text.find(':'));
+    if (!std::ranges::all_of(host, isUnreserved)) return std::nullopt;
+    return HostAndPort{host, text.substr(host.size())};
+  }
+  const auto close = text.find(']');
+  if (close == std::string_view::npos) return std::nullopt;
+  const auto host = text.substr(1, close - 1);
+  const auto isInAddress = [](char c) { return isHex(c) || c == ':' || c == '.'; };
+  if (host.empty() || !std::ranges::all_of(host, isInAddress)) return std::nullopt;
+  return HostAndPort{host, text.substr(close + 1)};
+}
+
 }  // namespace
 
 std::optional<URL> URL::parse(std::string_view text) {
@@ -74,14 +103,7 @@ std::optional<URL> URL::parse(std::string_view text) {
   URL url;
   url.text_ = text;
 
-  if (const auto fragment = text.find('#'); fragment != std::string_view::npos) {
-    if (!consistsOf(text.substr(fragment + 1), "!$&'()*+,;=:@/?")) return std::nullopt;
-    text = text.substr(0, fragment);
-  }
-  if (const auto query = text.find('?'); query != std::string_view::npos) {
-    if (!consistsOf(text.substr(query + 1), "!$&'()*+,;=:@/?")) return std::nullopt;
-    text = text.substr(0, query);
-  }
+  if (!dropAfter(text, '#') || !dropAfter(text, '?')) return std::nullopt;
   const auto colon = text.find(':');
   if (colon != std::string_view::npos && text.find('/') > colon) {
     if (!isScheme(text.substr(0, colon))) return std::nullopt;
@@ -105,30 +127,15 @@ bool URL::parseAuthority(std::string_view authority) {
     if (!consistsOf(authority.substr(0, at), "!$&'()*+,;=:")) return false;
     authority = authority.substr(at + 1);
   }
-  std::string_view host = authority;
-  std::string_view port;
-  if (authority.starts_with('[')) {
-    const auto close = authority.find(']');
-    if (close == std::string_view::npos) return false;
-    host = authority.substr(1, close - 1);
-    port = authority.substr(close + 1);
-    if (host.empty() || !std::ranges::all_of(host, [](char c) { return isHex(c) || c == ':' || c == '.'; })) {
-      return false;
-    }
-  } else {
-    if (const auto colon = authority.find(':'); colon != std::string_view::npos) {
-      host = authority.substr(0, colon);
-      port = authority.substr(colon);
-    }
-    if (!std::ranges::all_of(host, isUnreserved)) return false;
+  auto parts = hostAndPort(authority);
+  if (!parts) return false;
+  if (!parts->port.empty()) {
+    if (parts->port.front() != ':') return false;
+    parts->port.remove_prefix(1);
+    port_ = wholeNumber<std::uint16_t>(parts->port);
+    if (!parts->port.empty() && !port_) return false;
   }
-  if (!port.empty()) {
-    if (port.front() != ':') return false;
-    port.remove_prefix(1);
-    port_ = wholeNumber<std::uint16_t>(port);
-    if (!port.empty() && !port_) return false;
-  }
-  if (!host.empty()) host_ = std::string{host};
+  if (!parts->host.empty()) host_ = std::string{parts->host};
   return true;
 }
 

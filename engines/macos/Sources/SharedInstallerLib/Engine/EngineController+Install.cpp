@@ -35,6 +35,19 @@ ExitCode stop(const std::string& message, ErrorCode errorCode, const std::vector
   return RunEvents::done(action, exitCode, blanketFailure(apps, errorCode));
 }
 
+// Ends a run that can't begin; absent when it can.
+std::optional<ExitCode> precheck(bool isOffline, const std::vector<AppInfo>& apps, Action action) {
+  if (const auto retirement = InstallerLifecycle::expiry()) {
+    return stop(RunRules::expiryMessage(*retirement), ErrorCode::notCompatible, apps, action,
+                ExitCode::fullFailure);
+  }
+  if (!isOffline && !SystemUtils::isInternetReachable(RunRules::kConnectivityTimeout)) {
+    return stop("No internet connection", ErrorCode::networkUnavailable, apps, action,
+                ExitCode::networkFailure);
+  }
+  return std::nullopt;
+}
+
 bool hasResult(const AppInfo& app, const std::vector<AppInstallResult>& results) {
   return std::ranges::any_of(results, [&](const auto& result) { return result.app.id == app.id; });
 }
@@ -58,14 +71,7 @@ ExitCode EngineController::runInstall(const std::vector<AppIdentifier>& apps, Ac
   assert(machine().dispatch.isMainThread());
   const auto resolved = RunRules::resolveApps(apps);
   if (resolved.empty()) return RunEvents::stopWithoutApps(action);
-  if (const auto retirement = InstallerLifecycle::expiry()) {
-    return stop(RunRules::expiryMessage(*retirement), ErrorCode::notCompatible, resolved, action,
-                ExitCode::fullFailure);
-  }
-  if (!provider_->isOfflineMode() && !SystemUtils::isInternetReachable(RunRules::kConnectivityTimeout)) {
-    return stop("No internet connection", ErrorCode::networkUnavailable, resolved, action,
-                ExitCode::networkFailure);
-  }
+  if (const auto ended = precheck(provider_->isOfflineMode(), resolved, action)) return *ended;
 
   const auto delegate = std::make_shared<JSONInstallDelegate>(resolved.size(), action);
   activeRun_ = std::make_shared<InstallRun>(provider_, delegate);

@@ -82,6 +82,24 @@ std::optional<Json> dictionaryOf(plist_t node, std::size_t depth) {
   }
 }
 
+std::optional<Json> stringOf(plist_t node) {
+  std::uint64_t length = 0;
+  const char* const text = plist_get_string_ptr(node, &length);
+  return textOf(text, length);
+}
+
+Json booleanOf(plist_t node) {
+  std::uint8_t value = 0;
+  plist_get_bool_val(node, &value);
+  return value != 0;
+}
+
+Json realOf(plist_t node) {
+  double value = 0;
+  plist_get_real_val(node, &value);
+  return value;
+}
+
 Json numberOf(plist_t node) {
   std::uint64_t value = 0;
   plist_get_uint_val(node, &value);
@@ -92,22 +110,10 @@ Json numberOf(plist_t node) {
 std::optional<Json> jsonOf(plist_t node, std::size_t depth) {
   if (depth > PropertyListBounds::kDepth) return std::nullopt;
   switch (plist_get_node_type(node)) {
-    case PLIST_BOOLEAN: {
-      std::uint8_t value = 0;
-      plist_get_bool_val(node, &value);
-      return Json(value != 0);
-    }
+    case PLIST_BOOLEAN: return booleanOf(node);
     case PLIST_UINT: return numberOf(node);
-    case PLIST_REAL: {
-      double value = 0;
-      plist_get_real_val(node, &value);
-      return Json(value);
-    }
-    case PLIST_STRING: {
-      std::uint64_t length = 0;
-      const char* const text = plist_get_string_ptr(node, &length);
-      return textOf(text, length);
-    }
+    case PLIST_REAL: return realOf(node);
+    case PLIST_STRING: return stringOf(node);
     case PLIST_ARRAY: return arrayOf(node, depth);
     case PLIST_DICT: return dictionaryOf(node, depth);
     case PLIST_DATE: return dateOf(node);

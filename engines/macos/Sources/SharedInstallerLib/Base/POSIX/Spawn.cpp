@@ -78,7 +78,15 @@ struct SpawnActions {
   }
 };
 
-// Runs in the child of a process with threads: only async-signal-safe calls are allowed.
+// This and `becomeDetached` run in the child of a process with threads: only async-signal-safe calls are
+// allowed.
+void resetSignals() {
+  for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);
+  sigset_t none{};
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
 [[noreturn]] void becomeDetached(char** arguments, int reportTo) {
   const auto giveUp = [&] {
     const int number = errno;
@@ -94,10 +102,7 @@ struct SpawnActions {
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (::dup2(null, stream) < 0) giveUp();
   }
-  for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);
-  sigset_t none{};
-  ::sigemptyset(&none);
-  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  resetSignals();
   // Closes all descriptors but `reportTo`, which a successful exec closes.
   ::close_range(STDERR_FILENO + 1, static_cast<unsigned>(reportTo) - 1, 0);
   ::close_range(static_cast<unsigned>(reportTo) + 1, ~0U, 0);

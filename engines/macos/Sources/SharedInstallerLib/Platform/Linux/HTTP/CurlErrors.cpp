@@ -27,11 +27,9 @@ bool wasLostInHandshake(const CurlFailure& failure) {
          failure.osErrno == ETIMEDOUT || failure.words.find("SSL_ERROR_SYSCALL") != std::string::npos;
 }
 
-std::int64_t codeOf(const CurlFailure& failure, bool isConnected) {
-  switch (failure.code) {
-    case CURLE_COULDNT_RESOLVE_HOST:
-      return isConnected ? URLErrorCode::cannotFindHost : URLErrorCode::notConnectedToInternet;
-    case CURLE_COULDNT_CONNECT: return codeOfConnectFailure(failure.osErrno);
+// Of the failures whose code alone decides.
+std::int64_t codeOf(CURLcode failure) {
+  switch (failure) {
     case CURLE_COULDNT_RESOLVE_PROXY:
     case CURLE_PROXY: return URLErrorCode::cannotConnectToHost;
     case CURLE_OPERATION_TIMEDOUT: return URLErrorCode::timedOut;
@@ -41,9 +39,6 @@ std::int64_t codeOf(const CurlFailure& failure, bool isConnected) {
     case CURLE_PARTIAL_FILE: return URLErrorCode::networkConnectionLost;
     case CURLE_PEER_FAILED_VERIFICATION:
     case CURLE_SSL_ISSUER_ERROR: return URLErrorCode::serverCertificateUntrusted;
-    case CURLE_SSL_CONNECT_ERROR:
-      return wasLostInHandshake(failure) ? URLErrorCode::networkConnectionLost
-                                         : URLErrorCode::secureConnectionFailed;
     case CURLE_SSL_CIPHER:
     case CURLE_SSL_CERTPROBLEM:
     case CURLE_SSL_CACERT_BADFILE:
@@ -57,6 +52,18 @@ std::int64_t codeOf(const CurlFailure& failure, bool isConnected) {
     case CURLE_FILESIZE_EXCEEDED: return URLErrorCode::dataLengthExceedsMaximum;
     case CURLE_WRITE_ERROR: return URLErrorCode::cannotWriteToFile;
     default: return URLErrorCode::unknown;
+  }
+}
+
+std::int64_t codeOf(const CurlFailure& failure, bool isConnected) {
+  switch (failure.code) {
+    case CURLE_COULDNT_RESOLVE_HOST:
+      return isConnected ? URLErrorCode::cannotFindHost : URLErrorCode::notConnectedToInternet;
+    case CURLE_COULDNT_CONNECT: return codeOfConnectFailure(failure.osErrno);
+    case CURLE_SSL_CONNECT_ERROR:
+      return wasLostInHandshake(failure) ? URLErrorCode::networkConnectionLost
+                                         : URLErrorCode::secureConnectionFailed;
+    default: return codeOf(failure.code);
   }
 }
 

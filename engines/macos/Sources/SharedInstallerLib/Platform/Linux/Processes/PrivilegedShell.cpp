@@ -105,6 +105,17 @@ std::optional<PrivilegedShell::Failure> PrivilegedShell::start() {
   if (!prompt_.askpass.empty() && ::access(prompt_.askpass.c_str(), X_OK) != 0) {
     return Failure{false, kCannotStart, launchError(errno, prompt_.askpass).localizedDescription};
   }
+  if (auto failed = startPrompt()) return failed;
+  unread_.clear();
+  token_ = freshToken();
+  // Failures are ignored: a prompt that has ended doesn't read the token, and its output then ends.
+  (void)send(token_ + '\n');
+  const Answer answer = receive();
+  if (answer.line) return std::nullopt;
+  return refusedStart(withoutTrailingLineFeeds(answer.printed));
+}
+
+std::optional<PrivilegedShell::Failure> PrivilegedShell::startPrompt() {
   Pipe requests = makePipe();
   Pipe answers = makePipe();
   if (!requests.reading || !answers.reading) return Failure{false, kCannotStart, "No pipe could be created"};
@@ -119,15 +130,7 @@ std::optional<PrivilegedShell::Failure> PrivilegedShell::start() {
   process_ = *child;
   requests_ = std::move(requests.writing);
   answers_ = std::move(answers.reading);
-  answers.writing.reset();
-  requests.reading.reset();
-  unread_.clear();
-  token_ = freshToken();
-  // Failures are ignored: a prompt that has ended doesn't read the token, and its output then ends.
-  (void)send(token_ + '\n');
-  const Answer answer = receive();
-  if (answer.line) return std::nullopt;
-  return refusedStart(withoutTrailingLineFeeds(answer.printed));
+  return std::nullopt;
 }
 
 // The shell sent no report, so the prompt gave no access. pkexec distinguishes a dismissal (126) from a

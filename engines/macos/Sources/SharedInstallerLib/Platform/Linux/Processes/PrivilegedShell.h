@@ -38,6 +38,7 @@ class PrivilegedShell {
   std::string unread_;
 
   std::optional<Failure> start();
+  std::optional<Failure> startPrompt();  // with the shell as its program
   Failure refusedStart(const std::string& printed);
   bool isAlive();
   bool send(const std::string& text);
