@@ -115,7 +115,7 @@ class Restoration {
     if (!name) return because("{}: a name isn't UTF-8", path.parent_path().string());
     if (format_ != VolumeFormat::hfs || *name == path.filename()) return path;
     const fs::path renamed = path.parent_path() / *name;
-    if (stands(renamed)) return because("{}: two names are equal when composed", renamed.string());
+    if (itemExists(renamed)) return because("{}: two names are equal when composed", renamed.string());
     if (rename(path.c_str(), renamed.c_str()) != 0) return becauseOfErrno(path.string());
     return renamed;
   }

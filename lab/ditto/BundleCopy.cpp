@@ -183,7 +183,7 @@ OrReason<> copyLikeDitto(const fs::path& source, const fs::path& destination, Qu
   if (!absolute.has_filename()) absolute = absolute.parent_path();
   const Pinned parent = pinnedFolder(absolute.parent_path());
   const fs::path from = parent.path / absolute.filename();
-  if (!parent.folder || !stands(from) || fs::is_symlink(from, error))
+  if (!parent.folder || !itemExists(from) || fs::is_symlink(from, error))
     return because("Cannot get the real path for source '{}'", source.string());
   fs::path to = fs::absolute(destination).lexically_normal();
   if (!to.has_filename()) to = to.parent_path();
@@ -197,7 +197,7 @@ OrReason<> copyLikeDitto(const fs::path& source, const fs::path& destination, Qu
     clearLeftovers(to, kWorkPrefix);
     return copy.merge(from, to);
   }
-  if (stands(to)) return because("{}: Not a directory", to.string());
+  if (itemExists(to)) return because("{}: Not a directory", to.string());
   return copyFolderAtOnce(copy, from, to);
 }
 

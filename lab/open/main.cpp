@@ -29,7 +29,7 @@ void remember(const fs::path& bundle) {
 }
 
 lab::OrReason<> openBundle(const fs::path& path) {
-  if (!lab::stands(path)) return lab::because("The file {} does not exist.", fs::absolute(path).string());
+  if (!lab::itemExists(path)) return lab::because("The file {} does not exist.", fs::absolute(path).string());
   std::error_code error;
   const fs::path bundle = fs::canonical(path, error);
   if (error || !fs::is_directory(bundle)) return lab::because("{} isn't an application", path.string());

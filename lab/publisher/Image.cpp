@@ -73,7 +73,7 @@ OrReason<> checkBundle(const std::filesystem::path& image, const std::string& id
 
 OrReason<ImageFacts> examineImage(const std::filesystem::path& image) {
   std::error_code error;
-  if (!stands(image)) return because("{} isn't there", image.string());
+  if (!itemExists(image)) return because("{} isn't there", image.string());
   if (!std::filesystem::is_regular_file(std::filesystem::symlink_status(image, error))) {
     return because("{} isn't a regular file", image.string());
   }

@@ -38,7 +38,7 @@ OrReason<std::optional<std::string>> readNotes(const std::optional<fs::path>& fi
 
 // Checks the copy again, because the image could change after its examination.
 OrReason<> putImage(const fs::path& image, const fs::path& destination, const ImageFacts& facts) {
-  if (stands(destination)) {
+  if (itemExists(destination)) {
     const auto published = sha256OfFile(destination);
     if (published && *published == facts.sha256) return {};
     return because("{} is published already, with other bytes; choose another version or --destination",

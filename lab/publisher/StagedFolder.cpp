@@ -57,7 +57,7 @@ StagedFolder::~StagedFolder() {
 }
 
 OrReason<> StagedFolder::takeOver(const std::vector<std::string>& without) {
-  if (!stands(folder_)) return {};
+  if (!itemExists(folder_)) return {};
   std::error_code error;
   for (fs::directory_iterator entry{folder_, error}, end; !error && entry != end; entry.increment(error)) {
     const auto name = entry->path().filename().string();
@@ -72,7 +72,7 @@ OrReason<> StagedFolder::takeOver(const std::vector<std::string>& without) {
 OrReason<> StagedFolder::commit(const std::string& last) {
   // Flushes the bytes before the names, so that a name never has incomplete content.
   if (syncfs(lock_.get()) != 0) return becauseOfErrno(path_.string());
-  const unsigned how = stands(folder_) ? RENAME_EXCHANGE : RENAME_NOREPLACE;
+  const unsigned how = itemExists(folder_) ? RENAME_EXCHANGE : RENAME_NOREPLACE;
   if (renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, folder_.c_str(), how) != 0) {
     if (!canNotExchange(errno)) return becauseOfErrno(folder_.string());
     if (auto replaced = replaceFileByFile(last); !replaced) return replaced;

@@ -20,7 +20,7 @@ using installer::CDNLayout;
 using installer::PackageMeta;
 
 OrReason<PackageMeta> readMetadata(const fs::path& file, const Configuration& configuration) {
-  if (!stands(file)) return because("there is no {}", file.filename().string());
+  if (!itemExists(file)) return because("there is no {}", file.filename().string());
   const auto text = readFile(file);
   if (!text) return std::unexpected(text.error());
   auto meta = PackageMeta::decode(*text);
@@ -62,7 +62,7 @@ OrReason<> compare(const PackageMeta& meta, const CDNLayout& layout) {
 }
 
 OrReason<> checkNotes(const fs::path& file) {
-  if (!stands(file)) return {};
+  if (!itemExists(file)) return {};
   const auto text = readFile(file);
   if (!text) return std::unexpected(text.error());
   if (!installer::ReleaseNotes::decode(*text)) return because("the release notes can't be read");

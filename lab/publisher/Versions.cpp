@@ -40,7 +40,7 @@ std::string otherImages(const fs::path& folder, const std::string& offered) {
 OrReason<fs::path> publishedImage(const PublishArguments& arguments) {
   const auto folder = placeOf(arguments, arguments.app, arguments.arch);
   auto image = folder / arguments.destination;
-  if (stands(image)) return image;
+  if (itemExists(image)) return image;
   return because("there is no {} in {}; see lab-publish list", arguments.destination, folder.string());
 }
 
@@ -53,7 +53,7 @@ OrReason<std::vector<std::string>> listVersions(const PublishArguments& argument
     if (!arguments.app.empty() && arguments.app != app) continue;
     for (const std::string arch : {"arm64", "universal", "x64"}) {
       const auto folder = placeOf(arguments, app, arch);
-      if (!stands(folder)) continue;
+      if (!itemExists(folder)) continue;
       const auto meta = offerIn(folder);
       if (!meta) return std::unexpected(meta.error());
       const auto destination = meta->destination.value_or("");

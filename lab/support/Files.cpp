@@ -45,7 +45,7 @@ void clearLeftovers(const fs::path& folder, std::string_view prefix) {
   for (const fs::path& leftover : leftovers) (void)removeTree(leftover);
 }
 
-bool stands(const fs::path& path) {
+bool itemExists(const fs::path& path) {
   struct stat status{};
   return lstat(path.c_str(), &status) == 0;
 }

@@ -37,6 +37,6 @@ OrReason<std::string> sha256OfFile(const fs::path& file);
 installer::SHA256Bytes sha256(std::string_view text);
 
 // True when `path` exists, also as a dangling link.
-bool stands(const fs::path& path);
+bool itemExists(const fs::path& path);
 
 }  // namespace lab

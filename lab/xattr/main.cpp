@@ -70,7 +70,7 @@ class Run {
 
   int all() {
     for (const std::string& file : request_.files) {
-      if (lab::stands(file))
+      if (lab::itemExists(file))
         visit(file);
       else
         complain("No such file: " + file);
