@@ -7,7 +7,7 @@
 #include "JSONLaws.h"
 #include "Support/SimulatedMachine.h"
 #include "Targets.h"
-#include "Utils/ParsedConfig.h"
+#include "Utils/InstallerConfig.h"
 
 namespace installer::test {
 

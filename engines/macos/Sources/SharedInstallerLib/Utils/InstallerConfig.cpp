@@ -1,7 +1,6 @@
 #include "Utils/InstallerConfig.h"
 
 #include "Base/ProcessWide.h"
-#include "Utils/ParsedConfig.h"
 
 namespace installer {
 

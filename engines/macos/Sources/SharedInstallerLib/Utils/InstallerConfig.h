@@ -47,6 +47,30 @@ struct CDNConfig {
   std::string baseURL() const;
 };
 
+// The whole file. All other code uses the functions below. A file that can't be used gives a
+// default-constructed record.
+struct ParsedConfig {
+  std::map<std::string, AppBundleConfig> apps;  // by the file's keys, which aren't checked
+  std::string installScope = "user";
+  bool showTermsStep = true;
+  std::string flavour = "default";
+  std::string downloadPageURL;
+  std::string helpURL;
+  std::string feedbackURL;
+  std::map<std::string, std::string> appWebURLs;
+  std::optional<std::string> expiresOnOnline;
+  std::optional<std::string> expiresOnOffline;
+  std::vector<std::string> trustedDownloadDomains;
+  std::string expectedSigningTeamId;
+  CDNConfig cdn;
+
+  ParsedConfig();
+
+  // Reads the file in the main bundle's resources. The result is always usable; faults of the file are
+  // logged.
+  static ParsedConfig load();
+};
+
 namespace InstallerConfig {
 
 // Null when `apps` has no valid entry under the identifier.

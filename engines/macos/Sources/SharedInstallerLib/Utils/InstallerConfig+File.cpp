@@ -1,5 +1,4 @@
-#include "Utils/ParsedConfig.h"
-
+// Reads `installer_config.json`.
 #include <nlohmann/json.hpp>
 
 #include "Base/JSONReader.h"
@@ -7,6 +6,7 @@
 #include "Models/Deployment.h"
 #include "Platform/FileSystem.h"
 #include "Platform/Machine.h"
+#include "Utils/InstallerConfig.h"
 #include "Utils/Log.h"
 
 namespace installer {
