@@ -1,3 +1,4 @@
+// The text of a program's output in memory. One thread at a time.
 #pragma once
 
 #include <cstddef>

@@ -17,7 +17,6 @@ namespace installer {
 
 class InstallRun;
 class PackageProvider;
-struct AppInfo;
 struct AppResultEvent;
 
 class EngineController : public std::enable_shared_from_this<EngineController> {

@@ -49,8 +49,6 @@ struct CatalogAppEvent {
 };
 
 // The verdict that this installer is stale, for an event.
-struct InstallerRetirement;
-
 struct InstallerRetirementEvent {
   std::string reason;                    // "expired" or "source-unavailable"
   std::string downloadUrl;               // the address of a current installer

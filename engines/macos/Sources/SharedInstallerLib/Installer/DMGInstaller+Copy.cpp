@@ -6,7 +6,6 @@
 #include "Platform/Machine.h"
 #include "Utils/ChecksumVerifier.h"
 #include "Utils/Log.h"
-#include "Utils/SystemUtils.h"
 
 namespace installer {
 

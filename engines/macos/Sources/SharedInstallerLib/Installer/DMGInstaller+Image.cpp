@@ -12,7 +12,6 @@
 #include "Utils/ChecksumVerifier.h"
 #include "Utils/ExistingAppDetector.h"
 #include "Utils/Log.h"
-#include "Utils/SystemUtils.h"
 
 namespace installer {
 

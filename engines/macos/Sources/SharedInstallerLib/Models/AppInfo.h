@@ -67,10 +67,7 @@ struct AppInfo {
   friend bool operator==(const AppInfo&, const AppInfo&) = default;
 };
 
-// App identifiers in messages. Stateless; any thread.
-struct AppInfo;
-
-// In the order of `apps`: "brenna, tolvi".
+// For messages, in the order of `apps`: "brenna, tolvi". Any thread.
 std::string identifierList(const std::vector<AppInfo>& apps);
 
 // A source of catalog rows. Any thread.

@@ -1,4 +1,5 @@
-// A source of packages. Two classes implement it: one for the CDN, one for the installer's own resources.
+// A source of packages, with its package, its progress and its errors; one error carries the verdict that the
+// whole installer is stale. Two classes implement it: one for the CDN, one for the installer's own resources.
 #pragma once
 
 #include <cstdint>

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <type_traits>
 
+#include "Base/Text.h"
+
 namespace installer {
 
 enum class LogLevel { info, warn, error };
@@ -19,6 +21,15 @@ void log(const std::string& message, LogLevel level = LogLevel::info,
          std::source_location location = std::source_location::current());
 void logWarn(const std::string& message, std::source_location location = std::source_location::current());
 void logError(const std::string& message, std::source_location location = std::source_location::current());
+
+// Logs a program's output: the line of the failure often has its status only. One line at `info`,
+// "{speaker}: {words}"; none for empty output. Not a warning, because the digest of warnings has the line of
+// the failure.
+inline void logToolWords(std::string_view speaker, std::string_view words,
+                         std::source_location location = std::source_location::current()) {
+  const auto line = oneLine(words);
+  if (!line.empty()) log(fmt::format("{}: {}", speaker, line), LogLevel::info, location);
+}
 
 // A format string, checked at compile time against the types of its arguments, and the caller's location.
 template <class... Arguments>

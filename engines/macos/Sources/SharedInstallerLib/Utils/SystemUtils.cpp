@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <fmt/format.h>
 #include <memory>
 
 #include "Base/ProcessWide.h"
@@ -77,11 +76,6 @@ bool SystemUtils::isNetworkConnectionError(const Error& error) {
 void Telemetry::report_to_server(const std::string& /*os*/, const std::string& /*e*/,
                                  const std::string& /*eStr*/, const std::optional<std::string>& /*appId*/) {
   log("Telemetry disabled (no user consent flow yet) — skipping report");
-}
-
-void logToolWords(std::string_view speaker, std::string_view words, std::source_location location) {
-  const auto line = oneLine(words);
-  if (!line.empty()) log(fmt::format("{}: {}", speaker, line), LogLevel::info, location);
 }
 
 }  // namespace installer

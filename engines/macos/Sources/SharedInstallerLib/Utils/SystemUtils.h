@@ -1,13 +1,11 @@
-// Small facts about the machine. Any thread.
+// Small facts about the machine, and the disabled telemetry. Any thread.
 #pragma once
 
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "Base/Error.h"
 #include "Platform/Dispatch.h"
-#include "Utils/Log.h"
 
 namespace installer::SystemUtils {
 
@@ -32,11 +30,5 @@ class Telemetry {
   static void report_to_server(const std::string& os, const std::string& e, const std::string& eStr,
                                const std::optional<std::string>& appId);
 };
-
-// Logs a program's output: the line of the failure often has its status only. One line at `info`,
-// "{speaker}: {words}"; none for empty output. Any thread. Not a warning, because the digest of warnings has
-// the line of the failure.
-void logToolWords(std::string_view speaker, std::string_view words,
-                  std::source_location location = std::source_location::current());
 
 }  // namespace installer

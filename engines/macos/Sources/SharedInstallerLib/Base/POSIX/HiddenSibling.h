@@ -1,5 +1,6 @@
 // A hidden name beside an item for a copy or a removal in progress, so that the item's own name never has a
-// partial tree. The name contains the process identifier, so that leftovers can be recognised.
+// partial tree. The name contains the process identifier, so that leftovers can be recognised: `NameOfWork`
+// reads it, `isRunning` tests the process.
 #pragma once
 
 #include <optional>
