@@ -200,7 +200,7 @@ Outcome<Bytes> prepareForSignature(ByteView slice, std::uint64_t room) {
   std::uint64_t command = places->signature.value_or(places->end);
   if (!places->signature) {
     if (command + 16 > places->firstContent)
-      return refuse("Mach-O file has no room for a code signature command");
+      return refuse("Mach-O file has no space for a code signature command");
     put32(prepared, 16, *le32(prepared, 16) + 1);
     put32(prepared, 20, *le32(prepared, 20) + 16);
   }
