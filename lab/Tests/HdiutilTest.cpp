@@ -166,7 +166,7 @@ TEST_F(Hdiutil, IsNotBlockedByTheMountOfADeadRun) {
 
 TEST_F(Hdiutil, KeepsTheMountPointFromTakingNewEntries) {
   ASSERT_EQ(attach(image(source())).status, 0);
-  EXPECT_EQ(modeOf(volumes / "Kelo Brenna"), 0555U);
+  EXPECT_EQ(modeOf(volumes / "Kelo Brenna"), 01555U);
   EXPECT_EQ(modeOf(volumes / "Kelo Brenna/App.app"), 0755U);
 }
 
@@ -186,6 +186,7 @@ TEST_F(Hdiutil, MarksWhatCameFromElsewhere) {
 TEST_F(Hdiutil, OpensAPFSVolumes) {
   const auto attached = lab({"hdiutil", "attach", LAB_TEST_DATA "/apfs.dmg"});
   EXPECT_EQ(attached.status, 0) << attached.diagnostics;
+  EXPECT_EQ(modeOf(volumes / "Kelo"), 0555U);
   EXPECT_THAT(transcriptOf(volumes / "Kelo"),
               ElementsAre("App.app/ 755", "App.app/Contents/ 755", "App.app/Contents/odd -> a//b",
                           "App.app/Contents/root -> /", "App.app/Contents/run 755 #!/bin/sh\n",

@@ -15,12 +15,12 @@
 namespace lab {
 namespace {
 
-OrReason<> checkImage(const fs::path& image, Checksums checksums) {
+OrReason<> checkImage(const fs::path& image, const AttachOptions& options) {
   std::error_code error;
   if (!fs::exists(image, error)) return because("No such file or directory");
   const auto trailer = readTrailer(image);
   if (!trailer) return because("image not recognized: {}", trailer.error());
-  if (checksums == Checksums::skip) return {};
+  if (!options.verifiesChecksums) return {};
   const auto verified = verifyChecksums(image);
   if (!verified) return because("corrupt image: {}", verified.error());
   return {};
@@ -33,15 +33,15 @@ std::string freeDisk(const std::vector<Mount>& mounts) {
   }
 }
 
-// Moves the volume to the first free name and makes its root read-only.
-OrReason<std::string> moveIntoPlace(const fs::path& volumes, const ExtractedVolume& volume) {
+// Moves the volume to the first free name and gives its root the mode.
+OrReason<std::string> moveIntoPlace(const fs::path& volumes, const ExtractedVolume& volume, mode_t mode) {
   const std::string name = volume.name.starts_with('.') ? "untitled" : volume.name;
   for (int suffix = 0;; ++suffix) {
     const std::string candidate = suffix == 0 ? name : fmt::format("{} {}", name, suffix);
     const fs::path mountPoint = volumes / candidate;
     chmod(volume.folder.c_str(), 0755);
     if (renameat2(AT_FDCWD, volume.folder.c_str(), AT_FDCWD, mountPoint.c_str(), RENAME_NOREPLACE) == 0) {
-      chmod(mountPoint.c_str(), 0555);
+      chmod(mountPoint.c_str(), mode);
       return mountPoint.string();
     }
     if (errno != EEXIST) return becauseOfErrno(mountPoint.string());
@@ -62,14 +62,14 @@ std::optional<Mount> mountOf(const std::vector<Mount>& mounts, const std::string
 }
 
 OrReason<> mountVolume(const MountTable& table, const fs::path& image, const ExtractedVolume& volume,
-                       const Tell& tell) {
+                       mode_t mode, const Tell& tell) {
   Mount mount{fs::absolute(image).lexically_normal().string(), "", "",
               volume.format == VolumeFormat::hfs ? "hfs" : "apfs", fileOf(image)};
   const auto stored = table.update([&](std::vector<Mount>& mounts) -> OrReason<> {
     if (interruption() != 0) return because("interrupted");
     // Another process may have attached the image during the extraction.
     if (const auto standing = mountOf(mounts, mount.imageFile)) return tell(*standing);
-    const auto mountPoint = moveIntoPlace(table.volumes(), volume);
+    const auto mountPoint = moveIntoPlace(table.volumes(), volume, mode);
     if (!mountPoint) return std::unexpected(mountPoint.error());
     mount.mountPoint = *mountPoint;
     mount.disk = freeDisk(mounts);
@@ -91,8 +91,9 @@ bool names(const Mount& mount, const std::string& mountPointOrDisk) {
 
 }  // namespace
 
-OrReason<> attach(const MountTable& table, const fs::path& image, Checksums checksums, const Tell& tell) {
-  const auto checked = checkImage(image, checksums);
+OrReason<> attach(const MountTable& table, const fs::path& image, const AttachOptions& options,
+                  const Tell& tell) {
+  const auto checked = checkImage(image, options);
   if (!checked) return checked;
   const auto mounts = table.mounts();
   if (!mounts) return std::unexpected(mounts.error());
@@ -100,8 +101,9 @@ OrReason<> attach(const MountTable& table, const fs::path& image, Checksums chec
   const auto working = table.workingFolder("attaching");
   if (!working) return std::unexpected(working.error());
   const auto volume = extractVolume(image, *working);
+  const mode_t mode = options.hidesVolume ? S_ISVTX | 0555 : 0555;
   const auto attached =
-      volume ? mountVolume(table, image, *volume, tell) : OrReason<>{std::unexpected(volume.error())};
+      volume ? mountVolume(table, image, *volume, mode, tell) : OrReason<>{std::unexpected(volume.error())};
   const auto cleared = removeTree(*working);
   if (attached && !cleared) fmt::print(stderr, "hdiutil: {}\n", cleared.error());
   return attached;

@@ -10,7 +10,10 @@
 
 namespace lab {
 
-enum class Checksums { verify, skip };
+struct AttachOptions {
+  bool verifiesChecksums = true;
+  bool hidesVolume = false;  // by the sticky bit of the mount point
+};
 
 // Reports the mount to the caller.
 using Tell = std::function<OrReason<>(const Mount&)>;
@@ -19,7 +22,7 @@ using Tell = std::function<OrReason<>(const Mount&)>;
 // attached image keeps its mount. The mount point appears in one step; a failure, or a request to stop,
 // leaves nothing new. No other process sees a mount before `tell` has succeeded. The mount point is
 // read-only; its entries have the owner and modes of a mounted image.
-OrReason<> attach(const MountTable& table, const std::filesystem::path& image, Checksums checksums,
+OrReason<> attach(const MountTable& table, const std::filesystem::path& image, const AttachOptions& options,
                   const Tell& tell);
 
 // Detaches the image at that mount point or with that disk ("/dev/disk4", "disk4s2"), even if it is in use.

@@ -19,7 +19,8 @@ constexpr const char* kUsage = R"(usage: hdiutil attach IMAGE [-plist] [-nobrows
        hdiutil detach MOUNT_POINT_OR_DISK [-force] [-quiet]
        hdiutil info [-plist]
 Opens UDIF disk images (HFS+ or APFS) below the machine's Volumes folder, read-only. Needs 7zz.
-attach verifies the image's checksum unless -noverify is given; -nobrowse and -readonly always apply.
+attach verifies the image's checksum unless -noverify is given; -nobrowse sets the mount point's sticky bit;
+-readonly always applies.
 detach always works as with -force.
 )";
 
@@ -60,14 +61,15 @@ int attachImage(const lab::MountTable& table, const Words& words) {
   const auto request =
       parse(words, {"-plist", "-nobrowse", "-noverify", "-readonly", "-quiet", "-noautoopen"});
   if (!request || request->operand.empty()) return misused(request ? "attach: no image" : request.error());
-  const auto checksums = request->has("-noverify") ? lab::Checksums::skip : lab::Checksums::verify;
+  const lab::AttachOptions options{.verifiesChecksums = !request->has("-noverify"),
+                                   .hidesVolume = request->has("-nobrowse")};
   const auto tell = [&request](const lab::Mount& mount) -> lab::OrReason<> {
     const auto told =
         lab::writeAll(STDOUT_FILENO, request->has("-plist") ? attachedList(mount) : attachedLines(mount));
     if (told && lab::interruption() != 0) return lab::because("interrupted");
     return told;
   };
-  const auto attached = lab::attach(table, request->operand, checksums, tell);
+  const auto attached = lab::attach(table, request->operand, options, tell);
   return attached ? 0 : failed("attach", attached.error());
 }
 

@@ -519,6 +519,12 @@ TEST_P(FileSystemContract, TellsHowMuchRoomThereIs) {
   EXPECT_EQ(files.fileSystemFreeSize(at("nothing")), std::nullopt);
 }
 
+TEST_P(FileSystemContract, HasNoHiddenVolumeWhereNoneIsMounted) {
+  const auto folder = layFolder("folder");
+  const auto file = lay("file");
+  for (const Path& path : {folder, file, at("missing"), Path{"/"}}) EXPECT_FALSE(files.isHiddenVolume(path));
+}
+
 TEST_P(FileSystemContract, GivesALockToOneHolderAtATimeAndAgainWhenItIsReleased) {
   lay("file");
   layFolder("folder");

@@ -79,6 +79,12 @@ TEST_F(LinuxFiles, ALeftoverUnderOurOwnProcessNumberIsCleared) {
   EXPECT_EQ(sortedNames(folder.path()), (Names{"copy", "source"}));
 }
 
+TEST_F(LinuxFiles, AFolderWithTheStickyBitIsAHiddenVolume) {
+  folder.write("volume/file", "bytes");
+  ASSERT_EQ(::chmod((folder / "volume").c_str(), S_ISVTX | 0555), 0);
+  EXPECT_TRUE(files.isHiddenVolume(folder / "volume"));
+}
+
 TEST_F(LinuxFiles, OfTwoCopiesToOneNameOneWinsAndTheOtherLeavesNothing) {
   folder.write("source.app/file", "bytes");
   Result<> first;

@@ -7,7 +7,7 @@ import signal
 import subprocess
 
 from online_machine import TIME_LIMIT
-from support import without_leftovers
+from support import IMAGES, without_leftovers
 
 RACES = int(os.environ.get("KELO_RACES", "3"))
 
@@ -59,6 +59,17 @@ def test_the_next_run_detaches_the_download_of_a_killed_engine(stage):
     process = stage.machine.start("run", "--action", "uninstall", "--apps", "rulo")
     assert '"already_absent"' in process.communicate(timeout=TIME_LIMIT)[0]
     assert not list(stage.machine.root.glob("Volumes/[!.]*"))
+
+
+def test_the_next_run_detaches_the_package_of_a_killed_engine_and_no_image_of_the_user(installation):
+    machine = installation("2.0")
+    hidden, opened = (machine.packages / IMAGES[app] for app in ("brenna", "tolvi"))
+    assert machine.program("hdiutil", "attach", hidden, "-nobrowse", "-noverify", "-readonly", "-plist").returncode == 0
+    assert machine.program("hdiutil", "attach", opened).returncode == 0
+    assert len(machine.mounted()) == 2
+    assert machine.uninstall("--apps", "rulo").statuses == {"rulo": "already_absent"}
+    assert machine.mounted() == ["Kelo Tolvi"]
+    assert machine.log.count("left by an interrupted run") == 1
 
 
 def test_two_installs_over_an_older_copy_leave_the_newer_one(installation):

@@ -108,65 +108,57 @@ TEST_F(InstallFromDMG, TakesTheFirstMountPointThatIsText) {
             "hdiutil detach /Volumes/Second -force -quiet");
 }
 
-class AbandonedMount : public DMGInstallerStory {
+class TurnAfterAKill : public DMGInstallerStory {
  protected:
-  Json attached = Json::array();  // the images in the list of `hdiutil info`
+  const Path package =
+      "/Users/tester/Kelo-Desk-Installer.app/Contents/Resources/packages/" + app().tempFileName;
 
-  static Json entities(const Path& mountPoint) {
-    return Json::array({Json{{"dev-entry", "/dev/disk4"}}, Json{{"mount-point", mountPoint}}});
+  void attach(const Path& file, const Path& mountPoint, const char* option = "-nobrowse") {
+    mac.images.add(file, mountPoint, [](auto&, const auto&) {});
+    ASSERT_TRUE(machine().processes.run(mac.paths.hdiutil, {"attach", file, option}, CapturedOutput::none));
   }
-  void isAttached(const Path& file, const Path& mountPoint) {
-    attached.push_back({{"image-path", file}, {"system-entities", entities(mountPoint)}});
-  }
-  // Returns the detached mount points.
-  Lines installFrom(const Path& mountPoint) {
-    Lines detached;
-    isAttached("/private" + image, mountPoint);
-    mac.programs.on(mac.paths.hdiutil).does([&](const Arguments& arguments) {
-      if (arguments[0] == "detach") detached.push_back(arguments[1]);
-      if (arguments[0] == "info") return ProgramExit{0, propertyListText(Json{{"images", attached}}), ""};
-      mac.addApp(joined(mountPoint, "Brenna.app"), brenna("2.0"));
-      return ProgramExit{0, propertyListText(Json{{"system-entities", entities(mountPoint)}}), ""};
-    });
-    EXPECT_TRUE(install().success);
-    return detached;
+  void takeAnotherAppsTurn() {
+    EXPECT_TRUE(AppTurns::tryTake(*KeloAppProvider::shared().app(AppIdentifier::rulo)));
   }
 };
 
-TEST_F(AbandonedMount, OfAnEarlierFileUnderTheSamePathIsDetached) {
-  isAttached("/private" + image, mount);
-  isAttached("/Users/tester/other.dmg", "/Volumes/Kelo Brenna 2");
-  EXPECT_EQ(installFrom(mount + " 1"), (Lines{mount, mount + " 1"}));
+TEST_F(TurnAfterAKill, DetachesADownloadAndAnInstallersPackage) {
+  attach(image, "/Volumes/A");
+  attach("/private" + package, "/Volumes/B");
+  mac.files.erase(image);
+  takeAnotherAppsTurn();
+  EXPECT_THAT(mac.images.attached(), IsEmpty());
   EXPECT_THAT(mac.logLines("Detaching"),
-              ElementsAre("INFO DMGInstaller: Detaching " + mount + ", left by an interrupted run"));
+              ElementsAre("INFO DMGInstaller: Detaching /Volumes/A, left by an interrupted run",
+                          "INFO DMGInstaller: Detaching /Volumes/B, left by an interrupted run"));
 }
 
-TEST_F(AbandonedMount, IsNotLookedForWhenTheVolumeHasItsOwnName) {
-  isAttached("/private" + image, "/Volumes/Something else");
-  EXPECT_EQ(installFrom("/Volumes/Kelo Brenna2"), Lines{"/Volumes/Kelo Brenna2"});
-  EXPECT_THAT(mac.programs.commandLines(), ::testing::Not(::testing::Contains("hdiutil info -plist")));
+TEST_F(TurnAfterAKill, DetachesNoImageThatTheUserOpenedAndNoOtherImage) {
+  attach(package, "/Volumes/A", "-readonly");
+  attach("/Users/tester/" + app().tempFileName, "/Volumes/B");
+  takeAnotherAppsTurn();
+  EXPECT_THAT(mac.images.attached(), ElementsAre("/Volumes/A", "/Volumes/B"));
 }
 
-TEST_F(AbandonedMount, OfAKilledDownloadIsDetachedInAnyAppsTurn) {
-  theImageHoldsBrenna();
-  ASSERT_TRUE(machine().processes.run(mac.paths.hdiutil, {"attach", image}, CapturedOutput::none));
-  const auto& other = *KeloAppProvider::shared().app(AppIdentifier::rulo);
-  mac.files.moveItem(image, "/elsewhere").value();
-  EXPECT_TRUE(AppTurns::tryTake(other));
-  EXPECT_THAT(mac.programs.commandLines(), ::testing::Not(::testing::Contains("hdiutil info -plist")));
-
-  mac.files.addFile(image, "downloaded");
-  EXPECT_TRUE(AppTurns::tryTake(other));
-  EXPECT_THAT(mac.images.attached(), ::testing::IsEmpty());
+TEST_F(TurnAfterAKill, StartsNoProgramWithoutAHiddenVolume) {
+  takeAnotherAppsTurn();
+  attach(package, "/Volumes/A", "-readonly");
+  takeAnotherAppsTurn();
+  EXPECT_THAT(mac.programs.commandLines(), ElementsAre("hdiutil attach " + package + " -readonly"));
 }
 
-TEST_F(AbandonedMount, IsNoneWhenTheListHasAnotherShape) {
-  for (const Json& odd :
-       {Json(7), Json::array({7, Json::object(), Json{{"image-path", 7}}}), Json::object()}) {
-    attached = odd;
-    if (!odd.is_array()) attached = Json::array({odd});
-    EXPECT_EQ(installFrom(mount + " 1"), Lines{mount + " 1"}) << odd;
-    mac.files.erase(destination);
+TEST_F(TurnAfterAKill, IgnoresAListOfAnotherShape) {
+  attach(package, "/Volumes/A");
+  const Json entities = Json::array({Json{{"mount-point", "/Volumes/A"}}});
+  for (const Json& images : {Json(7), Json::array({7, Json::object()}), Json::object(),
+                             Json::array({Json{{"system-entities", entities}}}),
+                             Json::array({Json{{"image-path", 7}, {"system-entities", entities}}})}) {
+    const auto list = propertyListText(Json{{"images", images}});
+    mac.programs.on(mac.paths.hdiutil).does([&](const Arguments& arguments) {
+      return ProgramExit{arguments[0] == "info" ? 0 : 1, list, ""};
+    });
+    takeAnotherAppsTurn();
+    EXPECT_EQ(mac.programs.commandLines(mac.paths.hdiutil).back(), "hdiutil info -plist") << images;
   }
 }
 

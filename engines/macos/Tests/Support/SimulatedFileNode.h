@@ -52,6 +52,7 @@ struct SimulatedFileSystem::Volume {
   bool saysCapacity = true;
   std::optional<std::int64_t> older;  // the result of `fileSystemFreeSize` when the capacity is unknown
   bool readOnly = false;
+  bool hidden = false;
 };
 
 }  // namespace installer::test

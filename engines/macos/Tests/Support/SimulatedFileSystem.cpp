@@ -144,6 +144,10 @@ void SimulatedFileSystem::setCapacityUnknown(const Path& path, std::optional<std
   volume.older = older;
 }
 
+void SimulatedFileSystem::hideVolume(const Path& path) {
+  volumes_.at(tidy(path)).hidden = true;
+}
+
 void SimulatedFileSystem::setVolumeReadOnly(const Path& path, bool readOnly) {
   volumeOf(resolved(tidy(path), LastLink::follow)).readOnly = readOnly;
 }
@@ -474,6 +478,12 @@ bool SimulatedFileSystem::isExecutable(const Path& path) {
   if (plan_.answersNo("isExecutable", path)) return false;
   const auto* const node = find(path);
   return node != nullptr && node->executable;
+}
+
+bool SimulatedFileSystem::isHiddenVolume(const Path& path) {
+  if (plan_.answersNo("isHiddenVolume", path)) return false;
+  const auto found = volumes_.find(tidy(path));
+  return found != volumes_.end() && found->second.hidden;
 }
 
 Result<std::vector<std::string>> SimulatedFileSystem::contentsOfDirectory(const Path& path) {

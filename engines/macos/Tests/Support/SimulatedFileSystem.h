@@ -57,6 +57,7 @@ class SimulatedFileSystem : public FileSystem {
   void setCapacity(const Path& path, std::int64_t bytes);
   // Makes `volumeAvailableCapacity` absent, and `older` the result of `fileSystemFreeSize`.
   void setCapacityUnknown(const Path& path, std::optional<std::int64_t> older = std::nullopt);
+  void hideVolume(const Path& path);
   void setVolumeReadOnly(const Path& path, bool readOnly = true);  // writes fail with 642
 
   // Permissions of one file or directory. A directory that isn't writable refuses changes of its entries
@@ -111,6 +112,7 @@ class SimulatedFileSystem : public FileSystem {
   bool directoryExists(const Path& path) override;
   bool isWritable(const Path& path) override;
   bool isExecutable(const Path& path) override;
+  bool isHiddenVolume(const Path& path) override;
   Result<std::vector<std::string>> contentsOfDirectory(const Path& path) override;
   Result<FileAttributes> attributes(const Path& path) override;
   Result<> copyItem(const Path& source, const Path& destination) override;

@@ -39,14 +39,16 @@ std::string SimulatedImages::add(const Path& path, const Path& mountPoint, Layou
 
 void SimulatedImages::installTool(const Path& hdiutil) {
   programs_.on(hdiutil).does([this](const Arguments& arguments) {
-    if (arguments.size() >= 2 && arguments[0] == "attach") return attach(arguments[1]);
+    if (arguments.size() >= 2 && arguments[0] == "attach") {
+      return attach(arguments[1], std::ranges::find(arguments, "-nobrowse") != arguments.end());
+    }
     if (arguments.size() >= 2 && arguments[0] == "detach") return detach(arguments[1]);
     if (!arguments.empty() && arguments[0] == "info") return info();
     return ProgramExit{1, "", "hdiutil: unknown verb\n"};
   });
 }
 
-ProgramExit SimulatedImages::attach(const Path& file) {
+ProgramExit SimulatedImages::attach(const Path& file, bool hidden) {
   const auto found = images_.find(files_.fileExists(file) ? files_.read(file) : std::string{});
   if (found == images_.end()) {
     const auto reason = files_.fileExists(file) ? "image not recognized" : "No such file or directory";
@@ -55,6 +57,7 @@ ProgramExit SimulatedImages::attach(const Path& file) {
   const auto& [mountPoint, layout] = found->second;
   if (std::ranges::find(attached_, mountPoint) == attached_.end()) {
     files_.addVolume(mountPoint, 0);
+    if (hidden) files_.hideVolume(mountPoint);
     layout(files_, mountPoint);
     files_.setVolumeReadOnly(mountPoint);
     attached_.push_back(mountPoint);

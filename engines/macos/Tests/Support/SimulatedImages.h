@@ -1,7 +1,8 @@
 // Disk images, and the `hdiutil` that attaches and detaches them.
 //
 // An image is identified by its bytes and not by its path: a downloaded image can be moved and still
-// attaches, one with other bytes doesn't. Attaching mounts a read-only volume at the image's mount point.
+// attaches, one with other bytes doesn't. Attaching mounts a read-only volume at the image's mount point,
+// hidden with `-nobrowse`.
 #pragma once
 
 #include <functional>
@@ -49,7 +50,7 @@ class SimulatedImages {
   std::map<Path, Path> attachedFiles_;  // by mount point
   std::vector<std::string> history_;
 
-  ProgramExit attach(const Path& file);
+  ProgramExit attach(const Path& file, bool hidden);
   ProgramExit info() const;
   ProgramExit detach(const Path& mountPoint);
 };

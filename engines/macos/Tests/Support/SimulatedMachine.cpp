@@ -13,6 +13,7 @@ namespace {
 
 SystemPaths macOSPaths() {
   return {.applications = "/Applications",
+          .volumes = "/Volumes",
           .home = "/Users/tester",
           .temporaryDirectory = "/private/tmp/tester",
           .workingDirectory = "/Users/tester/work",

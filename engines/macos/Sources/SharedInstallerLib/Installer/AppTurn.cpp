@@ -42,8 +42,8 @@ std::optional<AppTurn> tryTakeFromPlace(const AppInfo& app) {
   // No other engine works now, so all unfinished work is from killed engines.
   for (const auto& each : KeloAppProvider::shared().allApps()) {
     AppUninstaller::clearInterruptedWork(each);
-    DMGInstaller::detachInterruptedDownload(each);
   }
+  DMGInstaller::detachInterrupted();
   LogExport::clearInterruptedExports();
   return AppTurn{*std::move(lock)};
 }

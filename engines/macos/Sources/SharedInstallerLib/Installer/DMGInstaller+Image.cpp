@@ -1,4 +1,5 @@
 // Attaches the image, chooses the bundle in it and verifies that bundle.
+#include <algorithm>
 #include <expected>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -11,6 +12,7 @@
 #include "Platform/Machine.h"
 #include "Utils/ChecksumVerifier.h"
 #include "Utils/ExistingAppDetector.h"
+#include "Utils/KeloAppProvider.h"
 #include "Utils/Log.h"
 
 namespace installer {
@@ -41,37 +43,40 @@ std::optional<Json> listOf(const Result<ProgramExit>& exit) {
   return list ? std::optional{*std::move(list)} : std::nullopt;
 }
 
-// The mount points of images whose file has, or had, the path `dmgPath`. The system reports the path without
-// links, which can begin with other folders than ours.
-std::vector<Path> mountPointsOf(const Path& dmgPath) {
+struct AttachedImage {
+  Path file;  // without links, so it can begin with other folders than ours; it may have been deleted
+  Path mountPoint;
+};
+
+std::vector<AttachedImage> attachedImages() {
   const auto list =
       listOf(machine().processes.run(machine().paths.hdiutil, {"info", "-plist"}, CapturedOutput::separate));
-  std::vector<Path> mountPoints;
-  if (!list || !list->is_object()) return mountPoints;
+  std::vector<AttachedImage> images;
+  if (!list || !list->is_object()) return images;
   for (const Json& image : list->value("images", Json::array())) {
-    const auto mountPoint = mountPointIn(image);
+    auto mountPoint = mountPointIn(image);
     if (!mountPoint) continue;
-    const auto path = image.find("image-path");
-    if (path == image.end() || !path->is_string() || !path->get<std::string>().ends_with(dmgPath)) continue;
-    mountPoints.push_back(*mountPoint);
+    const auto file = image.find("image-path");
+    if (file == image.end() || !file->is_string()) continue;
+    images.push_back({file->get<std::string>(), *std::move(mountPoint)});
   }
-  return mountPoints;
+  return images;
 }
 
-void detachAll(const Path& dmgPath, const Path& butNot) {
-  for (const Path& abandoned : mountPointsOf(dmgPath)) {
-    if (abandoned == butNot) continue;
-    log("DMGInstaller: Detaching {}, left by an interrupted run", abandoned);
-    DMGInstaller::detachDMG(abandoned);
-  }
+// True for an app's download, and for an app's package in the resources of any installer.
+bool isImageOfAnApp(const Path& file) {
+  return std::ranges::any_of(KeloAppProvider::shared().allApps(), [&](const AppInfo& app) {
+    return file.ends_with(app.tempFilePath()) ||
+           file.ends_with("/Contents/Resources/packages/" + app.tempFileName);
+  });
 }
 
-// An engine detaches its image before it deletes the file. If the volume got a numbered name, another mount
-// of the same path can therefore only be from a killed engine.
-void detachAbandoned(const Path& dmgPath, const Path& mountPoint) {
-  const auto number = mountPoint.find_last_not_of("0123456789");
-  if (number == Path::npos || number + 1 == mountPoint.size() || mountPoint[number] != ' ') return;
-  detachAll(dmgPath, mountPoint);
+bool isAnyVolumeHidden() {
+  const Path& volumes = machine().paths.volumes;
+  const auto names = machine().files.contentsOfDirectory(volumes);
+  return names && std::ranges::any_of(*names, [&](const std::string& name) {
+           return machine().files.isHiddenVolume(joined(volumes, name));
+         });
 }
 
 // Attaches the image and returns the mount point. The error is the text for the user.
@@ -115,16 +120,19 @@ std::optional<std::string> chosenName(const Path& mountPoint, const std::vector<
 
 }  // namespace
 
-void DMGInstaller::detachInterruptedDownload(const AppInfo& app) {
-  // An engine deletes its download after the detach, so without the file nothing is attached.
-  if (machine().files.itemExists(app.tempFilePath())) detachAll(app.tempFilePath(), {});
+void DMGInstaller::detachInterrupted() {
+  if (!isAnyVolumeHidden()) return;  // the usual case, without a program
+  for (const auto& [file, mountPoint] : attachedImages()) {
+    if (!isImageOfAnApp(file) || !machine().files.isHiddenVolume(mountPoint)) continue;
+    log("DMGInstaller: Detaching {}, left by an interrupted run", mountPoint);
+    detachDMG(mountPoint);
+  }
 }
 
 Installation::End Installation::attach() {
   log("Mounting DMG for {} at {}", app_.displayName, dmgPath_);
   const auto mountPoint = attachedAt(dmgPath_);
   if (!mountPoint) return InstallResult::failure(mountPoint.error());
-  detachAbandoned(dmgPath_, *mountPoint);
   image_.emplace(*mountPoint);
   return std::nullopt;
 }

@@ -50,10 +50,9 @@ class DMGInstaller {
   // Detaches the volume by force. Failures are ignored.
   static void detachDMG(const Path& mountPoint);
 
-  // Detaches the app's downloaded image if a killed engine left it attached. Only while no other engine can
-  // use it. An image beside the installer isn't detached, because users attach those too, and the app's next
-  // install detaches it.
-  static void detachInterruptedDownload(const AppInfo& app);
+  // Detaches the images that killed engines left attached, of any app, downloaded or of any installer. Only
+  // while no other engine works. An image that the user opened isn't detached: its volume isn't hidden.
+  static void detachInterrupted();
 
   // The same as `runAsAdministrator`.
   static AdminOutcome runWithAdminPrivilegesOutcome(const std::string& command);

@@ -134,6 +134,10 @@ class FileSystem {
   // Bytes free on the file system of `path`, by the older system call; absent when unknown.
   virtual std::optional<std::int64_t> fileSystemFreeSize(const Path& path) = 0;
 
+  // Whether a volume is mounted at `path` and hidden from the user, as those of the engine's images are.
+  // Those that the user opens aren't.
+  virtual bool isHiddenVolume(const Path& path) = 0;
+
   // Locks the file or folder at `path` (links are followed) against every other lock of it, by this process,
   // other processes or other users. Requires read permission, changes nothing on disk and stops no reader or
   // writer that takes no lock. Null while another holder has it. Child processes don't inherit the lock.

@@ -8,6 +8,7 @@ namespace installer {
 
 struct SystemPaths {
   Path applications;        // the folder that apps are installed into, without a trailing slash
+  Path volumes;             // the folder of the mount points of disk images
   Path home;                // the current user's home; logs are below its Library/Logs
   Path temporaryDirectory;  // downloads and staging of log bundles; exists
   Path workingDirectory;    // of the process at its start; the base of relative arguments

@@ -1,7 +1,9 @@
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <fcntl.h>
 #include <stdio.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -45,6 +47,13 @@ bool flushVolume(int folder) {
 void flushFolder(int folder) {
   if (fcntl(folder, F_FULLFSYNC) == 0 || fcntl(folder, F_BARRIERFSYNC) == 0) return;
   (void)fsync(folder);
+}
+
+// A folder that is no mount point has the flags of the volume that contains it.
+bool isHiddenVolume(const char* path) {
+  struct statfs volume{};
+  return statfs(path, &volume) == 0 && (volume.f_flags & MNT_DONTBROWSE) != 0 &&
+         std::strcmp(volume.f_mntonname, path) == 0;
 }
 
 }  // namespace installer

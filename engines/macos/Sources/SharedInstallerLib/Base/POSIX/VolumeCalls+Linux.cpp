@@ -37,4 +37,10 @@ void flushFolder(int folder) {
   (void)::fsync(folder);
 }
 
+// On Linux an attached volume is a folder, and the sticky bit hides it.
+bool isHiddenVolume(const char* path) {
+  const auto status = linkStatus(AT_FDCWD, path);
+  return status && S_ISDIR(status->st_mode) && (status->st_mode & S_ISVTX) != 0;
+}
+
 }  // namespace installer

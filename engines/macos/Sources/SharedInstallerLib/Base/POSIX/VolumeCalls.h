@@ -28,4 +28,7 @@ bool flushVolume(int folder);
 // Flushes the names in the open directory `folder`, if its volume supports that.
 void flushFolder(int folder);
 
+// True when a volume is mounted at `path` that `hdiutil attach -nobrowse` hides from the user.
+bool isHiddenVolume(const char* path);
+
 }  // namespace installer

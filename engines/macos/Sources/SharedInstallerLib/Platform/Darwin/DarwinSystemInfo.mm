@@ -40,6 +40,7 @@ SystemPaths systemPaths() {
   @autoreleasepool {
     SystemPaths paths;
     paths.applications = "/Applications";
+    paths.volumes = "/Volumes";
     paths.home = text(NSHomeDirectory());
     paths.temporaryDirectory = text([NSFileManager defaultManager].temporaryDirectory.path);
     paths.workingDirectory = currentDirectory();

@@ -22,6 +22,7 @@ namespace {
 SystemPaths pathsOf(const LinuxHostSettings& settings) {
   const auto program = [&](std::string_view name) { return joined(settings.programs, name); };
   return {.applications = settings.applications(),
+          .volumes = settings.volumes(),
           .home = settings.root,
           .temporaryDirectory = settings.temporaryDirectory(),
           .workingDirectory = currentDirectory(),

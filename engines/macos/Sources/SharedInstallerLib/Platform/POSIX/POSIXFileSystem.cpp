@@ -71,6 +71,11 @@ Result<std::unique_ptr<FileAppender>> POSIXFileSystem::openForAppending(const Pa
   return std::make_unique<Appender>(std::move(file), path);
 }
 
+bool POSIXFileSystem::isHiddenVolume(const Path& path) {
+  const auto usable = usablePath(path);
+  return usable && installer::isHiddenVolume(usable->c_str());
+}
+
 Result<std::unique_ptr<FileLock>> POSIXFileSystem::tryLock(const Path& path) {
   if (auto lock = ItemLock::tryTake(path)) return std::make_unique<DescriptorLock>(*std::move(lock));
   if (errno == EWOULDBLOCK) return nullptr;

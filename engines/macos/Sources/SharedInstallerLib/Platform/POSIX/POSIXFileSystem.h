@@ -18,6 +18,7 @@ class POSIXFileSystem : public FileSystem {
   [[nodiscard]] Result<std::unique_ptr<FileAppender>> openForAppending(const Path& path) override;
   // By flock(2).
   [[nodiscard]] Result<std::unique_ptr<FileLock>> tryLock(const Path& path) override;
+  bool isHiddenVolume(const Path& path) override;
 };
 
 }  // namespace installer
