@@ -196,7 +196,7 @@ void CrashPoints::judgeNextRun(const Disk& disk) {
   const auto name = lastPathComponent(remains[0].substr(0, remains[0].find_last_not_of('/') + 1));
   const auto log = machine.files.read(machine.logFile());
   const bool isNamed = log.find(name) != std::string::npos ||
-                       log.find("left beside " + scenario_.appPath) != std::string::npos;
+                       log.find("interrupted run beside " + scenario_.appPath) != std::string::npos;
   expect(isNamed, name + " isn't in the log");
 }
 
