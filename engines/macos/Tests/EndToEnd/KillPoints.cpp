@@ -4,6 +4,7 @@
 //   KELO_POINTS=FILE     appends the name of each call to FILE
 //   KELO_KILL=before:N   kills the engine before call N, counted from 1
 //   KELO_KILL=after:N    kills it after the call
+//   KELO_SLOW=TEXT       lets the removal of a file whose name contains TEXT take a second
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -104,7 +105,13 @@ POINT(int, renameat, (int folder, const char* from, int other, const char* to), 
 POINT(int, renameat2, (int folder, const char* from, int other, const char* to, unsigned flags),
       (folder, from, other, to, flags))
 POINT(int, unlink, (const char* path), (path))
-POINT(int, unlinkat, (int folder, const char* path, int flags), (folder, path, flags))
+extern "C" int unlinkat(int folder, const char* path, int flags) {
+  const Point point{"unlinkat"};
+  const char* const slow = std::getenv("KELO_SLOW");
+  if (slow != nullptr && std::strstr(path, slow) != nullptr) ::sleep(1);
+  static auto* const itself = next<decltype(unlinkat)>("unlinkat");
+  return itself(folder, path, flags);
+}
 POINT(int, symlinkat, (const char* target, int folder, const char* path), (target, folder, path))
 POINT(int, fchmod, (int file, mode_t mode), (file, mode))
 POINT(int, fchmodat, (int folder, const char* path, mode_t mode, int flags), (folder, path, mode, flags))

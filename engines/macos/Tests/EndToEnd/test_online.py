@@ -19,6 +19,12 @@ def test_installs_what_was_promised(stage):
     assert stage.bytes_fetched == len(stage.workshop.image)
 
 
+def test_deletes_the_last_download_before_it_ends(stage):
+    slow = online_machine.BUILD / "engines" / "macos" / "Tests" / "libkill-points.so"
+    stage.machine.environment.update(LD_PRELOAD=str(slow), KELO_SLOW="brenna_installer.dmg")
+    stage.installs()
+
+
 # Resuming an interrupted transfer.
 
 GOOD_RESUMPTIONS = {"the_rest": {}, "no_ranges": {"ranges": "ignore"}}

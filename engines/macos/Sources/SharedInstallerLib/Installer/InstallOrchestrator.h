@@ -42,6 +42,9 @@ class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestra
   // Main queue. A later app is skipped in its turn; the transfer of an app in its download is cancelled.
   void cancelApp(AppIdentifier app);
 
+  // Main queue, after the end. False when the run has no turn.
+  bool isDeletingDownload() const { return !turnUntilDeletion_.expired(); }
+
  private:
   // The list of apps.
   void processNextApp();  // on the thread that holds the list, if another one does

@@ -9,6 +9,12 @@
 
 namespace installer {
 
+namespace {
+
+constexpr std::chrono::seconds kDeletionLimit{10};
+
+}  // namespace
+
 InstallRunDelegate::InstallRunDelegate() : lastActivity_{machine().dispatch.now()} {
 }
 
@@ -38,7 +44,16 @@ InstallRun::End InstallRun::run(const std::vector<AppInfo>& apps) {
     if (machine().dispatch.now() >= delegate_->lastActivity() + kIdleLimit) return End::idle;
     machine().dispatch.runMainLoop(RunRules::kRunLoopSlice);
   }
+  waitForDeletion();
   return End::finished;
+}
+
+// A worker deletes the last download after it has reported the end; the process mustn't end before.
+void InstallRun::waitForDeletion() {
+  const auto limit = machine().dispatch.now() + kDeletionLimit;
+  while (orchestrator_->isDeletingDownload() && machine().dispatch.now() < limit) {
+    machine().dispatch.runMainLoop(RunRules::kRunLoopSlice);
+  }
 }
 
 void InstallRun::cancelInstallation() {

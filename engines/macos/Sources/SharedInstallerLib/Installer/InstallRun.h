@@ -54,6 +54,8 @@ class InstallRun {
   void cancelApp(AppIdentifier app);
 
  private:
+  void waitForDeletion();
+
   const std::shared_ptr<InstallRunDelegate> delegate_;
   const std::shared_ptr<InstallOrchestrator> orchestrator_;
 };
