@@ -363,6 +363,14 @@ TEST_F(LogFile, HoldsAllThatWasLoggedOnceItIsFlushed) {
   EXPECT_EQ(mac.dispatch.elapsed(), Duration{0});
 }
 
+TEST_F(LogFile, HoldsTheReportOfARotationOnceItIsFlushed) {
+  start();
+  mac.files.addFile(file, std::string(512001, 'x'));
+  log("entry");
+  Logger::shared().flush();
+  EXPECT_THAT(lines().back(), EndsWith("] Log file rotated due to size threshold (512 KB)"));
+}
+
 // A dispatch whose serial queues never run.
 class BlockedQueues : public Dispatch {
  public:

@@ -241,7 +241,8 @@ Result<> Logger::replaceByNewerHalf(const Path& temporary, std::string_view cont
 
 void Logger::flush() {
   const auto written = machine().dispatch.makeSemaphore(0);
-  logQueue_->async([written] { written->signal(); });
+  // Twice, because an entry that rotates the log enqueues another one.
+  logQueue_->async([queue = logQueue_, written] { queue->async([written] { written->signal(); }); });
   // A timeout is ignored: the process exits in either case.
   static_cast<void>(written->waitFor(kFlushLimit));
 }
