@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <openssl/err.h>
 #include <openssl/pkcs12.h>
-#include <openssl/provider.h>
 
 #include "Certificate.h"
 #include "DER.h"
@@ -60,7 +59,7 @@ Outcome<SigningIdentity> SigningIdentity::fromPKCS12(const std::filesystem::path
   const PKCS12Pointer sealed(d2i_PKCS12(nullptr, &from, static_cast<long>(content->bytes().size())));
   if (!sealed) return refuse("{} isn't a PKCS#12 file", file.string());
   // Some programs still export with algorithms that only this provider has.
-  OSSL_PROVIDER_try_load(nullptr, "legacy", 1);
+  const ProviderPointer legacy(OSSL_PROVIDER_try_load(nullptr, "legacy", 1));
   EVP_PKEY* key = nullptr;
   X509* leaf = nullptr;
   STACK_OF(X509)* others = nullptr;

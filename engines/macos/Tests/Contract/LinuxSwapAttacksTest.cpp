@@ -13,6 +13,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "Base/Mutex.h"
 #include "Contract/LinuxTestFolder.h"
 #include "Platform/Linux/LinuxServices.h"
 
@@ -46,6 +47,7 @@ class LinuxSwapAttacks : public testing::Test {
   const Path bundle = folder / "App.app";
   const Path source = folder / "source.app";
   const std::string mark = fmt::format("{}", ::getpid());
+  mutable Mutex acting_;  // held by the attacker during each attack
 
   LinuxSwapAttacks() {
     for (const auto* const name : {"letter", "photos/one", "MacOS/app"}) {
@@ -128,7 +130,13 @@ LinuxSwapAttacks::Step LinuxSwapAttacks::planting(const Path& target) const {
 void LinuxSwapAttacks::attack(const Step& act, const Step& round) const {
   const auto before = treeOf(documents);
   const std::jthread attacker{[&](const std::stop_token& stop) {
-    while (!stop.stop_requested()) act();
+    while (!stop.stop_requested()) {
+      {
+        const MutexLock lock{acting_};
+        act();
+      }
+      std::this_thread::yield();
+    }
   }};
   for (int number = 0; number < kRounds && !HasFailure(); ++number) {
     round();
@@ -190,6 +198,8 @@ TEST_F(LinuxSwapAttacks, ACopyNeitherReadsNorWritesTheTargetsOfLinksInItsTrees) 
     attack(exchanging(target), [&] {
       layBundle(source);
       (void)files.copyItem(source, bundle);
+      // An exchange that found the staged folder before it was renamed ends in the copy.
+      const MutexLock lock{acting_};
       for (const auto& [name, content] : treeOf(bundle)) {
         EXPECT_FALSE(content.ends_with("the user's own")) << name;
       }

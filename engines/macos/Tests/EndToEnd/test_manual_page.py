@@ -96,10 +96,11 @@ def test_page_and_completions_are_installed_where_their_readers_look(tmp_path):
     build = subprocess.run(["cmake", "--install", BUILD, "--component", "administration",
                             "--prefix", tmp_path], capture_output=True, text=True)
     assert build.returncode == 0, build.stderr
-    assert sorted(str(path.relative_to(tmp_path)) for path in tmp_path.rglob("*") if path.is_file()) == [
+    files = sorted(str(path.relative_to(tmp_path)) for path in tmp_path.rglob("*") if path.is_file())
+    assert [file for file in files if not file.startswith("share/doc/engine-cli/")] == [
         "bin/kelo", "bin/kelo-summary", "bin/kelo-sweep", "share/bash-completion/completions/engine-cli",
-        *(f"share/doc/engine-cli/protocol/{page}.md" for page in ("README", "administrators")), "share/man/man1/engine-cli.1",
-        "share/zsh/site-functions/_engine-cli"]
+        "share/man/man1/engine-cli.1", "share/zsh/site-functions/_engine-cli"]
+    assert {f"share/doc/engine-cli/protocol/{page}.md" for page in ("README", "administrators", "installer")} <= set(files)
     assert (tmp_path / "share/man/man1/engine-cli.1").read_bytes() == PAGE.read_bytes()
     assert os.access(tmp_path / "bin/kelo", os.X_OK)
     seen = re.findall(r"^\.Pa Kelo-Desk-Installer\.app/Contents/Resources/(share/\S+)$", section("SEE ALSO"), re.MULTILINE)
