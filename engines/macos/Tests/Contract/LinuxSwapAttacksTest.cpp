@@ -47,7 +47,7 @@ class LinuxSwapAttacks : public testing::Test {
   const Path bundle = folder / "App.app";
   const Path source = folder / "source.app";
   const std::string mark = fmt::format("{}", ::getpid());
-  mutable Mutex acting_;  // held by the attacker during each attack
+  mutable Mutex acting;  // held by the attacker during each attack
 
   LinuxSwapAttacks() {
     for (const auto* const name : {"letter", "photos/one", "MacOS/app"}) {
@@ -132,7 +132,7 @@ void LinuxSwapAttacks::attack(const Step& act, const Step& round) const {
   const std::jthread attacker{[&](const std::stop_token& stop) {
     while (!stop.stop_requested()) {
       {
-        const MutexLock lock{acting_};
+        const MutexLock lock{acting};
         act();
       }
       std::this_thread::yield();
@@ -199,7 +199,7 @@ TEST_F(LinuxSwapAttacks, ACopyNeitherReadsNorWritesTheTargetsOfLinksInItsTrees) 
       layBundle(source);
       (void)files.copyItem(source, bundle);
       // An exchange that found the staged folder before it was renamed ends in the copy.
-      const MutexLock lock{acting_};
+      const MutexLock lock{acting};
       for (const auto& [name, content] : treeOf(bundle)) {
         EXPECT_FALSE(content.ends_with("the user's own")) << name;
       }
