@@ -12,6 +12,7 @@ import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 BUILD = pathlib.Path(os.environ.get("KELO_BUILD", "build/dev")).resolve()
+WORKFLOW = (ROOT / ".github/workflows/ci.yml").read_text()
 VERSION = re.search(r"^project\(\S+ VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text(), re.MULTILINE)[1]
 
 
@@ -43,14 +44,23 @@ def test_every_link_of_an_installed_page_leads_to_an_installed_file(installed):
     assert [(page.name, target) for page, target in links if not (page.parent / target).exists()] == []
 
 
+def host_programs():
+    """The programs that the Linux host starts from the bundle."""
+    host = (ROOT / "engines/macos/Sources/SharedInstallerLib/Platform/Linux/LinuxHost.cpp").read_text()
+    found = set(re.findall(r' = program\("(\w+)"\)', host))
+    assert len(found) > 5
+    return found
+
+
 def test_fixtures_and_the_client_of_shells_have_this_version(tmp_path):
     lab = BUILD / "lab/bin"
     subprocess.run([lab / "lab-fixture", "offline-installer", "--engine", BUILD / "engines/macos/engine-cli", "--programs", lab,
                     "--machine", tmp_path / "machine", "--apps", "rulo", "--output", tmp_path], check=True, capture_output=True)
-    made, shipped = (plistlib.loads(path.read_bytes()) for path in (
-        tmp_path / "Kelo-Desk-Installer.app/Contents/Info.plist", BUILD / "packaging/Info.plist"))
+    contents = tmp_path / "Kelo-Desk-Installer.app/Contents"
+    made, shipped = (plistlib.loads(path.read_bytes()) for path in (contents / "Info.plist", BUILD / "packaging/Info.plist"))
     keys = ("CFBundleIdentifier", "CFBundleShortVersionString", "CFBundleVersion", "CFBundleExecutable", "CFBundlePackageType")
     assert {key: made[key] for key in keys} == {key: shipped[key] for key in keys}
+    assert {path.name for path in (contents / "Resources/programs").iterdir()} == host_programs()
     for file in ("package.json", "package-lock.json"):
         assert json.loads((ROOT / "shell/client" / file).read_text())["version"] == VERSION
 
@@ -78,8 +88,7 @@ def test_the_installed_script_finds_the_engine_beside_it(installed):
 def test_the_installed_bundle_states_the_version_and_lacks_nothing(installed):
     contents = installed / "lib/Kelo-Desk-Installer.app/Contents"
     assert plistlib.loads((contents / "Info.plist").read_bytes())["CFBundleShortVersionString"] == VERSION
-    assert sorted(program.name for program in (contents / "Resources/programs").iterdir()) == [
-        "codesign", "ditto", "hdiutil", "lsregister", "open", "spctl", "xattr"]
+    assert {path.name for path in (contents / "Resources/programs").iterdir()} == host_programs()
     for page in ("man/man1/engine-cli.1", "bash-completion/completions/engine-cli", "zsh/site-functions/_engine-cli"):
         assert (installed / "share" / page).is_file(), page
 
@@ -111,19 +120,19 @@ MAKERS = {
 
 @pytest.fixture
 def mac_like(installed, tmp_path):
-    """The environment of smoke.sh with lab programs in its PATH, and the built bundle signed ad hoc."""
+    """Runs the workflow's steps that follow the installation of the bundle, with lab programs in the PATH."""
     programs = installed / "lib/Kelo-Desk-Installer.app/Contents/Resources/programs"
     for name, maker in MAKERS.items():
         (tmp_path / name).write_text(f'#!/bin/sh\n{maker.format(lab=BUILD / "lab/bin")}\nexec "{programs / name}" "$@"\n')
         (tmp_path / name).chmod(0o755)
     subprocess.run([BUILD / "lab/bin/lab-sign", "make-macho", tmp_path / "Brenna"], check=True)
-    app = tmp_path / "Kelo-Desk-Installer.app"
+    app = tmp_path / "installed/lib/Kelo-Desk-Installer.app"
     shutil.copytree(installed / "lib/Kelo-Desk-Installer.app", app)
     (app / "Contents/Resources/linux_host.json").write_text(json.dumps({"root": str(tmp_path / "machine")}))
-    subprocess.run([BUILD / "lab/bin/lab-sign", "sign", "--variant", "ad-hoc", app], check=True)
     (tmp_path / "tmp").mkdir()
-    environment = {**os.environ, "PATH": f"{tmp_path}:/usr/bin:/bin", "TMPDIR": str(tmp_path / "tmp")}
-    return lambda: subprocess.run([ROOT / "packaging/macos/smoke.sh", app, tmp_path / "Brenna"], env=environment,
+    environment = {**os.environ, "PATH": f"{tmp_path}:/usr/bin:/bin", "TMPDIR": str(tmp_path / "tmp"), "RUNNER_TEMP": str(tmp_path)}
+    _, *steps = re.findall(r"^ +(?:- )?run: (.*)", WORKFLOW[WORKFLOW.index("run: cmake --install") - 1:], re.MULTILINE)
+    return lambda: subprocess.run(["sh", "-euc", "\n".join(steps) + f' "{tmp_path}/Brenna"'], env=environment, cwd=ROOT,
                                   capture_output=True, text=True)
 
 
@@ -138,20 +147,20 @@ def test_what_a_mac_tries_by_itself_passes_with_the_counterparts(mac_like):
     ("hdiutil", "failed: the image is still attached"),
 ])
 def test_what_a_mac_tries_by_itself_can_fail(mac_like, tmp_path, program, said):
-    spoilt = {"codesign": "[ $1 != --verify ] || exit 1", "xattr": '[ "$1" != -r ] || echo com.apple.quarantine',
-              "hdiutil": '[ "$1" != info ] || echo "$TMPDIR"/*'}
+    # More output follows than a pipe holds.
+    spoilt = {"codesign": "[ $1 != --verify ] || exit 1", "xattr": '[ "$1" != -r ] || { echo com.apple.quarantine; exec seq 99999; }',
+              "hdiutil": '[ "$1" != info ] || { echo "$TMPDIR"/*; exec seq 99999; }'}
     (tmp_path / program).write_text((tmp_path / program).read_text().replace("#!/bin/sh\n", f"#!/bin/sh\n{spoilt[program]}\n"))
     done = mac_like()
     assert done.returncode == 1 and said in done.stderr, done.stdout + done.stderr
 
 
 def test_the_workflow_names_scripts_and_presets_that_exist():
-    text = (ROOT / ".github/workflows/ci.yml").read_text()
-    scripts = re.findall(r"run: (\S*/\S+)", text)
+    scripts = re.findall(r"run: (\S*/\S+)", WORKFLOW)
     assert {".ci/run", "./dev", "packaging/macos/smoke.sh"} == set(scripts)
     assert all(os.access(ROOT / script, os.X_OK) for script in scripts)
     presets = {preset["name"] for preset in json.loads((ROOT / "CMakePresets.json").read_text())["configurePresets"]}
-    assert {f"macos-{processor}" for processor in re.findall(r"processor: (\w+)", text)} <= presets
+    assert {f"macos-{processor}" for processor in re.findall(r"processor: (\w+)", WORKFLOW)} <= presets
 
 
 @pytest.mark.parametrize("processor, homebrew", [("arm64", "/opt/homebrew"), ("x86_64", "/usr/local")])

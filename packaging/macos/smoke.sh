@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# smoke.sh APP [EXECUTABLE]: tests the installer bundle APP on this machine, unattended and without a network. Makes an
+# smoke.sh APP [EXECUTABLE]: tests the signed installer bundle APP on this machine, unattended and without a network. Makes an
 # application with EXECUTABLE (APP's by default), an image of it, and a copy of APP with that image, all signed ad hoc. Then
 # queries, installs, exports the logs and removes. Prints a line per check. Exits with 1 at the first failure, or before the
 # install if Brenna is installed, because the install would replace it.
@@ -87,9 +87,12 @@ check "disk-free" 0 '"freeBytes":[1-9]' disk-free
 check "an install" 0 '"status":"installed"' run --action install --apps brenna
 installed=$(sed -n 's/.*"installedPath":"\([^"]*\)".*/\1/p' "$work/events" | head -n 1 | sed 's|\\/|/|g')
 is_signed "$installed" "the installed application"
-! xattr -r "$installed" | grep -q com.apple.quarantine || fail "the installed application is in quarantine"
+# Not through a pipe to grep -q, which ends at its first match: with pipefail, the other program's failed write would hide it.
+attributes=$(xattr -r "$installed")
+case $attributes in *com.apple.quarantine*) fail "the installed application is in quarantine" ;; esac
 pass "no quarantine on the installed application"
-! hdiutil info | grep -q "$work" || fail "the image is still attached"
+images=$(hdiutil info)
+case $images in *"$work"*) fail "the image is still attached" ;; esac
 pass "the image is detached"
 check "a second install" 0 '"status":"skipped"' run --action install --apps brenna
 check "an archive of the logs" 0 '"path":"' export-logs --out "$work"
