@@ -16,20 +16,22 @@ constexpr std::array<std::string_view, 3> kPlatformRoots{
     "c2b9b042dd57830e7d117dac55ac8ae19407d38e41d88f3215bc3a890444a050",
     "63343abfb89a6a03ebb57e9b3f5fa7be7c4f5c756f3017b3a8c488c3653e9179"};
 
-// The value of the key "testAuthority", resolved against the file's folder; absent when there is none.
-Outcome<std::optional<std::filesystem::path>> testAuthorityPath(const std::filesystem::path& hostFile) {
+}  // namespace
+
+std::optional<Certificate> Anchors::rootNamed(const std::string& key, const std::filesystem::path& hostFile) {
   std::ifstream stream(hostFile);
   const auto host = nlohmann::json::parse(stream, nullptr, false);
-  if (!host.is_object()) return refuse("{} can't be read as a JSON object", hostFile.string());
-  const auto found = host.find("testAuthority");
+  if (!host.is_object()) warning_ = hostFile.string() + " can't be read as a JSON object";
+  const auto found = host.is_object() ? host.find(key) : host.end();
   if (found == host.end() || found->is_null()) return std::nullopt;
-  if (!found->is_string()) return refuse("{}: testAuthority isn't a string", hostFile.string());
-  const auto path = found->get<std::string>();
+  if (!found->is_string()) warning_ = fmt::format("{}: {} isn't a string", hostFile.string(), key);
+  const auto path = found->is_string() ? found->get<std::string>() : "";
   if (path.empty()) return std::nullopt;
-  return hostFile.parent_path() / path;
+  auto root = Certificate::readFile(hostFile.parent_path() / path);
+  if (root) return *std::move(root);
+  warning_ = fmt::format("{} not used: {}", key, root.error().reason);
+  return std::nullopt;
 }
-
-}  // namespace
 
 Anchors Anchors::ofHost(const std::filesystem::path& programs) {
   Anchors anchors;
@@ -37,12 +39,8 @@ Anchors Anchors::ofHost(const std::filesystem::path& programs) {
     const auto hostFile = folder / "linux_host.json";
     std::error_code error;
     if (!std::filesystem::exists(hostFile, error)) continue;
-    const auto path = testAuthorityPath(hostFile);
-    if (!path) anchors.warning_ = path.error().reason;
-    if (!path || !*path) return anchors;
-    auto root = Certificate::readFile(**path);
-    if (root) anchors.testAuthority_ = *root;
-    if (!root) anchors.warning_ = "test authority not used: " + root.error().reason;
+    anchors.testAuthority_ = anchors.rootNamed("testAuthority", hostFile);
+    anchors.timestampAuthority_ = anchors.rootNamed("timestampAuthority", hostFile);
     return anchors;
   }
   return anchors;
@@ -60,10 +58,27 @@ Anchors Anchors::withTestAuthority(Certificate root) {
   return anchors;
 }
 
-std::optional<AnchorKind> Anchors::kindOf(const Certificate& root) const {
+Outcome<Anchors> Anchors::withRoots(const std::filesystem::path& testAuthority,
+                                    const std::filesystem::path& timestampAuthority) {
+  Anchors anchors;
+  for (const auto& [file, root] : {std::pair{&testAuthority, &anchors.testAuthority_},
+                                   std::pair{&timestampAuthority, &anchors.timestampAuthority_}}) {
+    if (file->empty()) continue;
+    const auto read = Certificate::readFile(*file);
+    if (!read) return handOn(read);
+    *root = *read;
+  }
+  return anchors;
+}
+
+std::optional<AnchorKind> Anchors::kindOf(const Certificate& root, Purpose purpose) const {
+  const auto is = [&](const std::optional<Certificate>& named) {
+    return named && named->der() == root.der();
+  };
+  if (purpose == Purpose::timestamp && is(timestampAuthority_)) return AnchorKind::timestampAuthority;
   if (std::ranges::find(kPlatformRoots, installer::hexadecimal(root.sha256())) != kPlatformRoots.end())
     return AnchorKind::platform;
-  if (testAuthority_ && testAuthority_->der() == root.der()) return AnchorKind::testAuthority;
+  if (is(testAuthority_)) return AnchorKind::testAuthority;
   return std::nullopt;
 }
 

@@ -67,15 +67,16 @@ std::vector<Certificate> inChainOrder(X509_STORE_CTX* context, std::span<const C
   return ordered;
 }
 
-std::string explain(X509_STORE_CTX* context) {
+std::string explain(X509_STORE_CTX* context, Purpose purpose) {
+  const std::string owner = purpose == Purpose::timestamp ? "the time server" : "the signer";
   const int error = X509_STORE_CTX_get_error(context);
   switch (error) {
     case X509_V_ERR_CERT_HAS_EXPIRED: return "a signing certificate had expired";
     case X509_V_ERR_CERT_NOT_YET_VALID: return "a signing certificate wasn't valid yet";
-    case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT: return "the signer is self-signed and not trusted";
-    case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN: return "the signer's root certificate isn't trusted";
+    case X509_V_ERR_DEPTH_ZERO_SELF_SIGNED_CERT: return owner + " is self-signed and not trusted";
+    case X509_V_ERR_SELF_SIGNED_CERT_IN_CHAIN: return owner + "'s root certificate isn't trusted";
     default:
-      return fmt::format("the signer's certificate chain isn't trusted ({})",
+      return fmt::format("{}'s certificate chain isn't trusted ({})", owner,
                          X509_verify_cert_error_string(error));
   }
 }
@@ -89,9 +90,11 @@ Outcome<CertificateChain> buildChain(const ChainQuestion& question, const Anchor
   const std::unique_ptr<STACK_OF(X509), FreeStack> untrusted(sk_X509_new_null());
   std::vector<Certificate> known(question.others.begin(), question.others.end());
   known.push_back(question.leaf);
-  if (anchors.testAuthority()) known.push_back(*anchors.testAuthority());
+  for (const auto& named : {anchors.testAuthority(), anchors.timestampAuthority()}) {
+    if (named) known.push_back(*named);
+  }
   for (const Certificate& certificate : known) {
-    if (anchors.kindOf(certificate)) {
+    if (anchors.kindOf(certificate, question.purpose)) {
       X509_STORE_add_cert(store.get(), certificate.handle());
     } else {
       sk_X509_push(untrusted.get(), certificate.handle());
@@ -102,11 +105,11 @@ Outcome<CertificateChain> buildChain(const ChainQuestion& question, const Anchor
   X509_STORE_CTX_set_app_data(context.get(), &judgement);
   X509_STORE_CTX_set_verify_cb(context.get(), onChainProblem);
   X509_STORE_CTX_set_time(context.get(), 0, static_cast<time_t>(question.at.time_since_epoch().count()));
-  if (X509_verify_cert(context.get()) != 1) return refuse("{}", explain(context.get()));
+  if (X509_verify_cert(context.get()) != 1) return refuse("{}", explain(context.get(), question.purpose));
   CertificateChain chain{inChainOrder(context.get(), known), AnchorKind::platform, judgement.expired};
   if (chain.certificates.size() < 2) return refuse("the signer's certificate chain is too short");
-  const auto kind = anchors.kindOf(chain.root());
-  if (!kind) return refuse("the signer's root certificate isn't trusted");
+  const auto kind = anchors.kindOf(chain.root(), question.purpose);
+  if (!kind) return refuse("the root certificate isn't trusted");
   chain.anchor = *kind;
   return chain;
 }

@@ -26,6 +26,7 @@ struct ChainQuestion {
   std::span<const Certificate> others;  // intermediates and roots, in any order
   std::chrono::sys_seconds at;
   Expiry expiry = Expiry::fatal;
+  Purpose purpose = Purpose::code;
 };
 
 // An unsupported critical extension is fatal, except in the platform vendor's arc. Revocation isn't checked,

@@ -43,7 +43,7 @@ Outcome<Timestamp> checkToken(const SignedData& signature, ByteView token, const
     return refuse("timestamp's certificate isn't for timestamping");
   std::vector<Certificate> others = data->certificates;
   others.insert(others.end(), signature.certificates.begin(), signature.certificates.end());
-  auto chain = buildChain({*data->signer, others, info->time}, anchors);
+  auto chain = buildChain({*data->signer, others, info->time, Expiry::fatal, Purpose::timestamp}, anchors);
   if (!chain) return handOn(chain);
   return Timestamp{info->time, *chain};
 }

@@ -17,7 +17,7 @@ struct Timestamp {
 };
 
 // Absent when the signature has none. An invalid one is a failure: the token must be for this signature, by a
-// timestamping certificate that chains to a trusted root.
+// timestamping certificate that chains to a root that is trusted for timestamps.
 Outcome<std::optional<Timestamp>> readTimestamp(const SignedData& signature, const Anchors& anchors,
                                                 std::chrono::sys_seconds now);
 

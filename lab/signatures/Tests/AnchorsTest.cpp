@@ -34,6 +34,25 @@ TEST_F(HostFile, NamesATestAuthorityRelativeToItself) {
   EXPECT_EQ(found.warning(), "");
 }
 
+TEST_F(HostFile, NamesATimestampAuthorityThatSignsNoCode) {
+  const Anchors found = anchors(R"({"timestampAuthority": "root.pem"})");
+  ASSERT_TRUE(found.timestampAuthority());
+  EXPECT_EQ(found.kindOf(*found.timestampAuthority(), Purpose::timestamp), AnchorKind::timestampAuthority);
+  EXPECT_FALSE(found.kindOf(*found.timestampAuthority()));
+  EXPECT_EQ(found.warning(), "");
+}
+
+TEST_F(HostFile, IsNotReadForRootsThatAreGiven) {
+  const auto given = Anchors::withRoots(workshop.folder() / "root.pem", {});
+  ASSERT_TRUE(given);
+  EXPECT_EQ(given->kindOf(*given->testAuthority()), AnchorKind::testAuthority);
+  EXPECT_FALSE(given->timestampAuthority());
+  const auto stamping = Anchors::withRoots({}, workshop.folder() / "root.pem");
+  ASSERT_TRUE(stamping);
+  EXPECT_FALSE(stamping->kindOf(*stamping->timestampAuthority()));
+  EXPECT_FALSE(Anchors::withRoots(workshop.folder() / "missing.pem", {}));
+}
+
 TEST_F(HostFile, BesideTheProgramCountsToo) {
   EXPECT_TRUE(anchors(R"({"testAuthority": "../root.pem"})", "programs/linux_host.json").testAuthority());
 }
@@ -56,9 +75,10 @@ TEST_F(HostFile, WithoutTheKeyThereIsNone) {
 
 TEST_F(HostFile, ThatCantBeUsedAddsNothingAndSaysSo) {
   for (const char* text : {"not JSON", "[]", R"({"testAuthority": 7})", R"({"testAuthority": "missing.pem"})",
-                           R"({"testAuthority": "linux_host.json"})"}) {
+                           R"({"testAuthority": "linux_host.json"})", R"({"timestampAuthority": 7})",
+                           R"({"timestampAuthority": "missing.pem"})"}) {
     const Anchors found = anchors(text);
-    EXPECT_FALSE(found.testAuthority()) << text;
+    EXPECT_FALSE(found.testAuthority() || found.timestampAuthority()) << text;
     EXPECT_NE(found.warning(), "") << text;
   }
 }

@@ -162,9 +162,9 @@ Result<LinuxHostSettings> LinuxHostSettings::parse(std::string_view text, const 
   const Json root = Json::parse(text, nullptr, false);
   if (root.is_discarded()) return malformed("it isn't JSON");
   Reader reader{root, "", resources};
-  // Only the lab's programs read `testAuthority`.
+  // Only the lab's programs read `testAuthority` and `timestampAuthority`.
   reader.allow({"root", "programs", "extraCertificateAuthority", "hostAddresses", "requestTimeout",
-                "administrator", "testAuthority"});
+                "administrator", "testAuthority", "timestampAuthority"});
   LinuxHostSettings settings = defaults(resources);
   if (auto path = reader.path("root")) settings.root = *std::move(path);
   if (auto path = reader.path("programs")) settings.programs = *std::move(path);
