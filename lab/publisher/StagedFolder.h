@@ -1,7 +1,8 @@
 // A folder that is prepared under a hidden name and then replaces another one in one step.
 //
-// Readers see the old or the new folder, also when the process is killed. The hidden sibling may then remain;
-// the next publication to the same place removes it.
+// Readers see the old or the new folder, also when the process is killed, unless the file system can't
+// exchange two folders (see commit()). The hidden sibling may then remain; the next publication to the same
+// place removes it.
 #pragma once
 
 #include <filesystem>
@@ -31,7 +32,7 @@ class StagedFolder {
   const std::filesystem::path& path() const { return path_; }
 
   // Replaces `folder` by the staged folder. `last` is the file that refers to the others: where two folders
-  // can't be exchanged in one step, it is replaced after them.
+  // can't be exchanged in one step, the files are replaced one after the other, and `last` after them.
   OrReason<> commit(const std::string& last);
 
  private:

@@ -26,8 +26,9 @@ A package is in this folder of the tree, unless the build has other names. Its i
   desksuite/apps/default/APP/mac/ARCH/dmg/latest/   meta.json, release-notes.json, APP-VERSION.dmg
 
 The new package is prepared in a hidden folder beside the old one and replaces it in one step: a reader gets the old
-package or the new one, also when this program is killed. Earlier images stay and are never changed, because they may
-still be downloaded.
+package or the new one, also when this program is killed. A file system that can't exchange two folders gets one file
+after the other, meta.json last: a reader may get the new notes with the old image. Earlier images stay and are never
+changed, because they may still be downloaded.
 
 rollback offers an earlier image again, after the checks of publish; it doesn't restore release notes (--notes sets
 them), and a newer copy on a machine isn't changed. withdraw removes an earlier image, in one step. It refuses the
