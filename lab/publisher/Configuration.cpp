@@ -39,8 +39,12 @@ OrReason<Configuration> Configuration::read(const fs::path& file) {
     take(json, "/cdn/release", read.names.release);
     take(json, "/flavour", read.names.flavour);
     take(json, "/trustedDownloadDomains", read.trustedDomains);
+    read.offeredApps.emplace();
     for (auto& [app, identifier] : read.bundleIdentifiers) {
       take(json, "/apps/" + app + "/primaryBundleIdentifier", identifier);
+      bool isIncluded = true;
+      take(json, "/apps/" + app + "/included", isIncluded);
+      if (isIncluded) read.offeredApps->insert(app);
     }
   } catch (const Json::exception& failure) {
     return because("{}: {}", file.string(), failure.what());

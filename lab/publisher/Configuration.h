@@ -4,6 +4,8 @@
 
 #include <filesystem>
 #include <map>
+#include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -17,6 +19,7 @@ struct Configuration {
   LayoutNames names;
   std::vector<std::string> trustedDomains;
   std::map<std::string, std::string> bundleIdentifiers;  // by app: of the required bundle in its image
+  std::optional<std::set<std::string>> offeredApps;      // absent without a file
 
   Configuration();
 

@@ -204,11 +204,15 @@ void TreeCheck::compareArchitectures() {
 void TreeCheck::lookForConfigured() {
   if (!arguments_.isConfigured) return;
   const LayoutNames& names = arguments_.configuration.names;
+  const auto& offered = arguments_.configuration.offeredApps;
   for (const auto& [app, _] : arguments_.configuration.bundleIdentifiers) {
     const auto isApps = [&app](const auto& offer) { return offer.first[3] == app; };
-    if (std::ranges::none_of(offers_, isApps)) continue;
-    if (offers_.contains({names.distributionRoot, names.appsRoot, names.flavour, app, names.release}))
+    // Without a configuration file, an app without any package isn't expected.
+    const bool isExpected = offered ? offered->contains(app) : std::ranges::any_of(offers_, isApps);
+    if (!isExpected ||
+        offers_.contains({names.distributionRoot, names.appsRoot, names.flavour, app, names.release})) {
       continue;
+    }
     report(app, fmt::format("the place in the configuration has no package: {}",
                             folderOf(arguments_.tree, layoutOf(names, app, "*")).string()));
   }

@@ -36,8 +36,9 @@ image on offer: without its metadata, all installers would consider their source
 
 verify reads every package in the tree by the engine's rules, checks its image, and reports faults: also a folder
 without metadata, one that the web server's user can't enter, and an app that has another version, or none, for another
-processor. With --configuration or a name it also reports apps that this build wouldn't find. The leftovers of an
-interrupted publication are reported and harmless; the next publication to the same place removes them.
+processor. With a name it also reports apps that have packages only at other places, and with --configuration every app
+of the build that has none at its place. The leftovers of an interrupted publication are reported and harmless; the next
+publication to the same place removes them.
 
 Exit status: 0 done or valid, 1 failed or invalid, 64 usage.)";
 

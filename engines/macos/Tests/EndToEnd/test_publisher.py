@@ -238,7 +238,8 @@ def configuration(tmp_path):
 
 
 def test_takes_names_hosts_and_identifiers_from_the_configuration(tmp_path, image, configuration):
-    path = configuration(flavour="blue", cdn={"appsRoot": "a", "release": "beta"}, trustedDownloadDomains=["other.example"])
+    others = {app: {"included": False} for app in ("tolvi", "rulo", "galdivane")}
+    path = configuration(flavour="blue", cdn={"appsRoot": "a", "release": "beta"}, trustedDownloadDomains=["other.example"], apps=others)
     tree = tmp_path / "tree"
     done = publish(tree, image, configuration=path, alternate="HTTPS://mirror.other.example/b.dmg", release="gamma")
     assert done.returncode == 0, done.stderr
@@ -250,6 +251,16 @@ def test_takes_names_hosts_and_identifiers_from_the_configuration(tmp_path, imag
     assert (sound.returncode, sound.stderr) == (0, "")
     path = configuration(apps={"brenna": {"primaryBundleIdentifier": "com.other"}})
     assert "holds no app 'com.other'" in publish(tmp_path / "new", image, configuration=path).stderr
+
+
+def test_reports_each_app_of_the_configuration_without_a_package(tmp_path, image, configuration):
+    tree = tmp_path / "tree"
+    assert publish(tree, image).returncode == 0
+    path = configuration(apps={"rulo": {"included": False}, "tolvi": {"primaryBundleIdentifier": "com.kelo.ktolvimac"}})
+    absent = verify(tree, "--configuration", path)
+    assert absent.returncode == 1
+    assert [line.split(": ")[1] for line in absent.stderr.splitlines()] == ["galdivane", "tolvi"], absent.stderr
+    assert verify(tree, "--release", "latest").returncode == 0  # a name lists no apps
 
 
 @pytest.mark.parametrize("values", [{"flavour": 1}, {"cdn": {"release": "a/b"}}, {"trustedDownloadDomains": "a"}, {"flavour": ""}])
