@@ -9,12 +9,19 @@
 
 namespace lab {
 
+// The required signer. Without the files of roots, the host's linux_host.json names them.
+struct ExpectedTeam {
+  std::string identifier;
+  std::filesystem::path testAuthority;       // trusted besides the platform's roots; empty for none
+  std::filesystem::path timestampAuthority;  // of the test authority's time server; empty for the same root
+};
+
 struct PublishArguments {
   std::filesystem::path tree;
   Configuration configuration;
   bool isConfigured = false;  // a configuration or a name of it was given
 
-  std::optional<std::string> team;  // the required signer for `publish`, `rollback` and `verify`
+  std::optional<ExpectedTeam> team;  // for `publish`, `rollback` and `verify`
 
   // The package of `publish`, `rollback` and `withdraw`. `list` uses the app only; empty means all apps.
   std::string app;

@@ -32,10 +32,26 @@ class Scratch {
   fs::path path_;
 };
 
-OrReason<> checkSigned(const Verifier& verifier, const Requirement& requirement, const fs::path& path) {
+// The option that trusts the root, for a failure about a root that isn't trusted.
+std::string wayOut(const std::string& reason, const ExpectedTeam& team) {
+  if (!reason.contains("trusted")) return "";
+  if (team.testAuthority.empty()) return "; --test-authority names a root of your own";
+  return reason.contains("time server") ? "; --timestamp-authority names that root" : "";
+}
+
+Outcome<Anchors> anchorsFor(const ExpectedTeam& team) {
+  if (team.testAuthority.empty()) return Anchors::ofThisProgram();
+  return Anchors::withRoots(team.testAuthority, team.timestampAuthority);
+}
+
+OrReason<> checkSigned(const Verifier& verifier, const Requirement& requirement, const ExpectedTeam& team,
+                       const fs::path& path) {
   const auto name = path.filename().string();
   const auto report = verifier.verify(path);
-  if (!report) return because("the signature of {}: {}", name, report.error().reason);
+  if (!report) {
+    const auto& reason = report.error().reason;
+    return because("the signature of {}: {}{}", name, reason, wayOut(reason, team));
+  }
   for (const CodeFacts& slice : report->slices) {
     const auto met = meets(requirement, slice.subject());
     if (!met || !*met) return because("{} isn't signed by the expected team", name);
@@ -45,22 +61,24 @@ OrReason<> checkSigned(const Verifier& verifier, const Requirement& requirement,
 
 }  // namespace
 
-OrReason<> checkSignatures(const fs::path& image, const std::string& team) {
-  const auto requirement =
-      parseRequirement(fmt::format("anchor apple generic and certificate leaf[subject.OU] = \"{}\"", team));
+OrReason<> checkSignatures(const fs::path& image, const ExpectedTeam& team) {
+  const auto requirement = parseRequirement(
+      fmt::format("anchor apple generic and certificate leaf[subject.OU] = \"{}\"", team.identifier));
   const auto isPlain = [](unsigned char c) { return std::isalnum(c) != 0; };
-  if (!requirement || !std::ranges::all_of(team, isPlain))
-    return because("'{}' isn't a team identifier", team);
+  if (!requirement || !std::ranges::all_of(team.identifier, isPlain))
+    return because("'{}' isn't a team identifier", team.identifier);
+  const auto anchors = anchorsFor(team);
+  if (!anchors) return because("{}", anchors.error().reason);
   const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-  const Verifier verifier{Anchors::ofThisProgram(), now};
-  if (auto held = checkSigned(verifier, *requirement, image); !held) return held;
+  const Verifier verifier{*anchors, now};
+  if (auto held = checkSigned(verifier, *requirement, team, image); !held) return held;
   const Scratch scratch;
   if (scratch.path().empty()) return because("no scratch folder can be made");
   const auto volume = extractVolume(image, scratch.path());
   if (!volume) return std::unexpected(volume.error());
   for (const auto& entry : fs::directory_iterator{volume->folder}) {
     if (entry.path().extension() != ".app") continue;
-    if (auto held = checkSigned(verifier, *requirement, entry.path()); !held) return held;
+    if (auto held = checkSigned(verifier, *requirement, team, entry.path()); !held) return held;
   }
   return {};
 }

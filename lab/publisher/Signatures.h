@@ -2,14 +2,14 @@
 #pragma once
 
 #include <filesystem>
-#include <string>
 
+#include "publisher/Arguments.h"
 #include "support/OrReason.h"
 
 namespace lab {
 
-// The image and each application at the top of its volume must be valid and signed by `team` under an
-// authority that this machine trusts. Extracts the volume into a scratch folder and removes it.
-OrReason<> checkSignatures(const std::filesystem::path& image, const std::string& team);
+// The image and each application at the top of its volume must be valid and signed by `team` under a trusted
+// authority. Extracts the volume into a scratch folder and removes it.
+OrReason<> checkSignatures(const std::filesystem::path& image, const ExpectedTeam& team);
 
 }  // namespace lab

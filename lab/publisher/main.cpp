@@ -14,6 +14,7 @@
 
 namespace {
 
+using lab::ExpectedTeam;
 using lab::PublishArguments;
 
 constexpr const char* kHelp = R"(Each subcommand has its own --help. Examples:
@@ -170,7 +171,21 @@ class CommandLine {
   }
 
   void addTeam(CLI::App& command) {
-    command.add_option("--team", arguments_.team, "image and app must be signed by this team");
+    const auto given = [&](const char* name, auto ExpectedTeam::* field, const char* description) {
+      const auto set = [this, field](const std::string& value) {
+        if (!arguments_.team) arguments_.team.emplace();
+        *arguments_.team.*field = value;
+      };
+      return command.add_option_function<std::string>(name, set, description);
+    };
+    auto* team = given("--team", &ExpectedTeam::identifier, "image and app must be signed by this team");
+    auto* authority =
+        given("--test-authority", &ExpectedTeam::testAuthority,
+              "root (PEM) that --team trusts besides the platform's, instead of that in linux_host.json");
+    authority->needs(team);
+    given("--timestamp-authority", &ExpectedTeam::timestampAuthority,
+          "root (PEM) of the test authority's time server, if it is another one")
+        ->needs(authority);
   }
 
   // The script reads its own options.

@@ -539,6 +539,11 @@ def test_believes_no_authority_that_the_machine_does_not_name(team, tmp_path):
     assert publish(tmp_path / "tree", signed_image(team, tmp_path)).returncode == 0
     done = verify(tmp_path / "tree", "--team", "QX7M4R2V9D")
     assert done.returncode == 1 and "the signature of brenna-2.1.dmg" in done.stderr
+    assert "--test-authority names a root of your own" in done.stderr
+    trusted = ("--team", "QX7M4R2V9D", "--test-authority")
+    assert verify(tmp_path / "tree", *trusted, team / "authority/root.pem").returncode == 0
+    unusable = verify(tmp_path / "tree", *trusted, team / "absent.pem")
+    assert unusable.returncode == 1 and "absent.pem" in unusable.stderr
     for team_identifier in ('X" or true', 'X" or identifier "a'):
         assert "isn't a team identifier" in verify(tmp_path / "tree", "--team", team_identifier).stderr
 
