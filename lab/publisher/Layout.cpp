@@ -73,6 +73,12 @@ OrReason<> checkPathComponent(const std::string& what, const std::string& name) 
   return because("{} '{}' can't be part of a path", what, name);
 }
 
+OrReason<> checkImageName(const std::string& name) {
+  if (auto checked = checkPathComponent("--destination", name); !checked) return checked;
+  if (name.ends_with(".dmg")) return {};
+  return because("--destination '{}' doesn't end in .dmg", name);
+}
+
 OrReason<> checkVersion(const std::string& version) {
   std::string_view rest = version;
   while (true) {

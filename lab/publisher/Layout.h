@@ -26,10 +26,12 @@ std::filesystem::path folderOf(const std::filesystem::path& tree, const installe
 std::optional<installer::CDNLayout> layoutThatLeadsTo(const std::filesystem::path& tree,
                                                       const std::filesystem::path& folder);
 
-// The valid values: one of the catalog's apps; "arm64", "x64" or "universal"; a name that a path can have.
+// The valid values: one of the catalog's apps; "arm64", "x64" or "universal"; a name that a path can have;
+// a name of an image, because metadata and notes are in the same folder.
 OrReason<> checkApp(const std::string& app);
 OrReason<> checkArch(const std::string& arch);
 OrReason<> checkPathComponent(const std::string& what, const std::string& name);
+OrReason<> checkImageName(const std::string& name);
 
 // Fails unless `version` is numbers between points: other text has no order and would never be an update.
 OrReason<> checkVersion(const std::string& version);

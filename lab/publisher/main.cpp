@@ -84,7 +84,7 @@ int runChange(PublishArguments& arguments) {
     arguments.destination = fmt::format("{}-{}.dmg", arguments.app, arguments.version);
   for (const auto& checked :
        {lab::checkApp(arguments.app), lab::checkVersion(arguments.version), lab::checkArch(arguments.arch),
-        lab::checkPathComponent("--destination", arguments.destination), checkAlternate(arguments)}) {
+        lab::checkImageName(arguments.destination), checkAlternate(arguments)}) {
     lab::orUsageError(checked);
   }
   const auto place = change(arguments);

@@ -93,13 +93,24 @@ def test_never_changes_a_published_image(tmp_path, image):
 @pytest.mark.parametrize("changes, word", [
     ({"app": "Brenna"}, "catalog"), ({"version": "2.1-b"}, "version"), ({"version": ""}, "version"),
     ({"version": "2..1"}, "version"), ({"arch": "arm"}, "architecture"), ({"destination": "../x.dmg"}, "path"),
-    ({"destination": ".x"}, "path"), ({"flavour": "a/b"}, "path"), ({"alternate": "http://a/b"}, "https"),
+    ({"destination": ".x"}, "path"), ({"destination": "meta.json"}, "doesn't end in .dmg"),
+    ({"flavour": "a/b"}, "path"), ({"alternate": "http://a/b"}, "https"),
     ({"alternate": "https://mirror.other.example/b.dmg"}, "trustedDownloadDomains"), ({"configuration": "missing.json"}, "missing.json"),
-    ({"colour": "blue"}, "--colour")])
+    ({"colour": "blue"}, "--colour"), ({"test_authority": "root.pem"}, "--team"),
+    ({"team": "A", "timestamp_authority": "root.pem"}, "--test-authority")])
 def test_refuses_wrong_words(tmp_path, image, changes, word):
     done = publish(tmp_path / "tree", image, **changes)
     assert done.returncode == 64 and word in done.stderr, done.stderr
     assert not (tmp_path / "tree").exists()
+
+
+@pytest.mark.parametrize("command", ["rollback", "withdraw"])
+@pytest.mark.parametrize("name", ["meta.json", "release-notes.json", "brenna-2.1.DMG"])
+def test_withdraws_and_offers_no_other_file_than_an_image(two_versions, command, name):
+    before = {path.name: path.read_bytes() for path in (two_versions / FOLDER).iterdir()}
+    done = tool(command, two_versions, "--destination", name)
+    assert done.returncode == 64 and f"--destination '{name}' doesn't end in .dmg" in done.stderr, done.stderr
+    assert {path.name: path.read_bytes() for path in (two_versions / FOLDER).iterdir()} == before
 
 
 def test_refuses_what_is_no_image(tmp_path, image):
