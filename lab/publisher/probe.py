@@ -2,9 +2,10 @@
 """lab-publish probe URL: checks that a live tree meets the engine's requirements, and prints the problems.
 
 URL is the base address of the build, as in cdn.domains of its installer_config.json. probe requests each package where the
-engine does. For each package found it checks metadata, image, byte ranges, validators, codings, lifetimes, redirects and the
-answer for a missing file. It transfers at most a few megabytes per package; --download fetches whole images and compares
-their digests.
+engine does. For each package found it checks metadata, release notes, image, byte ranges, validators, codings, lifetimes,
+redirects and the answer for a missing file, and for each app that both processors get the same version. With --configuration
+an app of the build without a package, and a package without the release notes that the build shows, are problems too. It
+transfers at most a few megabytes per package; --download fetches whole images and compares their digests.
 
 Exit status: 0 no problems, 1 problems, 64 usage.
 """
@@ -19,10 +20,11 @@ import socket
 import ssl
 import sys
 from pathlib import Path
-from urllib.parse import urljoin, urlsplit
+from urllib.parse import quote, urljoin, urlsplit
 
 ROOT = Path(__file__).resolve().parents[2]
-APPS = [app["id"] for app in json.loads((ROOT / "protocol/catalog.json").read_text())["apps"]]
+SCOPES = {app["id"]: app["cdnArch"] for app in json.loads((ROOT / "protocol/catalog.json").read_text())["apps"]}
+APPS = list(SCOPES)
 ARCHITECTURES = ("arm64", "x64", "universal")
 DEFAULT_DOMAINS = json.loads((ROOT / "packaging/macos/bundle/installer_config.json").read_text())["trustedDownloadDomains"]
 GONE = (403, 404, 410)
@@ -32,6 +34,29 @@ PATIENCE = 30  # seconds
 LONGEST_METADATA = 1 << 20
 SHORT, LONG = 300, 86400  # seconds: the longest lifetime of metadata, the shortest of images
 CHECKSUM = re.compile(r"\s*[0-9a-fA-F]{64}\s*")
+
+
+def encoded(name):
+    """One component of a path, as the engine encodes it."""
+    return quote(name, safe="!$&'()*+,;=:@")
+
+
+def checksum_of(meta):
+    """The SHA-256 in metadata, also under the key's older name; None if there is none that the engine accepts."""
+    texts = {key: value for key, value in meta.items() if isinstance(value, str) and value}
+    checksum = texts.get("checksum", texts.get("sha256", ""))
+    is_sha256 = texts.get("checksumAlgorithm", "sha256").lower() == "sha256" and CHECKSUM.fullmatch(checksum)
+    return checksum.strip().lower() if is_sha256 else None
+
+
+def are_notes(notes):
+    """Whether the engine can read these release notes."""
+    texts = [notes.get("product"), notes.get("version")]
+    for entry in notes["releases"]:
+        texts.append(entry.get("date"))
+        if not isinstance(entry["notes"], list) or not all(isinstance(text, str) for text in (entry["version"], *entry["notes"])):
+            return False
+    return isinstance(notes["releases"], list) and all(isinstance(text, (str, type(None))) for text in texts)
 
 
 class UnreachableError(Exception):
@@ -110,8 +135,8 @@ class Server:
 class Package:
     """One place where the engine looks for a package, and its problems."""
 
-    def __init__(self, server, folder, downloads):
-        self.server, self.folder, self.downloads = server, folder, downloads
+    def __init__(self, server, folder, downloads, needs_notes):
+        self.server, self.folder, self.downloads, self.needs_notes = server, folder, downloads, needs_notes
         self.problems, self.version = [], None
 
     def wrong(self, what):
@@ -124,34 +149,53 @@ class Package:
             if metadata.status in GONE:
                 return False
             self.check_metadata(metadata)
+            self.check_notes(self.server.get(self.folder + "release-notes.json", Accept_Encoding="gzip, identity"))
             self.check_missing()
         except UnreachableError as failure:
             self.wrong(str(failure))
         return True
 
-    def check_metadata(self, answer):
+    def check_small_file(self, name, answer):
+        """Whether there is an answer to read."""
         if answer.status != 200:
-            return self.wrong(f"meta.json is answered with status {answer.status}")
+            self.wrong(f"{name} is answered with status {answer.status}")
+            return False
         lifetime = answer.lifetime
         if lifetime is None:
-            self.wrong("meta.json has no lifetime: caches may keep it for days; Cache-Control: no-cache")
+            self.wrong(f"{name} has no lifetime: caches may keep it for days; Cache-Control: no-cache")
         elif lifetime > SHORT:
-            self.wrong(f"meta.json may be kept for {lifetime} seconds; no-cache, or {SHORT} at most")
+            self.wrong(f"{name} may be kept for {lifetime} seconds; no-cache, or {SHORT} at most")
         tag, date = answer.header("ETag"), answer.header("Last-Modified")
         if not tag and not date:
-            self.wrong("meta.json has neither ETag nor Last-Modified: it can't be revalidated")
+            self.wrong(f"{name} has neither ETag nor Last-Modified: it can't be revalidated")
+        return True
+
+    def check_notes(self, answer):
+        if answer.status in GONE:
+            return self.wrong("there is no release-notes.json, and the build shows it") if self.needs_notes else None
+        if not self.check_small_file("release-notes.json", answer):
+            return None
+        try:
+            sound = are_notes(json.loads(self.server.get(answer.place).body))
+        except (ValueError, KeyError, TypeError, AttributeError):
+            sound = False
+        return None if sound else self.wrong("release-notes.json can't be read by the engine")
+
+    def check_metadata(self, answer):
+        if not self.check_small_file("meta.json", answer):
+            return None
         try:
             meta = json.loads(self.server.get(answer.place).body)
-            name, self.version = meta["destination"], meta["version"]
-            sound = isinstance(name, str) and "/" not in name and CHECKSUM.fullmatch(meta["checksum"])
-        except (ValueError, KeyError, TypeError):
-            return self.wrong("meta.json lacks a destination, version or checksum, or isn't JSON")
+            name, self.version, checksum = meta["destination"], meta["version"], checksum_of(meta)
+            sound = isinstance(name, str) and "/" not in name and name not in ("", ".", "..") and checksum
+        except (ValueError, KeyError, TypeError, AttributeError):
+            return self.wrong("meta.json lacks a destination or version, or isn't JSON")
         if not sound:
             return self.wrong("meta.json has a destination or a SHA-256 that the engine refuses")
         alternate = meta.get("alternateDownloadUrl")
         if not isinstance(alternate, (str, type(None))):
             alternate = self.wrong("meta.json has an alternateDownloadUrl that isn't a string")
-        for place in (self.folder + name, alternate):
+        for place in (self.folder + encoded(name), alternate):
             if place:
                 self.check_image(place, meta)
         return None
@@ -189,7 +233,7 @@ class Package:
     def check_digest(self, place, name, meta):
         digest = hashlib.sha256()
         self.server.get(place, consume=digest.update)
-        if digest.hexdigest() != meta["checksum"].strip().lower():
+        if digest.hexdigest() != checksum_of(meta):
             self.wrong(f"{name} has another digest than meta.json says")
 
     def check_missing(self):
@@ -230,10 +274,50 @@ def arguments_of():
 def folders(configuration, given):
     """(app, architecture, address of the folder) of each place where the engine looks."""
     cdn = configuration.get("cdn", {})
-    return [(app, architecture, "/".join((given.url, cdn.get("distributionRoot", "desksuite"), cdn.get("appsRoot", "apps"),
-                                          configuration.get("flavour", "default"), app, "mac", architecture, "dmg",
-                                          cdn.get("release", "latest"))) + "/")
-            for app in given.app or APPS for architecture in ARCHITECTURES]
+    names = [encoded(name) for name in (cdn.get("distributionRoot", "desksuite"), cdn.get("appsRoot", "apps"),
+                                        configuration.get("flavour", "default"), cdn.get("release", "latest"))]
+    return [(app, architecture, "/".join((given.url, *names[:3], app, "mac", architecture, "dmg", names[3])) + "/")
+            for app in given.app or offered(configuration) for architecture in ARCHITECTURES]
+
+
+def offered(configuration):
+    entries = configuration.get("apps", {})
+    return [app for app in APPS if entries.get(app, {}).get("included", True) is not False]
+
+
+def needs_notes(configuration, app, architecture):
+    """Whether the build shows notes from this place: the engine looks for them under the app's own architectures only."""
+    return configuration.get("cdn", {}).get("releaseNotesEnabled") is True and (architecture == "universal") == (SCOPES[app] == "universal")
+
+
+def uneven(versions):
+    """The problems of an app with these versions by architecture."""
+    lone = {"arm64", "x64"} & set(versions)
+    if len(lone) == 1 and "universal" not in versions:
+        yield f"there is no package for {'arm64' if 'x64' in lone else 'x64'}"
+    first, *others = sorted(architecture for architecture in versions if versions[architecture]) or [None]
+    for other in others:
+        if versions[other] != versions[first]:
+            yield f"{first} has version {versions[first]}, {other} has {versions[other]}"
+
+
+def problems_at(places, server, given, configuration):
+    """Checks every place, and prints a line for each package without problems."""
+    versions, problems = {app: {} for app, _, _ in places}, []
+    for app, architecture, folder in places:
+        package = Package(server, folder, given.download, needs_notes(configuration, app, architecture))
+        if not package.check():
+            continue
+        versions[app][architecture] = package.version
+        if not package.problems:
+            print(f"{app} {architecture} {package.version}: sound")
+        problems += [f"{app} {architecture}: {problem}" for problem in package.problems]
+    for app, found in versions.items():
+        if found:
+            problems += [f"{app}: {problem}" for problem in uneven(found)]
+        elif given.configuration:
+            problems.append(f"{app}: there is no package")
+    return problems if any(versions.values()) else [*problems, "no package is there"]
 
 
 def main():
@@ -248,20 +332,10 @@ def main():
         server = Server(given, domains)
     except OSError as failure:
         sys.exit(f"lab-publish: {given.ca}: {failure}")
-    found = wrong = 0
-    for app, architecture, folder in places:
-        package = Package(server, folder, given.download)
-        if not package.check():
-            continue
-        found += 1
-        wrong += bool(package.problems)
-        if not package.problems:
-            print(f"{app} {architecture} {package.version}: sound")
-        for problem in package.problems:
-            print(f"lab-publish: {app} {architecture}: {problem}", file=sys.stderr)
-    if not found:
-        print("lab-publish: no package is there", file=sys.stderr)
-    sys.exit(1 if wrong or not found else 0)
+    problems = problems_at(places, server, given, configuration)
+    for problem in problems:
+        print(f"lab-publish: {problem}", file=sys.stderr)
+    sys.exit(1 if problems else 0)
 
 
 if __name__ == "__main__":

@@ -1,9 +1,11 @@
 """lab-publish probe, with nginx configured as in packaging/cdn.md, and with each fault that the page warns of."""
 
+import hashlib
 import json
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 
 import pytest
@@ -20,11 +22,12 @@ FOLDER = "desksuite/apps/default/brenna/mac/arm64/dmg/latest"
 @pytest.fixture(scope="module")
 def tree(tmp_path_factory):
     folder = tmp_path_factory.mktemp("tree")
-    image = folder / "brenna.dmg"
+    image, notes = folder / "brenna.dmg", folder / "notes.json"
+    notes.write_text(json.dumps({"releases": [{"version": "2.1", "notes": ["Faster"]}]}))
     subprocess.run([LAB / "lab-fixture", "image", "--app", "brenna", "--version", "2.1", "--output", image], check=True)
     for arch in ("arm64", "x64"):
         subprocess.run([LAB / "lab-publish", "publish", "--tree", folder / "tree", "--app", "brenna", "--version", "2.1",
-                        "--arch", arch, "--image", image], check=True, capture_output=True)
+                        "--arch", arch, "--image", image, "--notes", notes], check=True, capture_output=True)
     return folder / "tree"
 
 
@@ -73,6 +76,13 @@ BAD = {
     "a claimed coding": (WELL.replace(IMMUTABLE, IMMUTABLE + " add_header Content-Encoding gzip;"), "is served as gzip"),
     "metadata kept for a day": (WELL.replace('"no-cache"', '"max-age=86400"'), "meta.json may be kept for 86400 seconds"),
     "metadata without a lifetime": (WELL.replace('add_header Cache-Control "no-cache";', ""), "meta.json has no lifetime"),
+    "notes kept for a day": (WELL.replace("location / {", 'location ~ notes { add_header Cache-Control "max-age=86400"; }\nlocation / {'),
+                             "release-notes.json may be kept for 86400 seconds"),
+    "notes that fail": (WELL.replace("location / {", "location ~ notes { return 503; }\nlocation / {"),
+                        "release-notes.json is answered with status 503"),
+    "a page instead of notes": (WELL.replace("location / {",
+                                             'location ~ notes { add_header Cache-Control no-cache; return 200 "<html>"; }\nlocation / {'),
+                                "release-notes.json can't be read by the engine"),
     "images asked for each time": (WELL.replace(IMMUTABLE, 'add_header Cache-Control "no-cache";'), "has no long lifetime"),
     "a page instead of 404": (WELL + "error_page 404 =200 /desksuite/apps/default/brenna/mac/arm64/dmg/latest/meta.json;",
                               "a missing file is answered with status 200"),
@@ -127,7 +137,8 @@ SOUND = {"version": "2.1", "destination": "x.dmg", "checksum": "0" * 64}
     ({**SOUND, "alternateDownloadUrl": "https://[x/"}, "leads to an unusable address"),
     ({**SOUND, "alternateDownloadUrl": f"https://a b.{HOST}/"}, "can't contain"),
     ({**SOUND, "alternateDownloadUrl": f"https://{HOST}/\u00e4\u20ac"}, "leads to an unusable address"),
-    ([], "or isn't JSON"), (None, "or isn't JSON")])
+    ({**SOUND, "checksumAlgorithm": "md5"}, "a SHA-256 that the engine refuses"), ({**SOUND, "checksum": ""}, "a SHA-256 that the engine"),
+    ({**SOUND, "destination": ".."}, "a destination or"), ([], "or isn't JSON"), (None, "or isn't JSON")])
 def test_metadata_that_the_engine_refuses_is_found(probed, tmp_path, metadata, said):
     folder = tmp_path / "tree" / FOLDER
     folder.mkdir(parents=True)
@@ -161,6 +172,44 @@ def test_an_empty_tree_and_a_server_that_is_not_there_are_not_sound(probed, tmp_
     assert away.returncode == 1 and "Connection refused" in away.stderr
 
 
+def test_reads_names_and_metadata_as_the_engine_does(probed, tmp_path):
+    name = "100% done? #1.dmg"
+    meta = {"version": "2.1", "destination": name, "sha256": hashlib.sha256(b"image").hexdigest().upper(), "checksumAlgorithm": "SHA256"}
+    folder = tmp_path / "tree" / FOLDER.replace("latest", "a b").replace("arm64", "universal")
+    folder.mkdir(parents=True)
+    (folder / "meta.json").write_text(json.dumps(meta))
+    (folder / name).write_bytes(b"image")
+    done = probed(WELL, "--download", "--app", "brenna", "--configuration", configuration(tmp_path, cdn={"release": "a b"}),
+                  served=tmp_path / "tree")
+    assert (done.returncode, done.stdout, done.stderr) == (0, "brenna universal 2.1: sound\n", "")
+
+
+def configuration(folder, **values):
+    (folder / "configuration.json").write_text(json.dumps(values))
+    return folder / "configuration.json"
+
+
+def test_reports_what_the_builds_apps_lack(probed, tree, tmp_path):
+    shutil.copytree(tree, tmp_path / "tree")
+    meta = tmp_path / "tree" / FOLDER / "meta.json"
+    meta.write_text(meta.read_text().replace('"2.1"', '"2.2"'))
+    (meta.parent / "release-notes.json").unlink()
+    told = configuration(tmp_path, apps={"rulo": {"included": False}}, cdn={"releaseNotesEnabled": True})
+    done = probed(WELL, "--configuration", told, served=tmp_path / "tree")
+    assert done.returncode == 1
+    assert done.stderr.splitlines() == ["lab-publish: brenna arm64: there is no release-notes.json, and the build shows it",
+                                        "lab-publish: brenna: arm64 has version 2.2, x64 has 2.1",
+                                        "lab-publish: tolvi: there is no package", "lab-publish: galdivane: there is no package"]
+
+
+def test_reports_a_package_for_one_processor_only(probed, tree, tmp_path):
+    shutil.copytree(tree, tmp_path / "tree")
+    (tmp_path / "tree" / FOLDER / "meta.json").unlink()
+    done = probed(WELL, served=tmp_path / "tree")
+    assert (done.returncode, done.stdout) == (1, "brenna x64 2.1: sound\n")
+    assert done.stderr == "lab-publish: brenna: there is no package for arm64\n"
+
+
 def test_hosts_come_from_the_configuration(probed, tmp_path):
     (tmp_path / "other.json").write_text(json.dumps({"trustedDownloadDomains": ["other.example"]}))
     done = probed(WELL, "--configuration", tmp_path / "other.json")
@@ -169,5 +218,5 @@ def test_hosts_come_from_the_configuration(probed, tmp_path):
 
 def test_looks_under_the_release_of_the_configuration(probed, tmp_path):
     (tmp_path / "pilot.json").write_text(json.dumps({"cdn": {"release": "pilot"}}))
-    done = probed(WELL, "--configuration", tmp_path / "pilot.json")
-    assert (done.returncode, done.stderr) == (1, "lab-publish: no package is there\n")
+    done = probed(WELL, "--configuration", tmp_path / "pilot.json", "--app", "brenna")
+    assert (done.returncode, done.stderr) == (1, "lab-publish: brenna: there is no package\nlab-publish: no package is there\n")
