@@ -11,8 +11,9 @@ machine. Makes in OUTPUT, which it replaces:
   sbom.spdx.json             its content: every file with its digests, and the linked libraries (SPDX 2.3)
   manifest.sha256            the digests of all of these
 
-SOURCE_DATE_EPOCH is the time in signatures and disk image; the default is now with an identity, and 1 January 2026 without.
-With the same time the same input gives the same bytes, unless the signature has a timestamp.
+SOURCE_DATE_EPOCH is the time in the SBOM, the disk image and signatures without a timestamp; the default is now with an identity
+or --stapled, and 1 January 2026 without. With the same time the same input gives the same bytes, unless the signature has a
+timestamp.
 
 Without an identity the signature is ad hoc and has no signer. Every signature made is verified with the lab's codesign, which
 trusts the identity's root for that.
@@ -23,6 +24,8 @@ engine loads only the system's libraries, generates no code at run time, and doe
 """
 
 import argparse
+import contextlib
+import fcntl
 import hashlib
 import json
 import os
@@ -30,6 +33,7 @@ import pathlib
 import plistlib
 import re
 import shutil
+import struct
 import subprocess
 import sys
 import tempfile
@@ -43,11 +47,13 @@ import archive  # noqa: E402
 import jsonschema  # noqa: E402
 
 NAME = "Kelo-Desk-Installer"
-UNIVERSAL = bytes.fromhex("cafebabe00000002")  # two slices
+UNIVERSAL = struct.Struct(">II5I5I")  # magic, number of slices, and for each slice its processor and four other numbers
+MAGIC, PROCESSORS = 0xCAFEBABE, {0x0100000C, 0x01000007}  # arm64, x86_64
 CATALOG = {app["id"]: app for app in json.loads((ROOT / "protocol/catalog.json").read_text())["apps"]}
 SCHEMAS = ROOT / "protocol/schema"
 PROGRAMS = ("codesign", "ditto", "hdiutil", "lsregister", "open", "spctl", "xattr")
 DEFAULT_TIME = 1767225600
+LATEST_TIME = 253402300799  # the end of the year 9999
 
 
 def refuse(reason):
@@ -82,6 +88,8 @@ def arguments_of(words):
     parser.add_argument("--timestamp", metavar="URL", help="RFC 3161 server that stamps the signatures")
     parser.add_argument("--test-authority", type=pathlib.Path, metavar="PEM",
                         help="root that the trial trusts besides the platform's, for an identity of a test authority")
+    parser.add_argument("--timestamp-authority", type=pathlib.Path, metavar="PEM",
+                        help="root of the RFC 3161 server, if it is another one than the identity's")
     parser.add_argument("--stapled", choices=("app", "image"), help="what was stapled in OUTPUT, an earlier output")
     parser.error = lambda reason: (parser.print_usage(sys.stderr), parser.exit(64, f"lab-publish: {reason}\n"))
     arguments = parser.parse_args(words)
@@ -95,6 +103,8 @@ def arguments_of(words):
         parser.error("--identity and --password-file go together")
     if arguments.timestamp and not arguments.identity:
         parser.error("an ad-hoc signature can't be stamped: --timestamp needs --identity")
+    if arguments.timestamp_authority and not arguments.timestamp:
+        parser.error("--timestamp-authority needs --timestamp")
     if len({app for app, _, _ in arguments.image}) != len(arguments.image):
         parser.error("--image names an app twice")
     return arguments
@@ -108,11 +118,11 @@ def check_configuration(given):
 
 def epoch_of(arguments):
     given = os.environ.get("SOURCE_DATE_EPOCH")
-    if given and not given.isdecimal():
-        refuse(f"SOURCE_DATE_EPOCH is '{given}' and not a number of seconds")
+    if given and not (re.fullmatch("[0-9]{1,12}", given) and int(given) <= LATEST_TIME):
+        refuse(f"SOURCE_DATE_EPOCH is '{given}' and not a number of seconds until the year 9999")
     if given:
         return int(given)
-    return int(time.time()) if arguments.identity else DEFAULT_TIME
+    return int(time.time()) if arguments.identity or arguments.stapled else DEFAULT_TIME
 
 
 class Release:
@@ -152,8 +162,9 @@ class Release:
 
     def put_executable(self):
         with self.given.engine.open("rb") as file:
-            if file.read(len(UNIVERSAL)) != UNIVERSAL:
-                refuse(f"{self.given.engine} isn't a universal executable with two slices")
+            magic, slices, first, _, _, _, _, second, *_ = UNIVERSAL.unpack(file.read(UNIVERSAL.size).ljust(UNIVERSAL.size, b"\0"))
+        if (magic, slices) != (MAGIC, 2) or {first, second} != PROCESSORS:
+            refuse(f"{self.given.engine} isn't a universal executable with an arm64 and an x86_64 slice")
         (self.contents / "MacOS").mkdir(parents=True)
         shutil.copyfile(self.given.engine, self.contents / "MacOS/engine-cli")
         (self.contents / "MacOS/engine-cli").chmod(0o755)
@@ -163,8 +174,10 @@ class Release:
         # The engine ignores keys that the schema refuses, so they must not reach a release.
         try:
             check_configuration(json.loads(self.given.configuration.read_text()))
-        except (OSError, ValueError, jsonschema.ValidationError) as failure:
-            refuse(f"{self.given.configuration}: {getattr(failure, 'message', failure)}")
+        except jsonschema.ValidationError as failure:
+            refuse(f"{self.given.configuration}: {failure.json_path}: {failure.message}")
+        except ValueError as failure:
+            refuse(f"{self.given.configuration}: {failure}")
         run("cmake", "--install", BUILD, "--component", "administration", "--prefix", self.contents / "Resources")
         shutil.copyfile(self.given.configuration, self.contents / "Resources/installer_config.json")
 
@@ -193,9 +206,7 @@ class Release:
         (trial / "Resources/programs").mkdir()
         for program in PROGRAMS:
             shutil.copy(LAB / program, trial / "Resources/programs" / program)
-        host = {"root": str(self.scratch / "machine")}
-        if self.given.test_authority:
-            host["testAuthority"] = str(self.given.test_authority.resolve())
+        host = {"root": str(self.scratch / "machine"), **self.trusted(self.given.test_authority)}
         (trial / "Resources/linux_host.json").write_text(json.dumps(host))
         apps = [app for app, _, _ in self.given.image]
         done = subprocess.run([trial / "MacOS/engine-cli", "--silent", "--verbose", "--mode", "install", "--apps", ",".join(apps)],
@@ -204,6 +215,11 @@ class Release:
             said = [line.split("] ", 1)[-1] for line in done.stderr.splitlines() if "status=failed" in line or "note=" in line
                     or "[ERROR]" in line or line.startswith("Error:")]
             refuse(f"the trial install ended with status {done.returncode}\n" + "\n".join(said or [done.stderr]))
+
+    def trusted(self, root):
+        """The keys of linux_host.json for the roots that are trusted besides the platform's."""
+        roots = {"testAuthority": root, "timestampAuthority": self.given.timestamp_authority}
+        return {key: str(file.resolve()) for key, file in roots.items() if file}
 
     def sign(self, path):
         """Signs and verifies; returns the verifier's remarks."""
@@ -226,10 +242,11 @@ class Release:
         programs = self.scratch / "programs"
         programs.mkdir(exist_ok=True)
         shutil.copy(LAB / "codesign", programs)
-        (programs / "linux_host.json").write_text(json.dumps({"testAuthority": str(self.root.resolve())} if self.root else {}))
+        (programs / "linux_host.json").write_text(json.dumps(self.trusted(self.root)))
         done = subprocess.run([programs / "codesign", "--verify", "--strict", path], capture_output=True, text=True, check=False)
         if done.returncode != 0:
-            refuse(f"the signature is no good: {done.stderr.strip()}")
+            way_out = "; --timestamp-authority names that root" if "the time server's" in done.stderr else ""
+            refuse(f"the signature is no good: {done.stderr.strip()}{way_out}")
         return done.stderr
 
     def make_image(self):
@@ -281,6 +298,7 @@ def sbom(release):
              for number, path in enumerate(release.files())]
     inside = [file for file in files if file["fileName"].startswith(f"./{NAME}.app/")]
     code = hashlib.sha1("".join(sorted(file["checksums"][0]["checksumValue"] for file in inside)).encode()).hexdigest()
+    content = hashlib.sha256(json.dumps(files).encode()).hexdigest()
     created = time.strftime("%Y-%m-%dT%H:%M:%SZ", time.gmtime(release.epoch))
 
     def package(identifier, name, version, licence, **more):
@@ -302,35 +320,96 @@ def sbom(release):
             related += [("SPDXRef-DOCUMENT", "DESCRIBES", file["SPDXID"]), (file["SPDXID"], "GENERATED_FROM", whole["SPDXID"])]
     return {"spdxVersion": "SPDX-2.3", "dataLicense": "CC0-1.0", "SPDXID": "SPDXRef-DOCUMENT",
             "name": f"{NAME}-{installer_version}",
-            "documentNamespace": f"https://www.kelo.example/spdx/{NAME}-{installer_version}-{code}",
+            "documentNamespace": f"https://www.kelo.example/spdx/{NAME}-{installer_version}-{content}",
             "creationInfo": {"created": created, "creators": ["Tool: lab-publish"]},
             "packages": [whole, *libraries, *images], "files": files,
             "relationships": [{"spdxElementId": one, "relationshipType": kind, "relatedSpdxElement": other}
                               for one, kind, other in related]}
 
 
+def is_earlier_output(folder):
+    manifest = folder / "manifest.sha256"
+    return manifest.is_file() and f"  {NAME}.zip\n".encode() in manifest.read_bytes()
+
+
+@contextlib.contextmanager
+def locked(folder, how):
+    """Holds the lock of a folder, which the system releases if the process is killed."""
+    descriptor = os.open(folder, os.O_RDONLY | os.O_DIRECTORY)
+    try:
+        fcntl.flock(descriptor, how)
+        yield
+    finally:
+        os.close(descriptor)
+
+
+def clear(left):
+    """Removes the work folder of a killed run. An output that the run had moved away and not replaced returns to its place."""
+    if not left.is_dir() or not {item.name for item in left.iterdir()} <= {"made", "scratch", "old"}:
+        return
+    with contextlib.suppress(BlockingIOError), locked(left, fcntl.LOCK_EX | fcntl.LOCK_NB):
+        for old in (left / "old").glob("*"):
+            if not (left.parent / old.name).exists():
+                old.rename(left.parent / old.name)
+        shutil.rmtree(left)
+
+
+@contextlib.contextmanager
+def work_folder(parent):
+    with contextlib.ExitStack() as stack:
+        with locked(parent, fcntl.LOCK_EX):
+            for left in parent.glob(".installer.*"):
+                clear(left)
+            work = pathlib.Path(stack.enter_context(tempfile.TemporaryDirectory(prefix=".installer.", dir=parent)))
+            stack.enter_context(locked(work, fcntl.LOCK_EX))
+        for name in ("made", "scratch", "old"):
+            (work / name).mkdir()
+        yield work
+
+
+def replace(output, made, old):
+    """Moves `made` to `output` and the earlier output to `old`. Without the first, the second is undone."""
+    try:
+        if output.exists():
+            output.rename(old)
+        made.rename(output)
+    except BaseException:
+        if old.exists() and not output.exists():
+            old.rename(output)
+        raise
+
+
+def make(given, output, work):
+    if output.exists() and any(output.iterdir()) and not is_earlier_output(output):
+        refuse(f"{output} isn't empty and isn't an earlier output")
+    if given.stapled and not is_earlier_output(output):
+        refuse(f"{output} isn't an earlier output")
+    release = Release(given, work / "made", work / "scratch")
+    if given.stapled:
+        release.make_again(output)
+    else:
+        release.make()
+    replace(output, work / "made", work / "old" / output.name)
+
+
+def sentence(failure):
+    """The first reason of a failed copy, or the file and the reason of another failed call."""
+    if isinstance(failure, shutil.Error):
+        return failure.args[0][0][-1]
+    return f"{failure.filename}: {failure.strerror}" if failure.filename else str(failure)
+
+
 def main():
     given = arguments_of(sys.argv[1:])
     output = given.output.absolute()
-    if output.exists() and any(output.iterdir()) and not (output / "manifest.sha256").is_file():
-        refuse(f"{output} isn't empty and isn't an earlier output")
-    if given.stapled and not (output / "manifest.sha256").is_file():
-        refuse(f"{output} isn't an earlier output")
     os.umask(0o022)
-    output.parent.mkdir(parents=True, exist_ok=True)
-    with tempfile.TemporaryDirectory(prefix=".installer.", dir=output.parent) as name:
-        made, scratch = pathlib.Path(name) / "made", pathlib.Path(name) / "scratch"
-        made.mkdir()
-        scratch.mkdir()
-        release = Release(given, made, scratch)
-        if given.stapled:
-            release.make_again(output)
-        else:
-            release.make()
-        if output.exists():
-            output.rename(scratch / "old")
-        made.rename(output)
-    print((output / "manifest.sha256").read_text(), end="")
+    try:
+        output.parent.mkdir(parents=True, exist_ok=True)
+        with work_folder(output.parent) as work:
+            make(given, output, work)
+        print((output / "manifest.sha256").read_text(), end="")
+    except OSError as failure:
+        refuse(sentence(failure))
 
 
 if __name__ == "__main__":

@@ -1,7 +1,10 @@
 """lab-publish installer: a release made with a test identity, and read with other programs."""
 
+import datetime
+import fcntl
 import hashlib
 import http.server
+import importlib.util
 import json
 import os
 import pathlib
@@ -70,14 +73,15 @@ def own(tmp_path_factory):
 
 
 def installer(workshop, output, *options, apps=("brenna", "rulo"), version="2.1", identity=True, configuration=CONFIGURATION,
-              engine=None):
+              engine=None, environment=None):
     words = [LAB / "lab-publish", "installer", "--engine", engine or workshop / "engine-cli", "--configuration", configuration,
              "--output", output, "--test-authority", workshop / "authority/root.pem", *options]
     for app in apps:
         words += ["--image", f"{app}={version}={workshop / app}.dmg"]
     if identity:
         words += ["--identity", workshop / "identity.p12", "--password-file", workshop / "password"]
-    return subprocess.run([str(word) for word in words], capture_output=True, text=True, check=False)
+    return subprocess.run([str(word) for word in words], capture_output=True, text=True, check=False,
+                          env={**os.environ, **(environment or {})})
 
 
 def online_installer(workshop, own, output, *options, identity="whole", **environment):
@@ -96,9 +100,9 @@ def release(workshop, tmp_path_factory):
     return output
 
 
-def codesign_that_trusts(root, folder):
+def codesign_that_trusts(root, folder, **others):
     shutil.copy(LAB / "codesign", folder)
-    (folder / "linux_host.json").write_text(json.dumps({"testAuthority": str(root)}))
+    (folder / "linux_host.json").write_text(json.dumps({"testAuthority": str(root), **others}))
     return lambda *words: subprocess.run([folder / "codesign", *words], capture_output=True, text=True, check=False)
 
 
@@ -213,6 +217,14 @@ def test_refuses_an_identity_that_signs_nothing_valid(workshop, own, tmp_path, i
     assert done.returncode == 1 and said in done.stderr and not (tmp_path / "out").exists(), done.stderr
 
 
+def sbom_of(output):
+    return json.loads((output / "sbom.spdx.json").read_text())
+
+
+def seconds_of(sbom):
+    return datetime.datetime.fromisoformat(sbom["creationInfo"]["created"]).timestamp()
+
+
 def test_refuses_an_identity_whose_signatures_its_verifier_refuses(workshop, own, tmp_path):
     done = online_installer(workshop, own, tmp_path / "out", "--test-authority", workshop / "authority/root.pem")
     assert done.returncode == 1 and "root certificate isn't trusted" in done.stderr and not (tmp_path / "out").exists()
@@ -221,10 +233,12 @@ def test_refuses_an_identity_whose_signatures_its_verifier_refuses(workshop, own
 def test_stapling_changes_what_the_lists_say_and_they_are_made_again(workshop, tmp_path):
     output = tmp_path / "out"
 
-    def again(*options, identity=True):
+    def again(*options, identity=True, **environment):
         words = [LAB / "lab-publish", "installer", "--output", output, *options]
         signer = ["--identity", workshop / "identity.p12", "--password-file", workshop / "password"] if identity else []
-        return subprocess.run([str(word) for word in (*words, *signer)], capture_output=True, text=True, check=False)
+        kept = {name: value for name, value in os.environ.items() if name != "SOURCE_DATE_EPOCH"}
+        return subprocess.run([str(word) for word in (*words, *signer)], capture_output=True, text=True, check=False,
+                              env={**kept, **environment})
 
     assert again("--stapled", "app").returncode == 1 and not output.exists()
     assert installer(workshop, output).returncode == 0
@@ -235,10 +249,15 @@ def test_stapling_changes_what_the_lists_say_and_they_are_made_again(workshop, t
     assert (tmp_path / "zip" / APP / "Contents/CodeResources").read_bytes() == b"a ticket"
     test_the_manifest_has_every_file_and_another_program_agrees(output)
     test_the_sbom_names_files_images_and_linked_libraries(output)
+    before, start = sbom_of(output), int(time.time())
     with (output / "Kelo-Desk-Installer.dmg").open("ab") as image:
         image.write(b"a ticket")
     stapled = (output / "Kelo-Desk-Installer.dmg").read_bytes()
     assert again("--stapled", "image", identity=False).returncode == 0
+    assert start <= seconds_of(sbom_of(output)) <= time.time()
+    assert sbom_of(output)["documentNamespace"] != before["documentNamespace"]
+    assert again("--stapled", "image", identity=False, SOURCE_DATE_EPOCH="1800000000").returncode == 0
+    assert seconds_of(sbom_of(output)) == 1800000000
     assert (output / "Kelo-Desk-Installer.dmg").read_bytes() == stapled
     test_the_manifest_has_every_file_and_another_program_agrees(output)
     test_the_sbom_names_files_images_and_linked_libraries(output)
@@ -264,21 +283,65 @@ def test_without_identity_and_images_it_is_an_online_installer_signed_by_no_one(
     assert "Signature=adhoc" in codesign("-d", "-vv", tmp_path / "out" / APP).stderr
 
 
+ENGINE = {"one slice": (7, b"\1"), "the same processor twice": (8, bytes.fromhex("01000007")), "an i386 slice": (28, b"\0\0\0\7")}
+
+
 @pytest.mark.parametrize("change, said", [
     ({"version": "2.2"}, "holds version 2.1, not 2.2"), ({"apps": ("tolvi",)}, "tolvi.dmg isn't there"),
-    ({"engine": "password"}, "isn't a universal executable"), ({"configuration": '{"installScope": 7}'}, "7"),
+    ({"engine": "password"}, "isn't a universal executable"), ({"engine": "absent"}, "absent: No such file or directory"),
+    *(({"engine": name}, "isn't a universal executable with an arm64 and an x86_64 slice") for name in ENGINE),
+    ({"configuration": '{"apps": {}, "installScope": 7}'}, "given.json: $.installScope: 7 is not of type 'string'"),
     ({"configuration": "{"}, "Expecting"), ({"options": ["--image", "brenna=2.1=x"]}, "names an app twice"),
-    ({"options": ["--image", "other=2.1=x"]}, "isn't APP=VERSION=FILE"), ({"options": ["--timestamp", "http://127.0.0.1:9/"]}, "server")])
+    ({"options": ["--image", "other=2.1=x"]}, "isn't APP=VERSION=FILE"), ({"options": ["--timestamp", "http://127.0.0.1:9/"]}, "server"),
+    ({"options": ["--timestamp-authority", "x"]}, "--timestamp-authority needs --timestamp"),
+    ({"environment": {"SOURCE_DATE_EPOCH": "9" * 20}}, "and not a number of seconds until the year 9999"),
+    ({"environment": {"PATH": "/nowhere"}}, "cmake: No such file or directory"),
+    ({"configuration": None}, "given.json: No such file or directory"), ({"output": "file/out"}, "file: File exists")])
 def test_refuses_and_leaves_nothing(workshop, tmp_path, change, said):
-    options = change.pop("options", [])
-    if "engine" in change:
+    options, environment, output = change.pop("options", []), change.pop("environment", {}), tmp_path / change.pop("output", "out")
+    (tmp_path / "file").write_text("x")
+    if change.get("engine") in ENGINE:
+        place, replaced = ENGINE[change["engine"]]
+        executable = bytearray((workshop / "engine-cli").read_bytes())
+        executable[place:place + len(replaced)] = replaced
+        change["engine"] = tmp_path / "changed"
+        change["engine"].write_bytes(executable)
+    elif "engine" in change:
         change["engine"] = workshop / change["engine"]
     if "configuration" in change:
-        (tmp_path / "given.json").write_text(change["configuration"])
+        if change["configuration"]:
+            (tmp_path / "given.json").write_text(change["configuration"])
         change["configuration"] = tmp_path / "given.json"
-    done = installer(workshop, tmp_path / "out", *options, **change)
-    assert done.returncode in (1, 64) and said in done.stderr, done.stderr
+    done = installer(workshop, output, *options, environment=environment, **change)
+    assert done.returncode in (1, 64) and said in done.stderr and "Traceback" not in done.stderr, done.stderr
     assert not (tmp_path / "out").exists() and not list(tmp_path.glob(".installer.*"))
+
+
+def test_refuses_an_output_that_is_a_file_and_one_without_its_archive(workshop, tmp_path, release):
+    (tmp_path / "file").write_text("x")
+    done = installer(workshop, tmp_path / "file")
+    assert (done.returncode, done.stderr) == (1, f"lab-publish: {tmp_path}/file: Not a directory\n")
+    shutil.copytree(release, tmp_path / "out", ignore=shutil.ignore_patterns("*.zip"))
+    done = run_stapled_image(tmp_path / "out")
+    assert (done.returncode, done.stderr) == (1, f"lab-publish: {tmp_path}/out/Kelo-Desk-Installer.zip: No such file or directory\n")
+    assert (tmp_path / "out" / APP).is_dir()
+
+
+def run_stapled_image(output):
+    return subprocess.run([LAB / "lab-publish", "installer", "--stapled", "image", "--output", output], capture_output=True, text=True,
+                          check=False)
+
+
+def test_refuses_a_lab_without_programs(workshop, tmp_path):
+    (tmp_path / "build/lab").mkdir(parents=True)
+    shutil.copytree(LAB, tmp_path / "build/lab/bin", symlinks=True, ignore=shutil.ignore_patterns("spctl"))
+    for name in ("packaging", "engines", "cmake_install.cmake"):
+        (tmp_path / "build" / name).symlink_to(BUILD / name)
+    words = ["--engine", workshop / "engine-cli", "--configuration", CONFIGURATION, "--output", tmp_path / "out",
+             "--image", f"brenna=2.1={workshop / 'brenna.dmg'}"]
+    done = subprocess.run([tmp_path / "build/lab/bin/lab-publish", "installer", *words], capture_output=True, text=True, check=False)
+    assert (done.returncode, done.stderr) == (1, f"lab-publish: {tmp_path}/build/lab/bin/spctl: No such file or directory\n")
+    assert not (tmp_path / "out").exists()
 
 
 def test_refuses_an_image_that_the_engine_would_not_install(workshop, tmp_path):
@@ -293,16 +356,60 @@ def test_refuses_an_image_that_the_engine_would_not_install(workshop, tmp_path):
     assert "could not be verified as genuine" in done.stderr and not (tmp_path / "out").exists()
 
 
-def test_spares_a_folder_that_is_no_earlier_output(workshop, tmp_path):
+@pytest.mark.parametrize("name, content", [("precious", "x"), ("manifest.sha256", f"{'0' * 64}  other.zip\n")])
+def test_spares_a_folder_that_is_no_earlier_output(workshop, tmp_path, name, content):
     (tmp_path / "out").mkdir()
-    (tmp_path / "out/precious").write_text("x")
-    done = installer(workshop, tmp_path / "out")
-    assert done.returncode == 1 and "isn't an earlier output" in done.stderr and (tmp_path / "out/precious").exists()
+    (tmp_path / "out" / name).write_text(content)
+    for done in (installer(workshop, tmp_path / "out"), run_stapled_image(tmp_path / "out")):
+        assert done.returncode == 1 and "isn't an earlier output" in done.stderr
+    assert (tmp_path / "out" / name).read_text() == content
+
+
+@pytest.fixture
+def script(monkeypatch):
+    """The code of lab-publish installer."""
+    monkeypatch.setattr("sys.argv", [str(LAB / "lab-publish-installer")])
+    specification = importlib.util.spec_from_file_location("lab_publish_installer", ROOT / "lab/publisher/installer.py")
+    module = importlib.util.module_from_spec(specification)
+    specification.loader.exec_module(module)
+    return module
+
+
+@pytest.mark.parametrize("interruption", [OSError, KeyboardInterrupt])
+def test_an_output_that_can_not_be_replaced_stays(script, tmp_path, interruption):
+    class Made:
+        def rename(self, _):
+            raise interruption
+
+    output = tmp_path / "out"
+    output.mkdir()
+    (output / "bundle").write_text("stapled")
+    with pytest.raises(interruption):
+        script.replace(output, Made(), tmp_path / "old")
+    assert (output / "bundle").read_text() == "stapled" and not (tmp_path / "old").exists()
+
+
+def test_removes_what_a_killed_run_left_and_returns_the_output_that_it_had_moved_away(release, tmp_path):
+    killed, running, other = (tmp_path / f".installer.{name}" for name in ("killed", "running", "other"))
+    for folder in (killed, running):
+        (folder / "made").mkdir(parents=True)
+        (folder / "old").mkdir()
+    shutil.copytree(release, killed / "old/out")
+    (other / "precious").mkdir(parents=True)
+    lock = os.open(running, os.O_RDONLY)
+    fcntl.flock(lock, fcntl.LOCK_EX)
+    try:
+        done = run_stapled_image(tmp_path / "out")
+    finally:
+        os.close(lock)
+    assert done.returncode == 0, done.stderr
+    assert sorted(path.name for path in tmp_path.iterdir()) == [".installer.other", ".installer.running", "out"]
+    assert (tmp_path / "out" / APP / "Contents/MacOS/engine-cli").is_file()
 
 
 @pytest.fixture
 def timestamps(workshop, tmp_path):
-    """A timestamp server on loopback, which counts the requests."""
+    """A timestamp server of the workshop's authority on loopback, which counts the requests."""
     (tmp_path / "serial").write_text("01\n")
     (tmp_path / "ts.cnf").write_text(
         f"[tsa]\ndefault_tsa = ours\n[ours]\nserial = {tmp_path}/serial\nsigner_cert = {workshop}/authority/timestamp.pem\n"
@@ -344,6 +451,21 @@ def test_a_server_stamps_bundle_and_disk_image(workshop, tmp_path, codesign, tim
     for made in (tmp_path / "out" / APP, tmp_path / "out/Kelo-Desk-Installer.dmg"):
         assert codesign("--verify", "--strict", made).returncode == 0
         assert "Timestamp=" in codesign("-d", "-vvv", made).stderr
+
+
+def test_a_server_of_another_root_stamps_if_that_root_is_named(workshop, own, release, tmp_path, timestamps):
+    refused = online_installer(workshop, own, tmp_path / "out", "--timestamp", timestamps.url)
+    assert refused.returncode == 1 and not (tmp_path / "out").exists()
+    assert "secure timestamp: the time server's root certificate isn't trusted; --timestamp-authority names that root" in refused.stderr
+    root = workshop / "authority/root.pem"
+    done = online_installer(workshop, own, tmp_path / "out", "--timestamp", timestamps.url, "--timestamp-authority", root)
+    assert done.returncode == 0, done.stderr
+    judge = codesign_that_trusts(own / "root.pem", tmp_path, timestampAuthority=str(root))
+    for made in (tmp_path / "out" / APP, tmp_path / "out/Kelo-Desk-Installer.dmg"):
+        assert judge("--verify", "--strict", made).returncode == 0
+        assert "Timestamp=" in judge("-d", "-vvv", made).stderr
+    # The root of a time server vouches for no code.
+    assert "the signer's root certificate isn't trusted" in judge("--verify", release / APP).stderr
 
 
 @pytest.mark.parametrize("spoil", [lambda reply: b"", lambda reply: b"<html>", lambda reply: reply[:-20], "the first again"])
