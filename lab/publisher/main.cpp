@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Base/POSIX/LinuxHostSettings.h"
 #include "Base/URL.h"
 #include "publisher/Arguments.h"
 #include "publisher/Publication.h"
@@ -95,9 +96,8 @@ int runChange(PublishArguments& arguments) {
 
 // `installer` and `probe` are scripts beside this program.
 int runScript(char** words) {
-  std::error_code error;
-  const auto self = std::filesystem::read_symlink("/proc/self/exe", error);
-  std::string script = (self.parent_path() / fmt::format("lab-publish-{}", words[0])).string();
+  std::string script = installer::joined(installer::parentFolder(installer::executablePath()),
+                                         fmt::format("lab-publish-{}", words[0]));
   words[0] = script.data();
   execv(script.c_str(), words);
   return failed(fmt::format("{}: {}", script, std::strerror(errno)));

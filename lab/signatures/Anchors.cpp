@@ -5,6 +5,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "Base/POSIX/LinuxHostSettings.h"
 #include "Base/Text.h"
 
 namespace lab {
@@ -47,9 +48,8 @@ Anchors Anchors::ofHost(const std::filesystem::path& programs) {
 }
 
 Anchors Anchors::ofThisProgram() {
-  std::error_code error;
-  const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
-  return error ? platform() : ofHost(program.parent_path());
+  const std::filesystem::path program = installer::executablePath();
+  return program.empty() ? platform() : ofHost(program.parent_path());
 }
 
 Anchors Anchors::withTestAuthority(Certificate root) {

@@ -1,5 +1,6 @@
 #include "Base/POSIX/LinuxHostSettings.h"
 
+#include <climits>
 #include <fmt/format.h>
 #include <initializer_list>
 #include <nlohmann/json.hpp>
@@ -186,6 +187,13 @@ Result<LinuxHostSettings> LinuxHostSettings::read(const Path& resources) {
   if (text) return parse(*text, resources);
   if (text.error().is(ErrorDomain::cocoa, CocoaError::fileReadNoSuchFile)) return defaults(resources);
   return std::unexpected(text.error());
+}
+
+Path executablePath() {
+  std::string path(PATH_MAX, '\0');
+  const auto length = ::readlink("/proc/self/exe", path.data(), path.size());
+  path.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+  return path;
 }
 
 }  // namespace installer

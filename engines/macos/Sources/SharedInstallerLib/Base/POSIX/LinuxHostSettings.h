@@ -57,4 +57,7 @@ struct LinuxHostSettings {
   [[nodiscard]] static Result<LinuxHostSettings> read(const Path& resources);
 };
 
+// The path of this process's executable, without links; empty with errno set when it can't be read.
+Path executablePath();
+
 }  // namespace installer

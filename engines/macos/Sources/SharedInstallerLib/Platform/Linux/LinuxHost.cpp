@@ -1,11 +1,9 @@
 #include "Platform/Linux/LinuxHost.h"
 
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <fmt/core.h>
 #include <nlohmann/json.hpp>
-#include <unistd.h>
 
 #include "Base/POSIX/FileTree.h"
 #include "Base/POSIX/ProcessStart.h"
@@ -52,13 +50,6 @@ LinuxHostSettings withTrueRoot(LinuxHostSettings settings) {
                                                          &std::free};
   if (root != nullptr) settings.root = root.get();
   return settings;
-}
-
-Path executablePath() {
-  std::string path(PATH_MAX, '\0');
-  const auto length = ::readlink("/proc/self/exe", path.data(), path.size());
-  path.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
-  return path;
 }
 
 }  // namespace
