@@ -1,4 +1,4 @@
-// Starts child processes. No other code does.
+// Starts the child processes of the engine and its host. The lab forks, so that a child ends with its parent.
 #pragma once
 
 #include <expected>
