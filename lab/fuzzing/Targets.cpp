@@ -1,5 +1,7 @@
 #include "Targets.h"
 
+#include <nlohmann/json.hpp>
+
 #include "CodeResources.h"
 #include "ImageTrailer.h"
 #include "MachO.h"
@@ -77,7 +79,7 @@ void tryCodeResources(ByteView input) {
 }
 
 void tryPropertyList(ByteView input) {
-  (void)PropertyList::read(input);
+  (void)readPropertyList(input);
 }
 
 void tryRequirementText(ByteView input) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <initializer_list>
+#include <nlohmann/json.hpp>
 
 #include "MappedFile.h"
 #include "PropertyList.h"
@@ -83,11 +84,11 @@ Outcome<void> readInfoPlist(Bundle& bundle) {
   bundle.infoPlist = bundle.base / (inResources ? "Resources/Info.plist" : "Info.plist");
   const auto file = MappedFile::open(bundle.infoPlist);
   if (!file) return refuse("not a bundle (no readable Info.plist)");
-  const auto info = PropertyList::read(file->bytes());
-  if (!info || info->dictionary() == nullptr) return refuse("the bundle's Info.plist can't be parsed");
+  const auto info = readPropertyList(file->bytes());
+  if (!info || !info->is_object()) return refuse("the bundle's Info.plist can't be parsed");
   bundle.mainExecutable = bundle.infoPlist;
-  if (info->find("CFBundleExecutable") == nullptr) return {};
-  const std::string name = info->textAt("CFBundleExecutable");
+  if (installer::JSONReader::member(*info, "CFBundleExecutable") == nullptr) return {};
+  const auto name = installer::JSONReader::string(*info, "CFBundleExecutable").value_or("");
   if (!isPlainName(name)) return refuse("the bundle's Info.plist names no usable main executable");
   bundle.mainExecutable = bundle.base / (bundle.shape == Bundle::Shape::contents ? "MacOS" : "") / name;
   if (bundle.shape == Bundle::Shape::contents && !isFolder(bundle.base / "MacOS"))

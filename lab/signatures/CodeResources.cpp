@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <nlohmann/json.hpp>
 
 #include "PropertyList.h"
 #include "support/Unicode.h"
@@ -11,14 +12,15 @@ namespace lab {
 
 namespace {
 
+namespace JSONReader = installer::JSONReader;
+
 constexpr std::size_t kMostRules = 128;
 // Every path is matched with every rule, so the total of the rules is bounded too. The usual rules have 200.
 constexpr std::size_t kMostSteps = 2000;
 constexpr std::string_view kTakesInEverything = "^.*";
 
-bool flag(const PropertyList& value, std::string_view name) {
-  const PropertyList* found = value.find(name);
-  return found != nullptr && found->boolean() != nullptr && *found->boolean();
+bool flag(const Json& value, std::string_view name) {
+  return JSONReader::boolean(value, name).value_or(false);
 }
 
 // True when the omission's expression ends in one of the usual names and can't match another.
@@ -29,17 +31,17 @@ bool isUsualOmission(std::string_view expression) {
          std::ranges::any_of(endings, [&](std::string_view ending) { return expression.ends_with(ending); });
 }
 
-Outcome<ResourceRule> readRule(const std::string& expression, const PropertyList& value) {
+Outcome<ResourceRule> readRule(const std::string& expression, const Json& value) {
   auto pattern = Pattern::compile(expression);
   if (!pattern) return handOn(pattern, "resource rule");
   ResourceRule rule{expression, std::move(*pattern), 1, false, false, false};
-  if (value.boolean() != nullptr) {
-    rule.omit = !*value.boolean();
-  } else if (value.number()) {
-    rule.weight = *value.number();
-  } else if (value.dictionary() != nullptr) {
-    const PropertyList* weight = value.find("weight");
-    if (weight != nullptr) rule.weight = weight->number().value_or(std::nan(""));
+  if (value.is_boolean()) {
+    rule.omit = !value.get<bool>();
+  } else if (value.is_number()) {
+    rule.weight = value.get<double>();
+  } else if (value.is_object()) {
+    const Json* weight = JSONReader::member(value, "weight");
+    if (weight != nullptr) rule.weight = weight->is_number() ? weight->get<double>() : std::nan("");
     rule.omit = flag(value, "omit");
     rule.optional = flag(value, "optional");
     rule.nested = flag(value, "nested");
@@ -54,30 +56,30 @@ Outcome<ResourceRule> readRule(const std::string& expression, const PropertyList
 }
 
 // Reads the digest of a file's seal: SHA-256, or the SHA-1 of older tools.
-bool readDigest(const PropertyList& value, HashType weakest, ResourceSeal& seal) {
-  const PropertyList* strong = value.find("hash2");
-  const PropertyList* weak = value.data() != nullptr ? &value : value.find("hash");
+bool readDigest(const Json& value, HashType weakest, ResourceSeal& seal) {
+  const Json* strong = JSONReader::member(value, "hash2");
+  const Json* weak = value.is_binary() ? &value : JSONReader::member(value, "hash");
   const bool isWeak = strong == nullptr && weakest == HashType::sha1;
-  const PropertyList* digest = isWeak ? weak : strong;
+  const Json* digest = isWeak ? weak : strong;
   seal.hashType = isWeak ? HashType::sha1 : HashType::sha256;
-  if (digest == nullptr || digest->data() == nullptr || digest->data()->size() != digestSize(seal.hashType))
+  if (digest == nullptr || !digest->is_binary() || digest->get_binary().size() != digestSize(seal.hashType))
     return false;
-  seal.hash = *digest->data();
+  seal.hash = digest->get_binary();
   return true;
 }
 
-Outcome<ResourceSeal> readSeal(const std::string& path, const PropertyList& value, HashType weakest) {
+Outcome<ResourceSeal> readSeal(const std::string& path, const Json& value, HashType weakest) {
   ResourceSeal seal;
   seal.optional = flag(value, "optional");
-  seal.target = value.textAt("symlink");
-  if (value.find("symlink") != nullptr) {
+  seal.target = JSONReader::string(value, "symlink").value_or("");
+  if (JSONReader::member(value, "symlink") != nullptr) {
     seal.kind = ResourceSeal::Kind::symlink;
     if (seal.target.empty()) return refuse("the seal of {} has no link target", printable(path));
     return seal;
   }
-  const PropertyList* cdhash = value.find("cdhash");
-  seal.requirement = value.textAt("requirement");
-  if (cdhash != nullptr && cdhash->data() != nullptr) seal.cdhash = *cdhash->data();
+  const Json* cdhash = JSONReader::member(value, "cdhash");
+  seal.requirement = JSONReader::string(value, "requirement").value_or("");
+  if (cdhash != nullptr && cdhash->is_binary()) seal.cdhash = cdhash->get_binary();
   if (!seal.requirement.empty() || !seal.cdhash.empty()) {
     seal.kind = ResourceSeal::Kind::nested;
     return seal;
@@ -89,10 +91,10 @@ Outcome<ResourceSeal> readSeal(const std::string& path, const PropertyList& valu
 
 }  // namespace
 
-Outcome<void> CodeResources::addRules(const PropertyList& rules) {
-  if (rules.dictionary()->size() > kMostRules) return refuse("CodeResources has too many rules");
+Outcome<void> CodeResources::addRules(const Json& rules) {
+  if (rules.size() > kMostRules) return refuse("CodeResources has too many rules");
   std::size_t steps = 0;
-  for (const auto& [expression, value] : *rules.dictionary()) {
+  for (const auto& [expression, value] : rules.items()) {
     auto rule = readRule(expression, value);
     if (!rule) return handOn(rule);
     steps += rule->pattern.size();
@@ -108,17 +110,16 @@ Outcome<void> CodeResources::addRules(const PropertyList& rules) {
 }
 
 Outcome<CodeResources> CodeResources::read(ByteView propertyList, HashType weakest) {
-  const auto list = PropertyList::read(propertyList);
+  const auto list = readPropertyList(propertyList);
   if (!list) return handOn(list, "CodeResources");
-  const PropertyList* rules = list->find("rules2");
-  const PropertyList* files = list->find("files2");
-  if (rules == nullptr || rules->dictionary() == nullptr || files == nullptr ||
-      files->dictionary() == nullptr) {
+  const Json* rules = JSONReader::member(*list, "rules2");
+  const Json* files = JSONReader::member(*list, "files2");
+  if (rules == nullptr || !rules->is_object() || files == nullptr || !files->is_object()) {
     return refuse("CodeResources has no second-generation rules and seals");
   }
   CodeResources resources;
   if (auto added = resources.addRules(*rules); !added) return handOn(added);
-  for (const auto& [path, value] : *files->dictionary()) {
+  for (const auto& [path, value] : files->items()) {
     auto seal = readSeal(path, value, weakest);
     if (!seal) return handOn(seal);
     if (!resources.seals_.emplace(canonicalName(path), std::move(*seal)).second)

@@ -6,14 +6,13 @@
 #include <unordered_map>
 #include <vector>
 
+#include "Base/JSONReader.h"
 #include "Bytes.h"
 #include "Digest.h"
 #include "Outcome.h"
 #include "Pattern.h"
 
 namespace lab {
-
-class PropertyList;
 
 struct ResourceRule {
   std::string expression;
@@ -50,7 +49,7 @@ class CodeResources {
   const std::unordered_map<std::string, ResourceSeal>& seals() const { return seals_; }
 
  private:
-  Outcome<void> addRules(const PropertyList& rules);
+  Outcome<void> addRules(const installer::Json& rules);
 
   std::vector<ResourceRule> rules_;
   std::unordered_map<std::string, ResourceSeal> seals_;

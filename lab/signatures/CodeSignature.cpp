@@ -1,6 +1,7 @@
 #include "CodeSignature.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "PageHashes.h"
 #include "RequirementBlob.h"
@@ -69,10 +70,13 @@ ByteView bareCMS(ByteView bytes) {
   return be32(bytes, 0) == kBlobWrapperMagic && be32(bytes, 4) == bytes.size() ? bytes.subspan(8) : bytes;
 }
 
-PropertyList readInside(const SignatureParts& parts, std::uint32_t slot) {
-  const auto found = parts.sealed.find(slot);
-  return found == parts.sealed.end() ? PropertyList()
-                                     : PropertyList::read(found->second.subspan(8)).value_or(PropertyList());
+// Null when there is no list after `headerSize` bytes of the slot's content.
+std::shared_ptr<const Json> listIn(const std::map<std::uint32_t, ByteView>& contents, std::uint32_t slot,
+                                   std::size_t headerSize) {
+  const auto found = contents.find(slot);
+  if (found == contents.end()) return nullptr;
+  auto list = readPropertyList(found->second.subspan(headerSize));
+  return list ? std::make_shared<const Json>(*std::move(list)) : nullptr;
 }
 
 Outcome<void> readDesignated(const SignatureParts& parts, CodeFacts& facts) {
@@ -145,13 +149,8 @@ Outcome<CodeFacts> readFacts(const SignatureParts& parts, const SignedSurroundin
     facts.cdhashes.push_back(directory.cdhash());
   }
   if (auto read = readDesignated(parts, facts); !read) return handOn(read);
-  facts.entitlements = readInside(parts, kEntitlementsSlot);
-  const auto info = surroundings.outside.find(kInfoPlistSlot);
-  if (surroundings.info != nullptr) {
-    facts.info = *surroundings.info;
-  } else if (info != surroundings.outside.end()) {
-    facts.info = PropertyList::read(info->second).value_or(PropertyList());
-  }
+  facts.entitlements = listIn(parts.sealed, kEntitlementsSlot, 8);
+  facts.info = surroundings.info ? surroundings.info : listIn(surroundings.outside, kInfoPlistSlot, 0);
   return facts;
 }
 
@@ -164,7 +163,7 @@ const Bytes& CodeFacts::cdhash() const {
 }
 
 RequirementSubject CodeFacts::subject() const {
-  RequirementSubject subject{identifier, cdhashes, {}, std::nullopt, &info, &entitlements};
+  RequirementSubject subject{identifier, cdhashes, {}, std::nullopt, info.get(), entitlements.get()};
   if (!chain) return subject;
   subject.certificates = chain->certificates;
   subject.anchor = chain->anchor;

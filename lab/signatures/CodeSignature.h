@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -36,7 +37,7 @@ struct SignedSurroundings {
   std::uint64_t limit = 0;                    // bytes that pages must cover
   std::map<std::uint32_t, ByteView> outside;  // contents outside the signature itself, by slot
   std::set<std::uint32_t> mustBeSealed;       // slots that every directory must cover
-  const PropertyList* info = nullptr;  // the parsed Info.plist, if slices share it; else it is parsed again
+  std::shared_ptr<const Json> info{};  // the parsed Info.plist, if slices share it; else it is parsed again
 };
 
 // The facts of one signed slice or file. Has copies; outlives the bytes that it was read from.
@@ -56,9 +57,9 @@ struct CodeFacts {
   bool expiredUnstamped =
       false;  // valid, but a certificate has expired and no timestamp proves an earlier signing
   std::optional<Requirement> designated;
-  std::string designatedProblem;  // why the designated requirement can't be read
-  PropertyList info;
-  PropertyList entitlements;
+  std::string designatedProblem;     // why the designated requirement can't be read
+  std::shared_ptr<const Json> info;  // null, like the next, when it is missing or can't be read
+  std::shared_ptr<const Json> entitlements;
 
   bool isAdHoc() const { return (flags & kAdHocFlag) != 0; }
   bool isVouchedForByTestAuthority() const { return chain && chain->anchor == AnchorKind::testAuthority; }

@@ -1,6 +1,7 @@
 #include "RequirementEvaluator.h"
 
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 namespace lab {
 
@@ -47,19 +48,16 @@ bool matchesText(const Match& match, const std::string& text) {
   return false;
 }
 
-bool matchesValue(const Match& match, const PropertyList* value) {
+bool matchesValue(const Match& match, const Json* value) {
   if (value == nullptr) return match.kind == MatchKind::absent;
   if (match.kind == MatchKind::exists) {
     // A flag with the value false grants nothing.
-    return value->boolean() == nullptr || *value->boolean();
+    return !value->is_boolean() || value->get<bool>();
   }
-  if (const std::string* text = value->text()) return matchesText(match, *text);
-  if (const PropertyList::Array* items = value->array()) {
-    return std::ranges::any_of(*items, [&](const PropertyList& item) {
-      return item.text() != nullptr && matchesText(match, *item.text());
-    });
-  }
-  return false;
+  const auto isMatch = [&](const Json& item) {
+    return item.is_string() && matchesText(match, item.get_ref<const std::string&>());
+  };
+  return value->is_array() ? std::ranges::any_of(*value, isMatch) : isMatch(*value);
 }
 
 class Evaluator {
@@ -95,8 +93,8 @@ class Evaluator {
     return met;
   }
 
-  static const PropertyList* found(const PropertyList* list, const std::string& key) {
-    return list == nullptr ? nullptr : list->find(key);
+  static const Json* found(const Json* list, const std::string& key) {
+    return list == nullptr ? nullptr : installer::JSONReader::member(*list, key);
   }
 
   const Certificate* certificate(std::int32_t slot) const {

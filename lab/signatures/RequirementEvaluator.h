@@ -19,8 +19,8 @@ struct RequirementSubject {
   std::vector<Bytes> cdhashes;
   std::vector<Certificate> certificates;  // the proven chain, leaf first, root last; empty for ad hoc code
   std::optional<AnchorKind> anchor;
-  const PropertyList* info = nullptr;
-  const PropertyList* entitlements = nullptr;
+  const Json* info = nullptr;
+  const Json* entitlements = nullptr;
 };
 
 // Fails when the result depends on a `notJudgeable` operand, which a negation doesn't make true.

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "CodeSignature.h"
 #include "SignedData.h"
@@ -16,13 +17,12 @@ Outcome<bool> checkHashPlist(const SignedData& data, const CodeFacts& facts) {
   const BERElement* value = data.signedValue(kHashPlistAttribute);
   if (value == nullptr || !value->is(kBEROctetString))
     return refuse("the signer's list of code directories is malformed");
-  const auto list = PropertyList::read(octetsOf(*value).value_or(Bytes()));
-  const PropertyList* hashes = list ? list->find("cdhashes") : nullptr;
-  if (hashes == nullptr || hashes->array() == nullptr)
+  const auto list = readPropertyList(octetsOf(*value).value_or(Bytes()));
+  const Json* hashes = list ? installer::JSONReader::member(*list, "cdhashes") : nullptr;
+  if (hashes == nullptr || !hashes->is_array())
     return refuse("the signer's list of code directories is malformed");
   std::vector<Bytes> listed;
-  for (const PropertyList& hash : *hashes->array())
-    listed.push_back(hash.data() != nullptr ? *hash.data() : Bytes());
+  for (const Json& hash : *hashes) listed.push_back(hash.is_binary() ? Bytes(hash.get_binary()) : Bytes());
   std::vector<Bytes> present = facts.cdhashes;
   std::ranges::sort(listed);
   std::ranges::sort(present);

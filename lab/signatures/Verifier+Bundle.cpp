@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <nlohmann/json.hpp>
 
 #include "MachO.h"
 #include "MappedFile.h"
@@ -58,8 +59,7 @@ Outcome<CodeReport> Verifier::bundle(const Bundle& bundle, const Task& task) con
   if (!info) return handOn(info);
   const auto seals = MappedFile::open(bundle.signatureFolder / "CodeResources");
   SignedSurroundings surroundings;
-  const PropertyList parsed = PropertyList::read(info->bytes()).value_or(PropertyList());
-  surroundings.info = &parsed;
+  surroundings.info = std::make_shared<const Json>(readPropertyList(info->bytes()).value_or(nullptr));
   surroundings.outside[kInfoPlistSlot] = info->bytes();
   surroundings.mustBeSealed = {kInfoPlistSlot, kResourcesSlot};
   if (seals) surroundings.outside[kResourcesSlot] = seals->bytes();

@@ -1,6 +1,7 @@
 #include "Signer.h"
 
 #include <array>
+#include <nlohmann/json.hpp>
 
 #include "Base/POSIX/WholeFile.h"
 #include "ImageTrailer.h"
@@ -153,9 +154,10 @@ Outcome<void> Signer::bundleExecutable(const Bundle& bundle, const std::string& 
   if (!info) return handOn(info);
   const auto executable = MappedFile::open(bundle.mainExecutable);
   if (!executable) return handOn(executable);
-  const auto list = PropertyList::read(info->bytes());
+  const auto list = readPropertyList(info->bytes());
   std::string identifier = options_.identifier;
-  if (identifier.empty() && list) identifier = list->textAt("CFBundleIdentifier");
+  if (identifier.empty() && list)
+    identifier = installer::JSONReader::string(*list, "CFBundleIdentifier").value_or("");
   if (identifier.empty()) identifier = bundle.root.stem().string();
   const std::map<std::uint32_t, ByteView> outside{{kInfoPlistSlot, info->bytes()},
                                                   {kResourcesSlot, viewOf(resources)}};

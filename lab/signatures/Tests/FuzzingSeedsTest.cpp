@@ -67,6 +67,7 @@ TEST_F(FuzzingSeeds, AreGood) {
   plant("CodeResources", "app", resources);
   plant("PropertyList", "xml", resources);
   plant("PropertyList", "binary", kBinaryPropertyList);
+  plant("PropertyList", "quoted comment", kQuotedComment);
   plant("RequirementText", "every operation",
         viewOf("anchor apple generic and (certificate leaf[subject.OU] = \"AB\"* or not cdhash "
                "H\"0011223344556677889900112233445566778899\") and info[x] >= 2 and identifier 0x6162"));

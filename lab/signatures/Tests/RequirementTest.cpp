@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "BlobWriter.h"
 #include "RequirementBlob.h"
@@ -27,8 +28,8 @@ RequirementSubject subject() {
   add(authority.leaf(LeafKind::valid).certificate);
   for (const X509Pointer& issuer : authority.issuers(LeafKind::valid)) add(issuer);
   code.anchor = AnchorKind::testAuthority;
-  static const PropertyList kInfo =
-      PropertyList::read(
+  static const Json kInfo =
+      readPropertyList(
           viewOf("<plist><dict><key>CFBundleVersion</key><string>10.2</string><key>on</key><true/>"
                  "<key>off</key><false/></dict></plist>"))
           .value();

@@ -128,20 +128,47 @@ TEST(XMLPropertyListBounds, CountEveryFormThatAReaderTakes) {
 TEST(XMLPropertyListBounds, RefuseWhatNestsTooDeepHoweverItIsDisguised) {
   const auto disguised = [](const std::string& closing) { return xml(repeated("<array>" + closing, 200)); };
   const std::string named = "<?xml version=\"1.0\" encoding=\"";
-  for (const std::string& bad :
-       {nested(129), inUTF16(nested(129), true), inUTF16(nested(129), false), disguised("<!-- </array> -->"),
-        disguised("<string><![CDATA[</array>]]></string>"), disguised("<?x </array>?>"),
-        disguised("<string x=\"></array>\"/>"), disguised("<plist x=\"></array>\"/>"),
-        disguised("<!DOCTYPE x \"></array>\">"), xml(repeated("<array x=\"/>\">", 200)),
-        inUTF16(nested(129), true).substr(2), std::string(1000, '('), std::string(1000, '{'),
-        named + "UTF-7\"?>" + nested(1), "<!DOCTYPE plist [<!ENTITY a \"<array>\">]>" + nested(1),
-        xml(repeated("<dict/>", 10001)), xml("</array>"), xml("<array"), xml("<!--")}) {
+  for (const std::string& bad : {nested(129),
+                                 inUTF16(nested(129), true),
+                                 inUTF16(nested(129), false),
+                                 disguised("<!-- </array> -->"),
+                                 disguised("<string><![CDATA[</array>]]></string>"),
+                                 disguised("<?x </array>?>"),
+                                 disguised("<string x=\"></array>\"/>"),
+                                 disguised("<plist x=\"></array>\"/>"),
+                                 disguised("<!DOCTYPE x \"></array>\">"),
+                                 xml(repeated("<array x=\"/>\">", 200)),
+                                 inUTF16(nested(129), true).substr(2),
+                                 std::string(1000, '('),
+                                 std::string(1000, '{'),
+                                 named + "UTF-7\"?>" + nested(1),
+                                 "<!DOCTYPE plist [<!ENTITY a \"<array>\">]>" + nested(1),
+                                 xml("<array x=\"><!--\">" + repeated("<array>", 200) +
+                                     repeated("</array>", 200) + "</array><!-- -->"),
+                                 xml(repeated("<dict/>", 200001)),
+                                 xml("</array>"),
+                                 xml("<array"),
+                                 xml("<!--")}) {
     EXPECT_FALSE(isBoundedXMLPropertyList(bad)) << bad.substr(0, 80);
   }
 }
 
+TEST(XMLPropertyListBounds, RefuseWhatTakesMinutesToRead) {
+  const auto entities = [](std::size_t count) {
+    return xml("<string>" + repeated("&amp;", count) + "</string>");
+  };
+  EXPECT_TRUE(isBoundedXMLPropertyList(entities(29000)));
+  EXPECT_FALSE(isBoundedXMLPropertyList(entities(30000)));
+  EXPECT_TRUE(isBoundedXMLPropertyList(xml(repeated("<string>a&amp;b</string>", 199999))));
+  const auto keys = [](std::size_t count) {
+    return repeated("<dict>" + repeated("<key/>", count) + "</dict>", 2);
+  };
+  EXPECT_TRUE(isBoundedXMLPropertyList(keys(250000), 1000000));
+  EXPECT_FALSE(isBoundedXMLPropertyList(keys(250001), 1000000));
+}
+
 TEST_F(LinuxPlists, AnOverlongListIsRefused) {
-  expectCorrupt(xml("<string>" + std::string(PropertyListBounds::kBytes, 'x') + "</string>"), "17 MB");
+  expectCorrupt(xml("<string>" + std::string(PropertyListBounds{}.bytes, 'x') + "</string>"), "17 MB");
 }
 
 TEST_F(LinuxPlists, AKeyWithANulIsRefused) {
@@ -149,6 +176,10 @@ TEST_F(LinuxPlists, AKeyWithANulIsRefused) {
   expectCorrupt(binary({"\xD1\x01\x02", std::string{"\x62\0k\0\0", 5}, "\x09"}), "UTF-16");
   EXPECT_EQ(lists.parse(binary({"\xD1\x01\x02", std::string{"\x61\0k", 3}, "\x09"})).value_or(nullptr),
             (Json{{"k", true}}));
+}
+
+TEST_F(LinuxPlists, ABinaryDictionaryWithAKeyTwiceIsRefused) {
+  expectCorrupt(binary({"\xD2\x01\x02\x03\x03", "\x51k", "\x51k", "\x09"}), "which of the values counts?");
 }
 
 TEST_F(LinuxPlists, ABinaryListThatContainsItselfIsRefused) {

@@ -63,7 +63,7 @@ bool isPlain(const Json& value) {
 
 void requireBounds(const Json& list) {
   require(depthOf(list) <= PropertyListBounds::kDepth + 1, "a list is no deeper than allowed");
-  require(countOf(list) <= PropertyListBounds::kValues, "a list has no more values than allowed");
+  require(countOf(list) <= PropertyListBounds{}.values, "a list has no more values than allowed");
 }
 
 // The first mount point of the list; absent also when an entity isn't a dictionary.

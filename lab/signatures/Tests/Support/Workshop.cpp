@@ -82,6 +82,12 @@ const Bytes kBinaryPropertyList = copyOf(viewOf(
     std::string("bplist00\xD1\x01\x02Qa\x08", 14) + std::string("\x08\x0B\x0D", 3) + std::string(6, '\0') +
     "\x01\x01" + std::string("\0\0\0\0\0\0\0\3\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x0E", 24)));
 
+const Bytes kQuotedComment = [] {
+  std::string arrays = "<true/>";
+  for (int i = 0; i < 200; ++i) arrays = "<array>" + arrays + "</array>";
+  return copyOf(viewOf("<plist><array a=\"><!--\">" + arrays + "</array><!-- --></plist>"));
+}();
+
 const TestAuthority& testAuthority() {
   static const TestAuthority kAuthority = TestAuthority::load(kHost / "trusting/authority").value();
   return kAuthority;

@@ -71,6 +71,8 @@ class Workshop {
 
 // {"a": "..."} in the binary form of a property list.
 extern const Bytes kBinaryPropertyList;
+// Two hundred arrays after a tag in which a reader that ignores quotes sees the start of a comment.
+extern const Bytes kQuotedComment;
 
 Bytes contentOf(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, ByteView content);

@@ -1,6 +1,7 @@
 #include "Base/POSIX/PropertyListBounds.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <limits>
 #include <nlohmann/json.hpp>
@@ -24,8 +25,7 @@ std::uint64_t bigEndian(std::string_view bytes) {
 // The offset table and the references of a binary property list. Every access is checked.
 class BinaryOutline {
  public:
-  BinaryOutline(std::string_view bytes, std::size_t mostDepth, std::size_t mostValues)
-      : bytes_{bytes}, mostDepth_{mostDepth}, mostValues_{mostValues} {}
+  BinaryOutline(std::string_view bytes, std::size_t mostValues) : bytes_{bytes}, mostValues_{mostValues} {}
 
   bool isBounded() {
     if (!readTrailer()) return false;
@@ -37,7 +37,6 @@ class BinaryOutline {
   static constexpr std::uint64_t kBeingWeighed = kUnbounded;
 
   std::string_view bytes_;
-  std::size_t mostDepth_;
   std::size_t mostValues_;
   std::size_t offsetSize_ = 0;
   std::size_t referenceSize_ = 0;
@@ -120,7 +119,7 @@ class BinaryOutline {
   // The number of values that the object expands to; `kUnbounded` when it is malformed, in a cycle or too
   // deep.
   std::uint64_t weigh(std::uint64_t object, std::size_t depth) {
-    if (object >= objects_ || depth > mostDepth_) return kUnbounded;
+    if (object >= objects_ || depth > PropertyListBounds::kDepth) return kUnbounded;
     if (weights_[object] != 0) return weights_[object];
     const auto container = containerOf(object);
     if (!container) return kUnbounded;
@@ -147,22 +146,28 @@ bool isLetter(char character) {
   return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
 }
 
-// The nesting of the containers in an XML list, from its tags.
+// The nesting, the number and the texts of the elements in an XML list, from its tags.
 class XMLOutline {
  public:
-  explicit XMLOutline(std::string_view text) : rest_{text} {}
+  XMLOutline(std::string_view text, std::size_t mostValues) : rest_{text}, mostValues_{mostValues} {}
 
   bool isBounded() {
-    while (skipPast("<")) {
+    for (;;) {
+      const auto text = rest_.substr(0, rest_.find('<'));
+      moves_ += text.size() * static_cast<std::uint64_t>(std::ranges::count(text, '&'));
+      if (moves_ > PropertyListBounds::kMoves) return false;
+      if (!skipPast("<")) return true;
       if (!takeMarkup()) return false;
     }
-    return true;
   }
 
  private:
   std::string_view rest_;
+  std::size_t mostValues_;
   std::size_t depth_ = 0;
-  std::size_t containers_ = 0;
+  std::size_t values_ = 0;
+  std::uint64_t moves_ = 0;
+  std::array<std::size_t, PropertyListBounds::kDepth + 1> keys_{};  // of each open container
 
   bool skipPast(std::string_view end) {
     const auto at = rest_.find(end);
@@ -186,8 +191,8 @@ class XMLOutline {
     if (end == std::string_view::npos) return false;
     auto tag = rest_.substr(0, end);
     rest_.remove_prefix(end + 1);
-    // The head of the list. Only here may quotes contain a bracket, because no container is open yet.
-    if (containers_ == 0 && (tag.starts_with('!') || tag.starts_with("plist"))) return !tag.contains('[');
+    // The head of the list. Only here may quotes contain a bracket, because no element is open yet.
+    if (values_ == 0 && (tag.starts_with('!') || tag.starts_with("plist"))) return !tag.contains('[');
     return takeElement(tag);
   }
 
@@ -198,10 +203,14 @@ class XMLOutline {
     if (isEmpty) tag.remove_suffix(1);
     while (!tag.empty() && isBlank(tag.back())) tag.remove_suffix(1);
     if (!std::ranges::all_of(tag, isLetter)) return false;
+    if (!closes && ++values_ > mostValues_) return false;
+    if (tag == "key") return closes || ++keys_[depth_] <= PropertyListBounds::kKeys;
     if (tag != "dict" && tag != "array") return true;
     if (closes) return depth_-- > 0;
-    if (++containers_ > PropertyListBounds::kContainers) return false;
-    return isEmpty || ++depth_ <= PropertyListBounds::kDepth;
+    if (isEmpty) return true;
+    if (++depth_ > PropertyListBounds::kDepth) return false;
+    keys_[depth_] = 0;
+    return true;
   }
 };
 
@@ -235,15 +244,15 @@ bool isInAnotherEncoding(std::string_view text) {
 
 }  // namespace
 
-bool isBoundedBinaryPropertyList(std::string_view bytes, std::size_t depth, std::size_t values) {
-  return BinaryOutline{bytes, depth, values}.isBounded();
+bool isBoundedBinaryPropertyList(std::string_view bytes, std::size_t mostValues) {
+  return BinaryOutline{bytes, mostValues}.isBounded();
 }
 
-bool isBoundedXMLPropertyList(std::string_view bytes) {
+bool isBoundedXMLPropertyList(std::string_view bytes, std::size_t mostValues) {
   const std::string text = narrowed(bytes);
   const auto first = std::ranges::find_if_not(text, isBlank);
   if (first == text.end() || *first != '<' || text.contains('\0') || isInAnotherEncoding(text)) return false;
-  return XMLOutline{text}.isBounded();
+  return XMLOutline{text, mostValues}.isBounded();
 }
 
 }  // namespace installer

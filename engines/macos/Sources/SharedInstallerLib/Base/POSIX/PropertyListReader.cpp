@@ -7,7 +7,7 @@
 #include <optional>
 #include <plist/plist.h>
 
-#include "Base/POSIX/PropertyListBounds.h"
+#include "Base/Text.h"
 
 namespace installer {
 
@@ -25,14 +25,8 @@ std::optional<Json> jsonOf(plist_t node, std::size_t depth);
 
 // Absent for text that isn't UTF-8: it can't be written as JSON.
 std::optional<Json> textOf(const char* text, std::uint64_t length) {
-  if (text == nullptr) return std::nullopt;
-  Json value = std::string{text, length};
-  try {
-    (void)value.dump();
-  } catch (const Json::exception&) {
-    return std::nullopt;
-  }
-  return value;
+  if (text == nullptr || !isUTF8({text, length})) return std::nullopt;
+  return std::string{text, length};
 }
 
 Json dateOf(plist_t node) {
@@ -75,10 +69,9 @@ std::optional<Json> dictionaryOf(plist_t node, std::size_t depth) {
     plist_dict_next_item(node, position, &rawKey, &item);
     const std::unique_ptr<char, decltype(&std::free)> key{rawKey, &std::free};
     if (item == nullptr) return object;
-    const auto name = textOf(rawKey, rawKey == nullptr ? 0 : std::char_traits<char>::length(rawKey));
     auto value = jsonOf(item, depth + 1);
-    if (!name || !value) return std::nullopt;
-    object[name->get<std::string>()] = *std::move(value);
+    if (rawKey == nullptr || !isUTF8(rawKey) || !value) return std::nullopt;
+    if (!object.emplace(rawKey, *std::move(value)).second) return std::nullopt;
   }
 }
 
@@ -122,12 +115,12 @@ std::optional<Json> jsonOf(plist_t node, std::size_t depth) {
   }
 }
 
-Node parsed(std::string_view bytes) {
+Node parsed(std::string_view bytes, std::size_t mostValues) {
   plist_t root = nullptr;
   const auto length = static_cast<std::uint32_t>(bytes.size());
   if (bytes.starts_with(kBinaryPropertyListMagic)) {
-    if (isBoundedBinaryPropertyList(bytes)) plist_from_bin(bytes.data(), length, &root);
-  } else if (isBoundedXMLPropertyList(bytes)) {
+    if (isBoundedBinaryPropertyList(bytes, mostValues)) plist_from_bin(bytes.data(), length, &root);
+  } else if (isBoundedXMLPropertyList(bytes, mostValues)) {
     plist_from_xml(bytes.data(), length, &root);
   }
   return {root, &plist_free};
@@ -141,14 +134,14 @@ std::string_view withoutByteOrderMark(std::string_view bytes) {
 
 }  // namespace
 
-Result<Json> readPropertyList(std::string_view bytes) {
+Result<Json> readPropertyList(std::string_view bytes, const PropertyListBounds& bounds) {
   bytes = withoutByteOrderMark(bytes);
   if (bytes.empty()) return corrupt("it is empty");
-  if (bytes.size() > PropertyListBounds::kBytes) return corrupt("it is too long");
-  const Node root = parsed(bytes);
+  if (bytes.size() > bounds.bytes) return corrupt("it is too long");
+  const Node root = parsed(bytes, bounds.values);
   if (root == nullptr) return corrupt("it is malformed");
   auto value = jsonOf(root.get(), 0);
-  if (!value) return corrupt("it contains a value of an unsupported type");
+  if (!value) return corrupt("it contains a repeated key or a value of an unsupported type");
   return *std::move(value);
 }
 

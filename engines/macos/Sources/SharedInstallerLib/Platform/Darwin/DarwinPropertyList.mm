@@ -38,7 +38,7 @@ class DarwinPropertyList final : public PropertyList {
   Result<Json> parse(std::string_view bytes) override {
     bytes = withoutByteOrderMark(bytes);
     if (bytes.empty()) return corrupt("it is empty");
-    if (bytes.size() > PropertyListBounds::kBytes) return corrupt("it is too long");
+    if (bytes.size() > PropertyListBounds{}.bytes) return corrupt("it is too long");
     if (!isBounded(bytes)) return corrupt("it is malformed");
     @autoreleasepool {
       return parseBounded(bytes);
