@@ -4,12 +4,14 @@ import json
 import os
 import plistlib
 import pty
+import select
 import shutil
+import signal
 import subprocess
 
 import pytest
 from command_surface import HOME, NOT_HONOURED, SILENT_OPTIONS, SUBCOMMANDS
-from support import APPS
+from support import APPS, HANG
 
 KELO = HOME / "packaging/command/kelo"
 
@@ -30,10 +32,13 @@ def bundle(tmp_path):
     return contents
 
 
-def answers(contents, *rows, latest=None, **facts):
-    """Sets the fake engine's answers to hello and check-updates. `rows` are apps, `facts` other keys of hello."""
+def answers(contents, *rows, latest=None, excluded=(), news=None, **facts):
+    """Sets the fake engine's answers to hello and check-updates. `rows` are apps; the others are absent. `news` are other keys
+    of the answer to check-updates, `facts` of hello."""
+    rows = [*rows, *(app(name) for name in APPS if name not in {*excluded, *(row["id"] for row in rows)})]
     hello = {"type": "hello", "engineVersion": "7.8", "mode": "offline", "apps": rows, **facts}
-    news = {"type": "update-check-result", "apps": [{**row, "latestVersion": latest, "updateAvailable": True} for row in rows]}
+    news = {"type": "update-check-result", "apps": [{**row, "latestVersion": latest, "updateAvailable": True} for row in rows],
+            **(news or {})}
     for command, event in (("hello", hello), ("check-updates", news)):
         (contents / f"MacOS/engine-cli.{command}").write_text(
             json.dumps(event, separators=(",", ":")).replace("/", "\\/") + "\n")
@@ -43,6 +48,10 @@ def app(name, version=None, latest="2.0", path=None, source="direct"):
     return {"id": name, "displayName": f"Kelo {name.title()}", "installedVersion": version, "latestVersion": latest,
             "updateAvailable": version == "1.0", "source": version and source,
             "installedPath": version and str(path or f"/Applications/{name}.app")}
+
+
+def retired(reason):
+    return {"installerRetired": {"reason": reason, "downloadUrl": "https://www.kelo.example/desk/"}}
 
 
 def kelo(program, *words, path="/usr/bin:/bin"):
@@ -61,7 +70,7 @@ def kelo(program, *words, path="/usr/bin:/bin"):
 ])
 def test_understood_words_reach_the_engine_and_its_status_comes_back(bundle, line, passed):
     done = kelo(bundle / "Resources/bin/kelo", *line.split())
-    said = [word for word in done.stdout.split() if not word.startswith("{")]
+    said = [word for word in done.stdout.splitlines() if not word.startswith("{")]
     assert (said, done.stderr, done.returncode) == (passed.split(), "", 42)
 
 
@@ -231,6 +240,65 @@ def test_a_dry_run_says_what_would_happen_and_starts_nothing(bundle, running):
     assert kelo(program, "--apps", "tolvi", "--dry-run").stdout == "Kelo Tolvi: the available version is unknown\n"
 
 
+@pytest.mark.parametrize("command", ["--mode install", "run --action update", "run --action install"])
+@pytest.mark.parametrize("facts", [{**retired("expired")}, {"mode": "online", **retired("expired")},
+                                   {"mode": "online", "news": retired("source-unavailable")}])
+def test_a_dry_run_of_a_retired_installer_promises_nothing_and_ends_like_a_run(bundle, command, facts):
+    answers(bundle, app("brenna", "1.0"), latest="2.0", **facts)
+    done = kelo(bundle / "Resources/bin/kelo", *command.split(), "--apps", "brenna", "--dry-run")
+    assert (done.returncode, done.stdout, done.stderr) == (
+        2, "", "kelo: this installer is retired; a current installer is at https://www.kelo.example/desk/\n")
+    removal = kelo(bundle / "Resources/bin/kelo", "--mode", "uninstall", "--apps", "brenna", "--dry-run")
+    assert (removal.returncode, removal.stdout) == (0, "Kelo Brenna: would be removed\n")
+
+
+@pytest.mark.parametrize("words", [["--apps", "tolvi,brenna", "--dry-run"], ["--apps", "brenna"],
+                                   ["run", "--action", "uninstall", "--apps", "brenna"]])
+def test_an_app_that_this_build_excludes_is_refused(bundle, running, words):
+    answers(bundle, excluded=["brenna"])
+    done = kelo(bundle / "Resources/bin/kelo", *words)
+    assert (done.returncode, done.stdout, done.stderr) == (
+        3, "", "kelo: 'brenna' is no app of this installer; see kelo --help\n")
+
+
+# Prints its requests to end. The first one interrupts `read`. Ends after a line on standard input, which it prints.
+PATIENT = """#!/bin/sh
+case $1 in hello) cat "$0.hello"; exit ;; esac
+trap 'echo HUP' HUP
+trap 'echo TERM' TERM
+trap 'echo INT' INT
+echo started
+read -r line || read -r line
+echo "$line"
+exit 2
+"""
+
+
+def is_alone(process, number):
+    process.send_signal(number)
+
+
+def is_in_a_group(process, number):
+    os.killpg(process.pid, number)
+
+
+@pytest.mark.parametrize("number, send, before, request_", [
+    (signal.SIGTERM, is_alone, [], "HUP"), (signal.SIGTERM, is_in_a_group, [], "HUP"), (signal.SIGINT, is_in_a_group, [], "HUP"),
+    (signal.SIGHUP, is_in_a_group, [], "HUP"), (signal.SIGTERM, is_alone, ["nohup"], "TERM")])
+@pytest.mark.parametrize("shell", ["dash", "bash --posix"])
+def test_a_request_to_end_reaches_the_engine_once_and_its_end_is_awaited(bundle, running, shell, number, send, before, request_):
+    answers(bundle, app("brenna", "1.0", path=running), app("tolvi"))
+    (bundle / "MacOS/engine-cli").write_text(PATIENT)
+    with subprocess.Popen([*before, *shell.split(), bundle / "Resources/bin/kelo", "--apps", "tolvi,brenna"], text=True,
+                          stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True) as process:
+        assert process.stdout.readline() == "started\n"
+        send(process, number)
+        assert select.select([process.stdout], [], [], HANG)[0], "no request reached the engine"
+        assert process.stdout.readline() == f"{request_}\n"
+        said, _ = process.communicate("a line\n", timeout=HANG)
+    assert (process.returncode, said) == (2, "a line\n")
+
+
 def read_from(terminal):
     """The next bytes of the terminal's output; none after the last writer has closed it."""
     try:
@@ -242,11 +310,12 @@ def read_from(terminal):
 def at_a_terminal(*words):
     """The status and the lines on the screen."""
     here, there = pty.openpty()
-    done = subprocess.run(words, stdout=there, stderr=there, stdin=subprocess.DEVNULL, start_new_session=True)
+    process = subprocess.Popen(words, stdout=there, stderr=there, stdin=subprocess.PIPE, start_new_session=True)
     os.close(there)
     screen = b"".join(iter(lambda: read_from(here), b""))
     os.close(here)
-    return done.returncode, screen.decode().replace("\r\n", "\n").splitlines()
+    process.stdin.close()
+    return process.wait(timeout=HANG), screen.decode().replace("\r\n", "\n").splitlines()
 
 
 def test_a_person_at_a_terminal_reads_one_line_an_app(installation):
@@ -284,7 +353,7 @@ def test_a_person_at_a_terminal_reads_one_line_an_app(installation):
 def test_a_person_who_interrupts_a_run_still_reads_its_result(bundle, event, said):
     answers(bundle, app("tolvi"))
     (bundle / "MacOS/engine-cli").write_text(
-        '#!/bin/sh\n[ "$1" = run ] || { cat "$0.$1"; exit; }\ntrap \'cat "$0.run"; exit 2\' INT\nkill -INT 0\n')
+        '#!/bin/sh\n[ "$1" = run ] || { cat "$0.$1"; exit; }\ntrap \'cat "$0.run"; exit 2\' HUP\nkill -INT 0\nread -r line\n')
     (bundle / "MacOS/engine-cli.run").write_text(json.dumps(event, separators=(",", ":")) + "\n")
     assert at_a_terminal(bundle / "Resources/bin/kelo", "run", "--action", "install", "--apps", "tolvi") == (2, [said])
 
