@@ -12,6 +12,7 @@ import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 BUILD = pathlib.Path(os.environ.get("KELO_BUILD", "build/dev")).resolve()
+PAGE = (ROOT / "protocol/administrators.md").read_text()
 WORKFLOW = (ROOT / ".github/workflows/ci.yml").read_text()
 VERSION = re.search(r"^project\(\S+ VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text(), re.MULTILINE)[1]
 
@@ -94,7 +95,7 @@ def test_the_installed_bundle_states_the_version_and_lacks_nothing(installed):
 
 
 def test_the_recipe_of_a_package_links_to_files_of_the_released_bundle(tmp_path):
-    recipe = re.search(r"^```sh\n(root=.*?)^```$", (ROOT / "protocol/administrators.md").read_text(), re.MULTILINE | re.DOTALL)[1]
+    recipe = re.search(r"^```sh\n(root=.*?)^```$", PAGE, re.MULTILINE | re.DOTALL)[1]
     lab = BUILD / "lab/bin"
     subprocess.run([lab / "lab-sign", "make-macho", tmp_path / "engine", "--arch", "arm64,x86_64"], check=True)
     subprocess.run([lab / "lab-publish", "installer", "--engine", tmp_path / "engine", "--output", tmp_path / "release", "--configuration",
@@ -108,6 +109,18 @@ def test_the_recipe_of_a_package_links_to_files_of_the_released_bundle(tmp_path)
     assert sorted(links) == ["bin/kelo", "share/bash-completion/completions/kelo", "share/man/man1/engine-cli.1",
                              "share/zsh/site-functions/_engine-cli"]
     assert all(target.is_file() for target in links.values())
+    # The package's version comes from this tree's engine, here one that this machine can run, and its script is executable.
+    (tmp_path / "root/Applications/Kelo-Desk-Installer.app/Contents/MacOS/engine-cli").write_text(
+        '#!/bin/sh\necho \'{"type":"hello","engineVersion":"7.8"}\'\n')
+    for program in ("pkgbuild", "launchctl"):
+        (tmp_path / program).write_text('#!/bin/sh\necho "$@"\n')
+        (tmp_path / program).chmod(0o755)
+    built, loads = (re.search(rf"^```sh\n({start}.*?)^```$", PAGE, re.MULTILINE | re.DOTALL)[1] for start in ("kelo=root", "mkdir -p scripts"))
+    shell = {"cwd": tmp_path, "check": True, "env": {"PATH": f"{tmp_path}:/usr/bin:/bin"}, "text": True, "capture_output": True}
+    assert " --version 7.8 " in subprocess.run(["sh", "-euc", built], **shell).stdout
+    subprocess.run(["sh", "-euc", loads], **shell)
+    assert subprocess.run(["scripts/postinstall"], **shell).stdout.splitlines()[-1].startswith("bootstrap system ")
+    assert "`--scripts scripts`" in PAGE
 
 
 # The macOS commands that packaging/macos/smoke.sh uses and that aren't installed.

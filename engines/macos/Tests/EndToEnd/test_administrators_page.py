@@ -252,6 +252,9 @@ def test_munki_finds_the_item_due_installs_and_removes_it(desk):
         running.kill()
         running.wait()
     assert (due(), remove(), is_there()) == (0, 0, 1)
+    for status, change in ((3, ("brenna,tolvi", "brenna,word")), (127, ("/bin/kelo", "/bin/nowhere"))):
+        wrong = [of_a_server(desk, item[f"{name}_script"].replace(*change)) for name in ("installcheck", "preinstall")]
+        assert wrong == [0, status]
 
 
 def test_jamf_runs_a_script_that_installs_the_apps_of_its_policy(desk):
@@ -261,6 +264,8 @@ def test_jamf_runs_a_script_that_installs_the_apps_of_its_policy(desk):
     assert [of_a_server(desk, script, *words) for _ in range(2)] == [0, 0]
     assert desk.machine.log.count("SilentRunner: Starting") == 1
     assert desk.type("$ versions\n")[0][1][:2] == ["brenna 1.0", "tolvi 1.0"]
+    assert of_a_server(desk, script, *words[:3], "brenna,word") == 3
+    assert of_a_server(desk, script.replace("/bin/kelo", "/bin/nowhere"), *words) == 127
 
 
 @pytest.mark.skipif(not shutil.which("systemd-analyze"), reason="systemd isn't installed on this machine")
