@@ -55,8 +55,8 @@ class SimulatedScript : public AdministratorScript {
   SimulatedScript(SimulatedAdministrator& administrator, std::string source)
       : administrator_{administrator}, source_{std::move(source)} {}
 
-  std::expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
-                                                                 const std::string& argument) override {
+  Expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
+                                                            const std::string& argument) override {
     if (administrator_.noTarget_ || administrator_.plan_.answersNo("isReachable", name)) {
       return std::unexpected(EventFailure::noTarget);
     }

@@ -10,7 +10,7 @@ namespace {
 
 using enum AppIdentifier;
 using Apps = std::vector<AppIdentifier>;
-using Parsed = std::expected<Apps, std::string>;
+using Parsed = Expected<Apps, std::string>;
 
 Parsed unknown(std::string piece) {
   return std::unexpected(std::move(piece));

@@ -73,6 +73,10 @@ class [[nodiscard]] Expected : public std::expected<T, E> {
   using std::expected<T, E>::expected;
   Expected() = default;
   Expected(std::expected<T, E> other) : std::expected<T, E>{std::move(other)} {}
+
+  // Without it, the comparison of a std::expected with a plain value would be chosen: two failures would
+  // always differ.
+  friend bool operator==(const Expected&, const Expected&) = default;
 };
 
 template <class T = void>

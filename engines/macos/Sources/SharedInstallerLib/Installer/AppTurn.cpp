@@ -59,7 +59,7 @@ bool isAwaited() {
   return !tryTakePlace();
 }
 
-std::expected<AppTurn, Denied> take(const AppInfo& app, const Wait& wait) {
+Expected<AppTurn, Denied> take(const AppInfo& app, const Wait& wait) {
   auto place = tryTakePlace();
   auto turn = place ? tryTakeFromPlace(app) : std::nullopt;
   if (turn) return *std::move(turn);

@@ -11,12 +11,12 @@
 // place.
 #pragma once
 
-#include <expected>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "Base/Error.h"
 #include "Models/AppInfo.h"
 #include "Platform/Dispatch.h"
 #include "Platform/FileSystem.h"
@@ -50,7 +50,7 @@ struct Wait {
 };
 
 // Waits until the other engine has released the turn. Logs the reason once.
-std::expected<AppTurn, Denied> take(const AppInfo& app, const Wait& wait);
+Expected<AppTurn, Denied> take(const AppInfo& app, const Wait& wait);
 
 // The sentence for `Denied::timedOut`.
 std::string timeoutMessage(const AppInfo& app);

@@ -1,6 +1,5 @@
 // Attaches the image, chooses the bundle in it and verifies that bundle.
 #include <algorithm>
-#include <expected>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -80,7 +79,7 @@ bool isAnyVolumeHidden() {
 }
 
 // Attaches the image and returns the mount point. The error is the text for the user.
-std::expected<Path, std::string> attachedAt(const Path& dmgPath) {
+Expected<Path, std::string> attachedAt(const Path& dmgPath) {
   const auto attached = machine().processes.run(
       machine().paths.hdiutil, {"attach", dmgPath, "-nobrowse", "-noverify", "-readonly", "-plist"},
       CapturedOutput::separate);

@@ -10,7 +10,7 @@ namespace installer {
 
 namespace {
 
-std::expected<Path, AcquisitionError> locateImage(const AppInfo& app) {
+Expected<Path, AcquisitionError> locateImage(const AppInfo& app) {
   log("OfflinePackageProvider: Locating bundled DMG for {}", app.displayName);
   const auto packages = BundledPackages::packagesFolder();
   if (!packages) {
@@ -27,7 +27,7 @@ std::expected<Path, AcquisitionError> locateImage(const AppInfo& app) {
 }
 
 // The expected digest of the app's image; absent when none is recorded.
-std::expected<std::optional<std::string>, AcquisitionError> expectedChecksum(const AppInfo& app) {
+Expected<std::optional<std::string>, AcquisitionError> expectedChecksum(const AppInfo& app) {
   const auto& manifest = BundledPackages::manifest();
   const auto entry = manifest.find(app.tempFileName);
   if (entry == manifest.end() || !entry->second.checksum) {

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <expected>
 #include <functional>
 #include <optional>
 #include <string>
@@ -116,7 +115,7 @@ class PackageProvider {
   using ProgressHandler = std::function<void(const std::string& statusText, const std::string& detailText,
                                              const Progress& progress)>;
 
-  using Outcome = std::expected<AcquiredPackage, AcquisitionError>;
+  using Outcome = Expected<AcquiredPackage, AcquisitionError>;
   using Completion = std::function<void(Outcome)>;
 
   virtual ~PackageProvider() = default;

@@ -2,11 +2,11 @@
 // password; a granted authorization lasts as long as the script object.
 #pragma once
 
-#include <expected>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "Base/Error.h"
 #include "Base/JSONReader.h"
 
 namespace installer {
@@ -26,8 +26,8 @@ class AdministratorScript {
   enum class EventFailure { noTarget };  // the event couldn't be addressed to this process; nothing ran
   // Calls the script's handler `name` with one text argument, unchanged and without escaping.
   // Blocks until the command has ended or the prompt was dismissed.
-  virtual std::expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
-                                                                         const std::string& argument) = 0;
+  virtual Expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
+                                                                    const std::string& argument) = 0;
 
   // Runs the script's own statement. Blocks like `callHandler`.
   virtual ScriptErrorDictionary execute() = 0;

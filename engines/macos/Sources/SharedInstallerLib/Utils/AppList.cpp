@@ -9,7 +9,7 @@
 
 namespace installer {
 
-std::expected<std::vector<AppIdentifier>, std::string> parseApps(std::string_view value) {
+Expected<std::vector<AppIdentifier>, std::string> parseApps(std::string_view value) {
   std::vector<AppIdentifier> identifiers;
   for (const auto piece : nonEmptyPieces(value, ',')) {
     auto text = lowercased(withoutBlanks(piece));

@@ -43,7 +43,7 @@ namespace installer::CDNSource {
 
 namespace {
 
-using Outcome = std::expected<std::string, CDNFetchError>;
+using Outcome = Expected<std::string, CDNFetchError>;
 
 // The session of all fetches, with the delegate that records the refused redirects.
 struct Connection {

@@ -3,12 +3,12 @@
 // thread.
 #pragma once
 
-#include <expected>
 #include <memory>
 #include <string>
 #include <string_view>
 #include <unordered_set>
 
+#include "Base/Error.h"
 #include "Base/Mutex.h"
 #include "Base/URL.h"
 #include "Platform/Dispatch.h"
@@ -38,6 +38,6 @@ namespace installer::CDNSource {
 
 // The body of `url`. Blocks for at most `timeout`, independent of the request's own timer. `label` names the
 // app in the log. An untrusted URL is never requested.
-std::expected<std::string, CDNFetchError> fetchJSON(const URL& url, Duration timeout, std::string_view label);
+Expected<std::string, CDNFetchError> fetchJSON(const URL& url, Duration timeout, std::string_view label);
 
 }  // namespace installer::CDNSource

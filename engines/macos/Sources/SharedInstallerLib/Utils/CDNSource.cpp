@@ -40,8 +40,8 @@ void logBeginningOf(std::string_view body) {
       oneLine(body, shownCharacters));
 }
 
-std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, std::string_view archSegment,
-                                                      Duration timeout) {
+Expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, std::string_view archSegment,
+                                                 Duration timeout) {
   const auto folder = folderURL(app, archSegment);
   if (!folder) return std::unexpected(CDNFetchError::transient);
   const auto url = folder->appendingPathComponent(CDNLayout::kMetadataFileName);
@@ -115,7 +115,7 @@ std::optional<URL> folderURL(const AppInfo& app, std::string_view archSegment) {
   return url;
 }
 
-std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, Duration timeout) {
+Expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, Duration timeout) {
   const auto declared = declaredSegment(app);
   auto first = fetchPackage(app, declared, timeout);
   if (first || first.error() != CDNFetchError::notFound) return first;

@@ -5,10 +5,10 @@
 // fetch at once. Nothing here throws; every failure is logged and has one of three kinds.
 #pragma once
 
-#include <expected>
 #include <optional>
 #include <string_view>
 
+#include "Base/Error.h"
 #include "Base/URL.h"
 #include "Models/PackageMeta.h"
 #include "Platform/Dispatch.h"
@@ -49,7 +49,7 @@ std::optional<URL> folderURL(const AppInfo& app, std::string_view archSegment);
 
 // Tries the segment that the catalog declares and, only if the file isn't found, the other one. The failure
 // is always that of the declared segment.
-std::expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, Duration timeout);
+Expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, Duration timeout);
 
 // Newest first; entries that compare the same keep their order. Absent when there are none or when they can't
 // be fetched; absent without a request when the build doesn't show release notes.

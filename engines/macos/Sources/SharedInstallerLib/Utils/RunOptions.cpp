@@ -86,8 +86,7 @@ std::unexpected<RunOptions::ParseError> invalid(std::string_view description) {
 
 }  // namespace
 
-std::expected<RunOptions, RunOptions::ParseError> RunOptions::parse(
-    const std::vector<std::string>& arguments) {
+Expected<RunOptions, RunOptions::ParseError> RunOptions::parse(const std::vector<std::string>& arguments) {
   if (arguments.size() < 2) return invalid("No arguments supplied");
 
   RunOptions options;

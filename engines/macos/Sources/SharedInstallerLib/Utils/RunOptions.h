@@ -1,11 +1,11 @@
 // The command line of an unattended run.
 #pragma once
 
-#include <expected>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "Base/Error.h"
 #include "Models/AppInfo.h"
 #include "Models/Vocabulary.h"
 
@@ -30,7 +30,7 @@ struct RunOptions {
   // Takes the whole argument vector, the program's name first. Stops at the first failure, in the order of
   // the arguments. Unknown arguments are logged and skipped, so that a newer caller can pass newer flags.
   // Prints nothing.
-  static std::expected<RunOptions, ParseError> parse(const std::vector<std::string>& arguments);
+  static Expected<RunOptions, ParseError> parse(const std::vector<std::string>& arguments);
 
   static const std::string_view usageHint;
 };

@@ -113,7 +113,7 @@ void resetSignals() {
 
 }  // namespace
 
-std::expected<pid_t, int> spawn(const SpawnRequest& request) {
+Expected<pid_t, int> spawn(const SpawnRequest& request) {
   if (!isLaunchable(request.program, request.arguments)) return std::unexpected(EINVAL);
   auto arguments = argumentVector(request.program, request.arguments);
   auto environment = environmentWith(request.extraEnvironment);
@@ -125,7 +125,7 @@ std::expected<pid_t, int> spawn(const SpawnRequest& request) {
   return child;
 }
 
-std::expected<void, int> spawnDetached(const Path& program, const std::vector<std::string>& arguments) {
+Expected<void, int> spawnDetached(const Path& program, const std::vector<std::string>& arguments) {
   if (!isLaunchable(program, arguments)) return std::unexpected(EINVAL);
   auto all = argumentVector(program, arguments);
   const auto list = pointers(all);

@@ -1,7 +1,6 @@
 // Starts the child processes of the engine and its host. The lab forks, so that a child ends with its parent.
 #pragma once
 
-#include <expected>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -27,11 +26,11 @@ struct SpawnRequest {
 // The child's process identifier, which the caller must wait for; or the errno of a failed start, and then
 // there is no child. The child has the default signal dispositions, an empty signal mask and only the three
 // descriptors.
-std::expected<pid_t, int> spawn(const SpawnRequest& request);
+Expected<pid_t, int> spawn(const SpawnRequest& request);
 
 // Starts a program as a child of init, in its own session; it needs no wait. The three streams are /dev/null.
 // The error is the errno of a failed start.
-std::expected<void, int> spawnDetached(const Path& program, const std::vector<std::string>& arguments);
+Expected<void, int> spawnDetached(const Path& program, const std::vector<std::string>& arguments);
 
 // The seam's error for a failed start.
 Error launchError(int number, const Path& program);

@@ -49,8 +49,8 @@ class DarwinAdministratorScript final : public AdministratorScript {
  public:
   explicit DarwinAdministratorScript(NSAppleScript* script) : script_{script} {}
 
-  std::expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
-                                                                 const std::string& argument) override {
+  Expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
+                                                            const std::string& argument) override {
     assert([NSThread isMainThread]);
     @autoreleasepool {
       NSString* handler = nsString(name);

@@ -54,8 +54,8 @@ class LinuxAdministratorScript : public AdministratorScript {
   LinuxAdministratorScript(const AdministratorPrompt& prompt, std::optional<std::string> statement)
       : shell_{prompt}, statement_{std::move(statement)} {}
 
-  std::expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
-                                                                 const std::string& argument) override {
+  Expected<ScriptErrorDictionary, EventFailure> callHandler(const std::string& name,
+                                                            const std::string& argument) override {
     if (statement_ || name != kHandlerName)
       return errorDictionary(kNoSuchHandler, "There is no such handler");
     return run(argument);
