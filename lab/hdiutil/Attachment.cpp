@@ -70,7 +70,7 @@ OrReason<> mountVolume(const MountTable& table, const fs::path& image, const Ext
     // Another process may have attached the image during the extraction.
     if (const auto standing = mountOf(mounts, mount.imageFile)) return tell(*standing);
     const auto mountPoint = moveIntoPlace(table.volumes(), volume, mode);
-    if (!mountPoint) return std::unexpected(mountPoint.error());
+    if (!mountPoint) return handOn(mountPoint);
     mount.mountPoint = *mountPoint;
     mount.disk = freeDisk(mounts);
     mounts.push_back(mount);
@@ -94,16 +94,15 @@ bool names(const Mount& mount, const std::string& mountPointOrDisk) {
 OrReason<> attach(const MountTable& table, const fs::path& image, const AttachOptions& options,
                   const Tell& tell) {
   const auto checked = checkImage(image, options);
-  if (!checked) return checked;
+  if (!checked) return handOn(checked);
   const auto mounts = table.mounts();
-  if (!mounts) return std::unexpected(mounts.error());
+  if (!mounts) return handOn(mounts);
   if (const auto standing = mountOf(*mounts, fileOf(image))) return tell(*standing);
   const auto working = table.workingFolder("attaching");
-  if (!working) return std::unexpected(working.error());
+  if (!working) return handOn(working);
   const auto volume = extractVolume(image, *working);
   const mode_t mode = options.hidesVolume ? S_ISVTX | 0555 : 0555;
-  const auto attached =
-      volume ? mountVolume(table, image, *volume, mode, tell) : OrReason<>{std::unexpected(volume.error())};
+  const auto attached = volume ? mountVolume(table, image, *volume, mode, tell) : OrReason<>{handOn(volume)};
   const auto cleared = removeTree(*working);
   if (attached && !cleared) fmt::print(stderr, "hdiutil: {}\n", cleared.error());
   return attached;
@@ -111,7 +110,7 @@ OrReason<> attach(const MountTable& table, const fs::path& image, const AttachOp
 
 OrReason<Mount> detach(const MountTable& table, const std::string& mountPointOrDisk) {
   const auto working = table.workingFolder("detaching");
-  if (!working) return std::unexpected(working.error());
+  if (!working) return handOn(working);
   Mount detached;
   const auto updated = table.update([&](std::vector<Mount>& mounts) -> OrReason<> {
     const auto found =
@@ -125,8 +124,8 @@ OrReason<Mount> detach(const MountTable& table, const std::string& mountPointOrD
     return {};
   });
   const auto cleared = removeTree(*working);
-  if (!updated) return std::unexpected(updated.error());
-  if (!cleared) return std::unexpected(cleared.error());
+  if (!updated) return handOn(updated);
+  if (!cleared) return handOn(cleared);
   return detached;
 }
 

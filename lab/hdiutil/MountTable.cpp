@@ -78,13 +78,13 @@ OrReason<> MountTable::store(const std::vector<Mount>& mounts) const {
 
 OrReason<std::vector<Mount>> MountTable::mounts() const {
   const auto locked = lock(folder_ / "lock");
-  if (!locked) return std::unexpected(locked.error());
+  if (!locked) return handOn(locked);
   return load();
 }
 
 OrReason<> MountTable::update(const std::function<OrReason<>(std::vector<Mount>&)>& change) const {
   const auto locked = lock(folder_ / "lock");
-  if (!locked) return std::unexpected(locked.error());
+  if (!locked) return handOn(locked);
   std::vector<Mount> mounts = load();
   const auto changed = change(mounts);
   return changed ? store(mounts) : changed;

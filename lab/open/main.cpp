@@ -34,7 +34,7 @@ lab::OrReason<> openBundle(const fs::path& path) {
   const fs::path bundle = fs::canonical(path, error);
   if (error || !fs::is_directory(bundle)) return lab::because("{} isn't an application", path.string());
   const auto program = lab::mainExecutable(bundle);
-  if (!program) return std::unexpected(program.error());
+  if (!program) return handOn(program);
   remember(bundle);
   return lab::launchDetached(*program);
 }

@@ -159,7 +159,7 @@ Outcome<Bundle> Bundle::read(const fs::path& root) {
 
 Outcome<void> Bundle::checkSurroundings() const {
   if (shape != Shape::flat) {
-    if (auto clean = checkRoot(*this); !clean) return clean;
+    if (auto clean = checkRoot(*this); !clean) return handOn(clean);
   }
   return checkSignatureFolder(*this);
 }

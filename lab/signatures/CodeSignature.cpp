@@ -57,11 +57,11 @@ Outcome<void> checkDirectory(const CodeDirectory& directory, const SignaturePart
     }
   }
   for (const auto& [slot, content] : parts.sealed) {
-    if (auto same = checkSlot(directory, slot, content); !same) return same;
+    if (auto same = checkSlot(directory, slot, content); !same) return handOn(same);
   }
   for (const auto& [slot, content] : around.outside) {
     if (!around.mustBeSealed.contains(slot) && !directory.specialHash(slot)) continue;
-    if (auto same = checkSlot(directory, slot, content); !same) return same;
+    if (auto same = checkSlot(directory, slot, content); !same) return handOn(same);
   }
   return {};
 }
@@ -132,7 +132,7 @@ Outcome<void> checkSeals(const SignatureParts& parts, const SignedSurroundings& 
     }
     if ((directory.flags() & kAdHocFlag) != (primary.flags() & kAdHocFlag))
       return refuse("only some of the signature's code directories have a signer");
-    if (auto holds = checkDirectory(directory, parts, surroundings); !holds) return holds;
+    if (auto holds = checkDirectory(directory, parts, surroundings); !holds) return handOn(holds);
   }
   return checkPages(surroundings.code, parts.directories);
 }

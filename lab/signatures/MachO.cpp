@@ -170,7 +170,7 @@ Outcome<MachOSlice> readFatSlice(ByteView file, const FatEntry& entry) {
   const auto bytes = slice(file, entry.offset, entry.size);
   if (!bytes) return refuse("universal slice is outside the file");
   auto read = SliceReader(*bytes).read();
-  if (!read) return read;
+  if (!read) return handOn(read);
   if (read->cpuType != entry.cpuType)
     return refuse("universal header names another processor than its slice");
   return read;

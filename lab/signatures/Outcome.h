@@ -30,13 +30,7 @@ std::unexpected<Failure> refuse(fmt::format_string<Arguments...> format, Argumen
   return std::unexpected(Failure{fmt::format(format, std::forward<Arguments>(arguments)...)});
 }
 
-// The failure of `outcome`, for a function with another value type.
-template <class T>
-std::unexpected<Failure> handOn(const Outcome<T>& outcome) {
-  return std::unexpected(outcome.error());
-}
-
-// The same, with the place before the reason.
+// The failure of `outcome`, with the place before the reason.
 template <class T>
 std::unexpected<Failure> handOn(const Outcome<T>& outcome, const std::string& where) {
   return std::unexpected(Failure{where + ": " + outcome.error().reason, outcome.error().kind});

@@ -184,7 +184,7 @@ class BlobReader {
 
   Outcome<Requirement> withExtension(Requirement requirement) {
     auto keyed = withKey(std::move(requirement));
-    if (!keyed) return keyed;
+    if (!keyed) return handOn(keyed);
     const auto text = objectIdentifierText(viewOf(keyed->text));
     if (!text) return refuse("compiled requirement has a malformed object identifier");
     keyed->text = *text;
@@ -206,7 +206,7 @@ class BlobReader {
     Requirement requirement = simple(kind);
     for (int i = 0; i < count; ++i) {
       auto operand = expression(depth + 1);
-      if (!operand) return operand;
+      if (!operand) return handOn(operand);
       requirement.operands.push_back(std::move(*operand));
     }
     return requirement;

@@ -164,7 +164,7 @@ class Parser {
     all.operands.push_back(std::move(*first));
     while (take(word) || take(symbol)) {
       auto next = (this->*operand)(depth);
-      if (!next) return next;
+      if (!next) return handOn(next);
       all.operands.push_back(std::move(*next));
     }
     return all;
@@ -174,7 +174,7 @@ class Parser {
     if (depth > kDeepestParenthesis) return refuse("the requirement is nested too deeply");
     if (!take("!") && !take("not")) return primary(depth);
     auto operand = negation(depth + 1);
-    if (!operand) return operand;
+    if (!operand) return handOn(operand);
     Requirement negated;
     negated.kind = Requirement::Kind::negation;
     negated.operands.push_back(std::move(*operand));
@@ -286,7 +286,7 @@ class Parser {
       return requirement;
     }
     auto keyed = bracketed(std::move(requirement));
-    if (!keyed) return keyed;
+    if (!keyed) return handOn(keyed);
     if (keyed->text.starts_with("field.")) {
       keyed->kind = Requirement::Kind::certificateExtension;
       keyed->text.erase(0, 6);

@@ -27,8 +27,8 @@ class ResourceWalk {
   Outcome<void> run() {
     const auto walked = folder(bundle_->base, "", 0);
     // These files come before the end of the walk, so their failures are reported first.
-    if (auto intact = contents_.check(); !intact) return intact;
-    if (!walked) return walked;
+    if (auto intact = contents_.check(); !intact) return handOn(intact);
+    if (!walked) return handOn(walked);
     for (const auto& [path, seal] : resources_->seals()) {
       if (!seal.optional && !met_.contains(path)) missing_.push_back(path);
     }
@@ -52,7 +52,7 @@ class ResourceWalk {
     std::ranges::sort(names);
     for (const std::string& name : names) {
       const std::string relative = prefix + name;
-      if (auto checked = entry(path / name, relative, depth); !checked) return checked;
+      if (auto checked = entry(path / name, relative, depth); !checked) return handOn(checked);
     }
     return {};
   }
@@ -113,7 +113,7 @@ class ResourceWalk {
     if (seal->kind == ResourceSeal::Kind::nested) return nested(path, relative, *seal);
     if (seal->kind != ResourceSeal::Kind::file)
       return refuse("a sealed link has become a file: {}", printable(relative));
-    if (auto plain = checkSideband(path); !plain) return plain;
+    if (auto plain = checkSideband(path); !plain) return handOn(plain);
     contents_.add(path, relative, *seal);
     return {};
   }

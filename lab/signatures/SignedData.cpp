@@ -89,13 +89,13 @@ class SignedDataReader {
 
   Outcome<void> readSigner(const BERElement& signer) {
     if (!isSequence(&signer) || signer.children.size() < 5) return refuse("signer information is malformed");
-    if (auto step = findCertificate(signer.children[1]); !step) return step;
+    if (auto step = findCertificate(signer.children[1]); !step) return handOn(step);
     const auto digest = digestTypeOf(algorithmOf(signer.child(2)));
     if (!digest) return refuse("signer uses an unsupported digest");
     data_.digestType = *digest;
     std::size_t at = 3;
     if (signer.children[at].isContext(0)) {
-      if (auto step = readSignedAttributes(signer.children[at++]); !step) return step;
+      if (auto step = readSignedAttributes(signer.children[at++]); !step) return handOn(step);
     }
     data_.signatureAlgorithm = algorithmOf(signer.child(at));
     const BERElement* signature = signer.child(at + 1);
@@ -193,7 +193,7 @@ Outcome<void> checkSignature(const SignedData& data, ByteView content, const std
   if (data.contentType != contentType) return refuse("signature has the wrong content type");
   const bool signsContent = data.signedBytes.empty() && contentType == kDataType;
   if (!signsContent) {
-    if (auto holds = checkSignedAttributes(data, content); !holds) return holds;
+    if (auto holds = checkSignedAttributes(data, content); !holds) return handOn(holds);
   }
   if (!algorithmFits(data.signatureAlgorithm, data.digestType))
     return refuse("signature algorithm {} isn't supported", data.signatureAlgorithm);

@@ -64,7 +64,7 @@ Outcome<CodeReport> Verifier::bundle(const Bundle& bundle, const Task& task) con
   surroundings.mustBeSealed = {kInfoPlistSlot, kResourcesSlot};
   if (seals) surroundings.outside[kResourcesSlot] = seals->bytes();
   auto report = bundleCode(bundle, surroundings, task);
-  if (!report) return report;
+  if (!report) return handOn(report);
   report->kind = CodeReport::Kind::bundle;
   report->format = describe(bundle) + report->format;
   report->executable = bundle.mainExecutable;

@@ -144,7 +144,7 @@ Outcome<CodeReport> Verifier::plainFile(const std::filesystem::path& path, ByteV
 Outcome<CodeFacts> Verifier::signature(const SignatureParts& parts, const SignedSurroundings& surroundings,
                                        const Task& task) const {
   auto facts = readFacts(parts, surroundings);
-  if (!facts) return facts;
+  if (!facts) return handOn(facts);
   const auto proven = proveSigner(parts, anchors_, now_, *facts);
   if (!proven) facts->trustProblem = proven.error().reason;
   if (task.thoroughness == Thoroughness::signatureOnly) return facts;

@@ -74,7 +74,7 @@ Outcome<Bytes> Signer::machO(ByteView bytes, const std::string& identifier,
   std::vector<Bytes> signedSlices;
   for (const MachOSlice& one : *slices) {
     auto result = slice(one.bytes, identifier, outside);
-    if (!result) return result;
+    if (!result) return handOn(result);
     signedSlices.push_back(std::move(*result));
   }
   return makeUniversal(signedSlices);
@@ -93,7 +93,7 @@ Outcome<Bytes> Signer::slice(ByteView bytes, const std::string& identifier,
   // fixed before signing.
   const std::uint64_t room = (largestSignature(subject, options_) + 15) / 16 * 16;
   auto prepared = prepareForSignature(bytes, room);
-  if (!prepared) return prepared;
+  if (!prepared) return handOn(prepared);
   subject.code = *prepared;
   const auto blobs = makeSignature(subject, identity_, options_);
   if (!blobs) return handOn(blobs);
@@ -134,7 +134,7 @@ Outcome<void> Signer::bundle(const Bundle& bundle) const {
     if (!nested) return handOn(nested);
     const Signer inner(identity_, forNested(options_));
     for (const fs::path& path : *nested) {
-      if (auto done = inner.sign(path); !done) return done;
+      if (auto done = inner.sign(path); !done) return handOn(done);
     }
   }
   std::error_code error;
@@ -178,7 +178,7 @@ Outcome<void> Signer::detached(const Bundle& bundle, ByteView code, const std::s
     if (slot == kSignatureSlot) name = "CodeSignature";
     if (slot >= kFirstAlternateSlot && slot <= kLastAlternateSlot)
       name = fmt::format("CodeRequirements-{}", slot - kFirstAlternateSlot + 1);
-    if (auto written = replaceFile(bundle.signatureFolder / name, blob); !written) return written;
+    if (auto written = replaceFile(bundle.signatureFolder / name, blob); !written) return handOn(written);
   }
   return {};
 }

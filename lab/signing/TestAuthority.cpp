@@ -159,10 +159,10 @@ class AuthorityMaker {
     timestampPlan.extensions = {{NID_basic_constraints, "critical,CA:FALSE"},
                                 {NID_key_usage, "critical,digitalSignature"},
                                 {NID_ext_key_usage, "critical,timeStamping"}};
-    if (auto made = add("root", authorityPlan(name_ + " Root"), nullptr, root); !made) return made;
-    if (auto made = add("intermediate", intermediatePlan, &root, intermediate); !made) return made;
+    if (auto made = add("root", authorityPlan(name_ + " Root"), nullptr, root); !made) return handOn(made);
+    if (auto made = add("intermediate", intermediatePlan, &root, intermediate); !made) return handOn(made);
     KeyedCertificate timestamper;
-    if (auto made = add("timestamp", timestampPlan, &intermediate, timestamper); !made) return made;
+    if (auto made = add("timestamp", timestampPlan, &intermediate, timestamper); !made) return handOn(made);
     return addLeaves(intermediate);
   }
 
@@ -173,7 +173,8 @@ class AuthorityMaker {
       auto key = makeKey();
       if (!key) return handOn(key);
       made.key = *key;
-      if (auto written = writeKey(folder_ / (std::string(file) + ".key"), made.key); !written) return written;
+      if (auto written = writeKey(folder_ / (std::string(file) + ".key"), made.key); !written)
+        return handOn(written);
     }
     auto certificate = issue(plan, made.key, issuer);
     if (!certificate) return handOn(certificate);

@@ -149,10 +149,10 @@ class Sign {
     }
     const auto identity = readIdentity(variant.leaf);
     if (!identity) return handOn(identity);
-    if (auto suits = checkIdentity(*identity); !suits) return suits;
+    if (auto suits = checkIdentity(*identity); !suits) return handOn(suits);
     const Signer signer(*identity, options_);
     for (const std::string& path : paths_) {
-      if (auto done = signer.sign(path); !done) return done;
+      if (auto done = signer.sign(path); !done) return handOn(done);
     }
     return {};
   }
@@ -160,7 +160,7 @@ class Sign {
   // The variants of a test authority include invalid ones, so only another identity is checked.
   Outcome<void> checkIdentity(const SigningIdentity& identity) const {
     if (identity_.empty() || identity.isAdHoc()) return {};
-    if (auto valid = identity.checkTime(options_.time); !valid) return valid;
+    if (auto valid = identity.checkTime(options_.time); !valid) return handOn(valid);
     return rootFile_.empty() ? Outcome<void>() : identity.writeRoot(rootFile_);
   }
 

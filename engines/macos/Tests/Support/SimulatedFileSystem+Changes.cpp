@@ -82,16 +82,16 @@ Result<> SimulatedFileSystem::copyTree(const Path& source, const Path& destinati
     if (!nodes_.contains(from)) return std::unexpected(error(CocoaError::fileReadNoSuchFile, source));
     return checkDestination(to);
   };
-  if (auto checked = checkEnds(); !checked) return checked;
+  if (auto checked = checkEnds(); !checked) return handOn(checked);
   (void)clearLeftovers(destination);
-  if (auto checked = checkEnds(); !checked) return checked;  // another process may have changed them
+  if (auto checked = checkEnds(); !checked) return handOn(checked);  // another process may have changed them
   for (const auto& one : subtree(from)) {
     if (!nodes_.at(one)->readable && !root_) {
       return std::unexpected(error(CocoaError::fileReadNoPermission, one));
     }
   }
   const auto bytes = allocatedSize(from);
-  if (auto checked = checkSpace(to, bytes); !checked) return checked;
+  if (auto checked = checkSpace(to, bytes); !checked) return handOn(checked);
   duplicate(from, to);
   volumeOf(to).free -= bytes;
   changes_.push_back("copy " + source + " -> " + destination);
@@ -103,11 +103,11 @@ Result<> SimulatedFileSystem::moveItem(const Path& source, const Path& destinati
   const auto from = resolved(source, LastLink::keep);
   const auto to = resolved(destination, LastLink::keep);
   if (!nodes_.contains(from)) return std::unexpected(error(CocoaError::fileNoSuchFile, source));
-  if (auto checked = checkDestination(to); !checked) return checked;
-  if (auto checked = checkTakingAway(from); !checked) return checked;
+  if (auto checked = checkDestination(to); !checked) return handOn(checked);
+  if (auto checked = checkTakingAway(from); !checked) return handOn(checked);
   const auto bytes = allocatedSize(from);
   if (&volumeOf(from) != &volumeOf(to)) {
-    if (auto checked = checkSpace(to, bytes); !checked) return checked;
+    if (auto checked = checkSpace(to, bytes); !checked) return handOn(checked);
     volumeOf(to).free -= bytes;
     volumeOf(from).free += bytes;
   }
@@ -138,7 +138,7 @@ Result<> SimulatedFileSystem::removeInPlace(const Path& path) {
     return std::unexpected(error(CocoaError::fileNoSuchFile, path));
   }
   for (const auto& one : subtree(place)) {
-    if (auto checked = checkTakingAway(one); !checked) return checked;
+    if (auto checked = checkTakingAway(one); !checked) return handOn(checked);
   }
   auto removed = removeTree(place);
   if (removed) changes_.push_back("remove " + path);
@@ -163,7 +163,7 @@ Result<> SimulatedFileSystem::removeTree(const Path& path) {
   if (!nodes_.contains(path)) return {};
   const auto node = nodes_.at(path);
   for (const auto& child : children(path)) {
-    if (auto removed = removeTree(child); !removed) return removed;
+    if (auto removed = removeTree(child); !removed) return handOn(removed);
     // Another process may have removed or replaced the folder.
     if (!nodes_.contains(path)) return {};
     if (nodes_.at(path) != node) return std::unexpected(error(CocoaError::fileWriteUnknown, path));
@@ -198,9 +198,9 @@ Result<> SimulatedFileSystem::createDirectory(const Path& path, Intermediates in
   }
   const auto folder = parentFolder(place);
   if (intermediates == Intermediates::create && !directoryExists(folder)) {
-    if (auto created = createDirectory(folder, intermediates); !created) return created;
+    if (auto created = createDirectory(folder, intermediates); !created) return handOn(created);
   }
-  if (auto checked = checkDestination(place); !checked) return checked;
+  if (auto checked = checkDestination(place); !checked) return handOn(checked);
   put(place, Node::directory());
   changes_.push_back("create " + path);
   return {};
@@ -222,9 +222,9 @@ Result<> SimulatedFileSystem::writeFile(const Path& path, std::string_view bytes
   if (old != nullptr && old->kind == Node::Kind::directory) {
     return std::unexpected(error(CocoaError::fileWriteUnknown, path));
   }
-  if (auto checked = checkFolderForWriting(place); !checked) return checked;
+  if (auto checked = checkFolderForWriting(place); !checked) return handOn(checked);
   const auto needed = (static_cast<std::int64_t>(bytes.size()) + 4095) / 4096 * 4096;
-  if (auto checked = checkSpace(place, needed); !checked) return checked;
+  if (auto checked = checkSpace(place, needed); !checked) return handOn(checked);
   volumeOf(place).free += (old == nullptr ? 0 : allocatedSize(place)) - needed;
   put(place, Node::file(bytes));
   changes_.push_back("write " + path);

@@ -434,7 +434,7 @@ Result<> SimulatedFileSystem::checkFolderForWriting(const Path& path) {
 
 // Fails unless the entry may be removed from its folder.
 Result<> SimulatedFileSystem::checkTakingAway(const Path& path) {
-  if (auto checked = checkFolderForWriting(path); !checked) return checked;
+  if (auto checked = checkFolderForWriting(path); !checked) return handOn(checked);
   const auto& entry = *nodes_.at(path);
   const auto& folder = *find(parentFolder(path));
   const bool isStuck = folder.sticky && folder.others && entry.others && !root_;

@@ -133,7 +133,7 @@ Result<ProgramExit> SimulatedPrograms::run(const Path& program, const std::vecto
                                            CapturedOutput captured) {
   starts_.push_back({program, arguments, captured, false});
   auto exit = performPlanned(program, arguments);
-  if (!exit) return exit;
+  if (!exit) return handOn(exit);
   if (captured == CapturedOutput::none) exit->output.clear();
   if (captured == CapturedOutput::merged) exit->output += exit->errorOutput;
   if (captured != CapturedOutput::separate) exit->errorOutput.clear();
@@ -147,7 +147,7 @@ Result<ProgramExit> SimulatedPrograms::run(const Path& program, const std::vecto
 
 Result<> SimulatedPrograms::launch(const Path& program, const std::vector<std::string>& arguments) {
   starts_.push_back({program, arguments, CapturedOutput::none, true});
-  if (auto exit = performPlanned(program, arguments); !exit) return std::unexpected(exit.error());
+  if (auto exit = performPlanned(program, arguments); !exit) return handOn(exit);
   return {};
 }
 

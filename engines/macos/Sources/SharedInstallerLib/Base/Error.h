@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace installer {
 
@@ -81,6 +82,12 @@ class [[nodiscard]] Expected : public std::expected<T, E> {
 
 template <class T = void>
 using Result = Expected<T, Error>;
+
+// The failure of `outcome`, for the caller of a function that ends with it.
+template <class T, class E>
+std::unexpected<E> handOn(const Expected<T, E>& outcome) {
+  return std::unexpected(outcome.error());
+}
 
 inline std::unexpected<Error> failure(std::string_view domain, std::int64_t code, std::string description) {
   return std::unexpected(Error{std::string{domain}, code, std::move(description), nullptr});

@@ -50,10 +50,10 @@ void OfflinePackageProvider::acquirePackage(const AppInfo& app, const std::strin
                                             ProgressHandler progressHandler, Completion completion) {
   progressHandler(fmt::format("Preparing {}...", label), "", {});
   const auto file = locateImage(app);
-  if (!file) return completion(std::unexpected(file.error()));
+  if (!file) return completion(handOn(file));
   progressHandler(fmt::format("Found {}", label), "", {.percent = 50});
   auto checksum = expectedChecksum(app);
-  if (!checksum) return completion(std::unexpected(checksum.error()));
+  if (!checksum) return completion(handOn(checksum));
   completion(AcquiredPackage{
       .fileURL = *file, .checksum = *std::move(checksum), .skipGatekeeper = true, .version = std::nullopt});
 }

@@ -106,7 +106,7 @@ Result<> OnlineAcquisition::moveIntoPlace(const Path& location) {
   auto& files = machine().files;
   const auto destination = app_.tempFilePath();
   if (files.fileExists(destination)) {
-    if (auto removed = files.removeItem(destination); !removed) return removed;
+    if (auto removed = files.removeItem(destination); !removed) return handOn(removed);
   }
   return files.moveItem(location, destination);
 }

@@ -7,11 +7,11 @@ namespace installer {
 Result<std::string> readBoundedFile(FileSystem& files, const Path& path, std::size_t maximumBytes) {
   constexpr std::size_t pieceBytes = 256UL * 1024;
   const auto file = files.openForReading(path);
-  if (!file) return std::unexpected(file.error());
+  if (!file) return handOn(file);
   std::string bytes;
   while (bytes.size() <= maximumBytes) {
     const auto piece = (*file)->read(pieceBytes);
-    if (!piece) return std::unexpected(piece.error());
+    if (!piece) return handOn(piece);
     if (piece->empty()) return bytes;
     bytes += *piece;
   }

@@ -48,7 +48,7 @@ Expected<CDNPackage, CDNFetchError> fetchPackage(const AppInfo& app, std::string
   log("CDNSource: meta URL for {}: {}", app.displayName, url.absoluteString());
 
   const auto body = fetchJSON(url, timeout, app.displayName);
-  if (!body) return std::unexpected(body.error());
+  if (!body) return handOn(body);
   auto meta = PackageMeta::decode(*body);
   if (!meta) {
     log("CDNSource: unparseable meta.json for {} at {}", app.displayName, url.absoluteString());

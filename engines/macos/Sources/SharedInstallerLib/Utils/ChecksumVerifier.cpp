@@ -18,11 +18,11 @@ constexpr std::size_t kReadSize = 1'048'576;  // bytes; bounds the memory for an
 // The SHA-256 in lower-case hexadecimal.
 Result<std::string> digestOf(const Path& filePath) {
   const auto file = machine().files.openForReading(filePath);
-  if (!file) return std::unexpected(file.error());
+  if (!file) return handOn(file);
   const auto digest = machine().digest.startSHA256();
   while (true) {
     const auto bytes = (*file)->read(kReadSize);
-    if (!bytes) return std::unexpected(bytes.error());
+    if (!bytes) return handOn(bytes);
     if (bytes->empty()) break;
     digest->update(*bytes);
   }

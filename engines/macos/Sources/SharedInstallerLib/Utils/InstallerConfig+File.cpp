@@ -25,7 +25,7 @@ std::optional<Path> findFile() {
 
 Result<Json> readFile(const Path& path) {
   const auto bytes = readBoundedFile(machine().files, path, JSONReader::kMaximumBytes);
-  if (!bytes) return std::unexpected(bytes.error());
+  if (!bytes) return handOn(bytes);
   return JSONReader::parse(*bytes);
 }
 

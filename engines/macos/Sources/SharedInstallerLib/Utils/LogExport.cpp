@@ -46,7 +46,7 @@ Result<std::unique_ptr<FileLock>> makeStaging(const Path& staging) {
   clearInterruptedExports();
   for (int attempt = 0; attempt < 10; ++attempt) {
     if (auto made = files.createDirectory(staging, FileSystem::Intermediates::create); !made) {
-      return std::unexpected(std::move(made.error()));
+      return handOn(made);
     }
     auto lock = files.tryLock(staging);
     const bool isBeingCleared = (lock && *lock == nullptr) || !files.directoryExists(staging);
@@ -58,7 +58,7 @@ Result<std::unique_ptr<FileLock>> makeStaging(const Path& staging) {
 // Ascending by name.
 Result<std::vector<std::string>> logNames(const Path& directory) {
   auto names = machine().files.contentsOfDirectory(directory);
-  if (!names) return names;
+  if (!names) return handOn(names);
   std::erase_if(*names, [](const auto& name) { return !isLog(name); });
   std::ranges::sort(*names);
   return names;
@@ -73,7 +73,7 @@ bool isLink(const Path& path) {
 Result<> copyLog(const Path& source, const Path& copy) {
   if (!isLink(source)) return machine().files.copyItem(source, copy);
   const auto bytes = readBoundedFile(machine().files, source, kLargestLog);
-  if (!bytes) return std::unexpected(bytes.error());
+  if (!bytes) return handOn(bytes);
   return machine().files.writeFile(copy, *bytes);
 }
 
@@ -144,12 +144,12 @@ Path destinationFolder(const std::optional<std::string>& outDirectory) {
 Result<Path> compress(const Path& staging, const std::optional<std::string>& outDirectory) {
   const auto destination = destinationFolder(outDirectory);
   if (auto made = machine().files.createDirectory(destination, FileSystem::Intermediates::create); !made) {
-    return std::unexpected(std::move(made.error()));
+    return handOn(made);
   }
   const auto archive = joined(destination, LogExportTexts::archiveName(machine().dispatch.now()));
   const auto ended = machine().processes.run(
       machine().paths.ditto, {"-c", "-k", "--sequesterRsrc", staging, archive}, CapturedOutput::merged);
-  if (!ended) return std::unexpected(ended.error());
+  if (!ended) return handOn(ended);
   if (ended->status != 0) {
     logToolWords("LogExport: ditto", ended->output);
     return failure(errorDomain, ended->status, fmt::format("ditto exited with {}", ended->status));
@@ -163,13 +163,13 @@ Result<Path> exportLogs(const std::optional<std::string>& outDirectory) {
   Logger::shared().flush();
   const auto staging = stagingPath();
   const auto lock = makeStaging(staging);
-  if (!lock) return std::unexpected(lock.error());
+  if (!lock) return handOn(lock);
 
   const auto collected = collectLogs(Logger::shared().logDirectoryPath(), staging);
   writeManifest(staging, collected);
   writeErrorSummary(staging);
   auto archive = compress(staging, outDirectory);
-  if (!archive) return archive;
+  if (!archive) return handOn(archive);
 
   // Failures are ignored: the archive is complete, and the next export or the system removes the copies.
   (void)machine().files.removeItem(staging);

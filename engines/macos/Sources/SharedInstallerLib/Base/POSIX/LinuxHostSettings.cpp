@@ -175,7 +175,7 @@ Result<LinuxHostSettings> LinuxHostSettings::parse(std::string_view text, const 
   if (reader.complaint()) return malformed(*reader.complaint());
   if (const Json* const administrator = reader.find("administrator")) {
     auto prompt = readPrompt(*administrator, resources);
-    if (!prompt) return std::unexpected(prompt.error());
+    if (!prompt) return handOn(prompt);
     settings.administrator = *std::move(prompt);
   }
   return settings;
@@ -186,7 +186,7 @@ Result<LinuxHostSettings> LinuxHostSettings::read(const Path& resources) {
   const auto text = readWholeFile(joined(resources, kFileName), maximumBytes);
   if (text) return parse(*text, resources);
   if (text.error().is(ErrorDomain::cocoa, CocoaError::fileReadNoSuchFile)) return defaults(resources);
-  return std::unexpected(text.error());
+  return handOn(text);
 }
 
 Path executablePath() {

@@ -122,7 +122,7 @@ class DarwinProcessLauncher final : public ProcessLauncher {
         (void)write(ended.fileDescriptor, "", 1);
         [ended closeAndReturnError:nil];
       };
-      if (auto launched = launchTask(task); !launched) return std::unexpected(launched.error());
+      if (auto launched = launchTask(task); !launched) return handOn(launched);
       ProgramExit exit;
       drainOutput(pipes.readOutput, exit.output, pipes.readError, exit.errorOutput, pipes.readEnded.get());
       awaitEnd(pipes.readEnded);

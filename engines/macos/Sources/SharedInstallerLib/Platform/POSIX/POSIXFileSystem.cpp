@@ -59,7 +59,7 @@ Result<> POSIXFileSystem::moveItem(const Path& source, const Path& destination) 
   if (errno != EXDEV) {
     return fileFailure(FileAccess::write, errno, errno == EEXIST ? destination : source, moved);
   }
-  if (auto made = copyItem(source, destination); !made) return made;
+  if (auto made = copyItem(source, destination); !made) return handOn(made);
   // The copy stays even if the removal of the original fails: it may be the only complete one.
   return removeItem(source);
 }

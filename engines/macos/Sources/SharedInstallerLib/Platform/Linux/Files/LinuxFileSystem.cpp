@@ -91,7 +91,7 @@ Result<> LinuxFileSystem::createDirectory(const Path& path, Intermediates interm
   }
   const Path parent = parentFolder(*usable);
   if (!parent.empty() && parent != *usable) {
-    if (auto made = createDirectory(parent, intermediates); !made) return made;
+    if (auto made = createDirectory(parent, intermediates); !made) return handOn(made);
   }
   return makeOne(*usable, intermediates);
 }

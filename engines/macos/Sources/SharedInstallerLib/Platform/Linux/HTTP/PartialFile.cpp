@@ -81,7 +81,7 @@ Result<> PartialFile::append(std::string_view bytes) {
     unwritten_ += next;
     bytes.remove_prefix(next.size());
     if (unwritten_.size() < kBufferBytes) continue;
-    if (auto written = flush(); !written) return written;
+    if (auto written = flush(); !written) return handOn(written);
   }
   return {};
 }

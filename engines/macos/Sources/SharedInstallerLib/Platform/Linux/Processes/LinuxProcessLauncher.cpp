@@ -29,7 +29,7 @@ Result<CapturePipes> makePipes(CapturedOutput captured, const Path& program) {
 Result<ProgramExit> LinuxProcessLauncher::run(const Path& program, const std::vector<std::string>& arguments,
                                               CapturedOutput captured) {
   auto pipes = makePipes(captured, program);
-  if (!pipes) return std::unexpected(pipes.error());
+  if (!pipes) return handOn(pipes);
   SpawnRequest request;
   request.program = program;
   request.arguments = arguments;

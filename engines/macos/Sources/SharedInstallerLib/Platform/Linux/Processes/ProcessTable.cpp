@@ -41,7 +41,7 @@ std::vector<std::string> firstArgumentsOf(pid_t process) {
   constexpr std::size_t enough = 3UL * PATH_MAX;
   std::vector<std::string> arguments;
   auto file = LinuxFileSystem{}.openForReading(fmt::format("/proc/{}/cmdline", process));
-  const auto text = file ? (*file)->read(enough) : std::unexpected(file.error());
+  const auto text = file ? (*file)->read(enough) : handOn(file);
   if (!text) return arguments;
   for (std::size_t at = 0; at < text->size();) {
     const auto end = text->find('\0', at);
