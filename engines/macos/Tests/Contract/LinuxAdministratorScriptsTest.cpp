@@ -181,6 +181,15 @@ TEST_F(LinuxAdministrator, AShellThatDiesFailsItsCommandAndTheNextAsksAgain) {
   EXPECT_EQ(timesAsked(), 2U);
 }
 
+TEST_F(LinuxAdministrator, AStatusThatIsNoWholeNumberIsAFailure) {
+  for (const std::string status : {"0x", "", " 0", "ready"}) {
+    const auto shared =
+        script("read -r token; printf '\\n%s ready\\n' \"$token\"\nread -r command; printf '\\n%s " + status +
+               "\\n' \"$token\"");
+    EXPECT_EQ(numberOf(call(*shared, "true")), 255) << status;
+  }
+}
+
 TEST_F(LinuxAdministrator, AnAnnouncementInACommandsOutputIsOnlyOutput) {
   EXPECT_EQ(numberOf(call(*willing(), "printf '\\nkelo-0 0\\n'; exit 6")), 6);
 }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <fmt/format.h>
 #include <sys/random.h>
@@ -13,6 +12,7 @@
 #include "Base/KeptOutput.h"
 #include "Base/POSIX/FileTree.h"
 #include "Base/POSIX/Spawn.h"
+#include "Base/Text.h"
 
 namespace installer {
 namespace {
@@ -49,7 +49,7 @@ std::string escaped(const std::string& commandLine) {
 std::string freshToken() {
   std::array<unsigned char, 16> bytes{};
   if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) std::abort();
-  return fmt::format("kelo-{:02x}", fmt::join(bytes, ""));
+  return "kelo-" + hexadecimal(bytes);
 }
 
 bool isPkexec(const AdministratorPrompt& prompt) {
@@ -94,8 +94,7 @@ std::optional<PrivilegedShell::Failure> PrivilegedShell::run(const std::string& 
     return Failure{false, status != 0 ? status : kUnknownExitStatus,
                    fmt::format("{}The administrator’s shell ended before the command did", answer.printed)};
   }
-  int status = kUnknownExitStatus;
-  (void)std::from_chars(answer.line->data(), answer.line->data() + answer.line->size(), status);
+  const int status = wholeNumber<int>(*answer.line).value_or(kUnknownExitStatus);
   if (status == 0) return std::nullopt;
   return Failure{false, status, withoutTrailingLineFeeds(answer.printed)};
 }
