@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "Base/JSONReader.h"
 #include "Installer/PrivilegedRunner.h"
 #include "Installer/Removal.h"
 #include "Platform/FileSystem.h"
@@ -92,9 +93,8 @@ std::optional<Json> readInfoPlist(const Path& path) {
 bool bundleLooksIntact(const Path& path) {
   const auto information = readInfoPlist(joined(path, "Contents/Info.plist"));
   if (!information) return false;
-  const auto executable = information->find("CFBundleExecutable");
-  if (executable == information->end() || !executable->is_string()) return false;
-  return machine().files.fileExists(joined(joined(path, "Contents/MacOS"), executable->get<std::string>()));
+  const auto executable = JSONReader::string(*information, "CFBundleExecutable");
+  return executable && machine().files.fileExists(joined(joined(path, "Contents/MacOS"), *executable));
 }
 
 void unregisterFromLaunchServices(const Path& path) {

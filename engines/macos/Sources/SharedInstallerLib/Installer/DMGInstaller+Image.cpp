@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "Base/JSONReader.h"
 #include "Base/Text.h"
 #include "Installer/Installation.h"
 #include "Platform/Machine.h"
@@ -28,9 +29,7 @@ std::optional<Path> mountPointIn(const Json& attached) {
   std::optional<Path> mountPoint;
   for (const Json& entity : *entities) {
     if (!entity.is_object()) return std::nullopt;
-    const auto entry = entity.find("mount-point");
-    if (mountPoint || entry == entity.end() || !entry->is_string()) continue;
-    mountPoint = entry->get<std::string>();
+    if (!mountPoint) mountPoint = JSONReader::string(entity, "mount-point");
   }
   return mountPoint;
 }
@@ -54,10 +53,8 @@ std::vector<AttachedImage> attachedImages() {
   if (!list || !list->is_object()) return images;
   for (const Json& image : list->value("images", Json::array())) {
     auto mountPoint = mountPointIn(image);
-    if (!mountPoint) continue;
-    const auto file = image.find("image-path");
-    if (file == image.end() || !file->is_string()) continue;
-    images.push_back({file->get<std::string>(), *std::move(mountPoint)});
+    auto file = JSONReader::string(image, "image-path");
+    if (mountPoint && file) images.push_back({*std::move(file), *std::move(mountPoint)});
   }
   return images;
 }

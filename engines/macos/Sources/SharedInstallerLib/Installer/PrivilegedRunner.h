@@ -1,6 +1,7 @@
 // Command lines that run as administrator, their quoting, and the errors that require one.
 #pragma once
 
+#include <cerrno>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -45,7 +46,7 @@ inline bool isNoWritePermission(const Error& error) {
 // The failures that the uninstaller treats as a missing permission: no write, no read, EPERM, EACCES.
 inline bool isPermissionError(const Error& error) {
   return isNoWritePermission(error) || error.is(ErrorDomain::cocoa, CocoaError::fileReadNoPermission) ||
-         error.is(ErrorDomain::posix, 1) || error.is(ErrorDomain::posix, 13);
+         error.is(ErrorDomain::posix, EPERM) || error.is(ErrorDomain::posix, EACCES);
 }
 
 // The script object of all privileged command lines of the process, so that one authorization is enough for a

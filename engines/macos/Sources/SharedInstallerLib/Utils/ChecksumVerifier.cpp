@@ -26,9 +26,7 @@ Result<std::string> digestOf(const Path& filePath) {
     if (bytes->empty()) break;
     digest->update(*bytes);
   }
-  std::string text;
-  for (const auto byte : digest->finish()) text += fmt::format("{:02x}", byte);
-  return text;
+  return hexadecimal(digest->finish());
 }
 
 // The result of one run of a tool.

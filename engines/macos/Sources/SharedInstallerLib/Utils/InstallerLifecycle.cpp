@@ -1,6 +1,5 @@
 #include "Utils/InstallerLifecycle.h"
 
-#include <charconv>
 #include <string>
 
 #include "Base/Mutex.h"
@@ -31,12 +30,8 @@ SourceVerdict& sourceVerdict() {
 }
 
 // The value of `text`; absent unless it is 1 to `length` digits.
-std::optional<int> digits(std::string_view text, std::size_t length) {
-  if (text.empty() || text.size() > length) return std::nullopt;
-  if (text.find_first_not_of("0123456789") != std::string_view::npos) return std::nullopt;
-  int value = 0;
-  std::from_chars(text.data(), text.data() + text.size(), value);
-  return value;
+std::optional<unsigned> digits(std::string_view text, std::size_t length) {
+  return text.size() > length ? std::nullopt : wholeNumber<unsigned>(text);
 }
 
 // Like a date formatter for "yyyy-MM-dd" that isn't lenient: a year of one to four digits, taken as written
@@ -49,9 +44,8 @@ std::optional<std::chrono::sys_days> parseDate(std::string_view text) {
   const auto month = digits(text.substr(afterYear + 1, afterMonth - afterYear - 1), 2);
   const auto day = digits(text.substr(afterMonth + 1), 2);
   if (!year || !month || !day || *year == 0) return std::nullopt;
-  const std::chrono::year_month_day date{std::chrono::year{*year},
-                                         std::chrono::month{static_cast<unsigned>(*month)},
-                                         std::chrono::day{static_cast<unsigned>(*day)}};
+  const std::chrono::year_month_day date{std::chrono::year{static_cast<int>(*year)},
+                                         std::chrono::month{*month}, std::chrono::day{*day}};
   if (!date.ok()) return std::nullopt;
   return std::chrono::sys_days{date};
 }

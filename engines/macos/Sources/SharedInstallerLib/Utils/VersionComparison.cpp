@@ -1,8 +1,8 @@
 #include "Utils/VersionComparison.h"
 
-#include <algorithm>
-#include <charconv>
 #include <cstdint>
+
+#include "Base/Text.h"
 
 namespace installer {
 
@@ -14,11 +14,7 @@ std::int64_t componentValue(std::string_view text) {
     text.remove_prefix(1);
     if (text.starts_with('-')) return 0;
   }
-  std::int64_t value = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc{} || stop != end) return 0;
-  return value;
+  return wholeNumber<std::int64_t>(text).value_or(0);
 }
 
 // Moves the part before the first point from `rest` to `component`. False when it was the last part.

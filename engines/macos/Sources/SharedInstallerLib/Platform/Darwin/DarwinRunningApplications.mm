@@ -1,8 +1,7 @@
 // `RunningApplications` on NSRunningApplication.
 #import <AppKit/AppKit.h>
-#include <cerrno>
-#include <signal.h>
 
+#include "Base/POSIX/HiddenSibling.h"
 #import "Platform/Darwin/DarwinFoundation.h"
 #include "Platform/Darwin/DarwinServices.h"
 
@@ -20,9 +19,9 @@ NSRunningApplication* object(const RunningApplication& application) {
 
 // The main run loop updates the system's list, and it doesn't run while an uninstall waits for an application
 // to quit. A process that has ended is therefore no instance, even if the list has it.
-bool isRunning(NSRunningApplication* application) {
+bool hasProcess(NSRunningApplication* application) {
   const pid_t process = application.processIdentifier;
-  return process > 0 && (kill(process, 0) == 0 || errno != ESRCH);
+  return process > 0 && isRunning(process);
 }
 
 class DarwinRunningApplications final : public RunningApplications {
@@ -34,7 +33,7 @@ class DarwinRunningApplications final : public RunningApplications {
       if (identifier == nil || bundleIdentifier.empty()) return found;
       for (NSRunningApplication* running in
            [NSRunningApplication runningApplicationsWithBundleIdentifier:identifier]) {
-        if (!isRunning(running)) continue;
+        if (!hasProcess(running)) continue;
         RunningApplication application;
         if (running.localizedName != nil) application.localizedName = text(running.localizedName);
         application.processIdentifier = running.processIdentifier;
