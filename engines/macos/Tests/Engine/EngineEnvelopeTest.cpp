@@ -102,7 +102,10 @@ TEST_F(EngineEnvelopeTest, WritesAStage) {
 }
 
 TEST_F(EngineEnvelopeTest, WritesProgress) {
-  EXPECT_EQ(encoded({EngineEvent::Progress{"brenna", {42.5, true, 425, 1000}, AppStage::download}}),
+  EXPECT_EQ(encoded({EngineEvent::Progress{
+                "brenna",
+                {.percent = 42.5, .indeterminate = true, .downloadedBytes = 425, .totalBytes = 1000},
+                AppStage::download}}),
             expected(R"({"v": 1, "type": "progress", "app": "brenna", "percent": 42.5, "indeterminate": true,
                          "detailCode": "DOWNLOADING",
                          "detailArgs": {"downloadedBytes": 425, "totalBytes": 1000}})"));

@@ -33,9 +33,8 @@ class DirectedProvider : public PackageProvider {
   }
   bool isOfflineMode() const override { return offline; }
 
-  void reports(const std::string& status, const std::string& detail, double percent,
-               std::optional<std::int64_t> done = {}, std::optional<std::int64_t> total = {}) {
-    progress_(status, detail, {.percent = percent, .downloadedBytes = done, .totalBytes = total});
+  void reports(const std::string& status, const std::string& detail, const Progress& progress) {
+    progress_(status, detail, progress);
   }
   // Copies the completion first: the next acquisition may begin inside it.
   void delivers(AcquiredPackage package) { Completion{completion_}(std::move(package)); }

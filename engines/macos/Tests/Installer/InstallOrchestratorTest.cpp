@@ -22,7 +22,8 @@ TEST_F(InstallOrchestratorTest, OfNoAppsIsSilent) {
 
 TEST_F(InstallOrchestratorTest, OfOneAppTellsItsWholeStory) {
   start({brenna});
-  provider->reports("Downloading Kelo Brenna...", "half", 40, 4, 10);
+  provider->reports("Downloading Kelo Brenna...", "half",
+                    {.percent = 40, .downloadedBytes = 4, .totalBytes = 10});
   provider->delivers(download(brenna));
   letItEnd();
   EXPECT_EQ(delegate->heard,
@@ -68,7 +69,7 @@ TEST_F(InstallOrchestratorTest, ReportsAllAppsInOrderUnderAnySchedule) {
     run->setDelegate(ears);
     source->onAcquire = [&](const AppInfo&) {
       mac.dispatch.asyncGlobal(QualityOfService::userInitiated, [&] {
-        source->reports("Downloading", "", 10);
+        source->reports("Downloading", "", {.percent = 10});
         source->fails(ProviderError::downloadFailed("gone"));
       });
     };
@@ -106,7 +107,7 @@ TEST_F(InstallOrchestratorTest, FillsTheOverallBarByTheAppsShare) {
     if (info.id == brenna) provider->fails(ProviderError::invalidResponse());
   };
   start({brenna, tolvi, rulo, galdivane});
-  provider->reports("Downloading", "", 50);
+  provider->reports("Downloading", "", {.percent = 50});
   mac.dispatch.runUntilIdle();
   EXPECT_THAT(delegate->heard, ::testing::Contains("37.5% Downloading"));
 }
@@ -139,7 +140,7 @@ TEST_F(InstallOrchestratorTest, EndsAtItsNextStepWhenItsOwnerLetsGo) {
   mac.dispatch.runUntilIdle();
   const auto package = download(brenna);
   orchestrator.reset();
-  provider->reports("Downloading", "", 50);
+  provider->reports("Downloading", "", {.percent = 50});
   provider->delivers(package);
   mac.dispatch.runUntilIdle();
   EXPECT_EQ(delegate->heard, Lines{"brenna download 0"});

@@ -62,8 +62,7 @@ class OnlineDownload : public ::testing::Test {
           EXPECT_LE(progress.percent, 100.0);
           EXPECT_TRUE(outcomes.empty()) << "status '" << statusText << "' after the end";
           statuses.push_back(statusText);
-          feeds.push_back({detailText, progress.percent, progress.downloadedBytes, progress.totalBytes,
-                           machine.dispatch.elapsed()});
+          feeds.push_back({detailText, progress, machine.dispatch.elapsed()});
         },
         [this](PackageProvider::Outcome outcome) { completed(std::move(outcome)); });
   }
@@ -103,9 +102,7 @@ class OnlineDownload : public ::testing::Test {
 
   struct Feed {
     std::string detailText;
-    double percent;
-    std::optional<std::int64_t> downloaded;
-    std::optional<std::int64_t> total;
+    Progress progress;
     Duration time;
   };
 

@@ -440,12 +440,12 @@ TEST_F(OnlineDownload, FeedsTheHandlerOnceASecondAndAtTheEnd) {
   acquireToTheEnd();
   std::vector<double> percents;
   for (const auto& feed : feeds) {
-    if (feed.downloaded) percents.push_back(feed.percent);
+    if (feed.progress.downloadedBytes) percents.push_back(feed.progress.percent);
   }
   EXPECT_THAT(percents, ElementsAre(4.0, 20.0, 36.0, 52.0, 68.0, 80.0));
   EXPECT_EQ(feeds.back().detailText, "1,000 bytes of 1,000 bytes (100%)");
-  EXPECT_EQ(feeds.back().downloaded, 1000);
-  EXPECT_EQ(feeds.back().total, 1000);
+  EXPECT_EQ(feeds.back().progress.downloadedBytes, 1000);
+  EXPECT_EQ(feeds.back().progress.totalBytes, 1000);
 }
 
 TEST_F(OnlineDownload, LogsEachTenPerCentOnce) {
@@ -462,8 +462,8 @@ TEST_F(OnlineDownload, ShowsNoPercentWhileTheTotalIsUnknown) {
   acquireToTheEnd();
   EXPECT_THAT(outcomes, ElementsAre(acquired()));
   for (const auto& feed : feeds) {
-    EXPECT_EQ(feed.percent, 0.0);
-    EXPECT_EQ(feed.total, std::nullopt);
+    EXPECT_EQ(feed.progress.percent, 0.0);
+    EXPECT_EQ(feed.progress.totalBytes, std::nullopt);
   }
   EXPECT_EQ(feeds.at(2).detailText, "300 bytes of unknown (0%)");
   EXPECT_EQ(machine.logLines("Download progress").size(), 1U);
