@@ -33,15 +33,20 @@ class EngineEnvelopeTest : public ::testing::Test {
 
 TEST_F(EngineEnvelopeTest, WritesHello) {
   machine.setConfiguration(R"({"apps": {}, "helpUrl": "https://h/", "feedbackUrl": "https://f/"})");
-  EXPECT_EQ(encoded({EngineEvent::Hello{"online", {"install", "update"}, {}, {}}}), expected(R"({
+  EXPECT_EQ(encoded({EngineEvent::Hello{
+                PackageSourceMode::online, {Capability::install, Capability::update}, {}, {}}}),
+            expected(R"({
     "v": 1, "type": "hello", "engineVersion": "1.0.0", "protocolVersion": 1, "platform": "macos",
     "mode": "online", "capabilities": ["install", "update"],
     "helpUrl": "https://h/", "feedbackUrl": "https://f/", "apps": []})"));
 }
 
 TEST_F(EngineEnvelopeTest, WritesHelloOfARetiredInstaller) {
-  const auto event = encoded({EngineEvent::Hello{
-      "offline", {}, {}, InstallerRetirementEvent{"expired", "https://d/", "2026-01-31"}}});
+  const auto event = encoded(
+      {EngineEvent::Hello{PackageSourceMode::offline,
+                          {},
+                          {},
+                          InstallerRetirementEvent{RetirementReason::expired, "https://d/", "2026-01-31"}}});
   EXPECT_EQ(event["installerRetired"],
             expected(R"({"reason": "expired", "downloadUrl": "https://d/", "expiresOn": "2026-01-31"})"));
   EXPECT_EQ(event["mode"], "offline");
@@ -56,12 +61,12 @@ TEST_F(EngineEnvelopeTest, WritesACatalogAppWithAllThatCanBeKnown) {
                             "1.0",
                             "2.0",
                             100,
-                            "direct",
+                            CopySource::direct,
                             "https://w/",
                             285,
                             "/Applications/Brenna.app",
                             ReleaseNotes{"p", "2.0", {{"2.0", "2026-02-03", {"n"}}}}};
-  EXPECT_EQ(encoded({EngineEvent::Hello{"online", {}, {app}, {}}})["apps"], expected(R"([{
+  EXPECT_EQ(encoded({EngineEvent::Hello{PackageSourceMode::online, {}, {app}, {}}})["apps"], expected(R"([{
     "id": "brenna", "displayName": "Kelo Brenna", "descriptionCode": "app.brenna.desc",
     "iconName": "brenna_icon", "updateAvailable": true, "installedVersion": "1.0", "latestVersion": "2.0",
     "sizeBytes": 100, "source": "direct", "webUrl": "https://w/", "requiredBytes": 285,
@@ -73,7 +78,7 @@ TEST_F(EngineEnvelopeTest, WritesACatalogAppWithAllThatCanBeKnown) {
 TEST_F(EngineEnvelopeTest, WritesNullForFiveUnknownsOfACatalogAppAndLeavesThreeOut) {
   CatalogAppEvent app;
   app.id = "rulo";
-  EXPECT_EQ(encoded({EngineEvent::Hello{"online", {}, {app}, {}}})["apps"], expected(R"([{
+  EXPECT_EQ(encoded({EngineEvent::Hello{PackageSourceMode::online, {}, {app}, {}}})["apps"], expected(R"([{
     "id": "rulo", "displayName": "", "descriptionCode": "", "iconName": "", "updateAvailable": false,
     "installedVersion": null, "latestVersion": null, "sizeBytes": null, "source": null, "webUrl": null}])"));
 }
@@ -82,9 +87,10 @@ TEST_F(EngineEnvelopeTest, WritesAnUpdateCheckResult) {
   const EngineEvent::UpdateCheckEntry full{"tolvi", true, "2.0",
                                            7,       20,   ReleaseNotes{{}, {}, {{"2.0", {}, {}}}}};
   const EngineEvent::UpdateCheckEntry bare{"rulo", false, {}, {}, {}, {}};
-  EXPECT_EQ(encoded({EngineEvent::UpdateCheckResult{
-                {full, bare}, InstallerRetirementEvent{"source-unavailable", "https://d/", {}}}}),
-            expected(R"({
+  EXPECT_EQ(
+      encoded({EngineEvent::UpdateCheckResult{
+          {full, bare}, InstallerRetirementEvent{RetirementReason::sourceUnavailable, "https://d/", {}}}}),
+      expected(R"({
     "v": 1, "type": "update-check-result",
     "apps": [{"id": "tolvi", "updateAvailable": true, "latestVersion": "2.0", "sizeBytes": 7,
               "requiredBytes": 20, "releaseNotes": {"releases": [{"version": "2.0", "notes": []}]}},

@@ -7,7 +7,7 @@ namespace installer {
 namespace {
 
 using UpdateEntries::catalogEntry;
-using enum UpdateEntries::PackageSourceMode;
+using enum PackageSourceMode;
 using enum AppIdentifier;
 
 class UpdateEntriesTest : public test::EngineControllerTest {
@@ -57,9 +57,9 @@ TEST_F(UpdateEntriesTest, OffersAnUpdateOnlyToAnOlderInstalledCopyOfKnownVersion
 TEST_F(UpdateEntriesTest, NamesWhereAnInstalledCopyCameFrom) {
   EXPECT_EQ(catalogEntry(status, online).source, std::nullopt);
   status.isInstalled = true;
-  EXPECT_EQ(catalogEntry(status, online).source, "direct");
+  EXPECT_EQ(catalogEntry(status, online).source, CopySource::direct);
   status.isAppStore = true;
-  EXPECT_EQ(catalogEntry(status, online).source, "appstore");
+  EXPECT_EQ(catalogEntry(status, online).source, CopySource::appStore);
 }
 
 TEST_F(UpdateEntriesTest, MeasuresThePackagesBesideTheInstallerOfflineOnly) {

@@ -38,6 +38,10 @@ TEST_F(Vocabulary, HasTheWordsThatArePublished) {
   expectSameWords<ErrorCode>("errorCodes");
   expectSameWords<EventLevel>("levels");
   expectSameWords<AppStage>("stages");
+  expectSameWords<PackageSourceMode>("modes");
+  expectSameWords<CopySource>("sources");
+  expectSameWords<Capability>("capabilities");
+  expectSameWords<RetirementReason>("retirementReasons");
 }
 
 TEST_F(Vocabulary, CountsThePublishedSuccessesAsSuccess) {

@@ -242,10 +242,5 @@ TEST_F(Lifecycle, LetsTheDateWinOverTheVerdict) {
   EXPECT_EQ(InstallerLifecycle::currentRetirement().value().reason, RetirementReason::expired);
 }
 
-TEST(RetirementReason, HasItsWireNames) {
-  EXPECT_EQ(rawValue(RetirementReason::expired), "expired");
-  EXPECT_EQ(rawValue(RetirementReason::sourceUnavailable), "source-unavailable");
-}
-
 }  // namespace
 }  // namespace installer

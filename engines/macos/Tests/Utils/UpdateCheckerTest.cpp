@@ -38,9 +38,9 @@ TEST(AppUpdateStatus, ComparesWithAGivenVersion) {
 
 TEST(AppUpdateStatus, TellsWhereACopyCameFrom) {
   auto status = installedApp("1", "2");
-  EXPECT_EQ(status.source(), "direct");
+  EXPECT_EQ(status.source(), CopySource::direct);
   status.isAppStore = true;
-  EXPECT_EQ(status.source(), "appstore");
+  EXPECT_EQ(status.source(), CopySource::appStore);
   EXPECT_TRUE(status.updateAvailable());
   status.isInstalled = false;
   EXPECT_EQ(status.source(), std::nullopt);
@@ -98,7 +98,7 @@ TEST_F(Updates, TellsWhatIsInstalledAndWhatIsOffered) {
   EXPECT_EQ(brenna.latestVersion, "1.1");
   EXPECT_EQ(brenna.downloadSizeBytes, 700);
   EXPECT_TRUE(brenna.updateAvailable());
-  EXPECT_EQ(brenna.source(), "direct");
+  EXPECT_EQ(brenna.source(), CopySource::direct);
   const auto& tolvi = result.statuses[1];
   EXPECT_EQ(tolvi.latestVersion, "5");
   EXPECT_EQ(tolvi.downloadSizeBytes, std::nullopt);
@@ -118,7 +118,7 @@ TEST_F(Updates, OffersAnUpdateToACopyFromTheAppStore) {
   const auto status = sweep({app(AppIdentifier::brenna)}).statuses.at(0);
   EXPECT_TRUE(status.isAppStore);
   EXPECT_TRUE(status.updateAvailable());
-  EXPECT_EQ(status.source(), "appstore");
+  EXPECT_EQ(status.source(), CopySource::appStore);
 }
 
 TEST_F(Updates, DetectsWithoutTheNetwork) {

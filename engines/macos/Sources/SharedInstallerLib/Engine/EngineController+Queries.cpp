@@ -25,10 +25,11 @@ ExitCode done(Action action, ExitCode exitCode) {
   return exitCode;
 }
 
-std::vector<std::string> capabilities() {
-  // The functions of the engine, not its state: "offline" is listed in online mode too.
-  std::vector<std::string> list{"install", "update", "uninstall", "check-updates", "offline", "export-logs"};
-  if (!InstallerConfig::showTermsStep()) list.emplace_back("skip-terms");
+std::vector<Capability> capabilities() {
+  using enum Capability;
+  // The functions of the engine, not its state: `offline` is listed in online mode too.
+  std::vector<Capability> list{install, update, uninstall, checkUpdates, offline, exportLogs};
+  if (!InstallerConfig::showTermsStep()) list.push_back(skipTerms);
   return list;
 }
 
@@ -54,13 +55,11 @@ ExitCode EngineController::hello() {
   assert(machine().dispatch.isMainThread());
   // Detection only, for every source of packages: check-updates reports the available versions.
   const auto sweep = UpdateChecker::sweep(KeloAppProvider::shared().allApps(), false);
-  const bool offline = provider_->isOfflineMode();
-  const auto mode =
-      offline ? UpdateEntries::PackageSourceMode::offline : UpdateEntries::PackageSourceMode::online;
+  const auto mode = provider_->isOfflineMode() ? PackageSourceMode::offline : PackageSourceMode::online;
   std::vector<CatalogAppEvent> apps;
   for (const auto& status : sweep.statuses) apps.push_back(UpdateEntries::catalogEntry(status, mode));
   EngineEmitter::emit({EngineEvent::Hello{
-      .mode = offline ? "offline" : "online",
+      .mode = mode,
       .capabilities = capabilities(),
       .apps = std::move(apps),
       .retirement = InstallerRetirementEvent::of(InstallerLifecycle::expiry()),

@@ -89,7 +89,7 @@ Object encode(const AppResultEvent& result) {
 }
 
 Object encode(const InstallerRetirementEvent& retirement) {
-  Object object{{"reason", retirement.reason}, {"downloadUrl", retirement.downloadUrl}};
+  Object object{{"reason", rawValue(retirement.reason)}, {"downloadUrl", retirement.downloadUrl}};
   putIfPresent(object, "expiresOn", retirement.expiresOn);
   return object;
 }
@@ -103,9 +103,8 @@ Object encode(const ReleaseNotes& notes) {
 namespace installer {
 
 InstallerRetirementEvent InstallerRetirementEvent::of(const InstallerRetirement& retirement) {
-  return {.reason = std::string{rawValue(retirement.reason)},
-          .downloadUrl = retirement.downloadURL,
-          .expiresOn = retirement.expiresOn};
+  return {
+      .reason = retirement.reason, .downloadUrl = retirement.downloadURL, .expiresOn = retirement.expiresOn};
 }
 
 std::optional<InstallerRetirementEvent> InstallerRetirementEvent::of(
@@ -129,8 +128,8 @@ Object encodePayload(const EngineEvent::Hello& event) {
   object["engineVersion"] = kEngineVersion;
   object["protocolVersion"] = kEngineProtocolVersion;
   object["platform"] = "macos";
-  object["mode"] = event.mode;
-  object["capabilities"] = event.capabilities;
+  object["mode"] = rawValue(event.mode);
+  object["capabilities"] = EventRecords::encodeAll(event.capabilities);
   object["helpUrl"] = InstallerConfig::helpURL();
   object["feedbackUrl"] = InstallerConfig::feedbackURL();
   object["apps"] = EventRecords::encodeAll(event.apps);

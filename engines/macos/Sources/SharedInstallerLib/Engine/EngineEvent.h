@@ -39,7 +39,7 @@ struct CatalogAppEvent {
   std::optional<std::string> installedVersion;
   std::optional<std::string> latestVersion;
   std::optional<std::int64_t> sizeBytes;  // of the download
-  std::optional<std::string> source;      // "direct" or "appstore"; absent when not installed
+  std::optional<CopySource> source;       // absent when not installed
   std::optional<std::string> webUrl;
   std::optional<std::int64_t> requiredBytes;  // peak disk space during an install
   std::optional<std::string> installedPath;
@@ -50,7 +50,7 @@ struct CatalogAppEvent {
 
 // The verdict that this installer is stale, for an event.
 struct InstallerRetirementEvent {
-  std::string reason;                    // "expired" or "source-unavailable"
+  RetirementReason reason = RetirementReason::expired;
   std::string downloadUrl;               // the address of a current installer
   std::optional<std::string> expiresOn;  // the last valid day, yyyy-MM-dd
 
@@ -71,8 +71,8 @@ struct EngineEvent {
   };
 
   struct Hello {
-    std::string mode;  // "online" or "offline"
-    std::vector<std::string> capabilities;
+    PackageSourceMode mode = PackageSourceMode::online;
+    std::vector<Capability> capabilities;
     std::vector<CatalogAppEvent> apps;
     std::optional<InstallerRetirementEvent> retirement;
   };

@@ -31,8 +31,6 @@ std::vector<std::string> statuses(const std::vector<AppResultEvent>& events);
 // The rows of `hello` and of `check-updates`, one per app. Any thread; may read the disk.
 namespace installer::UpdateEntries {
 
-enum class PackageSourceMode { online, offline };
-
 // A row of the catalog. In offline mode the available version is that of the package beside the installer.
 CatalogAppEvent catalogEntry(const AppUpdateStatus& status, PackageSourceMode mode);
 

@@ -5,14 +5,6 @@
 
 namespace installer {
 
-std::string_view rawValue(RetirementReason reason) {
-  switch (reason) {
-    case RetirementReason::expired: return "expired";
-    case RetirementReason::sourceUnavailable: return "source-unavailable";
-  }
-  return {};
-}
-
 ProviderError ProviderError::versionCheckFailed(std::string reason) {
   return ProviderError{Case::versionCheckFailed, std::move(reason)};
 }

@@ -17,14 +17,6 @@
 namespace installer {
 
 // The verdict that the whole installer is stale, and the address of a current one.
-enum class RetirementReason {
-  expired,           // the build's last day of validity has passed
-  sourceUnavailable  // the CDN tree is gone while the outside world can be reached
-};
-
-// "expired" or "source-unavailable".
-std::string_view rawValue(RetirementReason reason);
-
 struct InstallerRetirement {
   RetirementReason reason = RetirementReason::expired;
   std::string downloadURL;               // the configured download page, as text

@@ -43,6 +43,21 @@ enum class EventLevel { info, warn, error };
 // The current step of an app.
 enum class AppStage { download, verify, install, uninstall };
 
+// Where packages come from: from the CDN, or from beside the installer.
+enum class PackageSourceMode { online, offline };
+
+// The origin of an installed copy.
+enum class CopySource { direct, appStore };
+
+// What `hello` offers to a shell.
+enum class Capability { install, update, uninstall, checkUpdates, offline, exportLogs, skipTerms };
+
+// Why the whole installer is stale.
+enum class RetirementReason {
+  expired,           // the build's last day of validity has passed
+  sourceUnavailable  // the CDN tree is gone while the outside world can be reached
+};
+
 // The exit status of the process; the numbers are fixed.
 enum class ExitCode : std::int32_t {
   success = 0,
@@ -125,6 +140,35 @@ inline constexpr auto kWireTable<AppStage> = std::to_array<StageRow>({
     {{AppStage::uninstall, "uninstall"}, "UNINSTALLING"},
 });
 
+template <>
+inline constexpr auto kWireTable<PackageSourceMode> = std::to_array<WireRow<PackageSourceMode>>({
+    {PackageSourceMode::online, "online"},
+    {PackageSourceMode::offline, "offline"},
+});
+
+template <>
+inline constexpr auto kWireTable<CopySource> = std::to_array<WireRow<CopySource>>({
+    {CopySource::direct, "direct"},
+    {CopySource::appStore, "appstore"},
+});
+
+template <>
+inline constexpr auto kWireTable<Capability> = std::to_array<WireRow<Capability>>({
+    {Capability::install, "install"},
+    {Capability::update, "update"},
+    {Capability::uninstall, "uninstall"},
+    {Capability::checkUpdates, "check-updates"},
+    {Capability::offline, "offline"},
+    {Capability::exportLogs, "export-logs"},
+    {Capability::skipTerms, "skip-terms"},
+});
+
+template <>
+inline constexpr auto kWireTable<RetirementReason> = std::to_array<WireRow<RetirementReason>>({
+    {RetirementReason::expired, "expired"},
+    {RetirementReason::sourceUnavailable, "source-unavailable"},
+});
+
 // True when the table has one row per enumerator, in their order. `last` is the last enumerator.
 template <class Value>
 consteval bool isWholeTable(Value last) {
@@ -139,6 +183,10 @@ static_assert(isWholeTable(AppStatus::alreadyAbsent));
 static_assert(isWholeTable(ErrorCode::unknown));
 static_assert(isWholeTable(EventLevel::error));
 static_assert(isWholeTable(AppStage::uninstall));
+static_assert(isWholeTable(PackageSourceMode::offline));
+static_assert(isWholeTable(CopySource::appStore));
+static_assert(isWholeTable(Capability::skipTerms));
+static_assert(isWholeTable(RetirementReason::sourceUnavailable));
 
 template <class Value>
 concept HasWireTable = !kWireTable<Value>.empty();

@@ -17,9 +17,9 @@ bool AppUpdateStatus::updateAvailable(const std::optional<std::string>& version)
   return compareVersion(*installedVersion, *version) == ComparisonResult::ascending;
 }
 
-std::optional<std::string> AppUpdateStatus::source() const {
+std::optional<CopySource> AppUpdateStatus::source() const {
   if (!isInstalled) return std::nullopt;
-  return isAppStore ? "appstore" : "direct";
+  return isAppStore ? CopySource::appStore : CopySource::direct;
 }
 
 }  // namespace installer

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Models/AppInfo.h"
+#include "Models/Vocabulary.h"
 #include "Platform/Dispatch.h"
 
 namespace installer {
@@ -29,8 +30,8 @@ struct AppUpdateStatus {
   // True only for an installed app whose version is known and older than `version`, also for a copy from the
   // App Store.
   bool updateAvailable(const std::optional<std::string>& version) const;
-  // "appstore" or "direct"; absent for an app that isn't installed.
-  std::optional<std::string> source() const;
+  // Absent for an app that isn't installed.
+  std::optional<CopySource> source() const;
 };
 
 struct UpdateSweep {
