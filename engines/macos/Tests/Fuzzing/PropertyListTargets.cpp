@@ -109,7 +109,7 @@ void fuzzAttachList(std::string_view text) {
   machine.programs.on(machine.paths.hdiutil).does([text](const Arguments& arguments) {
     return arguments.front() == "attach" ? ProgramExit{0, std::string{text}, ""} : ProgramExit{1, "", ""};
   });
-  InstallResult result;
+  auto result = InstallResult::failure("not run");
   machine.dispatch.runOnWorker([&result] {
     result =
         DMGInstaller::installFromDMG("/image.dmg", *KeloAppProvider::shared().app(AppIdentifier::brenna));

@@ -105,7 +105,7 @@ class RemovalTransaction {
  private:
   SimulatedMachine mac_;
   std::map<std::string, std::string> before_;
-  UninstallResult result_;
+  UninstallResult result_ = UninstallResult::failure({}, "not run");
 };
 
 TEST(RemovalTransaction, LeavesTheWholeAppOrNothingAtTheAppsPathWhateverFails) {

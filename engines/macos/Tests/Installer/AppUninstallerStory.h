@@ -22,7 +22,7 @@ class AppUninstallerStory : public ::testing::Test {
   const Path path = "/Applications/Brenna.app";
   const Path staged = "/Applications/.Brenna.app.kelo-uninstall";
   std::map<std::string, std::string> before;  // the installed app
-  UninstallResult result;
+  UninstallResult result = UninstallResult::failure({}, "not run");
 
   static AppBundle brenna() { return {.identifier = kBrennaIdentifier, .version = "1.0"}; }
   const AppInfo& app() { return *KeloAppProvider::shared().app(AppIdentifier::brenna); }

@@ -20,7 +20,7 @@ class DMGInstallerStory : public ::testing::Test {
   const Path mount = "/Volumes/Kelo Brenna";
   const Path source = "/Volumes/Kelo Brenna/Brenna.app";
   const Path destination = "/Applications/Brenna.app";
-  InstallResult result;
+  InstallResult result = InstallResult::failure("not run");
 
   static AppBundle brenna(std::optional<std::string> version, const std::string& bytes = "new binary") {
     return {.identifier = kBrennaIdentifier, .version = std::move(version), .executableBytes = bytes};

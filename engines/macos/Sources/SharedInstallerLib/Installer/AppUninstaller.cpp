@@ -33,21 +33,21 @@ UninstallResult uninstallInTurn(const AppInfo& app, bool allowAdminEscalation,
 }  // namespace
 
 UninstallResult UninstallResult::makeSuccess(const AppInfo& app, bool alreadyAbsent) {
-  UninstallResult result{.app = app};
+  UninstallResult result{app};
   result.success = true;
   result.alreadyAbsent = alreadyAbsent;
   return result;
 }
 
 UninstallResult UninstallResult::makeSkipped(const AppInfo& app, std::string reason) {
-  UninstallResult result{.app = app};
+  UninstallResult result{app};
   result.skipped = true;
   result.skipReason = std::move(reason);
   return result;
 }
 
 UninstallResult UninstallResult::failure(const AppInfo& app, std::string message) {
-  UninstallResult result{.app = app};
+  UninstallResult result{app};
   result.errorMessage = std::move(message);
   return result;
 }

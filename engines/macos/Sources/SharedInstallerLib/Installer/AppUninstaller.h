@@ -8,6 +8,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Models/AppInfo.h"
@@ -17,11 +18,11 @@ namespace installer {
 // The result of the removal of one app.
 struct UninstallResult {
   AppInfo app;
-  bool success = false;                          // the app was removed, or wasn't installed
-  bool alreadyAbsent = false;                    // with `success`: the app wasn't installed
-  bool skipped = false;                          // intentionally not removed; `success` is false
-  std::optional<std::string> skipReason = {};    // for a person; with `skipped`
-  std::optional<std::string> errorMessage = {};  // for a person; on failure
+  bool success = false;                     // the app was removed, or wasn't installed
+  bool alreadyAbsent = false;               // with `success`: the app wasn't installed
+  bool skipped = false;                     // intentionally not removed; `success` is false
+  std::optional<std::string> skipReason;    // for a person; with `skipped`
+  std::optional<std::string> errorMessage;  // for a person; on failure
   // The failure is a permission that the user can grant, or the privileged removal failed.
   bool permissionDenied = false;
   bool authCancelled = false;  // the user dismissed the administrator prompt
@@ -31,6 +32,9 @@ struct UninstallResult {
   static UninstallResult makeSkipped(const AppInfo& app, std::string reason);
   static UninstallResult failure(const AppInfo& app, std::string message);
   static UninstallResult neverReached(const AppInfo& app);
+
+ private:
+  explicit UninstallResult(AppInfo itsApp) : app{std::move(itsApp)} {}
 };
 
 class AppUninstaller {

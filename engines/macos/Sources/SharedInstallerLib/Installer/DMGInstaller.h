@@ -20,11 +20,11 @@ namespace installer {
 
 // The result of one install from a disk image.
 struct InstallResult {
-  bool success = false;                          // the package's version or a newer one is installed
-  std::optional<std::string> errorMessage = {};  // for a person; on failure only
-  std::optional<Path> installedPath = {};        // the bundle's path; on success only
-  bool alreadyCurrent = false;              // nothing was copied: the installed version is the same or newer
-  std::optional<ErrorCode> errorCode = {};  // stable code; absent when the failure has no code
+  bool success;                             // the package's version or a newer one is installed
+  std::optional<std::string> errorMessage;  // for a person; on failure only
+  std::optional<Path> installedPath;        // the bundle's path; on success only
+  bool alreadyCurrent;                      // nothing was copied: the installed version is the same or newer
+  std::optional<ErrorCode> errorCode;       // stable code; absent when the failure has no code
 
   static InstallResult failure(std::string message, std::optional<ErrorCode> code = std::nullopt) {
     return {false, std::move(message), std::nullopt, false, code};
@@ -35,6 +35,15 @@ struct InstallResult {
   static InstallResult makeAlreadyCurrent(Path path) {
     return {true, std::nullopt, std::move(path), true, std::nullopt};
   }
+
+ private:
+  InstallResult(bool isSuccess, std::optional<std::string> message, std::optional<Path> path, bool isCurrent,
+                std::optional<ErrorCode> code)
+      : success{isSuccess},
+        errorMessage{std::move(message)},
+        installedPath{std::move(path)},
+        alreadyCurrent{isCurrent},
+        errorCode{code} {}
 };
 
 class DMGInstaller {
