@@ -1,5 +1,7 @@
 // The steps for one acquired package: verification, installation, and removal of a downloaded file.
+#include <array>
 #include <fmt/format.h>
+#include <string_view>
 
 #include "Installer/DMGInstaller.h"
 #include "Installer/InstallOrchestrator.h"
@@ -17,6 +19,33 @@ void discard(const AcquiredPackage& package) {
   (void)machine().files.removeItem(
       package.fileURL);  // failures are ignored: the file is in a temporary folder
 }
+
+// One step of the verification of a package; `name` is part of the messages.
+struct Verification {
+  std::string_view name;
+  bool (*passes)(const AcquiredPackage&);
+  ErrorCode code;
+};
+
+// In this order. An image from the resources isn't assessed.
+constexpr std::array kVerifications{
+    Verification{"Checksum",
+                 [](const AcquiredPackage& package) {
+                   return !package.checksum ||
+                          ChecksumVerifier::verifyFileChecksum(package.fileURL, *package.checksum);
+                 },
+                 ErrorCode::verifyFailed},
+    Verification{"Gatekeeper",
+                 [](const AcquiredPackage& package) {
+                   return package.skipGatekeeper || ChecksumVerifier::verifyGatekeeper(package.fileURL);
+                 },
+                 ErrorCode::gatekeeperFailed},
+    Verification{"Signature",
+                 [](const AcquiredPackage& package) {
+                   return package.skipGatekeeper || ChecksumVerifier::verifySignature(package.fileURL);
+                 },
+                 ErrorCode::signatureFailed},
+};
 
 }  // namespace
 
@@ -52,22 +81,12 @@ AppInstallResult InstallOrchestrator::verifyAndInstallOnWorker(const AppInfo& ap
 
 std::optional<AppInstallResult> InstallOrchestrator::verificationFailure(const AppInfo& app,
                                                                          const AcquiredPackage& package) {
-  const std::string& name = app.displayName;
-  if (package.checksum && !ChecksumVerifier::verifyFileChecksum(package.fileURL, *package.checksum)) {
-    logError("InstallOrchestrator: Checksum failed for {}", name);
-    return AppInstallResult::failed(app, fmt::format("Checksum verification failed for {}", name),
-                                    ErrorCode::verifyFailed);
-  }
-  if (package.skipGatekeeper) return std::nullopt;
-  if (!ChecksumVerifier::verifyGatekeeper(package.fileURL)) {
-    logError("InstallOrchestrator: Gatekeeper failed for {}", name);
-    return AppInstallResult::failed(app, fmt::format("Gatekeeper verification failed for {}", name),
-                                    ErrorCode::gatekeeperFailed);
-  }
-  if (!ChecksumVerifier::verifySignature(package.fileURL)) {
-    logError("InstallOrchestrator: Signature failed for {}", name);
-    return AppInstallResult::failed(app, fmt::format("Signature verification failed for {}", name),
-                                    ErrorCode::signatureFailed);
+  for (const auto& verification : kVerifications) {
+    if (verification.passes(package)) continue;
+    logError("InstallOrchestrator: {} failed for {}", verification.name, app.displayName);
+    return AppInstallResult::failed(
+        app, fmt::format("{} verification failed for {}", verification.name, app.displayName),
+        verification.code);
   }
   return std::nullopt;
 }
