@@ -177,18 +177,25 @@ void InstallOrchestrator::markCurrentAppComplete(const AppInstallResult& result)
 }
 
 void InstallOrchestrator::cancelInstallation() {
+  assert(machine().dispatch.isMainThread());
   state_.cancel();
   if (state_.stage() == InstallStage::download) provider_->cancelAcquisition();
   log("InstallOrchestrator: Installation cancelled by user (stage={})", rawValue(state_.stage()));
 }
 
 void InstallOrchestrator::cancelApp(AppIdentifier app) {
+  assert(machine().dispatch.isMainThread());
   // The provider's cancel isn't for a specific app, so it is called only for the current one; the list is
   // held meanwhile, so that the next app can't begin.
   const bool isAcquiring = state_.requestSkip(app);
   if (isAcquiring) provider_->cancelAcquisition();
   log("InstallOrchestrator: Cancel requested for {} (stage={})", rawValue(app), rawValue(state_.stage()));
   if (isAcquiring && state_.release()) processNextApp();
+}
+
+bool InstallOrchestrator::isDeletingDownload() const {
+  assert(machine().dispatch.isMainThread());
+  return !turnUntilDeletion_.expired();
 }
 
 void InstallOrchestrator::updateProgress(const std::string& statusText, const std::string& detailText,

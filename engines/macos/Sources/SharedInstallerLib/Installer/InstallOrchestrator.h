@@ -43,7 +43,7 @@ class InstallOrchestrator : public std::enable_shared_from_this<InstallOrchestra
   void cancelApp(AppIdentifier app);
 
   // Main queue, after the end. False when the run has no turn.
-  bool isDeletingDownload() const { return !turnUntilDeletion_.expired(); }
+  bool isDeletingDownload() const;
 
  private:
   // The list of apps.

@@ -57,12 +57,10 @@ void InstallRun::waitForDeletion() {
 }
 
 void InstallRun::cancelInstallation() {
-  assert(machine().dispatch.isMainThread());
   orchestrator_->cancelInstallation();
 }
 
 void InstallRun::cancelApp(AppIdentifier app) {
-  assert(machine().dispatch.isMainThread());
   orchestrator_->cancelApp(app);
 }
 

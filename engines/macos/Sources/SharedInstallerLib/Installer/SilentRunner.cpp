@@ -201,6 +201,7 @@ bool SilentRunner::mayGoOn() {
 }
 
 void SilentRunner::cancel() {
+  assert(machine().dispatch.isMainThread());
   isCancelled_ = true;
   if (activeRun_ != nullptr) activeRun_->cancelInstallation();
 }
