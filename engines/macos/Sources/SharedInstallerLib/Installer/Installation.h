@@ -1,4 +1,4 @@
-// The steps of one install from a disk image. Used by the disk-image installer only.
+// The steps of one install from a disk image. Used by the disk-image installer only, on its thread.
 #pragma once
 
 #include <optional>

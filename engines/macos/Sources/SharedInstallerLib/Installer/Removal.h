@@ -1,4 +1,4 @@
-// The removal of one app as a transaction. Used by the uninstaller only.
+// The removal of one app as a transaction. Used by the uninstaller only, on its thread.
 #pragma once
 
 #include <optional>

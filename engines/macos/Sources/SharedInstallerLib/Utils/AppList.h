@@ -1,4 +1,4 @@
-// The value of `--apps`, in both modes of the executable.
+// The value of `--apps`, in both modes of the executable. Any thread.
 #pragma once
 
 #include <string>

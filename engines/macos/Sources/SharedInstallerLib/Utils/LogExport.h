@@ -1,5 +1,5 @@
 // Makes a zip archive of the engine's logs for support: the log files, a manifest of them, and a digest of
-// all warnings and errors.
+// all warnings and errors. Any thread; blocks, and locks the staging folder.
 #pragma once
 
 #include <optional>

@@ -1,4 +1,4 @@
-// The command line of an unattended run.
+// The command line of an unattended run. A plain value; any thread.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// Functions for paths and trees, shared by the parts of the file system.
+// Functions for paths and trees, shared by the parts of the file system. Stateless; any thread.
 #pragma once
 
 #include <optional>

@@ -1,4 +1,5 @@
 // Starts the child processes of the engine and its host. The lab forks, so that a child ends with its parent.
+// Any thread.
 #pragma once
 
 #include <string>

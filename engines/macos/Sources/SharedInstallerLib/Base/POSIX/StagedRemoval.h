@@ -1,4 +1,5 @@
-// A removal that leaves all or nothing under an item's visible name, also when it fails or is killed.
+// A removal that leaves all or nothing under an item's visible name, also when it fails or is killed. Any
+// thread.
 #pragma once
 
 #include <functional>

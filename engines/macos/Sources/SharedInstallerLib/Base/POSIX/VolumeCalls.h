@@ -1,4 +1,4 @@
-// Volume operations with a different system call on each host.
+// Volume operations with a different system call on each host. Stateless; any thread.
 #pragma once
 
 #include <optional>

@@ -1,4 +1,4 @@
-// Copies one tree entry by entry, by descriptor, following no link.
+// Copies one tree entry by entry, by descriptor, following no link. One thread at a time uses a copier.
 #pragma once
 
 #include <string>

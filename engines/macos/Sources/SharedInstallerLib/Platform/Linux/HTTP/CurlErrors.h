@@ -1,4 +1,4 @@
-// Translates libcurl's failures to the seam's errors.
+// Translates libcurl's failures to the seam's errors. Stateless; any thread.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// A task whose body is kept in memory.
+// A task whose body is kept in memory. Threads as in `LinuxURLTask`.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// Facts about processes from /proc.
+// Facts about processes from /proc. Stateless; any thread.
 #pragma once
 
 #include <optional>
