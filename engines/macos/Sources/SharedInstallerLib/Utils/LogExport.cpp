@@ -152,7 +152,7 @@ Result<Path> compress(const Path& staging, const std::optional<std::string>& out
   if (!ended) return handOn(ended);
   if (ended->status != 0) {
     logToolWords("LogExport: ditto", ended->output);
-    return failure(errorDomain, ended->status, fmt::format("ditto exited with {}", ended->status));
+    return failure(kErrorDomain, ended->status, fmt::format("ditto exited with {}", ended->status));
   }
   return archive;
 }

@@ -10,7 +10,7 @@
 
 namespace installer::LogExport {
 
-inline constexpr std::string_view errorDomain = "LogExport";  // code: the archiver's exit status
+inline constexpr std::string_view kErrorDomain = "LogExport";  // code: the archiver's exit status
 
 // Returns the archive's full path. An absent or empty `outDirectory` is the user's Desktop if it exists, else
 // the home folder; a missing destination is created. Blocks while the archiver runs. An export without any
