@@ -41,9 +41,7 @@ TEST_F(EngineUninstall, TellsAWholeRunInOrder) {
 TEST_F(EngineUninstall, RemovesTheWholeCatalogForAnEmptyList) {
   addAll();
   EXPECT_EQ(uninstall({}), 0);
-  EXPECT_EQ(outcome().back(),
-            "done uninstall 0: brenna uninstalled, tolvi uninstalled, rulo uninstalled, "
-            "galdivane uninstalled");
+  EXPECT_EQ(outcome().back(), fmt::format("done uninstall 0: {}", fmt::join(eachApp("uninstalled"), ", ")));
   EXPECT_THAT(machine.files.tree("/Applications"), IsEmpty());
 }
 

@@ -1,6 +1,7 @@
 // A controller on a simulated machine with a scripted package source, and the verbs of its tests.
 #pragma once
 
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -20,6 +21,15 @@ namespace installer::test {
 class EngineControllerTest : public ::testing::Test {
  protected:
   using Mode = ScriptedPackageProvider::Mode;
+
+  // "{app} {ending}" for each app of the catalog, in its order.
+  static Lines eachApp(std::string_view ending) {
+    Lines lines;
+    for (const auto app : AppIdentifiers::allCases) {
+      lines.push_back(fmt::format("{} {}", rawValue(app), ending));
+    }
+    return lines;
+  }
 
   explicit EngineControllerTest(Mode mode = Mode::online)
       : provider{std::make_shared<ScriptedPackageProvider>(machine.dispatch, mode)},

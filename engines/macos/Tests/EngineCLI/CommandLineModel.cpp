@@ -36,8 +36,10 @@ std::optional<std::string> appIn(std::string piece) {
   while (takeBlank(piece, false) || takeBlank(piece, true)) {
   }
   const auto name = lower(piece);
-  const std::set<std::string> apps{"brenna", "tolvi", "rulo", "galdivane"};
-  return apps.contains(name) ? std::optional{name} : std::nullopt;
+  const bool isApp = std::ranges::find(AppIdentifiers::allCases, name, [](AppIdentifier app) {
+                       return rawValue(app);
+                     }) != AppIdentifiers::allCases.end();
+  return isApp ? std::optional{name} : std::nullopt;
 }
 
 }  // namespace
