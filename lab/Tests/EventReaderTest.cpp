@@ -7,12 +7,56 @@
 namespace lab {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
 
+using Screenful = std::vector<std::string>;
+
+// What a terminal shows of this output, before each redrawing of the board and at the end.
+std::vector<Screenful> screensOf(std::string_view output) {
+  std::vector<Screenful> screens;
+  Screenful screen{""};
+  std::size_t row = 0;
+  for (std::size_t i = 0; i < output.size(); ++i) {
+    if (output[i] == '\n') {
+      if (++row == screen.size()) screen.emplace_back();
+    } else if (output[i] == '\033') {
+      const std::size_t end = output.find_first_of("AJm", i);
+      if (output[end] == 'A') {
+        screens.push_back(screen);
+        row -= std::stoul(std::string{output.substr(i + 2, end - i - 2)});
+      }
+      if (output[end] == 'J') {
+        screen.resize(row + 1);
+        screen[row].clear();
+      }
+      i = end;
+    } else if (output[i] != '\r') {
+      screen[row] += output[i];
+    }
+  }
+  screens.push_back(screen);
+  return screens;
+}
+
+std::string transcript(const std::string& name) {
+  return test::contentOf(std::string{TRANSCRIPTS} + "/" + name + ".jsonl");
+}
+
 class EventReader : public test::FolderTest {
  protected:
+  // The screens of lab-events on a terminal.
+  std::vector<Screenful> watch(const std::string& events) const {
+    const std::string command =
+        std::string{LAB_PROGRAMS} + "/lab-events < " + write("events", events).string();
+    const auto [status, output, diagnostics] =
+        run({"/usr/bin/script", "--quiet", "--return", "--command", command, "/dev/null"});
+    EXPECT_EQ(status, 0) << diagnostics;
+    return screensOf(output);
+  }
+
   std::string read(const std::string& events, const std::string& options = "") const {
     write("events", events);
     return run({"/bin/sh", "-c",
@@ -51,6 +95,40 @@ TEST(Board, FollowsAnAppFromStageToResult) {
       board.lines(100),
       ElementsAre("brenna     [========================] installed 2.0",
                   "tolvi      [------------------------] failed: The package is damaged. (VERIFY_FAILED)"));
+}
+
+TEST(Board, KeepsTheHighestPercentageAndReportsAnInterruption) {
+  Board board{Look::plain};
+  const auto after = [&](const char* line) {
+    board.apply(stepIn(line), Moment{});
+    return board.lines(100).front();
+  };
+  after(R"({"type":"stage","app":"rulo","stage":"download"})");
+  after(
+      R"({"type":"progress","app":"rulo","percent":50,"detailArgs":{"downloadedBytes":1500000,"totalBytes":3000000}})");
+  EXPECT_EQ(after(R"({"type":"progress","app":"rulo","percent":0})"),
+            "rulo       [############............]  50%  download  connection interrupted, trying again");
+  EXPECT_EQ(
+      after(
+          R"({"type":"progress","app":"rulo","percent":40,"detailArgs":{"downloadedBytes":1200000,"totalBytes":3000000}})"),
+      "rulo       [############............]  50%  download  1.2 of 3.0 MB");
+  EXPECT_EQ(after(R"({"type":"stage","app":"rulo","stage":"verify"})"),
+            "rulo       [~~~~~~~~~~~~~~~~~~~~~~~~]       verify");
+  EXPECT_EQ(after(R"({"type":"progress","app":"rulo","percent":85,"indeterminate":true})"),
+            "rulo       [~~~~~~~~~~~~~~~~~~~~~~~~]       verify");
+  after(R"({"type":"app-result","app":"rulo","status":"installed","installedVersion":"2.0"})");
+  EXPECT_EQ(after(R"({"type":"stage","app":"rulo","stage":"download"})"),
+            "rulo       [........................]   0%  download");
+}
+
+TEST(Board, GivesNoNumberForARemoval) {
+  Board board{Look::plain};
+  board.apply(stepIn(R"({"type":"stage","app":"rulo","stage":"uninstall"})"), Moment{});
+  board.apply(stepIn(R"({"type":"progress","app":"rulo","percent":100,"indeterminate":true})"), Moment{});
+  EXPECT_THAT(board.lines(100), ElementsAre("rulo       [~~~~~~~~~~~~~~~~~~~~~~~~]       uninstall"));
+  board.apply(stepIn(R"({"type":"app-result","app":"rulo","status":"skipped","errorCode":"SKIPPED"})"),
+              Moment{});
+  EXPECT_THAT(board.lines(1000), ElementsAre(HasSubstr("] skipped: This app came from the App Store.")));
 }
 
 TEST(Board, GivesTheRateOnceItIsMeasured) {
@@ -116,6 +194,8 @@ TEST(EventSummary, PutsEventsIntoWords) {
        "latest versions\n  rulo"},
       {R"({"type":"update-check-result","apps":[{"id":"rulo","latestVersion":"2.0","releaseNotes":{"releases":[{"version":"2.0","notes":["Faster","Smaller"]},{"version":"1.0","notes":["New"]}]}}]})",
        "latest versions\n  rulo, latest 2.0\n    - Faster\n    - Smaller"},
+      {R"({"type":"update-check-result","apps":[{"id":"rulo","releaseNotes":{"releases":[{"notes":["\u001b[2JFaster"]}]}}]})",
+       "latest versions\n  rulo\n    - [2JFaster"},
       {R"({"type":"update-check-result","apps":[{"id":"rulo","releaseNotes":{"releases":7}}]})",
        "latest versions\n  rulo"},
       {R"({"type":"done","action":"update","exitCode":2,"installerRetired":{"reason":"source-unavailable","downloadUrl":"https://a/b"}})",
@@ -132,7 +212,7 @@ TEST(EventSummary, KeepsControlCharactersFromTheTerminal) {
   EXPECT_EQ(harmless("a\033[31mb\tc\x7f\u009b1m\u00e9"), "a[31mbc1m\u00e9");
 }
 
-TEST_F(EventReader, IsPlainWhenNobodyWatches) {
+TEST_F(EventReader, IsPlainWithoutATerminal) {
   const std::string output = read(R"({"type":"stage","app":"brenna","stage":"download"}
 {"type":"progress","app":"brenna","percent":50}
 a word from the logger
@@ -150,6 +230,32 @@ TEST_F(EventReader, ShowsTheEventsThemselvesOnRequest) {
   const std::string event = R"({"type":"done","action":"install","exitCode":0})";
   EXPECT_EQ(read(event + "\n", "--events"), event + "\ndone: install, exit code 0\n");
   EXPECT_THAT(read("", "--help"), HasSubstr("Usage:"));
+}
+
+TEST_F(EventReader, ReportsAnEngineThatEndsWithoutDone) {
+  EXPECT_EQ(read(R"({"type":"stage","app":"brenna","stage":"download"})"),
+            "brenna: download\nthe engine ended unexpectedly\n");
+  const std::string events = transcript("failure");
+  EXPECT_THAT(
+      watch(events.substr(0, events.find("{\"v\":1,\"type\":\"app-result\",\"app\":\"tolvi\""))).back(),
+      Contains("tolvi      [────────────────────────] not finished"));
+}
+
+TEST_F(EventReader, RedrawsItsBoardInPlace) {
+  const auto screens = watch(transcript("retry"));
+  const std::string full = "[████████████████████████]";
+  EXPECT_THAT(screens.back(),
+              ElementsAre("done: install, exit code 0", "brenna     " + full + " installed 2.1", ""));
+  EXPECT_THAT(screens, Contains(ElementsAre(HasSubstr("connection interrupted, trying again"), "")));
+  EXPECT_THAT(screens, Contains(ElementsAre(HasSubstr("]  80%  download  31.5 of 31.5 MB"), "")));
+  EXPECT_THAT(screens, Contains(ElementsAre(testing::EndsWith("]       install"), "")));
+  EXPECT_THAT(
+      watch(transcript("failure")).back(),
+      ElementsAre("done: install, exit code 1",
+                  "brenna     [────────────────────────] failed: The package is damaged. (VERIFY_FAILED)",
+                  "rulo       [────────────────────────] failed: This installer doesn't contain this app. "
+                  "(PACKAGE_NOT_FOUND)",
+                  "tolvi      " + full + " installed 2.0", ""));
 }
 
 TEST_F(EventReader, TakesALastLineWithoutALineFeed) {

@@ -9,6 +9,7 @@ namespace lab {
 namespace {
 
 constexpr std::size_t kBarWidth = 24;
+constexpr std::string_view kUnfinished = "not finished";
 
 std::string repeated(std::string_view piece, std::size_t count) {
   std::string text;
@@ -19,7 +20,9 @@ std::string repeated(std::string_view piece, std::size_t count) {
 const char* colourOf(const std::string& status) {
   if (status.empty()) return "\033[36m";
   if (status.starts_with("failed")) return "\033[31m";
-  if (status.starts_with("cancelled") || status.starts_with("skipped")) return "\033[33m";
+  if (status.starts_with("cancelled") || status.starts_with("skipped") || status == kUnfinished) {
+    return "\033[33m";
+  }
   return "\033[32m";
 }
 
@@ -32,9 +35,14 @@ Board::Row& Board::rowOf(const std::string& app) {
   return rows_.back();
 }
 
-// The rate is the average since the download was first measured, shown after half a second.
+// The rate is the average since the download was first measured, shown after half a second. An interrupted
+// download falls back to 0 percent without bytes.
 std::string Board::detailOf(Row& row, const AppStep& step, Moment now) {
-  if (!step.downloadedBytes || !step.totalBytes) return {};
+  if (!step.downloadedBytes || !step.totalBytes) {
+    if (row.stage != "download" || step.percent.value_or(row.percent) >= row.percent) return {};
+    row.began.reset();
+    return "connection interrupted, trying again";
+  }
   if (!row.began) row.began = {now, *step.downloadedBytes};
   auto text = fmt::format("{} of {} MB", megabytes(*step.downloadedBytes), megabytes(*step.totalBytes));
   const double seconds = std::chrono::duration<double>(now - row.began->first).count();
@@ -43,27 +51,41 @@ std::string Board::detailOf(Row& row, const AppStep& step, Moment now) {
   return text;
 }
 
-bool Board::apply(const AppStep& step, Moment now) {
-  Row& row = rowOf(step.app);
-  if (step.percent) row.percent = *step.percent;
+// Only a download is measured. A stage after a result belongs to another run.
+void Board::enterStage(Row& row, const std::string& stage) {
+  if (!row.status.empty()) row.percent = 0;
+  row.status.clear();
+  row.stage = stage;
+  row.detail.clear();
+  row.began.reset();
+  row.indeterminate = stage != "download";
+}
+
+void Board::advance(Row& row, const AppStep& step, Moment now) {
   row.indeterminate = step.indeterminate;
   row.detail = detailOf(row, step, now);
-  if (step.stage) {
-    row.stage = *step.stage;
-    row.status.clear();
-    row.began.reset();
-    row.percent = 0;
+  if (!step.indeterminate) row.percent = std::max(row.percent, step.percent.value_or(0));
+}
+
+bool Board::apply(const AppStep& step, Moment now) {
+  Row& row = rowOf(step.app);
+  if (step.stage) enterStage(row, *step.stage);
+  if (step.status) row.status = *step.status;
+  const bool news = step.stage || step.status;
+  if (!news) advance(row, step, now);
+  return news;
+}
+
+void Board::abandon() {
+  for (Row& row : rows_) {
+    if (row.status.empty()) row.status = kUnfinished;
   }
-  if (step.status) {
-    row.status = *step.status + (step.outcome ? (*step.status == "failed" ? ": " : " ") + *step.outcome : "");
-    row.percent = 100;
-  }
-  return step.stage.has_value() || step.status.has_value();
 }
 
 std::string Board::bar(const Row& row) const {
   const bool drawn = look_ == Look::terminal;
-  if (row.status.starts_with("failed")) return repeated(drawn ? "─" : "-", kBarWidth);
+  if (row.status.starts_with("failed") || row.status == kUnfinished)
+    return repeated(drawn ? "─" : "-", kBarWidth);
   if (!row.status.empty()) return repeated(drawn ? "█" : "=", kBarWidth);
   if (row.indeterminate) return repeated(drawn ? "▒" : "~", kBarWidth);
   const double share = std::clamp(row.percent, 0.0, 100.0) / 100;
@@ -72,8 +94,9 @@ std::string Board::bar(const Row& row) const {
 }
 
 std::string Board::draw(const Row& row, std::size_t columns) const {
+  const std::string percent = row.indeterminate ? "    " : fmt::format("{:3.0f}%", row.percent);
   const std::string tail =
-      row.status.empty() ? fmt::format("{:3.0f}%  {}  {}", row.percent, row.stage, row.detail) : row.status;
+      row.status.empty() ? fmt::format("{}  {}  {}", percent, row.stage, row.detail) : row.status;
   const std::string text = fmt::format("{:<10} [{}] {}", row.app, bar(row), tail);
   const std::string visible{
       installer::firstCharacters(text.substr(0, text.find_last_not_of(' ') + 1), columns)};

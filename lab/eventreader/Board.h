@@ -25,6 +25,9 @@ class Board {
   // line.
   bool apply(const AppStep& step, Moment now);
 
+  // Ends the rows without a result, because the engine has ended without one.
+  void abandon();
+
   // The app's stage or end: "brenna: download".
   std::string words(const std::string& app) const;
 
@@ -35,14 +38,16 @@ class Board {
   struct Row {
     std::string app;
     std::string stage;
-    std::string detail;  // "12.3 of 45.6 MB, 7.8 MB/s"
+    std::string detail;  // "12.3 of 45.6 MB, 7.8 MB/s", or the interruption of the download
     std::optional<std::pair<Moment, double>>
         began;  // the first measurement of the download: its time and bytes
     std::string status;
-    double percent = 0;
+    double percent = 0;  // the highest so far
     bool indeterminate = false;
   };
 
+  static void enterStage(Row& row, const std::string& stage);
+  static void advance(Row& row, const AppStep& step, Moment now);
   static std::string detailOf(Row& row, const AppStep& step, Moment now);
   std::string bar(const Row& row) const;
   std::string draw(const Row& row, std::size_t columns) const;

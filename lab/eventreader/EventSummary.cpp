@@ -53,8 +53,10 @@ AppStep resultOf(const Json& event) {
   AppStep step;
   step.app = textOr(event, "app", "");
   step.status = textOr(event, "status", "?");
-  const auto code = text(event, "errorCode");
-  step.outcome = code ? explained(*code) : text(event, "installedVersion");
+  if (const auto code = text(event, "errorCode"))
+    *step.status += ": " + explained(*code);
+  else if (const auto version = text(event, "installedVersion"))
+    *step.status += " " + *version;
   return step;
 }
 
@@ -63,7 +65,7 @@ std::string describeNotes(const Json& app) {
   const auto notes = app.value(Json::json_pointer{"/releaseNotes/releases/0/notes"}, Json{});
   std::string lines;
   for (const Json& note : notes) {
-    if (note.is_string()) lines += "\n    - " + note.get<std::string>();
+    if (note.is_string()) lines += "\n    - " + harmless(note.get<std::string>());
   }
   return lines;
 }
@@ -147,8 +149,10 @@ std::optional<Event> parseEvent(std::string_view line) {
   if (*type == "progress") return Event{.step = progressOf(event), .words = {}};
   if (*type == "app-result") return Event{.step = resultOf(event), .words = {}};
   if (*type != "stage") {
-    return Event{
-        .step = {}, .words = wordsOf(*type, event), .isRoutine = textOr(event, "level", "") == "info"};
+    return Event{.step = {},
+                 .words = wordsOf(*type, event),
+                 .isRoutine = textOr(event, "level", "") == "info",
+                 .isDone = *type == "done"};
   }
   AppStep step;
   step.app = textOr(event, "app", "");

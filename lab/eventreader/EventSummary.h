@@ -16,14 +16,16 @@ struct AppStep {
   bool indeterminate = false;
   std::optional<double> downloadedBytes;
   std::optional<double> totalBytes;
-  std::optional<std::string> status;   // the end: "installed", "failed", ...
-  std::optional<std::string> outcome;  // with the status: the version, or the meaning of the error code
+  // The result, with the version or the meaning of the error code: "installed 2.0", "failed: The download
+  // failed. (...)".
+  std::optional<std::string> status;
 };
 
 struct Event {
   std::optional<AppStep> step;
   std::optional<std::string> words;  // the line for another event
   bool isRoutine = false;            // a log event of level `info`
+  bool isDone = false;               // the last event of a stream
 };
 
 // "12.3": millions.

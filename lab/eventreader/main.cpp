@@ -14,19 +14,44 @@ struct Options {
   bool events = false;
 };
 
-void take(const std::string& line, const Options& options, lab::Board& board, lab::Screen& screen) {
-  const auto event = lab::parseEvent(line);
-  if (!event || options.events) screen.printFaint(lab::harmless(line));
-  if (!event) return;
-  // On a terminal, the board shows the content of routine events.
-  if (event->words && !(event->isRoutine && screen.isTerminal())) screen.print(*event->words);
-  if (!event->step) return;
-  const bool telling = board.apply(*event->step, std::chrono::steady_clock::now());
-  if (screen.isTerminal())
-    screen.show(board.lines(screen.columns()));
-  else if (telling)
-    screen.print(board.words(event->step->app));
-}
+class Reader {
+ public:
+  Reader(const Options& options, bool terminal)
+      : options_{options},
+        screen_{stdout, terminal ? lab::Screen::Kind::terminal : lab::Screen::Kind::plain},
+        board_{terminal ? lab::Look::terminal : lab::Look::plain} {}
+
+  void take(const std::string& line) {
+    const auto event = lab::parseEvent(line);
+    if (!event || options_.events) screen_.printFaint(lab::harmless(line));
+    if (!event) return;
+    incomplete_ = !event->isDone;
+    // On a terminal, the board shows the content of routine events.
+    if (event->words && !(event->isRoutine && screen_.isTerminal())) screen_.print(*event->words);
+    if (event->step) take(*event->step);
+  }
+
+  void end() {
+    if (!incomplete_) return;
+    screen_.print("the engine ended unexpectedly");
+    board_.abandon();
+    screen_.show(board_.lines(screen_.columns()));
+  }
+
+ private:
+  void take(const lab::AppStep& step) {
+    const bool news = board_.apply(step, std::chrono::steady_clock::now());
+    if (screen_.isTerminal())
+      screen_.show(board_.lines(screen_.columns()));
+    else if (news)
+      screen_.print(board_.words(step.app));
+  }
+
+  const Options options_;
+  lab::Screen screen_;
+  lab::Board board_;
+  bool incomplete_ = false;  // the last event wasn't `done`
+};
 
 }  // namespace
 
@@ -43,9 +68,9 @@ int main(int argc, char** argv) {
   program.footer("Example:\n  engine-cli run --action install --offline | lab-events --events");
   if (const auto ended = lab::readCommandLine(program, argc, argv)) return *ended;
   const bool terminal = !options.plain && isatty(STDOUT_FILENO) == 1;
-  lab::Screen screen{stdout, terminal ? lab::Screen::Kind::terminal : lab::Screen::Kind::plain};
-  lab::Board board{terminal ? lab::Look::terminal : lab::Look::plain};
+  Reader reader{options, terminal};
   std::ios::sync_with_stdio(false);
-  for (std::string line; std::getline(std::cin, line);) take(line, options, board, screen);
+  for (std::string line; std::getline(std::cin, line);) reader.take(line);
+  reader.end();
   return 0;
 }
