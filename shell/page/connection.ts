@@ -21,6 +21,7 @@ export class Connection {
   }
 
   // Passes each message of the stream to `receive`, and returns at its end. Throws if the stream is refused or breaks off.
+  // An exception of `receive` is reported and doesn't end the stream.
   async follow(receive: (message: Message) => void): Promise<void> {
     const answer = await fetch('api/events', { headers: this.headers() });
     if (!answer.ok || !answer.body) throw new Error(`the server refused the stream: status ${answer.status}`);
@@ -29,7 +30,13 @@ export class Connection {
     for (let piece = await reader.read(); !piece.done; piece = await reader.read()) {
       const lines = (rest + piece.value).split('\n');
       rest = lines.pop() ?? '';
-      for (const line of lines) receive(JSON.parse(line) as Message);
+      for (const line of lines) {
+        try {
+          receive(JSON.parse(line) as Message);
+        } catch (error) {
+          reportError(error);
+        }
+      }
     }
   }
 

@@ -29,12 +29,13 @@ export function h(tag: string, attributes: Attributes & { key?: string } = {}, .
 export function patch(parent: Element, views: View[]): void {
   const wanted = views.filter((view): view is VirtualElement | string => Boolean(view) || view === '');
   const old = [...parent.childNodes];
-  wanted.forEach((view, position) => {
-    const node = takeMatching(old, view) ?? create(view);
-    if (parent.childNodes[position] !== node) parent.insertBefore(node, parent.childNodes[position] ?? null);
-    update(node, view);
-  });
+  const nodes = wanted.map((view) => takeMatching(old, view) ?? create(view));
+  // Removed first, so that the others needn't be moved: a moved element loses the focus.
   for (const node of old) node.remove();
+  nodes.forEach((node, position) => {
+    if (parent.childNodes[position] !== node) parent.insertBefore(node, parent.childNodes[position] ?? null);
+    update(node, wanted[position]!);
+  });
 }
 
 function takeMatching(old: ChildNode[], view: VirtualElement | string): ChildNode | undefined {

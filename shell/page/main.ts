@@ -4,7 +4,7 @@ import { initialState, next, type App, type State } from '../client/src/state.js
 import { announcement } from './announce.js';
 import { Connection, type Message } from './connection.js';
 import { h, patch, type View } from './dom.js';
-import { choiceOf, screenOf, type Acts, type UI } from './ui.js';
+import { choiceOf, screenOf, stillChosen, type Acts, type UI } from './ui.js';
 import { choose } from './views/choose.js';
 import { about, head, notices, starting, terms, title, unusable } from './views/frame.js';
 import { updateRemovalDialog } from './views/removal.js';
@@ -30,7 +30,7 @@ const proposed = new Set<App>();
 const act: Acts = {
   async speak(language) {
     kept.setItem('language', language);
-    show({ words: await loadWords(language) });
+    show({ words: await loadWords(language), refused: null });
   },
   acceptTerms() {
     kept.setItem('terms', 'accepted');
@@ -38,14 +38,17 @@ const act: Acts = {
   },
   choose(apps, wanted) {
     const others = [...ui.chosen].filter((id) => !apps.includes(id));
-    show({ chosen: new Set(wanted ? [...others, ...apps] : others) });
+    show({ chosen: new Set(wanted ? [...others, ...apps] : others), refused: null });
   },
-  start: (action, apps) => ask('api/run', { action, apps }),
-  askToRemove: (removing) => show({ removing }),
+  start(action, apps) {
+    show({ pending: true });
+    void ask('api/run', { action, apps });
+  },
+  askToRemove: (removing) => show({ removing, refused: null }),
   cancel: (app) => ask('api/cancel', app === undefined ? {} : { app }),
   dismiss() {
     kept.setItem('dismissed', String(runs));
-    show({ dismissed: true });
+    show({ dismissed: true, refused: null });
   },
   refresh: () => ask('api/refresh'),
   exportLogs: () => ask('api/export-logs'),
@@ -54,12 +57,21 @@ const act: Acts = {
 let ui: UI = {
   words: await loadWords((kept.getItem('language') as Language | null) ?? preferredLanguage(navigator.languages)),
   state: initialState, connection: 'none', termsAccepted: kept.getItem('terms') === 'accepted', chosen: new Set(), dismissed: false,
-  removing: null, refused: null, act,
+  removing: null, pending: false, refused: null, act,
 };
 
 async function ask(path: string, body: object = {}): Promise<void> {
+  show({ refused: null });
   const status = await connection.post(path, body);
-  show({ refused: status === 202 ? null : status === 409 ? 'busy' : 'refused' });
+  if (status === 202) return;
+  show({ refused: refusalOf(path, status), ...(path === 'api/run' ? { pending: false } : {}) });
+}
+
+// Without an answer, the loss of the stream is shown. A conflict means that the request is already fulfilled, except for a run.
+function refusalOf(path: string, status: number): UI['refused'] {
+  if (status === 0) return null;
+  if (status !== 409) return 'refused';
+  return path === 'api/run' && screenOf(ui) !== 'run' ? 'busy' : null;
 }
 
 function show(change: Partial<UI>): void {
@@ -110,18 +122,18 @@ function moveFocus(before: Element | null): void {
 function receive(message: Message): void {
   if ('state' in message) {
     runs = message.runs;
-    take(message.state, { connection: 'connected', dismissed: kept.getItem('dismissed') === String(runs) });
+    take(message.state, { connection: 'connected', pending: false, dismissed: kept.getItem('dismissed') === String(runs) });
     return;
   }
   const began = message.event.type === 'shell:began' && message.event.command === 'run';
   if (began) runs += 1;
-  take(next(ui.state, message.event), began ? { dismissed: false, refused: null } : {});
+  take(next(ui.state, message.event), began ? { dismissed: false, pending: false, refused: null } : {});
 }
 
 function take(state: State, change: Partial<UI>): void {
   const updates = state.apps.filter((app) => choiceOf(app) === 'update' && !proposed.has(app.id)).map((app) => app.id);
   for (const id of updates) proposed.add(id);
-  show({ ...change, state, chosen: updates.length > 0 ? new Set([...ui.chosen, ...updates]) : ui.chosen });
+  show({ ...change, state, chosen: stillChosen(new Set([...ui.chosen, ...updates]), ui.state, state) });
 }
 
 async function follow(): Promise<void> {
@@ -129,7 +141,7 @@ async function follow(): Promise<void> {
     await connection.follow((message) => {
       left = attempts;
       receive(message);
-    }).catch(() => undefined);
+    }).catch(() => undefined);  // The stream was refused or broke off: it is opened again.
     await new Promise((wake) => setTimeout(wake, pauseMilliseconds));
   }
   show({ connection: 'lost' });

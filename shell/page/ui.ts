@@ -13,6 +13,8 @@ export interface UI {
   readonly dismissed: boolean;
   // The app whose removal the user has to confirm.
   readonly removing: App | null;
+  // A run was requested and hasn't begun.
+  readonly pending: boolean;
   // Why the server refused the last request.
   readonly refused: 'busy' | 'refused' | null;
   readonly act: Acts;
@@ -36,17 +38,25 @@ export function screenOf({ state, connection, termsAccepted, dismissed }: UI): S
   if (state.shellOutdated || (connection === 'lost' && !state.installer)) return 'unusable';
   if (state.run?.phase === 'running') return 'run';
   if (state.run && !dismissed) return 'result';
-  if (!state.installer) return state.problem?.command === 'hello' ? 'unusable' : 'starting';
+  if (!state.installer) return state.failed.includes('hello') ? 'unusable' : 'starting';
   return termsAccepted || state.installer.capabilities.includes('skip-terms') ? 'choose' : 'terms';
 }
 
-export const isIdle = ({ state, connection }: UI) => connection === 'connected' && !state.underWay.includes('run');
+export const isIdle = ({ state, connection, pending }: UI) => connection === 'connected' && !pending && !state.underWay.includes('run');
 export const nameOf = (state: State, id: App) => state.apps.find((app) => app.id === id)?.displayName ?? id;
 export const isOffline = (state: State) => state.installer?.mode === 'offline';
 
 // The action for this app if it is chosen; null if it can't be chosen.
 export const choiceOf = (app: AppState) => app.offers.find((offer) => offer !== 'uninstall') ?? null;
 export const choosable = (state: State) => state.apps.filter((app) => choiceOf(app) !== null);
+
+// The choice after a change of the state: without the apps that a run has changed or removes.
+export function stillChosen(chosen: ReadonlySet<App>, before: State, { run }: State): Set<App> {
+  const succeeded = new Set(before.run?.apps.filter((app) => app.condition === 'succeeded').map((app) => app.id));
+  const removing = run?.action === 'uninstall' && run.phase === 'running';
+  const changed = run?.apps.filter((app) => removing || (app.condition === 'succeeded' && !succeeded.has(app.id))) ?? [];
+  return new Set([...chosen].filter((id) => !changed.some((app) => app.id === id)));
+}
 
 export interface Choice {
   apps: AppState[];
@@ -76,28 +86,31 @@ export function isEstimated(app: AppState, state: State): boolean {
   return app.sizeBytes === null || (!isOffline(state) && app.check?.sizeBytes === undefined);
 }
 
-// `check-updates` has ended and no app has an available version.
-export function checkFailed({ installer, underWay, apps, retired }: State): boolean {
+// `check-updates` has ended without its `done`, or no app has an available version.
+export function checkFailed({ installer, underWay, apps, retired, failed }: State): boolean {
   if (installer?.mode !== 'online' || retired || underWay.includes('check-updates')) return false;
-  return apps.some((app) => app.check) && apps.every((app) => app.check?.latestVersion === undefined);
+  return failed.includes('check-updates') || (apps.some((app) => app.check) && apps.every((app) => app.check?.latestVersion === undefined));
 }
 
-// The failed apps for which the page offers a retry, and the apps whose result the engine didn't report.
+// The engine left the app out without a request of the user, as when it ends a run that makes no progress.
+export const notStarted = ({ condition, cancelAsked }: RunApp) => condition === 'untouched' || (condition === 'cancelled' && !cancelAsked);
+
+// The failed apps for which the page offers a retry, the apps that weren't started, and those whose result isn't known.
 export function retryable(run: RunState, { words, state }: UI): App[] {
-  const retries = (app: RunApp) => app.condition === 'unknown' || app.condition === 'untouched'
+  const retries = (app: RunApp) => app.condition === 'unknown' || notStarted(app)
     || (app.condition === 'failed' && words.failure(app.errorCode ?? '', run.action, isOffline(state)).offer.includes('retry'));
   return run.apps.filter(retries).map((app) => app.id);
 }
 
-export type Outcome = 'good' | 'nothing' | 'cancelled' | 'partly' | 'bad' | 'died';
+export type Outcome = 'good' | 'nothing' | 'cancelled' | 'leftOut' | 'partly' | 'bad' | 'died';
 
 export function outcomeOf(run: RunState): Outcome {
   if (run.phase === 'died') return 'died';
   if (run.phase === 'refused') return 'bad';
   const has = (condition: RunApp['condition']) => run.apps.some((app) => app.condition === condition);
-  const failed = has('failed') || has('unknown');
+  const failed = has('failed') || has('unknown') || run.apps.some(notStarted);
   if (failed) return has('succeeded') || has('skipped') ? 'partly' : 'bad';
-  if (has('cancelled') || has('untouched')) return 'cancelled';
+  if (has('cancelled')) return has('succeeded') && !run.cancelAsked ? 'leftOut' : 'cancelled';
   return has('succeeded') ? 'good' : 'nothing';
 }
 

@@ -4,7 +4,7 @@
 import { timingSafeEqual } from 'node:crypto';
 import type { IncomingMessage } from 'node:http';
 
-export interface Door {
+export interface Access {
   port: number;
   token: string;
 }
@@ -14,10 +14,10 @@ export function originOf(port: number): string {
 }
 
 // The status with which this request is refused; undefined if it is accepted.
-export function refusal(request: IncomingMessage, door: Door): number | undefined {
-  if (!fromOurPage(request, door.port)) return 403;
+export function refusal(request: IncomingMessage, { port, token }: Access): number | undefined {
+  if (!fromOurPage(request, port)) return 403;
   if (!isInterface(request)) return request.method === 'GET' ? undefined : 405;
-  if (!holdsToken(request, door.token)) return 401;
+  if (!holdsToken(request, token)) return 401;
   if (request.method === 'GET') return undefined;
   if (request.method !== 'POST') return 405;
   if (request.headers.origin === undefined) return 403;

@@ -5,13 +5,15 @@ import { once } from 'node:events';
 import { createServer, type IncomingMessage, type Server, type ServerResponse } from 'node:http';
 import type { AddressInfo } from 'node:net';
 import type { Asset } from './assets.js';
-import { isInterface, originOf, refusal, type Door } from './guard.js';
+import { isInterface, originOf, refusal, type Access } from './guard.js';
 import { readRequest, requestPaths, type Request } from './requests.js';
 import type { Session } from './session.js';
 
 export const longestBody = 4096;
 // The limit of unsent bytes, at which a page that doesn't read is disconnected. A new connection begins with the current state.
 const longestBacklog = 4 * 1024 * 1024;
+// The time that a page has, when the server ends, to read the rest of its stream.
+const restMilliseconds = 2000;
 
 const headers = {
   'Cache-Control': 'no-store',
@@ -25,31 +27,37 @@ const headers = {
 
 export class ShellServer {
   private readonly server: Server;
-  private readonly streams = new Set<ServerResponse>();
-  private readonly door: Door = { port: 0, token: randomBytes(24).toString('base64url') };
+  // stream -> the function that removes its listener.
+  private readonly streams = new Map<ServerResponse, () => void>();
+  private readonly access: Access = { port: 0, token: randomBytes(24).toString('base64url') };
 
-  constructor(private readonly session: Session, private readonly assets: ReadonlyMap<string, Asset>) {
+  constructor(
+    private readonly session: Session, private readonly assets: ReadonlyMap<string, Asset>, private readonly backlog = longestBacklog,
+  ) {
     this.server = createServer((request, response) => void this.answer(request, response));
   }
 
   // Listens on a port that the system chooses. Returns the address to open.
   async listen(): Promise<string> {
     await new Promise<void>((ready) => this.server.listen(0, '127.0.0.1', ready));
-    this.door.port = (this.server.address() as AddressInfo).port;
-    return `${originOf(this.door.port)}/#token=${this.door.token}`;
+    this.access.port = (this.server.address() as AddressInfo).port;
+    return `${originOf(this.access.port)}/#token=${this.access.token}`;
   }
 
   // Cancels the run and waits for its end. The pages get all its events.
   async close(): Promise<void> {
     await this.session.close();
-    await Promise.all([...this.streams].map(endStream));
+    await Promise.all([...this.streams].map(([stream, leave]) => {
+      leave();
+      return endStream(stream);
+    }));
     this.server.close();
     this.server.closeAllConnections();
   }
 
   private async answer(request: IncomingMessage, response: ServerResponse): Promise<void> {
     for (const [name, value] of Object.entries(headers)) response.setHeader(name, value);
-    const refused = refusal(request, this.door);
+    const refused = refusal(request, this.access);
     if (refused !== undefined) return end(response, refused);
     if (!isInterface(request)) return this.sendAsset(request, response);
     if (request.method === 'POST') return end(response, await this.take(request));
@@ -66,10 +74,11 @@ export class ShellServer {
   private stream(response: ServerResponse): void {
     response.writeHead(200, { 'Content-Type': 'application/x-ndjson' });
     const leave = this.session.listen((message) => {
+      if (response.destroyed) return;
       response.write(`${JSON.stringify(message)}\n`);
-      if (response.writableLength > longestBacklog) response.destroy();
+      if (response.writableLength > this.backlog) response.destroy();
     });
-    this.streams.add(response);
+    this.streams.set(response, leave);
     response.on('close', () => {
       leave();
       this.streams.delete(response);
@@ -96,10 +105,13 @@ export class ShellServer {
   }
 }
 
-// Waits until everything is sent or the page has disconnected. After a disconnection, `end` doesn't call its callback.
+// Waits until everything is sent, the page has disconnected, or the time is over. After a disconnection, `end` doesn't call its
+// callback.
 async function endStream(stream: ServerResponse): Promise<void> {
+  const limit = setTimeout(() => stream.destroy(), restMilliseconds);
   stream.end();
   await once(stream, 'close');
+  clearTimeout(limit);
 }
 
 // Closes the connection of a refused request, because its body may not have been read.

@@ -55,17 +55,17 @@ export class Session {
 
   // False if the logs are being exported already.
   exportLogs(): boolean {
-    if (this.state.underWay.includes('export-logs')) return false;
-    void this.follow(this.engine.exportLogs());
+    if (this.closing || this.state.underWay.includes('export-logs')) return false;
+    void this.query(() => this.engine.exportLogs());
     return true;
   }
 
-  // Kills the queries, cancels the run, and waits for its end.
+  // Ends the queries, cancels the run, and waits for their ends.
   async close(): Promise<void> {
     this.closing = true;
-    for (const query of this.queries) query.kill();
+    for (const query of this.queries) query.terminate();
     this.run?.terminate();
-    await this.finished;
+    await Promise.all([this.finished, ...[...this.queries].map((query) => query.ended)]);
   }
 
   private async finish(run: Run): Promise<void> {

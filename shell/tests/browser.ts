@@ -5,7 +5,7 @@ import assert from 'node:assert/strict';
 import { existsSync, mkdirSync } from 'node:fs';
 import { join } from 'node:path';
 import puppeteer, { type Browser, type Page } from 'puppeteer-core';
-import { project } from './stage.js';
+import { project } from './fake-engine.js';
 
 const chromium = '/usr/bin/chromium';
 const pictures = join(project, 'build/shell/pictures');
@@ -34,7 +34,7 @@ export class Visit {
     });
   }
 
-  static async pay(browser: Browser, address: URL, languages = ['en-GB']): Promise<Visit> {
+  static async open(browser: Browser, address: URL, languages = ['en-GB']): Promise<Visit> {
     const context = await browser.createBrowserContext();
     const visit = new Visit(await context.newPage());
     await visit.page.evaluateOnNewDocument((tags) => Object.defineProperty(navigator, 'languages', { get: () => tags }), languages);
@@ -64,6 +64,19 @@ export class Visit {
     return this.page.$$eval(selector, (elements) => elements.map((element) => element.textContent ?? ''));
   }
 
+  // Gives this status to the page's next request of `path`, instead of sending it to the server.
+  async answer(path: string, status: number): Promise<void> {
+    await this.page.setRequestInterception(true);
+    this.page.on('request', (request) => void (request.url().endsWith(path) ? request.respond({ status }) : request.continue()));
+  }
+
+  // The number of requests of `path` from now on.
+  counted(path: string): () => number {
+    let count = 0;
+    this.page.on('request', (request) => { if (request.url().endsWith(path)) count += 1; });
+    return () => count;
+  }
+
   // Finds the element by its role and accessible name, as a screen reader does.
   async press(name: string, role = 'button'): Promise<void> {
     await this.page.locator(`::-p-aria([name="${name}"][role="${role}"])`).click();
@@ -80,6 +93,7 @@ export class Visit {
       await this.page.keyboard.press('Tab');
       passed.push(await this.focused());
       assert.ok(await this.focusIsVisible(), passed.at(-1));
+      assert.ok(await this.focusIsUncovered(), `the bar covers ${passed.at(-1)}`);
       if (passed.at(-1) === name) return;
     }
     assert.fail(`Tab doesn't reach ${name}; it reaches ${passed.join(', ')}`);
@@ -96,6 +110,17 @@ export class Visit {
 
   private focusIsVisible(): Promise<boolean> {
     return this.page.evaluate(() => document.activeElement === document.body || getComputedStyle(document.activeElement!).outlineStyle !== 'none');
+  }
+
+  // The sticky bar doesn't overlap the focused element, unless it contains it.
+  private focusIsUncovered(): Promise<boolean> {
+    return this.page.evaluate(() => {
+      const bar = document.querySelector('.bar');
+      const focused = document.activeElement!;
+      if (!bar || focused === document.body || bar.contains(focused) || focused.closest('dialog')) return true;
+      const [upper, lower] = [focused.getBoundingClientRect(), bar.getBoundingClientRect()];
+      return upper.bottom <= lower.top || upper.top >= lower.bottom;
+    });
   }
 
   async acceptTerms(): Promise<void> {

@@ -5,19 +5,16 @@ import { after, afterEach, before, beforeEach, test } from 'node:test';
 import type { Browser } from 'puppeteer-core';
 import type { CatalogApp } from '../client/src/state.js';
 import { launch, Visit } from './browser.js';
-import { hello, transcript, type Part } from './stage.js';
-import { openTheatre, type Theatre } from './theatre.js';
+import { hello, transcript, type FakeProcess } from './fake-engine.js';
+import { openShell, type TestShell } from './test-shell.js';
 
 let browser: Browser;
-let theatre: Theatre;
+let shell: TestShell;
 let visit: Visit;
 before(async () => { browser = await launch(); });
 after(() => browser.close());
-beforeEach(async () => { theatre = await openTheatre(); });
-afterEach(async () => {
-  await visit.end();
-  await theatre.close();
-});
+beforeEach(async () => { shell = await openShell(); });
+afterEach(() => visit.end().finally(() => shell.close()));
 
 const rows = hello()[0]!.apps as CatalogApp[];
 const done = (action: string) => ({ v: 1, type: 'done', action, exitCode: 0 });
@@ -39,37 +36,42 @@ const ended = (...results: ReturnType<typeof result>[]) => ({
 const card = (app: string) => `.app[data-app=${app}]`;
 const retired = { reason: 'source-unavailable', downloadUrl: 'https://www.kelo.example/desk/' };
 
-interface Scene {
+interface Setup {
   hello?: ReturnType<typeof hello>;
   check?: ReturnType<typeof checked>;
   languages?: string[];
 }
 
 // The page with this installer, before the terms.
-async function arrive(scene: Scene = {}): Promise<void> {
-  theatre.stage.answers.hello = scene.hello ?? hello();
-  if (scene.check) theatre.stage.answers['check-updates'] = scene.check;
-  theatre.session.refresh();
-  visit = await Visit.pay(browser, theatre.address, scene.languages);
+async function openPage(setup: Setup = {}): Promise<void> {
+  shell.engine.answers.hello = setup.hello ?? hello();
+  if (setup.check) shell.engine.answers['check-updates'] = setup.check;
+  shell.session.refresh();
+  visit = await Visit.open(browser, shell.address, setup.languages);
 }
 
-async function choosing(scene: Scene = {}): Promise<void> {
-  await arrive(scene);
+// Repeats the queries, as soon as the earlier ones have ended.
+async function refresh(): Promise<void> {
+  while (!shell.session.refresh()) await new Promise(setImmediate);
+}
+
+async function choosing(setup: Setup = {}): Promise<void> {
+  await openPage(setup);
   await visit.acceptTerms();
 }
 
-async function installing(...apps: string[]): Promise<Part> {
+async function installing(...apps: string[]): Promise<FakeProcess> {
   for (const app of apps) await visit.press(app, 'checkbox');
   await visit.page.click('.bar .primary');
-  const run = await theatre.stage.next('run');
+  const run = await shell.engine.next('run');
   await visit.reads('h2', apps.length > 0 ? 'Installing' : 'Updating');
   return run;
 }
 
 test('the installed versions are shown at once, and then the available versions', async () => {
-  await arrive({ hello: online });
+  await openPage({ hello: online });
   await visit.acceptTerms();
-  const check = await theatre.stage.next('check-updates');
+  const check = await shell.engine.next('check-updates');
   await visit.reads('.title p', 'Checking for updates');
   await visit.reads(`${card('brenna')} .state`, 'Version 1.0 installed');
   await visit.reads(`${card('tolvi')} .state`, 'Not installed · about 31.5 MB');
@@ -86,15 +88,15 @@ test('the installed versions are shown at once, and then the available versions'
 });
 
 test('before the engine answers, the page shows what it is waiting for', async () => {
-  delete theatre.stage.answers.hello;
-  theatre.session.refresh();
-  visit = await Visit.pay(browser, theatre.address);
+  delete shell.engine.answers.hello;
+  shell.session.refresh();
+  visit = await Visit.open(browser, shell.address);
   await visit.reads('main', 'Looking for installed apps…');
   await visit.look('starting');
 });
 
 test('the terms have to be accepted, once per visit', async () => {
-  await arrive();
+  await openPage();
   await visit.reads('h2', 'Before you begin');
   await visit.look('terms');
   await visit.press('Continue');
@@ -105,14 +107,14 @@ test('the terms have to be accepted, once per visit', async () => {
 });
 
 test('an installer without terms shows none', async () => {
-  await arrive({ hello: hello({ capabilities: [...(hello()[0]!.capabilities as string[]), 'skip-terms'] }) });
+  await openPage({ hello: hello({ capabilities: [...(hello()[0]!.capabilities as string[]), 'skip-terms'] }) });
   await visit.reads('h2', 'Choose');
 });
 
 test('too little disk room gives a warning and does not prevent the run', async () => {
-  theatre.stage.answers['disk-free']![0]!.freeBytes = 1_000_000;
+  shell.engine.answers['disk-free']![0]!.freeBytes = 1_000_000;
   await choosing();
-  await visit.reads('.bar .short', 'need about 47.7 MB, and only 1 MB are free');
+  await visit.reads('.bar .short', 'needs about 47.7 MB, but only 1 MB is free');
   await visit.look('room');
   await installing();
 });
@@ -138,6 +140,7 @@ test('a copy from the App Store can only be changed by the App Store', async () 
   await choosing({ hello: withRows(({ id }) => (id === 'brenna' ? { source: 'appstore' } : {})) });
   await visit.reads(`${card('brenna')} .state`, 'From the App Store. Update or remove it there.');
   assert.equal(await visit.page.$(`${card('brenna')} :is(button, input)`), null);
+  await visit.look('app-store');
 });
 
 test('an install: stages, bytes, overall progress, and result', async () => {
@@ -163,7 +166,7 @@ test('an install: stages, bytes, overall progress, and result', async () => {
   await visit.reads('h2', 'All done.');
   assert.deepEqual(await visit.texts('.app .state'), ['Installed', 'Installed']);
   await visit.look('installed');
-  theatre.stage.answers.hello = withRows(() => ({ installedVersion: '2.0', updateAvailable: false, source: 'direct' }));
+  shell.engine.answers.hello = withRows(() => ({ installedVersion: '2.0', updateAvailable: false, source: 'direct' }));
   await visit.press('Done');
   await visit.reads('h2', 'Choose');
 });
@@ -214,19 +217,20 @@ test('one app is cancelled: requested by name, and not shown as a failure', asyn
   await visit.look('cancelling');
   run.say(result('brenna', 'failed', 'DOWNLOAD_FAILED'), result('tolvi', 'installed'));
   run.end(result('rulo', 'cancelled'), ended(result('brenna', 'failed', 'DOWNLOAD_FAILED'), result('tolvi', 'installed'), result('rulo', 'cancelled')));
-  await visit.reads('h2', 'Cancelled. What was finished before stays.');
+  await visit.reads('h2', 'Done. The apps you cancelled were left out.');
   assert.deepEqual(await visit.texts('.app .state'), ['Cancelled', 'Installed', 'Cancelled']);
   assert.equal(await visit.has('Try again'), false);
   await visit.look('cancelled');
 });
 
 test('a stalled download is shown as stalled', async () => {
-  await theatre.close();
-  theatre = await openTheatre({ silenceMilliseconds: 1 });
+  await shell.close();
+  shell = await openShell({ silenceMilliseconds: 1 });
   await choosing();
   const run = await installing();
   run.say(stage('brenna', 'download'), progress('brenna', 10, 3_000_000));
   await visit.reads(`${card('brenna')} .state`, 'Nothing has arrived for a while.');
+  await visit.look('stalled');
 });
 
 test('everything is cancelled', async () => {
@@ -253,10 +257,10 @@ test('a failure has its text and its actions, and all failures have one retry', 
   assert.deepEqual(await visit.texts('.app .state'), [
     'Installed', 'This package isn’t genuine, and was not installed.', 'This installer doesn’t contain this app.', 'The app couldn’t be installed.',
   ]);
-  assert.equal(await visit.page.$eval(`${card('rulo')} a`, (link) => link.href), 'https://kelo.example/rulo');
+  assert.deepEqual(await visit.page.$eval(`${card('rulo')} a`, (link) => [link.href, link.textContent]), ['https://kelo.example/rulo', 'About Kelo Rulo']);
   await visit.look('failed');
   await visit.press('Save logs for support');
-  const exported = await theatre.stage.next('export-logs');
+  const exported = await shell.engine.next('export-logs');
   await visit.reads('.bar .logs', 'Collecting the logs…');
   const [event, end] = transcript('export-logs');
   exported.end(event!, end!);
@@ -264,14 +268,15 @@ test('a failure has its text and its actions, and all failures have one retry', 
   await visit.reads('#live', 'The logs were saved');
   await visit.look('logs');
   await visit.press('Try 2 apps again');
-  assert.deepEqual((await theatre.stage.next('run')).words, ['run', '--action', 'install', '--apps', 'tolvi,galdivane']);
+  assert.deepEqual((await shell.engine.next('run')).words, ['run', '--action', 'install', '--apps', 'tolvi,galdivane']);
 });
 
 test('a failed export is shown', async () => {
   await choosing();
   await visit.press('Save logs…');
-  (await theatre.stage.next('export-logs')).end(...transcript('export-logs-failing'));
+  (await shell.engine.next('export-logs')).end(...transcript('export-logs-failing'));
   await visit.reads('.bar .logs', 'The logs couldn’t be collected.');
+  await visit.look('logs-failed');
 });
 
 test('a removal is confirmed, and then done', async () => {
@@ -279,13 +284,14 @@ test('a removal is confirmed, and then done', async () => {
   await visit.press('Remove Kelo Brenna…');
   await visit.reads('dialog[open] h2', 'Remove Kelo Brenna?');
   assert.equal(await visit.page.evaluate(() => document.activeElement?.textContent), 'Keep it');
+  assert.match((await visit.page.accessibility.snapshot())!.children!.find((node) => node.role === 'dialog')!.description!, /will be removed/);
   await visit.look('remove');
   await visit.page.keyboard.press('Escape');
   await visit.page.waitForSelector('dialog:not([open])');
   assert.equal(await visit.page.evaluate(() => document.activeElement?.getAttribute('aria-label')), 'Remove Kelo Brenna…');
   await visit.press('Remove Kelo Brenna…');
   await visit.press('Remove');
-  const run = await theatre.stage.next('run');
+  const run = await shell.engine.next('run');
   assert.deepEqual(run.words, ['run', '--action', 'uninstall', '--apps', 'brenna']);
   run.say(stage('brenna', 'uninstall'), { ...progress('brenna', 100), indeterminate: true, detailCode: 'UNINSTALLING' });
   await visit.reads(`${card('brenna')} .state`, 'Removing');
@@ -294,6 +300,132 @@ test('a removal is confirmed, and then done', async () => {
   await visit.look('removing');
   run.end(result('brenna', 'uninstalled'), { ...ended(result('brenna', 'uninstalled')), action: 'uninstall' });
   await visit.reads(`${card('brenna')} .state`, 'Removed');
+});
+
+test('a removed app is not chosen for an install', async () => {
+  await choosing();
+  await visit.reads('.bar', '1 app chosen');
+  await visit.press('Remove Kelo Brenna…');
+  await visit.press('Remove');
+  const run = await shell.engine.next('run');
+  shell.engine.answers.hello = withRows(({ id }) => (id === 'brenna' ? { installedVersion: null, updateAvailable: false, source: null } : {}));
+  run.end(stage('brenna', 'uninstall'), result('brenna', 'uninstalled'), { ...ended(result('brenna', 'uninstalled')), action: 'uninstall' });
+  await visit.press('Done');
+  await visit.reads(`${card('brenna')} .state`, 'Not installed');
+  await visit.reads('.bar', 'Choose an app');
+  assert.deepEqual(await visit.page.$$eval('.app .choice', (boxes) => boxes.filter((box) => (box as HTMLInputElement).checked).length), 0);
+});
+
+test('an installer without the export of logs offers none', async () => {
+  await choosing({ hello: hello({ capabilities: (hello()[0]!.capabilities as string[]).filter((name) => name !== 'export-logs') }) });
+  const run = await installing();
+  run.end(ended(result('brenna', 'failed', 'INSTALL_FAILED')));
+  await visit.reads('h2', 'That didn’t work.');
+  assert.deepEqual((await visit.texts('button')).filter((text) => text.includes('logs')), []);
+});
+
+test('if everything is current, nothing can be started', async () => {
+  await choosing({ hello: withRows(() => ({ installedVersion: '2.0', updateAvailable: false, source: 'direct' })) });
+  await visit.reads('.bar', 'Everything is up to date.');
+  assert.equal(await visit.page.$('.bar button'), null);
+  await visit.look('nothing-to-do');
+});
+
+test('with an app of unknown demand, the room is a lower bound', async () => {
+  await choosing({ hello: withRows(({ id }) => (id === 'tolvi' ? { requiredBytes: undefined as never } : {})) });
+  await visit.reads('.bar', 'needs 47.7 MB, 20 GB free');
+  await visit.press('Kelo Tolvi', 'checkbox');
+  await visit.reads('.bar', 'needs at least 47.7 MB, 20 GB free');
+});
+
+test('two clicks start one run', async () => {
+  await choosing();
+  const runs = visit.counted('/api/run');
+  await visit.page.evaluate(() => {
+    const button = document.querySelector<HTMLElement>('.bar .primary')!;
+    button.click();
+    button.click();
+  });
+  await shell.engine.next('run');
+  await visit.reads('h2', 'Updating 1 app');
+  assert.deepEqual([runs(), await visit.page.$('.notice')], [1, null]);
+});
+
+test('a run beside another one is refused, until the next action', async () => {
+  await choosing();
+  await visit.answer('/api/run', 409);
+  await visit.page.click('.bar .primary');
+  await visit.reads('.notice[role=alert]', 'Something is under way already.');
+  await visit.look('busy');
+  await visit.press('Kelo Rulo', 'checkbox');
+  assert.equal(await visit.page.$('.notice'), null);
+  assert.equal(await visit.page.$eval('.bar .primary', (button) => button.hasAttribute('aria-disabled')), false);
+  visit.errors.length = 0;
+});
+
+test('a request that the server does not accept is shown', async () => {
+  await choosing();
+  await visit.answer('/api/export-logs', 400);
+  await visit.press('Save logs…');
+  await visit.reads('.notice[role=alert]', 'The installer didn’t accept this.');
+  await visit.look('refused');
+  visit.errors.length = 0;
+});
+
+test('a cancel after the end of the run is no error', async () => {
+  await choosing();
+  const run = await installing();
+  run.say(stage('brenna', 'download'));
+  await visit.answer('/api/cancel', 409);
+  const answered = visit.page.waitForResponse((response) => response.url().endsWith('/api/cancel'));
+  await visit.press('Cancel Kelo Brenna');
+  await answered;
+  run.end(result('brenna', 'installed'), ended(result('brenna', 'installed')));
+  await visit.reads('h2', 'All done.');
+  assert.equal(await visit.page.$('.notice'), null);
+  visit.errors.length = 0;
+});
+
+test('apps that the engine left out by itself can be tried again', async () => {
+  await choosing();
+  const run = await installing('Kelo Tolvi', 'Kelo Rulo');
+  // The engine's report after ten minutes without progress.
+  const cancelled = ['brenna', 'tolvi', 'rulo'].map((app) => result(app, 'cancelled'));
+  run.say(stage('brenna', 'install'), result('brenna', 'installed'), stage('tolvi', 'download'), stage('tolvi', 'verify'));
+  run.end(...cancelled, ended(...cancelled));
+  await visit.reads('h2', 'That didn’t work.');
+  await visit.reads(`${card('rulo')} .state`, 'Not started');
+  await visit.look('not-begun');
+  await visit.press('Try 3 apps again');
+  const again = await shell.engine.next('run');
+  again.end(result('brenna', 'installed'), ended(result('brenna', 'installed'), result('tolvi', 'cancelled'), result('rulo', 'cancelled')));
+  await visit.reads('h2', 'Done, but not everything worked.');
+  assert.deepEqual(await visit.texts('.app .state'), ['Installed', 'Not started', 'Not started']);
+});
+
+test('a broken stream is opened again', async () => {
+  await choosing();
+  const streams = visit.counted('/api/events');
+  shell.cut();
+  shell.engine.answers.hello = withRows(() => ({ installedVersion: '1.5' }));
+  await refresh();
+  await visit.reads(`${card('brenna')} .state`, '1.5 → 2.0');
+  assert.deepEqual([streams(), await visit.page.$('.notice')], [1, null]);
+  visit.errors.length = 0;
+});
+
+test('an error in the page is reported and keeps the stream', async () => {
+  await choosing();
+  const streams = visit.counted('/api/events');
+  await visit.page.evaluate(() => { document.getElementById('live')!.append = () => { throw new Error('no announcement'); }; });
+  const run = await installing();
+  run.say(stage('brenna', 'download'), stage('brenna', 'verify'));
+  await visit.reads(`${card('brenna')} .state`, 'Checking');
+  run.end(result('brenna', 'installed'), ended(result('brenna', 'installed')));
+  await visit.reads('h2', 'All done.');
+  assert.equal(streams(), 0);
+  assert.match(visit.errors.join(), /no announcement/);
+  visit.errors.length = 0;
 });
 
 test('an expired installer shows that, installs nothing, and still removes', async () => {
@@ -309,16 +441,27 @@ test('a missing source is shown until a version is found', async () => {
   await choosing({ hello: online, check: [{ v: 1, type: 'update-check-result', apps: [{ id: 'brenna', updateAvailable: false }], installerRetired: retired }, done('check-updates')] });
   await visit.reads('.notice', 'its downloads are no longer there');
   await visit.look('source-gone');
-  theatre.stage.answers['check-updates'] = checked({ id: 'brenna', updateAvailable: true, latestVersion: '2.1' });
-  theatre.session.refresh();
+  shell.engine.answers['check-updates'] = checked({ id: 'brenna', updateAvailable: true, latestVersion: '2.1' });
+  await refresh();
   await visit.page.waitForFunction(() => document.querySelector('.notice') === null);
 });
 
 test('an update check without an answer is shown and can be repeated', async () => {
   await choosing({ hello: online, check: checked({ id: 'brenna', updateAvailable: false }, { id: 'tolvi', updateAvailable: false }) });
-  await visit.reads('.title', 'Updates couldn’t be looked up.');
+  await visit.reads('.title', 'Couldn’t check for updates.');
   await visit.look('check-failed');
-  theatre.stage.answers['check-updates'] = checked({ id: 'brenna', updateAvailable: true, latestVersion: '2.1' });
+  shell.engine.answers['check-updates'] = checked({ id: 'brenna', updateAvailable: true, latestVersion: '2.1' });
+  await visit.press('Try again');
+  await visit.reads(`${card('brenna')} .state`, '1.0 → 2.1');
+  shell.engine.answers['check-updates'] = [];
+  await refresh();
+  await visit.reads('.title', 'Couldn’t check for updates.');
+});
+
+test('an update check that dies is shown and can be repeated', async () => {
+  await choosing({ hello: online, check: [] });
+  await visit.reads('.title', 'Couldn’t check for updates.');
+  shell.engine.answers['check-updates'] = checked({ id: 'brenna', updateAvailable: true, latestVersion: '2.1' });
   await visit.press('Try again');
   await visit.reads(`${card('brenna')} .state`, '1.0 → 2.1');
 });
@@ -331,26 +474,43 @@ test('the engine is killed: the page shows the known and the unknown results', a
   run.die();
   await visit.reads('h2', 'The installer stopped unexpectedly.');
   await visit.reads(`${card('tolvi')} .state`, 'It isn’t known whether this was finished. Not installed.');
-  assert.deepEqual((await visit.texts('.app .state')).filter((_, place) => place !== 1), ['Installed', 'Not begun']);
+  assert.deepEqual((await visit.texts('.app .state')).filter((_, place) => place !== 1), ['Installed', 'Not started']);
   await visit.look('died');
   await visit.press('Try 2 apps again');
-  assert.deepEqual((await theatre.stage.next('run')).words, ['run', '--action', 'install', '--apps', 'tolvi,rulo']);
+  assert.deepEqual((await shell.engine.next('run')).words, ['run', '--action', 'install', '--apps', 'tolvi,rulo']);
+});
+
+test('if the installed versions are not known after the engine is killed, the page states none', async () => {
+  await choosing();
+  const run = await installing('Kelo Tolvi');
+  run.say(stage('brenna', 'download'), stage('brenna', 'verify'), stage('brenna', 'install'));
+  await visit.reads(`${card('brenna')} .state`, 'Installing');
+  shell.engine.answers.hello = [];
+  delete shell.engine.answers['disk-free'];
+  run.die();
+  await visit.reads('h2', 'The installer stopped unexpectedly.');
+  // The query after `hello`. The events of the export follow those of `hello`.
+  await shell.engine.next('disk-free');
+  await visit.press('Save logs…');
+  await visit.reads('.bar', 'Collecting the logs…');
+  assert.equal(await visit.text(`${card('brenna')} .state`), 'It isn’t known whether this was finished.');
 });
 
 test('an engine that does not start is shown, and can be started again', async () => {
-  theatre.stage.answers.hello = [];
-  theatre.session.refresh();
-  visit = await Visit.pay(browser, theatre.address);
+  Object.assign(shell.engine.answers, { hello: [], 'disk-free': [] });
+  shell.session.refresh();
+  visit = await Visit.open(browser, shell.address);
   await visit.reads('h2', 'The installer couldn’t start on this Mac.');
   await visit.look('not-started');
-  theatre.stage.answers.hello = hello();
+  shell.engine.answers.hello = hello();
   await visit.press('Try again');
   await visit.reads('h2', 'Before you begin');
 });
 
 test('with an engine of a later protocol, the page requires a newer shell', async () => {
-  await arrive({ hello: [{ ...hello()[0], v: 2 }, { ...done('hello'), v: 2 }] });
-  await visit.reads('h2', 'This window is too old for its installer.');
+  await openPage({ hello: [{ ...hello()[0], v: 2 }, { ...done('hello'), v: 2 }] });
+  await visit.reads('h2', 'This page is too old for the installer.');
+  await visit.look('newer-engine');
 });
 
 test('after a reload the page shows the current run, and two pages show the same', async () => {
@@ -361,14 +521,14 @@ test('after a reload the page shows the current run, and two pages show the same
   await visit.page.reload();
   await visit.reads('h2', 'Installing 2 apps');
   await visit.reads(`${card('brenna')} .state`, '15 MB of 30 MB');
-  const other = await Visit.pay(browser, theatre.address);
+  const other = await Visit.open(browser, shell.address);
   await other.reads(`${card('brenna')} .state`, '15 MB of 30 MB');
   await other.press('Cancel Kelo Rulo');
   await visit.reads(`${card('rulo')} .state`, 'Cancelled');
   run.end(result('brenna', 'installed'), ended(result('brenna', 'installed'), result('rulo', 'cancelled')));
   await visit.press('Done');
   await visit.reads('h2', 'Choose');
-  await other.reads('h2', 'Cancelled.');
+  await other.reads('h2', 'Done. The apps you cancelled were left out.');
   await visit.page.reload();
   await visit.reads('h2', 'Choose');
   await other.end();
@@ -376,28 +536,28 @@ test('after a reload the page shows the current run, and two pages show the same
 
 test('a page shows a run that another page started', async () => {
   await choosing();
-  theatre.session.start('update', ['brenna']);
+  shell.session.start('update', ['brenna']);
   await visit.reads('h2', 'Updating 1 app');
 });
 
 test('a lost server is shown, and the last state remains', async () => {
   await choosing();
-  await theatre.close();
+  await shell.close();
   await visit.reads('.notice[role=alert]', 'The connection to the installer was lost.');
   assert.equal(await visit.page.$eval('.bar .primary', (button) => button.getAttribute('aria-disabled')), 'true');
   await visit.look('disconnected');
   visit.errors.length = 0;
-  theatre = await openTheatre();
+  shell = await openShell();
 });
 
 test('for an address without a token, the page shows what is missing', async () => {
-  visit = await Visit.pay(browser, new URL('/', theatre.address));
+  visit = await Visit.open(browser, new URL('/', shell.address));
   await visit.reads('h2', 'This address isn’t complete.');
   await visit.look('no-token');
 });
 
 test('the page is in German if the browser prefers it, and offers it otherwise', async () => {
-  await arrive({ languages: ['de-AT', 'en'] });
+  await openPage({ languages: ['de-AT', 'en'] });
   await visit.reads('h2', 'Bevor es losgeht');
   assert.equal(await visit.page.evaluate(() => document.documentElement.lang), 'de');
   await visit.page.select('#language', 'en');
@@ -411,7 +571,8 @@ test('the page is in German if the browser prefers it, and offers it otherwise',
 });
 
 test('with the keyboard alone: terms, choice, notes, removal, install, cancel, done', async () => {
-  await arrive();
+  const releaseNotes = { releases: [{ version: '2.1', notes: ['Faster'] }] };
+  await openPage({ hello: online, check: checked({ id: 'brenna', updateAvailable: true, latestVersion: '2.1', releaseNotes }) });
   await visit.reads('h2', 'Before you begin');
   const press = (key: 'Tab' | 'Space' | 'Enter') => visit.page.keyboard.press(key);
   const tabTo = (name: string) => visit.tabTo(name);
@@ -420,12 +581,16 @@ test('with the keyboard alone: terms, choice, notes, removal, install, cancel, d
   await tabTo('Continue');
   await press('Enter');
   await visit.reads('h2', 'Choose');
+  await visit.reads(`${card('brenna')} .state`, '1.0 → 2.1');
+  await tabTo('What’s new in Kelo Brenna');
+  await press('Enter');
+  await visit.page.waitForSelector('details[open] .releases');
   await tabTo('Kelo Rulo');
   await press('Space');
   await visit.reads('.bar', '2 apps chosen');
   await tabTo('Install and update 2 apps');
   await press('Enter');
-  const run = await theatre.stage.next('run');
+  const run = await shell.engine.next('run');
   run.say(stage('brenna', 'download'));
   await visit.reads(`${card('brenna')} .state`, 'Downloading');
   await tabTo('Cancel Kelo Brenna');
@@ -446,7 +611,7 @@ test('with the keyboard alone: terms, choice, notes, removal, install, cancel, d
   await visit.page.waitForSelector('dialog[open]');
   await tabTo('Remove');
   await press('Enter');
-  assert.deepEqual((await theatre.stage.next('run')).words, ['run', '--action', 'uninstall', '--apps', 'brenna']);
+  assert.deepEqual((await shell.engine.next('run')).words, ['run', '--action', 'uninstall', '--apps', 'brenna']);
 });
 
 test('at 200 % in a small window nothing is cut off, and the bar leaves room for the list', async () => {
@@ -455,6 +620,44 @@ test('at 200 % in a small window nothing is cut off, and the bar leaves room for
   assert.equal(await visit.page.evaluate(() => document.scrollingElement!.scrollWidth), 640);
   const share = await visit.page.$eval('.bar', (bar) => (getComputedStyle(bar).position === 'sticky' ? bar.getBoundingClientRect().height / window.innerHeight : 0));
   assert.ok(share < 0.4, String(share));
+});
+
+test('in a narrow window the bar covers no focused control', async () => {
+  shell.engine.answers['disk-free']![0]!.freeBytes = 1_000_000;
+  await choosing();
+  await visit.page.setViewport({ width: 320, height: 640 });
+  await visit.tabTo('Contact us');
+});
+
+test('an element that remains keeps the focus when one before it disappears', async () => {
+  await openPage();
+  const focused = await visit.page.evaluate(async (module) => {
+    const { h, patch } = (await import(module)) as typeof import('../page/dom.js');
+    const parent = document.body.appendChild(document.createElement('div'));
+    const views = (...keys: string[]) => keys.map((key) => h('button', { key }, key));
+    patch(parent, views('first', 'second', 'third'));
+    (parent.children[1] as HTMLElement).focus();
+    patch(parent, views('second', 'third'));
+    return [document.activeElement?.textContent, parent.textContent];
+  }, '/page/dom.js');
+  assert.deepEqual(focused, ['second', 'secondthird']);
+});
+
+test('with forced colors, the progress differs from its track', async () => {
+  await choosing();
+  const run = await installing('Kelo Rulo');
+  run.say(stage('brenna', 'download'), progress('brenna', 40, 15_000_000));
+  await visit.reads(`${card('brenna')} .state`, '15 MB');
+  const client = await visit.page.createCDPSession();
+  await client.send('Emulation.setEmulatedMedia', { features: [{ name: 'forced-colors', value: 'active' }] });
+  const picture = await (await visit.page.$('.app progress'))!.screenshot({ encoding: 'base64' });
+  const colors = await visit.page.evaluate(async (png) => {
+    const bitmap = await createImageBitmap(new Blob([Uint8Array.from(atob(png), (byte) => byte.charCodeAt(0))]));
+    const canvas = new OffscreenCanvas(bitmap.width, bitmap.height).getContext('2d')!;
+    canvas.drawImage(bitmap, 0, 0);
+    return [0.2, 0.8].map((share) => canvas.getImageData(bitmap.width * share, bitmap.height / 2, 1, 1).data.join());
+  }, picture);
+  assert.notEqual(colors[0], colors[1]);
 });
 
 test('there is no animation if the user prefers reduced motion', async () => {

@@ -8,8 +8,8 @@ import { createInterface } from 'node:readline';
 import { after, before, test } from 'node:test';
 import type { Browser } from 'puppeteer-core';
 import { launch, Visit } from './browser.js';
-import { project } from './stage.js';
-import { openTheatre } from './theatre.js';
+import { project } from './fake-engine.js';
+import { openShell } from './test-shell.js';
 
 let browser: Browser;
 before(async () => { browser = await launch(); });
@@ -24,16 +24,16 @@ async function makeMachine(mode: 'offline' | 'online'): Promise<{ machine: Child
 
 async function onMachine(mode: 'offline' | 'online', act: (visit: Visit) => Promise<void>): Promise<void> {
   const { machine, program } = await makeMachine(mode);
-  const theatre = await openTheatre({ program });
-  theatre.session.refresh();
-  const visit = await Visit.pay(browser, theatre.address);
+  const shell = await openShell({ program });
+  shell.session.refresh();
+  const visit = await Visit.open(browser, shell.address);
   visit.page.setDefaultTimeout(180_000);
   try {
     await visit.acceptTerms();
     await act(visit);
     await visit.end();
   } finally {
-    await theatre.close();
+    await shell.close();
     machine.stdin!.end();
     await once(machine, 'close');
   }

@@ -11,28 +11,28 @@ import type { ShellEvent } from '../client/src/events.js';
 import type { State } from '../client/src/state.js';
 import type { Message } from '../page/connection.js';
 import { longestBody } from '../server/server.js';
-import { Stage, transcript } from './stage.js';
-import { built, openTheatre, type Theatre } from './theatre.js';
+import { FakeEngine, transcript } from './fake-engine.js';
+import { built, openShell, type TestShell } from './test-shell.js';
 
-let theatre: Theatre;
+let shell: TestShell;
 before(async () => {
-  theatre = await openTheatre();
+  shell = await openShell();
   const page = await listen();
-  theatre.session.refresh();
+  shell.session.refresh();
   await page.until(ended('disk-free'));
 });
-after(() => theatre.close());
+after(() => shell.close());
 
 interface Asked {
   path: string;
   method?: string;
   headers?: Record<string, string | undefined>;
   body?: string;
-  to?: Theatre;
+  to?: TestShell;
 }
 
 // Sends the path unchanged. Omits headers that are undefined.
-async function open({ path, method = 'POST', headers = {}, body = '', to = theatre }: Asked): Promise<IncomingMessage> {
+async function open({ path, method = 'POST', headers = {}, body = '', to = shell }: Asked): Promise<IncomingMessage> {
   const usual = {
     host: to.address.host, origin: to.address.origin, authorization: `Bearer ${to.token}`,
     ...(method === 'POST' ? { 'content-type': 'application/json' } : {}),
@@ -52,7 +52,7 @@ async function ask(asked: Asked): Promise<{ status: number; headers: IncomingHtt
   return { status: response.statusCode ?? 0, headers: response.headers, text };
 }
 
-const post = async (path: string, body: unknown, to = theatre) => (await ask({ path, body: JSON.stringify(body), to })).status;
+const post = async (path: string, body: unknown, to = shell) => (await ask({ path, body: JSON.stringify(body), to })).status;
 
 interface Listener {
   beginning: State;
@@ -61,7 +61,7 @@ interface Listener {
 }
 
 // Opens a stream as a page does. Has read the first message when it returns, so it misses no later event.
-async function listen(to = theatre): Promise<Listener> {
+async function listen(to = shell): Promise<Listener> {
   const response = await open({ path: '/api/events', method: 'GET', to });
   const lines = createInterface(response)[Symbol.asyncIterator]();
   const read = async () => JSON.parse((await lines.next()).value as string) as Message;
@@ -98,7 +98,7 @@ test('the page and its files are served without a token, with a strict policy', 
 test('no answer contains the token', async () => {
   for (const path of ['/', '/page/main.js', '/api/nothing']) {
     const { text, headers } = await ask({ path, method: 'GET' });
-    assert.ok(!(text + JSON.stringify(headers)).includes(theatre.token), path);
+    assert.ok(!(text + JSON.stringify(headers)).includes(shell.token), path);
   }
 });
 
@@ -154,12 +154,12 @@ test('no cancel: an app that the installer lacks, an unknown key', async () => {
 });
 
 test('the refused requests started no process of the engine', () => {
-  assert.deepEqual(theatre.stage.commandLines, [['hello'], ['disk-free']]);
+  assert.deepEqual(shell.engine.commandLines, [['hello'], ['disk-free']]);
 });
 
 test('a run has the apps in the order of the catalog, and only one is under way', async () => {
   assert.equal(await post('/api/run', { action: 'install', apps: ['rulo', 'brenna'] }), 202);
-  const run = await theatre.stage.next('run');
+  const run = await shell.engine.next('run');
   assert.deepEqual(run.words, ['run', '--action', 'install', '--apps', 'brenna,rulo']);
   assert.equal(await post('/api/run', { action: 'uninstall', apps: ['tolvi'] }), 409);
   assert.equal(await post('/api/cancel', { app: 'rulo' }), 202);
@@ -173,7 +173,7 @@ test('nothing to cancel: no run', async () => assert.equal(await post('/api/canc
 
 test('a page that connects during a run gets the current state, and two pages get the same events', async () => {
   assert.equal(await post('/api/run', { action: 'install', apps: ['brenna', 'rulo'] }), 202);
-  const run = await theatre.stage.next('run');
+  const run = await shell.engine.next('run');
   const first = await listen();
   const events = transcript('install');
   run.say(...events.slice(0, -1));
@@ -189,7 +189,7 @@ test('a page that connects during a run gets the current state, and two pages ge
 
 test('only one export of logs runs at a time', async () => {
   assert.equal(await post('/api/export-logs', {}), 202);
-  const exported = await theatre.stage.next('export-logs');
+  const exported = await shell.engine.next('export-logs');
   assert.equal(await post('/api/export-logs', {}), 409);
   const page = await listen();
   exported.end(...transcript('export-logs'));
@@ -198,7 +198,7 @@ test('only one export of logs runs at a time', async () => {
 });
 
 test('a missing engine becomes a state and doesn\'t end the server', async () => {
-  const other = await openTheatre({ program: '/nonexistent/engine-cli' });
+  const other = await openShell({ program: '/nonexistent/engine-cli' });
   const page = await listen(other);
   other.session.refresh();
   await page.until(ended('disk-free'));
@@ -210,45 +210,88 @@ test('a missing engine becomes a state and doesn\'t end the server', async () =>
 });
 
 test('a page that disconnects during the shutdown does not delay it', async () => {
-  const other = await openTheatre();
+  const other = await openShell();
   const streams = await Promise.all(Array.from({ length: 20 }, () => open({ path: '/api/events', method: 'GET', to: other })));
   for (const stream of streams) stream.destroy();
   await other.close();
 });
 
+const chatter = { v: 1, type: 'log', level: 'info', message: 'x'.repeat(1024 * 1024) };
+const beyondSocketBuffers = 80;
+
+test('a page that does not read does not delay the shutdown', { timeout: 60_000 }, async () => {
+  const other = await openShell({ backlog: Infinity });
+  const deaf = await open({ path: '/api/events', method: 'GET', to: other });
+  other.session.start('install', ['brenna']);
+  const run = await other.engine.next('run');
+  const page = await listen(other);
+  run.end(...Array.from({ length: beyondSocketBuffers }, () => chatter), ...transcript('cancel-all'));
+  await page.until(ended('disk-free'));
+  await other.close();
+  deaf.destroy();
+});
+
+test('a page that does not read is disconnected, and the others are not', { timeout: 60_000 }, async () => {
+  const other = await openShell();
+  const deaf = await open({ path: '/api/events', method: 'GET', to: other });
+  other.session.start('install', ['brenna']);
+  const run = await other.engine.next('run');
+  const page = await listen(other);
+  for (let count = 0; count < beyondSocketBuffers; count += 1) run.say(chatter);
+  run.end(...transcript('cancel-all'));
+  await page.until(ended('disk-free'));
+  await assert.rejects(async () => { for await (const piece of deaf) void piece; }, /aborted/);
+  await other.close();
+});
+
 // The server as a separate process, as from the command line.
-async function startServer(stage: Stage) {
-  const server = spawn(process.execPath, [join(built, 'server/main.js'), '--engine', stage.program], { stdio: ['ignore', 'pipe', 'inherit'] });
+async function startServer(engine: FakeEngine) {
+  const server = spawn(process.execPath, [join(built, 'server/main.js'), '--engine', engine.program], { stdio: ['ignore', 'pipe', 'inherit'] });
   const [line] = (await once(createInterface(server.stdout), 'line')) as [string];
   const address = new URL(/http:\S+/.exec(line)![0]);
-  const to = { address, token: address.hash.replace('#token=', '') } as Theatre;
+  const to = { address, token: address.hash.replace('#token=', '') } as TestShell;
   const page = await listen(to);
   if (page.beginning.freeBytes === null) await page.until(ended('disk-free'));
   return { server, to };
 }
 
 test('a signal terminates the run once, and the server waits for its end', async () => {
-  const stage = new Stage();
-  const { server, to } = await startServer(stage);
+  const engine = new FakeEngine();
+  const { server, to } = await startServer(engine);
   assert.equal(await post('/api/run', { action: 'install', apps: ['brenna'] }, to), 202);
-  const run = await stage.next('run');
+  const run = await engine.next('run');
   const page = await listen(to);
   const gone = once(server, 'exit');
   server.kill('SIGINT');
   assert.equal(await run.signal(), 'SIGTERM');
   assert.equal(server.exitCode, null);
+  assert.equal(await post('/api/export-logs', {}, to), 409);
   run.end(...transcript('cancel-all'));
   assert.ok((await page.until(ended('run'))).some((event) => event.type === 'shell:cancel-asked'));
   assert.deepEqual(await gone, [0, null]);
   assert.deepEqual(run.signals, ['SIGTERM']);
-  stage.close();
+  engine.close();
+});
+
+test('an export of logs is ended by one signal, and the server waits for its end', async () => {
+  const engine = new FakeEngine();
+  const { server, to } = await startServer(engine);
+  assert.equal(await post('/api/export-logs', {}, to), 202);
+  const exported = await engine.next('export-logs');
+  const gone = once(server, 'exit');
+  server.kill('SIGTERM');
+  assert.equal(await exported.signal(), 'SIGTERM');
+  assert.equal(server.exitCode, null);
+  exported.die();
+  assert.deepEqual(await gone, [0, null]);
+  engine.close();
 });
 
 test('after a second signal the server exits at once and the engine continues', async () => {
-  const stage = new Stage();
-  const { server, to } = await startServer(stage);
+  const engine = new FakeEngine();
+  const { server, to } = await startServer(engine);
   assert.equal(await post('/api/run', { action: 'install', apps: ['brenna'] }, to), 202);
-  const run = await stage.next('run');
+  const run = await engine.next('run');
   const gone = once(server, 'exit');
   server.kill('SIGINT');
   await run.signal();
@@ -257,5 +300,5 @@ test('after a second signal the server exits at once and the engine continues', 
   assert.equal(process.kill(run.pid, 0), true);
   assert.deepEqual(run.signals, ['SIGTERM']);
   run.die();
-  stage.close();
+  engine.close();
 });

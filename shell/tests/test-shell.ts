@@ -5,28 +5,33 @@ import { Engine, type EngineOptions } from '../client/src/engine.js';
 import { readAssets } from '../server/assets.js';
 import { ShellServer } from '../server/server.js';
 import { Session } from '../server/session.js';
-import { Stage } from './stage.js';
+import { FakeEngine } from './fake-engine.js';
 
 export const built = fileURLToPath(new URL('..', import.meta.url));
 
-export interface Theatre {
-  stage: Stage;
+export interface TestShell {
+  engine: FakeEngine;
   session: Session;
   address: URL;
   token: string;
+  // Breaks the pages' streams.
+  cut(): void;
   close(): Promise<void>;
 }
 
-// Uses the stage's engine unless `options` has another one.
-export async function openTheatre(options: Partial<EngineOptions> = {}): Promise<Theatre> {
-  const stage = new Stage();
-  const session = new Session(new Engine({ program: stage.program, ...options }));
-  const server = new ShellServer(session, readAssets(built));
+// Uses the fake engine unless `options` has another one. `backlog`: the unsent bytes at which a page is disconnected.
+export async function openShell({ backlog, ...options }: Partial<EngineOptions> & { backlog?: number } = {}): Promise<TestShell> {
+  const engine = new FakeEngine();
+  const session = new Session(new Engine({ program: engine.program, ...options }));
+  const server = new ShellServer(session, readAssets(built), backlog);
   const address = new URL(await server.listen());
   return {
-    stage, session, address, token: address.hash.replace('#token=', ''),
+    engine, session, address, token: address.hash.replace('#token=', ''),
+    cut() {
+      for (const stream of server['streams'].keys()) stream.destroy();
+    },
     async close() {
-      stage.close();
+      engine.close();
       await server.close();
     },
   };

@@ -5,7 +5,7 @@ import { readdirSync, readFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { test } from 'node:test';
 import { Words, type Texts } from '../page/words.js';
-import { project } from './stage.js';
+import { project } from './fake-engine.js';
 
 const readText = (path: string) => readFileSync(join(project, path), 'utf8');
 const read = <T>(path: string) => JSON.parse(readText(path)) as T;

@@ -77,6 +77,7 @@ export class EngineProcess implements AsyncIterable<ShellEvent> {
   private timer: NodeJS.Timeout | undefined;
   private done = false;
   private over = false;
+  protected terminated = false;
   private errors = '';
   private startFailure = '';
 
@@ -108,6 +109,13 @@ export class EngineProcess implements AsyncIterable<ShellEvent> {
   /** Ends the process at once. Only for queries, which change nothing. */
   kill(): void {
     this.process?.kill('SIGKILL');
+  }
+
+  /** Sends SIGTERM, which cancels a whole run and ends a query. Only the first call does: a second signal would end a run at once. */
+  terminate(): void {
+    if (this.terminated) return;
+    this.terminated = true;
+    this.process?.kill('SIGTERM');
   }
 
   protected add(event: ShellEvent): void {
@@ -161,8 +169,6 @@ export class EngineProcess implements AsyncIterable<ShellEvent> {
 
 /** A process that can be cancelled. */
 export class Run extends EngineProcess {
-  private terminated = false;
-
   /** Cancels one app, or the whole run if `app` is omitted. The events have the result; see `RunApp.condition`. */
   cancel(app?: App): void {
     // The engine takes anything except a non-empty text for a cancel of the whole run.
@@ -172,12 +178,9 @@ export class Run extends EngineProcess {
     this.addCancel(app);
   }
 
-  /** Sends SIGTERM, which cancels the whole run. Only the first call does: a second signal would end the engine at once. */
-  terminate(): void {
-    if (this.terminated) return;
-    this.terminated = true;
-    this.process?.kill('SIGTERM');
-    this.addCancel(undefined);
+  override terminate(): void {
+    if (!this.terminated) this.addCancel(undefined);
+    super.terminate();
   }
 
   private addCancel(app: App | undefined): void {

@@ -12,7 +12,7 @@ import type {
  * - `succeeded`, `failed`: see `status` and `errorCode`.
  * - `skipped`: unchanged, because it was current or because it is from the App Store (`SKIPPED`).
  * - `unknown`: the engine ended during its work on this app. `hello` has the installed version.
- * - `untouched`: the engine ended before it began this app.
+ * - `untouched`: the engine ended before it began this app, or during the download, which changes no installed copy.
  */
 export type RunAppCondition =
   'waiting' | 'working' | 'cancelling' | 'cancelled' | 'succeeded' | 'skipped' | 'failed' | 'unknown' | 'untouched';
@@ -183,10 +183,10 @@ function end(run: RunState, event: EndedEvent): RunState {
   return { ...run, phase: refused ? 'refused' : 'died', exitCode: event.status, apps: run.apps.map(leftAlone) };
 }
 
-/** An app without a result, after the engine has ended. A download changes no installed copy. */
+/** An app without a result, after the engine has ended. */
 function leftAlone(app: RunApp): RunApp {
   if (app.status !== null) return app;
-  const condition = { waiting: 'untouched', working: 'unknown', cancelling: 'cancelled' } as const;
+  const condition = { waiting: 'untouched', working: app.stage === 'download' ? 'untouched' : 'unknown', cancelling: 'cancelled' } as const;
   const known = condition[app.condition as keyof typeof condition] ?? app.condition;
   return { ...app, condition: known, indeterminate: false, retrying: false };
 }

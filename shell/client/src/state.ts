@@ -65,11 +65,13 @@ export interface State {
   readonly shellOutdated: boolean;
   /** The newest command that ended without its `done`, until the same command begins again. */
   readonly problem: EndedEvent | null;
+  /** The commands that ended without their `done` and haven't begun again. */
+  readonly failed: readonly CommandName[];
 }
 
 export const initialState: State = {
   installer: null, apps: [], retired: null, freeBytes: null, logs: null, run: null, underWay: [],
-  helloNeeded: true, checkNeeded: false, shellOutdated: false, problem: null,
+  helloNeeded: true, checkNeeded: false, shellOutdated: false, problem: null, failed: [],
 };
 
 /** The state after an event. Unknown events change nothing. */
@@ -107,7 +109,8 @@ function ofRun(state: State, event: ShellEvent): State {
 
 function begin(state: State, event: BeganEvent): State {
   const problem = state.problem?.command === event.command ? null : state.problem;
-  const begun = { ...state, problem, underWay: [...state.underWay, event.command] };
+  const failed = state.failed.filter((command) => command !== event.command);
+  const begun = { ...state, problem, failed, underWay: [...state.underWay, event.command] };
   switch (event.command) {
     case 'hello': return { ...begun, helloNeeded: false };
     case 'check-updates': return { ...begun, checkNeeded: false };
@@ -121,7 +124,8 @@ function end(state: State, event: EndedEvent): State {
   const { command, done } = event;
   const first = state.underWay.indexOf(command);
   const underWay = state.underWay.filter((_, index) => index !== first);
-  const ended = { ...state, underWay, problem: done ? state.problem : event };
+  const failure = done ? {} : { problem: event, failed: [...new Set([...state.failed, command])] };
+  const ended = { ...state, underWay, ...failure };
   if (command === 'export-logs' && !done) return { ...ended, logs: { path: null, errorCode: null } };
   return command === 'run' ? { ...ofRun(ended, event), helloNeeded: true } : ended;
 }

@@ -128,7 +128,7 @@ test('a killed engine leaves the earlier events and a cut line', async (t) => {
   assert.deepEqual(taken.at(-2), { type: 'shell:line', text: '{"v":1,"type":"stage","app":"ru' });
   assert.deepEqual(taken.at(-1), { type: 'shell:ended', command: 'run', done: false, status: null, signal: 'SIGKILL', errors: '' });
   assert.equal(state.run.phase, 'died');
-  assert.deepEqual(conditions(state), { brenna: 'succeeded', rulo: 'unknown', tolvi: 'untouched' });
+  assert.deepEqual(conditions(state), { brenna: 'succeeded', rulo: 'untouched', tolvi: 'untouched' });
   assert.ok(state.helloNeeded);
 });
 

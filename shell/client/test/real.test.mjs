@@ -85,7 +85,7 @@ test('online: cancelled, killed, installed', async (t) => {
   const killed = start();
   ({ state } = await follow(killed, state, (event) => downloading(event) && killed.kill()));
   assert.deepEqual([state.run.phase, state.problem.signal], ['died', 'SIGKILL']);
-  assert.deepEqual(conditions(state), { brenna: 'unknown', tolvi: 'untouched' });
+  assert.deepEqual(conditions(state), { brenna: 'untouched', tolvi: 'untouched' });
   state = await hello(engine, state);
   assert.equal(installed(state).brenna, null);
 

@@ -94,7 +94,10 @@ for (const [name, [action, became, exitCode]] of Object.entries(runs)) {
   });
 }
 
-const afterDeath = ({ condition }) => ({ waiting: 'untouched', working: 'unknown', cancelling: 'cancelled' })[condition] ?? condition;
+function afterDeath({ condition, stage: name }) {
+  const working = name === 'download' ? 'untouched' : 'unknown';
+  return { waiting: 'untouched', working, cancelling: 'cancelled' }[condition] ?? condition;
+}
 
 function assertNothingGoesOn({ run }) {
   assert.equal(run.canCancel, false);
@@ -259,9 +262,11 @@ test('a killed query keeps the state, and is a problem until it is started again
   const before = last([asked('hello'), ...events('hello'), ended('hello')]);
   const after = last([asked('hello'), died('hello')], before);
   assert.deepEqual(after.apps, before.apps);
-  assert.deepEqual([after.problem.command, after.underWay], ['hello', []]);
+  assert.deepEqual([after.problem.command, after.failed, after.underWay], ['hello', ['hello'], []]);
   assert.equal(last([asked('disk-free'), ended('disk-free')], after).problem.command, 'hello');
-  assert.equal(next(after, asked('hello')).problem, null);
+  const both = last([asked('disk-free'), died('disk-free')], after);
+  assert.deepEqual([both.problem.command, both.failed], ['disk-free', ['hello', 'disk-free']]);
+  assert.deepEqual([next(after, asked('hello')).problem, next(both, asked('hello')).failed], [null, ['disk-free']]);
   assert.deepEqual(last([asked('export-logs'), died('export-logs')]).logs, { path: null, errorCode: null });
 });
 

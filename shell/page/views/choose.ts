@@ -126,8 +126,10 @@ function downloadText({ bytes, estimated }: Choice, words: Words, online: boolea
 }
 
 function roomText(choice: Choice, words: Words): string {
-  const { requiredBytes, freeBytes } = choice.room;
-  return requiredBytes === 0 || freeBytes === null ? '' : words.say('room', roomArguments(choice, words));
+  const { requiredBytes, freeBytes, complete } = choice.room;
+  if (requiredBytes === 0 || freeBytes === null) return '';
+  const given = roomArguments(choice, words);
+  return words.say('room', complete ? given : { ...given, needed: words.say('atLeast', { size: given.needed }) });
 }
 
 function roomArguments({ room }: Choice, words: Words): { needed: string; free: string } {

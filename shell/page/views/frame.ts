@@ -53,13 +53,15 @@ export function about(ui: UI): View {
   return h('footer', { class: 'about' },
     help && link(help, words.say('help')),
     feedback && link(feedback, words.say('feedback')),
-    installer.capabilities.includes('export-logs') && exportButton(ui),
+    exportButton(ui, 'exportLogs'),
     h('p', {}, words.say('version', { version: installer.engineVersion })));
 }
 
-function exportButton({ words, state, connection, act }: UI): View {
+// Nothing if the engine can't export logs.
+export function exportButton({ words, state, connection, act }: UI, text: 'exportLogs' | 'exportLogsOffer', className?: string): View {
+  if (!state.installer?.capabilities.includes('export-logs')) return undefined;
   const ready = connection === 'connected' && !state.underWay.includes('export-logs');
-  return button('export', words.say('exportLogs'), ready && (() => act.exportLogs()));
+  return button(text, words.say(text), ready && (() => act.exportLogs()), className === undefined ? {} : { class: className });
 }
 
 // The bar at the lower edge, which is always visible. It also shows the result of an export.

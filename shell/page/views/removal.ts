@@ -22,7 +22,7 @@ function question(id: string, { words, state, act }: UI) {
   };
   return [
     h('h2', { id: 'dialog-title' }, words.say('removeTitle', { app })),
-    h('p', {}, words.say('removeText', { app })),
+    h('p', { id: 'dialog-text' }, words.say('removeText', { app })),
     h('div', { class: 'actions' },
       button('keep', words.say('keep'), () => act.askToRemove(null)),
       button('remove', words.say('removeConfirm'), remove, { class: 'danger' })),

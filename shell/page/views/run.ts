@@ -2,14 +2,15 @@
 
 import type { RunApp, RunAppCondition, RunState } from '../../client/src/state.js';
 import { h, type View } from '../dom.js';
-import { httpsOnly, isIdle, isOffline, nameOf, outcomeOf, retryable, type UI } from '../ui.js';
+import { httpsOnly, isIdle, isOffline, nameOf, notStarted, outcomeOf, retryable, type UI } from '../ui.js';
 import type { Offer, Words } from '../words.js';
 import { card, icon, mark, type Mark } from './card.js';
-import { bar, button, link, title } from './frame.js';
+import { bar, button, exportButton, link, title } from './frame.js';
 
 const headings = { install: 'runningInstall', update: 'runningUpdate', uninstall: 'runningUninstall' } as const;
 const outcomes = {
-  good: 'resultGood', nothing: 'resultNothing', cancelled: 'resultCancelled', partly: 'resultPartly', bad: 'resultBad', died: 'resultDied',
+  good: 'resultGood', nothing: 'resultNothing', cancelled: 'resultCancelled', leftOut: 'resultLeftOut', partly: 'resultPartly',
+  bad: 'resultBad', died: 'resultDied',
 } as const;
 
 export function running(run: RunState, ui: UI): View[] {
@@ -69,7 +70,7 @@ export function conditionText(app: RunApp, run: RunState, ui: UI): string {
     case 'waiting': return words.say('waiting');
     case 'cancelling': return words.say('cancelling');
     case 'working': return workText(app, run, words);
-    case 'cancelled': return words.status('cancelled');
+    case 'cancelled': return notStarted(app) ? words.say('diedUntouched') : words.status('cancelled');
     case 'untouched': return words.say('diedUntouched');
     case 'unknown': return `${words.say('diedUnknown')} ${whatIsThere(app, ui)}`.trim();
     case 'failed': return words.failure(app.errorCode ?? '', run.action, isOffline(state)).text;
@@ -81,7 +82,7 @@ export function conditionText(app: RunApp, run: RunState, ui: UI): string {
 // The installed version. Empty until `hello` has ended after the run.
 function whatIsThere({ id }: RunApp, { words, state }: UI): string {
   const app = state.apps.find((known) => known.id === id);
-  if (!app || state.helloNeeded || state.underWay.includes('hello')) return '';
+  if (!app || state.helloNeeded || state.underWay.includes('hello') || state.failed.includes('hello')) return '';
   return app.installedVersion ? `${words.say('installedVersion', { version: app.installedVersion })}.` : `${words.say('notInstalled')}.`;
 }
 
@@ -104,14 +105,14 @@ function actions(app: RunApp, run: RunState, ui: UI): View[] {
 }
 
 // The bar has one retry button for all apps, so a row has none.
-function offered(offer: Offer, app: RunApp, { words, state, connection, act }: UI): View {
+function offered(offer: Offer, { id }: RunApp, ui: UI): View {
+  const { words, state } = ui;
   if (offer === 'retry') return undefined;
-  if (offer === 'logs') {
-    const ready = connection === 'connected' && !state.underWay.includes('export-logs');
-    return button('logs', words.say('exportLogsOffer'), ready && (() => act.exportLogs()), { class: 'small' });
-  }
-  const page = httpsOnly(state.retired?.downloadUrl) ?? httpsOnly(state.apps.find(({ id }) => id === app.id)?.webUrl);
-  return page && link(page, words.say('downloadPage'), 'button');
+  if (offer === 'logs') return exportButton(ui, 'exportLogsOffer', 'small');
+  const installers = httpsOnly(state.retired?.downloadUrl);
+  if (installers) return link(installers, words.say('downloadPage'), 'button');
+  const page = httpsOnly(state.apps.find((known) => known.id === id)?.webUrl);
+  return page && link(page, words.say('website', { app: nameOf(state, id) }), 'button');
 }
 
 function overall(run: RunState, { words }: UI): View {
