@@ -3,8 +3,11 @@
 # demo.sh sets the variables that aren't set here.
 # shellcheck disable=SC2154
 
-title() { printf '\n\033[1;36m== %s\033[0m\n' "$*"; }
-tell() { printf '\033[2m%s\033[0m\n' "$*"; }
+# styled STYLE TEXT: prints a line, in the style if standard output is a terminal.
+styled() { if [ -t 1 ]; then printf '\033[%sm%s\033[0m\n' "$1" "$2"; else printf '%s\n' "$2"; fi; }
+
+title() { echo; styled '1;36' "== $*"; }
+tell() { styled 2 "$*"; }
 
 # The executable inside an installer's bundle.
 engine_of() { printf '%s/Kelo-Desk-Installer.app/Contents/MacOS/engine-cli' "$1"; }
@@ -15,18 +18,19 @@ play() {
   local engine
   engine=$(engine_of "$1")
   shift
-  printf '\n\033[1m$ engine-cli %s\033[0m\n' "$*"
+  echo
+  styled 1 "$ engine-cli $*"
   set +e
   "$engine" "$@" </dev/null | "$bin/lab-events" ${events:+--events}
   played=${PIPESTATUS[0]}
   set -e
-  printf '\033[1mexit status %s\033[0m\n' "$played"
+  styled 1 "exit status $played"
 }
 
 # expect STATUS: ends the demo unless the last command had this exit status.
 expect() {
   [ "$played" = "$1" ] && return
-  printf '\033[1;31mdemo: expected exit status %s, got %s\033[0m\n' "$1" "$played" >&2
+  echo "demo: expected exit status $1, got $played" >&2
   exit 1
 }
 

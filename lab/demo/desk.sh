@@ -27,6 +27,7 @@ packages='$desk'/Kelo-Desk-Installer.app/Contents/Resources/packages
 rm -r "\$packages" && cp -R '$desk'/2.0/Kelo-Desk-Installer.app/Contents/Resources/packages "\$packages"
 TEXT
 chmod +x "$desk/bin/publish-2.0"
+ln -s "$(realpath "$programs/lab-events")" "$desk/bin/lab-events"
 
 export HOME=$home
 export PATH=$desk/bin:$project/packaging/command:$desk/Kelo-Desk-Installer.app/Contents/MacOS:$PATH
@@ -40,7 +41,8 @@ TEXT
 cat <<TEXT
 You are anna. Your machine is $home
 The packages are version 1.0; the one of Rulo is damaged. publish-2.0 replaces them by version 2.0.
-$desk/bin is in the PATH and free for your own scripts. So are kelo, kelo-summary, kelo-sweep and engine-cli.
+$desk/bin is in the PATH and free for your own scripts. So are kelo, kelo-summary, kelo-sweep, engine-cli
+and lab-events, which shows the events of engine-cli on a terminal.
 The manual page: man $project/engines/macos/Sources/engine-cli/engine-cli.1
 Recipes: protocol/administrators.md. Leave with exit; the next ./dev desk makes a new machine.
 TEXT
