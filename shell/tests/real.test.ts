@@ -8,8 +8,10 @@ import { createInterface } from 'node:readline';
 import { after, before, test } from 'node:test';
 import type { Browser } from 'puppeteer-core';
 import { launch, Visit } from './browser.js';
+import { mkdtempSync, readdirSync, readFileSync, rmSync } from 'node:fs';
+import { tmpdir } from 'node:os';
 import { project } from './fake-engine.js';
-import { openShell } from './test-shell.js';
+import { built, openShell } from './test-shell.js';
 
 let browser: Browser;
 before(async () => { browser = await launch(); });
@@ -71,3 +73,37 @@ test('online: an update check, a download that breaks off, and its cancel', () =
   await visit.reads('h2', 'Cancelled.');
   assert.deepEqual(await visit.texts('.app .state'), ['Cancelled']);
 }));
+
+// The processes whose command line has this text.
+function processesWith(text: string): string[] {
+  return readdirSync('/proc').filter((name) => /^\d+$/.test(name)).flatMap((pid) => {
+    try {
+      return [readFileSync(`/proc/${pid}/cmdline`, 'utf8').replaceAll('\0', ' ')];
+    } catch {
+      return [];  // It has ended.
+    }
+  }).filter((line) => line.includes(text));
+}
+
+for (const mode of ['offline', 'online']) {
+  test(`the script of ./dev shell, ${mode}: serves the page, and Ctrl-C ends everything`, async () => {
+    const folder = mkdtempSync(join(tmpdir(), 'kelo-shell-'));
+    const words = [process.env.KELO_BUILD!, join(folder, 'machine'), built, mode];
+    // In its own process group, to which a terminal's Ctrl-C goes.
+    const script = spawn(join(project, 'lab/demo/shell.sh'), words, { detached: true, stdio: ['ignore', 'pipe', 'inherit'] });
+    const gone = once(script, 'close');
+    let address: string | undefined;
+    for await (const line of createInterface(script.stdout)) {
+      assert.doesNotMatch(line, /\x1b/);
+      address = /Open this address in a browser: (\S+)/.exec(line)?.[1];
+      if (address) break;
+    }
+    assert.ok(address, 'the script printed no address');
+    assert.equal((await fetch(new URL('/', address))).status, 200);
+    assert.equal(processesWith(folder).some((line) => line.includes('nginx')), mode === 'online');
+    process.kill(-script.pid!, 'SIGINT');
+    assert.deepEqual(await gone, [0, null]);
+    assert.deepEqual(processesWith(folder), []);
+    rmSync(folder, { recursive: true });
+  });
+}

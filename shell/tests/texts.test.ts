@@ -1,15 +1,17 @@
-// Both languages have a text for every word of the protocol, and the page uses every text.
+// Each language has a text for every word of the protocol, and the page uses every text.
 
 import assert from 'node:assert/strict';
 import { readdirSync, readFileSync } from 'node:fs';
+import { createRequire } from 'node:module';
 import { join } from 'node:path';
 import { test } from 'node:test';
-import { Words, type Texts } from '../page/words.js';
+import type TypeScript from 'typescript';
+import { languages, Words, type Language, type Texts } from '../page/words.js';
 import { project } from './fake-engine.js';
 
 const readText = (path: string) => readFileSync(join(project, path), 'utf8');
 const read = <T>(path: string) => JSON.parse(readText(path)) as T;
-const texts = { en: read<Texts>('shell/texts/en.json'), de: read<Texts>('shell/texts/de.json') };
+const texts = Object.fromEntries(Object.keys(languages).map((language) => [language, read<Texts>(`shell/texts/${language}.json`)])) as Record<Language, Texts>;
 const { $defs } = read<{ $defs: Record<string, { enum: string[] }> }>('protocol/schema/common.json');
 const words = (kind: string) => $defs[kind]!.enum;
 const sorted = (keys: Iterable<string>) => [...keys].sort();
@@ -53,16 +55,53 @@ function leaves(value: unknown, path = ''): [string, string][] {
   return Object.entries(value as object).flatMap(([key, part]) => leaves(part, `${path}/${key}`));
 }
 
-test('both languages have the same keys, with the same arguments', () => {
-  const shape = (text: Texts) => leaves(text).map(([path, leaf]) => `${path} ${sorted(leaf.match(/\{\w+\}/g) ?? []).join()}`);
-  assert.deepEqual(sorted(shape(texts.de)), sorted(shape(texts.en)));
+test('the page offers each language that has a file', () => {
+  assert.deepEqual(sorted(Object.keys(languages)), sorted(readdirSync(join(project, 'shell/texts')).map((name) => name.replace('.json', ''))));
+  for (const [language, name] of Object.entries(languages)) assert.equal(texts[language as Language].language, name);
 });
 
+for (const [language, text] of Object.entries(texts)) {
+  test(`${language}: the same keys as in English, with the same arguments`, () => {
+    const shape = (one: Texts) => leaves(one).map(([path, leaf]) => `${path} ${sorted(leaf.match(/\{\w+\}/g) ?? []).join()}`);
+    assert.deepEqual(sorted(shape(text)), sorted(shape(texts.en)));
+  });
+}
+
 test('the page uses every text', () => {
-  const folders = ['shell/page', 'shell/page/views'];
-  const sources = folders.flatMap((folder) => readdirSync(join(project, folder)).filter((name) => name.endsWith('.ts'))
-    .map((name) => readText(`${folder}/${name}`))).join();
-  assert.deepEqual(Object.keys(texts.en.page).filter((key) => !sources.includes(`'${key}'`)), []);
+  const used = keysOfSay();
+  assert.deepEqual(Object.keys(texts.en.page).filter((key) => key !== 'termsText' && !used.has(key)), []);
+});
+
+// The keys that the page's calls of `say` can have, by the types of their arguments.
+function keysOfSay(): Set<string> {
+  const ts = createRequire(join(project, 'build/shell/client/package.json'))('typescript') as typeof TypeScript;
+  const { config } = ts.readConfigFile(join(project, 'shell/tsconfig.json'), ts.sys.readFile);
+  const { fileNames, options } = ts.parseJsonConfigFileContent(config, ts.sys, join(project, 'shell'));
+  const program = ts.createProgram(fileNames, options);
+  const checker = program.getTypeChecker();
+  const used = new Set<string>();
+  const visit = (node: TypeScript.Node): void => {
+    if (ts.isCallExpression(node) && ts.isPropertyAccessExpression(node.expression) && node.expression.name.text === 'say') {
+      const type = checker.getTypeAtLocation(node.arguments[0]!);
+      for (const one of type.isUnion() ? type.types : [type]) if (one.isStringLiteral()) used.add(one.value);
+    }
+    ts.forEachChild(node, visit);
+  };
+  for (const source of program.getSourceFiles()) if (source.fileName.includes('/shell/page/')) visit(source);
+  return used;
+}
+
+test('the pages that show pictures name existing ones, which the tests of the page make', () => {
+  const readme = readText('shell/README.md');
+  const pictures = readdirSync(join(project, 'shell/pictures'));
+  const made = readText('shell/tests/page.test.ts');
+  for (const page of ['README.md', 'protocol/README.md', 'shell/README.md']) {
+    for (const [, name] of readText(page).matchAll(/pictures\/(\w+\.png)\)/g)) assert.ok(pictures.includes(name!), `${page}: ${name}`);
+  }
+  for (const picture of pictures.map((name) => name.replace('.png', ''))) {
+    assert.ok(made.includes(`visit.look('${picture}')`), picture);
+    assert.ok(readme.includes(`\`${picture}-light.png\``), picture);
+  }
 });
 
 const bytes: [number, string, string][] = [
