@@ -32,7 +32,6 @@ HOST = "cdn.kelo.example"
 TEAM = "QX7M4R2V9D"
 MEGABYTE = 1 << 20
 BUNDLE_FILES, BUNDLE_BYTES = 3100, 311_000_000
-ARCHITECTURES = {"brenna": ("arm64", "x64"), "tolvi": ("universal",), "rulo": ("universal",), "galdivane": ("arm64", "x64")}
 
 
 class Run:
@@ -214,7 +213,7 @@ class Bench:
     def online(self):
         """Four apps of 20 MB each, signed by a test authority."""
         authority, tree = self.authority(), self.inputs / "apps"
-        for app, architectures in ARCHITECTURES.items():
+        for app, architectures in slow_network.ARCHITECTURES.items():
             folder, image = self.inputs / f"online-{app}", self.inputs / f"online-{app}.dmg"
             subprocess.run([self.lab / "lab-fixture", "app", "--app", app, "--version", "2.0", "--output", folder], check=True,
                            stdout=subprocess.DEVNULL)
@@ -236,13 +235,13 @@ class Bench:
             configuration.write_text(json.dumps({**json.loads(configuration.read_text()), "trustedDownloadDomains": ["kelo.example"],
                                                  "cdn": {"domains": {"us": f"https://{HOST}"}}}))
             applications = self.inputs / "online/machine/Applications"
-            script = self.script("online", "\n".join(self.by_hand(app, tree, contents, host) for app in ARCHITECTURES))
+            script = self.script("online", "\n".join(self.by_hand(app, tree, contents, host) for app in slow_network.ARCHITECTURES))
             self.compare("four apps online beside a script with curl and the same checks", None,
                          [contents / "MacOS/engine-cli", "--silent", "--mode", "install"], ["sh", script],
                          lambda: [shutil.rmtree(path) for path in applications.iterdir()])
 
     def by_hand(self, app, tree, contents, host):
-        (image,) = (tree / f"desksuite/apps/default/{app}/mac/{ARCHITECTURES[app][0]}/dmg/latest").glob("*.dmg")
+        (image,) = (tree / f"desksuite/apps/default/{app}/mac/{slow_network.ARCHITECTURES[app][0]}/dmg/latest").glob("*.dmg")
         volume = next((self.inputs / f"online-{app}").glob("*.app")).stem
         machine, programs = self.inputs / "online/machine", contents / "Resources/programs"
         file = machine / f"tmp/{app}.dmg"
@@ -273,7 +272,7 @@ class Bench:
         folder = self.inputs / "sweep"
         folder.mkdir()
         with slow_network.slow_engine(folder, self.build, 0.3) as engine:
-            one, four = ([engine, "check-updates", "--apps", ",".join(list(slow_network.APPS)[:count])] for count in (1, 4))
+            one, four = ([engine, "check-updates", "--apps", ",".join(list(slow_network.ARCHITECTURES)[:count])] for count in (1, 4))
             self.compare("sweep of four apps, round trips of 300 ms, beside one app", 1.05, four, one)
 
     def bulk(self):

@@ -12,7 +12,9 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "Tests" / "EndToEnd
 import hostile_cdn
 
 HOST = "cdn.kelo.example"
-APPS = {"brenna": "x64", "tolvi": "universal", "rulo": "universal", "galdivane": "x64"}
+CATALOG = json.loads((Path(__file__).resolve().parents[3] / "protocol/catalog.json").read_text(encoding="utf-8"))["apps"]
+# The architectures of the packages that the CDN has for each app.
+ARCHITECTURES = {app["id"]: ("arm64", "x64") if app["cdnArch"] == "perArch" else ("universal",) for app in CATALOG}
 
 
 class Relay:
@@ -46,8 +48,8 @@ class Relay:
 def slow_engine(folder, build, latency):
     """A copy of the built engine, configured for a CDN with all apps. Each round trip takes `latency` seconds."""
     with hostile_cdn.HostileCDN(folder / "cdn", [HOST]) as cdn:
-        for app, arch in APPS.items():
-            cdn.on(f"/desksuite/apps/default/{app}/mac/{arch}/dmg/latest/meta.json", {"text": '{"version": "2.1"}'})
+        for app, architectures in ARCHITECTURES.items():
+            cdn.on(f"/desksuite/apps/default/{app}/mac/{architectures[-1]}/dmg/latest/meta.json", {"text": '{"version": "2.1"}'})
         relay = Relay(cdn.port, latency)
         settings = {**cdn.host_settings, "hostAddresses": {HOST: f"127.0.0.1:{relay.port}"}}
         (folder / "linux_host.json").write_text(json.dumps({"root": str(folder / "machine"), **settings}))
