@@ -343,6 +343,28 @@ TEST_F(LogFile, ThatAKilledRotationLeftBesideItsNameIsTakenUp) {
   EXPECT_THAT(mac.files.tree(directory), ElementsAre("webinstall.log"));
 }
 
+TEST_F(LogFile, ThatARotationKilledMeanwhileRemovedIsTakenUp) {
+  start();
+  ASSERT_TRUE(mac.files.removeItem(file));
+  mac.files.addFile(temporary, "newer half\n");
+  write("entry");
+  EXPECT_THAT(lines(), ElementsAre("newer half", EndsWith("] entry")));
+  EXPECT_THAT(mac.files.tree(directory), ElementsAre("webinstall.log"));
+}
+
+TEST_F(LogFile, IsNotCutWhileAnotherProcessHoldsTheLock) {
+  start();
+  write(std::string(512000, 'x'));
+  mac.files.setLockedByAnother(directory);
+  log("late");
+  mac.dispatch.runMainLoop(Duration{2});
+  EXPECT_GT(content().size(), 512000U);
+  EXPECT_THAT(lines().back(), EndsWith("] late"));
+  mac.files.setLockedByAnother(directory, false);
+  write("entry");
+  EXPECT_LT(content().size(), 512000U);
+}
+
 TEST_F(LogFile, ThatIsALinkIsCutToo) {
   mac.files.addFile("/Users/tester/elsewhere.log", "earlier\n");
   mac.files.addDirectory(directory);

@@ -61,4 +61,8 @@ void logError(LogFormat<std::type_identity_t<First>, std::type_identity_t<Rest>.
       format.location);
 }
 
+// "installer::DMGInstaller::detach" from the compiler's function name: no return type, no arguments. A lambda
+// has the name of its enclosing function.
+std::string_view qualifiedFunctionName(std::string_view compilerName);
+
 }  // namespace installer

@@ -41,28 +41,6 @@ std::string_view levelTag(LogLevel level) {
 
 }  // namespace
 
-std::string_view rawValue(LogLevel level) {
-  switch (level) {
-    case LogLevel::info: return "INFO";
-    case LogLevel::warn: return "WARN";
-    case LogLevel::error: return "ERROR";
-  }
-  return {};
-}
-
-void log(const std::string& message, LogLevel level, std::source_location location) {
-  Logger::shared().log(message, level, location.file_name(), location.line(),
-                       qualifiedFunctionName(location.function_name()));
-}
-
-void logWarn(const std::string& message, std::source_location location) {
-  log(message, LogLevel::warn, location);
-}
-
-void logError(const std::string& message, std::source_location location) {
-  log(message, LogLevel::error, location);
-}
-
 Logger& Logger::shared() {
   static ProcessWide<std::shared_ptr<Logger>> instance{
       [] { return std::make_unique<std::shared_ptr<Logger>>(make()); }};
@@ -111,8 +89,8 @@ std::unique_ptr<FileLock> Logger::lockLog() {
   for (int attempt = 1;; ++attempt) {
     auto lock = machine().files.tryLock(logDirectory_);
     if (!lock) return nullptr;
-    if (*lock != nullptr || !isLockWaitedFor_ || attempt > kLockAttempts) {
-      isLockWaitedFor_ = *lock != nullptr;
+    if (*lock != nullptr || isLockHeldByAnother_ || attempt > kLockAttempts) {
+      isLockHeldByAnother_ = *lock == nullptr;
       return *std::move(lock);
     }
     machine().dispatch.sleep(kLockInterval);
@@ -158,7 +136,8 @@ void Logger::log(std::string_view message, LogLevel level, std::string_view file
     if (!logger) return;
     const auto lock = logger->lockLog();
     logger->reopenIfReplaced();
-    logger->rotateLogFileIfNeeded();
+    // Two rotations at once would lose the log.
+    if (!logger->isLockHeldByAnother_) logger->rotateLogFileIfNeeded();
     logger->write(message, level, where);
   });
 }
@@ -176,10 +155,14 @@ void Logger::write(const std::string& message, LogLevel level, const std::string
   openLogFile();
 }
 
-// Reopens a log that was replaced; a deleted log stays open. A link is always reopened, because its target
-// can change without the link.
+// Reopens a log that was replaced; a deleted log stays open, unless a killed rotation deleted it. A link is
+// always reopened, because its target can change without the link.
 void Logger::reopenIfReplaced() {
   const auto named = machine().files.attributes(currentLogFilePath_);
+  if (!named && !isLockHeldByAnother_ && machine().files.itemExists(temporaryPath())) {
+    createLogFile();
+    openLogFile();
+  }
   if (!named || logFileHandle_ == nullptr) return;
   const auto open = logFileHandle_->attributes();
   if (named->isSymbolicLink || !open || open->identity != named->identity) openLogFile();
@@ -245,30 +228,6 @@ void Logger::flush() {
   logQueue_->async([queue = logQueue_, written] { queue->async([written] { written->signal(); }); });
   // A timeout is ignored: the process exits in either case.
   static_cast<void>(written->waitFor(kFlushLimit));
-}
-
-std::string_view qualifiedFunctionName(std::string_view compilerName) {
-  // The arguments begin at the first parenthesis outside names and template arguments.
-  static constexpr std::string_view kAnonymous = "(anonymous";
-  std::size_t nameStart = 0;
-  std::size_t end = compilerName.size();
-  int depth = 0;
-  for (std::size_t i = 0; i < compilerName.size(); ++i) {
-    const char c = compilerName[i];
-    if (c == '<') ++depth;
-    if (c == '>') --depth;
-    if (depth > 0) continue;
-    if (compilerName.substr(i).starts_with(kAnonymous)) {
-      i += compilerName.substr(i).find(')');
-      continue;
-    }
-    if (c == ' ' || c == '*' || c == '&') nameStart = i + 1;
-    if (c == '(') {
-      end = i;
-      break;
-    }
-  }
-  return compilerName.substr(nameStart, end - nameStart);
 }
 
 }  // namespace installer

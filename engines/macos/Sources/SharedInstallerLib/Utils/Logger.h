@@ -51,7 +51,7 @@ class Logger : public std::enable_shared_from_this<Logger> {
   std::atomic<bool> echoToStandardError_{false};
   Path logDirectory_;
   Path currentLogFilePath_;
-  bool isLockWaitedFor_ = true;  // false after a timeout, until the lock can be taken again
+  bool isLockHeldByAnother_ = false;  // after a timeout, until the lock can be taken again
 
   Path temporaryPath() const;
   void setupLogFile();
@@ -69,9 +69,5 @@ class Logger : public std::enable_shared_from_this<Logger> {
                       std::source_location location = std::source_location::current());
   [[nodiscard]] Result<> replaceByNewerHalf(const Path& temporary, std::string_view content);
 };
-
-// "installer::DMGInstaller::detach" from the compiler's function name: no return type, no arguments. A lambda
-// has the name of its enclosing function.
-std::string_view qualifiedFunctionName(std::string_view compilerName);
 
 }  // namespace installer
