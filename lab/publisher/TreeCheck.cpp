@@ -92,6 +92,8 @@ class TreeCheck {
   void visit(const fs::directory_entry& entry, bool& holdsFolders, bool& holdsPackage);
   void checkReadable(const fs::path& path);
   OrReason<std::string> checkPackage(const Paths& paths);
+  std::vector<CDNLayout> layoutsThatLeadTo(const Paths& paths) const;
+  OrReason<ImageFacts> checkFiles(const fs::path& folder, const PackageMeta& meta, const std::string& app);
   void compareArchitectures();
   void lookForConfigured();
   void report(const fs::path& path, const std::string& problem);
@@ -154,10 +156,7 @@ void TreeCheck::walk(const fs::path& folder) {
 // The line for a sound package.
 OrReason<std::string> TreeCheck::checkPackage(const Paths& paths) {
   const fs::path& folder = paths.front();
-  std::vector<CDNLayout> layouts;
-  for (const auto& path : paths) {
-    if (const auto layout = layoutThatLeadsTo(arguments_.tree, path)) layouts.push_back(*layout);
-  }
+  const auto layouts = layoutsThatLeadTo(paths);
   if (layouts.empty()) return because("no installer reads packages from this folder");
   const auto meta = readMetadata(folder / CDNLayout::kMetadataFileName, arguments_.configuration);
   if (!meta) return std::unexpected(meta.error());
@@ -168,13 +167,28 @@ OrReason<std::string> TreeCheck::checkPackage(const Paths& paths) {
     offers_[{each.distributionRoot, each.appsRoot, each.flavour, each.service, each.release}][each.arch] =
         *meta->version;
   }
-
-  const auto image = folder / *meta->destination;
-  const auto facts = examineImage(image);
+  const auto facts = checkFiles(folder, *meta, layout->service);
   if (!facts) return std::unexpected(facts.error());
+  return fmt::format("{} {} {}: {}, {} bytes, sha256 {}", layout->service, layout->arch, *meta->version,
+                     *meta->destination, facts->size, facts->sha256);
+}
+
+std::vector<CDNLayout> TreeCheck::layoutsThatLeadTo(const Paths& paths) const {
+  std::vector<CDNLayout> layouts;
+  for (const auto& path : paths) {
+    if (const auto layout = layoutThatLeadsTo(arguments_.tree, path)) layouts.push_back(*layout);
+  }
+  return layouts;
+}
+
+OrReason<ImageFacts> TreeCheck::checkFiles(const fs::path& folder, const PackageMeta& meta,
+                                           const std::string& app) {
+  const auto image = folder / *meta.destination;
+  auto facts = examineImage(image);
+  if (!facts) return facts;
   for (const auto& checked :
-       {compare(*meta, *facts),
-        checkBundle(image, arguments_.configuration.bundleIdentifiers.at(layout->service), *meta->version),
+       {compare(meta, *facts),
+        checkBundle(image, arguments_.configuration.bundleIdentifiers.at(app), *meta.version),
         checkNotes(folder / CDNLayout::kReleaseNotesFileName),
         arguments_.team ? checkSignatures(image, *arguments_.team) : OrReason<>{}}) {
     if (!checked) return std::unexpected(checked.error());
@@ -182,8 +196,7 @@ OrReason<std::string> TreeCheck::checkPackage(const Paths& paths) {
   for (const auto& file : fs::directory_iterator{folder}) {
     if (!file.path().filename().string().starts_with('.')) checkReadable(file);
   }
-  return fmt::format("{} {} {}: {}, {} bytes, sha256 {}", layout->service, layout->arch, *meta->version,
-                     *meta->destination, facts->size, facts->sha256);
+  return facts;
 }
 
 void TreeCheck::compareArchitectures() {

@@ -94,6 +94,13 @@ class Sign {
         "Signs Mach-O files (thin and universal), bundles from the inside out (also those whose main "
         "executable is a\nscript), and UDIF disk images, in place.");
     command.add_option("PATH", paths_, "what to sign")->required();
+    addIdentity(command);
+    addContents(command);
+    command.callback([&] { outcome = run(); });
+  }
+
+ private:
+  void addIdentity(CLI::App& command) {
     command.add_option("--authority", authority_, "the folder of a test authority");
     command.add_option("--variant", variant_, kVariantHelp)->check(oneOf(kVariants));
     command.add_option("--identity", identity_,
@@ -102,6 +109,9 @@ class Sign {
     command.add_option("--write-root", rootFile_, "write the identity's root certificate to this PEM file");
     command.add_option("--timestamp", options_.timestampURL,
                        "an RFC 3161 server for secure timestamps; without one the signatures have none");
+  }
+
+  void addContents(CLI::App& command) {
     command.add_option("--identifier", options_.identifier, "else CFBundleIdentifier, else the file's name");
     command.add_option("--team", options_.team,
                        "written into the code directory instead of the leaf's own team");
@@ -121,10 +131,8 @@ class Sign {
         "signing time, e.g. 20240131120000Z; default: now");
     command.add_flag("--keep-nested", options_.keepNested,
                      "seal nested code unchanged instead of signing it again");
-    command.callback([&] { outcome = run(); });
   }
 
- private:
   void takeTime(const std::string& text) {
     BERElement element;
     element.tag = kBERGeneralizedTime;
