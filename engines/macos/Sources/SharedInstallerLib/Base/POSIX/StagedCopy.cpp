@@ -20,7 +20,7 @@ StagedCopy::~StagedCopy() {
 bool StagedCopy::commit(const struct stat& made) {
   // Flushes the bytes before the rename: after a loss of power the disk can have the new name without the
   // bytes written before it.
-  if (!flushVolume(folder_)) return false;
+  if (!flushTree(folder_, stagingName())) return false;
   committed_ = renameWithoutReplacing(folder_, stagingName(), folder_, name_.c_str());
   if (!committed_) return false;
   // Flushes the name too, because the caller may rely on it: a move then removes the original.

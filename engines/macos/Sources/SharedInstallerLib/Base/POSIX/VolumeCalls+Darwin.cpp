@@ -35,7 +35,8 @@ std::optional<RemovalFacts> removalFacts(int folder, const char* name) {
   return RemovalFacts{status->st_mode, status->st_uid, isProtected};
 }
 
-bool flushVolume(int folder) {
+// The system has no call for one tree; the volume of an attached image is another one.
+bool flushTree(int folder, const char* /*name*/) {
   if (fsync_volume_np(folder, SYNC_VOLUME_FULLSYNC | SYNC_VOLUME_WAIT) == 0) return true;
   if (errno == EIO) return false;
   // Not every volume supports that call; every volume supports sync.

@@ -1,14 +1,35 @@
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 #include "Base/POSIX/FileTree.h"
 #include "Base/POSIX/VolumeCalls.h"
 
 namespace installer {
+
+namespace {
+
+// EACCES for an item that its owner may not read. A link is part of its folder.
+bool flushItem(int folder, const char* name) {
+  const auto status = linkStatus(folder, name);
+  if (!status) return false;
+  const bool isFolder = S_ISDIR(status->st_mode);
+  if (!isFolder && !S_ISREG(status->st_mode)) return true;
+  const FileDescriptor item{::openat(folder, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK)};
+  if (!item) return false;
+  const auto names = isFolder ? namesIn(item.get()) : std::vector<std::string>{};
+  if (!names) return false;
+  const auto flushed = [&](const std::string& each) { return flushItem(item.get(), each.c_str()); };
+  return std::ranges::all_of(*names, flushed) && ::fsync(item.get()) == 0;
+}
+
+}  // namespace
 
 bool renameWithoutReplacing(int oldFolder, const char* oldName, int newFolder, const char* newName) {
   if (::renameat2(oldFolder, oldName, newFolder, newName, RENAME_NOREPLACE) == 0) return true;
@@ -29,8 +50,10 @@ std::optional<RemovalFacts> removalFacts(int folder, const char* name) {
   return RemovalFacts{status.stx_mode, status.stx_uid, (status.stx_attributes & protecting) != 0};
 }
 
-bool flushVolume(int folder) {
-  return ::syncfs(folder) == 0;
+// Item by item: syncfs also writes all other files of the volume, for example those of an unpacked image,
+// which are removed next.
+bool flushTree(int folder, const char* name) {
+  return flushItem(folder, name) || (errno == EACCES && ::syncfs(folder) == 0);
 }
 
 void flushFolder(int folder) {

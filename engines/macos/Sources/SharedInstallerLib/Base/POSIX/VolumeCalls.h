@@ -22,8 +22,9 @@ struct RemovalFacts {
 // The facts of the entry `name` of the open directory `folder`; absent with errno set. Doesn't follow a link.
 std::optional<RemovalFacts> removalFacts(int folder, const char* name);
 
-// Flushes all writes on the volume of the open directory `folder` to the disk. False with errno set.
-bool flushVolume(int folder);
+// Flushes the item `name` of the open directory `folder`, with all its contents, to the disk; its own name
+// excepted. False with errno set.
+bool flushTree(int folder, const char* name);
 
 // Flushes the names in the open directory `folder`, if its volume supports that.
 void flushFolder(int folder);
