@@ -234,6 +234,14 @@ TEST_F(EngineInstall, WaitsForADownloadThatKeepsReporting) {
   EXPECT_EQ(outcome().back(), "done install 0: brenna installed /Applications/Brenna.app 2.0");
 }
 
+TEST_F(EngineInstall, WaitsForAPasswordWithoutLimit) {
+  provider->on(brenna).delivers(image(brenna, "2.0"));
+  machine.files.setWritable("/Applications", false);
+  machine.administrator.takes(900s);
+  EXPECT_EQ(install({brenna}), 0);
+  EXPECT_EQ(outcome().back(), "done install 0: brenna installed /Applications/Brenna.app 2.0");
+}
+
 TEST_F(EngineInstall, StopsWaitingForAVerificationThatStaysSilent) {
   provider->on(brenna).delivers(image(brenna, "2.0"));
   machine.programs.on(machine.paths.spctl).takes(700s);
@@ -363,6 +371,27 @@ TEST_F(EngineInstallInTurn, ClearsTheLogCopiesOfAnInterruptedExport) {
   provider->on(brenna).delivers(image(brenna, "2.0"));
   EXPECT_EQ(install({brenna}), 0);
   EXPECT_FALSE(machine.files.exists(staging));
+}
+
+TEST_F(EngineInstallInTurn, ClearsWhatAKilledEngineLeftUnderAnyName) {
+  machine.files.addLeftover("/Applications/Kelo Rulo 2.app");
+  machine.files.addFile("/Applications/.My Brenna.app.kelo-uninstall/Contents/Resources/text");
+  machine.files.addFile("/Applications/.notes");
+  provider->on(tolvi).delivers(image(tolvi, "3.1"));
+  EXPECT_EQ(install({tolvi}), 0);
+  EXPECT_THAT(machine.files.contentsOfDirectory("/Applications").value(),
+              ::testing::UnorderedElementsAre("Kelo Tolvi.app", ".notes"));
+}
+
+TEST_F(EngineInstallInTurn, PutsBackTheAppOfAnInterruptedRemovalThatNeedsAPassword) {
+  const Path staged = "/Applications/.Brenna.app.kelo-uninstall";
+  addInstalled(brenna, "1.0");
+  ASSERT_TRUE(machine.files.moveItem("/Applications/Brenna.app", staged));
+  machine.files.setWritable(staged + "/Contents", false);
+  provider->on(tolvi).delivers(image(tolvi, "3.1"));
+  EXPECT_EQ(install({tolvi}), 0);
+  EXPECT_TRUE(machine.files.exists("/Applications/Brenna.app/Contents/Info.plist"));
+  EXPECT_FALSE(machine.files.exists(staged));
 }
 
 TEST_F(EngineInstallInTurn, HoldsTheTurnUntilTheDownloadIsDeleted) {

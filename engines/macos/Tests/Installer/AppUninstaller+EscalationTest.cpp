@@ -73,6 +73,19 @@ TEST_F(EscalatedRemoval, WithARefusedPromptLeavesTheAppInstalled) {
   EXPECT_THAT(mac.logLines("lsregister"), IsEmpty());
 }
 
+TEST_F(EscalatedRemoval, DeletesTheRestOfAnInterruptedRemoval) {
+  const Path rest = "/Applications/.Brenna.app.kelo-uninstall";
+  ASSERT_TRUE(mac.files.removeItem("/Applications/Brenna.app"));
+  mac.files.addFile(rest + "/Contents/Resources/text");
+  uninstall(Password::isNeverAskedFor);
+  EXPECT_TRUE(result.alreadyAbsent);
+  EXPECT_TRUE(mac.files.exists(rest));
+  uninstall(Password::mayBeAskedFor);
+  EXPECT_TRUE(result.success);
+  EXPECT_EQ(mac.administrator.commandLines(), Lines{removeStaged});
+  EXPECT_FALSE(mac.files.exists(rest));
+}
+
 TEST_F(EscalatedRemoval, OfAnUnstagedAppWithARefusedPromptHasNothingToPutBack) {
   mac.files.setWritable("/Applications", false);
   mac.administrator.dismissesNext();

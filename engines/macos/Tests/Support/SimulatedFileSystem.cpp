@@ -385,7 +385,7 @@ void SimulatedFileSystem::duplicate(const Path& source, const Path& destination)
 }
 
 Path SimulatedFileSystem::leftoverName(const Path& path) {
-  return joined(parentFolder(path), "." + lastPathComponent(path) + ".leftover");
+  return joined(parentFolder(path), "." + lastPathComponent(path) + ".kelo-copy-7");
 }
 
 // Failures with the texts of the platform.

@@ -7,7 +7,6 @@
 #include "Installer/DMGInstaller.h"
 #include "Platform/Machine.h"
 #include "Utils/ExistingAppDetector.h"
-#include "Utils/KeloAppProvider.h"
 #include "Utils/Log.h"
 #include "Utils/LogExport.h"
 
@@ -40,9 +39,7 @@ std::optional<AppTurn> tryTakeFromPlace(const AppInfo& app) {
   if (*lock == nullptr) return std::nullopt;
   ExistingAppDetector::forgetCachedBundle(joined(folder, app.appBundleName));
   // No other engine works now, so all unfinished work is from killed engines.
-  for (const auto& each : KeloAppProvider::shared().allApps()) {
-    AppUninstaller::clearInterruptedWork(each);
-  }
+  AppUninstaller::clearInterruptedWork();
   DMGInstaller::detachInterrupted();
   LogExport::clearInterruptedExports();
   return AppTurn{*std::move(lock)};

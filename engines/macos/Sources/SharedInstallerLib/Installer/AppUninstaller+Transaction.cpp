@@ -16,29 +16,16 @@ namespace installer {
 namespace {
 
 constexpr int kStagingCandidates = 20;
+constexpr std::string_view kStagingEnding = ".kelo-uninstall";
 
 // Number 0 is the plain name, the others contain their number.
 Path stagingPath(const Path& path, int number) {
-  auto name = fmt::format(".{}.kelo-uninstall", lastPathComponent(path));
+  auto name = fmt::format(".{}{}", lastPathComponent(path), kStagingEnding);
   if (number > 0) name += fmt::format(".{}", number);
   return joined(parentFolder(path), name);
 }
 
 }  // namespace
-
-void AppUninstaller::clearInterruptedWork(const AppInfo& app) {
-  FileSystem& files = machine().files;
-  const auto path = joined(machine().paths.applications, app.appBundleName);
-  Removal::clearLeftovers(path);
-  for (int number = 0; number < kStagingCandidates; ++number) {
-    const auto staged = stagingPath(path, number);
-    if (!files.itemExists(staged)) continue;
-    log("AppUninstaller: clearing a leftover staging path at {}", staged);
-    if (const auto removed = files.removeItem(staged); !removed) {
-      logWarn("AppUninstaller: " + removed.error().localizedDescription);
-    }
-  }
-}
 
 std::optional<Path> Removal::claimStagingPath() const {
   FileSystem& files = machine().files;
@@ -97,6 +84,18 @@ bool bundleLooksIntact(const Path& path) {
   return executable && machine().files.fileExists(joined(joined(path, "Contents/MacOS"), *executable));
 }
 
+// Puts a bundle back that can't be removed without authorization: the user would otherwise miss a complete
+// app.
+void clearStaged(const Path& staged, const Path& path) {
+  log("AppUninstaller: clearing a leftover staging path at {}", staged);
+  const auto removed = machine().files.removeItem(staged);
+  if (removed) return;
+  logWarn("AppUninstaller: " + removed.error().localizedDescription);
+  if (!bundleLooksIntact(staged) || !machine().files.moveItem(staged, path)) return;
+  ExistingAppDetector::forgetCachedBundle(path);
+  log("AppUninstaller: restored {} to {}", lastPathComponent(path), path);
+}
+
 void unregisterFromLaunchServices(const Path& path) {
   const Path& lsregister = machine().paths.lsregister;
   if (!machine().files.isExecutable(lsregister)) return;
@@ -109,6 +108,31 @@ void unregisterFromLaunchServices(const Path& path) {
 }
 
 }  // namespace
+
+void AppUninstaller::clearInterruptedWork() {
+  constexpr std::string_view mark = ".kelo-";
+  const Path& folder = machine().paths.applications;
+  for (const auto& name : machine().files.contentsOfDirectory(folder).value_or(std::vector<std::string>{})) {
+    const auto end = name.rfind(mark);
+    if (!name.starts_with('.') || end == std::string::npos || end == 0) continue;
+    const auto path = joined(folder, name.substr(1, end - 1));
+    if (name.substr(end).starts_with(kStagingEnding)) {
+      clearStaged(joined(folder, name), path);
+    } else {
+      Removal::clearLeftovers(path);
+    }
+  }
+}
+
+std::optional<UninstallResult> Removal::removeStagedRest(const Path& path) {
+  if (!allowAdminEscalation_) return std::nullopt;
+  for (int number = 0; number < kStagingCandidates; ++number) {
+    path_ = path;
+    location_ = stagingPath(path, number);
+    if (machine().files.itemExists(location_)) return escalatedRemoval();
+  }
+  return std::nullopt;
+}
 
 bool Removal::restore() {
   if (!bundleLooksIntact(location_)) {

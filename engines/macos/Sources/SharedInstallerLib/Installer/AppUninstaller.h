@@ -53,9 +53,9 @@ class AppUninstaller {
                                                    bool allowAdminEscalation,
                                                    const std::function<bool()>& mayGoOn = {});
 
-  // Removes the hidden siblings that a killed install or removal of the app left. Only while no other engine
-  // can work on the app. Failures are ignored.
-  static void clearInterruptedWork(const AppInfo& app);
+  // Removes the hidden items that killed installs and removals left in the applications folder. Puts back a
+  // complete bundle that only an administrator may remove. Only with the turn. Failures are ignored.
+  static void clearInterruptedWork();
 };
 
 }  // namespace installer

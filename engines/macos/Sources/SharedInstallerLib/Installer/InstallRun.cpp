@@ -1,5 +1,6 @@
 #include "Installer/InstallRun.h"
 
+#include <algorithm>
 #include <cassert>
 #include <utility>
 
@@ -31,6 +32,11 @@ void InstallRunDelegate::orchestratorIsWaiting(const std::optional<std::string>&
   noteActivity();
 }
 
+void InstallRunDelegate::excludeFromIdleTime(Duration blocked) {
+  const auto now = machine().dispatch.now();
+  lastActivity_ = std::min(now, lastActivity_ + std::chrono::duration_cast<TimePoint::duration>(blocked));
+}
+
 InstallRun::InstallRun(const std::shared_ptr<PackageProvider>& provider,
                        std::shared_ptr<InstallRunDelegate> delegate)
     : delegate_{std::move(delegate)}, orchestrator_{std::make_shared<InstallOrchestrator>(provider)} {
@@ -41,8 +47,12 @@ InstallRun::End InstallRun::run(const std::vector<AppInfo>& apps) {
   assert(machine().dispatch.isMainThread());
   orchestrator_->startInstallation(apps);
   while (!delegate_->isFinished()) {
-    if (machine().dispatch.now() >= delegate_->lastActivity() + kIdleLimit) return End::idle;
+    const auto begin = machine().dispatch.now();
+    if (begin >= delegate_->lastActivity() + kIdleLimit) return End::idle;
     machine().dispatch.runMainLoop(RunRules::kRunLoopSlice);
+    // A password prompt blocks the main thread for as long as the user needs; the work continues after it.
+    const Duration blocked = machine().dispatch.now() - begin - RunRules::kRunLoopSlice;
+    if (blocked > RunRules::kRunLoopSlice) delegate_->excludeFromIdleTime(blocked);
   }
   waitForDeletion();
   return End::finished;

@@ -26,6 +26,9 @@ class InstallRunDelegate : public InstallOrchestratorDelegate {
   void orchestratorDidFinish(const std::vector<AppInstallResult>& results) override;
   void orchestratorIsWaiting(const std::optional<std::string>& message) override;  // counts as progress
 
+  // Excludes `blocked`, which ends now, from the idle time.
+  void excludeFromIdleTime(Duration blocked);
+
  protected:
   InstallRunDelegate();  // starts the idle time
   void noteActivity();

@@ -45,6 +45,9 @@ class Removal {
 
   // +Transaction.
   std::optional<Path> claimStagingPath() const;
+  // Deletes, as administrator, the rest of an interrupted removal of the bundle at `path`. Absent when there
+  // is none.
+  std::optional<UninstallResult> removeStagedRest(const Path& path);
   // The first directory that would stop an unprivileged delete; absent when there is none.
   std::optional<Path> firstUnwritableDirectory() const;
   // Deletes the bundle as administrator. If that fails, a staged bundle is restored.
