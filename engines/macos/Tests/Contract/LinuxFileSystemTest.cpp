@@ -309,6 +309,16 @@ TEST_F(LinuxFiles, ATreeAsDeepAsAllowedIsWalkedWith256Descriptors) {
   EXPECT_EQ(status, 0);
 }
 
+TEST_F(LinuxFiles, CountAsLockedWhenTheProcessHasNoDescriptorLeft) {
+  const int status = inChild([&] {
+    const rlimit none{0, 256};
+    if (::setrlimit(RLIMIT_NOFILE, &none) != 0) return 2;
+    const auto lock = files.tryLock(folder.path());
+    return lock && *lock == nullptr ? 0 : 3;
+  });
+  EXPECT_EQ(status, 0);
+}
+
 TEST_F(LinuxFiles, ATreeThatIsTooDeepIsRefusedAndNothingIsLeft) {
   std::string deep = "deep";
   for (int depth = 0; depth < 300; ++depth) deep += "/d";

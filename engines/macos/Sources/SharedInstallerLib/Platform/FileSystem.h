@@ -140,7 +140,8 @@ class FileSystem {
 
   // Locks the file or folder at `path` (links are followed) against every other lock of it, by this process,
   // other processes or other users. Requires read permission, changes nothing on disk and stops no reader or
-  // writer that takes no lock. Null while another holder has it. Child processes don't inherit the lock.
+  // writer that takes no lock. Null while another holder has it, or when the process has no descriptor or
+  // memory to find out. Child processes don't inherit the lock.
   [[nodiscard]] virtual Result<std::unique_ptr<FileLock>> tryLock(const Path& path) = 0;
 
   // Removes the hidden siblings that killed copies to `path` and killed removals of it left, but no sibling

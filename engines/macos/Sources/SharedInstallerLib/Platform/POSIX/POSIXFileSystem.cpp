@@ -78,7 +78,8 @@ bool POSIXFileSystem::isHiddenVolume(const Path& path) {
 
 Result<std::unique_ptr<FileLock>> POSIXFileSystem::tryLock(const Path& path) {
   if (auto lock = ItemLock::tryTake(path)) return std::make_unique<DescriptorLock>(*std::move(lock));
-  if (errno == EWOULDBLOCK) return nullptr;
+  // A process without a free descriptor can't know whether the lock is held.
+  if (errno == EWOULDBLOCK || errno == EMFILE || errno == ENFILE || errno == ENOMEM) return nullptr;
   return fileFailure(FileAccess::read, errno, path, "locked");
 }
 
