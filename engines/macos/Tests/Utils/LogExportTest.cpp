@@ -285,6 +285,14 @@ TEST_F(LogExportTest, ClearsWhatExportsOfEndedProcessesLeft) {
   }
 }
 
+TEST_F(LogExportTest, DoesNotFollowALinkUnderTheNameOfItsFolder) {
+  machine.files.addFile("/Users/tester/Documents/webinstall.log", "mine");
+  machine.files.addSymlink(staging, "/Users/tester/Documents");
+  ASSERT_TRUE(LogExport::exportLogs("/out"));
+  EXPECT_EQ(machine.files.tree("/Users/tester/Documents"), Lines{"webinstall.log"});
+  EXPECT_EQ(machine.files.read("/Users/tester/Documents/webinstall.log"), "mine");
+}
+
 TEST_F(LogExportTest, HoldsTheLockOfItsFolderWhileItWorks) {
   bool wasLocked = false;
   machine.programs.on(machine.paths.ditto).doesNext([&](const test::Arguments&) {

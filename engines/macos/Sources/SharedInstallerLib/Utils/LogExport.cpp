@@ -45,13 +45,17 @@ Result<std::unique_ptr<FileLock>> makeStaging(const Path& staging) {
   auto& files = machine().files;
   clearInterruptedExports();
   for (int attempt = 0; attempt < 10; ++attempt) {
+    // A link under this name would lead the copies, and their removal, to another folder.
+    if (files.isSymbolicLink(staging)) static_cast<void>(files.removeItem(staging));
     if (auto made = files.createDirectory(staging, FileSystem::Intermediates::create); !made) {
       return handOn(made);
     }
     auto lock = files.tryLock(staging);
     const bool isBeingCleared = (lock && *lock == nullptr) || !files.directoryExists(staging);
-    if (!isBeingCleared) return lock ? *std::move(lock) : nullptr;
+    if (!isBeingCleared && !files.isSymbolicLink(staging)) return lock ? *std::move(lock) : nullptr;
   }
+  auto made = files.createDirectory(staging, FileSystem::Intermediates::require);
+  if (!made) return std::unexpected(std::move(made.error()));
   return nullptr;
 }
 
@@ -64,14 +68,9 @@ Result<std::vector<std::string>> logNames(const Path& directory) {
   return names;
 }
 
-bool isLink(const Path& path) {
-  const auto attributes = machine().files.attributes(path);
-  return attributes && attributes->isSymbolicLink;
-}
-
 // Copies the target's bytes for a link: the link itself is broken on another machine.
 Result<> copyLog(const Path& source, const Path& copy) {
-  if (!isLink(source)) return machine().files.copyItem(source, copy);
+  if (!machine().files.isSymbolicLink(source)) return machine().files.copyItem(source, copy);
   const auto bytes = readBoundedFile(machine().files, source, kLargestLog);
   if (!bytes) return handOn(bytes);
   return machine().files.writeFile(copy, *bytes);
@@ -83,7 +82,7 @@ void collectOne(const Path& source, const Path& copy, Collected& collected) {
         fmt::format("[skipped] {} — copy failed: {}", source, result.error().localizedDescription));
     return;
   }
-  const auto attributes = machine().files.attributes(isLink(source) ? copy : source);
+  const auto attributes = machine().files.attributes(machine().files.isSymbolicLink(source) ? copy : source);
   const auto size = attributes ? std::to_string(attributes->size) : "?";
   collected.notes.push_back(fmt::format("[included] {} ({} bytes)", source, size));
   ++collected.copied;
