@@ -9,7 +9,7 @@
 
 namespace lab {
 
-inline constexpr std::uint64_t sectorSize = 512;
+inline constexpr std::uint64_t kSectorSize = 512;
 
 struct BlockRun {
   std::uint64_t firstSector = 0;  // counted from the table's own first sector

@@ -53,16 +53,16 @@ OrReason<> makeHybrid(const fs::path& folder, const std::string& volumeName, con
 }
 
 OrReason<Extent> findHFS(int hybrid) {
-  std::array<std::uint8_t, sectorSize> entry{};
+  std::array<std::uint8_t, kSectorSize> entry{};
   for (std::uint64_t index = 1, count = 1; index <= count && index < 64; ++index) {
-    const auto at = static_cast<off_t>(index * sectorSize);
+    const auto at = static_cast<off_t>(index * kSectorSize);
     if (pread(hybrid, entry.data(), entry.size(), at) != static_cast<ssize_t>(entry.size())) break;
     if (loadBig<std::uint16_t>(entry.data()) != 0x504d) break;
     count = loadBig<std::uint32_t>(entry.data() + 4);
     const std::string type{reinterpret_cast<const char*>(entry.data()) + 48, 9};
     if (type != "Apple_HFS") continue;
-    return Extent{loadBig<std::uint32_t>(entry.data() + 8) * sectorSize,
-                  loadBig<std::uint32_t>(entry.data() + 12) * sectorSize};
+    return Extent{loadBig<std::uint32_t>(entry.data() + 8) * kSectorSize,
+                  loadBig<std::uint32_t>(entry.data() + 12) * kSectorSize};
   }
   return because("xorriso made no HFS+ partition");
 }

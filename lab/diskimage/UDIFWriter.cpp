@@ -17,7 +17,7 @@ namespace lab {
 namespace {
 
 constexpr std::uint64_t kSchemeSectors = 64;
-constexpr std::size_t kRunBytes = kSectorsPerRun * sectorSize;
+constexpr std::size_t kRunBytes = kSectorsPerRun * kSectorSize;
 
 const Bytef* units(std::string_view bytes) {
   return reinterpret_cast<const Bytef*>(bytes.data());
@@ -39,8 +39,8 @@ class DataFork {
     compress2(reinterpret_cast<Bytef*>(packed_.data()), &size, units(bytes), bytes.size(),
               Z_DEFAULT_COMPRESSION);
     packed_.resize(size);
-    table.runs.push_back({table.sectorCount, bytes.size() / sectorSize, length, size});
-    table.sectorCount += bytes.size() / sectorSize;
+    table.runs.push_back({table.sectorCount, bytes.size() / kSectorSize, length, size});
+    table.sectorCount += bytes.size() / kSectorSize;
     table.checksum = crcOf(table.checksum, bytes);
     checksum = crcOf(checksum, packed_);
     length += size;
@@ -75,7 +75,7 @@ OrReason<> addVolume(DataFork& fork, BlockTable& table, int volume) {
     const auto count = readFull(volume, buffer);
     if (!count) return std::unexpected(count.error());
     if (*count == 0) return {};
-    if (*count % sectorSize != 0) return because("the volume's size isn't a multiple of the sector size");
+    if (*count % kSectorSize != 0) return because("the volume's size isn't a multiple of the sector size");
     if (interruption() != 0) return because("interrupted");
     const auto added = fork.add(table, std::string_view{buffer.data(), *count});
     if (!added) return added;
@@ -112,7 +112,7 @@ OrReason<> finishImage(int image, const DataFork& fork, std::span<const BlockTab
 // Stores one 512-byte entry of the partition map.
 void storePartition(std::string& scheme, std::size_t index, std::string_view name, std::string_view type,
                     std::uint64_t first, std::uint64_t count) {
-  auto* at = reinterpret_cast<std::uint8_t*>(scheme.data()) + index * sectorSize;
+  auto* at = reinterpret_cast<std::uint8_t*>(scheme.data()) + index * kSectorSize;
   storeBig<std::uint16_t>(at, 0x504d);  // "PM"
   storeBig<std::uint32_t>(at + 4, 2);   // entries in the map
   storeBig(at + 8, static_cast<std::uint32_t>(first));
@@ -126,10 +126,10 @@ void storePartition(std::string& scheme, std::size_t index, std::string_view nam
 }  // namespace
 
 std::string partitionScheme(std::uint64_t volumeSectors) {
-  std::string scheme(kSchemeSectors * sectorSize, '\0');
+  std::string scheme(kSchemeSectors * kSectorSize, '\0');
   auto* at = reinterpret_cast<std::uint8_t*>(scheme.data());
   storeBig<std::uint16_t>(at, 0x4552);  // "ER"
-  storeBig<std::uint16_t>(at + 2, sectorSize);
+  storeBig<std::uint16_t>(at + 2, kSectorSize);
   storeBig(at + 4, static_cast<std::uint32_t>(kSchemeSectors + volumeSectors));
   storePartition(scheme, 1, "Apple", "Apple_partition_map", 1, kSchemeSectors - 1);
   storePartition(scheme, 2, "disk image", "Apple_HFS", kSchemeSectors, volumeSectors);
@@ -140,7 +140,7 @@ OrReason<> writeUDIF(const fs::path& volumeFile, int image) {
   const installer::FileDescriptor volume{open(volumeFile.c_str(), O_RDONLY | O_CLOEXEC)};
   if (!volume) return becauseOfErrno(volumeFile.string());
   std::error_code error;
-  const std::uint64_t sectors = fs::file_size(volumeFile, error) / sectorSize;
+  const std::uint64_t sectors = fs::file_size(volumeFile, error) / kSectorSize;
   if (error || sectors == 0 || sectors > UINT32_MAX - kSchemeSectors)
     return because("the volume has no usable size");
   const std::string scheme = partitionScheme(sectors);
@@ -148,8 +148,8 @@ OrReason<> writeUDIF(const fs::path& volumeFile, int image) {
                                  {"Apple (Apple_partition_map : 1)", 1, 0, 0, {}, 0},
                                  {"disk image (Apple_HFS : 2)", kSchemeSectors, 0, 0, {}, 0}};
   DataFork fork{image};
-  auto added = fork.add(tables[0], std::string_view{scheme}.substr(0, sectorSize));
-  if (added) added = fork.add(tables[1], std::string_view{scheme}.substr(sectorSize));
+  auto added = fork.add(tables[0], std::string_view{scheme}.substr(0, kSectorSize));
+  if (added) added = fork.add(tables[1], std::string_view{scheme}.substr(kSectorSize));
   if (added) added = addVolume(fork, tables[2], volume.get());
   if (!added) return added;
   return finishImage(image, fork, tables);

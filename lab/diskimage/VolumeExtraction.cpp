@@ -153,7 +153,7 @@ class Restoration {
   // Sets the mode from the volume, and the quarantine attribute.
   OrReason<> mark(const fs::path& path, mode_t mode) const {
     chmod(path.c_str(), mode | 0200U);
-    const auto marked = setAttribute(path, std::string{quarantineAttribute}, quarantine_);
+    const auto marked = setAttribute(path, std::string{kQuarantineAttribute}, quarantine_);
     if (chmod(path.c_str(), mode) != 0) return becauseOfErrno(path.string());
     if (!marked && !keepsNoAttributes(path)) return marked;
     return {};

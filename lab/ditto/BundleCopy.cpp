@@ -149,7 +149,7 @@ class Copy {
     const auto names = attributeNames(from);
     if (!names) return std::unexpected(names.error());
     for (const std::string& name : *names) {
-      if (quarantine_ == QuarantineMark::drop && name == quarantineAttribute) continue;
+      if (quarantine_ == QuarantineMark::drop && name == kQuarantineAttribute) continue;
       const auto value = attribute(from, name);
       if (!value) return std::unexpected(value.error());
       if (!value->has_value()) continue;

@@ -12,7 +12,7 @@
 
 namespace lab {
 
-inline constexpr std::string_view quarantineAttribute = "com.apple.quarantine";
+inline constexpr std::string_view kQuarantineAttribute = "com.apple.quarantine";
 
 OrReason<std::vector<std::string>> attributeNames(const std::filesystem::path& path);
 
