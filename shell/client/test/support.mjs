@@ -8,6 +8,8 @@ export const project = fileURLToPath(new URL('../../..', import.meta.url));
 export const packageFolder = process.env.KELO_SHELL_CLIENT ?? join(project, 'build/shell/client');
 export const client = await import(pathToFileURL(join(packageFolder, 'dist/esm/index.js')));
 export const transcripts = join(project, 'protocol/transcripts');
+/** The identifiers of the catalog. */
+export const apps = JSON.parse(readFileSync(join(project, 'protocol/catalog.json'), 'utf8')).apps.map((app) => app.id);
 
 /** The lines of a transcript. */
 export function lines(name) {
