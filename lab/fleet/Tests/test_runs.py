@@ -95,7 +95,7 @@ def test_after_too_many_failures_no_further_host_is_begun(fakes):
 
 
 def test_a_ring_takes_only_installers_of_its_release_and_the_report_has_them(fakes):
-    soon = (datetime.datetime.now(datetime.UTC) + datetime.timedelta(days=9)).strftime("%Y-%m-%d")
+    soon = (datetime.datetime.now(datetime.timezone.utc) + datetime.timedelta(days=9)).strftime("%Y-%m-%d")
     for host, configuration in (("pilot", {"cdn": {"release": "pilot"}, "expiresOn": {"online": soon, "offline": "2001-01-01"}}),
                                 ("broad", {"expiresOn": {"online": "2999-12-31"}}), ("odd", ["no object"])):
         fakes.fake(host, DONE, brenna="2.0")
@@ -118,16 +118,57 @@ def test_a_ring_takes_only_installers_of_its_release_and_the_report_has_them(fak
     assert [line for line in lines if "expires" in line] == [["pilot", "ok", "expires", "7.8", soon]]
 
 
+def test_an_answer_without_apps_is_a_failure_that_counts_and_has_a_note(fakes):
+    for host in ("odd", "fine", "later"):
+        fakes.fake(host, DONE, brenna="2.0")
+    (fakes.folder / "odd/hello").write_text('{"type": "hello", "mode": "online"}\n')
+    fakes.play(batches=[2, "100%"], kelo_desk_apps=["brenna"], kelo_desk_max_failures=0)
+    assert [entry["verdict"] for entry in fakes.report.values()] == ["failed", "ok", "held"]
+    assert fakes.report["odd"]["note"].endswith("odd/engine-cli: an answer without 'apps'")
+
+
 # Reading the engine's output.
 
-@pytest.fixture(scope="module")
-def reading(tmp_path_factory):
-    """The plugin as a module. The import of Ansible creates a folder, by default in the home folder."""
-    os.environ["ANSIBLE_LOCAL_TEMP"] = str(tmp_path_factory.mktemp("ansible"))
-    spec = importlib.util.spec_from_file_location("run", FLEET / "roles/kelo_desk/action_plugins/kelo_desk_run.py")
+def plugin(kind, name):
+    spec = importlib.util.spec_from_file_location(name, FLEET / f"roles/kelo_desk/{kind}_plugins/{name}.py")
     module = importlib.util.module_from_spec(spec)
     spec.loader.exec_module(module)
     return module
+
+
+@pytest.fixture(scope="module", autouse=True)
+def ansible_folder(tmp_path_factory):
+    """The import of Ansible creates a folder, by default in the home folder."""
+    os.environ["ANSIBLE_LOCAL_TEMP"] = str(tmp_path_factory.mktemp("ansible"))
+
+
+@pytest.fixture(scope="module")
+def reading(ansible_folder):
+    return plugin("action", "kelo_desk_run")
+
+
+@pytest.fixture
+def reporting(ansible_folder, monkeypatch):
+    """The filters, without what Python 3.9, the oldest one of Ansible 2.14, doesn't have."""
+    monkeypatch.delattr(datetime, "UTC", raising=False)
+    module = plugin("filter", "kelo_desk")
+    module.zip = lambda *rows: zip(*rows)  # noqa: B905, PLW0108 (takes no other arguments)
+    return module
+
+
+@pytest.mark.parametrize("expires, listed", [("2001-1-5", True), ("2001-01-05", True), ("2999-1-5", False), ("2001-02-30", False),
+                                             ("2001-1", False), ("2001-1-5-1", False), ("soon", False), (None, False)])
+def test_the_table_lists_an_expiry_in_each_form_that_the_engine_accepts(reporting, expires, listed):
+    outcome = {"verdict": "ok", "apps": {}, "note": None, "installer": {"version": "7.8", "expires": expires}}
+    lines = reporting.table({"host": {"kelo_desk_outcome": outcome}}, ["host"], [], 30)
+    assert any("expires" in line for line in lines) == listed
+
+
+def test_a_failed_task_counts_as_a_failed_host(reporting):
+    outcomes = {"failed": {"verdict": "failed"}, "task": {"failed": True, "msg": "no module"}, "fine": {"verdict": "ok"},
+                "gone": {"unreachable": True}, "waiting": None}
+    hosts = {host: {"kelo_desk_outcome": outcome} if outcome else {} for host, outcome in outcomes.items()}
+    assert reporting.failures(hosts, list(hosts)) == 2
 
 
 def echo(*messages):

@@ -157,6 +157,8 @@ class ActionModule(ActionBase):
             return {**result, **(self._prediction(before) if self._task.check_mode else self._outcome(before))}
         except NoAnswerError as silence:
             return {**result, **self._told({}, None, str(silence), "failed")}
+        except KeyError as key:
+            return {**result, **self._told({}, None, f"{self._engine}: an answer without {key}", "failed")}
 
     def _read_arguments(self):
         given = self._task.args

@@ -23,17 +23,18 @@ def _versions(app):
 
 
 def _expires_soon(installer, days):
-    """Whether the last day is at most `days` away or past. An invalid date counts as absent."""
+    """Whether the last day is at most `days` away or past. An invalid date counts as absent. Like for the engine, a month and a
+    day can have one digit."""
     try:
-        last = datetime.date.fromisoformat(installer.get("expires") or "")
-    except ValueError:
+        last = datetime.date(*map(int, (installer.get("expires") or "").split("-")))
+    except (TypeError, ValueError):
         return False
-    return last - datetime.datetime.now(datetime.UTC).date() <= datetime.timedelta(days=int(days))
+    return last - datetime.datetime.now(datetime.timezone.utc).date() <= datetime.timedelta(days=int(days))
 
 
 def failures(hostvars, hosts):
     """The number of failed hosts so far."""
-    return sum((hostvars[host].get("kelo_desk_outcome") or {}).get("verdict") == "failed" for host in hosts)
+    return sum(_outcome(hostvars, host, hosts)["verdict"] == "failed" for host in hosts)
 
 
 def table(hostvars, hosts, waiting, days):
@@ -49,7 +50,7 @@ def table(hostvars, hosts, waiting, days):
         if _expires_soon(outcome.get("installer") or {}, days):
             rows.append((*head, "", "expires", outcome["installer"]["version"] or "", outcome["installer"]["expires"]))
     widths = [max(len(row[column]) for row in rows) for column in range(5)]
-    return ["  ".join([*(cell.ljust(width) for cell, width in zip(row, widths, strict=False)), row[5]]).rstrip() for row in rows]
+    return ["  ".join([*(cell.ljust(width) for cell, width in zip(row, widths)), row[5]]).rstrip() for row in rows]
 
 
 def report(hostvars, hosts, waiting):
