@@ -5,7 +5,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "Base/POSIX/FileDescriptor.h"
+#include "Base/POSIX/WholeFile.h"
 #include "diskimage/HFSVolume.h"
 #include "diskimage/SourceFolder.h"
 #include "diskimage/UDIFWriter.h"
@@ -32,14 +32,11 @@ OrReason<> makeIn(const fs::path& scratch, const fs::path& folder, const std::st
   if (!volume) return volume;
   const auto kept = checkKept(folder, volumeFile, volumeName);
   if (!kept) return kept;
-  const fs::path unfinished = scratch / "image.dmg";
-  const installer::FileDescriptor output{
-      open(unfinished.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644)};
-  if (!output) return becauseOfErrno(unfinished.string());
-  const auto written = writeUDIF(volumeFile, output.get());
-  if (!written) return written;
-  if (rename(unfinished.c_str(), image.c_str()) != 0) return becauseOfErrno(image.string());
-  return {};
+  installer::FileReplacement replacement{image};
+  if (!replacement.file()) return becauseOfErrno(image.string());
+  const auto written = writeUDIF(volumeFile, replacement.file().get());
+  if (written && !replacement.commit()) return becauseOfErrno(image.string());
+  return written;
 }
 
 OrReason<installer::FileDescriptor> openImage(const fs::path& image) {

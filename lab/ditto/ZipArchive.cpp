@@ -4,14 +4,13 @@
 #include <archive.h>
 #include <archive_entry.h>
 #include <cerrno>
-#include <cstdlib>
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
-#include "Base/POSIX/FileDescriptor.h"
+#include "Base/POSIX/WholeFile.h"
 #include "support/Files.h"
 #include "support/Interruption.h"
 
@@ -127,15 +126,11 @@ OrReason<> packZip(const fs::path& source, const fs::path& archive, Parent paren
   std::error_code error;
   const fs::path from = fs::canonical(source, error);
   if (error) return because("Cannot get the real path for source '{}'", source.string());
-  const fs::path target = fs::absolute(archive);
-  std::string sibling = (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
-  const installer::FileDescriptor file{mkostemp(sibling.data(), O_CLOEXEC)};
-  if (!file) return becauseOfErrno(archive.string());
-  auto packed = pack(from, file.get(), parent);
-  if (packed && (fchmod(file.get(), 0644) != 0 || rename(sibling.c_str(), target.c_str()) != 0)) {
-    packed = becauseOfErrno(archive.string());
-  }
-  if (!packed) unlink(sibling.c_str());
+  installer::FileReplacement replacement{archive};
+  const int file = replacement.file().get();
+  if (file < 0) return becauseOfErrno(archive.string());
+  const auto packed = pack(from, file, parent);
+  if (packed && (fchmod(file, 0644) != 0 || !replacement.commit())) return becauseOfErrno(archive.string());
   return packed;
 }
 

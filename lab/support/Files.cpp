@@ -8,6 +8,7 @@
 #include "Base/POSIX/FileDescriptor.h"
 #include "Base/POSIX/FileTree.h"
 #include "Base/POSIX/HiddenSibling.h"
+#include "Base/POSIX/WholeFile.h"
 #include "Base/Text.h"
 
 namespace lab {
@@ -63,15 +64,12 @@ OrReason<> writeAll(int descriptor, std::string_view bytes) {
 }
 
 OrReason<> writeFile(const fs::path& file, std::string_view bytes) {
-  std::string sibling = (file.parent_path() / ("." + file.filename().string() + ".XXXXXX")).string();
-  const installer::FileDescriptor descriptor{mkostemp(sibling.data(), O_CLOEXEC)};
-  if (!descriptor) return becauseOfErrno(sibling);
-  auto written = writeAll(descriptor.get(), bytes);
-  if (written && (fchmod(descriptor.get(), 0644) != 0 || rename(sibling.c_str(), file.c_str()) != 0)) {
-    written = becauseOfErrno(file.string());
-  }
-  if (!written) unlink(sibling.c_str());
-  return written;
+  installer::FileReplacement replacement{file};
+  const int descriptor = replacement.file().get();
+  if (descriptor >= 0 && installer::writeAll(descriptor, bytes) && fchmod(descriptor, 0644) == 0 &&
+      replacement.commit())
+    return {};
+  return becauseOfErrno(file.string());
 }
 
 OrReason<> removeTree(const fs::path& path) {

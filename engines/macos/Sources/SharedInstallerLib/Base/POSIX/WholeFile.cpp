@@ -8,49 +8,12 @@
 
 #include "Base/POSIX/FileErrors.h"
 #include "Base/POSIX/FileTree.h"
-#include "Base/POSIX/HiddenSibling.h"
 
 namespace installer {
 
 namespace {
 
 constexpr mode_t kPermissionBits = S_ISUID | S_ISGID | S_ISVTX | S_IRWXU | S_IRWXG | S_IRWXO;
-
-// A hidden sibling that a rename makes the file; the destructor removes it if it wasn't renamed.
-class Replacement {
- public:
-  Replacement(int folder, std::string name)
-      : folder_{folder}, name_{std::move(name)}, sibling_{folder, name_, kWritePurpose} {}
-  Replacement(const Replacement&) = delete;
-  Replacement& operator=(const Replacement&) = delete;
-  ~Replacement() {
-    if (made_) ::unlinkat(folder_, sibling_.name(), 0);
-  }
-
-  bool write(std::string_view bytes) {
-    struct stat old{};
-    const bool replaces = ::fstatat(folder_, name_.c_str(), &old, 0) == 0;
-    const FileDescriptor file{
-        ::openat(folder_, sibling_.name(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666)};
-    if (!file) return false;
-    made_ = true;
-    if (replaces && S_ISREG(old.st_mode) && ::fchmod(file.get(), old.st_mode & kPermissionBits) != 0)
-      return false;
-    return writeAll(file.get(), bytes) && ::fsync(file.get()) == 0;
-  }
-
-  bool commit() {
-    if (::renameat(folder_, sibling_.name(), folder_, name_.c_str()) != 0) return false;
-    made_ = false;
-    return true;
-  }
-
- private:
-  int folder_;
-  std::string name_;
-  HiddenSibling sibling_;
-  bool made_ = false;
-};
 
 FileDescriptor folderOf(const Path& path) {
   const Path folder = parentFolder(path);
@@ -76,16 +39,36 @@ Result<std::string> readWholeFile(const Path& path, std::size_t maximumBytes) {
                  fmt::format("“{}” is longer than {} bytes.", path, maximumBytes));
 }
 
-Result<> replaceFile(const Path& path, std::string_view bytes) {
+FileReplacement::FileReplacement(const Path& path) {
   const auto usable = usablePath(path);
-  if (!usable) return fileFailure(FileAccess::write, errno, path, "written");
-  const FileDescriptor folder = folderOf(*usable);
-  if (!folder) return fileFailure(FileAccess::write, errno, path, "written");
-  Replacement replacement{folder.get(), lastPathComponent(*usable)};
-  if (!replacement.write(bytes) || !replacement.commit()) {
-    return fileFailure(FileAccess::write, errno, path, "written");
-  }
-  return {};
+  if (!usable) return;
+  name_ = lastPathComponent(*usable);
+  folder_ = folderOf(*usable);
+  if (!folder_) return;
+  sibling_.emplace(folder_.get(), name_, kWritePurpose);
+  struct stat old{};
+  const bool replaces = ::fstatat(folder_.get(), name_.c_str(), &old, 0) == 0 && S_ISREG(old.st_mode);
+  file_.reset(::openat(folder_.get(), sibling_->name(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+  if (!file_ || !replaces || ::fchmod(file_.get(), old.st_mode & kPermissionBits) == 0) return;
+  file_.reset();
+  ::unlinkat(folder_.get(), sibling_->name(), 0);
+}
+
+FileReplacement::~FileReplacement() {
+  if (file_) ::unlinkat(folder_.get(), sibling_->name(), 0);
+}
+
+bool FileReplacement::commit() {
+  if (::renameat(folder_.get(), sibling_->name(), folder_.get(), name_.c_str()) != 0) return false;
+  file_.reset();
+  return true;
+}
+
+Result<> replaceFile(const Path& path, std::string_view bytes) {
+  FileReplacement replacement{path};
+  const FileDescriptor& file = replacement.file();
+  if (file && writeAll(file.get(), bytes) && ::fsync(file.get()) == 0 && replacement.commit()) return {};
+  return fileFailure(FileAccess::write, errno, path, "written");
 }
 
 }  // namespace installer
