@@ -131,7 +131,7 @@ def test_uninstall_removes_all_and_then_finds_nothing(installation):
     wanted = []
     for index, app in enumerate(APPS, start=1):
         wanted += [
-            {"v": 1, "type": "stage", "app": app, "stage": "uninstall", "index": index, "total": 4},
+            {"v": 1, "type": "stage", "app": app, "stage": "uninstall", "index": index, "total": len(APPS)},
             {"v": 1, "type": "progress", "app": app, "percent": 100, "indeterminate": True,
              "detailCode": "UNINSTALLING"},
             {"v": 1, "type": "app-result", "app": app, "status": "uninstalled", "errorCode": None,
