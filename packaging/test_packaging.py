@@ -115,7 +115,8 @@ def test_the_recipe_of_a_package_links_to_files_of_the_released_bundle(tmp_path)
     for program in ("pkgbuild", "launchctl"):
         (tmp_path / program).write_text('#!/bin/sh\necho "$@"\n')
         (tmp_path / program).chmod(0o755)
-    built, loads = (re.search(rf"^```sh\n({start}.*?)^```$", PAGE, re.MULTILINE | re.DOTALL)[1] for start in ("kelo=root", "mkdir -p scripts"))
+    built, loads = (re.search(rf"^```sh\n({start}.*?)^```$", PAGE, re.MULTILINE | re.DOTALL)[1]
+                    for start in ("kelo=root", "mkdir -p scripts"))
     shell = {"cwd": tmp_path, "check": True, "env": {"PATH": f"{tmp_path}:/usr/bin:/bin"}, "text": True, "capture_output": True}
     assert " --version 7.8 " in subprocess.run(["sh", "-euc", built], **shell).stdout
     subprocess.run(["sh", "-euc", loads], **shell)

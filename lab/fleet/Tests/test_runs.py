@@ -152,7 +152,7 @@ def reporting(ansible_folder, monkeypatch):
     """The filters, without what Python 3.9, the oldest one of Ansible 2.14, doesn't have."""
     monkeypatch.delattr(datetime, "UTC", raising=False)
     module = plugin("filter", "kelo_desk")
-    module.zip = lambda *rows: zip(*rows)  # noqa: B905, PLW0108 (takes no other arguments)
+    module.zip = lambda *rows: zip(*rows)  # noqa: PLW0108 (takes no other arguments)
     return module
 
 
