@@ -88,10 +88,10 @@ check "an install" 0 '"status":"installed"' run --action install --apps brenna
 installed=$(sed -n 's/.*"installedPath":"\([^"]*\)".*/\1/p' "$work/events" | head -n 1 | sed 's|\\/|/|g')
 is_signed "$installed" "the installed application"
 # Not through a pipe to grep -q, which ends at its first match: with pipefail, the other program's failed write would hide it.
-attributes=$(xattr -r "$installed")
+attributes=$(xattr -r "$installed") || fail "xattr"
 case $attributes in *com.apple.quarantine*) fail "the installed application is in quarantine" ;; esac
 pass "no quarantine on the installed application"
-images=$(hdiutil info)
+images=$(hdiutil info) || fail "hdiutil info"
 case $images in *"$work"*) fail "the image is still attached" ;; esac
 pass "the image is detached"
 check "a second install" 0 '"status":"skipped"' run --action install --apps brenna

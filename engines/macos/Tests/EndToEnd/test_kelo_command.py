@@ -301,6 +301,7 @@ def test_a_request_to_end_reaches_the_engine_once_and_its_end_is_awaited(bundle,
 
 def read_from(terminal):
     """The next bytes of the terminal's output; none after the last writer has closed it."""
+    assert select.select([terminal], [], [], HANG)[0], "the program neither writes nor ends"
     try:
         return os.read(terminal, 4096)
     except OSError:
@@ -335,6 +336,8 @@ def test_a_person_at_a_terminal_reads_one_line_an_app(installation):
         "Kelo Brenna: updated from 1.0, version 2.0", "Kelo Tolvi: installed, version 2.0",
         "Kelo Rulo: failed: Checksum verification failed for Kelo Rulo"])
     assert kelo_says("--apps", "tolvi") == (0, ["Kelo Tolvi: current, version 2.0"])
+    without_input = '"$0" --apps tolvi <&-'
+    assert at_a_terminal("sh", "-c", without_input, scripts / "kelo") == (0, ["Kelo Tolvi: current, version 2.0"])
     assert kelo_says("--mode", "uninstall", "--apps", "tolvi,rulo") == (0, [
         "Kelo Tolvi: uninstalled", "Kelo Rulo: already absent"])
     assert kelo_says("run", "--action", "install", "--apps", "brenna,tolvi,rulo") == (1, [
