@@ -9,7 +9,7 @@
 
 namespace lab {
 
-// The required signer. Without the files of roots, the host's linux_host.json names them.
+// The required signer. If both paths are empty, the host's linux_host.json names the roots.
 struct ExpectedTeam {
   std::string identifier;
   std::filesystem::path testAuthority;       // trusted besides the platform's roots; empty for none

@@ -345,9 +345,10 @@ def locked(folder, how):
 
 def clear(left):
     """Removes the work folder of a killed run. An output that the run had moved away and not replaced returns to its place."""
-    if not left.is_dir() or not {item.name for item in left.iterdir()} <= {"made", "scratch", "old"}:
-        return
-    with contextlib.suppress(BlockingIOError), locked(left, fcntl.LOCK_EX | fcntl.LOCK_NB):
+    # The folder is another user's, or another run is using or removing it.
+    with contextlib.suppress(PermissionError, BlockingIOError, FileNotFoundError), locked(left, fcntl.LOCK_EX | fcntl.LOCK_NB):
+        if not {item.name for item in left.iterdir()} <= {"made", "scratch", "old"}:
+            return
         for old in (left / "old").glob("*"):
             if not (left.parent / old.name).exists():
                 old.rename(left.parent / old.name)
@@ -360,8 +361,9 @@ def work_folder(parent):
         with locked(parent, fcntl.LOCK_EX):
             for left in parent.glob(".installer.*"):
                 clear(left)
-            work = pathlib.Path(stack.enter_context(tempfile.TemporaryDirectory(prefix=".installer.", dir=parent)))
+            work = pathlib.Path(tempfile.mkdtemp(prefix=".installer.", dir=parent))
             stack.enter_context(locked(work, fcntl.LOCK_EX))
+            stack.callback(shutil.rmtree, work)
         for name in ("made", "scratch", "old"):
             (work / name).mkdir()
         yield work

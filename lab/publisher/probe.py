@@ -188,6 +188,9 @@ class Package:
             meta = json.loads(self.server.get(answer.place).body)
             name, self.version, checksum = meta["destination"], meta["version"], checksum_of(meta)
             sound = isinstance(name, str) and "/" not in name and name not in ("", ".", "..") and checksum
+            place = self.folder + encoded(str(name))
+            if not isinstance(self.version, str) or not self.version:
+                return self.wrong("meta.json has no version")
         except (ValueError, KeyError, TypeError, AttributeError):
             return self.wrong("meta.json lacks a destination or version, or isn't JSON")
         if not sound:
@@ -195,9 +198,9 @@ class Package:
         alternate = meta.get("alternateDownloadUrl")
         if not isinstance(alternate, (str, type(None))):
             alternate = self.wrong("meta.json has an alternateDownloadUrl that isn't a string")
-        for place in (self.folder + encoded(name), alternate):
-            if place:
-                self.check_image(place, meta)
+        for address in (place, alternate):
+            if address:
+                self.check_image(address, meta)
         return None
 
     def check_image(self, place, meta):
@@ -219,7 +222,7 @@ class Package:
 
     def check_ranges(self, place, name, meta, part):
         total = part.header("Content-Range").rpartition("/")[2]
-        if "size" in meta and total != str(meta["size"]):
+        if isinstance(meta.get("size"), int) and total != str(meta["size"]):
             self.wrong(f"{name} has {total} bytes, and meta.json says {meta['size']}")
         if not part.validator:
             return self.wrong(f"{name} has neither a strong ETag nor Last-Modified: downloads can't resume")
@@ -285,20 +288,28 @@ def offered(configuration):
     return [app for app in APPS if entries.get(app, {}).get("included", True) is not False]
 
 
+def shows_notes(configuration):
+    return configuration.get("cdn", {}).get("releaseNotesEnabled") is True
+
+
 def needs_notes(configuration, app, architecture):
     """Whether the build shows notes from this place: the engine looks for them under the app's own architectures only."""
-    return configuration.get("cdn", {}).get("releaseNotesEnabled") is True and (architecture == "universal") == (SCOPES[app] == "universal")
+    return shows_notes(configuration) and (architecture == "universal") == (SCOPES[app] == "universal")
 
 
-def uneven(versions):
-    """The problems of an app with these versions by architecture."""
-    lone = {"arm64", "x64"} & set(versions)
-    if len(lone) == 1 and "universal" not in versions:
-        yield f"there is no package for {'arm64' if 'x64' in lone else 'x64'}"
-    first, *others = sorted(architecture for architecture in versions if versions[architecture]) or [None]
-    for other in others:
-        if versions[other] != versions[first]:
-            yield f"{first} has version {versions[first]}, {other} has {versions[other]}"
+def uneven(app, versions, notes):
+    """The problems of an app with these versions by architecture. The engine reads the app's own segment for its processor, and
+    the other segment only if the first has no package. `notes` is true if the build shows release notes."""
+    own = {processor: "universal" if SCOPES[app] == "universal" else processor for processor in ("arm64", "x64")}
+    other = {processor: processor if SCOPES[app] == "universal" else "universal" for processor in own}
+    read = {processor: next((place for place in (own[processor], other[processor]) if place in versions), None) for processor in own}
+    for processor, place in read.items():
+        if place is None:
+            yield f"there is no package for {processor}"
+        elif notes and place != own[processor]:
+            yield f"the package for {processor} is under {place}, and the engine reads release notes under {own[processor]} only"
+    if None not in read.values() and len({versions[place] for place in read.values()} - {None}) == 2:
+        yield f"arm64 has version {versions[read['arm64']]}, x64 has {versions[read['x64']]}"
 
 
 def problems_at(places, server, given, configuration):
@@ -314,7 +325,7 @@ def problems_at(places, server, given, configuration):
         problems += [f"{app} {architecture}: {problem}" for problem in package.problems]
     for app, found in versions.items():
         if found:
-            problems += [f"{app}: {problem}" for problem in uneven(found)]
+            problems += [f"{app}: {problem}" for problem in uneven(app, found, shows_notes(configuration))]
         elif given.configuration:
             problems.append(f"{app}: there is no package")
     return problems if any(versions.values()) else [*problems, "no package is there"]

@@ -8,6 +8,7 @@ import re
 import shutil
 import subprocess
 
+import probe
 import pytest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -208,6 +209,17 @@ def test_reports_a_package_for_one_processor_only(probed, tree, tmp_path):
     done = probed(WELL, served=tmp_path / "tree")
     assert (done.returncode, done.stdout) == (1, "brenna x64 2.1: sound\n")
     assert done.stderr == "lab-publish: brenna: there is no package for arm64\n"
+
+
+@pytest.mark.parametrize("app, versions, problems", [
+    ("brenna", {"arm64": "2.2", "x64": "2.2", "universal": "2.1"}, []),
+    ("rulo", {"universal": "2.2", "x64": "2.1"}, []),
+    ("brenna", {"arm64": "2.2", "universal": "2.1"}, ["the package for x64 is under universal, and the engine reads release notes "
+                                                     "under x64 only", "arm64 has version 2.2, x64 has 2.1"]),
+    ("rulo", {"x64": "2.2"}, ["there is no package for arm64", "the package for x64 is under x64, and the engine reads release notes "
+                              "under universal only"])])
+def test_compares_the_packages_that_engines_read(app, versions, problems):
+    assert list(probe.uneven(app, versions, True)) == problems
 
 
 def test_hosts_come_from_the_configuration(probed, tmp_path):

@@ -466,7 +466,7 @@ def test_a_server_of_another_root_stamps_if_that_root_is_named(workshop, own, re
     for made in (tmp_path / "out" / APP, tmp_path / "out/Kelo-Desk-Installer.dmg"):
         assert judge("--verify", "--strict", made).returncode == 0
         assert "Timestamp=" in judge("-d", "-vvv", made).stderr
-    # The root of a time server vouches for no code.
+    # A time server's root isn't trusted for code.
     assert "the signer's root certificate isn't trusted" in judge("--verify", release / APP).stderr
 
 
