@@ -377,10 +377,12 @@ TEST_F(EngineInstallInTurn, ClearsWhatAKilledEngineLeftUnderAnyName) {
   machine.files.addLeftover("/Applications/Kelo Rulo 2.app");
   machine.files.addFile("/Applications/.My Brenna.app.kelo-uninstall/Contents/Resources/text");
   machine.files.addFile("/Applications/.notes");
+  machine.files.addFile("/Applications/.My Brenna.app.kelo-uninstall-notes");
   provider->on(tolvi).delivers(image(tolvi, "3.1"));
   EXPECT_EQ(install({tolvi}), 0);
-  EXPECT_THAT(machine.files.contentsOfDirectory("/Applications").value(),
-              ::testing::UnorderedElementsAre("Kelo Tolvi.app", ".notes"));
+  EXPECT_THAT(
+      machine.files.contentsOfDirectory("/Applications").value(),
+      ::testing::UnorderedElementsAre("Kelo Tolvi.app", ".notes", ".My Brenna.app.kelo-uninstall-notes"));
 }
 
 TEST_F(EngineInstallInTurn, PutsBackTheAppOfAnInterruptedRemovalThatNeedsAPassword) {
@@ -388,8 +390,13 @@ TEST_F(EngineInstallInTurn, PutsBackTheAppOfAnInterruptedRemovalThatNeedsAPasswo
   addInstalled(brenna, "1.0");
   ASSERT_TRUE(machine.files.moveItem("/Applications/Brenna.app", staged));
   machine.files.setWritable(staged + "/Contents", false);
+  machine.verdicts.refuse(test::SimulatedVerdicts::Check::requirement, staged);
   provider->on(tolvi).delivers(image(tolvi, "3.1"));
   EXPECT_EQ(install({tolvi}), 0);
+  EXPECT_FALSE(machine.files.exists("/Applications/Brenna.app"));
+  machine.verdicts.accept(test::SimulatedVerdicts::Check::requirement, staged);
+  provider->on(rulo).delivers(image(rulo, "1.0"));
+  EXPECT_EQ(install({rulo}), 0);
   EXPECT_TRUE(machine.files.exists("/Applications/Brenna.app/Contents/Info.plist"));
   EXPECT_FALSE(machine.files.exists(staged));
 }

@@ -8,6 +8,7 @@
 #include "Installer/Removal.h"
 #include "Platform/FileSystem.h"
 #include "Platform/Machine.h"
+#include "Utils/ChecksumVerifier.h"
 #include "Utils/ExistingAppDetector.h"
 #include "Utils/Log.h"
 
@@ -84,14 +85,22 @@ bool bundleLooksIntact(const Path& path) {
   return executable && machine().files.fileExists(joined(joined(path, "Contents/MacOS"), *executable));
 }
 
+bool isStagingPath(const Path& staged, const Path& path) {
+  for (int number = 0; number < kStagingCandidates; ++number) {
+    if (staged == stagingPath(path, number)) return true;
+  }
+  return false;
+}
+
 // Puts a bundle back that can't be removed without authorization: the user would otherwise miss a complete
-// app.
+// app. A removal that stopped midway can leave the two files of `bundleLooksIntact`, but no valid signature.
 void clearStaged(const Path& staged, const Path& path) {
   log("AppUninstaller: clearing a leftover staging path at {}", staged);
   const auto removed = machine().files.removeItem(staged);
   if (removed) return;
   logWarn("AppUninstaller: " + removed.error().localizedDescription);
-  if (!bundleLooksIntact(staged) || !machine().files.moveItem(staged, path)) return;
+  if (!bundleLooksIntact(staged) || !ChecksumVerifier::verifyCodeRequirement(staged)) return;
+  if (!machine().files.moveItem(staged, path)) return;
   ExistingAppDetector::forgetCachedBundle(path);
   log("AppUninstaller: restored {} to {}", lastPathComponent(path), path);
 }
@@ -116,22 +125,23 @@ void AppUninstaller::clearInterruptedWork() {
     const auto end = name.rfind(mark);
     if (!name.starts_with('.') || end == std::string::npos || end == 0) continue;
     const auto path = joined(folder, name.substr(1, end - 1));
-    if (name.substr(end).starts_with(kStagingEnding)) {
-      clearStaged(joined(folder, name), path);
+    const auto leftover = joined(folder, name);
+    if (isStagingPath(leftover, path)) {
+      clearStaged(leftover, path);
     } else {
       Removal::clearLeftovers(path);
     }
   }
 }
 
-std::optional<UninstallResult> Removal::removeStagedRest(const Path& path) {
-  if (!allowAdminEscalation_) return std::nullopt;
+void Removal::removeStagedRests(const Path& path) const {
+  if (!allowAdminEscalation_) return;
   for (int number = 0; number < kStagingCandidates; ++number) {
-    path_ = path;
-    location_ = stagingPath(path, number);
-    if (machine().files.itemExists(location_)) return escalatedRemoval();
+    const auto staged = stagingPath(path, number);
+    if (!machine().files.itemExists(staged)) continue;
+    log("AppUninstaller: escalating removal of {} at {}", app_.displayName, staged);
+    if (runAsAdministrator(removalCommand(staged)) == AdminOutcome::cancelled) return;
   }
-  return std::nullopt;
 }
 
 bool Removal::restore() {

@@ -91,7 +91,7 @@ UninstallResult Removal::run() {
   clearLeftovers(expectedPath);
   if (!existing.primaryInstallation.isInstalled() || !existing.primaryPath) {
     if (auto result = removeHusk(expectedPath)) return *std::move(result);
-    if (auto result = removeStagedRest(expectedPath)) return *std::move(result);
+    removeStagedRests(expectedPath);
     log("AppUninstaller: {} is not installed — nothing to remove", app_.displayName);
     return UninstallResult::makeSuccess(app_, true);
   }

@@ -13,6 +13,8 @@ namespace installer {
 namespace {
 
 constexpr std::chrono::seconds kDeletionLimit{10};
+// A slice of the main loop ends later than this only when the main thread was blocked.
+constexpr Duration kLateness{1.0};
 
 }  // namespace
 
@@ -52,7 +54,7 @@ InstallRun::End InstallRun::run(const std::vector<AppInfo>& apps) {
     machine().dispatch.runMainLoop(RunRules::kRunLoopSlice);
     // A password prompt blocks the main thread for as long as the user needs; the work continues after it.
     const Duration blocked = machine().dispatch.now() - begin - RunRules::kRunLoopSlice;
-    if (blocked > RunRules::kRunLoopSlice) delegate_->excludeFromIdleTime(blocked);
+    if (blocked > kLateness) delegate_->excludeFromIdleTime(blocked);
   }
   waitForDeletion();
   return End::finished;

@@ -41,7 +41,8 @@ class InstallRunDelegate : public InstallOrchestratorDelegate {
 
 class InstallRun {
  public:
-  // The longest time without progress; then the wait for the run ends.
+  // The longest time without progress; then the wait for the run ends. Time in which the main thread is
+  // blocked, for example by a password prompt, doesn't count.
   static constexpr std::chrono::seconds kIdleLimit{600};
 
   enum class End { finished, idle };

@@ -45,9 +45,9 @@ class Removal {
 
   // +Transaction.
   std::optional<Path> claimStagingPath() const;
-  // Deletes, as administrator, the rest of an interrupted removal of the bundle at `path`. Absent when there
-  // is none.
-  std::optional<UninstallResult> removeStagedRest(const Path& path);
+  // Deletes, as administrator, what interrupted removals of the bundle at `path` left. Failures are ignored:
+  // the app itself is absent.
+  void removeStagedRests(const Path& path) const;
   // The first directory that would stop an unprivileged delete; absent when there is none.
   std::optional<Path> firstUnwritableDirectory() const;
   // Deletes the bundle as administrator. If that fails, a staged bundle is restored.
