@@ -57,7 +57,7 @@ TEST_F(AppListTest, ReadsAListOfApps) {
 TEST_F(AppListTest, TakesAnExcludedAppForUnknown) {
   machine.setConfiguration(R"({"apps": {"rulo": {"primaryBundleIdentifier": "r", "included": false}}})");
   EXPECT_EQ(parseApps("brenna,rulo"), unknown("rulo"));
-  EXPECT_THAT(availableAppIds(), ::testing::Not(::testing::HasSubstr("rulo")));
+  EXPECT_THAT(availableAppIds(), ::testing::Not(::testing::AnyOf("", ::testing::HasSubstr("rulo"))));
 }
 
 TEST_F(AppListTest, NamesTheAppsInCatalogOrder) {

@@ -54,6 +54,7 @@ Result<std::unique_ptr<FileLock>> makeStaging(const Path& staging) {
     const bool isBeingCleared = (lock && *lock == nullptr) || !files.directoryExists(staging);
     if (!isBeingCleared && !files.isSymbolicLink(staging)) return lock ? *std::move(lock) : nullptr;
   }
+  if (!files.isSymbolicLink(staging)) return nullptr;
   auto made = files.createDirectory(staging, FileSystem::Intermediates::require);
   if (!made) return std::unexpected(std::move(made.error()));
   return nullptr;

@@ -88,7 +88,10 @@ void Logger::setupLogFile() {
 std::unique_ptr<FileLock> Logger::lockLog() {
   for (int attempt = 1;; ++attempt) {
     auto lock = machine().files.tryLock(logDirectory_);
-    if (!lock) return nullptr;
+    if (!lock) {
+      isLockHeldByAnother_ = false;
+      return nullptr;
+    }
     if (*lock != nullptr || isLockHeldByAnother_ || attempt > kLockAttempts) {
       isLockHeldByAnother_ = *lock == nullptr;
       return *std::move(lock);
@@ -135,7 +138,7 @@ void Logger::log(std::string_view message, LogLevel level, std::string_view file
     const auto logger = self.lock();
     if (!logger) return;
     const auto lock = logger->lockLog();
-    logger->reopenIfReplaced();
+    logger->reopenIfReplaced(lock != nullptr);
     // Two rotations at once would lose the log.
     if (!logger->isLockHeldByAnother_) logger->rotateLogFileIfNeeded();
     logger->write(message, level, where);
@@ -157,9 +160,9 @@ void Logger::write(const std::string& message, LogLevel level, const std::string
 
 // Reopens a log that was replaced; a deleted log stays open, unless a killed rotation deleted it. A link is
 // always reopened, because its target can change without the link.
-void Logger::reopenIfReplaced() {
+void Logger::reopenIfReplaced(bool isLocked) {
   const auto named = machine().files.attributes(currentLogFilePath_);
-  if (!named && !isLockHeldByAnother_ && machine().files.itemExists(temporaryPath())) {
+  if (!named && isLocked && machine().files.itemExists(temporaryPath())) {
     createLogFile();
     openLogFile();
   }
@@ -204,7 +207,7 @@ void Logger::reportRotation(std::int64_t sizeBefore, std::source_location locati
     const auto logger = self.lock();
     if (!logger) return;
     const auto lock = logger->lockLog();
-    logger->reopenIfReplaced();
+    logger->reopenIfReplaced(lock != nullptr);
     const auto size = ByteCountFormatter::string(sizeBefore, ByteCountFormatter::CountStyle::file);
     logger->write(
         fmt::format("Log file rotated due to size threshold ({})", size), LogLevel::info,

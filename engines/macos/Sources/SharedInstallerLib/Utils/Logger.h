@@ -3,7 +3,8 @@
 // stops the engine.
 //
 // Several processes write to one log. Entries and rotations take a lock on the log folder, so that no entry
-// goes to a file that another process is replacing. A process that can't take the lock writes without it.
+// goes to a file that another process is replacing. A process that can't take the lock writes without it,
+// and doesn't rotate the log while another one holds the lock.
 #pragma once
 
 #include <atomic>
@@ -62,7 +63,7 @@ class Logger : public std::enable_shared_from_this<Logger> {
   // On `logQueue_` only.
   void write(const std::string& message, LogLevel level, const std::string& where);
   std::unique_ptr<FileLock> lockLog();  // null when the lock can't be taken
-  void reopenIfReplaced();
+  void reopenIfReplaced(bool isLocked);
   std::optional<std::int64_t> logFileSize() const;
   void rotateLogFileIfNeeded();
   void reportRotation(std::int64_t sizeBefore,
