@@ -35,7 +35,7 @@ std::optional<RemovalFacts> removalFacts(int folder, const char* name) {
   return RemovalFacts{status->st_mode, status->st_uid, isProtected};
 }
 
-// The system has no call for one tree; the volume of an attached image is another one.
+// Flushes the whole volume; an attached image has its own volume, which this doesn't flush.
 bool flushTree(int folder, const char* /*name*/) {
   if (fsync_volume_np(folder, SYNC_VOLUME_FULLSYNC | SYNC_VOLUME_WAIT) == 0) return true;
   if (errno == EIO) return false;

@@ -15,7 +15,8 @@ namespace installer {
 
 namespace {
 
-// EACCES for an item that its owner may not read. A link is part of its folder.
+// Fails for an item that its owner may not read, and where the volume can't flush a single item. A link is
+// part of its folder.
 bool flushItem(int folder, const char* name) {
   const auto status = linkStatus(folder, name);
   if (!status) return false;
@@ -53,7 +54,9 @@ std::optional<RemovalFacts> removalFacts(int folder, const char* name) {
 // Item by item: syncfs also writes all other files of the volume, for example those of an unpacked image,
 // which are removed next.
 bool flushTree(int folder, const char* name) {
-  return flushItem(folder, name) || (errno == EACCES && ::syncfs(folder) == 0);
+  if (flushItem(folder, name)) return true;
+  const bool isLost = errno == EIO || errno == ENOSPC || errno == EDQUOT;
+  return !isLost && ::syncfs(folder) == 0;
 }
 
 void flushFolder(int folder) {

@@ -22,8 +22,8 @@ struct RemovalFacts {
 // The facts of the entry `name` of the open directory `folder`; absent with errno set. Doesn't follow a link.
 std::optional<RemovalFacts> removalFacts(int folder, const char* name);
 
-// Flushes the item `name` of the open directory `folder`, with all its contents, to the disk; its own name
-// excepted. False with errno set.
+// Flushes the item `name` of the open directory `folder`, with all its contents, to the disk, but not its
+// name. False with errno set.
 bool flushTree(int folder, const char* name);
 
 // Flushes the names in the open directory `folder`, if its volume supports that.
