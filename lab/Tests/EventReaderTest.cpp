@@ -232,6 +232,10 @@ TEST_F(EventReader, ShowsTheEventsThemselvesOnRequest) {
   EXPECT_THAT(read("", "--help"), HasSubstr("Usage:"));
 }
 
+TEST_F(EventReader, ExpectsNoDoneAfterARefusedCommandLine) {
+  EXPECT_THAT(read(transcript("bad-command-line")), Not(HasSubstr("unexpectedly")));
+}
+
 TEST_F(EventReader, ReportsAnEngineThatEndsWithoutDone) {
   EXPECT_EQ(read(R"({"type":"stage","app":"brenna","stage":"download"})"),
             "brenna: download\nthe engine ended unexpectedly\n");

@@ -25,7 +25,8 @@ class Reader {
     const auto event = lab::parseEvent(line);
     if (!event || options_.events) screen_.printFaint(lab::harmless(line));
     if (!event) return;
-    incomplete_ = !event->isDone;
+    // A refused command line ends with a log event only.
+    if (event->step || event->isDone) incomplete_ = !event->isDone;
     // On a terminal, the board shows the content of routine events.
     if (event->words && !(event->isRoutine && screen_.isTerminal())) screen_.print(*event->words);
     if (event->step) take(*event->step);
@@ -50,7 +51,7 @@ class Reader {
   const Options options_;
   lab::Screen screen_;
   lab::Board board_;
-  bool incomplete_ = false;  // the last event wasn't `done`
+  bool incomplete_ = false;  // a run has begun, and `done` hasn't come
 };
 
 }  // namespace

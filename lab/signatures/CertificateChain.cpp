@@ -107,7 +107,7 @@ Outcome<CertificateChain> buildChain(const ChainQuestion& question, const Anchor
   X509_STORE_CTX_set_time(context.get(), 0, static_cast<time_t>(question.at.time_since_epoch().count()));
   if (X509_verify_cert(context.get()) != 1) return refuse("{}", explain(context.get(), question.purpose));
   CertificateChain chain{inChainOrder(context.get(), known), AnchorKind::platform, judgement.expired};
-  if (chain.certificates.size() < 2) return refuse("the signer's certificate chain is too short");
+  if (chain.certificates.size() < 2) return refuse("the certificate chain is too short");
   const auto kind = anchors.kindOf(chain.root(), question.purpose);
   if (!kind) return refuse("the root certificate isn't trusted");
   chain.anchor = *kind;

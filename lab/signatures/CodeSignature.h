@@ -58,7 +58,7 @@ struct CodeFacts {
       false;  // valid, but a certificate has expired and no timestamp proves an earlier signing
   std::optional<Requirement> designated;
   std::string designatedProblem;     // why the designated requirement can't be read
-  std::shared_ptr<const Json> info;  // null, like the next, when it is missing or can't be read
+  std::shared_ptr<const Json> info;  // null or a JSON null, like the next, when missing or unreadable
   std::shared_ptr<const Json> entitlements;
 
   bool isAdHoc() const { return (flags & kAdHocFlag) != 0; }

@@ -145,6 +145,7 @@ std::string arrayOf(std::size_t count) {
 
 TEST(PropertyList, MayHaveMoreValuesThanTheEngineReads) {
   EXPECT_TRUE(readPropertyList(viewOf(arrayOf(300'000))));
+  EXPECT_FALSE(installer::readPropertyList(arrayOf(300'000)));
   EXPECT_FALSE(readPropertyList(viewOf(arrayOf(2'000'000))));
 }
 

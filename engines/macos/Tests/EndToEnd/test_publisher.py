@@ -287,15 +287,15 @@ def test_refuses_a_configuration_that_the_engine_would_not_follow(tmp_path, imag
 # The system call at which the publisher is killed -> the contents of the tree.
 KILLED_AT = {
     "copying_the_image": ("sendfile", "2.1"),
-    "naming_the_metadata": ("rename", "2.1"),
+    "naming_the_metadata": ("renameat", "2.1"),
     "the_way_to_the_disk": ("syncfs", "2.1"),
     "the_exchange": ("renameat2", "2.1"),
     "the_way_of_the_exchange_to_the_disk": ("fsync", "2.2"),
     "clearing_up": ("unlinkat", "2.2"),
 }
 NUMBERS = {
-    "x86_64": {"sendfile": 40, "rename": 82, "syncfs": 306, "renameat2": 316, "fsync": 74, "unlinkat": 263},
-    "aarch64": {"sendfile": 71, "rename": 38, "syncfs": 267, "renameat2": 276, "fsync": 82, "unlinkat": 35},
+    "x86_64": {"sendfile": 40, "renameat": 264, "syncfs": 306, "renameat2": 316, "fsync": 74, "unlinkat": 263},
+    "aarch64": {"sendfile": 71, "renameat": 38, "syncfs": 267, "renameat2": 276, "fsync": 82, "unlinkat": 35},
 }
 KILL, INVALID = 0x80000000, 0x00050000 | errno.EINVAL  # the effect on the system call
 BY_PATH = 0xFFFFFF9C  # AT_FDCWD

@@ -23,11 +23,11 @@ def _versions(app):
 
 
 def _expires_soon(installer, days):
-    """Whether the last day is at most `days` away or past. An invalid date counts as absent. Like for the engine, a month and a
+    """Whether the last day is at most `days` away or past. An invalid date counts as absent. As in the engine, a month and a
     day can have one digit."""
     try:
         last = datetime.date(*map(int, (installer.get("expires") or "").split("-")))
-    except (TypeError, ValueError):
+    except (TypeError, ValueError, OverflowError):
         return False
     return last - datetime.datetime.now(datetime.timezone.utc).date() <= datetime.timedelta(days=int(days))
 
