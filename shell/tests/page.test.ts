@@ -52,7 +52,7 @@ async function openPage(setup: Setup = {}): Promise<void> {
 
 // Repeats the queries, as soon as the earlier ones have ended.
 async function refresh(): Promise<void> {
-  while (!shell.session.refresh()) await new Promise(setImmediate);
+  while (!shell.session.refresh()) await new Promise((resolve) => setTimeout(resolve, 10));
 }
 
 async function choosing(setup: Setup = {}): Promise<void> {

@@ -93,15 +93,18 @@ for (const mode of ['offline', 'online']) {
     const script = spawn(join(project, 'lab/demo/shell.sh'), words, { detached: true, stdio: ['ignore', 'pipe', 'inherit'] });
     const gone = once(script, 'close');
     let address: string | undefined;
-    for await (const line of createInterface(script.stdout)) {
-      assert.doesNotMatch(line, /\x1b/);
-      address = /Open this address in a browser: (\S+)/.exec(line)?.[1];
-      if (address) break;
+    try {
+      for await (const line of createInterface(script.stdout)) {
+        assert.doesNotMatch(line, /\x1b/);
+        address = /Open this address in a browser: (\S+)/.exec(line)?.[1];
+        if (address) break;
+      }
+      assert.ok(address, 'the script printed no address');
+      assert.equal((await fetch(new URL('/', address))).status, 200);
+      assert.equal(processesWith(folder).some((line) => line.includes('nginx')), mode === 'online');
+    } finally {
+      process.kill(-script.pid!, 'SIGINT');
     }
-    assert.ok(address, 'the script printed no address');
-    assert.equal((await fetch(new URL('/', address))).status, 200);
-    assert.equal(processesWith(folder).some((line) => line.includes('nginx')), mode === 'online');
-    process.kill(-script.pid!, 'SIGINT');
     assert.deepEqual(await gone, [0, null]);
     assert.deepEqual(processesWith(folder), []);
     rmSync(folder, { recursive: true });
