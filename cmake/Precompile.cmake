@@ -11,3 +11,11 @@ function(kelo_precompile TARGET)
     target_compile_options(${TARGET} PRIVATE "SHELL:-Xclang -fno-pch-timestamp")
   endif()
 endfunction()
+
+# kelo_unoptimised(TARGET...): compiles these tests without optimisation in the sanitized presets. Optimisation took two thirds of
+# the compiler's work there. The code under test stays optimised, because the sanitizers slow it down.
+function(kelo_unoptimised)
+  foreach(TARGET ${ARGN})
+    target_compile_options(${TARGET} PRIVATE $<$<BOOL:${KELO_SANITIZE}>:-O0>)
+  endforeach()
+endfunction()
