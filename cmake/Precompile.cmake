@@ -15,7 +15,10 @@ endfunction()
 # kelo_unoptimised(TARGET...): compiles these tests without optimisation in the sanitized presets. Optimisation took two thirds of
 # the compiler's work there. The code under test stays optimised, because the sanitizers slow it down.
 function(kelo_unoptimised)
+  if(NOT KELO_SANITIZE)
+    return()
+  endif()
   foreach(TARGET ${ARGN})
-    target_compile_options(${TARGET} PRIVATE $<$<BOOL:${KELO_SANITIZE}>:-O0>)
+    target_compile_options(${TARGET} PRIVATE -O0)
   endforeach()
 endfunction()
