@@ -65,7 +65,7 @@ OrReason<> makeDiskImage(const fs::path& folder, const std::string& volumeName, 
 
 OrReason<UDIFTrailer> readTrailer(const fs::path& image) {
   const auto file = openImage(image);
-  if (!file) return std::unexpected(file.error());
+  if (!file) return handOn(file);
   const off_t size = lseek(file->get(), 0, SEEK_END);
   UDIFTrailer::Block block{};
   if (size < static_cast<off_t>(block.size())) return because("it is too short for a UDIF image");
@@ -78,7 +78,7 @@ OrReason<UDIFTrailer> readTrailer(const fs::path& image) {
 
 OrReason<> verifyChecksums(const fs::path& image) {
   const auto finished = runToEnd({"7zz", "t", "-tdmg", "-bd", "-p", "--", image.string()});
-  if (!finished) return std::unexpected(finished.error());
+  if (!finished) return handOn(finished);
   const std::string said = finished->output + finished->diagnostics;
   // 7-Zip only warns about a wrong master checksum.
   const bool differs = said.contains("CRC Error") || said.contains("Master CRC error");

@@ -47,7 +47,7 @@ OrReason<> makeHybrid(const fs::path& folder, const std::string& volumeName, con
   }
   command.insert(command.end(), {"-o", hybrid.string(), folder.string()});
   const auto finished = runToEnd(command);
-  if (!finished) return std::unexpected(finished.error());
+  if (!finished) return handOn(finished);
   if (finished->status != 0) return because("xorriso: {}", lastLine(finished->diagnostics));
   return {};
 }
@@ -93,7 +93,7 @@ OrReason<> makeHFSVolume(const fs::path& folder, const std::string& volumeName, 
       open(volumeFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)};
   if (!hybrid || !volume) return becauseOfErrno(scratch.string());
   const auto extent = findHFS(hybrid.get());
-  if (!extent) return std::unexpected(extent.error());
+  if (!extent) return handOn(extent);
   return copyExtent(hybrid.get(), *extent, volume.get());
 }
 

@@ -29,7 +29,7 @@ OrReason<> checkFolder(const fs::path& folder, const std::string& path, Items& i
   std::error_code error;
   for (const auto& entry : fs::directory_iterator(folder, error)) {
     const auto item = describe(entry);
-    if (!item) return std::unexpected(item.error());
+    if (!item) return handOn(item);
     const std::string within = path + "/" + entry.path().filename().string();
     const auto kept = items.extract(composed(within).value_or(""));
     if (!kept || kept.mapped().kind != item->kind || kept.mapped().size != item->size)
@@ -46,7 +46,7 @@ OrReason<> checkFolder(const fs::path& folder, const std::string& path, Items& i
 
 OrReason<> checkKept(const fs::path& folder, const fs::path& volumeFile, const std::string& volumeName) {
   auto listing = listVolume(volumeFile);
-  if (!listing) return std::unexpected(listing.error());
+  if (!listing) return handOn(listing);
   dropSystemItems(*listing);
   Items items;
   for (ListedItem& item : listing->items) {

@@ -73,7 +73,7 @@ OrReason<> addVolume(DataFork& fork, BlockTable& table, int volume) {
   std::string buffer(kRunBytes, '\0');
   while (true) {
     const auto count = readFull(volume, buffer);
-    if (!count) return std::unexpected(count.error());
+    if (!count) return handOn(count);
     if (*count == 0) return {};
     if (*count % kSectorSize != 0) return because("the volume's size isn't a multiple of the sector size");
     if (interruption() != 0) return because("interrupted");

@@ -19,7 +19,7 @@ OrReason<> unpack(const fs::path& image, const fs::path& into) {
   // -snld20 keeps links with any target, -sns- leaves out attributes in streams.
   const auto finished = runToEnd(
       {"7zz", "x", "-snld20", "-sns-", "-bd", "-y", "-p", "-o" + into.string(), "--", image.string()});
-  if (!finished) return std::unexpected(finished.error());
+  if (!finished) return handOn(finished);
   if (finished->status == 0) return {};
   return because("corrupt image ({})", lastLine(finished->diagnostics + finished->output));
 }
@@ -34,17 +34,17 @@ OrReason<std::string> linkTexts(const fs::path& image, const VolumeListing& list
   if (names.empty()) return std::string{};
   const fs::path file = scratch / "links";
   const auto written = writeFile(file, names);
-  if (!written) return std::unexpected(written.error());
+  if (!written) return handOn(written);
   const auto finished =
       runToEnd({"7zz", "x", "-so", "-spd", "-scsUTF-8", "-p", "-i@" + file.string(), "--", image.string()});
-  if (!finished) return std::unexpected(finished.error());
+  if (!finished) return handOn(finished);
   if (finished->status != 0) return because("corrupt image ({})", lastLine(finished->diagnostics));
   return finished->output;
 }
 
 OrReason<> readLinks(const fs::path& image, VolumeListing& listing, const fs::path& scratch) {
   const auto texts = linkTexts(image, listing, scratch);
-  if (!texts) return std::unexpected(texts.error());
+  if (!texts) return handOn(texts);
   std::size_t at = 0;
   for (ListedItem& item : listing.items) {
     if (item.kind != ItemKind::link || item.target) continue;
@@ -83,7 +83,7 @@ class Restoration {
     if (format_ == VolumeFormat::hfs) restored = restore(root);
     if (format_ == VolumeFormat::apfs) {
       const auto below = restoreFolder(root);
-      if (!below) return std::unexpected(below.error());
+      if (!below) return handOn(below);
     }
     if (restored && !missing_.empty())
       return because("{} wasn't extracted from the image", missing_.begin()->first);
@@ -105,7 +105,7 @@ class Restoration {
     for (const fs::path& entry : entries) {
       if (interruption() != 0) return because("interrupted");
       const auto restored = restore(entry);
-      if (!restored) return std::unexpected(restored.error());
+      if (!restored) return handOn(restored);
     }
     return {};
   }
@@ -139,14 +139,14 @@ class Restoration {
     const auto path = composeName(entry);
     if (!path) return path;
     const auto item = meet(*path);
-    if (!item) return std::unexpected(item.error());
+    if (!item) return handOn(item);
     if (item->kind == ItemKind::link) return path;
     if (item->kind == ItemKind::folder) {
       const auto restored = restoreFolder(*path);
-      if (!restored) return std::unexpected(restored.error());
+      if (!restored) return handOn(restored);
     }
     const auto marked = mark(*path, item->permissions.value_or(item->kind == ItemKind::folder ? 0755 : 0644));
-    if (!marked) return std::unexpected(marked.error());
+    if (!marked) return handOn(marked);
     return path;
   }
 
@@ -195,10 +195,10 @@ OrReason<VolumeListing> inspect(const fs::path& image, const fs::path& scratch) 
   ListingLimits limits;
   limits.bytes = fs::space(scratch, error).available;
   const auto checked = checkListing(*listing, limits);
-  if (!checked) return std::unexpected(checked.error());
+  if (!checked) return handOn(checked);
   dropSystemItems(*listing);
   const auto links = readLinks(image, *listing, scratch);
-  if (!links) return std::unexpected(links.error());
+  if (!links) return handOn(links);
   return listing;
 }
 
@@ -206,18 +206,18 @@ OrReason<VolumeListing> inspect(const fs::path& image, const fs::path& scratch) 
 
 OrReason<ExtractedVolume> extractVolume(const fs::path& image, const fs::path& scratch) {
   const auto listing = inspect(image, scratch);
-  if (!listing) return std::unexpected(listing.error());
+  if (!listing) return handOn(listing);
   const fs::path unpacked = fs::canonical(scratch) / "unpacked";
   fs::create_directory(unpacked);
   const auto done = unpack(image, unpacked);
-  if (!done) return std::unexpected(done.error());
+  if (!done) return handOn(done);
   const auto root = volumeRoot(unpacked, listing->format);
-  if (!root) return std::unexpected(root.error());
+  if (!root) return handOn(root);
   auto prepared = dropPrivateFolders(*root);
   if (prepared) prepared = remakeLinks(unpacked, *listing);
-  if (!prepared) return std::unexpected(prepared.error());
+  if (!prepared) return handOn(prepared);
   const auto restored = Restoration{unpacked, *listing}.restoreVolume(*root);
-  if (!restored) return std::unexpected(restored.error());
+  if (!restored) return handOn(restored);
   std::string name = restored->filename().string();
   if (listing->format == VolumeFormat::apfs)
     name = listing->name.empty() ? image.stem().string() : listing->name;

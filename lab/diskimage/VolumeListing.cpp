@@ -92,7 +92,7 @@ OrReason<VolumeListing> parseListing(std::string_view text) {
   const std::size_t head = text.find(kBeginOfItems);
   if (head == std::string_view::npos) return because("no mountable file systems");
   const auto format = formatIn(text.substr(0, head));
-  if (!format) return std::unexpected(format.error());
+  if (!format) return handOn(format);
   VolumeListing listing{*format, nameIn(text.substr(0, head)), {}};
   forEachLine(text.substr(head + kBeginOfItems.size()), [&](std::string_view line) {
     if (const auto path = valueOf(line, "Path")) listing.items.emplace_back().path = *path;
@@ -103,7 +103,7 @@ OrReason<VolumeListing> parseListing(std::string_view text) {
 
 OrReason<VolumeListing> listVolume(const std::filesystem::path& image) {
   const auto finished = runToEnd({"7zz", "l", "-slt", "-sns-", "-p", "--", image.string()});
-  if (!finished) return std::unexpected(finished.error());
+  if (!finished) return handOn(finished);
   if (finished->status != 0) return because("no mountable file systems ({})", lastLine(finished->output));
   return parseListing(finished->output);
 }

@@ -76,7 +76,7 @@ class Copy {
 
   OrReason<> copyEntry(const fs::path& from, const fs::path& to) const {
     const auto status = look(from);
-    if (!status) return std::unexpected(status.error());
+    if (!status) return handOn(status);
     if (S_ISDIR(status->st_mode)) return copyFolder(from, to);
     if (isFolder(to)) return because("{}: Is a directory", to.string());
     if (S_ISLNK(status->st_mode)) return copyLink(from, to);
@@ -132,7 +132,7 @@ class Copy {
   // Copies owner, attributes, mode and times, in an order in which no step undoes another.
   OrReason<> keepFacts(const fs::path& from, const fs::path& to) const {
     const auto status = look(from);
-    if (!status) return std::unexpected(status.error());
+    if (!status) return handOn(status);
     if (geteuid() == 0 && lchown(to.c_str(), status->st_uid, status->st_gid) != 0)
       return becauseOfErrno(to.string());
     if (!S_ISLNK(status->st_mode)) {
@@ -147,11 +147,11 @@ class Copy {
 
   OrReason<> keepAttributes(const fs::path& from, const fs::path& to) const {
     const auto names = attributeNames(from);
-    if (!names) return std::unexpected(names.error());
+    if (!names) return handOn(names);
     for (const std::string& name : *names) {
       if (quarantine_ == QuarantineMark::drop && name == kQuarantineAttribute) continue;
       const auto value = attribute(from, name);
-      if (!value) return std::unexpected(value.error());
+      if (!value) return handOn(value);
       if (!value->has_value()) continue;
       const auto set = setAttribute(to, name, **value);
       if (!set && !keepsNoAttributes(to)) return set;

@@ -30,7 +30,7 @@ Configuration::Configuration()
 
 OrReason<Configuration> Configuration::read(const fs::path& file) {
   const auto text = readFile(file);
-  if (!text) return std::unexpected(text.error());
+  if (!text) return handOn(text);
   Configuration read;
   try {
     const Json json = Json::parse(*text);

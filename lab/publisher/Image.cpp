@@ -79,9 +79,9 @@ OrReason<ImageFacts> examineImage(const std::filesystem::path& image) {
   }
   const auto size = std::filesystem::file_size(image, error);
   if (error) return because("{}: {}", image.string(), error.message());
-  if (auto checked = checkContent(image); !checked) return std::unexpected(checked.error());
+  if (auto checked = checkContent(image); !checked) return handOn(checked);
   auto digest = sha256OfFile(image);
-  if (!digest) return std::unexpected(digest.error());
+  if (!digest) return handOn(digest);
   return ImageFacts{.size = static_cast<std::int64_t>(size), .sha256 = std::move(*digest)};
 }
 

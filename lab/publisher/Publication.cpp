@@ -31,7 +31,7 @@ std::string metadataOf(const PublishArguments& arguments, const ImageFacts& fact
 OrReason<std::optional<std::string>> readNotes(const std::optional<fs::path>& file) {
   if (!file) return std::nullopt;
   auto text = readFile(*file);
-  if (!text) return std::unexpected(text.error());
+  if (!text) return handOn(text);
   if (!installer::ReleaseNotes::decode(*text)) return because("{} aren't release notes", file->string());
   return std::move(*text);
 }
@@ -59,17 +59,16 @@ OrReason<> putImage(const fs::path& image, const fs::path& destination, const Im
 
 OrReason<fs::path> publish(const PublishArguments& arguments) {
   const auto facts = examineImage(arguments.image);
-  if (!facts) return std::unexpected(facts.error());
+  if (!facts) return handOn(facts);
   const auto& identifier = arguments.configuration.bundleIdentifiers.at(arguments.app);
   if (auto held = checkBundle(arguments.image, identifier, arguments.version); !held) {
-    return std::unexpected(held.error());
+    return handOn(held);
   }
   if (arguments.team) {
-    if (auto held = checkSignatures(arguments.image, *arguments.team); !held)
-      return std::unexpected(held.error());
+    if (auto held = checkSignatures(arguments.image, *arguments.team); !held) return handOn(held);
   }
   const auto notes = readNotes(arguments.notes);
-  if (!notes) return std::unexpected(notes.error());
+  if (!notes) return handOn(notes);
 
   const auto folder =
       folderOf(arguments.tree, layoutOf(arguments.configuration.names, arguments.app, arguments.arch));
@@ -79,13 +78,13 @@ OrReason<fs::path> publish(const PublishArguments& arguments) {
   const std::string metadata{CDNLayout::kMetadataFileName};
   const std::string releaseNotes{CDNLayout::kReleaseNotesFileName};
   auto staged = StagedFolder::inPlaceOf(folder, {metadata, releaseNotes});
-  if (!staged) return std::unexpected(staged.error());
+  if (!staged) return handOn(staged);
   auto put = putImage(arguments.image, staged->path() / arguments.destination, *facts);
   // A package without notes doesn't keep those of an earlier one.
   if (put && *notes) put = writeFile(staged->path() / releaseNotes, **notes);
   if (put) put = writeFile(staged->path() / metadata, metadataOf(arguments, *facts));
   if (put) put = staged->commit(metadata);
-  if (!put) return std::unexpected(put.error());
+  if (!put) return handOn(put);
   return folder;
 }
 

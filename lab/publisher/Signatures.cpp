@@ -75,7 +75,7 @@ OrReason<> checkSignatures(const fs::path& image, const ExpectedTeam& team) {
   const Scratch scratch;
   if (scratch.path().empty()) return because("no scratch folder can be made");
   const auto volume = extractVolume(image, scratch.path());
-  if (!volume) return std::unexpected(volume.error());
+  if (!volume) return handOn(volume);
   for (const auto& entry : fs::directory_iterator{volume->folder}) {
     if (entry.path().extension() != ".app") continue;
     if (auto held = checkSigned(verifier, *requirement, team, entry.path()); !held) return held;

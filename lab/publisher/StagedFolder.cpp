@@ -43,11 +43,11 @@ OrReason<StagedFolder> StagedFolder::inPlaceOf(const fs::path& folder,
     return because("another publication to {} is under way", parent.string());
   }
   StagedFolder staged{place, parent / ("." + place.filename().string() + ".publishing"), std::move(lock)};
-  if (auto cleared = removeTree(staged.path_); !cleared) return std::unexpected(cleared.error());
+  if (auto cleared = removeTree(staged.path_); !cleared) return handOn(cleared);
   std::error_code error;
   fs::create_directory(staged.path_, error);
   if (error) return because("{}: {}", staged.path_.string(), error.message());
-  if (auto taken = staged.takeOver(without); !taken) return std::unexpected(taken.error());
+  if (auto taken = staged.takeOver(without); !taken) return handOn(taken);
   return staged;
 }
 

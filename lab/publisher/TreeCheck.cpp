@@ -22,7 +22,7 @@ using installer::PackageMeta;
 OrReason<PackageMeta> readMetadata(const fs::path& file, const Configuration& configuration) {
   if (!itemExists(file)) return because("there is no {}", file.filename().string());
   const auto text = readFile(file);
-  if (!text) return std::unexpected(text.error());
+  if (!text) return handOn(text);
   auto meta = PackageMeta::decode(*text);
   if (!meta) return because("the metadata can't be read");
   if (!meta->destination) return because("the metadata has no destination");
@@ -31,10 +31,10 @@ OrReason<PackageMeta> readMetadata(const fs::path& file, const Configuration& co
   }
   if (!meta->checksumIsVerifiable()) return because("the metadata has no SHA-256");
   if (!meta->version) return because("the metadata has no version");
-  if (auto version = checkVersion(*meta->version); !version) return std::unexpected(version.error());
+  if (auto version = checkVersion(*meta->version); !version) return handOn(version);
   if (!meta->alternateDownloadURL) return std::move(*meta);
   auto alternate = checkAlternate(*meta->alternateDownloadURL, configuration);
-  if (!alternate) return std::unexpected(alternate.error());
+  if (!alternate) return handOn(alternate);
   return std::move(*meta);
 }
 
@@ -64,7 +64,7 @@ OrReason<> compare(const PackageMeta& meta, const CDNLayout& layout) {
 OrReason<> checkNotes(const fs::path& file) {
   if (!itemExists(file)) return {};
   const auto text = readFile(file);
-  if (!text) return std::unexpected(text.error());
+  if (!text) return handOn(text);
   if (!installer::ReleaseNotes::decode(*text)) return because("the release notes can't be read");
   return {};
 }
@@ -159,7 +159,7 @@ OrReason<std::string> TreeCheck::checkPackage(const Paths& paths) {
   const auto layouts = layoutsThatLeadTo(paths);
   if (layouts.empty()) return because("no installer reads packages from this folder");
   const auto meta = readMetadata(folder / CDNLayout::kMetadataFileName, arguments_.configuration);
-  if (!meta) return std::unexpected(meta.error());
+  if (!meta) return handOn(meta);
   const auto fits = [&](const CDNLayout& layout) { return compare(*meta, layout).has_value(); };
   const auto layout = std::ranges::find_if(layouts, fits);
   if (layout == layouts.end()) return std::unexpected(compare(*meta, layouts.front()).error());
@@ -168,7 +168,7 @@ OrReason<std::string> TreeCheck::checkPackage(const Paths& paths) {
         *meta->version;
   }
   const auto facts = checkFiles(folder, *meta, layout->service);
-  if (!facts) return std::unexpected(facts.error());
+  if (!facts) return handOn(facts);
   return fmt::format("{} {} {}: {}, {} bytes, sha256 {}", layout->service, layout->arch, *meta->version,
                      *meta->destination, facts->size, facts->sha256);
 }
@@ -191,7 +191,7 @@ OrReason<ImageFacts> TreeCheck::checkFiles(const fs::path& folder, const Package
         checkBundle(image, arguments_.configuration.bundleIdentifiers.at(app), *meta.version),
         checkNotes(folder / CDNLayout::kReleaseNotesFileName),
         arguments_.team ? checkSignatures(image, *arguments_.team) : OrReason<>{}}) {
-    if (!checked) return std::unexpected(checked.error());
+    if (!checked) return handOn(checked);
   }
   for (const auto& file : fs::directory_iterator{folder}) {
     if (!file.path().filename().string().starts_with('.')) checkReadable(file);

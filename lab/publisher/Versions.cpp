@@ -21,7 +21,7 @@ fs::path placeOf(const PublishArguments& arguments, const std::string& app, cons
 
 OrReason<PackageMeta> offerIn(const fs::path& folder) {
   const auto text = readFile(folder / CDNLayout::kMetadataFileName);
-  if (!text) return std::unexpected(text.error());
+  if (!text) return handOn(text);
   auto meta = PackageMeta::decode(*text);
   if (!meta) return because("{}: the metadata can't be read", folder.string());
   return std::move(*meta);
@@ -55,7 +55,7 @@ OrReason<std::vector<std::string>> listVersions(const PublishArguments& argument
       const auto folder = placeOf(arguments, app, arch);
       if (!itemExists(folder)) continue;
       const auto meta = offerIn(folder);
-      if (!meta) return std::unexpected(meta.error());
+      if (!meta) return handOn(meta);
       const auto destination = meta->destination.value_or("");
       lines.push_back(fmt::format("{} {}: {} in {}; other images: {}", app, arch,
                                   meta->version.value_or("no version"), destination,
@@ -79,14 +79,13 @@ OrReason<fs::path> withdraw(const PublishArguments& arguments) {
   if (!image) return image;
   const auto folder = image->parent_path();
   const auto meta = offerIn(folder);
-  if (!meta) return std::unexpected(meta.error());
+  if (!meta) return handOn(meta);
   if (meta->destination == arguments.destination) {
     return because("{} is on offer; publish another version or roll back first", arguments.destination);
   }
   auto staged = StagedFolder::inPlaceOf(folder, {arguments.destination});
-  if (!staged) return std::unexpected(staged.error());
-  if (auto done = staged->commit(std::string{CDNLayout::kMetadataFileName}); !done)
-    return std::unexpected(done.error());
+  if (!staged) return handOn(staged);
+  if (auto done = staged->commit(std::string{CDNLayout::kMetadataFileName}); !done) return handOn(done);
   return image;
 }
 

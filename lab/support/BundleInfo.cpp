@@ -12,7 +12,7 @@ namespace lab {
 std::optional<std::string> bundleString(const std::filesystem::path& bundle, const std::string& key) {
   const auto bytes =
       installer::readWholeFile(bundle / "Contents/Info.plist", installer::PropertyListBounds{}.bytes);
-  const auto information = bytes ? installer::readPropertyList(*bytes) : std::unexpected(bytes.error());
+  const auto information = bytes ? installer::readPropertyList(*bytes) : handOn(bytes);
   return information ? installer::JSONReader::string(*information, key) : std::nullopt;
 }
 

@@ -54,7 +54,7 @@ bool itemExists(const fs::path& path) {
 OrReason<std::string> readFile(const fs::path& file) {
   std::string bytes;
   const auto read = readPieces(file, [&](std::string_view piece) { bytes += piece; });
-  if (!read) return std::unexpected(read.error());
+  if (!read) return handOn(read);
   return bytes;
 }
 
@@ -81,7 +81,7 @@ OrReason<> removeTree(const fs::path& path) {
 OrReason<std::string> sha256OfFile(const fs::path& file) {
   installer::MessageDigest digest;
   const auto read = readPieces(file, [&](std::string_view piece) { digest.update(piece); });
-  if (!read) return std::unexpected(read.error());
+  if (!read) return handOn(read);
   return installer::hexadecimal(digest.finish());
 }
 

@@ -56,7 +56,7 @@ Result<std::unique_ptr<FileLock>> makeStaging(const Path& staging) {
   }
   if (!files.isSymbolicLink(staging)) return nullptr;
   auto made = files.createDirectory(staging, FileSystem::Intermediates::require);
-  if (!made) return std::unexpected(std::move(made.error()));
+  if (!made) return handOn(made);
   return nullptr;
 }
 
